@@ -1,0 +1,28 @@
+#pragma once
+
+#include <foundation/Export.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <stdexcept>
+#include <string_view>
+#include <vector>
+
+namespace foundation::crypto::utils {
+
+// Text that is not base64. The message names the offset, in bytes from the start of the text.
+class PLATFORM_API Base64Error : public std::runtime_error {
+public:
+    Base64Error(const char* reason, std::size_t offset);
+    std::size_t offset() const noexcept { return offset_; }
+
+private:
+    std::size_t offset_;
+};
+
+// Decodes RFC 4648 base64. ASCII white space is skipped; missing or partial padding and non-zero
+// trailing bits are accepted. Throws Base64Error for any other character, for data after padding,
+// and for a single leftover character.
+PLATFORM_API std::vector<std::uint8_t> base64Decode(std::string_view text);
+
+}  // namespace foundation::crypto::utils

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <foundation/Export.hpp>
+
+#include <fl/filesystem.hpp>
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <utility>
+
+namespace fl::filesystem {
+
+// What a file was when it was looked at. Equal while nobody has replaced or rewritten it.
+struct FileStamp {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t size = 0;
+    std::int64_t modifiedSeconds = 0;
+    std::int64_t modifiedNanoseconds = 0;
+
+    friend bool operator==(const FileStamp&, const FileStamp&) = default;
+};
+
+// An open file of the system, closed on destruction. All operations throw std::system_error (with
+// the errno) unless stated otherwise, retry EINTR, and go on after short reads and writes.
+class PLATFORM_API FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept
+        : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept;
+    ~FileDescriptor();
+
+    // Opens a regular file for reading. A directory (EISDIR) and any FIFO, socket or device
+    // (EINVAL) is refused without blocking.
+    static FileDescriptor openForReading(const path& file);
+
+    explicit operator bool() const noexcept { return descriptor_ >= 0; }
+    int get() const noexcept { return descriptor_; }
+
+    FileStamp stamp() const;
+    // Bytes read into `buffer`, fewer than asked for only at the end of the file.
+    std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const;
+    void writeAt(std::span<const std::byte> bytes, std::uint64_t offset);
+    // Takes over `size` bytes of another file, sharing or copying them inside the kernel where it
+    // can. Throws when the source ends early.
+    void copyFrom(const FileDescriptor& source, std::uint64_t sourceOffset, std::uint64_t size,
+                  std::uint64_t offset);
+    void truncate(std::uint64_t size);
+
+private:
+    int descriptor_ = -1;
+};
+
+}  // namespace fl::filesystem

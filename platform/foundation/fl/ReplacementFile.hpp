@@ -1,0 +1,72 @@
+#pragma once
+
+#include <foundation/Export.hpp>
+
+#include <fl/FileDescriptor.hpp>
+#include <fl/filesystem.hpp>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace fl::filesystem {
+
+// What a save is going to replace: the file at the end of any symbolic links (a link keeps pointing;
+// a dangling one gets its target), held by its open directory and its name in it, and as it was when
+// it was looked at.
+class PLATFORM_API SaveTarget {
+public:
+    // Throws std::system_error when the directory cannot be opened, the target is not a regular
+    // file, or it exists and may not be written.
+    explicit SaveTarget(const path& file);
+    SaveTarget(SaveTarget&&) noexcept;
+    SaveTarget& operator=(SaveTarget&&) noexcept;
+    ~SaveTarget();
+
+    // The resolved target; and its stamp, nullopt when there was no such file.
+    const path& resolved() const noexcept;
+    const std::optional<FileStamp>& stamp() const noexcept;
+
+    // Takes `opened`, which the caller opened as this target and made the new content from, as the
+    // file that a save may replace.
+    void expect(const FileStamp& opened);
+
+private:
+    friend class ReplacementFile;
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+// The new content of a file, written beside it and put in its place by commit() so that the name
+// always holds the old bytes or the new, whatever fails or kills the process. Destroying it without
+// commit() removes what was written. Failures are std::system_error; their message says what was
+// being done to which file.
+class PLATFORM_API ReplacementFile {
+public:
+    // Creates an empty temporary file (mode 0600) in the target's directory, without a name where
+    // the file system allows that. `target` must outlive this object.
+    explicit ReplacementFile(const SaveTarget& target);
+    ReplacementFile(const ReplacementFile&) = delete;
+    ReplacementFile& operator=(const ReplacementFile&) = delete;
+    ~ReplacementFile();
+
+    // To write the content through. Valid until commit().
+    FileDescriptor& file() noexcept;
+
+    // Gives the new file the target's owner, mode and extended attributes (a new file gets the
+    // umask's mode), makes it durable, checks that the target is still what it was, renames over it
+    // and makes the rename durable. Returns the stamp of the file now in place. Throws, with the old
+    // file in place and nothing left behind, when any of this fails; only a failure of the last
+    // step leaves the new file in place, and its message says so.
+    FileStamp commit();
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+// Puts the file `sibling`, which stands in the target's own directory and was written by others, in
+// the target's place, under the rules of ReplacementFile::commit(). On failure the sibling stays.
+PLATFORM_API void replaceWithSibling(const SaveTarget& target, const path& sibling);
+
+}  // namespace fl::filesystem

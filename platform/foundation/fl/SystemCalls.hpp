@@ -1,0 +1,40 @@
+#pragma once
+
+#include <foundation/Export.hpp>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+namespace fl::filesystem {
+
+// The operations of the system through which files are read and saved, so that a test can let any of
+// them fail. Each has the signature, result and errno of the call of its name.
+struct SystemCalls {
+    int (*openat)(int directory, const char* name, int flags, mode_t mode);
+    int (*fstat)(int file, struct stat* result);
+    int (*fstatat)(int directory, const char* name, struct stat* result, int flags);
+    ssize_t (*pread)(int file, void* buffer, size_t size, off_t offset);
+    ssize_t (*pwrite)(int file, const void* buffer, size_t size, off_t offset);
+    ssize_t (*copy_file_range)(int source, off_t* sourceOffset, int target, off_t* targetOffset,
+                               size_t size, unsigned flags);
+    int (*ftruncate)(int file, off_t size);
+    int (*fsync)(int file);
+    int (*fchown)(int file, uid_t owner, gid_t group);
+    int (*fchmod)(int file, mode_t mode);
+    ssize_t (*flistxattr)(int file, char* names, size_t size);
+    ssize_t (*fgetxattr)(int file, const char* name, void* value, size_t size);
+    int (*fsetxattr)(int file, const char* name, const void* value, size_t size, int flags);
+    int (*linkat)(int sourceDirectory, const char* source, int directory, const char* name,
+                  int flags);
+    int (*renameat2)(int sourceDirectory, const char* source, int directory, const char* name,
+                     unsigned flags);
+    int (*unlinkat)(int directory, const char* name, int flags);
+    int (*close)(int file);
+};
+
+// The table in use; the system's own unless a test has replaced entries. Not to be changed while
+// other threads use files.
+PLATFORM_API SystemCalls& systemCalls() noexcept;
+
+}  // namespace fl::filesystem

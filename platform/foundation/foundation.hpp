@@ -1,0 +1,13 @@
+#pragma once
+
+#include <foundation/Base64.hpp>
+#include <foundation/Clock.hpp>
+#include <foundation/Diagnostics.hpp>
+#include <foundation/Exceptions.hpp>
+#include <foundation/ReleaseInfo.hpp>
+#include <foundation/ustring.hpp>
+
+#include <fl/FileDescriptor.hpp>
+#include <fl/ReplacementFile.hpp>
+#include <fl/filesystem.hpp>
+#include <fl/i18n.hpp>

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <foundation/Clock.hpp>
+#include <foundation/Export.hpp>
+#include <foundation/ReleaseInfo.hpp>
+#include <foundation/ustring.hpp>
+
+#include <map>
+#include <optional>
+#include <string>
+
+namespace opc::qzservices {
+
+using foundation::ustring;
+
+// The descriptive properties of a package: the standard's own, and the host's release and friendly
+// name. A value, read and replaced as a whole through CorePropertiesManager.
+class PLATFORM_API CoreProperties {
+public:
+    std::optional<ustring> getTitle() const { return title_; }
+    std::optional<ustring> getDescription() const { return description_; }
+    std::optional<ustring> getCreatedBy() const { return createdBy_; }
+    std::optional<ustring> getVersion() const { return version_; }
+    std::optional<ustring> getContentType() const { return contentType_; }
+    std::optional<foundation::clock::Seconds> getLastModifiedTime() const { return modified_; }
+    std::optional<ustring> getContentTypeFriendlyName() const { return friendlyName_; }
+    // Empty when the package does not say.
+    ustring getKORVALRelease() const { return release_.value_or(ustring()); }
+    bool hasKORVALRelease() const noexcept { return release_.has_value(); }
+    std::optional<foundation::release_info::ReleaseInfo> getKORVALReleaseInfo() const {
+        return releaseInfo_;
+    }
+
+    void setTitle(const ustring& value) { title_ = value; }
+    void setDescription(const ustring& value) { description_ = value; }
+    void setCreatedBy(const ustring& value) { createdBy_ = value; }
+    void setVersion(const ustring& value) { version_ = value; }
+    void setContentType(const ustring& value) { contentType_ = value; }
+    void setLastModifiedTime(foundation::clock::Seconds value) { modified_ = value; }
+    void setContentTypeFriendlyName(const ustring& value) { friendlyName_ = value; }
+    void setKORVALRelease(const ustring& value) { release_ = value; }
+    void setKORVALReleaseInfo(const foundation::release_info::ReleaseInfo& value) {
+        releaseInfo_ = value;
+    }
+
+    // What the running host writes.
+    static ustring getCurrentKORVALRelease();
+    static foundation::release_info::ReleaseInfo getCurrentKORVALReleaseInfo();
+    static foundation::release_info::ReleaseInfo makeLegacyKORVALReleaseInfo(
+        const ustring& release);
+    static foundation::clock::Seconds getCurrentTime();
+
+    friend bool operator==(const CoreProperties&, const CoreProperties&) = default;
+
+private:
+    friend class CorePropertiesCodec;
+    std::optional<ustring> title_;
+    std::optional<ustring> description_;
+    std::optional<ustring> createdBy_;
+    std::optional<ustring> version_;
+    std::optional<ustring> contentType_;
+    std::optional<foundation::clock::Seconds> modified_;
+    // The standard's properties that have no accessor here, by element name, kept through an edit.
+    std::map<std::string, ustring> others_;
+    std::optional<ustring> friendlyName_;
+    std::optional<ustring> release_;
+    std::optional<foundation::release_info::ReleaseInfo> releaseInfo_;
+};
+
+}  // namespace opc::qzservices

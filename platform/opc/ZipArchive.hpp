@@ -1,0 +1,72 @@
+#pragma once
+
+#include <foundation/Export.hpp>
+#include <opc/Streams.hpp>
+
+#include <fl/FileDescriptor.hpp>
+#include <fl/filesystem.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace opc::zip {
+
+enum class Method : std::uint16_t { Stored = 0, Deflated = 8 };
+
+// One item of a zip file, as the directory describes it and its local header confirms it.
+struct PLATFORM_API ZipItem {
+    std::string name;  // the bytes in the file
+    bool nameIsUtf8 = false;
+    Method method = Method::Stored;
+    std::uint32_t crc32 = 0;
+    std::uint64_t compressedSize = 0;
+    std::uint64_t size = 0;
+    // Where the item's local header starts, its data starts, and its last byte (a data descriptor
+    // included) is passed.
+    std::uint64_t headerOffset = 0;
+    std::uint64_t dataOffset = 0;
+    std::uint64_t endOffset = 0;
+    // The item's directory record as it stands, for taking the item over into another file.
+    std::string directoryRecord;
+
+    bool isDirectory() const noexcept { return !name.empty() && name.back() == '/'; }
+    // For people: the name as UTF-8, from code page 437 where it is not.
+    std::string displayName() const;
+};
+
+// A zip file open for reading. Opening reads the end record, the directory and every local header
+// once, in linear time, and refuses with opc::Exception whatever two readers could understand
+// differently: counts and sizes that do not fit exactly, items that overlap, local headers that
+// contradict the directory, a second end record, names that are equal ignoring case, encryption,
+// several disks, methods other than stored and deflated. Safe to read from several threads.
+class PLATFORM_API ZipArchive {
+public:
+    // Throws model::PackageNotFound when there is no such file, opc::Exception when it is no regular
+    // file, cannot be read or breaks a rule.
+    static std::shared_ptr<const ZipArchive> open(const fl::filesystem::path& file);
+    ~ZipArchive();
+
+    // In the order of their data in the file.
+    const std::vector<ZipItem>& items() const noexcept;
+    // The item of exactly this name, or null.
+    const ZipItem* find(std::string_view name) const noexcept;
+    // The content of one of this archive's items; stays valid as long as the stream lives.
+    std::unique_ptr<InputStream> read(const ZipItem& item) const;
+
+    const std::string& comment() const noexcept;
+    const fl::filesystem::path& path() const noexcept;
+    const fl::filesystem::FileDescriptor& file() const noexcept;
+    // The file as it was when it was opened.
+    const fl::filesystem::FileStamp& stamp() const noexcept;
+
+private:
+    struct State;
+    explicit ZipArchive(std::shared_ptr<const State> state);
+    std::shared_ptr<const State> state_;
+};
+
+}  // namespace opc::zip

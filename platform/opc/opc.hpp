@@ -1,0 +1,13 @@
+#pragma once
+
+#include <opc/CoreProperties.hpp>
+#include <opc/CorePropertiesManager.hpp>
+#include <opc/Exception.hpp>
+#include <opc/ImageTypes.hpp>
+#include <opc/Names.hpp>
+#include <opc/Package.hpp>
+#include <opc/Relationship.hpp>
+#include <opc/Streams.hpp>
+#include <opc/XercesHelper.hpp>
+#include <opc/ZipArchive.hpp>
+#include <opc/ZipPhysicalPackage.hpp>

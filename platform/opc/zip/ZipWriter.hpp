@@ -1,0 +1,58 @@
+#pragma once
+
+#include <opc/Streams.hpp>
+#include <opc/ZipArchive.hpp>
+
+#include <fl/ReplacementFile.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace opc::zip {
+
+struct ItemOptions {
+    bool deflate = true;  // store instead when a sample shows that the content does not shrink
+    std::uint64_t sizeHint = 0;  // expected size in bytes, 0 when unknown
+};
+
+// The new content of a zip file: items of an earlier archive that are kept as they are, and items set
+// anew. Small items wait in memory, deflated; a large one is deflated once, straight into the new
+// file, while it is written. save() takes the kept items over in as few ranges as possible, and puts
+// the new file in the place of the old. Nothing on disk changes before that, and destroying a writer
+// leaves nothing behind. Failures are opc::Exception.
+class ZipWriter {
+public:
+    // Writes `target`, which need not exist. `base`, when not null, is the archive at `target` whose
+    // items are kept unless set or removed.
+    ZipWriter(const fl::filesystem::path& target, std::shared_ptr<const ZipArchive> base,
+              bool allowZip64);
+    ZipWriter(const ZipWriter&) = delete;
+    ZipWriter& operator=(const ZipWriter&) = delete;
+    ~ZipWriter();
+
+    // Whether the new file holds an item of this name (compared exactly), and whether it was set in
+    // this session.
+    bool has(std::string_view name) const;
+    bool isSet(std::string_view name) const;
+
+    // Replaces or adds an item when the returned stream is flushed; several may be open at once. The
+    // streams must not outlive the writer. An item that is replaced keeps its name as it was spelled.
+    std::unique_ptr<OutputStream> set(std::string_view name, const ItemOptions& options);
+    void remove(std::string_view name);
+    // The current content: of the base, or as set in this session. The stream must not outlive the
+    // writer, and is not to be read after the item is set again or removed.
+    std::unique_ptr<InputStream> read(std::string_view name) const;
+
+    bool changed() const noexcept;
+    // Does nothing when nothing changed. Afterwards the writer is spent.
+    void save();
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace opc::zip

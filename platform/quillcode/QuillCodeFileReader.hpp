@@ -1,0 +1,24 @@
+#pragma once
+
+#include <foundation/Export.hpp>
+#include <foundation/ustring.hpp>
+
+namespace quillcode {
+
+using foundation::ustring;
+
+// Reads the code text of an app file. The file is opened anew for each call of getKORVALCode and
+// closed again before it returns.
+class PLATFORM_API QuillCodeFileReader {
+public:
+    explicit QuillCodeFileReader(const ustring& fileName);
+
+    // The code text, line ends as they are in the file. Throws opc::Exception when the file is no
+    // package, holds no code part (or several), or its code is larger than 256 MiB or not valid UTF-8.
+    ustring getKORVALCode() const;
+
+private:
+    ustring fileName_;
+};
+
+}  // namespace quillcode

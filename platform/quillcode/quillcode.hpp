@@ -1,0 +1,4 @@
+#pragma once
+
+#include <quillcode/QuillCodeFileReader.hpp>
+#include <quillcode/QuillCodeFileWriter.hpp>

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <appserialization/AppMetadata.hpp>
+#include <appserialization/Export.hpp>
+#include <appserialization/ustring.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace appserialization {
+
+// Creates or edits a packaged app file. Set what is to change, in any order, then call close() once:
+// it puts the new file in the place of the old one, whole or not at all. What is not set stays as it
+// was. Only close() and setKORVALCodeText() touch the file; a writer that is destroyed without
+// close() changes nothing more. Errors of the package library, the XML library and the file system
+// pass unchanged. Use a writer from one thread at a time.
+class APPSERIALIZATION_API AppFileWriter {
+public:
+    // Starts from an empty package when the file does not exist or `createNew` is true, else from
+    // what the file holds. Any file name is taken.
+    AppFileWriter(const ustring& fileName, bool createNew);
+    ~AppFileWriter();
+    AppFileWriter(const AppFileWriter&) = delete;
+    AppFileWriter& operator=(const AppFileWriter&) = delete;
+
+    // Saves. Afterwards every call, another close() included, throws the package library's error.
+    void close();
+
+    // Sets the app's source code. Saves everything set so far, then the code, each whole or not at
+    // all. When it fails after the first save the writer is closed.
+    void setKORVALCodeText(const ustring& codeText);
+
+    // Sets the binary app model to the bytes of a file. A file that does not open leaves the model as
+    // it was, or empty when there was none, without an error; check before.
+    void setAppModelFromFile(const ustring& modelFilePath);
+
+    // Sets the metadata. A text that the record lacks keeps the value that the package has, else gets
+    // its default; a list that it lacks becomes empty. Text that XML cannot hold is refused, with the
+    // field and the position, before anything changes.
+    void setAppMetadata(const AppMetadata& metadata);
+
+    // Sets the screenshot to the encoded image `bytes`, kept exactly as they are. `format` is "png",
+    // "jpg", "jpeg" or "gif" in any case; anything else counts as "png". A character beyond ASCII in
+    // it throws the string library's error, before anything changes.
+    void setAppScreenshot(const std::vector<std::uint8_t>& bytes, const ustring& format);
+
+private:
+    class AppFileWriterImpl;
+    std::unique_ptr<AppFileWriterImpl> impl_;
+};
+
+}  // namespace appserialization
