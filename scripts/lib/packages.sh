@@ -1,0 +1,37 @@
+# Sourced by the scripts of this folder: the Debian packages that each job needs, and their set-up.
+
+build_packages=(
+    g++ cmake ninja-build pkg-config
+    libboost-dev libcli11-dev libexpat1-dev libfmt-dev libicu-dev libisal-dev
+    libxerces-c-dev nlohmann-json3-dev
+)
+test_packages=(
+    "${build_packages[@]}"
+    libgtest-dev libgmock-dev libbenchmark-dev
+    clang-14 clang-format-14 clang-tidy-14 clang-tools-14 libclang-rt-14-dev
+    attr git libarchive-tools libxml2-utils python3 unzip zip
+)
+
+# need PACKAGE...: installs those that are missing, as root or through sudo.
+need() {
+    local missing=() package
+    for package in "$@"; do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
+            missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then as_root=(sudo); fi
+    if ! command -v apt-get >/dev/null || ! { [ "$(id -u)" -eq 0 ] || command -v sudo >/dev/null; }; then
+        echo "These packages (Debian 12 names) are needed; install them and run this again:" >&2
+        printf '    %s\n' "${missing[@]}" >&2
+        exit 1
+    fi
+    echo "Installing ${missing[*]}"
+    "${as_root[@]}" apt-get update -qq
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+need_build_packages() { need "${build_packages[@]}"; }
+need_test_packages() { need "${test_packages[@]}"; }
