@@ -38,7 +38,11 @@ public:
     explicit AnonymousInternalException(Wrapped wrapped) : Wrapped(std::move(wrapped)) {}
 
     std::unique_ptr<InternalException> clone() const override {
-        return std::make_unique<AnonymousInternalException>(*this);
+        auto copy = std::make_unique<AnonymousInternalException>(*this);
+        // The attached details are shared between copies, with an unsynchronised count; a clone may
+        // go to another thread and gets its own.
+        boost::exception_detail::copy_boost_exception(copy.get(), this);
+        return copy;
     }
     [[noreturn]] void rethrow() const override { throw AnonymousInternalException(*this); }
 };

@@ -42,11 +42,11 @@ PLATFORM_API bool exists(const path& file);
 PLATFORM_API bool isRegularFile(const path& file);
 
 // `file` from the root; neither symbolic links nor ".." are resolved. Throws std::system_error when
-// there is no working directory.
+// there is no working directory, or its name is not valid UTF-8.
 PLATFORM_API path absolute(const path& file);
 
 // The absolute path of an existing file without symbolic links, "." or "..". Throws
-// std::system_error when the file does not exist.
+// std::system_error when the file does not exist, or that path is not valid UTF-8.
 PLATFORM_API path canonical(const path& file);
 
 namespace detail {

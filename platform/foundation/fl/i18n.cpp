@@ -1,0 +1,208 @@
+#include <fl/i18n.hpp>
+
+#include <emmintrin.h>
+#include <unicode/ustring.h>
+#include <unicode/utf16.h>
+#include <unicode/utf8.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <type_traits>
+
+namespace fl::i18n {
+
+namespace {
+
+enum class IllFormed { Replace, Throw };
+
+constexpr UChar32 kReplacement = 0xFFFD;
+
+// Text is converted in pieces through a buffer on the stack: ICU counts in 32 bits, text may be
+// longer; and appending pieces spares the zeroing of the whole result.
+constexpr std::size_t kPiece = 2048;
+constexpr std::size_t kMaxUtf8PerUnit = 3;
+
+// The length of the first piece of `text`, at most kPiece. Never cuts a well-formed sequence, nor an
+// ill-formed one that counts as one subpart.
+std::size_t pieceLength(std::string_view text) {
+    if (text.size() <= kPiece) return text.size();
+    auto length = static_cast<std::int32_t>(kPiece);
+    U8_TRUNCATE_IF_INCOMPLETE(text.data(), 0, length);
+    return static_cast<std::size_t>(length);
+}
+
+std::size_t pieceLength(ustring_view text) {
+    if (text.size() <= kPiece) return text.size();
+    return U16_IS_LEAD(text[kPiece - 1]) ? kPiece - 1 : kPiece;
+}
+
+constexpr std::size_t kBlock = 16;
+
+// Copies whole blocks of ASCII from the front of `source` and returns how many characters that were.
+std::size_t copyAscii(std::string_view source, char16_t* target) {
+    const __m128i zero = _mm_setzero_si128();
+    std::size_t i = 0;
+    for (; i + kBlock <= source.size(); i += kBlock) {
+        const auto bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source.data() + i));
+        if (_mm_movemask_epi8(bytes) != 0) break;
+        auto* const units = reinterpret_cast<__m128i*>(target + i);
+        _mm_storeu_si128(units, _mm_unpacklo_epi8(bytes, zero));
+        _mm_storeu_si128(units + 1, _mm_unpackhi_epi8(bytes, zero));
+    }
+    return i;
+}
+
+std::size_t copyAscii(ustring_view source, char* target) {
+    const __m128i notAscii = _mm_set1_epi16(static_cast<short>(0xFF80));
+    std::size_t i = 0;
+    for (; i + kBlock <= source.size(); i += kBlock) {
+        const auto* const units = reinterpret_cast<const __m128i*>(source.data() + i);
+        const auto low = _mm_loadu_si128(units);
+        const auto high = _mm_loadu_si128(units + 1);
+        const auto stray = _mm_and_si128(_mm_or_si128(low, high), notAscii);
+        if (_mm_movemask_epi8(_mm_cmpeq_epi16(stray, _mm_setzero_si128())) != 0xFFFF) break;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(target + i), _mm_packus_epi16(low, high));
+    }
+    return i;
+}
+
+struct Converted {
+    std::size_t length;
+    bool substituted;
+};
+
+// Converts `source`, at most kPiece long, to `target`, which has room for the longest result.
+Converted convertPiece(std::string_view source, char16_t* target) {
+    std::int32_t length = 0;
+    std::int32_t substitutions = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strFromUTF8WithSub(target, kPiece, &length, source.data(),
+                         static_cast<std::int32_t>(source.size()), kReplacement, &substitutions,
+                         &status);
+    return {static_cast<std::size_t>(length), substitutions != 0};
+}
+
+Converted convertPiece(ustring_view source, char* target) {
+    std::int32_t length = 0;
+    std::int32_t substitutions = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strToUTF8WithSub(target, kPiece * kMaxUtf8PerUnit, &length, source.data(),
+                       static_cast<std::int32_t>(source.size()), kReplacement, &substitutions,
+                       &status);
+    return {static_cast<std::size_t>(length), substitutions != 0};
+}
+
+// The index of the first ill-formed sequence of `piece`, which has one.
+std::size_t findIllFormed(std::string_view piece) {
+    const auto size = static_cast<std::int32_t>(piece.size());
+    for (std::int32_t next = 0; next < size;) {
+        const std::int32_t start = next;
+        const auto lead = static_cast<std::uint8_t>(piece[static_cast<std::size_t>(start)]);
+        // Steps over a character, or over an ill-formed subpart, which is shorter than its lead says.
+        U8_FWD_1(piece.data(), next, size);
+        const bool wellFormed =
+            U8_IS_SINGLE(lead) ||
+            (U8_IS_LEAD(lead) && next - start == 1 + U8_COUNT_TRAIL_BYTES(lead));
+        if (!wellFormed) return static_cast<std::size_t>(start);
+    }
+    return piece.size();
+}
+
+std::size_t findIllFormed(ustring_view piece) {
+    return find_unpaired_surrogate(piece);
+}
+
+[[noreturn]] void throwIllFormed(std::string_view piece, std::size_t pieceStart) {
+    throw ConversionError("UTF-8", pieceStart + findIllFormed(piece));
+}
+
+[[noreturn]] void throwIllFormed(ustring_view piece, std::size_t pieceStart) {
+    throw ConversionError("UTF-16", pieceStart + findIllFormed(piece));
+}
+
+template <class Target, class Source>
+Target convert(Source source, IllFormed illFormed) {
+    constexpr std::size_t kRoom = std::is_same_v<Target, ustring> ? 1 : kMaxUtf8PerUnit;
+    typename Target::value_type buffer[kPiece * kRoom];
+    Target target;
+    target.reserve(source.size());
+    for (std::size_t start = 0; start < source.size();) {
+        const Source piece = source.substr(start, pieceLength(source.substr(start)));
+        const std::size_t ascii = copyAscii(piece, buffer);
+        const auto rest = convertPiece(piece.substr(ascii), buffer + ascii);
+        if (rest.substituted && illFormed == IllFormed::Throw) throwIllFormed(piece, start);
+        target.append(buffer, ascii + rest.length);
+        start += piece.size();
+    }
+    return target;
+}
+
+std::string describe(const char* encoding, std::size_t index) {
+    return "text is not valid " + std::string(encoding) + ": ill-formed at index " +
+           std::to_string(index);
+}
+
+// As toLower, for a piece that ICU can count.
+void appendLower(ustring_view piece, ustring& lower) {
+    const auto size = static_cast<std::int32_t>(piece.size());
+    const std::size_t start = lower.size();
+    std::size_t room = piece.size();
+    for (;;) {
+        lower.resize(start + room);
+        UErrorCode status = U_ZERO_ERROR;
+        const std::int32_t length = u_strToLower(
+            lower.data() + start, static_cast<std::int32_t>(room), piece.data(), size, "", &status);
+        const bool fits = static_cast<std::size_t>(length) <= room;
+        room = static_cast<std::size_t>(length);
+        if (fits) break;
+    }
+    lower.resize(start + room);
+}
+
+}  // namespace
+
+ConversionError::ConversionError(const char* encoding, std::size_t index)
+    : std::runtime_error(describe(encoding, index)), index_(index) {}
+
+std::string ustring_to_utf8(ustring_view text) {
+    return convert<std::string>(text, IllFormed::Throw);
+}
+
+ustring utf8_to_ustring(std::string_view bytes) {
+    return convert<ustring>(bytes, IllFormed::Replace);
+}
+
+ustring utf8_to_ustring_strict(std::string_view bytes) {
+    return convert<ustring>(bytes, IllFormed::Throw);
+}
+
+std::string to_display(ustring_view text) {
+    return convert<std::string>(text, IllFormed::Replace);
+}
+
+ustring to_lower(ustring_view text) {
+    // ICU counts in 32 bits. Whether a sigma is final is decided within a piece, which matters to no
+    // text of less than a billion code units.
+    constexpr std::size_t kLowerPiece = std::size_t{1} << 29;
+    ustring lower;
+    while (!text.empty()) {
+        std::size_t length = std::min(text.size(), kLowerPiece);
+        if (length < text.size() && U16_IS_LEAD(text[length - 1])) --length;
+        appendLower(text.substr(0, length), lower);
+        text.remove_prefix(length);
+    }
+    return lower;
+}
+
+std::size_t find_unpaired_surrogate(ustring_view text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (!U16_IS_SURROGATE(text[i])) continue;
+        const bool paired =
+            U16_IS_LEAD(text[i]) && i + 1 < text.size() && U16_IS_TRAIL(text[i + 1]);
+        if (!paired) return i;
+        ++i;
+    }
+    return ustring_view::npos;
+}
+
+}  // namespace fl::i18n
