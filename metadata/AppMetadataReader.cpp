@@ -1,0 +1,8 @@
+#include <appserialization/AppMetadataReader.hpp>
+
+namespace appserialization {
+
+AppMetadataReader::AppMetadataReader() = default;
+AppMetadataReader::~AppMetadataReader() = default;
+
+}  // namespace appserialization
