@@ -1,3 +1,6 @@
 #pragma once
 
-#include <messages/Messages.hpp>
+#include <messages/Catalog.hpp>
+#include <messages/HostError.hpp>
+#include <messages/LumenforgeMessages.hpp>
+#include <messages/MessageId.hpp>

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <foundation/Export.hpp>
+#include <messages/Catalog.hpp>
+#include <messages/MessageId.hpp>
+
+namespace KORVAL::lumenforge::lumenforge {
+
+// The class of a catalog message whose one argument is the name of the file it is about.
+template <const messages::CatalogEntry& entry>
+class PLATFORM_API FileMessage : public messages::MessageId {
+public:
+    explicit FileMessage(const foundation::ustring& fileName)
+        : MessageId(entry.catalog, entry.identifier, {fileName}) {}
+};
+
+using InvalidFileName = FileMessage<messages::kInvalidFileName>;
+using InvalidFileExtension = FileMessage<messages::kInvalidFileExtension>;
+using InvalidFileExtensionCase = FileMessage<messages::kInvalidFileExtensionCase>;
+using LoadFailed = FileMessage<messages::kLoadFailed>;
+
+}  // namespace KORVAL::lumenforge::lumenforge
