@@ -1,0 +1,4 @@
+#pragma once
+
+#include <hvarray/Array.hpp>
+#include <hvarray/Inspection.hpp>

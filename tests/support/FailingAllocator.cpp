@@ -1,0 +1,65 @@
+#include "tests/support/FailingAllocator.hpp"
+
+#include <atomic>
+#include <cstdlib>
+
+namespace test {
+
+namespace {
+
+std::atomic<std::size_t> outstanding{0};
+thread_local std::size_t countdown = 0;
+thread_local bool failed = false;
+
+void* allocate(std::size_t size) {
+    if (countdown != 0 && --countdown == 0) {
+        failed = true;
+        throw std::bad_alloc();
+    }
+    void* const memory = std::malloc(size == 0 ? 1 : size);
+    if (memory == nullptr) throw std::bad_alloc();
+    outstanding.fetch_add(1, std::memory_order_relaxed);
+    return memory;
+}
+
+void release(void* memory) noexcept {
+    if (memory == nullptr) return;
+    outstanding.fetch_sub(1, std::memory_order_relaxed);
+    std::free(memory);
+}
+
+}  // namespace
+
+std::size_t outstandingAllocations() noexcept {
+    return outstanding.load(std::memory_order_relaxed);
+}
+
+void failAllocation(std::size_t number) noexcept {
+    countdown = number;
+    failed = false;
+}
+
+bool allocationFailed() noexcept {
+    return failed;
+}
+
+}  // namespace test
+
+void* operator new(std::size_t size) {
+    return test::allocate(size);
+}
+void* operator new[](std::size_t size) {
+    return test::allocate(size);
+}
+void operator delete(void* memory) noexcept {
+    test::release(memory);
+}
+void operator delete[](void* memory) noexcept {
+    test::release(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    test::release(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+    test::release(memory);
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <new>
+
+// Replaces the global operator new of a test program that compiles FailingAllocator.cpp.
+namespace test {
+
+// Allocations by operator new that have not been freed.
+std::size_t outstandingAllocations() noexcept;
+
+// From now on the calling thread's allocation number `number` (from 1) throws std::bad_alloc; 0 turns
+// it off.
+void failAllocation(std::size_t number) noexcept;
+// Whether that allocation has been asked for.
+bool allocationFailed() noexcept;
+
+// Runs `operation` again and again, with its first, its second, ... allocation failing, until it no
+// longer asks for that many. An exception ends a run; `check` is called after each. Returns the
+// number of runs in which an allocation failed.
+template <class Operation, class Check>
+std::size_t forEachFailingAllocation(Operation operation, Check check) {
+    for (std::size_t number = 1;; ++number) {
+        failAllocation(number);
+        try {
+            operation();
+        } catch (...) {
+        }
+        const bool failed = allocationFailed();
+        failAllocation(0);
+        check();
+        if (!failed) return number - 1;
+    }
+}
+
+}  // namespace test
