@@ -5,10 +5,11 @@ namespace messages {
 namespace {
 
 constexpr const CatalogEntry* kEntries[] = {
-    &kInvalidFileName,
-    &kInvalidFileExtension,
-    &kInvalidFileExtensionCase,
-    &kLoadFailed,
+    &kInvalidFileName, &kInvalidFileExtension, &kInvalidFileExtensionCase,
+    &kLoadFailed,      &kUndefinedClass,       &kAbstractClass,
+    &kUndefinedMethod, &kWrongNumberOfInputs,  &kWrongInputType,
+    &kNotAText,        &kNotAnObject,          &kDestroyedObject,
+    &kForeignObject,
 };
 
 }  // namespace

@@ -1,0 +1,157 @@
+#include <tarvo/ClassSystem.hpp>
+
+#include <fl/i18n.hpp>
+#include <hvarray/Inspection.hpp>
+#include <messages/Catalog.hpp>
+#include <tarvo/BindingRegistry.hpp>
+#include <tarvo/Errors.hpp>
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <utility>
+
+namespace tarvo {
+
+namespace {
+
+using factory::NamespaceDefiner;
+using factory::TarvoNamespace;
+using factory::basic::BindingRegistry;
+using fl::i18n::utf8_to_ustring;
+
+struct Registration {
+    InternedString name;
+    NamespaceDefiner definer;
+    DefinedOnce<NamespacePtr> defined;
+
+    NamespacePtr get() const {
+        return defined.get([this] {
+            auto made = std::make_shared<TarvoNamespace>(name);
+            definer(*made);
+            return made;
+        });
+    }
+};
+
+using RegistrationPtr = std::shared_ptr<const Registration>;
+
+class NamespaceTable {
+public:
+    // Never destroyed: modules may unregister while the process ends.
+    static NamespaceTable& instance() {
+        static auto& table = *new NamespaceTable;
+        return table;
+    }
+
+    void add(InternedString name, NamespaceDefiner definer) {
+        const std::lock_guard lock(mutex_);
+        const auto found = registrations_.find(name.str());
+        if (found == registrations_.end()) {
+            registrations_.emplace(name.str(), std::make_shared<Registration>(name, definer));
+        } else if (found->second->definer != definer) {
+            throw RegistrationError("the namespace \"" + name.str() + "\" is already registered");
+        }
+    }
+
+    // Null when there is none. The definer runs outside the lock: it may use other namespaces.
+    RegistrationPtr find(std::string_view name) const {
+        const std::lock_guard lock(mutex_);
+        const auto found = registrations_.find(name);
+        return found == registrations_.end() ? nullptr : found->second;
+    }
+
+    RegistrationPtr remove(std::string_view name) {
+        const std::lock_guard lock(mutex_);
+        const auto found = registrations_.find(name);
+        if (found == registrations_.end()) return nullptr;
+        RegistrationPtr removed = std::move(found->second);
+        registrations_.erase(found);
+        return removed;
+    }
+
+    std::vector<std::string> names() const {
+        const std::lock_guard lock(mutex_);
+        std::vector<std::string> names;
+        for (const auto& [name, registration] : registrations_)
+            names.push_back(name);
+        return names;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::map<std::string, RegistrationPtr, std::less<>> registrations_;
+};
+
+ClassPtr requireClass(std::string_view fullName) {
+    ClassPtr found = findClass(fullName);
+    if (found == nullptr) raise(messages::kUndefinedClass, {utf8_to_ustring(fullName)});
+    return found;
+}
+
+const COSMethodInfo& requireMethod(const COSClassInfo& info, std::string_view name) {
+    const COSMethodInfo* const method = info.findMethod(name);
+    if (method != nullptr) return *method;
+    raise(messages::kUndefinedMethod,
+          {utf8_to_ustring(info.getFullName().str()), utf8_to_ustring(name)});
+}
+
+}  // namespace
+
+void factory::registerTarvoNamespace(std::string_view name, NamespaceDefiner definer) {
+    NamespaceTable::instance().add(internal::makeInterned(name), definer);
+}
+
+std::vector<std::string> namespaceNames() {
+    return NamespaceTable::instance().names();
+}
+
+NamespacePtr findNamespace(std::string_view name) {
+    const RegistrationPtr found = NamespaceTable::instance().find(name);
+    return found == nullptr ? nullptr : found->get();
+}
+
+ClassPtr findClass(std::string_view fullName) {
+    const std::size_t dot = fullName.rfind('.');
+    if (dot == std::string_view::npos) return nullptr;
+    const NamespacePtr owner = findNamespace(fullName.substr(0, dot));
+    if (owner == nullptr) return nullptr;
+    // Keeps the whole namespace, of which the class is a part.
+    return ClassPtr(owner, owner->findClass(fullName.substr(dot + 1)));
+}
+
+Outputs construct(std::string_view fullName, std::size_t outputCount, Inputs inputs) {
+    const ClassPtr info = requireClass(fullName);
+    if (info->isAbstract()) raise(messages::kAbstractClass, {utf8_to_ustring(fullName)});
+    return callMethod(fullName, fullName, outputCount, inputs);
+}
+
+Outputs callMethod(std::string_view fullName, std::string_view method, std::size_t outputCount,
+                   Inputs inputs) {
+    const ClassPtr info = requireClass(fullName);
+    const COSMethodInfo& called = requireMethod(*info, method);
+    called.getMethodSignature().checkInputs(called.getName(), inputs);
+    return called.invoke(outputCount, inputs);
+}
+
+void destroyObject(const hvArray_tag& handle) {
+    BindingRegistry::instance().destroy(handle);
+}
+
+bool isValidHandle(const hvArray_tag& array) {
+    return matrix::classOf(array) == matrix::ArrayClass::Object &&
+           BindingRegistry::instance().find(array) != nullptr;
+}
+
+std::size_t boundObjectCount() {
+    return BindingRegistry::instance().size();
+}
+
+bool unregisterTarvoNamespace(std::string_view name) {
+    const RegistrationPtr removed = NamespaceTable::instance().remove(name);
+    if (removed == nullptr) return false;
+    BindingRegistry::instance().destroyAllOf(removed->name);
+    return true;
+}
+
+}  // namespace tarvo

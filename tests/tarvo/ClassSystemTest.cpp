@@ -1,0 +1,316 @@
+#include <tarvo/tarvo.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <new>
+#include <thread>
+
+#include <hvarray/hvarray.hpp>
+#include <messages/HostError.hpp>
+
+#include "tests/support/FailingAllocator.hpp"
+
+namespace {
+
+using matrix::adopt;
+using matrix::ArrayPtr;
+using matrix::detail::do_create_cell;
+using matrix::detail::noninlined::hv_array_api::hvCreateString_UTF16;
+using tarvo::factory::MethodAttributes;
+using tarvo::factory::TarvoMethod;
+using tarvo::factory::TarvoNamespace;
+using tarvo::internal::makeInterned;
+
+std::atomic<int> liveEchoes{0};
+std::atomic<int> definerCalls{0};
+bool definerFails = false;
+
+// Keeps the text that it was made with, and gives it back.
+class Echo final : public tarvo::factory::full::Wrappable {
+public:
+    Echo() { ++liveEchoes; }
+    ~Echo() override {
+        tarvo::factory::full::retract(*this);
+        --liveEchoes;
+    }
+    void construct(const foundation::ustring& text) {
+        if (text == u"bad") throw std::runtime_error("bad text");
+        text_ = text;
+    }
+    tarvo::factory::hvArrayProxy text() const { return adopt(hvCreateString_UTF16(text_.c_str())); }
+
+private:
+    foundation::ustring text_;
+};
+
+template <class Native, bool Abstract>
+class EchoInfo final : public tarvo::factory::HandleClassInfo<Native, Abstract> {
+public:
+    using tarvo::factory::HandleClassInfo<Native, Abstract>::HandleClassInfo;
+
+protected:
+    void defineMethods(tarvo::MethodList& methods) const override {
+        using namespace tarvo::factory;
+        detail::initStringDataTypes();
+        const auto statically = MethodAttributes::forConstructor();
+        methods.push_back(std::make_unique<TarvoMethod>(
+            this->getFullName(), statically,
+            createSignatureImpl(statically, {makeInterned("TarvoFactoryString scalar")},
+                                {makeInterned("handle")}),
+            newOperator<Native>(*this)));
+        methods.push_back(std::make_unique<TarvoMethod>(
+            makeInterned("text"), MethodAttributes::forMethod(),
+            createSignatureImpl({}, {}, {makeInterned("char")}), memberFunction(&Native::text)));
+    }
+};
+
+class Other final : public tarvo::factory::full::Wrappable {
+public:
+    void construct(const foundation::ustring&) {}
+    tarvo::factory::hvArrayProxy text() const { return nullptr; }
+};
+
+void defineTest(TarvoNamespace& toDefine) {
+    ++definerCalls;
+    toDefine.addClass(std::make_unique<EchoInfo<Echo, false>>(makeInterned("Echo"), "Echoes"));
+    if (definerFails) throw std::bad_alloc();
+    toDefine.addClass(std::make_unique<EchoInfo<Other, false>>(makeInterned("Other"), ""));
+    toDefine.addClass(std::make_unique<EchoInfo<Echo, true>>(makeInterned("Idea"), ""));
+}
+
+void defineNothing(TarvoNamespace&) {}
+
+ArrayPtr text(const char16_t* content) {
+    return adopt(hvCreateString_UTF16(content));
+}
+
+ArrayPtr construct(const char* fullName, const char16_t* content = u"hello") {
+    const ArrayPtr input = text(content);
+    const hvArray_tag* const inputs[] = {input.get()};
+    return tarvo::construct(fullName, 1, inputs).at(0);
+}
+
+std::u16string echo(const ArrayPtr& handle) {
+    const hvArray_tag* const inputs[] = {handle.get()};
+    return std::u16string(matrix::textOf(*tarvo::callMethod("test.Echo", "text", 0, inputs).at(0)));
+}
+
+std::string errorOf(const std::function<void()>& call) {
+    try {
+        call();
+        return "no error";
+    } catch (const messages::HostError& error) {
+        return error.message().identifier() + ": " + error.what();
+    }
+}
+
+class ClassSystem : public testing::Test {
+protected:
+    void SetUp() override {
+        definerCalls = 0;
+        definerFails = false;
+        tarvo::factory::registerTarvoNamespace("test", defineTest);
+    }
+    void TearDown() override {
+        tarvo::unregisterTarvoNamespace("test");
+        EXPECT_EQ(tarvo::boundObjectCount(), 0u);
+        EXPECT_EQ(matrix::liveArrayCount(), 0u);
+        EXPECT_EQ(liveEchoes, 0);
+    }
+};
+
+TEST_F(ClassSystem, RunsADefinerOnFirstUseAndAgainOnlyIfItFailed) {
+    EXPECT_THAT(tarvo::namespaceNames(), testing::ElementsAre("test"));
+    EXPECT_EQ(definerCalls, 0);
+    definerFails = true;
+    EXPECT_THROW(tarvo::findClass("test.Echo"), std::bad_alloc);
+    definerFails = false;
+    ASSERT_NE(tarvo::findClass("test.Echo"), nullptr);
+    EXPECT_EQ(tarvo::findNamespace("test")->getClasses().size(), 3u);
+    EXPECT_EQ(definerCalls, 2);
+}
+
+TEST_F(ClassSystem, RefusesASecondMeaningOfAName) {
+    EXPECT_NO_THROW(tarvo::factory::registerTarvoNamespace("test", defineTest));
+    EXPECT_THROW(tarvo::factory::registerTarvoNamespace("test", defineNothing),
+                 tarvo::RegistrationError);
+    TarvoNamespace again(makeInterned("again"));
+    defineTest(again);
+    EXPECT_THROW(defineTest(again), tarvo::RegistrationError);
+    EXPECT_THROW(tarvo::COSMethodSignature::createMethodSignature({makeInterned("no type")}, {}),
+                 tarvo::RegistrationError);
+}
+
+TEST_F(ClassSystem, ConstructsCallsAndDestroysWithTheLastHandle) {
+    ArrayPtr handle = construct("test.Echo");
+    EXPECT_EQ(matrix::classNameOf(*handle), "test.Echo");
+    const ArrayPtr other = construct("test.Echo", u"");
+    EXPECT_EQ(echo(handle), u"hello");
+    EXPECT_EQ(echo(other), u"");
+    const ArrayPtr copy = handle;
+    handle = nullptr;
+    EXPECT_EQ(echo(copy), u"hello");
+    EXPECT_EQ(tarvo::boundObjectCount(), 2u);
+}
+
+TEST_F(ClassSystem, AFailedConstructorBindsNothing) {
+    EXPECT_THROW(construct("test.Echo", u"bad"), std::runtime_error);
+    EXPECT_EQ(tarvo::boundObjectCount(), 0u);
+    EXPECT_EQ(liveEchoes, 0);
+}
+
+TEST_F(ClassSystem, ADestroyedObjectLeavesItsHandlesInvalid) {
+    const ArrayPtr handle = construct("test.Echo");
+    EXPECT_TRUE(tarvo::isValidHandle(*handle));
+    tarvo::destroyObject(*handle);
+    tarvo::destroyObject(*handle);
+    EXPECT_EQ(liveEchoes, 0);
+    EXPECT_FALSE(tarvo::isValidHandle(*handle));
+    EXPECT_EQ(errorOf([&] { echo(handle); }), "DestroyedObject: The object has been destroyed.");
+}
+
+TEST_F(ClassSystem, UnregisteringDestroysTheObjectsOfItsClassesOnly) {
+    tarvo::factory::registerTarvoNamespace("test.inner", defineTest);
+    const ArrayPtr handle = construct("test.Echo");
+    {
+        const ArrayPtr inner = construct("test.inner.Echo");
+        EXPECT_TRUE(tarvo::unregisterTarvoNamespace("test"));
+        EXPECT_FALSE(tarvo::unregisterTarvoNamespace("test"));
+        EXPECT_FALSE(tarvo::isValidHandle(*handle));
+        EXPECT_TRUE(tarvo::isValidHandle(*inner));
+    }
+    EXPECT_TRUE(tarvo::unregisterTarvoNamespace("test.inner"));
+    EXPECT_EQ(errorOf([&] { echo(handle); }), "UndefinedClass: There is no class 'test.Echo'.");
+}
+
+TEST_F(ClassSystem, HostCodeCannotBreakACall) {
+    const ArrayPtr echoHandle = construct("test.Echo");
+    const ArrayPtr otherHandle = construct("test.Other");
+    const ArrayPtr cell = adopt(do_create_cell({}));
+    const ArrayPtr name = text(u"name");
+    const ArrayPtr square = adopt(matrix::createChar(std::vector<std::size_t>{2, 2}, u"abcd"));
+    using List = std::vector<const hvArray_tag*>;
+    const auto create = [](const char* fullName, List inputs) {
+        return errorOf([&] { tarvo::construct(fullName, 1, inputs); });
+    };
+    const auto call = [](const char* method, List inputs) {
+        return errorOf([&] { tarvo::callMethod("test.Echo", method, 1, inputs); });
+    };
+    EXPECT_EQ(create("Echo", {name.get()}), "UndefinedClass: There is no class 'Echo'.");
+    EXPECT_EQ(create("test.Idea", {name.get()}),
+              "AbstractClass: The class 'test.Idea' is abstract and has no objects of its own.");
+    EXPECT_EQ(create("test.Echo", {}),
+              "WrongNumberOfInputs: 'test.Echo' was called with 0 inputs; it takes 1.");
+    EXPECT_EQ(create("test.Echo", {square.get()}),
+              "WrongInputType: Input 1 of 'test.Echo' must be a text; it is a 2x2 char.");
+    EXPECT_EQ(create("test.Echo", {nullptr}),
+              "WrongInputType: Input 1 of 'test.Echo' must be a text; it is nothing.");
+    EXPECT_EQ(call("size", {echoHandle.get()}),
+              "UndefinedMethod: The class 'test.Echo' has no method 'size'.");
+    EXPECT_EQ(call("text", {}),
+              "WrongNumberOfInputs: 'text' was called with 0 inputs; it takes 1.");
+    EXPECT_EQ(call("text", {cell.get()}),
+              "WrongInputType: Input 1 of 'text' must be an object; it is a 0x0 cell.");
+    EXPECT_EQ(call("text", {otherHandle.get()}),
+              "ForeignObject: The object belongs to another class than the method.");
+    EXPECT_EQ(errorOf([&] { tarvo::factory::impl::findSelf({}); }),
+              "NotAnObject: Expected an object, got nothing.");
+    EXPECT_EQ(errorOf([&] { tarvo::factory::extractString(*cell); }),
+              "NotAText: Expected a row of characters, got a 0x0 cell.");
+}
+
+// Rows of `attributes()` as text, "name=value".
+template <class Info>
+std::map<std::string, std::string> valuesOf(const Info& info,
+                                            std::span<const tarvo::Attribute<Info>> attributes) {
+    std::map<std::string, std::string> values;
+    for (const auto& attribute : attributes) {
+        const tarvo::AttributeValue value = attribute.valueOf(info);
+        if (const bool* flag = std::get_if<bool>(&value)) {
+            values[attribute.name] = *flag ? "true" : "false";
+        } else if (const int* number = std::get_if<int>(&value)) {
+            values[attribute.name] = std::to_string(*number);
+        } else {
+            values[attribute.name] = std::get<tarvo::OptionalText>(value).value_or("none");
+        }
+    }
+    return values;
+}
+
+void expectValues(const std::map<std::string, std::string>& values,
+                  const std::map<std::string, std::vector<const char*>>& expected) {
+    std::size_t names = 0;
+    for (const auto& [value, attributes] : expected) {
+        names += attributes.size();
+        for (const char* name : attributes)
+            EXPECT_THAT(values, testing::Contains(testing::Pair(name, value)));
+    }
+    EXPECT_EQ(values.size(), names);
+}
+
+TEST_F(ClassSystem, AClassHasTheDefaultAttributes) {
+    const auto info = tarvo::findClass("test.Echo");
+    EXPECT_TRUE(info->isHandle());
+    expectValues(
+        valuesOf(*info, tarvo::COSClassInfo::attributes()),
+        {{"0", {"getAccess", "getConnectAccess", "getConnectivity", "getArrayNature"}},
+         {"none", {"getModule"}},
+         {"false",
+          {"isHidden", "isAbstract", "isSealed", "isEnumeration", "isHandleCompatible",
+           "isFullNameDisplayed", "isCompatibleInexactProperties", "useClassDefaultsOnLoad",
+           "isPropertyTruncationAllowed", "arePropertiesCaseInsensitive",
+           "areClassFunctionsAllowed", "areExtensionMethodsAllowed", "usesRootRecords",
+           "doEventsHaveSeparateNamespace", "doesInexactPropertyNameIssueWarning",
+           "usesCustomChildrenList", "allowInstanceUpdates", "isIDConsistent"}},
+         {"true",
+          {"areChildrenSaved", "isConstructedOnLoad", "isDestructible", "isLocked",
+           "willAllocateData"}}});
+}
+
+TEST_F(ClassSystem, AMethodHasTheDefaultAttributesAndAConstructorIsStatic) {
+    const auto info = tarvo::findClass("test.Echo");
+    expectValues(
+        valuesOf(*info->findMethod("text"), tarvo::COSMethodInfo::attributes()),
+        {{"none", {"getDescription", "getDetailedDescription"}},
+         {"0", {"getMemberAccess"}},
+         {"false",
+          {"isStatic", "isAbstract", "isSealed", "isExplicit", "doesMethodOverrideAllSignatures"}},
+         {"true",
+          {"isLookupScope", "isFirstArgDispatch", "isVisible", "isDestructible", "isLocked"}}});
+    EXPECT_TRUE(info->findMethod("test.Echo")->isStatic());
+    EXPECT_FALSE(info->findMethod("test.Echo")->isFirstArgDispatch());
+}
+
+TEST_F(ClassSystem, LeavesNothingBehindWhenAnAllocationFails) {
+    const auto round = [] { echo(construct("test.Echo", u"a text that is not kept inside")); };
+    round();  // what is interned and defined stays
+    const std::size_t before = test::outstandingAllocations();
+    const std::size_t failures = test::forEachFailingAllocation(round, [&] {
+        EXPECT_EQ(tarvo::boundObjectCount(), 0u);
+        EXPECT_EQ(liveEchoes, 0);
+        EXPECT_EQ(test::outstandingAllocations(), before);
+    });
+    EXPECT_GT(failures, 5u);
+}
+
+TEST_F(ClassSystem, ServesDistinctObjectsOnDistinctThreads) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            for (int round = 0; round < 200; ++round) {
+                const ArrayPtr handle = construct("test.Echo");
+                EXPECT_EQ(echo(handle), u"hello");
+                if (round % 2 == 0) tarvo::destroyObject(*handle);
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(definerCalls, 1);
+}
+
+}  // namespace
