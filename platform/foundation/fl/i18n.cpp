@@ -22,48 +22,66 @@ constexpr UChar32 kReplacement = 0xFFFD;
 constexpr std::size_t kPiece = 2048;
 constexpr std::size_t kMaxUtf8PerUnit = 3;
 
-// The length of the first piece of `text`, at most kPiece. Never cuts a well-formed sequence, nor an
-// ill-formed one that counts as one subpart.
-std::size_t pieceLength(std::string_view text) {
-    if (text.size() <= kPiece) return text.size();
-    auto length = static_cast<std::int32_t>(kPiece);
-    U8_TRUNCATE_IF_INCOMPLETE(text.data(), 0, length);
+// Shortens a piece of text that goes on behind it, so that it cuts neither a well-formed sequence
+// nor an ill-formed one that counts as one subpart.
+std::size_t withoutCutSequence(std::string_view piece) {
+    auto length = static_cast<std::int32_t>(piece.size());
+    U8_TRUNCATE_IF_INCOMPLETE(piece.data(), 0, length);
     return static_cast<std::size_t>(length);
 }
 
-std::size_t pieceLength(ustring_view text) {
-    if (text.size() <= kPiece) return text.size();
-    return U16_IS_LEAD(text[kPiece - 1]) ? kPiece - 1 : kPiece;
+std::size_t withoutCutSequence(ustring_view piece) {
+    return U16_IS_LEAD(piece.back()) ? piece.size() - 1 : piece.size();
 }
 
+// Blocks of ASCII, which most text is made of, are widened and narrowed here; ICU gets the rest.
 constexpr std::size_t kBlock = 16;
+static_assert(kPiece % kBlock == 0);
 
-// Copies whole blocks of ASCII from the front of `source` and returns how many characters that were.
-std::size_t copyAscii(std::string_view source, char16_t* target) {
-    const __m128i zero = _mm_setzero_si128();
-    std::size_t i = 0;
-    for (; i + kBlock <= source.size(); i += kBlock) {
-        const auto bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source.data() + i));
-        if (_mm_movemask_epi8(bytes) != 0) break;
-        auto* const units = reinterpret_cast<__m128i*>(target + i);
-        _mm_storeu_si128(units, _mm_unpacklo_epi8(bytes, zero));
-        _mm_storeu_si128(units + 1, _mm_unpackhi_epi8(bytes, zero));
-    }
-    return i;
+bool isAsciiBlock(const char* block) {
+    return _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(block))) == 0;
 }
 
-std::size_t copyAscii(ustring_view source, char* target) {
-    const __m128i notAscii = _mm_set1_epi16(static_cast<short>(0xFF80));
-    std::size_t i = 0;
-    for (; i + kBlock <= source.size(); i += kBlock) {
-        const auto* const units = reinterpret_cast<const __m128i*>(source.data() + i);
-        const auto low = _mm_loadu_si128(units);
-        const auto high = _mm_loadu_si128(units + 1);
-        const auto stray = _mm_and_si128(_mm_or_si128(low, high), notAscii);
-        if (_mm_movemask_epi8(_mm_cmpeq_epi16(stray, _mm_setzero_si128())) != 0xFFFF) break;
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(target + i), _mm_packus_epi16(low, high));
+bool isAsciiBlock(const char16_t* block) {
+    const auto* const units = reinterpret_cast<const __m128i*>(block);
+    const auto both = _mm_or_si128(_mm_loadu_si128(units), _mm_loadu_si128(units + 1));
+    const auto beyond = _mm_and_si128(both, _mm_set1_epi16(static_cast<short>(0xFF80)));
+    return _mm_movemask_epi8(_mm_cmpeq_epi16(beyond, _mm_setzero_si128())) == 0xFFFF;
+}
+
+void copyAsciiBlock(const char* block, char16_t* target) {
+    const auto bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block));
+    auto* const units = reinterpret_cast<__m128i*>(target);
+    _mm_storeu_si128(units, _mm_unpacklo_epi8(bytes, _mm_setzero_si128()));
+    _mm_storeu_si128(units + 1, _mm_unpackhi_epi8(bytes, _mm_setzero_si128()));
+}
+
+void copyAsciiBlock(const char16_t* block, char* target) {
+    const auto* const units = reinterpret_cast<const __m128i*>(block);
+    const auto bytes = _mm_packus_epi16(_mm_loadu_si128(units), _mm_loadu_si128(units + 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(target), bytes);
+}
+
+// Copies the blocks of ASCII at the front of `text`, at most a piece, and returns their length.
+template <class Source, class Unit>
+std::size_t copyAscii(Source text, Unit* target) {
+    const Source piece = text.substr(0, kPiece);
+    std::size_t length = 0;
+    for (; length + kBlock <= piece.size(); length += kBlock) {
+        if (!isAsciiBlock(piece.data() + length)) break;
+        copyAsciiBlock(piece.data() + length, target + length);
     }
-    return i;
+    return length;
+}
+
+// The length of the text in front of the next block of ASCII, at most a piece.
+template <class Source>
+std::size_t mixedLength(Source text) {
+    const Source piece = text.substr(0, kPiece);
+    for (std::size_t length = 0; length + kBlock <= piece.size(); length += kBlock) {
+        if (isAsciiBlock(piece.data() + length)) return length;
+    }
+    return piece.size() == text.size() ? piece.size() : withoutCutSequence(piece);
 }
 
 struct Converted {
@@ -123,16 +141,18 @@ std::size_t findIllFormed(ustring_view piece) {
 template <class Target, class Source>
 Target convert(Source source, IllFormed illFormed) {
     constexpr std::size_t kRoom = std::is_same_v<Target, ustring> ? 1 : kMaxUtf8PerUnit;
-    typename Target::value_type buffer[kPiece * kRoom];
+    // ASCII, and the mixed text behind it.
+    typename Target::value_type buffer[kPiece + kPiece * kRoom];
     Target target;
     target.reserve(source.size());
-    for (std::size_t start = 0; start < source.size();) {
-        const Source piece = source.substr(start, pieceLength(source.substr(start)));
-        const std::size_t ascii = copyAscii(piece, buffer);
-        const auto rest = convertPiece(piece.substr(ascii), buffer + ascii);
-        if (rest.substituted && illFormed == IllFormed::Throw) throwIllFormed(piece, start);
-        target.append(buffer, ascii + rest.length);
-        start += piece.size();
+    for (std::size_t next = 0; next < source.size();) {
+        const std::size_t ascii = copyAscii(source.substr(next), buffer);
+        next += ascii;
+        const Source mixed = source.substr(next, mixedLength(source.substr(next)));
+        const auto converted = convertPiece(mixed, buffer + ascii);
+        if (converted.substituted && illFormed == IllFormed::Throw) throwIllFormed(mixed, next);
+        target.append(buffer, ascii + converted.length);
+        next += mixed.size();
     }
     return target;
 }
