@@ -21,8 +21,8 @@ private:
 };
 
 // Decodes RFC 4648 base64. ASCII white space is skipped; missing or partial padding and non-zero
-// trailing bits are accepted. Throws Base64Error for any other character, for data after padding,
-// and for a single leftover character.
+// trailing bits are accepted. Throws Base64Error for any other character, for data after padding, for
+// padding where none is due, and for a single leftover character.
 PLATFORM_API std::vector<std::uint8_t> base64Decode(std::string_view text);
 
 }  // namespace foundation::crypto::utils

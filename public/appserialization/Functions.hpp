@@ -15,7 +15,8 @@ APPSERIALIZATION_API bool isExtensionWrongCase(const ustring& fileName, const us
 
 // The absolute path of an existing file whose name has the extension. Throws
 // AppFileReaderInvalidFileExtensionCase, AppFileReaderInvalidFileExtension or, when only the file is
-// missing, AppFileReaderInvalidFileName, each with the name as given.
+// missing, AppFileReaderInvalidFileName, each with the name as given. A relative name in a working
+// directory whose own name is not valid UTF-8 throws std::system_error.
 APPSERIALIZATION_API ustring validateFilePath(const ustring& fileName, const ustring& extension);
 
 // Removes the white space of the global locale from both ends; in the classic locale that is ASCII
