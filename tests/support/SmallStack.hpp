@@ -1,0 +1,45 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <cstddef>
+#include <exception>
+#include <functional>
+#include <stdexcept>
+
+namespace test_support {
+
+// The stack that everything must fit. The sanitizers' frames are several times larger.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr std::size_t kSmallStack = 512 * 1024;
+#else
+inline constexpr std::size_t kSmallStack = 128 * 1024;
+#endif
+
+// Runs `work` on a thread with a stack of kSmallStack bytes; throws what it throws.
+inline void onSmallStack(const std::function<void()>& work) {
+    struct Job {
+        const std::function<void()>& work;
+        std::exception_ptr failure;
+    } job{work, nullptr};
+    const auto run = [](void* argument) -> void* {
+        auto* const started = static_cast<Job*>(argument);
+        try {
+            started->work();
+        } catch (...) {
+            started->failure = std::current_exception();
+        }
+        return nullptr;
+    };
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_t thread;
+    const bool running = pthread_attr_setstacksize(&attributes, kSmallStack) == 0 &&
+                         pthread_create(&thread, &attributes, run, &job) == 0;
+    pthread_attr_destroy(&attributes);
+    if (!running) throw std::runtime_error("cannot start a thread");
+    pthread_join(thread, nullptr);
+    if (job.failure) std::rethrow_exception(job.failure);
+}
+
+}  // namespace test_support
