@@ -4,7 +4,7 @@
 
 #include <fl/filesystem.hpp>
 
-#include <sys/types.h>
+#include <sys/stat.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -23,6 +23,8 @@ struct FileStamp {
 
     friend bool operator==(const FileStamp&, const FileStamp&) = default;
 };
+
+FileStamp stampOf(const struct stat& status) noexcept;
 
 // An open file of the system, closed on destruction. All operations throw std::system_error (with
 // the errno) unless stated otherwise, retry EINTR, and go on after short reads and writes.

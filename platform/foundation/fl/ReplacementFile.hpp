@@ -11,6 +11,12 @@
 
 namespace fl::filesystem {
 
+class SaveTarget;
+
+// Puts the file `sibling`, which stands in the target's own directory and was written by others, in
+// the target's place, under the rules of ReplacementFile::commit(). On failure the sibling stays.
+PLATFORM_API void replaceWithSibling(const SaveTarget& target, const path& sibling);
+
 // What a save is going to replace: the file at the end of any symbolic links (a link keeps pointing;
 // a dangling one gets its target), held by its open directory and its name in it, and as it was when
 // it was looked at.
@@ -31,10 +37,15 @@ public:
     // file that a save may replace.
     void expect(const FileStamp& opened);
 
+    // An empty file in the target's directory that has no name and vanishes when it is closed: for
+    // content that has no place in the new file yet.
+    FileDescriptor createScratchFile() const;
+
 private:
     friend class ReplacementFile;
+    friend void replaceWithSibling(const SaveTarget& target, const path& sibling);
     struct State;
-    std::unique_ptr<State> state_;
+    std::shared_ptr<State> state_;
 };
 
 // The new content of a file, written beside it and put in its place by commit() so that the name
@@ -44,14 +55,17 @@ private:
 class PLATFORM_API ReplacementFile {
 public:
     // Creates an empty temporary file (mode 0600) in the target's directory, without a name where
-    // the file system allows that. `target` must outlive this object.
+    // the file system allows that.
     explicit ReplacementFile(const SaveTarget& target);
     ReplacementFile(const ReplacementFile&) = delete;
     ReplacementFile& operator=(const ReplacementFile&) = delete;
     ~ReplacementFile();
 
-    // To write the content through. Valid until commit().
+    // To write the content through until commit(), and to read it as long as this object lives.
     FileDescriptor& file() noexcept;
+
+    // Gives up putting the file in place, and its name if it has one. file() still reads.
+    void abandon() noexcept;
 
     // Gives the new file the target's owner, mode and extended attributes (a new file gets the
     // umask's mode), makes it durable, checks that the target is still what it was, renames over it
@@ -64,9 +78,5 @@ private:
     struct State;
     std::unique_ptr<State> state_;
 };
-
-// Puts the file `sibling`, which stands in the target's own directory and was written by others, in
-// the target's place, under the rules of ReplacementFile::commit(). On failure the sibling stays.
-PLATFORM_API void replaceWithSibling(const SaveTarget& target, const path& sibling);
 
 }  // namespace fl::filesystem

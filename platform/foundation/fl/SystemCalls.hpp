@@ -14,6 +14,8 @@ struct SystemCalls {
     int (*openat)(int directory, const char* name, int flags, mode_t mode);
     int (*fstat)(int file, struct stat* result);
     int (*fstatat)(int directory, const char* name, struct stat* result, int flags);
+    int (*faccessat)(int directory, const char* name, int mode, int flags);
+    ssize_t (*readlinkat)(int directory, const char* name, char* target, size_t size);
     ssize_t (*pread)(int file, void* buffer, size_t size, off_t offset);
     ssize_t (*pwrite)(int file, const void* buffer, size_t size, off_t offset);
     ssize_t (*copy_file_range)(int source, off_t* sourceOffset, int target, off_t* targetOffset,
@@ -25,6 +27,7 @@ struct SystemCalls {
     ssize_t (*flistxattr)(int file, char* names, size_t size);
     ssize_t (*fgetxattr)(int file, const char* name, void* value, size_t size);
     int (*fsetxattr)(int file, const char* name, const void* value, size_t size, int flags);
+    int (*fremovexattr)(int file, const char* name);
     int (*linkat)(int sourceDirectory, const char* source, int directory, const char* name,
                   int flags);
     int (*renameat2)(int sourceDirectory, const char* source, int directory, const char* name,

@@ -1,0 +1,127 @@
+#include <fl/FileAttributes.hpp>
+
+#include <fl/Retry.hpp>
+#include <fl/SystemCalls.hpp>
+
+#include <algorithm>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace fl::filesystem {
+
+namespace {
+
+constexpr const char* kAccessList = "system.posix_acl_access";
+// A list that grows between asking for its size and reading it is asked for again, this often.
+constexpr int kAttempts = 8;
+
+// Whether the attribute belongs to the system's security rather than to the file's user: kept when
+// that is permitted.
+bool isOptional(std::string_view name) {
+    return name.starts_with("security.") || name.starts_with("trusted.");
+}
+
+// Digests of the old content, which would condemn the new.
+bool describesContent(std::string_view name) {
+    return name == "security.ima" || name == "security.evm";
+}
+
+// Reads through a call that returns the size needed when it is given no room.
+template <class Call>
+std::string readSized(Call call, const std::string& what) {
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        const ssize_t size = retryInterrupted([&] { return call(nullptr, 0); });
+        if (size < 0) throwSystemError(errno, what);
+        std::string value(static_cast<std::size_t>(size), '\0');
+        if (value.empty()) return value;
+        const ssize_t got = retryInterrupted([&] { return call(value.data(), value.size()); });
+        if (got >= 0) return value.substr(0, static_cast<std::size_t>(got));
+        if (errno != ERANGE) throwSystemError(errno, what);
+    }
+    throwSystemError(EBUSY, what);
+}
+
+std::set<std::string> attributeNames(const FileDescriptor& file) {
+    std::string list;
+    try {
+        list = readSized(
+            [&](char* buffer, std::size_t size) {
+                return systemCalls().flistxattr(file.get(), buffer, size);
+            },
+            "cannot list the extended attributes");
+    } catch (const std::system_error& error) {
+        if (error.code().value() == ENOTSUP) return {};
+        throw;
+    }
+    std::set<std::string> names;
+    for (std::size_t at = 0; at < list.size();
+         at += std::char_traits<char>::length(&list[at]) + 1) {
+        names.insert(&list[at]);
+    }
+    return names;
+}
+
+void copyAttribute(const FileDescriptor& from, FileDescriptor& to, const std::string& name) {
+    const std::string what = "cannot keep the extended attribute \"" + name + "\"";
+    const std::string value = readSized(
+        [&](char* buffer, std::size_t size) {
+            return systemCalls().fgetxattr(from.get(), name.c_str(), buffer, size);
+        },
+        what);
+    if (retryInterrupted([&] {
+            return systemCalls().fsetxattr(to.get(), name.c_str(), value.data(), value.size(), 0);
+        }) < 0) {
+        throwSystemError(errno, what);
+    }
+}
+
+void copyExtendedAttributes(const FileDescriptor& from, FileDescriptor& to) {
+    const std::set<std::string> names = attributeNames(from);
+    for (const std::string& name : names) {
+        if (describesContent(name)) continue;
+        try {
+            copyAttribute(from, to, name);
+        } catch (const std::system_error&) {
+            if (!isOptional(name)) throw;
+        }
+    }
+    // A directory's default list reaches every file created in it, this one too.
+    if (names.contains(kAccessList) || !attributeNames(to).contains(kAccessList)) return;
+    if (systemCalls().fremovexattr(to.get(), kAccessList) < 0) {
+        throwSystemError(errno, "cannot remove the access list that the directory gives new files");
+    }
+}
+
+// Whether `file` now has the owner and group of `wanted`, as far as permitted.
+bool copyOwner(const struct stat& wanted, FileDescriptor& file) {
+    const auto change = [&](uid_t owner) {
+        const int result = retryInterrupted(
+            [&] { return systemCalls().fchown(file.get(), owner, wanted.st_gid); });
+        // EINVAL: an owner that the user namespace does not know.
+        if (result < 0 && errno != EPERM && errno != EINVAL) {
+            throwSystemError(errno, "cannot keep the owner");
+        }
+        return result == 0;
+    };
+    if (change(wanted.st_uid)) return true;
+    change(static_cast<uid_t>(-1));
+    return false;
+}
+
+}  // namespace
+
+void copyAttributes(const FileDescriptor& from, FileDescriptor& to) {
+    struct stat wanted {};
+    if (systemCalls().fstat(from.get(), &wanted) < 0) throwSystemError(errno, "cannot stat");
+    mode_t mode = wanted.st_mode & 07777;
+    // Rights that go with an owner are not given to another one.
+    if (!copyOwner(wanted, to)) mode &= 01777;
+    if (retryInterrupted([&] { return systemCalls().fchmod(to.get(), mode); }) < 0) {
+        throwSystemError(errno, "cannot keep the mode");
+    }
+    copyExtendedAttributes(from, to);
+}
+
+}  // namespace fl::filesystem

@@ -1,0 +1,156 @@
+#include <fl/FileDescriptor.hpp>
+
+#include <fl/Retry.hpp>
+#include <fl/SystemCalls.hpp>
+
+#include <algorithm>
+#include <memory>
+
+namespace fl::filesystem {
+
+namespace {
+
+// The system moves at most 2 GiB a call; less, so that a signal is noticed within a second.
+constexpr std::uint64_t kLargestCopy = std::uint64_t{1} << 30;
+constexpr std::size_t kCopyBuffer = std::size_t{256} << 10;
+
+int refusalOf(mode_t mode) {
+    if (S_ISREG(mode)) return 0;
+    return S_ISDIR(mode) ? EISDIR : EINVAL;
+}
+
+void refuseIrregular(mode_t mode) {
+    if (const int error = refusalOf(mode)) throwSystemError(error, "is not a regular file");
+}
+
+struct stat statusOf(int descriptor) {
+    struct stat status {};
+    if (retryInterrupted([&] { return systemCalls().fstat(descriptor, &status); }) < 0) {
+        throwSystemError(errno, "cannot stat");
+    }
+    return status;
+}
+
+// Whether copy_file_range cannot serve this pair of files, so that plain reading and writing must.
+bool isUnsupportedCopy(int error) {
+    return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP ||
+           error == EPERM;
+}
+
+void copyThroughMemory(const FileDescriptor& source, std::uint64_t sourceOffset, std::uint64_t size,
+                       FileDescriptor& target, std::uint64_t offset) {
+    const auto buffer = std::make_unique_for_overwrite<std::byte[]>(kCopyBuffer);
+    while (size > 0) {
+        const std::size_t wanted = std::min<std::uint64_t>(size, kCopyBuffer);
+        const std::size_t got = source.readAt({buffer.get(), wanted}, sourceOffset);
+        if (got < wanted) throwSystemError(EIO, "the file to copy from ended early");
+        target.writeAt({buffer.get(), got}, offset);
+        sourceOffset += got;
+        offset += got;
+        size -= got;
+    }
+}
+
+}  // namespace
+
+FileStamp stampOf(const struct stat& status) noexcept {
+    return {.device = status.st_dev,
+            .inode = status.st_ino,
+            .size = static_cast<std::uint64_t>(status.st_size),
+            .modifiedSeconds = status.st_mtim.tv_sec,
+            .modifiedNanoseconds = status.st_mtim.tv_nsec};
+}
+
+FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
+    if (this != &other) {
+        FileDescriptor closed(std::exchange(descriptor_, std::exchange(other.descriptor_, -1)));
+    }
+    return *this;
+}
+
+FileDescriptor::~FileDescriptor() {
+    if (descriptor_ >= 0) systemCalls().close(descriptor_);
+}
+
+FileDescriptor FileDescriptor::openForReading(const path& file) {
+    const std::string name = detail::make_native_access_form_i18n(file);
+    if (name.empty()) throwSystemError(ENOENT, "cannot open");
+    // Looked at before it is opened, since opening a FIFO or device is noticed at its other end.
+    struct stat status {};
+    if (retryInterrupted(
+            [&] { return systemCalls().fstatat(AT_FDCWD, name.c_str(), &status, 0); }) < 0) {
+        throwSystemError(errno, "cannot open");
+    }
+    refuseIrregular(status.st_mode);
+    // And again afterwards, without having blocked, in case it was exchanged in between.
+    FileDescriptor opened(retryInterrupted([&] {
+        return systemCalls().openat(AT_FDCWD, name.c_str(),
+                                    O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0);
+    }));
+    if (!opened) throwSystemError(errno, "cannot open");
+    refuseIrregular(statusOf(opened.get()).st_mode);
+    return opened;
+}
+
+FileStamp FileDescriptor::stamp() const {
+    return stampOf(statusOf(descriptor_));
+}
+
+std::size_t FileDescriptor::readAt(std::span<std::byte> buffer, std::uint64_t offset) const {
+    std::size_t done = 0;
+    while (done < buffer.size()) {
+        const ssize_t got = retryInterrupted([&] {
+            return systemCalls().pread(descriptor_, buffer.data() + done, buffer.size() - done,
+                                       static_cast<off_t>(offset + done));
+        });
+        if (got < 0) throwSystemError(errno, "cannot read");
+        if (got == 0) break;
+        done += static_cast<std::size_t>(got);
+    }
+    return done;
+}
+
+void FileDescriptor::writeAt(std::span<const std::byte> bytes, std::uint64_t offset) {
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t put = retryInterrupted([&] {
+            return systemCalls().pwrite(descriptor_, bytes.data() + done, bytes.size() - done,
+                                        static_cast<off_t>(offset + done));
+        });
+        if (put < 0) throwSystemError(errno, "cannot write");
+        // A file that takes nothing and names no error would hold this loop forever.
+        if (put == 0) throwSystemError(EIO, "cannot write");
+        done += static_cast<std::size_t>(put);
+    }
+}
+
+// File systems that can share blocks do so inside copy_file_range: it shortens the first call to
+// whole blocks when both offsets start on one.
+void FileDescriptor::copyFrom(const FileDescriptor& source, std::uint64_t sourceOffset,
+                              std::uint64_t size, std::uint64_t offset) {
+    while (size > 0) {
+        auto from = static_cast<off_t>(sourceOffset);
+        auto to = static_cast<off_t>(offset);
+        const ssize_t moved = retryInterrupted([&] {
+            return systemCalls().copy_file_range(source.descriptor_, &from, descriptor_, &to,
+                                                 std::min(size, kLargestCopy), 0);
+        });
+        // Some file systems answer 0 where they mean that they cannot; reading tells the truth.
+        if (moved == 0 || (moved < 0 && isUnsupportedCopy(errno))) {
+            return copyThroughMemory(source, sourceOffset, size, *this, offset);
+        }
+        if (moved < 0) throwSystemError(errno, "cannot copy");
+        sourceOffset += static_cast<std::uint64_t>(moved);
+        offset += static_cast<std::uint64_t>(moved);
+        size -= static_cast<std::uint64_t>(moved);
+    }
+}
+
+void FileDescriptor::truncate(std::uint64_t size) {
+    if (retryInterrupted(
+            [&] { return systemCalls().ftruncate(descriptor_, static_cast<off_t>(size)); }) < 0) {
+        throwSystemError(errno, "cannot truncate");
+    }
+}
+
+}  // namespace fl::filesystem

@@ -1,0 +1,384 @@
+#include <fl/ReplacementFile.hpp>
+
+#include <fl/FileAttributes.hpp>
+#include <fl/Retry.hpp>
+#include <fl/SystemCalls.hpp>
+#include <fl/i18n.hpp>
+
+#include <linux/fs.h>
+#include <unistd.h>
+
+#include <array>
+#include <climits>
+#include <random>
+
+namespace fl::filesystem {
+
+namespace {
+
+constexpr int kMostLinks = 40;  // as many as the system follows
+constexpr int kNameAttempts = 100;
+constexpr mode_t kPrivate = 0600;
+constexpr mode_t kAsTheUmaskAllows = 0666;
+
+std::string parentOf(const std::string& file) {
+    const std::size_t slash = file.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : file.substr(0, slash);
+}
+
+path pathOf(const std::string& bytes) {
+    try {
+        return path::fromBytes(bytes);
+    } catch (const i18n::ConversionError&) {
+        throwSystemError(EILSEQ, "leads to a name that is not valid UTF-8");
+    }
+}
+
+std::string nameOf(const std::string& file) {
+    return file.substr(file.rfind('/') + 1);
+}
+
+FileDescriptor openDirectory(const std::string& directory) {
+    FileDescriptor opened(retryInterrupted([&] {
+        return systemCalls().openat(AT_FDCWD, directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC,
+                                    0);
+    }));
+    if (!opened) throwSystemError(errno, "cannot open the directory \"" + directory + "\"");
+    return opened;
+}
+
+// The status of a name, its last link not followed; nullopt when there is no such name.
+std::optional<struct stat> find(const FileDescriptor& directory, const std::string& name) {
+    struct stat status {};
+    if (retryInterrupted([&] {
+            return systemCalls().fstatat(directory.get(), name.c_str(), &status,
+                                         AT_SYMLINK_NOFOLLOW);
+        }) == 0) {
+        return status;
+    }
+    if (errno != ENOENT) throwSystemError(errno, "cannot stat");
+    return std::nullopt;
+}
+
+std::string readLink(const FileDescriptor& directory, const std::string& name) {
+    std::array<char, PATH_MAX> target{};
+    const ssize_t size =
+        systemCalls().readlinkat(directory.get(), name.c_str(), target.data(), target.size());
+    if (size < 0) throwSystemError(errno, "cannot read the symbolic link");
+    return {target.data(), static_cast<std::size_t>(size)};
+}
+
+// `base` cut to at most `limit` bytes, between characters.
+std::string shortened(const std::string& base, std::size_t limit) {
+    if (base.size() <= limit) return base;
+    while (limit > 0 && (static_cast<unsigned char>(base[limit]) & 0xC0) == 0x80)
+        --limit;
+    return base.substr(0, limit);
+}
+
+std::string temporaryName(const std::string& target) {
+    constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz0123456789";
+    constexpr std::size_t kRandom = 6;
+    constexpr std::string_view kSuffix = ".tmp";
+    std::random_device random;
+    std::string letters;
+    for (std::size_t i = 0; i < kRandom; ++i)
+        letters += kLetters[random() % kLetters.size()];
+    const std::size_t room = NAME_MAX - kRandom - kSuffix.size() - 2;
+    return "." + shortened(target, room) + "." + letters + std::string(kSuffix);
+}
+
+// Calls `create` with new temporary names until one is free; returns that name.
+template <class Create>
+std::string withFreeName(const std::string& target, const char* what, Create create) {
+    for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+        std::string name = temporaryName(target);
+        if (retryInterrupted([&] { return create(name.c_str()); }) == 0) return name;
+        if (errno != EEXIST) throwSystemError(errno, what);
+    }
+    throwSystemError(EEXIST, what);
+}
+
+constexpr const char* kCannotCreate = "cannot create a temporary file in the directory";
+
+// A file without a name; false when the file system has no such thing.
+FileDescriptor openUnnamed(const FileDescriptor& directory, mode_t mode) {
+    FileDescriptor file(retryInterrupted([&] {
+        return systemCalls().openat(directory.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode);
+    }));
+    // EISDIR and ENOENT come from systems that do not know the flag at all.
+    const bool isUnsupported =
+        errno == EOPNOTSUPP || errno == EISDIR || errno == ENOENT || errno == EINVAL;
+    if (!file && !isUnsupported) throwSystemError(errno, kCannotCreate);
+    return file;
+}
+
+std::string openNamed(const FileDescriptor& directory, const std::string& target, mode_t mode,
+                      FileDescriptor& file) {
+    return withFreeName(target, kCannotCreate, [&](const char* name) {
+        file = FileDescriptor(systemCalls().openat(
+            directory.get(), name, O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC | O_NOFOLLOW, mode));
+        return file ? 0 : -1;
+    });
+}
+
+// A file without a name on every file system, by taking its name away where it must have one.
+FileDescriptor createScratch(const FileDescriptor& directory, const std::string& target,
+                             mode_t mode) {
+    FileDescriptor file = openUnnamed(directory, mode);
+    if (file) return file;
+    const std::string name = openNamed(directory, target, mode, file);
+    if (systemCalls().unlinkat(directory.get(), name.c_str(), 0) < 0) {
+        throwSystemError(errno, "cannot remove a temporary file");
+    }
+    return file;
+}
+
+void syncFile(const FileDescriptor& file) {
+    if (systemCalls().fsync(file.get()) < 0) throwSystemError(errno, "cannot make it durable");
+}
+
+}  // namespace
+
+struct SaveTarget::State {
+    path given;
+    path resolved;
+    FileDescriptor directory;
+    std::string name;
+    std::optional<FileStamp> stamp;
+
+    // Runs `step` and puts the name of the target before the message of what fails in it.
+    template <class Step>
+    auto naming(Step step) const -> decltype(step()) {
+        try {
+            return step();
+        } catch (const std::system_error& error) {
+            // what() ends in the text of the code, which the new exception adds again.
+            std::string what = error.what();
+            const std::string text = ": " + error.code().message();
+            if (what.ends_with(text)) what.resize(what.size() - text.size());
+            throw std::system_error(error.code(), i18n::to_display(given.native()) + ": " + what);
+        }
+    }
+
+    void resolve();
+    void look(const std::optional<struct stat>& found);
+    FileDescriptor openModel() const;
+    void checkUnchanged() const;
+    void moveIntoPlace(const std::string& temporary) const;
+    void moveIntoFreePlace(const std::string& temporary) const;
+    void syncDirectory() const;
+};
+
+namespace {
+
+[[noreturn]] void throwChanged() {
+    throwSystemError(
+        EBUSY,
+        "someone else created, changed or removed the file in the meantime; it is left "
+        "as it is now (open it again, or save under another name)");
+}
+
+}  // namespace
+
+// Follows the links of the last name itself, so that a dangling one leads to where it points.
+void SaveTarget::State::resolve() {
+    std::string file = detail::make_native_access_form_i18n(given);
+    if (file.empty()) throwSystemError(ENOENT, "cannot be saved under this name");
+    for (int links = 0; links <= kMostLinks; ++links) {
+        directory = openDirectory(parentOf(file));
+        name = nameOf(file);
+        if (name.empty() || name == "." || name == "..") {
+            throwSystemError(EISDIR, "is not a regular file");
+        }
+        const auto found = find(directory, name);
+        if (!found || !S_ISLNK(found->st_mode)) {
+            resolved = pathOf(file);
+            return look(found);
+        }
+        const std::string target = readLink(directory, name);
+        file = target.starts_with('/') ? target : parentOf(file) + "/" + target;
+    }
+    throwSystemError(ELOOP, "cannot follow its symbolic links");
+}
+
+void SaveTarget::State::look(const std::optional<struct stat>& found) {
+    if (!found) return;
+    if (!S_ISREG(found->st_mode)) {
+        throwSystemError(S_ISDIR(found->st_mode) ? EISDIR : EINVAL, "is not a regular file");
+    }
+    // Renaming would replace a read-only file without asking.
+    if (systemCalls().faccessat(directory.get(), name.c_str(), W_OK, AT_EACCESS) < 0) {
+        throwSystemError(errno, "may not be written");
+    }
+    stamp = stampOf(*found);
+}
+
+// The file whose attributes the new content gets: the target; or, for a new file, an empty one made
+// as any program would, which has the mode of the umask and the directory's default access list.
+FileDescriptor SaveTarget::State::openModel() const {
+    if (!stamp) return createScratch(directory, name, kAsTheUmaskAllows);
+    FileDescriptor model(retryInterrupted([&] {
+        return systemCalls().openat(directory.get(), name.c_str(),
+                                    O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0);
+    }));
+    if (!model && errno == ENOENT) throwChanged();
+    if (!model) throwSystemError(errno, "cannot open it to keep its owner, mode and attributes");
+    if (model.stamp() != *stamp) throwChanged();
+    return model;
+}
+
+void SaveTarget::State::checkUnchanged() const {
+    const auto found = find(directory, name);
+    if (found.has_value() != stamp.has_value()) throwChanged();
+    if (found && stampOf(*found) != *stamp) throwChanged();
+}
+
+void SaveTarget::State::moveIntoPlace(const std::string& temporary) const {
+    if (!stamp) return moveIntoFreePlace(temporary);
+    checkUnchanged();
+    if (retryInterrupted([&] {
+            return systemCalls().renameat2(directory.get(), temporary.c_str(), directory.get(),
+                                           name.c_str(), 0);
+        }) < 0) {
+        throwSystemError(errno, "cannot put the new file in its place");
+    }
+}
+
+void SaveTarget::State::moveIntoFreePlace(const std::string& temporary) const {
+    const auto rename = [&](unsigned flags) {
+        return retryInterrupted([&] {
+            return systemCalls().renameat2(directory.get(), temporary.c_str(), directory.get(),
+                                           name.c_str(), flags);
+        });
+    };
+    int result = rename(RENAME_NOREPLACE);
+    if (result < 0 && (errno == EINVAL || errno == ENOSYS)) {
+        // The file system cannot refuse by itself; looking first leaves the smallest gap.
+        checkUnchanged();
+        result = rename(0);
+    }
+    if (result < 0 && errno == EEXIST) throwChanged();
+    if (result < 0) throwSystemError(errno, "cannot put the new file in its place");
+}
+
+void SaveTarget::State::syncDirectory() const {
+    // EINVAL: this file system has no such operation on directories.
+    if (systemCalls().fsync(directory.get()) < 0 && errno != EINVAL) {
+        throwSystemError(
+            errno,
+            "the new file is in its place, but may be gone after a power failure, since "
+            "its directory could not be made durable");
+    }
+}
+
+SaveTarget::SaveTarget(const path& file) : state_(std::make_shared<State>()) {
+    state_->given = file;
+    state_->naming([this] { state_->resolve(); });
+}
+SaveTarget::SaveTarget(SaveTarget&&) noexcept = default;
+SaveTarget& SaveTarget::operator=(SaveTarget&&) noexcept = default;
+SaveTarget::~SaveTarget() = default;
+
+const path& SaveTarget::resolved() const noexcept {
+    return state_->resolved;
+}
+const std::optional<FileStamp>& SaveTarget::stamp() const noexcept {
+    return state_->stamp;
+}
+void SaveTarget::expect(const FileStamp& opened) {
+    state_->stamp = opened;
+}
+
+FileDescriptor SaveTarget::createScratchFile() const {
+    return state_->naming(
+        [this] { return createScratch(state_->directory, state_->name, kPrivate); });
+}
+
+struct ReplacementFile::State {
+    std::shared_ptr<const SaveTarget::State> target;
+    // Taken first: where it needs a name for a moment, no other temporary file exists yet.
+    FileDescriptor model;
+    FileDescriptor file;
+    std::string name;  // in the directory, empty while the file has none
+
+    void create();
+    void link();
+    FileStamp commit();
+    void unlink() noexcept;
+};
+
+void ReplacementFile::State::create() {
+    model = target->openModel();
+    file = openUnnamed(target->directory, kPrivate);
+    if (!file) name = openNamed(target->directory, target->name, kPrivate, file);
+}
+
+void ReplacementFile::State::link() {
+    const std::string self = "/proc/self/fd/" + std::to_string(file.get());
+    const int directory = target->directory.get();
+    name = withFreeName(target->name, "cannot name the temporary file", [&](const char* free) {
+        return systemCalls().linkat(AT_FDCWD, self.c_str(), directory, free, AT_SYMLINK_FOLLOW);
+    });
+}
+
+FileStamp ReplacementFile::State::commit() {
+    copyAttributes(model, file);
+    syncFile(file);
+    const FileStamp stamp = file.stamp();
+    if (name.empty()) link();
+    target->moveIntoPlace(name);
+    name.clear();
+    target->syncDirectory();
+    return stamp;
+}
+
+void ReplacementFile::State::unlink() noexcept {
+    if (!name.empty()) systemCalls().unlinkat(target->directory.get(), name.c_str(), 0);
+    name.clear();
+}
+
+ReplacementFile::ReplacementFile(const SaveTarget& target) : state_(std::make_unique<State>()) {
+    state_->target = target.state_;
+    target.state_->naming([this] { state_->create(); });
+}
+
+ReplacementFile::~ReplacementFile() {
+    state_->unlink();
+}
+
+FileDescriptor& ReplacementFile::file() noexcept {
+    return state_->file;
+}
+
+void ReplacementFile::abandon() noexcept {
+    state_->unlink();
+}
+
+FileStamp ReplacementFile::commit() {
+    try {
+        return state_->target->naming([this] { return state_->commit(); });
+    } catch (...) {
+        state_->unlink();
+        throw;
+    }
+}
+
+void replaceWithSibling(const SaveTarget& target, const path& sibling) {
+    const SaveTarget::State& state = *target.state_;
+    state.naming([&] {
+        const std::string name = nameOf(detail::make_native_access_form_i18n(sibling));
+        FileDescriptor file(retryInterrupted([&] {
+            return systemCalls().openat(state.directory.get(), name.c_str(),
+                                        O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0);
+        }));
+        if (!file) throwSystemError(errno, "cannot open the new content \"" + name + "\"");
+        copyAttributes(state.openModel(), file);
+        syncFile(file);
+        state.moveIntoPlace(name);
+        state.syncDirectory();
+    });
+}
+
+}  // namespace fl::filesystem

@@ -1,0 +1,45 @@
+#include <fl/SystemCalls.hpp>
+
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace fl::filesystem {
+
+namespace {
+
+// The system's own is variadic and has no type to point to.
+int openAt(int directory, const char* name, int flags, mode_t mode) {
+    return ::openat(directory, name, flags, mode);
+}
+
+}  // namespace
+
+SystemCalls& systemCalls() noexcept {
+    static SystemCalls calls{
+        .openat = openAt,
+        .fstat = ::fstat,
+        .fstatat = ::fstatat,
+        .faccessat = ::faccessat,
+        .readlinkat = ::readlinkat,
+        .pread = ::pread,
+        .pwrite = ::pwrite,
+        .copy_file_range = ::copy_file_range,
+        .ftruncate = ::ftruncate,
+        .fsync = ::fsync,
+        .fchown = ::fchown,
+        .fchmod = ::fchmod,
+        .flistxattr = ::flistxattr,
+        .fgetxattr = ::fgetxattr,
+        .fsetxattr = ::fsetxattr,
+        .fremovexattr = ::fremovexattr,
+        .linkat = ::linkat,
+        .renameat2 = ::renameat2,
+        .unlinkat = ::unlinkat,
+        .close = ::close,
+    };
+    return calls;
+}
+
+}  // namespace fl::filesystem
