@@ -30,8 +30,9 @@ struct PLATFORM_API ZipItem {
     std::uint64_t headerOffset = 0;
     std::uint64_t dataOffset = 0;
     std::uint64_t endOffset = 0;
-    // The item's directory record as it stands, for taking the item over into another file.
-    std::string directoryRecord;
+    // The item's directory record as it stands, for taking the item over into another file. Lives
+    // as long as the archive.
+    std::string_view directoryRecord;
 
     bool isDirectory() const noexcept { return !name.empty() && name.back() == '/'; }
     // For people: the name as UTF-8, from code page 437 where it is not.
@@ -42,7 +43,7 @@ struct PLATFORM_API ZipItem {
 // once, in linear time, and refuses with opc::Exception whatever two readers could understand
 // differently: counts and sizes that do not fit exactly, items that overlap, local headers that
 // contradict the directory, a second end record, names that are equal ignoring case, encryption,
-// several disks, methods other than stored and deflated. Safe to read from several threads.
+// several disks, names that hold a zero byte, methods other than stored and deflated. Safe to read from several threads.
 class PLATFORM_API ZipArchive {
 public:
     // Throws model::PackageNotFound when there is no such file, opc::Exception when it is no regular
@@ -54,6 +55,9 @@ public:
     const std::vector<ZipItem>& items() const noexcept;
     // The item of exactly this name, or null.
     const ZipItem* find(std::string_view name) const noexcept;
+    // The item whose name some reader might take for this one (case and backslashes do not count),
+    // or null.
+    const ZipItem* findFolded(std::string_view name) const noexcept;
     // The content of one of this archive's items; stays valid as long as the stream lives.
     std::unique_ptr<InputStream> read(const ZipItem& item) const;
 

@@ -38,21 +38,24 @@ public:
     bool has(std::string_view name) const;
     bool isSet(std::string_view name) const;
 
-    // Replaces or adds an item when the returned stream is flushed; several may be open at once. The
-    // streams must not outlive the writer. An item that is replaced keeps its name as it was spelled.
+    // Replaces or adds an item as a whole when the returned stream is flushed, which ends the stream;
+    // one that is destroyed before leaves the item as it was. Several may be open at once, and none
+    // can be written once the writer is saved or gone. Refuses a name that differs from another
+    // item's only in case or slashes.
     std::unique_ptr<OutputStream> set(std::string_view name, const ItemOptions& options);
     void remove(std::string_view name);
-    // The current content: of the base, or as set in this session. The stream must not outlive the
-    // writer, and is not to be read after the item is set again or removed.
+    // The current content: of the base, or as set in this session. The stream stays valid without
+    // the writer, but is not to be read after the item is set again or removed in it.
     std::unique_ptr<InputStream> read(std::string_view name) const;
 
     bool changed() const noexcept;
-    // Does nothing when nothing changed. Afterwards the writer is spent.
+    // Does nothing when nothing changed. Afterwards, also when it throws, the writer is spent.
     void save();
 
+    class State;
+
 private:
-    struct State;
-    std::unique_ptr<State> state_;
+    std::shared_ptr<State> state_;
 };
 
 }  // namespace opc::zip

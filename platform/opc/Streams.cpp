@@ -1,0 +1,94 @@
+#include <opc/Streams.hpp>
+
+#include <opc/Exception.hpp>
+
+#include <algorithm>
+#include <istream>
+#include <memory>
+#include <ostream>
+#include <utility>
+
+namespace opc {
+
+namespace {
+
+// On the heap: threads of a host may have small stacks.
+class Buffer {
+public:
+    std::span<std::byte> bytes() { return {bytes_.get(), kSize}; }
+    std::span<const std::byte> first(std::size_t count) const { return {bytes_.get(), count}; }
+    char* chars() { return reinterpret_cast<char*>(bytes_.get()); }
+    static constexpr std::size_t kSize = std::size_t{256} << 10;
+
+private:
+    std::unique_ptr<std::byte[]> bytes_ = std::make_unique_for_overwrite<std::byte[]>(kSize);
+};
+
+// A standard stream may be set to throw by itself; either way the failure is ours to name.
+template <class Step>
+void asStreamFailure(const char* what, Step step) {
+    try {
+        if (step()) return;
+    } catch (const std::ios_base::failure&) {
+    }
+    throw Exception(what);
+}
+
+constexpr const char* kCannotRead = "cannot read the input stream to its end";
+constexpr const char* kCannotWrite = "cannot write to the output stream";
+
+}  // namespace
+
+InputStream::~InputStream() = default;
+OutputStream::~OutputStream() = default;
+
+ByteArrayInAdaptor::ByteArrayInAdaptor(std::vector<std::uint8_t> bytes)
+    : bytes_(std::move(bytes)) {}
+
+std::size_t ByteArrayInAdaptor::read(std::span<std::byte> buffer) {
+    const std::size_t count = std::min(buffer.size(), bytes_.size() - position_);
+    const auto rest = std::as_bytes(std::span(bytes_)).subspan(position_, count);
+    std::copy(rest.begin(), rest.end(), buffer.begin());
+    position_ += count;
+    return count;
+}
+
+void ByteArrayOutAdaptor::write(std::span<const std::byte> bytes) {
+    const auto* first = reinterpret_cast<const std::uint8_t*>(bytes.data());
+    bytes_->insert(bytes_->end(), first, first + bytes.size());
+}
+
+void StreamHelper::copyStreamToStream(InputStream& from, OutputStream& to) {
+    Buffer buffer;
+    while (const std::size_t count = from.read(buffer.bytes()))
+        to.write(buffer.first(count));
+    to.flush();
+}
+
+void StreamHelper::copyStreamToStream(InputStream& from, std::ostream& to) {
+    Buffer buffer;
+    while (const std::size_t count = from.read(buffer.bytes())) {
+        asStreamFailure(kCannotWrite, [&] {
+            return bool(to.write(buffer.chars(), static_cast<std::streamsize>(count)));
+        });
+    }
+    asStreamFailure(kCannotWrite, [&] { return bool(to.flush()); });
+}
+
+void StreamHelper::copyStreamToStream(std::istream& from, OutputStream& to) {
+    if (from.fail()) return;
+    Buffer buffer;
+    std::size_t count = 0;
+    do {
+        // The end of the file sets the fail bit too; only the bad bit means that bytes are missing.
+        asStreamFailure(kCannotRead, [&] {
+            from.read(buffer.chars(), static_cast<std::streamsize>(Buffer::kSize));
+            return !from.bad();
+        });
+        count = static_cast<std::size_t>(from.gcount());
+        to.write(buffer.first(count));
+    } while (count == Buffer::kSize);
+    to.flush();
+}
+
+}  // namespace opc

@@ -1,0 +1,128 @@
+#include "platform/opc/zip/Directory.hpp"
+
+#include "platform/opc/zip/ItemChecks.hpp"
+#include "platform/opc/zip/ZipError.hpp"
+
+namespace opc::zip {
+
+namespace {
+
+using namespace format;
+
+// No deflated byte stands for more than this many.
+constexpr std::uint64_t kMostDeflated = 1032;
+
+class DirectoryReader {
+public:
+    DirectoryReader(const std::string& directory, const fl::filesystem::path& file)
+        : directory_(asBytes(directory)), file_(&file) {}
+
+    std::vector<ZipItem> read(std::uint64_t count) {
+        std::vector<ZipItem> items;
+        items.reserve(count);
+        for (std::uint64_t i = 0; i < count; ++i)
+            items.push_back(next());
+        if (at_ != directory_.size()) {
+            fail("the directory has " + std::to_string(directory_.size() - at_) +
+                 " bytes behind its last item, the " + std::to_string(count) +
+                 "th; the end record does not count all items");
+        }
+        return items;
+    }
+
+private:
+    [[noreturn]] void fail(const std::string& what) const { throwZipError(*file_, what); }
+
+    Bytes nextRecord() {
+        const Bytes rest = directory_.subspan(at_);
+        if (rest.size() < central::kHeaderSize || load32(rest, 0) != central::kSignature) {
+            fail("there is no item's record at byte " + std::to_string(at_) + " of the directory");
+        }
+        const std::size_t size = central::kHeaderSize + load16(rest, central::kNameLength) +
+                                 load16(rest, central::kExtraLength) +
+                                 load16(rest, central::kCommentLength);
+        if (size > rest.size()) {
+            fail("the record at byte " + std::to_string(at_) +
+                 " of the directory is longer than the directory");
+        }
+        at_ += size;
+        return rest.first(size);
+    }
+
+    ZipItem next() {
+        const Bytes record = nextRecord();
+        const std::uint16_t flags = load16(record, central::kFlags);
+        ZipItem item;
+        item.directoryRecord = asText(record);
+        item.name =
+            asText(record.subspan(central::kHeaderSize, load16(record, central::kNameLength)));
+        item.nameIsUtf8 = (flags & flag::kUtf8) != 0;
+        item.method = Method{load16(record, central::kMethod)};
+        item.crc32 = load32(record, central::kCrc);
+        const ItemChecks checks(*file_, item);
+        checks.refuseEncryption(flags);
+        readWideFields(item, record, checks);
+        checkContent(item, checks);
+        return item;
+    }
+
+    // Sizes and offset, each from the zip64 field where the record's own refers to it. A writer
+    // without zip64 may mean the number itself, so no field at all is no reference.
+    static void readWideFields(ZipItem& item, Bytes record, const ItemChecks& checks) {
+        const std::size_t fieldsAt = central::kHeaderSize + item.name.size();
+        Bytes zip64 = checks.checkExtraFields(
+            record.subspan(fieldsAt, load16(record, central::kExtraLength)));
+        const bool hasZip64 = zip64.data() != nullptr;
+        const auto read = [&](std::size_t field) -> std::uint64_t {
+            const std::uint32_t narrow = load32(record, field);
+            if (narrow != kInZip64_32 || !hasZip64) return narrow;
+            if (zip64.size() < sizeof(std::uint64_t))
+                checks.fail("has a zip64 field that is too short");
+            const std::uint64_t wide = load64(zip64, 0);
+            zip64 = zip64.subspan(sizeof wide);
+            return wide;
+        };
+        item.size = read(central::kSize);
+        item.compressedSize = read(central::kCompressedSize);
+        item.headerOffset = read(central::kOffset);
+        checkDisk(load16(record, central::kDisk), zip64, checks);
+    }
+
+    static void checkDisk(std::uint16_t disk, Bytes zip64, const ItemChecks& checks) {
+        const bool isWide = disk == kInZip64_16 && zip64.size() >= sizeof(std::uint32_t);
+        if (disk == 0 || (isWide && load32(zip64, 0) == 0)) return;
+        checks.fail("stands on another disk of a zip archive of several, which is not supported");
+    }
+
+    static void checkContent(const ZipItem& item, const ItemChecks& checks) {
+        if (item.name.find('\0') != std::string::npos) {
+            checks.fail("has a name that holds a zero byte, where some readers end it");
+        }
+        if (item.method != Method::Stored && item.method != Method::Deflated) {
+            checks.fail("is compressed by method " +
+                        std::to_string(static_cast<unsigned>(item.method)) +
+                        "; packages allow only 0 (stored) and 8 (deflated)");
+        }
+        if (item.method == Method::Stored && item.size != item.compressedSize) {
+            checks.fail("is stored, but declares " + std::to_string(item.size) + " bytes and " +
+                        std::to_string(item.compressedSize) + " in the file");
+        }
+        if (item.method == Method::Deflated && item.size / kMostDeflated > item.compressedSize) {
+            checks.fail("declares " + std::to_string(item.size) + " bytes, more than its " +
+                        std::to_string(item.compressedSize) + " deflated bytes can hold");
+        }
+    }
+
+    Bytes directory_;
+    std::size_t at_ = 0;
+    const fl::filesystem::path* file_;
+};
+
+}  // namespace
+
+std::vector<ZipItem> readDirectory(const std::string& directory, std::uint64_t count,
+                                   const fl::filesystem::path& file) {
+    return DirectoryReader(directory, file).read(count);
+}
+
+}  // namespace opc::zip

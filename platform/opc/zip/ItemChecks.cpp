@@ -1,0 +1,53 @@
+#include "platform/opc/zip/ItemChecks.hpp"
+
+#include "platform/opc/zip/ZipError.hpp"
+
+#include <algorithm>
+
+namespace opc::zip {
+
+namespace {
+
+bool isAscii(std::string_view text) {
+    return std::none_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
+}
+
+}  // namespace
+
+void ItemChecks::fail(const std::string& what) const {
+    throwItemError(*file_, item_->displayName(), what);
+}
+
+void ItemChecks::refuseEncryption(std::uint16_t flags) const {
+    if (flags & format::flag::kAnyEncryption) {
+        fail("is encrypted, which packages do not allow; decrypt the file first");
+    }
+}
+
+format::Bytes ItemChecks::checkExtraFields(format::Bytes fields) const {
+    format::Bytes zip64;
+    const bool isWhole = format::forEachExtra(fields, [&](const format::ExtraField& field) {
+        if (field.identifier == format::extra::kUnicodePath) refuseRenaming(field.content);
+        if (field.identifier != format::extra::kZip64) return;
+        if (zip64.data() != nullptr)
+            fail("has two zip64 fields, which readers could take either of");
+        zip64 = field.content;
+    });
+    if (!isWhole) fail("has an extra field that claims more bytes than its record has");
+    return zip64;
+}
+
+// Readers that know this field take the name from it and others do not. Where both names are
+// outside ASCII neither can be a part, and archives made elsewhere have them for good reason.
+void ItemChecks::refuseRenaming(format::Bytes unicodePath) const {
+    if (unicodePath.size() < format::extra::kUnicodePathName) {
+        fail("has a Unicode path field that is too short");
+    }
+    const std::string_view other =
+        format::asText(unicodePath.subspan(format::extra::kUnicodePathName));
+    if (other == item_->name || (!isAscii(other) && !isAscii(item_->name))) return;
+    fail("has a Unicode path field that renames it to \"" + printable(displayName(other, true)) +
+         "\": readers could see two different packages");
+}
+
+}  // namespace opc::zip

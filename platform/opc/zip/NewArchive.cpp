@@ -1,0 +1,170 @@
+#include "platform/opc/zip/NewArchive.hpp"
+
+#include <opc/Exception.hpp>
+
+#include "platform/opc/zip/ZipError.hpp"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace opc::zip {
+
+NewArchive::NewArchive(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name,
+                       std::shared_ptr<const ZipArchive> base)
+    : target_(&target),
+      name_(&name),
+      base_(std::move(base)),
+      file_(std::make_shared<NewFile>(target, name)) {}
+
+// A range starts at the first item's header and ends behind the last one's data, so gaps between
+// items are left out. The first range starts at the front of both files if the first item does:
+// then a file system that shares blocks has nothing to copy but the last one.
+void NewArchive::appendKept(const std::vector<const ZipItem*>& items) {
+    for (std::size_t i = 0; i < items.size();) {
+        const std::uint64_t from = items[i]->headerOffset;
+        const std::uint64_t to = file_->tail();
+        std::uint64_t end = from;
+        for (; i < items.size() && items[i]->headerOffset == end; ++i) {
+            end = items[i]->endOffset;
+            placed_.push_back({to + items[i]->headerOffset - from, to + end - from, items[i], {}});
+        }
+        file_->appendFrom(base_->file(), from, end - from);
+    }
+}
+
+void NewArchive::append(NewItem& item) {
+    const std::uint64_t begin = file_->tail();
+    std::string header = format::localHeader(item.recordAt(begin), format::SizeRoom::Exact);
+    const std::size_t headerSize = header.size();
+    if (const auto* memory = std::get_if<NewItem::InMemory>(&item.content)) {
+        file_->append(format::asBytes(header.append(format::asText((*memory)->bytes()))));
+    } else {
+        file_->append(format::asBytes(header));
+        const auto& scratch = std::get<NewItem::InScratchFile>(item.content);
+        file_->appendFrom(scratch->file(), 0, item.compressedSize);
+    }
+    placeFresh(item, begin, headerSize);
+}
+
+void NewArchive::startItem(const NewItem& item) {
+    writingFrom_ = file_->tail();
+    // As long as the final header will be, whatever its numbers.
+    writingHeader_ = format::localHeader(item.recordAt(0), format::SizeRoom::Growing).size();
+    file_->reserve(writingHeader_);
+    isWriting_ = true;
+}
+
+void NewArchive::endItem(NewItem& item) {
+    const std::string header =
+        format::localHeader(item.recordAt(writingFrom_), format::SizeRoom::Growing);
+    file_->writeAt(format::asBytes(header), writingFrom_);
+    placeFresh(item, writingFrom_, writingHeader_);
+    isWriting_ = false;
+}
+
+void NewArchive::cancelItem() noexcept {
+    if (!isWriting_) return;
+    isWriting_ = false;
+    cutAt(writingFrom_);
+}
+
+void NewArchive::cutAt(std::uint64_t offset) noexcept {
+    try {
+        file_->cutAt(offset);
+    } catch (const Exception&) {
+        // The bytes are a gap now, which finish() closes.
+    }
+}
+
+void NewArchive::placeFresh(NewItem& item, std::uint64_t begin, std::size_t headerSize) {
+    item.content = NewItem::InNewFile{file_, begin + headerSize};
+    placed_.push_back({begin, begin + headerSize + item.compressedSize, nullptr, &item});
+}
+
+template <class Matches>
+void NewArchive::dropPlaced(Matches matches) noexcept {
+    const auto found = std::find_if(placed_.begin(), placed_.end(), matches);
+    if (found == placed_.end()) return;
+    const Placed dropped = *found;
+    placed_.erase(found);
+    if (dropped.end == file_->tail()) cutAt(dropped.begin);
+}
+
+void NewArchive::drop(const ZipItem& item) noexcept {
+    dropPlaced([&](const Placed& placed) { return placed.kept == &item; });
+}
+
+void NewArchive::drop(const NewItem& item) noexcept {
+    dropPlaced([&](const Placed& placed) { return placed.fresh == &item; });
+}
+
+bool NewArchive::hasGaps() const {
+    std::uint64_t end = 0;
+    for (const Placed& placed : placed_) {
+        if (placed.begin != end) return true;
+        end = placed.end;
+    }
+    return end != file_->tail();
+}
+
+// Into another new file, in the same order; the old one can still be read by streams.
+void NewArchive::closeGaps() {
+    const auto placed = std::exchange(placed_, {});
+    const auto old = file_;
+    old->abandon();
+    file_ = std::make_shared<NewFile>(*target_, *name_);
+    for (auto at = placed.begin(); at != placed.end();) {
+        std::vector<const ZipItem*> kept;
+        for (; at != placed.end() && at->kept; ++at)
+            kept.push_back(at->kept);
+        appendKept(kept);
+        for (; at != placed.end() && at->fresh; ++at) {
+            const std::uint64_t begin = file_->tail();
+            const std::uint64_t size = at->end - at->begin;
+            file_->appendFrom(old->file(), at->begin, size);
+            placeFresh(*at->fresh, begin, size - at->fresh->compressedSize);
+        }
+    }
+}
+
+void NewArchive::refuseZip64(bool isNeeded, bool allowZip64) const {
+    if (!isNeeded || allowZip64) return;
+    throwZipError(*name_,
+                  "would need the zip64 extensions (for 4 GiB or 65,535 items), which the program "
+                  "does not allow");
+}
+
+std::string NewArchive::directory(bool allowZip64) const {
+    std::string records;
+    for (const Placed& placed : placed_) {
+        if (placed.fresh) {
+            const format::ItemRecord record = placed.fresh->recordAt(placed.begin);
+            refuseZip64(format::needsZip64(record), allowZip64);
+            records += format::centralRecord(record);
+        } else {
+            const format::ItemRecord record{.compressedSize = placed.kept->compressedSize,
+                                            .size = placed.kept->size,
+                                            .offset = placed.begin};
+            refuseZip64(format::needsZip64(record), allowZip64);
+            records += format::movedCentralRecord(placed.kept->directoryRecord, placed.begin);
+        }
+    }
+    return records;
+}
+
+void NewArchive::finish(bool allowZip64) {
+    if (hasGaps()) closeGaps();
+    std::string records;
+    try {
+        records = directory(allowZip64);
+    } catch (const std::length_error& error) {
+        throwZipError(*name_, error.what());
+    }
+    const format::DirectoryRecord record{placed_.size(), records.size(), file_->tail()};
+    refuseZip64(format::needsZip64(record), allowZip64);
+    records += format::endRecords(record, base_ ? base_->comment() : "");
+    file_->append(format::asBytes(records));
+    file_->commit();
+}
+
+}  // namespace opc::zip

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <fl/filesystem.hpp>
+
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace opc::zip {
+
+// All messages are one line, "FILE: ITEM: what is wrong". `item` is the item's displayName().
+[[noreturn]] void throwZipError(const fl::filesystem::path& file, const std::string& what);
+[[noreturn]] void throwItemError(const fl::filesystem::path& file, const std::string& item,
+                                 const std::string& what);
+
+// Names of items as people and messages see them: UTF-8, from code page 437 where `isUtf8` is false
+// and the bytes are not ASCII; in messages without control characters.
+std::string displayName(std::string_view name, bool isUtf8);
+std::string displayName(const fl::filesystem::path& file);
+std::string printable(std::string_view utf8);
+
+// Runs `step`; a failure of the file system in it becomes opc::Exception about `file`.
+template <class Step>
+auto aboutFile(const fl::filesystem::path& file, Step step) -> decltype(step()) {
+    try {
+        return step();
+    } catch (const std::system_error& error) {
+        throwZipError(file, error.what());
+    }
+}
+
+[[noreturn]] void throwAsException(const std::system_error& error);
+
+// The same for steps that name the file themselves: those on what a save replaces.
+template <class Step>
+auto aboutTarget(Step step) -> decltype(step()) {
+    try {
+        return step();
+    } catch (const std::system_error& error) {
+        throwAsException(error);
+    }
+}
+
+}  // namespace opc::zip

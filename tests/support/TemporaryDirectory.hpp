@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+namespace test_support {
+
+// A directory of its own for a test's files, removed with everything in it.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory() {
+        std::string name = (std::filesystem::temp_directory_path() / "qz-test-XXXXXX").string();
+        if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp: " + name);
+        path_ = std::filesystem::canonical(name);
+    }
+    ~TemporaryDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+    // A name in it, as the library takes names.
+    std::u16string name(const std::filesystem::path& file) const {
+        return (path_ / file).u16string();
+    }
+    // A file in it, with its name.
+    std::u16string write(const std::filesystem::path& file, const std::string& bytes) const {
+        std::ofstream stream(path_ / file, std::ios::binary);
+        stream << bytes;
+        if (!stream.flush()) throw std::runtime_error("cannot write " + file.string());
+        return name(file);
+    }
+
+private:
+    std::filesystem::path path_;
+};
+
+inline std::string readFile(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) throw std::runtime_error("cannot open " + file.string());
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+}  // namespace test_support
