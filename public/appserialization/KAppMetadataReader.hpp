@@ -3,6 +3,7 @@
 #include <appserialization/AppMetadataReader.hpp>
 #include <appserialization/Export.hpp>
 
+#include <cstdint>
 #include <memory>
 
 namespace appserialization {
@@ -12,9 +13,15 @@ namespace appserialization {
 // it may be used from several threads at once.
 class APPSERIALIZATION_API KAppMetadataReader : public AppMetadataReader {
 public:
+    // The largest file that is read, 640 MiB. The largest code text and screenshot of a packaged app,
+    // 256 MiB each, fit in it with the screenshot as base64. A reader keeps the text as UTF-16, twice
+    // the size of the file; reading the screenshot takes as much again for a while.
+    static constexpr std::uint64_t kLargestFile = std::uint64_t{640} << 20;
+
     // Reads `fileName`, absolute or relative to the working directory. Throws one of the three
-    // file-name exceptions when the name does not end in ".k" or the file cannot be read, and
-    // AppFileReaderGenericException when it is too large to be a text app.
+    // file-name exceptions when the name does not end in ".k", there is no such file, or it cannot be
+    // opened or is no regular file. Throws AppFileReaderGenericException, before memory is asked for,
+    // when the file is larger than kLargestFile, and when reading it fails midway.
     explicit KAppMetadataReader(const ustring& fileName);
     ~KAppMetadataReader() override;
 
@@ -22,7 +29,9 @@ public:
     ustring getExtension() const override;
     // Every field is present: what the appendix lacks has fixed defaults.
     AppMetadata readMetadata() const override;
-    // Both empty when the appendix holds no image. Malformed base64 throws the decoder's error.
+    // Both empty when the appendix holds no image: no element "Thumbnail", or one that does not begin
+    // with "data:image/". The image's base64 must stand on one line. Throws the decoder's error for
+    // malformed base64.
     Screenshot readScreenshotAsBytes() const override;
 
 private:

@@ -1,0 +1,147 @@
+#include <appserialization/KAppMetadataReader.hpp>
+
+#include <appserialization/Functions.hpp>
+#include <fl/i18n.hpp>
+#include <foundation/Base64.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "textapp/AppendixScanner.hpp"
+#include "textapp/TextFile.hpp"
+
+namespace appserialization {
+
+namespace {
+
+using namespace textapp;
+
+constexpr const char16_t* kExtension = u".k";
+
+constexpr ustring_view kDetailsSection = u"app:appDetails";
+constexpr ustring_view kInternalSection = u"app:internalData";
+constexpr ustring_view kThumbnailSection = u"app:thumbnail";
+constexpr ustring_view kThumbnail = u"Thumbnail";
+
+ustring trimmed(ustring text) {
+    trim(text);
+    return text;
+}
+
+// The unescaped text of an element, or `missing` when the section has none.
+ustring elementText(ustring_view section, ustring_view elementName, ustring_view missing = {}) {
+    ustring text(findElement(section, elementName).value_or(missing));
+    unescapeXMLEntities(text);
+    return text;
+}
+
+std::vector<ustring> elementList(ustring_view section, ustring_view listName,
+                                 const ustring& itemName) {
+    std::vector<ustring> items;
+    readXMLElements(elementText(section, listName), itemName, items);
+    return items;
+}
+
+void setDetails(AppMetadata& metadata, ustring_view section) {
+    metadata.setName(trimmed(elementText(section, u"Name")));
+    metadata.setAuthor(trimmed(elementText(section, u"Author")));
+    metadata.setVersion(trimmed(elementText(section, u"Version", u"1.0")));
+    // White space around these two is kept as written.
+    metadata.setSummary(elementText(section, u"Summary"));
+    metadata.setDescription(elementText(section, u"Description"));
+}
+
+void setInternalData(AppMetadata& metadata, ustring_view section) {
+    metadata.setUuid(trimmed(elementText(section, u"AppId")));
+    metadata.setAppType(trimmed(elementText(section, u"AppType", u"Standard")));
+    metadata.setMinimumSupportedKORVALRelease(
+        trimmed(elementText(section, u"MinimumSupportedKORVALRelease", u"R2025a")));
+    metadata.setKORVALRelease(trimmed(elementText(section, u"KORVALRelease")));
+    metadata.setRequiredProducts(elementList(section, u"RequiredProducts", u"Product"));
+    metadata.setUserComponents(elementList(section, u"UserComponents", u"Component"));
+    metadata.setImageRelativePaths(elementList(section, u"ImageRelativePaths", u"Path"));
+}
+
+// The screenshot is taken by the host unless the app says otherwise; then it is the one in the file,
+// and white space counts as one.
+const char16_t* screenshotMode(ustring_view section) {
+    ustring autoCapture(findAttribute(section, kThumbnail, u"autoCapture").value_or(u"true"));
+    unescapeXMLEntities(autoCapture);
+    if (autoCapture != u"false") return u"auto";
+    return findElement(section, kThumbnail).value_or(u"").empty() ? u"none" : u"manual";
+}
+
+}  // namespace
+
+class KAppMetadataReader::KAppMetadataReaderImpl {
+public:
+    explicit KAppMetadataReaderImpl(const ustring& fileName)
+        : fileName_(fileName), text_(readFile(fileName)) {}
+
+    const ustring& getFileName() const { return fileName_; }
+
+    AppMetadata getAppMetadata() const {
+        AppMetadata metadata;
+        setDetails(metadata, section(kDetailsSection));
+        setInternalData(metadata, section(kInternalSection));
+        metadata.setScreenshotMode(screenshotMode(section(kThumbnailSection)));
+        metadata.setKVPKGVersion(u"");  // no package, so no version of its format
+        return metadata;
+    }
+
+    // Leaves both as they are when there is no screenshot.
+    void getAppScreenshot(std::vector<std::uint8_t>& bytes, ustring& format) const {
+        const auto element = findElement(section(kThumbnailSection), kThumbnail);
+        if (!element) return;
+        // Narrow from here on: the payload may be most of the file.
+        std::string uri = fl::i18n::ustring_to_utf8(*element);
+        unescapeXMLEntities(uri);
+        if (!uri.starts_with(kImageUriStart)) return;
+        const auto image = findImageDataUri(uri);
+        if (!image) return;
+        bytes = foundation::crypto::utils::base64Decode(image->payload);
+        format = fl::i18n::utf8_to_ustring(image->format);
+    }
+
+private:
+    ustring readFile(const ustring& fileName) const { return readTextFile(fileName); }
+
+    // Empty when there is none. The text is valid UTF-16, since it was made from UTF-8, so the
+    // scanner may work on it directly.
+    ustring_view section(ustring_view name) const {
+        return findSection(text_, name).value_or(ustring_view());
+    }
+
+    ustring fileName_;
+    ustring text_;
+};
+
+KAppMetadataReader::KAppMetadataReader(const ustring& fileName)
+    : impl_(std::make_unique<KAppMetadataReaderImpl>(validateFilePath(fileName, kExtension))) {}
+
+KAppMetadataReader::~KAppMetadataReader() = default;
+
+ustring KAppMetadataReader::getFileName() const {
+    return impl_->getFileName();
+}
+
+ustring KAppMetadataReader::getExtension() const {
+    return kExtension;
+}
+
+AppMetadata KAppMetadataReader::readMetadata() const {
+    return impl_->getAppMetadata();
+}
+
+Screenshot KAppMetadataReader::readScreenshotAsBytes() const {
+    Screenshot screenshot;
+    impl_->getAppScreenshot(screenshot.second, screenshot.first);
+    return screenshot;
+}
+
+}  // namespace appserialization

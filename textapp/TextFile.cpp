@@ -1,0 +1,106 @@
+#include "textapp/TextFile.hpp"
+
+#include <appserialization/Exceptions.hpp>
+#include <appserialization/KAppMetadataReader.hpp>
+#include <fl/FileDescriptor.hpp>
+#include <fl/i18n.hpp>
+#include <foundation/Exceptions.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace appserialization::textapp {
+
+namespace {
+
+using fl::filesystem::FileDescriptor;
+using foundation::core::except::throwInternal;
+
+// Small enough to stay in the cache between reading and decoding.
+constexpr std::size_t kPiece = 256 * 1024;
+
+// Bytes of a UTF-8 sequence behind its first.
+constexpr std::size_t kMostTrailBytes = 3;
+
+[[noreturn]] void fail(const ustring& fileName, const std::string& problem) {
+    throwInternal(
+        AppFileReaderGenericException(fileName, fl::i18n::to_display(fileName) + ": " + problem));
+}
+
+void requireReasonableSize(std::uint64_t size, const ustring& fileName) {
+    if (size <= KAppMetadataReader::kLargestFile) return;
+    fail(fileName,
+         "the file has " + std::to_string(size) + " bytes or more, but a text app at most " +
+             std::to_string(KAppMetadataReader::kLargestFile) + "; check that it is a text app");
+}
+
+FileDescriptor openFile(const ustring& fileName) {
+    try {
+        return FileDescriptor::openForReading(fl::filesystem::path(fileName));
+    } catch (const std::system_error&) {
+        throwInternal(AppFileReaderInvalidFileName(fileName));
+    }
+}
+
+bool isTrailByte(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
+bool isLeadByte(char byte) {
+    return static_cast<unsigned char>(byte) >= 0xC0;
+}
+
+// How much of `bytes` can be decoded without what follows. A sequence, well-formed or not, begins
+// with a lead byte and holds no other, so what precedes one can be decoded by itself.
+std::size_t completeLength(std::string_view bytes) {
+    std::size_t trail = 0;
+    while (trail < bytes.size() && trail < kMostTrailBytes &&
+           isTrailByte(bytes[bytes.size() - 1 - trail])) {
+        ++trail;
+    }
+    if (trail == bytes.size()) return bytes.size();
+    const std::size_t before = bytes.size() - 1 - trail;
+    return isLeadByte(bytes[before]) ? before : bytes.size();
+}
+
+// Reads to where a read comes back short: the size that the system gives is not relied on, since
+// files grow, and those of /proc say 0.
+ustring decodeFile(const FileDescriptor& file, const ustring& fileName) {
+    const std::uint64_t expectedSize = file.stamp().size;
+    requireReasonableSize(expectedSize, fileName);
+    ustring text;
+    text.reserve(static_cast<std::size_t>(expectedSize));
+    const auto buffer = std::make_unique_for_overwrite<char[]>(kPiece);
+    std::size_t carried = 0;  // bytes of a sequence that the piece before did not end
+    std::uint64_t offset = 0;
+    for (bool atEnd = false; !atEnd;) {
+        const std::span<char> room(buffer.get() + carried, kPiece - carried);
+        const std::size_t got = file.readAt(std::as_writable_bytes(room), offset);
+        atEnd = got < room.size();
+        offset += got;
+        requireReasonableSize(offset, fileName);
+        const std::string_view bytes(buffer.get(), carried + got);
+        const std::size_t decodable = atEnd ? bytes.size() : completeLength(bytes);
+        text += fl::i18n::utf8_to_ustring(bytes.substr(0, decodable));
+        carried = bytes.copy(buffer.get(), bytes.size() - decodable, decodable);
+    }
+    return text;
+}
+
+}  // namespace
+
+ustring readTextFile(const ustring& fileName) {
+    const FileDescriptor file = openFile(fileName);
+    try {
+        return decodeFile(file, fileName);
+    } catch (const std::system_error& error) {
+        fail(fileName, "reading the file failed: " + error.code().message());
+    }
+}
+
+}  // namespace appserialization::textapp
