@@ -1,0 +1,136 @@
+#include "bench/BenchFiles.hpp"
+
+#include <appserialization/Functions.hpp>
+#include <appserialization/KAppMetadataReader.hpp>
+
+#include <benchmark/benchmark.h>
+#include <unicode/ustring.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+
+namespace {
+
+using namespace bench;
+using appserialization::ustring;
+namespace fs = std::filesystem;
+
+// --- text apps ------------------------------------------------------------------------------------
+
+const std::string kDetails =
+    "%[app:appDetails]\n%{\n<Name>Heat field</Name>\n<Author>Zo\xC3\xAB</Author>\n"
+    "<Summary>Heat in a plate</Summary>\n<Version>2.1</Version>\n%}\n\n"
+    "%[app:internalData]\n%{\n<AppId>5b1c1c0e-8f0f-4c43-9a63-2f0d6f3f7f11</AppId>\n"
+    "<RequiredProducts><Product>Solver</Product></RequiredProducts>\n%}\n\n";
+
+std::string code(std::size_t size) {
+    const std::string line =
+        "    T(i, j) = T(i, j) + dt * lambda * laplacian(T, i, j);  % one step\n";
+    std::string text;
+    while (text.size() < size) {
+        text += line;
+    }
+    return text;
+}
+
+// An appendix whose picture is `payload` characters of base64.
+std::string appendix(std::size_t payload) {
+    return kDetails +
+           "%[app:thumbnail]\n%{\n<Thumbnail autoCapture='false'>data:image/png;base64," +
+           std::string(payload / 4 * 4, 'k') + "</Thumbnail>\n%}\n";
+}
+
+fs::path textApp(const char* name, const std::string& text) {
+    const fs::path file = folder() / name;
+    std::ofstream(file, std::ios::binary) << text;
+    return file;
+}
+
+// 64 MiB, nearly all of it code or nearly all of it picture.
+const fs::path& longCode() {
+    static const fs::path file = textApp("code.k", code(64 * kMiB) + appendix(30 * kKiB));
+    return file;
+}
+const fs::path& longPicture() {
+    static const fs::path file = textApp("picture.k", code(30 * kKiB) + appendix(64 * kMiB));
+    return file;
+}
+
+// --- read metadata and screenshot of a large file -------------------------------------------------
+
+void readTextApp(benchmark::State& state, const fs::path& file) {
+    const ustring name = text(file);
+    const PeakMemory memory;
+    for (auto _ : state) {
+        const appserialization::KAppMetadataReader reader(name);
+        benchmark::DoNotOptimize(reader.readMetadata());
+        benchmark::DoNotOptimize(reader.readScreenshotAsBytes());
+    }
+    memory.report(state);
+}
+
+// The least that a reader of UTF-8 files into UTF-16 costs.
+void readAndConvert(benchmark::State& state, const fs::path& file) {
+    for (auto _ : state) {
+        std::string bytes(fs::file_size(file), '\0');
+        std::ifstream(file, std::ios::binary)
+            .read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        const auto size = static_cast<std::int32_t>(bytes.size());
+        ustring converted(bytes.size(), u'\0');
+        std::int32_t length = 0;
+        UErrorCode status = U_ZERO_ERROR;
+        u_strFromUTF8(converted.data(), size, &length, bytes.data(), size, &status);
+        if (U_FAILURE(status)) state.SkipWithError(u_errorName(status));
+        benchmark::DoNotOptimize(converted);
+    }
+}
+
+// --- find the picture of a small file -------------------------------------------------------------
+
+void scanPicture(benchmark::State& state) {
+    const std::string bytes = code(4 * kKiB) + appendix(30 * kKiB);
+    const ustring app(bytes.begin(), bytes.end());
+    for (auto _ : state) {
+        const ustring section = appserialization::getKAppAppendixSection(app, u"app:thumbnail");
+        ustring picture;
+        appserialization::readXMLElement(section, u"Thumbnail", picture);
+        if (picture.size() < 30 * kKiB) state.SkipWithError("not found");
+    }
+}
+
+// The same by the standard library's regular expressions, without the conversions around them.
+void matchPicture(benchmark::State& state) {
+    const std::string app = code(4 * kKiB) + appendix(30 * kKiB);
+    for (auto _ : state) {
+        std::smatch section, picture;
+        std::regex_search(app, section, std::regex(R"(%\[app:thumbnail\][\s\S]*?\{([\s\S]*?)%\})"));
+        const std::string body = section[1].str();
+        std::regex_search(body, picture,
+                          std::regex(R"(<Thumbnail[\s\S]*?>([\s\S]*?)</Thumbnail>)"));
+        if (picture[1].length() < std::ptrdiff_t{30 * kKiB}) state.SkipWithError("not found");
+    }
+}
+
+// --------------------------------------------------------------------------------------------------
+
+void registerAll() {
+    const auto add = [](const char* name, auto function) {
+        benchmark::RegisterBenchmark(name, function)->UseRealTime()->Unit(benchmark::kMillisecond);
+    };
+    add("text app of 64 MiB code/qz", [](auto& state) { readTextApp(state, longCode()); });
+    add("text app of 64 MiB code/read, ICU",
+        [](auto& state) { readAndConvert(state, longCode()); });
+    add("text app of 64 MiB picture/qz", [](auto& state) { readTextApp(state, longPicture()); });
+    add("text app of 64 MiB picture/read, ICU",
+        [](auto& state) { readAndConvert(state, longPicture()); });
+    add("find a picture of 30 KiB/qz", scanPicture);
+    add("find a picture of 30 KiB/std::regex", matchPicture);
+}
+
+const bool registered = (registerAll(), true);
+
+}  // namespace
