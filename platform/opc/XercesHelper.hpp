@@ -61,8 +61,9 @@ public:
     // Parses the rest of `stream` into a document that lives as long as `parser` does or until its
     // next call. Before the DOM sees it the text is checked in linear time: UTF-8 or UTF-16, no
     // document type, bounded depth, attributes, names and size. There are no schemas to validate
-    // against, so `validate` must be false. `systemId` names the document in messages when it is not
-    // empty; `expectedNamespace` tells the message what was expected and is not enforced.
+    // against, so `validate` must be false. Messages name the document by the part that the stream
+    // reads, or by `systemId` for any other stream; they tell `expectedNamespace`, which is not
+    // enforced, when it is not empty.
     static xercesc::DOMDocument* readDocumentFromStream(const XercesParserPtr& parser,
                                                         InputStream& stream, bool validate,
                                                         const ustring& systemId,
@@ -70,12 +71,14 @@ public:
 
     static XercesWriterPtr createWriter();
     static XercesDocument createDocument();
-    // Checks first that XML can hold every string of the document (opc::Exception with field and
-    // position), then serialises it as UTF-8 and flushes `stream`.
+    // Serialises the document as UTF-8 and flushes `stream`. Throws opc::Exception before anything is
+    // written when XML cannot hold a string of the document (with field and position), or when the
+    // document exceeds what readDocumentFromStream() takes.
     static void writeDocumentToStream(const XercesWriterPtr& writer, const XercesDocument& document,
                                       OutputStream& stream);
 
-    // Appends a new element in `nameSpace`, without prefix, to a document or an element.
+    // Appends a new element in `nameSpace`, without prefix, to a document or an element. This and the
+    // other setters throw opc::Exception for a name or text that XML cannot hold.
     static xercesc::DOMElement* appendElementNS(xercesc::DOMNode* parent, const ustring& nameSpace,
                                                 const ustring& name);
     static xercesc::DOMElement* getElement(const xercesc::DOMElement* parent, const ustring& name);
@@ -85,7 +88,8 @@ public:
     // was any character.
     static bool getElementText(const xercesc::DOMElement* element, ustring& text);
     static void setElementText(xercesc::DOMElement* element, const ustring& text);
-    // False, with `value` untouched, when the element has no such attribute.
+    // False, with `value` untouched, when the element has no such attribute. Of several with the same
+    // local name, the one without a prefix counts.
     static bool getElementAttribute(const xercesc::DOMElement* element, const ustring& name,
                                     ustring& value);
     static void setElementAttribute(xercesc::DOMElement* element, const ustring& name,

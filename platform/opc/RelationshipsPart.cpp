@@ -1,0 +1,159 @@
+#include "platform/opc/RelationshipsPart.hpp"
+
+#include <opc/Exception.hpp>
+#include <opc/XercesHelper.hpp>
+
+#include <fl/i18n.hpp>
+
+#include <xercesc/util/XMLChar.hpp>
+
+#include "platform/opc/xml/XmlReader.hpp"
+#include "platform/opc/xml/XmlWriter.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace opc::model {
+
+using fl::i18n::to_display;
+using fl::i18n::ustring_to_utf8;
+using fl::i18n::utf8_to_ustring_strict;
+
+namespace {
+
+constexpr std::string_view kNamespace =
+    "http://schemas.openxmlformats.org/package/2006/relationships";
+constexpr std::string_view kAttributes[] = {"Id", "Type", "Target", "TargetMode"};
+
+bool isXmlName(const ustring& text) {
+    return xercesc::XMLChar1_0::isValidNCName(text.data(), text.size());
+}
+
+}  // namespace
+
+// Reads Relationships > Relationship*. Nothing else may stand in it: it would be lost by a save.
+class RelationshipsHandler final : public xml::Handler {
+public:
+    explicit RelationshipsHandler(RelationshipsPart& part) : part_(&part) {}
+
+    void start(const xml::StartTag& tag) override {
+        const char* const expected = ++depth_ == 1 ? "Relationships" : "Relationship";
+        if (depth_ > 2 || tag.name() != xml::Name{kNamespace, expected}) {
+            throw xml::Refusal("unexpected element \"" + std::string(tag.name().local) +
+                               "\"; expected Relationships with Relationship elements of " +
+                               std::string(kNamespace));
+        }
+        if (depth_ == 2) add(tag);
+    }
+    void end() override { --depth_; }
+    void text(std::string_view characters) override {
+        if (!xml::isBlank(characters)) throw xml::Refusal("unexpected text");
+    }
+
+private:
+    static void refuseOtherAttributes(const xml::StartTag& tag) {
+        for (const auto& attribute : tag.attributes()) {
+            const auto known = std::ranges::find(kAttributes, attribute.name.local);
+            if (!attribute.name.nameSpace.empty() || known == std::end(kAttributes)) {
+                throw xml::Refusal("unexpected attribute \"" + std::string(attribute.name.local) +
+                                   "\"");
+            }
+        }
+    }
+
+    static ustring required(const xml::StartTag& tag, std::string_view attribute) {
+        const auto value = tag.find(attribute);
+        if (!value) throw xml::Refusal("a relationship has no " + std::string(attribute));
+        return utf8_to_ustring_strict(*value);
+    }
+
+    static TargetMode mode(const xml::StartTag& tag) {
+        const auto text = tag.find("TargetMode").value_or("Internal");
+        if (text == "Internal") return TargetMode::Internal;
+        if (text == "External") return TargetMode::External;
+        throw xml::Refusal("TargetMode \"" + std::string(text) +
+                           "\" is neither Internal nor External");
+    }
+
+    void add(const xml::StartTag& tag) {
+        refuseOtherAttributes(tag);
+        const auto id = required(tag, "Id");
+        if (!isXmlName(id)) {
+            throw xml::Refusal("relationship id \"" + to_display(id) + "\" is not an XML name");
+        }
+        if (part_->ids_.contains(id)) {
+            throw xml::Refusal("a second relationship with id \"" + to_display(id) + "\"");
+        }
+        auto type = required(tag, "Type");
+        if (type.empty()) throw xml::Refusal("Type is empty");
+        part_->add(Relationship(id, std::move(type), URI(required(tag, "Target")), mode(tag)));
+    }
+
+    RelationshipsPart* part_;
+    int depth_ = 0;
+};
+
+RelationshipsPart RelationshipsPart::parse(std::string_view document, const std::string& where) {
+    RelationshipsPart part;
+    RelationshipsHandler handler(part);
+    xml::read(document, where, handler);
+    return part;
+}
+
+const Relationship& RelationshipsPart::create(const ustring& type, const URI& target,
+                                              const ustring& id) {
+    if (!id.empty() && !isXmlName(id)) {
+        throw Exception("relationship id \"" + to_display(id) +
+                        "\" is not an XML name; leave it empty to get a free one");
+    }
+    if (ids_.contains(id)) {
+        throw Exception("relationship id \"" + to_display(id) +
+                        "\" is taken; leave it empty to get a free one");
+    }
+    if (type.empty()) throw Exception("the type of a relationship must not be empty");
+    requireXmlText(type, u"relationship type");
+    requireXmlText(target.toString(), u"relationship target");
+    add(Relationship(id.empty() ? freeId() : id, type, target, TargetMode::Internal));
+    return all_.back();
+}
+
+bool RelationshipsPart::remove(const ustring& id) {
+    if (ids_.erase(id) == 0) return false;
+    std::erase_if(all_, [&](const Relationship& candidate) { return candidate.getID() == id; });
+    return true;
+}
+
+std::string RelationshipsPart::toXml() const {
+    xml::XmlWriter writer;
+    writer.start("Relationships");
+    writer.attribute("xmlns", kNamespace);
+    for (const auto& relationship : all_) {
+        writer.start("Relationship");
+        writer.attribute("Id", ustring_to_utf8(relationship.getID()));
+        writer.attribute("Type", ustring_to_utf8(relationship.getType()));
+        writer.attribute("Target", ustring_to_utf8(relationship.getTargetURI().toString()));
+        if (relationship.getTargetMode() == TargetMode::External) {
+            writer.attribute("TargetMode", "External");
+        }
+        writer.end("Relationship");
+    }
+    writer.end("Relationships");
+    return std::move(writer).take();
+}
+
+void RelationshipsPart::add(Relationship relationship) {
+    ids_.insert(relationship.getID());
+    all_.push_back(std::move(relationship));
+}
+
+ustring RelationshipsPart::freeId() {
+    ustring id;
+    do {
+        id = u"rId";
+        for (const char digit : std::to_string(++lastNumber_))
+            id += char16_t(digit);
+    } while (ids_.contains(id));
+    return id;
+}
+
+}  // namespace opc::model

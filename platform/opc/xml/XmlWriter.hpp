@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace opc::xml {
+
+// Writes a small XML document as UTF-8, in order and without layout. Names are taken as they are;
+// values must be valid UTF-8 that XML can hold, and read back exactly as given.
+class XmlWriter {
+public:
+    XmlWriter();
+
+    void start(std::string_view name);
+    // Of the element just started.
+    void attribute(std::string_view name, std::string_view value);
+    void text(std::string_view value);
+    // Ends the element started last, which was `name`.
+    void end(std::string_view name);
+
+    std::string take() && { return std::move(out_); }
+
+private:
+    void closeTag();
+
+    std::string out_;
+    bool tagOpen_ = false;
+};
+
+}  // namespace opc::xml

@@ -1,0 +1,150 @@
+#include <opc/Exception.hpp>
+
+#include "platform/opc/ContentTypes.hpp"
+#include "platform/opc/RelationshipsPart.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace opc::model {
+namespace {
+
+using testing::EndsWith;
+using testing::ThrowsMessage;
+
+struct Damage {
+    const char* content;
+    const char* fault;
+};
+
+std::string types(const std::string& entries) {
+    return "<Types xmlns='http://schemas.openxmlformats.org/package/2006/content-types'>" +
+           entries + "</Types>";
+}
+
+std::string relationships(const std::string& entries) {
+    return "<Relationships "
+           "xmlns='http://schemas.openxmlformats.org/package/2006/relationships'>" +
+           entries + "</Relationships>";
+}
+
+ustring typeOf(const ContentTypes& table, const char16_t* name) {
+    const auto* const type = table.find(PartName(name));
+    return type ? type->toString() : u"";
+}
+
+TEST(ContentTypes, PrefersOverridesAndIgnoresCase) {
+    const auto table =
+        ContentTypes::parse(types("<Default Extension='XML' ContentType='a/default'/>"
+                                  "<Override PartName='/A.xml' ContentType='a/override'/>"),
+                            "f");
+    EXPECT_EQ(typeOf(table, u"/a.XML"), u"a/override");
+    EXPECT_EQ(typeOf(table, u"/b.Xml"), u"a/default");
+    EXPECT_EQ(typeOf(table, u"/xml"), u"");
+    EXPECT_EQ(typeOf(table, u"/x.xml/b"), u"");
+}
+
+TEST(ContentTypes, RefusesDamage) {
+    const Damage rows[] = {
+        {"<Default ContentType='a/b'/>", "Default has no attribute Extension"},
+        {"<Default Extension='x'/>", "Default has no attribute ContentType"},
+        {"<Default Extension='' ContentType='a/b'/>", "Extension is empty"},
+        {"<Default Extension='.x' ContentType='a/b'/>",
+         "Extension \".x\" has a dot or slash; expected it without"},
+        {"<Default Extension='x' ContentType='a'/>",
+         "content type \"a\" is not a media type: expected \"type/subtype\" without blanks"},
+        {"<Default Extension='x' ContentType='a/b'/><Default Extension='X' ContentType='a/b'/>",
+         "a second Default for extension \"X\""},
+        {"<Override PartName='/x' ContentType='a/b'/><Override PartName='/X' ContentType='a/b'/>",
+         "a second Override for part \"/X\""},
+        {"<Override PartName='x' ContentType='a/b'/>", "part name \"x\" does not start with \"/\""},
+        {"<Default Extension='x' ContentType='a/b' Note=''/>", "unexpected attribute \"Note\""},
+        {"<Other/>",
+         "unexpected element \"Other\"; expected Types with Default and Override elements of "
+         "http://schemas.openxmlformats.org/package/2006/content-types"},
+        {"text", "unexpected text"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_THAT([&] { ContentTypes::parse(types(row.content), "f: /t"); },
+                    ThrowsMessage<Exception>(EndsWith(std::string(": ") + row.fault)));
+    }
+    EXPECT_THROW(ContentTypes::parse("<Types/>", "f"), Exception);
+}
+
+TEST(ContentTypes, ChangesNothingButTheNameGiven) {
+    const auto table = ContentTypes::parse(
+        types("<Default Extension='x' ContentType='a/b'/>"
+              "<Override PartName='/Gone.x' ContentType='c/d;e=&quot;f&quot;'/>"),
+        "f");
+    auto changed = table;
+    changed.set(PartName(u"/one.x"), ContentType(u"a/b"));  // what it is anyway
+    EXPECT_EQ(changed, table);
+    changed.set(PartName(u"/two.x"), ContentType(u"e/f"));
+    EXPECT_NE(changed, table);
+    const auto read = ContentTypes::parse(changed.toXml(), "f");
+    EXPECT_EQ(read, changed);
+    EXPECT_EQ(typeOf(read, u"/two.x"), u"e/f");
+    EXPECT_EQ(typeOf(read, u"/three.x"), u"a/b");
+    changed.removeOverride(PartName(u"/two.x"));
+    EXPECT_EQ(changed, table);
+}
+
+TEST(RelationshipsPart, KeepsWhatItReads) {
+    const auto part = RelationshipsPart::parse(
+        relationships("<Relationship Id='rId1' Type='t' Target='a&#13;&amp;b'/>"
+                      "<Relationship Id='_\xC3\xA4' Type='t' Target='http://x' "
+                      "TargetMode='External'/><Relationship Id='z' Type='t' Target=''/>"),
+        "f");
+    ASSERT_EQ(part.all().size(), 3U);
+    EXPECT_EQ(part.all()[0], Relationship(u"rId1", u"t", URI(u"a\r&b"), TargetMode::Internal));
+    EXPECT_EQ(part.all()[1],
+              Relationship(u"_\u00E4", u"t", URI(u"http://x"), TargetMode::External));
+    EXPECT_EQ(RelationshipsPart::parse(part.toXml(), "f"), part);
+}
+
+TEST(RelationshipsPart, RefusesDamage) {
+    const Damage rows[] = {
+        {"<Relationship Type='t' Target='x'/>", "a relationship has no Id"},
+        {"<Relationship Id='a' Target='x'/>", "a relationship has no Type"},
+        {"<Relationship Id='a' Type='t'/>", "a relationship has no Target"},
+        {"<Relationship Id='a' Type='' Target='x'/>", "Type is empty"},
+        {"<Relationship Id='1a' Type='t' Target='x'/>",
+         "relationship id \"1a\" is not an XML name"},
+        {"<Relationship Id='' Type='t' Target='x'/>", "relationship id \"\" is not an XML name"},
+        {"<Relationship Id='a:b' Type='t' Target='x'/>",
+         "relationship id \"a:b\" is not an XML name"},
+        {"<Relationship Id='a' Type='t' Target='x'/><Relationship Id='a' Type='t' Target='y'/>",
+         "a second relationship with id \"a\""},
+        {"<Relationship Id='a' Type='t' Target='x' TargetMode='external'/>",
+         "TargetMode \"external\" is neither Internal nor External"},
+        {"<Relationship Id='a' Type='t' Target='x' Id2=''/>", "unexpected attribute \"Id2\""},
+        {"<Relationship Id='a' Type='t' Target='x'><b/></Relationship>",
+         "unexpected element \"b\"; expected Relationships with Relationship elements of "
+         "http://schemas.openxmlformats.org/package/2006/relationships"},
+        {"text", "unexpected text"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_THAT([&] { RelationshipsPart::parse(relationships(row.content), "f: /r"); },
+                    ThrowsMessage<Exception>(EndsWith(std::string(": ") + row.fault)));
+    }
+}
+
+TEST(RelationshipsPart, GivesFreeIds) {
+    auto part = RelationshipsPart::parse(
+        relationships("<Relationship Id='rId2' Type='t' Target='x'/>"), "f");
+    EXPECT_EQ(part.create(u"t", URI(u"/a"), u"").getID(), u"rId1");
+    EXPECT_EQ(part.create(u"t", URI(u"/a"), u"").getID(), u"rId3");
+    EXPECT_EQ(part.create(u"t", URI(u"/a"), u"own").getID(), u"own");
+    EXPECT_THAT([&] { part.create(u"t", URI(u"/a"), u"own"); },
+                ThrowsMessage<Exception>(
+                    "relationship id \"own\" is taken; leave it empty to get a free one"));
+    EXPECT_THROW(part.create(u"t", URI(u"/a"), u"not a name"), Exception);
+    EXPECT_THROW(part.create(u"", URI(u"/a"), u""), Exception);
+    EXPECT_THROW(part.create(u"t", URI(u"/\x01"), u""), Exception);
+    EXPECT_TRUE(part.remove(u"own"));
+    EXPECT_FALSE(part.remove(u"own"));
+    EXPECT_EQ(part.all().size(), 3U);
+}
+
+}  // namespace
+}  // namespace opc::model
