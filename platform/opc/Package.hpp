@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/Export.hpp>
+#include <opc/Exception.hpp>
 #include <opc/Names.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/Streams.hpp>
@@ -26,6 +27,7 @@ namespace opc::model {
 // a sample shows that it does not shrink. `sizeHint` is the expected size in bytes, 0 when unknown.
 class PLATFORM_API StandardPartInfo {
 public:
+    // Throws opc::Exception for any other compression.
     StandardPartInfo(int compression, std::uint64_t sizeHint);
     int compression() const noexcept { return compression_; }
     std::uint64_t sizeHint() const noexcept { return sizeHint_; }
@@ -36,9 +38,10 @@ private:
 };
 
 class PackageState;
+struct PartEntry;
 
 // A part of an open package. Cheap to copy; every copy is the same part. Using one after its part was
-// deleted or its package closed throws opc::Exception.
+// deleted or its package closed throws opc::Exception, also when a part of that name exists again.
 class PLATFORM_API Part {
 public:
     const PartName& getName() const noexcept { return name_; }
@@ -48,19 +51,34 @@ public:
     std::uint64_t size() const;
     std::uint64_t compressedSize() const;
 
-    // The part's content as last set. The stream stays valid when the package is closed.
+    // The part's content as last set. A stream of what stands in the file stays valid whatever happens
+    // to the package; one of content set in this session throws opc::Exception once the content is set
+    // again, the part deleted or the package closed.
     std::unique_ptr<InputStream> getInputStream() const;
     // Replaces the content: what is written becomes the part's content as a whole when the stream is
-    // flushed, which ends the stream; a stream destroyed without flush() leaves the content as it was.
-    // Large content goes straight to the new file; memory does not grow with it.
+    // flushed, which ends the stream; a stream destroyed without flush(), or not flushed when the
+    // package is closed, leaves the content as it was. Large content goes straight to the new file;
+    // memory does not grow with it.
     std::unique_ptr<OutputStream> getOutputStream();
 
 private:
-    friend class PackageState;
-    Part(std::weak_ptr<PackageState> package, PartName name);
-    std::weak_ptr<PackageState> package_;
+    friend class Package;
+    explicit Part(const std::shared_ptr<PartEntry>& entry);
+    std::shared_ptr<PartEntry> entry() const;
+    std::weak_ptr<PartEntry> entry_;
     PartName name_;
 };
+
+// The part is larger than its reader takes.
+class PLATFORM_API PartTooLarge : public Exception {
+public:
+    using Exception::Exception;
+    ~PartTooLarge() override;
+};
+
+// The whole content of a part. Throws PartTooLarge past `cap` bytes, and allocates no more than the
+// bytes in the file can inflate to, whatever size it claims.
+PLATFORM_API std::vector<std::uint8_t> readAll(const Part& part, std::uint64_t cap);
 
 // An Open Packaging Conventions package in a zip file: named parts with content types, and the
 // package's own relationships. open() reads and checks the zip directory, the content types and the
@@ -89,6 +107,8 @@ public:
     // Throws when the package holds the name, or one that derives from it or that it derives from.
     // The part starts empty.
     Part createPart(const PartName& name, const ContentType& type, const StandardPartInfo& info);
+    // Together with the relationships that start from the part; those that lead to it stay. Throws
+    // when there is no such part, and for the package's own relationships part.
     void deletePart(const PartName& name);
 
     std::vector<Relationship> getRelationshipsByType(const ustring& type) const override;
@@ -101,8 +121,10 @@ public:
     const fl::filesystem::path& path() const noexcept;
 
 private:
+    PackageState& state() const;
+
     const zippackage::ZipPhysicalPackage* physical_;
-    std::shared_ptr<PackageState> state_;
+    std::unique_ptr<PackageState> state_;  // null while not open
 };
 
 // Fixed names of the packaging standard.

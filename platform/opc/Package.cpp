@@ -1,0 +1,160 @@
+#include <opc/Package.hpp>
+
+#include <fl/i18n.hpp>
+
+#include "platform/opc/PackageState.hpp"
+
+#include <system_error>
+#include <utility>
+
+namespace opc::model {
+
+using fl::i18n::to_display;
+using interfaces::OpenMode;
+
+namespace {
+
+// Failures of the file system become failures of the package.
+template <class Work>
+auto translated(const fl::filesystem::path& file, Work work) {
+    try {
+        return work();
+    } catch (const std::system_error& error) {
+        throw Exception(to_display(file.native()) + ": " + error.what());
+    }
+}
+
+}  // namespace
+
+StandardPartInfo::StandardPartInfo(int compression, std::uint64_t sizeHint)
+    : compression_(compression), sizeHint_(sizeHint) {
+    if (compression != 0 && compression != 1) {
+        throw Exception("compression " + std::to_string(compression) +
+                        " is unknown; expected 0 (stored) or 1 (deflated)");
+    }
+}
+
+Part::Part(const std::shared_ptr<PartEntry>& entry) : entry_(entry), name_(entry->name) {}
+
+std::shared_ptr<PartEntry> Part::entry() const {
+    auto entry = entry_.lock();
+    if (!entry) {
+        throw Exception("part " + to_display(name_.toString()) +
+                        " was deleted, or its package is closed");
+    }
+    return entry;
+}
+
+ContentType Part::getContentType() const {
+    return entry()->type;
+}
+
+std::uint64_t Part::size() const {
+    const auto* const item = entry()->item;
+    return item ? item->size : 0;
+}
+
+std::uint64_t Part::compressedSize() const {
+    const auto* const item = entry()->item;
+    return item ? item->compressedSize : 0;
+}
+
+std::unique_ptr<InputStream> Part::getInputStream() const {
+    const auto part = entry();
+    return part->package->read(*part);
+}
+
+std::unique_ptr<OutputStream> Part::getOutputStream() {
+    const auto part = entry();
+    return part->package->write(part);
+}
+
+Package::Package(const zippackage::ZipPhysicalPackage& physical) : physical_(&physical) {}
+
+Package::~Package() = default;
+
+const fl::filesystem::path& Package::path() const noexcept {
+    return physical_->path();
+}
+
+PackageState& Package::state() const {
+    if (!state_) throw Exception(to_display(path().native()) + ": the package is not open");
+    return *state_;
+}
+
+void Package::open(OpenMode mode) {
+    const auto file = to_display(path().native());
+    if (state_) throw Exception(file + ": the package is open already");
+    if (mode != OpenMode::Read && mode != OpenMode::Create && mode != OpenMode::Edit) {
+        throw Exception(file + ": open mode " + std::to_string(int(mode)) + " is unknown");
+    }
+    state_ = translated(path(), [&] { return std::make_unique<PackageState>(*physical_, mode); });
+}
+
+void Package::close() {
+    state();
+    const auto closing = std::move(state_);
+    translated(path(), [&] { closing->save(); });
+}
+
+bool Package::hasPart(const PartName& name) const {
+    return state().findPart(name) != nullptr;
+}
+
+Part Package::getPart(const PartName& name) const {
+    const auto* const part = state().findPart(name);
+    if (part == nullptr) state().refuse("there is no part " + to_display(name.toString()));
+    return Part(*part);
+}
+
+std::vector<Part> Package::getParts() const {
+    std::vector<Part> parts;
+    for (const auto& part : state().partsInOrder())
+        parts.push_back(Part(part));
+    return parts;
+}
+
+Part Package::createPart(const PartName& name, const ContentType& type,
+                         const StandardPartInfo& info) {
+    return Part(state().createPart(name, type, info));
+}
+
+void Package::deletePart(const PartName& name) {
+    state().deletePart(name);
+}
+
+std::vector<Relationship> Package::getRelationshipsByType(const ustring& type) const {
+    std::vector<Relationship> found;
+    for (const auto& relationship : state().relationships()) {
+        const bool internal = relationship.getTargetMode() == TargetMode::Internal;
+        if (internal && relationship.getType() == type) found.push_back(relationship);
+    }
+    return found;
+}
+
+std::vector<Relationship> Package::getRelationships() const {
+    return state().relationships();
+}
+
+Relationship Package::createInternalRelationship(const ustring& type, const URI& target,
+                                                 const ustring& id) {
+    return state().createRelationship(type, target, id);
+}
+
+void Package::deleteRelationship(const ustring& id) {
+    state().deleteRelationship(id);
+}
+
+const ustring& PackageHelper::getThumbnailRelationshipType() {
+    static const ustring type =
+        u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/thumbnail";
+    return type;
+}
+
+const ustring& PackageHelper::getCorePropertiesRelationshipType() {
+    static const ustring type =
+        u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties";
+    return type;
+}
+
+}  // namespace opc::model

@@ -1,0 +1,311 @@
+#include "platform/opc/PackageState.hpp"
+
+#include <opc/Exception.hpp>
+
+#include <fl/i18n.hpp>
+
+#include "platform/opc/Ascii.hpp"
+#include "platform/opc/PackageNames.hpp"
+#include "platform/opc/xml/XmlReader.hpp"
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+namespace opc::model {
+
+using fl::i18n::to_display;
+using fl::i18n::ustring_to_utf8;
+using interfaces::OpenMode;
+
+namespace {
+
+std::string_view asText(const std::vector<std::uint8_t>& bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+// The part that an item would be; nullopt when its name is no part name.
+std::optional<PartName> partNameOf(const zip::ZipItem& item) {
+    if (item.isDirectory()) return std::nullopt;
+    // Beyond ASCII nothing is a part name, so widening the bytes is enough.
+    ustring name = u"/";
+    for (const char c : item.name)
+        name += char16_t(static_cast<unsigned char>(c));
+    if (!PartName::isValid(name)) return std::nullopt;
+    return PartName(ustring_view(name));
+}
+
+std::string itemNameOf(const PartName& name) {
+    return ustring_to_utf8(ustring_view(name.toString()).substr(1));
+}
+
+PartName relationshipsPartOf(const PartName& source) {
+    const auto& name = source.toString();
+    const auto slash = name.rfind(u'/');
+    ustring derived = name.substr(0, slash);
+    derived += names::kRelationshipsFolder;
+    derived += name.substr(slash + 1);
+    derived += names::kRelationshipsExtension;
+    return PartName(ustring_view(derived));
+}
+
+bool isRelationshipsName(const PartName& name) {
+    const auto lower = ascii::lowered(ustring_view(name.toString()));
+    const auto slash = lower.rfind(u'/');
+    return ustring_view(lower).substr(0, slash + 1).ends_with(names::kRelationshipsFolder) &&
+           lower.ends_with(names::kRelationshipsExtension);
+}
+
+bool isPackageRelationships(const PartName& name) {
+    static const PartName own(names::kRelationshipsPart);
+    return name == own;
+}
+
+bool derives(std::string_view name, std::string_view parent) {
+    return name.size() > parent.size() && name.starts_with(parent) && name[parent.size()] == '/';
+}
+
+}  // namespace
+
+bool PartOrder::operator()(std::string_view a, std::string_view b) const noexcept {
+    const auto [inA, inB] = std::ranges::mismatch(a, b);
+    if (inA == a.end() || inB == b.end()) return inA == a.end() && inB != b.end();
+    const auto rank = [](char c) { return c == '/' ? 0 : static_cast<unsigned char>(c); };
+    return rank(*inA) < rank(*inB);
+}
+
+PackageState::PackageState(const zippackage::ZipPhysicalPackage& physical, OpenMode mode)
+    : physical_(&physical), mode_(mode), file_(to_display(physical.path().native())) {
+    if (mode == OpenMode::Create) {
+        typesItem_ = names::kContentTypesItem;
+        types_ = ContentTypes::initial();
+    } else {
+        load();
+    }
+    if (mode == OpenMode::Read) return;
+    loadedTypes_ = types_;
+    loadedRelationships_ = relationships_;
+    writer_ = std::make_unique<zip::ZipWriter>(physical.path(), archive_, physical.allowsZip64());
+}
+
+void PackageState::load() {
+    archive_ = zip::ZipArchive::open(physical_->path());
+    loadTypes();
+    for (const auto& item : archive_->items())
+        loadItem(item);
+    loadRelationships();
+}
+
+void PackageState::loadTypes() {
+    const auto& items = archive_->items();
+    const auto found = std::ranges::find_if(items, [](const zip::ZipItem& item) {
+        return ascii::equalIgnoringCase(std::string_view(item.name), names::kContentTypesItem);
+    });
+    if (found == items.end()) {
+        refuse("not a package: the zip file holds no \"" + std::string(names::kContentTypesItem) +
+               "\"");
+    }
+    typesItem_ = found->name;
+    const auto name = file_ + ": " + typesItem_;
+    types_ = ContentTypes::parse(asText(readItem(*found, name)), name);
+}
+
+void PackageState::loadItem(const zip::ZipItem& item) {
+    const auto name = partNameOf(item);
+    if (!name) return;
+    const auto* const type = types_.find(*name);
+    if (type == nullptr) {
+        untyped_.emplace(name->key(), &item);
+        return;
+    }
+    if (const auto* const other = relative(*name)) {
+        refuse("part names \"" + to_display(other->name.toString()) + "\" and \"" +
+               to_display(name->toString()) + "\" derive from each other; rename one of the parts");
+    }
+    insert(*name, *type, StandardPartInfo(1, 0), item.name)->item = &item;
+}
+
+void PackageState::loadRelationships() {
+    const PartName name(names::kRelationshipsPart);
+    const auto* const part = findPart(name);
+    const bool typed = part != nullptr && (*part)->type == ContentType(names::kRelationshipsType);
+    if (!typed && (part != nullptr || untyped_.contains(name.key()))) {
+        refuse(to_display(name.toString()) + " has the content type \"" +
+               (part ? to_display((*part)->type.toString()) : "") + "\"; expected \"" +
+               to_display(names::kRelationshipsType) + "\"");
+    }
+    if (typed) {
+        const auto document = readItem(*(*part)->item, where(name));
+        relationships_ = RelationshipsPart::parse(asText(document), where(name));
+    }
+}
+
+std::vector<std::uint8_t> PackageState::readItem(const zip::ZipItem& item,
+                                                 const std::string& name) const {
+    const auto stream = archive_->read(item);
+    return readAll(*stream, 0, xml::kMaxBytes, name);
+}
+
+void PackageState::save() {
+    if (!writer_) return;
+    for (const auto& [key, part] : parts_)
+        part->revokeStreams();
+    const bool created = mode_ == OpenMode::Create;
+    if (!(relationships_ == loadedRelationships_)) saveRelationships();
+    if (created || !(types_ == loadedTypes_)) setTable(typesItem_, types_.toXml());
+    if (writer_->changed()) writer_->save();
+}
+
+void PackageState::saveRelationships() {
+    const PartName name(names::kRelationshipsPart);
+    const auto* const part = findPart(name);
+    types_.set(name, ContentType(names::kRelationshipsType));
+    setTable(part ? (*part)->itemName : itemNameOf(name), relationships_.toXml());
+}
+
+void PackageState::setTable(const std::string& name, const std::string& content) {
+    xml::check(content, file_ + ": " + name);  // what is written can be read again
+    const auto stream = writer_->set(name, {.deflate = true, .sizeHint = content.size()});
+    stream->write(std::as_bytes(std::span(content)));
+    stream->flush();
+}
+
+const std::shared_ptr<PartEntry>* PackageState::findPart(const PartName& name) const {
+    const auto found = parts_.find(name.key());
+    return found == parts_.end() ? nullptr : &found->second;
+}
+
+std::vector<std::shared_ptr<PartEntry>> PackageState::partsInOrder() const {
+    std::vector<std::shared_ptr<PartEntry>> parts;
+    parts.reserve(parts_.size());
+    for (const auto& [key, part] : parts_)
+        parts.push_back(part);
+    std::ranges::sort(parts, {}, [](const auto& part) { return part->order; });
+    return parts;
+}
+
+const PartEntry* PackageState::relative(const PartName& name) const {
+    const auto next = parts_.lower_bound(name.key());
+    if (next != parts_.end() && derives(next->first, name.key())) return next->second.get();
+    if (next == parts_.begin()) return nullptr;
+    const auto& previous = *std::prev(next);
+    return derives(name.key(), previous.first) ? previous.second.get() : nullptr;
+}
+
+const std::shared_ptr<PartEntry>& PackageState::insert(const PartName& name,
+                                                       const ContentType& type,
+                                                       const StandardPartInfo& info,
+                                                       std::string itemName) {
+    auto part = std::make_shared<PartEntry>(*this, name, type, info);
+    part->itemName = std::move(itemName);
+    part->order = nextOrder_++;
+    return parts_.insert_or_assign(name.key(), std::move(part)).first->second;
+}
+
+void PackageState::requireWritable() const {
+    if (!writer_) refuse("the package is open for reading only; open it for editing");
+}
+
+void PackageState::requireFree(const PartName& name, const ContentType& type) const {
+    if (isPackageRelationships(name)) {
+        refuse(to_display(name.toString()) +
+               " is kept by the package; create relationships instead");
+    }
+    if (isRelationshipsName(name) && !(type == ContentType(names::kRelationshipsType))) {
+        refuse(to_display(name.toString()) +
+               " is the name of a relationships part; its type must be \"" +
+               to_display(names::kRelationshipsType) + "\"");
+    }
+    if (findPart(name) != nullptr) {
+        refuse("the package already has a part " + to_display(name.toString()));
+    }
+    if (const auto* const other = relative(name)) {
+        refuse("there cannot be a part " + to_display(name.toString()) + " beside " +
+               to_display(other->name.toString()) + ": one name derives from the other");
+    }
+}
+
+const std::shared_ptr<PartEntry>& PackageState::createPart(const PartName& name,
+                                                           const ContentType& type,
+                                                           const StandardPartInfo& info) {
+    requireWritable();
+    requireFree(name, type);
+    // An item of this name without a type was no part. It is replaced, since a zip file must not
+    // hold two names that differ only in case.
+    const auto untyped = untyped_.find(name.key());
+    auto itemName = untyped == untyped_.end() ? itemNameOf(name) : untyped->second->name;
+    const zip::ItemOptions options{info.compression() != 0, info.sizeHint()};
+    writer_->set(itemName, options)->flush();
+    types_.set(name, type);
+    return insert(name, type, info, std::move(itemName));
+}
+
+void PackageState::deletePart(const PartName& name) {
+    requireWritable();
+    const auto* const part = findPart(name);
+    if (part == nullptr) refuse("there is no part " + to_display(name.toString()) + " to delete");
+    if (isPackageRelationships(name)) {
+        refuse(to_display(name.toString()) +
+               " is kept by the package; delete relationships instead");
+    }
+    erase(**part);
+    if (isRelationshipsName(name)) return;
+    if (const auto* const derived = findPart(relationshipsPartOf(name))) erase(**derived);
+}
+
+void PackageState::erase(const PartEntry& part) {
+    const auto node = parts_.extract(part.name.key());
+    node.mapped()->revokeStreams();
+    types_.removeOverride(node.mapped()->name);
+    untyped_.erase(node.key());
+    writer_->remove(node.mapped()->itemName);
+}
+
+Relationship PackageState::createRelationship(const ustring& type, const URI& target,
+                                              const ustring& id) {
+    requireWritable();
+    try {
+        return relationships_.create(type, target, id);
+    } catch (const Exception& fault) {
+        refuse(fault.what());
+    }
+}
+
+void PackageState::deleteRelationship(const ustring& id) {
+    requireWritable();
+    if (!relationships_.remove(id)) {
+        refuse("there is no relationship \"" + to_display(id) + "\" to delete");
+    }
+}
+
+std::unique_ptr<InputStream> PackageState::read(PartEntry& part) const {
+    auto name = where(part.name);
+    if (part.item != nullptr) {
+        auto lease = std::make_shared<Lease<InputStream>>(archive_->read(*part.item));
+        return std::make_unique<PartInputStream>(std::move(name), std::move(lease));
+    }
+    return std::make_unique<PartInputStream>(std::move(name),
+                                             part.inputs.grant(writer_->read(part.itemName)));
+}
+
+std::unique_ptr<OutputStream> PackageState::write(const std::shared_ptr<PartEntry>& part) {
+    requireWritable();
+    if (isPackageRelationships(part->name)) {
+        refuse(to_display(part->name.toString()) +
+               " is kept by the package; change relationships instead");
+    }
+    const zip::ItemOptions options{part->info.compression() != 0, part->info.sizeHint()};
+    auto lease = part->outputs.grant(writer_->set(part->itemName, options));
+    return std::make_unique<PartOutputStream>(where(part->name), part, std::move(lease));
+}
+
+std::string PackageState::where(const PartName& name) const {
+    return file_ + ": " + to_display(name.toString());
+}
+
+void PackageState::refuse(const std::string& text) const {
+    throw Exception(file_ + ": " + text);
+}
+
+}  // namespace opc::model

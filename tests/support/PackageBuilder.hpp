@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace test_support {
+
+// A package made of bytes, without the library under test, so that a test can break exactly one
+// thing. Items are named as in the zip file, without a leading "/".
+class PackageBuilder {
+public:
+    // Adds the item, or replaces its content.
+    PackageBuilder& with(std::string_view item, std::string_view content);
+    PackageBuilder& without(std::string_view item);
+    // Entries of the content types, and of the package's relationships, as XML.
+    PackageBuilder& withTypes(std::string_view entries);
+    PackageBuilder& withRelationships(std::string_view entries);
+
+    std::string bytes() const;
+
+private:
+    std::vector<std::pair<std::string, std::string>> items_;
+};
+
+inline constexpr std::string_view kCorePropertiesRelationship =
+    R"(<Relationship Id="core" Type="http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties" Target="docProps/core.xml"/>)";
+
+// With content types that know "xml", "rels" and "/data", the part "/data" ("data"), and a foreign
+// part with its own relationships.
+PackageBuilder goodPlainPackage();
+
+}  // namespace test_support
