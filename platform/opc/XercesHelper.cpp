@@ -1,0 +1,334 @@
+#include <opc/XercesHelper.hpp>
+
+#include <opc/Exception.hpp>
+
+#include <fl/i18n.hpp>
+
+#include <xercesc/dom/DOM.hpp>
+#include <xercesc/framework/MemBufFormatTarget.hpp>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/parsers/XercesDOMParser.hpp>
+#include <xercesc/sax/EntityResolver.hpp>
+#include <xercesc/sax/ErrorHandler.hpp>
+#include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLUni.hpp>
+
+#include "platform/opc/PartStreams.hpp"
+#include "platform/opc/xml/XercesMemory.hpp"
+#include "platform/opc/xml/XmlReader.hpp"
+
+#include <mutex>
+#include <new>
+#include <optional>
+#include <utility>
+
+namespace opc::model {
+
+using fl::i18n::to_display;
+using xml::XercesMemory;
+
+namespace {
+
+const char* const kAnonymous = "XML document";
+
+std::string display(const XMLCh* text) {
+    return text ? to_display(text) : std::string();
+}
+
+// Runs work on the DOM and lets none of the XML library's exceptions out: they are not
+// std::exceptions, and their texts die with the library's memory.
+template <class Work>
+auto translated(const std::string& name, Work work) {
+    try {
+        return work();
+    } catch (const xercesc::OutOfMemoryException&) {
+        throw std::bad_alloc();
+    } catch (const xercesc::SAXParseException& fault) {
+        throw Exception(name + ": line " + std::to_string(fault.getLineNumber()) + ", column " +
+                        std::to_string(fault.getColumnNumber()) + ": " +
+                        display(fault.getMessage()));
+    } catch (const xercesc::SAXException& fault) {
+        throw Exception(name + ": " + display(fault.getMessage()));
+    } catch (const xercesc::XMLException& fault) {
+        throw Exception(name + ": " + display(fault.getMessage()));
+    } catch (const xercesc::DOMException& fault) {
+        throw Exception(name + ": " + display(fault.getMessage()));
+    }
+}
+
+// Without one the library hands out the half of a document that it could read.
+class StrictErrors final : public xercesc::ErrorHandler {
+public:
+    void warning(const xercesc::SAXParseException&) override {}
+    void error(const xercesc::SAXParseException& fault) override { throw fault; }
+    void fatalError(const xercesc::SAXParseException& fault) override { throw fault; }
+    void resetErrors() override {}
+};
+
+// Opens nothing, neither a file nor an address.
+class NoEntities final : public xercesc::EntityResolver {
+public:
+    xercesc::InputSource* resolveEntity(const XMLCh*, const XMLCh* systemId) override {
+        throw Exception("external entity \"" + display(systemId) + "\" is not allowed");
+    }
+};
+
+std::string nameOf(const OutputStream& stream) {
+    const auto* const named = dynamic_cast<const NamedStream*>(&stream);
+    return named ? named->name() : kAnonymous;
+}
+
+std::string nameOf(const InputStream& stream, const ustring& systemId) {
+    const auto* const named = dynamic_cast<const NamedStream*>(&stream);
+    if (named) return named->name();
+    return systemId.empty() ? kAnonymous : to_display(systemId);
+}
+
+// DOM strings of elements made without a namespace have no local name.
+foundation::ustring_view localName(const xercesc::DOMNode& node) {
+    const XMLCh* const local = node.getLocalName();
+    return local ? local : node.getNodeName();
+}
+
+bool isElement(const xercesc::DOMNode& node, const ustring& name) {
+    return node.getNodeType() == xercesc::DOMNode::ELEMENT_NODE && localName(node) == name;
+}
+
+// An attribute by local name. One without prefix comes first; a namespace declaration is none.
+const xercesc::DOMNode* findAttribute(const xercesc::DOMElement& element, const ustring& name) {
+    if (const auto* const exact = element.getAttributeNode(name.c_str())) return exact;
+    const auto* const attributes = element.getAttributes();
+    for (XMLSize_t i = 0; i < attributes->getLength(); ++i) {
+        const auto* const attribute = attributes->item(i);
+        const XMLCh* const nameSpace = attribute->getNamespaceURI();
+        const bool declaration = nameSpace && ustring(nameSpace) == xercesc::XMLUni::fgXMLNSURIName;
+        if (!declaration && localName(*attribute) == name) return attribute;
+    }
+    return nullptr;
+}
+
+// Refuses a string of the document that XML cannot hold. The serialiser would stop midway.
+void requireWritable(const xercesc::DOMNode& node) {
+    const XMLCh* const value = node.getNodeValue();
+    if (value)
+        requireXmlText(
+            value, node.getParentNode() ? node.getParentNode()->getNodeName() : node.getNodeName());
+    const auto* const attributes = node.getAttributes();
+    for (XMLSize_t i = 0; attributes && i < attributes->getLength(); ++i) {
+        const auto* const attribute = attributes->item(i);
+        requireXmlText(attribute->getNodeValue(), attribute->getNodeName());
+    }
+}
+
+// Checks every node, without recursion; and the depth, since the serialiser does recurse.
+void requireWritableTree(const xercesc::DOMNode& root, const std::string& name) {
+    std::size_t depth = 0;
+    for (const xercesc::DOMNode* node = &root; node != nullptr;) {
+        requireWritable(*node);
+        if (const auto* const child = node->getFirstChild()) {
+            const bool isElement = child->getNodeType() == xercesc::DOMNode::ELEMENT_NODE;
+            if (++depth > xml::kMaxDepth && isElement) {
+                throw Exception(name + ": elements nest deeper than 64");
+            }
+            node = child;
+            continue;
+        }
+        while (node != &root && node->getNextSibling() == nullptr) {
+            node = node->getParentNode();
+            --depth;
+        }
+        node = node == &root ? nullptr : node->getNextSibling();
+    }
+}
+
+}  // namespace
+
+XercesGuard::XercesGuard() {
+    static std::once_flag once;
+    std::call_once(
+        once, [] { translated("XML library", [] { xercesc::XMLPlatformUtils::Initialize(); }); });
+}
+
+struct XercesDocument::State {
+    XercesMemory memory;
+    xercesc::DOMDocument* document = nullptr;  // in `memory`, and freed with it
+};
+
+XercesDocument::XercesDocument(std::unique_ptr<State> state) : state_(std::move(state)) {}
+XercesDocument::~XercesDocument() = default;
+
+xercesc::DOMDocument* XercesDocument::get() const noexcept {
+    return state_->document;
+}
+
+class XercesParser {
+public:
+    // The document belongs to the parser.
+    xercesc::DOMDocument* parse(const std::vector<std::uint8_t>& bytes, const std::string& name) {
+        session_.reset();
+        return translated(name, [&] { return session_.emplace().parse(bytes); });
+    }
+
+private:
+    struct Session {
+        Session() : parser(nullptr, &memory) {
+            parser.setDoNamespaces(true);
+            parser.setValidationScheme(xercesc::XercesDOMParser::Val_Never);
+            parser.setDoSchema(false);
+            parser.setLoadSchema(false);
+            parser.setLoadExternalDTD(false);
+            parser.setDisableDefaultEntityResolution(true);
+            parser.setCreateEntityReferenceNodes(false);
+            parser.setCreateCommentNodes(false);
+            parser.setErrorHandler(&errors);
+            parser.setEntityResolver(&entities);
+        }
+
+        xercesc::DOMDocument* parse(const std::vector<std::uint8_t>& bytes) {
+            const xercesc::MemBufInputSource source(bytes.data(), bytes.size(), u"part", false,
+                                                    &memory);
+            parser.parse(source);
+            return parser.getDocument();
+        }
+
+        XercesMemory memory;
+        StrictErrors errors;
+        NoEntities entities;
+        xercesc::XercesDOMParser parser;
+    };
+    std::optional<Session> session_;
+};
+
+class XercesWriter {
+public:
+    std::string serialize(xercesc::DOMDocument& document) const {
+        XercesMemory memory;
+        auto& library = *xercesc::DOMImplementation::getImplementation();
+        auto& serializer = *library.createLSSerializer(&memory);
+        auto& output = *library.createLSOutput(&memory);
+        xercesc::MemBufFormatTarget target(1023, &memory);
+        output.setEncoding(u"UTF-8");
+        output.setByteStream(&target);
+        if (!serializer.write(&document, &output))
+            throw Exception("the document cannot be written");
+        return {reinterpret_cast<const char*>(target.getRawBuffer()), target.getLen()};
+    }
+};
+
+void XercesParserDeleter::operator()(XercesParser* parser) const noexcept {
+    delete parser;
+}
+
+void XercesWriterDeleter::operator()(XercesWriter* writer) const noexcept {
+    delete writer;
+}
+
+XercesParserPtr XercesHelper::createParser() {
+    return XercesParserPtr(std::make_unique<XercesParser>().release());
+}
+
+xercesc::DOMDocument* XercesHelper::readDocumentFromStream(const XercesParserPtr& parser,
+                                                           InputStream& stream, bool validate,
+                                                           const ustring& systemId,
+                                                           const ustring& expectedNamespace) {
+    const auto name = nameOf(stream, systemId);
+    if (!parser) throw Exception(name + ": no parser was given");
+    if (validate) throw Exception(name + ": there is no schema to validate against");
+    const auto bytes = readAll(stream, 0, xml::kMaxBytes, name);
+    try {
+        xml::check({reinterpret_cast<const char*>(bytes.data()), bytes.size()}, name);
+        return parser->parse(bytes, name);
+    } catch (const Exception& fault) {
+        if (expectedNamespace.empty()) throw;
+        throw Exception(std::string(fault.what()) + " (expected a document of " +
+                        to_display(expectedNamespace) + ")");
+    }
+}
+
+XercesWriterPtr XercesHelper::createWriter() {
+    return XercesWriterPtr(std::make_unique<XercesWriter>().release());
+}
+
+XercesDocument XercesHelper::createDocument() {
+    auto state = std::make_unique<XercesDocument::State>();
+    translated(kAnonymous, [&] {
+        auto& library = *xercesc::DOMImplementation::getImplementation();
+        state->document = library.createDocument(&state->memory);
+    });
+    return XercesDocument(std::move(state));
+}
+
+void XercesHelper::writeDocumentToStream(const XercesWriterPtr& writer,
+                                         const XercesDocument& document, OutputStream& stream) {
+    const auto name = nameOf(stream);
+    if (!writer) throw Exception(name + ": no writer was given");
+    requireWritableTree(*document.get(), name);
+    const auto text = translated(name, [&] { return writer->serialize(*document.get()); });
+    xml::check(text, name);  // what is written can be read again
+    stream.write(std::as_bytes(std::span(text)));
+    stream.flush();
+}
+
+xercesc::DOMElement* XercesHelper::appendElementNS(xercesc::DOMNode* parent,
+                                                   const ustring& nameSpace, const ustring& name) {
+    return translated("element \"" + to_display(name) + "\"", [&] {
+        const bool isDocument = parent->getNodeType() == xercesc::DOMNode::DOCUMENT_NODE;
+        auto* const document =
+            isDocument ? static_cast<xercesc::DOMDocument*>(parent) : parent->getOwnerDocument();
+        auto* const element = document->createElementNS(nameSpace.c_str(), name.c_str());
+        parent->appendChild(element);
+        return element;
+    });
+}
+
+xercesc::DOMElement* XercesHelper::getElement(const xercesc::DOMElement* parent,
+                                              const ustring& name) {
+    for (auto* node = parent->getFirstChild(); node != nullptr; node = node->getNextSibling()) {
+        if (isElement(*node, name)) return static_cast<xercesc::DOMElement*>(node);
+    }
+    return nullptr;
+}
+
+std::vector<xercesc::DOMElement*> XercesHelper::getElements(const xercesc::DOMElement* parent,
+                                                            const ustring& name) {
+    std::vector<xercesc::DOMElement*> found;
+    for (auto* node = parent->getFirstChild(); node != nullptr; node = node->getNextSibling()) {
+        if (isElement(*node, name)) found.push_back(static_cast<xercesc::DOMElement*>(node));
+    }
+    return found;
+}
+
+bool XercesHelper::getElementText(const xercesc::DOMElement* element, ustring& text) {
+    text.clear();
+    for (auto* node = element->getFirstChild(); node != nullptr; node = node->getNextSibling()) {
+        const auto type = node->getNodeType();
+        if (type == xercesc::DOMNode::TEXT_NODE || type == xercesc::DOMNode::CDATA_SECTION_NODE) {
+            text += node->getNodeValue();
+        }
+    }
+    return !text.empty();
+}
+
+void XercesHelper::setElementText(xercesc::DOMElement* element, const ustring& text) {
+    // First, because the DOM takes text up to the first NUL.
+    requireXmlText(text, element->getNodeName());
+    translated(display(element->getNodeName()), [&] { element->setTextContent(text.c_str()); });
+}
+
+bool XercesHelper::getElementAttribute(const xercesc::DOMElement* element, const ustring& name,
+                                       ustring& value) {
+    const auto* const attribute = findAttribute(*element, name);
+    if (attribute == nullptr) return false;
+    value = attribute->getNodeValue();
+    return true;
+}
+
+void XercesHelper::setElementAttribute(xercesc::DOMElement* element, const ustring& name,
+                                       const ustring& value) {
+    requireXmlText(value, name);
+    translated(to_display(name), [&] { element->setAttribute(name.c_str(), value.c_str()); });
+}
+
+}  // namespace opc::model
