@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace opc::qzservices {
 
@@ -53,7 +54,14 @@ public:
     friend bool operator==(const CoreProperties&, const CoreProperties&) = default;
 
 private:
-    friend class CorePropertiesCodec;
+    friend class StandardProperties;
+    friend class HostProperties;
+    // A run of a property's text; keywords may hold some of them as values of their own.
+    struct Piece {
+        ustring text;
+        bool isValue = false;
+        friend bool operator==(const Piece&, const Piece&) = default;
+    };
     std::optional<ustring> title_;
     std::optional<ustring> description_;
     std::optional<ustring> createdBy_;
@@ -61,7 +69,7 @@ private:
     std::optional<ustring> contentType_;
     std::optional<foundation::clock::Seconds> modified_;
     // The standard's properties that have no accessor here, by element name, kept through an edit.
-    std::map<std::string, ustring> others_;
+    std::map<std::string, std::vector<Piece>> others_;
     std::optional<ustring> friendlyName_;
     std::optional<ustring> release_;
     std::optional<foundation::release_info::ReleaseInfo> releaseInfo_;

@@ -1,0 +1,82 @@
+#include <opc/CorePropertiesManager.hpp>
+
+#include <fl/i18n.hpp>
+
+#include "platform/opc/HostProperties.hpp"
+#include "platform/opc/RelatedPart.hpp"
+#include "platform/opc/StandardProperties.hpp"
+#include "platform/opc/xml/XmlReader.hpp"
+
+namespace opc::qzservices {
+
+using fl::i18n::to_display;
+using model::Package;
+
+namespace {
+
+std::vector<model::Relationship> relationshipsToCore(const Package& package) {
+    auto found =
+        package.getRelationshipsByType(model::PackageHelper::getCorePropertiesRelationshipType());
+    if (found.size() > 1) {
+        throw Exception(to_display(package.path().native()) +
+                        ": /_rels/.rels: " + std::to_string(found.size()) +
+                        " relationships lead to core properties; at most one may");
+    }
+    return found;
+}
+
+template <class Properties>
+void readPart(const Package& package, const model::Part& part, CoreProperties& properties) {
+    const auto bytes = readAll(part, xml::kMaxBytes);
+    Properties::parse(
+        {reinterpret_cast<const char*>(bytes.data()), bytes.size()},
+        to_display(package.path().native()) + ": " + to_display(part.getName().toString()),
+        properties);
+}
+
+template <class Properties>
+void writePart(Package& package, const ustring& relationshipType, const std::string& content) {
+    auto part = requireRelatedPart(package, relationshipType, Properties::kPartName,
+                                   model::ContentType(Properties::kContentType));
+    const auto stream = part.getOutputStream();
+    stream->write(std::as_bytes(std::span(content)));
+    stream->flush();
+}
+
+}  // namespace
+
+CorePropertiesManager::CorePropertiesManager(model::Package& package, DeterministicMode)
+    : package_(&package) {}
+
+CoreProperties CorePropertiesManager::getCoreProperties() const {
+    CoreProperties properties;
+    for (const auto& relationship : relationshipsToCore(*package_)) {
+        const auto part = findTarget(*package_, relationship);
+        if (part) readPart<StandardProperties>(*package_, *part, properties);
+    }
+    const auto toHost = package_->getRelationshipsByType(HostProperties::kRelationshipType);
+    for (const auto& relationship : toHost) {
+        const auto part = findTarget(*package_, relationship);
+        if (!part) continue;
+        readPart<HostProperties>(*package_, *part, properties);
+        break;  // the one that a save replaces
+    }
+    return properties;
+}
+
+void CorePropertiesManager::setCoreProperties(const CoreProperties& properties) {
+    // All that can be refused comes before the first change.
+    relationshipsToCore(*package_);
+    const auto standard = StandardProperties::toXml(properties);
+    const auto host = HostProperties::toXml(properties);
+    xml::check(standard, "core properties");
+    xml::check(host, "core properties");
+    const auto toHost = package_->getRelationshipsByType(HostProperties::kRelationshipType);
+    writePart<StandardProperties>(
+        *package_, model::PackageHelper::getCorePropertiesRelationshipType(), standard);
+    if (HostProperties::any(properties) || !toHost.empty()) {
+        writePart<HostProperties>(*package_, HostProperties::kRelationshipType, host);
+    }
+}
+
+}  // namespace opc::qzservices

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <opc/CoreProperties.hpp>
+
+#include <string>
+#include <string_view>
+
+namespace opc::qzservices {
+
+// The host's own part beside the standard's core properties: friendly name of the content type,
+// release, and release info.
+class HostProperties {
+public:
+    static constexpr const char16_t* kPartName = u"/docProps/korval.xml";
+    static constexpr const char16_t* kContentType =
+        u"application/vnd.quorvane.korval.hostProperties+xml";
+    static constexpr const char16_t* kRelationshipType =
+        u"http://schemas.quorvane.com/package/2026/relationships/hostProperties";
+
+    // Whether `properties` has any that stand in this part.
+    static bool any(const CoreProperties& properties);
+
+    // Adds what the part says to `properties`; elements that a later host may add are passed over.
+    // Throws opc::Exception that starts with `where` for a part that cannot be understood.
+    static void parse(std::string_view document, const std::string& where,
+                      CoreProperties& properties);
+
+    // Throws opc::Exception, naming property and position, for text that XML cannot hold.
+    static std::string toXml(const CoreProperties& properties);
+
+private:
+    class Reader;
+};
+
+}  // namespace opc::qzservices

@@ -1,0 +1,249 @@
+#include <opc/CorePropertiesManager.hpp>
+
+#include <opc/Exception.hpp>
+
+#include "platform/opc/W3CDate.hpp"
+#include "tests/support/PackageBuilder.hpp"
+#include "tests/support/TemporaryDirectory.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace opc::qzservices {
+namespace {
+
+using foundation::clock::Seconds;
+using interfaces::OpenMode;
+using test_support::goodPlainPackage;
+using test_support::kCorePropertiesRelationship;
+using test_support::PackageBuilder;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+PackageBuilder withCore(const std::string& properties) {
+    return goodPlainPackage()
+        .withRelationships(kCorePropertiesRelationship)
+        .with(
+            "docProps/core.xml",
+            "<cp:coreProperties xmlns:cp='http://schemas.openxmlformats.org/package/2006/metadata/"
+            "core-properties' xmlns:dc='http://purl.org/dc/elements/1.1/' "
+            "xmlns:dcterms='http://purl.org/dc/terms/' "
+            "xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance'>" +
+                properties + "</cp:coreProperties>");
+}
+
+class CorePropertiesManagerTest : public testing::Test {
+protected:
+    CoreProperties read() {
+        model::Package package(zip);
+        package.open(OpenMode::Read);
+        return CorePropertiesManager(package, 0).getCoreProperties();
+    }
+    CoreProperties readFrom(const PackageBuilder& builder) {
+        directory.write("p.zip", builder.bytes());
+        return read();
+    }
+    void write(const CoreProperties& properties, OpenMode mode = OpenMode::Edit) {
+        model::Package package(zip);
+        package.open(mode);
+        CorePropertiesManager(package, 0).setCoreProperties(properties);
+        package.close();
+    }
+    std::string part(const char16_t* name) {
+        model::Package package(zip);
+        package.open(OpenMode::Read);
+        const auto bytes = readAll(package.getPart(model::PartName(name)), 1 << 20);
+        return {bytes.begin(), bytes.end()};
+    }
+
+    test_support::TemporaryDirectory directory;
+    const zippackage::ZipPhysicalPackage zip{directory.name("p.zip"), true};
+};
+
+TEST_F(CorePropertiesManagerTest, ValuesReadBackAsWritten) {
+    CoreProperties all;
+    all.setTitle(u"a\r\n\tb]]>&\U0001F600 ");
+    all.setDescription(u"");
+    all.setCreatedBy(u"<author>");
+    all.setVersion(u"1.0");
+    all.setContentType(u"a/b");
+    all.setLastModifiedTime(Seconds(std::chrono::seconds(1'700'000'000)));
+    all.setContentTypeFriendlyName(u"Friendly & Name");
+    all.setKORVALRelease(u"R2026b");
+    all.setKORVALReleaseInfo(CoreProperties::makeLegacyKORVALReleaseInfo(u"R2016a"));
+    write(all, OpenMode::Create);
+    EXPECT_EQ(read(), all);
+    EXPECT_EQ(part(u"/docProps/core.xml"),
+              R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>
+<cp:coreProperties xmlns:cp="http://schemas.openxmlformats.org/package/2006/metadata/core-properties" xmlns:dc="http://purl.org/dc/elements/1.1/" xmlns:dcterms="http://purl.org/dc/terms/" xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance"><dc:title>a&#13;
+	b]]&gt;&amp;😀 </dc:title><dc:creator>&lt;author&gt;</dc:creator><dc:description/><dcterms:modified xsi:type="dcterms:W3CDTF">2023-11-14T22:13:20Z</dcterms:modified><cp:contentType>a/b</cp:contentType><cp:version>1.0</cp:version></cp:coreProperties>)");
+    EXPECT_EQ(part(u"/docProps/korval.xml"),
+              R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>
+<hostProperties xmlns="http://schemas.quorvane.com/package/2026/hostProperties"><contentTypeFriendlyName>Friendly &amp; Name</contentTypeFriendlyName><release>R2026b</release><releaseInfo legacy="true">R2016a</releaseInfo></hostProperties>)");
+}
+
+TEST_F(CorePropertiesManagerTest, AbsentStaysAbsent) {
+    const auto none = readFrom(goodPlainPackage());
+    EXPECT_EQ(none, CoreProperties());
+    EXPECT_EQ(none.getKORVALRelease(), u"");
+    write(none);
+    EXPECT_EQ(read(), none);
+    EXPECT_EQ(readFrom(goodPlainPackage().withRelationships(kCorePropertiesRelationship)), none);
+}
+
+TEST_F(CorePropertiesManagerTest, KeepsTheStandardsOtherProperties) {
+    const std::string others =
+        "<cp:category>c</cp:category><cp:keywords>a <cp:value>b</cp:value> "
+        "c<cp:value/></cp:keywords>"
+        "<dc:language/><cp:lastPrinted>2020-01-01T00:00:00Z</cp:lastPrinted>"
+        "<dcterms:created xsi:type='dcterms:W3CDTF'>2019-02</dcterms:created>";
+    auto properties = readFrom(withCore(others));
+    properties.setTitle(u"t");
+    write(properties);
+    EXPECT_EQ(read(), properties);
+    const auto written = part(u"/docProps/core.xml");
+    for (const char* kept :
+         {"<cp:category>c</cp:category>", "a <cp:value>b</cp:value> c<cp:value/></cp:keywords>",
+          "<dc:language/>", ">2020-01-01T00:00:00Z</cp:lastPrinted>",
+          ">2019-02</dcterms:created>"}) {
+        EXPECT_THAT(written, HasSubstr(kept));
+    }
+}
+
+TEST_F(CorePropertiesManagerTest, WritesThroughTheRelationship) {
+    readFrom(
+        goodPlainPackage()
+            .withRelationships(
+                R"(<Relationship Id="c" Type="http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties" Target="./odd/%43ore.xml"/>)")
+            .with("docProps/core.xml", "<not-ours/>")
+            .with("odd/Core.xml",
+                  "<cp:coreProperties "
+                  "xmlns:cp='http://schemas.openxmlformats.org/package/2006/metadata/"
+                  "core-properties'/>"));
+    CoreProperties properties;
+    properties.setTitle(u"t");
+    write(properties);
+    EXPECT_EQ(read(), properties);
+    EXPECT_EQ(part(u"/docProps/core.xml"), "<not-ours/>");
+    EXPECT_THAT(part(u"/odd/Core.xml"), HasSubstr("<dc:title>t</dc:title>"));
+}
+
+TEST_F(CorePropertiesManagerTest, ReplacesADanglingRelationshipButNoForeignPart) {
+    readFrom(
+        goodPlainPackage()
+            .withRelationships(
+                R"(<Relationship Id="c" Type="http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties" Target="::"/>)")
+            .with("docProps/core.xml", "<not-ours/>"));
+    write(CoreProperties());
+    EXPECT_EQ(part(u"/docProps/core.xml"), "<not-ours/>");
+    EXPECT_THAT(part(u"/docProps/core1.xml"), HasSubstr("cp:coreProperties"));
+}
+
+TEST_F(CorePropertiesManagerTest, RefusesDamageWhenAsked) {
+    const struct {
+        const char* content;
+        const char* fault;
+    } rows[] = {
+        {"<dc:title/><dc:title/>", "a second title"},
+        {"<dc:other/>",
+         "\"other\" of namespace \"http://purl.org/dc/elements/1.1/\" is no core property"},
+        {"<cp:title/>", "is no core property"},
+        {"<dc:title xml:lang='en'/>",
+         "unexpected attribute \"lang\" of namespace \"http://www.w3.org/XML/1998/namespace\"; "
+         "remove it"},
+        {"<dc:title xsi:type='dcterms:W3CDTF'/>", "; remove it"},
+        {"<dc:title><b/></dc:title>", "unexpected element \"b\" in title; expected text only"},
+        {"<cp:keywords><cp:value xml:lang='en'/></cp:keywords>", "; remove it"},
+        {"text", "unexpected text between properties"},
+        {"<dcterms:modified>2020</dcterms:modified>", "modified needs xsi:type=\"dcterms:W3CDTF\""},
+        {"<dcterms:modified xsi:type='W3CDTF'>2020</dcterms:modified>",
+         "modified needs xsi:type=\"dcterms:W3CDTF\""},
+        {"<dcterms:created xsi:type='dcterms:W3CDTF'>soon</dcterms:created>",
+         "created \"soon\" is no date; expected one such as 2026-11-21T10:15:30Z"},
+        {"<!-- --><dc:title>", "mismatched tag"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_THAT(
+            [&] { readFrom(withCore(row.content)); },
+            ThrowsMessage<Exception>(testing::AllOf(
+                HasSubstr("p.zip: /docProps/core.xml: line 1, column "), EndsWith(row.fault))));
+    }
+    EXPECT_THAT(
+        [&] {
+            readFrom(goodPlainPackage().withRelationships(
+                R"(<Relationship Id="a" Type="http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties" Target="/x"/>)"
+                R"(<Relationship Id="b" Type="http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties" Target="/y"/>)"));
+        },
+        ThrowsMessage<Exception>(
+            EndsWith("/_rels/.rels: 2 relationships lead to core properties; at most one may")));
+    // Anybody's prefix will do.
+    const auto read = readFrom(withCore(
+        std::string("<t:modified xmlns:t='http://purl.org/dc/terms/' xsi:type='t:W3CDTF'>") +
+        "2020-02-29T23:59:59-01:00</t:modified>"));
+    EXPECT_EQ(read.getLastModifiedTime(), Seconds(std::chrono::seconds(1'583'024'399)));
+}
+
+TEST_F(CorePropertiesManagerTest, ARefusedSetChangesNothing) {
+    readFrom(goodPlainPackage());
+    const auto before = test_support::readFile(directory.path() / "p.zip");
+    model::Package package(zip);
+    package.open(OpenMode::Edit);
+    CorePropertiesManager manager(package, 0);
+    CoreProperties bad;
+    bad.setTitle(u"good");
+    bad.setKORVALRelease(u"bad\x01");
+    EXPECT_THAT([&] { manager.setCoreProperties(bad); },
+                ThrowsMessage<Exception>(
+                    "release: the character U+0001 at index 3 cannot stand in XML; remove it"));
+    CoreProperties late;
+    late.setLastModifiedTime(Seconds(std::chrono::sys_days(std::chrono::year(10000) / 1 / 1)));
+    EXPECT_THROW(manager.setCoreProperties(late), Exception);
+    package.close();
+    EXPECT_EQ(test_support::readFile(directory.path() / "p.zip"), before);
+}
+
+TEST(W3CDate, ReadsEachPrecision) {
+    const struct {
+        const char* text;
+        std::optional<long> seconds;
+    } rows[] = {
+        {"1970", 0},
+        {"1970-02", 31 * 86400},
+        {"1970-01-02", 86400},
+        {"1970-01-01T00:01Z", 60},
+        {"1970-01-01T00:00:01Z", 1},
+        {"1970-01-01T00:00:01.987Z", 1},
+        {"1970-01-01T01:00:00+01:00", 0},
+        {"1969-12-31T23:30-00:30", 0},
+        {"0000-01-01", -62167219200},
+        {"9999-12-31T23:59:59Z", 253402300799},
+        {"", {}},
+        {"70", {}},
+        {"1970-", {}},
+        {"1970-13", {}},
+        {"1970-00", {}},
+        {"1970-02-29", {}},
+        {"1970-01-01T", {}},
+        {"1970-01-01T00:00", {}},
+        {"1970-01-01T00:00:00", {}},
+        {"1970-01-01T24:00:00Z", {}},
+        {"1970-01-01T00:00:60Z", {}},
+        {"1970-01-01T00:00:00.Z", {}},
+        {"1970-01-01T00:00:00Z ", {}},
+        {"1970-01-01 00:00:00Z", {}},
+        {"1970T00:00Z", {}},
+        {"1970-01T00:00Z", {}},
+        {"+1970", {}},
+        {"1970-01-01T00:00:00+1:00", {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        const auto read = parseW3CDate(row.text);
+        const auto seconds = read ? std::optional(read->time_since_epoch().count()) : std::nullopt;
+        EXPECT_EQ(seconds, row.seconds);
+    }
+}
+
+}  // namespace
+}  // namespace opc::qzservices
