@@ -23,14 +23,18 @@ public:
     // and opc::Exception for more than 256 MiB of UTF-8; what was set before then stands.
     void setKORVALCode(const ustring& code);
 
-    // Saves (opc::Exception on failure, with the file as it was). With `stampProperties` the content
+    // Saves (opc::Exception on failure, with the file as it was); once, after which every call throws
+    // opc::Exception. With `stampProperties` the content
     // type, friendly name, release and modification time of an existing file are written anew too.
     void close(bool stampProperties);
 
 private:
+    void requireOpen() const;
+
     ustring fileName_;
     std::pair<ustring, ustring> contentType_;
     std::optional<std::string> code_;  // UTF-8
+    bool closed_ = false;
 };
 
 }  // namespace quillcode

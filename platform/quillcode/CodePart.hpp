@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+
+// The part of an app file that holds its code, as reader and writer agree on it.
+namespace quillcode::codepart {
+
+inline constexpr const char16_t* kName = u"/korval/code.k";
+inline constexpr const char16_t* kContentType = u"application/vnd.quorvane.korval.code";
+inline constexpr const char16_t* kRelationshipType =
+    u"http://schemas.quorvane.com/korval/2026/relationships/code";
+inline constexpr std::uint64_t kMaxBytes = std::uint64_t(256) << 20;
+
+}  // namespace quillcode::codepart
