@@ -160,10 +160,10 @@ TEST_F(Array, LeavesNothingBehindWhenAnAllocationFails) {
         hvSetCell(cell.get(), 0, makeText(u"a text too long to be kept inside").detach());
         hvSetCell(cell.get(), 1, makeStruct({2}, {"first", "second"}).detach());
     };
-    const std::size_t before = test::outstandingAllocations();
-    const std::size_t failures = test::forEachFailingAllocation(build, [&] {
+    const std::size_t before = test_support::outstandingAllocations();
+    const std::size_t failures = test_support::forEachFailingAllocation(build, [&] {
         EXPECT_EQ(matrix::liveArrayCount(), 0u);
-        EXPECT_EQ(test::outstandingAllocations(), before);
+        EXPECT_EQ(test_support::outstandingAllocations(), before);
     });
     EXPECT_GT(failures, 5u);
 }

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <cstdlib>
 
-namespace test {
+namespace test_support {
 
 namespace {
 
@@ -43,23 +43,23 @@ bool allocationFailed() noexcept {
     return failed;
 }
 
-}  // namespace test
+}  // namespace test_support
 
 void* operator new(std::size_t size) {
-    return test::allocate(size);
+    return test_support::allocate(size);
 }
 void* operator new[](std::size_t size) {
-    return test::allocate(size);
+    return test_support::allocate(size);
 }
 void operator delete(void* memory) noexcept {
-    test::release(memory);
+    test_support::release(memory);
 }
 void operator delete[](void* memory) noexcept {
-    test::release(memory);
+    test_support::release(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-    test::release(memory);
+    test_support::release(memory);
 }
 void operator delete[](void* memory, std::size_t) noexcept {
-    test::release(memory);
+    test_support::release(memory);
 }

@@ -4,7 +4,7 @@
 #include <new>
 
 // Replaces the global operator new of a test program that compiles FailingAllocator.cpp.
-namespace test {
+namespace test_support {
 
 // Allocations by operator new that have not been freed.
 std::size_t outstandingAllocations() noexcept;
@@ -33,4 +33,4 @@ std::size_t forEachFailingAllocation(Operation operation, Check check) {
     }
 }
 
-}  // namespace test
+}  // namespace test_support

@@ -288,11 +288,11 @@ TEST_F(ClassSystem, AMethodHasTheDefaultAttributesAndAConstructorIsStatic) {
 TEST_F(ClassSystem, LeavesNothingBehindWhenAnAllocationFails) {
     const auto round = [] { echo(construct("test.Echo", u"a text that is not kept inside")); };
     round();  // what is interned and defined stays
-    const std::size_t before = test::outstandingAllocations();
-    const std::size_t failures = test::forEachFailingAllocation(round, [&] {
+    const std::size_t before = test_support::outstandingAllocations();
+    const std::size_t failures = test_support::forEachFailingAllocation(round, [&] {
         EXPECT_EQ(tarvo::boundObjectCount(), 0u);
         EXPECT_EQ(liveEchoes, 0);
-        EXPECT_EQ(test::outstandingAllocations(), before);
+        EXPECT_EQ(test_support::outstandingAllocations(), before);
     });
     EXPECT_GT(failures, 5u);
 }
