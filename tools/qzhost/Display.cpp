@@ -1,0 +1,95 @@
+#include "tools/qzhost/Display.hpp"
+
+#include <fmt/format.h>
+#include <fl/i18n.hpp>
+#include <hvarray/Inspection.hpp>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace qzhost {
+
+namespace {
+
+using matrix::ArrayClass;
+
+bool isChar(const hvArray_tag* value) {
+    return value != nullptr && matrix::classOf(*value) == ArrayClass::Char;
+}
+
+std::string displayElement(const hvArray_tag* value) {
+    if (value == nullptr) return "[]";
+    if (isChar(value)) return "'" + visible(matrix::textOf(*value)) + "'";
+    return fmt::format("[{} {}]", matrix::shapeOf(*value), matrix::classNameOf(*value));
+}
+
+// A column of elements, "{'a'; 'b'}"; cell arrays inside show by their shape only.
+std::string displayCell(const hvArray_tag& cell) {
+    const std::size_t count = matrix::elementCountOf(cell);
+    if (count == 0) return fmt::format("{{{} cell}}", matrix::shapeOf(cell));
+    std::string text = "{";
+    for (std::size_t i = 0; i < count; ++i) {
+        if (i > 0) text += "; ";
+        text += displayElement(matrix::cellOf(cell, i));
+    }
+    return text + "}";
+}
+
+std::string displayValue(const hvArray_tag* value) {
+    const bool isCell = value != nullptr && matrix::classOf(*value) == ArrayClass::Cell;
+    return isCell ? displayCell(*value) : displayElement(value);
+}
+
+nlohmann::ordered_json textToJson(const hvArray_tag* value) {
+    if (value == nullptr) return nullptr;
+    return fl::i18n::ustring_to_utf8(matrix::textOf(*value));
+}
+
+nlohmann::ordered_json valueToJson(const hvArray_tag* value) {
+    if (value == nullptr || isChar(value)) return textToJson(value);
+    auto texts = nlohmann::ordered_json::array();
+    for (std::size_t i = 0; i < matrix::elementCountOf(*value); ++i)
+        texts.push_back(textToJson(matrix::cellOf(*value, i)));
+    return texts;
+}
+
+bool isControl(char16_t unit) {
+    return unit < 0x20 || (unit >= 0x7F && unit < 0xA0);
+}
+
+}  // namespace
+
+std::string visible(std::u16string_view text) {
+    std::string shown;
+    while (!text.empty()) {
+        const auto control = std::find_if(text.begin(), text.end(), isControl);
+        const auto length = static_cast<std::size_t>(control - text.begin());
+        shown += fl::i18n::to_display(text.substr(0, length));
+        text.remove_prefix(length);
+        if (text.empty()) break;
+        shown += fmt::format("\\u{:04X}", static_cast<unsigned>(text.front()));
+        text.remove_prefix(1);
+    }
+    return shown;
+}
+
+std::string displayStruct(const hvArray_tag& structure) {
+    std::size_t width = 0;
+    for (const std::string& name : matrix::fieldNamesOf(structure))
+        width = std::max(width, name.size());
+    std::string text = fmt::format("  {} struct with fields:\n\n", matrix::shapeOf(structure));
+    for (const std::string& name : matrix::fieldNamesOf(structure)) {
+        const hvArray_tag* const value = matrix::fieldOf(structure, 0, name);
+        text += fmt::format("    {:>{}}: {}\n", name, width, displayValue(value));
+    }
+    return text;
+}
+
+nlohmann::ordered_json structToJson(const hvArray_tag& structure) {
+    auto object = nlohmann::ordered_json::object();
+    for (const std::string& name : matrix::fieldNamesOf(structure))
+        object[name] = valueToJson(matrix::fieldOf(structure, 0, name));
+    return object;
+}
+
+}  // namespace qzhost

@@ -1,0 +1,81 @@
+#include "tools/qzhost/ReadCommand.hpp"
+
+#include <fmt/format.h>
+#include <fl/ReplacementFile.hpp>
+#include <fl/i18n.hpp>
+#include <hvarray/hvarray.hpp>
+#include <tarvo/ClassSystem.hpp>
+
+#include <cstdio>
+#include <span>
+#include <utility>
+
+#include "tools/qzhost/Display.hpp"
+
+namespace qzhost {
+
+namespace {
+
+using foundation::ustring;
+using matrix::ArrayPtr;
+
+constexpr const char* kReaderClass = "lumenforge.internal.serialization.KAppMetadataReader";
+
+// The class's constructor and methods as host code calls them.
+class Reader {
+public:
+    explicit Reader(const ustring& file) {
+        namespace api = matrix::detail::noninlined::hv_array_api;
+        const ArrayPtr name = matrix::adopt(api::hvCreateString_UTF16(file));
+        const hvArray_tag* const inputs[] = {name.get()};
+        handle_ = tarvo::construct(kReaderClass, 1, inputs).at(0);
+    }
+
+    ArrayPtr metadata() const { return call("readMetadata", 1).at(0); }
+
+    // The bytes and the format.
+    std::pair<ArrayPtr, ArrayPtr> screenshot() const {
+        const tarvo::Outputs outputs = call("readScreenshotAsBytes", 2);
+        return {outputs.at(0), outputs.at(1)};
+    }
+
+private:
+    tarvo::Outputs call(const char* method, std::size_t outputCount) const {
+        const hvArray_tag* const inputs[] = {handle_.get()};
+        return tarvo::callMethod(kReaderClass, method, outputCount, inputs);
+    }
+
+    ArrayPtr handle_;
+};
+
+void writeFile(const ustring& name, std::span<const std::uint8_t> bytes) {
+    const fl::filesystem::SaveTarget target{fl::filesystem::path(name)};
+    fl::filesystem::ReplacementFile file(target);
+    file.file().writeAt(std::as_bytes(bytes), 0);
+    file.commit();
+}
+
+void writeScreenshot(const ReadOptions& options, std::span<const std::uint8_t> bytes) {
+    if (!bytes.empty()) return writeFile(*options.screenshot, bytes);
+    fmt::print(stderr, "qzhost: {} has no screenshot; {} is not written\n",
+               fl::i18n::to_display(options.file), fl::i18n::to_display(*options.screenshot));
+}
+
+std::string describeScreenshot(const hvArray_tag& bytes, const hvArray_tag& format) {
+    const std::size_t size = matrix::elementCountOf(bytes);
+    if (size == 0) return "  no screenshot\n";
+    return fmt::format("  screenshot: {} bytes of '{}'\n", size, visible(matrix::textOf(format)));
+}
+
+}  // namespace
+
+std::string readApp(const ReadOptions& options) {
+    const Reader reader(options.file);
+    const ArrayPtr metadata = reader.metadata();
+    const auto [bytes, format] = reader.screenshot();
+    if (options.screenshot) writeScreenshot(options, matrix::bytesOf(*bytes));
+    if (options.json) return structToJson(*metadata).dump(2) + "\n";
+    return displayStruct(*metadata) + "\n" + describeScreenshot(*bytes, *format);
+}
+
+}  // namespace qzhost

@@ -1,0 +1,110 @@
+#include <fmt/format.h>
+#include <fl/i18n.hpp>
+#include <messages/HostError.hpp>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <system_error>
+
+#include "tools/qzhost/ClassesCommand.hpp"
+#include "tools/qzhost/Module.hpp"
+#include "tools/qzhost/ReadCommand.hpp"
+
+namespace {
+
+enum ExitStatus { kSuccess = 0, kFailure = 1, kWrongCommandLine = 2 };
+
+struct Options {
+    std::filesystem::path library;
+    qzhost::ReadOptions read;
+    bool classesJson = false;
+};
+
+// A file name from the command line, which the host language takes in UTF-16.
+foundation::ustring toFileName(const std::string& argument) {
+    try {
+        return fl::i18n::utf8_to_ustring_strict(argument);
+    } catch (const fl::i18n::ConversionError& error) {
+        throw CLI::ValidationError(fl::i18n::to_display(fl::i18n::utf8_to_ustring(argument)),
+                                   error.what());
+    }
+}
+
+std::string describeWrongCommandLine(const CLI::App*, const CLI::Error& error) {
+    return fmt::format("qzhost: {}\nTry \"qzhost --help\".\n", error.what());
+}
+
+void declareCommands(CLI::App& app, Options& options) {
+    app.require_subcommand(1)->fallthrough();
+    app.failure_message(describeWrongCommandLine);
+    app.add_option("--library", options.library, "The library to load")
+        ->type_name("PATH")
+        ->default_str("beside this program");
+    CLI::App* const classes = app.add_subcommand("classes", "List what the library registers");
+    classes->add_flag("--json", options.classesJson, "Print JSON");
+
+    CLI::App* const read = app.add_subcommand("read", "Read a text app file");
+    read->add_option_function<std::string>(
+            "FILE", [&](const std::string& name) { options.read.file = toFileName(name); },
+            "The text app file (.k)")
+        ->required();
+    read->add_flag("--json", options.read.json, "Print the metadata as JSON");
+    read->add_option_function<std::string>(
+            "--screenshot",
+            [&](const std::string& name) { options.read.screenshot = toFileName(name); },
+            "Write the screenshot to a file")
+        ->type_name("OUT");
+}
+
+void print(const std::string& text) {
+    const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    if (written && std::fflush(stdout) == 0) return;
+    throw std::system_error(errno, std::generic_category(), "writing to standard output");
+}
+
+int reportFailures(const std::function<void()>& command) {
+    try {
+        command();
+        return kSuccess;
+    } catch (const messages::HostError& error) {
+        fmt::print(stderr, "{}: {}\n", error.message().fullIdentifier(), error.what());
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "qzhost: {}\n", error.what());
+    }
+    return kFailure;
+}
+
+void runCommand(const CLI::App& app, const Options& options) {
+    if (app.got_subcommand("read")) return print(qzhost::readApp(options.read));
+    print(options.classesJson ? qzhost::listClassesAsJson() : qzhost::listClasses());
+}
+
+int run(const CLI::App& app, const Options& options) {
+    int status = kFailure;
+    const int ended = reportFailures([&] {
+        qzhost::Module module(options.library.empty() ? qzhost::findLibrary() : options.library);
+        // Reported while the module is loaded: an exception may be of a type that it defines.
+        status = reportFailures([&] { runCommand(app, options); });
+        module.unload();
+    });
+    return ended == kSuccess ? status : ended;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("A small host: loads the app library and calls the class that it registers.",
+                 "qzhost");
+    Options options;
+    declareCommands(app, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kSuccess : kWrongCommandLine;
+    }
+    return run(app, options);
+}
