@@ -2,17 +2,22 @@
 
 #include <opc/Exception.hpp>
 
+#include "platform/opc/zip/ZipFormat.hpp"
 #include "tests/opc/ZipTestSupport.hpp"
 #include "tests/support/ZipBuilder.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <map>
 
 namespace opc::zip {
 namespace {
 
+using test_support::BuiltItem;
+using test_support::BuiltZip;
 using test_support::readFile;
 
 class ZipWriterTest : public testing::Test {
@@ -25,6 +30,30 @@ protected:
     }
     std::unique_ptr<ZipWriter> edit() const {
         return std::make_unique<ZipWriter>(path(), open(), true);
+    }
+    void save(ZipWriter& writer) const {
+        writer.save();
+        expectNoDeadBytes();
+    }
+    // Items, directory and end record are all there is.
+    void expectNoDeadBytes() const {
+        const auto archive = open();
+        std::uint64_t end = 0;
+        std::size_t records = 0;
+        for (const ZipItem& item : archive->items()) {
+            EXPECT_EQ(item.headerOffset, end) << item.name;
+            end = item.endOffset;
+            records += item.directoryRecord.size();
+        }
+        EXPECT_EQ(bytes().size(), end + records + 22 + archive->comment().size());
+        EXPECT_EQ(filesInDirectory(), 1u);
+    }
+    std::vector<std::string> names() const {
+        std::vector<std::string> names;
+        const auto archive = open();
+        for (const ZipItem& item : archive->items())
+            names.push_back(item.name);
+        return names;
     }
     std::size_t filesInDirectory() const {
         return static_cast<std::size_t>(
@@ -50,7 +79,7 @@ TEST_F(ZipWriterTest, ReadsBackContentsOfEverySize) {
         contents[stored] = prose(size, 2);
         writeItem(*writer, stored, contents[stored], {.deflate = false});
     }
-    writer->save();
+    save(*writer);
     const auto archive = open();
     ASSERT_EQ(archive->items().size(), contents.size());
     for (const auto& [name, content] : contents) {
@@ -58,7 +87,240 @@ TEST_F(ZipWriterTest, ReadsBackContentsOfEverySize) {
         const bool shrinks = name.ends_with("prose") && content.size() > 1;
         EXPECT_EQ(archive->find(name)->method == Method::Deflated, shrinks) << name;
     }
+}
+
+TEST_F(ZipWriterTest, KeepsWhatIsNotSetByteForByte) {
+    using test_support::extraField;
+    const BuiltZip odd{
+        .items = {{.name = "plain", .content = prose(100)},
+                  {.name = "descriptor", .content = prose(99), .descriptor = 12},
+                  {.name = "replaced", .content = prose(98)},
+                  {.name = "d\\x84/", .method = 0, .comment = "a comment", .before = "gap"},
+                  {.name = "zip64", .content = "z", .extra = extraField(7, "7"), .zip64 = true},
+                  {.name = "extra", .content = "e", .localExtra = extraField(9, "local")}},
+        .comment = "of the archive",
+        .behindEnd = "stray"};
+    directory_.write("a.zip", odd.bytes());
+    const auto before = open();
+    const std::string old = bytes();
+    const auto writer = edit();
+    writeItem(*writer, "replaced", "new");
+    writeItem(*writer, "added", "new");
+    save(*writer);
+
+    EXPECT_THAT(names(), testing::ElementsAre("plain", "descriptor", "d\\x84/", "zip64", "extra",
+                                              "replaced", "added"));
+    const auto after = open();
+    EXPECT_EQ(after->comment(), odd.comment);
+    for (const ZipItem& item : before->items()) {
+        if (item.name == "replaced") continue;
+        const ZipItem& kept = *after->find(item.name);
+        EXPECT_EQ(old.substr(item.headerOffset, item.endOffset - item.headerOffset),
+                  bytes().substr(kept.headerOffset, kept.endOffset - kept.headerOffset));
+        std::string record(kept.directoryRecord);
+        const std::size_t offset = item.name == "zip64" ? record.size() - 8 : 42;
+        record.replace(offset, 4, item.directoryRecord.substr(offset, 4));
+        EXPECT_EQ(record, item.directoryRecord) << item.name;
+    }
+}
+
+TEST_F(ZipWriterTest, WritesNothingWhenNothingChanged) {
+    writeItem(*create(), "a", "not saved");
+    EXPECT_EQ(filesInDirectory(), 0u);
+    const auto writer = create();
+    save(*writer);  // an empty zip file is a change from none
+    const auto stamp = open()->stamp();
+    const auto unchanged = edit();
+    unchanged->remove("none");
+    writeItem(*unchanged, "a", "a");
+    unchanged->remove("a");
+    const auto abandoned = unchanged->set("b", {});
+    abandoned->write(std::as_bytes(std::span("b")));
+    EXPECT_FALSE(unchanged->changed());
+    save(*unchanged);
+    EXPECT_EQ(open()->stamp(), stamp);
+}
+
+TEST_F(ZipWriterTest, WritesSeveralStreamsAtOnce) {
+    const std::string contents[] = {noise(3 << 20, 1), noise(3 << 20, 2), prose(1000), ""};
+    const auto writer = create();
+    std::vector<std::unique_ptr<OutputStream>> streams;
+    for (std::size_t i = 0; i < std::size(contents); ++i) {
+        streams.push_back(writer->set(std::to_string(i), {}));
+    }
+    const std::size_t step = 100000;
+    for (std::size_t at = 0; at < contents[0].size(); at += step) {
+        for (std::size_t i = 0; i < streams.size(); ++i) {
+            if (at > contents[i].size()) continue;
+            const std::string piece = contents[i].substr(at, step);
+            streams[i]->write(std::as_bytes(std::span(piece)));
+        }
+    }
+    for (const auto& stream : streams)
+        stream->flush();
+    EXPECT_EQ(readAll(*writer->read("1")), contents[1]);
+    save(*writer);
+    for (std::size_t i = 0; i < std::size(contents); ++i) {
+        EXPECT_EQ(readItem(*open(), std::to_string(i)), contents[i]) << i;
+    }
+}
+
+// Large items go into the new file at once; whatever happens to them later leaves no trace there.
+TEST_F(ZipWriterTest, LeavesNothingOfWhatWasReplacedOrAbandoned) {
+    const std::string large[] = {noise(2 << 20, 1), noise(2 << 20, 2), noise(2 << 20, 3)};
+    const auto writer = create();
+    writeItem(*writer, "model", large[0]);
+    writeItem(*writer, "other", large[1]);
+    writeItem(*writer, "model", large[2]);
+    writeItem(*writer, "gone", large[0]);
+    writer->remove("gone");
+    {
+        const auto abandoned = writer->set("other", {});
+        abandoned->write(std::as_bytes(std::span(large[0])));
+    }
+    const auto reader = writer->read("model");
+    const auto open = writer->set("open", {});
+    open->write(std::as_bytes(std::span(large[0])));
+    save(*writer);
+    EXPECT_THAT(names(), testing::ElementsAre("other", "model"));
+    EXPECT_EQ(readItem(*this->open(), "model"), large[2]);
+    EXPECT_EQ(readItem(*this->open(), "other"), large[1]);
+    EXPECT_EQ(readAll(*reader), large[2]) << "from a stream that was opened before";
+    EXPECT_THROW(open->write({}), Exception);
+    EXPECT_THROW(open->flush(), Exception);
+    EXPECT_THROW(writer->set("late", {}), Exception);
+}
+
+TEST_F(ZipWriterTest, KeepsLargeItemsInFront) {
+    const std::string large[] = {noise(2 << 20, 1), noise(2 << 20, 2), noise(2 << 20, 3)};
+    auto writer = create();
+    writeItem(*writer, "small", "s");
+    writeItem(*writer, "model", large[0]);
+    writeItem(*writer, "data", large[1]);
+    save(*writer);
+    EXPECT_THAT(names(), testing::ElementsAre("model", "data", "small"));
+
+    writer = edit();
+    writeItem(*writer, "data", large[2]);
+    writeItem(*writer, "small", "t");
+    save(*writer);
+    EXPECT_THAT(names(), testing::ElementsAre("model", "data", "small"));
+
+    // The model was taken over for the first of these, before the second replaced it.
+    writer = edit();
+    writeItem(*writer, "data", large[1]);
+    writeItem(*writer, "model", large[2]);
+    save(*writer);
+    EXPECT_THAT(names(), testing::ElementsAre("data", "model", "small"));
+    EXPECT_EQ(readItem(*open(), "model"), large[2]);
+    EXPECT_EQ(readItem(*open(), "data"), large[1]);
+    EXPECT_EQ(readItem(*open(), "small"), "t");
+}
+
+TEST_F(ZipWriterTest, BoundsWhatWaitsInMemory) {
+    const auto writer = create();
+    for (int i = 0; i < 30; ++i)
+        writeItem(*writer, std::to_string(i), noise(1 << 19, unsigned(i)));
+    writeItem(*writer, "29", "replaced");
+    save(*writer);
+    EXPECT_EQ(open()->items().size(), 30u);
+    EXPECT_EQ(readItem(*open(), "28"), noise(1 << 19, 28));
+    EXPECT_EQ(readItem(*open(), "29"), "replaced");
+}
+
+TEST_F(ZipWriterTest, UsesZip64ForManyItemsOnlyWhenAllowed) {
+    for (const int count : {65534, 65535}) {
+        for (const bool isAllowed : {true, false}) {
+            std::filesystem::remove(directory_.path() / "a.zip");
+            ZipWriter writer(path(), nullptr, isAllowed);
+            for (int i = 0; i < count; ++i)
+                writeItem(writer, std::to_string(i), "");
+            if (count < 65535 || isAllowed) {
+                writer.save();
+                EXPECT_EQ(open()->items().size(), std::size_t(count));
+                EXPECT_EQ(bytes().find("PK\6\6") != std::string::npos, count == 65535);
+            } else {
+                EXPECT_THROW(writer.save(), Exception);
+                EXPECT_EQ(filesInDirectory(), 0u);
+            }
+        }
+    }
+}
+
+TEST_F(ZipWriterTest, RefusesNamesThatItCouldNotOpenAgain) {
+    auto writer = create();
+    writeItem(*writer, "a/b", "1");
+    for (const std::string& name : {std::string("A/b"), std::string("a\\b"), std::string("a\0", 2),
+                                    std::string(65536, 'n')}) {
+        EXPECT_THROW(writer->set(name, {}), Exception);
+    }
+    EXPECT_FALSE(writer->has("A/b"));
+    save(*writer);
+    writer = edit();
+    EXPECT_THROW(writer->set("A/b", {}), Exception);
+    writer->remove("a/b");
+    writeItem(*writer, "A/b", "2");
+    save(*writer);
+    EXPECT_THAT(names(), testing::ElementsAre("A/b"));
+}
+
+TEST_F(ZipWriterTest, LeavesAFileThatSomeoneElseReplacedAlone) {
+    save(*create());
+    const auto writer = edit();
+    writeItem(*writer, "a", "mine");
+    std::filesystem::remove(directory_.path() / "a.zip");
+    directory_.write("a.zip", "theirs");
+    try {
+        writer->save();
+        FAIL();
+    } catch (const Exception& error) {
+        EXPECT_THAT(error.what(), testing::HasSubstr("a.zip: someone else created, changed"));
+    }
+    EXPECT_EQ(bytes(), "theirs");
     EXPECT_EQ(filesInDirectory(), 1u);
+}
+
+TEST_F(ZipWriterTest, WritesWhatOtherProgramsRead) {
+    const auto writer = create();
+    writeItem(*writer, "model", noise(2 << 20));
+    writeItem(*writer, "größe/ß.txt", prose(300000));
+    writeItem(*writer, "empty", "");
+    save(*writer);
+    const std::string script =
+        "import sys, zipfile; z = zipfile.ZipFile(sys.argv[1]); assert z.testzip() is None; "
+        "assert sorted(z.namelist()) == ['empty', 'größe/ß.txt', 'model'], z.namelist(); "
+        "assert z.getinfo('model').file_size == 2 << 20";
+    const std::string file = directory_.path() / "a.zip";
+    EXPECT_EQ(std::system(("python3 -c \"" + script + "\" " + file).c_str()), 0);
+    EXPECT_EQ(std::system(("unzip -tqq " + file).c_str()), 0);
+}
+
+// The offset of a kept item may outgrow its field, or have a wide one that it no longer needs.
+TEST(MovedCentralRecord, ChangesNothingButTheOffset) {
+    using format::movedCentralRecord;
+    using test_support::little;
+    const std::uint64_t far = 0x123456789A;
+    const auto recordOf = [](BuiltItem item) {
+        const std::string zip = BuiltZip{.items = {std::move(item)}}.bytes();
+        const std::size_t at = zip.find("PK\1\2");
+        return zip.substr(at, zip.size() - 22 - at);
+    };
+    const std::string narrow =
+        recordOf({.name = "a", .extra = test_support::extraField(7, "x"), .comment = "c"});
+    EXPECT_EQ(movedCentralRecord(narrow, 77).replace(42, 4, little(0, 4)), narrow);
+    std::string grown = narrow;
+    grown.insert(46 + 1 + 5, "\1" + little(0, 1) + "\10" + little(0, 1) + little(far, 8));
+    grown.replace(42, 4, "\xFF\xFF\xFF\xFF").replace(30, 2, little(17, 2)).replace(6, 1, "\x2D");
+    EXPECT_EQ(movedCentralRecord(narrow, far), grown);
+    EXPECT_EQ(movedCentralRecord(grown, 5).replace(56, 8, little(far, 8)), grown);
+
+    // A zip64 field with sizes only.
+    std::string sizes = recordOf({.name = "a", .zip64 = true});
+    sizes.replace(42, 4, little(0, 4)).resize(sizes.size() - 8);
+    sizes.replace(30, 2, little(20, 2)).replace(49, 2, little(16, 2));
+    std::string wide = recordOf({.name = "a", .offset = far, .zip64 = true});
+    wide.replace(6, 1, "\x2D");
+    EXPECT_EQ(movedCentralRecord(sizes, far), wide);
 }
 
 }  // namespace

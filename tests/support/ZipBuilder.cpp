@@ -87,7 +87,11 @@ std::string BuiltZip::bytes() const {
     for (const BuiltItem& item : items) {
         const Facts facts(item);
         bytes += item.before;
-        if (item.isListed) directory += directoryPart(item, facts, bytes.size()), ++listed;
+        if (item.isListed) {
+            const std::string record = directoryPart(item, facts, bytes.size());
+            directory.insert(isListedBackwards ? 0 : directory.size(), record);
+            ++listed;
+        }
         bytes += localPart(item, facts);
     }
     bytes += behindItems;

@@ -53,6 +53,7 @@ struct BuiltZip {
     std::optional<std::uint32_t> directorySize = {};
     std::optional<std::uint32_t> directoryOffset = {};
     std::uint16_t disk = 0;
+    bool isListedBackwards = false;
 
     bool zip64 = false;  // with zip64 end records, to which the end record refers
     std::optional<std::uint64_t> wideCount = {};

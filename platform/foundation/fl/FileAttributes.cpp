@@ -89,7 +89,7 @@ void copyExtendedAttributes(const FileDescriptor& from, FileDescriptor& to) {
     }
     // A directory's default list reaches every file created in it, this one too.
     if (names.contains(kAccessList) || !attributeNames(to).contains(kAccessList)) return;
-    if (systemCalls().fremovexattr(to.get(), kAccessList) < 0) {
+    if (retryInterrupted([&] { return systemCalls().fremovexattr(to.get(), kAccessList); }) < 0) {
         throwSystemError(errno, "cannot remove the access list that the directory gives new files");
     }
 }
@@ -114,7 +114,9 @@ bool copyOwner(const struct stat& wanted, FileDescriptor& file) {
 
 void copyAttributes(const FileDescriptor& from, FileDescriptor& to) {
     struct stat wanted {};
-    if (systemCalls().fstat(from.get(), &wanted) < 0) throwSystemError(errno, "cannot stat");
+    if (retryInterrupted([&] { return systemCalls().fstat(from.get(), &wanted); }) < 0) {
+        throwSystemError(errno, "cannot stat");
+    }
     mode_t mode = wanted.st_mode & 07777;
     // Rights that go with an owner are not given to another one.
     if (!copyOwner(wanted, to)) mode &= 01777;

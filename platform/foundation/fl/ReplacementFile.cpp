@@ -63,8 +63,10 @@ std::optional<struct stat> find(const FileDescriptor& directory, const std::stri
 
 std::string readLink(const FileDescriptor& directory, const std::string& name) {
     std::array<char, PATH_MAX> target{};
-    const ssize_t size =
-        systemCalls().readlinkat(directory.get(), name.c_str(), target.data(), target.size());
+    const ssize_t size = retryInterrupted([&] {
+        return systemCalls().readlinkat(directory.get(), name.c_str(), target.data(),
+                                        target.size());
+    });
     if (size < 0) throwSystemError(errno, "cannot read the symbolic link");
     return {target.data(), static_cast<std::size_t>(size)};
 }
@@ -114,6 +116,11 @@ FileDescriptor openUnnamed(const FileDescriptor& directory, mode_t mode) {
     return file;
 }
 
+int removeName(const FileDescriptor& directory, const std::string& name) noexcept {
+    return retryInterrupted(
+        [&] { return systemCalls().unlinkat(directory.get(), name.c_str(), 0); });
+}
+
 std::string openNamed(const FileDescriptor& directory, const std::string& target, mode_t mode,
                       FileDescriptor& file) {
     return withFreeName(target, kCannotCreate, [&](const char* name) {
@@ -129,7 +136,7 @@ FileDescriptor createScratch(const FileDescriptor& directory, const std::string&
     FileDescriptor file = openUnnamed(directory, mode);
     if (file) return file;
     const std::string name = openNamed(directory, target, mode, file);
-    if (systemCalls().unlinkat(directory.get(), name.c_str(), 0) < 0) {
+    if (removeName(directory, name) < 0) {
         throwSystemError(errno, "cannot remove a temporary file");
     }
     return file;
@@ -209,7 +216,9 @@ void SaveTarget::State::look(const std::optional<struct stat>& found) {
         throwSystemError(S_ISDIR(found->st_mode) ? EISDIR : EINVAL, "is not a regular file");
     }
     // Renaming would replace a read-only file without asking.
-    if (systemCalls().faccessat(directory.get(), name.c_str(), W_OK, AT_EACCESS) < 0) {
+    if (retryInterrupted([&] {
+            return systemCalls().faccessat(directory.get(), name.c_str(), W_OK, AT_EACCESS);
+        }) < 0) {
         throwSystemError(errno, "may not be written");
     }
     stamp = stampOf(*found);
@@ -335,7 +344,7 @@ FileStamp ReplacementFile::State::commit() {
 }
 
 void ReplacementFile::State::unlink() noexcept {
-    if (!name.empty()) systemCalls().unlinkat(target->directory.get(), name.c_str(), 0);
+    if (!name.empty()) removeName(target->directory, name);
     name.clear();
 }
 

@@ -65,6 +65,10 @@ void ItemEncoder::encode(std::span<const std::byte> bytes, ByteSink& sink) {
 
 // The deflated sample is not thrown away: the stream goes on from it.
 void ItemEncoder::decide(bool isAll, ByteSink& sink) {
+    if (sample_.empty()) {
+        mode_ = Mode::Storing;
+        return;
+    }
     MemorySink deflated;
     deflater_ = deflaters_->take();
     deflater_->write(sample_, deflated);

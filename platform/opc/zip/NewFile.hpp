@@ -4,6 +4,8 @@
 
 #include <fl/ReplacementFile.hpp>
 
+#include <vector>
+
 namespace opc::zip {
 
 // The new zip file while it grows at its end. Failures are opc::Exception.
@@ -13,11 +15,12 @@ public:
     NewFile(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name);
 
     std::uint64_t tail() const noexcept { return tail_; }
+    // Small pieces are gathered until something else is done.
     void append(std::span<const std::byte> bytes);
     void appendFrom(const fl::filesystem::FileDescriptor& source, std::uint64_t offset,
                     std::uint64_t size);
     // Leaves `size` bytes to be written later with writeAt().
-    void reserve(std::size_t size) noexcept { tail_ += size; }
+    void reserve(std::size_t size);
     void writeAt(std::span<const std::byte> bytes, std::uint64_t offset);
     // Takes back everything from `offset` on.
     void cutAt(std::uint64_t offset);
@@ -26,13 +29,16 @@ public:
     void abandon() noexcept { replacement_.abandon(); }
 
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override;
-    const fl::filesystem::FileDescriptor& file() const noexcept { return replacement_.file(); }
+    const fl::filesystem::FileDescriptor& file() const;
 
 private:
+    void writeGathered() const;
+
     fl::filesystem::path name_;
     // Reading does not change the file, though its handle is not const.
     mutable fl::filesystem::ReplacementFile replacement_;
     std::uint64_t tail_ = 0;
+    mutable std::vector<std::byte> gathered_;  // the last bytes before the tail
 };
 
 }  // namespace opc::zip

@@ -139,12 +139,15 @@ fl::filesystem::FileDescriptor ZipWriter::State::createScratchFile() const {
 // All that can fail comes first, so that a failure leaves everything as it was.
 void ZipWriter::State::complete(NewItem item) {
     auto completed = std::make_unique<NewItem>(std::move(item));
-    order_.reserve(order_.size() + 1);
     const auto [slot, isNew] = items_.try_emplace(completed->name);
     try {
+        if (isNew) order_.push_back(completed.get());
         settle(*completed);
     } catch (...) {
-        if (isNew) items_.erase(slot);
+        if (isNew) {
+            items_.erase(slot);
+            std::erase(order_, completed.get());
+        }
         throw;
     }
     enter(slot->second, std::move(completed));
@@ -171,8 +174,6 @@ void ZipWriter::State::enter(std::unique_ptr<NewItem>& slot,
     if (slot) {
         forgetContent(*slot);
         std::replace(order_.begin(), order_.end(), slot.get(), item.get());
-    } else {
-        order_.push_back(item.get());
     }
     slot = std::move(item);
 }

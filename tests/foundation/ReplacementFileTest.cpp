@@ -1,0 +1,312 @@
+#include <fl/ReplacementFile.hpp>
+
+#include <fl/SystemCalls.hpp>
+
+#include "tests/support/TemporaryDirectory.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <set>
+#include <system_error>
+#include <vector>
+
+namespace fl::filesystem {
+namespace {
+
+namespace stdfs = std::filesystem;
+using test_support::readFile;
+
+// The calls as they were made, in order, and which of them is to fail; the table is put right again at
+// the end.
+struct Faults {
+    Faults() { current = this; }
+    ~Faults() {
+        systemCalls() = saved;
+        current = nullptr;
+    }
+    // Counts one call of `name`; true when it is to fail, with errno set.
+    bool strikes(const char* name) {
+        calls.emplace_back(name);
+        if (calls.size() != failing) return false;
+        errno = error;
+        return true;
+    }
+    static inline Faults* current = nullptr;
+    SystemCalls saved = systemCalls();
+    std::vector<std::string> calls;
+    std::size_t failing = 0;  // from 1
+    int error = EIO;
+};
+
+// Puts a step in front of one entry of the table that counts the call, and fails it when it is due.
+template <auto Entry>
+struct Watched;
+template <class Result, class... Arguments, Result (*SystemCalls::*Entry)(Arguments...)>
+struct Watched<Entry> {
+    static inline const char* name = "";
+    static Result call(Arguments... arguments) {
+        if (Faults::current->strikes(name)) return -1;
+        return (Faults::current->saved.*Entry)(arguments...);
+    }
+    static void install(const char* called) {
+        name = called;
+        systemCalls().*Entry = call;
+    }
+};
+
+void watchAll() {
+    Watched<&SystemCalls::openat>::install("openat");
+    Watched<&SystemCalls::fstat>::install("fstat");
+    Watched<&SystemCalls::fstatat>::install("fstatat");
+    Watched<&SystemCalls::faccessat>::install("faccessat");
+    Watched<&SystemCalls::pwrite>::install("pwrite");
+    Watched<&SystemCalls::fsync>::install("fsync");
+    Watched<&SystemCalls::fchown>::install("fchown");
+    Watched<&SystemCalls::fchmod>::install("fchmod");
+    Watched<&SystemCalls::flistxattr>::install("flistxattr");
+    Watched<&SystemCalls::fgetxattr>::install("fgetxattr");
+    Watched<&SystemCalls::fsetxattr>::install("fsetxattr");
+    Watched<&SystemCalls::linkat>::install("linkat");
+    Watched<&SystemCalls::renameat2>::install("renameat2");
+}
+
+void withoutUnnamedFiles() {
+    systemCalls().openat = [](int directory, const char* name, int flags, mode_t mode) {
+        if ((flags & O_TMPFILE) == O_TMPFILE) {
+            errno = EOPNOTSUPP;
+            return -1;
+        }
+        return Faults::current->saved.openat(directory, name, flags, mode);
+    };
+}
+
+class ReplacementFileTest : public testing::Test {
+protected:
+    path name(const char* file) const { return path(directory_.name(file)); }
+    stdfs::path file(const char* file) const { return directory_.path() / file; }
+    void write(const char* file, const char* bytes) const { directory_.write(file, bytes); }
+
+    static void save(const path& target) {
+        const SaveTarget found(target);
+        ReplacementFile replacement(found);
+        replacement.file().writeAt(std::as_bytes(std::span("new", 3)), 0);
+        replacement.commit();
+    }
+    std::string complaint(const path& target) const {
+        try {
+            save(target);
+        } catch (const std::system_error& error) {
+            const std::string text = error.what();
+            const std::string top = directory_.path().string() + "/";
+            return text.starts_with(top) ? text.substr(top.size()) : "(no file) " + text;
+        }
+        return "";
+    }
+    std::set<std::string> files() const {
+        std::set<std::string> names;
+        for (const auto& entry : stdfs::directory_iterator(directory_.path())) {
+            names.insert(entry.path().filename());
+        }
+        return names;
+    }
+
+    test_support::TemporaryDirectory directory_;
+};
+
+TEST_F(ReplacementFileTest, KeepsModeOwnerAndAttributes) {
+    write("a", "old");
+    ASSERT_EQ(::chmod(file("a").c_str(), 0640), 0);
+    ASSERT_EQ(::setxattr(file("a").c_str(), "user.note", "kept", 4, 0), 0);
+    // Others cannot give files away; for them the owner stays in any case.
+    if (::geteuid() == 0) {
+        ASSERT_EQ(::chown(file("a").c_str(), 1234, 4321), 0);
+    }
+    struct stat before {};
+    ASSERT_EQ(::stat(file("a").c_str(), &before), 0);
+    save(name("a"));
+    struct stat after {};
+    ASSERT_EQ(::stat(file("a").c_str(), &after), 0);
+    EXPECT_EQ(readFile(file("a")), "new");
+    EXPECT_EQ(after.st_mode, before.st_mode);
+    EXPECT_EQ(after.st_uid, before.st_uid);
+    EXPECT_EQ(after.st_gid, before.st_gid);
+    char value[8];
+    ASSERT_EQ(::getxattr(file("a").c_str(), "user.note", value, sizeof value), 4);
+    EXPECT_EQ(std::string(value, 4), "kept");
+    EXPECT_NE(after.st_ino, before.st_ino);
+}
+
+TEST_F(ReplacementFileTest, GivesANewFileTheModeOfTheUmask) {
+    for (const mode_t mask : {022, 077, 002}) {
+        stdfs::remove(file("a"));
+        const mode_t before = ::umask(mask);
+        save(name("a"));
+        ::umask(before);
+        EXPECT_EQ(static_cast<mode_t>(stdfs::status(file("a")).permissions()), 0666 & ~mask);
+    }
+}
+
+TEST_F(ReplacementFileTest, ReplacesWhatALinkPointsTo) {
+    stdfs::create_directory(file("d"));
+    write("d/target", "old");
+    stdfs::create_symlink("d/second", file("first"));
+    stdfs::create_symlink("target", file("d/second"));
+    stdfs::create_symlink("d/created", file("dangling"));
+    stdfs::create_symlink("loop", file("loop"));
+    EXPECT_EQ(SaveTarget(name("first")).resolved(), path(directory_.name("d/target")));
+    save(name("first"));
+    save(name("dangling"));
+    EXPECT_TRUE(stdfs::is_symlink(file("first")));
+    EXPECT_TRUE(stdfs::is_symlink(file("dangling")));
+    EXPECT_EQ(readFile(file("d/target")), "new");
+    EXPECT_EQ(readFile(file("d/created")), "new");
+    EXPECT_THAT(complaint(name("loop")), testing::StartsWith("loop: cannot follow its symbolic"));
+}
+
+TEST_F(ReplacementFileTest, RefusesWhatMayNotBeReplaced) {
+    stdfs::create_directory(file("d"));
+    ASSERT_EQ(::mkfifo(file("fifo").c_str(), 0600), 0);
+    EXPECT_EQ(complaint(name("d")), "d: is not a regular file: Is a directory");
+    EXPECT_EQ(complaint(name("d/")), "d/: is not a regular file: Is a directory");
+    EXPECT_EQ(complaint(name("fifo")), "fifo: is not a regular file: Invalid argument");
+    EXPECT_EQ(complaint(name("none/a")), "none/a: cannot open the directory \"" +
+                                             file("none").string() +
+                                             "\": No such file or directory");
+    EXPECT_NE(complaint(path(u"")), "");
+    // The superuser may write everything, so the answer is made here.
+    Faults faults;
+    systemCalls().faccessat = [](int, const char*, int, int) {
+        errno = EACCES;
+        return -1;
+    };
+    write("readonly", "old");
+    EXPECT_EQ(complaint(name("readonly")), "readonly: may not be written: Permission denied");
+    EXPECT_EQ(readFile(file("readonly")), "old");
+}
+
+TEST_F(ReplacementFileTest, LeavesAFileThatChangedMeanwhileAlone) {
+    const auto saveAfter = [&](const char* target, auto change) {
+        const SaveTarget found(name(target));
+        ReplacementFile replacement(found);
+        change();
+        EXPECT_THROW(replacement.commit(), std::system_error);
+    };
+    write("replaced", "old");
+    write("theirs", "theirs");
+    saveAfter("replaced", [&] { stdfs::rename(file("theirs"), file("replaced")); });
+    EXPECT_EQ(readFile(file("replaced")), "theirs");
+    write("removed", "old");
+    saveAfter("removed", [&] { stdfs::remove(file("removed")); });
+    saveAfter("created", [&] { write("created", "theirs"); });
+    EXPECT_EQ(readFile(file("created")), "theirs");
+    EXPECT_EQ(files(), (std::set<std::string>{"replaced", "created"}));
+}
+
+TEST_F(ReplacementFileTest, SyncsTheFileBeforeTheRenameAndTheDirectoryAfterIt) {
+    write("a", "old");
+    Faults faults;
+    watchAll();
+    save(name("a"));
+    std::vector<std::string> order;
+    for (const std::string& call : faults.calls) {
+        const std::set<std::string> kept{"pwrite", "fchown", "fchmod",
+                                         "fsync",  "linkat", "renameat2"};
+        if (kept.contains(call)) order.push_back(call);
+    }
+    EXPECT_THAT(order, testing::ElementsAre("pwrite", "fchown", "fchmod", "fsync", "linkat",
+                                            "renameat2", "fsync"));
+}
+
+// Every call fails once: the old content is there, or the new when only the last step failed; and
+// nothing else.
+TEST_F(ReplacementFileTest, KeepsTheOldFileWhateverFails) {
+    for (const bool isNamed : {false, true}) {
+        for (std::size_t failing = 1;; ++failing) {
+            write("a", "old");
+            ASSERT_EQ(::setxattr(file("a").c_str(), "user.note", "kept", 4, 0), 0);
+            Faults faults;
+            if (isNamed) withoutUnnamedFiles();
+            if (!isNamed) watchAll();
+            if (isNamed) Watched<&SystemCalls::pwrite>::install("pwrite");
+            if (isNamed) Watched<&SystemCalls::fsync>::install("fsync");
+            if (isNamed) Watched<&SystemCalls::renameat2>::install("renameat2");
+            faults.failing = failing;
+            const std::string failure = complaint(name("a"));
+            if (failing > faults.calls.size()) break;
+            SCOPED_TRACE(faults.calls.back() + " failed as call " + std::to_string(failing));
+            EXPECT_EQ(files(), std::set<std::string>{"a"});
+            const bool isInPlace =
+                failure.find("the new file is in its place") != std::string::npos;
+            EXPECT_EQ(readFile(file("a")), failure == "" || isInPlace ? "new" : "old");
+        }
+    }
+    EXPECT_EQ(readFile(file("a")), "new");
+}
+
+TEST_F(ReplacementFileTest, RetriesInterruptedCallsButNeverFsync) {
+    write("a", "old");
+    std::size_t calls = 0;
+    for (std::size_t failing = 1;; ++failing) {
+        Faults faults;
+        watchAll();
+        faults.error = EINTR;
+        faults.failing = failing;
+        const std::string failure = complaint(name("a"));
+        calls = faults.calls.size();
+        if (failing > calls) break;
+        EXPECT_EQ(failure != "", faults.calls[failing - 1] == "fsync") << faults.calls[failing - 1];
+    }
+    EXPECT_GT(calls, 10u);
+}
+
+TEST_F(ReplacementFileTest, WorksWhereTheFileSystemLacksItsNewerOperations) {
+    const std::string longest(255, 'n');
+    Faults faults;
+    withoutUnnamedFiles();
+    systemCalls().renameat2 = [](int a, const char* from, int b, const char* to, unsigned flags) {
+        if (flags == 0) return Faults::current->saved.renameat2(a, from, b, to, flags);
+        errno = EINVAL;
+        return -1;
+    };
+    systemCalls().copy_file_range = [](int, off_t*, int, off_t*, size_t, unsigned) -> ssize_t {
+        errno = EXDEV;
+        return -1;
+    };
+    save(name(longest.c_str()));
+    save(name("é"));
+    EXPECT_EQ(files(), (std::set<std::string>{longest, "é"}));
+    write("large", std::string(1 << 20, 'x').c_str());
+    const SaveTarget target(name("copy"));
+    ReplacementFile copy(target);
+    const FileDescriptor large = FileDescriptor::openForReading(name("large"));
+    copy.file().copyFrom(large, 1, (1 << 20) - 1, 0);
+    EXPECT_THROW(copy.file().copyFrom(large, 0, (1 << 20) + 1, 0), std::system_error);
+    EXPECT_EQ(copy.file().stamp().size, std::uint64_t{1} << 20);
+    copy.file().truncate((1 << 20) - 1);
+    copy.commit();
+    EXPECT_EQ(readFile(file("copy")), std::string((1 << 20) - 1, 'x'));
+}
+
+TEST_F(ReplacementFileTest, PutsASiblingInPlaceUnderTheSameRules) {
+    write("a", "old");
+    ASSERT_EQ(::chmod(file("a").c_str(), 0604), 0);
+    write("sibling", "new");
+    replaceWithSibling(SaveTarget(name("a")), name("sibling"));
+    EXPECT_EQ(readFile(file("a")), "new");
+    EXPECT_EQ(static_cast<mode_t>(stdfs::status(file("a")).permissions()), mode_t{0604});
+    EXPECT_EQ(files(), std::set<std::string>{"a"});
+
+    const SaveTarget target(name("a"));
+    write("theirs", "theirs");
+    stdfs::rename(file("theirs"), file("a"));
+    write("sibling", "mine");
+    EXPECT_THROW(replaceWithSibling(target, name("sibling")), std::system_error);
+    EXPECT_EQ(readFile(file("sibling")), "mine");
+}
+
+}  // namespace
+}  // namespace fl::filesystem
