@@ -1,0 +1,46 @@
+// write_app APP.kvpkg MODEL: makes a packaged app from a model file.
+
+#include <appserialization/AppFileWriter.hpp>
+
+#include <exception>
+#include <iostream>
+
+#include "examples/Text.hpp"
+
+using namespace appserialization;
+
+namespace {
+
+AppMetadata describe() {
+    AppMetadata metadata;
+    metadata.setName(u"Tide Table");
+    metadata.setAuthor(u"Zoë Ångström");
+    metadata.setVersion(u"1.0");
+    metadata.setSummary(u"High and low water for a harbour");
+    metadata.setRequiredProducts({u"KORVAL", u"Signal Toolbox"});
+    return metadata;
+}
+
+void writeApp(const ustring& app, const ustring& model) {
+    AppFileWriter writer(app, true);
+    writer.setAppModelFromFile(model);
+    writer.setAppMetadata(describe());
+    writer.setKORVALCodeText(u"classdef TideTable < lumenforge.App\nend\n");
+    writer.close();  // nothing more is saved without it
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        std::cerr << "usage: write_app APP.kvpkg MODEL\n";
+        return 2;
+    }
+    try {
+        writeApp(fromUtf8(argv[1]), fromUtf8(argv[2]));
+    } catch (const std::exception& error) {
+        std::cerr << "write_app: " << error.what() << '\n';
+        return 1;
+    }
+    return 0;
+}
