@@ -1,0 +1,376 @@
+#include <appserialization/AppFileWriter.hpp>
+
+#include <fl/filesystem.hpp>
+#include <fl/i18n.hpp>
+#include <foundation/ustring.hpp>
+#include <opc/CorePropertiesManager.hpp>
+#include <opc/Exception.hpp>
+#include <opc/Package.hpp>
+#include <opc/Streams.hpp>
+#include <opc/XercesHelper.hpp>
+#include <opc/ZipPhysicalPackage.hpp>
+#include <quillcode/QuillCodeFileWriter.hpp>
+
+#include <xercesc/dom/DOMDocument.hpp>
+#include <xercesc/dom/DOMElement.hpp>
+
+#include <algorithm>
+#include <ios>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "package/Layout.hpp"
+#include "package/MetadataDocument.hpp"
+#include "package/Parts.hpp"
+
+namespace appserialization {
+
+using opc::model::ContentType;
+using opc::model::Part;
+using opc::model::PartName;
+using opc::model::XercesHelper;
+using opc::qzservices::CoreProperties;
+using opc::qzservices::CorePropertiesManager;
+using opc::qzservices::DeterministicMode;
+using opc::zippackage::ZipPhysicalPackage;
+using xercesc::DOMElement;
+
+class __attribute__((visibility("hidden"))) AppFileWriter::AppFileWriterImpl {
+public:
+    AppFileWriterImpl(const ustring& fileName, bool createNew);
+
+    void close();
+    void setKORVALCodeText(const ustring& codeText);
+    void setAppModelFromFile(const ustring& modelFilePath);
+    void setAppMetadata(const AppMetadata& metadata);
+    void setAppScreenshot(const std::vector<std::uint8_t>& bytes, const ustring& format);
+
+private:
+    // What the package's earlier metadata part says, for texts that a record leaves absent.
+    using Fallbacks = std::map<const layout::TextElementRow*, boost::optional<ustring>>;
+
+    void openOPCPackage(const ustring& fileName, bool createNew);
+    void requireOpen(const char* method) const;
+    void writeMinimalSetOfOPCProperties();
+    Part createPartAndRelationship(const ustring& partName, const ustring& contentType,
+                                   const ustring& relationshipType);
+
+    Fallbacks readFallbacks() const;
+    void writeMetadataPart(Part& part, const AppMetadata& metadata,
+                           const Fallbacks& fallbacks) const;
+    void writeCoreProperties(const AppMetadata& metadata);
+    static boost::optional<ustring> getElementText(const DOMElement* element);
+    void writeStringElement(DOMElement* parent, boost::optional<ustring> value,
+                            boost::optional<ustring> fallback, const char16_t* elementName,
+                            const char16_t* defaultText) const;
+    void writeStringArrayElement(DOMElement* parent, boost::optional<std::vector<ustring>> values,
+                                 const char16_t* listName, const char16_t* itemName,
+                                 const ustring& attributeName) const;
+
+    void deletePreviousScreenshot();
+
+    ustring fileName_;
+    // Destroyed from the bottom up: the package lets go before the zip file under it does. All three
+    // are null while the writer is closed.
+    std::unique_ptr<ZipPhysicalPackage> physicalPackage_;
+    std::unique_ptr<opc::model::Package> package_;
+    std::unique_ptr<CorePropertiesManager> coreProperties_;
+    opc::model::XercesGuard xercesGuard_;
+};
+
+AppFileWriter::AppFileWriterImpl::AppFileWriterImpl(const ustring& fileName, bool createNew)
+    : fileName_(fileName) {
+    openOPCPackage(fileName, createNew);
+}
+
+// ---- Opening and closing
+
+void AppFileWriter::AppFileWriterImpl::openOPCPackage(const ustring& fileName, bool createNew) {
+    fl::filesystem::path path;
+    if (!fileName.empty()) path = fl::filesystem::detail::make_native_form(fileName, true);
+    const bool exists = fl::filesystem::exists(path);
+    if (exists) path = fl::filesystem::canonical(path);
+    const bool create = createNew || !exists;
+
+    auto physicalPackage = std::make_unique<ZipPhysicalPackage>(path, true);
+    auto package = std::make_unique<opc::model::Package>(*physicalPackage);
+    auto coreProperties =
+        std::make_unique<CorePropertiesManager>(*package, DeterministicMode::FromClock);
+    package->open(create ? opc::interfaces::OpenMode::Create : opc::interfaces::OpenMode::Edit);
+
+    // Members only now, so that a writer is open or closed and nothing between.
+    physicalPackage_ = std::move(physicalPackage);
+    package_ = std::move(package);
+    coreProperties_ = std::move(coreProperties);
+    if (create) writeMinimalSetOfOPCProperties();
+}
+
+void AppFileWriter::AppFileWriterImpl::requireOpen(const char* method) const {
+    if (package_) return;
+    throw opc::Exception(fl::i18n::to_display(fileName_) + ": " + method +
+                         "() was called on a writer that is closed; construct another one to "
+                         "change the file again");
+}
+
+void AppFileWriter::AppFileWriterImpl::close() {
+    requireOpen("close");
+    // Locals are destroyed from the bottom up as well, and leave the writer closed when saving fails.
+    const auto physicalPackage = std::move(physicalPackage_);
+    const auto package = std::move(package_);
+    const auto coreProperties = std::move(coreProperties_);
+    package->close();
+}
+
+void AppFileWriter::AppFileWriterImpl::writeMinimalSetOfOPCProperties() {
+    CoreProperties properties = coreProperties_->getCoreProperties();
+    properties.setContentType(layout::kPackageContentType);
+    properties.setContentTypeFriendlyName(layout::kPackageFriendlyName);
+    properties.setKORVALRelease(CoreProperties::getCurrentKORVALRelease());
+    properties.setLastModifiedTime(CoreProperties::getCurrentTime());
+    coreProperties_->setCoreProperties(properties);
+}
+
+Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(const ustring& partName,
+                                                                 const ustring& contentType,
+                                                                 const ustring& relationshipType) {
+    const auto found = package_->getRelationshipsByType(relationshipType);
+    // Written through whatever its name: a second part would leave readers with the first.
+    if (!found.empty()) return getTargetPart(*package_, found.front());
+
+    Part part =
+        package_->createPart(PartName(partName), ContentType(contentType), layout::partInfo());
+    package_->createInternalRelationship(relationshipType, part.getName().getURI(), u"");
+    return part;
+}
+
+// ---- Code and model
+
+void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText) {
+    requireOpen("setKORVALCodeText");
+    close();
+    // The code-file library works on the file by its name, and owns the form of the code part.
+    {
+        quillcode::QuillCodeFileWriter code(
+            fileName_, {layout::kPackageContentType, layout::kPackageFriendlyName});
+        code.setKORVALCode(codeText);
+        code.close(false);
+    }
+    openOPCPackage(fileName_, false);
+}
+
+void AppFileWriter::AppFileWriterImpl::setAppModelFromFile(const ustring& modelFilePath) {
+    requireOpen("setAppModelFromFile");
+    Part part = createPartAndRelationship(layout::kAppModel.name, layout::kAppModel.contentType,
+                                          layout::kAppModel.relationshipType);
+    fl::filesystem::path path;
+    if (!modelFilePath.empty()) {
+        path = fl::filesystem::detail::make_native_form(modelFilePath, true);
+    }
+    fl::filesystem::basic_ifstream<char> file(path, std::ios_base::in | std::ios_base::binary);
+    // Copies nothing when the file did not open.
+    opc::StreamHelper::copyStreamToStream(file, *part.getOutputStream());
+}
+
+// ---- Metadata
+
+namespace {
+
+// Refuses a record that XML cannot hold.
+class RequireXmlText : public boost::static_visitor<void> {
+public:
+    explicit RequireXmlText(const char* field) : field_(fl::i18n::utf8_to_ustring(field)) {}
+
+    void operator()(const appmetadata::OptionalString& text) const {
+        if (text) opc::model::requireXmlText(*text, field_);
+    }
+
+    void operator()(const appmetadata::OptionalStringList& list) const {
+        if (!list) return;
+        for (std::size_t i = 0; i < list->size(); ++i) {
+            const std::string position = "[" + std::to_string(i) + "]";
+            opc::model::requireXmlText((*list)[i], field_ + fl::i18n::utf8_to_ustring(position));
+        }
+    }
+
+private:
+    ustring field_;
+};
+
+void requireXmlText(const AppMetadata& metadata) {
+    for (const auto& [field, value] : metadata.toMap()) {
+        const char* name = appmetadata::kFieldNames.at(static_cast<std::size_t>(field));
+        boost::apply_visitor(RequireXmlText(name), value);
+    }
+}
+
+}  // namespace
+
+void AppFileWriter::AppFileWriterImpl::setAppMetadata(const AppMetadata& metadata) {
+    requireOpen("setAppMetadata");
+    // Before anything changes: the serialiser would stop in the middle of the part.
+    requireXmlText(metadata);
+    const Fallbacks fallbacks = readFallbacks();
+    Part part = createPartAndRelationship(layout::kMetadata.name, layout::kMetadata.contentType,
+                                          layout::kMetadata.relationshipType);
+    writeMetadataPart(part, metadata, fallbacks);
+    writeCoreProperties(metadata);
+}
+
+auto AppFileWriter::AppFileWriterImpl::readFallbacks() const -> Fallbacks {
+    Fallbacks fallbacks;
+    const auto found = package_->getRelationshipsByType(layout::kMetadata.relationshipType);
+    if (found.empty()) return fallbacks;
+    const MetadataDocument document(getTargetPart(*package_, found.front()));
+    for (const auto* text : layout::kTextElementsAsRead) {
+        const DOMElement* element = XercesHelper::getElement(document.root(), text->name);
+        if (element != nullptr) fallbacks[text] = getElementText(element);
+    }
+    return fallbacks;
+}
+
+void AppFileWriter::AppFileWriterImpl::writeMetadataPart(Part& part, const AppMetadata& metadata,
+                                                         const Fallbacks& fallbacks) const {
+    const auto writer = XercesHelper::createWriter();
+    const auto document = XercesHelper::createDocument();
+    document->setXmlStandalone(true);
+    DOMElement* root = XercesHelper::appendElementNS(document.get(), layout::kMetadataNamespace,
+                                                     layout::kMetadataRoot);
+    for (const auto* text : layout::kTextElementsAsWritten) {
+        const auto fallback = fallbacks.find(text);
+        writeStringElement(root, (metadata.*text->get)(),
+                           fallback != fallbacks.end() ? fallback->second : boost::none, text->name,
+                           text->defaultText);
+    }
+    for (const auto& list : layout::kListElements) {
+        writeStringArrayElement(root, (metadata.*list.get)(), list.name, list.item, list.attribute);
+    }
+    XercesHelper::writeDocumentToStream(writer, document, *part.getOutputStream());
+}
+
+void AppFileWriter::AppFileWriterImpl::writeCoreProperties(const AppMetadata& metadata) {
+    writeMinimalSetOfOPCProperties();
+    CoreProperties properties = coreProperties_->getCoreProperties();
+    if (const auto name = metadata.getName()) properties.setTitle(*name);
+    // The package's description is the app's summary; the app's own description is in the XML.
+    if (const auto summary = metadata.getSummary()) properties.setDescription(*summary);
+    const auto release = metadata.getKORVALRelease();
+    const bool current = !release || *release == CoreProperties::getCurrentKORVALRelease();
+    properties.setKORVALReleaseInfo(current
+                                        ? CoreProperties::getCurrentKORVALReleaseInfo()
+                                        : CoreProperties::makeLegacyKORVALReleaseInfo(*release));
+    if (const auto version = metadata.getVersion()) properties.setVersion(*version);
+    if (const auto author = metadata.getAuthor()) properties.setCreatedBy(*author);
+    coreProperties_->setCoreProperties(properties);
+}
+
+boost::optional<ustring> AppFileWriter::AppFileWriterImpl::getElementText(
+    const DOMElement* element) {
+    ustring text;
+    if (!XercesHelper::getElementText(element, text)) return boost::none;
+    return text;
+}
+
+void AppFileWriter::AppFileWriterImpl::writeStringElement(DOMElement* parent,
+                                                          boost::optional<ustring> value,
+                                                          boost::optional<ustring> fallback,
+                                                          const char16_t* elementName,
+                                                          const char16_t* defaultText) const {
+    DOMElement* element =
+        XercesHelper::appendElementNS(parent, layout::kMetadataNamespace, elementName);
+    const ustring lastResort(defaultText);  // std::logic_error for null, whether needed or not
+    XercesHelper::setElementText(element, value ? *value : fallback ? *fallback : lastResort);
+}
+
+void AppFileWriter::AppFileWriterImpl::writeStringArrayElement(
+    DOMElement* parent, boost::optional<std::vector<ustring>> values, const char16_t* listName,
+    const char16_t* itemName, const ustring& attributeName) const {
+    DOMElement* list = XercesHelper::getElement(parent, listName);
+    if (list != nullptr) {
+        for (DOMElement* item : XercesHelper::getElements(list, itemName))
+            list->removeChild(item);
+    } else {
+        list = XercesHelper::appendElementNS(parent, layout::kMetadataNamespace, listName);
+    }
+    if (!values) return;
+    for (const ustring& value : *values) {
+        DOMElement* item =
+            XercesHelper::appendElementNS(list, layout::kMetadataNamespace, itemName);
+        XercesHelper::setElementAttribute(item, attributeName, value);
+    }
+}
+
+// ---- Screenshot
+
+namespace {
+
+// More than any format's name has; a longer name is cut.
+constexpr std::size_t kMaxFormatLength = 1024;
+
+const layout::ScreenshotFormatRow& findScreenshotFormat(const ustring& folded) {
+    const auto& formats = layout::kScreenshotFormats;
+    const auto found = std::find_if(formats.begin(), formats.end(),
+                                    [&](const auto& row) { return folded == row.extension; });
+    return found != formats.end() ? *found : formats.front();
+}
+
+}  // namespace
+
+void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::uint8_t>& bytes,
+                                                        const ustring& format) {
+    requireOpen("setAppScreenshot");
+    const auto& row = findScreenshotFormat(foundation::asciiLower(format, kMaxFormatLength));
+    const PartName name(ustring(layout::kScreenshotNameStem) + row.extension);
+    requireScreenshotSize(fileName_, name, bytes.size());
+
+    deletePreviousScreenshot();
+    Part part = package_->createPart(name, row.contentType(), layout::partInfo());
+    package_->createInternalRelationship(layout::kScreenshotRelationship, name.getURI(), u"");
+    package_->createInternalRelationship(opc::model::PackageHelper::getThumbnailRelationshipType(),
+                                         name.getURI(), u"");
+    opc::ByteArrayInAdaptor image(bytes);
+    opc::StreamHelper::copyStreamToStream(image, *part.getOutputStream());
+}
+
+// Several screenshots stay, since nobody can tell which one is to be replaced.
+void AppFileWriter::AppFileWriterImpl::deletePreviousScreenshot() {
+    const auto screenshots = package_->getRelationshipsByType(layout::kScreenshotRelationship);
+    if (screenshots.size() == 1) {
+        const PartName previous(screenshots.front().getTargetURI());
+        // A screenshot that is missing already must not keep a new one out.
+        if (package_->hasPart(previous)) package_->deletePart(previous);
+        package_->deleteRelationship(screenshots.front().getID());
+    }
+    const auto thumbnails =
+        package_->getRelationshipsByType(opc::model::PackageHelper::getThumbnailRelationshipType());
+    if (thumbnails.size() == 1) package_->deleteRelationship(thumbnails.front().getID());
+}
+
+// ---- The handle
+
+AppFileWriter::AppFileWriter(const ustring& fileName, bool createNew)
+    : impl_(std::make_unique<AppFileWriterImpl>(fileName, createNew)) {}
+AppFileWriter::~AppFileWriter() = default;
+
+void AppFileWriter::close() {
+    impl_->close();
+}
+
+void AppFileWriter::setKORVALCodeText(const ustring& codeText) {
+    impl_->setKORVALCodeText(codeText);
+}
+
+void AppFileWriter::setAppModelFromFile(const ustring& modelFilePath) {
+    impl_->setAppModelFromFile(modelFilePath);
+}
+
+void AppFileWriter::setAppMetadata(const AppMetadata& metadata) {
+    impl_->setAppMetadata(metadata);
+}
+
+void AppFileWriter::setAppScreenshot(const std::vector<std::uint8_t>& bytes,
+                                     const ustring& format) {
+    impl_->setAppScreenshot(bytes, format);
+}
+
+}  // namespace appserialization

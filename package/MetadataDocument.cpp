@@ -1,0 +1,19 @@
+#include "package/MetadataDocument.hpp"
+
+#include <xercesc/dom/DOMDocument.hpp>
+
+#include "package/Layout.hpp"
+
+namespace appserialization {
+
+using opc::model::XercesHelper;
+
+MetadataDocument::MetadataDocument(const opc::model::Part& part)
+    : parser_(XercesHelper::createParser()) {
+    const auto stream = part.getInputStream();
+    root_ = XercesHelper::readDocumentFromStream(parser_, *stream, false, u"",
+                                                 layout::kMetadataNamespace)
+                ->getDocumentElement();
+}
+
+}  // namespace appserialization

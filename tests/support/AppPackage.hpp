@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "tests/support/PackageBuilder.hpp"
+
+namespace test_support {
+
+// The relationship types of an app, spelled out.
+inline constexpr const char16_t* kModelType =
+    u"http://schemas.quorvane.com/lumenForge/app/2014/relationships/appModel";
+inline constexpr const char16_t* kMetadataType =
+    u"http://schemas.quorvane.com/lumenForge/app/2017/relationships/appMetadata";
+inline constexpr const char16_t* kScreenshotType =
+    u"http://schemas.quorvane.com/lumenForge/app/2017/relationships/appScreenshot";
+inline constexpr const char16_t* kThumbnailType =
+    u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/thumbnail";
+
+// A packaged app file made of bytes, so that a test can break exactly one thing. Names are ASCII,
+// contents any bytes.
+class AppPackage {
+public:
+    // Leaves the part out; relationships to it stay.
+    AppPackage& without(std::u16string_view part);
+    // Adds the part, or replaces its content.
+    AppPackage& with(std::u16string_view part, std::string_view bytes);
+    AppPackage& withMetadata(std::string_view children);
+    AppPackage& withRelationship(std::u16string_view type, std::u16string_view target);
+    AppPackage& withoutRelationships(std::u16string_view type);
+
+    std::string bytes() const;
+
+private:
+    PackageBuilder package_;
+    std::vector<std::pair<std::string, std::string>> relationships_;  // type, target
+};
+
+// An app with a model, metadata, a screenshot and core properties, and without code.
+AppPackage goodPackage();
+
+}  // namespace test_support
