@@ -21,6 +21,10 @@ using factory::basic::BindingRegistry;
 using fl::i18n::utf8_to_ustring;
 
 struct Registration {
+    // Written out: clang 14 does not make aggregates in place.
+    Registration(InternedString ownName, NamespaceDefiner itsDefiner)
+        : name(ownName), definer(itsDefiner) {}
+
     InternedString name;
     NamespaceDefiner definer;
     DefinedOnce<NamespacePtr> defined;
