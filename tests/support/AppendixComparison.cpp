@@ -270,8 +270,10 @@ struct Question {
 
 std::vector<Question> questionsFor(const AppendixCase& input) {
     using namespace appserialization;
-    const auto& [lookup, text, element, attribute] = input;
-    switch (lookup) {
+    const ustring& text = input.text;
+    const ustring& element = input.elementName;
+    const ustring& attribute = input.attributeName;
+    switch (input.lookup) {
         case AppendixLookup::Section:
             return {{"getKAppAppendixSection",
                      [&] { return Answer{getKAppAppendixSection(text, element)}; },
