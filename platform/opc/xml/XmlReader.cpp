@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <exception>
 #include <memory>
+#include <random>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -53,14 +54,27 @@ Name splitName(std::string_view text) {
     return {text.substr(0, first), text.substr(first + 1, second - first - 1)};
 }
 
+// The shortest markup that brings a new name is "<a/>".
+constexpr std::size_t kMinBytesPerName = 4;
+
+// What expat hashes names with. Left to itself it asks the system anew for every document.
+unsigned long hashSalt() {
+    static const unsigned long salt = std::random_device()() | 1UL;
+    return salt;
+}
+
 // One run of expat over one document. Exceptions never pass through expat, which is C: a callback
 // keeps what it caught and stops the parser.
 class Run {
 public:
-    explicit Run(Handler* handler)
-        : handler_(handler), parser_(XML_ParserCreateNS(nullptr, kSeparator)) {
+    Run(std::string_view document, Handler* handler)
+        : document_(document),
+          handler_(handler),
+          parser_(XML_ParserCreateNS(nullptr, kSeparator)),
+          mayHaveManyNames_(document.size() > kMaxDistinctNames * kMinBytesPerName) {
         if (!parser_) throw std::bad_alloc();
         XML_Parser parser = parser_.get();
+        XML_SetHashSalt(parser, hashSalt());
         // With the prefix, since names that differ in it alone are different names to a DOM.
         XML_SetReturnNSTriplet(parser, 1);
         XML_SetUserData(parser, this);
@@ -74,9 +88,9 @@ public:
         if (handler != nullptr) XML_SetCharacterDataHandler(parser, onText);
     }
 
-    void parse(std::string_view document, const std::string& where) {
+    void parse(const std::string& where) {
         // In one piece: fed in parts, a token that spans them is scanned again for each.
-        const auto status = XML_Parse(parser_.get(), document.data(), int(document.size()), 1);
+        const auto status = XML_Parse(parser_.get(), document_.data(), int(document_.size()), 1);
         if (failure_) std::rethrow_exception(failure_);
         if (status == XML_STATUS_OK) return;
         const auto code = XML_GetErrorCode(parser_.get());
@@ -163,7 +177,7 @@ private:
     }
 
     void countName(std::string_view name) {
-        if (names_.emplace(name).second) {
+        if (mayHaveManyNames_ && names_.emplace(name).second) {
             refuseIf(names_.size() > kMaxDistinctNames, "more than 1,000 distinct names");
         }
     }
@@ -201,10 +215,12 @@ private:
     }
     std::string place() const { return place_.empty() ? currentPlace() : place_; }
 
+    std::string_view document_;
     Handler* handler_;
     std::unique_ptr<XML_ParserStruct, Free> parser_;
     Bindings bindings_;
     std::vector<Attribute> attributes_;
+    bool mayHaveManyNames_;  // most documents are too short, and need no record of their names
     std::unordered_set<std::string> names_;
     std::size_t depth_ = 0;
     std::size_t elements_ = 0;
@@ -219,7 +235,7 @@ void run(std::string_view document, const std::string& where, Handler* handler) 
     if (document.size() > kMaxBytes) {
         throw Exception(where + ": the XML is larger than 16 MiB");
     }
-    Run(handler).parse(document, where);
+    Run(document, handler).parse(where);
 }
 
 }  // namespace
