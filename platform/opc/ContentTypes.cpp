@@ -6,6 +6,7 @@
 
 #include "platform/opc/Ascii.hpp"
 #include "platform/opc/PackageNames.hpp"
+#include "platform/opc/Shown.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 #include "platform/opc/xml/XmlWriter.hpp"
 
@@ -90,13 +91,13 @@ private:
         const auto extension = required(tag, "Extension");
         if (extension.empty()) throw xml::Refusal("Extension is empty");
         if (extension.find_first_of("./\\") != std::string::npos) {
-            throw xml::Refusal("Extension \"" + extension +
+            throw xml::Refusal("Extension \"" + shown(extension) +
                                "\" has a dot or slash; expected it without");
         }
         ustring key = utf8_to_ustring_strict(extension);
         auto index = extensionKey(key);
         if (!types_->add(types_->defaults_, std::move(index), {false, std::move(key), type(tag)})) {
-            throw xml::Refusal("a second Default for extension \"" + extension + "\"");
+            throw xml::Refusal("a second Default for extension \"" + shown(extension) + "\"");
         }
     }
 
@@ -105,7 +106,7 @@ private:
         const auto text = required(tag, "PartName");
         const auto name = checked<PartName>(text);
         if (!types_->add(types_->overrides_, name.key(), {true, name.toString(), type(tag)})) {
-            throw xml::Refusal("a second Override for part \"" + text + "\"");
+            throw xml::Refusal("a second Override for part \"" + shown(text) + "\"");
         }
     }
 

@@ -4,12 +4,12 @@
 
 #include "platform/opc/HostProperties.hpp"
 #include "platform/opc/RelatedPart.hpp"
+#include "platform/opc/Shown.hpp"
 #include "platform/opc/StandardProperties.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 
 namespace opc::qzservices {
 
-using fl::i18n::to_display;
 using model::Package;
 
 namespace {
@@ -18,8 +18,7 @@ std::vector<model::Relationship> relationshipsToCore(const Package& package) {
     auto found =
         package.getRelationshipsByType(model::PackageHelper::getCorePropertiesRelationshipType());
     if (found.size() > 1) {
-        throw Exception(to_display(package.path().native()) +
-                        ": /_rels/.rels: " + std::to_string(found.size()) +
+        throw Exception(shown(package.path()) + ": /_rels/.rels: " + std::to_string(found.size()) +
                         " relationships lead to core properties; at most one may");
     }
     return found;
@@ -28,10 +27,8 @@ std::vector<model::Relationship> relationshipsToCore(const Package& package) {
 template <class Properties>
 void readPart(const Package& package, const model::Part& part, CoreProperties& properties) {
     const auto bytes = readAll(part, xml::kMaxBytes);
-    Properties::parse(
-        {reinterpret_cast<const char*>(bytes.data()), bytes.size()},
-        to_display(package.path().native()) + ": " + to_display(part.getName().toString()),
-        properties);
+    Properties::parse({reinterpret_cast<const char*>(bytes.data()), bytes.size()},
+                      shown(package.path()) + ": " + shown(part.getName().toString()), properties);
 }
 
 template <class Properties>

@@ -5,14 +5,13 @@
 #include <fl/i18n.hpp>
 
 #include "platform/opc/Ascii.hpp"
+#include "platform/opc/Shown.hpp"
 
 #include <algorithm>
 #include <utility>
 #include <vector>
 
 namespace opc::model {
-
-using fl::i18n::to_display;
 
 namespace {
 
@@ -60,7 +59,7 @@ std::string segmentFault(ustring_view segment) {
         if (segment[i] == u'%') {
             if (auto fault = percentFault(segment, i); !fault.empty()) return fault;
         } else if (!isSegmentCharacter(segment[i])) {
-            return "has the character \"" + to_display(segment.substr(i, 1)) +
+            return "has the character \"" + shown(segment.substr(i, 1)) +
                    "\", which must be percent-encoded";
         }
     }
@@ -86,13 +85,13 @@ std::string nameFault(ustring_view name) {
 
 ustring checkedName(ustring_view name) {
     if (const auto fault = nameFault(name); !fault.empty()) {
-        throw Exception("part name \"" + to_display(name) + "\" " + fault);
+        throw Exception("part name \"" + shown(name) + "\" " + fault);
     }
     return ustring(name);
 }
 
 [[noreturn]] void refuseTarget(const URI& target, const char* fault) {
-    throw Exception("target \"" + to_display(target.toString()) +
+    throw Exception("target \"" + shown(target.toString()) +
                     "\" names no part of a package: " + fault);
 }
 
@@ -243,7 +242,7 @@ ustring PartName::getExtension() const {
 
 ContentType::ContentType(ustring_view text) : text_(text) {
     if (!MediaTypeScanner(text).matches()) {
-        throw Exception("content type \"" + to_display(text) +
+        throw Exception("content type \"" + shown(text) +
                         "\" is not a media type: expected \"type/subtype\" without blanks");
     }
 }

@@ -3,13 +3,13 @@
 #include <fl/i18n.hpp>
 
 #include "platform/opc/PackageState.hpp"
+#include "platform/opc/Shown.hpp"
 
 #include <system_error>
 #include <utility>
 
 namespace opc::model {
 
-using fl::i18n::to_display;
 using interfaces::OpenMode;
 
 namespace {
@@ -20,7 +20,7 @@ auto translated(const fl::filesystem::path& file, Work work) {
     try {
         return work();
     } catch (const std::system_error& error) {
-        throw Exception(to_display(file.native()) + ": " + error.what());
+        throw Exception(shown(file) + ": " + error.what());
     }
 }
 
@@ -39,7 +39,7 @@ Part::Part(const std::shared_ptr<PartEntry>& entry) : entry_(entry), name_(entry
 std::shared_ptr<PartEntry> Part::entry() const {
     auto entry = entry_.lock();
     if (!entry) {
-        throw Exception("part " + to_display(name_.toString()) +
+        throw Exception("part " + shown(name_.toString()) +
                         " was deleted, or its package is closed");
     }
     return entry;
@@ -78,12 +78,12 @@ const fl::filesystem::path& Package::path() const noexcept {
 }
 
 PackageState& Package::state() const {
-    if (!state_) throw Exception(to_display(path().native()) + ": the package is not open");
+    if (!state_) throw Exception(shown(path()) + ": the package is not open");
     return *state_;
 }
 
 void Package::open(OpenMode mode) {
-    const auto file = to_display(path().native());
+    const auto file = shown(path());
     if (state_) throw Exception(file + ": the package is open already");
     if (mode != OpenMode::Read && mode != OpenMode::Create && mode != OpenMode::Edit) {
         throw Exception(file + ": open mode " + std::to_string(int(mode)) + " is unknown");
@@ -103,7 +103,7 @@ bool Package::hasPart(const PartName& name) const {
 
 Part Package::getPart(const PartName& name) const {
     const auto* const part = state().findPart(name);
-    if (part == nullptr) state().refuse("there is no part " + to_display(name.toString()));
+    if (part == nullptr) state().refuse("there is no part " + shown(name.toString()));
     return Part(*part);
 }
 

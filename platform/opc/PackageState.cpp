@@ -6,6 +6,7 @@
 
 #include "platform/opc/Ascii.hpp"
 #include "platform/opc/PackageNames.hpp"
+#include "platform/opc/Shown.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 
 #include <algorithm>
@@ -15,7 +16,6 @@
 
 namespace opc::model {
 
-using fl::i18n::to_display;
 using fl::i18n::ustring_to_utf8;
 using interfaces::OpenMode;
 
@@ -76,7 +76,7 @@ bool PartOrder::operator()(std::string_view a, std::string_view b) const noexcep
 }
 
 PackageState::PackageState(const zippackage::ZipPhysicalPackage& physical, OpenMode mode)
-    : physical_(&physical), mode_(mode), file_(to_display(physical.path().native())) {
+    : physical_(&physical), mode_(mode), file_(shown(physical.path())) {
     if (mode == OpenMode::Create) {
         typesItem_ = names::kContentTypesItem;
         types_ = ContentTypes::initial();
@@ -120,8 +120,8 @@ void PackageState::loadItem(const zip::ZipItem& item) {
         return;
     }
     if (const auto* const other = relative(*name)) {
-        refuse("part names \"" + to_display(other->name.toString()) + "\" and \"" +
-               to_display(name->toString()) + "\" derive from each other; rename one of the parts");
+        refuse("part names \"" + shown(other->name.toString()) + "\" and \"" +
+               shown(name->toString()) + "\" derive from each other; rename one of the parts");
     }
     insert(*name, *type, StandardPartInfo(1, 0), item.name)->item = &item;
 }
@@ -131,9 +131,9 @@ void PackageState::loadRelationships() {
     const auto* const part = findPart(name);
     const bool typed = part != nullptr && (*part)->type == ContentType(names::kRelationshipsType);
     if (!typed && (part != nullptr || untyped_.contains(name.key()))) {
-        refuse(to_display(name.toString()) + " has the content type \"" +
-               (part ? to_display((*part)->type.toString()) : "") + "\"; expected \"" +
-               to_display(names::kRelationshipsType) + "\"");
+        refuse(shown(name.toString()) + " has the content type \"" +
+               (part ? shown((*part)->type.toString()) : "") + "\"; expected \"" +
+               shown(names::kRelationshipsType) + "\"");
     }
     if (typed) {
         const auto document = readItem(*(*part)->item, where(name));
@@ -209,20 +209,19 @@ void PackageState::requireWritable() const {
 
 void PackageState::requireFree(const PartName& name, const ContentType& type) const {
     if (isPackageRelationships(name)) {
-        refuse(to_display(name.toString()) +
-               " is kept by the package; create relationships instead");
+        refuse(shown(name.toString()) + " is kept by the package; create relationships instead");
     }
     if (isRelationshipsName(name) && !(type == ContentType(names::kRelationshipsType))) {
-        refuse(to_display(name.toString()) +
+        refuse(shown(name.toString()) +
                " is the name of a relationships part; its type must be \"" +
-               to_display(names::kRelationshipsType) + "\"");
+               shown(names::kRelationshipsType) + "\"");
     }
     if (findPart(name) != nullptr) {
-        refuse("the package already has a part " + to_display(name.toString()));
+        refuse("the package already has a part " + shown(name.toString()));
     }
     if (const auto* const other = relative(name)) {
-        refuse("there cannot be a part " + to_display(name.toString()) + " beside " +
-               to_display(other->name.toString()) + ": one name derives from the other");
+        refuse("there cannot be a part " + shown(name.toString()) + " beside " +
+               shown(other->name.toString()) + ": one name derives from the other");
     }
 }
 
@@ -244,10 +243,9 @@ const std::shared_ptr<PartEntry>& PackageState::createPart(const PartName& name,
 void PackageState::deletePart(const PartName& name) {
     requireWritable();
     const auto* const part = findPart(name);
-    if (part == nullptr) refuse("there is no part " + to_display(name.toString()) + " to delete");
+    if (part == nullptr) refuse("there is no part " + shown(name.toString()) + " to delete");
     if (isPackageRelationships(name)) {
-        refuse(to_display(name.toString()) +
-               " is kept by the package; delete relationships instead");
+        refuse(shown(name.toString()) + " is kept by the package; delete relationships instead");
     }
     erase(**part);
     if (isRelationshipsName(name)) return;
@@ -275,7 +273,7 @@ Relationship PackageState::createRelationship(const ustring& type, const URI& ta
 void PackageState::deleteRelationship(const ustring& id) {
     requireWritable();
     if (!relationships_.remove(id)) {
-        refuse("there is no relationship \"" + to_display(id) + "\" to delete");
+        refuse("there is no relationship \"" + shown(id) + "\" to delete");
     }
 }
 
@@ -292,7 +290,7 @@ std::unique_ptr<InputStream> PackageState::read(PartEntry& part) const {
 std::unique_ptr<OutputStream> PackageState::write(const std::shared_ptr<PartEntry>& part) {
     requireWritable();
     if (isPackageRelationships(part->name)) {
-        refuse(to_display(part->name.toString()) +
+        refuse(shown(part->name.toString()) +
                " is kept by the package; change relationships instead");
     }
     const zip::ItemOptions options{part->info.compression() != 0, part->info.sizeHint()};
@@ -301,7 +299,7 @@ std::unique_ptr<OutputStream> PackageState::write(const std::shared_ptr<PartEntr
 }
 
 std::string PackageState::where(const PartName& name) const {
-    return file_ + ": " + to_display(name.toString());
+    return file_ + ": " + shown(name.toString());
 }
 
 void PackageState::refuse(const std::string& text) const {

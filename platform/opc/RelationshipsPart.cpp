@@ -7,6 +7,7 @@
 
 #include <xercesc/util/XMLChar.hpp>
 
+#include "platform/opc/Shown.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 #include "platform/opc/xml/XmlWriter.hpp"
 
@@ -15,7 +16,6 @@
 
 namespace opc::model {
 
-using fl::i18n::to_display;
 using fl::i18n::ustring_to_utf8;
 using fl::i18n::utf8_to_ustring_strict;
 
@@ -71,18 +71,17 @@ private:
         const auto text = tag.find("TargetMode").value_or("Internal");
         if (text == "Internal") return TargetMode::Internal;
         if (text == "External") return TargetMode::External;
-        throw xml::Refusal("TargetMode \"" + std::string(text) +
-                           "\" is neither Internal nor External");
+        throw xml::Refusal("TargetMode \"" + shown(text) + "\" is neither Internal nor External");
     }
 
     void add(const xml::StartTag& tag) {
         refuseOtherAttributes(tag);
         const auto id = required(tag, "Id");
         if (!isXmlName(id)) {
-            throw xml::Refusal("relationship id \"" + to_display(id) + "\" is not an XML name");
+            throw xml::Refusal("relationship id \"" + shown(id) + "\" is not an XML name");
         }
         if (part_->ids_.contains(id)) {
-            throw xml::Refusal("a second relationship with id \"" + to_display(id) + "\"");
+            throw xml::Refusal("a second relationship with id \"" + shown(id) + "\"");
         }
         auto type = required(tag, "Type");
         if (type.empty()) throw xml::Refusal("Type is empty");
@@ -103,11 +102,11 @@ RelationshipsPart RelationshipsPart::parse(std::string_view document, const std:
 const Relationship& RelationshipsPart::create(const ustring& type, const URI& target,
                                               const ustring& id) {
     if (!id.empty() && !isXmlName(id)) {
-        throw Exception("relationship id \"" + to_display(id) +
+        throw Exception("relationship id \"" + shown(id) +
                         "\" is not an XML name; leave it empty to get a free one");
     }
     if (ids_.contains(id)) {
-        throw Exception("relationship id \"" + to_display(id) +
+        throw Exception("relationship id \"" + shown(id) +
                         "\" is taken; leave it empty to get a free one");
     }
     if (type.empty()) throw Exception("the type of a relationship must not be empty");

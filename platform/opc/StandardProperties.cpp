@@ -4,6 +4,7 @@
 
 #include <fl/i18n.hpp>
 
+#include "platform/opc/Shown.hpp"
 #include "platform/opc/W3CDate.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 #include "platform/opc/xml/XmlWriter.hpp"
@@ -177,7 +178,7 @@ private:
     void storeDate(const std::string& text) {
         const auto date = parseW3CDate(text);
         if (!date) {
-            throw xml::Refusal(std::string(row_->local) + " \"" + text +
+            throw xml::Refusal(std::string(row_->local) + " \"" + shown(text) +
                                "\" is no date; expected one such as 2026-11-21T10:15:30Z");
         }
         if (row_->isModified()) properties_->modified_ = *date;

@@ -16,6 +16,7 @@
 #include <xercesc/util/XMLUni.hpp>
 
 #include "platform/opc/PartStreams.hpp"
+#include "platform/opc/Shown.hpp"
 #include "platform/opc/xml/XercesMemory.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 
@@ -26,7 +27,6 @@
 
 namespace opc::model {
 
-using fl::i18n::to_display;
 using xml::XercesMemory;
 
 namespace {
@@ -34,7 +34,7 @@ namespace {
 const char* const kAnonymous = "XML document";
 
 std::string display(const XMLCh* text) {
-    return text ? to_display(text) : std::string();
+    return text ? shown(text) : std::string();
 }
 
 // Runs work on the DOM and lets none of the XML library's exceptions out: they are not
@@ -83,7 +83,7 @@ std::string nameOf(const OutputStream& stream) {
 std::string nameOf(const InputStream& stream, const ustring& systemId) {
     const auto* const named = dynamic_cast<const NamedStream*>(&stream);
     if (named) return named->name();
-    return systemId.empty() ? kAnonymous : to_display(systemId);
+    return systemId.empty() ? kAnonymous : shown(systemId);
 }
 
 // DOM strings of elements made without a namespace have no local name.
@@ -243,7 +243,7 @@ xercesc::DOMDocument* XercesHelper::readDocumentFromStream(const XercesParserPtr
     } catch (const Exception& fault) {
         if (expectedNamespace.empty()) throw;
         throw Exception(std::string(fault.what()) + " (expected a document of " +
-                        to_display(expectedNamespace) + ")");
+                        shown(expectedNamespace) + ")");
     }
 }
 
@@ -273,7 +273,7 @@ void XercesHelper::writeDocumentToStream(const XercesWriterPtr& writer,
 
 xercesc::DOMElement* XercesHelper::appendElementNS(xercesc::DOMNode* parent,
                                                    const ustring& nameSpace, const ustring& name) {
-    return translated("element \"" + to_display(name) + "\"", [&] {
+    return translated("element \"" + shown(name) + "\"", [&] {
         const bool isDocument = parent->getNodeType() == xercesc::DOMNode::DOCUMENT_NODE;
         auto* const document =
             isDocument ? static_cast<xercesc::DOMDocument*>(parent) : parent->getOwnerDocument();
@@ -328,7 +328,7 @@ bool XercesHelper::getElementAttribute(const xercesc::DOMElement* element, const
 void XercesHelper::setElementAttribute(xercesc::DOMElement* element, const ustring& name,
                                        const ustring& value) {
     requireXmlText(value, name);
-    translated(to_display(name), [&] { element->setAttribute(name.c_str(), value.c_str()); });
+    translated(shown(name), [&] { element->setAttribute(name.c_str(), value.c_str()); });
 }
 
 }  // namespace opc::model

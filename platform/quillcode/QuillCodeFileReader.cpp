@@ -4,6 +4,7 @@
 
 #include <fl/i18n.hpp>
 
+#include "platform/opc/Shown.hpp"
 #include "platform/quillcode/CodePart.hpp"
 
 #include <string_view>
@@ -26,7 +27,7 @@ opc::model::Part findCode(const opc::model::Package& package, const std::string&
 QuillCodeFileReader::QuillCodeFileReader(const ustring& fileName) : fileName_(fileName) {}
 
 ustring QuillCodeFileReader::getKORVALCode() const {
-    const auto file = fl::i18n::to_display(fileName_);
+    const auto file = opc::shown(fl::filesystem::path(fileName_));
     const opc::zippackage::ZipPhysicalPackage zip(fileName_, true);
     opc::model::Package package(zip);
     package.open(opc::interfaces::OpenMode::Read);
@@ -36,7 +37,7 @@ ustring QuillCodeFileReader::getKORVALCode() const {
         return fl::i18n::utf8_to_ustring_strict(
             {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     } catch (const fl::i18n::ConversionError& fault) {
-        throw opc::Exception(file + ": " + fl::i18n::to_display(part.getName().toString()) +
+        throw opc::Exception(file + ": " + opc::shown(part.getName().toString()) +
                              ": the code is not valid UTF-8 at byte " +
                              std::to_string(fault.index()));
     }

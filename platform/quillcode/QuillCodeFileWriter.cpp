@@ -7,6 +7,7 @@
 #include <fl/i18n.hpp>
 
 #include "platform/opc/RelatedPart.hpp"
+#include "platform/opc/Shown.hpp"
 #include "platform/quillcode/CodePart.hpp"
 
 namespace quillcode {
@@ -45,7 +46,7 @@ void QuillCodeFileWriter::setKORVALCode(const ustring& code) {
     requireOpen();
     auto bytes = fl::i18n::ustring_to_utf8(code);
     if (bytes.size() > codepart::kMaxBytes) {
-        throw opc::Exception(fl::i18n::to_display(fileName_) + ": the code has " +
+        throw opc::Exception(opc::shown(fl::filesystem::path(fileName_)) + ": the code has " +
                              std::to_string(bytes.size()) +
                              " bytes; no more than 256 MiB can be written");
     }
@@ -66,7 +67,8 @@ void QuillCodeFileWriter::close(bool stampProperties) {
 
 void QuillCodeFileWriter::requireOpen() const {
     if (closed_) {
-        throw opc::Exception(fl::i18n::to_display(fileName_) + ": this code writer is closed");
+        throw opc::Exception(opc::shown(fl::filesystem::path(fileName_)) +
+                             ": this code writer is closed");
     }
 }
 

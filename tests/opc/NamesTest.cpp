@@ -32,6 +32,7 @@ TEST(PartName, ChecksEachRule) {
         {u"/\u00E4", "\"\u00E4\", which must be percent-encoded"},
         {u"/[x]", "\"[\", which"},
         {u"/a\\b", "\"\\\", which"},
+        {u"/a\nb", "\"\\x0a\", which"},
         {u"/a?b", "\"?\", which"},
         {u"/a%2fb", "percent-encoded slash"},
         {u"/a%5Cb", "percent-encoded slash or backslash"},

@@ -129,6 +129,19 @@ TEST(RelationshipsPart, RefusesDamage) {
     }
 }
 
+TEST(RelationshipsPart, ShowsForeignTextOnOneShortLine) {
+    const auto id = "&#10;" + std::string(100'000, 'x');
+    try {
+        RelationshipsPart::parse(
+            relationships("<Relationship Id='" + id + "' Type='t' Target='x'/>"), "f");
+        ADD_FAILURE() << "not refused";
+    } catch (const Exception& fault) {
+        EXPECT_THAT(fault.what(), testing::AllOf(testing::HasSubstr("relationship id \"\\x0axxx"),
+                                                 EndsWith("xxx...\" is not an XML name")));
+        EXPECT_LT(std::string_view(fault.what()).size(), 300U);
+    }
+}
+
 TEST(RelationshipsPart, GivesFreeIds) {
     auto part = RelationshipsPart::parse(
         relationships("<Relationship Id='rId2' Type='t' Target='x'/>"), "f");

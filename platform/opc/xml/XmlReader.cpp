@@ -5,6 +5,7 @@
 #include <expat.h>
 
 #include "platform/opc/Ascii.hpp"
+#include "platform/opc/Shown.hpp"
 
 #include <algorithm>
 #include <exception>
@@ -95,8 +96,9 @@ public:
         if (status == XML_STATUS_OK) return;
         const auto code = XML_GetErrorCode(parser_.get());
         if (code == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
-        const char* const text = XML_ErrorString(code);
-        throw Exception(where + ": " + place() + ": " + (refusal_ ? *refusal_ : text));
+        const std::string text = XML_ErrorString(code);
+        throw Exception(where + ": " + place() + ": " +
+                        shown(refusal_ ? *refusal_ : text, kMaxShownMessage));
     }
 
 private:

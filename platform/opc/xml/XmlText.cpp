@@ -3,6 +3,8 @@
 
 #include <fl/i18n.hpp>
 
+#include "platform/opc/Shown.hpp"
+
 #include <cstdio>
 
 namespace opc::model {
@@ -42,7 +44,7 @@ void requireXmlText(const ustring& text, const ustring& field) {
     const bool surrogate = isHighSurrogate(unit) || isLowSurrogate(unit);
     char code[8];
     std::snprintf(code, sizeof code, "%04X", unsigned(unit));
-    throw Exception(fl::i18n::to_display(field) + ": " +
+    throw Exception(shown(field) + ": " +
                     (surrogate ? "the unpaired surrogate U+" : "the character U+") + code +
                     " at index " + std::to_string(position) + " cannot stand in XML; remove it");
 }
