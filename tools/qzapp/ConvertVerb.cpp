@@ -1,0 +1,107 @@
+#include <fmt/format.h>
+#include <CLI/Option.hpp>
+#include <fl/i18n.hpp>
+#include <foundation/ReleaseInfo.hpp>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/qzapp/Arguments.hpp"
+#include "tools/qzapp/Display.hpp"
+#include "tools/qzapp/Errors.hpp"
+#include "tools/qzapp/Files.hpp"
+#include "tools/qzapp/Forms.hpp"
+#include "tools/qzapp/Output.hpp"
+#include "tools/qzapp/Packaging.hpp"
+#include "tools/qzapp/ScreenshotFormats.hpp"
+#include "tools/qzapp/Verbs.hpp"
+
+namespace qzapp {
+namespace {
+
+struct ConvertOptions {
+    std::string in;
+    std::string out;
+    std::string model;
+    bool force = false;
+};
+
+// A converted app, and what of the text app it cannot hold, for people.
+struct Conversion {
+    Content content;
+    std::vector<std::string> losses;
+};
+
+void takeMetadata(Conversion& conversion, const appserialization::AppMetadata& record) {
+    for (const Field field : allFields()) {
+        // A text app has no package format, so its version says nothing.
+        if (field == Field::KVPKGVersion) continue;
+        conversion.content.fields[field] = valueOf(record, field);
+    }
+    const ustring written = std::get<ustring>(valueOf(record, Field::KORVALRelease));
+    const ustring current = foundation::release_info::ReleaseInfo::current().release;
+    if (written.empty() || written == current) return;
+    conversion.losses.push_back(fmt::format(
+        "KORVALRelease \"{}\" is kept as release info only: a packaged app reads as written by {}",
+        visible(written), visible(current)));
+}
+
+void takeScreenshot(Conversion& conversion, appserialization::Screenshot screenshot) {
+    if (screenshot.first.empty() && screenshot.second.empty()) return;
+    if (isPackagedFormat(screenshot.first)) {
+        conversion.content.screenshot = std::move(screenshot);
+        return;
+    }
+    conversion.losses.push_back(fmt::format(
+        "the screenshot has the format \"{}\" and is left out: a packaged app holds png, "
+        "jpg, jpeg or gif",
+        visible(screenshot.first)));
+}
+
+Conversion convertText(const FileName& in) {
+    const auto reader = openApp(in);
+    Conversion conversion;
+    conversion.content.code = readText(in, kMaxContentBytes);
+    about(in, [&] { takeMetadata(conversion, reader->readMetadata()); });
+    takeScreenshot(conversion, readScreenshot(in, *reader));
+    return conversion;
+}
+
+int convert(const ConvertOptions& options) {
+    const FileName out = newPackageArgument(options.out);
+    const FileName in = fileArgument(options.in);
+    requireForm(in, Form::Text);
+    Conversion conversion = convertText(in);
+    conversion.content.model = modelArgument(options.model);
+    requireAbsent(out, options.force);
+    createPackage(out, conversion.content);
+    std::string text = fmt::format("wrote {}\n", visible(out.shown));
+    for (const std::string& loss : conversion.losses)
+        text += "note: " + loss + "\n";
+    print(text);
+    return kDone;
+}
+
+}  // namespace
+
+Action declareConvert(CLI::App& command) {
+    const auto options = std::make_shared<ConvertOptions>();
+    command.add_option("IN.k", options->in, "The text app")->required()->type_name("");
+    command.add_option("OUT.kvpkg", options->out, "The packaged app to make")
+        ->required()
+        ->type_name("");
+    command
+        .add_option("--model", options->model, "Binary app model, which a text app does not have")
+        ->required()
+        ->type_name("FILE");
+    command.add_flag("--force", options->force, "Replace OUT.kvpkg if it exists");
+    command.footer(
+        "The code text is the whole source as it stands. Says what a packaged app cannot hold.\n\n"
+        "Example:\n"
+        "  qzapp convert atlas.k atlas.kvpkg --model atlas.kvd");
+    return [options] { return convert(*options); };
+}
+
+}  // namespace qzapp

@@ -1,0 +1,153 @@
+#include "tools/qzapp/Display.hpp"
+
+#include <fmt/format.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#include <fl/i18n.hpp>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace qzapp {
+namespace {
+
+using foundation::ustring;
+using foundation::ustring_view;
+
+constexpr std::size_t kDefaultWidth = 100;
+
+// Ranges that a terminal acts on instead of showing: controls, direction marks and overrides, line
+// and paragraph separators, the byte-order mark.
+struct Range {
+    char16_t first, last;
+};
+constexpr std::array kUnsafe = {
+    Range{0x0000, 0x001F}, Range{0x007F, 0x009F}, Range{0x061C, 0x061C}, Range{0x200E, 0x200F},
+    Range{0x2028, 0x202E}, Range{0x2066, 0x2069}, Range{0xFEFF, 0xFEFF},
+};
+
+bool isUnsafe(char16_t unit) {
+    return std::any_of(kUnsafe.begin(), kUnsafe.end(), [&](const Range& range) {
+        return range.first <= unit && unit <= range.last;
+    });
+}
+
+// Code points, which is close enough to columns for breaking and aligning.
+std::size_t lengthOf(std::string_view utf8) {
+    return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), [](char c) {
+        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    }));
+}
+
+}  // namespace
+
+std::string visible(ustring_view text) {
+    ustring shown;
+    for (const char16_t unit : text) {
+        if (!isUnsafe(unit)) {
+            shown += unit;
+            continue;
+        }
+        const std::string escape = fmt::format("\\u{:04X}", static_cast<unsigned>(unit));
+        shown.append(escape.begin(), escape.end());
+    }
+    return fl::i18n::to_display(shown);
+}
+
+std::string visible(std::string_view text) {
+    return visible(fl::i18n::utf8_to_ustring(text));
+}
+
+std::vector<std::string> visibleLines(ustring_view text, std::size_t width) {
+    std::vector<std::string> lines;
+    while (true) {
+        const std::size_t end = text.find(u'\n');
+        ustring_view line = text.substr(0, end);
+        if (line.ends_with(u'\r')) line.remove_suffix(1);
+        for (std::string& part : wrapped(visible(line), width))
+            lines.push_back(std::move(part));
+        if (end == ustring_view::npos) return lines;
+        text.remove_prefix(end + 1);
+    }
+}
+
+std::vector<std::string> wrapped(const std::string& line, std::size_t width) {
+    std::vector<std::string> lines;
+    std::string current;
+    std::size_t length = 0;  // of `current`; counting it anew for each word would be quadratic
+    std::size_t start = 0;
+    while (start <= line.size()) {
+        const std::size_t end = std::min(line.find(' ', start), line.size());
+        const std::string word = line.substr(start, end - start);
+        if (!current.empty() && length + 1 + lengthOf(word) > width) {
+            lines.push_back(std::exchange(current, word));
+            length = lengthOf(word);
+        } else {
+            current += (start == 0 ? "" : " ") + word;
+            length += (start == 0 ? 0 : 1) + lengthOf(word);
+        }
+        start = end + 1;
+    }
+    lines.push_back(current);
+    return lines;
+}
+
+bool outputIsTerminal() {
+    return ::isatty(STDOUT_FILENO) == 1;
+}
+
+std::size_t outputWidth() {
+    winsize size{};
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kDefaultWidth;
+    return size.ws_col;
+}
+
+std::string byteCount(std::uint64_t bytes) {
+    std::string digits = std::to_string(bytes);
+    for (std::size_t at = digits.size(); at > 3; at -= 3)
+        digits.insert(at - 3, 1, ',');
+    return digits + (bytes == 1 ? " byte" : " bytes");
+}
+
+Table::Table(std::vector<Column> columns) : columns_(std::move(columns)) {
+    std::vector<std::string> titles;
+    for (const Column& column : columns_)
+        titles.emplace_back(column.title);
+    rows_.push_back(std::move(titles));
+}
+
+void Table::add(std::vector<std::string> row) {
+    rows_.push_back(std::move(row));
+}
+
+std::vector<std::size_t> Table::widths() const {
+    std::vector<std::size_t> widths(columns_.size());
+    for (const auto& row : rows_) {
+        for (std::size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], lengthOf(row[i]));
+    }
+    return widths;
+}
+
+void Table::append(std::string& out, const std::vector<std::string>& row,
+                   const std::vector<std::size_t>& widths) const {
+    std::string line;
+    for (std::size_t i = 0; i < row.size(); ++i) {
+        const std::string padding(widths[i] - lengthOf(row[i]), ' ');
+        line += columns_[i].align == Align::Right ? padding + row[i] : row[i] + padding;
+        line += "  ";
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    out += line + "\n";
+}
+
+std::string Table::text() const {
+    const std::vector<std::size_t> columnWidths = widths();
+    std::string out;
+    for (const auto& row : rows_)
+        append(out, row, columnWidths);
+    return out;
+}
+
+}  // namespace qzapp

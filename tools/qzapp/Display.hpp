@@ -1,0 +1,54 @@
+#pragma once
+
+#include <foundation/ustring.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qzapp {
+
+// Text for a terminal, on one line: control characters and those that reorder a line show as
+// "\u001B", and bytes that are no UTF-8 as U+FFFD.
+std::string visible(std::string_view text);
+std::string visible(foundation::ustring_view text);
+
+// The same for text of several lines, each broken at blanks to at most `width` characters where it
+// can be. Never empty.
+std::vector<std::string> visibleLines(foundation::ustring_view text, std::size_t width);
+
+// A line of text broken at blanks to at most `width` characters where it can be. Never empty.
+std::vector<std::string> wrapped(const std::string& line, std::size_t width);
+
+// Characters on a line of standard output; a default when it is no terminal.
+std::size_t outputWidth();
+bool outputIsTerminal();
+
+// "1 byte", "23,456 bytes".
+std::string byteCount(std::uint64_t bytes);
+
+// Rows of text in aligned columns, two blanks apart.
+class Table {
+public:
+    enum class Align { Left, Right };
+    struct Column {
+        const char* title;
+        Align align;
+    };
+
+    explicit Table(std::vector<Column> columns);
+    void add(std::vector<std::string> row);
+    std::string text() const;
+
+private:
+    std::vector<std::size_t> widths() const;
+    void append(std::string& out, const std::vector<std::string>& row,
+                const std::vector<std::size_t>& widths) const;
+
+    std::vector<Column> columns_;
+    std::vector<std::vector<std::string>> rows_;  // the titles first
+};
+
+}  // namespace qzapp

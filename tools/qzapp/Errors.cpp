@@ -1,0 +1,77 @@
+#include "tools/qzapp/Errors.hpp"
+
+#include <appserialization/Exceptions.hpp>
+#include <fl/filesystem.hpp>
+#include <fl/i18n.hpp>
+
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "tools/qzapp/Display.hpp"
+
+namespace qzapp {
+namespace {
+
+// The ways in which the libraries spell the file's name.
+std::vector<std::string> spellings(const FileName& file) {
+    std::vector<std::string> names;
+    const auto add = [&](const fl::filesystem::path& path) {
+        names.push_back(fl::i18n::to_display(path.native()));
+    };
+    try {
+        add(fl::filesystem::canonical(file.path));
+    } catch (const std::system_error&) {
+        // A file that does not exist has no such name.
+    }
+    add(fl::filesystem::absolute(file.path));
+    add(file.path);
+    return names;
+}
+
+void replaceAll(std::string& text, const std::string& from, const std::string& to) {
+    if (from.empty() || from == to) return;
+    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
+        text.replace(at, from.size(), to);
+    }
+}
+
+// A library's message with the file called what the user calls it, and without it in front, where
+// Error puts it.
+std::string inUsersWords(const FileName& file, std::string text) {
+    for (const std::string& name : spellings(file)) {
+        const std::string prefix = name + ": ";
+        if (text.starts_with(prefix)) {
+            text.erase(0, prefix.size());
+        } else {
+            replaceAll(text, name, file.shown);
+        }
+    }
+    return text;
+}
+
+}  // namespace
+
+void rethrowAbout(const FileName& file) {
+    try {
+        throw;
+    } catch (const appserialization::AppFileReaderGenericException& e) {
+        throw Error(file.shown, inUsersWords(file, e.what()) +
+                                    "; see what the file holds with \"qzapp parts\"");
+    } catch (const std::bad_alloc&) {
+        throw Error(file.shown, "there is not enough memory for it");
+    } catch (const std::exception& e) {
+        throw Error(file.shown, inUsersWords(file, e.what()));
+    }
+}
+
+void report(const std::string& message) {
+    const std::string line = "qzapp: " + visible(message) + "\n";
+    // Nothing is left to tell if standard error fails too.
+    static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
+}
+
+}  // namespace qzapp

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "tools/qzapp/FileName.hpp"
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace qzapp {
+
+inline constexpr int kDone = 0;
+inline constexpr int kFailed = 1;
+inline constexpr int kWrongCommandLine = 2;
+
+// An error in the form that the user sees: what it is about (a file, as a rule), then what was found
+// and what to do.
+class Error : public std::runtime_error {
+public:
+    Error(const std::string& subject, const std::string& text)
+        : std::runtime_error(subject + ": " + text), text_(text) {}
+    virtual int exitStatus() const noexcept { return kFailed; }
+    // Without the subject.
+    const std::string& text() const noexcept { return text_; }
+
+private:
+    std::string text_;
+};
+
+// Arguments that cannot be meant.
+class UsageError : public Error {
+public:
+    using Error::Error;
+    int exitStatus() const noexcept override { return kWrongCommandLine; }
+};
+
+// Standard output is gone: nothing more can be told there.
+class OutputError : public Error {
+public:
+    using Error::Error;
+};
+
+// Throws the exception in flight again as an Error about `file`. For use in a handler.
+[[noreturn]] void rethrowAbout(const FileName& file);
+
+// Runs `action`; whatever it throws becomes an Error about `file`, unless it is one already.
+template <class Action>
+decltype(auto) about(const FileName& file, Action&& action) {
+    try {
+        return std::forward<Action>(action)();
+    } catch (const Error&) {
+        throw;
+    } catch (...) {
+        rethrowAbout(file);
+    }
+}
+
+// Writes "qzapp: MESSAGE" on standard error, as one line whatever the message holds.
+void report(const std::string& message);
+
+}  // namespace qzapp

@@ -1,0 +1,101 @@
+#include "tools/qzapp/Fields.hpp"
+
+#include <fmt/format.h>
+#include <boost/variant.hpp>
+
+#include <array>
+
+#include "tools/qzapp/Display.hpp"
+
+#include "tools/qzapp/Display.hpp"
+
+namespace qzapp {
+namespace {
+
+using appserialization::AppMetadata;
+namespace appmetadata = appserialization::appmetadata;
+
+// The record's setters in the order of its fields: texts, then lists.
+constexpr std::array<void (AppMetadata::*)(const ustring&), 11> kTextSetters = {
+    &AppMetadata::setName,          &AppMetadata::setSummary,
+    &AppMetadata::setAuthor,        &AppMetadata::setVersion,
+    &AppMetadata::setDescription,   &AppMetadata::setScreenshotMode,
+    &AppMetadata::setKVPKGVersion,  &AppMetadata::setMinimumSupportedKORVALRelease,
+    &AppMetadata::setKORVALRelease, &AppMetadata::setUuid,
+    &AppMetadata::setAppType,
+};
+constexpr std::array<void (AppMetadata::*)(const List&), 3> kListSetters = {
+    &AppMetadata::setRequiredProducts,
+    &AppMetadata::setUserComponents,
+    &AppMetadata::setImageRelativePaths,
+};
+static_assert(kTextSetters.size() + kListSetters.size() == appmetadata::kFieldNames.size());
+static_assert(static_cast<std::size_t>(Field::RequiredProducts) == kTextSetters.size());
+
+constexpr std::size_t kHelpWidth = 90;
+
+std::size_t indexOf(Field field) {
+    return static_cast<std::size_t>(field);
+}
+
+std::string joinedNames(bool (*isWanted)(Field)) {
+    std::string names;
+    for (const Field field : allFields()) {
+        if (isWanted(field)) names += (names.empty() ? "" : ", ") + std::string(nameOf(field));
+    }
+    return names;
+}
+
+}  // namespace
+
+const std::vector<Field>& allFields() {
+    static const std::vector<Field> fields = [] {
+        std::vector<Field> all;
+        for (std::size_t i = 0; i < appmetadata::kFieldNames.size(); ++i) {
+            all.push_back(static_cast<Field>(i));
+        }
+        return all;
+    }();
+    return fields;
+}
+
+const char* nameOf(Field field) {
+    return appmetadata::kFieldNames[indexOf(field)];
+}
+
+bool isList(Field field) {
+    return indexOf(field) >= kTextSetters.size();
+}
+
+std::optional<Field> findField(std::string_view name) {
+    for (const Field field : allFields()) {
+        if (name == nameOf(field)) return field;
+    }
+    return std::nullopt;
+}
+
+std::string fieldNames() {
+    return joinedNames([](Field) { return true; });
+}
+
+std::string fieldHelp() {
+    const std::string texts = joinedNames([](Field field) { return !isList(field); });
+    return fmt::format("Text fields:\n  {}\nList fields:\n  {}",
+                       fmt::join(wrapped(texts, kHelpWidth), "\n  "), joinedNames(isList));
+}
+
+FieldValue valueOf(const AppMetadata& record, Field field) {
+    const auto value = record.getFieldValue(field);
+    if (isList(field)) return boost::get<appmetadata::OptionalStringList>(value).value_or(List());
+    return boost::get<appmetadata::OptionalString>(value).value_or(ustring());
+}
+
+void setField(AppMetadata& record, Field field, const FieldValue& value) {
+    if (isList(field)) {
+        (record.*kListSetters[indexOf(field) - kTextSetters.size()])(std::get<List>(value));
+    } else {
+        (record.*kTextSetters[indexOf(field)])(std::get<ustring>(value));
+    }
+}
+
+}  // namespace qzapp

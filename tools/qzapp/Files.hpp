@@ -1,0 +1,37 @@
+#pragma once
+
+#include <fl/FileDescriptor.hpp>
+#include <foundation/ustring.hpp>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "tools/qzapp/FileName.hpp"
+
+namespace qzapp {
+
+// The most that the package library takes as code text or screenshot, and far more than any metadata.
+inline constexpr std::uint64_t kMaxContentBytes = std::uint64_t{256} << 20;
+inline constexpr std::uint64_t kMaxMetadataBytes = std::uint64_t{16} << 20;
+
+// All of these throw Error about the file.
+
+// Opens a regular file for reading; never blocks on anything else.
+fl::filesystem::FileDescriptor openFile(const FileName& file);
+// The same, for the sake of the error alone.
+void requireFile(const FileName& file);
+
+// The whole file, which may hold at most `limit` bytes.
+std::string readBytes(const FileName& file, std::uint64_t limit);
+
+// The same as text; bytes that are not valid UTF-8 are refused.
+foundation::ustring readText(const FileName& file, std::uint64_t limit);
+
+// "line 3, column 7" of a byte in a text.
+std::string placeOf(std::string_view text, std::size_t offset);
+
+// Throws unless nothing has this name, not even a dangling link, or `force` allows to replace it.
+void requireAbsent(const FileName& file, bool force);
+
+}  // namespace qzapp

@@ -1,0 +1,74 @@
+#include "tools/qzapp/Forms.hpp"
+
+#include <appserialization/Functions.hpp>
+#include <appserialization/KAppMetadataReader.hpp>
+#include <appserialization/KVPKGMetadataReader.hpp>
+#include <foundation/Base64.hpp>
+
+#include <string>
+
+#include "tools/qzapp/Errors.hpp"
+#include "tools/qzapp/Files.hpp"
+
+namespace qzapp {
+namespace {
+
+using appserialization::hasExtension;
+using appserialization::isExtensionWrongCase;
+
+bool isWrongCase(const FileName& file) {
+    return isExtensionWrongCase(file.native(), kPackagedExtension) ||
+           isExtensionWrongCase(file.native(), kTextExtension);
+}
+
+}  // namespace
+
+const char* nameOf(Form form) {
+    return form == Form::Packaged ? "packaged" : "text";
+}
+
+Form formOf(const FileName& file) {
+    if (hasExtension(file.native(), kPackagedExtension)) return Form::Packaged;
+    if (hasExtension(file.native(), kTextExtension)) return Form::Text;
+    if (isWrongCase(file)) {
+        throw Error(file.shown, "the extension must be in lower case; rename the file");
+    }
+    throw Error(file.shown,
+                "expected a name ending in \".kvpkg\" or \".k\"; rename the file, or use \"qzapp "
+                "parts\" for any other package");
+}
+
+void requireForm(const FileName& file, Form form) {
+    if (formOf(file) == form) return;
+    throw Error(file.shown,
+                form == Form::Packaged
+                    ? "expected a packaged app (\".kvpkg\"), found a text app; make one "
+                      "of it with \"qzapp convert\""
+                    : "expected a text app (\".k\"), found a packaged app already");
+}
+
+std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& file) {
+    const Form form = formOf(file);
+    requireFile(file);
+    return about(file, [&]() -> std::unique_ptr<appserialization::AppMetadataReader> {
+        if (form == Form::Text) {
+            return std::make_unique<appserialization::KAppMetadataReader>(file.native());
+        }
+        return std::make_unique<appserialization::KVPKGMetadataReader>(file.native());
+    });
+}
+
+appserialization::Screenshot readScreenshot(const FileName& file,
+                                            const appserialization::AppMetadataReader& reader) {
+    return about(file, [&] {
+        try {
+            return reader.readScreenshotAsBytes();
+        } catch (const foundation::crypto::utils::Base64Error& e) {
+            throw Error(
+                file.shown,
+                std::string("the screenshot in section app:thumbnail is damaged: ") + e.what());
+        }
+    });
+}
+
+}  // namespace qzapp

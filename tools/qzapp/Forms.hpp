@@ -1,0 +1,33 @@
+#pragma once
+
+#include <appserialization/AppMetadataReader.hpp>
+#include <foundation/ustring.hpp>
+
+#include <memory>
+
+#include "tools/qzapp/FileName.hpp"
+
+namespace qzapp {
+
+inline const foundation::ustring kPackagedExtension = u".kvpkg";
+inline const foundation::ustring kTextExtension = u".k";
+
+enum class Form { Packaged, Text };
+
+// "packaged", "text".
+const char* nameOf(Form form);
+
+// Which form of app the file's name says it has. Throws Error, with the way out, when neither.
+Form formOf(const FileName& file);
+
+// Throws Error, saying what there is instead, unless the file has this form.
+void requireForm(const FileName& file, Form form);
+
+// Opens an app of either form. All failures are Errors about the file.
+std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& file);
+
+// The app's screenshot. All failures are Errors about the file.
+appserialization::Screenshot readScreenshot(const FileName& file,
+                                            const appserialization::AppMetadataReader& reader);
+
+}  // namespace qzapp

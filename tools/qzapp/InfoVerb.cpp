@@ -1,0 +1,161 @@
+#include <fmt/format.h>
+#include <CLI/Option.hpp>
+#include <fl/i18n.hpp>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/qzapp/Arguments.hpp"
+#include "tools/qzapp/Display.hpp"
+#include "tools/qzapp/Errors.hpp"
+#include "tools/qzapp/Fields.hpp"
+#include "tools/qzapp/Forms.hpp"
+#include "tools/qzapp/MetadataJson.hpp"
+#include "tools/qzapp/Output.hpp"
+#include "tools/qzapp/Verbs.hpp"
+
+namespace qzapp {
+namespace {
+
+using appserialization::AppMetadata;
+using appserialization::Screenshot;
+
+constexpr std::size_t kLabelWidth = 33;  // the longest field name, indented, and two blanks
+constexpr std::size_t kMinTextWidth = 24;
+
+struct InfoOptions {
+    std::vector<std::string> files;
+    bool json = false;
+    std::optional<std::string> field;
+};
+
+bool isPresent(const Screenshot& screenshot) {
+    return !screenshot.first.empty() || !screenshot.second.empty();
+}
+
+nlohmann::ordered_json screenshotJson(const Screenshot& screenshot) {
+    if (!isPresent(screenshot)) return nullptr;
+    return {{"format", fl::i18n::ustring_to_utf8(screenshot.first)},
+            {"bytes", screenshot.second.size()}};
+}
+
+std::string screenshotText(const Screenshot& screenshot) {
+    if (!isPresent(screenshot)) return "(none)";
+    return fmt::format("{}, {}", visible(screenshot.first), byteCount(screenshot.second.size()));
+}
+
+// The lines that people see of a value.
+std::vector<std::string> linesOf(const FieldValue& value, std::size_t width) {
+    if (const auto* text = std::get_if<ustring>(&value)) {
+        return text->empty() ? std::vector<std::string>{"(empty)"} : visibleLines(*text, width);
+    }
+    std::vector<std::string> lines;
+    for (const ustring& item : std::get<List>(value)) {
+        lines.push_back(item.empty() ? "(empty)" : visible(item));
+    }
+    return lines.empty() ? std::vector<std::string>{"(none)"} : lines;
+}
+
+// A label with its lines in one column beside it.
+std::string entry(std::string_view label, const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) {
+        std::string row = fmt::format("{:<{}}{}", "  " + std::string(label), kLabelWidth, line);
+        row.erase(row.find_last_not_of(' ') + 1);
+        text += row + "\n";
+        label = "";
+    }
+    return text;
+}
+
+std::string sheetFor(const FileName& file, const AppMetadata& record,
+                     const Screenshot& screenshot) {
+    const std::size_t width = std::max(outputWidth(), kLabelWidth + kMinTextWidth) - kLabelWidth;
+    std::string text = fmt::format("{} ({} app)\n", visible(file.shown), nameOf(formOf(file)));
+    for (const Field field : allFields()) {
+        text += entry(nameOf(field), linesOf(valueOf(record, field), width));
+    }
+    return text + entry("Screenshot", {screenshotText(screenshot)});
+}
+
+std::string jsonFor(const FileName& file, const AppMetadata& record, const Screenshot& screenshot) {
+    return jsonLine({{"file", file.shown},
+                     {"form", nameOf(formOf(file))},
+                     {"metadata", toJson(record)},
+                     {"screenshot", screenshotJson(screenshot)}});
+}
+
+// The value itself, for scripts; for a terminal without what would drive it.
+std::string plain(const ustring& value) {
+    return outputIsTerminal()
+               ? fmt::format("{}", fmt::join(visibleLines(value, ustring::npos), "\n"))
+               : fl::i18n::ustring_to_utf8(value);
+}
+
+std::string fieldText(const AppMetadata& record, Field field) {
+    const FieldValue value = valueOf(record, field);
+    if (const auto* text = std::get_if<ustring>(&value)) return plain(*text) + "\n";
+    std::string lines;
+    for (const ustring& item : std::get<List>(value))
+        lines += plain(item) + "\n";
+    return lines;
+}
+
+std::string describe(const FileName& file, const InfoOptions& options) {
+    const auto reader = openApp(file);
+    return about(file, [&] {
+        const AppMetadata record = reader->readMetadata();
+        if (options.field) return fieldText(record, *findField(*options.field));
+        const Screenshot screenshot = readScreenshot(file, *reader);
+        return options.json ? jsonFor(file, record, screenshot)
+                            : sheetFor(file, record, screenshot);
+    });
+}
+
+int info(const InfoOptions& options) {
+    if (options.field && options.json) throw UsageError("--field", "cannot be given with --json");
+    if (options.field && !findField(*options.field)) {
+        throw UsageError("--field", fmt::format("\"{}\" is no metadata field; the fields are {}",
+                                                *options.field, fieldNames()));
+    }
+    int status = kDone;
+    for (const std::string& name : options.files) {
+        try {
+            print(describe(fileArgument(name), options));
+        } catch (const OutputError&) {
+            throw;
+        } catch (const Error& e) {
+            report(e.what());
+            status = kFailed;
+        }
+    }
+    return status;
+}
+
+}  // namespace
+
+Action declareInfo(CLI::App& command) {
+    const auto options = std::make_shared<InfoOptions>();
+    command.add_option("FILE", options->files, "Packaged (.kvpkg) or text (.k) apps")
+        ->required()
+        ->type_name("");
+    command.add_flag("--json", options->json, "One JSON object a line and file");
+    command.add_option("--field", options->field, "Print this field's value and nothing else")
+        ->type_name("NAME");
+    command.footer(
+        "A file that cannot be read is reported and does not stop the others; the exit status is "
+        "then 1.\n" +
+        fieldHelp() +
+        "\n\n"
+        "Examples:\n"
+        "  qzapp info atlas.kvpkg atlas.k\n"
+        "  qzapp info --json apps/*.kvpkg | jq -r .metadata.Name\n"
+        "  version=$(qzapp info --field Version atlas.kvpkg)");
+    return [options] { return info(*options); };
+}
+
+}  // namespace qzapp

@@ -1,0 +1,34 @@
+#include "tools/qzapp/ScreenshotFormats.hpp"
+
+#include <fl/i18n.hpp>
+
+#include <algorithm>
+#include <array>
+
+#include "tools/qzapp/Errors.hpp"
+
+namespace qzapp {
+namespace {
+
+using foundation::ustring;
+using foundation::ustring_view;
+
+constexpr std::array<ustring_view, 4> kFormats = {u"png", u"jpg", u"jpeg", u"gif"};
+
+}  // namespace
+
+bool isPackagedFormat(ustring_view format) {
+    const ustring lower = fl::i18n::to_lower(format);
+    return std::find(kFormats.begin(), kFormats.end(), lower) != kFormats.end();
+}
+
+ustring screenshotFormatOf(const FileName& image) {
+    const ustring name = image.path.filename();
+    const std::size_t dot = name.rfind(u'.');
+    ustring format = dot == ustring::npos ? ustring() : name.substr(dot + 1);
+    if (isPackagedFormat(format)) return format;
+    throw Error(image.shown,
+                "expected an image whose name ends in .png, .jpg, .jpeg or .gif; convert it first");
+}
+
+}  // namespace qzapp

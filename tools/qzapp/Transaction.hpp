@@ -1,0 +1,47 @@
+#pragma once
+
+#include <fl/FileDescriptor.hpp>
+#include <fl/ReplacementFile.hpp>
+
+#include <optional>
+#include <string_view>
+
+#include "tools/qzapp/Cleanup.hpp"
+#include "tools/qzapp/FileName.hpp"
+
+namespace qzapp {
+
+// The making of a file in several steps that count as one: the steps work on a private file beside
+// the target, and commit() puts it in the target's place. A transaction that ends without commit(),
+// by an exception or by a signal, leaves the target as it was and nothing beside it. Failures are
+// Errors about the target.
+class Transaction {
+public:
+    enum class Start { Empty, CopyOfTarget };
+
+    Transaction(const FileName& target, Start start);
+    ~Transaction();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+
+    // To work on; messages about it show the target's name.
+    const FileName& workingFile() const noexcept { return working_; }
+
+    // Fill an empty working file.
+    void write(std::string_view bytes);
+    void copyFrom(const fl::filesystem::FileDescriptor& source);
+
+    // Fails, with the target as it is, when another program has changed it since the start.
+    void commit();
+
+private:
+    void createWorkingFile();
+
+    FileName target_;
+    std::optional<fl::filesystem::SaveTarget> saveTarget_;
+    FileName working_;
+    std::optional<Leftover> leftover_;
+    fl::filesystem::FileDescriptor file_;
+};
+
+}  // namespace qzapp

@@ -1,0 +1,21 @@
+#include "tools/qzapp/Verbs.hpp"
+
+#include <array>
+
+namespace qzapp {
+
+std::span<const Verb> verbs() {
+    static constexpr std::array kVerbs = {
+        Verb{"create", "Make a packaged app of code, model, metadata and screenshot",
+             declareCreate},
+        Verb{"edit", "Change what is named in a packaged app and keep the rest", declareEdit},
+        Verb{"convert", "Make a packaged app of a text app", declareConvert},
+        Verb{"info", "Show an app's metadata and screenshot facts", declareInfo},
+        Verb{"extract", "Write an app's content to files", declareExtract},
+        Verb{"parts", "List and check the parts of any package", declareParts},
+        Verb{"items", "List and check the items of any zip file", declareItems},
+    };
+    return kVerbs;
+}
+
+}  // namespace qzapp

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <CLI/App.hpp>
+
+#include <functional>
+#include <span>
+
+namespace qzapp {
+
+// Runs a verb once its command line has been parsed. Returns the exit status, or throws Error.
+using Action = std::function<int()>;
+
+// A verb of the tool. `declare` adds its options to `command`; the action that it returns owns them.
+struct Verb {
+    const char* name;
+    const char* summary;
+    Action (*declare)(CLI::App& command);
+};
+
+// In the order of the help.
+std::span<const Verb> verbs();
+
+Action declareCreate(CLI::App& command);
+Action declareEdit(CLI::App& command);
+Action declareConvert(CLI::App& command);
+Action declareInfo(CLI::App& command);
+Action declareExtract(CLI::App& command);
+Action declareParts(CLI::App& command);
+Action declareItems(CLI::App& command);
+
+}  // namespace qzapp
