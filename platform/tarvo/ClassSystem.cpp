@@ -20,22 +20,25 @@ using factory::TarvoNamespace;
 using factory::basic::BindingRegistry;
 using fl::i18n::utf8_to_ustring;
 
-struct Registration {
-    // Written out: clang 14 does not make aggregates in place.
-    Registration(InternedString ownName, NamespaceDefiner itsDefiner)
-        : name(ownName), definer(itsDefiner) {}
+class Registration {
+public:
+    Registration(InternedString name, NamespaceDefiner definer) : name_(name), definer_(definer) {}
 
-    InternedString name;
-    NamespaceDefiner definer;
-    DefinedOnce<NamespacePtr> defined;
+    InternedString name() const noexcept { return name_; }
+    NamespaceDefiner definer() const noexcept { return definer_; }
 
     NamespacePtr get() const {
-        return defined.get([this] {
-            auto made = std::make_shared<TarvoNamespace>(name);
-            definer(*made);
+        return defined_.get([this] {
+            auto made = std::make_shared<TarvoNamespace>(name_);
+            definer_(*made);
             return made;
         });
     }
+
+private:
+    InternedString name_;
+    NamespaceDefiner definer_;
+    DefinedOnce<NamespacePtr> defined_;
 };
 
 using RegistrationPtr = std::shared_ptr<const Registration>;
@@ -53,7 +56,7 @@ public:
         const auto found = registrations_.find(name.str());
         if (found == registrations_.end()) {
             registrations_.emplace(name.str(), std::make_shared<Registration>(name, definer));
-        } else if (found->second->definer != definer) {
+        } else if (found->second->definer() != definer) {
             throw RegistrationError("the namespace \"" + name.str() + "\" is already registered");
         }
     }
@@ -154,7 +157,7 @@ std::size_t boundObjectCount() {
 bool unregisterTarvoNamespace(std::string_view name) {
     const RegistrationPtr removed = NamespaceTable::instance().remove(name);
     if (removed == nullptr) return false;
-    BindingRegistry::instance().destroyAllOf(removed->name);
+    BindingRegistry::instance().destroyAllOf(removed->name());
     return true;
 }
 
