@@ -38,7 +38,8 @@ if(QZ_BUNDLED_PLATFORM)
     foreach(library foundation messages opc quillcode hvarray tarvo)
         install(DIRECTORY platform/${library} DESTINATION ${platform_headers}
             FILES_MATCHING PATTERN "*.hpp"
-            PATTERN "foundation/fl" EXCLUDE PATTERN "opc/zip" EXCLUDE PATTERN "opc/xml" EXCLUDE)
+            PATTERN "foundation/fl" EXCLUDE PATTERN "opc/zip" EXCLUDE PATTERN "opc/xml" EXCLUDE
+            PATTERN "hvarray/ArrayData.hpp" EXCLUDE)
     endforeach()
 endif()
 
