@@ -22,7 +22,7 @@ using fl::i18n::utf8_to_ustring;
 
 class Registration {
 public:
-    Registration(InternedString name, NamespaceDefiner definer) : name_(name), definer_(definer) {}
+    Registration(InternedString name, NamespaceDefiner define) : name_(name), definer_(define) {}
 
     InternedString name() const noexcept { return name_; }
     NamespaceDefiner definer() const noexcept { return definer_; }
