@@ -134,8 +134,8 @@ std::uint32_t crc32Of(const std::string& content) {
 
 std::string little(std::uint64_t number, int bytes) {
     std::string text;
-    for (int i = 0; i < bytes; ++i)
-        text += static_cast<char>(number >> (8 * i) & 0xFF);
+    for (; bytes > 0; --bytes, number >>= 8)
+        text += static_cast<char>(number & 0xFF);
     return text;
 }
 
