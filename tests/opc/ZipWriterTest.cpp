@@ -4,6 +4,7 @@
 
 #include "platform/opc/zip/ZipFormat.hpp"
 #include "tests/opc/ZipTestSupport.hpp"
+#include "tests/support/SmallStack.hpp"
 #include "tests/support/ZipBuilder.hpp"
 
 #include <gmock/gmock.h>
@@ -245,6 +246,16 @@ TEST_F(ZipWriterTest, UsesZip64ForManyItemsOnlyWhenAllowed) {
             }
         }
     }
+}
+
+TEST_F(ZipWriterTest, RunsOnASmallStack) {
+    test_support::onSmallStack([this] {
+        const auto writer = create();
+        writeItem(*writer, "large", prose(3 << 20));
+        writeItem(*writer, "small", "s");
+        save(*writer);
+        EXPECT_EQ(readItem(*open(), "large"), prose(3 << 20));
+    });
 }
 
 TEST_F(ZipWriterTest, RefusesNamesThatItCouldNotOpenAgain) {
