@@ -34,6 +34,8 @@ RELATIONSHIPS = f"""<?xml version="1.0" standalone="yes"?>
       Type="{BASE}/2017/relationships/appScreenshot"/>
   <r:Relationship Target="lumenforge/%61ppModel.kvd" Id="model"
       Type="{BASE}/2014/relationships/appModel"/>
+  <r:Relationship Target="./source/main.k" Id="code"
+      Type="http://schemas.quorvane.com/korval/2026/relationships/code"/>
   <r:Relationship Target="/about/app.xml" Id="meta" TargetMode="Internal"
       Type="{BASE}/2017/relationships/appMetadata"/>
   <r:Relationship Target="https://example.com/help" Id="help" TargetMode="External"
@@ -66,6 +68,7 @@ second line </a:description>
 </a:metadata>
 """
 
+CODE = "% d\u00e9j\u00e0 \U0001F30A\r\nx = 1;\n"
 MODEL = bytes(range(256)) * 64
 IMAGE = b"\xff\xd8\xff\xe0 a picture"
 TIME = (2021, 3, 4, 5, 6, 8)
@@ -102,6 +105,7 @@ def main():
         add(archive, "pictures/screen%20shot.JPEG", IMAGE, zipfile.ZIP_STORED)
         add(archive, "lumenforge/appModel.kvd", MODEL)
         add(archive, "Properties/Core.xml", CORE.encode("utf-8-sig"))
+        add(archive, "source/main.k", CODE.encode("utf-8"))
         add(archive, "_rels/.rels", RELATIONSHIPS.encode("utf-8"))
         add(archive, "[Content_Types].xml", CONTENT_TYPES.encode("utf-8-sig"))
     pathlib.Path(__file__).with_name("foreign.kvpkg").write_bytes(pipe.bytes)

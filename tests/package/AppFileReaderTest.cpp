@@ -90,10 +90,19 @@ TEST_F(AppFileReaderTest, MissesTheModelWhenItIsNeeded) {
 }
 
 TEST_F(AppFileReaderTest, SaysOnlyThatTheCodeCannotBeRead) {
-    const ustring app = write(goodPackage());
-    const AppFileReader reader(app);
-    EXPECT_EQ(genericError(app, [&] { reader.getKORVALCodeText(); }), "Failed to read KORVAL code");
-    EXPECT_TRUE(reader.hasParts()) << "stays usable";
+    EXPECT_EQ(AppFileReader(write(goodPackage())).getKORVALCodeText(), u"x = 1;\n");
+    const AppPackage damaged[] = {
+        goodPackage().without(u"/korval/code.k"),
+        goodPackage().withoutRelationships(test_support::kCodeType),
+        goodPackage().with(u"/korval/code.k", "x = '\xFF';"),
+    };
+    for (const AppPackage& package : damaged) {
+        const ustring app = write(package);
+        const AppFileReader reader(app);
+        EXPECT_EQ(genericError(app, [&] { reader.getKORVALCodeText(); }),
+                  "Failed to read KORVAL code");
+        EXPECT_TRUE(reader.hasParts()) << "stays usable";
+    }
 }
 
 TEST_F(AppFileReaderTest, ReplacesWhatTheScreenshotsArgumentsHeld) {

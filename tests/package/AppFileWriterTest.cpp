@@ -121,18 +121,37 @@ TEST_F(AppFileWriterTest, AnEmptyRecordWritesDefaultsAndOnlyTheMinimalProperties
                  package.properties.getVersion() || package.properties.getCreatedBy());
 }
 
-TEST_F(AppFileWriterTest, ListsAreItemsWithOneAttributeEach) {
+TEST_F(AppFileWriterTest, EachFieldHasItsPlace) {
     AppMetadata metadata;
+    metadata.setName(u"name");
+    metadata.setSummary(u"summary");
+    metadata.setAuthor(u"author");
+    metadata.setVersion(u"version");
+    metadata.setDescription(u"description");
+    metadata.setScreenshotMode(u"mode");
+    metadata.setKVPKGVersion(u"format");
+    metadata.setMinimumSupportedKORVALRelease(u"minimum");
+    metadata.setUuid(u"uuid");
+    metadata.setAppType(u"type");
     metadata.setRequiredProducts({u"a", u"a"});
     metadata.setImageRelativePaths({u"b"});
     metadata.setUserComponents({u"c"});
     setMetadata(metadata);
-    const std::string xml = PackageContents(app_).parts.at(kMetadataPart);
-    EXPECT_THAT(xml,
-                HasSubstr("<componentProducts><product id=\"a\"/><product id=\"a\"/>"
+    const PackageContents package(app_);
+    EXPECT_THAT(package.parts.at(kMetadataPart),
+                HasSubstr("<description>description</description>"
+                          "<KVPKGVersion>format</KVPKGVersion>"
+                          "<minimumSupportedKORVALRelease>minimum</minimumSupportedKORVALRelease>"
+                          "<screenshotMode>mode</screenshotMode><uuid>uuid</uuid>"
+                          "<AppType>type</AppType>"
+                          "<componentProducts><product id=\"a\"/><product id=\"a\"/>"
                           "</componentProducts><imageRelativePaths><imageRelativePath path=\"b\"/>"
                           "</imageRelativePaths><userComponents><userComponent class=\"c\"/>"
-                          "</userComponents>"));
+                          "</userComponents></metadata>"));
+    EXPECT_EQ(package.properties.getTitle(), u"name");
+    EXPECT_EQ(package.properties.getDescription(), u"summary");
+    EXPECT_EQ(package.properties.getCreatedBy(), u"author");
+    EXPECT_EQ(package.properties.getVersion(), u"version");
 }
 
 TEST_F(AppFileWriterTest, AbsentTextsKeepTheirValuesAndListsDoNot) {

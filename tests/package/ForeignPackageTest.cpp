@@ -52,6 +52,7 @@ TEST_F(ForeignPackageTest, ReadsExactly) {
     reader.getAppScreenshot(image, format);
     EXPECT_EQ(std::string(image.begin(), image.end()), "\xFF\xD8\xFF\xE0 a picture");
     EXPECT_EQ(format, u"JPEG");
+    EXPECT_EQ(reader.getKORVALCodeText(), u"% d\u00e9j\u00e0 \U0001F30A\r\nx = 1;\n");
     reader.copyAppDataToTempFile(directory_.name("copy"));
     EXPECT_TRUE(readFile(directory_.path() / "copy") == model());
 }
@@ -75,6 +76,7 @@ TEST_F(ForeignPackageTest, KeepsItsOwnNamesThroughAnEdit) {
     EXPECT_TRUE(package.parts.contains(u"/about/app.xml"));
     EXPECT_FALSE(package.parts.contains(u"/metadata/appMetadata.xml"));
     EXPECT_TRUE(package.parts.contains(u"/metadata/appScreenshot.png"));
+    EXPECT_EQ(package.parts.at(u"/source/main.k"), "code");
     EXPECT_FALSE(package.parts.contains(u"/pictures/screen%20shot.JPEG"));
     const std::string bytes = readFile(directory_.path() / "foreign.kvpkg");
     EXPECT_TRUE(bytes.ends_with("made elsewhere")) << "the archive's comment";

@@ -6,6 +6,7 @@
 #include <latch>
 #include <thread>
 
+#include "tests/support/SmallStack.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
 
 namespace appserialization {
@@ -54,6 +55,15 @@ TEST(ThreadTest, DistinctFilesGoOnDistinctThreads) {
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(good, std::vector<int>(kThreads, 3));
+}
+
+TEST(ThreadTest, ASmallStackIsEnough) {
+    const test_support::TemporaryDirectory directory;
+    const ustring model = directory.write("model.kvd", std::string(100'000, 'm'));
+    bool good = false;
+    test_support::onSmallStack(
+        [&] { good = createEditAndRead(directory.name("app.kvpkg"), model); });
+    EXPECT_TRUE(good);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@ constexpr std::string_view kTypes =
     R"(<Default Extension="rels" ContentType="application/vnd.openxmlformats-package.relationships+xml"/>)"
     R"(<Default Extension="xml" ContentType="application/vnd.quorvane.korval.lumenForge.appMetadata+xml"/>)"
     R"(<Default Extension="kvd" ContentType="application/vnd.quorvane.korval.lumenForge.appModel+kvd"/>)"
+    R"(<Default Extension="k" ContentType="application/vnd.quorvane.korval.code"/>)"
     R"(<Default Extension="png" ContentType="image/png"/>)"
     R"(<Default Extension="jpeg" ContentType="image/jpeg"/>)"
     R"(<Override PartName="/docProps/core.xml" ContentType="application/vnd.openxmlformats-package.core-properties+xml"/>)";
@@ -67,9 +68,11 @@ AppPackage goodPackage() {
         .withMetadata(
             "<description>Good Description</description>"
             R"(<componentProducts><product id="Product"/></componentProducts>)")
+        .with(u"/korval/code.k", "x = 1;\n")
         .with(u"/metadata/appScreenshot.png", "image")
         .with(u"/docProps/core.xml", kCoreProperties)
         .withRelationship(kModelType, u"/lumenforge/appModel.kvd")
+        .withRelationship(kCodeType, u"/korval/code.k")
         .withRelationship(kMetadataType, u"/metadata/appMetadata.xml")
         .withRelationship(kScreenshotType, u"/metadata/appScreenshot.png")
         .withRelationship(kThumbnailType, u"/metadata/appScreenshot.png")

@@ -16,6 +16,8 @@ inline constexpr const char16_t* kMetadataType =
     u"http://schemas.quorvane.com/lumenForge/app/2017/relationships/appMetadata";
 inline constexpr const char16_t* kScreenshotType =
     u"http://schemas.quorvane.com/lumenForge/app/2017/relationships/appScreenshot";
+inline constexpr const char16_t* kCodeType =
+    u"http://schemas.quorvane.com/korval/2026/relationships/code";
 inline constexpr const char16_t* kThumbnailType =
     u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/thumbnail";
 
@@ -38,7 +40,7 @@ private:
     std::vector<std::pair<std::string, std::string>> relationships_;  // type, target
 };
 
-// An app with a model, metadata, a screenshot and core properties, and without code.
+// An app with a model, code, metadata, a screenshot and core properties.
 AppPackage goodPackage();
 
 }  // namespace test_support
