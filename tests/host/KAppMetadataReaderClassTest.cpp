@@ -157,6 +157,24 @@ TEST_F(KAppMetadataReaderClass, BadBase64IsLoadFailedForTheReadersOwnFileName) {
     EXPECT_NO_THROW(call(handle, "readMetadata", 1));
 }
 
+TEST_F(KAppMetadataReaderClass, AForeignFailureInTheConstructorIsLoadFailedForTheGivenName) {
+    const std::u16string absolute = write("x = 1;\n");
+    const auto given = std::filesystem::relative(absolute).u16string();
+    construct(given);  // what is interned and defined stays
+    int hostErrors = 0;
+    const auto constructOnce = [&] {
+        try {
+            construct(given);
+        } catch (const messages::HostError& error) {
+            ++hostErrors;
+            EXPECT_EQ(error.message().identifier(), "LoadFailed");
+            EXPECT_EQ(error.message().arguments(), std::vector<std::u16string>{given});
+        }
+    };
+    test_support::forEachFailingAllocation(constructOnce, [] {});
+    EXPECT_GT(hostErrors, 0);
+}
+
 TEST_F(KAppMetadataReaderClass, ADescribedMethodChecksItsObjectItself) {
     const ArrayPtr handle = construct(write("x = 1;\n"));
     const ArrayPtr text = adopt(hvCreateString_UTF16(u"text"));

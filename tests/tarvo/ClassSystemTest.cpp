@@ -173,6 +173,17 @@ TEST_F(ClassSystem, ADestroyedObjectLeavesItsHandlesInvalid) {
     EXPECT_EQ(errorOf([&] { echo(handle); }), "DestroyedObject: The object has been destroyed.");
 }
 
+TEST_F(ClassSystem, ARetractedObjectIsItsOwnersAgain) {
+    const ArrayPtr handle = construct("test.Echo");
+    const hvArray_tag* const inputs[] = {handle.get()};
+    const std::unique_ptr<tarvo::factory::full::Wrappable> native(
+        tarvo::factory::impl::findSelf(inputs));
+    tarvo::factory::full::retract(*native);
+    EXPECT_FALSE(tarvo::isValidHandle(*handle));
+    EXPECT_EQ(tarvo::boundObjectCount(), 0u);
+    EXPECT_EQ(liveEchoes, 1);
+}
+
 TEST_F(ClassSystem, UnregisteringDestroysTheObjectsOfItsClassesOnly) {
     tarvo::factory::registerTarvoNamespace("test.inner", defineTest);
     const ArrayPtr handle = construct("test.Echo");
