@@ -3,9 +3,12 @@
 #include <opc/Exception.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <istream>
 #include <memory>
 #include <ostream>
+#include <string>
+#include <system_error>
 #include <utility>
 
 namespace opc {
@@ -24,14 +27,17 @@ private:
     std::unique_ptr<std::byte[]> bytes_ = std::make_unique_for_overwrite<std::byte[]>(kSize);
 };
 
-// A standard stream may be set to throw by itself; either way the failure is ours to name.
+// A standard stream may be set to throw by itself; either way the failure is ours to name. The reason
+// is the system's, as a file stream leaves it behind; a stream over anything else has none.
 template <class Step>
 void asStreamFailure(const char* what, Step step) {
+    errno = 0;
     try {
         if (step()) return;
     } catch (const std::ios_base::failure&) {
     }
-    throw Exception(what);
+    const int reason = errno;
+    throw Exception(reason == 0 ? what : what + (": " + std::generic_category().message(reason)));
 }
 
 constexpr const char* kCannotRead = "cannot read the input stream to its end";
