@@ -1,7 +1,5 @@
 import json
 import os
-import pathlib
-import re
 import shutil
 import signal
 import subprocess
@@ -58,11 +56,10 @@ class Create(ToolTest):
                          ("line", "file", ["line"]))
 
     def test_source_date_epoch_fixes_the_bytes(self):
-        a, b = (self.create(n, "--force") and self.run_tool(
-            "create", n, "--force", "--code", EXAMPLE / "code.k", "--model",
-            EXAMPLE / "appModel.kvd", env={"SOURCE_DATE_EPOCH": "1000000000"}) and self.read(n)
-            for n in ("a.kvpkg", "b.kvpkg"))
-        self.assertEqual(a, b)
+        for name in ("a.kvpkg", "b.kvpkg"):
+            self.ok("create", name, "--code", EXAMPLE / "code.k", "--model", EXAMPLE / "appModel.kvd",
+                    env={"SOURCE_DATE_EPOCH": "1000000000"})
+        self.assertEqual(self.read("a.kvpkg"), self.read("b.kvpkg"))
         parts = json.loads(self.ok("parts", "--json", "a.kvpkg"))
         self.assertEqual(parts["coreProperties"]["modified"], "2001-09-09T01:46:40Z")
         self.fails(2, 'SOURCE_DATE_EPOCH: expected seconds since 1970, found "soon"',
@@ -192,6 +189,37 @@ class Interrupted(ToolTest):
         self.assertRegex(result.stderr.decode(), r"^qzapp: a\.kvpkg: .*File too large.*\n$")
         self.assertEqual(self.read("a.kvpkg"), before)
         self.assertEqual(self.names(), ["a.kvpkg", "big.kvd", "s.k", "s.kvd"])
+
+    def test_a_full_disk_names_the_reason_when_extracting(self):
+        self.write("big.kvd", os.urandom(8 << 20))
+        self.write("s.k", "x")
+        self.ok("create", "a.kvpkg", "--code", "s.k", "--model", "big.kvd")
+        result = subprocess.run(["bash", "-c", f"ulimit -f 2048; exec '{QZAPP}' extract a.kvpkg"],
+                                cwd=self.dir, capture_output=True)
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stderr.decode(), r"^qzapp: a\.kvpkg: .*File too large.*\n$")
+        self.assertEqual(self.names(), ["a.kvpkg", "big.kvd", "s.k"])
+
+    def test_kill_leaves_the_old_file_or_the_new(self):
+        self.create("old.kvpkg")
+        self.write("big.kvd", os.urandom(24 << 20))
+        rest = ["--model", "big.kvd", "--set", "Name=new"]
+        for args in [["create", "a.kvpkg", "--force", "--code", EXAMPLE / "code.k", *rest],
+                     ["edit", "a.kvpkg", *rest],
+                     ["edit", "a.kvpkg", "--code", EXAMPLE / "code.k", "--remove-screenshot", *rest]]:
+            shutil.copy(self.dir / "old.kvpkg", self.dir / "a.kvpkg")
+            start = time.monotonic()
+            self.ok(*args)
+            whole = time.monotonic() - start
+            for part in (0.3, 0.5, 0.7, 0.9):
+                shutil.copy(self.dir / "old.kvpkg", self.dir / "a.kvpkg")
+                tool = subprocess.Popen([QZAPP, *args], cwd=self.dir, stdout=subprocess.DEVNULL)
+                time.sleep(whole * part)
+                tool.kill()
+                tool.wait()
+                if self.read("a.kvpkg") != self.read("old.kvpkg"):
+                    self.ok("parts", "--verify", "a.kvpkg")
+                    self.assertEqual(self.metadata("a.kvpkg")["Name"], "new")
 
     def test_signals_remove_the_working_file(self):
         self.small("a.kvpkg")

@@ -3,11 +3,10 @@
 import json
 import os
 import shutil
-import subprocess
 import unittest
 import zipfile
 
-from support import EXAMPLE, FIELD_LIST, FIELDS, METADATA_PART, MODEL_PART, QZAPP, ToolTest
+from support import EXAMPLE, FIELD_LIST, FIELDS, MODEL_PART, ToolTest
 
 TEXT_APP = """x = 1;
 %[app:appDetails]
@@ -178,17 +177,20 @@ class Extract(ToolTest):
             (1, "t.k: has no screenshot; leave it out of --only", ["t.k", "--only", "screenshot"]),
             (2, '--only: "source" is not one of code, model, screenshot, metadata',
              ["t.k", "--only", "code,source"]),
+            (2, "--only: names nothing to extract", ["t.k", "--only", ""]),
             (1, "file: is there already and is no directory; choose another with -o",
              ["app.kvpkg", "-o", "file"]),
         ]
         for status, message, args in rows:
             self.fails(status, message, "extract", *args)
-        self.write("bad.kvpkg", self.read("app.kvpkg").replace(b"\x89PNG", b"\x89PNX", 1))
         self.damage_model("app.kvpkg", "crc.kvpkg")
         result = self.run_tool("extract", "crc.kvpkg", "-o", "p/q")
         self.assertEqual(result.returncode, 1)
-        self.assertRegex(result.stderr.decode(), r"^qzapp: crc\.kvpkg: .*appModel\.kvd.*\n$")
-        self.assertEqual(self.names(), sorted(names + ["bad.kvpkg", "crc.kvpkg"]))
+        self.assertRegex(result.stderr.decode(), r"^qzapp: crc\.kvpkg: .*appModel\.kvd.*; leave model out with "
+                         r"--only to get the rest\n$")
+        self.ok("extract", "crc.kvpkg", "-o", "rest", "--only", "code,metadata")
+        shutil.rmtree(self.dir / "rest")
+        self.assertEqual(self.names(), sorted(names + ["crc.kvpkg"]))
 
     def damage_model(self, source, target):
         with zipfile.ZipFile(self.dir / source) as package:
