@@ -48,7 +48,8 @@ public:
 
     // Writes the binary app model to the file `destination`, which is replaced. Throws
     // AppFileReaderGenericException when the app model is missing, std::out_of_range when no
-    // relationship leads to it, and the package library's error when reading or writing fails.
+    // relationship leads to it, and the package library's error when reading or writing fails or
+    // `destination` is the app file itself.
     void copyAppDataToTempFile(const ustring& destination) const;
 
 private:

@@ -42,7 +42,8 @@ public:
 
     // Sets the screenshot to the encoded image `bytes`, kept exactly as they are. `format` is "png",
     // "jpg", "jpeg" or "gif" in any case; anything else counts as "png". A character beyond ASCII in
-    // it throws the string library's error, before anything changes.
+    // it throws the string library's error, and an image of more than 256 MiB the package library's,
+    // before anything changes.
     void setAppScreenshot(const std::vector<std::uint8_t>& bytes, const ustring& format);
 
 private:
