@@ -188,8 +188,10 @@ public:
     void operator()(const appmetadata::OptionalStringList& list) const {
         if (!list) return;
         for (std::size_t i = 0; i < list->size(); ++i) {
-            const std::string position = "[" + std::to_string(i) + "]";
-            opc::model::requireXmlText((*list)[i], field_ + fl::i18n::utf8_to_ustring(position));
+            const std::string position = std::to_string(i);
+            ustring item = field_;
+            item.append(u"[").append(position.begin(), position.end()).append(u"]");
+            opc::model::requireXmlText((*list)[i], item);
         }
     }
 

@@ -88,7 +88,8 @@ std::string temporaryName(const std::string& target) {
     for (std::size_t i = 0; i < kRandom; ++i)
         letters += kLetters[random() % kLetters.size()];
     const std::size_t room = NAME_MAX - kRandom - kSuffix.size() - 2;
-    return "." + shortened(target, room) + "." + letters + std::string(kSuffix);
+    std::string name = ".";
+    return name.append(shortened(target, room)).append(".").append(letters).append(kSuffix);
 }
 
 // Calls `create` with new temporary names until one is free; returns that name.
@@ -205,7 +206,7 @@ void SaveTarget::State::resolve() {
             return look(found);
         }
         const std::string target = readLink(directory, name);
-        file = target.starts_with('/') ? target : parentOf(file) + "/" + target;
+        file = target.starts_with('/') ? target : parentOf(file).append("/").append(target);
     }
     throwSystemError(ELOOP, "cannot follow its symbolic links");
 }
