@@ -74,22 +74,26 @@ class Info(ToolTest):
         self.rewrite("good.kvpkg", "empty.kvpkg",
                      lambda name, data: None if name == MODEL_PART else data)
         os.mkfifo(self.dir / "fifo.k")
+        with open(self.dir / "huge.k", "wb") as huge:
+            huge.truncate(1 << 40)
         result = self.run_tool("info", "--json", "none.k", "junk.kvpkg", "good.kvpkg", "cut.kvpkg",
-                               "app.zip", "empty.kvpkg", b"\xff.k", "fifo.k", "shot.k", "good.k")
+                               "app.zip", "empty.kvpkg", b"\xff.k", "fifo.k", "huge.k", "shot.k",
+                               "good.k")
         self.assertEqual(result.returncode, 1)
         self.assertEqual([json.loads(l)["file"] for l in result.stdout.splitlines()],
                          ["good.kvpkg", "good.k"])
         errors = result.stderr.decode().splitlines()
-        self.assertEqual(len(errors), 8, errors)
+        self.assertEqual(len(errors), 9, errors)
         self.assertEqual([e.split(": ")[1] for e in errors],
                          ["none.k", "junk.kvpkg", "cut.kvpkg", "app.zip", "empty.kvpkg", "\ufffd.k",
-                          "fifo.k", "shot.k"])
+                          "fifo.k", "huge.k", "shot.k"])
         for error in ["qzapp: none.k: there is no such file; check the name",
                       f"qzapp: app.zip: {WRONG_NAME}",
                       "qzapp: empty.kvpkg: File is missing App Model part; see what the file holds "
                       'with "qzapp parts"',
                       "qzapp: fifo.k: is not a regular file; copy its content into one"]:
             self.assertIn(error, errors)
+        self.assertRegex(errors[-2], "1099511627776 bytes or more, .* check that it is a text app$")
         self.assertRegex(errors[-1], "the screenshot in section app:thumbnail is damaged: .*1")
 
     def test_output_that_cannot_be_written_is_an_error(self):

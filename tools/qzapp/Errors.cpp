@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tools/qzapp/Display.hpp"
+#include "tools/qzapp/Forms.hpp"
 
 namespace qzapp {
 namespace {
@@ -59,8 +60,10 @@ void rethrowAbout(const FileName& file) {
     try {
         throw;
     } catch (const appserialization::AppFileReaderGenericException& e) {
-        throw Error(file.shown, inUsersWords(file, e.what()) +
-                                    "; see what the file holds with \"qzapp parts\"");
+        const bool isPackage = file.native().ends_with(kPackagedExtension);
+        throw Error(file.shown,
+                    inUsersWords(file, e.what()) +
+                        (isPackage ? "; see what the file holds with \"qzapp parts\"" : ""));
     } catch (const std::bad_alloc&) {
         throw Error(file.shown, "there is not enough memory for it");
     } catch (const std::exception& e) {
