@@ -95,14 +95,15 @@ void AppMetadata::setUuid(const ustring& value) {
 void AppMetadata::setAppType(const ustring& value) {
     appType_ = value;
 }
+// A list is copied before it replaces the old one: assigning in place can fail between two items.
 void AppMetadata::setRequiredProducts(const std::vector<ustring>& value) {
-    requiredProducts_ = value;
+    requiredProducts_ = std::vector<ustring>(value);
 }
 void AppMetadata::setUserComponents(const std::vector<ustring>& value) {
-    userComponents_ = value;
+    userComponents_ = std::vector<ustring>(value);
 }
 void AppMetadata::setImageRelativePaths(const std::vector<ustring>& value) {
-    imageRelativePaths_ = value;
+    imageRelativePaths_ = std::vector<ustring>(value);
 }
 
 appmetadata::MetadataPropertyVariant AppMetadata::getFieldValue(MetadataFieldEnum field) const {

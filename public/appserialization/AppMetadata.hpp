@@ -59,7 +59,8 @@ inline constexpr std::array<const char*, 14> kFieldNames = {
 
 // The descriptive metadata of an app, as every reader returns and the writer takes it. Each field is
 // absent, or present with a value that may be empty; the two are different. Values are not checked. A
-// getter returns a copy; a setter makes its field present, and nothing makes it absent again.
+// getter returns a copy; a setter makes its field present, and nothing makes it absent again. A setter
+// that runs out of memory leaves its field as it was.
 class APPSERIALIZATION_API AppMetadata {
 public:
     // Every field absent.

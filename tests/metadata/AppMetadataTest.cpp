@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/FailingAllocator.hpp"
+
 namespace appserialization {
 namespace {
 
@@ -58,6 +60,29 @@ TEST(AppMetadata, KeepsEveryFieldApartThroughCopyAndMap) {
         ASSERT_TRUE(value);
         EXPECT_EQ(*value, lists[field - 11]);
     }
+}
+
+TEST(AppMetadata, ASetterThatRunsOutOfMemoryLeavesItsFieldAsItWas) {
+    const std::vector<ustring> before(3, u"short");
+    const std::vector<ustring> after(3, ustring(100, u'x'));
+    AppMetadata metadata;
+    const auto setAll = [&](const std::vector<ustring>& list) {
+        metadata.setName(list[0]);
+        metadata.setRequiredProducts(list);
+        metadata.setUserComponents(list);
+        metadata.setImageRelativePaths(list);
+    };
+    const auto check = [&] {
+        EXPECT_TRUE(metadata.getName() == before[0] || metadata.getName() == after[0]);
+        for (const auto& list : {metadata.getRequiredProducts(), metadata.getUserComponents(),
+                                 metadata.getImageRelativePaths()}) {
+            EXPECT_TRUE(list == before || list == after);
+        }
+        metadata = AppMetadata();
+        setAll(before);
+    };
+    setAll(before);
+    EXPECT_GT(test_support::forEachFailingAllocation([&] { setAll(after); }, check), 3u);
 }
 
 TEST(AppMetadataDeathTest, EndsTheProcessForANumberThatIsNoField) {
