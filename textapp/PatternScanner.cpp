@@ -22,9 +22,9 @@ namespace {
 constexpr std::size_t kLongestName = 64;
 
 // What a search leaves of the thread's stack, and what it may use when the thread's stack is not
-// known (a host may run its own) or small.
+// known (a host may run its own).
 constexpr std::size_t kReserve = 48 * 1024;
-constexpr std::size_t kSmallStack = 48 * 1024;
+constexpr std::size_t kUnknownStack = 48 * 1024;
 constexpr std::size_t kLargeStack = 6 * 1024 * 1024;
 
 // Looks at the text that one lookup may take: a quarter of a second.
@@ -34,16 +34,17 @@ std::uintptr_t stackPosition() {
     return reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
 }
 
-// How far the stack may grow from here.
+// How far the stack may grow from here. Throws when not even a pattern can be compiled on it.
 std::size_t stackToUse() {
     pthread_attr_t attributes;
-    if (pthread_getattr_np(pthread_self(), &attributes) != 0) return kSmallStack;
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0) return kUnknownStack;
     void* lowest = nullptr;
     std::size_t size = 0;
     pthread_attr_getstack(&attributes, &lowest, &size);
     pthread_attr_destroy(&attributes);
     const std::size_t left = stackPosition() - reinterpret_cast<std::uintptr_t>(lowest);
-    if (left > size || left < kReserve + kSmallStack) return kSmallStack;
+    if (left > size) return kUnknownStack;
+    if (left < kReserve) throw std::regex_error(std::regex_constants::error_stack);
     return std::min(left - kReserve, kLargeStack);
 }
 
@@ -174,9 +175,9 @@ private:
             std::string_view(match[1].first.position(), match[1].second.position()));
     }
 
+    SearchBudget budget_;  // before the pattern, whose making needs stack too
     std::string text_;
     std::regex pattern_;
-    SearchBudget budget_;
 };
 
 std::string elementPattern(const ustring& elementName) {

@@ -15,9 +15,9 @@ bool isPattern(const ustring& name);
 //
 // The standard library's search recurses once a character, and its time is exponential for some
 // patterns. Here it throws std::regex_error instead: error_stack when the pattern or the search would
-// not fit the thread's stack, error_complexity when the search takes too many steps. A name may
-// have 64 characters, repeat counts ("{3}") multiplied out. The search then fits any stack; how much
-// text a lazy gap can cross depends on it: some 300 characters on 128 KiB, 40,000 on 8 MiB. Invalid
+// not fit what is left of the thread's stack, error_complexity when the search takes too many steps. A
+// name may have 64 bytes of UTF-8, repeat counts ("{3}") multiplied out. How much text a lazy gap can
+// cross depends on the stack: some 300 characters on 128 KiB, 40,000 on 8 MiB, none on 48 KiB. Invalid
 // patterns throw std::regex_error, and texts and names that are not valid UTF-16 throw
 // fl::i18n::ConversionError.
 

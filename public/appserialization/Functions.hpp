@@ -29,8 +29,8 @@ APPSERIALIZATION_API void trim(ustring& text);
 //
 // Names are spliced into the expressions as they stand. One that is a pattern (any of ^$\.*+?()[{| in
 // it) takes the standard library's search, which is bounded: it throws std::regex_error with
-// error_stack where the search would not fit the thread's stack or the name is longer than 64
-// characters, with error_complexity where it takes too long, and with the code that fits a pattern
+// error_stack where the search would not fit the thread's stack or the name is longer than 64 bytes of
+// UTF-8, with error_complexity where it takes too long, and with the code that fits a pattern
 // that is malformed. All four throw fl::i18n::ConversionError (a std::runtime_error) for a text or
 // name that is not valid UTF-16, wherever in the text that stands.
 

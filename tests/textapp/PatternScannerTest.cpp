@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <alloca.h>
+
 #include <regex>
 #include <string>
 #include <vector>
@@ -28,6 +30,21 @@ error_type errorOf(const ustring& text, const ustring& name) {
             getKAppAppendixSection(text, name);
             readXMLElements(text, name, values);
             readXMLElementAttribute(text, name, name, values.emplace_back());
+            element(text, name);
+        } catch (const std::regex_error& error) {
+            code = error.code();
+        }
+    });
+    return code;
+}
+
+// The same on `left` bytes, the rest of the small stack being in use.
+error_type errorOnStackOf(std::size_t left, const ustring& text, const ustring& name) {
+    error_type code{};
+    test_support::onSmallStack([&] {
+        auto* const used = static_cast<volatile char*>(alloca(test_support::kSmallStack - left));
+        used[0] = 0;  // keeps it
+        try {
             element(text, name);
         } catch (const std::regex_error& error) {
             code = error.code();
@@ -82,6 +99,16 @@ TEST(PatternScanner, ThrowsInsteadOfOverflowingTheStackOrRunningForHours) {
         SCOPED_TRACE(row.why);
         EXPECT_EQ(errorOf(row.text, row.name), row.code);
     }
+}
+
+TEST(PatternScanner, ThrowsWhenTheCallerHasLeftLittleStack) {
+    const ustring text = u"<N" + ustring(100'000, u'a') + u">1</N>";
+    constexpr std::size_t kEighth = test_support::kSmallStack / 8;
+    for (const std::size_t eighths : {1u, 2u, 3u, 4u}) {
+        SCOPED_TRACE(eighths);
+        EXPECT_EQ(errorOnStackOf(eighths * kEighth, text, u"."), std::regex_constants::error_stack);
+    }
+    EXPECT_EQ(errorOnStackOf(6 * kEighth, u"<N>1</N>", u"."), error_type{});
 }
 
 }  // namespace
