@@ -62,6 +62,10 @@ void BindingRegistry::remove(full::Wrappable& native) noexcept {
     bindings_.erase(found);
 }
 
+bool BindingRegistry::hasMade(const hvArray_tag& handle) {
+    return boundObjectOf(handle) != nullptr;
+}
+
 full::Wrappable* BindingRegistry::find(const hvArray_tag& handle) const {
     const BoundObject* const object = boundObjectOf(handle);
     const std::lock_guard lock(mutex_);

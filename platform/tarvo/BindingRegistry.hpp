@@ -34,6 +34,10 @@ public:
     // Unbinds a native object without destroying it. Does nothing when it is not bound.
     void remove(full::Wrappable& native) noexcept;
 
+    // Whether the handle is one that announceForConstructor() has made. Throws matrix::ArrayError for
+    // an array that is no object.
+    static bool hasMade(const hvArray_tag& handle);
+
     // Null when the object has been destroyed. Throws matrix::ArrayError for an array that is no
     // object.
     full::Wrappable* find(const hvArray_tag& handle) const;

@@ -38,7 +38,8 @@ PLATFORM_API Outputs callMethod(std::string_view fullName, std::string_view meth
                                 std::size_t outputCount, Inputs inputs);
 
 // Destroys the object behind a handle now, rather than with its last handle. The handles that are
-// left refer to no object; using one is a host error, destroying it again does nothing.
+// left refer to no object; using one is a host error, destroying it again does nothing. Throws
+// matrix::ArrayError for an array that is no object.
 PLATFORM_API void destroyObject(const hvArray_tag& handle);
 // Whether the array is a handle whose object is alive.
 PLATFORM_API bool isValidHandle(const hvArray_tag& array);

@@ -21,6 +21,7 @@ full::Wrappable* findSelf(Inputs inputs) {
     if (self == nullptr || matrix::classOf(*self) != matrix::ArrayClass::Object) {
         raise(messages::kNotAnObject, {describe(self)});
     }
+    if (!basic::BindingRegistry::hasMade(*self)) raiseForeignObject();
     return basic::BindingRegistry::instance().find(*self);
 }
 

@@ -21,7 +21,7 @@ Native& validateSelfPointer(full::Wrappable* self) {
 }
 
 // The native object behind the first input; null when it has been destroyed. Raises a host error
-// when the first input is no object.
+// when the first input is no object, or one that no class of this system has made.
 PLATFORM_API full::Wrappable* findSelf(Inputs inputs);
 
 template <class Native>

@@ -84,6 +84,12 @@ void defineTest(TarvoNamespace& toDefine) {
 
 void defineNothing(TarvoNamespace&) {}
 
+// An object that some other system has made.
+class ForeignObject final : public matrix::HostObject {
+public:
+    std::string_view className() const noexcept override { return "elsewhere.Thing"; }
+};
+
 ArrayPtr text(const char16_t* content) {
     return adopt(hvCreateString_UTF16(content));
 }
@@ -201,6 +207,7 @@ TEST_F(ClassSystem, UnregisteringDestroysTheObjectsOfItsClassesOnly) {
 TEST_F(ClassSystem, HostCodeCannotBreakACall) {
     const ArrayPtr echoHandle = construct("test.Echo");
     const ArrayPtr otherHandle = construct("test.Other");
+    const ArrayPtr foreign = adopt(matrix::createObject(std::make_shared<ForeignObject>()));
     const ArrayPtr cell = adopt(do_create_cell({}));
     const ArrayPtr name = text(u"name");
     const ArrayPtr square = adopt(matrix::createChar(std::vector<std::size_t>{2, 2}, u"abcd"));
@@ -226,8 +233,10 @@ TEST_F(ClassSystem, HostCodeCannotBreakACall) {
               "WrongNumberOfInputs: 'text' was called with 0 inputs; it takes 1.");
     EXPECT_EQ(call("text", {cell.get()}),
               "WrongInputType: Input 1 of 'text' must be an object; it is a 0x0 cell.");
-    EXPECT_EQ(call("text", {otherHandle.get()}),
-              "ForeignObject: The object belongs to another class than the method.");
+    for (const ArrayPtr& other : {otherHandle, foreign}) {
+        EXPECT_EQ(call("text", {other.get()}),
+                  "ForeignObject: The object belongs to another class than the method.");
+    }
     EXPECT_EQ(errorOf([&] { tarvo::factory::impl::findSelf({}); }),
               "NotAnObject: Expected an object, got nothing.");
     EXPECT_EQ(errorOf([&] { tarvo::factory::extractString(*cell); }),
