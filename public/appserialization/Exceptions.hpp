@@ -17,14 +17,15 @@ public:
     AppFileReaderExceptionBase& operator=(const AppFileReaderExceptionBase& other);
     ~AppFileReaderExceptionBase() override;
 
-    // The name as the caller gave it.
+    // The name as the caller gave it when the name itself is refused; the absolute path once the file
+    // has been found.
     ustring getFileName() const;
 
 private:
     ustring fileName_;
 };
 
-// There is no such file.
+// There is no such file, or (a text app) it is no regular file or cannot be opened.
 class APPSERIALIZATION_API AppFileReaderInvalidFileName : public AppFileReaderExceptionBase {
 public:
     explicit AppFileReaderInvalidFileName(const ustring& fileName);
