@@ -1,6 +1,7 @@
 """Runs qzhost, which loads the library at run time, on text apps.
 
-The environment names what to run: QZHOST, EXAMPLES (the folder of sample apps), LEAKY_MODULE.
+The environment names what to run: QZHOST, EXAMPLES (the folder of sample apps), LEAKY_MODULE,
+FAILING_MODULE.
 """
 
 import json
@@ -98,6 +99,8 @@ class QzhostTest(unittest.TestCase):
         rows = [
             ("nein, ü.k", "InvalidFileName: 'nein, ü.k' is not a valid app file name or does not exist."),
             ("a.kvpkg", "InvalidFileExtension: 'a.kvpkg' does not have the extension of an app file."),
+            ("\x1b[2J\n.k",
+             r"InvalidFileName: '\u001B[2J\u000A.k' is not a valid app file name or does not exist."),
             ("a.K", "InvalidFileExtensionCase: The extension of 'a.K' must be in lower case."),
             (bad.name, f"LoadFailed: The app file '{bad.resolve()}' could not be loaded."),
         ]
@@ -118,12 +121,14 @@ class QzhostTest(unittest.TestCase):
 
     def test_says_what_is_wrong_with_a_library(self):
         text = self.write("text.so", "text")
-        leaky = os.environ["LEAKY_MODULE"]
-        for library, message in ((self.directory / "none.so", "none.so: cannot open"),
-                                 (text, "text.so: "), (leaky, "namespaces 0, objects 0, arrays 1")):
+        for library, message in (
+                (self.directory / "none.so", "none.so: cannot open"), (text, "text.so: "),
+                (os.environ["LEAKY_MODULE"], "namespaces 0, objects 0, arrays 1"),
+                (os.environ["FAILING_MODULE"],
+                 "failing_module.so: KVInitialize_libqzappserialization failed: no licence\n")):
             with self.subTest(library):
                 result = qzhost("--library", library, "classes")
-                self.assertNotEqual(result.returncode, 0)
+                self.assertEqual(result.returncode, 1)
                 self.assertIn(message, result.stderr.decode())
 
     def test_reports_output_that_cannot_be_written(self):

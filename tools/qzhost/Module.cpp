@@ -6,6 +6,7 @@
 #include <tarvo/ClassSystem.hpp>
 
 #include <algorithm>
+#include <exception>
 #include <iterator>
 #include <stdexcept>
 #include <utility>
@@ -33,29 +34,31 @@ void* load(const std::filesystem::path& file) {
 }  // namespace
 
 Module::Module(const std::filesystem::path& file) : file_(file), handle_(load(file)) {
-    try {
-        initialize();
-    } catch (...) {
-        release();
-        throw;
-    }
+    const std::string failure = initialize();
+    if (failure.empty()) return;
+    release();
+    throw std::runtime_error(fmt::format("{}: {}", file_.string(), failure));
 }
 
 Module::~Module() {
     release();
 }
 
-void Module::initialize() {
+// Returns what failed as text: an exception may be of a type whose code goes with the module.
+std::string Module::initialize() {
     const EntryPoint entryPoint = findEntryPoint(handle_, kInitialize);
-    if (entryPoint == nullptr) {
-        throw std::runtime_error(
-            fmt::format("{}: expected a module that exports {}", file_.string(), kInitialize));
-    }
+    if (entryPoint == nullptr) return fmt::format("expected a module that exports {}", kInitialize);
     const auto before = tarvo::namespaceNames();
-    entryPoint();
+    std::string failure;
+    try {
+        entryPoint();
+    } catch (const std::exception& error) {
+        failure = fmt::format("{} failed: {}", kInitialize, error.what());
+    }
     const auto after = tarvo::namespaceNames();
     std::set_difference(after.begin(), after.end(), before.begin(), before.end(),
                         std::back_inserter(namespaces_));
+    return failure;
 }
 
 void Module::release() {

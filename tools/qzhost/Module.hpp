@@ -10,7 +10,7 @@ namespace qzhost {
 class Module {
 public:
     // Loads `file` and calls its initializer. Throws std::runtime_error, with nothing loaded, when it
-    // is no such module.
+    // is no such module or its initializer fails.
     explicit Module(const std::filesystem::path& file);
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
@@ -23,7 +23,7 @@ public:
     void unload();
 
 private:
-    void initialize();
+    std::string initialize();
     void release();
     void checkNothingLeft() const;
 

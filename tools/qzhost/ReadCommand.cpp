@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 #include <fl/ReplacementFile.hpp>
-#include <fl/i18n.hpp>
 #include <hvarray/hvarray.hpp>
 #include <tarvo/ClassSystem.hpp>
 
@@ -57,8 +56,8 @@ void writeFile(const ustring& name, std::span<const std::uint8_t> bytes) {
 
 void writeScreenshot(const ReadOptions& options, std::span<const std::uint8_t> bytes) {
     if (!bytes.empty()) return writeFile(*options.screenshot, bytes);
-    fmt::print(stderr, "qzhost: {} has no screenshot; {} is not written\n",
-               fl::i18n::to_display(options.file), fl::i18n::to_display(*options.screenshot));
+    fmt::print(stderr, "qzhost: {} has no screenshot; {} is not written\n", visible(options.file),
+               visible(*options.screenshot));
 }
 
 std::string describeScreenshot(const hvArray_tag& bytes, const hvArray_tag& format) {

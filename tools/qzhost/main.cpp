@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "tools/qzhost/ClassesCommand.hpp"
+#include "tools/qzhost/Display.hpp"
 #include "tools/qzhost/Module.hpp"
 #include "tools/qzhost/ReadCommand.hpp"
 
@@ -71,9 +72,11 @@ int reportFailures(const std::function<void()>& command) {
         command();
         return kSuccess;
     } catch (const messages::HostError& error) {
-        fmt::print(stderr, "{}: {}\n", error.message().fullIdentifier(), error.what());
+        fmt::print(stderr, "{}: {}\n", error.message().fullIdentifier(),
+                   qzhost::visible(error.message().text()));
     } catch (const std::exception& error) {
-        fmt::print(stderr, "qzhost: {}\n", error.what());
+        fmt::print(stderr, "qzhost: {}\n",
+                   qzhost::visible(fl::i18n::utf8_to_ustring(error.what())));
     }
     return kFailure;
 }
