@@ -75,6 +75,15 @@ class Edit(ToolTest):
         self.assertEqual(listing["coreProperties"]["creator"], "")
         self.assertIsNone(listing["coreProperties"]["version"])
 
+    def test_a_text_that_was_cleared_stays_empty(self):
+        self.small("a.kvpkg")
+        texts = ["ScreenshotMode", "KVPKGVersion", "MinimumSupportedKORVALRelease", "AppType",
+                 "Version"]
+        self.ok("edit", "a.kvpkg", *(word for text in texts for word in ("--clear", text)))
+        self.ok("edit", "a.kvpkg", "--set", "Author=A")
+        got = self.metadata("a.kvpkg")
+        self.assertEqual([got[text] for text in texts], [""] * len(texts))
+
     def test_lists_are_kept_replaced_and_cleared(self):
         self.small("a.kvpkg", "--set", "RequiredProducts=1", "--set", "RequiredProducts=2",
                    "--set", "ImageRelativePaths=p")

@@ -30,16 +30,27 @@ struct EditOptions {
     bool removeScreenshot = false;
 };
 
-// What to hand to the library so that the fields that are not named stay. It keeps a text that is
-// absent from the record, and a text that was read may be a default that is not in the file; but it
-// empties a list that is absent, so lists are passed on as read.
+// The library takes an empty text of these in the file for none, and writes the default instead.
+bool hasDefaultInTheFile(Field field) {
+    return field == Field::ScreenshotMode || field == Field::KVPKGVersion ||
+           field == Field::MinimumSupportedKORVALRelease || field == Field::AppType;
+}
+
+// Whether a field that is not named must be handed to the library as it was read. It keeps a text
+// that is absent from the record, and one that was read may be a default that is not in the file; an
+// empty one is no default. It empties a list that is absent.
+bool mustBePassedOn(Field field, const FieldValue& value) {
+    return isList(field) || (hasDefaultInTheFile(field) && std::get<ustring>(value).empty());
+}
+
+// What to hand to the library so that the fields that are not named stay.
 AppMetadata recordForEdit(const FileName& file, const FieldValues& named) {
     requireOneMetadataPart(file);
     const AppMetadata present = appserialization::KVPKGMetadataReader(file.native()).readMetadata();
     AppMetadata record = recordOf(named);
     for (const Field field : allFields()) {
-        if (isList(field) && !named.contains(field))
-            setField(record, field, valueOf(present, field));
+        const FieldValue value = valueOf(present, field);
+        if (!named.contains(field) && mustBePassedOn(field, value)) setField(record, field, value);
     }
     return record;
 }
