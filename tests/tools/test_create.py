@@ -155,6 +155,8 @@ class Create(ToolTest):
              '"UserComponents" must be an array of strings, found an object in the array'),
             ('["Name"]', "expected an object of metadata fields, found an array"),
             ('{"Name": "x",\n "Author" "y"}', 'not valid JSON at line 2, column 11: unexpected "y"'),
+            ('{"Name": "x \\" y",\n "Author": "z"\n ;}', "not valid JSON at line 3, column 2: unexpected ;"),
+            ('{"Name": "x"} trux', "not valid JSON at line 1, column 15: unexpected trux"),
             ('{"Name": "x"', "not valid JSON at line 1, column 13: unexpected end of the file"),
             ("", "not valid JSON at line 1, column 1: unexpected end of the file"),
             (b'{"Name": "\xff"}', "not valid UTF-8 at byte 10 (line 1, column 11); save it as UTF-8"),

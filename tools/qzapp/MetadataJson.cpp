@@ -26,6 +26,18 @@ ordered_json valueToJson(const FieldValue& value) {
     return items;
 }
 
+// What the parser stumbled over. Its own token starts at the last string, which it may have taken
+// already, and spells control characters "<U+000A>".
+std::string_view unexpectedToken(std::string_view token) {
+    if (!token.starts_with('"')) return token;
+    std::size_t end = 1;
+    while (end < token.size() && token[end] != '"')
+        end += token[end] == '\\' ? 2 : 1;
+    if (end + 1 >= token.size()) return token;
+    const std::size_t before = token.find_last_of(" ,:[]{}>", token.size() - 2) + 1;
+    return token.substr(std::max(before, end + 1));
+}
+
 // Takes the metadata while it is parsed, since a document in memory no longer shows a name that was
 // given twice. Open values: nothing, the object, a list in it.
 class MetadataHandler : public nlohmann::json_sax<ordered_json> {
@@ -78,8 +90,9 @@ public:
     bool number_float(number_float_t, const string_t&) override { return wrongType("a number"); }
     bool binary(binary_t&) override { return wrongType("binary data"); }
 
-    bool parse_error(std::size_t position, const std::string& token,
+    bool parse_error(std::size_t position, const std::string& read,
                      const nlohmann::json::exception&) override {
+        const std::string_view token = unexpectedToken(read);
         // The parser has counted the bytes up to the end of the token; behind the text, it has none.
         const bool atEnd = position > text_.size();
         const std::size_t offset =
