@@ -1,5 +1,7 @@
 #include <fl/filesystem.hpp>
 
+#include "tests/support/TemporaryDirectory.hpp"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -9,32 +11,18 @@
 namespace fl::filesystem {
 namespace {
 
-// A directory of its own, which is the working directory while the test runs.
 class FilesystemTest : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string name = testing::TempDir() + "filesystemXXXXXX";
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        directory_ = name;
-        previous_ = std::filesystem::current_path();
-        std::filesystem::current_path(directory_);
-        std::ofstream(directory_ / "file") << "bytes";
+    FilesystemTest() {
+        directory_.write("file", "bytes");
         std::filesystem::create_directory("dir");
         std::filesystem::create_symlink("../file", "dir/link");
         std::filesystem::create_symlink("nowhere", "dangling");
         std::filesystem::create_symlink("loop", "loop");
         ::mkfifo("fifo", 0600);
     }
-    void TearDown() override {
-        std::filesystem::current_path(previous_);
-        std::filesystem::remove_all(directory_);
-    }
-    ustring inDirectory(const char16_t* name) const {
-        return path::fromBytes(std::filesystem::canonical(directory_)).native() + name;
-    }
 
-    std::filesystem::path directory_;
-    std::filesystem::path previous_;
+    test_support::WorkingDirectory directory_;
 };
 
 TEST_F(FilesystemTest, TellsWhatANameStandsFor) {
@@ -75,9 +63,9 @@ TEST_F(FilesystemTest, OpensAndNamesFilesBeyondAscii) {
 }
 
 TEST_F(FilesystemTest, MakesAbsoluteWithoutResolvingAndCanonicalWithIt) {
-    EXPECT_EQ(absolute(path(u"./dir/../x")).native(), inDirectory(u"/./dir/../x"));
+    EXPECT_EQ(absolute(path(u"./dir/../x")).native(), directory_.name("./dir/../x"));
     EXPECT_EQ(absolute(path(u"/a/../b")).native(), u"/a/../b");
-    EXPECT_EQ(canonical(path(u"dir/./link")).native(), inDirectory(u"/file"));
+    EXPECT_EQ(canonical(path(u"dir/./link")).native(), directory_.name("file"));
     for (const ustring& name : {ustring(u"dangling"), ustring(u"loop"), ustring(u"file\0", 5)}) {
         EXPECT_THROW(canonical(path(name)), std::system_error);
     }
@@ -89,7 +77,7 @@ TEST_F(FilesystemTest, RefusesAWorkingDirectoryThatHasNoName) {
     std::filesystem::create_directory("bad\xFF");
     std::filesystem::current_path("bad\xFF");
     EXPECT_THROW(absolute(path(u"x")), std::system_error);
-    std::filesystem::remove(directory_ / "bad\xFF");
+    std::filesystem::remove(directory_.path() / "bad\xFF");
     EXPECT_THROW(absolute(path(u"x")), std::system_error);
 }
 

@@ -2,11 +2,10 @@
 #include <appserialization/Functions.hpp>
 
 #include <gtest/gtest.h>
-#include <fl/filesystem.hpp>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
+
+#include "tests/support/TemporaryDirectory.hpp"
 
 namespace appserialization {
 namespace {
@@ -54,30 +53,19 @@ Outcome outcomeFor(const ustring& name) {
     }
 }
 
-// A directory of its own, which is the working directory while the test runs.
 class ValidateFilePath : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string name = testing::TempDir() + "validateXXXXXX";
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        directory_ = std::filesystem::canonical(name);
-        previous_ = std::filesystem::current_path();
-        std::filesystem::current_path(directory_);
+    ValidateFilePath() {
         std::filesystem::create_directory("dir");
         for (const char* const file :
              {"dir/App.kvpkg", "App.KVPKG", "App.kvpk", "\xC3\xA4.kvpkg"}) {
-            std::ofstream(file) << "bytes";
+            directory_.write(file, "bytes");
         }
         std::filesystem::create_symlink("dir/App.kvpkg", "link.kvpkg");
         std::filesystem::create_symlink("nowhere", "dangling.kvpkg");
     }
-    void TearDown() override {
-        std::filesystem::current_path(previous_);
-        std::filesystem::remove_all(directory_);
-    }
 
-    std::filesystem::path directory_;
-    std::filesystem::path previous_;
+    test_support::WorkingDirectory directory_;
 };
 
 TEST_F(ValidateFilePath, ChecksExtensionThenCaseThenExistence) {
@@ -109,7 +97,7 @@ TEST_F(ValidateFilePath, ChecksExtensionThenCaseThenExistence) {
 }
 
 TEST_F(ValidateFilePath, ReturnsTheAbsolutePathUnresolved) {
-    const ustring here = fl::filesystem::path::fromBytes(directory_).native();
+    const ustring here = directory_.path().u16string();
     const ustring names[] = {u"dir/../dir/App.kvpkg", u"link.kvpkg", u"\u00E4.kvpkg"};
     for (const ustring& name : names) {
         EXPECT_EQ(validateFilePath(name, u".kvpkg"), here + u"/" + name);

@@ -41,6 +41,16 @@ private:
     std::filesystem::path path_;
 };
 
+// One that is the working directory as long as it lives.
+class WorkingDirectory : public TemporaryDirectory {
+public:
+    WorkingDirectory() { std::filesystem::current_path(path()); }
+    ~WorkingDirectory() { std::filesystem::current_path(previous_); }
+
+private:
+    std::filesystem::path previous_ = std::filesystem::current_path();
+};
+
 inline std::string readFile(const std::filesystem::path& file) {
     std::ifstream stream(file, std::ios::binary);
     if (!stream) throw std::runtime_error("cannot open " + file.string());
