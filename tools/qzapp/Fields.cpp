@@ -7,8 +7,6 @@
 
 #include "tools/qzapp/Display.hpp"
 
-#include "tools/qzapp/Display.hpp"
-
 namespace qzapp {
 namespace {
 
