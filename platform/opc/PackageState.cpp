@@ -40,16 +40,6 @@ std::string itemNameOf(const PartName& name) {
     return ustring_to_utf8(ustring_view(name.toString()).substr(1));
 }
 
-PartName relationshipsPartOf(const PartName& source) {
-    const auto& name = source.toString();
-    const auto slash = name.rfind(u'/');
-    ustring derived = name.substr(0, slash);
-    derived += names::kRelationshipsFolder;
-    derived += name.substr(slash + 1);
-    derived += names::kRelationshipsExtension;
-    return PartName(ustring_view(derived));
-}
-
 bool isRelationshipsName(const PartName& name) {
     const auto lower = ascii::lowered(ustring_view(name.toString()));
     const auto slash = lower.rfind(u'/');
@@ -242,18 +232,13 @@ const std::shared_ptr<PartEntry>& PackageState::createPart(const PartName& name,
 
 void PackageState::deletePart(const PartName& name) {
     requireWritable();
-    const auto* const part = findPart(name);
-    if (part == nullptr) refuse("there is no part " + shown(name.toString()) + " to delete");
+    if (findPart(name) == nullptr) {
+        refuse("there is no part " + shown(name.toString()) + " to delete");
+    }
     if (isPackageRelationships(name)) {
         refuse(shown(name.toString()) + " is kept by the package; delete relationships instead");
     }
-    erase(**part);
-    if (isRelationshipsName(name)) return;
-    if (const auto* const derived = findPart(relationshipsPartOf(name))) erase(**derived);
-}
-
-void PackageState::erase(const PartEntry& part) {
-    const auto node = parts_.extract(part.name.key());
+    const auto node = parts_.extract(name.key());
     node.mapped()->revokeStreams();
     types_.removeOverride(node.mapped()->name);
     untyped_.erase(node.key());

@@ -91,7 +91,6 @@ private:
     const PartEntry* relative(const PartName& name) const;
     const std::shared_ptr<PartEntry>& insert(const PartName& name, const ContentType& type,
                                              const StandardPartInfo& info, std::string itemName);
-    void erase(const PartEntry& part);
     void setTable(const std::string& name, const std::string& content);
     void saveRelationships();
 

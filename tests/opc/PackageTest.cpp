@@ -152,6 +152,7 @@ TEST_F(PackageTest, KeepsEverythingThatIsNotSetAgain) {
         package.deleteRelationship(
             package.createInternalRelationship(u"t", URI(u"/x"), u"").getID());
         setContent(package.getPart(PartName(u"/data")), "other data");
+        package.deletePart(PartName(u"/foreign/a.xml"));
     });
     session(OpenMode::Read, [](Package& package) {
         EXPECT_EQ(contentOf(package, u"/data"), "other data");
@@ -191,7 +192,6 @@ TEST_F(PackageTest, PartsOfOneNameFollowEachOtherInOneSession) {
         const auto old = package.getPart(name);
         package.deletePart(name);
         EXPECT_THROW(package.deletePart(name), Exception);
-        EXPECT_FALSE(package.hasPart(PartName(u"/foreign/_rels/a.xml.rels")));
         auto second = package.createPart(PartName(u"/foreign/A.xml"), ContentType(u"a/b"), kInfo);
         setContent(second, "second");
         EXPECT_THROW(old.getInputStream(), Exception);
