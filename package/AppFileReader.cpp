@@ -37,10 +37,7 @@ namespace {
 
 // Opening the destination empties it, and here that would be the file being read.
 void requireOtherFile(const fl::filesystem::path& destination, const ustring& fileName) {
-    if (!fl::filesystem::exists(destination)) return;
-    const fl::filesystem::path app(fileName);
-    if (!fl::filesystem::exists(app)) return;
-    if (fl::filesystem::canonical(destination) != fl::filesystem::canonical(app)) return;
+    if (!fl::filesystem::isSameFile(destination, fl::filesystem::path(fileName))) return;
     throw opc::Exception(fl::i18n::to_display(fileName) +
                          ": the app model cannot be copied over the app file that holds it; "
                          "choose another destination");

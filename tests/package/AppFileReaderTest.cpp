@@ -66,10 +66,9 @@ TEST_F(AppFileReaderTest, ChecksTheNameFirst) {
                  AppFileReaderInvalidFileExtensionCase);
     EXPECT_THROW(AppFileReader(u""), AppFileReaderInvalidFileExtension);
     EXPECT_THROW(AppFileReader(directory_.name("app.kvpkg")), AppFileReaderInvalidFileName);
-    const ustring app = write(goodPackage());
-    std::filesystem::current_path(directory_.path());
+    const test_support::WorkingDirectory here;
+    const ustring app = here.write("app.kvpkg", goodPackage().bytes());
     EXPECT_EQ(AppFileReader(u"app.kvpkg").getFileName(), app);
-    std::filesystem::current_path("/");
 }
 
 TEST_F(AppFileReaderTest, MissesTheModelWhenItIsNeeded) {
@@ -133,9 +132,11 @@ TEST_F(AppFileReaderTest, RefusesWhereTheModelCannotGo) {
     const ustring app = write(goodPackage());
     const std::string before = readFile(directory_.path() / "app.kvpkg");
     std::filesystem::create_symlink("app.kvpkg", directory_.path() / "link");
+    std::filesystem::create_hard_link(directory_.path() / "app.kvpkg", directory_.path() / "same");
     const AppFileReader reader(app);
-    for (const ustring& destination : {ustring(), directory_.name("missing/copy"), app,
-                                       directory_.name("link"), ustring(u"/dev/full")}) {
+    for (const ustring& destination :
+         {ustring(), directory_.name("missing/copy"), app, directory_.name("link"),
+          directory_.name("same"), ustring(u"/dev/full")}) {
         EXPECT_THROW(reader.copyAppDataToTempFile(destination), opc::Exception);
     }
     EXPECT_TRUE(readFile(directory_.path() / "app.kvpkg") == before);

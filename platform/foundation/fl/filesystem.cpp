@@ -66,6 +66,12 @@ bool isRegularFile(const path& file) {
     return status && S_ISREG(status->st_mode);
 }
 
+bool isSameFile(const path& a, const path& b) {
+    const auto first = statOf(a);
+    const auto second = statOf(b);
+    return first && second && first->st_dev == second->st_dev && first->st_ino == second->st_ino;
+}
+
 path absolute(const path& file) {
     if (file.native().starts_with(kSeparator)) return file;
     std::error_code error;

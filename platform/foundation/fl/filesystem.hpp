@@ -41,6 +41,9 @@ PLATFORM_API bool exists(const path& file);
 // True only for a regular file, symbolic links followed.
 PLATFORM_API bool isRegularFile(const path& file);
 
+// Whether both names lead to one file that exists, by links of any kind.
+PLATFORM_API bool isSameFile(const path& a, const path& b);
+
 // `file` from the root; neither symbolic links nor ".." are resolved. Throws std::system_error when
 // there is no working directory, or its name is not valid UTF-8.
 PLATFORM_API path absolute(const path& file);
