@@ -81,7 +81,7 @@ void AppFileReader::AppFileReaderImpl::getAppScreenshot(std::vector<std::uint8_t
 void AppFileReader::AppFileReaderImpl::copyAppDataToTempFile(const ustring& destination) const {
     validateFileParts();
     const auto found = package().getRelationshipsByType(layout::kAppModel.relationshipType);
-    const opc::model::Part model = getTargetPart(package(), found.at(0));
+    const opc::model::Part model = package().getTarget(found.at(0));
     const auto stream = model.getInputStream();
 
     fl::filesystem::path path;

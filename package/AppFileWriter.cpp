@@ -136,7 +136,7 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(const ustring& 
                                                                  const ustring& relationshipType) {
     const auto found = package_->getRelationshipsByType(relationshipType);
     // Written through whatever its name: a second part would leave readers with the first.
-    if (!found.empty()) return getTargetPart(*package_, found.front());
+    if (!found.empty()) return package_->getTarget(found.front());
 
     Part part =
         package_->createPart(PartName(partName), ContentType(contentType), layout::partInfo());
@@ -223,7 +223,7 @@ auto AppFileWriter::AppFileWriterImpl::readFallbacks() const -> Fallbacks {
     Fallbacks fallbacks;
     const auto found = package_->getRelationshipsByType(layout::kMetadata.relationshipType);
     if (found.empty()) return fallbacks;
-    const MetadataDocument document(getTargetPart(*package_, found.front()));
+    const MetadataDocument document(package_->getTarget(found.front()));
     for (const auto* text : layout::kTextElementsAsRead) {
         const DOMElement* element = XercesHelper::getElement(document.root(), text->name);
         if (element != nullptr) fallbacks[text] = getElementText(element);

@@ -82,7 +82,7 @@ void KVPKGMetadataReader::KVPKGMetadataReaderImpl::readMetadataPart(AppMetadata&
     const auto found = package().getRelationshipsByType(layout::kMetadata.relationshipType);
     // Two are as bad as none: nobody can tell which part is meant.
     if (found.size() != 1) return;
-    const MetadataDocument document(getTargetPart(package(), found.front()));
+    const MetadataDocument document(package().getTarget(found.front()));
     for (const auto* text : layout::kTextElementsAsRead) {
         ustring value = *(metadata.*text->get)();
         readStringElement(document.root(), value, text->name);
@@ -128,7 +128,7 @@ void KVPKGMetadataReader::KVPKGMetadataReaderImpl::getAppScreenshot(
     validateFileParts();
     const auto found = package().getRelationshipsByType(layout::kScreenshotRelationship);
     if (found.size() != 1) return;
-    const opc::model::Part part = getTargetPart(package(), found.front());
+    const opc::model::Part part = package().getTarget(found.front());
     requireScreenshotSize(getFileName(), part.getName(), part.size());
     const auto stream = part.getInputStream();
     opc::ByteArrayOutAdaptor image(bytes);

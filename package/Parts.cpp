@@ -8,11 +8,6 @@
 
 namespace appserialization {
 
-opc::model::Part getTargetPart(const opc::model::Package& package,
-                               const opc::model::Relationship& relationship) {
-    return package.getPart(opc::model::PartName(relationship.getTargetURI()));
-}
-
 void requireScreenshotSize(const ustring& fileName, const opc::model::PartName& part,
                            std::uint64_t size) {
     if (size <= layout::kMaxScreenshotBytes) return;

@@ -2,6 +2,7 @@
 
 #include <fl/i18n.hpp>
 
+#include "platform/opc/PackageNames.hpp"
 #include "platform/opc/PackageState.hpp"
 #include "platform/opc/Shown.hpp"
 
@@ -105,6 +106,22 @@ Part Package::getPart(const PartName& name) const {
     const auto* const part = state().findPart(name);
     if (part == nullptr) state().refuse("there is no part " + shown(name.toString()));
     return Part(*part);
+}
+
+Part Package::getTarget(const Relationship& relationship) const {
+    const auto& open = state();
+    const auto from = shown(names::kRelationshipsPart) + ": relationship \"" +
+                      shown(relationship.getID()) + "\" ";
+    const auto& target = relationship.getTargetURI();
+    if (relationship.getTargetMode() == TargetMode::External) {
+        open.refuse(from + "leads out of the package, to \"" + shown(target.toString()) + "\"");
+    }
+    try {
+        if (const auto* const part = open.findPart(PartName(target))) return Part(*part);
+    } catch (const Exception& fault) {
+        open.refuse(from + "leads nowhere: " + fault.what());
+    }
+    open.refuse(from + "targets \"" + shown(target.toString()) + "\", which is not in the package");
 }
 
 std::vector<Part> Package::getParts() const {

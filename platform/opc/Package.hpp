@@ -102,13 +102,15 @@ public:
 
     bool hasPart(const PartName& name) const;
     Part getPart(const PartName& name) const;
+    // What a relationship of the package leads to; throws when that is no part of it.
+    Part getTarget(const Relationship& relationship) const;
     // In the order of the file; new parts last.
     std::vector<Part> getParts() const;
     // Throws when the package holds the name, or one that derives from it or that it derives from.
     // The part starts empty.
     Part createPart(const PartName& name, const ContentType& type, const StandardPartInfo& info);
-    // Together with the relationships that start from the part; those that lead to it stay. Throws
-    // when there is no such part, and for the package's own relationships part.
+    // Relationships that lead to the part stay, and so does the part with those that start from it.
+    // Throws when there is no such part, and for the package's own relationships part.
     void deletePart(const PartName& name);
 
     std::vector<Relationship> getRelationshipsByType(const ustring& type) const override;

@@ -19,7 +19,7 @@ opc::model::Part findCode(const opc::model::Package& package, const std::string&
         throw opc::Exception(file + ": /_rels/.rels: " + std::to_string(found.size()) +
                              " relationships lead to a code part; expected one");
     }
-    return package.getPart(opc::model::PartName(found.front().getTargetURI()));
+    return package.getTarget(found.front());
 }
 
 }  // namespace

@@ -125,6 +125,27 @@ TEST_F(PackageTest, ToleratesWhatIsMerelyOdd) {
             [](Package& package) { EXPECT_TRUE(package.getRelationships().empty()); });
 }
 
+TEST_F(PackageTest, ARelationshipThatLeadsToNoPartIsNamedWhenItIsFollowed) {
+    const struct {
+        const char *target, *fault;
+    } rows[] = {
+        {"Target='gone.xml'", "targets \"gone.xml\", which is not in the package"},
+        {"Target='x:/data'",
+         "leads nowhere: target \"x:/data\" names no part of a package: it "
+         "starts with a scheme"},
+        {"Target='data' TargetMode='External'", "leads out of the package, to \"data\""},
+    };
+    for (const auto& row : rows) {
+        put(goodPlainPackage().withRelationships("<Relationship Id='r' Type='t' " +
+                                                 std::string(row.target) + "/>"));
+        session(OpenMode::Read, [&](Package& package) {
+            EXPECT_THAT([&] { package.getTarget(package.getRelationships()[0]); },
+                        ThrowsMessage<Exception>(EndsWith(
+                            "p.zip: /_rels/.rels: relationship \"r\" " + std::string(row.fault))));
+        });
+    }
+}
+
 TEST_F(PackageTest, CreatesAPackageThatReadsBack) {
     put(goodPlainPackage().with("[Content_Types].xml", "broken; it is about to be replaced"));
     session(OpenMode::Create, [](Package& package) {
@@ -249,6 +270,10 @@ TEST_F(PackageTest, RefusesChangesThatBreakARule) {
         EXPECT_THAT([&] { package.createInternalRelationship(u"t", URI(u"/x"), u"d"); },
                     refused("relationship id \"d\" is taken; leave it empty to get a free one"));
     });
+}
+
+TEST_F(PackageTest, ChangesNothingThatIsOpenForReading) {
+    put(goodPlainPackage());
     session(OpenMode::Read, [](Package& package) {
         const auto readOnly = ThrowsMessage<Exception>(
             EndsWith("the package is open for reading only; open it for editing"));

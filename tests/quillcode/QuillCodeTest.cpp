@@ -96,7 +96,8 @@ TEST_F(QuillCodeTest, TheReaderNamesWhatIsWrong) {
              "Type='http://schemas.quorvane.com/korval/2026/relationships/code' Target='x'/>"),
          "app.kvpkg: /_rels/.rels: 2 relationships lead to a code part; expected one"},
         {goodPlainPackage().withRelationships(kCodeRelationship).without("data"),
-         "app.kvpkg: there is no part /data"},
+         "app.kvpkg: /_rels/.rels: relationship \"c\" targets \"/data\", which is not in the "
+         "package"},
         {goodPlainPackage().withRelationships(kCodeRelationship).with("data", "ab\xC3(c"),
          "app.kvpkg: /data: the code is not valid UTF-8 at byte 2"},
     };
