@@ -177,6 +177,9 @@ TEST_F(ReplacementFileTest, RefusesWhatMayNotBeReplaced) {
                                              file("none").string() +
                                              "\": No such file or directory");
     EXPECT_NE(complaint(path(u"")), "");
+    EXPECT_THAT([] { SaveTarget(path(ustring(u"a\0b", 3))); },
+                testing::ThrowsMessage<std::system_error>(
+                    "a\\x00b: cannot be saved under this name: No such file or directory"));
     // The superuser may write everything, so the answer is made here.
     Faults faults;
     systemCalls().faccessat = [](int, const char*, int, int) {

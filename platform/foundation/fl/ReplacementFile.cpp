@@ -21,6 +21,14 @@ constexpr int kNameAttempts = 100;
 constexpr mode_t kPrivate = 0600;
 constexpr mode_t kAsTheUmaskAllows = 0666;
 
+// What an exception says ends at the first NUL, and a name may hold one.
+std::string displayName(const path& file) {
+    std::string name;
+    for (const char c : i18n::to_display(file.native()))
+        name += c == '\0' ? std::string("\\x00") : std::string(1, c);
+    return name;
+}
+
 std::string parentOf(const std::string& file) {
     const std::size_t slash = file.rfind('/');
     if (slash == std::string::npos) return ".";
@@ -166,7 +174,7 @@ struct SaveTarget::State {
             std::string what = error.what();
             const std::string text = ": " + error.code().message();
             if (what.ends_with(text)) what.resize(what.size() - text.size());
-            throw std::system_error(error.code(), i18n::to_display(given.native()) + ": " + what);
+            throw std::system_error(error.code(), displayName(given) + ": " + what);
         }
     }
 
