@@ -225,6 +225,8 @@ class Convert(ToolTest):
         self.write("plain.k", "x = 1;\n")
         self.assertEqual(self.ok("convert", "plain.k", "p.kvpkg", "--model", "plain.k"),
                          "wrote p.kvpkg\n")
+        parts = json.loads(self.ok("parts", "--json", "p.kvpkg"))
+        self.assertNotIn("legacy", parts["coreProperties"]["KORVALReleaseInfo"])
         self.write("odd.k", TEXT_APP.replace("FORMAT", "webp"))
         self.assertIn('note: the screenshot has the format "webp" and is left out: a packaged app holds '
                       "png, jpg, jpeg or gif\n", self.ok("convert", "odd.k", "o.kvpkg", "--model", "odd.k"))
@@ -233,10 +235,13 @@ class Convert(ToolTest):
     def test_refusals(self):
         self.write("bad.k", b"x\xff")
         self.write("ok.k", "x")
+        self.write("control.k", "%[app:appDetails]\n%{\n<Name>a\x01</Name>\n%}\n")
         self.small("a.kvpkg")
         rows = [
             (1, "bad.k: not valid UTF-8 at byte 1 (line 1, column 2); save it as UTF-8",
              ["bad.k", "b.kvpkg", "--model", "ok.k"]),
+            (1, "control.k: Name: the character U+0001 at index 1 cannot stand in XML; remove it",
+             ["control.k", "b.kvpkg", "--model", "ok.k"]),
             (1, "a.kvpkg: exists already; give --force to replace it",
              ["ok.k", "a.kvpkg", "--model", "ok.k"]),
             (1, 'a.kvpkg: expected a text app (".k"), found a packaged app already',

@@ -2,6 +2,7 @@
 #include <CLI/Option.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/ReleaseInfo.hpp>
+#include <opc/XercesHelper.hpp>
 
 #include <memory>
 #include <string>
@@ -34,13 +35,25 @@ struct Conversion {
     std::vector<std::string> losses;
 };
 
+// Here, so that the text app is blamed and not the package that would be made of it.
+void requireXmlText(Field field, const FieldValue& value) {
+    const ustring name = fl::i18n::utf8_to_ustring(nameOf(field));
+    const auto check = [&](const ustring& text) { opc::model::requireXmlText(text, name); };
+    if (const auto* text = std::get_if<ustring>(&value)) return check(*text);
+    for (const ustring& item : std::get<List>(value))
+        check(item);
+}
+
 void takeMetadata(Conversion& conversion, const appserialization::AppMetadata& record) {
+    FieldValues& fields = conversion.content.fields;
     for (const Field field : allFields()) {
-        // A text app has no package format, so its version says nothing.
-        if (field == Field::KVPKGVersion) continue;
-        conversion.content.fields[field] = valueOf(record, field);
+        requireXmlText(field, fields[field] = valueOf(record, field));
     }
-    const ustring written = std::get<ustring>(valueOf(record, Field::KORVALRelease));
+    // A text app has no package format, so its version says nothing.
+    fields.erase(Field::KVPKGVersion);
+    const ustring written = std::get<ustring>(fields.at(Field::KORVALRelease));
+    // No release is not a release of the past.
+    if (written.empty()) fields.erase(Field::KORVALRelease);
     const ustring current = foundation::release_info::ReleaseInfo::current().release;
     if (written.empty() || written == current) return;
     conversion.losses.push_back(fmt::format(
