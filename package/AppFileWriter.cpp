@@ -213,6 +213,8 @@ void AppFileWriter::AppFileWriterImpl::setAppMetadata(const AppMetadata& metadat
     // Before anything changes: the serialiser would stop in the middle of the part.
     requireXmlText(metadata);
     const Fallbacks fallbacks = readFallbacks();
+    // Core properties that cannot be read are refused now, not when the metadata part has changed.
+    static_cast<void>(coreProperties_->getCoreProperties());
     Part part = createPartAndRelationship(layout::kMetadata.name, layout::kMetadata.contentType,
                                           layout::kMetadata.relationshipType);
     writeMetadataPart(part, metadata, fallbacks);

@@ -143,8 +143,7 @@ void Package::deletePart(const PartName& name) {
 std::vector<Relationship> Package::getRelationshipsByType(const ustring& type) const {
     std::vector<Relationship> found;
     for (const auto& relationship : state().relationships()) {
-        const bool internal = relationship.getTargetMode() == TargetMode::Internal;
-        if (internal && relationship.getType() == type) found.push_back(relationship);
+        if (relationship.getType() == type) found.push_back(relationship);
     }
     return found;
 }

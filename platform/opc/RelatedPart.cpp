@@ -22,6 +22,7 @@ PartName freeName(const Package& package, const ustring& name) {
 }  // namespace
 
 std::optional<Part> findTarget(const Package& package, const Relationship& relationship) {
+    if (relationship.getTargetMode() == TargetMode::External) return std::nullopt;
     std::optional<PartName> name;
     try {
         name.emplace(relationship.getTargetURI());

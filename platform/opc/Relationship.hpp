@@ -31,8 +31,7 @@ private:
 class PLATFORM_API RelationshipSource {
 public:
     virtual ~RelationshipSource();
-    // In the package's order. Types are compared exactly. External relationships are left out of
-    // the first, which is about parts.
+    // In the package's order, internal and external. Types are compared exactly.
     virtual std::vector<Relationship> getRelationshipsByType(const ustring& type) const = 0;
     virtual std::vector<Relationship> getRelationships() const = 0;
     // An empty `id` gets a free one. Throws opc::Exception for a taken or malformed id.

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <opc/Package.hpp>
+
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 // The part of an app file that holds its code, as reader and writer agree on it.
 namespace quillcode::codepart {
@@ -10,5 +14,10 @@ inline constexpr const char16_t* kContentType = u"application/vnd.quorvane.korva
 inline constexpr const char16_t* kRelationshipType =
     u"http://schemas.quorvane.com/korval/2026/relationships/code";
 inline constexpr std::uint64_t kMaxBytes = std::uint64_t(256) << 20;
+
+// The relationships that lead to the code. Throws opc::Exception when there are several, since nobody
+// can tell which one is meant, or fewer than `least`.
+std::vector<opc::model::Relationship> findRelationships(const opc::model::Package& package,
+                                                        std::size_t least);
 
 }  // namespace quillcode::codepart

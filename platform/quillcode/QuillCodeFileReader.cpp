@@ -11,19 +11,6 @@
 
 namespace quillcode {
 
-namespace {
-
-opc::model::Part findCode(const opc::model::Package& package, const std::string& file) {
-    const auto found = package.getRelationshipsByType(codepart::kRelationshipType);
-    if (found.size() != 1) {
-        throw opc::Exception(file + ": /_rels/.rels: " + std::to_string(found.size()) +
-                             " relationships lead to a code part; expected one");
-    }
-    return package.getTarget(found.front());
-}
-
-}  // namespace
-
 QuillCodeFileReader::QuillCodeFileReader(const ustring& fileName) : fileName_(fileName) {}
 
 ustring QuillCodeFileReader::getKORVALCode() const {
@@ -31,7 +18,7 @@ ustring QuillCodeFileReader::getKORVALCode() const {
     const opc::zippackage::ZipPhysicalPackage zip(fileName_, true);
     opc::model::Package package(zip);
     package.open(opc::interfaces::OpenMode::Read);
-    const auto part = findCode(package, file);
+    const auto part = package.getTarget(codepart::findRelationships(package, 1).front());
     const auto bytes = readAll(part, codepart::kMaxBytes);
     try {
         return fl::i18n::utf8_to_ustring_strict(

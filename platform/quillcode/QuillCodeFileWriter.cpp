@@ -29,6 +29,7 @@ void stamp(opc::model::Package& package, const std::pair<ustring, ustring>& cont
 }
 
 void writeCode(opc::model::Package& package, const std::string& code) {
+    codepart::findRelationships(package, 0);
     auto part = requireRelatedPart(package, codepart::kRelationshipType, codepart::kName,
                                    opc::model::ContentType(codepart::kContentType));
     const auto stream = part.getOutputStream();

@@ -39,7 +39,7 @@ RELATIONSHIPS = f"""<?xml version="1.0" standalone="yes"?>
   <r:Relationship Target="/about/app.xml" Id="meta" TargetMode="Internal"
       Type="{BASE}/2017/relationships/appMetadata"/>
   <r:Relationship Target="https://example.com/help" Id="help" TargetMode="External"
-      Type="{BASE}/2017/relationships/appMetadata"/>
+      Type="https://example.com/relationships/help"/>
 </r:Relationships>
 """
 

@@ -107,5 +107,18 @@ TEST_F(QuillCodeTest, TheReaderNamesWhatIsWrong) {
     }
 }
 
+TEST_F(QuillCodeTest, TheWriterDoesNotChooseBetweenTwoCodeParts) {
+    const std::string other =
+        "<Relationship Id='d' Target='x' "
+        "Type='http://schemas.quorvane.com/korval/2026/relationships/code'/>";
+    directory.write("app.kvpkg",
+                    goodPlainPackage().withRelationships(kCodeRelationship + other).bytes());
+    QuillCodeFileWriter writer(file, {u"a/b", u"B"});
+    writer.setKORVALCode(u"x");
+    EXPECT_THAT([&] { writer.close(false); },
+                ThrowsMessage<opc::Exception>(EndsWith("2 relationships lead to a code part; "
+                                                       "expected one")));
+}
+
 }  // namespace
 }  // namespace quillcode

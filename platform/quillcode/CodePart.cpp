@@ -1,0 +1,22 @@
+#include "platform/quillcode/CodePart.hpp"
+
+#include <opc/Exception.hpp>
+
+#include "platform/opc/Shown.hpp"
+
+#include <string>
+
+namespace quillcode::codepart {
+
+std::vector<opc::model::Relationship> findRelationships(const opc::model::Package& package,
+                                                        std::size_t least) {
+    auto found = package.getRelationshipsByType(kRelationshipType);
+    if (found.size() < least || found.size() > 1) {
+        throw opc::Exception(opc::shown(package.path()) +
+                             ": /_rels/.rels: " + std::to_string(found.size()) +
+                             " relationships lead to a code part; expected one");
+    }
+    return found;
+}
+
+}  // namespace quillcode::codepart
