@@ -1,9 +1,12 @@
 #include <fl/filesystem.hpp>
 
+#include <fl/Retry.hpp>
+#include <fl/SystemCalls.hpp>
 #include <fl/i18n.hpp>
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -14,10 +17,25 @@ namespace {
 
 constexpr char16_t kSeparator = u'/';
 
+// Nothing, with errno set, when the file cannot be stat'ed.
 std::optional<struct stat> statOf(const path& file) {
     const std::string bytes = detail::make_native_access_form_i18n(file);
     struct stat status {};
-    if (bytes.empty() || ::stat(bytes.c_str(), &status) != 0) return std::nullopt;
+    errno = ENOENT;
+    if (bytes.empty() || retryInterrupted([&] {
+                             return systemCalls().fstatat(AT_FDCWD, bytes.c_str(), &status, 0);
+                         }) != 0) {
+        return std::nullopt;
+    }
+    return status;
+}
+
+// The same, but throws unless it is known that there is no such file.
+std::optional<struct stat> knownStatOf(const path& file) {
+    const auto status = statOf(file);
+    if (!status && errno != ENOENT && errno != ENOTDIR) {
+        throwSystemError(errno, i18n::to_display(file.native()) + ": cannot stat");
+    }
     return status;
 }
 
@@ -67,8 +85,8 @@ bool isRegularFile(const path& file) {
 }
 
 bool isSameFile(const path& a, const path& b) {
-    const auto first = statOf(a);
-    const auto second = statOf(b);
+    const auto first = knownStatOf(a);
+    const auto second = knownStatOf(b);
     return first && second && first->st_dev == second->st_dev && first->st_ino == second->st_ino;
 }
 
