@@ -26,6 +26,7 @@
 
 namespace appserialization {
 
+using opc::interfaces::OpenMode;
 using opc::model::ContentType;
 using opc::model::Part;
 using opc::model::PartName;
@@ -97,7 +98,7 @@ void AppFileWriter::AppFileWriterImpl::openOPCPackage(const ustring& fileName, b
     auto package = std::make_unique<opc::model::Package>(*physicalPackage);
     auto coreProperties =
         std::make_unique<CorePropertiesManager>(*package, DeterministicMode::FromClock);
-    package->open(create ? opc::interfaces::OpenMode::Create : opc::interfaces::OpenMode::Edit);
+    package->open(createNew ? OpenMode::Create : exists ? OpenMode::Edit : OpenMode::CreateNew);
 
     // Members only now, so that a writer is open or closed and nothing between.
     physicalPackage_ = std::move(physicalPackage);

@@ -86,7 +86,7 @@ PackageState& Package::state() const {
 void Package::open(OpenMode mode) {
     const auto file = shown(path());
     if (state_) throw Exception(file + ": the package is open already");
-    if (mode != OpenMode::Read && mode != OpenMode::Create && mode != OpenMode::Edit) {
+    if (mode < OpenMode::Read || mode > OpenMode::CreateNew) {
         throw Exception(file + ": open mode " + std::to_string(int(mode)) + " is unknown");
     }
     state_ = translated(path(), [&] { return std::make_unique<PackageState>(*physical_, mode); });

@@ -14,9 +14,10 @@
 namespace opc::interfaces {
 
 enum class OpenMode : int {
-    Read = 0,    // an existing package; nothing can be changed
-    Create = 1,  // an empty package, which replaces any file when it is closed
-    Edit = 2,    // an existing package; what is not changed is kept byte for byte
+    Read = 0,       // an existing package; nothing can be changed
+    Create = 1,     // an empty package, which replaces any file when it is closed
+    Edit = 2,       // an existing package; what is not changed is kept byte for byte
+    CreateNew = 3,  // an empty package, for a name that no file has when it is opened and closed
 };
 
 }  // namespace opc::interfaces

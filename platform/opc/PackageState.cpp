@@ -67,7 +67,7 @@ bool PartOrder::operator()(std::string_view a, std::string_view b) const noexcep
 
 PackageState::PackageState(const zippackage::ZipPhysicalPackage& physical, OpenMode mode)
     : physical_(&physical), mode_(mode), file_(shown(physical.path())) {
-    if (mode == OpenMode::Create) {
+    if (mode == OpenMode::Create || mode == OpenMode::CreateNew) {
         typesItem_ = names::kContentTypesItem;
         types_ = ContentTypes::initial();
     } else {
@@ -77,6 +77,9 @@ PackageState::PackageState(const zippackage::ZipPhysicalPackage& physical, OpenM
     loadedTypes_ = types_;
     loadedRelationships_ = relationships_;
     writer_ = std::make_unique<zip::ZipWriter>(physical.path(), archive_, physical.allowsZip64());
+    if (mode == OpenMode::CreateNew && writer_->replacesFile()) {
+        refuse("someone else has just created the file; open it again to change it");
+    }
 }
 
 void PackageState::load() {

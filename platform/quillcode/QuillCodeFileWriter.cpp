@@ -60,7 +60,7 @@ void QuillCodeFileWriter::close(bool stampProperties) {
     const opc::zippackage::ZipPhysicalPackage zip(fileName_, true);
     const bool exists = fl::filesystem::exists(zip.path());
     opc::model::Package package(zip);
-    package.open(exists ? OpenMode::Edit : OpenMode::Create);
+    package.open(exists ? OpenMode::Edit : OpenMode::CreateNew);
     if (code_) writeCode(package, *code_);
     if (stampProperties || !exists) stamp(package, contentType_);
     package.close();

@@ -20,6 +20,7 @@ public:
 
     bool has(std::string_view name) const { return isSet(name) || findKept(name) != nullptr; }
     bool isSet(std::string_view name) const;
+    bool replacesFile() const noexcept { return target_.stamp().has_value(); }
     bool changed() const noexcept { return !base_ || !items_.empty() || hasLostKept_; }
     std::unique_ptr<OutputStream> set(std::string_view name, const ItemOptions& options);
     void remove(std::string_view name);

@@ -214,6 +214,9 @@ bool ZipWriter::has(std::string_view name) const {
 bool ZipWriter::isSet(std::string_view name) const {
     return state_->isSet(name);
 }
+bool ZipWriter::replacesFile() const noexcept {
+    return state_->replacesFile();
+}
 bool ZipWriter::changed() const noexcept {
     return state_->changed();
 }

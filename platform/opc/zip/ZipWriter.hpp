@@ -48,6 +48,8 @@ public:
     // the writer, but is not to be read after the item is set again or removed in it.
     std::unique_ptr<InputStream> read(std::string_view name) const;
 
+    // Whether there was a file to be replaced when the writer was made.
+    bool replacesFile() const noexcept;
     bool changed() const noexcept;
     // Does nothing when nothing changed. Afterwards, also when it throws, the writer is spent.
     void save();
