@@ -15,8 +15,10 @@
 #include <xercesc/dom/DOMElement.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <ios>
 #include <map>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -169,6 +171,8 @@ void AppFileWriter::AppFileWriterImpl::setAppModelFromFile(const ustring& modelF
         path = fl::filesystem::detail::make_native_form(modelFilePath, true);
     }
     fl::filesystem::basic_ifstream<char> file(path, std::ios_base::in | std::ios_base::binary);
+    // That is no fault of the file, and opening it is not tried again.
+    if (!file.is_open() && errno == ENOMEM) throw std::bad_alloc();
     // Copies nothing when the file did not open.
     opc::StreamHelper::copyStreamToStream(file, *part.getOutputStream());
 }
