@@ -89,6 +89,7 @@ ustring decodeFile(const FileDescriptor& file, const ustring& fileName) {
         text += fl::i18n::utf8_to_ustring(bytes.substr(0, decodable));
         carried = bytes.copy(buffer.get(), bytes.size() - decodable, decodable);
     }
+    if (offset < expectedSize) fail(fileName, "the file became shorter while it was read");
     return text;
 }
 
