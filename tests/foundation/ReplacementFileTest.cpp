@@ -294,21 +294,22 @@ TEST_F(ReplacementFileTest, WorksWhereTheFileSystemLacksItsNewerOperations) {
     EXPECT_EQ(readFile(file("copy")), std::string((1 << 20) - 1, 'x'));
 }
 
-TEST_F(ReplacementFileTest, PutsASiblingInPlaceUnderTheSameRules) {
+TEST_F(ReplacementFileTest, PutsAnotherFileInPlaceUnderTheSameRules) {
     write("a", "old");
     ASSERT_EQ(::chmod(file("a").c_str(), 0604), 0);
-    write("sibling", "new");
-    replaceWithSibling(SaveTarget(name("a")), name("sibling"));
+    stdfs::create_directory(file("d"));
+    write("d/content", "new");
+    replaceWithFile(SaveTarget(name("a")), name("d/content"));
     EXPECT_EQ(readFile(file("a")), "new");
     EXPECT_EQ(static_cast<mode_t>(stdfs::status(file("a")).permissions()), mode_t{0604});
-    EXPECT_EQ(files(), std::set<std::string>{"a"});
+    EXPECT_TRUE(stdfs::is_empty(file("d")));
 
     const SaveTarget target(name("a"));
     write("theirs", "theirs");
     stdfs::rename(file("theirs"), file("a"));
-    write("sibling", "mine");
-    EXPECT_THROW(replaceWithSibling(target, name("sibling")), std::system_error);
-    EXPECT_EQ(readFile(file("sibling")), "mine");
+    write("content", "mine");
+    EXPECT_THROW(replaceWithFile(target, name("content")), std::system_error);
+    EXPECT_EQ(readFile(file("content")), "mine");
 }
 
 }  // namespace

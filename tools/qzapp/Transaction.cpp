@@ -2,7 +2,10 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <fl/Retry.hpp>
+#include <fl/SystemCalls.hpp>
 
 #include <cerrno>
 #include <random>
@@ -28,56 +31,70 @@ std::string extensionOf(const fl::filesystem::path& file) {
     return dot == std::string::npos ? "" : name.substr(dot);
 }
 
-std::string privateNameBeside(const fl::filesystem::path& target) {
+std::string privateFolderBeside(const fl::filesystem::path& target) {
     static std::random_device random;
     const std::string directory =
         fl::filesystem::detail::make_native_access_form_i18n(target.parent());
-    return fmt::format("{}/.qzapp-{}-{:08x}{}", directory, ::getpid(), random(),
-                       extensionOf(target));
+    return fmt::format("{}/.qzapp-{}-{:08x}", directory, ::getpid(), random());
+}
+
+[[noreturn]] void throwNoFile(int reason) {
+    throw std::system_error(reason, std::generic_category(),
+                            "no file can be made in its directory");
 }
 
 }  // namespace
 
 Transaction::Transaction(const FileName& target, Start start) : target_(target) {
-    about(target_, [&] {
-        saveTarget_.emplace(target.path);
-        createWorkingFile();
-    });
     try {
-        if (start == Start::CopyOfTarget) {
-            const FileDescriptor source = openFile({target.shown, saveTarget_->resolved()});
-            about(target_, [&] { saveTarget_->expect(source.stamp()); });
-            copyFrom(source);
-        }
+        this->start(start);
     } catch (...) {
-        leftover_->remove();
+        removeLeftovers();
         throw;
     }
 }
 
 Transaction::~Transaction() {
-    if (leftover_) leftover_->remove();
+    removeLeftovers();
+}
+
+void Transaction::removeLeftovers() const noexcept {
+    if (workingFile_) workingFile_->remove();
+    if (folder_) folder_->remove();
+}
+
+void Transaction::start(Start start) {
+    about(target_, [&] {
+        saveTarget_.emplace(target_.path);
+        createFolder();
+        createWorkingFile();
+    });
+    if (start == Start::Empty) return;
+    const FileDescriptor source = openFile({target_.shown, saveTarget_->resolved()});
+    about(target_, [&] { saveTarget_->expect(source.stamp()); });
+    copyFrom(source);
+}
+
+void Transaction::createFolder() {
+    for (int tries = 0; tries < kMaxNameTries; ++tries) {
+        folder_.emplace(privateFolderBeside(saveTarget_->resolved()));
+        if (::mkdir(folder_->path().c_str(), 0700) == 0) return;
+        const int reason = errno;
+        folder_.reset();
+        if (reason != EEXIST) throwNoFile(reason);
+    }
+    throwNoFile(EEXIST);
 }
 
 void Transaction::createWorkingFile() {
-    for (int tries = 0; tries < kMaxNameTries; ++tries) {
-        leftover_.emplace(privateNameBeside(saveTarget_->resolved()));
-        const char* name = leftover_->path().c_str();
-        const int opened = ::open(name, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-        if (opened >= 0) {
-            file_ = FileDescriptor(opened);
-            working_ = {target_.shown, fl::filesystem::path::fromBytes(leftover_->path())};
-            return;
-        }
-        const int reason = errno;
-        leftover_.reset();
-        if (reason != EEXIST) {
-            throw std::system_error(reason, std::generic_category(),
-                                    "no file can be made in its directory");
-        }
-    }
-    throw std::system_error(EEXIST, std::generic_category(),
-                            "no file can be made in its directory");
+    workingFile_.emplace(folder_->path() + "/working" + extensionOf(saveTarget_->resolved()));
+    const std::string& name = workingFile_->path();
+    file_ = FileDescriptor(fl::filesystem::retryInterrupted([&] {
+        return fl::filesystem::systemCalls().openat(AT_FDCWD, name.c_str(),
+                                                    O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    }));
+    if (!file_) throwNoFile(errno);
+    working_ = {target_.shown, fl::filesystem::path::fromBytes(name)};
 }
 
 void Transaction::write(std::string_view bytes) {
@@ -89,8 +106,7 @@ void Transaction::copyFrom(const FileDescriptor& source) {
 }
 
 void Transaction::commit() {
-    about(working_, [&] { fl::filesystem::replaceWithSibling(*saveTarget_, working_.path); });
-    leftover_.reset();
+    about(working_, [&] { fl::filesystem::replaceWithFile(*saveTarget_, working_.path); });
 }
 
 }  // namespace qzapp

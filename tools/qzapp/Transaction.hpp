@@ -11,8 +11,8 @@
 
 namespace qzapp {
 
-// The making of a file in several steps that count as one: the steps work on a private file beside
-// the target, and commit() puts it in the target's place. A transaction that ends without commit(),
+// The making of a file in several steps that count as one: the steps work on a file in a private
+// folder beside the target, and commit() puts it in the target's place. A transaction that ends without commit(),
 // by an exception or by a signal, leaves the target as it was and nothing beside it. Failures are
 // Errors about the target.
 class Transaction {
@@ -35,12 +35,17 @@ public:
     void commit();
 
 private:
+    void start(Start start);
+    void createFolder();
     void createWorkingFile();
+    void removeLeftovers() const noexcept;
 
     FileName target_;
     std::optional<fl::filesystem::SaveTarget> saveTarget_;
     FileName working_;
-    std::optional<Leftover> leftover_;
+    // All that the steps leave behind when the process is killed is in one place.
+    std::optional<Leftover> folder_;
+    std::optional<Leftover> workingFile_;
     fl::filesystem::FileDescriptor file_;
 };
 

@@ -383,10 +383,11 @@ FileStamp ReplacementFile::commit() {
     }
 }
 
-void replaceWithSibling(const SaveTarget& target, const path& sibling) {
+void replaceWithFile(const SaveTarget& target, const path& content) {
     const SaveTarget::State& state = *target.state_;
     state.naming([&] {
-        const std::string name = nameOf(detail::make_native_access_form_i18n(sibling));
+        // From the root it means the same beside the target's directory as anywhere else.
+        const std::string name = detail::make_native_access_form_i18n(absolute(content));
         FileDescriptor file(retryInterrupted([&] {
             return systemCalls().openat(state.directory.get(), name.c_str(),
                                         O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0);

@@ -13,9 +13,9 @@ namespace fl::filesystem {
 
 class SaveTarget;
 
-// Puts the file `sibling`, which stands in the target's own directory and was written by others, in
-// the target's place, under the rules of ReplacementFile::commit(). On failure the sibling stays.
-PLATFORM_API void replaceWithSibling(const SaveTarget& target, const path& sibling);
+// Puts the file `content`, which is on the target's own file system and was written by others, in the
+// target's place, under the rules of ReplacementFile::commit(). On failure the content stays.
+PLATFORM_API void replaceWithFile(const SaveTarget& target, const path& content);
 
 // What a save is going to replace: the file at the end of any symbolic links (a link keeps pointing;
 // a dangling one gets its target), held by its open directory and its name in it, and as it was when
@@ -43,7 +43,7 @@ public:
 
 private:
     friend class ReplacementFile;
-    friend void replaceWithSibling(const SaveTarget& target, const path& sibling);
+    friend void replaceWithFile(const SaveTarget& target, const path& content);
     struct State;
     std::shared_ptr<State> state_;
 };
