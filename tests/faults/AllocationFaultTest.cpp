@@ -1,0 +1,92 @@
+// Saves and reads while memory runs out.
+
+#include <functional>
+#include <utility>
+
+#include "tests/faults/FaultsTest.hpp"
+#include "tests/support/FailingAllocator.hpp"
+
+namespace faults {
+namespace {
+
+// Every allocation fails once.
+class AllocationFaultTest : public FaultsTest {
+protected:
+    // Runs `operation` with one allocation after another failing; `check` is told whether it threw.
+    // What is made at first use must be there already.
+    void failEach(const std::function<void()>& operation, const std::function<void(bool)>& check) {
+        for (std::size_t number = 1;; number += step_) {
+            SCOPED_TRACE("allocation " + std::to_string(number));
+            reset(isCreation_);
+            const auto descriptors = openDescriptors();
+            const std::size_t before = test_support::outstandingAllocations();
+            const auto [threw, failed] = runOnce(operation, number);
+            EXPECT_EQ(test_support::outstandingAllocations(), before);
+            EXPECT_EQ(openDescriptors(), descriptors);
+            EXPECT_EQ(leftovers(), 0u);
+            check(threw);
+            if (!failed) {
+                EXPECT_FALSE(threw);
+                EXPECT_GT(number, 20u);
+                return;
+            }
+            if (HasFailure()) return;
+        }
+    }
+    // Whether it threw, and whether the allocation was asked for.
+    static std::pair<bool, bool> runOnce(const std::function<void()>& operation,
+                                         std::size_t number) {
+        bool threw = false;
+        test_support::failAllocation(number);
+        try {
+            operation();
+        } catch (const std::exception&) {
+            threw = true;
+        }
+        const bool failed = test_support::allocationFailed();
+        test_support::failAllocation(0);
+        return {threw, failed};
+    }
+
+    bool isCreation_ = false;
+    std::size_t step_ = kStep;
+};
+
+class SaveAllocationTest : public AllocationFaultTest,
+                           public testing::WithParamInterface<SaveOperation> {};
+
+TEST_P(SaveAllocationTest, LeavesTheOldFileOrTheNew) {
+    isCreation_ = GetParam().isCreation;
+    if (GetParam().isTool) step_ = 13;  // most of its allocations are those of the command line
+    reset(isCreation_);
+    const std::string before = content();
+    GetParam().run(app(), inputs_);
+    const std::string after = content();
+    std::set<std::string> states{before, after};
+    failEach([&] { GetParam().run(app(), inputs_); },
+             [&](bool threw) {
+                 if (!threw) {
+                     EXPECT_EQ(content(), after);
+                 }
+                 states.insert(content());
+             });
+    EXPECT_LE(states.size(), GetParam().saves + 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Save, SaveAllocationTest, testing::ValuesIn(saveOperations()),
+                         nameOf<SaveOperation>);
+
+class ReadAllocationTest : public AllocationFaultTest,
+                           public testing::WithParamInterface<ReadOperation> {};
+
+TEST_P(ReadAllocationTest, ThrowsOrIsRight) {
+    const std::string expected = GetParam().run(app(), inputs_, scratch());
+    failEach([&] { EXPECT_EQ(GetParam().run(app(), inputs_, scratch()), expected); },
+             [&](bool) { EXPECT_EQ(content(), example_); });
+}
+
+INSTANTIATE_TEST_SUITE_P(Read, ReadAllocationTest, testing::ValuesIn(readOperations()),
+                         nameOf<ReadOperation>);
+
+}  // namespace
+}  // namespace faults

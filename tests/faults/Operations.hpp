@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace faults {
+
+// Files that an operation may take content from, in a directory of their own.
+struct Inputs {
+    std::u16string directory;
+    std::u16string model() const { return directory + u"/model.kvd"; }
+    std::u16string code() const { return directory + u"/code.k"; }
+    std::u16string image() const { return directory + u"/image.png"; }
+    std::u16string text() const { return directory + u"/app.k"; }
+    // Makes the files.
+    explicit Inputs(std::u16string directory);
+};
+
+// Something that saves an app file, or an exception when it fails.
+struct SaveOperation {
+    const char* name;
+    bool isTool;           // the command-line tool's
+    bool isCreation;       // there is no file before
+    bool replacesAnyFile;  // also one that it has not seen
+    std::size_t saves;     // each of which is whole or not at all
+    void (*run)(const std::u16string& app, const Inputs& inputs);
+};
+const std::vector<SaveOperation>& saveOperations();
+
+// Something that reads an app file; returns all that it has read. May use the name `scratch`.
+struct ReadOperation {
+    const char* name;
+    std::string (*run)(const std::u16string& app, const Inputs& inputs,
+                       const std::u16string& scratch);
+};
+const std::vector<ReadOperation>& readOperations();
+
+// A small app file with everything that one can hold.
+void writeExample(const std::u16string& app, const Inputs& inputs);
+// Everything that the file holds.
+std::string readEverything(const std::u16string& app, const Inputs& inputs,
+                           const std::u16string& scratch);
+
+}  // namespace faults

@@ -1,0 +1,121 @@
+// Reads while calls of the system fail, and reads damaged files.
+
+#include <opc/Package.hpp>
+#include <opc/ZipArchive.hpp>
+
+#include <cerrno>
+
+#include "tests/faults/FaultsTest.hpp"
+#include "tests/support/FailingAllocator.hpp"
+#include "tests/support/WatchedSystem.hpp"
+
+namespace faults {
+namespace {
+
+using test_support::Fault;
+using test_support::WatchedSystem;
+using Kind = Fault::Kind;
+
+class ReadFaultTest : public FaultsTest, public testing::WithParamInterface<ReadOperation> {
+protected:
+    // False when there are fewer calls than `number`.
+    bool readsRightOrThrows(const Fault& fault, std::size_t number, const std::string& expected) {
+        WatchedSystem system;
+        system.strike(number, fault);
+        bool failed = false;
+        try {
+            EXPECT_EQ(GetParam().run(app(), inputs_, scratch()), expected);
+        } catch (const std::exception&) {
+            failed = true;
+        }
+        if (system.struck() == nullptr) return false;
+        const auto call = system.struck()->name;
+        SCOPED_TRACE(call);
+        if (fault.error == EIO || fault.error == EACCES) {
+            EXPECT_EQ(failed, call != "close");
+        }
+        if (fault.error == EINTR || fault.kind == Kind::IsShort) {
+            EXPECT_FALSE(failed);
+        }
+        return true;
+    }
+};
+
+TEST_P(ReadFaultTest, ThrowsOrIsRightWhateverCallFails) {
+    const std::string expected = GetParam().run(app(), inputs_, scratch());
+    for (const Fault& fault :
+         {Fault{"EIO", Kind::Fails, EIO}, Fault{"EACCES", Kind::Fails, EACCES},
+          Fault{"EINTR", Kind::Fails, EINTR}, Fault{"a short read", Kind::IsShort},
+          Fault{"an early end", Kind::MovesNothing}}) {
+        for (std::size_t number = 1;; ++number) {
+            SCOPED_TRACE(std::string(fault.name) + " at call " + std::to_string(number));
+            const auto descriptors = openDescriptors();
+            const std::size_t allocations = test_support::outstandingAllocations();
+            const bool wasStruck = readsRightOrThrows(fault, number, expected);
+            EXPECT_EQ(test_support::outstandingAllocations(), allocations);
+            EXPECT_EQ(openDescriptors(), descriptors);
+            if (HasFailure() || !wasStruck) break;
+        }
+    }
+    EXPECT_EQ(content(), example_);
+}
+
+INSTANTIATE_TEST_SUITE_P(Read, ReadFaultTest, testing::ValuesIn(readOperations()),
+                         nameOf<ReadOperation>);
+
+class BitFlipTest : public FaultsTest {
+protected:
+    // All that a package gives out: its parts, their types, and its relationships.
+    std::string readPackage() const {
+        const opc::zippackage::ZipPhysicalPackage zip(app(), true);
+        opc::model::Package package(zip);
+        package.open(opc::interfaces::OpenMode::Read);
+        std::u16string names;
+        std::string contents;
+        for (const auto& part : package.getParts()) {
+            names += part.getName().toString() + u"=" + part.getContentType().toString() + u";";
+            const auto bytes = readAll(part, 1 << 20);
+            contents.append(bytes.begin(), bytes.end());
+        }
+        for (const auto& each : package.getRelationships())
+            names += each.getID() + each.getType() + each.getTargetURI().toString() + u";";
+        return contents + std::string(names.begin(), names.end());
+    }
+};
+
+TEST_F(BitFlipTest, IsNoticedOrChangesNothing) {
+    const auto archive = opc::zip::ZipArchive::open(fl::filesystem::path(app()));
+    // The item whose data a byte belongs to, or null.
+    const auto itemAt = [&](std::size_t at) -> const opc::zip::ZipItem* {
+        for (const auto& item : archive->items()) {
+            if (at >= item.dataOffset && at < item.dataOffset + item.compressedSize) return &item;
+        }
+        return nullptr;
+    };
+    const std::string expected = readPackage();
+    std::fstream stream(file(), std::ios::in | std::ios::out | std::ios::binary);
+    const auto put = [&](std::size_t at, char byte) {
+        stream.seekp(static_cast<std::streamoff>(at)).put(byte).flush();
+    };
+    std::size_t unnoticed = 0;  // in deflated data, of which some bits can be told in two ways
+    for (std::size_t bit = 0; bit < example_.size() * 8; bit += kStep) {
+        const std::size_t at = bit / 8;
+        const auto* const item = itemAt(at);
+        put(at, static_cast<char>(example_[at] ^ (1 << bit % 8)));
+        bool wasNoticed = false;
+        try {
+            ASSERT_EQ(readPackage(), expected) << "bit " << bit;
+        } catch (const opc::Exception&) {
+            wasNoticed = true;
+        }
+        put(at, example_[at]);
+        if (item == nullptr || wasNoticed) continue;
+        ASSERT_EQ(item->method, opc::zip::Method::Deflated) << "bit " << bit;
+        ++unnoticed;
+    }
+    EXPECT_EQ(content(), example_);
+    EXPECT_LT(unnoticed, example_.size() * 8 / kStep / 100);
+}
+
+}  // namespace
+}  // namespace faults

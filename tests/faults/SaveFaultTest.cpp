@@ -1,0 +1,280 @@
+// Saves while calls of the system fail, or while the process is killed, or the power fails.
+
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <string_view>
+
+#include "tests/faults/FaultsTest.hpp"
+#include "tests/support/FailingAllocator.hpp"
+#include "tests/support/WatchedSystem.hpp"
+
+namespace faults {
+namespace {
+
+using test_support::Call;
+using test_support::Disk;
+using test_support::Fault;
+using test_support::outstandingAllocations;
+using test_support::WatchedSystem;
+using Kind = Fault::Kind;
+using FileSystem = WatchedSystem::FileSystem;
+
+ino_t inodeOf(const std::filesystem::path& file) {
+    struct stat found {};
+    return ::stat(file.c_str(), &found) == 0 ? found.st_ino : 0;
+}
+
+class SaveFaultTest : public FaultsTest, public testing::WithParamInterface<SaveOperation> {
+protected:
+    SaveFaultTest() {
+        GetParam().run(app(), inputs_);  // what is made at first use stays
+        reset(GetParam().isCreation);
+        before_ = content();
+        states_ = {before_};
+    }
+
+    // What was done, with the states of the file that each save brings about.
+    std::vector<Call> record(FileSystem fileSystem) {
+        reset(GetParam().isCreation);
+        diskBefore_ = Disk();
+        if (!GetParam().isCreation) diskBefore_.add(kApp, inodeOf(file()), before_);
+        Disk disk = diskBefore_;
+        WatchedSystem system(fileSystem);
+        GetParam().run(app(), inputs_);
+        states_ = {before_};
+        for (const Call& call : system.calls()) {
+            disk.apply(call);
+            if (disk.content(kApp) != states_.back()) states_.push_back(disk.content(kApp));
+        }
+        EXPECT_EQ(states_.back(), content()) << "the log tells all that was done";
+        return system.calls();
+    }
+
+    bool isState(const std::string& found) const {
+        return std::find(states_.begin(), states_.end(), found) != states_.end();
+    }
+
+    // Whether the operation failed.
+    bool runWith(const Fault& fault, FileSystem fileSystem, std::size_t number) {
+        WatchedSystem system(fileSystem);
+        system.strike(number, fault);
+        bool failed = false;
+        try {
+            GetParam().run(app(), inputs_);
+        } catch (const std::exception&) {
+            failed = true;
+        }
+        EXPECT_NE(system.struck(), nullptr);
+        return failed;
+    }
+
+    void checkAfter(const Fault& fault, std::string_view call, bool failed) {
+        const std::string found = content();
+        EXPECT_TRUE(isState(found));
+        // Nothing can be done about a file that cannot be removed.
+        EXPECT_LE(leftovers(), call == "unlinkat" ? 1u : 0u);
+        if (!failed) {
+            EXPECT_EQ(found, states_.back());
+        }
+        // When the file is in its place, all that can fail is making that durable.
+        if (failed && call != "fsync" && GetParam().saves == 1) {
+            EXPECT_EQ(found, before_);
+        }
+        // A file that is replaced in any case need not be seen first.
+        if (fault.error == EIO && !(GetParam().replacesAnyFile && call == "fstatat")) {
+            EXPECT_EQ(failed, call != "close");
+        }
+        if (fault.error == EINTR || fault.kind == Kind::IsShort) {
+            EXPECT_EQ(failed, call == "fsync");
+        }
+    }
+
+    void checkNextSave() {
+        const bool isOld = content() == before_;
+        EXPECT_NO_THROW(GetParam().run(app(), inputs_));
+        if (isOld) {
+            EXPECT_EQ(content(), states_.back());
+        }
+    }
+
+    void fail(const Fault& fault, FileSystem fileSystem) {
+        const std::vector<Call> calls = record(fileSystem);
+        for (std::size_t number = 1; number <= calls.size() && !HasFailure(); ++number) {
+            const std::string_view call = calls[number - 1].name;
+            if (!fault.canStrike(call)) continue;
+            SCOPED_TRACE(std::string(fault.name) + " at call " + std::to_string(number) + ", " +
+                         std::string(call));
+            reset(GetParam().isCreation);
+            const auto descriptors = openDescriptors();
+            const std::size_t allocations = outstandingAllocations();
+            const bool failed = runWith(fault, fileSystem, number);
+            EXPECT_EQ(outstandingAllocations(), allocations);
+            EXPECT_EQ(openDescriptors(), descriptors);
+            checkAfter(fault, call, failed);
+            if (fault.error == EIO) checkNextSave();
+        }
+    }
+
+    std::string before_;
+    std::vector<std::string> states_;
+    Disk diskBefore_;
+};
+
+constexpr std::string_view kChanges =
+    "openat pwrite copy_file_range ftruncate fsync fsetxattr linkat renameat2 write writev";
+constexpr std::string_view kLookups =
+    "openat fstatat faccessat readlinkat linkat renameat2 unlinkat";
+constexpr std::string_view kTransfers = "pread pwrite copy_file_range read write";
+constexpr Fault kFaults[] = {
+    {"EIO", Kind::Fails, EIO},
+    {"EINTR", Kind::Fails, EINTR},
+    {"ENOSPC", Kind::Fails, ENOSPC, kChanges},
+    {"EDQUOT", Kind::Fails, EDQUOT, kChanges},
+    {"EACCES", Kind::Fails, EACCES, kLookups},
+    {"a short transfer", Kind::IsShort, 0, kTransfers},
+    {"an empty transfer", Kind::MovesNothing, 0, kTransfers},
+};
+
+TEST_P(SaveFaultTest, LeavesTheOldFileOrTheNewWhateverCallFails) {
+    for (const Fault& fault : kFaults)
+        fail(fault, FileSystem::Current);
+    fail(kFaults[0], FileSystem::Older);
+}
+
+TEST_P(SaveFaultTest, LeavesTheOldFileOrTheNewWhenItIsKilled) {
+    for (const FileSystem fileSystem : {FileSystem::Current, FileSystem::Older}) {
+        const std::size_t calls = record(fileSystem).size();
+        for (std::size_t number = 1; number <= calls; ++number) {
+            SCOPED_TRACE("killed at call " + std::to_string(number));
+            reset(GetParam().isCreation);
+            const pid_t child = ::fork();
+            if (child == 0) {
+                runWith({"kill", Kind::Kills}, fileSystem, number);
+                ::_exit(0);
+            }
+            int status = 0;
+            ASSERT_EQ(::waitpid(child, &status, 0), child);
+            ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+            EXPECT_TRUE(isState(content()));
+            // Without unnamed files, the mode of new files is learned from one more.
+            const bool mayLeaveTwo = fileSystem == FileSystem::Older && GetParam().isCreation;
+            EXPECT_LE(leftovers(), mayLeaveTwo ? 2u : 1u);
+        }
+    }
+}
+
+TEST_P(SaveFaultTest, LeavesTheOldFileOrTheNewWhenThePowerFails) {
+    for (const FileSystem fileSystem : {FileSystem::Current, FileSystem::Older}) {
+        const std::vector<Call> calls = record(fileSystem);
+        Disk disk = diskBefore_;
+        for (const Call& call : calls) {
+            disk.apply(call);
+            for (const std::string& found : disk.contentsAfterPowerLoss(kApp))
+                EXPECT_TRUE(isState(found)) << "after " << call.name;
+        }
+        EXPECT_EQ(disk.contentsAfterPowerLoss(kApp), std::set{states_.back()})
+            << "what was saved stays saved";
+    }
+}
+
+// Someone else puts another file in the place of the app, before each of the calls.
+TEST_P(SaveFaultTest, LeavesAloneWhatSomeoneElsePutThereMeanwhile) {
+    const std::string theirs = "theirs";
+    const auto interfere = [&] {
+        other_.write("theirs", theirs);
+        std::filesystem::rename(other_.path() / "theirs", file());
+    };
+    const std::vector<Call> calls = record(FileSystem::Current);
+    bool hasLooked = false;  // at what it is going to replace
+    for (std::size_t number = 1; number <= calls.size(); ++number) {
+        const std::string_view call = calls[number - 1].name;
+        SCOPED_TRACE("before call " + std::to_string(number) + ", " + std::string(call));
+        reset(GetParam().isCreation);
+        WatchedSystem system;
+        system.strike(number, {"interference", Kind::Interferes}, interfere);
+        try {
+            GetParam().run(app(), inputs_);
+        } catch (const std::exception&) {
+        }
+        EXPECT_EQ(leftovers(), 0u);
+        if (GetParam().replacesAnyFile && !hasLooked) continue;
+        // No system has a rename that replaces one given file only, so that much is left to chance.
+        if (call != "renameat2") {
+            EXPECT_EQ(content(), theirs);
+        }
+        hasLooked |= call == "faccessat";
+    }
+}
+
+TEST_P(SaveFaultTest, KeepsModeOwnerAttributesAndLinks) {
+    if (GetParam().isCreation) return;
+    reset();
+    std::filesystem::rename(file(), work_.path() / "target.kvpkg");
+    std::filesystem::create_symlink("target.kvpkg", file());
+    ASSERT_EQ(::chmod(file().c_str(), 0640), 0);
+    ASSERT_EQ(::setxattr(file().c_str(), "user.note", "kept", 4, 0), 0);
+    if (::geteuid() == 0) {
+        ASSERT_EQ(::chown(file().c_str(), 1234, 4321), 0);
+    }
+    struct stat before {
+    }, after{};
+    ASSERT_EQ(::stat(file().c_str(), &before), 0);
+    GetParam().run(app(), inputs_);
+    ASSERT_EQ(::stat(file().c_str(), &after), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(file()));
+    EXPECT_NE(content(), before_);
+    EXPECT_EQ(after.st_mode, before.st_mode);
+    EXPECT_EQ(after.st_uid, before.st_uid);
+    EXPECT_EQ(after.st_gid, before.st_gid);
+    char value[8];
+    ASSERT_EQ(::getxattr(file().c_str(), "user.note", value, sizeof value), 4);
+    EXPECT_EQ(std::string(value, 4), "kept");
+}
+
+// In a process of its own, since the superuser may write everything and gives that up here.
+TEST_P(SaveFaultTest, RefusesFilesAndDirectoriesThatMayNotBeWritten) {
+    constexpr uid_t kNobody = 65534;
+    const bool isSuperuser = ::geteuid() == 0;
+    for (const mode_t directoryMode : {0755, 0555}) {
+        reset(GetParam().isCreation);
+        const bool isFileReadOnly = directoryMode == 0755;
+        if (isFileReadOnly && GetParam().isCreation) continue;
+        if (isFileReadOnly) {
+            ASSERT_EQ(::chmod(file().c_str(), 0444), 0);
+        }
+        if (isSuperuser) {
+            ASSERT_EQ(::chown(work_.path().c_str(), kNobody, kNobody), 0);
+        }
+        if (isSuperuser) {
+            ASSERT_EQ(::chmod(other_.path().c_str(), 0755), 0);
+        }
+        ASSERT_EQ(::chmod(work_.path().c_str(), directoryMode), 0);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            if (isSuperuser && ::setresuid(kNobody, kNobody, kNobody) != 0) ::_exit(3);
+            try {
+                GetParam().run(app(), inputs_);
+            } catch (const std::exception&) {
+                ::_exit(1);
+            }
+            ::_exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_EQ(::chmod(work_.path().c_str(), 0755), 0);
+        if (WEXITSTATUS(status) == 3) GTEST_SKIP() << "cannot stop being the superuser";
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
+        EXPECT_EQ(content(), before_);
+        EXPECT_EQ(leftovers(), 0u);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Save, SaveFaultTest, testing::ValuesIn(saveOperations()),
+                         nameOf<SaveOperation>);
+
+}  // namespace
+}  // namespace faults

@@ -1,0 +1,73 @@
+// The functions of FailingAllocator.hpp over malloc itself, so that libraries written in C fail too.
+// Not for sanitizers, which have a malloc of their own.
+#include "tests/support/FailingAllocator.hpp"
+
+#include <atomic>
+#include <cerrno>
+
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+void __libc_free(void* memory);
+}
+
+namespace test_support {
+
+namespace {
+
+std::atomic<std::size_t> outstanding{0};
+thread_local std::size_t countdown = 0;
+thread_local bool failed = false;
+
+template <class Allocate>
+void* allocate(Allocate allocateReally) {
+    if (countdown != 0 && --countdown == 0) {
+        failed = true;
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return allocateReally();
+}
+
+void* counted(void* memory) {
+    if (memory != nullptr) outstanding.fetch_add(1, std::memory_order_relaxed);
+    return memory;
+}
+
+}  // namespace
+
+std::size_t outstandingAllocations() noexcept {
+    return outstanding.load(std::memory_order_relaxed);
+}
+
+void failAllocation(std::size_t number) noexcept {
+    countdown = number;
+    failed = false;
+}
+
+bool allocationFailed() noexcept {
+    return failed;
+}
+
+}  // namespace test_support
+
+using test_support::allocate;
+using test_support::counted;
+
+extern "C" void* malloc(std::size_t size) {
+    return allocate([&] { return counted(__libc_malloc(size)); });
+}
+extern "C" void* calloc(std::size_t count, std::size_t size) {
+    return allocate([&] { return counted(__libc_calloc(count, size)); });
+}
+extern "C" void* realloc(void* memory, std::size_t size) {
+    return allocate([&] {
+        if (memory == nullptr) return counted(__libc_malloc(size));
+        return __libc_realloc(memory, size);
+    });
+}
+extern "C" void free(void* memory) {
+    if (memory != nullptr) test_support::outstanding.fetch_sub(1, std::memory_order_relaxed);
+    __libc_free(memory);
+}
