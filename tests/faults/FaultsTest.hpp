@@ -12,11 +12,11 @@
 
 #include "tests/faults/Operations.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
+#include "tests/support/WatchedSystem.hpp"
 
 namespace faults {
 
 inline constexpr const char* kApp = "app.kvpkg";
-inline constexpr const char* kNoFile = "(no such file)";
 
 // Sanitizers make everything several times slower, so that then only some faults of the most
 // numerous kinds are tried.
@@ -59,7 +59,8 @@ protected:
         if (!isCreation) work_.write(kApp, example_);
     }
     std::string content() const {
-        return std::filesystem::exists(file()) ? test_support::readFile(file()) : kNoFile;
+        return std::filesystem::exists(file()) ? test_support::readFile(file())
+                                               : test_support::Disk::kNothing;
     }
     // Files in the app's directory other than the app.
     std::size_t leftovers() const {

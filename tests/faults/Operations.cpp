@@ -8,6 +8,7 @@
 #include <boost/variant/apply_visitor.hpp>
 #include <boost/variant/static_visitor.hpp>
 #include <fl/i18n.hpp>
+#include <opc/Package.hpp>
 
 #include <stdexcept>
 #include <utility>
@@ -239,12 +240,20 @@ void writeExample(const std::u16string& app, const Inputs& inputs) {
     writer.setKORVALCodeText(u"x = 1;\n");
 }
 
-std::string readEverything(const std::u16string& app, const Inputs& inputs,
-                           const std::u16string& scratch) {
-    std::string all;
-    for (const ReadOperation& each : readOperations())
-        all += each.run(app, inputs, scratch) + "\n";
-    return all;
+std::string readPackage(const std::u16string& app) {
+    const opc::zippackage::ZipPhysicalPackage zip(app, true);
+    opc::model::Package package(zip);
+    package.open(opc::interfaces::OpenMode::Read);
+    std::u16string names;
+    std::string contents;
+    for (const auto& part : package.getParts()) {
+        names += part.getName().toString() + u"=" + part.getContentType().toString() + u";";
+        const auto bytes = readAll(part, 1 << 20);
+        contents.append(bytes.begin(), bytes.end());
+    }
+    for (const auto& each : package.getRelationships())
+        names += each.getID() + each.getType() + each.getTargetURI().toString() + u";";
+    return contents + ustring_to_utf8(names);
 }
 
 }  // namespace faults

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -35,10 +36,17 @@ struct ReadOperation {
 };
 const std::vector<ReadOperation>& readOperations();
 
+// For the names of tests.
+inline void PrintTo(const SaveOperation& operation, std::ostream* out) {
+    *out << operation.name;
+}
+inline void PrintTo(const ReadOperation& operation, std::ostream* out) {
+    *out << operation.name;
+}
+
 // A small app file with everything that one can hold.
 void writeExample(const std::u16string& app, const Inputs& inputs);
-// Everything that the file holds.
-std::string readEverything(const std::u16string& app, const Inputs& inputs,
-                           const std::u16string& scratch);
+// All that a package gives out: its parts, their types and bytes, and its relationships.
+std::string readPackage(const std::u16string& app);
 
 }  // namespace faults

@@ -42,16 +42,24 @@ protected:
         reset(GetParam().isCreation);
         diskBefore_ = Disk();
         if (!GetParam().isCreation) diskBefore_.add(kApp, inodeOf(file()), before_);
-        Disk disk = diskBefore_;
-        WatchedSystem system(fileSystem);
-        GetParam().run(app(), inputs_);
+        std::vector<Call> calls;
+        {
+            WatchedSystem system(fileSystem);
+            GetParam().run(app(), inputs_);
+            calls = system.calls();
+        }
         states_ = {before_};
-        for (const Call& call : system.calls()) {
+        Disk disk = diskBefore_;
+        for (const Call& call : calls) {
             disk.apply(call);
             if (disk.content(kApp) != states_.back()) states_.push_back(disk.content(kApp));
         }
         EXPECT_EQ(states_.back(), content()) << "the log tells all that was done";
-        return system.calls();
+        for (const std::string& state : states_) {
+            if (state == Disk::kNothing) continue;
+            EXPECT_NO_THROW(readPackage(other_.write("state.kvpkg", state)));
+        }
+        return calls;
     }
 
     bool isState(const std::string& found) const {

@@ -3,6 +3,7 @@
 #include <fl/SystemCalls.hpp>
 
 #include "tests/support/TemporaryDirectory.hpp"
+#include "tests/support/WatchedSystem.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,6 +12,7 @@
 
 #include <cerrno>
 #include <set>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -19,70 +21,7 @@ namespace {
 
 namespace stdfs = std::filesystem;
 using test_support::readFile;
-
-// The calls as they were made, in order, and which of them is to fail; the table is put right again at
-// the end.
-struct Faults {
-    Faults() { current = this; }
-    ~Faults() {
-        systemCalls() = saved;
-        current = nullptr;
-    }
-    // Counts one call of `name`; true when it is to fail, with errno set.
-    bool strikes(const char* name) {
-        calls.emplace_back(name);
-        if (calls.size() != failing) return false;
-        errno = error;
-        return true;
-    }
-    static inline Faults* current = nullptr;
-    SystemCalls saved = systemCalls();
-    std::vector<std::string> calls;
-    std::size_t failing = 0;  // from 1
-    int error = EIO;
-};
-
-// Puts a step in front of one entry of the table that counts the call, and fails it when it is due.
-template <auto Entry>
-struct Watched;
-template <class Result, class... Arguments, Result (*SystemCalls::*Entry)(Arguments...)>
-struct Watched<Entry> {
-    static inline const char* name = "";
-    static Result call(Arguments... arguments) {
-        if (Faults::current->strikes(name)) return -1;
-        return (Faults::current->saved.*Entry)(arguments...);
-    }
-    static void install(const char* called) {
-        name = called;
-        systemCalls().*Entry = call;
-    }
-};
-
-void watchAll() {
-    Watched<&SystemCalls::openat>::install("openat");
-    Watched<&SystemCalls::fstat>::install("fstat");
-    Watched<&SystemCalls::fstatat>::install("fstatat");
-    Watched<&SystemCalls::faccessat>::install("faccessat");
-    Watched<&SystemCalls::pwrite>::install("pwrite");
-    Watched<&SystemCalls::fsync>::install("fsync");
-    Watched<&SystemCalls::fchown>::install("fchown");
-    Watched<&SystemCalls::fchmod>::install("fchmod");
-    Watched<&SystemCalls::flistxattr>::install("flistxattr");
-    Watched<&SystemCalls::fgetxattr>::install("fgetxattr");
-    Watched<&SystemCalls::fsetxattr>::install("fsetxattr");
-    Watched<&SystemCalls::linkat>::install("linkat");
-    Watched<&SystemCalls::renameat2>::install("renameat2");
-}
-
-void withoutUnnamedFiles() {
-    systemCalls().openat = [](int directory, const char* name, int flags, mode_t mode) {
-        if ((flags & O_TMPFILE) == O_TMPFILE) {
-            errno = EOPNOTSUPP;
-            return -1;
-        }
-        return Faults::current->saved.openat(directory, name, flags, mode);
-    };
-}
+using test_support::WatchedSystem;
 
 class ReplacementFileTest : public testing::Test {
 protected:
@@ -181,7 +120,7 @@ TEST_F(ReplacementFileTest, RefusesWhatMayNotBeReplaced) {
                 testing::ThrowsMessage<std::system_error>(
                     "a\\x00b: cannot be saved under this name: No such file or directory"));
     // The superuser may write everything, so the answer is made here.
-    Faults faults;
+    const WatchedSystem system;
     systemCalls().faccessat = [](int, const char*, int, int) {
         errno = EACCES;
         return -1;
@@ -211,74 +150,21 @@ TEST_F(ReplacementFileTest, LeavesAFileThatChangedMeanwhileAlone) {
 
 TEST_F(ReplacementFileTest, SyncsTheFileBeforeTheRenameAndTheDirectoryAfterIt) {
     write("a", "old");
-    Faults faults;
-    watchAll();
+    const WatchedSystem system;
     save(name("a"));
-    std::vector<std::string> order;
-    for (const std::string& call : faults.calls) {
-        const std::set<std::string> kept{"pwrite", "fchown", "fchmod",
-                                         "fsync",  "linkat", "renameat2"};
-        if (kept.contains(call)) order.push_back(call);
+    std::vector<std::string_view> order;
+    for (const auto& call : system.calls()) {
+        const std::set<std::string_view> kept{"pwrite", "fchown", "fchmod",
+                                              "fsync",  "linkat", "renameat2"};
+        if (kept.contains(call.name)) order.push_back(call.name);
     }
     EXPECT_THAT(order, testing::ElementsAre("pwrite", "fchown", "fchmod", "fsync", "linkat",
                                             "renameat2", "fsync"));
 }
 
-// Every call fails once: the old content is there, or the new when only the last step failed; and
-// nothing else.
-TEST_F(ReplacementFileTest, KeepsTheOldFileWhateverFails) {
-    for (const bool isNamed : {false, true}) {
-        for (std::size_t failing = 1;; ++failing) {
-            write("a", "old");
-            ASSERT_EQ(::setxattr(file("a").c_str(), "user.note", "kept", 4, 0), 0);
-            Faults faults;
-            if (isNamed) withoutUnnamedFiles();
-            if (!isNamed) watchAll();
-            if (isNamed) Watched<&SystemCalls::pwrite>::install("pwrite");
-            if (isNamed) Watched<&SystemCalls::fsync>::install("fsync");
-            if (isNamed) Watched<&SystemCalls::renameat2>::install("renameat2");
-            faults.failing = failing;
-            const std::string failure = complaint(name("a"));
-            if (failing > faults.calls.size()) break;
-            SCOPED_TRACE(faults.calls.back() + " failed as call " + std::to_string(failing));
-            EXPECT_EQ(files(), std::set<std::string>{"a"});
-            const bool isInPlace =
-                failure.find("the new file is in its place") != std::string::npos;
-            EXPECT_EQ(readFile(file("a")), failure == "" || isInPlace ? "new" : "old");
-        }
-    }
-    EXPECT_EQ(readFile(file("a")), "new");
-}
-
-TEST_F(ReplacementFileTest, RetriesInterruptedCallsButNeverFsync) {
-    write("a", "old");
-    std::size_t calls = 0;
-    for (std::size_t failing = 1;; ++failing) {
-        Faults faults;
-        watchAll();
-        faults.error = EINTR;
-        faults.failing = failing;
-        const std::string failure = complaint(name("a"));
-        calls = faults.calls.size();
-        if (failing > calls) break;
-        EXPECT_EQ(failure != "", faults.calls[failing - 1] == "fsync") << faults.calls[failing - 1];
-    }
-    EXPECT_GT(calls, 10u);
-}
-
 TEST_F(ReplacementFileTest, WorksWhereTheFileSystemLacksItsNewerOperations) {
     const std::string longest(255, 'n');
-    Faults faults;
-    withoutUnnamedFiles();
-    systemCalls().renameat2 = [](int a, const char* from, int b, const char* to, unsigned flags) {
-        if (flags == 0) return Faults::current->saved.renameat2(a, from, b, to, flags);
-        errno = EINVAL;
-        return -1;
-    };
-    systemCalls().copy_file_range = [](int, off_t*, int, off_t*, size_t, unsigned) -> ssize_t {
-        errno = EXDEV;
-        return -1;
-    };
+    const WatchedSystem system(WatchedSystem::FileSystem::Older);
     save(name(longest.c_str()));
     save(name("é"));
     EXPECT_EQ(files(), (std::set<std::string>{longest, "é"}));
