@@ -9,6 +9,7 @@
 #include <fstream>
 #include <functional>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -17,24 +18,6 @@ namespace bench {
 namespace fs = std::filesystem;
 
 namespace {
-
-class Folder {
-public:
-    Folder() {
-        const char* const base = std::getenv("QZ_BENCH_DIR");
-        std::string name = (base ? fs::path(base) : fs::temp_directory_path()) / "qz-bench-XXXXXX";
-        if (!mkdtemp(name.data())) throw fs::filesystem_error("mkdtemp", name, {});
-        path_ = name;
-    }
-    ~Folder() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    const fs::path& path() const { return path_; }
-
-private:
-    fs::path path_;
-};
 
 using Fill = std::function<void(std::vector<std::uint64_t>& words, std::uint64_t firstWord)>;
 
@@ -53,20 +36,15 @@ fs::path makeFile(const std::string& name, std::uint64_t size, const Fill& fill)
     return path;
 }
 
-std::uint64_t statusKiB(const std::string& key) {
-    std::ifstream status("/proc/self/status");
-    for (std::string word; status >> word;) {
-        std::uint64_t value = 0;
-        if (word == key && status >> value) return value;
-    }
-    return 0;
-}
-
 }  // namespace
 
 const fs::path& folder() {
-    static const Folder instance;
-    return instance.path();
+    static const fs::path path = [] {
+        const char* const given = std::getenv("QZ_BENCH_DIR");
+        if (!given) throw std::runtime_error("QZ_BENCH_DIR is not set; run scripts/bench");
+        return fs::path(given);
+    }();
+    return path;
 }
 
 fs::path compressibleFile(std::uint64_t size) {
@@ -101,19 +79,6 @@ fs::path packagedApp(std::uint64_t modelSize) {
     writer.setKORVALCodeText(std::u16string(8 * kKiB, u'x'));
     writer.close();
     return path;
-}
-
-void run(benchmark::State& state, const std::string& command) {
-    if (std::system(command.c_str()) != 0) state.SkipWithError(("failed: " + command).c_str());
-}
-
-PeakMemory::PeakMemory() : before_(statusKiB("VmRSS:")) {
-    std::ofstream("/proc/self/clear_refs") << "5";  // resets VmHWM
-}
-
-void PeakMemory::report(benchmark::State& state) const {
-    const std::uint64_t peak = statusKiB("VmHWM:");
-    state.counters["peakMiB"] = static_cast<double>(peak - std::min(before_, peak)) / 1024.0;
 }
 
 std::u16string text(const fs::path& path) {

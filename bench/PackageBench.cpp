@@ -1,4 +1,5 @@
 #include "bench/BenchFiles.hpp"
+#include "bench/Cases.hpp"
 
 #include <appserialization/AppFileReader.hpp>
 #include <appserialization/AppFileWriter.hpp>
@@ -22,32 +23,28 @@ namespace fs = std::filesystem;
 
 void openAndReadMetadata(benchmark::State& state, std::uint64_t modelSize) {
     const std::u16string file = text(packagedApp(modelSize));
-    const PeakMemory memory;
-    for (auto _ : state) {
+    measure(state, [&] {
         const appserialization::KVPKGMetadataReader reader(file);
         benchmark::DoNotOptimize(reader.readMetadata());
-    }
-    memory.report(state);
+    });
 }
 
 // --- pack a model ---------------------------------------------------------------------------------
 
 void pack(benchmark::State& state, const fs::path& model) {
     const std::u16string target = text(folder() / "packed.kvpkg");
-    const PeakMemory memory;
-    for (auto _ : state) {
+    measure(state, [&] {
         appserialization::AppFileWriter writer(target, true);
         writer.setAppModelFromFile(text(model));
         writer.close();
-    }
-    memory.report(state);
+    });
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(fs::file_size(model)));
 }
 
 // Deflates a file with zlib at level 6 and writes nothing: the least that a writer on zlib costs.
 void deflateWithZlib(benchmark::State& state, const fs::path& model) {
     std::vector<unsigned char> input(kMiB), output(kMiB);
-    for (auto _ : state) {
+    measure(state, [&] {
         z_stream stream{};
         deflateInit2(&stream, 6, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
         std::ifstream file(model, std::ios::binary);
@@ -63,16 +60,16 @@ void deflateWithZlib(benchmark::State& state, const fs::path& model) {
             } while (stream.avail_out == 0);
         }
         deflateEnd(&stream);
-    }
+    });
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(fs::file_size(model)));
 }
 
 void copyDurably(benchmark::State& state, const fs::path& file) {
     const std::string copy = (folder() / "copy.bin").string();
-    for (auto _ : state) {
+    measure(state, [&] {
         run(state, "rm -f " + copy + " && dd if=" + file.string() + " of=" + copy +
                        " bs=1M conv=fsync status=none");
-    }
+    });
 }
 
 // --- edit the metadata of a large app ---------------------------------------------------------------
@@ -80,25 +77,23 @@ void copyDurably(benchmark::State& state, const fs::path& file) {
 void editMetadata(benchmark::State& state, std::uint64_t modelSize) {
     const std::u16string file = text(packagedApp(modelSize));
     int round = 0;
-    const PeakMemory memory;
-    for (auto _ : state) {
+    measure(state, [&] {
         appserialization::AppMetadata metadata;
         metadata.setDescription(u"round " +
                                 std::u16string(1, static_cast<char16_t>(u'a' + round++ % 26)));
         appserialization::AppFileWriter writer(file, false);
         writer.setAppMetadata(metadata);
         writer.close();
-    }
-    memory.report(state);
+    });
 }
 
 void copyAndSync(benchmark::State& state, std::uint64_t modelSize) {
     const std::string file = packagedApp(modelSize).string();
     const std::string copy = (folder() / "copy.kvpkg").string();
-    for (auto _ : state) {
+    measure(state, [&] {
         run(state,
             "rm -f " + copy + " && cp --reflink=auto " + file + " " + copy + " && sync " + copy);
-    }
+    });
 }
 
 // --- unpack the model ---------------------------------------------------------------------------------
@@ -106,39 +101,36 @@ void copyAndSync(benchmark::State& state, std::uint64_t modelSize) {
 void unpack(benchmark::State& state, std::uint64_t modelSize) {
     const std::u16string file = text(packagedApp(modelSize));
     const std::u16string target = text(folder() / "unpacked.kvd");
-    const PeakMemory memory;
-    for (auto _ : state) {
-        appserialization::AppFileReader(file).copyAppDataToTempFile(target);
-    }
-    memory.report(state);
+    measure(state, [&] { appserialization::AppFileReader(file).copyAppDataToTempFile(target); });
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(modelSize));
 }
 
 void unzipToFile(benchmark::State& state, std::uint64_t modelSize) {
     const std::string file = packagedApp(modelSize).string();
-    for (auto _ : state) {
+    measure(state, [&] {
         run(state, "unzip -p " + file + " lumenforge/appModel.kvd > " +
                        (folder() / "unzipped.kvd").string());
-    }
+    });
 }
 
 void registerAll() {
-    const auto add = [](const char* name, auto function) {
-        benchmark::RegisterBenchmark(name, function)->UseRealTime()->Unit(benchmark::kMillisecond);
-    };
-    add("metadata of a 1 GiB app/qz", [](auto& state) { openAndReadMetadata(state, kGiB); });
-    add("metadata of a 1 GiB app/1 KiB app", [](auto& state) { openAndReadMetadata(state, kKiB); });
-    add("pack 256 MiB compressible/qz",
-        [](auto& state) { pack(state, compressibleFile(256 * kMiB)); });
-    add("pack 256 MiB compressible/zlib level 6",
-        [](auto& state) { deflateWithZlib(state, compressibleFile(256 * kMiB)); });
-    add("pack 1 GiB incompressible/qz", [](auto& state) { pack(state, randomFile(kGiB)); });
-    add("pack 1 GiB incompressible/dd conv=fsync",
-        [](auto& state) { copyDurably(state, randomFile(kGiB)); });
-    add("edit metadata of a 1 GiB app/qz", [](auto& state) { editMetadata(state, kGiB); });
-    add("edit metadata of a 1 GiB app/cp and sync", [](auto& state) { copyAndSync(state, kGiB); });
-    add("unpack a 1 GiB model/qz", [](auto& state) { unpack(state, kGiB); });
-    add("unpack a 1 GiB model/unzip -p", [](auto& state) { unzipToFile(state, kGiB); });
+    Case("metadata of a 1 GiB app", [](auto& state) {
+        openAndReadMetadata(state, kGiB);
+    }).against("1 KiB app", 1.1, [](auto& state) { openAndReadMetadata(state, kKiB); });
+    Case("pack 1 GiB compressible", [](auto& state) {
+        pack(state, compressibleFile(kGiB));
+    }).against("zlib level 6", 1.0 / 15, [](auto& state) {
+        deflateWithZlib(state, compressibleFile(kGiB));
+    });
+    Case("pack 1 GiB incompressible", [](auto& state) {
+        pack(state, randomFile(kGiB));
+    }).against("dd conv=fsync", 1.3, [](auto& state) { copyDurably(state, randomFile(kGiB)); });
+    Case("edit metadata of a 1 GiB app", [](auto& state) {
+        editMetadata(state, kGiB);
+    }).against("cp and sync", 1.2, [](auto& state) { copyAndSync(state, kGiB); });
+    Case("unpack a 1 GiB model", [](auto& state) {
+        unpack(state, kGiB);
+    }).against("unzip -p", 1.0 / 3, [](auto& state) { unzipToFile(state, kGiB); });
 }
 
 const bool registered = (registerAll(), true);

@@ -1,4 +1,5 @@
 #include "bench/BenchFiles.hpp"
+#include "bench/Cases.hpp"
 
 #include <appserialization/Functions.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
@@ -64,18 +65,16 @@ const fs::path& longPicture() {
 
 void readTextApp(benchmark::State& state, const fs::path& file) {
     const ustring name = text(file);
-    const PeakMemory memory;
-    for (auto _ : state) {
+    measure(state, [&] {
         const appserialization::KAppMetadataReader reader(name);
         benchmark::DoNotOptimize(reader.readMetadata());
         benchmark::DoNotOptimize(reader.readScreenshotAsBytes());
-    }
-    memory.report(state);
+    });
 }
 
 // The least that a reader of UTF-8 files into UTF-16 costs.
 void readAndConvert(benchmark::State& state, const fs::path& file) {
-    for (auto _ : state) {
+    measure(state, [&] {
         std::string bytes(fs::file_size(file), '\0');
         std::ifstream(file, std::ios::binary)
             .read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
@@ -86,7 +85,7 @@ void readAndConvert(benchmark::State& state, const fs::path& file) {
         u_strFromUTF8(converted.data(), size, &length, bytes.data(), size, &status);
         if (U_FAILURE(status)) state.SkipWithError(u_errorName(status));
         benchmark::DoNotOptimize(converted);
-    }
+    });
 }
 
 // --- find the picture of a small file -------------------------------------------------------------
@@ -94,41 +93,37 @@ void readAndConvert(benchmark::State& state, const fs::path& file) {
 void scanPicture(benchmark::State& state) {
     const std::string bytes = code(4 * kKiB) + appendix(30 * kKiB);
     const ustring app(bytes.begin(), bytes.end());
-    for (auto _ : state) {
+    measure(state, [&] {
         const ustring section = appserialization::getKAppAppendixSection(app, u"app:thumbnail");
         ustring picture;
         appserialization::readXMLElement(section, u"Thumbnail", picture);
         if (picture.size() < 30 * kKiB) state.SkipWithError("not found");
-    }
+    });
 }
 
 // The same by the standard library's regular expressions, without the conversions around them.
 void matchPicture(benchmark::State& state) {
     const std::string app = code(4 * kKiB) + appendix(30 * kKiB);
-    for (auto _ : state) {
+    measure(state, [&] {
         std::smatch section, picture;
         std::regex_search(app, section, std::regex(R"(%\[app:thumbnail\][\s\S]*?\{([\s\S]*?)%\})"));
         const std::string body = section[1].str();
         std::regex_search(body, picture,
                           std::regex(R"(<Thumbnail[\s\S]*?>([\s\S]*?)</Thumbnail>)"));
         if (picture[1].length() < std::ptrdiff_t{30 * kKiB}) state.SkipWithError("not found");
-    }
+    });
 }
 
 // --------------------------------------------------------------------------------------------------
 
 void registerAll() {
-    const auto add = [](const char* name, auto function) {
-        benchmark::RegisterBenchmark(name, function)->UseRealTime()->Unit(benchmark::kMillisecond);
-    };
-    add("text app of 64 MiB code/qz", [](auto& state) { readTextApp(state, longCode()); });
-    add("text app of 64 MiB code/read, ICU",
-        [](auto& state) { readAndConvert(state, longCode()); });
-    add("text app of 64 MiB picture/qz", [](auto& state) { readTextApp(state, longPicture()); });
-    add("text app of 64 MiB picture/read, ICU",
-        [](auto& state) { readAndConvert(state, longPicture()); });
-    add("find a picture of 30 KiB/qz", scanPicture);
-    add("find a picture of 30 KiB/std::regex", matchPicture);
+    Case("text app of 64 MiB code", [](auto& state) {
+        readTextApp(state, longCode());
+    }).against("read, ICU", 2.5, [](auto& state) { readAndConvert(state, longCode()); });
+    Case("text app of 64 MiB picture", [](auto& state) {
+        readTextApp(state, longPicture());
+    }).against("read, ICU", 2.5, [](auto& state) { readAndConvert(state, longPicture()); });
+    Case("find a picture of 30 KiB", scanPicture).against("std::regex", 0.05, matchPicture);
 }
 
 const bool registered = (registerAll(), true);

@@ -1,16 +1,32 @@
-"""Runs qz_bench and prints one row a case: our median, the baseline's, their ratio, our peak memory."""
+"""Runs qz_bench, one process a case, and prints a row for each of its baselines: our median, the
+baseline's, their ratio, the goal, our processor time and peak memory."""
 
 import argparse
 import collections
 import json
+import os
+import re
 import statistics
 import subprocess
 import sys
+import tempfile
+
+SECONDS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 
 
-def measure(program, pattern, repetitions):
-    """The runs of every benchmark by (case, variant), interleaved at random by the program."""
-    command = [program, "--benchmark_format=json", f"--benchmark_filter={pattern}",
+def cases(program, pattern):
+    """The names of the cases, as they are registered."""
+    names = subprocess.run([program, "--benchmark_list_tests"], check=True,
+                           stdout=subprocess.PIPE, text=True).stdout.splitlines()
+    found = dict.fromkeys(name.split("/", 1)[0] for name in names)
+    return [case for case in found if re.search(pattern, case)]
+
+
+def measure(program, case, repetitions):
+    """The runs of every variant of a case, which the program interleaves at random."""
+    # Escapes no blanks, as re.escape() would: the program's regular expressions are the C library's.
+    name = re.sub(r"([.*+?()\[\]{}|^$])", r"\\\1", case)
+    command = [program, "--benchmark_format=json", f"--benchmark_filter=^{name}/",
                f"--benchmark_repetitions={repetitions}",
                "--benchmark_enable_random_interleaving=true", "--benchmark_min_time=0.05"]
     result = subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True)
@@ -19,50 +35,78 @@ def measure(program, pattern, repetitions):
         if row.get("error_occurred"):
             sys.exit(f"{row['name']}: {row['error_message']}")
         if row["run_type"] == "iteration":
-            case, variant = row["run_name"].removesuffix("/real_time").split("/", 1)
-            runs[case, variant].append(row)
+            variant = row["run_name"].removesuffix("/real_time").split("/", 1)[1]
+            runs[variant].append(row)
     return runs
 
 
-def seconds(rows):
-    unit = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
-    return statistics.median(row["real_time"] * unit[row["time_unit"]] for row in rows)
+def result_of(rows):
+    """The median of the time in seconds, or of the amount in bytes where one is reported."""
+    if "amount" in rows[0]:
+        return statistics.median(row["amount"] for row in rows)
+    return statistics.median(row["real_time"] * SECONDS[row["time_unit"]] for row in rows)
 
 
-def table(runs):
-    for case, variant in runs:
-        if variant == "qz":
-            continue
-        ours = runs[case, "qz"]
-        row = {"case": case, "seconds": seconds(ours), "baseline": variant,
-               "baselineSeconds": seconds(runs[case, variant])}
-        row["ratio"] = row["seconds"] / row["baselineSeconds"]
-        row["peakMiB"] = max((run.get("peakMiB", 0) for run in ours), default=0)
-        yield row
+def compare(case, runs):
+    ours = runs.pop("qz")
+    for variant, theirs in runs.items():
+        yield {
+            "case": case,
+            "baseline": variant,
+            "unit": "bytes" if "amount" in ours[0] else "seconds",
+            "ours": result_of(ours),
+            "theirs": result_of(theirs),
+            "ratio": result_of(ours) / result_of(theirs),
+            "goal": theirs[0].get("goal", 0),
+            "processorRatio": processor(ours) / processor(theirs) if processor(theirs) else 0,
+            "peakMiB": max(row.get("peakMiB", 0) for row in ours),
+        }
 
 
-def human(value):
-    for unit, scale in (("s", 1), ("ms", 1e-3), ("us", 1e-6)):
+def processor(rows):
+    return statistics.median(row.get("processorSeconds", 0) for row in rows)
+
+
+def human(value, unit):
+    scales = ((("MiB", 2**20), ("KiB", 2**10), ("B", 1)) if unit == "bytes" else
+              (("s", 1), ("ms", 1e-3), ("us", 1e-6), ("ns", 1e-9)))
+    for name, scale in scales:
         if value >= scale:
-            return f"{value / scale:.3g} {unit}"
-    return f"{value * 1e9:.3g} ns"
+            break
+    return f"{value / scale:.4g} {name}"
+
+
+def show(row):
+    goal = f"{row['goal']:.3g}" if row["goal"] else "-"
+    cpu = f"{row['processorRatio']:.3g}" if row["processorRatio"] else "-"
+    missed = " !" if row["goal"] and row["ratio"] > row["goal"] else ""
+    print(f"| {row['case']:38} | {human(row['ours'], row['unit']):>9} "
+          f"| {human(row['theirs'], row['unit']):>9} | {row['baseline']:24} "
+          f"| {row['ratio']:6.3g}{missed:2} | {goal:>6} | {cpu:>6} | {row['peakMiB']:8.1f} |",
+          flush=True)
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("program")
-    parser.add_argument("--filter", default=".")
+    parser.add_argument("--filter", default=".", help="regular expression for names of cases")
     parser.add_argument("--repetitions", type=int, default=5)
     parser.add_argument("--json", action="store_true")
     options = parser.parse_args()
-    rows = list(table(measure(options.program, options.filter, options.repetitions)))
+    if not options.json:
+        print(f"| {'case':38} | {'ours':>9} | {'baseline':>9} | {'of':24} | {'ratio':8} |   goal "
+              f"|    CPU | peak MiB |\n|{'-' * 40}|{'-' * 10}:|{'-' * 10}:|{'-' * 26}"
+              f"|{'-' * 9}:|{'-' * 7}:|{'-' * 7}:|{'-' * 9}:|")
+    rows = []
+    with tempfile.TemporaryDirectory(prefix="qz-bench-", dir=os.environ.get("QZ_BENCH_DIR")) as kept:
+        os.environ["QZ_BENCH_DIR"] = kept
+        for case in cases(options.program, options.filter):
+            for row in compare(case, measure(options.program, case, options.repetitions)):
+                rows.append(row)
+                if not options.json:
+                    show(row)
     if options.json:
         print(json.dumps(rows, indent=2))
-        return
-    print(f"{'case':36} {'ours':>9} {'baseline':>9}  {'ours/baseline':13} {'peak MiB':>8}")
-    for row in rows:
-        print(f"{row['case']:36} {human(row['seconds']):>9} {human(row['baselineSeconds']):>9}  "
-              f"{row['ratio']:<13.3g} {row['peakMiB']:8.1f}  vs {row['baseline']}")
 
 
 main()

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace bench {
+
+using Body = std::function<void(benchmark::State&)>;
+
+// One case of the table, and what it is compared with in the same run. A body prepares what it needs
+// and calls measure().
+class Case {
+public:
+    Case(std::string name, Body ours);
+
+    // `goal` is the most that ours may take, as a multiple of this baseline: its time, or its
+    // amount where both report one. 0 when there is no goal.
+    Case& against(const std::string& baseline, double goal, Body body);
+
+private:
+    std::string name_;
+};
+
+// What a body uses besides time: processor seconds, those of its child processes included, and the
+// most memory that the process holds at once, over what it held before.
+class Usage {
+public:
+    Usage();
+    void report(benchmark::State& state) const;
+
+private:
+    double processorSeconds_;
+    std::uint64_t memory_;
+};
+
+// Times `work` as often as the benchmark wants.
+template <class Work>
+void measure(benchmark::State& state, Work work) {
+    const Usage usage;
+    for (auto _ : state)
+        work();
+    usage.report(state);
+}
+
+// Has the table compare this instead of the time: so many bytes an iteration.
+void reportAmount(benchmark::State& state, std::uint64_t bytes);
+
+// Runs a command of the shell; a status other than 0 ends the benchmark.
+void run(benchmark::State& state, const std::string& command);
+
+}  // namespace bench
