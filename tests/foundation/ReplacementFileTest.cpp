@@ -56,29 +56,6 @@ protected:
     test_support::TemporaryDirectory directory_;
 };
 
-TEST_F(ReplacementFileTest, KeepsModeOwnerAndAttributes) {
-    write("a", "old");
-    ASSERT_EQ(::chmod(file("a").c_str(), 0640), 0);
-    ASSERT_EQ(::setxattr(file("a").c_str(), "user.note", "kept", 4, 0), 0);
-    // Others cannot give files away; for them the owner stays in any case.
-    if (::geteuid() == 0) {
-        ASSERT_EQ(::chown(file("a").c_str(), 1234, 4321), 0);
-    }
-    struct stat before {};
-    ASSERT_EQ(::stat(file("a").c_str(), &before), 0);
-    save(name("a"));
-    struct stat after {};
-    ASSERT_EQ(::stat(file("a").c_str(), &after), 0);
-    EXPECT_EQ(readFile(file("a")), "new");
-    EXPECT_EQ(after.st_mode, before.st_mode);
-    EXPECT_EQ(after.st_uid, before.st_uid);
-    EXPECT_EQ(after.st_gid, before.st_gid);
-    char value[8];
-    ASSERT_EQ(::getxattr(file("a").c_str(), "user.note", value, sizeof value), 4);
-    EXPECT_EQ(std::string(value, 4), "kept");
-    EXPECT_NE(after.st_ino, before.st_ino);
-}
-
 TEST_F(ReplacementFileTest, GivesANewFileTheModeOfTheUmask) {
     for (const mode_t mask : {022, 077, 002}) {
         stdfs::remove(file("a"));
@@ -87,6 +64,30 @@ TEST_F(ReplacementFileTest, GivesANewFileTheModeOfTheUmask) {
         ::umask(before);
         EXPECT_EQ(static_cast<mode_t>(stdfs::status(file("a")).permissions()), 0666 & ~mask);
     }
+}
+
+// A directory may give an access list to whatever is created in it.
+TEST_F(ReplacementFileTest, GivesTheDirectorysAccessListToNewFilesOnly) {
+    constexpr std::string_view kList(
+        "\2\0\0\0\1\0\7\0\xFF\xFF\xFF\xFF\2\0\4\0\xD2\4\0\0\4\0\5\0\xFF\xFF\xFF\xFF"
+        "\x10\0\5\0\xFF\xFF\xFF\xFF\x20\0\0\0\xFF\xFF\xFF\xFF",
+        44);
+    const auto accessList = [&](const char* name) {
+        char found[64];
+        const ssize_t size =
+            ::getxattr(file(name).c_str(), "system.posix_acl_access", found, sizeof found);
+        return std::string(found, size < 0 ? 0 : static_cast<std::size_t>(size));
+    };
+    write("old", "old");
+    ASSERT_EQ(::setxattr(directory_.path().c_str(), "system.posix_acl_default", kList.data(),
+                         kList.size(), 0),
+              0);
+    write("by others", "");
+    save(name("old"));
+    save(name("new"));
+    EXPECT_EQ(accessList("old"), "");
+    EXPECT_NE(accessList("new"), "");
+    EXPECT_EQ(accessList("new"), accessList("by others"));
 }
 
 TEST_F(ReplacementFileTest, ReplacesWhatALinkPointsTo) {
@@ -109,9 +110,12 @@ TEST_F(ReplacementFileTest, ReplacesWhatALinkPointsTo) {
 TEST_F(ReplacementFileTest, RefusesWhatMayNotBeReplaced) {
     stdfs::create_directory(file("d"));
     ASSERT_EQ(::mkfifo(file("fifo").c_str(), 0600), 0);
-    EXPECT_EQ(complaint(name("d")), "d: is not a regular file: Is a directory");
-    EXPECT_EQ(complaint(name("d/")), "d/: is not a regular file: Is a directory");
-    EXPECT_EQ(complaint(name("fifo")), "fifo: is not a regular file: Invalid argument");
+    EXPECT_EQ(complaint(name("d")),
+              "d: is not a regular file (save under another name): Is a directory");
+    EXPECT_EQ(complaint(name("d/")),
+              "d/: is not a regular file (save under another name): Is a directory");
+    EXPECT_EQ(complaint(name("fifo")),
+              "fifo: is not a regular file (save under another name): Invalid argument");
     EXPECT_EQ(complaint(name("none/a")), "none/a: cannot open the directory \"" +
                                              file("none").string() +
                                              "\": No such file or directory");
@@ -126,7 +130,9 @@ TEST_F(ReplacementFileTest, RefusesWhatMayNotBeReplaced) {
         return -1;
     };
     write("readonly", "old");
-    EXPECT_EQ(complaint(name("readonly")), "readonly: may not be written: Permission denied");
+    EXPECT_EQ(complaint(name("readonly")),
+              "readonly: may not be written (change its mode, or save under another name): "
+              "Permission denied");
     EXPECT_EQ(readFile(file("readonly")), "old");
 }
 
@@ -178,6 +184,32 @@ TEST_F(ReplacementFileTest, WorksWhereTheFileSystemLacksItsNewerOperations) {
     copy.file().truncate((1 << 20) - 1);
     copy.commit();
     EXPECT_EQ(readFile(file("copy")), std::string((1 << 20) - 1, 'x'));
+}
+
+TEST_F(ReplacementFileTest, ReplacesNoNewFileWhereARenameCannotRefuseTo) {
+    WatchedSystem system(WatchedSystem::FileSystem::Older);
+    const auto link = systemCalls().linkat;
+    for (const int linkError : {0, EPERM}) {
+        static int error;
+        error = linkError;
+        if (error != 0) {
+            systemCalls().linkat = [](int, const char*, int, const char*, int) {
+                errno = error;
+                return -1;
+            };
+        }
+        save(name("a"));
+        EXPECT_EQ(files(), std::set<std::string>{"a"});
+        stdfs::remove(file("a"));
+        const SaveTarget found(name("a"));
+        ReplacementFile replacement(found);
+        write("a", "theirs");
+        EXPECT_THROW(replacement.commit(), std::system_error);
+        EXPECT_EQ(readFile(file("a")), "theirs");
+        EXPECT_EQ(files(), std::set<std::string>{"a"});
+        stdfs::remove(file("a"));
+    }
+    systemCalls().linkat = link;
 }
 
 TEST_F(ReplacementFileTest, PutsAnotherFileInPlaceUnderTheSameRules) {

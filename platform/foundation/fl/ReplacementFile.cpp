@@ -16,6 +16,7 @@ namespace fl::filesystem {
 
 namespace {
 
+constexpr const char* kNoRegularFile = "is not a regular file (save under another name)";
 constexpr int kMostLinks = 40;  // as many as the system follows
 constexpr int kNameAttempts = 100;
 constexpr mode_t kPrivate = 0600;
@@ -182,8 +183,10 @@ struct SaveTarget::State {
     void look(const std::optional<struct stat>& found);
     FileDescriptor openModel() const;
     void checkUnchanged() const;
+    int rename(const std::string& temporary, unsigned flags) const noexcept;
+    int linkAndUnlink(const std::string& temporary) const;
     void moveIntoPlace(const std::string& temporary) const;
-    void moveIntoFreePlace(const std::string& temporary) const;
+    int moveIntoFreePlace(const std::string& temporary) const;
     void syncDirectory() const;
 };
 
@@ -206,7 +209,7 @@ void SaveTarget::State::resolve() {
         directory = openDirectory(parentOf(file));
         name = nameOf(file);
         if (name.empty() || name == "." || name == "..") {
-            throwSystemError(EISDIR, "is not a regular file");
+            throwSystemError(EISDIR, kNoRegularFile);
         }
         const auto found = find(directory, name);
         if (!found || !S_ISLNK(found->st_mode)) {
@@ -216,19 +219,19 @@ void SaveTarget::State::resolve() {
         const std::string target = readLink(directory, name);
         file = target.starts_with('/') ? target : parentOf(file).append("/").append(target);
     }
-    throwSystemError(ELOOP, "cannot follow its symbolic links");
+    throwSystemError(ELOOP, "cannot follow its symbolic links (save under another name)");
 }
 
 void SaveTarget::State::look(const std::optional<struct stat>& found) {
     if (!found) return;
     if (!S_ISREG(found->st_mode)) {
-        throwSystemError(S_ISDIR(found->st_mode) ? EISDIR : EINVAL, "is not a regular file");
+        throwSystemError(S_ISDIR(found->st_mode) ? EISDIR : EINVAL, kNoRegularFile);
     }
     // Renaming would replace a read-only file without asking.
     if (retryInterrupted([&] {
             return systemCalls().faccessat(directory.get(), name.c_str(), W_OK, AT_EACCESS);
         }) < 0) {
-        throwSystemError(errno, "may not be written");
+        throwSystemError(errno, "may not be written (change its mode, or save under another name)");
     }
     stamp = stampOf(*found);
 }
@@ -253,32 +256,43 @@ void SaveTarget::State::checkUnchanged() const {
     if (found && stampOf(*found) != *stamp) throwChanged();
 }
 
-void SaveTarget::State::moveIntoPlace(const std::string& temporary) const {
-    if (!stamp) return moveIntoFreePlace(temporary);
-    checkUnchanged();
-    if (retryInterrupted([&] {
-            return systemCalls().renameat2(directory.get(), temporary.c_str(), directory.get(),
-                                           name.c_str(), 0);
-        }) < 0) {
-        throwSystemError(errno, "cannot put the new file in its place");
-    }
+int SaveTarget::State::rename(const std::string& temporary, unsigned flags) const noexcept {
+    return retryInterrupted([&] {
+        return systemCalls().renameat2(directory.get(), temporary.c_str(), directory.get(),
+                                       name.c_str(), flags);
+    });
 }
 
-void SaveTarget::State::moveIntoFreePlace(const std::string& temporary) const {
-    const auto rename = [&](unsigned flags) {
-        return retryInterrupted([&] {
-            return systemCalls().renameat2(directory.get(), temporary.c_str(), directory.get(),
-                                           name.c_str(), flags);
-        });
-    };
-    int result = rename(RENAME_NOREPLACE);
-    if (result < 0 && (errno == EINVAL || errno == ENOSYS)) {
-        // The file system cannot refuse by itself; looking first leaves the smallest gap.
-        checkUnchanged();
-        result = rename(0);
+// Like a rename that does not replace.
+int SaveTarget::State::linkAndUnlink(const std::string& temporary) const {
+    const int result = retryInterrupted([&] {
+        return systemCalls().linkat(directory.get(), temporary.c_str(), directory.get(),
+                                    name.c_str(), 0);
+    });
+    if (result == 0 && removeName(directory, temporary) < 0) {
+        throwSystemError(errno, "the new file is in its place, but keeps its temporary name \"" +
+                                    temporary + "\" too (remove that)");
     }
+    return result;
+}
+
+void SaveTarget::State::moveIntoPlace(const std::string& temporary) const {
+    if (stamp) checkUnchanged();
+    const int result = stamp ? rename(temporary, 0) : moveIntoFreePlace(temporary);
     if (result < 0 && errno == EEXIST) throwChanged();
     if (result < 0) throwSystemError(errno, "cannot put the new file in its place");
+}
+
+int SaveTarget::State::moveIntoFreePlace(const std::string& temporary) const {
+    int result = rename(temporary, RENAME_NOREPLACE);
+    const bool cannotRefuse = result < 0 && (errno == EINVAL || errno == ENOSYS);
+    if (cannotRefuse) result = linkAndUnlink(temporary);
+    const bool cannotLink =
+        cannotRefuse && result < 0 && (errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS);
+    if (!cannotLink) return result;
+    // Such a file system leaves no more than to look first.
+    checkUnchanged();
+    return rename(temporary, 0);
 }
 
 void SaveTarget::State::syncDirectory() const {
