@@ -26,8 +26,9 @@ void checkIndex(const hvArray_tag& array, std::size_t index) {
 
 void throwWrongClass(const hvArray_tag& array, ArrayClass expected) {
     const auto expectedName = kClassNames[static_cast<std::size_t>(expected)];
-    throw ArrayError("expected a " + std::string(expectedName) + " array, got a " + shapeOf(array) +
-                     " " + std::string(classNameOf(array)) + " array");
+    const char* const article = expected == ArrayClass::Object ? "an " : "a ";
+    throw ArrayError("expected " + (article + std::string(expectedName)) + " array, got a " +
+                     shapeOf(array) + " " + std::string(classNameOf(array)) + " array");
 }
 
 std::size_t cellPosition(const hvArray_tag& cell, std::size_t index) {

@@ -128,14 +128,15 @@ ClassPtr findClass(std::string_view fullName) {
 }
 
 Outputs construct(std::string_view fullName, std::size_t outputCount, Inputs inputs) {
-    const ClassPtr info = requireClass(fullName);
-    if (info->isAbstract()) raise(messages::kAbstractClass, {utf8_to_ustring(fullName)});
     return callMethod(fullName, fullName, outputCount, inputs);
 }
 
 Outputs callMethod(std::string_view fullName, std::string_view method, std::size_t outputCount,
                    Inputs inputs) {
     const ClassPtr info = requireClass(fullName);
+    if (info->isAbstract() && method == fullName) {  // the constructor
+        raise(messages::kAbstractClass, {utf8_to_ustring(fullName)});
+    }
     const COSMethodInfo& called = requireMethod(*info, method);
     called.getMethodSignature().checkInputs(called.getName(), inputs);
     return called.invoke(outputCount, inputs);

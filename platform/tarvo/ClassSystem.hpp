@@ -30,7 +30,9 @@ PLATFORM_API NamespacePtr findNamespace(std::string_view name);
 PLATFORM_API ClassPtr findClass(std::string_view fullName);
 
 // Calls the constructor of a class; the first output is a handle to the new object. Inputs that do
-// not fit the signature, and whatever else host code can get wrong, raise a messages::HostError.
+// not fit the signature, an abstract class, and whatever else host code can get wrong, raise a
+// messages::HostError. std::bad_alloc passes, here and below, where the class system itself has no
+// memory: no host error could be made then.
 PLATFORM_API Outputs construct(std::string_view fullName, std::size_t outputCount, Inputs inputs);
 
 // Calls a method. An ordinary method takes its object as the first input.

@@ -60,7 +60,8 @@ PLATFORM_API Outputs outputsOf(hvArrayProxy first);
 
 // Implements the constructor of the class `info` with one text as input: makes a `Native`, calls its
 // `construct(const ustring&)`, and binds it to the handle that it returns. A `Native` whose
-// construct() throws is destroyed again. `info` outlives the methods that it defines.
+// construct() throws is destroyed again. What to tell host code about a failure is for construct() to
+// say; std::bad_alloc of what is done around it passes. `info` outlives the methods that it defines.
 template <class Native>
 TarvoMethod::Implementation newOperator(const COSClassInfo& info) {
     return [&info](std::size_t, Inputs inputs) {

@@ -117,6 +117,7 @@ TEST_F(Array, ARefusedSetterLeavesTheValueWithTheCaller) {
          [&] { hvSetCell(structure.get(), 0, value.get()); }},
         {"expected a struct array, got a 1x1 char array",
          [&] { hvSetField(value.get(), 0, "name", value.get()); }},
+        {"expected an object array, got a 1x1 char array", [&] { matrix::objectOf(*value); }},
         {"expected an array, got none", [&] { hvSetCell(nullptr, 0, value.get()); }},
         {"a 1x1 cell array with several owners cannot be changed",
          [&] { hvSetCell(sharedCell.get(), 0, value.get()); }},

@@ -221,6 +221,8 @@ TEST_F(ClassSystem, HostCodeCannotBreakACall) {
     EXPECT_EQ(create("Echo", {name.get()}), "UndefinedClass: There is no class 'Echo'.");
     EXPECT_EQ(create("test.Idea", {name.get()}),
               "AbstractClass: The class 'test.Idea' is abstract and has no objects of its own.");
+    EXPECT_EQ(errorOf([&] { tarvo::callMethod("test.Idea", "test.Idea", 1, {}); }),
+              "AbstractClass: The class 'test.Idea' is abstract and has no objects of its own.");
     EXPECT_EQ(create("test.Echo", {}),
               "WrongNumberOfInputs: 'test.Echo' was called with 0 inputs; it takes 1.");
     EXPECT_EQ(create("test.Echo", {square.get()}),
