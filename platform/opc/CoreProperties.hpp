@@ -73,6 +73,8 @@ private:
     std::optional<ustring> friendlyName_;
     std::optional<ustring> release_;
     std::optional<foundation::release_info::ReleaseInfo> releaseInfo_;
+    // What the host's part holds besides, as elements in UTF-8.
+    std::string otherHostXml_;
 };
 
 }  // namespace opc::qzservices

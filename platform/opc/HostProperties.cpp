@@ -4,6 +4,7 @@
 
 #include <fl/i18n.hpp>
 
+#include "platform/opc/xml/ElementCopier.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 #include "platform/opc/xml/XmlWriter.hpp"
 
@@ -26,38 +27,50 @@ constexpr std::string_view kLegacy = "legacy";
 
 }  // namespace
 
+// Reads the properties that this host knows, and keeps all other elements as they are.
 class HostProperties::Reader final : public xml::Handler {
 public:
     explicit Reader(CoreProperties& properties) : properties_(&properties) {}
 
     void start(const xml::StartTag& tag) override {
         const auto& name = tag.name();
-        if (++depth_ == 1 && name != xml::Name{kNamespace, kRoot}) {
+        ++depth_;
+        if (depth_ == 1 && name != xml::Name{kNamespace, kRoot}) {
             throw xml::Refusal("the root is \"" + std::string(name.local) + "\"; expected " +
                                std::string(kRoot) + " of " + std::string(kNamespace));
         }
-        if (depth_ != 2) return;
-        property_ = name.nameSpace == kNamespace ? name.local : "";
-        legacy_ = tag.find(kLegacy) == "true";
-        text_.clear();
-        if (!property_.empty() && !seen_.insert(property_).second) {
-            throw xml::Refusal("a second " + property_);
-        }
+        if (depth_ == 2 && isKnown(name)) return startProperty(tag);
+        if (depth_ == 2 || others_.isInside()) others_.start(tag);
     }
     void end() override {
-        if (--depth_ == 1) store();
+        --depth_;
+        if (others_.isInside()) return others_.end();
+        if (depth_ == 1) store();
+        if (depth_ == 0) properties_->otherHostXml_ = std::move(others_).take();
     }
     void text(std::string_view characters) override {
+        if (others_.isInside()) return others_.text(characters);
         if (depth_ == 2) text_ += characters;
     }
 
 private:
+    static bool isKnown(const xml::Name& name) {
+        return name.nameSpace == kNamespace &&
+               (name.local == kFriendlyName || name.local == kRelease ||
+                name.local == kReleaseInfo);
+    }
+    void startProperty(const xml::StartTag& tag) {
+        property_ = tag.name().local;
+        legacy_ = tag.find(kLegacy) == "true";
+        text_.clear();
+        if (!seen_.insert(property_).second) throw xml::Refusal("a second " + property_);
+    }
     void store() const {
         if (property_ == kFriendlyName) {
             properties_->friendlyName_ = utf8_to_ustring_strict(text_);
         } else if (property_ == kRelease) {
             properties_->release_ = utf8_to_ustring_strict(text_);
-        } else if (property_ == kReleaseInfo) {
+        } else {
             properties_->releaseInfo_ = ReleaseInfo{utf8_to_ustring_strict(text_), legacy_};
         }
     }
@@ -68,10 +81,12 @@ private:
     std::string text_;
     bool legacy_ = false;
     std::set<std::string> seen_;
+    xml::ElementCopier others_;
 };
 
 bool HostProperties::any(const CoreProperties& properties) {
-    return properties.friendlyName_ || properties.release_ || properties.releaseInfo_;
+    return properties.friendlyName_ || properties.release_ || properties.releaseInfo_ ||
+           !properties.otherHostXml_.empty();
 }
 
 void HostProperties::parse(std::string_view document, const std::string& where,
@@ -96,6 +111,7 @@ std::string HostProperties::toXml(const CoreProperties& properties) {
     if (const auto& info = properties.releaseInfo_) {
         write(kReleaseInfo, info->release, info->legacy);
     }
+    writer.elements(properties.otherHostXml_);
     writer.end(kRoot);
     return std::move(writer).take();
 }

@@ -20,7 +20,8 @@ public:
     // Whether `properties` has any that stand in this part.
     static bool any(const CoreProperties& properties);
 
-    // Adds what the part says to `properties`; elements that a later host may add are passed over.
+    // Adds what the part says to `properties`; elements that a later host may add beside
+    // those that are known are kept there; what is inside of the latter, but for text, is not.
     // Throws opc::Exception that starts with `where` for a part that cannot be understood.
     static void parse(std::string_view document, const std::string& where,
                       CoreProperties& properties);

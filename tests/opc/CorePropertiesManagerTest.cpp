@@ -111,6 +111,37 @@ TEST_F(CorePropertiesManagerTest, KeepsTheStandardsOtherProperties) {
     }
 }
 
+TEST_F(CorePropertiesManagerTest, KeepsWhatLaterHostsAdd) {
+    const auto withHost = [](const std::string& properties) {
+        return goodPlainPackage()
+            .withRelationships(
+                R"(<Relationship Id="h" Type="http://schemas.quorvane.com/package/2026/relationships/hostProperties" Target="docProps/korval.xml"/>)")
+            .with("docProps/korval.xml",
+                  "<h:hostProperties xmlns:t='urn:types' "
+                  "xmlns:h='http://schemas.quorvane.com/package/2026/hostProperties'>" +
+                      properties + "</h:hostProperties>");
+    };
+    auto properties = readFrom(withHost(
+        "<h:later>1 &lt; 2<h:in t:type='t:A'/></h:later><h:release>R2026b</h:release><h:later/>"
+        "<x xml:lang='en' a='&quot;'><y xmlns='urn:y' xmlns:t='urn:t'/><z/></x>"));
+    EXPECT_EQ(properties.getKORVALRelease(), u"R2026b");
+    properties.setKORVALRelease(u"R2027a");
+    write(properties);
+    EXPECT_EQ(read(), properties);
+    EXPECT_THAT(
+        part(u"/docProps/korval.xml"),
+        EndsWith(
+            R"(<release>R2027a</release>)"
+            R"(<h:later xmlns="" xmlns:h="http://schemas.quorvane.com/package/2026/hostProperties" xmlns:t="urn:types">)"
+            R"(1 &lt; 2<h:in t:type="t:A"/></h:later>)"
+            R"(<h:later xmlns="" xmlns:h="http://schemas.quorvane.com/package/2026/hostProperties" xmlns:t="urn:types"/>)"
+            R"(<x xmlns="" xmlns:h="http://schemas.quorvane.com/package/2026/hostProperties" xmlns:t="urn:types" xml:lang="en" a="&quot;">)"
+            R"(<y xmlns="urn:y" xmlns:t="urn:t"/><z/></x></hostProperties>)"));
+    EXPECT_EQ(readFrom(withHost("<h:release>1<b>2</b>3</h:release>")).getKORVALRelease(), u"13");
+    EXPECT_THAT([&] { readFrom(withHost("<h:release/><h:release/>")); },
+                ThrowsMessage<Exception>(EndsWith("a second release")));
+}
+
 TEST_F(CorePropertiesManagerTest, WritesThroughTheRelationship) {
     readFrom(
         goodPlainPackage()

@@ -29,6 +29,12 @@ public:
         }
         return std::nullopt;
     }
+    NamespaceMap all() const {
+        NamespaceMap innermost;
+        for (const auto& [prefix, uri] : stack_)
+            innermost[prefix] = uri;
+        return innermost;
+    }
 
 private:
     std::vector<std::pair<std::string, std::string>> stack_;
@@ -53,6 +59,13 @@ Name splitName(std::string_view text) {
     if (first == std::string_view::npos) return {{}, text};
     const auto second = std::min(text.find(kSeparator, first + 1), text.size());
     return {text.substr(0, first), text.substr(first + 1, second - first - 1)};
+}
+
+std::string_view prefixOf(std::string_view text) {
+    const auto first = text.find(kSeparator);
+    if (first == std::string_view::npos) return {};
+    const auto second = text.find(kSeparator, first + 1);
+    return second == std::string_view::npos ? std::string_view() : text.substr(second + 1);
 }
 
 // The shortest markup that brings a new name is "<a/>".
@@ -204,11 +217,13 @@ private:
         for (; *attributes != nullptr; attributes += 2) {
             refuseIf(++count > kMaxAttributes, "an element has more than 64 attributes");
             countName(attributes[0]);
-            attributes_.push_back({splitName(attributes[0]), attributes[1]});
+            attributes_.push_back(
+                {splitName(attributes[0]), attributes[1], prefixOf(attributes[0])});
         }
         refuseIf(count > kMaxAttributes, "an element has more than 64 attributes");
         countOther(count);
-        if (handler_ != nullptr) handler_->start(StartTag(splitName(name), attributes_, bindings_));
+        if (handler_ == nullptr) return;
+        handler_->start(StartTag(splitName(name), prefixOf(name), attributes_, bindings_));
     }
 
     std::string currentPlace() const {
@@ -257,6 +272,10 @@ std::optional<Name> StartTag::resolve(std::string_view qualifiedName) const {
     const auto uri = bindings_->find(prefixed ? qualifiedName.substr(0, colon) : "");
     if (!uri && prefixed) return std::nullopt;
     return Name{uri.value_or(""), prefixed ? qualifiedName.substr(colon + 1) : qualifiedName};
+}
+
+NamespaceMap StartTag::namespaces() const {
+    return bindings_->all();
 }
 
 void read(std::string_view document, const std::string& where, Handler& handler) {

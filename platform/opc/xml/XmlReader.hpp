@@ -3,6 +3,8 @@
 #include <foundation/ustring.hpp>
 
 #include <cstddef>
+#include <functional>
+#include <map>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -33,26 +35,34 @@ struct Name {
 struct Attribute {
     Name name;
     std::string_view value;
+    std::string_view prefix = {};
 };
 
 class Bindings;
+// Namespaces by prefix, the default one's being "".
+using NamespaceMap = std::map<std::string, std::string, std::less<>>;
 
 // A start tag, UTF-8. Valid while the handler is called with it.
 class StartTag {
 public:
-    StartTag(const Name& name, std::span<const Attribute> attributes, const Bindings& bindings)
-        : name_(name), attributes_(attributes), bindings_(&bindings) {}
+    StartTag(const Name& name, std::string_view prefix, std::span<const Attribute> attributes,
+             const Bindings& bindings)
+        : name_(name), prefix_(prefix), attributes_(attributes), bindings_(&bindings) {}
 
     const Name& name() const noexcept { return name_; }
+    std::string_view prefix() const noexcept { return prefix_; }
     // Namespace declarations are not among them.
     std::span<const Attribute> attributes() const noexcept { return attributes_; }
     // The value of an attribute without namespace.
     std::optional<std::string_view> find(std::string_view attribute) const;
     // Expands `prefix:local` as it stands in a value; nullopt when the prefix is not bound.
     std::optional<Name> resolve(std::string_view qualifiedName) const;
+    // Those in scope, of this element and all around it.
+    NamespaceMap namespaces() const;
 
 private:
     Name name_;
+    std::string_view prefix_;
     std::span<const Attribute> attributes_;
     const Bindings* bindings_;
 };

@@ -40,7 +40,8 @@ void appendEscaped(std::string& out, std::string_view value, bool inAttribute) {
 
 }  // namespace
 
-XmlWriter::XmlWriter() : out_("<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n") {}
+XmlWriter::XmlWriter()
+    : XmlWriter("<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n") {}
 
 void XmlWriter::start(std::string_view name) {
     closeTag();
@@ -58,6 +59,12 @@ void XmlWriter::text(std::string_view value) {
     if (value.empty()) return;
     closeTag();
     appendEscaped(out_, value, false);
+}
+
+void XmlWriter::elements(std::string_view xml) {
+    if (xml.empty()) return;
+    closeTag();
+    out_ += xml;
 }
 
 void XmlWriter::end(std::string_view name) {

@@ -11,17 +11,22 @@ namespace opc::xml {
 class XmlWriter {
 public:
     XmlWriter();
+    // Of elements alone, for elements() of a document.
+    static XmlWriter fragment() { return XmlWriter(""); }
 
     void start(std::string_view name);
     // Of the element just started.
     void attribute(std::string_view name, std::string_view value);
     void text(std::string_view value);
+    // Whole elements that are XML already.
+    void elements(std::string_view xml);
     // Ends the element started last, which was `name`.
     void end(std::string_view name);
 
     std::string take() && { return std::move(out_); }
 
 private:
+    explicit XmlWriter(const char* declaration) : out_(declaration) {}
     void closeTag();
 
     std::string out_;
