@@ -10,8 +10,10 @@
 #include <opc/Streams.hpp>
 #include <quillcode/QuillCodeFileReader.hpp>
 
+#include <cerrno>
 #include <ios>
 #include <string>
+#include <system_error>
 #include <tuple>
 
 #include "package/Layout.hpp"
@@ -41,6 +43,11 @@ void requireOtherFile(const fl::filesystem::path& destination, const ustring& fi
     throw opc::Exception(fl::i18n::to_display(fileName) +
                          ": the app model cannot be copied over the app file that holds it; "
                          "choose another destination");
+}
+
+[[noreturn]] void throwCannotWrite(const std::string& file, int reason) {
+    throw opc::Exception("cannot write to " + file + ": " +
+                         std::generic_category().message(reason));
 }
 
 }  // namespace
@@ -87,9 +94,10 @@ void AppFileReader::AppFileReaderImpl::copyAppDataToTempFile(const ustring& dest
     fl::filesystem::path path;
     if (!destination.empty()) path = fl::filesystem::detail::make_native_form(destination, true);
     requireOtherFile(path, getFileName());
-    // A stream that did not open is reported by the copy.
+    const std::string shownName = "\"" + fl::i18n::to_display(destination) + "\"";
     fl::filesystem::basic_fstream<char> file(path, std::ios_base::out | std::ios_base::binary);
-    opc::StreamHelper::copyStreamToStream(*stream, file);
+    if (!file.is_open()) throwCannotWrite(shownName, errno);
+    opc::StreamHelper::copyStreamToStream(*stream, file, shownName);
 }
 
 AppFileReader::AppFileReader(const ustring& fileName)

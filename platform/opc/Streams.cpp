@@ -30,18 +30,19 @@ private:
 // A standard stream may be set to throw by itself; either way the failure is ours to name. The reason
 // is the system's, as a file stream leaves it behind; a stream over anything else has none.
 template <class Step>
-void asStreamFailure(const char* what, Step step) {
+void asStreamFailure(const char* what, std::string_view stream, Step step) {
     errno = 0;
     try {
         if (step()) return;
     } catch (const std::ios_base::failure&) {
     }
     const int reason = errno;
-    throw Exception(reason == 0 ? what : what + (": " + std::generic_category().message(reason)));
+    const std::string failure = what + std::string(stream);
+    throw Exception(reason == 0 ? failure
+                                : failure + ": " + std::generic_category().message(reason));
 }
 
-constexpr const char* kCannotRead = "cannot read the input stream to its end";
-constexpr const char* kCannotWrite = "cannot write to the output stream";
+constexpr const char* kCannotWrite = "cannot write to ";
 
 }  // namespace
 
@@ -71,23 +72,23 @@ void StreamHelper::copyStreamToStream(InputStream& from, OutputStream& to) {
     to.flush();
 }
 
-void StreamHelper::copyStreamToStream(InputStream& from, std::ostream& to) {
+void StreamHelper::copyStreamToStream(InputStream& from, std::ostream& to, std::string_view name) {
     Buffer buffer;
     while (const std::size_t count = from.read(buffer.bytes())) {
-        asStreamFailure(kCannotWrite, [&] {
+        asStreamFailure(kCannotWrite, name, [&] {
             return bool(to.write(buffer.chars(), static_cast<std::streamsize>(count)));
         });
     }
-    asStreamFailure(kCannotWrite, [&] { return bool(to.flush()); });
+    asStreamFailure(kCannotWrite, name, [&] { return bool(to.flush()); });
 }
 
-void StreamHelper::copyStreamToStream(std::istream& from, OutputStream& to) {
+void StreamHelper::copyStreamToStream(std::istream& from, OutputStream& to, std::string_view name) {
     if (from.fail()) return;
     Buffer buffer;
     std::size_t count = 0;
     do {
         // The end of the file sets the fail bit too; only the bad bit means that bytes are missing.
-        asStreamFailure(kCannotRead, [&] {
+        asStreamFailure("cannot read to the end of ", name, [&] {
             from.read(buffer.chars(), static_cast<std::streamsize>(Buffer::kSize));
             return !from.bad();
         });

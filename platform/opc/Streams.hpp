@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <span>
+#include <string_view>
 #include <vector>
 
 namespace opc {
@@ -58,8 +59,11 @@ private:
 class PLATFORM_API StreamHelper {
 public:
     static void copyStreamToStream(InputStream& from, OutputStream& to);
-    static void copyStreamToStream(InputStream& from, std::ostream& to);
-    static void copyStreamToStream(std::istream& from, OutputStream& to);
+    // `name` is what a failure calls the standard stream.
+    static void copyStreamToStream(InputStream& from, std::ostream& to,
+                                   std::string_view name = "the output stream");
+    static void copyStreamToStream(std::istream& from, OutputStream& to,
+                                   std::string_view name = "the input stream");
 };
 
 }  // namespace opc

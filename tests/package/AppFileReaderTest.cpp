@@ -134,10 +134,21 @@ TEST_F(AppFileReaderTest, RefusesWhereTheModelCannotGo) {
     std::filesystem::create_symlink("app.kvpkg", directory_.path() / "link");
     std::filesystem::create_hard_link(directory_.path() / "app.kvpkg", directory_.path() / "same");
     const AppFileReader reader(app);
-    for (const ustring& destination :
-         {ustring(), directory_.name("missing/copy"), app, directory_.name("link"),
-          directory_.name("same"), ustring(u"/dev/full")}) {
-        EXPECT_THROW(reader.copyAppDataToTempFile(destination), opc::Exception);
+    const std::string top = directory_.path();
+    const char* const isApp = "app.kvpkg: the app model cannot be copied over the app file that";
+    const std::pair<ustring, std::string> rows[] = {
+        {u"", "cannot write to \"\": No such file or directory"},
+        {directory_.name("missing/copy"),
+         "cannot write to \"" + top + "/missing/copy\": No such file or directory"},
+        {directory_.name(""), "cannot write to \"" + top + "/\": Is a directory"},
+        {app, isApp},
+        {directory_.name("link"), isApp},
+        {directory_.name("same"), isApp},
+        {u"/dev/full", "cannot write to \"/dev/full\": No space left on device"},
+    };
+    for (const auto& [destination, complaint] : rows) {
+        EXPECT_THAT([&] { reader.copyAppDataToTempFile(destination); },
+                    testing::ThrowsMessage<opc::Exception>(testing::HasSubstr(complaint)));
     }
     EXPECT_TRUE(readFile(directory_.path() / "app.kvpkg") == before);
 

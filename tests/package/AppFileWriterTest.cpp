@@ -317,7 +317,10 @@ TEST_F(AppFileWriterTest, AModelFileThatDoesNotOpenLeavesTheModel) {
     }
     // A directory opens, and then cannot be read.
     AppFileWriter writer(app_, false);
-    EXPECT_THROW(writer.setAppModelFromFile(directory_.name(".")), opc::Exception);
+    EXPECT_THAT(
+        [&] { writer.setAppModelFromFile(directory_.name(".")); },
+        testing::ThrowsMessage<opc::Exception>(
+            "cannot read to the end of \"" + directory_.path().string() + "/.\": Is a directory"));
 }
 
 TEST_F(AppFileWriterTest, CodeMayBeSetInTheMiddle) {
