@@ -65,8 +65,9 @@ TEST_P(SaveAllocationTest, LeavesTheOldFileOrTheNew) {
     std::set<std::string> states{before, after};
     failEach([&] { GetParam().run(app(), inputs_); },
              [&](bool threw) {
-                 if (!threw) {
-                     EXPECT_EQ(content(), after);
+                 // The tool may fail after its save, when it says what it has done.
+                 if (!threw || (GetParam().saves == 1 && !GetParam().isTool)) {
+                     EXPECT_TRUE(content() == (threw ? before : after));
                  }
                  states.insert(content());
              });

@@ -51,6 +51,17 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
     return test_support::allocate(size);
 }
+// The sanitizers' own would not come here.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    try {
+        return test_support::allocate(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    test_support::release(memory);
+}
 void operator delete(void* memory) noexcept {
     test_support::release(memory);
 }

@@ -208,7 +208,11 @@ void Disk::add(const std::string& name, ino_t inode, const std::string& content)
 
 void Disk::apply(const Call& call) {
     if (!call.succeeded) return;
-    if (call.name == "pwrite" || call.name == "copy_file_range" || call.name == "ftruncate") {
+    if (call.name == "fchown" || call.name == "fchmod" || call.name == "fsetxattr" ||
+        call.name == "fremovexattr") {
+        durableContents_.erase(call.inode);  // a whole file is one with its attributes, too
+    } else if (call.name == "pwrite" || call.name == "copy_file_range" ||
+               call.name == "ftruncate") {
         contents_[call.inode] = call.content;
     } else if (call.isCreation) {
         contents_[call.inode] = "";
