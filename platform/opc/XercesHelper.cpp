@@ -6,17 +6,13 @@
 
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/framework/MemBufFormatTarget.hpp>
-#include <xercesc/framework/MemBufInputSource.hpp>
-#include <xercesc/parsers/XercesDOMParser.hpp>
-#include <xercesc/sax/EntityResolver.hpp>
-#include <xercesc/sax/ErrorHandler.hpp>
-#include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
-#include <xercesc/util/XMLUni.hpp>
+#include <xercesc/util/XMLString.hpp>
 
 #include "platform/opc/PartStreams.hpp"
 #include "platform/opc/Shown.hpp"
+#include "platform/opc/xml/DomBuilder.hpp"
 #include "platform/opc/xml/XercesMemory.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 
@@ -45,35 +41,12 @@ auto translated(const std::string& name, Work work) {
         return work();
     } catch (const xercesc::OutOfMemoryException&) {
         throw std::bad_alloc();
-    } catch (const xercesc::SAXParseException& fault) {
-        throw Exception(name + ": line " + std::to_string(fault.getLineNumber()) + ", column " +
-                        std::to_string(fault.getColumnNumber()) + ": " +
-                        display(fault.getMessage()));
-    } catch (const xercesc::SAXException& fault) {
-        throw Exception(name + ": " + display(fault.getMessage()));
     } catch (const xercesc::XMLException& fault) {
         throw Exception(name + ": " + display(fault.getMessage()));
     } catch (const xercesc::DOMException& fault) {
         throw Exception(name + ": " + display(fault.getMessage()));
     }
 }
-
-// Without one the library hands out the half of a document that it could read.
-class StrictErrors final : public xercesc::ErrorHandler {
-public:
-    void warning(const xercesc::SAXParseException&) override {}
-    void error(const xercesc::SAXParseException& fault) override { throw fault; }
-    void fatalError(const xercesc::SAXParseException& fault) override { throw fault; }
-    void resetErrors() override {}
-};
-
-// Opens nothing, neither a file nor an address.
-class NoEntities final : public xercesc::EntityResolver {
-public:
-    xercesc::InputSource* resolveEntity(const XMLCh*, const XMLCh* systemId) override {
-        throw Exception("external entity \"" + display(systemId) + "\" is not allowed");
-    }
-};
 
 std::string nameOf(const OutputStream& stream) {
     const auto* const named = dynamic_cast<const NamedStream*>(&stream);
@@ -86,25 +59,23 @@ std::string nameOf(const InputStream& stream, const ustring& systemId) {
     return systemId.empty() ? kAnonymous : shown(systemId);
 }
 
-// DOM strings of elements made without a namespace have no local name.
-foundation::ustring_view localName(const xercesc::DOMNode& node) {
+// Nodes made without a namespace have no local name.
+bool hasLocalName(const xercesc::DOMNode& node, const ustring& name) {
     const XMLCh* const local = node.getLocalName();
-    return local ? local : node.getNodeName();
+    return xercesc::XMLString::equals(local ? local : node.getNodeName(), name.c_str());
 }
 
 bool isElement(const xercesc::DOMNode& node, const ustring& name) {
-    return node.getNodeType() == xercesc::DOMNode::ELEMENT_NODE && localName(node) == name;
+    return node.getNodeType() == xercesc::DOMNode::ELEMENT_NODE && hasLocalName(node, name);
 }
 
-// An attribute by local name. One without prefix comes first; a namespace declaration is none.
+// An attribute by local name. One without prefix comes first.
 const xercesc::DOMNode* findAttribute(const xercesc::DOMElement& element, const ustring& name) {
     if (const auto* const exact = element.getAttributeNode(name.c_str())) return exact;
     const auto* const attributes = element.getAttributes();
     for (XMLSize_t i = 0; i < attributes->getLength(); ++i) {
         const auto* const attribute = attributes->item(i);
-        const XMLCh* const nameSpace = attribute->getNamespaceURI();
-        const bool declaration = nameSpace && ustring(nameSpace) == xercesc::XMLUni::fgXMLNSURIName;
-        if (!declaration && localName(*attribute) == name) return attribute;
+        if (hasLocalName(*attribute, name)) return attribute;
     }
     return nullptr;
 }
@@ -166,39 +137,19 @@ xercesc::DOMDocument* XercesDocument::get() const noexcept {
 class XercesParser {
 public:
     // The document belongs to the parser.
-    xercesc::DOMDocument* parse(const std::vector<std::uint8_t>& bytes, const std::string& name) {
-        session_.reset();
-        return translated(name, [&] { return session_.emplace().parse(bytes); });
+    xercesc::DOMDocument* parse(std::string_view text, const std::string& name) {
+        memory_.emplace();
+        return translated(name, [&] {
+            auto& library = *xercesc::DOMImplementation::getImplementation();
+            auto* const document = library.createDocument(&*memory_);
+            xml::DomBuilder builder(*document);
+            xml::read(text, name, builder);
+            return document;
+        });
     }
 
 private:
-    struct Session {
-        Session() : parser(nullptr, &memory) {
-            parser.setDoNamespaces(true);
-            parser.setValidationScheme(xercesc::XercesDOMParser::Val_Never);
-            parser.setDoSchema(false);
-            parser.setLoadSchema(false);
-            parser.setLoadExternalDTD(false);
-            parser.setDisableDefaultEntityResolution(true);
-            parser.setCreateEntityReferenceNodes(false);
-            parser.setCreateCommentNodes(false);
-            parser.setErrorHandler(&errors);
-            parser.setEntityResolver(&entities);
-        }
-
-        xercesc::DOMDocument* parse(const std::vector<std::uint8_t>& bytes) {
-            const xercesc::MemBufInputSource source(bytes.data(), bytes.size(), u"part", false,
-                                                    &memory);
-            parser.parse(source);
-            return parser.getDocument();
-        }
-
-        XercesMemory memory;
-        StrictErrors errors;
-        NoEntities entities;
-        xercesc::XercesDOMParser parser;
-    };
-    std::optional<Session> session_;
+    std::optional<XercesMemory> memory_;
 };
 
 class XercesWriter {
@@ -238,8 +189,7 @@ xercesc::DOMDocument* XercesHelper::readDocumentFromStream(const XercesParserPtr
     if (validate) throw Exception(name + ": there is no schema to validate against");
     const auto bytes = readAll(stream, 0, xml::kMaxBytes, name);
     try {
-        xml::check({reinterpret_cast<const char*>(bytes.data()), bytes.size()}, name);
-        return parser->parse(bytes, name);
+        return parser->parse({reinterpret_cast<const char*>(bytes.data()), bytes.size()}, name);
     } catch (const Exception& fault) {
         if (expectedNamespace.empty()) throw;
         throw Exception(std::string(fault.what()) + " (expected a document of " +

@@ -59,8 +59,9 @@ public:
     static XercesParserPtr createParser();
 
     // Parses the rest of `stream` into a document that lives as long as `parser` does or until its
-    // next call. Before the DOM sees it the text is checked in linear time: UTF-8 or UTF-16, no
-    // document type, bounded depth, attributes, names and size. There are no schemas to validate
+    // next call, and that has the elements, attributes and text; no comments, instructions, prefixes
+    // or declarations. The text is checked in linear time: UTF-8 or UTF-16, no document type, bounded
+    // depth, attributes, names and size. There are no schemas to validate
     // against, so `validate` must be false. Messages name the document by the part that the stream
     // reads, or by `systemId` for any other stream; they tell `expectedNamespace`, which is not
     // enforced, when it is not empty.
