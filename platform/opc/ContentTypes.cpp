@@ -27,13 +27,20 @@ std::string extensionKey(ustring_view extension) {
     return ustring_to_utf8(ascii::lowered(extension));
 }
 
-std::string required(const xml::StartTag& tag, std::string_view attribute) {
+// The same, of the extension that a part name has; empty when it has none.
+std::string extensionKey(const PartName& name) {
+    const auto& key = name.key();
+    const auto dot = key.rfind('.');
+    return dot == std::string::npos || dot < key.rfind('/') ? "" : key.substr(dot + 1);
+}
+
+std::string_view required(const xml::StartTag& tag, std::string_view attribute) {
     const auto value = tag.find(attribute);
     if (!value) {
         throw xml::Refusal(std::string(tag.name().local) + " has no attribute " +
                            std::string(attribute));
     }
-    return std::string(*value);
+    return *value;
 }
 
 }  // namespace
@@ -78,7 +85,7 @@ private:
 
     // The types of names and media types refuse with a text of their own; the place is added here.
     template <class Checked>
-    static Checked checked(const std::string& text) {
+    static Checked checked(std::string_view text) {
         try {
             return Checked(ustring_view(utf8_to_ustring_strict(text)));
         } catch (const Exception& fault) {
@@ -90,7 +97,7 @@ private:
         refuseOtherAttributes(tag, "Extension");
         const auto extension = required(tag, "Extension");
         if (extension.empty()) throw xml::Refusal("Extension is empty");
-        if (extension.find_first_of("./\\") != std::string::npos) {
+        if (extension.find_first_of("./\\") != std::string_view::npos) {
             throw xml::Refusal("Extension \"" + shown(extension) +
                                "\" has a dot or slash; expected it without");
         }
@@ -135,9 +142,7 @@ const ContentType* ContentTypes::find(const PartName& name) const {
     if (const auto found = overrides_.find(name.key()); found != overrides_.end()) {
         return &entries_.at(found->second).type;
     }
-    const auto extension = name.getExtension();
-    if (extension.empty()) return nullptr;
-    const auto found = defaults_.find(extensionKey(extension));
+    const auto found = defaults_.find(extensionKey(name));
     return found == defaults_.end() ? nullptr : &entries_.at(found->second).type;
 }
 
@@ -186,7 +191,7 @@ bool operator==(const ContentTypes& a, const ContentTypes& b) {
 
 bool ContentTypes::add(Index& index, std::string key, Entry entry) {
     if (!index.emplace(std::move(key), next_).second) return false;
-    entries_.emplace(next_++, std::move(entry));
+    entries_.emplace_hint(entries_.end(), next_++, std::move(entry));
     return true;
 }
 

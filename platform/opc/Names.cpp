@@ -8,6 +8,7 @@
 #include "platform/opc/Shown.hpp"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 #include <vector>
 
@@ -17,15 +18,23 @@ namespace {
 
 constexpr std::string_view kHexDigits = "0123456789ABCDEF";
 
-bool isUnreserved(char16_t unit) {
+constexpr bool isUnreserved(char16_t unit) {
     return ascii::isLetter(unit) || ascii::isDigit(unit) || unit == u'-' || unit == u'.' ||
            unit == u'_' || unit == u'~';
 }
 
 // The characters of a URI path segment, other than "%".
+constexpr std::array<bool, 128> kSegmentCharacters = [] {
+    std::array<bool, 128> table{};
+    for (char16_t unit = 0; unit < table.size(); ++unit)
+        table[unit] = isUnreserved(unit);
+    for (const char other : std::string_view("!$&'()*+,;=:@"))
+        table[static_cast<unsigned char>(other)] = true;
+    return table;
+}();
+
 bool isSegmentCharacter(char16_t unit) {
-    constexpr ustring_view kOthers = u"!$&'()*+,;=:@";
-    return isUnreserved(unit) || kOthers.find(unit) != ustring_view::npos;
+    return unit < kSegmentCharacters.size() && kSegmentCharacters[unit];
 }
 
 int hexValue(char16_t unit) {
@@ -223,9 +232,16 @@ private:
 
 URI::URI(ustring text) : text_(std::move(text)) {}
 
-PartName::PartName(ustring_view name) : name_(checkedName(name)), key_(lowerKey(name_)) {}
+PartName::PartName(Checked, ustring name) : name_(std::move(name)), key_(lowerKey(name_)) {}
+
+PartName::PartName(ustring_view name) : PartName(Checked(), checkedName(name)) {}
 
 PartName::PartName(const URI& target) : PartName(ustring_view(resolvedPath(target))) {}
+
+std::optional<PartName> PartName::fromName(ustring name) {
+    if (!isValid(name)) return std::nullopt;
+    return PartName(Checked(), std::move(name));
+}
 
 bool PartName::isValid(ustring_view name, std::string* reason) {
     auto fault = nameFault(name);

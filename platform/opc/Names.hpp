@@ -4,6 +4,7 @@
 #include <foundation/ustring.hpp>
 
 #include <compare>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -35,6 +36,9 @@ public:
     explicit PartName(ustring_view name);
     explicit PartName(const URI& target);
 
+    // For names that may well be none: nothing, where the constructor would throw.
+    static std::optional<PartName> fromName(ustring name);
+
     // Whether `name` is a part name; says why not in `reason` when given.
     static bool isValid(ustring_view name, std::string* reason = nullptr);
 
@@ -53,6 +57,9 @@ public:
     }
 
 private:
+    struct Checked {};
+    PartName(Checked, ustring name);
+
     ustring name_;
     std::string key_;
 };

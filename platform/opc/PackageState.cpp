@@ -30,10 +30,10 @@ std::optional<PartName> partNameOf(const zip::ZipItem& item) {
     if (item.isDirectory()) return std::nullopt;
     // Beyond ASCII nothing is a part name, so widening the bytes is enough.
     ustring name = u"/";
+    name.reserve(1 + item.name.size());
     for (const char c : item.name)
         name += char16_t(static_cast<unsigned char>(c));
-    if (!PartName::isValid(name)) return std::nullopt;
-    return PartName(ustring_view(name));
+    return PartName::fromName(std::move(name));
 }
 
 std::string itemNameOf(const PartName& name) {
@@ -85,8 +85,10 @@ PackageState::PackageState(const zippackage::ZipPhysicalPackage& physical, OpenM
 void PackageState::load() {
     archive_ = zip::ZipArchive::open(physical_->path());
     loadTypes();
-    for (const auto& item : archive_->items())
-        loadItem(item);
+    // By name, which is the order of the parts, so that each goes to their end.
+    for (const auto* const item : archive_->itemsByName())
+        loadItem(*item);
+    nextOrder_ = archive_->items().size();
     loadRelationships();
 }
 
@@ -112,11 +114,13 @@ void PackageState::loadItem(const zip::ZipItem& item) {
         untyped_.emplace(name->key(), &item);
         return;
     }
-    if (const auto* const other = relative(*name)) {
-        refuse("part names \"" + shown(other->name.toString()) + "\" and \"" +
+    if (!parts_.empty() && derives(name->key(), parts_.rbegin()->first)) {
+        refuse("part names \"" + shown(parts_.rbegin()->second->name.toString()) + "\" and \"" +
                shown(name->toString()) + "\" derive from each other; rename one of the parts");
     }
-    insert(*name, *type, StandardPartInfo(1, 0), item.name)->item = &item;
+    const auto& part = insert(*name, *type, StandardPartInfo(1, 0), item.name);
+    part->item = &item;
+    part->order = static_cast<std::uint64_t>(&item - archive_->items().data());
 }
 
 void PackageState::loadRelationships() {
@@ -193,7 +197,9 @@ const std::shared_ptr<PartEntry>& PackageState::insert(const PartName& name,
     auto part = std::make_shared<PartEntry>(*this, name, type, info);
     part->itemName = std::move(itemName);
     part->order = nextOrder_++;
-    return parts_.insert_or_assign(name.key(), std::move(part)).first->second;
+    auto& place = parts_.try_emplace(parts_.end(), name.key())->second;
+    place = std::move(part);
+    return place;
 }
 
 void PackageState::requireWritable() const {

@@ -10,7 +10,6 @@
 #include "platform/opc/zip/ZipError.hpp"
 
 #include <algorithm>
-#include <numeric>
 
 namespace opc::zip {
 
@@ -50,7 +49,7 @@ struct ZipArchive::State final : ByteSource {
     fl::filesystem::FileStamp stamp;
     std::string directory;
     std::vector<ZipItem> items;
-    std::vector<std::uint32_t> byName;  // indexes of items, in FoldedLess order
+    std::vector<const ZipItem*> byName;  // in FoldedLess order
     std::string comment;
 };
 
@@ -77,20 +76,27 @@ void ZipArchive::State::readDirectoryBytes(ArchiveBytes& bytes,
 }
 
 void ZipArchive::State::indexNames() {
-    byName.resize(items.size());
-    std::iota(byName.begin(), byName.end(), 0u);
-    const auto isBefore = [this](std::uint32_t a, std::uint32_t b) {
-        return FoldedLess()(items[a].name, items[b].name);
-    };
-    // Sorted rather than hashed: names can be chosen so that hashes collide.
-    std::sort(byName.begin(), byName.end(), isBefore);
-    const auto same =
-        std::adjacent_find(byName.begin(), byName.end(),
-                           [&](std::uint32_t a, std::uint32_t b) { return !isBefore(a, b); });
-    if (same == byName.end()) return;
-    throwItemError(path, items[same[0]].displayName(),
+    // Folded once, so that comparing is comparing memory. Sorted rather than hashed: names can be
+    // chosen so that hashes collide.
+    std::string folded;
+    folded.reserve(directory.size());
+    std::vector<std::pair<std::string_view, const ZipItem*>> order;
+    order.reserve(items.size());
+    for (const ZipItem& item : items) {
+        const std::size_t start = folded.size();
+        for (const char c : item.name)
+            folded += static_cast<char>(foldedByte(c));
+        order.emplace_back(std::string_view(folded).substr(start), &item);
+    }
+    std::ranges::sort(order);
+    byName.reserve(order.size());
+    for (const auto& [name, item] : order)
+        byName.push_back(item);
+    const auto same = std::ranges::adjacent_find(order, {}, &decltype(order)::value_type::first);
+    if (same == order.end()) return;
+    throwItemError(path, same[0].second->displayName(),
                    "there is a second item of this name, \"" +
-                       printable(items[same[1]].displayName()) +
+                       printable(same[1].second->displayName()) +
                        "\": readers could see two different packages");
 }
 
@@ -109,6 +115,10 @@ const std::vector<ZipItem>& ZipArchive::items() const noexcept {
     return state_->items;
 }
 
+const std::vector<const ZipItem*>& ZipArchive::itemsByName() const noexcept {
+    return state_->byName;
+}
+
 const ZipItem* ZipArchive::find(std::string_view name) const noexcept {
     const ZipItem* found = findFolded(name);
     return found && found->name == name ? found : nullptr;
@@ -117,11 +127,11 @@ const ZipItem* ZipArchive::find(std::string_view name) const noexcept {
 const ZipItem* ZipArchive::findFolded(std::string_view name) const noexcept {
     const auto& order = state_->byName;
     const auto at = std::lower_bound(order.begin(), order.end(), name,
-                                     [this](std::uint32_t index, std::string_view wanted) {
-                                         return FoldedLess()(state_->items[index].name, wanted);
+                                     [](const ZipItem* item, std::string_view wanted) {
+                                         return FoldedLess()(item->name, wanted);
                                      });
-    if (at == order.end() || FoldedLess()(name, state_->items[*at].name)) return nullptr;
-    return &state_->items[*at];
+    if (at == order.end() || FoldedLess()(name, (*at)->name)) return nullptr;
+    return *at;
 }
 
 std::unique_ptr<InputStream> ZipArchive::read(const ZipItem& item) const {

@@ -53,6 +53,9 @@ public:
 
     // In the order of their data in the file.
     const std::vector<ZipItem>& items() const noexcept;
+    // The same in the order of their names, in which neither case nor the kind of slash counts and a
+    // slash comes before every other byte.
+    const std::vector<const ZipItem*>& itemsByName() const noexcept;
     // The item of exactly this name, or null.
     const ZipItem* find(std::string_view name) const noexcept;
     // The item whose name some reader might take for this one (case and backslashes do not count),

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <random>
 #include <unordered_set>
@@ -76,6 +77,11 @@ unsigned long hashSalt() {
     static const unsigned long salt = std::random_device()() | 1UL;
     return salt;
 }
+
+// Finds a name without making a string of it.
+struct NameHash : std::hash<std::string_view> {
+    using is_transparent = void;
+};
 
 // One run of expat over one document. Exceptions never pass through expat, which is C: a callback
 // keeps what it caught and stops the parser.
@@ -192,9 +198,9 @@ private:
     }
 
     void countName(std::string_view name) {
-        if (mayHaveManyNames_ && names_.emplace(name).second) {
-            refuseIf(names_.size() > kMaxDistinctNames, "more than 1,000 distinct names");
-        }
+        if (!mayHaveManyNames_ || names_.contains(name)) return;
+        names_.emplace(name);
+        refuseIf(names_.size() > kMaxDistinctNames, "more than 1,000 distinct names");
     }
     void countOther(std::size_t nodes) {
         refuseIf((others_ += nodes) > kMaxOtherNodes, "more than 400,000 attributes and comments");
@@ -238,7 +244,7 @@ private:
     Bindings bindings_;
     std::vector<Attribute> attributes_;
     bool mayHaveManyNames_;  // most documents are too short, and need no record of their names
-    std::unordered_set<std::string> names_;
+    std::unordered_set<std::string, NameHash, std::equal_to<>> names_;
     std::size_t depth_ = 0;
     std::size_t elements_ = 0;
     std::size_t others_ = 0;

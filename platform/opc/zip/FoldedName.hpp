@@ -6,10 +6,11 @@
 namespace opc::zip {
 
 // One byte of a name as the loosest reader compares it: ASCII case does not count, and a backslash
-// is a slash.
+// is a slash. That comes before every other byte (no name holds a zero byte), so that what stands in
+// a folder follows an item of the folder's name directly.
 constexpr unsigned char foldedByte(char c) noexcept {
     if (c >= 'A' && c <= 'Z') return static_cast<unsigned char>(c + ('a' - 'A'));
-    return static_cast<unsigned char>(c == '\\' ? '/' : c);
+    return static_cast<unsigned char>(c == '\\' || c == '/' ? '\0' : c);
 }
 
 // Order of names that holds two for equal when some reader might. Two such names may not stand in
