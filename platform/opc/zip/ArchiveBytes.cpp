@@ -13,10 +13,10 @@ constexpr std::size_t kWindow = std::size_t{64} << 10;
 constexpr std::size_t kLoneHeader = 512;
 
 // The part of `held`, which starts at `start`, that is asked for; empty when it is not all there.
-format::Bytes within(const std::vector<std::byte>& held, std::uint64_t start, std::uint64_t offset,
+format::Bytes within(format::Bytes held, std::uint64_t start, std::uint64_t offset,
                      std::size_t size) {
     if (offset < start || offset - start > held.size()) return {};
-    const auto rest = format::Bytes(held).subspan(offset - start);
+    const auto rest = held.subspan(offset - start);
     return rest.size() < size ? format::Bytes() : rest.first(size);
 }
 
@@ -27,7 +27,8 @@ ArchiveBytes::ArchiveBytes(const fl::filesystem::FileDescriptor& file, std::uint
     : file_(&file),
       fileSize_(fileSize),
       tailOffset_(fileSize - std::min<std::uint64_t>(fileSize, tailSize)),
-      tail_(fileSize - tailOffset_) {
+      tailBytes_(std::make_unique_for_overwrite<std::byte[]>(fileSize - tailOffset_)),
+      tail_(tailBytes_.get(), fileSize - tailOffset_) {
     fill(tail_, tailOffset_);
 }
 

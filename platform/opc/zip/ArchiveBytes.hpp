@@ -4,6 +4,8 @@
 
 #include <fl/FileDescriptor.hpp>
 
+#include <memory>
+#include <span>
 #include <vector>
 
 namespace opc::zip {
@@ -32,7 +34,8 @@ private:
     const fl::filesystem::FileDescriptor* file_;
     std::uint64_t fileSize_;
     std::uint64_t tailOffset_;
-    std::vector<std::byte> tail_;
+    std::unique_ptr<std::byte[]> tailBytes_;  // no vector, which would zero them first
+    std::span<std::byte> tail_;
     std::uint64_t windowOffset_ = 0;
     std::vector<std::byte> window_;
 };

@@ -3,6 +3,7 @@
 #include "platform/opc/zip/ZipError.hpp"
 
 #include <algorithm>
+#include <cstring>
 
 namespace opc::zip {
 
@@ -41,8 +42,14 @@ private:
         std::string signature;
         append(signature, end::kSignature);
         const std::string_view tail = asText(bytes_->tail());
-        if (tail.size() < end::kRecordSize || limit == 0) return std::string_view::npos;
-        return tail.rfind(signature, std::min(limit - 1, tail.size() - end::kRecordSize));
+        if (tail.size() < end::kRecordSize) return std::string_view::npos;
+        // By first byte, since the library's backward search compares at every position.
+        std::size_t before = std::min(limit, tail.size() - end::kRecordSize + 1);
+        while (const void* found = memrchr(tail.data(), signature.front(), before)) {
+            before = static_cast<std::size_t>(static_cast<const char*>(found) - tail.data());
+            if (tail.substr(before).starts_with(signature)) return before;
+        }
+        return std::string_view::npos;
     }
 
     std::size_t commentLength(std::size_t at) const {
