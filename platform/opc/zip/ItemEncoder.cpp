@@ -11,9 +11,12 @@ namespace {
 
 constexpr std::size_t kSample = std::size_t{256} << 10;
 
-// Less than three per cent is not worth inflating at every reading.
+// Less than three per cent is not worth inflating at every reading, nor is less than a kilobyte: the
+// tables of a deflated stream take longer to set up than the bytes to read.
+constexpr std::size_t kLeastSaving = 1024;
+
 bool isWorthwhile(std::size_t size, std::size_t deflated) {
-    return deflated < size - size / 32;
+    return deflated + std::max(kLeastSaving, size / 32) <= size;
 }
 
 class MemorySink final : public ByteSink {

@@ -11,7 +11,7 @@
 namespace opc::zip {
 
 // Turns the content of an item into the bytes that stand in the file: deflated, or as they are when
-// they are not to be deflated or the first part of them does not shrink.
+// they are not to be deflated or the first part of them shrinks too little.
 class ItemEncoder {
 public:
     ItemEncoder(bool deflate, std::shared_ptr<DeflaterPool> deflaters);

@@ -14,7 +14,7 @@
 namespace opc::zip {
 
 struct ItemOptions {
-    bool deflate = true;  // store instead when a sample shows that the content does not shrink
+    bool deflate = true;  // store instead when a sample shows that the content hardly shrinks
     std::uint64_t sizeHint = 0;  // expected size in bytes, 0 when unknown
 };
 
