@@ -2,9 +2,11 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -45,10 +47,23 @@ void measure(benchmark::State& state, Work work) {
     usage.report(state);
 }
 
+// The same for work that does `count` things at once: the table shows the time for each of them, by
+// the median of all times that the work was done, since work this short is easily disturbed.
+void measureEach(benchmark::State& state, std::size_t count, const std::function<void()>& work);
+
 // Has the table compare this instead of the time: so many bytes an iteration.
 void reportAmount(benchmark::State& state, std::uint64_t bytes);
 
 // Runs a command of the shell; a status other than 0 ends the benchmark.
 void run(benchmark::State& state, const std::string& command);
+
+// Starts a program and waits for its end; `outputFile` gets what it prints. A status other than 0
+// ends the benchmark.
+void runProgram(benchmark::State& state, const std::vector<std::string>& arguments,
+                const std::string& outputFile = "/dev/null");
+
+// Runs a command that prints how many seconds something took in its own process; the table shows
+// these.
+void measureItself(benchmark::State& state, const std::string& command);
 
 }  // namespace bench

@@ -3,7 +3,6 @@
 
 #include <appserialization/AppFileReader.hpp>
 #include <appserialization/AppFileWriter.hpp>
-#include <appserialization/KVPKGMetadataReader.hpp>
 
 #include <benchmark/benchmark.h>
 #include <zlib.h>
@@ -18,16 +17,6 @@ namespace {
 
 using namespace bench;
 namespace fs = std::filesystem;
-
-// --- open a packaged app and read its metadata ----------------------------------------------------
-
-void openAndReadMetadata(benchmark::State& state, std::uint64_t modelSize) {
-    const std::u16string file = text(packagedApp(modelSize));
-    measure(state, [&] {
-        const appserialization::KVPKGMetadataReader reader(file);
-        benchmark::DoNotOptimize(reader.readMetadata());
-    });
-}
 
 // --- pack a model ---------------------------------------------------------------------------------
 
@@ -114,9 +103,6 @@ void unzipToFile(benchmark::State& state, std::uint64_t modelSize) {
 }
 
 void registerAll() {
-    Case("metadata of a 1 GiB app", [](auto& state) {
-        openAndReadMetadata(state, kGiB);
-    }).against("1 KiB app", 1.1, [](auto& state) { openAndReadMetadata(state, kKiB); });
     Case("pack 1 GiB compressible", [](auto& state) {
         pack(state, compressibleFile(kGiB));
     }).against("zlib level 6", 1.0 / 15, [](auto& state) {

@@ -1,0 +1,63 @@
+#include "bench/BenchFiles.hpp"
+#include "bench/Cases.hpp"
+
+#include <appserialization/KVPKGMetadataReader.hpp>
+
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+// Opening a packaged app, reading its metadata and closing it again.
+
+namespace {
+
+using namespace bench;
+namespace fs = std::filesystem;
+
+constexpr std::size_t kOtherParts = 5'000;
+
+void openAndReadMetadata(const std::u16string& file) {
+    const appserialization::KVPKGMetadataReader reader(file);
+    benchmark::DoNotOptimize(reader.readMetadata());
+}
+
+void readPackage(benchmark::State& state, std::uint64_t modelSize) {
+    const std::u16string file = text(packagedApp(modelSize));
+    measureEach(state, 1, [&] { openAndReadMetadata(file); });
+}
+
+void readWithPython(benchmark::State& state) {
+    measureItself(
+        state, "python3 " BENCH_SCRIPTS "/read_metadata.py " + packagedApp(kKiB).string() + " 300");
+}
+
+// With the few parts that a small app has, which are not taken off.
+void readManyParts(benchmark::State& state) {
+    const fs::path file = folder() / "many-parts.kvpkg";
+    run(state, "python3 " BENCH_SCRIPTS "/add_parts.py " + packagedApp(kKiB).string() + " " +
+                   std::to_string(kOtherParts) + " " + file.string());
+    measureEach(state, kOtherParts, [name = text(file)] { openAndReadMetadata(name); });
+}
+
+void twoMicroseconds(benchmark::State& state) {
+    for (auto _ : state) {
+    }
+    state.counters["seconds"] = 2e-6;
+}
+
+void registerAll() {
+    Case("metadata of a small app", [](auto& state) {
+        readPackage(state, kKiB);
+    }).against("python3 zipfile, etree", 0.25, readWithPython);
+    Case("metadata of a 1 GiB app", [](auto& state) {
+        readPackage(state, kGiB);
+    }).against("a small app", 1.1, [](auto& state) { readPackage(state, kKiB); });
+    Case("each of 5,000 other parts", readManyParts).against("(2 us)", 1, twoMicroseconds);
+}
+
+const bool registered = (registerAll(), true);
+
+}  // namespace

@@ -1,0 +1,96 @@
+#include "bench/BenchFiles.hpp"
+#include "bench/Cases.hpp"
+
+#include <appserialization/KVPKGMetadataReader.hpp>
+
+#include <benchmark/benchmark.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+// The first use of the library in a process, and whole processes of the tool.
+
+namespace {
+
+using namespace bench;
+namespace fs = std::filesystem;
+
+constexpr std::size_t kApps = 10'000;
+
+std::string smallPackage() {
+    return packagedApp(kKiB).string();
+}
+
+std::string smallTextApp() {
+    const fs::path file = folder() / "small.k";
+    std::ofstream(file) << "x = 1;\n\n%[app:appDetails]\n%{\n<Name>Small</Name>\n%}\n";
+    return file.string();
+}
+
+void loadAndRun(benchmark::State& state, const std::string& module, const std::string& argument) {
+    measureItself(state, BENCH_LOAD " " + module + " " + argument);
+}
+
+void program(benchmark::State& state, const std::vector<std::string>& arguments) {
+    measure(state, [&] { runProgram(state, arguments); });
+}
+
+void xercesProgram(benchmark::State& state) {
+    program(state, {BENCH_XERCES});
+}
+
+// --- a folder full of apps --------------------------------------------------------------------------
+
+const std::vector<fs::path>& manyApps() {
+    static const std::vector<fs::path> files = [] {
+        std::vector<fs::path> made;
+        const fs::path directory = folder() / "apps";
+        fs::create_directories(directory);
+        for (std::size_t i = 0; i < kApps; ++i) {
+            made.push_back(directory / (std::to_string(i) + ".kvpkg"));
+            fs::copy_file(smallPackage(), made.back(), fs::copy_options::skip_existing);
+        }
+        return made;
+    }();
+    return files;
+}
+
+void infoOfMany(benchmark::State& state) {
+    std::vector<std::string> arguments = {BENCH_QZAPP, "info", "--json"};
+    for (const fs::path& file : manyApps())
+        arguments.push_back(file.string());
+    measureEach(state, kApps, [&] { runProgram(state, arguments); });
+}
+
+void readMany(benchmark::State& state) {
+    const auto& files = manyApps();
+    measureEach(state, kApps, [&] {
+        for (const fs::path& file : files) {
+            const appserialization::KVPKGMetadataReader reader(text(file));
+            benchmark::DoNotOptimize(reader.readMetadata());
+        }
+    });
+}
+
+void registerAll() {
+    const auto xercesModule = [](auto& state) { loadAndRun(state, BENCH_XERCES_MODULE, ""); };
+    Case("first packaged app in a process", [](auto& state) {
+        loadAndRun(state, BENCH_READER_MODULE, smallPackage());
+    }).against("load, initialise Xerces", 1.3, xercesModule);
+    Case("first text app in a process", [](auto& state) {
+        loadAndRun(state, BENCH_READER_MODULE, smallTextApp());
+    }).against("load, initialise Xerces", 1.3, xercesModule);
+    Case("qzapp info of a packaged app", [](auto& state) {
+        program(state, {BENCH_QZAPP, "info", smallPackage()});
+    }).against("process with Xerces", 1.4, xercesProgram);
+    Case("qzapp info of a text app", [](auto& state) {
+        program(state, {BENCH_QZAPP, "info", smallTextApp()});
+    }).against("process with Xerces", 1.4, xercesProgram);
+    Case("qzapp info, each of 10,000 apps", infoOfMany).against("in process", 1.3, readMany);
+}
+
+const bool registered = (registerAll(), true);
+
+}  // namespace
