@@ -141,15 +141,11 @@ void Package::deletePart(const PartName& name) {
 }
 
 std::vector<Relationship> Package::getRelationshipsByType(const ustring& type) const {
-    std::vector<Relationship> found;
-    for (const auto& relationship : state().relationships()) {
-        if (relationship.getType() == type) found.push_back(relationship);
-    }
-    return found;
+    return state().relationships().ofType(type);
 }
 
 std::vector<Relationship> Package::getRelationships() const {
-    return state().relationships();
+    return state().relationships().all();
 }
 
 Relationship Package::createInternalRelationship(const ustring& type, const URI& target,

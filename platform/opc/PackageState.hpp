@@ -67,7 +67,7 @@ public:
                                                  const StandardPartInfo& info);
     void deletePart(const PartName& name);
 
-    const std::vector<Relationship>& relationships() const noexcept { return relationships_.all(); }
+    const RelationshipsPart& relationships() const noexcept { return relationships_; }
     Relationship createRelationship(const ustring& type, const URI& target, const ustring& id);
     void deleteRelationship(const ustring& id);
 

@@ -12,6 +12,7 @@
 #include "platform/opc/xml/XmlWriter.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace opc::model {
@@ -80,7 +81,7 @@ private:
         if (!isXmlName(id)) {
             throw xml::Refusal("relationship id \"" + shown(id) + "\" is not an XML name");
         }
-        if (part_->ids_.contains(id)) {
+        if (part_->places_.contains(id)) {
             throw xml::Refusal("a second relationship with id \"" + shown(id) + "\"");
         }
         auto type = required(tag, "Type");
@@ -105,7 +106,7 @@ const Relationship& RelationshipsPart::create(const ustring& type, const URI& ta
         throw Exception("relationship id \"" + shown(id) +
                         "\" is not an XML name; leave it empty to get a free one");
     }
-    if (ids_.contains(id)) {
+    if (places_.contains(id)) {
         throw Exception("relationship id \"" + shown(id) +
                         "\" is taken; leave it empty to get a free one");
     }
@@ -113,20 +114,44 @@ const Relationship& RelationshipsPart::create(const ustring& type, const URI& ta
     requireXmlText(type, u"relationship type");
     requireXmlText(target.toString(), u"relationship target");
     add(Relationship(id.empty() ? freeId() : id, type, target, TargetMode::Internal));
-    return all_.back();
+    return std::prev(all_.end())->second;
 }
 
 bool RelationshipsPart::remove(const ustring& id) {
-    if (ids_.erase(id) == 0) return false;
-    std::erase_if(all_, [&](const Relationship& candidate) { return candidate.getID() == id; });
+    const auto place = places_.find(id);
+    if (place == places_.end()) return false;
+    all_.erase(place->second);
+    places_.erase(place);
     return true;
+}
+
+std::vector<Relationship> RelationshipsPart::all() const {
+    std::vector<Relationship> found;
+    found.reserve(all_.size());
+    for (const auto& [place, relationship] : all_)
+        found.push_back(relationship);
+    return found;
+}
+
+std::vector<Relationship> RelationshipsPart::ofType(const ustring& type) const {
+    std::vector<Relationship> found;
+    for (const auto& [place, relationship] : all_) {
+        if (relationship.getType() == type) found.push_back(relationship);
+    }
+    return found;
+}
+
+bool operator==(const RelationshipsPart& a, const RelationshipsPart& b) {
+    return std::ranges::equal(a.all_, b.all_, [](const auto& one, const auto& other) {
+        return one.second == other.second;
+    });
 }
 
 std::string RelationshipsPart::toXml() const {
     xml::XmlWriter writer;
     writer.start("Relationships");
     writer.attribute("xmlns", kNamespace);
-    for (const auto& relationship : all_) {
+    for (const auto& [place, relationship] : all_) {
         writer.start("Relationship");
         writer.attribute("Id", ustring_to_utf8(relationship.getID()));
         writer.attribute("Type", ustring_to_utf8(relationship.getType()));
@@ -141,8 +166,9 @@ std::string RelationshipsPart::toXml() const {
 }
 
 void RelationshipsPart::add(Relationship relationship) {
-    ids_.insert(relationship.getID());
-    all_.push_back(std::move(relationship));
+    places_.emplace(relationship.getID(), nextPlace_);
+    all_.emplace_hint(all_.end(), nextPlace_, std::move(relationship));
+    ++nextPlace_;
 }
 
 ustring RelationshipsPart::freeId() {
@@ -151,7 +177,7 @@ ustring RelationshipsPart::freeId() {
         id = u"rId";
         for (const char digit : std::to_string(++lastNumber_))
             id += char16_t(digit);
-    } while (ids_.contains(id));
+    } while (places_.contains(id));
     return id;
 }
 

@@ -3,9 +3,11 @@
 #include <opc/Relationship.hpp>
 
 #include <cstddef>
+#include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
-#include <unordered_set>
+#include <unordered_map>
 #include <vector>
 
 namespace opc::model {
@@ -17,7 +19,8 @@ public:
     // judged: a dangling or oddly written one harms only whoever follows it.
     static RelationshipsPart parse(std::string_view document, const std::string& where);
 
-    const std::vector<Relationship>& all() const noexcept { return all_; }
+    std::vector<Relationship> all() const;
+    std::vector<Relationship> ofType(const ustring& type) const;
     // An empty `id` gets the first free one of "rId1", "rId2" and so on. Throws opc::Exception for
     // one that is taken or no XML name.
     const Relationship& create(const ustring& type, const URI& target, const ustring& id);
@@ -26,17 +29,17 @@ public:
 
     std::string toXml() const;
 
-    friend bool operator==(const RelationshipsPart& a, const RelationshipsPart& b) {
-        return a.all_ == b.all_;
-    }
+    // Equal when they hold the same in the same order.
+    friend bool operator==(const RelationshipsPart& a, const RelationshipsPart& b);
 
 private:
     friend class RelationshipsHandler;
     void add(Relationship relationship);
     ustring freeId();
 
-    std::vector<Relationship> all_;
-    std::unordered_set<ustring> ids_;
+    std::map<std::uint64_t, Relationship> all_;  // by their place; places are not used again
+    std::unordered_map<ustring, std::uint64_t> places_;  // by id
+    std::uint64_t nextPlace_ = 0;
     std::size_t lastNumber_ = 0;
 };
 

@@ -185,6 +185,30 @@ TEST_F(PackageTest, KeepsEverythingThatIsNotSetAgain) {
     EXPECT_THAT(bytes(), HasSubstr("untyped.bin"));
 }
 
+TEST_F(PackageTest, KeepsTheOrderOfRelationships) {
+    const auto ids = [](const Package& package) {
+        std::u16string found;
+        for (const auto& each : package.getRelationships())
+            found += each.getID();
+        return found;
+    };
+    session(OpenMode::Create, [&](Package& package) {
+        for (const char16_t* id : {u"c", u"a", u"d", u"b"})
+            package.createInternalRelationship(u"t", URI(u"/x"), id);
+        package.deleteRelationship(u"a");
+        package.deleteRelationship(u"b");
+        package.createInternalRelationship(u"t", URI(u"/x"), u"a");
+        EXPECT_EQ(ids(package), u"cda");
+    });
+    const auto before = bytes();
+    session(OpenMode::Edit, [&](Package& package) {
+        EXPECT_EQ(ids(package), u"cda");
+        package.deleteRelationship(u"a");
+        package.createInternalRelationship(u"t", URI(u"/x"), u"a");
+    });
+    EXPECT_EQ(bytes(), before) << "the same in the same order is no change";
+}
+
 TEST_F(PackageTest, RewritesTablesWithWhatTheyHeld) {
     put(goodPlainPackage().withRelationships(
         "<Relationship Id='x' Type='t' Target='http://x' TargetMode='External'/>"

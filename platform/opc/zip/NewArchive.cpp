@@ -5,6 +5,7 @@
 #include "platform/opc/zip/ZipError.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 namespace opc::zip {
@@ -26,7 +27,7 @@ void NewArchive::appendKept(const std::vector<const ZipItem*>& items) {
         std::uint64_t end = from;
         for (; i < items.size() && items[i]->headerOffset == end; ++i) {
             end = items[i]->endOffset;
-            placed_.push_back({to + items[i]->headerOffset - from, to + end - from, items[i], {}});
+            placed_[to + items[i]->headerOffset - from] = {to + end - from, items[i], nullptr};
         }
         file_->appendFrom(base_->file(), from, end - from);
     }
@@ -78,30 +79,35 @@ void NewArchive::cutAt(std::uint64_t offset) noexcept {
 
 void NewArchive::placeFresh(NewItem& item, std::uint64_t begin, std::size_t headerSize) {
     item.content = NewItem::InNewFile{file_, begin + headerSize};
-    placed_.push_back({begin, begin + headerSize + item.compressedSize, nullptr, &item});
+    placed_[begin] = {begin + headerSize + item.compressedSize, nullptr, &item};
 }
 
-template <class Matches>
-void NewArchive::dropPlaced(Matches matches) noexcept {
-    const auto found = std::find_if(placed_.begin(), placed_.end(), matches);
-    if (found == placed_.end()) return;
-    const Placed dropped = *found;
-    placed_.erase(found);
-    if (dropped.end == file_->tail()) cutAt(dropped.begin);
+void NewArchive::dropPlaced(PlacedItems::const_iterator dropped) noexcept {
+    const auto [begin, placed] = *dropped;
+    placed_.erase(dropped);
+    if (placed.end == file_->tail()) cutAt(begin);
 }
 
+// Only large items of the base are placed early enough to be dropped: they can be looked through.
 void NewArchive::drop(const ZipItem& item) noexcept {
-    dropPlaced([&](const Placed& placed) { return placed.kept == &item; });
+    const auto found = std::find_if(placed_.begin(), placed_.end(),
+                                    [&](const auto& each) { return each.second.kept == &item; });
+    if (found != placed_.end()) dropPlaced(found);
 }
 
+// The header of an item is in front of its data, and the next item, if any, begins behind that.
 void NewArchive::drop(const NewItem& item) noexcept {
-    dropPlaced([&](const Placed& placed) { return placed.fresh == &item; });
+    const auto* const content = std::get_if<NewItem::InNewFile>(&item.content);
+    if (!content) return;
+    const auto found = placed_.lower_bound(content->dataOffset);
+    if (found == placed_.begin() || std::prev(found)->second.fresh != &item) return;
+    dropPlaced(std::prev(found));
 }
 
 bool NewArchive::hasGaps() const {
     std::uint64_t end = 0;
-    for (const Placed& placed : placed_) {
-        if (placed.begin != end) return true;
+    for (const auto& [begin, placed] : placed_) {
+        if (begin != end) return true;
         end = placed.end;
     }
     return end != file_->tail();
@@ -115,14 +121,15 @@ void NewArchive::closeGaps() {
     file_ = std::make_shared<NewFile>(*target_, *name_);
     for (auto at = placed.begin(); at != placed.end();) {
         std::vector<const ZipItem*> kept;
-        for (; at != placed.end() && at->kept; ++at)
-            kept.push_back(at->kept);
+        for (; at != placed.end() && at->second.kept; ++at)
+            kept.push_back(at->second.kept);
         appendKept(kept);
-        for (; at != placed.end() && at->fresh; ++at) {
+        for (; at != placed.end() && at->second.fresh; ++at) {
+            NewItem& item = *at->second.fresh;
             const std::uint64_t begin = file_->tail();
-            const std::uint64_t size = at->end - at->begin;
-            file_->appendFrom(old->file(), at->begin, size);
-            placeFresh(*at->fresh, begin, size - at->fresh->compressedSize);
+            const std::uint64_t size = at->second.end - at->first;
+            file_->appendFrom(old->file(), at->first, size);
+            placeFresh(item, begin, size - item.compressedSize);
         }
     }
 }
@@ -136,17 +143,17 @@ void NewArchive::refuseZip64(bool isNeeded, bool allowZip64) const {
 
 std::string NewArchive::directory(bool allowZip64) const {
     std::string records;
-    for (const Placed& placed : placed_) {
+    for (const auto& [begin, placed] : placed_) {
         if (placed.fresh) {
-            const format::ItemRecord record = placed.fresh->recordAt(placed.begin);
+            const format::ItemRecord record = placed.fresh->recordAt(begin);
             refuseZip64(format::needsZip64(record), allowZip64);
             records += format::centralRecord(record);
         } else {
             const format::ItemRecord record{.compressedSize = placed.kept->compressedSize,
                                             .size = placed.kept->size,
-                                            .offset = placed.begin};
+                                            .offset = begin};
             refuseZip64(format::needsZip64(record), allowZip64);
-            records += format::movedCentralRecord(placed.kept->directoryRecord, placed.begin);
+            records += format::movedCentralRecord(placed.kept->directoryRecord, begin);
         }
     }
     return records;

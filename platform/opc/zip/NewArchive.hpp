@@ -5,6 +5,7 @@
 
 #include <opc/ZipArchive.hpp>
 
+#include <map>
 #include <vector>
 
 namespace opc::zip {
@@ -37,14 +38,14 @@ public:
 
 private:
     struct Placed {
-        std::uint64_t begin;
         std::uint64_t end;
         const ZipItem* kept;  // one of these two
         NewItem* fresh;
     };
 
-    template <class Matches>
-    void dropPlaced(Matches matches) noexcept;
+    using PlacedItems = std::map<std::uint64_t, Placed>;  // by where they begin
+
+    void dropPlaced(PlacedItems::const_iterator dropped) noexcept;
     void cutAt(std::uint64_t offset) noexcept;
     void placeFresh(NewItem& item, std::uint64_t begin, std::size_t headerSize);
     bool hasGaps() const;
@@ -56,7 +57,7 @@ private:
     const fl::filesystem::path* name_;
     std::shared_ptr<const ZipArchive> base_;
     std::shared_ptr<NewFile> file_;
-    std::vector<Placed> placed_;
+    PlacedItems placed_;
     bool isWriting_ = false;
     std::uint64_t writingFrom_ = 0;
     std::size_t writingHeader_ = 0;

@@ -45,6 +45,7 @@ struct NewItem {
     std::uint32_t crc32 = 0;
     std::uint64_t compressedSize = 0;
     std::uint64_t size = 0;
+    std::uint64_t turn = 0;  // when an item of this name was first set
     std::variant<InMemory, InScratchFile, InNewFile> content;
 
     format::ItemRecord recordAt(std::uint64_t offset) const;

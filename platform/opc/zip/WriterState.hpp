@@ -52,6 +52,7 @@ private:
     void enter(std::unique_ptr<NewItem>& slot, std::unique_ptr<NewItem> item) noexcept;
     void settle(NewItem& item);
     void forgetContent(const NewItem& item) noexcept;
+    std::vector<NewItem*> itemsInTurn() const;
     void openArchive(std::string_view firstName);
     template <class Wanted>
     void placeKept(Wanted wanted);
@@ -66,7 +67,7 @@ private:
     std::vector<Fate> fates_;
     bool hasLostKept_ = false;
     std::map<std::string, std::unique_ptr<NewItem>, FoldedLess> items_;
-    std::vector<NewItem*> order_;  // as they were first set
+    std::uint64_t nextTurn_ = 0;
     std::uint64_t inMemory_ = 0;
     std::unique_ptr<NewArchive> archive_;  // once something has been written
 };

@@ -91,7 +91,6 @@ void ZipWriter::State::remove(std::string_view name) {
     const auto found = items_.find(name);
     if (found == items_.end() || found->second->name != name) return;
     forgetContent(*found->second);
-    std::erase(order_, found->second.get());
     items_.erase(found);
 }
 
@@ -141,13 +140,9 @@ void ZipWriter::State::complete(NewItem item) {
     auto completed = std::make_unique<NewItem>(std::move(item));
     const auto [slot, isNew] = items_.try_emplace(completed->name);
     try {
-        if (isNew) order_.push_back(completed.get());
         settle(*completed);
     } catch (...) {
-        if (isNew) {
-            items_.erase(slot);
-            std::erase(order_, completed.get());
-        }
+        if (isNew) items_.erase(slot);
         throw;
     }
     enter(slot->second, std::move(completed));
@@ -171,11 +166,18 @@ void ZipWriter::State::settle(NewItem& item) {
 void ZipWriter::State::enter(std::unique_ptr<NewItem>& slot,
                              std::unique_ptr<NewItem> item) noexcept {
     loseKept(item->name);
-    if (slot) {
-        forgetContent(*slot);
-        std::replace(order_.begin(), order_.end(), slot.get(), item.get());
-    }
+    if (slot) forgetContent(*slot);
+    item->turn = slot ? slot->turn : nextTurn_++;
     slot = std::move(item);
+}
+
+std::vector<NewItem*> ZipWriter::State::itemsInTurn() const {
+    std::vector<NewItem*> items;
+    items.reserve(items_.size());
+    for (const auto& [name, item] : items_)
+        items.push_back(item.get());
+    std::ranges::sort(items, {}, &NewItem::turn);
+    return items;
 }
 
 void ZipWriter::State::forgetContent(const NewItem& item) noexcept {
@@ -189,7 +191,7 @@ void ZipWriter::State::save() {
     if (!archive_) archive_ = std::make_unique<NewArchive>(target_, path_, base_);
     archive_->cancelItem();  // a stream that is still open has set nothing
     placeKept([](const ZipItem&) { return true; });
-    for (NewItem* item : order_) {
+    for (NewItem* item : itemsInTurn()) {
         if (!std::holds_alternative<NewItem::InNewFile>(item->content)) archive_->append(*item);
     }
     archive_->finish(allowZip64_);
