@@ -2,6 +2,8 @@
 
 #include <opc/Exception.hpp>
 
+#include <fl/SystemCalls.hpp>
+
 #include "platform/opc/zip/ZipFormat.hpp"
 #include "tests/opc/ZipTestSupport.hpp"
 #include "tests/support/SmallStack.hpp"
@@ -10,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -227,6 +230,43 @@ TEST_F(ZipWriterTest, BoundsWhatWaitsInMemory) {
     EXPECT_EQ(open()->items().size(), 30u);
     EXPECT_EQ(readItem(*open(), "28"), noise(1 << 19, 28));
     EXPECT_EQ(readItem(*open(), "29"), "replaced");
+}
+
+// What is copied and what is new is on its way to the disk before the fsync that waits for it.
+TEST_F(ZipWriterTest, StartsWritingToTheDiskEarly) {
+    static int error = 0;
+    static std::uint64_t started = 0;
+    const std::string large = noise(20 << 20, 1);
+    const auto base = create();
+    writeItem(*base, "large", large);
+    save(*base);
+    const std::string before = bytes();
+    const auto saved = fl::filesystem::systemCalls();
+    fl::filesystem::systemCalls().sync_file_range = [](int, off_t offset, off_t size, unsigned) {
+        EXPECT_EQ(static_cast<std::uint64_t>(offset), started) << "each byte once, in order";
+        started += static_cast<std::uint64_t>(size);
+        errno = error;
+        return error == 0 ? 0 : -1;
+    };
+    for (const int each : {EIO, ENOSYS, 0}) {
+        SCOPED_TRACE(each);
+        error = each;
+        started = 0;
+        const auto writer = edit();
+        const auto change = [&] {
+            writeItem(*writer, "more", large);
+            writer->save();
+        };
+        if (each == EIO) {
+            EXPECT_THROW(change(), Exception);
+            EXPECT_EQ(bytes(), before);
+        } else {
+            EXPECT_NO_THROW(change());
+            EXPECT_GE(started, std::uint64_t{32} << 20);
+            EXPECT_EQ(readItem(*open(), "more"), large);
+        }
+    }
+    fl::filesystem::systemCalls() = saved;
 }
 
 TEST_F(ZipWriterTest, UsesZip64ForManyItemsOnlyWhenAllowed) {

@@ -132,6 +132,7 @@ void watchAll() {
     watch<&SystemCalls::pread>("pread");
     watch<&SystemCalls::pwrite>("pwrite");
     watch<&SystemCalls::copy_file_range>("copy_file_range");
+    watch<&SystemCalls::sync_file_range>("sync_file_range");
     watch<&SystemCalls::ftruncate>("ftruncate");
     watch<&SystemCalls::fsync>("fsync");
     watch<&SystemCalls::fchown>("fchown");
@@ -159,6 +160,7 @@ void makeOlder(SystemCalls& calls) {
     calls.renameat2 = [](int from, const char* name, int to, const char* newName, unsigned flags) {
         return flags == 0 ? ::renameat(from, name, to, newName) : refuse(EINVAL);
     };
+    calls.linkat = [](int, const char*, int, const char*, int) { return refuse(EPERM); };
     calls.copy_file_range = [](int, off_t*, int, off_t*, size_t, unsigned) -> ssize_t {
         return refuse(EXDEV);
     };

@@ -46,7 +46,9 @@ class WatchedSystem {
 public:
     enum class FileSystem {
         Current,
-        Older,  // has no unnamed files, does not copy inside the kernel, cannot refuse to replace
+        // Has no unnamed files and no hard links, does not copy inside the kernel, cannot refuse to
+        // replace.
+        Older,
     };
 
     explicit WatchedSystem(FileSystem fileSystem = FileSystem::Current);

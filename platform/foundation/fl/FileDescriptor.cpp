@@ -153,4 +153,16 @@ void FileDescriptor::truncate(std::uint64_t size) {
     }
 }
 
+// A part that could not be written is known to the system, and fails the fsync as well.
+void FileDescriptor::startWriteback(std::uint64_t offset, std::uint64_t size) {
+    if (retryInterrupted([&] {
+            return systemCalls().sync_file_range(descriptor_, static_cast<off_t>(offset),
+                                                 static_cast<off_t>(size), SYNC_FILE_RANGE_WRITE);
+        }) == 0) {
+        return;
+    }
+    const bool isUnsupported = errno == ENOSYS || errno == EINVAL || errno == ESPIPE;
+    if (!isUnsupported) throwSystemError(errno, "cannot write");
+}
+
 }  // namespace fl::filesystem

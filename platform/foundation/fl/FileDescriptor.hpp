@@ -53,6 +53,9 @@ public:
     void copyFrom(const FileDescriptor& source, std::uint64_t sourceOffset, std::uint64_t size,
                   std::uint64_t offset);
     void truncate(std::uint64_t size);
+    // Has the system begin to write this part to the disk, so that a later fsync finds less to wait
+    // for. Nothing is durable by that. Does nothing where the file system cannot.
+    void startWriteback(std::uint64_t offset, std::uint64_t size);
 
 private:
     int descriptor_ = -1;

@@ -26,6 +26,7 @@ SystemCalls& systemCalls() noexcept {
         .pread = ::pread,
         .pwrite = ::pwrite,
         .copy_file_range = ::copy_file_range,
+        .sync_file_range = ::sync_file_range,
         .ftruncate = ::ftruncate,
         .fsync = ::fsync,
         .fchown = ::fchown,

@@ -20,6 +20,7 @@ struct SystemCalls {
     ssize_t (*pwrite)(int file, const void* buffer, size_t size, off_t offset);
     ssize_t (*copy_file_range)(int source, off_t* sourceOffset, int target, off_t* targetOffset,
                                size_t size, unsigned flags);
+    int (*sync_file_range)(int file, off_t offset, off_t size, unsigned flags);
     int (*ftruncate)(int file, off_t size);
     int (*fsync)(int file);
     int (*fchown)(int file, uid_t owner, gid_t group);

@@ -2,11 +2,15 @@
 
 #include "platform/opc/zip/ZipError.hpp"
 
+#include <algorithm>
+
 namespace opc::zip {
 
 namespace {
 
 constexpr std::size_t kMostGathered = std::size_t{256} << 10;
+// The disk works on one piece while the next is made, and the fsync of a commit waits for the last.
+constexpr std::uint64_t kPiece = std::uint64_t{8} << 20;
 
 }  // namespace
 
@@ -21,7 +25,16 @@ void NewFile::append(std::span<const std::byte> bytes) {
     } else {
         gathered_.insert(gathered_.end(), bytes.begin(), bytes.end());
     }
-    tail_ += bytes.size();
+    grow(bytes.size());
+}
+
+// Whole pieces only, so that no block is written twice.
+void NewFile::grow(std::uint64_t size) {
+    tail_ += size;
+    const std::uint64_t end = (tail_ - gathered_.size()) / kPiece * kPiece;
+    if (end <= onItsWay_) return;
+    aboutFile(name_, [&] { replacement_.file().startWriteback(onItsWay_, end - onItsWay_); });
+    onItsWay_ = end;
 }
 
 void NewFile::writeGathered() const {
@@ -33,8 +46,13 @@ void NewFile::writeGathered() const {
 void NewFile::appendFrom(const fl::filesystem::FileDescriptor& source, std::uint64_t offset,
                          std::uint64_t size) {
     writeGathered();
-    aboutFile(name_, [&] { replacement_.file().copyFrom(source, offset, size, tail_); });
-    tail_ += size;
+    while (size > 0) {
+        const std::uint64_t piece = std::min(size, kPiece);
+        aboutFile(name_, [&] { replacement_.file().copyFrom(source, offset, piece, tail_); });
+        grow(piece);
+        offset += piece;
+        size -= piece;
+    }
 }
 
 void NewFile::reserve(std::size_t size) {
@@ -51,6 +69,7 @@ void NewFile::cutAt(std::uint64_t offset) {
     writeGathered();
     aboutFile(name_, [&] { replacement_.file().truncate(offset); });
     tail_ = offset;
+    onItsWay_ = std::min(onItsWay_, offset);
 }
 
 void NewFile::commit() {

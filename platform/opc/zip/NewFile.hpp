@@ -33,11 +33,13 @@ public:
 
 private:
     void writeGathered() const;
+    void grow(std::uint64_t size);
 
     fl::filesystem::path name_;
     // Reading does not change the file, though its handle is not const.
     mutable fl::filesystem::ReplacementFile replacement_;
     std::uint64_t tail_ = 0;
+    std::uint64_t onItsWay_ = 0;               // up to here, writing to the disk has begun
     mutable std::vector<std::byte> gathered_;  // the last bytes before the tail
 };
 
