@@ -51,6 +51,15 @@ class Edit(ToolTest):
         self.assertFalse([r for r in listing["relationships"] if "humbnail" in r["type"]])
         self.assertEqual(self.names(), ["app.kvpkg", "new.GIF", "new.k", "new.kvd"])
 
+    def test_another_hard_link_keeps_the_old_app(self):
+        self.create()
+        os.link(self.dir / "app.kvpkg", self.dir / "link.kvpkg")
+        before = self.read("link.kvpkg")
+        self.ok("edit", "app.kvpkg", "--code", EXAMPLE / "code.k", "--set", "Name=N")
+        self.assertEqual(self.read("link.kvpkg"), before)
+        self.assertEqual(self.metadata("app.kvpkg")["Name"], "N")
+        self.assertEqual(self.names(), ["app.kvpkg", "link.kvpkg"])
+
     def code(self):
         self.ok("extract", "app.kvpkg", "-o", "out", "--only", "code", "--force")
         text = self.read("out/code.k").decode()

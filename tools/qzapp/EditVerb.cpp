@@ -80,12 +80,12 @@ bool apply(const FileName& file, const Content& content, bool withoutScreenshot)
     return true;
 }
 
-// An edit that takes more than one save happens on a copy; one save is all or nothing by itself and
-// spares a large package the copy.
+// An edit that takes more than one save happens beside the file; one save is all or nothing by
+// itself.
 bool applyAtOnce(const FileName& file, const Content& content, bool withoutScreenshot) {
     const bool severalSaves = content.code || (withoutScreenshot && !content.empty());
     if (!severalSaves) return apply(file, content, withoutScreenshot);
-    Transaction transaction(file, Transaction::Start::CopyOfTarget);
+    Transaction transaction(file, Transaction::Start::ContentOfTarget);
     const bool changed = apply(transaction.workingFile(), content, withoutScreenshot);
     transaction.commit();
     return changed;

@@ -67,12 +67,16 @@ void Transaction::start(Start start) {
     about(target_, [&] {
         saveTarget_.emplace(target_.path);
         createFolder();
-        createWorkingFile();
+        nameWorkingFile();
     });
-    if (start == Start::Empty) return;
+    if (start == Start::Empty) return about(target_, [&] { createWorkingFile(); });
     const FileDescriptor source = openFile({target_.shown, saveTarget_->resolved()});
-    about(target_, [&] { saveTarget_->expect(source.stamp()); });
-    copyFrom(source);
+    about(target_, [&] {
+        saveTarget_->expect(source.stamp());
+        if (linkWorkingFile(source)) return;
+        createWorkingFile();
+        copyFrom(source);
+    });
 }
 
 void Transaction::createFolder() {
@@ -86,15 +90,34 @@ void Transaction::createFolder() {
     throwNoFile(EEXIST);
 }
 
-void Transaction::createWorkingFile() {
+void Transaction::nameWorkingFile() {
     workingFile_.emplace(folder_->path() + "/working" + extensionOf(saveTarget_->resolved()));
+    working_ = {target_.shown, fl::filesystem::path::fromBytes(workingFile_->path())};
+}
+
+// The very file that was opened, whatever its name leads to by now. False where there can be no
+// second name: the file system has none, the file is someone else's, or it has just lost its own.
+bool Transaction::linkWorkingFile(const FileDescriptor& source) const {
+    const std::string self = fmt::format("/proc/self/fd/{}", source.get());
+    if (fl::filesystem::retryInterrupted([&] {
+            return fl::filesystem::systemCalls().linkat(
+                AT_FDCWD, self.c_str(), AT_FDCWD, workingFile_->path().c_str(), AT_SYMLINK_FOLLOW);
+        }) == 0) {
+        return true;
+    }
+    const bool mustCopy = errno == EPERM || errno == EACCES || errno == ENOENT || errno == EXDEV ||
+                          errno == EMLINK || errno == EOPNOTSUPP || errno == ENOSYS;
+    if (!mustCopy) throwNoFile(errno);
+    return false;
+}
+
+void Transaction::createWorkingFile() {
     const std::string& name = workingFile_->path();
     file_ = FileDescriptor(fl::filesystem::retryInterrupted([&] {
         return fl::filesystem::systemCalls().openat(AT_FDCWD, name.c_str(),
                                                     O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     }));
     if (!file_) throwNoFile(errno);
-    working_ = {target_.shown, fl::filesystem::path::fromBytes(name)};
 }
 
 void Transaction::write(std::string_view bytes) {

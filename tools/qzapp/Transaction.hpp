@@ -17,7 +17,9 @@ namespace qzapp {
 // Errors about the target.
 class Transaction {
 public:
-    enum class Start { Empty, CopyOfTarget };
+    // The content of the target is for steps that save anew, and never write into the working file:
+    // where the file system can, it is the target's own, under a second name.
+    enum class Start { Empty, ContentOfTarget };
 
     Transaction(const FileName& target, Start start);
     ~Transaction();
@@ -37,7 +39,9 @@ public:
 private:
     void start(Start start);
     void createFolder();
+    void nameWorkingFile();
     void createWorkingFile();
+    bool linkWorkingFile(const fl::filesystem::FileDescriptor& source) const;
     void removeLeftovers() const noexcept;
 
     FileName target_;
