@@ -47,6 +47,14 @@ const fs::path& folder() {
     return path;
 }
 
+const fs::path& reflinkFolder() {
+    static const fs::path path = [] {
+        const char* const given = std::getenv("QZ_BENCH_REFLINK_DIR");
+        return given ? fs::path(given) : fs::path();
+    }();
+    return path;
+}
+
 fs::path compressibleFile(std::uint64_t size) {
     std::mt19937_64 random(1);
     return makeFile("model", size, [&](std::vector<std::uint64_t>& words, std::uint64_t first) {

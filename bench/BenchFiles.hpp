@@ -14,6 +14,9 @@ inline constexpr std::uint64_t kGiB = 1024 * kMiB;
 // processes makes and removes.
 const std::filesystem::path& folder();
 
+// On a file system whose files can share blocks; empty when there is none.
+const std::filesystem::path& reflinkFolder();
+
 // A file of `size` bytes, made once. The first kind is what a numerical model holds: little-endian
 // doubles of smooth signals with noise in their low bits, which deflate to about half.
 std::filesystem::path compressibleFile(std::uint64_t size);

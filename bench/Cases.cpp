@@ -73,8 +73,7 @@ Usage::Usage() : processorSeconds_(processorSeconds()), memory_(statusKiB("VmRSS
 }
 
 void Usage::report(benchmark::State& state) const {
-    const std::uint64_t peak = statusKiB("VmHWM:");
-    state.counters["peakMiB"] = static_cast<double>(peak - std::min(memory_, peak)) / 1024.0;
+    state.counters["peakMiB"] = static_cast<double>(peakMemory()) / (1024.0 * 1024.0);
     state.counters["processorSeconds"] = benchmark::Counter(processorSeconds() - processorSeconds_,
                                                             benchmark::Counter::kAvgIterations);
 }
@@ -88,6 +87,22 @@ void measureEach(benchmark::State& state, std::size_t count, const std::function
         times.push_back(std::chrono::duration<double>(Clock::now() - start).count());
     });
     reportSeconds(state, medianOf(std::move(times)) / static_cast<double>(count));
+}
+
+std::uint64_t Usage::peakMemory() const {
+    const std::uint64_t peak = statusKiB("VmHWM:");
+    return (peak - std::min(memory_, peak)) * 1024;
+}
+
+std::uint64_t WrittenBytes::total() {
+    constexpr std::uint64_t kBlock = 512;  // in which the system counts, whatever it writes in
+    std::uint64_t blocks = 0;
+    for (const auto who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+        struct rusage usage {};
+        getrusage(who, &usage);
+        blocks += static_cast<std::uint64_t>(usage.ru_oublock);
+    }
+    return blocks * kBlock;
 }
 
 void reportAmount(benchmark::State& state, std::uint64_t bytes) {

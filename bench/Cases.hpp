@@ -32,10 +32,22 @@ class Usage {
 public:
     Usage();
     void report(benchmark::State& state) const;
+    std::uint64_t peakMemory() const;  // in bytes
 
 private:
     double processorSeconds_;
     std::uint64_t memory_;
+};
+
+// What this process and its children that have ended have had the file systems write since.
+class WrittenBytes {
+public:
+    WrittenBytes() : before_(total()) {}
+    std::uint64_t count() const { return total() - before_; }
+
+private:
+    static std::uint64_t total();
+    std::uint64_t before_;
 };
 
 // Times `work` as often as the benchmark wants.

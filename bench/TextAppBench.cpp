@@ -6,7 +6,9 @@
 
 #include <benchmark/benchmark.h>
 #include <unicode/ustring.h>
+#include <foundation/Base64.hpp>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -88,6 +90,26 @@ void readAndConvert(benchmark::State& state, const fs::path& file) {
     });
 }
 
+// --- base64 ----------------------------------------------------------------------------------------
+
+constexpr std::size_t kPayload = 64 * kMiB;
+
+void decodeBase64(benchmark::State& state) {
+    const std::string payload(kPayload, 'k');
+    measure(state,
+            [&] { benchmark::DoNotOptimize(foundation::crypto::utils::base64Decode(payload)); });
+}
+
+// Waits for as long as a decoder of this speed would take.
+void waitAsAt(benchmark::State& state, double bytesPerSecond) {
+    const std::chrono::duration<double> time(kPayload / bytesPerSecond);
+    measure(state, [&] {
+        const auto end = std::chrono::steady_clock::now() + time;
+        while (std::chrono::steady_clock::now() < end) {
+        }
+    });
+}
+
 // --- find the picture of a small file -------------------------------------------------------------
 
 void scanPicture(benchmark::State& state) {
@@ -123,6 +145,9 @@ void registerAll() {
     Case("text app of 64 MiB picture", [](auto& state) {
         readTextApp(state, longPicture());
     }).against("read, ICU", 2.5, [](auto& state) { readAndConvert(state, longPicture()); });
+    Case("decode 64 MiB of base64", decodeBase64).against("1.5 GB/s", 1, [](auto& state) {
+        waitAsAt(state, 1.5e9);
+    });
     Case("find a picture of 30 KiB", scanPicture).against("std::regex", 0.05, matchPicture);
 }
 
