@@ -325,6 +325,12 @@ TEST_F(ZipArchiveTest, ReadsWhatIsMerelyOdd) {
              zip.items.push_back({.name = "z", .content = goodZip().bytes(), .method = 0});
          },
          ""},
+        {"an end record's signature in compressed data",
+         [](auto& zip) {
+             zip.items.push_back(
+                 {.name = "z", .content = "PK\5\6" + std::string(40, '\xFF'), .method = 0});
+         },
+         ""},
         {"directory item", [](auto& zip) { zip.items.push_back({.name = "d/", .method = 0}); }, ""},
         {"directory in another order", [](auto& zip) { zip.isListedBackwards = true; }, ""},
     };

@@ -315,6 +315,22 @@ TEST_F(ZipWriterTest, RefusesNamesThatItCouldNotOpenAgain) {
     EXPECT_THAT(names(), testing::ElementsAre("A/b"));
 }
 
+TEST_F(ZipWriterTest, RefusesContentThatWouldLookLikeTheEndOfTheFile) {
+    save(*create());
+    const std::string before = bytes();
+    const auto writer = edit();
+    writeItem(*writer, "a", BuiltZip{.commentLength = 120}.bytes(), {.deflate = false});
+    try {
+        writer->save();
+        FAIL();
+    } catch (const Exception& error) {
+        EXPECT_THAT(error.what(), testing::HasSubstr("a.zip: was not saved, since it could not be "
+                                                     "opened again: "));
+    }
+    EXPECT_EQ(bytes(), before);
+    EXPECT_EQ(filesInDirectory(), 1u);
+}
+
 TEST_F(ZipWriterTest, LeavesAFileThatSomeoneElseReplacedAlone) {
     save(*create());
     const auto writer = edit();

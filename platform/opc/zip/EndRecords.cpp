@@ -3,6 +3,7 @@
 #include "platform/opc/zip/ZipError.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace opc::zip {
@@ -73,16 +74,37 @@ private:
 
     // Readers search from the back, some for any end record and some for one whose comment ends the
     // file. An earlier one whose comment reaches into or past this one is one they could take; one
-    // that ends before is the content of an item, such as a stored zip file.
+    // that ends before is the content of an item, such as a stored zip file. So are the four bytes of
+    // the signature where no directory belongs to them: now and then compressed data holds them.
     void refuseSecondEnd() const {
         for (std::size_t other = lastSignatureBefore(at_); other != std::string_view::npos;
              other = lastSignatureBefore(other)) {
-            if (endOf(other) > at_) {
+            if (endOf(other) > at_ && leadsToDirectory(other)) {
                 fail("has two end records, at offsets " + std::to_string(offsetInFile(other)) +
                      " and " + std::to_string(directoryEnd_) +
                      ": readers could see two different packages");
             }
         }
+    }
+
+    // Whether any reader would find a directory by the end record at `at`: where it says, or right
+    // before it, or by a zip64 locator, or none since it counts no items.
+    bool leadsToDirectory(std::size_t at) const {
+        const Bytes record = bytes_->tail().subspan(at);
+        const std::uint64_t size = load32(record, end::kDirectorySize);
+        const std::uint64_t before = offsetInFile(at);
+        return load16(record, end::kCount) == 0 ||
+               holds(central::kSignature, load32(record, end::kDirectoryOffset)) ||
+               (size <= before && holds(central::kSignature, before - size)) ||
+               (before >= zip64locator::kRecordSize &&
+                holds(zip64locator::kSignature, before - zip64locator::kRecordSize));
+    }
+
+    bool holds(std::uint32_t signature, std::uint64_t offset) const {
+        std::array<std::byte, sizeof signature> found;
+        if (offset > bytes_->fileSize() - found.size()) return false;
+        bytes_->copy(offset, found);
+        return load32(found, 0) == signature;
     }
 
     void checkDisks(std::uint32_t disk, std::uint32_t directoryDisk) const {

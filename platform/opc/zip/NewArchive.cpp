@@ -2,6 +2,7 @@
 
 #include <opc/Exception.hpp>
 
+#include "platform/opc/zip/EndRecords.hpp"
 #include "platform/opc/zip/ZipError.hpp"
 
 #include <algorithm>
@@ -171,7 +172,22 @@ void NewArchive::finish(bool allowZip64) {
     refuseZip64(format::needsZip64(record), allowZip64);
     records += format::endRecords(record, base_ ? base_->comment() : "");
     file_->append(format::asBytes(records));
+    requireOneEnd();
     file_->commit();
+}
+
+// The data of an item may hold what a reader could take for another end record. It is refused now
+// rather than when the file is opened, which would be too late.
+void NewArchive::requireOneEnd() const {
+    try {
+        aboutFile(*name_, [&] {
+            ArchiveBytes bytes(file_->file(), file_->tail(), kEndSearch);
+            readArchiveEnd(bytes, *name_);
+        });
+    } catch (const Exception& fault) {
+        throwZipError(*name_, std::string("was not saved, since it could not be opened again: ") +
+                                  fault.what());
+    }
 }
 
 }  // namespace opc::zip
