@@ -6,22 +6,14 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <string>
 
-#include "tests/support/TemporaryDirectory.hpp"
+#include "fuzz/Fuzzing.hpp"
 
 namespace {
 
 using appserialization::KAppMetadataReader;
-
-void require(bool holds, const char* rule) {
-    if (holds) return;
-    std::fprintf(stderr, "does not hold: %s\n", rule);
-    std::abort();
-}
+using fuzz::require;
 
 bool isMode(const std::u16string& mode) {
     return mode == u"auto" || mode == u"manual" || mode == u"none";
@@ -52,9 +44,8 @@ void checkScreenshot(const KAppMetadataReader& reader) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const test_support::TemporaryDirectory directory;
     const std::string bytes(reinterpret_cast<const char*>(data), size);
-    const KAppMetadataReader reader(directory.write("input.k", bytes));
+    const KAppMetadataReader reader(fuzz::workspace().write("input.k", bytes));
     checkMetadata(reader);
     checkScreenshot(reader);
     return 0;

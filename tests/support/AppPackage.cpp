@@ -52,14 +52,14 @@ AppPackage& AppPackage::withoutRelationships(std::u16string_view type) {
     return *this;
 }
 
-std::string AppPackage::bytes() const {
+BuiltZip AppPackage::zip() const {
     std::string entries;
     int number = 0;
     for (const auto& [type, target] : relationships_) {
         entries += R"(<Relationship Id="r)" + std::to_string(++number) + R"(" Type=")" + type +
                    R"(" Target=")" + target + R"("/>)";
     }
-    return PackageBuilder(package_).withTypes(kTypes).withRelationships(entries).bytes();
+    return PackageBuilder(package_).withTypes(kTypes).withRelationships(entries).zip();
 }
 
 AppPackage goodPackage() {

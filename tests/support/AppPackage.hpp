@@ -33,7 +33,8 @@ public:
     AppPackage& withRelationship(std::u16string_view type, std::u16string_view target);
     AppPackage& withoutRelationships(std::u16string_view type);
 
-    std::string bytes() const;
+    BuiltZip zip() const;
+    std::string bytes() const { return zip().bytes(); }
 
 private:
     PackageBuilder package_;

@@ -1,7 +1,5 @@
 #include "tests/support/PackageBuilder.hpp"
 
-#include "tests/support/ZipBuilder.hpp"
-
 #include <algorithm>
 
 namespace test_support {
@@ -34,11 +32,11 @@ PackageBuilder& PackageBuilder::withRelationships(std::string_view entries) {
             std::string(entries) + "</Relationships>");
 }
 
-std::string PackageBuilder::bytes() const {
+BuiltZip PackageBuilder::zip() const {
     BuiltZip zip;
     for (const auto& [name, content] : items_)
         zip.items.push_back({.name = name, .content = content});
-    return zip.bytes();
+    return zip;
 }
 
 PackageBuilder goodPlainPackage() {

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/ZipBuilder.hpp"
+
 namespace test_support {
 
 // A package made of bytes, without the library under test, so that a test can break exactly one
@@ -18,7 +20,9 @@ public:
     PackageBuilder& withTypes(std::string_view entries);
     PackageBuilder& withRelationships(std::string_view entries);
 
-    std::string bytes() const;
+    // The zip file that it is, for breaking that.
+    BuiltZip zip() const;
+    std::string bytes() const { return zip().bytes(); }
 
 private:
     std::vector<std::pair<std::string, std::string>> items_;

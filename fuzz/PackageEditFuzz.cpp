@@ -1,0 +1,269 @@
+// Edits packages part by part, with a list of what ought to be in them kept beside; saves, and compares
+// what is in the file then.
+
+#include <opc/Exception.hpp>
+#include <opc/Package.hpp>
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fuzz/PackageFile.hpp"
+#include "fuzz/PackageProgram.hpp"
+#include "platform/opc/Ascii.hpp"
+
+namespace {
+
+using fuzz::FoundPackage;
+using fuzz::FoundPart;
+using fuzz::refuses;
+using fuzz::require;
+using opc::model::ContentType;
+using opc::model::Part;
+using opc::model::PartName;
+
+const std::string kRelationshipsKey = "/_rels/.rels";
+
+std::u16string wide(const std::string& text) {
+    std::u16string units;
+    for (const char c : text)
+        units += char16_t(static_cast<unsigned char>(c));
+    return units;
+}
+
+// One opening of a package: what is done to it, and what it ought to hold.
+class Session {
+public:
+    Session(const fuzz::PackageFile& file, FoundPackage before)
+        : zip_(file.name(), true), package_(zip_), expected_(std::move(before)) {
+        package_.open(opc::interfaces::OpenMode::Edit);
+    }
+
+    void take(fuzz::Input& input) {
+        switch (input.below(8)) {
+            case 0:
+                return create(input);
+            case 1:
+            case 2:
+                return write(input);
+            case 3:
+                return remove(input);
+            case 4:
+                return relate(input);
+            case 5:
+                return unrelate(input);
+            case 6:
+                return read(input);
+            default:
+                return finishHeld(input);
+        }
+    }
+
+    void save() { package_.close(); }
+
+    const FoundPackage& expected() const noexcept { return expected_; }
+    const std::set<std::string>& touched() const noexcept { return touched_; }
+    std::size_t added() const noexcept { return added_; }
+
+private:
+    using Parts = std::map<std::string, FoundPart>;
+
+    // A part that is there, by its place; null when there is none.
+    FoundPart* choose(fuzz::Input& input) {
+        auto& parts = expected_.parts;
+        if (parts.empty()) return nullptr;
+        return &std::next(parts.begin(), std::ptrdiff_t(input.byte() % parts.size()))->second;
+    }
+
+    static bool isOwn(const FoundPart& part) {
+        return PartName(std::u16string_view(part.name)).key() == kRelationshipsKey;
+    }
+
+    Part open(const FoundPart& part) const {
+        return package_.getPart(PartName(std::u16string_view(part.name)));
+    }
+
+    // Which item a part stands in, is the package's affair: it is one whose name differs in case only.
+    void touch(const std::u16string& name) {
+        for (const auto& [item, bytes] : expected_.items) {
+            if (opc::ascii::equalIgnoringCase(u"/" + wide(item), name)) touched_.insert(item);
+        }
+        touched_.insert(std::string(name.begin() + 1, name.end()));
+    }
+
+    void touchTables() {
+        for (const auto& [item, bytes] : expected_.items) {
+            if (opc::ascii::equalIgnoringCase(item, std::string("[Content_Types].xml"))) {
+                touched_.insert(item);
+            }
+        }
+        added_ += 300;  // an entry
+    }
+
+    // ---- Parts
+
+    void create(fuzz::Input& input) {
+        const auto name = u"/" + wide(fuzz::drawItemName(input));
+        const auto type = input.flag() ? u"x/y" : u"application/xml";
+        const opc::model::StandardPartInfo info(input.flag() ? 1 : 0, 0);
+        const bool isRefused = refuses<opc::Exception>([&] {
+            package_.createPart(PartName(std::u16string_view(name)), ContentType(type), info);
+        });
+        if (isRefused) return;
+        const PartName made{std::u16string_view(name)};
+        require(!expected_.parts.contains(made.key()), "a part is not created over another");
+        touch(name);
+        touchTables();
+        added_ += 3 * name.size();
+        expected_.parts[made.key()] = {name, type, ""};
+    }
+
+    void write(fuzz::Input& input) {
+        FoundPart* const part = choose(input);
+        if (part == nullptr) return;
+        const std::string content = fuzz::drawContent(input);
+        if (isOwn(*part)) {
+            require(refuses<opc::Exception>([&] { open(*part).getOutputStream(); }),
+                    "the package's relationships are not written as a part");
+            return;
+        }
+        held_ = open(*part).getOutputStream();
+        heldPart_ = PartName(std::u16string_view(part->name)).key();
+        heldContent_ = content;
+        const auto bytes = std::as_bytes(std::span(content));
+        const auto middle = bytes.size() / 2;
+        held_->write(bytes.first(middle));
+        held_->write(bytes.subspan(middle));
+        if (input.flag()) finishHeld(input);
+    }
+
+    // The stream that was opened last may end now or never.
+    void finishHeld(fuzz::Input& input) {
+        const auto stream = std::exchange(held_, nullptr);
+        if (!stream || input.below(8) == 7) return;
+        const auto part = expected_.parts.find(heldPart_);
+        const bool isRefused = refuses<opc::Exception>([&] { stream->flush(); });
+        require(isRefused == (part == expected_.parts.end()),
+                "content is set while there is a part");
+        if (isRefused) return;
+        touch(part->second.name);
+        added_ += heldContent_.size();
+        part->second.content = heldContent_;
+    }
+
+    void remove(fuzz::Input& input) {
+        const FoundPart* const part = choose(input);
+        if (part == nullptr) return;
+        const PartName name{std::u16string_view(part->name)};
+        const Part removed = open(*part);
+        const bool isRefused = refuses<opc::Exception>([&] { package_.deletePart(name); });
+        require(isRefused == isOwn(*part), "a part can be deleted");
+        if (isRefused) return;
+        require(refuses<opc::Exception>([&] { removed.size(); }), "a deleted part is gone");
+        touch(part->name);
+        touchTables();
+        if (heldPart_ == name.key()) held_ = nullptr;
+        expected_.parts.erase(name.key());
+    }
+
+    void read(fuzz::Input& input) {
+        const FoundPart* const part = choose(input);
+        if (part == nullptr || isOwn(*part)) return;
+        std::string content;
+        const bool isRefused = refuses<opc::Exception>([&] {
+            const auto bytes = readAll(open(*part), 1 << 20);
+            content.assign(bytes.begin(), bytes.end());
+        });
+        require(isRefused == !part->content.has_value(), "a part is read before it is saved");
+        require(isRefused || content == *part->content, "and has the content that was set");
+    }
+
+    // ---- Relationships
+
+    void touchRelationships() {
+        touch(u"/_rels/.rels");
+        touchTables();
+    }
+
+    void relate(fuzz::Input& input) {
+        const auto type = input.units();
+        const opc::model::URI target(input.units());
+        const auto id = input.flag() ? std::u16string() : input.units();
+        const bool isRefused = refuses<opc::Exception>([&] {
+            expected_.relationships.push_back(
+                package_.createInternalRelationship(type, target, id));
+        });
+        if (isRefused) return;
+        touchRelationships();
+        added_ += 6 * (type.size() + target.toString().size() + id.size());
+    }
+
+    void unrelate(fuzz::Input& input) {
+        auto& all = expected_.relationships;
+        if (all.empty()) return;
+        const auto chosen = all.begin() + std::ptrdiff_t(input.byte() % all.size());
+        package_.deleteRelationship(chosen->getID());
+        all.erase(chosen);
+        touchRelationships();
+    }
+
+    opc::zippackage::ZipPhysicalPackage zip_;
+    opc::model::Package package_;
+    FoundPackage expected_;
+    std::set<std::string> touched_;
+    std::size_t added_ = 0;
+    std::unique_ptr<opc::OutputStream> held_;
+    std::string heldPart_, heldContent_;
+};
+
+void compare(const FoundPackage& found, FoundPackage expected) {
+    require(found.relationships == expected.relationships, "relationships read back");
+    auto parts = found.parts;
+    parts.erase(kRelationshipsKey);
+    expected.parts.erase(kRelationshipsKey);
+    require(parts.size() == expected.parts.size(), "there are as many parts");
+    for (const auto& [key, part] : expected.parts) {
+        const auto same = parts.find(key);
+        require(same != parts.end(), "the same parts");
+        require(opc::ascii::equalIgnoringCase(same->second.type, part.type), "of the same types");
+        require(same->second.content == part.content, "with the same content");
+    }
+}
+
+void edit(const fuzz::PackageFile& file, fuzz::Input& input) {
+    const std::string before = file.bytes();
+    const auto found = file.find();
+    if (!found) {
+        require(refuses<opc::Exception>([&] { Session(file, {}); }),
+                "a wrong package is not edited");
+        return file.requireUntouched(before);
+    }
+    Session session(file, *found);
+    const bool isSaved = input.below(8) != 7;
+    for (auto count = input.below(12); count > 0 && !input.empty(); --count)
+        session.take(input);
+    if (isSaved && !refuses<opc::Exception>([&] { session.save(); })) {
+        if (session.touched().empty()) return file.requireUntouched(before);
+        file.requireKept(*found, before.size(), session.touched(), session.added());
+        compare(*file.find(), session.expected());
+    } else {
+        file.requireUntouched(before);
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    fuzz::Input input(data, size);
+    const fuzz::PackageFile file(fuzz::drawPackage(input).bytes);
+    edit(file, input);
+    for (int more = 2; more > 0 && !input.empty(); --more)
+        edit(file, input);
+    return 0;
+}

@@ -1,0 +1,110 @@
+#include "fuzz/PackageFile.hpp"
+
+#include <opc/Exception.hpp>
+#include <opc/Package.hpp>
+#include <opc/ZipArchive.hpp>
+
+#include <filesystem>
+#include <iterator>
+
+namespace fuzz {
+
+namespace {
+
+constexpr std::uint64_t kCap = 1 << 20;
+constexpr std::size_t kSlack = 64 << 10;
+// Where an item starts is the one thing in a directory record that a save may change.
+constexpr std::size_t kOffsetInRecord = 42;
+constexpr std::size_t kOffsetSize = 4;
+// A wide offset stands in an extra field instead, and changes its form when it need not be wide.
+constexpr const char* kWideOffset = "\xFF\xFF\xFF\xFF";
+
+const std::filesystem::path& directory() {
+    static const auto path = workspace().path() / "edited";
+    std::filesystem::create_directory(path);
+    return path;
+}
+
+FoundPart found(const opc::model::Part& part) {
+    FoundPart result{part.getName().toString(), part.getContentType().toString(), {}};
+    try {
+        const auto bytes = readAll(part, kCap);
+        result.content.emplace(bytes.begin(), bytes.end());
+    } catch (const opc::Exception&) {
+    }
+    return result;
+}
+
+std::string bytesOf(const opc::zip::ZipItem& item, const std::string& file) {
+    std::string record(item.directoryRecord);
+    const bool isWide = record.substr(kOffsetInRecord, kOffsetSize) == kWideOffset;
+    record = isWide ? item.name : record.erase(kOffsetInRecord, kOffsetSize);
+    return file.substr(item.headerOffset, item.endOffset - item.headerOffset) + record;
+}
+
+}  // namespace
+
+const FoundPart* FoundPackage::targetOf(const opc::model::Relationship& relationship) const {
+    if (relationship.getTargetMode() == opc::model::TargetMode::External) return nullptr;
+    try {
+        const auto part = parts.find(opc::model::PartName(relationship.getTargetURI()).key());
+        return part == parts.end() ? nullptr : &part->second;
+    } catch (const opc::Exception&) {
+        return nullptr;
+    }
+}
+
+PackageFile::PackageFile(const std::string& bytes) {
+    directory();
+    name_ = workspace().write("edited/app.kvpkg", bytes);
+}
+
+std::string PackageFile::bytes() const {
+    return test_support::readFile(name_);
+}
+
+std::optional<FoundPackage> PackageFile::find() const {
+    const opc::zippackage::ZipPhysicalPackage zip(name_, true);
+    opc::model::Package package(zip);
+    if (refuses<opc::Exception>([&] { package.open(opc::interfaces::OpenMode::Read); })) {
+        return std::nullopt;
+    }
+    FoundPackage result;
+    for (const auto& part : package.getParts())
+        result.parts.emplace(part.getName().key(), found(part));
+    result.relationships = package.getRelationships();
+    const auto archive = opc::zip::ZipArchive::open(zip.path());
+    const std::string file = bytes();
+    for (const auto& item : archive->items())
+        result.items.emplace(item.name, bytesOf(item, file));
+    return result;
+}
+
+void PackageFile::requireAlone() const {
+    const std::filesystem::directory_iterator files(directory());
+    require(std::distance(begin(files), end(files)) == 1, "no other file is left");
+}
+
+void PackageFile::requireUntouched(const std::string& bytesBefore) const {
+    require(bytes() == bytesBefore, "the file has its old bytes");
+    requireAlone();
+}
+
+void PackageFile::requireKept(const FoundPackage& before, std::size_t sizeBefore,
+                              const std::set<std::string>& touched, std::size_t added) const {
+    const auto after = find();
+    require(after.has_value(), "what was saved can be opened");
+    for (const auto& [name, item] : before.items) {
+        if (touched.contains(name)) continue;
+        const auto kept = after->items.find(name);
+        require(kept != after->items.end() && kept->second == item, "an untouched item is kept");
+    }
+    for (const auto& [name, item] : after->items) {
+        require(before.items.contains(name) || touched.contains(name), "no other item appears");
+    }
+    const std::size_t most = sizeBefore + added + (sizeBefore + added) / 1000 + kSlack;
+    require(bytes().size() <= most, "a save does not amplify");
+    requireAlone();
+}
+
+}  // namespace fuzz

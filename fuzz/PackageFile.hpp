@@ -1,0 +1,54 @@
+#pragma once
+
+#include <opc/Relationship.hpp>
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "fuzz/Fuzzing.hpp"
+
+// A package file before and after an edit.
+namespace fuzz {
+
+struct FoundPart {
+    std::u16string name;
+    std::u16string type;
+    std::optional<std::string> content;  // nullopt when it cannot be read
+};
+
+// All that is in a package: as a reader of packages sees it, and the bytes of each item.
+struct FoundPackage {
+    std::map<std::string, FoundPart> parts;  // by key of their names
+    std::vector<opc::model::Relationship> relationships;
+    std::map<std::string, std::string> items;  // header, data, descriptor and directory record
+
+    const FoundPart* targetOf(const opc::model::Relationship& relationship) const;
+};
+
+// The file that the edits of an input are tried on. It is the only one in its directory.
+class PackageFile {
+public:
+    explicit PackageFile(const std::string& bytes);
+
+    const std::u16string& name() const noexcept { return name_; }
+    std::string bytes() const;
+    // nullopt when the package is refused.
+    std::optional<FoundPackage> find() const;
+
+    // That the file holds `bytes`, and that no other file stands beside it.
+    void requireUntouched(const std::string& bytes) const;
+    // That a save has left each item as it was but those of `touched`, and let the file grow by not
+    // much more than `added` bytes.
+    void requireKept(const FoundPackage& before, std::size_t sizeBefore,
+                     const std::set<std::string>& touched, std::size_t added) const;
+
+private:
+    void requireAlone() const;
+    std::u16string name_;
+};
+
+}  // namespace fuzz

@@ -1,0 +1,263 @@
+#include "fuzz/PackageProgram.hpp"
+
+#include "tests/support/AppPackage.hpp"
+
+namespace fuzz {
+
+using test_support::BuiltItem;
+using test_support::BuiltZip;
+
+namespace {
+
+constexpr std::size_t kMostItems = 24;
+
+std::uint64_t drawNumber(Input& input) {
+    static constexpr std::uint64_t kEdges[] = {
+        0, 0x7FFF, 0xFFFF, 0x10000, 0x7FFFFFFF, 0xFFFFFFFF, 0x100000000, ~std::uint64_t{0}};
+    switch (input.below(3)) {
+        case 0:
+            return input.byte();
+        case 1:
+            return input.oneOf(kEdges);
+        default:
+            return input.number(4);
+    }
+}
+
+std::uint64_t drawNear(Input& input, std::uint64_t number) {
+    return input.flag() ? drawNumber(input) : number + input.byte() - 128;
+}
+
+// ---- Ways to break a record
+
+using ItemBreak = void (*)(BuiltItem&, Input&);
+constexpr ItemBreak kItemBreaks[] = {
+    [](BuiltItem& item, Input& input) { item.method = std::uint16_t(input.below(10)); },
+    [](BuiltItem& item, Input& input) { item.data = input.bytes(); },
+    [](BuiltItem& item, Input& input) { item.flags = std::uint16_t(input.number(2)); },
+    [](BuiltItem& item, Input& input) { item.crc = std::uint32_t(drawNumber(input)); },
+    [](BuiltItem& item, Input& input) { item.size = drawNear(input, item.content.size()); },
+    [](BuiltItem& item, Input& input) {
+        item.compressedSize = drawNear(input, item.content.size());
+    },
+    [](BuiltItem& item, Input& input) { item.offset = drawNumber(input); },
+    [](BuiltItem& item, Input& input) { item.disk = std::uint16_t(drawNumber(input)); },
+    [](BuiltItem& item, Input& input) { item.extra = input.bytes(); },
+    [](BuiltItem& item, Input& input) {
+        item.extra += test_support::extraField(std::uint16_t(input.number(2)), input.bytes());
+    },
+    [](BuiltItem& item, Input& input) { item.comment = input.bytes(); },
+    [](BuiltItem& item, Input& input) { item.zip64 = input.flag(); },
+    [](BuiltItem& item, Input& input) { item.localName = drawItemName(input); },
+    [](BuiltItem& item, Input& input) { item.localMethod = std::uint16_t(input.below(10)); },
+    [](BuiltItem& item, Input& input) { item.localFlags = std::uint16_t(input.number(2)); },
+    [](BuiltItem& item, Input& input) { item.localCrc = std::uint32_t(drawNumber(input)); },
+    [](BuiltItem& item, Input& input) {
+        item.localSize = std::uint32_t(drawNear(input, item.content.size()));
+    },
+    [](BuiltItem& item, Input& input) {
+        item.localCompressedSize = std::uint32_t(drawNumber(input));
+    },
+    [](BuiltItem& item, Input& input) { item.localExtra = input.bytes(); },
+    [](BuiltItem& item, Input& input) { item.localSignature = input.bytes(); },
+    [](BuiltItem& item, Input& input) { item.descriptor = 12 + 4 * int(input.below(4)); },
+    [](BuiltItem& item, Input& input) {
+        item.descriptor = 12;
+        item.descriptorBytes = input.bytes();
+    },
+    [](BuiltItem& item, Input& input) { item.before = input.bytes(); },
+    [](BuiltItem& item, Input& input) { item.isListed = input.flag(); },
+};
+
+using ZipBreak = void (*)(BuiltZip&, Input&);
+constexpr ZipBreak kZipBreaks[] = {
+    [](BuiltZip& zip, Input& input) { zip.comment = input.bytes(); },
+    [](BuiltZip& zip, Input& input) { zip.commentLength = std::uint16_t(drawNumber(input)); },
+    [](BuiltZip& zip, Input& input) { zip.behindItems = input.bytes(); },
+    [](BuiltZip& zip, Input& input) { zip.behindDirectory = input.bytes(); },
+    [](BuiltZip& zip, Input& input) { zip.behindEnd = input.bytes(); },
+    [](BuiltZip& zip, Input& input) {
+        zip.count = std::uint16_t(drawNear(input, zip.items.size()));
+    },
+    [](BuiltZip& zip, Input& input) { zip.countOnDisk = std::uint16_t(drawNumber(input)); },
+    [](BuiltZip& zip, Input& input) { zip.directorySize = std::uint32_t(drawNumber(input)); },
+    [](BuiltZip& zip, Input& input) { zip.directoryOffset = std::uint32_t(drawNumber(input)); },
+    [](BuiltZip& zip, Input& input) { zip.disk = std::uint16_t(drawNumber(input)); },
+    [](BuiltZip& zip, Input& input) { zip.isListedBackwards = input.flag(); },
+    [](BuiltZip& zip, Input& input) { zip.zip64 = input.flag(); },
+    [](BuiltZip& zip, Input& input) { zip.wideCount = drawNear(input, zip.items.size()); },
+    [](BuiltZip& zip, Input& input) { zip.wideSize = drawNumber(input); },
+    [](BuiltZip& zip, Input& input) { zip.wideOffset = drawNumber(input); },
+    [](BuiltZip& zip, Input& input) { zip.wideRecordSize = drawNear(input, 44); },
+    [](BuiltZip& zip, Input& input) { zip.locatedAt = drawNumber(input); },
+    [](BuiltZip& zip, Input& input) { zip.disks = std::uint32_t(drawNumber(input)); },
+};
+
+// ---- Ways to change what a package says
+
+void insertBefore(BuiltZip& zip, std::string_view itemName, std::string_view end,
+                  const std::string& text) {
+    for (BuiltItem& item : zip.items) {
+        const auto at = item.name == itemName ? item.content.rfind(end) : std::string::npos;
+        if (at != std::string::npos) item.content.insert(at, text);
+    }
+}
+
+void addRelationship(BuiltZip& zip, Input& input) {
+    static constexpr const char16_t* kTypes[] = {
+        test_support::kModelType,
+        test_support::kMetadataType,
+        test_support::kScreenshotType,
+        test_support::kCodeType,
+        test_support::kThumbnailType,
+        u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties",
+        u"http://schemas.quorvane.com/package/2026/relationships/hostProperties",
+        u"urn:other",
+    };
+    const std::u16string_view type = input.oneOf(kTypes);
+    const std::string number = std::to_string(input.byte());
+    insertBefore(zip, "_rels/.rels", "</Relationships>",
+                 "<Relationship Id=\"x" + number + "\" Type=\"" +
+                     std::string(type.begin(), type.end()) + "\" Target=\"" +
+                     (input.flag() ? "/" : "") + drawItemName(input) + "\"" +
+                     (input.below(8) == 7 ? " TargetMode=\"External\"/>" : "/>"));
+}
+
+void addType(BuiltZip& zip, Input& input) {
+    const bool isOverride = input.flag();
+    const std::string name = drawItemName(input);
+    insertBefore(zip, "[Content_Types].xml", "</Types>",
+                 isOverride ? "<Override PartName=\"/" + name + "\" ContentType=\"x/y\"/>"
+                            : "<Default Extension=\"" + name.substr(name.rfind('.') + 1) +
+                                  "\" ContentType=\"x/z\"/>");
+}
+
+void changeText(BuiltItem& item, Input& input) {
+    const std::size_t at = input.number(2) % (item.content.size() + 1);
+    item.content.replace(at, input.below(32), input.bytes());
+}
+
+void changeItems(BuiltZip& zip, Input& input) {
+    if (zip.items.empty() || (input.flag() && zip.items.size() < kMostItems)) {
+        zip.items.push_back({.name = drawItemName(input),
+                             .content = drawContent(input),
+                             .method = std::uint16_t(input.flag() ? 8 : 0)});
+        return;
+    }
+    const std::size_t index = input.below(zip.items.size());
+    switch (input.below(4)) {
+        case 0:
+            zip.items.erase(zip.items.begin() + std::ptrdiff_t(index));
+            break;
+        case 1:
+            std::swap(zip.items[index], zip.items[input.below(zip.items.size())]);
+            break;
+        case 2:
+            zip.items[index].name = drawItemName(input);
+            break;
+        default:
+            zip.items[index].content = drawContent(input);
+    }
+}
+
+enum class Step { Enough, Items, Relationship, Type, Text, Storage, BreakItem, BreakZip, Count };
+
+void take(Step step, BuiltZip& zip, Input& input) {
+    switch (step) {
+        case Step::Items:
+            return changeItems(zip, input);
+        case Step::Relationship:
+            return addRelationship(zip, input);
+        case Step::Type:
+            return addType(zip, input);
+        case Step::BreakZip:
+            return input.oneOf(kZipBreaks)(zip, input);
+        default:
+            break;
+    }
+    if (zip.items.empty()) return;
+    BuiltItem& item = zip.items[input.below(zip.items.size())];
+    if (step == Step::Text) return changeText(item, input);
+    if (step == Step::BreakItem) return input.oneOf(kItemBreaks)(item, input);
+    item.method = input.flag() ? 8 : 0;
+    item.descriptor = input.flag() ? 12 + 4 * int(input.below(4)) : 0;
+    item.zip64 = input.flag();
+}
+
+BuiltZip drawBase(Input& input) {
+    switch (input.below(4)) {
+        case 0:
+            return test_support::goodPlainPackage().zip();
+        case 1:
+            return {};
+        default:
+            return test_support::goodPackage().zip();
+    }
+}
+
+}  // namespace
+
+DrawnPackage drawPackage(Input& input) {
+    DrawnPackage package{drawBase(input), {}};
+    while (!input.empty()) {
+        const auto step = static_cast<Step>(input.below(static_cast<std::size_t>(Step::Count)));
+        if (step == Step::Enough) break;
+        take(step, package.zip, input);
+    }
+    package.bytes = package.zip.bytes();
+    for (auto count = input.below(8) / 2; count > 0 && !package.bytes.empty(); --count) {
+        package.bytes[input.number(2) % package.bytes.size()] = char(input.byte());
+        package.isOverwritten = true;
+    }
+    return package;
+}
+
+std::string drawItemName(Input& input) {
+    static constexpr const char* kNames[] = {"data",
+                                             "DATA",
+                                             "data/x",
+                                             "foreign/a.xml",
+                                             "Foreign\\a.xml",
+                                             "foreign",
+                                             "foreign/",
+                                             "lumenforge/appModel.kvd",
+                                             "lumenforge/appmodel.kvd",
+                                             "lumenforge/appModel.kvd/x",
+                                             "metadata/appMetadata.xml",
+                                             "metadata/appScreenshot.png",
+                                             "metadata/appScreenshot.jpg",
+                                             "metadata/appScreenshot.gif",
+                                             "korval/code.k",
+                                             "docProps/core.xml",
+                                             "docProps/korval.xml",
+                                             "[Content_Types].xml",
+                                             "[content_types].xml",
+                                             "_rels/.rels",
+                                             "_Rels/.rels",
+                                             "_rels/data.rels",
+                                             "a.",
+                                             "../a",
+                                             "a//b",
+                                             "a%2Fb",
+                                             "a%41",
+                                             "a%20b.xml",
+                                             "new.xml",
+                                             "new.bin"};
+    return input.below(4) == 3 ? input.bytes() : input.oneOf(kNames);
+}
+
+std::string drawContent(Input& input) {
+    std::string content = input.bytes();
+    if (input.flag()) return content;
+    // Longer than the buffers that it goes through; the same again and again, or hard to shrink.
+    const std::size_t times = input.below(64) * input.below(32);
+    unsigned noise = input.flag() ? 1 : 0;
+    std::string all;
+    for (std::size_t i = 0; i < times; ++i) {
+        all += content;
+        if (noise != 0) all += char((noise = noise * 1664525 + 1013904223) >> 24);
+    }
+    return all;
+}
+
+}  // namespace fuzz
