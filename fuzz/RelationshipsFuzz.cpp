@@ -98,7 +98,7 @@ void create(RelationshipsPart& part, Rows& rows, const Relationship& wanted) {
         [&] { part.create(wanted.getType(), wanted.getTargetURI(), id); });
     require(isRefused == (!isValid(probe) || holds(rows, id)), "a wrong relationship is refused");
     if (isRefused) return;
-    const auto& made = part.all().back();
+    const auto made = part.all().back();
     require(isXmlName(made.getID()) && !holds(rows, made.getID()), "the id is free");
     require(id.empty() || made.getID() == id, "the id is the wanted one");
     rows.emplace_back(made.getID(), wanted.getType(), wanted.getTargetURI(), TargetMode::Internal);

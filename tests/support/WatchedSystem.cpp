@@ -160,10 +160,14 @@ void makeOlder(SystemCalls& calls) {
     calls.renameat2 = [](int from, const char* name, int to, const char* newName, unsigned flags) {
         return flags == 0 ? ::renameat(from, name, to, newName) : refuse(EINVAL);
     };
-    calls.linkat = [](int, const char*, int, const char*, int) { return refuse(EPERM); };
     calls.copy_file_range = [](int, off_t*, int, off_t*, size_t, unsigned) -> ssize_t {
         return refuse(EXDEV);
     };
+}
+
+void makeLinkless(SystemCalls& calls) {
+    makeOlder(calls);
+    calls.linkat = [](int, const char*, int, const char*, int) { return refuse(EPERM); };
 }
 
 }  // namespace
@@ -172,6 +176,7 @@ WatchedSystem::WatchedSystem(FileSystem fileSystem)
     : saved_(fl::filesystem::systemCalls()), real_(saved_) {
     real_.fsync = [](int) { return 0; };
     if (fileSystem == FileSystem::Older) makeOlder(real_);
+    if (fileSystem == FileSystem::Linkless) makeLinkless(real_);
     watchAll();
     current = this;
 }

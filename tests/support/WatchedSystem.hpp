@@ -46,9 +46,8 @@ class WatchedSystem {
 public:
     enum class FileSystem {
         Current,
-        // Has no unnamed files and no hard links, does not copy inside the kernel, cannot refuse to
-        // replace.
-        Older,
+        Older,     // has no unnamed files, does not copy inside the kernel, cannot refuse to replace
+        Linkless,  // an older one that has no hard links either
     };
 
     explicit WatchedSystem(FileSystem fileSystem = FileSystem::Current);
