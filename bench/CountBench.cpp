@@ -26,7 +26,8 @@ using appserialization::ustring;
 namespace fs = std::filesystem;
 namespace model = opc::model;
 
-constexpr double kGoal = 1.3;
+// What no longer fits the processor's caches takes up to twice as long; ten would be quadratic.
+constexpr double kGoal = 2;
 
 ustring numbered(const char16_t* before, std::size_t number, const char16_t* behind) {
     const std::string digits = std::to_string(number);
@@ -136,16 +137,16 @@ void writeItems(benchmark::State& state, std::size_t count) {
 void registerAll() {
     const auto add = [](const char* name, auto body) {
         Case(name, [body](auto& state) {
-            body(state, 50'000);
-        }).against("of a tenth as many", kGoal, [body](auto& state) { body(state, 5'000); });
+            body(state, 20'000);
+        }).against("of a tenth as many", kGoal, [body](auto& state) { body(state, 2'000); });
     };
-    add("open, each of 50,000 parts", openParts);
-    add("open, each of 50,000 relationships", openRelationships);
-    add("read, each of 50,000 list items", readItems);
-    add("read .k, each of 50,000 list items", readTextItems);
-    add("save, each of 50,000 new parts", saveParts);
-    add("save, each of 50,000 relationships", saveRelationships);
-    add("save, each of 50,000 list items", writeItems);
+    add("open, each of 20,000 parts", openParts);
+    add("open, each of 20,000 relationships", openRelationships);
+    add("read, each of 20,000 list items", readItems);
+    add("read .k, each of 20,000 list items", readTextItems);
+    add("save, each of 20,000 new parts", saveParts);
+    add("save, each of 20,000 relationships", saveRelationships);
+    add("save, each of 20,000 list items", writeItems);
 }
 
 const bool registered = (registerAll(), true);
