@@ -173,8 +173,8 @@ void writtenByTool(benchmark::State& state) {
     const WrittenBytes written;
     for (auto _ : state) {
         std::ofstream(code) << "x = " << state.iterations() << ";\n";
-        run(state, std::string(BENCH_QZAPP) + " edit " + app.string() + " --code " +
-                       code.string() + " --set Summary=edited >/dev/null");
+        run(state, std::string(BENCH_QZAPP) + " edit " + app.string() + " --code " + code.string() +
+                       " --set Summary=edited >/dev/null");
     }
     reportAmount(state, written.count() / static_cast<std::uint64_t>(state.iterations()));
 }

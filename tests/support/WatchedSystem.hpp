@@ -46,7 +46,7 @@ class WatchedSystem {
 public:
     enum class FileSystem {
         Current,
-        Older,     // has no unnamed files, does not copy inside the kernel, cannot refuse to replace
+        Older,  // has no unnamed files, does not copy inside the kernel, cannot refuse to replace
         Linkless,  // an older one that has no hard links either
     };
 
