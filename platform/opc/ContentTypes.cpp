@@ -7,6 +7,7 @@
 #include "platform/opc/Ascii.hpp"
 #include "platform/opc/PackageNames.hpp"
 #include "platform/opc/Shown.hpp"
+#include "platform/opc/TableHandler.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 #include "platform/opc/xml/XmlWriter.hpp"
 
@@ -46,11 +47,13 @@ std::string_view required(const xml::StartTag& tag, std::string_view attribute) 
 }  // namespace
 
 // Reads Types > (Default | Override)*. Nothing else may stand in it: it would be lost by a save.
-class ContentTypesHandler final : public xml::Handler {
+class ContentTypesHandler final : public TableHandler {
 public:
-    explicit ContentTypesHandler(ContentTypes& types) : types_(&types) {}
+    ContentTypesHandler(ContentTypes& types, std::vector<std::string>* faults)
+        : TableHandler(faults), types_(&types) {}
 
-    void start(const xml::StartTag& tag) override {
+private:
+    void startElement(const xml::StartTag& tag) override {
         const auto& name = tag.name();
         if (++depth_ == 1) {
             if (name != xml::Name{kNamespace, "Types"}) refuseElement(name);
@@ -63,11 +66,7 @@ public:
         }
     }
     void end() override { --depth_; }
-    void text(std::string_view characters) override {
-        if (!xml::isBlank(characters)) throw xml::Refusal("unexpected text");
-    }
 
-private:
     [[noreturn]] static void refuseElement(const xml::Name& name) {
         throw xml::Refusal("unexpected element \"" + std::string(name.local) +
                            "\"; expected Types with Default and Override elements of " +
@@ -133,8 +132,16 @@ ContentTypes ContentTypes::initial() {
 
 ContentTypes ContentTypes::parse(std::string_view document, const std::string& where) {
     ContentTypes types;
-    ContentTypesHandler handler(types);
+    ContentTypesHandler handler(types, nullptr);
     xml::read(document, where, handler);
+    return types;
+}
+
+ContentTypes ContentTypes::parseLeniently(std::string_view document, const std::string& where,
+                                          std::vector<std::string>& faults) {
+    ContentTypes types;
+    ContentTypesHandler handler(types, &faults);
+    readLeniently(document, where, handler, faults);
     return types;
 }
 
@@ -163,6 +170,14 @@ void ContentTypes::removeOverride(const PartName& name) {
     if (found == overrides_.end()) return;
     entries_.erase(found->second);
     overrides_.erase(found);
+}
+
+std::vector<PartName> ContentTypes::overrides() const {
+    std::vector<PartName> names;
+    for (const auto& [number, entry] : entries_) {
+        if (entry.isOverride) names.emplace_back(ustring_view(entry.key));
+    }
+    return names;
 }
 
 std::string ContentTypes::toXml() const {

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace opc::model {
 
@@ -18,12 +19,18 @@ public:
     static ContentTypes initial();
     // Throws opc::Exception that starts with `where` for a table that breaks a rule.
     static ContentTypes parse(std::string_view document, const std::string& where);
+    // Takes what can be understood, and adds what breaks a rule to `faults`.
+    static ContentTypes parseLeniently(std::string_view document, const std::string& where,
+                                       std::vector<std::string>& faults);
 
     // Null when the table has no type for the name.
     const ContentType* find(const PartName& name) const;
     // Makes the type of `name` be `type`, without changing that of any other name.
     void set(const PartName& name, const ContentType& type);
     void removeOverride(const PartName& name);
+
+    // The names that have an entry of their own, as spelled.
+    std::vector<PartName> overrides() const;
 
     std::string toXml() const;
 

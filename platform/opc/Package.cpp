@@ -150,7 +150,12 @@ std::vector<Relationship> Package::getRelationships() const {
 
 Relationship Package::createInternalRelationship(const ustring& type, const URI& target,
                                                  const ustring& id) {
-    return state().createRelationship(type, target, id);
+    return state().createRelationship(type, target, id, TargetMode::Internal);
+}
+
+Relationship Package::createExternalRelationship(const ustring& type, const URI& target,
+                                                 const ustring& id) {
+    return state().createRelationship(type, target, id, TargetMode::External);
 }
 
 void Package::deleteRelationship(const ustring& id) {

@@ -118,6 +118,9 @@ public:
     std::vector<Relationship> getRelationships() const override;
     Relationship createInternalRelationship(const ustring& type, const URI& target,
                                             const ustring& id) override;
+    // The same for a target outside the package, which is never followed.
+    Relationship createExternalRelationship(const ustring& type, const URI& target,
+                                            const ustring& id);
     void deleteRelationship(const ustring& id) override;
 
     // The name that messages use.

@@ -255,10 +255,10 @@ void PackageState::deletePart(const PartName& name) {
 }
 
 Relationship PackageState::createRelationship(const ustring& type, const URI& target,
-                                              const ustring& id) {
+                                              const ustring& id, TargetMode mode) {
     requireWritable();
     try {
-        return relationships_.create(type, target, id);
+        return relationships_.create(type, target, id, mode);
     } catch (const Exception& fault) {
         refuse(fault.what());
     }

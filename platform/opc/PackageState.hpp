@@ -68,7 +68,8 @@ public:
     void deletePart(const PartName& name);
 
     const RelationshipsPart& relationships() const noexcept { return relationships_; }
-    Relationship createRelationship(const ustring& type, const URI& target, const ustring& id);
+    Relationship createRelationship(const ustring& type, const URI& target, const ustring& id,
+                                    TargetMode mode);
     void deleteRelationship(const ustring& id);
 
     std::unique_ptr<InputStream> read(PartEntry& part) const;

@@ -8,6 +8,7 @@
 #include <xercesc/util/XMLChar.hpp>
 
 #include "platform/opc/Shown.hpp"
+#include "platform/opc/TableHandler.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 #include "platform/opc/xml/XmlWriter.hpp"
 
@@ -33,11 +34,13 @@ bool isXmlName(const ustring& text) {
 }  // namespace
 
 // Reads Relationships > Relationship*. Nothing else may stand in it: it would be lost by a save.
-class RelationshipsHandler final : public xml::Handler {
+class RelationshipsHandler final : public TableHandler {
 public:
-    explicit RelationshipsHandler(RelationshipsPart& part) : part_(&part) {}
+    RelationshipsHandler(RelationshipsPart& part, std::vector<std::string>* faults)
+        : TableHandler(faults), part_(&part) {}
 
-    void start(const xml::StartTag& tag) override {
+private:
+    void startElement(const xml::StartTag& tag) override {
         const char* const expected = ++depth_ == 1 ? "Relationships" : "Relationship";
         if (depth_ > 2 || tag.name() != xml::Name{kNamespace, expected}) {
             throw xml::Refusal("unexpected element \"" + std::string(tag.name().local) +
@@ -47,11 +50,7 @@ public:
         if (depth_ == 2) add(tag);
     }
     void end() override { --depth_; }
-    void text(std::string_view characters) override {
-        if (!xml::isBlank(characters)) throw xml::Refusal("unexpected text");
-    }
 
-private:
     static void refuseOtherAttributes(const xml::StartTag& tag) {
         for (const auto& attribute : tag.attributes()) {
             const auto known = std::ranges::find(kAttributes, attribute.name.local);
@@ -95,13 +94,22 @@ private:
 
 RelationshipsPart RelationshipsPart::parse(std::string_view document, const std::string& where) {
     RelationshipsPart part;
-    RelationshipsHandler handler(part);
+    RelationshipsHandler handler(part, nullptr);
     xml::read(document, where, handler);
     return part;
 }
 
+RelationshipsPart RelationshipsPart::parseLeniently(std::string_view document,
+                                                    const std::string& where,
+                                                    std::vector<std::string>& faults) {
+    RelationshipsPart part;
+    RelationshipsHandler handler(part, &faults);
+    readLeniently(document, where, handler, faults);
+    return part;
+}
+
 const Relationship& RelationshipsPart::create(const ustring& type, const URI& target,
-                                              const ustring& id) {
+                                              const ustring& id, TargetMode mode) {
     if (!id.empty() && !isXmlName(id)) {
         throw Exception("relationship id \"" + shown(id) +
                         "\" is not an XML name; leave it empty to get a free one");
@@ -113,7 +121,7 @@ const Relationship& RelationshipsPart::create(const ustring& type, const URI& ta
     if (type.empty()) throw Exception("the type of a relationship must not be empty");
     requireXmlText(type, u"relationship type");
     requireXmlText(target.toString(), u"relationship target");
-    add(Relationship(id.empty() ? freeId() : id, type, target, TargetMode::Internal));
+    add(Relationship(id.empty() ? freeId() : id, type, target, mode));
     return std::prev(all_.end())->second;
 }
 

@@ -18,12 +18,16 @@ public:
     // Throws opc::Exception that starts with `where` for a part that breaks a rule. Targets are not
     // judged: a dangling or oddly written one harms only whoever follows it.
     static RelationshipsPart parse(std::string_view document, const std::string& where);
+    // Takes what can be understood, and adds what breaks a rule to `faults`.
+    static RelationshipsPart parseLeniently(std::string_view document, const std::string& where,
+                                            std::vector<std::string>& faults);
 
     std::vector<Relationship> all() const;
     std::vector<Relationship> ofType(const ustring& type) const;
     // An empty `id` gets the first free one of "rId1", "rId2" and so on. Throws opc::Exception for
     // one that is taken or no XML name.
-    const Relationship& create(const ustring& type, const URI& target, const ustring& id);
+    const Relationship& create(const ustring& type, const URI& target, const ustring& id,
+                               TargetMode mode = TargetMode::Internal);
     // False when there is none.
     bool remove(const ustring& id);
 

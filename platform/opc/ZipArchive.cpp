@@ -7,9 +7,11 @@
 #include "platform/opc/zip/EndRecords.hpp"
 #include "platform/opc/zip/FoldedName.hpp"
 #include "platform/opc/zip/ItemInput.hpp"
+#include "platform/opc/zip/Salvage.hpp"
 #include "platform/opc/zip/ZipError.hpp"
 
 #include <algorithm>
+#include <optional>
 
 namespace opc::zip {
 
@@ -41,6 +43,8 @@ struct ZipArchive::State final : ByteSource {
     }
 
     void read();
+    // The directory alone, where it is whole.
+    std::optional<std::vector<ZipItem>> readDirectoryIfWhole();
     void readDirectoryBytes(ArchiveBytes& bytes, const format::DirectoryRecord& record);
     void indexNames();
 
@@ -62,6 +66,17 @@ void ZipArchive::State::read() {
     items = readDirectory(directory, end.directory.count, path);
     checkLocalHeaders(items, end.directory.offset, bytes, path);
     indexNames();
+}
+
+std::optional<std::vector<ZipItem>> ZipArchive::State::readDirectoryIfWhole() {
+    try {
+        ArchiveBytes bytes(file, stamp.size, kEndSearch);
+        ArchiveEnd end = readArchiveEnd(bytes, path);
+        readDirectoryBytes(bytes, end.directory);
+        return readDirectory(directory, end.directory.count, path);
+    } catch (const Exception&) {
+        return std::nullopt;
+    }
 }
 
 void ZipArchive::State::readDirectoryBytes(ArchiveBytes& bytes,
@@ -107,6 +122,19 @@ std::shared_ptr<const ZipArchive> ZipArchive::open(const fl::filesystem::path& f
     return aboutFile(file, [&] {
         auto state = std::make_shared<State>(file);
         state->read();
+        return std::shared_ptr<const ZipArchive>(new ZipArchive(std::move(state)));
+    });
+}
+
+std::shared_ptr<const ZipArchive> ZipArchive::salvage(const fl::filesystem::path& file,
+                                                      std::vector<LostItem>& lost) {
+    return aboutFile(file, [&] {
+        auto state = std::make_shared<State>(file);
+        state->stamp = state->file.stamp();
+        auto listed = state->readDirectoryIfWhole();
+        const SalvageSource source{state, state->stamp.size, &state->path};
+        state->items = salvageItems(source, std::move(listed), lost);
+        state->indexNames();
         return std::shared_ptr<const ZipArchive>(new ZipArchive(std::move(state)));
     });
 }

@@ -39,6 +39,12 @@ struct PLATFORM_API ZipItem {
     std::string displayName() const;
 };
 
+// Something that a damaged zip file held, by its displayName(), and why it cannot be had.
+struct PLATFORM_API LostItem {
+    std::string name;
+    std::string reason;
+};
+
 // A zip file open for reading. Opening reads the end record, the directory and every local header
 // once, in linear time, and refuses with opc::Exception whatever two readers could understand
 // differently: counts and sizes that do not fit exactly, items that overlap, local headers that
@@ -49,6 +55,12 @@ public:
     // Throws model::PackageNotFound when there is no such file, opc::Exception when it is no regular
     // file, cannot be read or breaks a rule.
     static std::shared_ptr<const ZipArchive> open(const fl::filesystem::path& file);
+    // What is left of a file that open() refuses, or whose items are damaged: the items whose content
+    // is whole, found through the directory, its single records or their local headers, each read to
+    // its end. Adds the others to `lost`. The items have no directory record. Throws as open() does
+    // for a file that cannot be read; one that holds nothing gives an empty archive.
+    static std::shared_ptr<const ZipArchive> salvage(const fl::filesystem::path& file,
+                                                     std::vector<LostItem>& lost);
     ~ZipArchive();
 
     // In the order of their data in the file.

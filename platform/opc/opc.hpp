@@ -6,6 +6,7 @@
 #include <opc/ImageTypes.hpp>
 #include <opc/Names.hpp>
 #include <opc/Package.hpp>
+#include <opc/PackageTables.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/Streams.hpp>
 #include <opc/XercesHelper.hpp>

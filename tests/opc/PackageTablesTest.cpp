@@ -1,4 +1,5 @@
 #include <opc/Exception.hpp>
+#include <opc/PackageTables.hpp>
 
 #include "platform/opc/ContentTypes.hpp"
 #include "platform/opc/RelationshipsPart.hpp"
@@ -157,6 +158,38 @@ TEST(RelationshipsPart, GivesFreeIds) {
     EXPECT_TRUE(part.remove(u"own"));
     EXPECT_FALSE(part.remove(u"own"));
     EXPECT_EQ(part.all().size(), 3U);
+}
+
+TEST(PackageTables, GoOnBehindAFault) {
+    const ContentTypesTable table(
+        types(
+            "<Default Extension='.x' ContentType='a/b'/><Other/>"
+            "<Override PartName='/a' ContentType='a/b'/>"
+            "<Override PartName='/A' ContentType='a/c'/><Default Extension='t' ContentType=''/>") +
+        "<");
+    EXPECT_EQ(table.faults().size(), 5u);
+    EXPECT_EQ(table.find(PartName(u"/a"))->toString(), u"a/b");
+    EXPECT_FALSE(table.find(PartName(u"/b.t")));
+    EXPECT_EQ(table.overrides(), std::vector{PartName(u"/a")});
+
+    const RelationshipsTable links(
+        relationships("<Relationship Id='a' Type='t' Target='x'/><Relationship/>"
+                      "<Relationship Id='a' Type='t' Target='y'/>"
+                      "<Relationship Id='b' Type='t' Target='z' TargetMode='External'/>"));
+    EXPECT_EQ(links.faults, (std::vector<std::string>{"a relationship has no Id",
+                                                      "a second relationship with id \"a\""}));
+    EXPECT_EQ(links.relationships.size(), 2u);
+}
+
+TEST(PackageTables, ListTheElementsOfADocument) {
+    const auto elements =
+        readXmlElements("<r xmlns='n'>1<a k='v' x:k='w' xmlns:x='m'>t<b/>u</a></r>", "f");
+    ASSERT_EQ(elements.size(), 3u);
+    EXPECT_EQ(elements[0].nameSpace + elements[0].name + elements[0].text, "nr1");
+    EXPECT_EQ(elements[1].text + *elements[1].attribute("k"), "tuv");
+    EXPECT_EQ(elements[1].attributes.size(), 1u);
+    EXPECT_EQ(elements[2].depth, 3u);
+    EXPECT_THROW(readXmlElements("<r>", "f"), Exception);
 }
 
 }  // namespace

@@ -1,0 +1,378 @@
+#include "platform/opc/zip/Salvage.hpp"
+
+#include <opc/Exception.hpp>
+
+#include "platform/opc/zip/Directory.hpp"
+#include "platform/opc/zip/ExtraFields.hpp"
+#include "platform/opc/zip/FoldedName.hpp"
+#include "platform/opc/zip/Inflater.hpp"
+#include "platform/opc/zip/ZipError.hpp"
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace opc::zip {
+
+namespace {
+
+using namespace format;
+
+constexpr std::size_t kBlock = std::size_t{1} << 20;
+constexpr std::size_t kPiece = std::size_t{128} << 10;
+// What may be read in vain before the search gives up, as a multiple of the file and on top of it,
+// and what each attempt counts for at least. Whatever a file holds, its search ends.
+constexpr std::uint64_t kWastePerByte = 2;
+constexpr std::uint64_t kWaste = std::uint64_t{64} << 20;
+constexpr std::uint64_t kAttempt = 4096;
+
+std::vector<std::byte> bytesAt(const SalvageSource& source, std::uint64_t offset,
+                               std::uint64_t size) {
+    std::vector<std::byte> bytes(offset < source.size ? std::min(size, source.size - offset)
+                                                      : std::uint64_t{0});
+    bytes.resize(source.bytes->readAt(bytes, offset));
+    return bytes;
+}
+
+// Finds a record's signature, moving forward through the file.
+class SignatureSearch {
+public:
+    SignatureSearch(const SalvageSource& source, std::uint32_t signature) : source_(&source) {
+        append(signature_, signature);
+    }
+
+    std::optional<std::uint64_t> next(std::uint64_t from, std::uint64_t to) {
+        while (from + signature_.size() <= to) {
+            load(from);
+            const std::string_view held =
+                asText(Bytes(block_))
+                    .substr(0, std::min<std::uint64_t>(block_.size(), to - start_));
+            const std::size_t at = held.find(signature_, from - start_);
+            if (at != std::string_view::npos) return start_ + at;
+            if (held.size() < kBlock) return std::nullopt;
+            from = start_ + held.size() - signature_.size() + 1;
+        }
+        return std::nullopt;
+    }
+
+private:
+    void load(std::uint64_t from) {
+        if (from >= start_ && from + signature_.size() <= start_ + block_.size()) return;
+        start_ = from;
+        block_ = bytesAt(*source_, from, kBlock);
+    }
+
+    const SalvageSource* source_;
+    std::string signature_;
+    std::uint64_t start_ = 0;
+    std::vector<std::byte> block_;
+};
+
+// A deflate stream that says itself where it ends.
+struct Measured {
+    std::uint64_t compressedSize = 0, size = 0;
+    std::uint32_t crc32 = 0;
+};
+
+// Nothing when the stream has no end before `limit`; `read` counts what it came to.
+std::optional<Measured> measureDeflated(const SalvageSource& source, std::uint64_t offset,
+                                        std::uint64_t limit, std::uint64_t& read) {
+    Inflater inflater;
+    std::vector<std::byte> input, output(kPiece);
+    Measured measured;
+    std::uint64_t fed = 0;
+    while (true) {
+        const bool isFed = inflater.needsInput() && offset + fed < limit;
+        if (isFed) {
+            input = bytesAt(source, offset + fed,
+                            std::min<std::uint64_t>(kPiece, limit - offset - fed));
+            if (input.empty()) return std::nullopt;
+            inflater.feed(input);
+            fed += input.size();
+        }
+        const std::size_t got = inflater.decode(output);
+        measured.crc32 = crc32(measured.crc32, std::span(output).first(got));
+        measured.size += got;
+        read += got;
+        if (got > 0 || (isFed && !inflater.hasEnded())) continue;
+        if (!inflater.hasEnded()) return std::nullopt;
+        measured.compressedSize = fed - inflater.unused();
+        return measured;
+    }
+}
+
+class Salvage {
+public:
+    Salvage(const SalvageSource& source, std::vector<LostItem>& lost)
+        : source_(&source), lost_(&lost), patience_(kWaste + kWastePerByte * source.size) {}
+
+    std::vector<ZipItem> run(std::optional<std::vector<ZipItem>> directory) {
+        isWhole_ = directory.has_value();
+        if (directory) {
+            for (ZipItem& item : *directory)
+                takeListed(std::move(item), source_->size);
+        } else {
+            searchRecords();
+        }
+        searchHeaders();
+        reportFailures();
+        std::ranges::sort(items_, {}, &ZipItem::headerOffset);
+        return std::move(items_);
+    }
+
+private:
+    // Something of this name was found, and could not be taken. `at` is where the file says so.
+    struct Failure {
+        std::string name, shownName, reason;
+        std::uint64_t at;
+    };
+
+    void fail(const ZipItem& item, std::uint64_t at, std::string reason) {
+        failedNames_.insert(item.name);
+        failures_.push_back({item.name, item.displayName(), std::move(reason), at});
+    }
+
+    bool isTaken(std::uint64_t offset) const {
+        const auto next = taken_.upper_bound(offset);
+        return next != taken_.begin() && std::prev(next)->second > offset;
+    }
+
+    bool isFree(std::uint64_t from, std::uint64_t to) const {
+        const auto next = taken_.lower_bound(from);
+        return !isTaken(from) && (next == taken_.end() || next->first >= to);
+    }
+
+    bool isPatient(std::uint64_t wasted) {
+        patience_ -= std::min(patience_, wasted);
+        return patience_ > 0;
+    }
+
+    // Takes the item when its bytes are free and its content is whole; otherwise says why not.
+    std::string take(ZipItem item) {
+        item.endOffset = item.dataOffset + item.compressedSize;
+        if (item.endOffset > source_->size || item.endOffset < item.dataOffset) {
+            return "the file ends before its data does";
+        }
+        if (!isFree(item.headerOffset, item.endOffset)) return "its bytes belong to another item";
+        if (names_.contains(item.name)) return "there is another item of this name";
+        if (std::string reason = faultOf(item); !reason.empty()) return reason;
+        taken_.emplace(item.headerOffset, item.endOffset);
+        names_.insert(item.name);
+        item.directoryRecord = {};
+        items_.push_back(std::move(item));
+        return {};
+    }
+
+    // Why the content is not what the item's numbers say; empty when it is.
+    std::string faultOf(const ZipItem& item) {
+        if (!isPatient(0)) return "not tried, since the file holds too many damaged items";
+        std::uint64_t read = kAttempt;
+        try {
+            const auto stream = openItem({.source = source_->bytes,
+                                          .offset = item.dataOffset,
+                                          .method = item.method,
+                                          .crc32 = item.crc32,
+                                          .compressedSize = item.compressedSize,
+                                          .size = item.size,
+                                          .name = item.displayName()});
+            piece_.resize(kPiece);
+            while (const std::size_t got = stream->read(piece_))
+                read += got;
+            return {};
+        } catch (const Exception& fault) {
+            isPatient(read);
+            const std::string prefix = ": " + printable(item.displayName()) + ": ";
+            const std::string text = fault.what();
+            return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
+        }
+    }
+
+    // Where the data starts: behind the local header, or where that would be if it can be told.
+    std::uint64_t dataOffsetOf(const ZipItem& item) const {
+        const auto header = bytesAt(*source_, item.headerOffset, local::kHeaderSize);
+        const bool isHeader =
+            header.size() == local::kHeaderSize && load32(header, 0) == local::kSignature;
+        return item.headerOffset + local::kHeaderSize +
+               (isHeader ? std::size_t{load16(header, local::kNameLength)} +
+                               load16(header, local::kExtraLength)
+                         : item.name.size());
+    }
+
+    void takeListed(ZipItem item, std::uint64_t recordAt) {
+        if (item.headerOffset >= source_->size) {
+            return fail(item, recordAt, "the file ends before its data does");
+        }
+        item.dataOffset = dataOffsetOf(item);
+        if (std::string reason = take(item); !reason.empty()) {
+            fail(item, recordAt, std::move(reason));
+        }
+    }
+
+    void searchRecords() {
+        SignatureSearch search(*source_, central::kSignature);
+        std::uint64_t from = 0;
+        while (const auto at = search.next(from, source_->size)) {
+            const std::size_t before = items_.size();
+            const std::uint64_t size = takeRecord(*at);
+            if (items_.size() == before && !isPatient(kAttempt)) return;
+            from = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
+        }
+    }
+
+    // The size of the directory record that stands there; 0 when it is none.
+    std::uint64_t takeRecord(std::uint64_t at) {
+        const auto header = bytesAt(*source_, at, central::kHeaderSize);
+        if (header.size() < central::kHeaderSize) return 0;
+        const std::size_t size = central::kHeaderSize + load16(header, central::kNameLength) +
+                                 load16(header, central::kExtraLength) +
+                                 load16(header, central::kCommentLength);
+        const auto record = bytesAt(*source_, at, size);
+        if (record.size() < size) return 0;
+        try {
+            auto items = readDirectory(std::string(asText(Bytes(record))), 1, *source_->file);
+            takeListed(std::move(items.front()), at);
+            return size;
+        } catch (const Exception&) {
+            return 0;
+        }
+    }
+
+    void searchHeaders() {
+        std::vector<std::pair<std::uint64_t, std::uint64_t>> gaps;
+        std::uint64_t from = 0;
+        for (const auto& [start, end] : taken_) {
+            gaps.emplace_back(from, start);
+            from = end;
+        }
+        gaps.emplace_back(from, source_->size);
+        for (const auto& [start, end] : gaps)
+            searchGap(start, end);
+    }
+
+    void searchGap(std::uint64_t from, std::uint64_t end) {
+        SignatureSearch search(*source_, local::kSignature);
+        while (const auto at = search.next(from, end)) {
+            const std::size_t before = items_.size();
+            takeUnlisted(*at, end);
+            const bool isNew = items_.size() > before;
+            if (!isNew && !isPatient(kAttempt)) return;
+            from = isNew ? items_.back().endOffset : *at + sizeof local::kSignature;
+        }
+    }
+
+    void takeUnlisted(std::uint64_t at, std::uint64_t limit) {
+        const auto fixed = bytesAt(*source_, at, local::kHeaderSize);
+        if (fixed.size() < local::kHeaderSize) return;
+        const std::size_t size = local::kHeaderSize + load16(fixed, local::kNameLength) +
+                                 load16(fixed, local::kExtraLength);
+        const auto header = bytesAt(*source_, at, size);
+        if (header.size() < size || at + size > limit) return;
+        ZipItem item = itemOf(header);
+        if (item.name.empty() || item.name.find('\0') != std::string::npos) return;
+        item.headerOffset = at;
+        item.dataOffset = at + size;
+        std::string reason = takeWhole(item, load16(header, local::kFlags), limit);
+        if (!reason.empty()) fail(item, at, std::move(reason));
+    }
+
+    static ZipItem itemOf(Bytes header) {
+        const std::size_t nameSize = load16(header, local::kNameLength);
+        ZipItem item;
+        item.name = asText(header.subspan(local::kHeaderSize, nameSize));
+        item.nameIsUtf8 = (load16(header, local::kFlags) & flag::kUtf8) != 0;
+        item.method = Method{load16(header, local::kMethod)};
+        item.crc32 = load32(header, local::kCrc);
+        item.size = load32(header, local::kSize);
+        item.compressedSize = load32(header, local::kCompressedSize);
+        const auto wide = findExtra(header.subspan(local::kHeaderSize + nameSize), extra::kZip64);
+        if (wide && wide->content.size() >= 2 * sizeof(std::uint64_t)) {
+            if (item.size == kInZip64_32) item.size = load64(wide->content, 0);
+            if (item.compressedSize == kInZip64_32) {
+                item.compressedSize = load64(wide->content, sizeof(std::uint64_t));
+            }
+        }
+        return item;
+    }
+
+    std::string takeWhole(ZipItem item, std::uint16_t flags, std::uint64_t limit) {
+        if (flags & flag::kAnyEncryption) return "it is encrypted";
+        if (item.method != Method::Stored && item.method != Method::Deflated) {
+            return "it is compressed by method " +
+                   std::to_string(static_cast<unsigned>(item.method)) +
+                   "; packages allow only 0 (stored) and 8 (deflated)";
+        }
+        if (isWhole_ && !failedNames_.contains(item.name)) {
+            return names_.contains(item.name) ? "there is another item of this name"
+                                              : "the directory does not list it";
+        }
+        const bool isMeasured = (flags & flag::kDescriptor) != 0 && item.compressedSize == 0;
+        if (isMeasured && !measure(item, limit)) return "its data has no end that can be told";
+        if (item.method == Method::Stored && item.size != item.compressedSize) {
+            return "it is stored, but declares two sizes";
+        }
+        return take(std::move(item));
+    }
+
+    // The numbers of an item whose local header leaves them to a descriptor behind its data.
+    bool measure(ZipItem& item, std::uint64_t limit) {
+        if (item.method != Method::Deflated || !isPatient(0)) return false;
+        std::uint64_t read = kAttempt;
+        try {
+            const auto found = measureDeflated(*source_, item.dataOffset, limit, read);
+            if (found && describes(item.dataOffset + found->compressedSize, found->crc32)) {
+                item.crc32 = found->crc32;
+                item.size = found->size;
+                item.compressedSize = found->compressedSize;
+                return true;
+            }
+        } catch (const std::runtime_error&) {
+            // No deflate stream.
+        }
+        isPatient(read);
+        return false;
+    }
+
+    bool describes(std::uint64_t descriptorAt, std::uint32_t checksum) const {
+        const auto found = bytesAt(*source_, descriptorAt, 2 * sizeof checksum);
+        if (found.size() < 2 * sizeof checksum) return false;
+        const bool isSigned = load32(found, 0) == descriptor::kSignature;
+        return load32(found, isSigned ? sizeof checksum : 0) == checksum;
+    }
+
+    // What was taken under the same name after all is not lost, and neither is what was only seen in
+    // the content of an item, such as a zip file within.
+    void reportFailures() {
+        std::set<std::pair<std::string, std::string>> told;
+        for (Failure& failure : failures_) {
+            const bool isOther = failure.reason == "there is another item of this name";
+            if ((names_.contains(failure.name) && !isOther) || isTaken(failure.at)) continue;
+            if (!told.emplace(failure.name, isOther ? failure.reason : "").second) continue;
+            lost_->push_back({std::move(failure.shownName), std::move(failure.reason)});
+        }
+    }
+
+    const SalvageSource* source_;
+    std::vector<LostItem>* lost_;
+    std::uint64_t patience_;
+    bool isWhole_ = false;
+    std::vector<ZipItem> items_;
+    std::map<std::uint64_t, std::uint64_t> taken_;  // starts and ends
+    std::set<std::string, FoldedLess> names_;       // of items_
+    std::set<std::string, FoldedLess> failedNames_;
+    std::vector<Failure> failures_;
+    std::vector<std::byte> piece_;
+};
+
+}  // namespace
+
+std::vector<ZipItem> salvageItems(const SalvageSource& source,
+                                  std::optional<std::vector<ZipItem>> directory,
+                                  std::vector<LostItem>& lost) {
+    return Salvage(source, lost).run(std::move(directory));
+}
+
+}  // namespace opc::zip
