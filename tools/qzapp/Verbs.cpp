@@ -14,6 +14,7 @@ std::span<const Verb> verbs() {
         Verb{"extract", "Write an app's content to files", declareExtract},
         Verb{"parts", "List and check the parts of any package", declareParts},
         Verb{"items", "List and check the items of any zip file", declareItems},
+        Verb{"check", "Report what is wrong with apps and packages, and repair them", declareCheck},
     };
     return kVerbs;
 }

@@ -27,5 +27,6 @@ Action declareInfo(CLI::App& command);
 Action declareExtract(CLI::App& command);
 Action declareParts(CLI::App& command);
 Action declareItems(CLI::App& command);
+Action declareCheck(CLI::App& command);
 
 }  // namespace qzapp

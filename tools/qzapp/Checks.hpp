@@ -1,0 +1,33 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "tools/qzapp/Findings.hpp"
+#include "tools/qzapp/PackageView.hpp"
+
+namespace qzapp {
+
+// The groups of rules. Each adds what it finds, and goes on behind what is broken.
+void checkContainer(const PackageView& package, Findings& findings);
+void checkPackage(const PackageView& package, Findings& findings);
+// Those of packaged apps: layout and metadata.
+void checkApp(const PackageView& package, Findings& findings);
+void checkText(const FileName& file, Findings& findings);
+
+// All groups that concern the file, by its name: packaged app, text app or any other package. Throws
+// Error when the file cannot be read at all.
+Findings checkFile(const FileName& file);
+
+// "png", "jpg" or "gif" by the first bytes; nullopt for anything else.
+std::optional<std::string_view> imageFormat(std::string_view bytes);
+
+// Rules of images, for both forms of apps: `format` is the extension, or what the data URI says.
+void checkImage(const FileName& file, const std::string& part, std::string_view format,
+                std::string_view bytes, Findings& findings);
+
+// The fix for what is damaged in a package.
+std::string repairFix(const FileName& file);
+
+}  // namespace qzapp

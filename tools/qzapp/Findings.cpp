@@ -1,0 +1,124 @@
+#include "tools/qzapp/Findings.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "tools/qzapp/Display.hpp"
+
+namespace qzapp {
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr std::size_t kIndent = 4;
+constexpr std::size_t kMinWidth = 40;
+constexpr std::array kSeverities = {Severity::Error, Severity::Warning, Severity::Note};
+
+const char* nameOf(Severity severity) {
+    switch (severity) {
+        case Severity::Error:
+            return "error";
+        case Severity::Warning:
+            return "warning";
+        default:
+            return "note";
+    }
+}
+
+std::string counts(const Findings& findings) {
+    std::string text;
+    for (const Severity severity : kSeverities) {
+        const std::size_t count = findings.count(severity);
+        if (count == 0) continue;
+        text += fmt::format("{}{} {}{}", text.empty() ? "" : ", ", count, nameOf(severity),
+                            count == 1 ? "" : "s");
+    }
+    return text.empty() ? "no findings" : text;
+}
+
+std::string indented(const std::string& text) {
+    const std::size_t width = std::max(outputWidth(), kMinWidth + kIndent) - kIndent;
+    std::string lines;
+    for (const std::string& line : wrapped(visible(text), width))
+        lines += std::string(kIndent, ' ') + line + "\n";
+    return lines;
+}
+
+}  // namespace
+
+void Findings::add(RuleName rule, std::string part, std::string text, std::string fix) {
+    findings_.push_back({&*rule, std::move(part), std::move(text), std::move(fix)});
+}
+
+std::vector<Finding> Findings::sorted() const {
+    std::vector<Finding> findings = findings_;
+    std::ranges::stable_sort(findings, {},
+                             [](const Finding& finding) { return finding.rule->severity; });
+    return findings;
+}
+
+std::size_t Findings::count(Severity severity) const {
+    return static_cast<std::size_t>(std::ranges::count(
+        findings_, severity, [](const Finding& finding) { return finding.rule->severity; }));
+}
+
+ordered_json toJson(const FileName& file, const Findings& findings) {
+    ordered_json list = ordered_json::array();
+    for (const Finding& finding : findings.sorted()) {
+        list.push_back({{"rule", finding.rule->id},
+                        {"severity", nameOf(finding.rule->severity)},
+                        {"part", finding.part},
+                        {"text", finding.text},
+                        {"fix", finding.fix}});
+    }
+    return {{"file", file.shown},
+            {"errors", findings.count(Severity::Error)},
+            {"warnings", findings.count(Severity::Warning)},
+            {"notes", findings.count(Severity::Note)},
+            {"findings", std::move(list)}};
+}
+
+std::string sheetOf(const FileName& file, const Findings& findings) {
+    std::string text = fmt::format("{}: {}\n", visible(file.shown), counts(findings));
+    for (const Finding& finding : findings.sorted()) {
+        const std::string part = finding.part.empty() ? "" : "  " + visible(finding.part);
+        text +=
+            fmt::format("  {:<7}  {}{}\n", nameOf(finding.rule->severity), finding.rule->id, part);
+        text += indented(finding.text);
+        if (!finding.fix.empty()) text += indented("fix: " + finding.fix);
+    }
+    return text;
+}
+
+ordered_json rulesJson() {
+    ordered_json list = ordered_json::array();
+    for (const Rule& rule : kRules) {
+        list.push_back(
+            {{"rule", rule.id}, {"severity", nameOf(rule.severity)}, {"text", rule.text}});
+    }
+    return {{"rules", std::move(list)}};
+}
+
+std::string rulesSheet() {
+    Table table({{"Rule", Table::Align::Left},
+                 {"Severity", Table::Align::Left},
+                 {"What holds", Table::Align::Left}});
+    for (const Rule& rule : kRules)
+        table.add({rule.id, nameOf(rule.severity), rule.text});
+    return table.text();
+}
+
+std::string shellWord(const FileName& file) {
+    constexpr std::string_view kPlain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+@%-";
+    const std::string& name = file.shown;
+    if (name.find_first_not_of(kPlain) == std::string::npos && !name.starts_with('-')) return name;
+    std::string word = name.starts_with('-') ? "'./" : "'";
+    for (const char c : name)
+        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
+}
+
+}  // namespace qzapp

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <opc/PackageTables.hpp>
+#include <opc/ZipArchive.hpp>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/qzapp/FileName.hpp"
+
+namespace qzapp {
+
+// An item of a package as far as it can be understood. It is a part when it has name and type.
+struct ViewedItem {
+    const opc::zip::ZipItem* item;
+    std::string shownName;  // with "/" in front when it could be a part
+    std::optional<opc::model::PartName> name;
+    std::string nameFault;  // why there is none
+    std::optional<opc::model::ContentType> type;
+    std::string fault;  // why its content cannot be read
+
+    bool isPart() const { return name && type; }
+};
+
+// A package in pieces, readers may refuse it or not: whatever can still be read. Making one throws
+// Error only when the file itself cannot be read.
+class PackageView {
+public:
+    explicit PackageView(const FileName& file);
+    PackageView(const PackageView&) = delete;
+    PackageView& operator=(const PackageView&) = delete;
+
+    FileName file;
+    std::shared_ptr<const opc::zip::ZipArchive> archive;
+    // Why readers refuse the zip file, then the package; empty when they do not.
+    std::string zipRefusal, packageRefusal;
+    std::vector<opc::zip::LostItem> lost;
+    const ViewedItem* typesItem = nullptr;
+    // Where one of the two tables cannot be read, types and relationships are those that an app has.
+    std::optional<opc::model::ContentTypesTable> types;
+    const ViewedItem* relationshipsItem = nullptr;  // the package's own
+    std::vector<opc::model::Relationship> relationships;
+    std::vector<std::string> relationshipFaults;
+    std::vector<ViewedItem> items;  // in the order of the file
+
+    // Null when there is no part of this name.
+    bool opens() const { return zipRefusal.empty() && packageRefusal.empty(); }
+
+    const ViewedItem* find(const opc::model::PartName& name) const;
+    const ViewedItem* find(foundation::ustring_view name) const;
+    // The part that a relationship leads to; null when it is external or dangles.
+    const ViewedItem* target(const opc::model::Relationship& relationship) const;
+    std::vector<const opc::model::Relationship*> byType(foundation::ustring_view type) const;
+
+    // The content; nullopt when it is damaged or longer than `limit`.
+    std::optional<std::string> read(const ViewedItem& item, std::uint64_t limit) const;
+
+private:
+    void openZip();
+    void viewItems();
+    void readTypes();
+    void readRelationships();
+    void assumeRelationships();
+    void openPackage();
+
+    std::map<std::string, const ViewedItem*> parts_;  // by part name key
+};
+
+inline constexpr std::uint64_t kMaxXmlBytes = std::uint64_t{16} << 20;
+
+bool isRelationshipsName(const opc::model::PartName& name);
+const opc::model::ContentType& relationshipsType();
+// Where the package's own relationships stand.
+const opc::model::PartName& packageRelationships();
+std::string shownName(const opc::model::PartName& name);
+
+}  // namespace qzapp
