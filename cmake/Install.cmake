@@ -1,5 +1,7 @@
-# `cmake --install`: headers, both shared objects, the tools, and two packages: qzappserialization
-# (qz::appserialization) and, when it is built here, qzplatform (qz::platform).
+# `cmake --install`: headers, both shared objects, the tools with their man pages, completions and
+# desktop entries, and two packages: qzappserialization (qz::appserialization) and, when it is built
+# here, qzplatform (qz::platform). What programs need to run is the component `runtime`, what only
+# their builds need is `development`.
 
 include(CMakePackageConfigHelpers)
 
@@ -10,34 +12,36 @@ set_target_properties(qzappserialization PROPERTIES INSTALL_RPATH "$ORIGIN")
 function(qz_install_package name target)
     set(folder ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
     install(TARGETS ${target} EXPORT ${name}Targets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-    install(EXPORT ${name}Targets NAMESPACE qz:: DESTINATION ${folder})
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        COMPONENT runtime NAMELINK_COMPONENT development)
+    install(EXPORT ${name}Targets NAMESPACE qz:: DESTINATION ${folder} COMPONENT development)
     configure_package_config_file(cmake/${name}Config.cmake.in ${name}Config.cmake
         INSTALL_DESTINATION ${folder})
     write_basic_package_version_file(${name}ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}Config.cmake
-        ${CMAKE_CURRENT_BINARY_DIR}/${name}ConfigVersion.cmake DESTINATION ${folder})
+        ${CMAKE_CURRENT_BINARY_DIR}/${name}ConfigVersion.cmake
+        DESTINATION ${folder} COMPONENT development)
 endfunction()
 
 qz_install_package(qzappserialization qzappserialization)
 install(DIRECTORY public/appserialization DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-    FILES_MATCHING PATTERN "*.hpp")
+    COMPONENT development FILES_MATCHING PATTERN "*.hpp")
 
 # The prefix is found from where the file lies, so that an installed tree may be moved.
 file(RELATIVE_PATH prefix_from_pkgconfig
     /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/qzappserialization.pc.in qzappserialization.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qzappserialization.pc
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 if(QZ_BUNDLED_PLATFORM)
     qz_install_package(qzplatform qzplatform)
     set(platform_headers ${CMAKE_INSTALL_INCLUDEDIR}/qzplatform)
     install(DIRECTORY platform/foundation/fl DESTINATION ${platform_headers}
-        FILES_MATCHING PATTERN "*.hpp")
+        COMPONENT development FILES_MATCHING PATTERN "*.hpp")
     foreach(library foundation messages opc quillcode hvarray tarvo)
         install(DIRECTORY platform/${library} DESTINATION ${platform_headers}
-            FILES_MATCHING PATTERN "*.hpp"
+            COMPONENT development FILES_MATCHING PATTERN "*.hpp"
             PATTERN "foundation/fl" EXCLUDE PATTERN "opc/zip" EXCLUDE PATTERN "opc/xml" EXCLUDE
             PATTERN "hvarray/ArrayData.hpp" EXCLUDE)
     endforeach()
@@ -46,6 +50,34 @@ endif()
 foreach(tool qzapp qzhost)
     if(TARGET ${tool})
         set_target_properties(${tool} PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
-        install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+        install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
     endif()
 endforeach()
+
+if(TARGET qzapp)
+    set(share tools/qzapp/share)
+    install(FILES ${share}/completions/qzapp.bash COMPONENT runtime RENAME qzapp
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    install(FILES ${share}/completions/qzapp.zsh COMPONENT runtime RENAME _qzapp
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+    install(FILES ${share}/completions/qzapp.fish COMPONENT runtime
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+    install(FILES ${share}/desktop/qzapp.xml COMPONENT runtime
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/mime/packages)
+    install(FILES ${share}/desktop/qzapp.thumbnailer COMPONENT runtime
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/thumbnailers)
+
+    # The tools' own help, made into pages, so that the two cannot differ.
+    find_program(HELP2MAN help2man)
+    if(HELP2MAN)
+        set(man_pages ${CMAKE_CURRENT_BINARY_DIR}/man)
+        add_custom_command(OUTPUT ${man_pages}/made
+            COMMAND ${PROJECT_SOURCE_DIR}/scripts/lib/man-pages ${man_pages}
+                $<TARGET_FILE:qzapp> $<TARGET_FILE:qzhost>
+            COMMAND ${CMAKE_COMMAND} -E touch ${man_pages}/made
+            DEPENDS qzapp qzhost scripts/lib/man-pages VERBATIM)
+        add_custom_target(man ALL DEPENDS ${man_pages}/made)
+        install(DIRECTORY ${man_pages}/ COMPONENT runtime
+            DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 FILES_MATCHING PATTERN "*.1.gz")
+    endif()
+endif()

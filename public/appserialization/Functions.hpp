@@ -35,25 +35,25 @@ APPSERIALIZATION_API void trim(ustring& text);
 // name that is not valid UTF-16, wherever in the text that stands.
 
 // The body of the first section with that name, as it stands; empty when there is none.
-// %\[NAME\][\s\S]*?\{([\s\S]*?)%\}
+// `%\[NAME\][\s\S]*?\{([\s\S]*?)%\}`
 APPSERIALIZATION_API ustring getKAppAppendixSection(const ustring& text,
                                                     const ustring& sectionName);
 
 // Replaces `value` by the text of the first element with that name, entity references replaced, white
 // space kept. Leaves `value` as it is when there is none.
-// <NAME[\s\S]*?>([\s\S]*?)</NAME>
+// `<NAME[\s\S]*?>([\s\S]*?)</NAME>`
 APPSERIALIZATION_API void readXMLElement(const ustring& text, const ustring& elementName,
                                          ustring& value);
 
 // Appends the trimmed texts of all elements with that name, in document order. Entity references are
 // kept: the list that holds the items, read with readXMLElement, has had its references replaced.
-// <NAME[\s\S]*?>([\s\S]*?)</NAME>
+// `<NAME[\s\S]*?>([\s\S]*?)</NAME>`
 APPSERIALIZATION_API void readXMLElements(const ustring& text, const ustring& elementName,
                                           std::vector<ustring>& values);
 
 // Replaces `value` by an attribute of the first element with that name, entity references replaced.
 // Only a value in single quotes counts. Leaves `value` as it is when there is none.
-// <ELEMENT[\s\S]*?ATTRIBUTE[\s\S]*?=[\s\S]*?'(.*?)'[\s\S]*?>
+// ``<ELEMENT[\s\S]*?ATTRIBUTE[\s\S]*?=[\s\S]*?'(.*?)'[\s\S]*?>``
 APPSERIALIZATION_API void readXMLElementAttribute(const ustring& text, const ustring& elementName,
                                                   const ustring& attributeName, ustring& value);
 

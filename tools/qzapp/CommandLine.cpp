@@ -83,7 +83,7 @@ int answer(const CLI::App& app, const CLI::ParseError& e, std::string_view first
 }
 
 void nameThings(CLI::FormatterBase& formatter) {
-    formatter.column_width(26);
+    formatter.column_width(28);
     formatter.label("REQUIRED", "(required)");
     formatter.label("Positionals", "Arguments");
     formatter.label("SUBCOMMAND", "VERB");

@@ -41,6 +41,7 @@ std::string describeWrongCommandLine(const CLI::App*, const CLI::Error& error) {
 
 void declareCommands(CLI::App& app, Options& options) {
     app.require_subcommand(1)->fallthrough();
+    app.set_version_flag("--version", "qzhost " QZHOST_VERSION, "Print the version");
     app.failure_message(describeWrongCommandLine);
     app.add_option("--library", options.library, "The library to load")
         ->type_name("PATH")
