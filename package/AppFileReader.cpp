@@ -4,8 +4,8 @@
 #include <appserialization/Functions.hpp>
 #include <appserialization/KVPKGMetadataReader.hpp>
 #include <fl/filesystem.hpp>
-#include <fl/i18n.hpp>
 #include <foundation/Exceptions.hpp>
+#include <foundation/Shown.hpp>
 #include <opc/Exception.hpp>
 #include <opc/Streams.hpp>
 #include <quillcode/QuillCodeFileReader.hpp>
@@ -40,7 +40,7 @@ namespace {
 // Opening the destination empties it, and here that would be the file being read.
 void requireOtherFile(const fl::filesystem::path& destination, const ustring& fileName) {
     if (!fl::filesystem::isSameFile(destination, fl::filesystem::path(fileName))) return;
-    throw opc::Exception(fl::i18n::to_display(fileName) +
+    throw opc::Exception(foundation::shown(fl::filesystem::path(fileName)) +
                          ": the app model cannot be copied over the app file that holds it; "
                          "choose another destination");
 }

@@ -2,6 +2,7 @@
 
 #include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/Exception.hpp>
@@ -111,7 +112,7 @@ void AppFileWriter::AppFileWriterImpl::openOPCPackage(const ustring& fileName, b
 
 void AppFileWriter::AppFileWriterImpl::requireOpen(const char* method) const {
     if (package_) return;
-    throw opc::Exception(fl::i18n::to_display(fileName_) + ": " + method +
+    throw opc::Exception(foundation::shown(fl::filesystem::path(fileName_)) + ": " + method +
                          "() was called on a writer that is closed; construct another one to "
                          "change the file again");
 }
@@ -139,7 +140,7 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(const ustring& 
                                                                  const ustring& relationshipType) {
     const auto found = package_->getRelationshipsByType(relationshipType);
     // Written through whatever its name: a second part would leave readers with the first.
-    if (!found.empty()) return package_->getTarget(found.front());
+    if (!found.empty()) return package_->getOwnTarget(found.front());
 
     Part part =
         package_->createPart(PartName(partName), ContentType(contentType), layout::partInfo());
@@ -346,9 +347,10 @@ void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::u
 void AppFileWriter::AppFileWriterImpl::deletePreviousScreenshot() {
     const auto screenshots = package_->getRelationshipsByType(layout::kScreenshotRelationship);
     if (screenshots.size() == 1) {
-        const PartName previous(screenshots.front().getTargetURI());
         // A screenshot that is missing already must not keep a new one out.
-        if (package_->hasPart(previous)) package_->deletePart(previous);
+        if (package_->hasTarget(screenshots.front())) {
+            package_->deletePart(package_->getOwnTarget(screenshots.front()).getName());
+        }
         package_->deleteRelationship(screenshots.front().getID());
     }
     const auto thumbnails =

@@ -1,6 +1,7 @@
 #include "package/Parts.hpp"
 
-#include <fl/i18n.hpp>
+#include <fl/filesystem.hpp>
+#include <foundation/Shown.hpp>
 
 #include <string>
 
@@ -11,10 +12,11 @@ namespace appserialization {
 void requireScreenshotSize(const ustring& fileName, const opc::model::PartName& part,
                            std::uint64_t size) {
     if (size <= layout::kMaxScreenshotBytes) return;
-    throw opc::model::PartTooLarge(
-        fl::i18n::to_display(fileName) + ": " + fl::i18n::to_display(part.toString()) +
-        ": a screenshot of " + std::to_string(size) + " bytes; it may have at most " +
-        std::to_string(layout::kMaxScreenshotBytes) + "; use a smaller image");
+    throw opc::model::PartTooLarge(foundation::shown(fl::filesystem::path(fileName)) + ": " +
+                                   foundation::shown(part.toString()) + ": a screenshot of " +
+                                   std::to_string(size) + " bytes; it may have at most " +
+                                   std::to_string(layout::kMaxScreenshotBytes) +
+                                   "; use a smaller image");
 }
 
 }  // namespace appserialization

@@ -5,6 +5,7 @@
 #include <fl/FileDescriptor.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Exceptions.hpp>
+#include <foundation/Shown.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -28,8 +29,8 @@ constexpr std::size_t kPiece = 256 * 1024;
 constexpr std::size_t kMostTrailBytes = 3;
 
 [[noreturn]] void fail(const ustring& fileName, const std::string& problem) {
-    throwInternal(
-        AppFileReaderGenericException(fileName, fl::i18n::to_display(fileName) + ": " + problem));
+    throwInternal(AppFileReaderGenericException(
+        fileName, foundation::shown(fl::filesystem::path(fileName)) + ": " + problem));
 }
 
 void requireReasonableSize(std::uint64_t size, const ustring& fileName) {

@@ -3,10 +3,10 @@
 #include <opc/Exception.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include "platform/opc/Ascii.hpp"
 #include "platform/opc/PackageNames.hpp"
-#include "platform/opc/Shown.hpp"
 #include "platform/opc/TableHandler.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 #include "platform/opc/xml/XmlWriter.hpp"
@@ -15,6 +15,8 @@
 #include <utility>
 
 namespace opc::model {
+
+using foundation::shown;
 
 using fl::i18n::ustring_to_utf8;
 using fl::i18n::utf8_to_ustring_strict;
@@ -39,7 +41,7 @@ std::string_view required(const xml::StartTag& tag, std::string_view attribute) 
     const auto value = tag.find(attribute);
     if (!value) {
         throw xml::Refusal(std::string(tag.name().local) + " has no attribute " +
-                           std::string(attribute));
+                           std::string(attribute) + "; add it");
     }
     return *value;
 }
@@ -68,7 +70,7 @@ private:
     void end() override { --depth_; }
 
     [[noreturn]] static void refuseElement(const xml::Name& name) {
-        throw xml::Refusal("unexpected element \"" + std::string(name.local) +
+        throw xml::Refusal("unexpected element \"" + shown(name.local) +
                            "\"; expected Types with Default and Override elements of " +
                            std::string(kNamespace));
     }
@@ -77,7 +79,7 @@ private:
         for (const auto& attribute : tag.attributes()) {
             const auto& name = attribute.name;
             if (name != xml::Name{{}, key} && name != xml::Name{{}, "ContentType"}) {
-                throw xml::Refusal("unexpected attribute \"" + std::string(name.local) + "\"");
+                throw xml::Refusal("unexpected attribute \"" + shown(name.local) + "\"; remove it");
             }
         }
     }
@@ -95,7 +97,8 @@ private:
     void addDefault(const xml::StartTag& tag) {
         refuseOtherAttributes(tag, "Extension");
         const auto extension = required(tag, "Extension");
-        if (extension.empty()) throw xml::Refusal("Extension is empty");
+        if (extension.empty())
+            throw xml::Refusal("Extension is empty; expected one such as \"xml\"");
         if (extension.find_first_of("./\\") != std::string_view::npos) {
             throw xml::Refusal("Extension \"" + shown(extension) +
                                "\" has a dot or slash; expected it without");
@@ -103,7 +106,8 @@ private:
         ustring key = utf8_to_ustring_strict(extension);
         auto index = extensionKey(key);
         if (!types_->add(types_->defaults_, std::move(index), {false, std::move(key), type(tag)})) {
-            throw xml::Refusal("a second Default for extension \"" + shown(extension) + "\"");
+            throw xml::Refusal("a second Default for extension \"" + shown(extension) +
+                               "\"; remove one of them");
         }
     }
 
@@ -112,7 +116,8 @@ private:
         const auto text = required(tag, "PartName");
         const auto name = checked<PartName>(text);
         if (!types_->add(types_->overrides_, name.key(), {true, name.toString(), type(tag)})) {
-            throw xml::Refusal("a second Override for part \"" + shown(text) + "\"");
+            throw xml::Refusal("a second Override for part \"" + shown(text) +
+                               "\"; remove one of them");
         }
     }
 

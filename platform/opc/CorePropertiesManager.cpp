@@ -1,14 +1,16 @@
 #include <opc/CorePropertiesManager.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include "platform/opc/HostProperties.hpp"
 #include "platform/opc/RelatedPart.hpp"
-#include "platform/opc/Shown.hpp"
 #include "platform/opc/StandardProperties.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 
 namespace opc::qzservices {
+
+using foundation::shown;
 
 using model::Package;
 
@@ -19,7 +21,7 @@ std::vector<model::Relationship> relationshipsToCore(const Package& package) {
         package.getRelationshipsByType(model::PackageHelper::getCorePropertiesRelationshipType());
     if (found.size() > 1) {
         throw Exception(shown(package.path()) + ": /_rels/.rels: " + std::to_string(found.size()) +
-                        " relationships lead to core properties; at most one may");
+                        " relationships lead to core properties; remove all but one");
     }
     return found;
 }
@@ -48,14 +50,13 @@ CorePropertiesManager::CorePropertiesManager(model::Package& package, Determinis
 CoreProperties CorePropertiesManager::getCoreProperties() const {
     CoreProperties properties;
     for (const auto& relationship : relationshipsToCore(*package_)) {
-        const auto part = findTarget(*package_, relationship);
-        if (part) readPart<StandardProperties>(*package_, *part, properties);
+        if (!package_->hasTarget(relationship)) continue;
+        readPart<StandardProperties>(*package_, package_->getTarget(relationship), properties);
     }
     const auto toHost = package_->getRelationshipsByType(HostProperties::kRelationshipType);
     for (const auto& relationship : toHost) {
-        const auto part = findTarget(*package_, relationship);
-        if (!part) continue;
-        readPart<HostProperties>(*package_, *part, properties);
+        if (!package_->hasTarget(relationship)) continue;
+        readPart<HostProperties>(*package_, package_->getTarget(relationship), properties);
         break;  // the one that a save replaces
     }
     return properties;

@@ -3,9 +3,9 @@
 #include <opc/Exception.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include "platform/opc/Ascii.hpp"
-#include "platform/opc/Shown.hpp"
 
 #include <algorithm>
 #include <array>
@@ -13,6 +13,8 @@
 #include <vector>
 
 namespace opc::model {
+
+using foundation::shown;
 
 namespace {
 

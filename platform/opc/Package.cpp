@@ -1,15 +1,18 @@
 #include <opc/Package.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include "platform/opc/PackageNames.hpp"
 #include "platform/opc/PackageState.hpp"
-#include "platform/opc/Shown.hpp"
 
+#include <optional>
 #include <system_error>
 #include <utility>
 
 namespace opc::model {
+
+using foundation::shown;
 
 using interfaces::OpenMode;
 
@@ -22,6 +25,17 @@ auto translated(const fl::filesystem::path& file, Work work) {
         return work();
     } catch (const std::system_error& error) {
         throw Exception(shown(file) + ": " + error.what());
+    }
+}
+
+// The part name that a relationship leads to; nullopt when it leads out of the package, or its target
+// is no part name: it may be written any way.
+std::optional<PartName> targetName(const Relationship& relationship) {
+    if (relationship.getTargetMode() == TargetMode::External) return std::nullopt;
+    try {
+        return PartName(relationship.getTargetURI());
+    } catch (const Exception&) {
+        return std::nullopt;
     }
 }
 
@@ -114,14 +128,37 @@ Part Package::getTarget(const Relationship& relationship) const {
                       shown(relationship.getID()) + "\" ";
     const auto& target = relationship.getTargetURI();
     if (relationship.getTargetMode() == TargetMode::External) {
-        open.refuse(from + "leads out of the package, to \"" + shown(target.toString()) + "\"");
+        open.refuse(from + "leads out of the package, to \"" + shown(target.toString()) +
+                    "\"; expected the name of a part");
     }
     try {
         if (const auto* const part = open.findPart(PartName(target))) return Part(*part);
     } catch (const Exception& fault) {
-        open.refuse(from + "leads nowhere: " + fault.what());
+        open.refuse(from + "leads nowhere: " + fault.what() + "; expected the name of a part");
     }
-    open.refuse(from + "targets \"" + shown(target.toString()) + "\", which is not in the package");
+    open.refuse(from + "targets \"" + shown(target.toString()) +
+                "\", which is not in the package; add the part or remove the relationship");
+}
+
+bool Package::hasTarget(const Relationship& relationship) const {
+    const auto name = targetName(relationship);
+    return name && hasPart(*name);
+}
+
+Part Package::getOwnTarget(const Relationship& relationship) const {
+    auto part = getTarget(relationship);
+    for (const auto& other : state().relationships()) {
+        const auto& type = other.getType();
+        if (type == relationship.getType() || type == PackageHelper::getThumbnailRelationshipType())
+            continue;
+        if (targetName(other) != part.getName()) continue;
+        state().refuse(
+            shown(names::kRelationshipsPart) + ": relationships \"" + shown(relationship.getID()) +
+            "\" and \"" + shown(other.getID()) + "\" both lead to " +
+            shown(part.getName().toString()) +
+            ", so that changing one would change the other; give each a part of its own");
+    }
+    return part;
 }
 
 std::vector<Part> Package::getParts() const {

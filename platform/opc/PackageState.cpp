@@ -3,10 +3,10 @@
 #include <opc/Exception.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include "platform/opc/Ascii.hpp"
 #include "platform/opc/PackageNames.hpp"
-#include "platform/opc/Shown.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 
 #include <algorithm>
@@ -15,6 +15,8 @@
 #include <utility>
 
 namespace opc::model {
+
+using foundation::shown;
 
 using fl::i18n::ustring_to_utf8;
 using interfaces::OpenMode;
@@ -34,6 +36,13 @@ std::optional<PartName> partNameOf(const zip::ZipItem& item) {
     for (const char c : item.name)
         name += char16_t(static_cast<unsigned char>(c));
     return PartName::fromName(std::move(name));
+}
+
+// Whether an item is a piece of a part that is stored in pieces, "part/[0].piece", which some readers
+// put together.
+bool isPiece(std::string_view item) {
+    const std::string last = ascii::lowered(item.substr(item.find_last_of("/\\") + 1));
+    return last.starts_with('[') && (last.ends_with("].piece") || last.ends_with("].last.piece"));
 }
 
 std::string itemNameOf(const PartName& name) {
@@ -99,7 +108,7 @@ void PackageState::loadTypes() {
     });
     if (found == items.end()) {
         refuse("not a package: the zip file holds no \"" + std::string(names::kContentTypesItem) +
-               "\"");
+               "\"; choose a packaged app file");
     }
     typesItem_ = found->name;
     const auto name = file_ + ": " + typesItem_;
@@ -107,6 +116,11 @@ void PackageState::loadTypes() {
 }
 
 void PackageState::loadItem(const zip::ZipItem& item) {
+    if (isPiece(item.name)) {
+        refuse(shown(item.displayName()) +
+               ": is a piece of a part, which is not supported; save the package with parts in one "
+               "piece");
+    }
     const auto name = partNameOf(item);
     if (!name) return;
     const auto* const type = types_.find(*name);

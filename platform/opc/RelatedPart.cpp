@@ -21,23 +21,11 @@ PartName freeName(const Package& package, const ustring& name) {
 
 }  // namespace
 
-std::optional<Part> findTarget(const Package& package, const Relationship& relationship) {
-    if (relationship.getTargetMode() == TargetMode::External) return std::nullopt;
-    std::optional<PartName> name;
-    try {
-        name.emplace(relationship.getTargetURI());
-    } catch (const Exception&) {
-        return std::nullopt;  // a target may be written any way; only a part name leads somewhere
-    }
-    if (!package.hasPart(*name)) return std::nullopt;
-    return package.getPart(*name);
-}
-
 Part requireRelatedPart(Package& package, const ustring& relationshipType, const ustring& name,
                         const ContentType& type) {
     const auto relationships = package.getRelationshipsByType(relationshipType);
     for (const auto& relationship : relationships) {
-        if (auto part = findTarget(package, relationship)) return *part;
+        if (package.hasTarget(relationship)) return package.getOwnTarget(relationship);
     }
     auto part = package.createPart(freeName(package, name), type, StandardPartInfo(1, 0));
     for (const auto& dangling : relationships)

@@ -2,12 +2,7 @@
 
 #include <opc/Package.hpp>
 
-#include <optional>
-
 namespace opc::model {
-
-// The part that a relationship leads to; nullopt when it dangles or its target is no part name.
-std::optional<Part> findTarget(const Package& package, const Relationship& relationship);
 
 // The part of a relationship type that a package is to have once: what the first relationship leads
 // to. When none leads anywhere the part is created, as `name` or with a number added where that is

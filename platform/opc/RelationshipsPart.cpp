@@ -4,10 +4,10 @@
 #include <opc/XercesHelper.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include <xercesc/util/XMLChar.hpp>
 
-#include "platform/opc/Shown.hpp"
 #include "platform/opc/TableHandler.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 #include "platform/opc/xml/XmlWriter.hpp"
@@ -17,6 +17,8 @@
 #include <utility>
 
 namespace opc::model {
+
+using foundation::shown;
 
 using fl::i18n::ustring_to_utf8;
 using fl::i18n::utf8_to_ustring_strict;
@@ -43,7 +45,7 @@ private:
     void startElement(const xml::StartTag& tag) override {
         const char* const expected = ++depth_ == 1 ? "Relationships" : "Relationship";
         if (depth_ > 2 || tag.name() != xml::Name{kNamespace, expected}) {
-            throw xml::Refusal("unexpected element \"" + std::string(tag.name().local) +
+            throw xml::Refusal("unexpected element \"" + shown(tag.name().local) +
                                "\"; expected Relationships with Relationship elements of " +
                                std::string(kNamespace));
         }
@@ -55,15 +57,16 @@ private:
         for (const auto& attribute : tag.attributes()) {
             const auto known = std::ranges::find(kAttributes, attribute.name.local);
             if (!attribute.name.nameSpace.empty() || known == std::end(kAttributes)) {
-                throw xml::Refusal("unexpected attribute \"" + std::string(attribute.name.local) +
-                                   "\"");
+                throw xml::Refusal("unexpected attribute \"" + shown(attribute.name.local) +
+                                   "\"; remove it");
             }
         }
     }
 
     static ustring required(const xml::StartTag& tag, std::string_view attribute) {
         const auto value = tag.find(attribute);
-        if (!value) throw xml::Refusal("a relationship has no " + std::string(attribute));
+        if (!value)
+            throw xml::Refusal("a relationship has no " + std::string(attribute) + "; add it");
         return utf8_to_ustring_strict(*value);
     }
 
@@ -78,13 +81,15 @@ private:
         refuseOtherAttributes(tag);
         const auto id = required(tag, "Id");
         if (!isXmlName(id)) {
-            throw xml::Refusal("relationship id \"" + shown(id) + "\" is not an XML name");
+            throw xml::Refusal("relationship id \"" + shown(id) +
+                               "\" is not an XML name; expected one such as \"rId1\"");
         }
         if (part_->places_.contains(id)) {
-            throw xml::Refusal("a second relationship with id \"" + shown(id) + "\"");
+            throw xml::Refusal("a second relationship with id \"" + shown(id) +
+                               "\"; give it another one");
         }
         auto type = required(tag, "Type");
-        if (type.empty()) throw xml::Refusal("Type is empty");
+        if (type.empty()) throw xml::Refusal("Type is empty; expected a URI");
         part_->add(Relationship(id, std::move(type), URI(required(tag, "Target")), mode(tag)));
     }
 

@@ -3,8 +3,8 @@
 #include <opc/XercesHelper.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
-#include "platform/opc/Shown.hpp"
 #include "platform/opc/W3CDate.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 #include "platform/opc/xml/XmlWriter.hpp"
@@ -17,6 +17,8 @@
 #include <vector>
 
 namespace opc::qzservices {
+
+using foundation::shown;
 
 using fl::i18n::ustring_to_utf8;
 using fl::i18n::utf8_to_ustring_strict;
@@ -42,8 +44,8 @@ std::string qualified(const NameSpace& nameSpace, std::string_view local) {
 }
 
 [[noreturn]] void refuseAttribute(const xml::Name& name) {
-    throw xml::Refusal("unexpected attribute \"" + std::string(name.local) + "\" of namespace \"" +
-                       std::string(name.nameSpace) + "\"; remove it");
+    throw xml::Refusal("unexpected attribute \"" + shown(name.local) + "\" of namespace \"" +
+                       shown(name.nameSpace) + "\"; remove it");
 }
 
 }  // namespace
@@ -104,7 +106,8 @@ public:
 
     void text(std::string_view characters) override {
         if (depth_ == 1) {
-            if (!xml::isBlank(characters)) throw xml::Refusal("unexpected text between properties");
+            if (!xml::isBlank(characters))
+                throw xml::Refusal("unexpected text between properties; remove it");
             return;
         }
         if (std::exchange(startPiece_, false)) pieces_.emplace_back("", false);
@@ -126,11 +129,11 @@ private:
     void startProperty(const xml::StartTag& tag) {
         row_ = std::ranges::find(kRows, tag.name(), &Row::name);
         if (row_ == std::end(kRows)) {
-            throw xml::Refusal("\"" + std::string(tag.name().local) + "\" of namespace \"" +
-                               std::string(tag.name().nameSpace) + "\" is no core property");
+            throw xml::Refusal("\"" + shown(tag.name().local) + "\" of namespace \"" +
+                               shown(tag.name().nameSpace) + "\" is no core property; remove it");
         }
         if (!seen_.insert(row_).second) {
-            throw xml::Refusal("a second " + std::string(row_->local));
+            throw xml::Refusal("a second " + std::string(row_->local) + "; remove one of them");
         }
         checkAttributes(tag);
         pieces_.clear();
@@ -141,7 +144,7 @@ private:
         const bool allowed =
             depth_ == 3 && row_->kind == Kind::Keywords && tag.name() == kKeywordValue;
         if (!allowed) {
-            throw xml::Refusal("unexpected element \"" + std::string(tag.name().local) + "\" in " +
+            throw xml::Refusal("unexpected element \"" + shown(tag.name().local) + "\" in " +
                                std::string(row_->local) + "; expected text only");
         }
         for (const auto& attribute : tag.attributes())

@@ -17,7 +17,7 @@ void TableHandler::start(const xml::StartTag& tag) {
 
 void TableHandler::text(std::string_view characters) {
     if (xml::isBlank(characters)) return;
-    const xml::Refusal refusal("unexpected text");
+    const xml::Refusal refusal("unexpected text; remove it");
     if (faults_ == nullptr) throw refusal;
     fault(refusal);
 }

@@ -3,6 +3,7 @@
 #include <opc/Exception.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/framework/MemBufFormatTarget.hpp>
@@ -11,7 +12,6 @@
 #include <xercesc/util/XMLString.hpp>
 
 #include "platform/opc/PartStreams.hpp"
-#include "platform/opc/Shown.hpp"
 #include "platform/opc/xml/DomBuilder.hpp"
 #include "platform/opc/xml/XercesMemory.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
@@ -22,6 +22,8 @@
 #include <utility>
 
 namespace opc::model {
+
+using foundation::shown;
 
 using xml::XercesMemory;
 
@@ -57,6 +59,13 @@ std::string nameOf(const InputStream& stream, const ustring& systemId) {
     const auto* const named = dynamic_cast<const NamedStream*>(&stream);
     if (named) return named->name();
     return systemId.empty() ? kAnonymous : shown(systemId);
+}
+
+// What a caller gives, which it may have looked for in vain.
+template <class Node>
+Node& given(Node* node, const char* what) {
+    if (node == nullptr) throw Exception(std::string("no ") + what + " was given");
+    return *node;
 }
 
 // Nodes made without a namespace have no local name.
@@ -223,6 +232,7 @@ void XercesHelper::writeDocumentToStream(const XercesWriterPtr& writer,
 
 xercesc::DOMElement* XercesHelper::appendElementNS(xercesc::DOMNode* parent,
                                                    const ustring& nameSpace, const ustring& name) {
+    given(parent, "parent for an element");
     return translated("element \"" + shown(name) + "\"", [&] {
         const bool isDocument = parent->getNodeType() == xercesc::DOMNode::DOCUMENT_NODE;
         auto* const document =
@@ -235,7 +245,8 @@ xercesc::DOMElement* XercesHelper::appendElementNS(xercesc::DOMNode* parent,
 
 xercesc::DOMElement* XercesHelper::getElement(const xercesc::DOMElement* parent,
                                               const ustring& name) {
-    for (auto* node = parent->getFirstChild(); node != nullptr; node = node->getNextSibling()) {
+    for (auto* node = given(parent, "parent element").getFirstChild(); node != nullptr;
+         node = node->getNextSibling()) {
         if (isElement(*node, name)) return static_cast<xercesc::DOMElement*>(node);
     }
     return nullptr;
@@ -244,7 +255,8 @@ xercesc::DOMElement* XercesHelper::getElement(const xercesc::DOMElement* parent,
 std::vector<xercesc::DOMElement*> XercesHelper::getElements(const xercesc::DOMElement* parent,
                                                             const ustring& name) {
     std::vector<xercesc::DOMElement*> found;
-    for (auto* node = parent->getFirstChild(); node != nullptr; node = node->getNextSibling()) {
+    for (auto* node = given(parent, "parent element").getFirstChild(); node != nullptr;
+         node = node->getNextSibling()) {
         if (isElement(*node, name)) found.push_back(static_cast<xercesc::DOMElement*>(node));
     }
     return found;
@@ -252,7 +264,8 @@ std::vector<xercesc::DOMElement*> XercesHelper::getElements(const xercesc::DOMEl
 
 bool XercesHelper::getElementText(const xercesc::DOMElement* element, ustring& text) {
     text.clear();
-    for (auto* node = element->getFirstChild(); node != nullptr; node = node->getNextSibling()) {
+    for (auto* node = given(element, "element").getFirstChild(); node != nullptr;
+         node = node->getNextSibling()) {
         const auto type = node->getNodeType();
         if (type == xercesc::DOMNode::TEXT_NODE || type == xercesc::DOMNode::CDATA_SECTION_NODE) {
             text += node->getNodeValue();
@@ -263,13 +276,13 @@ bool XercesHelper::getElementText(const xercesc::DOMElement* element, ustring& t
 
 void XercesHelper::setElementText(xercesc::DOMElement* element, const ustring& text) {
     // First, because the DOM takes text up to the first NUL.
-    requireXmlText(text, element->getNodeName());
+    requireXmlText(text, given(element, "element").getNodeName());
     translated(display(element->getNodeName()), [&] { element->setTextContent(text.c_str()); });
 }
 
 bool XercesHelper::getElementAttribute(const xercesc::DOMElement* element, const ustring& name,
                                        ustring& value) {
-    const auto* const attribute = findAttribute(*element, name);
+    const auto* const attribute = findAttribute(given(element, "element"), name);
     if (attribute == nullptr) return false;
     value = attribute->getNodeValue();
     return true;
@@ -277,6 +290,7 @@ bool XercesHelper::getElementAttribute(const xercesc::DOMElement* element, const
 
 void XercesHelper::setElementAttribute(xercesc::DOMElement* element, const ustring& name,
                                        const ustring& value) {
+    given(element, "element");
     requireXmlText(value, name);
     translated(shown(name), [&] { element->setAttribute(name.c_str(), value.c_str()); });
 }

@@ -2,6 +2,8 @@
 
 #include <opc/Exception.hpp>
 
+#include <foundation/Shown.hpp>
+
 #include "platform/opc/zip/ArchiveBytes.hpp"
 #include "platform/opc/zip/Directory.hpp"
 #include "platform/opc/zip/EndRecords.hpp"
@@ -11,6 +13,7 @@
 #include "platform/opc/zip/ZipError.hpp"
 
 #include <algorithm>
+#include <map>
 #include <optional>
 
 namespace opc::zip {
@@ -25,7 +28,7 @@ fl::filesystem::FileDescriptor openFile(const fl::filesystem::path& file) {
         return fl::filesystem::FileDescriptor::openForReading(file);
     } catch (const std::system_error& error) {
         if (error.code() != std::errc::no_such_file_or_directory) throw;
-        throw model::PackageNotFound(displayName(file) + ": there is no such file");
+        throw model::PackageNotFound(foundation::shown(file) + ": there is no such file");
     }
 }
 
@@ -47,6 +50,9 @@ struct ZipArchive::State final : ByteSource {
     std::optional<std::vector<ZipItem>> readDirectoryIfWhole();
     void readDirectoryBytes(ArchiveBytes& bytes, const format::DirectoryRecord& record);
     void indexNames();
+    void indexResolvedNames();
+    const ZipItem* findFolded(std::string_view name) const noexcept;
+    [[noreturn]] void refuseSameNames(const ZipItem& one, const ZipItem& other) const;
 
     fl::filesystem::path path;
     fl::filesystem::FileDescriptor file;
@@ -54,6 +60,8 @@ struct ZipArchive::State final : ByteSource {
     std::string directory;
     std::vector<ZipItem> items;
     std::vector<const ZipItem*> byName;  // in FoldedLess order
+    // Those that some readers resolve to other names, under these names.
+    std::map<std::string, const ZipItem*, FoldedLess> byResolvedName;
     std::string comment;
 };
 
@@ -66,6 +74,7 @@ void ZipArchive::State::read() {
     items = readDirectory(directory, end.directory.count, path);
     checkLocalHeaders(items, end.directory.offset, bytes, path);
     indexNames();
+    indexResolvedNames();
 }
 
 std::optional<std::vector<ZipItem>> ZipArchive::State::readDirectoryIfWhole() {
@@ -108,11 +117,35 @@ void ZipArchive::State::indexNames() {
     for (const auto& [name, item] : order)
         byName.push_back(item);
     const auto same = std::ranges::adjacent_find(order, {}, &decltype(order)::value_type::first);
-    if (same == order.end()) return;
-    throwItemError(path, same[0].second->displayName(),
+    if (same != order.end()) refuseSameNames(*same[0].second, *same[1].second);
+}
+
+const ZipItem* ZipArchive::State::findFolded(std::string_view name) const noexcept {
+    const auto at = std::lower_bound(byName.begin(), byName.end(), name,
+                                     [](const ZipItem* item, std::string_view wanted) {
+                                         return FoldedLess()(item->name, wanted);
+                                     });
+    if (at == byName.end() || FoldedLess()(name, (*at)->name)) return nullptr;
+    return *at;
+}
+
+void ZipArchive::State::refuseSameNames(const ZipItem& one, const ZipItem& other) const {
+    throwItemError(path, one.displayName(),
                    "there is a second item of this name, \"" +
-                       printable(same[1].second->displayName()) +
-                       "\": readers could see two different packages");
+                       foundation::shown(other.displayName()) +
+                       "\": readers could see two different packages; remove one of them");
+}
+
+void ZipArchive::State::indexResolvedNames() {
+    for (const ZipItem& item : items) {
+        if (!mayResolve(item.name)) continue;
+        const auto [found, isNew] = byResolvedName.try_emplace(resolvedName(item.name), &item);
+        if (!isNew) refuseSameNames(*found->second, item);
+    }
+    for (const auto& [name, item] : byResolvedName) {
+        const ZipItem* const other = findFolded(name);
+        if (other && other != item) refuseSameNames(*item, *other);
+    }
 }
 
 ZipArchive::ZipArchive(std::shared_ptr<const State> state) : state_(std::move(state)) {}
@@ -153,13 +186,9 @@ const ZipItem* ZipArchive::find(std::string_view name) const noexcept {
 }
 
 const ZipItem* ZipArchive::findFolded(std::string_view name) const noexcept {
-    const auto& order = state_->byName;
-    const auto at = std::lower_bound(order.begin(), order.end(), name,
-                                     [](const ZipItem* item, std::string_view wanted) {
-                                         return FoldedLess()(item->name, wanted);
-                                     });
-    if (at == order.end() || FoldedLess()(name, (*at)->name)) return nullptr;
-    return *at;
+    if (const ZipItem* found = state_->findFolded(name)) return found;
+    const auto resolved = state_->byResolvedName.find(name);
+    return resolved == state_->byResolvedName.end() ? nullptr : resolved->second;
 }
 
 std::unique_ptr<InputStream> ZipArchive::read(const ZipItem& item) const {

@@ -2,7 +2,7 @@
 
 #include <opc/Exception.hpp>
 
-#include "platform/opc/Shown.hpp"
+#include <foundation/Shown.hpp>
 
 #include <string>
 
@@ -12,7 +12,7 @@ std::vector<opc::model::Relationship> findRelationships(const opc::model::Packag
                                                         std::size_t least) {
     auto found = package.getRelationshipsByType(kRelationshipType);
     if (found.size() < least || found.size() > 1) {
-        throw opc::Exception(opc::shown(package.path()) +
+        throw opc::Exception(foundation::shown(package.path()) +
                              ": /_rels/.rels: " + std::to_string(found.size()) +
                              " relationships lead to a code part; expected one");
     }

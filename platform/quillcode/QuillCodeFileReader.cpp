@@ -3,8 +3,8 @@
 #include <opc/Package.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
-#include "platform/opc/Shown.hpp"
 #include "platform/quillcode/CodePart.hpp"
 
 #include <string_view>
@@ -14,7 +14,7 @@ namespace quillcode {
 QuillCodeFileReader::QuillCodeFileReader(const ustring& fileName) : fileName_(fileName) {}
 
 ustring QuillCodeFileReader::getKORVALCode() const {
-    const auto file = opc::shown(fl::filesystem::path(fileName_));
+    const auto file = foundation::shown(fl::filesystem::path(fileName_));
     const opc::zippackage::ZipPhysicalPackage zip(fileName_, true);
     opc::model::Package package(zip);
     package.open(opc::interfaces::OpenMode::Read);
@@ -24,7 +24,7 @@ ustring QuillCodeFileReader::getKORVALCode() const {
         return fl::i18n::utf8_to_ustring_strict(
             {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     } catch (const fl::i18n::ConversionError& fault) {
-        throw opc::Exception(file + ": " + opc::shown(part.getName().toString()) +
+        throw opc::Exception(file + ": " + foundation::shown(part.getName().toString()) +
                              ": the code is not valid UTF-8 at byte " +
                              std::to_string(fault.index()));
     }

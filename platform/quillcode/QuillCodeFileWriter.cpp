@@ -5,9 +5,9 @@
 
 #include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include "platform/opc/RelatedPart.hpp"
-#include "platform/opc/Shown.hpp"
 #include "platform/quillcode/CodePart.hpp"
 
 namespace quillcode {
@@ -47,8 +47,8 @@ void QuillCodeFileWriter::setKORVALCode(const ustring& code) {
     requireOpen();
     auto bytes = fl::i18n::ustring_to_utf8(code);
     if (bytes.size() > codepart::kMaxBytes) {
-        throw opc::Exception(opc::shown(fl::filesystem::path(fileName_)) + ": the code has " +
-                             std::to_string(bytes.size()) +
+        throw opc::Exception(foundation::shown(fl::filesystem::path(fileName_)) +
+                             ": the code has " + std::to_string(bytes.size()) +
                              " bytes; no more than 256 MiB can be written");
     }
     code_ = std::move(bytes);
@@ -68,7 +68,7 @@ void QuillCodeFileWriter::close(bool stampProperties) {
 
 void QuillCodeFileWriter::requireOpen() const {
     if (closed_) {
-        throw opc::Exception(opc::shown(fl::filesystem::path(fileName_)) +
+        throw opc::Exception(foundation::shown(fl::filesystem::path(fileName_)) +
                              ": this code writer is closed");
     }
 }

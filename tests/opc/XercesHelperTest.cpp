@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string_view>
 
 namespace opc::model {
@@ -125,16 +126,31 @@ TEST_F(XercesHelperTest, LooksUpLocalNamesAmongDirectChildren) {
     EXPECT_EQ(text, u"2");
 }
 
+TEST_F(XercesHelperTest, RefusesElementsThatAreNull) {
+    ustring text;
+    const std::function<void()> calls[] = {
+        [] { XercesHelper::appendElementNS(nullptr, u"urn:n", u"a"); },
+        [] { XercesHelper::getElement(nullptr, u"a"); },
+        [] { XercesHelper::getElements(nullptr, u"a"); },
+        [&] { XercesHelper::getElementText(nullptr, text); },
+        [&] { XercesHelper::setElementText(nullptr, text); },
+        [&] { XercesHelper::getElementAttribute(nullptr, u"a", text); },
+        [&] { XercesHelper::setElementAttribute(nullptr, u"a", text); },
+    };
+    for (const auto& call : calls)
+        EXPECT_THROW(call(), Exception);
+}
+
 TEST_F(XercesHelperTest, EveryFailureIsAnOpcException) {
     const struct {
         const char* document;
         const char* message;
     } rows[] = {
-        {"<a><b></a>", "doc: line 1, column 9: mismatched tag"},
-        {"<a>half", "doc: line 1, column 8: no element found"},
+        {"<a><b></a>", "doc: line 1, column 9: mismatched tag; mend the XML or get the file again"},
+        {"<a>half", "doc: line 1, column 8: no element found; mend the XML or get the file again"},
         {"<!DOCTYPE a SYSTEM 'http://127.0.0.1:1/x'><a/>",
          "doc: line 1, column 42: a document type is not allowed; remove it"},
-        {"", "doc: line 1, column 1: no element found"},
+        {"", "doc: line 1, column 1: no element found; mend the XML or get the file again"},
     };
     for (const auto& row : rows) {
         EXPECT_THAT([&] { parse(row.document); }, ThrowsMessage<Exception>(row.message));

@@ -2,7 +2,7 @@
 
 #include <appserialization/Exceptions.hpp>
 #include <fl/filesystem.hpp>
-#include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include <cstdio>
 #include <exception>
@@ -21,7 +21,7 @@ namespace {
 std::vector<std::string> spellings(const FileName& file) {
     std::vector<std::string> names;
     const auto add = [&](const fl::filesystem::path& path) {
-        names.push_back(fl::i18n::to_display(path.native()));
+        names.push_back(foundation::shown(path));
     };
     try {
         add(fl::filesystem::canonical(file.path));

@@ -188,8 +188,10 @@ FileName directoryFor(const FileName& file, const ExtractOptions& options) {
 void writeFiles(const FileName& directory, const std::vector<ExtractedFile>& files, bool force) {
     NewDirectories made(directory);
     std::vector<std::unique_ptr<Transaction>> transactions;
-    for (const ExtractedFile& file : files)
+    for (const ExtractedFile& file : files) {
         requireAbsent(fileIn(directory, file.name), force);
+        requireNoLink(fileIn(directory, file.name));
+    }
     for (const ExtractedFile& file : files) {
         transactions.push_back(
             std::make_unique<Transaction>(fileIn(directory, file.name), Transaction::Start::Empty));

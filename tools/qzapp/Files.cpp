@@ -86,4 +86,10 @@ void requireAbsent(const FileName& file, bool force) {
     throw Error(file.shown, "exists already; give --force to replace it");
 }
 
+void requireNoLink(const FileName& file) {
+    struct stat found {};
+    if (::lstat(file.bytes().c_str(), &found) != 0 || !S_ISLNK(found.st_mode)) return;
+    throw Error(file.shown, "is a symbolic link, which leads elsewhere; remove it");
+}
+
 }  // namespace qzapp

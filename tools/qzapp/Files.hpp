@@ -33,5 +33,7 @@ std::string placeOf(std::string_view text, std::size_t offset);
 
 // Throws unless nothing has this name, not even a dangling link, or `force` allows to replace it.
 void requireAbsent(const FileName& file, bool force);
+// Throws when the file is a symbolic link: what a stranger packed is not written through one.
+void requireNoLink(const FileName& file);
 
 }  // namespace qzapp

@@ -4,6 +4,7 @@
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include <linux/fs.h>
 #include <unistd.h>
@@ -21,14 +22,6 @@ constexpr int kMostLinks = 40;  // as many as the system follows
 constexpr int kNameAttempts = 100;
 constexpr mode_t kPrivate = 0600;
 constexpr mode_t kAsTheUmaskAllows = 0666;
-
-// What an exception says ends at the first NUL, and a name may hold one.
-std::string displayName(const path& file) {
-    std::string name;
-    for (const char c : i18n::to_display(file.native()))
-        name += c == '\0' ? std::string("\\x00") : std::string(1, c);
-    return name;
-}
 
 std::string parentOf(const std::string& file) {
     const std::size_t slash = file.rfind('/');
@@ -175,7 +168,7 @@ struct SaveTarget::State {
             std::string what = error.what();
             const std::string text = ": " + error.code().message();
             if (what.ends_with(text)) what.resize(what.size() - text.size());
-            throw std::system_error(error.code(), displayName(given) + ": " + what);
+            throw std::system_error(error.code(), foundation::shown(given) + ": " + what);
         }
     }
 

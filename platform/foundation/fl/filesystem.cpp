@@ -3,6 +3,7 @@
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include <sys/stat.h>
 
@@ -34,7 +35,7 @@ std::optional<struct stat> statOf(const path& file) {
 std::optional<struct stat> knownStatOf(const path& file) {
     const auto status = statOf(file);
     if (!status && errno != ENOENT && errno != ENOTDIR) {
-        throwSystemError(errno, i18n::to_display(file.native()) + ": cannot stat");
+        throwSystemError(errno, foundation::shown(file) + ": cannot stat");
     }
     return status;
 }
@@ -103,7 +104,7 @@ path canonical(const path& file) {
     std::error_code error;
     const auto resolved =
         std::filesystem::canonical(detail::make_native_access_form_i18n(file), error);
-    return fromSystem(resolved, error, "cannot resolve " + i18n::to_display(file.native()));
+    return fromSystem(resolved, error, "cannot resolve " + foundation::shown(file));
 }
 
 namespace detail {

@@ -2,10 +2,11 @@
 
 #include <opc/Exception.hpp>
 
+#include <foundation/Shown.hpp>
+
 #include <expat.h>
 
 #include "platform/opc/Ascii.hpp"
-#include "platform/opc/Shown.hpp"
 
 #include <algorithm>
 #include <exception>
@@ -17,6 +18,8 @@
 #include <vector>
 
 namespace opc::xml {
+
+using foundation::shown;
 
 // The namespace declarations in scope, innermost last.
 class Bindings {
@@ -115,9 +118,10 @@ public:
         if (status == XML_STATUS_OK) return;
         const auto code = XML_GetErrorCode(parser_.get());
         if (code == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
-        const std::string text = XML_ErrorString(code);
+        const std::string text =
+            XML_ErrorString(code) + std::string("; mend the XML or get the file again");
         throw Exception(where + ": " + place() + ": " +
-                        shown(refusal_ ? *refusal_ : text, kMaxShownMessage));
+                        shown(refusal_ ? *refusal_ : text, foundation::kMaxShownMessage));
     }
 
 private:

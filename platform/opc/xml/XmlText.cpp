@@ -2,12 +2,13 @@
 #include <opc/XercesHelper.hpp>
 
 #include <fl/i18n.hpp>
-
-#include "platform/opc/Shown.hpp"
+#include <foundation/Shown.hpp>
 
 #include <cstdio>
 
 namespace opc::model {
+
+using foundation::shown;
 
 namespace {
 

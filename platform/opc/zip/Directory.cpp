@@ -25,13 +25,15 @@ public:
         if (at_ != directory_.size()) {
             fail("the directory has " + std::to_string(directory_.size() - at_) +
                  " bytes behind its last item, the " + std::to_string(count) +
-                 "th; the end record does not count all items");
+                 "th: the end record does not count all items");
         }
         return items;
     }
 
 private:
-    [[noreturn]] void fail(const std::string& what) const { throwZipError(*file_, what); }
+    [[noreturn]] void fail(const std::string& what) const {
+        throwZipError(*file_, what + kGetAgain);
+    }
 
     Bytes nextRecord() {
         const Bytes rest = directory_.subspan(at_);
@@ -70,14 +72,15 @@ private:
     // without zip64 may mean the number itself, so no field at all is no reference.
     static void readWideFields(ZipItem& item, Bytes record, const ItemChecks& checks) {
         const std::size_t fieldsAt = central::kHeaderSize + item.name.size();
-        Bytes zip64 = checks.checkExtraFields(
+        const Bytes wholeField = checks.checkExtraFields(
             record.subspan(fieldsAt, load16(record, central::kExtraLength)));
+        Bytes zip64 = wholeField;
         const bool hasZip64 = zip64.data() != nullptr;
         const auto read = [&](std::size_t field) -> std::uint64_t {
             const std::uint32_t narrow = load32(record, field);
             if (narrow != kInZip64_32 || !hasZip64) return narrow;
             if (zip64.size() < sizeof(std::uint64_t))
-                checks.fail("has a zip64 field that is too short");
+                checks.failDamaged("has a zip64 field that is too short");
             const std::uint64_t wide = load64(zip64, 0);
             zip64 = zip64.subspan(sizeof wide);
             return wide;
@@ -86,30 +89,45 @@ private:
         item.compressedSize = read(central::kCompressedSize);
         item.headerOffset = read(central::kOffset);
         checkDisk(load16(record, central::kDisk), zip64, checks);
+        if (zip64.size() >= sizeof(std::uint64_t)) checkIdleNumbers(wholeField, item, checks);
+    }
+
+    // Some writers list all numbers and some readers expect all of them, each at its own place: then
+    // both ways of reading must come to the same.
+    static void checkIdleNumbers(Bytes wholeField, const ZipItem& item, const ItemChecks& checks) {
+        const std::uint64_t known[] = {item.size, item.compressedSize, item.headerOffset};
+        for (std::size_t i = 0; i < std::size(known); ++i) {
+            if (wholeField.size() < (i + 1) * sizeof known[i]) return;
+            if (load64(wholeField, i * sizeof known[i]) == known[i]) continue;
+            checks.failDamaged("has a zip64 field that contradicts the rest of its record");
+        }
     }
 
     static void checkDisk(std::uint16_t disk, Bytes zip64, const ItemChecks& checks) {
         const bool isWide = disk == kInZip64_16 && zip64.size() >= sizeof(std::uint32_t);
         if (disk == 0 || (isWide && load32(zip64, 0) == 0)) return;
-        checks.fail("stands on another disk of a zip archive of several, which is not supported");
+        checks.fail(
+            "stands on another disk of a zip archive of several, which is not supported; join "
+            "them first");
     }
 
     static void checkContent(const ZipItem& item, const ItemChecks& checks) {
         if (item.name.find('\0') != std::string::npos) {
-            checks.fail("has a name that holds a zero byte, where some readers end it");
+            checks.fail("has a name that holds a zero byte, where some readers end it; rename it");
         }
         if (item.method != Method::Stored && item.method != Method::Deflated) {
             checks.fail("is compressed by method " +
                         std::to_string(static_cast<unsigned>(item.method)) +
-                        "; packages allow only 0 (stored) and 8 (deflated)");
+                        "; packages allow only 0 (stored) and 8 (deflated); pack it anew");
         }
         if (item.method == Method::Stored && item.size != item.compressedSize) {
-            checks.fail("is stored, but declares " + std::to_string(item.size) + " bytes and " +
-                        std::to_string(item.compressedSize) + " in the file");
+            checks.failDamaged("is stored, but declares " + std::to_string(item.size) +
+                               " bytes and " + std::to_string(item.compressedSize) +
+                               " in the file");
         }
         if (item.method == Method::Deflated && item.size / kMostDeflated > item.compressedSize) {
-            checks.fail("declares " + std::to_string(item.size) + " bytes, more than its " +
-                        std::to_string(item.compressedSize) + " deflated bytes can hold");
+            checks.failDamaged("declares " + std::to_string(item.size) + " bytes, more than its " +
+                               std::to_string(item.compressedSize) + " deflated bytes can hold");
         }
     }
 

@@ -12,8 +12,6 @@ namespace {
 
 using namespace format;
 
-constexpr const char* kGetAgain = "; get the file again from where it came from";
-
 class EndReader {
 public:
     EndReader(ArchiveBytes& bytes, const fl::filesystem::path& file)
@@ -32,7 +30,9 @@ public:
     }
 
 private:
-    [[noreturn]] void fail(const std::string& what) const { throwZipError(*file_, what); }
+    [[noreturn]] void fail(const std::string& what) const {
+        throwZipError(*file_, what + kGetAgain);
+    }
 
     std::uint64_t offsetInFile(std::size_t at) const {
         return bytes_->fileSize() - bytes_->tail().size() + at;
@@ -62,13 +62,13 @@ private:
         at_ = lastSignatureBefore(bytes_->tail().size());
         if (at_ == std::string_view::npos) {
             fail("is not a zip file, or its end is missing: there is no end record in its last " +
-                 std::to_string(bytes_->tail().size()) + " bytes" + kGetAgain);
+                 std::to_string(bytes_->tail().size()) + " bytes");
         }
         directoryEnd_ = offsetInFile(at_);
         if (endOf(at_) > bytes_->tail().size()) {
             fail("the end record at offset " + std::to_string(directoryEnd_) +
                  " announces a comment of " + std::to_string(commentLength(at_)) +
-                 " bytes, but the file ends before that" + kGetAgain);
+                 " bytes, but the file ends before that");
         }
     }
 
@@ -112,9 +112,9 @@ private:
             return number == 0 || number == kInZip64_16;
         };
         if (!isFirst(disk) || !isFirst(directoryDisk)) {
-            fail(
-                "is one of several disks of a zip archive, which is not supported; join them "
-                "first");
+            throwZipError(*file_,
+                          "is one of several disks of a zip archive, which is not supported; join "
+                          "them first");
         }
     }
 
@@ -184,7 +184,7 @@ private:
             fail("the directory should end at offset " + std::to_string(directoryEnd_) +
                  ", where the end record starts, but has " + std::to_string(directory.size) +
                  " bytes from offset " + std::to_string(directory.offset) +
-                 ": something was removed from the file or put into it" + kGetAgain);
+                 ": something was removed from the file or put into it");
         }
         if (directory.count > directory.size / central::kHeaderSize) {
             fail("the end record counts " + std::to_string(directory.count) +

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <compare>
+#include <string>
 #include <string_view>
 
 namespace opc::zip {
@@ -24,6 +25,12 @@ constexpr std::weak_ordering compareFolded(std::string_view a, std::string_view 
     }
     return a.size() <=> b.size();
 }
+
+// Whether a reader that resolves names, as those of files are resolved, may take this one for another.
+bool mayResolve(std::string_view name) noexcept;
+// What such a reader takes it for: percent-encodings decoded, without empty segments, dot segments, and
+// dots and blanks at the end of a segment.
+std::string resolvedName(std::string_view name);
 
 struct FoldedLess {
     using is_transparent = void;

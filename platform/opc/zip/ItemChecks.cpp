@@ -1,5 +1,7 @@
 #include "platform/opc/zip/ItemChecks.hpp"
 
+#include <foundation/Shown.hpp>
+
 #include "platform/opc/zip/ZipError.hpp"
 
 #include <algorithm>
@@ -18,6 +20,10 @@ void ItemChecks::fail(const std::string& what) const {
     throwItemError(*file_, item_->displayName(), what);
 }
 
+void ItemChecks::failDamaged(const std::string& what) const {
+    fail(what + kGetAgain);
+}
+
 void ItemChecks::refuseEncryption(std::uint16_t flags) const {
     if (flags & format::flag::kAnyEncryption) {
         fail("is encrypted, which packages do not allow; decrypt the file first");
@@ -30,10 +36,10 @@ format::Bytes ItemChecks::checkExtraFields(format::Bytes fields) const {
         if (field.identifier == format::extra::kUnicodePath) refuseRenaming(field.content);
         if (field.identifier != format::extra::kZip64) return;
         if (zip64.data() != nullptr)
-            fail("has two zip64 fields, which readers could take either of");
+            failDamaged("has two zip64 fields, which readers could take either of");
         zip64 = field.content;
     });
-    if (!isWhole) fail("has an extra field that claims more bytes than its record has");
+    if (!isWhole) failDamaged("has an extra field that claims more bytes than its record has");
     return zip64;
 }
 
@@ -41,13 +47,14 @@ format::Bytes ItemChecks::checkExtraFields(format::Bytes fields) const {
 // outside ASCII neither can be a part, and archives made elsewhere have them for good reason.
 void ItemChecks::refuseRenaming(format::Bytes unicodePath) const {
     if (unicodePath.size() < format::extra::kUnicodePathName) {
-        fail("has a Unicode path field that is too short");
+        failDamaged("has a Unicode path field that is too short");
     }
     const std::string_view other =
         format::asText(unicodePath.subspan(format::extra::kUnicodePathName));
     if (other == item_->name || (!isAscii(other) && !isAscii(item_->name))) return;
-    fail("has a Unicode path field that renames it to \"" + printable(displayName(other, true)) +
-         "\": readers could see two different packages");
+    failDamaged("has a Unicode path field that renames it to \"" +
+                foundation::shown(displayName(other, true)) +
+                "\": readers could see two different packages");
 }
 
 }  // namespace opc::zip

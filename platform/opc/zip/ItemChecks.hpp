@@ -18,6 +18,8 @@ public:
         : file_(&file), item_(&item) {}
 
     [[noreturn]] void fail(const std::string& what) const;
+    // Tells to get the file again.
+    [[noreturn]] void failDamaged(const std::string& what) const;
     void refuseEncryption(std::uint16_t flags) const;
     // The content of the zip64 field, empty when there is none. Refuses malformed fields, a second
     // zip64 field and a field that renames the item.

@@ -44,6 +44,8 @@ protected:
         throwItemError(content_.file, content_.name, what);
     }
 
+    [[noreturn]] void failDamaged(const std::string& what) const { fail(what + kGetAgain); }
+
     // `size` bytes of the item as it stands in the file.
     void readRaw(std::span<std::byte> buffer, std::uint64_t at) const {
         try {
@@ -60,7 +62,8 @@ private:
     void verify() {
         checkEnd();
         if (crc32_ != content_.crc32) {
-            fail("its content is damaged: the checksum does not match the one in the directory");
+            failDamaged(
+                "its content is damaged: the checksum does not match the one in the directory");
         }
         isVerified_ = true;
     }
@@ -92,19 +95,21 @@ protected:
     void produce(std::span<std::byte> buffer) override {
         const std::size_t got = decode(buffer);
         if (got == buffer.size()) return;
-        fail("its deflated data ends after " + std::to_string(position() + got) + " of " +
-             std::to_string(content().size) + " declared bytes");
+        failDamaged("its deflated data ends after " + std::to_string(position() + got) + " of " +
+                    std::to_string(content().size) + " declared bytes");
     }
 
     void checkEnd() override {
         std::byte more;
         if (decode({&more, 1}) > 0) {
-            fail("holds more than the " + std::to_string(content().size) + " bytes declared");
+            failDamaged("holds more than the " + std::to_string(content().size) +
+                        " bytes declared");
         }
-        if (!inflater_.hasEnded()) fail("its deflated data has no end");
+        if (!inflater_.hasEnded()) failDamaged("its deflated data has no end");
         const std::uint64_t over = inflater_.unused() + content().compressedSize - fed_;
         if (over > 0) {
-            fail("has " + std::to_string(over) + " bytes behind the end of its deflated data");
+            failDamaged("has " + std::to_string(over) +
+                        " bytes behind the end of its deflated data");
         }
     }
 
@@ -127,7 +132,7 @@ private:
         try {
             return inflater_.decode(output);
         } catch (const std::runtime_error& error) {
-            fail(error.what());
+            failDamaged(error.what());
         }
     }
 

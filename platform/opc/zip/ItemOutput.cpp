@@ -66,7 +66,8 @@ public:
         size_ += bytes.size();
     }
     void describe(NewItem& item) override {
-        item.content = std::make_shared<const FileSource>(std::move(file_));
+        item.content =
+            NewItem::InScratchFile{std::make_shared<const FileSource>(std::move(file_)), 0};
     }
     void keep() noexcept override {}
 

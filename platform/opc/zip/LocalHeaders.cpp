@@ -1,4 +1,6 @@
 #include "platform/opc/zip/Directory.hpp"
+
+#include <foundation/Shown.hpp>
 #include "platform/opc/zip/ItemChecks.hpp"
 #include "platform/opc/zip/ZipError.hpp"
 
@@ -32,13 +34,13 @@ public:
 
 private:
     [[noreturn]] void failOverlap() const {
-        checks_.fail("reaches from offset " + std::to_string(item_->headerOffset) +
-                     " past offset " + std::to_string(limit_) +
-                     ", where the next item or the directory starts");
+        checks_.failDamaged("reaches from offset " + std::to_string(item_->headerOffset) +
+                            " past offset " + std::to_string(limit_) +
+                            ", where the next item or the directory starts");
     }
     [[noreturn]] void failContradiction(const char* what) const {
-        checks_.fail("its local header at offset " + std::to_string(item_->headerOffset) +
-                     " contradicts the directory: another " + what);
+        checks_.failDamaged("its local header at offset " + std::to_string(item_->headerOffset) +
+                            " contradicts the directory: another " + what);
     }
 
     Bytes readHeader() {
@@ -46,8 +48,9 @@ private:
         if (room < local::kHeaderSize) failOverlap();
         Bytes header = bytes_->at(item_->headerOffset, local::kHeaderSize, limit_);
         if (load32(header, 0) != local::kSignature) {
-            checks_.fail("there is no local header at offset " +
-                         std::to_string(item_->headerOffset) + ", where the directory says it is");
+            checks_.failDamaged("there is no local header at offset " +
+                                std::to_string(item_->headerOffset) +
+                                ", where the directory says it is");
         }
         const std::size_t size = local::kHeaderSize + load16(header, local::kNameLength) +
                                  load16(header, local::kExtraLength);
@@ -60,7 +63,8 @@ private:
             asText(header.subspan(local::kHeaderSize, load16(header, local::kNameLength)));
         if (name != item_->name) {
             failContradiction(
-                ("name, \"" + printable(displayName(name, item_->nameIsUtf8)) + "\"").c_str());
+                ("name, \"" + foundation::shown(displayName(name, item_->nameIsUtf8)) + "\"")
+                    .c_str());
         }
         checks_.refuseEncryption(flags);
         if (Method{load16(header, local::kMethod)} != item_->method) failContradiction("method");
@@ -91,7 +95,7 @@ private:
         const Bytes zip64 = checks_.checkExtraFields(header.subspan(nameEnd));
         if (zip64.empty()) return sizes;
         if (zip64.size() < 2 * sizeof(std::uint64_t)) {
-            checks_.fail("has a zip64 field in its local header that is too short");
+            checks_.failDamaged("has a zip64 field in its local header that is too short");
         }
         for (std::size_t i = 0; i < sizes.size(); ++i) {
             const std::uint64_t wide = load64(zip64, i * sizeof(std::uint64_t));
@@ -117,8 +121,8 @@ private:
                 }
             }
         }
-        checks_.fail("has no data descriptor behind its data, at offset " +
-                     std::to_string(item_->endOffset) + ", that agrees with the directory");
+        checks_.failDamaged("has no data descriptor behind its data, at offset " +
+                            std::to_string(item_->endOffset) + ", that agrees with the directory");
     }
 
     std::string descriptorForm(bool isWide, bool isSigned) const {
@@ -142,11 +146,18 @@ private:
 // another item there.
 void refuseHiddenItem(std::uint64_t from, std::uint64_t to, ArchiveBytes& bytes,
                       const fl::filesystem::path& file) {
-    if (to - from < sizeof local::kSignature) return;
-    if (load32(bytes.at(from, sizeof local::kSignature, to), 0) != local::kSignature) return;
-    throwZipError(file, "there is an item at offset " + std::to_string(from) +
-                            " that the directory does not list: readers could see two different "
-                            "packages");
+    constexpr std::size_t kStep = std::size_t{32} << 10;
+    std::string signature;
+    append(signature, local::kSignature);
+    for (; to - from >= signature.size(); from += std::min<std::uint64_t>(kStep, to - from)) {
+        const std::size_t size = std::min<std::uint64_t>(kStep + signature.size() - 1, to - from);
+        const std::size_t found = asText(bytes.at(from, size, to)).find(signature);
+        if (found == std::string_view::npos) continue;
+        throwZipError(file, "there is an item at offset " + std::to_string(from + found) +
+                                " that the directory does not list: readers could see two "
+                                "different packages" +
+                                kGetAgain);
+    }
 }
 
 }  // namespace
@@ -163,9 +174,9 @@ void checkLocalHeaders(std::vector<ZipItem>& items, std::uint64_t directoryOffse
     for (std::size_t i = 0; i < items.size(); ++i) {
         ZipItem& item = items[i];
         if (item.headerOffset > directoryOffset) {
-            throwItemError(file, item.displayName(),
-                           "stands at offset " + std::to_string(item.headerOffset) +
-                               ", behind the start of the directory");
+            ItemChecks(file, item)
+                .failDamaged("stands at offset " + std::to_string(item.headerOffset) +
+                             ", behind the start of the directory");
         }
         refuseHiddenItem(end, item.headerOffset, bytes, file);
         const bool isLast = i + 1 == items.size();

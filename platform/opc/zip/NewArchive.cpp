@@ -43,7 +43,7 @@ void NewArchive::append(NewItem& item) {
     } else {
         file_->append(format::asBytes(header));
         const auto& scratch = std::get<NewItem::InScratchFile>(item.content);
-        file_->appendFrom(scratch->file(), 0, item.compressedSize);
+        file_->appendFrom(scratch.file->file(), scratch.offset, item.compressedSize);
     }
     placeFresh(item, begin, headerSize);
 }

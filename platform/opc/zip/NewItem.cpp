@@ -37,7 +37,10 @@ ItemContent NewItem::contentIn(const fl::filesystem::path& file) const {
                       .file = file,
                       .name = displayName(name, true)};
     if (const auto* memory = std::get_if<InMemory>(&content)) found.source = *memory;
-    if (const auto* scratch = std::get_if<InScratchFile>(&content)) found.source = *scratch;
+    if (const auto* scratch = std::get_if<InScratchFile>(&content)) {
+        found.source = scratch->file;
+        found.offset = scratch->offset;
+    }
     if (const auto* placed = std::get_if<InNewFile>(&content)) {
         found.source = placed->file;
         found.offset = placed->dataOffset;

@@ -22,6 +22,9 @@ class FileSource final : public ByteSource {
 public:
     explicit FileSource(fl::filesystem::FileDescriptor file) : file_(std::move(file)) {}
     const fl::filesystem::FileDescriptor& file() const noexcept { return file_; }
+    void write(std::span<const std::byte> bytes, std::uint64_t offset) {
+        file_.writeAt(bytes, offset);
+    }
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override;
 
 private:
@@ -32,7 +35,10 @@ private:
 // name, or stands in its place in the new file already.
 struct NewItem {
     using InMemory = std::shared_ptr<const MemorySource>;
-    using InScratchFile = std::shared_ptr<const FileSource>;
+    struct InScratchFile {
+        std::shared_ptr<const FileSource> file;
+        std::uint64_t offset;
+    };
     struct InNewFile {
         std::shared_ptr<const ByteSource> file;
         std::uint64_t dataOffset;

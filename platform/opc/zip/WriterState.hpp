@@ -51,6 +51,7 @@ private:
     void loseKept(std::string_view name) noexcept;
     void enter(std::unique_ptr<NewItem>& slot, std::unique_ptr<NewItem> item) noexcept;
     void settle(NewItem& item);
+    void moveToScratchFile(NewItem& item);
     void forgetContent(const NewItem& item) noexcept;
     std::vector<NewItem*> itemsInTurn() const;
     void openArchive(std::string_view firstName);
@@ -69,6 +70,8 @@ private:
     std::map<std::string, std::unique_ptr<NewItem>, FoldedLess> items_;
     std::uint64_t nextTurn_ = 0;
     std::uint64_t inMemory_ = 0;
+    std::shared_ptr<FileSource> overflow_;  // of small items, once there were too many
+    std::uint64_t overflowSize_ = 0;
     std::unique_ptr<NewArchive> archive_;  // once something has been written
 };
 

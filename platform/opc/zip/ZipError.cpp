@@ -3,6 +3,7 @@
 #include <opc/Exception.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include <algorithm>
 
@@ -31,17 +32,13 @@ std::string fromCodePage437(std::string_view name) {
 
 }  // namespace
 
-std::string displayName(const fl::filesystem::path& file) {
-    return printable(fl::i18n::to_display(file.native()));
-}
-
 void throwZipError(const fl::filesystem::path& file, const std::string& what) {
-    throw Exception(displayName(file) + ": " + what);
+    throw Exception(foundation::shown(file) + ": " + what);
 }
 
 void throwItemError(const fl::filesystem::path& file, const std::string& item,
                     const std::string& what) {
-    throwZipError(file, printable(item) + ": " + what);
+    throwZipError(file, foundation::shown(item) + ": " + what);
 }
 
 void throwAsException(const std::system_error& error) {
@@ -52,20 +49,6 @@ std::string displayName(std::string_view name, bool isUtf8) {
     if (isAscii(name)) return std::string(name);
     if (!isUtf8) return fromCodePage437(name);
     return fl::i18n::to_display(fl::i18n::utf8_to_ustring(name));
-}
-
-std::string printable(std::string_view utf8) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (const char c : utf8) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7F) {
-            text += c;
-        } else {
-            text.append("\\x").append({kDigits[byte >> 4], kDigits[byte & 15]});
-        }
-    }
-    return text;
 }
 
 }  // namespace opc::zip

@@ -13,11 +13,12 @@ namespace opc::zip {
 [[noreturn]] void throwItemError(const fl::filesystem::path& file, const std::string& item,
                                  const std::string& what);
 
+// What to do about a file that was damaged, or made to be understood in two ways.
+inline constexpr const char* kGetAgain = "; get the file again from where it came from";
+
 // Names of items as people and messages see them: UTF-8, from code page 437 where `isUtf8` is false
-// and the bytes are not ASCII; in messages without control characters.
+// and the bytes are not ASCII.
 std::string displayName(std::string_view name, bool isUtf8);
-std::string displayName(const fl::filesystem::path& file);
-std::string printable(std::string_view utf8);
 
 // Runs `step`; a failure of the file system in it becomes opc::Exception about `file`.
 template <class Step>

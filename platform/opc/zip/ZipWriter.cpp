@@ -153,13 +153,23 @@ void ZipWriter::State::complete(NewItem item) {
 void ZipWriter::State::settle(NewItem& item) {
     if (std::holds_alternative<NewItem::InNewFile>(item.content)) return archive_->endItem(item);
     if (!std::holds_alternative<NewItem::InMemory>(item.content)) return;
-    const bool isBusy = archive_ && archive_->isWriting();
-    if (inMemory_ + item.compressedSize > kMostInMemory && !isBusy) {
+    if (inMemory_ + item.compressedSize <= kMostInMemory) {
+        inMemory_ += item.compressedSize;
+    } else if (archive_ && archive_->isWriting()) {
+        moveToScratchFile(item);
+    } else {
         openArchive(item.name);
         archive_->append(item);
-    } else {
-        inMemory_ += item.compressedSize;
     }
+}
+
+// All behind each other in one file, since there may be more of them than descriptors.
+void ZipWriter::State::moveToScratchFile(NewItem& item) {
+    if (!overflow_) overflow_ = std::make_shared<FileSource>(createScratchFile());
+    const auto bytes = std::get<NewItem::InMemory>(item.content)->bytes();
+    aboutFile(path_, [&] { overflow_->write(bytes, overflowSize_); });
+    overflowSize_ += bytes.size();
+    item.content = NewItem::InScratchFile{overflow_, overflowSize_ - item.compressedSize};
 }
 
 // Puts the item where an earlier one of its name was, or behind all others.

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <foundation/Export.hpp>
+#include <foundation/ustring.hpp>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace fl::filesystem {
+class path;
+}
+
+// Text from outside as messages show it: on one line, and without characters that end it early or that
+// a terminal acts on.
+namespace foundation {
+
+// Control characters as "\x0a". Bytes that are no UTF-8 stay as they are.
+PLATFORM_API std::string printable(std::string_view utf8);
+
+// The same, cut where it would bury the rest of the message, and then followed by "...". Unpaired
+// surrogates become U+FFFD. Paths are not cut.
+inline constexpr std::size_t kMaxShownValue = 200;    // bytes of UTF-8
+inline constexpr std::size_t kMaxShownMessage = 800;  // of one that holds shown values
+PLATFORM_API std::string shown(std::string_view utf8, std::size_t limit = kMaxShownValue);
+PLATFORM_API std::string shown(ustring_view text);
+PLATFORM_API std::string shown(const fl::filesystem::path& file);
+
+}  // namespace foundation
