@@ -3,11 +3,17 @@
 #include <cstddef>
 #include <new>
 
-// Replaces the global operator new of a test program that compiles FailingAllocator.cpp.
+// Replaces the global operator new of a test program that compiles FailingAllocator.cpp or
+// FailingMalloc.cpp.
 namespace test_support {
 
 // Allocations by operator new that have not been freed.
 std::size_t outstandingAllocations() noexcept;
+
+// The most bytes that were allocated at one time since startPeak(), beyond those allocated then. Counted
+// by FailingMalloc.cpp only.
+void startPeak() noexcept;
+std::size_t peakBytes() noexcept;
 
 // From now on the calling thread's allocation number `number` (from 1) throws std::bad_alloc; 0 turns
 // it off.

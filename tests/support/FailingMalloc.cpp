@@ -2,6 +2,8 @@
 // Not for sanitizers, which have a malloc of their own.
 #include "tests/support/FailingAllocator.hpp"
 
+#include <malloc.h>
+
 #include <atomic>
 #include <cerrno>
 
@@ -17,6 +19,9 @@ namespace test_support {
 namespace {
 
 std::atomic<std::size_t> outstanding{0};
+std::atomic<std::size_t> bytes{0};  // in them
+std::atomic<std::size_t> peak{0};
+std::size_t peakStart = 0;
 thread_local std::size_t countdown = 0;
 thread_local bool failed = false;
 
@@ -30,15 +35,46 @@ void* allocate(Allocate allocateReally) {
     return allocateReally();
 }
 
+void addBytes(void* memory) {
+    if (memory == nullptr) return;
+    const std::size_t size = malloc_usable_size(memory);
+    const std::size_t now = bytes.fetch_add(size, std::memory_order_relaxed) + size;
+    // Exact for one thread at a time, which is how it is used.
+    if (now > peak.load(std::memory_order_relaxed)) peak.store(now, std::memory_order_relaxed);
+}
+
+void subtractBytes(void* memory) {
+    if (memory != nullptr) {
+        bytes.fetch_sub(malloc_usable_size(memory), std::memory_order_relaxed);
+    }
+}
+
 void* counted(void* memory) {
     if (memory != nullptr) outstanding.fetch_add(1, std::memory_order_relaxed);
+    addBytes(memory);
     return memory;
+}
+
+void* reallocated(void* memory, std::size_t size) {
+    subtractBytes(memory);
+    void* const moved = __libc_realloc(memory, size);
+    addBytes(moved != nullptr ? moved : memory);
+    return moved;
 }
 
 }  // namespace
 
 std::size_t outstandingAllocations() noexcept {
     return outstanding.load(std::memory_order_relaxed);
+}
+
+void startPeak() noexcept {
+    peakStart = bytes;
+    peak = peakStart;
+}
+
+std::size_t peakBytes() noexcept {
+    return peak - peakStart;
 }
 
 void failAllocation(std::size_t number) noexcept {
@@ -54,6 +90,7 @@ bool allocationFailed() noexcept {
 
 using test_support::allocate;
 using test_support::counted;
+using test_support::reallocated;
 
 extern "C" void* malloc(std::size_t size) {
     return allocate([&] { return counted(__libc_malloc(size)); });
@@ -64,10 +101,11 @@ extern "C" void* calloc(std::size_t count, std::size_t size) {
 extern "C" void* realloc(void* memory, std::size_t size) {
     return allocate([&] {
         if (memory == nullptr) return counted(__libc_malloc(size));
-        return __libc_realloc(memory, size);
+        return reallocated(memory, size);
     });
 }
 extern "C" void free(void* memory) {
     if (memory != nullptr) test_support::outstanding.fetch_sub(1, std::memory_order_relaxed);
+    test_support::subtractBytes(memory);
     __libc_free(memory);
 }

@@ -1,7 +1,6 @@
 #include <appserialization/Exceptions.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
 #include <fl/i18n.hpp>
-#include <foundation/Base64.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/SmallStack.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
 
 namespace appserialization {
@@ -20,7 +18,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 std::string section(const std::string& name, const std::string& body) {
     return "%[" + name + "]\n%{\n" + body + "\n%}\n";
@@ -150,17 +147,6 @@ TEST_F(KAppMetadataReaderTest, ReadsTheScreenshotFromADataUri) {
     EXPECT_EQ(screenshotOf("x"), Screenshot());
 }
 
-TEST_F(KAppMetadataReaderTest, PassesOnTheDecodersErrorForBrokenBase64) {
-    for (const char* payload : {"A", "AA=A", "AA*A", "AA\xC3\xA9", "AA==AA==", "=", "AAAA;"}) {
-        SCOPED_TRACE(payload);
-        const std::string file =
-            thumbnail("<Thumbnail>data:image/png;base64," + std::string(payload) + "</Thumbnail>");
-        const KAppMetadataReader reader(directory_.write("app.k", file));
-        EXPECT_THROW(reader.readScreenshotAsBytes(), foundation::crypto::utils::Base64Error);
-        EXPECT_EQ(reader.readMetadata().getVersion().value(), u"1.0");
-    }
-}
-
 TEST_F(KAppMetadataReaderTest, AnswersFromTheTextThatItReadAtFirst) {
     const ustring name = directory_.write("app.k", section("app:appDetails", "<Name>1</Name>"));
     const KAppMetadataReader reader(name);
@@ -212,28 +198,6 @@ TEST_F(KAppMetadataReaderTest, DecodesCharactersThatPiecesOfTheFileCut) {
             ASSERT_EQ(read.getName().value(), fl::i18n::utf8_to_ustring(name)) << shift;
         }
     }
-}
-
-TEST_F(KAppMetadataReaderTest, ReadsLongListsAndHostileSectionsOnASmallStack) {
-    const std::string products = repeated("<Product>p</Product>\n", 21 * 100'000);
-    const std::string openers[] = {"<Name", "<Product>",   "'",        "<Thumbnail autoCapture='",
-                                   "&amp;", "data:image/", ";base64,", "data:image/\r"};
-    test_support::onSmallStack([&] {
-        const auto list = metadataOf(
-            section("app:internalData", "<RequiredProducts>" + products + "</RequiredProducts>"));
-        EXPECT_EQ(list.getRequiredProducts()->size(), 100'000u);
-        for (const std::string& opener : openers) {
-            SCOPED_TRACE(opener);
-            const std::string hostile = repeated(opener, 1 << 20);
-            const std::string element =
-                "<Thumbnail autoCapture='false'>data:image/\n" + hostile + "</Thumbnail>";
-            const KAppMetadataReader reader(directory_.write(
-                "app.k", section("app:appDetails", hostile) + section("app:internalData", hostile) +
-                             thumbnail(element)));
-            EXPECT_EQ(reader.readMetadata().getName().value(), u"");
-            EXPECT_THAT(reader.readScreenshotAsBytes().second, IsEmpty());
-        }
-    });
 }
 
 }  // namespace

@@ -185,7 +185,7 @@ private:
             return {};
         } catch (const Exception& fault) {
             isPatient(read);
-            const std::string prefix = ": " + printable(item.displayName()) + ": ";
+            const std::string prefix = ": " + foundation::shown(item.displayName()) + ": ";
             const std::string text = fault.what();
             return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
         }

@@ -1,0 +1,100 @@
+"""Reads the whole corpus under strace, in one process and with each verb of the tool that reads, and
+proves that nothing is touched but the file that was named, and that no socket is made."""
+
+import os
+import pathlib
+import re
+import subprocess
+import tempfile
+import unittest
+
+CORPUS = os.environ["HOSTILE_CORPUS"]
+QZAPP = os.environ["QZAPP"]
+BUILD = pathlib.Path(QZAPP).resolve().parent.parent
+
+# What else a process may look at.
+SYSTEM_FILES = [
+    r"/etc/ld\.so\.(cache|preload)",               # the loader looks up the shared libraries in it
+    r"(/usr)?/lib(64)?/.*\.so[.0-9]*",             # the shared libraries; ICU's data is one of them
+    rf"{BUILD}/(lib|bin)(/.*)?/libqz\w+\.so[.0-9]*",  # our own
+    rf"{BUILD}/(lib|bin)(/(glibc-hwcaps|x86|tls|avx).*)?",  # folders in which the loader looks for them
+    r"/proc/self/fd/\d+",                          # gives its name to a file that is written without one
+    r"/usr/lib/locale/.*",                         # the C library's locale
+]
+CALL = re.compile(r"^(\d+) +(\w+)\((.*)$")
+TEXT = re.compile(r'"((?:[^"\\]|\\.)*)"')
+NETWORK = {"socket", "socketpair", "connect", "bind", "sendto", "sendmsg"}
+EXTRACTED = re.compile(r"code\.k|appModel\.kvd|metadata\.json|screenshot\.[0-9A-Za-z]{1,16}")
+
+
+def why_not():
+    """Why system calls cannot be watched here; empty when they can."""
+    run = subprocess.run(["strace", "-o", os.devnull, "true"], capture_output=True, text=True)
+    return run.stderr if run.returncode else ""
+
+
+@unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+class IsolationTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.top = pathlib.Path(folder.name).resolve()
+        self.files = self.top / "files"
+        self.files.mkdir()
+        subprocess.run([CORPUS, "--write", self.files], check=True)
+
+    def calls(self, script, program):
+        """Each call on files or the network that `program` makes when a shell runs the script: its
+        arguments, the call's name, and the paths in it."""
+        log = self.top / "log"
+        subprocess.run(["strace", "-f", "-qq", "-s", "4096", "-e", "trace=%file,%network",
+                        "-o", log, "sh", "-c", script],
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, cwd=self.top)
+        running = {}
+        for line in log.read_text(errors="backslashreplace").splitlines():
+            if not (match := CALL.match(line)):
+                continue
+            pid, call, rest = match.groups()
+            texts = [text.encode().decode("unicode_escape") for text in TEXT.findall(rest)]
+            if call == "execve":
+                running[pid] = texts[2:] if texts[0] == program else None
+            elif running.get(pid) is not None:
+                yield running[pid], call, [os.path.normpath(self.top / text) for text in texts]
+
+    def may_touch(self, path, named):
+        on_the_way = any(f"{name}/".startswith(f"{path.rstrip('/')}/") for name in named)
+        below = any(path.startswith(f"{name}/") for name in named)
+        return on_the_way or below or any(re.fullmatch(rule, path) for rule in SYSTEM_FILES)
+
+    def strange(self, calls, seen):
+        """The calls that touch what their process was not given; adds what they touch to `seen`."""
+        for arguments, call, paths in calls:
+            named = [os.path.normpath(self.top / argument) for argument in arguments]
+            seen.update(paths)
+            if call in NETWORK or not all(self.may_touch(path, named) for path in paths):
+                yield call, paths
+
+    def test_the_library_opens_no_other_file(self):
+        seen = set()
+        calls = self.calls(f'exec "{CORPUS}" --read scratch files/*', CORPUS)
+        self.assertEqual(list(self.strange(calls, seen)), [])
+        self.assertLessEqual({str(file) for file in self.files.iterdir()}, seen)
+
+    def test_the_tool_opens_no_other_file_and_writes_only_where_it_was_told(self):
+        seen = set()
+        script = "".join(f'"{QZAPP}" {verb}; ' for verb in
+                         ('info "$f"', 'parts --verify "$f"', 'items --verify "$f"',
+                          'extract "$f" -o "out/${f#files/}"'))
+        calls = self.calls(f"for f in files/*; do {script} done", QZAPP)
+        self.assertEqual(list(self.strange(calls, seen)), [])
+        self.assertLessEqual({str(file) for file in self.files.iterdir()}, seen)
+        self.assertEqual({path.name for path in self.top.iterdir()}, {"files", "log", "out"})
+        extracted = [path for path in (self.top / "out").rglob("*") if not path.is_dir()]
+        self.assertGreater(len(extracted), 300)
+        for path in extracted:
+            self.assertTrue(path.is_file() and not path.is_symlink(), path)
+            self.assertRegex(str(path.relative_to(self.top / "out")), rf"^[^/]+/({EXTRACTED.pattern})$")
+
+
+if __name__ == "__main__":
+    unittest.main()
