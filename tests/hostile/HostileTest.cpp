@@ -1,6 +1,7 @@
 #include <appserialization/AppFileReader.hpp>
 #include <appserialization/AppFileWriter.hpp>
 #include <appserialization/Exceptions.hpp>
+#include <fl/SystemCalls.hpp>
 #include <opc/Exception.hpp>
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include <filesystem>
 #include <set>
 #include <sstream>
+#include <utility>
 
 #include "tests/hostile/Corpus.hpp"
 #include "tests/hostile/Outcome.hpp"
@@ -112,6 +114,8 @@ std::string sideEffects(const Edit& edit, const Outcome& before, const Outcome& 
 // An edit goes well, without a word about anything else, or leaves every byte as it was.
 TEST(HostileCorpus, IsEditedWholeOrNotAtAllAndNeverGrows) {
     const TemporaryDirectory directory;
+    // What making files durable is good for is tested elsewhere, and some disks take long.
+    const auto calls = std::exchange(fl::filesystem::systemCalls().fsync, [](int) { return 0; });
     std::size_t accepted = 0;
     for (const HostileFile& file : corpus()) {
         if (!isPackaged(file)) continue;
@@ -136,6 +140,7 @@ TEST(HostileCorpus, IsEditedWholeOrNotAtAllAndNeverGrows) {
         }
         std::filesystem::remove(directory.path() / file.name);
     }
+    fl::filesystem::systemCalls().fsync = calls;
     EXPECT_GT(accepted, 200U);
 }
 

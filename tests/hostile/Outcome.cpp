@@ -80,7 +80,7 @@ struct Shown : boost::static_visitor<std::string> {
 // Reads it to its end; damage is found before the last byte is handed out, and remembered.
 std::string readStream(opc::InputStream& stream, std::uint64_t size) {
     std::uint64_t handedOut = 0;
-    std::byte buffer[10];
+    std::byte buffer[100];
     try {
         while (const std::size_t got = stream.read(buffer))
             handedOut += got;

@@ -19,6 +19,7 @@ SYSTEM_FILES = [
     rf"{BUILD}/(lib|bin)(/.*)?/libqz\w+\.so[.0-9]*",  # our own
     rf"{BUILD}/(lib|bin)(/(glibc-hwcaps|x86|tls|avx).*)?",  # folders in which the loader looks for them
     r"/proc/self/fd/\d+",                          # gives its name to a file that is written without one
+    r"/etc/gnutls/config",                         # Xerces is linked to a library that looks for it
     r"/usr/lib/locale/.*",                         # the C library's locale
 ]
 CALL = re.compile(r"^(\d+) +(\w+)\((.*)$")
@@ -47,7 +48,7 @@ class IsolationTest(unittest.TestCase):
         """Each call on files or the network that `program` makes when a shell runs the script: its
         arguments, the call's name, and the paths in it."""
         log = self.top / "log"
-        subprocess.run(["strace", "-f", "-qq", "-s", "4096", "-e", "trace=%file,%network",
+        subprocess.run(["strace", "-f", "--seccomp-bpf", "-qq", "-s", "4096", "-e", "trace=%file,%network",
                         "-o", log, "sh", "-c", script],
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, cwd=self.top)
         running = {}
@@ -83,8 +84,7 @@ class IsolationTest(unittest.TestCase):
     def test_the_tool_opens_no_other_file_and_writes_only_where_it_was_told(self):
         seen = set()
         script = "".join(f'"{QZAPP}" {verb}; ' for verb in
-                         ('info "$f"', 'parts --verify "$f"', 'items --verify "$f"',
-                          'extract "$f" -o "out/${f#files/}"'))
+                         ('info "$f"', 'parts --verify "$f"', 'extract "$f" -o "out/${f#files/}"'))
         calls = self.calls(f"for f in files/*; do {script} done", QZAPP)
         self.assertEqual(list(self.strange(calls, seen)), [])
         self.assertLessEqual({str(file) for file in self.files.iterdir()}, seen)

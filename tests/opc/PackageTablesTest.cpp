@@ -78,8 +78,9 @@ TEST(RelationshipsPart, ShowsForeignTextOnOneShortLine) {
             relationships("<Relationship Id='" + id + "' Type='t' Target='x'/>"), "f");
         ADD_FAILURE() << "not refused";
     } catch (const Exception& fault) {
-        EXPECT_THAT(fault.what(), testing::AllOf(testing::HasSubstr("relationship id \"\\x0axxx"),
-                                                 EndsWith("xxx...\" is not an XML name")));
+        EXPECT_THAT(fault.what(),
+                    testing::AllOf(testing::HasSubstr("relationship id \"\\x0axxx"),
+                                   testing::HasSubstr("xxx...\" is not an XML name; ")));
         EXPECT_LT(std::string_view(fault.what()).size(), 300U);
     }
 }

@@ -144,6 +144,10 @@ class Extract(ToolTest):
                    "extract", "app.kvpkg", "-o", "a/b/c/")
         self.assertEqual(os.listdir(self.dir / "a/b/c"), ["metadata.json"])
         self.ok("extract", "app.kvpkg", "-o", "a/b/c", "--force")
+        (self.dir / "a/b/c/code.k").unlink()
+        (self.dir / "a/b/c/code.k").symlink_to(self.dir / "elsewhere")
+        self.fails(1, "a/b/c/code.k: is a symbolic link, which leads elsewhere; remove it",
+                   "extract", "app.kvpkg", "-o", "a/b/c", "--force")
         self.assertEqual(json.loads(self.read("a/b/c/metadata.json"))["Name"], "Wärmefeld")
 
     def test_text_apps(self):

@@ -1,5 +1,6 @@
 #include "platform/opc/zip/Salvage.hpp"
 
+#include <foundation/Shown.hpp>
 #include <opc/Exception.hpp>
 
 #include "platform/opc/zip/Directory.hpp"
