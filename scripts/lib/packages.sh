@@ -3,7 +3,7 @@
 build_packages=(
     g++ cmake ninja-build pkg-config
     libboost-dev libcli11-dev libexpat1-dev libfmt-dev libicu-dev libisal-dev
-    libxerces-c-dev nlohmann-json3-dev
+    libxerces-c-dev nettle-dev nlohmann-json3-dev
 )
 test_packages=(
     "${build_packages[@]}"

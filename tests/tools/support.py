@@ -1,10 +1,14 @@
 """Runs the qzapp binary as a user would, in a directory of its own for each test."""
 
+import fcntl
 import json
 import os
 import pathlib
+import pty
+import struct
 import subprocess
 import tempfile
+import termios
 import unittest
 import zipfile
 
@@ -31,8 +35,27 @@ class ToolTest(unittest.TestCase):
     def run_tool(self, *args, **options):
         environment = {**os.environ, **options.pop("env", {})}
         options.setdefault("stdout", subprocess.PIPE)
+        if "input" not in options:
+            options["stdin"] = subprocess.DEVNULL
         return subprocess.run([QZAPP, *args], cwd=self.dir, env=environment, timeout=120,
-                              stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, **options)
+                              stderr=subprocess.PIPE, **options)
+
+    def on_terminal(self, *args, env={}):
+        """Exit status and output of a run whose standard streams are a terminal of 80 columns."""
+        main, side = pty.openpty()
+        fcntl.ioctl(side, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 80, 0, 0))
+        environment = {**os.environ, "TERM": "xterm-256color", **env}
+        with subprocess.Popen([QZAPP, *args], cwd=self.dir, env=environment, stdin=side, stdout=side,
+                              stderr=side) as tool:
+            os.close(side)
+            output = b""
+            while True:
+                try:
+                    output += os.read(main, 1 << 16)
+                except OSError:  # the other end is closed
+                    break
+        os.close(main)
+        return tool.returncode, output.decode().replace("\r\n", "\n")
 
     def ok(self, *args, **options):
         """Standard output of a run that must succeed and say nothing on standard error."""
@@ -77,6 +100,21 @@ class ToolTest(unittest.TestCase):
 
     def metadata(self, name):
         return self.info(name)["metadata"]
+
+    def extracted(self, name, kind):
+        """The bytes that go to standard output."""
+        result = self.run_tool("extract", name, "--only", kind, "-o", "-")
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        return result.stdout
+
+    def damage_model(self, source, target):
+        with zipfile.ZipFile(self.dir / source) as package:
+            item = package.getinfo(MODEL_PART)
+        data = bytearray(self.read(source))
+        start = item.header_offset + 30 + len(item.filename) + int.from_bytes(
+            data[item.header_offset + 28:item.header_offset + 30], "little")
+        data[start + item.compress_size // 2] ^= 0x55
+        return self.write(target, bytes(data))
 
     def rewrite(self, source, target, change):
         """Copies a package through Python's zip writer; change(name, bytes) returns the new bytes."""

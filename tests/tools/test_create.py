@@ -9,7 +9,7 @@ import zipfile
 
 from support import EXAMPLE, FIELD_LIST, FIELDS, MODEL_PART, QZAPP, ToolTest
 
-VERBS = "create, edit, convert, info, extract, parts, items"
+VERBS = "create, edit, convert, info, show, diff, extract, parts, items"
 
 
 class Create(ToolTest):
@@ -92,7 +92,7 @@ class Create(ToolTest):
             (["create", "a.kvpkg", *rest, "--set", "name=x"],
              f'--set: "name" is no metadata field; the fields are {FIELD_LIST}'),
             (["create", "a.kvpkg", *rest, "--set", "Name=x", "--set", "Name=y"],
-             "--set: Name is given twice, and is no list"),
+             "--set: Name is given twice and is no list; give one value"),
             (["create", "a.kvpkg", *rest, "--set", b"Name=a\xff"],
              '--set: "a\ufffd" is not valid UTF-8 at byte 1; use a UTF-8 locale'),
             (["create", b"\xff.kvpkg", *rest],
@@ -146,7 +146,7 @@ class Create(ToolTest):
         self.write("c.k", "x")
         rows = [
             ('{"name": "x"}', f'"name" is no metadata field; the fields are {FIELD_LIST}'),
-            ('{"Name": "x", "Name": "x"}', '"Name" is given twice'),
+            ('{"Name": "x", "Name": "x"}', '"Name" is given twice; give it once'),
             ('{"Name": 1}', '"Name" must be a string, found a number'),
             ('{"Name": null}', '"Name" must be a string, found null'),
             ('{"Name": ["x"]}', '"Name" must be a string, found an array'),
@@ -172,6 +172,32 @@ class Create(ToolTest):
                 else:
                     self.assertEqual(self.run_tool(*args).returncode, 1)
         self.assertEqual(self.names(), ["c.k", "m.json"])
+
+    def test_one_input_may_be_standard_input(self):
+        self.write("c.k", "x = 1;\n")
+        model = os.urandom(1 << 20)
+        self.ok("create", "a.kvpkg", "--code", "c.k", "--model", "-", input=model)
+        self.assertEqual(self.extracted("a.kvpkg", "model"), model)
+        self.ok("edit", "a.kvpkg", "--code", "-", input="y = 2;\r\n".encode())
+        self.ok("edit", "a.kvpkg", "--metadata", "-", input=b'{"Name": "in"}')
+        self.assertEqual(self.extracted("a.kvpkg", "code"), b"y = 2;\r\n")
+        self.assertEqual(self.metadata("a.kvpkg")["Name"], "in")
+        self.ok("convert", "c.k", "b.kvpkg", "--model", "-", input=model)
+        self.assertEqual(self.extracted("b.kvpkg", "model"), model)
+        before, names = self.read("a.kvpkg"), self.names()
+        rows = [
+            (2, "-: standard input can be one file only; name the others",
+             ["--code", "-", "--model", "-"], b"x"),
+            (1, "standard input: holds nothing; check the program that writes to it",
+             ["--model", "-"], b""),
+            (1, "standard input: not valid UTF-8 at byte 1 (line 1, column 2); save it as UTF-8",
+             ["--code", "-"], b"x\xff"),
+        ]
+        for status, message, args, given in rows:
+            self.fails(status, message, "edit", "a.kvpkg", *args, input=given)
+        self.fails(1, "standard input: cannot be kept in none (No such file or directory); name a folder "
+                   "with room in TMPDIR", "edit", "a.kvpkg", "--code", "-", input=b"x", env={"TMPDIR": "none"})
+        self.assertEqual((self.read("a.kvpkg"), self.names()), (before, names))
 
     def test_a_small_stack_is_enough(self):
         command = f"ulimit -s 128 && exec '{QZAPP}' create s.kvpkg --code '{EXAMPLE}/code.k' " \

@@ -178,7 +178,7 @@ class Edit(ToolTest):
             self.assertRegex(result.stderr.decode(), r"^qzapp: junk\.kvpkg: .*\n$")
         self.assertEqual(self.read("junk.kvpkg"), b"no zip")
         self.small("a.kvpkg")
-        self.fails(2, "--clear: Name is set as well", "edit", "a.kvpkg", "--set", "Name=x",
+        self.fails(2, "--clear: Name is set as well; leave one out", "edit", "a.kvpkg", "--set", "Name=x",
                    "--clear", "Name")
 
 

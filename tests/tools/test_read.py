@@ -113,7 +113,7 @@ class Info(ToolTest):
 
     def test_help_and_version(self):
         self.assertRegex(self.ok("--version"), r"^qzapp \d+\.\d+\.\d+\n$")
-        for verb in ("create", "edit", "convert", "info", "extract", "parts", "items"):
+        for verb in ("create", "edit", "convert", "info", "show", "diff", "extract", "parts", "items"):
             self.assertIn(verb, self.ok("--help"))
             text = self.ok(verb, "--help")
             self.assertIn(f"\n  qzapp {verb} ", text)
@@ -185,7 +185,7 @@ class Extract(ToolTest):
             (1, "t.k: has no screenshot; leave it out of --only", ["t.k", "--only", "screenshot"]),
             (2, '--only: "source" is not one of code, model, screenshot, metadata',
              ["t.k", "--only", "code,source"]),
-            (2, "--only: names nothing to extract", ["t.k", "--only", ""]),
+            (2, "--only: names nothing; name some of code, model, screenshot, metadata", ["t.k", "--only", ""]),
             (1, "file: is there already and is no directory; choose another with -o",
              ["app.kvpkg", "-o", "file"]),
         ]
@@ -200,14 +200,30 @@ class Extract(ToolTest):
         shutil.rmtree(self.dir / "rest")
         self.assertEqual(self.names(), sorted(names + ["crc.kvpkg"]))
 
-    def damage_model(self, source, target):
-        with zipfile.ZipFile(self.dir / source) as package:
-            item = package.getinfo(MODEL_PART)
-        data = bytearray(self.read(source))
-        start = item.header_offset + 30 + len(item.filename) + int.from_bytes(
-            data[item.header_offset + 28:item.header_offset + 30], "little")
-        data[start + item.compress_size // 2] ^= 0x55
-        self.write(target, bytes(data))
+    def test_one_thing_to_standard_output(self):
+        self.create()
+        for kind, name in [("code", "code.k"), ("model", "appModel.kvd"), ("screenshot", "screenshot.png")]:
+            self.assertEqual(self.extracted("app.kvpkg", kind), (EXAMPLE / name).read_bytes())
+        self.assertEqual(json.loads(self.extracted("app.kvpkg", "metadata")), self.metadata("app.kvpkg"))
+        shutil.copy(EXAMPLE / "heatfield.k", self.dir / "t.k")
+        self.assertEqual(self.extracted("t.k", "code"), self.read("t.k"))
+        for only in ([], ["--only", "code,model"]):
+            self.fails(2, "-o -: standard output takes one thing; name one of code, model, screenshot, "
+                       "metadata with --only", "extract", "app.kvpkg", "-o", "-", *only)
+        self.damage_model("app.kvpkg", "crc.kvpkg")
+        result = self.run_tool("extract", "crc.kvpkg", "--only", "model", "-o", "-")
+        self.assertEqual(result.returncode, 1)
+        self.assertLess(len(result.stdout), (EXAMPLE / "appModel.kvd").stat().st_size)
+        self.assertEqual(self.names(), ["app.kvpkg", "crc.kvpkg", "t.k"])
+
+    def test_a_terminal_gets_text_only(self):
+        self.small("a.kvpkg")
+        self.ok("edit", "a.kvpkg", "--code", "-", input=b"a\t1\x1b[2J\n")
+        self.assertEqual(self.on_terminal("extract", "a.kvpkg", "--only", "code", "-o", "-"),
+                         (0, "a\t1\\u001B[2J\n"))
+        self.assertEqual(self.on_terminal("extract", "a.kvpkg", "--only", "model", "-o", "-"),
+                         (1, "qzapp: standard output: appModel.kvd is no text for a terminal; send it to "
+                          "a file or a program\n"))
 
 
 class Convert(ToolTest):
@@ -248,7 +264,7 @@ class Convert(ToolTest):
              ["control.k", "b.kvpkg", "--model", "ok.k"]),
             (1, "a.kvpkg: exists already; give --force to replace it",
              ["ok.k", "a.kvpkg", "--model", "ok.k"]),
-            (1, 'a.kvpkg: expected a text app (".k"), found a packaged app already',
+            (1, 'a.kvpkg: expected a text app (".k"), found a packaged app; there is nothing to convert',
              ["a.kvpkg", "b.kvpkg", "--model", "ok.k"]),
             (1, "none: there is no such file; check the name",
              ["ok.k", "b.kvpkg", "--model", "none"]),

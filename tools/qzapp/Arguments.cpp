@@ -20,7 +20,7 @@ foundation::ustring textArgument(const std::string& option, const std::string& v
 }
 
 FileName fileArgument(const std::string& value) {
-    if (value.empty()) throw UsageError("\"\"", "a file name cannot be empty");
+    if (value.empty()) throw UsageError("\"\"", "a file name cannot be empty; name a file");
     try {
         return {value, fl::filesystem::path::fromBytes(value)};
     } catch (const fl::i18n::ConversionError& e) {

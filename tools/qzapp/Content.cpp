@@ -10,6 +10,7 @@
 #include "tools/qzapp/Files.hpp"
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/ScreenshotFormats.hpp"
+#include "tools/qzapp/StandardInput.hpp"
 
 namespace qzapp {
 namespace {
@@ -39,8 +40,9 @@ FieldValues parseAssignments(const std::vector<std::string>& arguments) {
             FieldValue& list = values.try_emplace(field, List()).first->second;
             std::get<List>(list).push_back(std::move(value));
         } else if (!values.emplace(field, std::move(value)).second) {
-            throw UsageError("--set",
-                             fmt::format("{} is given twice, and is no list", nameOf(field)));
+            throw UsageError(
+                "--set",
+                fmt::format("{} is given twice and is no list; give one value", nameOf(field)));
         }
     }
     return values;
@@ -50,7 +52,8 @@ void clearFields(FieldValues& values, const std::vector<std::string>& names) {
     for (const std::string& name : names) {
         const Field field = fieldArgument("--clear", name);
         if (values.contains(field)) {
-            throw UsageError("--clear", fmt::format("{} is set as well", nameOf(field)));
+            throw UsageError("--clear",
+                             fmt::format("{} is set as well; leave one out", nameOf(field)));
         }
         values[field] = isList(field) ? FieldValue(List()) : FieldValue(ustring());
     }
@@ -60,7 +63,7 @@ void clearFields(FieldValues& values, const std::vector<std::string>& names) {
 FieldValues loadFields(const ContentOptions& options) {
     FieldValues values = parseAssignments(options.set);
     clearFields(values, options.clear);
-    if (options.metadata) values.merge(readMetadataJson(fileArgument(*options.metadata)));
+    if (options.metadata) values.merge(readMetadataJson(inputArgument(*options.metadata)));
     return values;
 }
 
@@ -101,16 +104,17 @@ void addContentOptions(CLI::App& command, ContentOptions& options, bool required
 }
 
 FileName modelArgument(const std::string& value) {
-    FileName model = fileArgument(value);
+    FileName model = inputArgument(value);
     requireFile(model);
     return model;
 }
 
 Content loadContent(const ContentOptions& options) {
+    requireOneStandardInput({options.code, options.model, options.metadata});
     Content content;
     content.fields = loadFields(options);
     if (options.model) content.model = modelArgument(*options.model);
-    if (options.code) content.code = readText(fileArgument(*options.code), kMaxContentBytes);
+    if (options.code) content.code = readText(inputArgument(*options.code), kMaxContentBytes);
     if (options.screenshot) content.screenshot = loadScreenshot(fileArgument(*options.screenshot));
     return content;
 }

@@ -38,7 +38,7 @@ struct Content {
 // on demand.
 void addContentOptions(CLI::App& command, ContentOptions& options, bool required);
 
-// The name of a model file that can be read; the library takes one that does not open for no model.
+// The name of a model file that can be read, "-" being standard input; the library takes one that does not open for no model.
 FileName modelArgument(const std::string& value);
 
 // Throws UsageError for wrong options, Error for files that are missing or bad.

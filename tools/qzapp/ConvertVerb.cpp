@@ -106,7 +106,8 @@ Action declareConvert(CLI::App& command) {
         ->required()
         ->type_name("");
     command
-        .add_option("--model", options->model, "Binary app model, which a text app does not have")
+        .add_option("--model", options->model,
+                    "Binary app model, which a text app does not have; \"-\" is standard input")
         ->required()
         ->type_name("FILE");
     command.add_flag("--force", options->force, "Replace OUT.kvpkg if it exists");

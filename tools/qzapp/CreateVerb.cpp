@@ -39,7 +39,8 @@ Action declareCreate(CLI::App& command) {
     command.add_flag("--force", options->force, "Replace OUT.kvpkg if it exists");
     command.footer(
         "Fields that are not given get their defaults. A create that fails leaves nothing "
-        "behind.\n" +
+        "behind.\n"
+        "One of code, model and metadata may be \"-\", standard input.\n" +
         fieldHelp() +
         "\n\n"
         "Example:\n"

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <utility>
 
 namespace qzapp {
@@ -27,6 +28,13 @@ constexpr std::array kUnsafe = {
     Range{0x2028, 0x202E}, Range{0x2066, 0x2069}, Range{0xFEFF, 0xFEFF},
 };
 
+// In the order of Style: nothing, faint, bold, green, red, cyan.
+constexpr std::array<const char*, 6> kCodes = {"", "2", "1", "32", "31", "36"};
+
+bool isLayout(char16_t unit) {
+    return unit == u'\n' || unit == u'\t';
+}
+
 bool isUnsafe(char16_t unit) {
     return std::any_of(kUnsafe.begin(), kUnsafe.end(), [&](const Range& range) {
         return range.first <= unit && unit <= range.last;
@@ -40,12 +48,10 @@ std::size_t lengthOf(std::string_view utf8) {
     }));
 }
 
-}  // namespace
-
-std::string visible(ustring_view text) {
+std::string escaped(ustring_view text, bool keepsLayout) {
     ustring shown;
     for (const char16_t unit : text) {
-        if (!isUnsafe(unit)) {
+        if (!isUnsafe(unit) || (keepsLayout && isLayout(unit))) {
             shown += unit;
             continue;
         }
@@ -53,6 +59,16 @@ std::string visible(ustring_view text) {
         shown.append(escape.begin(), escape.end());
     }
     return fl::i18n::to_display(shown);
+}
+
+}  // namespace
+
+std::string visible(ustring_view text) {
+    return escaped(text, false);
+}
+
+std::string visibleText(std::string_view text) {
+    return escaped(fl::i18n::utf8_to_ustring(text), true);
 }
 
 std::string visible(std::string_view text) {
@@ -95,6 +111,19 @@ std::vector<std::string> wrapped(const std::string& line, std::size_t width) {
 
 bool outputIsTerminal() {
     return ::isatty(STDOUT_FILENO) == 1;
+}
+
+bool outputIsColoured() {
+    const auto value = [](const char* name) {
+        const char* found = std::getenv(name);
+        return std::string_view(found == nullptr ? "" : found);
+    };
+    return outputIsTerminal() && value("NO_COLOR").empty() && value("TERM") != "dumb";
+}
+
+std::string styled(const std::string& text, Style style) {
+    if (text.empty() || style == Style::Plain || !outputIsColoured()) return text;
+    return fmt::format("\x1B[{}m{}\x1B[0m", kCodes[static_cast<std::size_t>(style)], text);
 }
 
 std::size_t outputWidth() {

@@ -15,7 +15,10 @@ namespace qzapp {
 std::string visible(std::string_view text);
 std::string visible(foundation::ustring_view text);
 
-// The same for text of several lines, each broken at blanks to at most `width` characters where it
+// The same with lines and tabs as they are.
+std::string visibleText(std::string_view text);
+
+// Lines of text, each broken at blanks to at most `width` characters where it
 // can be. Never empty.
 std::vector<std::string> visibleLines(foundation::ustring_view text, std::size_t width);
 
@@ -25,6 +28,12 @@ std::vector<std::string> wrapped(const std::string& line, std::size_t width);
 // Characters on a line of standard output; a default when it is no terminal.
 std::size_t outputWidth();
 bool outputIsTerminal();
+
+// Whether standard output is a terminal that shows colours and its user wants them (no NO_COLOR).
+bool outputIsColoured();
+enum class Style { Plain, Label, Heading, Added, Removed, Place };
+// With the terminal's codes for the style around it, where the output is coloured.
+std::string styled(const std::string& text, Style style);
 
 // "1 byte", "23,456 bytes".
 std::string byteCount(std::uint64_t bytes);

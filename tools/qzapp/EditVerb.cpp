@@ -4,6 +4,7 @@
 #include <appserialization/KVPKGMetadataReader.hpp>
 #include <fl/FileDescriptor.hpp>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -16,6 +17,7 @@
 #include "tools/qzapp/Output.hpp"
 #include "tools/qzapp/PackageParts.hpp"
 #include "tools/qzapp/Packaging.hpp"
+#include "tools/qzapp/Progress.hpp"
 #include "tools/qzapp/Transaction.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
@@ -80,10 +82,18 @@ bool apply(const FileName& file, const Content& content, bool withoutScreenshot)
     return true;
 }
 
+// About: a save reads all that it keeps, and the old model is the most of that. Where there are several
+// saves, the first keeps it.
+std::uint64_t bytesToRead(const FileName& file, const Content& content, bool severalSaves) {
+    const std::uint64_t old = sizeOf(file);
+    return (severalSaves ? old : 0) + (content.model ? sizeOf(*content.model) : old);
+}
+
 // An edit that takes more than one save happens beside the file; one save is all or nothing by
 // itself.
 bool applyAtOnce(const FileName& file, const Content& content, bool withoutScreenshot) {
     const bool severalSaves = content.code || (withoutScreenshot && !content.empty());
+    const Progress progress(bytesToRead(file, content, severalSaves));
     if (!severalSaves) return apply(file, content, withoutScreenshot);
     Transaction transaction(file, Transaction::Start::ContentOfTarget);
     const bool changed = apply(transaction.workingFile(), content, withoutScreenshot);
@@ -129,11 +139,13 @@ Action declareEdit(CLI::App& command) {
         ->allow_extra_args(false);
     command.add_flag("--remove-screenshot", options->removeScreenshot, "Take the screenshot out")
         ->group("Content");
-    command.footer("What is not named stays as it is. An edit happens as a whole or not at all.\n" +
-                   fieldHelp() +
-                   "\n\n"
-                   "Example:\n"
-                   "  qzapp edit atlas.kvpkg --set Version=2.1 --clear Summary --code atlas.k");
+    command.footer(
+        "What is not named stays as it is. An edit happens as a whole or not at all.\n"
+        "One of code, model and metadata may be \"-\", standard input.\n" +
+        fieldHelp() +
+        "\n\n"
+        "Example:\n"
+        "  qzapp edit atlas.kvpkg --set Version=2.1 --clear Summary --code atlas.k");
     return [options] { return edit(*options); };
 }
 

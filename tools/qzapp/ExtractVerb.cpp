@@ -2,7 +2,6 @@
 #include <CLI/Option.hpp>
 #include <appserialization/AppFileReader.hpp>
 #include <fl/i18n.hpp>
-#include <quillcode/QuillCodeFileReader.hpp>
 
 #include <algorithm>
 #include <array>
@@ -10,11 +9,13 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <span>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "tools/qzapp/Arguments.hpp"
+#include "tools/qzapp/CodeAndModel.hpp"
 #include "tools/qzapp/Directory.hpp"
 #include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
@@ -22,6 +23,8 @@
 #include "tools/qzapp/Forms.hpp"
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
+#include "tools/qzapp/Progress.hpp"
+#include "tools/qzapp/StandardInput.hpp"
 #include "tools/qzapp/Transaction.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
@@ -42,10 +45,14 @@ struct ExtractOptions {
     bool force = false;
 };
 
-// A file to be written: its name in the directory, and how to fill it.
+enum class Kind { Text, Binary };
+
+// A file to be written: its name in the directory, and how to fill it, or else standard output.
 struct ExtractedFile {
     std::string name;
+    Kind kind;
     std::function<void(Transaction&)> fill;
+    std::function<void()> send;
 };
 
 // What was asked for. By default that is all there is; what was named must be there.
@@ -53,7 +60,9 @@ class Selection {
 public:
     explicit Selection(const std::optional<std::string>& only) {
         if (!only) return;
-        if (only->empty()) throw UsageError("--only", "names nothing to extract");
+        if (only->empty())
+            throw UsageError(
+                "--only", fmt::format("names nothing; name some of {}", fmt::join(kKinds, ", ")));
         std::istringstream kinds(*only);
         for (std::string kind; std::getline(kinds, kind, ',');) {
             if (std::find(kKinds.begin(), kKinds.end(), kind) == kKinds.end()) {
@@ -65,6 +74,8 @@ public:
     }
     bool wants(const char* kind) const { return only_.empty() || only_.contains(kind); }
     bool names(const char* kind) const { return only_.contains(kind); }
+    // How many kinds were named.
+    std::size_t count() const { return only_.size(); }
 
 private:
     std::set<std::string> only_;
@@ -81,32 +92,43 @@ auto salvage(const FileName& file, const char* kind, Read read) {
     }
 }
 
-// The package reader says only that it failed; the code library says why.
-foundation::ustring readCode(const FileName& file) {
-    try {
-        return appserialization::AppFileReader(file.native()).getKORVALCodeText();
-    } catch (const std::exception&) {
-        return quillcode::QuillCodeFileReader(file.native()).getKORVALCode();
-    }
+// Text as it is, for a terminal without what would drive it.
+void send(const std::string& bytes, Kind kind) {
+    print(kind == Kind::Text && outputIsTerminal() ? visibleText(bytes) : bytes);
+}
+
+// What comes out before a damaged place cannot be taken back; the exit status tells.
+void sendModel(const FileName& file) {
+    const auto stream = openModel(file);
+    about(file, [&] {
+        readToEnd(*stream, [](std::span<const std::byte> bytes) {
+            print({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+        });
+    });
+}
+
+ExtractedFile madeOf(const std::string& name, Kind kind, std::function<std::string()> bytes) {
+    return {name, kind, [bytes](Transaction& to) { to.write(bytes()); },
+            [bytes, kind] { send(bytes(), kind); }};
 }
 
 ExtractedFile codeFile(const FileName& file) {
-    if (formOf(file) == Form::Text) {
-        return {"code.k", [file](Transaction& to) { to.copyFrom(openFile(file)); }};
+    if (formOf(file) == Form::Packaged) {
+        return madeOf("code.k", Kind::Text,
+                      [file] { return salvage(file, "code", [&] { return readCode(file); }); });
     }
-    return {"code.k", [file](Transaction& to) {
-                to.write(fl::i18n::ustring_to_utf8(
-                    salvage(file, "code", [&] { return readCode(file); })));
-            }};
+    return {"code.k", Kind::Text, [file](Transaction& to) { to.copyFrom(openFile(file)); },
+            [file] { send(readCode(file), Kind::Text); }};
 }
 
 ExtractedFile modelFile(const FileName& file) {
-    return {"appModel.kvd", [file](Transaction& to) {
-                salvage(file, "model", [&] {
-                    appserialization::AppFileReader(file.native())
-                        .copyAppDataToTempFile(to.workingFile().native());
-                });
-            }};
+    const auto fill = [file](Transaction& to) {
+        salvage(file, "model", [&] {
+            appserialization::AppFileReader(file.native())
+                .copyAppDataToTempFile(to.workingFile().native());
+        });
+    };
+    return {"appModel.kvd", Kind::Binary, fill, [file] { sendModel(file); }};
 }
 
 // A format is whatever the file says, and must not lead the name out of the directory.
@@ -126,15 +148,14 @@ ExtractedFile screenshotFile(const Screenshot& screenshot, std::vector<std::stri
         notes.push_back(fmt::format("the screenshot's format \"{}\" is no file extension",
                                     visible(screenshot.first)));
     }
-    return {"screenshot." + extension, [bytes = screenshot.second](Transaction& to) {
-                to.write({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
-            }};
+    return madeOf("screenshot." + extension, Kind::Binary,
+                  [bytes = screenshot.second] { return std::string(bytes.begin(), bytes.end()); });
 }
 
 ExtractedFile metadataFile(const FileName& file, const AppMetadataReader& reader) {
     const auto record = salvage(file, "metadata", [&] { return reader.readMetadata(); });
-    return {"metadata.json",
-            [text = jsonDocument(toJson(record))](Transaction& to) { to.write(text); }};
+    return madeOf("metadata.json", Kind::Text,
+                  [text = jsonDocument(toJson(record))] { return text; });
 }
 
 [[noreturn]] void lacks(const FileName& file, const char* what) {
@@ -202,12 +223,14 @@ void writeFiles(const FileName& directory, const std::vector<ExtractedFile>& fil
     made.keep();
 }
 
-int extract(const ExtractOptions& options) {
-    const FileName file = fileArgument(options.file);
-    const Selection selection(options.only);
+int extractToFolder(const FileName& file, const Selection& selection,
+                    const ExtractOptions& options) {
     const Plan plan = planFor(file, selection);
     const FileName directory = directoryFor(file, options);
-    writeFiles(directory, plan.files, options.force);
+    {
+        const Progress progress(sizeOf(file));
+        writeFiles(directory, plan.files, options.force);
+    }
     std::string text;
     for (const ExtractedFile& written : plan.files) {
         text += fmt::format("wrote {}\n", visible(fileIn(directory, written.name).shown));
@@ -216,6 +239,30 @@ int extract(const ExtractOptions& options) {
         text += "note: " + note + "\n";
     print(text);
     return kDone;
+}
+
+int extractToOutput(const FileName& file, const Selection& selection) {
+    if (selection.count() != 1) {
+        throw UsageError("-o -", fmt::format("standard output takes one thing; name one of {} "
+                                             "with --only",
+                                             fmt::join(kKinds, ", ")));
+    }
+    const Plan plan = planFor(file, selection);
+    const ExtractedFile& only = plan.files.front();
+    if (only.kind == Kind::Binary && outputIsTerminal()) {
+        throw Error(
+            "standard output",
+            fmt::format("{} is no text for a terminal; send it to a file or a program", only.name));
+    }
+    only.send();
+    return kDone;
+}
+
+int extract(const ExtractOptions& options) {
+    const FileName file = fileArgument(options.file);
+    const Selection selection(options.only);
+    if (options.directory == kStandardStream) return extractToOutput(file, selection);
+    return extractToFolder(file, selection, options);
 }
 
 }  // namespace
@@ -235,9 +282,10 @@ Action declareExtract(CLI::App& command) {
     command.footer(
         "Writes code.k, appModel.kvd, screenshot.FORMAT and metadata.json, all or none. A text "
         "app\n"
-        "has no model.\n\n"
-        "Example:\n"
-        "  qzapp extract atlas.kvpkg -o work --only code,metadata");
+        "has no model. With one KIND, DIR may be \"-\", standard output.\n\n"
+        "Examples:\n"
+        "  qzapp extract atlas.kvpkg -o work --only code,metadata\n"
+        "  qzapp extract atlas.kvpkg --only screenshot -o - > atlas.png");
     return [options] { return extract(*options); };
 }
 

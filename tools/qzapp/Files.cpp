@@ -48,6 +48,10 @@ void requireFile(const FileName& file) {
     static_cast<void>(openFile(file));
 }
 
+std::uint64_t sizeOf(const FileName& file) {
+    return about(file, [&] { return openFile(file).stamp().size; });
+}
+
 std::string readBytes(const FileName& file, std::uint64_t limit) {
     const FileDescriptor opened = openFile(file);
     return about(file, [&] {

@@ -22,6 +22,8 @@ fl::filesystem::FileDescriptor openFile(const FileName& file);
 // The same, for the sake of the error alone.
 void requireFile(const FileName& file);
 
+std::uint64_t sizeOf(const FileName& file);
+
 // The whole file, which may hold at most `limit` bytes.
 std::string readBytes(const FileName& file, std::uint64_t limit);
 

@@ -40,11 +40,12 @@ Form formOf(const FileName& file) {
 
 void requireForm(const FileName& file, Form form) {
     if (formOf(file) == form) return;
-    throw Error(file.shown,
-                form == Form::Packaged
-                    ? "expected a packaged app (\".kvpkg\"), found a text app; make one "
-                      "of it with \"qzapp convert\""
-                    : "expected a text app (\".k\"), found a packaged app already");
+    throw Error(
+        file.shown,
+        form == Form::Packaged
+            ? "expected a packaged app (\".kvpkg\"), found a text app; make one "
+              "of it with \"qzapp convert\""
+            : "expected a text app (\".k\"), found a packaged app; there is nothing to convert");
 }
 
 std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& file) {
@@ -64,9 +65,9 @@ appserialization::Screenshot readScreenshot(const FileName& file,
         try {
             return reader.readScreenshotAsBytes();
         } catch (const foundation::crypto::utils::Base64Error& e) {
-            throw Error(
-                file.shown,
-                std::string("the screenshot in section app:thumbnail is damaged: ") + e.what());
+            throw Error(file.shown,
+                        std::string("the screenshot in section app:thumbnail is damaged: ") +
+                            e.what() + "; save the app again, or take the section out");
         }
     });
 }

@@ -14,6 +14,7 @@
 #include "tools/qzapp/Listing.hpp"
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
+#include "tools/qzapp/Progress.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
 namespace qzapp {
@@ -37,6 +38,7 @@ ordered_json itemJson(const FileName& file, const ZipArchive& archive, const Zip
 }
 
 ordered_json readItems(const FileName& file, bool verify) {
+    const Progress progress(verify ? sizeOf(file) : 0);
     return about(file, [&] {
         const auto archive = ZipArchive::open(file.path);
         ordered_json items = ordered_json::array();

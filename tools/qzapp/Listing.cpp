@@ -3,25 +3,15 @@
 #include <CLI/Option.hpp>
 
 #include <cstddef>
-#include <vector>
+#include <span>
 
+#include "tools/qzapp/CodeAndModel.hpp"
 #include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
 
 namespace qzapp {
-namespace {
 
 using nlohmann::ordered_json;
-
-constexpr std::size_t kReadBytes = std::size_t{256} << 10;
-
-void readToEnd(opc::InputStream& stream) {
-    std::vector<std::byte> buffer(kReadBytes);
-    while (stream.read(buffer) != 0) {
-    }
-}
-
-}  // namespace
 
 void addListOptions(CLI::App& command, ListOptions& options, const char* fileHelp) {
     command.add_option("FILE", options.file, fileHelp)->required()->type_name("");
@@ -32,7 +22,7 @@ void addListOptions(CLI::App& command, ListOptions& options, const char* fileHel
 void addFault(ordered_json& entry, const FileName& file,
               const std::function<std::unique_ptr<opc::InputStream>()>& open) {
     try {
-        about(file, [&] { readToEnd(*open()); });
+        about(file, [&] { readToEnd(*open(), [](std::span<const std::byte>) {}); });
     } catch (const Error& e) {
         entry["error"] = e.text();
     }

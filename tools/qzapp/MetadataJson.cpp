@@ -18,14 +18,6 @@ using nlohmann::ordered_json;
 
 constexpr std::size_t kMaxShownToken = 40;
 
-ordered_json valueToJson(const FieldValue& value) {
-    if (const auto* text = std::get_if<ustring>(&value)) return fl::i18n::ustring_to_utf8(*text);
-    ordered_json items = ordered_json::array();
-    for (const ustring& item : std::get<List>(value))
-        items.push_back(fl::i18n::ustring_to_utf8(item));
-    return items;
-}
-
 // What the parser stumbled over. Its own token starts at the last string, which it may have taken
 // already, and spells control characters "<U+000A>".
 std::string_view unexpectedToken(std::string_view token) {
@@ -56,7 +48,8 @@ public:
         if (!field_) {
             fail(fmt::format("\"{}\" is no metadata field; the fields are {}", name, fieldNames()));
         }
-        if (values_.contains(*field_)) fail(fmt::format("\"{}\" is given twice", name));
+        if (values_.contains(*field_))
+            fail(fmt::format("\"{}\" is given twice; give it once", name));
         return true;
     }
     bool end_object() override { return true; }
@@ -120,6 +113,21 @@ private:
 };
 
 }  // namespace
+
+ordered_json valueToJson(const FieldValue& value) {
+    if (const auto* text = std::get_if<ustring>(&value)) return fl::i18n::ustring_to_utf8(*text);
+    ordered_json items = ordered_json::array();
+    for (const ustring& item : std::get<List>(value))
+        items.push_back(fl::i18n::ustring_to_utf8(item));
+    return items;
+}
+
+ordered_json toJson(const FieldValues& values) {
+    ordered_json object = ordered_json::object();
+    for (const auto& [field, value] : values)
+        object[nameOf(field)] = valueToJson(value);
+    return object;
+}
 
 ordered_json toJson(const appserialization::AppMetadata& record) {
     ordered_json object = ordered_json::object();

@@ -1,6 +1,8 @@
 #include "tools/qzapp/Packaging.hpp"
 
 #include "tools/qzapp/Errors.hpp"
+#include "tools/qzapp/Files.hpp"
+#include "tools/qzapp/Progress.hpp"
 #include "tools/qzapp/Transaction.hpp"
 
 namespace qzapp {
@@ -25,6 +27,7 @@ void writeParts(AppFileWriter& writer, const Content& content) {
 }
 
 void createPackage(const FileName& out, const Content& content) {
+    const Progress progress(content.model ? sizeOf(*content.model) : 0);
     Transaction transaction(out, Transaction::Start::Empty);
     const FileName& file = transaction.workingFile();
     about(file, [&] {

@@ -19,6 +19,7 @@
 #include "tools/qzapp/Listing.hpp"
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
+#include "tools/qzapp/Progress.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
 namespace qzapp {
@@ -83,6 +84,7 @@ ordered_json corePropertiesJson(const FileName& file, Package& package) {
 
 // The listing is made as JSON, and people get tables of that.
 ordered_json readPackage(const FileName& file, bool verify) {
+    const Progress progress(verify ? sizeOf(file) : 0);
     return about(file, [&] {
         const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
         Package package(zip);

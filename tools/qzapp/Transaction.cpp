@@ -124,6 +124,11 @@ void Transaction::write(std::string_view bytes) {
     about(target_, [&] { file_.writeAt(std::as_bytes(std::span(bytes)), 0); });
 }
 
+void Transaction::append(std::string_view bytes) {
+    about(target_, [&] { file_.writeAt(std::as_bytes(std::span(bytes)), appended_); });
+    appended_ += bytes.size();
+}
+
 void Transaction::copyFrom(const FileDescriptor& source) {
     about(target_, [&] { file_.copyFrom(source, 0, source.stamp().size, 0); });
 }

@@ -3,6 +3,7 @@
 #include <fl/FileDescriptor.hpp>
 #include <fl/ReplacementFile.hpp>
 
+#include <cstdint>
 #include <optional>
 #include <string_view>
 
@@ -29,8 +30,9 @@ public:
     // To work on; messages about it show the target's name.
     const FileName& workingFile() const noexcept { return working_; }
 
-    // Fill an empty working file.
+    // Fill an empty working file, at once or piece by piece.
     void write(std::string_view bytes);
+    void append(std::string_view bytes);
     void copyFrom(const fl::filesystem::FileDescriptor& source);
 
     // Fails, with the target as it is, when another program has changed it since the start.
@@ -51,6 +53,7 @@ private:
     std::optional<Leftover> folder_;
     std::optional<Leftover> workingFile_;
     fl::filesystem::FileDescriptor file_;
+    std::uint64_t appended_ = 0;
 };
 
 }  // namespace qzapp

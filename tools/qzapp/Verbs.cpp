@@ -11,6 +11,8 @@ std::span<const Verb> verbs() {
         Verb{"edit", "Change what is named in a packaged app and keep the rest", declareEdit},
         Verb{"convert", "Make a packaged app of a text app", declareConvert},
         Verb{"info", "Show an app's metadata and screenshot facts", declareInfo},
+        Verb{"show", "Show a whole app as text, for people and for git", declareShow},
+        Verb{"diff", "Compare two apps: metadata, code and parts", declareDiff},
         Verb{"extract", "Write an app's content to files", declareExtract},
         Verb{"parts", "List and check the parts of any package", declareParts},
         Verb{"items", "List and check the items of any zip file", declareItems},

@@ -24,6 +24,8 @@ Action declareCreate(CLI::App& command);
 Action declareEdit(CLI::App& command);
 Action declareConvert(CLI::App& command);
 Action declareInfo(CLI::App& command);
+Action declareShow(CLI::App& command);
+Action declareDiff(CLI::App& command);
 Action declareExtract(CLI::App& command);
 Action declareParts(CLI::App& command);
 Action declareItems(CLI::App& command);

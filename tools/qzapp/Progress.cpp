@@ -1,0 +1,143 @@
+#include "tools/qzapp/Progress.hpp"
+
+#include <fmt/format.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <string_view>
+#include <system_error>
+
+namespace qzapp {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kPatience = std::chrono::seconds(1);
+constexpr auto kBetweenDrawings = std::chrono::milliseconds(200);
+constexpr std::size_t kBarWidth = 20;
+
+// Bytes that this process has read so far, by any call of the system; 0 when that is not to be known.
+std::uint64_t bytesRead() {
+    std::ifstream counters("/proc/self/io");
+    std::string name;
+    std::uint64_t count = 0;
+    while (counters >> name >> count) {
+        if (name == "rchar:") return count;
+    }
+    return 0;
+}
+
+std::string shownBytes(std::uint64_t bytes) {
+    constexpr std::array<const char*, 5> kUnits = {"B", "kB", "MB", "GB", "TB"};
+    auto value = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    while (value >= 1000 && unit + 1 < kUnits.size()) {
+        value /= 1000;
+        ++unit;
+    }
+    return fmt::format("{:.{}f} {}", value, unit < 2 ? 0 : 1, kUnits[unit]);
+}
+
+std::string shownCount(std::uint64_t count) {
+    return std::to_string(count);
+}
+
+std::string shownTime(std::uint64_t seconds) {
+    if (seconds < 60) return fmt::format("{} s", seconds);
+    return fmt::format("{}:{:02} min", seconds / 60, seconds % 60);
+}
+
+bool errorsGoToTerminal() {
+    const char* terminal = std::getenv("TERM");
+    return ::isatty(STDERR_FILENO) == 1 && terminal != nullptr &&
+           std::string_view(terminal) != "dumb";
+}
+
+void write(const std::string& text) {
+    // A bar that cannot be drawn is no reason to do anything else.
+    static_cast<void>(::write(STDERR_FILENO, text.data(), text.size()) == 0);
+}
+
+// Signals are for the thread that works.
+class SignalsBlocked {
+public:
+    SignalsBlocked() {
+        sigset_t all;
+        ::sigfillset(&all);
+        ::pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+private:
+    sigset_t before_{};
+};
+
+// "[######----]  60%  1.2 GB of 2.0 GB, 400.0 MB/s, 2 s left"
+std::string barOf(std::uint64_t done, std::uint64_t total, double seconds,
+                  std::string (*show)(std::uint64_t)) {
+    const double part = static_cast<double>(done) / static_cast<double>(total);
+    const auto filled = static_cast<std::size_t>(part * static_cast<double>(kBarWidth));
+    const double rate = static_cast<double>(done) / seconds;
+    std::string text = fmt::format("[{}{}] {:3.0f}%  {} of {}, {}/s", std::string(filled, '#'),
+                                   std::string(kBarWidth - filled, '-'), part * 100, show(done),
+                                   show(total), show(static_cast<std::uint64_t>(rate)));
+    if (done == 0) return text;
+    const auto left = static_cast<std::uint64_t>(static_cast<double>(total - done) / rate);
+    return text + fmt::format(", {} left", shownTime(left));
+}
+
+}  // namespace
+
+Progress::Progress(std::uint64_t bytes)
+    : total_(bytes),
+      done_([before = bytesRead()] { return bytesRead() - before; }),
+      show_(shownBytes) {
+    start();
+}
+
+Progress::Progress(std::uint64_t total, const std::atomic<std::uint64_t>& done)
+    : total_(total), done_([&done] { return done.load(); }), show_(shownCount) {
+    start();
+}
+
+Progress::~Progress() {
+    if (!thread_.joinable()) return;
+    {
+        const std::lock_guard lock(mutex_);
+        hasEnded_ = true;
+    }
+    ended_.notify_one();
+    thread_.join();
+}
+
+void Progress::start() {
+    if (total_ == 0 || !errorsGoToTerminal()) return;
+    before_ = done_();
+    const SignalsBlocked blocked;
+    try {
+        thread_ = std::thread([this] { run(); });
+    } catch (const std::system_error&) {
+        // Without a thread there is no bar.
+    }
+}
+
+void Progress::run() {
+    const auto began = Clock::now();
+    std::unique_lock lock(mutex_);
+    if (ended_.wait_for(lock, kPatience, [this] { return hasEnded_; })) return;
+    do {
+        const std::chrono::duration<double> passed = Clock::now() - began;
+        const std::uint64_t done = std::min(done_() - before_, total_);
+        write("\r" + barOf(done, total_, passed.count(), show_) + "\x1B[K");
+    } while (!ended_.wait_for(lock, kBetweenDrawings, [this] { return hasEnded_; }));
+    write("\r\x1B[K");
+}
+
+}  // namespace qzapp

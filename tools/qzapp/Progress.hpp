@@ -1,0 +1,43 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace qzapp {
+
+// A bar on standard error that tells how far some work is, how fast it goes and how long it still
+// takes: where that is a terminal, and the work takes more than a second. Gone with this object, which
+// must end before something else is written there. The work itself knows nothing of it.
+class Progress {
+public:
+    // Work that reads about `bytes` bytes of files, whoever reads them in this process.
+    explicit Progress(std::uint64_t bytes);
+    // Work on `total` things, which counts in `done`.
+    Progress(std::uint64_t total, const std::atomic<std::uint64_t>& done);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+private:
+    using Measure = std::function<std::uint64_t()>;
+    using Show = std::string (*)(std::uint64_t);
+
+    void start();
+    void run();
+
+    std::uint64_t total_;
+    Measure done_;
+    Show show_;
+    std::uint64_t before_ = 0;  // what done_ said at the start
+    std::thread thread_;
+    std::mutex mutex_;
+    std::condition_variable ended_;
+    bool hasEnded_ = false;
+};
+
+}  // namespace qzapp
