@@ -113,7 +113,7 @@ class Info(ToolTest):
 
     def test_help_and_version(self):
         self.assertRegex(self.ok("--version"), r"^qzapp \d+\.\d+\.\d+\n$")
-        for verb in ("create", "edit", "convert", "info", "show", "diff", "extract", "parts", "items"):
+        for verb in ("create", "edit", "convert", "info", "show", "diff", "gallery", "extract", "parts", "items"):
             self.assertIn(verb, self.ok("--help"))
             text = self.ok(verb, "--help")
             self.assertIn(f"\n  qzapp {verb} ", text)

@@ -3,12 +3,14 @@
 #include <fl/i18n.hpp>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tools/qzapp/AppFolder.hpp"
 #include "tools/qzapp/Arguments.hpp"
 #include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
@@ -16,6 +18,7 @@
 #include "tools/qzapp/Forms.hpp"
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
+#include "tools/qzapp/Program.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
 namespace qzapp {
@@ -26,10 +29,13 @@ using appserialization::Screenshot;
 
 constexpr std::size_t kLabelWidth = 33;  // the longest field name, indented, and two blanks
 constexpr std::size_t kMinTextWidth = 24;
+constexpr std::size_t kIndent = 2;
+constexpr std::size_t kPictureRows = 20;
 
 struct InfoOptions {
     std::vector<std::string> files;
     bool json = false;
+    bool picture = false;
     std::optional<std::string> field;
 };
 
@@ -64,7 +70,9 @@ std::vector<std::string> linesOf(const FieldValue& value, std::size_t width) {
 std::string entry(std::string_view label, const std::vector<std::string>& lines) {
     std::string text;
     for (const std::string& line : lines) {
-        std::string row = fmt::format("{:<{}}{}", "  " + std::string(label), kLabelWidth, line);
+        const std::string name = styled(std::string(label), Style::Label);
+        const std::string gap(line.empty() ? 0 : kLabelWidth - kIndent - label.size(), ' ');
+        std::string row = std::string(kIndent, ' ') + name + gap + line;
         row.erase(row.find_last_not_of(' ') + 1);
         text += row + "\n";
         label = "";
@@ -75,7 +83,8 @@ std::string entry(std::string_view label, const std::vector<std::string>& lines)
 std::string sheetFor(const FileName& file, const AppMetadata& record,
                      const Screenshot& screenshot) {
     const std::size_t width = std::max(outputWidth(), kLabelWidth + kMinTextWidth) - kLabelWidth;
-    std::string text = fmt::format("{} ({} app)\n", visible(file.shown), nameOf(formOf(file)));
+    std::string text = styled(visible(file.shown), Style::Heading) +
+                       fmt::format(" ({} app)\n", nameOf(formOf(file)));
     for (const Field field : allFields()) {
         text += entry(nameOf(field), linesOf(valueOf(record, field), width));
     }
@@ -105,32 +114,87 @@ std::string fieldText(const AppMetadata& record, Field field) {
     return lines;
 }
 
+// Drawn by the first program that is there.
+std::string drawing(const FileName& file, const Screenshot& screenshot) {
+    if (screenshot.second.empty()) return "";
+    const MemoryFile image(
+        {reinterpret_cast<const char*>(screenshot.second.data()), screenshot.second.size()});
+    const std::string size = fmt::format("--size={}x{}", outputWidth(), kPictureRows);
+    const char* colours = outputIsColoured() ? "--colors=full" : "--colors=none";
+    const std::vector<std::vector<std::string>> drawers = {
+        {"chafa", "--animate=off", size, colours, image.name()},
+        {"img2sixel", "--static", image.name()},
+    };
+    for (const auto& drawer : drawers) {
+        const auto end = runProgram(drawer);
+        if (!end) continue;
+        if (end->status == 0) return end->output;
+        throw Error(file.shown, fmt::format("its screenshot cannot be drawn: {} ended with status "
+                                            "{}; see what it is with \"qzapp extract\"",
+                                            drawer[0], end->status));
+    }
+    throw Error("--picture", "needs chafa or img2sixel to draw; install the package chafa");
+}
+
 std::string describe(const FileName& file, const InfoOptions& options) {
     const auto reader = openApp(file);
     return about(file, [&] {
         const AppMetadata record = reader->readMetadata();
         if (options.field) return fieldText(record, *findField(*options.field));
         const Screenshot screenshot = readScreenshot(file, *reader);
-        return options.json ? jsonFor(file, record, screenshot)
-                            : sheetFor(file, record, screenshot);
+        if (options.json) return jsonFor(file, record, screenshot);
+        const std::string sheet = sheetFor(file, record, screenshot);
+        return options.picture ? sheet + drawing(file, screenshot) : sheet;
     });
 }
 
-int info(const InfoOptions& options) {
-    if (options.field && options.json) throw UsageError("--field", "cannot be given with --json");
+// The files that are named, and instead of folders the apps in them.
+std::vector<std::string> filesOf(const std::vector<std::string>& names,
+                                 const std::function<void(const std::string&)>& complain) {
+    std::vector<std::string> files;
+    for (const std::string& name : names) {
+        if (!isFolder(name)) {
+            files.push_back(name);
+            continue;
+        }
+        const auto apps = appsBelow(fileArgument(name), complain);
+        if (apps.empty()) complain(name + ": holds no app; check the name");
+        files.insert(files.end(), apps.begin(), apps.end());
+    }
+    return files;
+}
+
+void requireSense(const InfoOptions& options) {
+    if (options.field && options.json)
+        throw UsageError("--field", "cannot be given with --json; leave one out");
+    if (options.picture && (options.field || options.json)) {
+        throw UsageError("--picture", "cannot be given with --json or --field; leave one out");
+    }
+    if (options.picture && !outputIsTerminal()) {
+        throw UsageError("--picture",
+                         "draws on a terminal only; leave it out, or see \"qzapp "
+                         "extract --only screenshot\"");
+    }
     if (options.field && !findField(*options.field)) {
         throw UsageError("--field", fmt::format("\"{}\" is no metadata field; the fields are {}",
                                                 *options.field, fieldNames()));
     }
+}
+
+int info(const InfoOptions& options) {
+    requireSense(options);
     int status = kDone;
-    for (const std::string& name : options.files) {
+    const auto complain = [&](const std::string& text) {
+        report(text);
+        status = kFailed;
+    };
+    for (const std::string& name : filesOf(options.files, complain)) {
         try {
             print(describe(fileArgument(name), options));
         } catch (const OutputError&) {
             throw;
         } catch (const Error& e) {
-            report(e.what());
-            status = kFailed;
+            complain(e.what());
         }
     }
     return status;
@@ -140,20 +204,24 @@ int info(const InfoOptions& options) {
 
 Action declareInfo(CLI::App& command) {
     const auto options = std::make_shared<InfoOptions>();
-    command.add_option("FILE", options->files, "Packaged (.kvpkg) or text (.k) apps")
+    command
+        .add_option("FILE", options->files,
+                    "Packaged (.kvpkg) or text (.k) apps; of a folder, all apps in it and below")
         ->required()
         ->type_name("");
     command.add_flag("--json", options->json, "One JSON object a line and file");
     command.add_option("--field", options->field, "Print this field's value and nothing else")
         ->type_name("NAME");
+    command.add_flag("--picture", options->picture,
+                     "Draw the screenshot on the terminal, with chafa or img2sixel");
     command.footer(
         "A file that cannot be read is reported and does not stop the others; the exit status is "
-        "then 1.\n" +
+        "then 1. Colours are for terminals, and not where NO_COLOR is set.\n" +
         fieldHelp() +
         "\n\n"
         "Examples:\n"
         "  qzapp info atlas.kvpkg atlas.k\n"
-        "  qzapp info --json apps/*.kvpkg | jq -r .metadata.Name\n"
+        "  qzapp info --json apps | jq -r .metadata.Name\n"
         "  version=$(qzapp info --field Version atlas.kvpkg)");
     return [options] { return info(*options); };
 }

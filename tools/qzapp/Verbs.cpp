@@ -13,6 +13,7 @@ std::span<const Verb> verbs() {
         Verb{"info", "Show an app's metadata and screenshot facts", declareInfo},
         Verb{"show", "Show a whole app as text, for people and for git", declareShow},
         Verb{"diff", "Compare two apps: metadata, code and parts", declareDiff},
+        Verb{"gallery", "Make one page, to look through, of all apps in a folder", declareGallery},
         Verb{"extract", "Write an app's content to files", declareExtract},
         Verb{"parts", "List and check the parts of any package", declareParts},
         Verb{"items", "List and check the items of any zip file", declareItems},

@@ -26,6 +26,7 @@ Action declareConvert(CLI::App& command);
 Action declareInfo(CLI::App& command);
 Action declareShow(CLI::App& command);
 Action declareDiff(CLI::App& command);
+Action declareGallery(CLI::App& command);
 Action declareExtract(CLI::App& command);
 Action declareParts(CLI::App& command);
 Action declareItems(CLI::App& command);

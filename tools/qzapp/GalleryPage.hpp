@@ -1,0 +1,23 @@
+#pragma once
+
+#include <appserialization/AppMetadataReader.hpp>
+
+#include <cstddef>
+#include <string>
+
+#include "tools/qzapp/Fields.hpp"
+
+namespace qzapp {
+
+// The pieces of the page that "gallery" makes, as HTML in which no text of an app is more than text.
+
+struct PageFrame {
+    std::string head, tail;
+};
+PageFrame pageFrame(const std::string& title, std::size_t apps);
+
+std::string appCard(const std::string& file, const appserialization::AppMetadata& record,
+                    const appserialization::Screenshot& screenshot);
+std::string failedCard(const std::string& file, const std::string& reason);
+
+}  // namespace qzapp
