@@ -63,7 +63,8 @@ private:
         property_ = tag.name().local;
         legacy_ = tag.find(kLegacy) == "true";
         text_.clear();
-        if (!seen_.insert(property_).second) throw xml::Refusal("a second " + property_ + "; remove one of them");
+        if (!seen_.insert(property_).second)
+            throw xml::Refusal("a second " + property_ + "; remove one of them");
     }
     void store() const {
         if (property_ == kFriendlyName) {

@@ -147,7 +147,7 @@ bool Package::hasTarget(const Relationship& relationship) const {
 
 Part Package::getOwnTarget(const Relationship& relationship) const {
     auto part = getTarget(relationship);
-    for (const auto& other : state().relationships()) {
+    for (const auto& other : state().relationships().all()) {
         const auto& type = other.getType();
         if (type == relationship.getType() || type == PackageHelper::getThumbnailRelationshipType())
             continue;

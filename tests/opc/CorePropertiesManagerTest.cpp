@@ -17,6 +17,7 @@ using interfaces::OpenMode;
 using test_support::goodPlainPackage;
 using test_support::kCorePropertiesRelationship;
 using test_support::PackageBuilder;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
@@ -138,7 +139,7 @@ TEST_F(CorePropertiesManagerTest, KeepsWhatLaterHostsAdd) {
             R"(<y xmlns="urn:y" xmlns:t="urn:t"/><z/></x></hostProperties>)"));
     EXPECT_EQ(readFrom(withHost("<h:release>1<b>2</b>3</h:release>")).getKORVALRelease(), u"13");
     EXPECT_THAT([&] { readFrom(withHost("<h:release/><h:release/>")); },
-                ThrowsMessage<Exception>(EndsWith("a second release")));
+                ThrowsMessage<Exception>(EndsWith("a second release; remove one of them")));
 }
 
 TEST_F(CorePropertiesManagerTest, WritesThroughTheRelationship) {
