@@ -118,8 +118,9 @@ TEST(PackageTables, GoOnBehindAFault) {
         relationships("<Relationship Id='a' Type='t' Target='x'/><Relationship/>"
                       "<Relationship Id='a' Type='t' Target='y'/>"
                       "<Relationship Id='b' Type='t' Target='z' TargetMode='External'/>"));
-    EXPECT_EQ(links.faults, (std::vector<std::string>{"a relationship has no Id",
-                                                      "a second relationship with id \"a\""}));
+    EXPECT_EQ(links.faults, (std::vector<std::string>{
+                                "a relationship has no Id; add it",
+                                "a second relationship with id \"a\"; give it another one"}));
     EXPECT_EQ(links.relationships.size(), 2u);
 }
 

@@ -97,7 +97,7 @@ TEST_F(QuillCodeTest, TheReaderNamesWhatIsWrong) {
          "app.kvpkg: /_rels/.rels: 2 relationships lead to a code part; expected one"},
         {goodPlainPackage().withRelationships(kCodeRelationship).without("data"),
          "app.kvpkg: /_rels/.rels: relationship \"c\" targets \"/data\", which is not in the "
-         "package"},
+         "package; add the part or remove the relationship"},
         {goodPlainPackage().withRelationships(kCodeRelationship).with("data", "ab\xC3(c"),
          "app.kvpkg: /data: the code is not valid UTF-8 at byte 2"},
     };

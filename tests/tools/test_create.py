@@ -9,7 +9,7 @@ import zipfile
 
 from support import EXAMPLE, FIELD_LIST, FIELDS, MODEL_PART, QZAPP, ToolTest
 
-VERBS = "create, edit, convert, info, show, diff, gallery, extract, parts, items"
+VERBS = "create, edit, convert, info, show, diff, gallery, extract, parts, items, check"
 
 
 class Create(ToolTest):

@@ -206,7 +206,7 @@ Action declareInfo(CLI::App& command) {
     const auto options = std::make_shared<InfoOptions>();
     command
         .add_option("FILE", options->files,
-                    "Packaged (.kvpkg) or text (.k) apps; of a folder, all apps in it and below")
+                    "Packaged (.kvpkg) or text (.k) apps, or folders of them")
         ->required()
         ->type_name("");
     command.add_flag("--json", options->json, "One JSON object a line and file");
@@ -215,7 +215,7 @@ Action declareInfo(CLI::App& command) {
     command.add_flag("--picture", options->picture,
                      "Draw the screenshot on the terminal, with chafa or img2sixel");
     command.footer(
-        "A file that cannot be read is reported and does not stop the others; the exit status is "
+        "A file that cannot be read is reported and does not stop the others; the exit status is\n"
         "then 1. Colours are for terminals, and not where NO_COLOR is set.\n" +
         fieldHelp() +
         "\n\n"

@@ -13,7 +13,7 @@ int hexValue(char c) noexcept {
 }
 
 bool isSeparator(char c) noexcept {
-    return foldedByte(c) == '/';
+    return foldedByte(c) == foldedByte('/');
 }
 
 std::string percentDecoded(std::string_view name) {
