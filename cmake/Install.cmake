@@ -5,8 +5,16 @@
 
 include(CMakePackageConfigHelpers)
 
-# Each object finds its neighbour in the installed tree as in the build tree.
-set_target_properties(qzappserialization PROPERTIES INSTALL_RPATH "$ORIGIN")
+# Each object finds its neighbour in the installed tree as in the build tree, by one search path: one
+# that is edited at installation ends in a separator until then, which has programs look for shared
+# libraries in the directory that they are run in.
+set_target_properties(qzappserialization PROPERTIES
+    INSTALL_RPATH "$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
+if(TARGET qzplatform)
+    set_target_properties(qzplatform PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+endif()
+set(tool_search_path "$ORIGIN/../lib" "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+list(REMOVE_DUPLICATES tool_search_path)
 
 # qz_install_package(<name> <target>): the CMake package of one library.
 function(qz_install_package name target)
@@ -49,7 +57,8 @@ endif()
 
 foreach(tool qzapp qzhost)
     if(TARGET ${tool})
-        set_target_properties(${tool} PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+        set_target_properties(${tool} PROPERTIES
+            INSTALL_RPATH "${tool_search_path}" BUILD_WITH_INSTALL_RPATH ON)
         install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
     endif()
 endforeach()

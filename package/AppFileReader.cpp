@@ -4,7 +4,6 @@
 #include <appserialization/Functions.hpp>
 #include <appserialization/KVPKGMetadataReader.hpp>
 #include <fl/filesystem.hpp>
-#include <fl/i18n.hpp>
 #include <foundation/Exceptions.hpp>
 #include <foundation/Shown.hpp>
 #include <opc/Exception.hpp>
@@ -96,7 +95,7 @@ void AppFileReader::AppFileReaderImpl::copyAppDataToTempFile(const ustring& dest
     if (!destination.empty()) path = fl::filesystem::detail::make_native_form(destination, true);
     requireOtherFile(path, getFileName());
     const std::string shownName =
-        "\"" + foundation::printable(fl::i18n::to_display(destination)) + "\"";
+        "\"" + foundation::shown(fl::filesystem::path(destination)) + "\"";
     fl::filesystem::basic_fstream<char> file(path, std::ios_base::out | std::ios_base::binary);
     if (!file.is_open()) throwCannotWrite(shownName, errno);
     opc::StreamHelper::copyStreamToStream(*stream, file, shownName);

@@ -175,8 +175,9 @@ void AppFileWriter::AppFileWriterImpl::setAppModelFromFile(const ustring& modelF
     // That is no fault of the file, and opening it is not tried again.
     if (!file.is_open() && errno == ENOMEM) throw std::bad_alloc();
     // Copies nothing when the file did not open.
-    opc::StreamHelper::copyStreamToStream(file, *part.getOutputStream(),
-                                          "\"" + fl::i18n::to_display(modelFilePath) + "\"");
+    opc::StreamHelper::copyStreamToStream(
+        file, *part.getOutputStream(),
+        "\"" + foundation::shown(fl::filesystem::path(modelFilePath)) + "\"");
 }
 
 // ---- Metadata
