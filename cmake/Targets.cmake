@@ -27,5 +27,5 @@ function(qz_test folder)
     target_link_libraries(${folder}_tests PRIVATE qzappserialization_objects qzplatform_objects
         test_support GTest::gmock GTest::gtest_main)
     gtest_discover_tests(${folder}_tests TEST_PREFIX "${folder}/" DISCOVERY_TIMEOUT 60
-        PROPERTIES TIMEOUT 300)
+        PROPERTIES TIMEOUT 900)
 endfunction()

@@ -136,7 +136,10 @@ TEST_F(AppFileReaderTest, RefusesWhereTheModelCannotGo) {
     const AppFileReader reader(app);
     const std::string top = directory_.path();
     const char* const isApp = "app.kvpkg: the app model cannot be copied over the app file that";
-    const std::pair<ustring, std::string> rows[] = {
+    const struct {
+        ustring destination;
+        std::string complaint;
+    } rows[] = {
         {u"", "cannot write to \"\": No such file or directory"},
         {directory_.name("missing/copy"),
          "cannot write to \"" + top + "/missing/copy\": No such file or directory"},
@@ -146,9 +149,9 @@ TEST_F(AppFileReaderTest, RefusesWhereTheModelCannotGo) {
         {directory_.name("same"), isApp},
         {u"/dev/full", "cannot write to \"/dev/full\": No space left on device"},
     };
-    for (const auto& [destination, complaint] : rows) {
-        EXPECT_THAT([&] { reader.copyAppDataToTempFile(destination); },
-                    testing::ThrowsMessage<opc::Exception>(testing::HasSubstr(complaint)));
+    for (const auto& row : rows) {
+        EXPECT_THAT([&] { reader.copyAppDataToTempFile(row.destination); },
+                    testing::ThrowsMessage<opc::Exception>(testing::HasSubstr(row.complaint)));
     }
     EXPECT_TRUE(readFile(directory_.path() / "app.kvpkg") == before);
 

@@ -92,19 +92,21 @@ using test_support::allocate;
 using test_support::counted;
 using test_support::reallocated;
 
-extern "C" void* malloc(std::size_t size) {
+#define EXPORTED __attribute__((visibility("default")))  // to the libraries that are to call these
+
+extern "C" EXPORTED void* malloc(std::size_t size) {
     return allocate([&] { return counted(__libc_malloc(size)); });
 }
-extern "C" void* calloc(std::size_t count, std::size_t size) {
+extern "C" EXPORTED void* calloc(std::size_t count, std::size_t size) {
     return allocate([&] { return counted(__libc_calloc(count, size)); });
 }
-extern "C" void* realloc(void* memory, std::size_t size) {
+extern "C" EXPORTED void* realloc(void* memory, std::size_t size) {
     return allocate([&] {
         if (memory == nullptr) return counted(__libc_malloc(size));
         return reallocated(memory, size);
     });
 }
-extern "C" void free(void* memory) {
+extern "C" EXPORTED void free(void* memory) {
     if (memory != nullptr) test_support::outstanding.fetch_sub(1, std::memory_order_relaxed);
     test_support::subtractBytes(memory);
     __libc_free(memory);

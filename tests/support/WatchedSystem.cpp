@@ -283,15 +283,16 @@ ssize_t watchedStream(const char* name, int file, std::size_t& size, Real real) 
 }  // namespace test_support
 
 // The standard library's file streams call these of the program before those of the system.
-extern "C" ssize_t read(int file, void* buffer, std::size_t size) {
+#define EXPORTED __attribute__((visibility("default")))
+extern "C" EXPORTED ssize_t read(int file, void* buffer, std::size_t size) {
     return test_support::watchedStream("read", file, size,
                                        [&] { return ::syscall(SYS_read, file, buffer, size); });
 }
-extern "C" ssize_t write(int file, const void* buffer, std::size_t size) {
+extern "C" EXPORTED ssize_t write(int file, const void* buffer, std::size_t size) {
     return test_support::watchedStream("write", file, size,
                                        [&] { return ::syscall(SYS_write, file, buffer, size); });
 }
-extern "C" ssize_t writev(int file, const iovec* parts, int count) {
+extern "C" EXPORTED ssize_t writev(int file, const iovec* parts, int count) {
     std::size_t ignored = 0;
     return test_support::watchedStream("writev", file, ignored,
                                        [&] { return ::syscall(SYS_writev, file, parts, count); });
