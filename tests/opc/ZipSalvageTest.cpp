@@ -48,6 +48,11 @@ std::string withoutDirectory(const BuiltZip& zip) {
     return bytes.substr(0, directory);
 }
 
+std::string withoutEnd(const BuiltZip& zip) {
+    const std::string bytes = zip.bytes();
+    return bytes.substr(0, bytes.rfind("PK\5\6"));
+}
+
 TEST(ZipSalvage, KeepsWhatIsWholeAndSaysWhatIsNot) {
     BuiltZip renamed = good(), nested = good(), crc = good(), twice = good(), hidden = good();
     renamed.items[1].localName = "x";
@@ -74,6 +79,8 @@ TEST(ZipSalvage, KeepsWhatIsWholeAndSaysWhatIsNot) {
         {"something stands in front, so offsets are wrong", "junk" + whole, all, ""},
         {"the directory's name wins over the local one", renamed.bytes(), all, ""},
         {"a local header without its signature", headless.bytes(), all, ""},
+        {"the same where only the end record is gone", withoutEnd(headless), all, ""},
+        {"another local name where only the end record is gone", withoutEnd(renamed), all, ""},
         {"sizes in a descriptor only", withoutDirectory(described), all, ""},
         {"zip in zip is content", withoutDirectory(nested), "a=aaaaaaaaaa;b=" + inner + ";c=ccc;",
          ""},

@@ -2,6 +2,7 @@
 
 #include <foundation/ustring.hpp>
 
+#include <algorithm>
 #include <array>
 
 #include "tools/qzapp/Findings.hpp"
@@ -18,6 +19,7 @@ struct AppPart {
     foundation::ustring_view name, contentType, relationshipType;
     RuleName whenMissing;
     const char* option;  // of "qzapp edit", which sets it
+    RuleName whenDangling = "part-dangling";
 };
 inline constexpr AppPart kModel{
     u"/lumenforge/appModel.kvd", u"application/vnd.quorvane.korval.lumenForge.appModel+kvd",
@@ -31,13 +33,19 @@ inline constexpr AppPart kMetadata{
     u"http://schemas.quorvane.com/lumenForge/app/2017/relationships/appMetadata",
     "metadata-missing", "--set KVPKGVersion=1"};
 inline constexpr AppPart kCoreProperties{
-    u"/docProps/core.xml", u"application/vnd.openxmlformats-package.core-properties+xml",
+    u"/docProps/core.xml",
+    u"application/vnd.openxmlformats-package.core-properties+xml",
     u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties",
-    "core-properties-missing", "--set KVPKGVersion=1"};
+    "core-properties-missing",
+    "--set KVPKGVersion=1",
+    "relationship-dangling"};
 inline constexpr AppPart kHostProperties{
-    u"/docProps/korval.xml", u"application/vnd.quorvane.korval.hostProperties+xml",
+    u"/docProps/korval.xml",
+    u"application/vnd.quorvane.korval.hostProperties+xml",
     u"http://schemas.quorvane.com/package/2026/relationships/hostProperties",
-    "host-properties-missing", "--set KVPKGVersion=1"};
+    "host-properties-missing",
+    "--set KVPKGVersion=1",
+    "relationship-dangling"};
 inline constexpr std::array kParts = {kModel, kCode, kMetadata, kCoreProperties, kHostProperties};
 
 inline constexpr foundation::ustring_view kScreenshotRelationship =
@@ -49,6 +57,12 @@ struct ScreenshotType {
 inline constexpr std::array kScreenshotTypes = {
     ScreenshotType{u"png", u"image/png"}, ScreenshotType{u"jpg", u"image/jpeg"},
     ScreenshotType{u"jpeg", u"image/jpeg"}, ScreenshotType{u"gif", u"image/gif"}};
+
+// Whether relationships of this type lead to a part of an app.
+inline bool isAppRelationship(foundation::ustring_view type) {
+    return type == kScreenshotRelationship ||
+           std::ranges::find(kParts, type, &AppPart::relationshipType) != kParts.end();
+}
 
 // An element of the metadata part; `item` and `attribute` where it is a list.
 struct MetadataElement {

@@ -34,8 +34,8 @@ struct CheckOptions {
     bool rules = false;
 };
 
-bool hasExtensionInAnyCase(const FileName& file, const foundation::ustring& extension) {
-    return fl::i18n::to_lower(file.native()).ends_with(extension);
+bool isTextName(const FileName& file) {
+    return fl::i18n::to_lower(file.native()).ends_with(kTextExtension);
 }
 
 void checkExtension(const FileName& file, const foundation::ustring& extension,
@@ -49,7 +49,7 @@ void checkAnyPackage(const FileName& file, Findings& findings) {
     checkContainer(package, findings);
     if (package.items.empty() && !package.zipRefusal.empty()) return;
     checkPackage(package, findings);
-    if (hasExtensionInAnyCase(file, kPackagedExtension)) checkApp(package, findings);
+    if (isAppName(file)) checkApp(package, findings);
 }
 
 int statusOf(const Findings& findings, const CheckOptions& options) {
@@ -101,8 +101,7 @@ std::string repairSheet(const FileName& out, const RepairReport& report, const F
 
 // The name says what readers a package is for, so it is the same for the copy.
 FileName outArgument(const FileName& file, const std::string& name) {
-    const bool isApp = hasExtensionInAnyCase(file, kPackagedExtension);
-    return isApp ? newPackageArgument(name) : fileArgument(name);
+    return isAppName(file) ? newPackageArgument(name) : fileArgument(name);
 }
 
 // Through whatever links: the damaged file may be all that is left.
@@ -124,7 +123,7 @@ int repair(const CheckOptions& options) {
     const FileName file = fileArgument(options.files[0]);
     const FileName out = outArgument(file, *options.repair);
     requireFile(file);
-    if (hasExtensionInAnyCase(file, kTextExtension)) {
+    if (isTextName(file)) {
         throw Error(file.shown, "a text app is repaired in an editor; \"qzapp check\" says where");
     }
     requireAbsent(out, options.force);
@@ -150,8 +149,8 @@ int check(const CheckOptions& options) {
 Findings checkFile(const FileName& file) {
     requireFile(file);
     Findings findings;
-    const bool isText = hasExtensionInAnyCase(file, kTextExtension);
-    if (isText || hasExtensionInAnyCase(file, kPackagedExtension)) {
+    const bool isText = isTextName(file);
+    if (isText || isAppName(file)) {
         checkExtension(file, isText ? kTextExtension : kPackagedExtension, findings);
     }
     if (isText) {

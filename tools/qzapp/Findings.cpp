@@ -14,6 +14,7 @@ using nlohmann::ordered_json;
 
 constexpr std::size_t kIndent = 4;
 constexpr std::size_t kMinWidth = 40;
+constexpr std::size_t kMostOfARule = 100;
 constexpr std::array kSeverities = {Severity::Error, Severity::Warning, Severity::Note};
 
 const char* nameOf(Severity severity) {
@@ -49,19 +50,26 @@ std::string indented(const std::string& text) {
 }  // namespace
 
 void Findings::add(RuleName rule, std::string part, std::string text, std::string fix) {
+    if (++counts_[&*rule] > kMostOfARule) return;
     findings_.push_back({&*rule, std::move(part), std::move(text), std::move(fix)});
 }
 
 std::vector<Finding> Findings::sorted() const {
     std::vector<Finding> findings = findings_;
+    for (const auto& [rule, count] : counts_) {
+        if (count <= kMostOfARule) continue;
+        findings.push_back({rule, "", fmt::format("{} more of these", count - kMostOfARule), ""});
+    }
     std::ranges::stable_sort(findings, {},
                              [](const Finding& finding) { return finding.rule->severity; });
     return findings;
 }
 
 std::size_t Findings::count(Severity severity) const {
-    return static_cast<std::size_t>(std::ranges::count(
-        findings_, severity, [](const Finding& finding) { return finding.rule->severity; }));
+    std::size_t total = 0;
+    for (const auto& [rule, count] : counts_)
+        total += rule->severity == severity ? count : 0;
+    return total;
 }
 
 ordered_json toJson(const FileName& file, const Findings& findings) {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -118,17 +119,20 @@ struct Finding {
     std::string fix;   // what to do about it; empty when there is nothing to do
 };
 
-// What was found in one file.
+// What was found in one file. Of one rule only so many findings are kept, and the rest is counted: a
+// small file can break a rule a hundred thousand times.
 class Findings {
 public:
     void add(RuleName rule, std::string part, std::string text, std::string fix = "");
-    // The most severe first, in the order of finding otherwise.
+    // The most severe first, in the order of finding otherwise; what is only counted last.
     std::vector<Finding> sorted() const;
+    // Those that are only counted, too.
     std::size_t count(Severity severity) const;
     const std::vector<Finding>& all() const { return findings_; }
 
 private:
     std::vector<Finding> findings_;
+    std::map<const Rule*, std::size_t> counts_;
 };
 
 nlohmann::ordered_json toJson(const FileName& file, const Findings& findings);

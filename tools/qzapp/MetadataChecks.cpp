@@ -71,7 +71,7 @@ private:
         if (links.empty()) missing(part);
         if (links.size() > 1) ambiguous(shown(part.name), links.size());
         if (links.size() != 1) return nullptr;
-        const ViewedItem* found = follow(*links[0], shown(part.name));
+        const ViewedItem* found = follow(*links[0], shown(part.name), part.whenDangling);
         if (found == nullptr) return nullptr;
         used_.insert(found->name->key());
         if (!(*found->type == ContentType(part.contentType))) {
@@ -87,10 +87,10 @@ private:
         return found;
     }
 
-    const ViewedItem* follow(const Relationship& link, const std::string& name) {
+    const ViewedItem* follow(const Relationship& link, const std::string& name, RuleName rule) {
         const ViewedItem* found = package_.target(link);
         if (found == nullptr) {
-            findings_.add("part-dangling", name,
+            findings_.add(rule, name,
                           fmt::format("relationship \"{}\" leads to \"{}\", which is no part of "
                                       "the package",
                                       shown(link.getID()), shown(link.getTargetURI().toString())),
@@ -143,6 +143,9 @@ private:
 
     // The elements of an XML part; empty when there is none, or when `fault` says what is wrong.
     std::vector<XmlElement> elementsOf(const ViewedItem* part, std::string& fault) const {
+        if (part != nullptr && part->item->size > kMaxXmlBytes) {
+            fault = "larger than the 16 MiB that readers take";
+        }
         const auto document = part ? package_.read(*part, kMaxXmlBytes) : std::nullopt;
         if (!document) return {};
         try {
@@ -187,6 +190,7 @@ private:
         const auto* const known = std::ranges::find(layout::kMetadataElements, element.name,
                                                     &layout::MetadataElement::name);
         if (known == layout::kMetadataElements.end()) {
+            if (before > 0) return nullptr;
             findings_.add(
                 "metadata-unknown", part,
                 fmt::format("has an element \"{}\", which readers pass over", element.name));
@@ -248,7 +252,7 @@ private:
         checkMode(!links.empty());
         if (links.size() > 1) ambiguous("screenshot", links.size());
         if (links.size() != 1) return;
-        const ViewedItem* part = follow(*links[0], "screenshot");
+        const ViewedItem* part = follow(*links[0], "screenshot", "part-dangling");
         if (part == nullptr) return;
         used_.insert(part->name->key());
         checkThumbnail(*part);

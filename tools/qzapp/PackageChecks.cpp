@@ -179,23 +179,18 @@ void checkReach(const PackageView& package, Findings& findings) {
     }
 }
 
-bool isAppPart(const Relationship& relationship) {
-    const auto& type = relationship.getType();
-    return type == layout::kScreenshotRelationship ||
-           std::ranges::any_of(layout::kParts, [&](const layout::AppPart& part) {
-               return part.relationshipType == type;
-           });
-}
-
 void checkTargets(const PackageView& package, Findings& findings) {
+    const bool isApp = isAppName(package.file);
     for (const Relationship& relationship : package.relationships) {
         const std::string subject = fmt::format("relationship \"{}\"", shown(relationship.getID()));
         const std::string target = shown(relationship.getTargetURI().toString());
-        if (relationship.getTargetMode() == TargetMode::External) {
+        if (isApp && layout::isAppRelationship(relationship.getType())) {
+            continue;  // the app's own checks follow it
+        } else if (relationship.getTargetMode() == TargetMode::External) {
             findings.add(
                 "relationship-external", subject,
                 fmt::format("leads out of the package, to \"{}\"; it is never followed", target));
-        } else if (package.target(relationship) == nullptr && !isAppPart(relationship)) {
+        } else if (package.target(relationship) == nullptr) {
             findings.add("relationship-dangling", subject,
                          fmt::format("leads to \"{}\", which is no part of the package", target),
                          repairFix(package.file));
@@ -252,6 +247,8 @@ void checkRefusal(const PackageView& package, Findings& findings) {
 
 void checkPackage(const PackageView& package, Findings& findings) {
     checkTypes(package, findings);
+    const bool isAnyZip = package.typesItem == nullptr && package.relationshipsItem == nullptr;
+    if (isAnyZip && !isAppName(package.file)) return;  // every further rule would speak up
     checkUntyped(package, findings);
     checkDerivedNames(package, findings);
     checkOwnRelationships(package, findings);

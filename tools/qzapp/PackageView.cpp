@@ -9,6 +9,7 @@
 
 #include "tools/qzapp/AppLayout.hpp"
 #include "tools/qzapp/Errors.hpp"
+#include "tools/qzapp/Forms.hpp"
 
 namespace qzapp {
 namespace {
@@ -74,6 +75,10 @@ const ContentType& relationshipsType() {
 const PartName& packageRelationships() {
     static const PartName name(u"/_rels/.rels");
     return name;
+}
+
+bool isAppName(const FileName& file) {
+    return fl::i18n::to_lower(file.native()).ends_with(kPackagedExtension);
 }
 
 bool isRelationshipsName(const PartName& name) {

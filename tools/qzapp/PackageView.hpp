@@ -74,6 +74,8 @@ inline constexpr std::uint64_t kMaxXmlBytes = std::uint64_t{16} << 20;
 
 bool isRelationshipsName(const opc::model::PartName& name);
 const opc::model::ContentType& relationshipsType();
+// Whether the file's name says that it is a packaged app, in any case.
+bool isAppName(const FileName& file);
 // Where the package's own relationships stand.
 const opc::model::PartName& packageRelationships();
 std::string shownName(const opc::model::PartName& name);

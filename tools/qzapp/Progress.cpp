@@ -95,10 +95,7 @@ std::string barOf(std::uint64_t done, std::uint64_t total, double seconds,
 
 }  // namespace
 
-Progress::Progress(std::uint64_t bytes)
-    : total_(bytes),
-      done_([before = bytesRead()] { return bytesRead() - before; }),
-      show_(shownBytes) {
+Progress::Progress(std::uint64_t bytes) : total_(bytes), done_(bytesRead), show_(shownBytes) {
     start();
 }
 
@@ -134,7 +131,7 @@ void Progress::run() {
     if (ended_.wait_for(lock, kPatience, [this] { return hasEnded_; })) return;
     do {
         const std::chrono::duration<double> passed = Clock::now() - began;
-        const std::uint64_t done = std::min(done_() - before_, total_);
+        const std::uint64_t done = std::min(std::max(done_(), before_) - before_, total_);
         write("\r" + barOf(done, total_, passed.count(), show_) + "\x1B[K");
     } while (!ended_.wait_for(lock, kBetweenDrawings, [this] { return hasEnded_; }));
     write("\r\x1B[K");

@@ -15,7 +15,6 @@
 
 #include "tools/qzapp/AppLayout.hpp"
 #include "tools/qzapp/Errors.hpp"
-#include "tools/qzapp/Forms.hpp"
 #include "tools/qzapp/PackageView.hpp"
 #include "tools/qzapp/Transaction.hpp"
 
@@ -47,10 +46,6 @@ std::map<std::string, std::string> textsOf(const std::string& document) {
     return texts;
 }
 
-bool isApp(const FileName& file) {
-    return fl::i18n::to_lower(file.native()).ends_with(kPackagedExtension);
-}
-
 class Repair {
 public:
     // Messages call the new package what `file` is shown as.
@@ -64,7 +59,7 @@ public:
         for (const Relationship& relationship : from_.relationships)
             takeRelationship(relationship);
         tellOfTables();
-        if (isApp(from_.file)) linkAppParts();
+        if (isAppName(from_.file)) linkAppParts();
         mendProperties();
     }
 
@@ -99,7 +94,7 @@ private:
         std::set<const ViewedItem*> parts;
         for (const layout::AppPart& part :
              {layout::kMetadata, layout::kCoreProperties, layout::kHostProperties}) {
-            if (isApp(from_.file)) parts.insert(from_.find(part.name));
+            if (isAppName(from_.file)) parts.insert(from_.find(part.name));
             for (const Relationship* link : from_.byType(part.relationshipType))
                 parts.insert(from_.target(*link));
         }
@@ -137,9 +132,10 @@ private:
         const auto& type = relationship.getType();
         const auto& target = relationship.getTargetURI();
         const auto& id = relationship.getID();
-        if (relationship.getTargetMode() == TargetMode::External) {
+        const bool isExternal = relationship.getTargetMode() == TargetMode::External;
+        if (isExternal && !layout::isAppRelationship(type)) {
             to_.createExternalRelationship(type, target, id);
-        } else if (!leadsToPart(target)) {
+        } else if (isExternal || !leadsToPart(target)) {
             lose(fmt::format("relationship \"{}\"", shown(id)),
                  fmt::format("it leads to \"{}\", which is not there", shown(target.toString())));
         } else if (type == layout::kCoreProperties.relationshipType &&

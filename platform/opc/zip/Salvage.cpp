@@ -120,6 +120,7 @@ public:
             searchRecords();
         }
         searchHeaders();
+        takeDoubtful();
         reportFailures();
         std::ranges::sort(items_, {}, &ZipItem::headerOffset);
         return std::move(items_);
@@ -192,15 +193,20 @@ private:
         }
     }
 
+    std::vector<std::byte> fixedHeaderAt(std::uint64_t offset) const {
+        return bytesAt(*source_, offset, local::kHeaderSize);
+    }
+    static bool isHeader(Bytes header) {
+        return header.size() == local::kHeaderSize && load32(header, 0) == local::kSignature;
+    }
+
     // Where the data starts: behind the local header, or where that would be if it can be told.
     std::uint64_t dataOffsetOf(const ZipItem& item) const {
-        const auto header = bytesAt(*source_, item.headerOffset, local::kHeaderSize);
-        const bool isHeader =
-            header.size() == local::kHeaderSize && load32(header, 0) == local::kSignature;
+        const auto header = fixedHeaderAt(item.headerOffset);
         return item.headerOffset + local::kHeaderSize +
-               (isHeader ? std::size_t{load16(header, local::kNameLength)} +
-                               load16(header, local::kExtraLength)
-                         : item.name.size());
+               (isHeader(header) ? std::size_t{load16(header, local::kNameLength)} +
+                                       load16(header, local::kExtraLength)
+                                 : item.name.size());
     }
 
     void takeListed(ZipItem item, std::uint64_t recordAt) {
@@ -234,11 +240,35 @@ private:
         const auto record = bytesAt(*source_, at, size);
         if (record.size() < size) return 0;
         try {
-            auto items = readDirectory(std::string(asText(Bytes(record))), 1, *source_->file);
-            takeListed(std::move(items.front()), at);
+            const std::string text(asText(Bytes(record)));
+            auto items = readDirectory(text, 1, *source_->file);
+            ZipItem& item = items.front();
+            item.directoryRecord = {};
+            if (isConfirmed(item)) {
+                takeListed(std::move(item), at);
+            } else {
+                doubtful_.try_emplace(item.headerOffset, std::move(item), at);
+            }
             return size;
         } catch (const Exception&) {
             return 0;
+        }
+    }
+
+    // Whether a local header of this name stands where the record says. Otherwise the record may be
+    // one of a zip file within this one.
+    bool isConfirmed(const ZipItem& item) const {
+        if (!isHeader(fixedHeaderAt(item.headerOffset))) return false;
+        const auto name =
+            bytesAt(*source_, item.headerOffset + local::kHeaderSize, item.name.size());
+        return asText(Bytes(name)) == item.name;
+    }
+
+    // What no local header has settled: its own may be damaged.
+    void takeDoubtful() {
+        for (auto& [offset, record] : doubtful_) {
+            auto& [item, at] = record;
+            if (!isTaken(at) && !names_.contains(item.name)) takeListed(std::move(item), at);
         }
     }
 
@@ -266,8 +296,8 @@ private:
     }
 
     void takeUnlisted(std::uint64_t at, std::uint64_t limit) {
-        const auto fixed = bytesAt(*source_, at, local::kHeaderSize);
-        if (fixed.size() < local::kHeaderSize) return;
+        const auto fixed = fixedHeaderAt(at);
+        if (!isHeader(fixed) || takeByRecord(at)) return;
         const std::size_t size = local::kHeaderSize + load16(fixed, local::kNameLength) +
                                  load16(fixed, local::kExtraLength);
         const auto header = bytesAt(*source_, at, size);
@@ -278,6 +308,15 @@ private:
         item.dataOffset = at + size;
         std::string reason = takeWhole(item, load16(header, local::kFlags), limit);
         if (!reason.empty()) fail(item, at, std::move(reason));
+    }
+
+    // The directory's numbers and name where they fit this local header's content.
+    bool takeByRecord(std::uint64_t headerOffset) {
+        const auto record = doubtful_.find(headerOffset);
+        if (record == doubtful_.end()) return false;
+        ZipItem item = record->second.first;
+        item.dataOffset = dataOffsetOf(item);
+        return take(std::move(item)).empty();
     }
 
     static ZipItem itemOf(Bytes header) {
@@ -365,6 +404,8 @@ private:
     std::set<std::string, FoldedLess> names_;       // of items_
     std::set<std::string, FoldedLess> failedNames_;
     std::vector<Failure> failures_;
+    // Items of unconfirmed directory records, with the records' places, by header offset.
+    std::map<std::uint64_t, std::pair<ZipItem, std::uint64_t>> doubtful_;
     std::vector<std::byte> piece_;
 };
 
