@@ -31,16 +31,18 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "files of interactive apps, developm
  with that read and write packaged apps (.kvpkg) and text apps (.k).")
 
 # What Debian wants of each package's documentation.
-string(TIMESTAMP PACKAGE_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
-foreach(component runtime development)
-    string(TOUPPER ${component} upper)
-    set(PACKAGE_NAME ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
-    set(documents ${CMAKE_CURRENT_BINARY_DIR}/debian/${PACKAGE_NAME})
-    configure_file(cmake/debian/changelog.in ${documents}/changelog)
-    file(ARCHIVE_CREATE OUTPUT ${documents}/unused.gz PATHS ${documents}/changelog
-        FORMAT raw COMPRESSION GZip)
-    install(FILES ${documents}/changelog.gz cmake/debian/copyright COMPONENT ${component}
-        DESTINATION ${CMAKE_INSTALL_DOCDIR}/../${PACKAGE_NAME})
-endforeach()
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    string(TIMESTAMP PACKAGE_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
+    foreach(component RUNTIME DEVELOPMENT)
+        set(PACKAGE_NAME ${CPACK_DEBIAN_${component}_PACKAGE_NAME})
+        set(documents ${CMAKE_CURRENT_BINARY_DIR}/debian/${PACKAGE_NAME})
+        configure_file(cmake/debian/changelog.in ${documents}/changelog)
+        file(ARCHIVE_CREATE OUTPUT ${documents}/changelog.gz PATHS ${documents}/changelog
+            FORMAT raw COMPRESSION GZip COMPRESSION_LEVEL 9)
+        string(TOLOWER ${component} component)
+        install(FILES ${documents}/changelog.gz cmake/debian/copyright COMPONENT ${component}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${PACKAGE_NAME})
+    endforeach()
+endif()
 
 include(CPack)
