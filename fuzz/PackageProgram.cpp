@@ -44,7 +44,8 @@ constexpr ItemBreak kItemBreaks[] = {
     [](BuiltItem& item, Input& input) { item.disk = std::uint16_t(drawNumber(input)); },
     [](BuiltItem& item, Input& input) { item.extra = input.bytes(); },
     [](BuiltItem& item, Input& input) {
-        item.extra += test_support::extraField(std::uint16_t(input.number(2)), input.bytes());
+        const auto identifier = std::uint16_t(input.number(2));
+        item.extra += test_support::extraField(identifier, input.bytes());
     },
     [](BuiltItem& item, Input& input) { item.comment = input.bytes(); },
     [](BuiltItem& item, Input& input) { item.zip64 = input.flag(); },
@@ -114,13 +115,16 @@ void addRelationship(BuiltZip& zip, Input& input) {
         u"http://schemas.quorvane.com/package/2026/relationships/hostProperties",
         u"urn:other",
     };
+    // Drawn one by one: compilers differ in the order in which they evaluate operands.
     const std::u16string_view type = input.oneOf(kTypes);
     const std::string number = std::to_string(input.byte());
+    const std::string slash = input.flag() ? "/" : "";
+    const std::string target = slash + drawItemName(input);
+    const bool isExternal = input.below(8) == 7;
     insertBefore(zip, "_rels/.rels", "</Relationships>",
                  "<Relationship Id=\"x" + number + "\" Type=\"" +
-                     std::string(type.begin(), type.end()) + "\" Target=\"" +
-                     (input.flag() ? "/" : "") + drawItemName(input) + "\"" +
-                     (input.below(8) == 7 ? " TargetMode=\"External\"/>" : "/>"));
+                     std::string(type.begin(), type.end()) + "\" Target=\"" + target +
+                     (isExternal ? "\" TargetMode=\"External\"/>" : "\"/>"));
 }
 
 void addType(BuiltZip& zip, Input& input) {
@@ -134,7 +138,8 @@ void addType(BuiltZip& zip, Input& input) {
 
 void changeText(BuiltItem& item, Input& input) {
     const std::size_t at = input.number(2) % (item.content.size() + 1);
-    item.content.replace(at, input.below(32), input.bytes());
+    const std::size_t length = input.below(32);
+    item.content.replace(at, length, input.bytes());
 }
 
 void changeItems(BuiltZip& zip, Input& input) {
@@ -250,7 +255,8 @@ std::string drawContent(Input& input) {
     std::string content = input.bytes();
     if (input.flag()) return content;
     // Longer than the buffers that it goes through; the same again and again, or hard to shrink.
-    const std::size_t times = input.below(64) * input.below(32);
+    const std::size_t most = input.below(64);
+    const std::size_t times = most * input.below(32);
     unsigned noise = input.flag() ? 1 : 0;
     std::string all;
     for (std::size_t i = 0; i < times; ++i) {

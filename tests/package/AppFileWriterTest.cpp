@@ -415,6 +415,20 @@ TEST_F(AppFileWriterTest, TheScreenshotsFormatDecidesItsNameAndType) {
     EXPECT_THAT(image, IsEmpty());
 }
 
+TEST_F(AppFileWriterTest, AScreenshotElsewhereIsReplacedAndNothingHereDeleted) {
+    for (const char16_t* target : {u"/lumenforge/appModel.kvd\" TargetMode=\"External",
+                                   u"https://example.com/a.png\" TargetMode=\"External"}) {
+        good(goodPackage()
+                 .withoutRelationships(test_support::kScreenshotType)
+                 .withRelationship(test_support::kScreenshotType, target));
+        edit([](AppFileWriter& writer) { writer.setAppScreenshot({1}, u"gif"); });
+        const PackageContents after(app_);
+        EXPECT_TRUE(after.parts.contains(kModelPart));
+        EXPECT_THAT(after.targets(test_support::kScreenshotType),
+                    ElementsAre(u"/metadata/appScreenshot.gif"));
+    }
+}
+
 TEST_F(AppFileWriterTest, RefusesAFormatBeyondAsciiAndChangesNothing) {
     good();
     const std::string before = bytes();
