@@ -80,8 +80,10 @@ if(TARGET qzapp)
     find_program(HELP2MAN help2man)
     if(HELP2MAN)
         set(man_pages ${CMAKE_CURRENT_BINARY_DIR}/man)
+        # For packages the programs are built without a search path.
         add_custom_command(OUTPUT ${man_pages}/made
-            COMMAND ${PROJECT_SOURCE_DIR}/scripts/lib/man-pages ${man_pages}
+            COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${CMAKE_LIBRARY_OUTPUT_DIRECTORY}
+                ${PROJECT_SOURCE_DIR}/scripts/lib/man-pages ${man_pages}
                 $<TARGET_FILE:qzapp> $<TARGET_FILE:qzhost>
             COMMAND ${CMAKE_COMMAND} -E touch ${man_pages}/made
             DEPENDS qzapp qzhost scripts/lib/man-pages VERBATIM)

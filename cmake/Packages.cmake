@@ -16,11 +16,12 @@ set(runtime_package libqzappserialization${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "files of interactive apps, library and tools
- The library through which a numerical-computing host reads and writes packaged
- apps (.kvpkg) and text apps (.k); qzapp, the command-line tool for these files;
- and qzhost, a small host that loads the library.")
+ The library through which a numerical-computing host reads and writes
+ packaged apps (.kvpkg) and text apps (.k); qzapp, the command-line tool for
+ these files; and qzhost, a small host that loads the library.")
 
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libqzappserialization-dev)
