@@ -134,7 +134,8 @@ void appendPercent(ustring& out, unsigned char byte) {
 }
 
 // Percent-encoding in its one normal form: unreserved characters stand as themselves, what a segment
-// cannot hold is encoded, digits are in upper case. A "%" that starts no encoding stays, to be refused.
+// cannot hold is encoded, digits are in upper case. A "%" that starts no encoding stays, to be refused, and
+// so does what follows it: decoded, that could make an encoding of it.
 void appendNormalized(ustring& out, ustring_view segment) {
     for (std::size_t i = 0; i < segment.size(); ++i) {
         const int byte = segment[i] == u'%' ? decodePercent(segment, i) : -1;
@@ -145,7 +146,10 @@ void appendNormalized(ustring& out, ustring_view segment) {
             } else {
                 appendPercent(out, static_cast<unsigned char>(byte));
             }
-        } else if (segment[i] == u'%' || isSegmentCharacter(segment[i])) {
+        } else if (segment[i] == u'%') {
+            out += segment.substr(i);
+            return;
+        } else if (isSegmentCharacter(segment[i])) {
             out += segment[i];
         } else {
             const bool pair = segment[i] >= 0xD800 && segment[i] < 0xDC00 && i + 1 < segment.size();
