@@ -20,6 +20,7 @@
 #include <ios>
 #include <map>
 #include <new>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -31,6 +32,7 @@ namespace appserialization {
 
 using opc::interfaces::OpenMode;
 using opc::model::ContentType;
+using opc::model::PackageHelper;
 using opc::model::Part;
 using opc::model::PartName;
 using opc::model::XercesHelper;
@@ -39,6 +41,14 @@ using opc::qzservices::CorePropertiesManager;
 using opc::qzservices::DeterministicMode;
 using opc::zippackage::ZipPhysicalPackage;
 using xercesc::DOMElement;
+
+namespace {
+
+std::string shownName(const ustring& fileName) {
+    return foundation::shown(fl::filesystem::path(fileName));
+}
+
+}  // namespace
 
 class __attribute__((visibility("hidden"))) AppFileWriter::AppFileWriterImpl {
 public:
@@ -56,6 +66,8 @@ private:
 
     void openOPCPackage(const ustring& fileName, bool createNew);
     void requireOpen(const char* method) const;
+    void requireWhole() const;
+    void requireModelApart() const;
     void writeMinimalSetOfOPCProperties();
     Part createPartAndRelationship(const ustring& partName, const ustring& contentType,
                                    const ustring& relationshipType);
@@ -72,9 +84,12 @@ private:
                                  const char16_t* listName, const char16_t* itemName,
                                  const ustring& attributeName) const;
 
-    void deletePreviousScreenshot();
+    std::optional<PartName> previousScreenshot() const;
+    void deleteOnlyRelationship(const ustring& type);
 
     ustring fileName_;
+    // Since a change began, until it is complete.
+    bool isHalfChanged_ = false;
     // Destroyed from the bottom up: the package lets go before the zip file under it does. All three
     // are null while the writer is closed.
     std::unique_ptr<ZipPhysicalPackage> physicalPackage_;
@@ -112,13 +127,38 @@ void AppFileWriter::AppFileWriterImpl::openOPCPackage(const ustring& fileName, b
 
 void AppFileWriter::AppFileWriterImpl::requireOpen(const char* method) const {
     if (package_) return;
-    throw opc::Exception(foundation::shown(fl::filesystem::path(fileName_)) + ": " + method +
+    throw opc::Exception(shownName(fileName_) + ": " + method +
                          "() was called on a writer that is closed; construct another one to "
                          "change the file again");
 }
 
+void AppFileWriter::AppFileWriterImpl::requireWhole() const {
+    if (!isHalfChanged_) return;
+    throw opc::Exception(shownName(fileName_) +
+                         ": not saved, since an earlier change failed halfway; construct another "
+                         "writer and make the changes again");
+}
+
+// The model is found by its name. Whatever else leads to it would be changed or deleted in its place.
+void AppFileWriter::AppFileWriterImpl::requireModelApart() const {
+    const PartName model{ustring(layout::kAppModel.name)};
+    for (const auto& relationship : package_->getRelationships()) {
+        if (relationship.getType() == layout::kAppModel.relationshipType) continue;
+        if (relationship.getType() == PackageHelper::getThumbnailRelationshipType()) continue;
+        if (!package_->hasTarget(relationship)) continue;
+        if (package_->getTarget(relationship).getName() != model) continue;
+        throw opc::Exception(
+            shownName(fileName_) + ": /_rels/.rels: relationship \"" +
+            foundation::shown(relationship.getID()) + "\" of type \"" +
+            foundation::shown(relationship.getType()) + "\" leads to the app's model, " +
+            foundation::shown(model.toString()) +
+            ", which a change could destroy; lead it to a part of its own, or remove it");
+    }
+}
+
 void AppFileWriter::AppFileWriterImpl::close() {
     requireOpen("close");
+    requireWhole();
     // Locals are destroyed from the bottom up as well, and leave the writer closed when saving fails.
     const auto physicalPackage = std::move(physicalPackage_);
     const auto package = std::move(package_);
@@ -144,6 +184,7 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(const ustring& 
 
     Part part =
         package_->createPart(PartName(partName), ContentType(contentType), layout::partInfo());
+    isHalfChanged_ = true;
     package_->createInternalRelationship(relationshipType, part.getName().getURI(), u"");
     return part;
 }
@@ -152,6 +193,7 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(const ustring& 
 
 void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText) {
     requireOpen("setKORVALCodeText");
+    requireModelApart();
     close();
     // The code-file library works on the file by its name, and owns the form of the code part.
     {
@@ -175,9 +217,9 @@ void AppFileWriter::AppFileWriterImpl::setAppModelFromFile(const ustring& modelF
     // That is no fault of the file, and opening it is not tried again.
     if (!file.is_open() && errno == ENOMEM) throw std::bad_alloc();
     // Copies nothing when the file did not open.
-    opc::StreamHelper::copyStreamToStream(
-        file, *part.getOutputStream(),
-        "\"" + foundation::shown(fl::filesystem::path(modelFilePath)) + "\"");
+    opc::StreamHelper::copyStreamToStream(file, *part.getOutputStream(),
+                                          "\"" + shownName(modelFilePath) + "\"");
+    isHalfChanged_ = false;
 }
 
 // ---- Metadata
@@ -220,13 +262,16 @@ void AppFileWriter::AppFileWriterImpl::setAppMetadata(const AppMetadata& metadat
     requireOpen("setAppMetadata");
     // Before anything changes: the serialiser would stop in the middle of the part.
     requireXmlText(metadata);
+    requireModelApart();
     const Fallbacks fallbacks = readFallbacks();
     // Core properties that cannot be read are refused now, not when the metadata part has changed.
     static_cast<void>(coreProperties_->getCoreProperties());
     Part part = createPartAndRelationship(layout::kMetadata.name, layout::kMetadata.contentType,
                                           layout::kMetadata.relationshipType);
     writeMetadataPart(part, metadata, fallbacks);
+    isHalfChanged_ = true;
     writeCoreProperties(metadata);
+    isHalfChanged_ = false;
 }
 
 auto AppFileWriter::AppFileWriterImpl::readFallbacks() const -> Fallbacks {
@@ -335,28 +380,41 @@ void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::u
     const PartName name(ustring(layout::kScreenshotNameStem) + row.extension);
     requireScreenshotSize(fileName_, name, bytes.size());
 
-    deletePreviousScreenshot();
-    Part part = package_->createPart(name, row.contentType(), layout::partInfo());
+    requireModelApart();
+
+    // First the new part, so that a name that is taken is refused while nothing has changed; unless
+    // it takes the place of the old one.
+    const auto old = previousScreenshot();
+    const auto create = [&] {
+        return package_->createPart(name, row.contentType(), layout::partInfo());
+    };
+    std::optional<Part> part;
+    if (old != name) part = create();
+    isHalfChanged_ = true;
+    if (old) package_->deletePart(*old);
+    deleteOnlyRelationship(layout::kScreenshotRelationship);
+    deleteOnlyRelationship(PackageHelper::getThumbnailRelationshipType());
+    if (!part) part = create();
+
     package_->createInternalRelationship(layout::kScreenshotRelationship, name.getURI(), u"");
-    package_->createInternalRelationship(opc::model::PackageHelper::getThumbnailRelationshipType(),
+    package_->createInternalRelationship(PackageHelper::getThumbnailRelationshipType(),
                                          name.getURI(), u"");
     opc::ByteArrayInAdaptor image(bytes);
-    opc::StreamHelper::copyStreamToStream(image, *part.getOutputStream());
+    opc::StreamHelper::copyStreamToStream(image, *part->getOutputStream());
+    isHalfChanged_ = false;
 }
 
-// Several screenshots stay, since nobody can tell which one is to be replaced.
-void AppFileWriter::AppFileWriterImpl::deletePreviousScreenshot() {
-    const auto screenshots = package_->getRelationshipsByType(layout::kScreenshotRelationship);
-    if (screenshots.size() == 1) {
-        // A screenshot that is missing already must not keep a new one out.
-        if (package_->hasTarget(screenshots.front())) {
-            package_->deletePart(package_->getOwnTarget(screenshots.front()).getName());
-        }
-        package_->deleteRelationship(screenshots.front().getID());
-    }
-    const auto thumbnails =
-        package_->getRelationshipsByType(opc::model::PackageHelper::getThumbnailRelationshipType());
-    if (thumbnails.size() == 1) package_->deleteRelationship(thumbnails.front().getID());
+// Of several none, since nobody can tell which one is to be replaced. One that is missing already must
+// not keep a new one out.
+std::optional<PartName> AppFileWriter::AppFileWriterImpl::previousScreenshot() const {
+    const auto found = package_->getRelationshipsByType(layout::kScreenshotRelationship);
+    if (found.size() != 1 || !package_->hasTarget(found.front())) return std::nullopt;
+    return package_->getOwnTarget(found.front()).getName();
+}
+
+void AppFileWriter::AppFileWriterImpl::deleteOnlyRelationship(const ustring& type) {
+    const auto found = package_->getRelationshipsByType(type);
+    if (found.size() == 1) package_->deleteRelationship(found.front().getID());
 }
 
 // ---- The handle

@@ -438,6 +438,70 @@ TEST_F(AppFileWriterTest, RefusesAFormatBeyondAsciiAndChangesNothing) {
     EXPECT_TRUE(bytes() == before);
 }
 
+// A caller that catches the error of a setter may still close the writer.
+TEST_F(AppFileWriterTest, NeverSavesHalfOfAChange) {
+    AppMetadata tooLong;
+    tooLong.setRequiredProducts(std::vector<ustring>(200'001, u"p"));
+    const ustring notAFile = directory_.name("");
+    const auto stray = goodPackage()
+                           .withoutRelationships(test_support::kScreenshotType)
+                           .with(u"/media/shot.png", "PNG")
+                           .withRelationship(test_support::kScreenshotType, u"/media/shot.png");
+    const struct {
+        const char* why;
+        std::string before;  // empty for a new app
+        std::function<void(AppFileWriter&)> change;
+        bool saves;  // as nothing had changed yet
+    } rows[] = {
+        {"metadata that cannot be read again", "",
+         [&](AppFileWriter& writer) { writer.setAppMetadata(tooLong); }, false},
+        {"a model that cannot be read", "",
+         [&](AppFileWriter& writer) { writer.setAppModelFromFile(notAFile); }, false},
+        {"a model that cannot be read, over another", goodPackage().bytes(),
+         [&](AppFileWriter& writer) { writer.setAppModelFromFile(notAFile); }, true},
+        {"a screenshot whose name is taken", stray.bytes(),
+         [](AppFileWriter& writer) { writer.setAppScreenshot({1}, u"png"); }, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        std::filesystem::remove(directory_.path() / "app.kvpkg");
+        if (!row.before.empty()) directory_.write("app.kvpkg", row.before);
+        AppFileWriter writer(app_, false);
+        EXPECT_ANY_THROW(row.change(writer));
+        if (row.saves) {
+            writer.close();
+            EXPECT_EQ(bytes(), row.before);
+        } else {
+            EXPECT_THAT([&] { writer.close(); },
+                        testing::ThrowsMessage<opc::Exception>(HasSubstr(
+                            "app.kvpkg: not saved, since an earlier change failed halfway")));
+            EXPECT_FALSE(std::filesystem::exists(directory_.path() / "app.kvpkg"));
+        }
+    }
+}
+
+TEST_F(AppFileWriterTest, NothingElseMayLeadToTheModel) {
+    const std::function<void(AppFileWriter&)> changes[] = {
+        [](AppFileWriter& writer) { writer.setAppScreenshot({1}, u"png"); },
+        [](AppFileWriter& writer) { writer.setKORVALCodeText(u"x = 1;"); },
+        [](AppFileWriter& writer) { writer.setAppMetadata(filledWith(u"text")); },
+    };
+    for (const auto* type :
+         {test_support::kScreenshotType, test_support::kCodeType, test_support::kMetadataType}) {
+        const auto wrong = goodPackage()
+                               .withoutRelationships(type)
+                               .withoutRelationships(test_support::kModelType)
+                               .withRelationship(type, kModelPart);
+        for (const auto& change : changes) {
+            const ustring file = good(wrong);
+            EXPECT_THAT([&] { edit(change); },
+                        testing::ThrowsMessage<opc::Exception>(
+                            HasSubstr("leads to the app's model, /lumenforge/appModel.kvd")));
+            EXPECT_EQ(bytes(), wrong.bytes());
+        }
+    }
+}
+
 TEST_F(AppFileWriterTest, KeepsScreenshotsThatItCannotTellApart) {
     good(goodPackage()
              .with(u"/metadata/other.png", "other")
