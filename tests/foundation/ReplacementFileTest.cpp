@@ -223,6 +223,21 @@ TEST_F(ReplacementFileTest, WorksWhereTheFileSystemLacksItsNewerOperations) {
     EXPECT_EQ(readFile(file("copy")), std::string((1 << 20) - 1, 'x'));
 }
 
+TEST_F(ReplacementFileTest, NeedsNoProc) {
+    const SystemCalls before = systemCalls();
+    systemCalls().fstatat = [](int directory, const char* file, struct stat* result, int flags) {
+        return std::string_view(file) == "/proc/self/fd"
+                   ? (errno = ENOENT, -1)
+                   : ::fstatat(directory, file, result, flags);
+    };
+    systemCalls().linkat = [](int, const char*, int, const char*, int) {
+        return (errno = ENOENT, -1);
+    };
+    EXPECT_EQ(complaint(name("a")), "");
+    systemCalls() = before;
+    EXPECT_EQ(files(), std::set<std::string>{"a"});
+}
+
 TEST_F(ReplacementFileTest, ReplacesNoNewFileWhereARenameCannotRefuseTo) {
     for (const auto fileSystem :
          {WatchedSystem::FileSystem::Older, WatchedSystem::FileSystem::Linkless}) {

@@ -107,6 +107,16 @@ std::string withFreeName(const std::string& target, const char* what, Create cre
 
 constexpr const char* kCannotCreate = "cannot create a temporary file in the directory";
 
+// Where an open file gets its first name from.
+constexpr const char* kOpenFiles = "/proc/self/fd";
+
+// A sandbox may have none.
+bool hasOpenFiles() {
+    struct stat ignored {};
+    return retryInterrupted(
+               [&] { return systemCalls().fstatat(AT_FDCWD, kOpenFiles, &ignored, 0); }) == 0;
+}
+
 // A file without a name; false when the file system has no such thing.
 FileDescriptor openUnnamed(const FileDescriptor& directory, mode_t mode) {
     FileDescriptor file(retryInterrupted([&] {
@@ -336,12 +346,12 @@ struct ReplacementFile::State {
 
 void ReplacementFile::State::create() {
     model = target->openModel();
-    file = openUnnamed(target->directory, kPrivate);
+    if (hasOpenFiles()) file = openUnnamed(target->directory, kPrivate);
     if (!file) name = openNamed(target->directory, target->name, kPrivate, file);
 }
 
 void ReplacementFile::State::link() {
-    const std::string self = "/proc/self/fd/" + std::to_string(file.get());
+    const std::string self = std::string(kOpenFiles) + "/" + std::to_string(file.get());
     const int directory = target->directory.get();
     name = withFreeName(target->name, "cannot name the temporary file", [&](const char* free) {
         return systemCalls().linkat(AT_FDCWD, self.c_str(), directory, free, AT_SYMLINK_FOLLOW);
