@@ -12,7 +12,9 @@ function(qz_library name alias)
     set_target_properties(${name} PROPERTIES
         EXPORT_NAME ${alias} LINKER_LANGUAGE CXX
         VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+    if(NOT QZ_SANITIZE)  # then the program brings what the sanitizers need
+        target_link_options(${name} PRIVATE -Wl,--no-undefined)
+    endif()
 endfunction()
 
 # qz_sources(<name> <file>...): adds files of the current folder to a library.

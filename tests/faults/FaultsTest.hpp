@@ -20,7 +20,7 @@ inline constexpr const char* kApp = "app.kvpkg";
 
 // Sanitizers make everything several times slower, so that then only some faults of the most
 // numerous kinds are tried. A step that is no multiple of what repeats gets at all of its parts.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(QZ_SANITIZED)
 inline constexpr std::size_t kStep = 13;
 #else
 inline constexpr std::size_t kStep = 1;

@@ -41,7 +41,7 @@ private:
 };
 
 // Leaks are the sanitizers' own business, and they are slow.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(QZ_SANITIZED)
 constexpr int kManyRounds = 5'000;
 #else
 constexpr int kManyRounds = 100'000;

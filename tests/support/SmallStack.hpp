@@ -10,7 +10,7 @@
 namespace test_support {
 
 // The stack that everything must fit. The sanitizers' frames are several times larger.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(QZ_SANITIZED)
 inline constexpr std::size_t kSmallStack = 512 * 1024;
 #else
 inline constexpr std::size_t kSmallStack = 128 * 1024;
