@@ -122,6 +122,16 @@ const XmlRow kDocuments[] = {
      "line 1, column 6887: more than 1,000 distinct names"},
     {"far too many names", "<m>" + numbered("<n", "/>", 400000) + "</m>",
      "line 1, column 6887: more than 1,000 distinct names"},
+    {"a namespace that is too long", "<m xmlns='" + std::string(1025, 'u') + "'/>",
+     "line 1, column 1: the namespace or prefix \"uuuuuuuuuuuuuuuuuuuu...\" is longer than 1,024 "
+     "bytes; use a shorter one"},
+    {"a namespace that is far too long",
+     "<m xmlns='" + std::string(1 << 20, 'u') + "'>" + repeated("<b/>", 100000) + "</m>",
+     "line 1, column 1: the namespace or prefix \"uuuuuuuuuuuuuuuuuuuu...\" is longer than 1,024 "
+     "bytes; use a shorter one"},
+    {"a prefix that is too long", "<m xmlns:" + std::string(1025, 'p') + "='u'/>",
+     "line 1, column 1: the namespace or prefix \"pppppppppppppppppppp...\" is longer than 1,024 "
+     "bytes; use a shorter one"},
     {"too many elements", "<m>" + repeated("<b/>", 200000) + "</m>",
      "line 1, column 800000: more than 200,000 elements"},
     {"too many comments", "<m>" + repeated("<!---->", 400001) + "</m>",
@@ -162,6 +172,10 @@ const XmlRow kMetadataDocuments[] = {
      "Description: \nRequiredProducts: "},
     {"much text", uuid(std::string(1 << 20, 'x')), "Uuid: 1048576 bytes"},
     {"many elements", metadata(repeated("<b/>", 199000)), ""},
+    {"long namespaces at every name",
+     "<m xmlns='" + std::string(1024, 'n') + "' xmlns:p='" + std::string(1024, 'p') + "'>" +
+         repeated("<b" + numbered(" p:a", "=''", 62) + "/>", 1000) + "</m>",
+     "Description: \nRequiredProducts: "},
     {"many list items",
      "<m><componentProducts>" + repeated("<product id='x'/>", 100000) + "</componentProducts></m>",
      "Description: \nRequiredProducts: 100000 items"},

@@ -26,16 +26,15 @@ void DomBuilder::start(const StartTag& tag) {
 }
 
 void DomBuilder::setAttribute(xercesc::DOMElement& element, const Attribute& attribute) {
-    const auto& [nameSpace, local] = attribute.name;
-    const auto value = utf8_to_ustring_strict(attribute.value);
-    if (nameSpace.empty()) {
-        element.setAttributeNS(nullptr, utf8_to_ustring_strict(local).c_str(), value.c_str());
-        return;
-    }
+    const auto nameSpace = utf8_to_ustring_strict(attribute.name.nameSpace);
     // With some prefix, so that a lookup by the plain name finds the attribute that has none.
-    const auto qualified = u"n:" + utf8_to_ustring_strict(local);
-    element.setAttributeNS(utf8_to_ustring_strict(nameSpace).c_str(), qualified.c_str(),
-                           value.c_str());
+    const auto qualified =
+        (nameSpace.empty() ? u"" : u"n:") + utf8_to_ustring_strict(attribute.name.local);
+    // As a node of its own, since setAttributeNS() compares the namespace with all that are there.
+    auto* const node = document_->createAttributeNS(nameSpace.empty() ? nullptr : nameSpace.c_str(),
+                                                    qualified.c_str());
+    node->setValue(utf8_to_ustring_strict(attribute.value).c_str());
+    element.setAttributeNodeNS(node);
 }
 
 // An element is attached when it is complete: the DOM looks at all ancestors of the new parent, which

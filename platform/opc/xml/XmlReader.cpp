@@ -75,6 +75,8 @@ std::string_view prefixOf(std::string_view text) {
 // The shortest markup that brings a new name is "<a/>".
 constexpr std::size_t kMinBytesPerName = 4;
 
+constexpr std::size_t kShownOfLongName = 20;
+
 // What expat hashes names with. Left to itself it asks the system anew for every document.
 unsigned long hashSalt() {
     static const unsigned long salt = std::random_device()() | 1UL;
@@ -210,8 +212,16 @@ private:
         refuseIf((others_ += nodes) > kMaxOtherNodes, "more than 400,000 attributes and comments");
     }
 
+    static void requireShort(std::string_view name) {
+        if (name.size() <= kMaxNamespaceBytes) return;
+        throw Refusal("the namespace or prefix \"" + shown(name, kShownOfLongName) +
+                      "\" is longer than 1,024 bytes; use a shorter one");
+    }
+
     // Called for each declaration of a start tag before the tag itself.
     void bind(std::string_view prefix, std::string_view uri) {
+        requireShort(prefix);
+        requireShort(uri);
         countName(prefix);
         countName(uri);
         ++declarations_;

@@ -22,6 +22,8 @@ inline constexpr std::size_t kMaxAttributes = 64;       // of one element
 inline constexpr std::size_t kMaxElements = 200'000;    // of the document
 inline constexpr std::size_t kMaxOtherNodes = 400'000;  // attributes, comments, instructions, CDATA
 inline constexpr std::size_t kMaxDistinctNames = 1'000;  // of elements, attributes and namespaces
+// Of a namespace or prefix: declared once, it costs all that at each name that it stands for.
+inline constexpr std::size_t kMaxNamespaceBytes = 1'024;
 
 inline constexpr std::string_view kSchemaInstance = "http://www.w3.org/2001/XMLSchema-instance";
 
