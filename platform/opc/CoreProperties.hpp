@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace opc::qzservices {
@@ -73,7 +74,14 @@ private:
     std::optional<ustring> friendlyName_;
     std::optional<ustring> release_;
     std::optional<foundation::release_info::ReleaseInfo> releaseInfo_;
-    // What the host's part holds besides, as elements in UTF-8.
+    // What the host's part holds besides, as elements in UTF-8; and its root, which declares their
+    // namespaces, with the names as they stand in XML. A root without a name is the usual one.
+    struct Root {
+        std::string name;
+        std::vector<std::pair<std::string, std::string>> attributes;
+        friend bool operator==(const Root&, const Root&) = default;
+    };
+    Root hostRoot_;
     std::string otherHostXml_;
 };
 

@@ -27,6 +27,10 @@ constexpr std::string_view kLegacy = "legacy";
 
 }  // namespace
 
+HostProperties::Root HostProperties::usualRoot() {
+    return {std::string(kRoot), {{"xmlns", std::string(kNamespace)}}};
+}
+
 // Reads the properties that this host knows, and keeps all other elements as they are.
 class HostProperties::Reader final : public xml::Handler {
 public:
@@ -34,11 +38,7 @@ public:
 
     void start(const xml::StartTag& tag) override {
         const auto& name = tag.name();
-        ++depth_;
-        if (depth_ == 1 && name != xml::Name{kNamespace, kRoot}) {
-            throw xml::Refusal("the root is \"" + std::string(name.local) + "\"; expected " +
-                               std::string(kRoot) + " of " + std::string(kNamespace));
-        }
+        if (++depth_ == 1) return startRoot(tag);
         if (depth_ == 2 && isKnown(name)) return startProperty(tag);
         if (depth_ == 2 || others_.isInside()) others_.start(tag);
     }
@@ -58,6 +58,14 @@ private:
         return name.nameSpace == kNamespace &&
                (name.local == kFriendlyName || name.local == kRelease ||
                 name.local == kReleaseInfo);
+    }
+    void startRoot(const xml::StartTag& tag) const {
+        if (tag.name() != xml::Name{kNamespace, kRoot}) {
+            throw xml::Refusal("the root is \"" + std::string(tag.name().local) + "\"; expected " +
+                               std::string(kRoot) + " of " + std::string(kNamespace));
+        }
+        Root root{xml::qualifiedName(tag), xml::qualifiedAttributes(tag)};
+        if (root != usualRoot()) properties_->hostRoot_ = std::move(root);
     }
     void startProperty(const xml::StartTag& tag) {
         property_ = tag.name().local;
@@ -97,15 +105,20 @@ void HostProperties::parse(std::string_view document, const std::string& where,
 }
 
 std::string HostProperties::toXml(const CoreProperties& properties) {
+    const Root root = properties.hostRoot_.name.empty() ? usualRoot() : properties.hostRoot_;
+    // With the colon, or empty; the properties are of the root's namespace.
+    const auto prefix = root.name.substr(0, root.name.find(':') + 1);
     xml::XmlWriter writer;
-    writer.start(kRoot);
-    writer.attribute("xmlns", kNamespace);
+    writer.start(root.name);
+    for (const auto& [name, value] : root.attributes)
+        writer.attribute(name, value);
     const auto write = [&](std::string_view name, const ustring& text, bool legacy) {
         model::requireXmlText(text, utf8_to_ustring_strict(name));
-        writer.start(name);
+        const auto element = prefix + std::string(name);
+        writer.start(element);
         if (legacy) writer.attribute(kLegacy, "true");
         writer.text(fl::i18n::ustring_to_utf8(text));
-        writer.end(name);
+        writer.end(element);
     };
     if (properties.friendlyName_) write(kFriendlyName, *properties.friendlyName_, false);
     if (properties.release_) write(kRelease, *properties.release_, false);
@@ -113,7 +126,7 @@ std::string HostProperties::toXml(const CoreProperties& properties) {
         write(kReleaseInfo, info->release, info->legacy);
     }
     writer.elements(properties.otherHostXml_);
-    writer.end(kRoot);
+    writer.end(root.name);
     return std::move(writer).take();
 }
 

@@ -21,7 +21,8 @@ public:
     static bool any(const CoreProperties& properties);
 
     // Adds what the part says to `properties`; elements that a later host may add beside
-    // those that are known are kept there; what is inside of the latter, but for text, is not.
+    // those that are known are kept there, and so is the root; what is inside of the known ones, but
+    // for text, is not.
     // Throws opc::Exception that starts with `where` for a part that cannot be understood.
     static void parse(std::string_view document, const std::string& where,
                       CoreProperties& properties);
@@ -31,6 +32,8 @@ public:
 
 private:
     class Reader;
+    using Root = CoreProperties::Root;
+    static Root usualRoot();
 };
 
 }  // namespace opc::qzservices

@@ -10,6 +10,7 @@ namespace {
 
 constexpr const char* kMetadata = "metadata/appMetadata.xml";
 constexpr const char* kCore = "docProps/core.xml";
+constexpr const char* kHost = "docProps/korval.xml";
 
 struct XmlRow {
     const char* why;
@@ -227,6 +228,39 @@ const XmlRow kProperties[] = {
     {"damage", "<dc:subject>", "column 390: mismatched tag; mend the XML or get the file again"},
 };
 
+std::string hostProperties(const std::string& declarations, const std::string& content) {
+    return "<hostProperties xmlns='http://schemas.quorvane.com/package/2026/hostProperties'" +
+           declarations + ">" + content + "</hostProperties>";
+}
+
+// Properties of a host that is not this one, which a save keeps.
+const XmlRow kHostProperties[] = {
+    {"elements within many namespaces",
+     hostProperties(numbered(" xmlns:p", "='" + std::string(1024, 'u') + "'", 60),
+                    repeated("<x/>", 100000)),
+     ""},
+    {"elements within namespaces at many depths",
+     hostProperties("", repeated("<x" + numbered(" xmlns:p", "='u'", 60) + ">", 15) +
+                            repeated("<x/>", 100000) + repeated("</x>", 15)),
+     ""},
+    {"text that needs more room when it is written",
+     hostProperties("", "<x>" + std::string(5 << 20, '>') + "</x>"),
+     "\nmetadata: Exception: FILE: /docProps/korval.xml: line 1, column 84: what is kept would "
+     "take "
+     "more than 16 MiB; remove some of it"},
+};
+
+BuiltZip withHostProperties(const std::string& document) {
+    BuiltZip zip = goodZip();
+    zip.items.push_back({.name = kHost, .content = document});
+    std::string& relationships = itemOf(zip, "_rels/.rels").content;
+    relationships.insert(
+        relationships.rfind("</"),
+        "<Relationship Id='h' Type='http://schemas.quorvane.com/package/2026/relationships/"
+        "hostProperties' Target='/docProps/korval.xml'/>");
+    return zip;
+}
+
 void addDocuments(Corpus& corpus, std::string_view table, std::span<const XmlRow> rows,
                   const std::string& start, const std::string& end) {
     for (const XmlRow& row : rows) {
@@ -247,6 +281,12 @@ void addXmlFiles(Corpus& corpus) {
                  " (expected a document of "
                  "http://schemas.quorvane.com/lumenForge/app/2017/appMetadata)");
     addDocuments(corpus, "metadata", kMetadataDocuments, "", "");
+    const std::string isAPart =
+        "part /docProps/korval.xml: application/vnd.quorvane.korval.lumenForge.appMetadata+xml";
+    for (const XmlRow& row : kHostProperties) {
+        corpus.push_back(
+            packagedApp("host", row.why, withHostProperties(row.document), isAPart + row.outcome));
+    }
     for (const XmlRow& row : kProperties) {
         BuiltZip zip = goodZip();
         std::string& document = itemOf(zip, kCore).content;

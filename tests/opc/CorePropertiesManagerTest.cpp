@@ -117,13 +117,13 @@ TEST_F(CorePropertiesManagerTest, KeepsWhatLaterHostsAdd) {
             .withRelationships(
                 R"(<Relationship Id="h" Type="http://schemas.quorvane.com/package/2026/relationships/hostProperties" Target="docProps/korval.xml"/>)")
             .with("docProps/korval.xml",
-                  "<h:hostProperties xmlns:t='urn:types' "
+                  "<h:hostProperties xmlns='urn:o' xmlns:t='urn:types' xml:lang='en' "
                   "xmlns:h='http://schemas.quorvane.com/package/2026/hostProperties'>" +
                       properties + "</h:hostProperties>");
     };
     auto properties = readFrom(withHost(
         "<h:later>1 &lt; 2<h:in t:type='t:A'/></h:later><h:release>R2026b</h:release><h:later/>"
-        "<x xml:lang='en' a='&quot;'><y xmlns='urn:y' xmlns:t='urn:t'/><z/></x>"));
+        "<x xml:lang='en' a='&quot;'><y xmlns='urn:y' xmlns:t='urn:t'/><z xmlns=''/></x>"));
     EXPECT_EQ(properties.getKORVALRelease(), u"R2026b");
     properties.setKORVALRelease(u"R2027a");
     write(properties);
@@ -131,12 +131,11 @@ TEST_F(CorePropertiesManagerTest, KeepsWhatLaterHostsAdd) {
     EXPECT_THAT(
         part(u"/docProps/korval.xml"),
         EndsWith(
-            R"(<release>R2027a</release>)"
-            R"(<h:later xmlns="" xmlns:h="http://schemas.quorvane.com/package/2026/hostProperties" xmlns:t="urn:types">)"
-            R"(1 &lt; 2<h:in t:type="t:A"/></h:later>)"
-            R"(<h:later xmlns="" xmlns:h="http://schemas.quorvane.com/package/2026/hostProperties" xmlns:t="urn:types"/>)"
-            R"(<x xmlns="" xmlns:h="http://schemas.quorvane.com/package/2026/hostProperties" xmlns:t="urn:types" xml:lang="en" a="&quot;">)"
-            R"(<y xmlns="urn:y" xmlns:t="urn:t"/><z/></x></hostProperties>)"));
+            R"(<h:hostProperties xmlns="urn:o" xmlns:t="urn:types" )"
+            R"(xmlns:h="http://schemas.quorvane.com/package/2026/hostProperties" xml:lang="en">)"
+            R"(<h:release>R2027a</h:release><h:later>1 &lt; 2<h:in t:type="t:A"/></h:later><h:later/>)"
+            R"(<x xml:lang="en" a="&quot;"><y xmlns="urn:y" xmlns:t="urn:t"/><z xmlns=""/></x>)"
+            R"(</h:hostProperties>)"));
     EXPECT_EQ(readFrom(withHost("<h:release>1<b>2</b>3</h:release>")).getKORVALRelease(), u"13");
     EXPECT_THAT([&] { readFrom(withHost("<h:release/><h:release/>")); },
                 ThrowsMessage<Exception>(EndsWith("a second release; remove one of them")));

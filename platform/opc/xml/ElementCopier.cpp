@@ -1,7 +1,5 @@
 #include "platform/opc/xml/ElementCopier.hpp"
 
-#include <utility>
-
 namespace opc::xml {
 
 namespace {
@@ -14,25 +12,40 @@ std::string qualified(std::string_view prefix, std::string_view local) {
 
 }  // namespace
 
-void ElementCopier::start(const StartTag& tag) {
-    // Where the copy will stand there may be another default namespace.
-    const NamespaceMap around = isInside() ? open_.back().namespaces : NamespaceMap();
-    Open opened{qualified(tag.prefix(), tag.name().local), tag.namespaces()};
-    opened.namespaces.try_emplace("");
-    writer_.start(opened.name);
-    for (const auto& [prefix, uri] : opened.namespaces) {
-        const auto known = around.find(prefix);
-        if (known != around.end() && known->second == uri) continue;
-        writer_.attribute(prefix.empty() ? "xmlns" : qualified("xmlns", prefix), uri);
-    }
+std::string qualifiedName(const StartTag& tag) {
+    return qualified(tag.prefix(), tag.name().local);
+}
+
+std::vector<std::pair<std::string, std::string>> qualifiedAttributes(const StartTag& tag) {
+    std::vector<std::pair<std::string, std::string>> all;
+    for (const auto& [prefix, nameSpace] : tag.declarations())
+        all.emplace_back(prefix.empty() ? "xmlns" : qualified("xmlns", prefix), nameSpace);
     for (const Attribute& attribute : tag.attributes())
-        writer_.attribute(qualified(attribute.prefix, attribute.name.local), attribute.value);
-    open_.push_back(std::move(opened));
+        all.emplace_back(qualified(attribute.prefix, attribute.name.local), attribute.value);
+    return all;
+}
+
+void ElementCopier::start(const StartTag& tag) {
+    open_.push_back(qualifiedName(tag));
+    writer_.start(open_.back());
+    for (const auto& [name, value] : qualifiedAttributes(tag))
+        writer_.attribute(name, value);
+    requireRoom();
+}
+
+void ElementCopier::text(std::string_view characters) {
+    writer_.text(characters);
+    requireRoom();
 }
 
 void ElementCopier::end() {
-    writer_.end(open_.back().name);
+    writer_.end(open_.back());
     open_.pop_back();
+}
+
+void ElementCopier::requireRoom() const {
+    if (writer_.size() > kMaxBytes)
+        throw Refusal("what is kept would take more than 16 MiB; remove some of it");
 }
 
 }  // namespace opc::xml

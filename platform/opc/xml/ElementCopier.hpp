@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/opc/xml/XmlReader.hpp"
@@ -9,15 +10,21 @@
 
 namespace opc::xml {
 
+// Names with their prefixes, as they stand in XML.
+std::string qualifiedName(const StartTag& tag);
+// Those, and the values; the declarations of namespaces come first.
+std::vector<std::pair<std::string, std::string>> qualifiedAttributes(const StartTag& tag);
+
 // Writes elements again as they are read, one after the other, so that they mean the same in any
-// document: with all their namespaces, of which also a value may use a prefix. Comments and processing
-// instructions are left out.
+// document where the namespaces around them are declared as in the one they come from. Comments and
+// processing instructions are left out.
 class ElementCopier {
 public:
-    // To be called for everything that stands in the elements.
+    // To be called for everything that stands in the elements. Both throw Refusal when the copy, in
+    // which more is escaped, becomes larger than a document may be.
     void start(const StartTag& tag);
+    void text(std::string_view characters);
     void end();
-    void text(std::string_view characters) { writer_.text(characters); }
 
     // Whether an element has not ended yet.
     bool isInside() const noexcept { return !open_.empty(); }
@@ -25,12 +32,10 @@ public:
     std::string take() && { return std::move(writer_).take(); }
 
 private:
-    struct Open {
-        std::string name;
-        NamespaceMap namespaces;
-    };
+    void requireRoom() const;
+
     XmlWriter writer_ = XmlWriter::fragment();
-    std::vector<Open> open_;
+    std::vector<std::string> open_;  // names, innermost last
 };
 
 }  // namespace opc::xml

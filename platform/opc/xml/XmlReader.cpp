@@ -24,24 +24,23 @@ using foundation::shown;
 // The namespace declarations in scope, innermost last.
 class Bindings {
 public:
-    void push(std::string_view prefix, std::string_view uri) { stack_.emplace_back(prefix, uri); }
+    void push(std::string_view prefix, std::string_view uri) {
+        stack_.push_back({std::string(prefix), std::string(uri)});
+    }
     void pop() { stack_.pop_back(); }
 
     std::optional<std::string_view> find(std::string_view prefix) const {
         for (auto binding = stack_.rbegin(); binding != stack_.rend(); ++binding) {
-            if (binding->first == prefix) return binding->second;
+            if (binding->prefix == prefix) return binding->nameSpace;
         }
         return std::nullopt;
     }
-    NamespaceMap all() const {
-        NamespaceMap innermost;
-        for (const auto& [prefix, uri] : stack_)
-            innermost[prefix] = uri;
-        return innermost;
+    std::span<const Declaration> last(std::size_t count) const {
+        return std::span(stack_).last(count);
     }
 
 private:
-    std::vector<std::pair<std::string, std::string>> stack_;
+    std::vector<Declaration> stack_;
 };
 
 namespace {
@@ -233,7 +232,8 @@ private:
         refuseIf(++elements_ > kMaxElements, "more than 200,000 elements");
         countName(name);
         attributes_.clear();
-        std::size_t count = std::exchange(declarations_, 0);
+        const auto declarations = bindings_.last(std::exchange(declarations_, 0));
+        std::size_t count = declarations.size();
         for (; *attributes != nullptr; attributes += 2) {
             refuseIf(++count > kMaxAttributes, "an element has more than 64 attributes");
             countName(attributes[0]);
@@ -243,7 +243,8 @@ private:
         refuseIf(count > kMaxAttributes, "an element has more than 64 attributes");
         countOther(count);
         if (handler_ == nullptr) return;
-        handler_->start(StartTag(splitName(name), prefixOf(name), attributes_, bindings_));
+        handler_->start(
+            StartTag(splitName(name), prefixOf(name), attributes_, declarations, bindings_));
     }
 
     std::string currentPlace() const {
@@ -292,10 +293,6 @@ std::optional<Name> StartTag::resolve(std::string_view qualifiedName) const {
     const auto uri = bindings_->find(prefixed ? qualifiedName.substr(0, colon) : "");
     if (!uri && prefixed) return std::nullopt;
     return Name{uri.value_or(""), prefixed ? qualifiedName.substr(colon + 1) : qualifiedName};
-}
-
-NamespaceMap StartTag::namespaces() const {
-    return bindings_->all();
 }
 
 void read(std::string_view document, const std::string& where, Handler& handler) {

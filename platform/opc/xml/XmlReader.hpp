@@ -3,8 +3,6 @@
 #include <foundation/ustring.hpp>
 
 #include <cstddef>
-#include <functional>
-#include <map>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -40,16 +38,23 @@ struct Attribute {
     std::string_view prefix = {};
 };
 
+// Of a namespace; the default one has the prefix "". An empty namespace is none.
+struct Declaration {
+    std::string prefix;
+    std::string nameSpace;
+};
 class Bindings;
-// Namespaces by prefix, the default one's being "".
-using NamespaceMap = std::map<std::string, std::string, std::less<>>;
 
 // A start tag, UTF-8. Valid while the handler is called with it.
 class StartTag {
 public:
     StartTag(const Name& name, std::string_view prefix, std::span<const Attribute> attributes,
-             const Bindings& bindings)
-        : name_(name), prefix_(prefix), attributes_(attributes), bindings_(&bindings) {}
+             std::span<const Declaration> declarations, const Bindings& bindings)
+        : name_(name),
+          prefix_(prefix),
+          attributes_(attributes),
+          declarations_(declarations),
+          bindings_(&bindings) {}
 
     const Name& name() const noexcept { return name_; }
     std::string_view prefix() const noexcept { return prefix_; }
@@ -59,13 +64,14 @@ public:
     std::optional<std::string_view> find(std::string_view attribute) const;
     // Expands `prefix:local` as it stands in a value; nullopt when the prefix is not bound.
     std::optional<Name> resolve(std::string_view qualifiedName) const;
-    // Those in scope, of this element and all around it.
-    NamespaceMap namespaces() const;
+    // What this tag declares, for itself and all within it.
+    std::span<const Declaration> declarations() const noexcept { return declarations_; }
 
 private:
     Name name_;
     std::string_view prefix_;
     std::span<const Attribute> attributes_;
+    std::span<const Declaration> declarations_;
     const Bindings* bindings_;
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -23,6 +24,7 @@ public:
     // Ends the element started last, which was `name`.
     void end(std::string_view name);
 
+    std::size_t size() const noexcept { return out_.size(); }
     std::string take() && { return std::move(out_); }
 
 private:
