@@ -59,6 +59,7 @@ private:
         const auto& name = tag.name();
         if (++depth_ == 1) {
             if (name != xml::Name{kNamespace, "Types"}) refuseElement(name);
+            xml::refuseRootAttributes(tag);
         } else if (depth_ == 2 && name == xml::Name{kNamespace, "Default"}) {
             addDefault(tag);
         } else if (depth_ == 2 && name == xml::Name{kNamespace, "Override"}) {
@@ -78,9 +79,8 @@ private:
     static void refuseOtherAttributes(const xml::StartTag& tag, std::string_view key) {
         for (const auto& attribute : tag.attributes()) {
             const auto& name = attribute.name;
-            if (name != xml::Name{{}, key} && name != xml::Name{{}, "ContentType"}) {
-                throw xml::Refusal("unexpected attribute \"" + shown(name.local) + "\"; remove it");
-            }
+            if (name != xml::Name{{}, key} && name != xml::Name{{}, "ContentType"})
+                xml::refuseAttribute(name);
         }
     }
 

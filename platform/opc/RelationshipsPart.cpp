@@ -49,17 +49,16 @@ private:
                                "\"; expected Relationships with Relationship elements of " +
                                std::string(kNamespace));
         }
-        if (depth_ == 2) add(tag);
+        if (depth_ == 2) return add(tag);
+        xml::refuseRootAttributes(tag);
     }
     void end() override { --depth_; }
 
     static void refuseOtherAttributes(const xml::StartTag& tag) {
         for (const auto& attribute : tag.attributes()) {
             const auto known = std::ranges::find(kAttributes, attribute.name.local);
-            if (!attribute.name.nameSpace.empty() || known == std::end(kAttributes)) {
-                throw xml::Refusal("unexpected attribute \"" + shown(attribute.name.local) +
-                                   "\"; remove it");
-            }
+            if (!attribute.name.nameSpace.empty() || known == std::end(kAttributes))
+                xml::refuseAttribute(attribute.name);
         }
     }
 

@@ -43,11 +43,6 @@ std::string qualified(const NameSpace& nameSpace, std::string_view local) {
     return std::string(nameSpace.prefix) + ':' + std::string(local);
 }
 
-[[noreturn]] void refuseAttribute(const xml::Name& name) {
-    throw xml::Refusal("unexpected attribute \"" + shown(name.local) + "\" of namespace \"" +
-                       shown(name.nameSpace) + "\"; remove it");
-}
-
 }  // namespace
 
 enum class Kind : unsigned char { Text, Date, Keywords };
@@ -120,10 +115,7 @@ private:
             throw xml::Refusal("the root is \"" + std::string(tag.name().local) +
                                "\"; expected coreProperties of " + std::string(kCore.uri));
         }
-        for (const auto& attribute : tag.attributes()) {
-            const bool schemaHint = attribute.name.nameSpace == xml::kSchemaInstance;
-            if (!schemaHint) refuseAttribute(attribute.name);
-        }
+        xml::refuseRootAttributes(tag);
     }
 
     void startProperty(const xml::StartTag& tag) {
@@ -148,7 +140,7 @@ private:
                                std::string(row_->local) + "; expected text only");
         }
         for (const auto& attribute : tag.attributes())
-            refuseAttribute(attribute.name);
+            xml::refuseAttribute(attribute.name);
         pieces_.emplace_back("", true);
         startPiece_ = false;
     }
@@ -157,7 +149,7 @@ private:
         bool typed = false;
         for (const auto& attribute : tag.attributes()) {
             if (row_->kind != Kind::Date || attribute.name != kTypeAttribute) {
-                refuseAttribute(attribute.name);
+                xml::refuseAttribute(attribute.name);
             }
             typed = tag.resolve(attribute.value) == xml::Name{kTerms.uri, kDateType};
         }

@@ -308,6 +308,31 @@ const ZipRow kParts[] = {
     {"damaged relationships", [](auto& zip) { itemOf(zip, kRelationships).crc = 1; },
      "open: Exception: FILE: _rels/.rels: its content is damaged: the checksum does not match the "
      "one in the directory; get the file again from where it came from"},
+    {"a base of relationships",
+     [](auto& zip) {
+         std::string& document = itemOf(zip, kRelationships).content;
+         document.insert(document.find(" xmlns="), " xml:base='/metadata/'");
+     },
+     "open: Exception: FILE: /_rels/.rels: line 1, column 1: unexpected attribute \"base\" of "
+     "namespace "
+     "\"http://www.w3.org/XML/1998/namespace\"; remove it"},
+    {"an attribute of content types",
+     [](auto& zip) {
+         std::string& document = itemOf(zip, kTypes).content;
+         document.insert(document.find(" xmlns="), " Note=''");
+     },
+     "open: Exception: FILE: [Content_Types].xml: line 1, column 1: unexpected attribute \"Note\"; "
+     "remove it"},
+    {"a schema of both tables",
+     [](auto& zip) {
+         for (const char* table : {kTypes, kRelationships}) {
+             std::string& document = itemOf(zip, table).content;
+             document.insert(document.find(" xmlns="),
+                             " xmlns:i='http://www.w3.org/2001/XMLSchema-instance' "
+                             "i:schemaLocation='u file:///etc/passwd'");
+         }
+     },
+     ""},
     {"relationships of another root",
      [](auto& zip) { itemOf(zip, kRelationships).content = "<a/>"; },
      "open: Exception: FILE: /_rels/.rels: line 1, column 1: unexpected element \"a\"; expected "

@@ -295,6 +295,18 @@ std::optional<Name> StartTag::resolve(std::string_view qualifiedName) const {
     return Name{uri.value_or(""), prefixed ? qualifiedName.substr(colon + 1) : qualifiedName};
 }
 
+void refuseAttribute(const Name& name) {
+    std::string text = "unexpected attribute " + quoted(shown(name.local));
+    if (!name.nameSpace.empty()) text += " of namespace " + quoted(shown(name.nameSpace));
+    throw Refusal(text + "; remove it");
+}
+
+void refuseRootAttributes(const StartTag& root) {
+    for (const Attribute& attribute : root.attributes()) {
+        if (attribute.name.nameSpace != kSchemaInstance) refuseAttribute(attribute.name);
+    }
+}
+
 void read(std::string_view document, const std::string& where, Handler& handler) {
     run(document, where, &handler);
 }

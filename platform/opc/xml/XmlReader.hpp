@@ -81,6 +81,13 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Refuses the attribute, which has no meaning where it stands.
+[[noreturn]] void refuseAttribute(const Name& name);
+
+// For a document that is written anew without the root's attributes. Hints where a schema is may go;
+// others, such as xml:base, would change what the document says to another reader.
+void refuseRootAttributes(const StartTag& root);
+
 class Handler {
 public:
     virtual ~Handler();
