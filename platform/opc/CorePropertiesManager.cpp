@@ -33,6 +33,20 @@ void readPart(const Package& package, const model::Part& part, CoreProperties& p
                       shown(package.path()) + ": " + shown(part.getName().toString()), properties);
 }
 
+// What the part will hold. Refuses what cannot be written, or read again.
+template <class Properties>
+std::string contentFor(const Package& package, const CoreProperties& properties) {
+    try {
+        auto content = Properties::toXml(properties);
+        xml::check(content, "once written");
+        return content;
+    } catch (const Exception& fault) {
+        throw Exception(shown(package.path()) + ": " +
+                        shown(foundation::ustring_view(Properties::kPartName)) + ": " +
+                        fault.what());
+    }
+}
+
 template <class Properties>
 void writePart(Package& package, const ustring& relationshipType, const std::string& content) {
     auto part = requireRelatedPart(package, relationshipType, Properties::kPartName,
@@ -65,10 +79,8 @@ CoreProperties CorePropertiesManager::getCoreProperties() const {
 void CorePropertiesManager::setCoreProperties(const CoreProperties& properties) {
     // All that can be refused comes before the first change.
     relationshipsToCore(*package_);
-    const auto standard = StandardProperties::toXml(properties);
-    const auto host = HostProperties::toXml(properties);
-    xml::check(standard, "core properties");
-    xml::check(host, "core properties");
+    const auto standard = contentFor<StandardProperties>(*package_, properties);
+    const auto host = contentFor<HostProperties>(*package_, properties);
     const auto toHost = package_->getRelationshipsByType(HostProperties::kRelationshipType);
     writePart<StandardProperties>(
         *package_, model::PackageHelper::getCorePropertiesRelationshipType(), standard);

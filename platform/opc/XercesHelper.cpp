@@ -89,8 +89,8 @@ const xercesc::DOMNode* findAttribute(const xercesc::DOMElement& element, const 
     return nullptr;
 }
 
-// Refuses a string of the document that XML cannot hold. The serialiser would stop midway.
-void requireWritable(const xercesc::DOMNode& node) {
+// Refuses a string that XML cannot hold. The serialiser would stop midway.
+void requireWritableStrings(const xercesc::DOMNode& node) {
     const XMLCh* const value = node.getNodeValue();
     if (value)
         requireXmlText(
@@ -102,15 +102,24 @@ void requireWritable(const xercesc::DOMNode& node) {
     }
 }
 
+// The same, with the document in the message.
+void requireWritable(const xercesc::DOMNode& node, const std::string& name) {
+    try {
+        requireWritableStrings(node);
+    } catch (const Exception& fault) {
+        throw Exception(name + ": " + fault.what());
+    }
+}
+
 // Checks every node, without recursion; and the depth, since the serialiser does recurse.
 void requireWritableTree(const xercesc::DOMNode& root, const std::string& name) {
     std::size_t depth = 0;
     for (const xercesc::DOMNode* node = &root; node != nullptr;) {
-        requireWritable(*node);
+        requireWritable(*node, name);
         if (const auto* const child = node->getFirstChild()) {
             const bool isElement = child->getNodeType() == xercesc::DOMNode::ELEMENT_NODE;
             if (++depth > xml::kMaxDepth && isElement) {
-                throw Exception(name + ": elements nest deeper than 64");
+                throw Exception(name + ": elements nest deeper than 64; remove some");
             }
             node = child;
             continue;
@@ -163,7 +172,7 @@ private:
 
 class XercesWriter {
 public:
-    std::string serialize(xercesc::DOMDocument& document) const {
+    std::string serialize(xercesc::DOMDocument& document, const std::string& name) const {
         XercesMemory memory;
         auto& library = *xercesc::DOMImplementation::getImplementation();
         auto& serializer = *library.createLSSerializer(&memory);
@@ -171,8 +180,11 @@ public:
         xercesc::MemBufFormatTarget target(1023, &memory);
         output.setEncoding(u"UTF-8");
         output.setByteStream(&target);
-        if (!serializer.write(&document, &output))
-            throw Exception("the document cannot be written");
+        if (!serializer.write(&document, &output)) {
+            throw Exception(name +
+                            ": the XML library does not write the document; remove names and "
+                            "characters that XML lacks");
+        }
         return {reinterpret_cast<const char*>(target.getRawBuffer()), target.getLen()};
     }
 };
@@ -224,7 +236,7 @@ void XercesHelper::writeDocumentToStream(const XercesWriterPtr& writer,
     const auto name = nameOf(stream);
     if (!writer) throw Exception(name + ": no writer was given");
     requireWritableTree(*document.get(), name);
-    const auto text = translated(name, [&] { return writer->serialize(*document.get()); });
+    const auto text = translated(name, [&] { return writer->serialize(*document.get(), name); });
     xml::check(text, name);  // what is written can be read again
     stream.write(std::as_bytes(std::span(text)));
     stream.flush();

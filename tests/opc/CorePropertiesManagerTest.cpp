@@ -3,6 +3,7 @@
 #include <opc/Exception.hpp>
 
 #include "platform/opc/W3CDate.hpp"
+#include "platform/opc/xml/XmlReader.hpp"
 #include "tests/support/PackageBuilder.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
 
@@ -188,10 +189,19 @@ TEST_F(CorePropertiesManagerTest, ARefusedSetChangesNothing) {
     bad.setKORVALRelease(u"bad\x01");
     EXPECT_THAT([&] { manager.setCoreProperties(bad); },
                 ThrowsMessage<Exception>(
-                    "release: the character U+0001 at index 3 cannot stand in XML; remove it"));
+                    EndsWith("/p.zip: /docProps/korval.xml: release: the character U+0001 at index "
+                             "3 cannot stand in XML; remove it")));
     CoreProperties late;
     late.setLastModifiedTime(Seconds(std::chrono::sys_days(std::chrono::year(10000) / 1 / 1)));
-    EXPECT_THROW(manager.setCoreProperties(late), Exception);
+    EXPECT_THAT([&] { manager.setCoreProperties(late); },
+                ThrowsMessage<Exception>(EndsWith("/p.zip: /docProps/core.xml: modified: the year "
+                                                  "10000 cannot be written; expected 0 to 9999")));
+    CoreProperties large;
+    large.setTitle(ustring(xml::kMaxBytes, u'x'));
+    EXPECT_THAT(
+        [&] { manager.setCoreProperties(large); },
+        ThrowsMessage<Exception>(EndsWith("/p.zip: /docProps/core.xml: once written: the XML "
+                                          "is larger than 16 MiB; remove some of it")));
     package.close();
     EXPECT_EQ(test_support::readFile(directory.path() / "p.zip"), before);
 }

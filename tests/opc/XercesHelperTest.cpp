@@ -103,7 +103,8 @@ TEST_F(XercesHelperTest, RefusesTextThatXmlCannotHold) {
     }
     // Put there behind the helpers' back, it is found before anything is written.
     root->setAttribute(u"a", u"\x02");
-    EXPECT_THAT([&] { write(document); }, ThrowsMessage<Exception>(StartsWith("a: the character")));
+    EXPECT_THAT([&] { write(document); },
+                ThrowsMessage<Exception>(StartsWith("XML document: a: the character")));
     EXPECT_THROW(XercesHelper::appendElementNS(root, u"urn:n", u"not a name"), Exception);
 }
 

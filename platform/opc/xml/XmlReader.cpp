@@ -48,8 +48,8 @@ namespace {
 // Between the parts of a name that expat hands out; no character of XML.
 constexpr char kSeparator = '\x01';
 
-void refuseIf(bool broken, const char* rule) {
-    if (broken) throw Refusal(rule);
+void refuseIf(bool broken, const char* tooMuch) {
+    if (broken) throw Refusal(std::string(tooMuch) + "; remove some");
 }
 
 std::string quoted(std::string_view text) {
@@ -271,7 +271,7 @@ private:
 
 void run(std::string_view document, const std::string& where, Handler* handler) {
     if (document.size() > kMaxBytes) {
-        throw Exception(where + ": the XML is larger than 16 MiB");
+        throw Exception(where + ": the XML is larger than 16 MiB; remove some of it");
     }
     Run(document, handler).parse(where);
 }
