@@ -1,6 +1,4 @@
-#include <appserialization/AppFileReader.hpp>
 #include <appserialization/AppFileWriter.hpp>
-#include <appserialization/Exceptions.hpp>
 #include <fl/SystemCalls.hpp>
 #include <opc/Exception.hpp>
 
@@ -46,24 +44,6 @@ TEST(HostileCorpus, GivesWhatIsRightOrSaysWhatIsWrong) {
         }
     });
     EXPECT_GE(names.size(), 200U);
-}
-
-// The reader translates what goes wrong while it opens the package, and says it all.
-TEST(HostileCorpus, IsRefusedByTheAppReaderInItsOwnWords) {
-    const TemporaryDirectory directory;
-    const std::string refused = "open: Exception: FILE: ";
-    for (const HostileFile& file : corpus()) {
-        if (!isPackaged(file) || !file.outcome.starts_with(refused)) continue;
-        const std::u16string app = directory.write("app.kvpkg", file.bytes);
-        try {
-            appserialization::AppFileReader reader(app);
-            ADD_FAILURE() << file.name << " was opened";
-        } catch (const appserialization::AppFileReaderGenericException& error) {
-            EXPECT_EQ(error.what(), "Internal exception in reading Visual App file: " +
-                                        (directory.path() / "app.kvpkg").string() + ": " +
-                                        file.outcome.substr(refused.size()));
-        }
-    }
 }
 
 // Something that changes an app, what of it must then read so, and what can read differently.
