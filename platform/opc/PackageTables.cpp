@@ -17,7 +17,6 @@ public:
         open_.push_back(elements_.size());
         XmlElement& element = elements_.emplace_back();
         element.depth = open_.size();
-        element.nameSpace = tag.name().nameSpace;
         element.name = tag.name().local;
         for (const xml::Attribute& attribute : tag.attributes()) {
             if (!attribute.name.nameSpace.empty()) continue;
