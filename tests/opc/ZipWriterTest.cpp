@@ -269,6 +269,25 @@ TEST_F(ZipWriterTest, StartsWritingToTheDiskEarly) {
     fl::filesystem::systemCalls() = saved;
 }
 
+// Taking over the large items of the base may fail, and whoever sets an item may go on without it.
+TEST_F(ZipWriterTest, KeepsEveryItemAfterAFailureToWrite) {
+    const BuiltZip base{.items = {{.name = "large", .content = noise(1 << 20), .method = 0},
+                                  {.name = "small", .content = "s"},
+                                  {.name = "other", .content = noise(1 << 20), .method = 0}}};
+    directory_.write("a.zip", base.bytes());
+    const auto writer = edit();
+    const auto saved = fl::filesystem::systemCalls();
+    fl::filesystem::systemCalls().copy_file_range = [](auto...) -> ssize_t {
+        errno = ENOSPC;
+        return -1;
+    };
+    EXPECT_THROW(writeItem(*writer, "new", noise(2 << 20)), Exception);
+    fl::filesystem::systemCalls() = saved;
+    writeItem(*writer, "later", "l");
+    writer->save();
+    EXPECT_THAT(names(), testing::UnorderedElementsAre("large", "small", "other", "later"));
+}
+
 TEST_F(ZipWriterTest, UsesZip64ForManyItemsOnlyWhenAllowed) {
     for (const int count : {65534, 65535}) {
         for (const bool isAllowed : {true, false}) {

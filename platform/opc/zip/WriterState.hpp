@@ -56,7 +56,7 @@ private:
     std::vector<NewItem*> itemsInTurn() const;
     void openArchive(std::string_view firstName);
     template <class Wanted>
-    void placeKept(Wanted wanted);
+    void placeKept(NewArchive& archive, Wanted wanted);
 
     fl::filesystem::path path_;
     fl::filesystem::SaveTarget target_;

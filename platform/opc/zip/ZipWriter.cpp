@@ -101,27 +101,28 @@ std::unique_ptr<InputStream> ZipWriter::State::read(std::string_view name) const
     throwItemError(path_, displayName(name, true), "there is no such item");
 }
 
-// Takes over the items of the base that `wanted` accepts and that wait.
+// Takes over the items of the base that `wanted` accepts and that wait. Where that fails they wait on.
 template <class Wanted>
-void ZipWriter::State::placeKept(Wanted wanted) {
+void ZipWriter::State::placeKept(NewArchive& archive, Wanted wanted) {
     if (!base_) return;
     std::vector<const ZipItem*> items;
     for (const ZipItem& item : base_->items()) {
-        if (fateOf(item) != Fate::Waiting || !wanted(item)) continue;
-        items.push_back(&item);
-        fateOf(item) = Fate::Placed;
+        if (fateOf(item) == Fate::Waiting && wanted(item)) items.push_back(&item);
     }
-    archive_->appendKept(items);
+    archive.appendKept(items);
+    for (const ZipItem* const item : items)
+        fateOf(*item) = Fate::Placed;
 }
 
 // `firstName` is the item that is going to be written.
 void ZipWriter::State::openArchive(std::string_view firstName) {
     if (archive_) return;
-    archive_ = std::make_unique<NewArchive>(target_, path_, base_);
+    auto archive = std::make_unique<NewArchive>(target_, path_, base_);
     const ZipItem* replaced = findKept(firstName);
-    placeKept([&](const ZipItem& item) {
+    placeKept(*archive, [&](const ZipItem& item) {
         return item.compressedSize >= kLarge && (!replaced || &item < replaced);
     });
+    archive_ = std::move(archive);
 }
 
 NewArchive* ZipWriter::State::claimEnd(const NewItem& item) {
@@ -200,7 +201,7 @@ void ZipWriter::State::save() {
     if (!changed()) return;
     if (!archive_) archive_ = std::make_unique<NewArchive>(target_, path_, base_);
     archive_->cancelItem();  // a stream that is still open has set nothing
-    placeKept([](const ZipItem&) { return true; });
+    placeKept(*archive_, [](const ZipItem&) { return true; });
     for (NewItem* item : itemsInTurn()) {
         if (!std::holds_alternative<NewItem::InNewFile>(item->content)) archive_->append(*item);
     }
