@@ -7,17 +7,19 @@
 #include <filesystem>
 #include <iterator>
 
+#include "platform/opc/zip/ExtraFields.hpp"
+
 namespace fuzz {
 
 namespace {
+
+namespace format = opc::zip::format;
 
 constexpr std::uint64_t kCap = 1 << 20;
 constexpr std::size_t kSlack = 64 << 10;
 // Where an item starts is the one thing in a directory record that a save may change.
 constexpr std::size_t kOffsetInRecord = 42;
 constexpr std::size_t kOffsetSize = 4;
-// A wide offset stands in an extra field instead, and changes its form when it need not be wide.
-constexpr const char* kWideOffset = "\xFF\xFF\xFF\xFF";
 
 const std::filesystem::path& directory() {
     static const auto path = workspace().path() / "edited";
@@ -36,9 +38,13 @@ FoundPart found(const opc::model::Part& part) {
 }
 
 std::string bytesOf(const opc::zip::ZipItem& item, const std::string& file) {
+    const auto bytes = format::asBytes(item.directoryRecord);
+    const auto fields = bytes.subspan(format::central::kHeaderSize + item.name.size(),
+                                      format::load16(bytes, format::central::kExtraLength));
+    // That may hold the offset as well, and changes its form.
+    const bool hasZip64 = format::findExtra(fields, format::extra::kZip64).has_value();
     std::string record(item.directoryRecord);
-    const bool isWide = record.substr(kOffsetInRecord, kOffsetSize) == kWideOffset;
-    record = isWide ? item.name : record.erase(kOffsetInRecord, kOffsetSize);
+    record = hasZip64 ? item.name : record.erase(kOffsetInRecord, kOffsetSize);
     return file.substr(item.headerOffset, item.endOffset - item.headerOffset) + record;
 }
 

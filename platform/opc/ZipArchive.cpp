@@ -7,13 +7,11 @@
 #include "platform/opc/zip/ArchiveBytes.hpp"
 #include "platform/opc/zip/Directory.hpp"
 #include "platform/opc/zip/EndRecords.hpp"
-#include "platform/opc/zip/FoldedName.hpp"
 #include "platform/opc/zip/ItemInput.hpp"
+#include "platform/opc/zip/NameIndex.hpp"
 #include "platform/opc/zip/Salvage.hpp"
 #include "platform/opc/zip/ZipError.hpp"
 
-#include <algorithm>
-#include <map>
 #include <optional>
 
 namespace opc::zip {
@@ -49,19 +47,13 @@ struct ZipArchive::State final : ByteSource {
     // The directory alone, where it is whole.
     std::optional<std::vector<ZipItem>> readDirectoryIfWhole();
     void readDirectoryBytes(ArchiveBytes& bytes, const format::DirectoryRecord& record);
-    void indexNames();
-    void indexResolvedNames();
-    const ZipItem* findFolded(std::string_view name) const noexcept;
-    [[noreturn]] void refuseSameNames(const ZipItem& one, const ZipItem& other) const;
 
     fl::filesystem::path path;
     fl::filesystem::FileDescriptor file;
     fl::filesystem::FileStamp stamp;
     std::string directory;
     std::vector<ZipItem> items;
-    std::vector<const ZipItem*> byName;  // in FoldedLess order
-    // Those that some readers resolve to other names, under these names.
-    std::map<std::string, const ZipItem*, FoldedLess> byResolvedName;
+    NameIndex names;
     std::string comment;
 };
 
@@ -73,8 +65,8 @@ void ZipArchive::State::read() {
     readDirectoryBytes(bytes, end.directory);
     items = readDirectory(directory, end.directory.count, path);
     checkLocalHeaders(items, end.directory.offset, bytes, path);
-    indexNames();
-    indexResolvedNames();
+    names = NameIndex(items, path);
+    names.addResolvedNames(path);
 }
 
 std::optional<std::vector<ZipItem>> ZipArchive::State::readDirectoryIfWhole() {
@@ -99,55 +91,6 @@ void ZipArchive::State::readDirectoryBytes(ArchiveBytes& bytes,
     bytes.copy(record.offset, std::as_writable_bytes(std::span(directory)));
 }
 
-void ZipArchive::State::indexNames() {
-    // Folded once, so that comparing is comparing memory. Sorted rather than hashed: names can be
-    // chosen so that hashes collide.
-    std::string folded;
-    folded.reserve(directory.size());
-    std::vector<std::pair<std::string_view, const ZipItem*>> order;
-    order.reserve(items.size());
-    for (const ZipItem& item : items) {
-        const std::size_t start = folded.size();
-        for (const char c : item.name)
-            folded += static_cast<char>(foldedByte(c));
-        order.emplace_back(std::string_view(folded).substr(start), &item);
-    }
-    std::ranges::sort(order);
-    byName.reserve(order.size());
-    for (const auto& [name, item] : order)
-        byName.push_back(item);
-    const auto same = std::ranges::adjacent_find(order, {}, &decltype(order)::value_type::first);
-    if (same != order.end()) refuseSameNames(*same[0].second, *same[1].second);
-}
-
-const ZipItem* ZipArchive::State::findFolded(std::string_view name) const noexcept {
-    const auto at = std::lower_bound(byName.begin(), byName.end(), name,
-                                     [](const ZipItem* item, std::string_view wanted) {
-                                         return FoldedLess()(item->name, wanted);
-                                     });
-    if (at == byName.end() || FoldedLess()(name, (*at)->name)) return nullptr;
-    return *at;
-}
-
-void ZipArchive::State::refuseSameNames(const ZipItem& one, const ZipItem& other) const {
-    throwItemError(path, one.displayName(),
-                   "there is a second item of this name, \"" +
-                       foundation::shown(other.displayName()) +
-                       "\": readers could see two different packages; remove one of them");
-}
-
-void ZipArchive::State::indexResolvedNames() {
-    for (const ZipItem& item : items) {
-        if (!mayResolve(item.name)) continue;
-        const auto [found, isNew] = byResolvedName.try_emplace(resolvedName(item.name), &item);
-        if (!isNew) refuseSameNames(*found->second, item);
-    }
-    for (const auto& [name, item] : byResolvedName) {
-        const ZipItem* const other = findFolded(name);
-        if (other && other != item) refuseSameNames(*item, *other);
-    }
-}
-
 ZipArchive::ZipArchive(std::shared_ptr<const State> state) : state_(std::move(state)) {}
 ZipArchive::~ZipArchive() = default;
 
@@ -167,7 +110,7 @@ std::shared_ptr<const ZipArchive> ZipArchive::salvage(const fl::filesystem::path
         auto listed = state->readDirectoryIfWhole();
         const SalvageSource source{state, state->stamp.size, &state->path};
         state->items = salvageItems(source, std::move(listed), lost);
-        state->indexNames();
+        state->names = NameIndex(state->items, state->path);
         return std::shared_ptr<const ZipArchive>(new ZipArchive(std::move(state)));
     });
 }
@@ -177,18 +120,16 @@ const std::vector<ZipItem>& ZipArchive::items() const noexcept {
 }
 
 const std::vector<const ZipItem*>& ZipArchive::itemsByName() const noexcept {
-    return state_->byName;
+    return state_->names.inOrder();
 }
 
 const ZipItem* ZipArchive::find(std::string_view name) const noexcept {
-    const ZipItem* found = findFolded(name);
+    const ZipItem* found = state_->names.find(name);
     return found && found->name == name ? found : nullptr;
 }
 
-const ZipItem* ZipArchive::findFolded(std::string_view name) const noexcept {
-    if (const ZipItem* found = state_->findFolded(name)) return found;
-    const auto resolved = state_->byResolvedName.find(name);
-    return resolved == state_->byResolvedName.end() ? nullptr : resolved->second;
+const ZipItem* ZipArchive::findSimilar(std::string_view name) const {
+    return state_->names.findSimilar(name);
 }
 
 std::unique_ptr<InputStream> ZipArchive::read(const ZipItem& item) const {

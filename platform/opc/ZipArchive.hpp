@@ -70,9 +70,9 @@ public:
     const std::vector<const ZipItem*>& itemsByName() const noexcept;
     // The item of exactly this name, or null.
     const ZipItem* find(std::string_view name) const noexcept;
-    // The item whose name some reader might take for this one (case and backslashes do not count),
-    // or null.
-    const ZipItem* findFolded(std::string_view name) const noexcept;
+    // The item whose name some reader might take for this one, or null: case, the kind of slash, dot
+    // segments and percent-encodings do not count.
+    const ZipItem* findSimilar(std::string_view name) const;
     // The content of one of this archive's items; stays valid as long as the stream lives.
     std::unique_ptr<InputStream> read(const ZipItem& item) const;
 

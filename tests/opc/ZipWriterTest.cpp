@@ -334,6 +334,21 @@ TEST_F(ZipWriterTest, RefusesNamesThatItCouldNotOpenAgain) {
     EXPECT_THAT(names(), testing::ElementsAre("A/b"));
 }
 
+// Noticed at the end, since each name by itself is one that a zip file can hold.
+TEST_F(ZipWriterTest, RefusesTwoNewNamesThatResolveToTheSame) {
+    const auto writer = create();
+    writeItem(*writer, "a%20b", "1");
+    writeItem(*writer, "a b", "2");
+    try {
+        writer->save();
+        FAIL();
+    } catch (const Exception& error) {
+        EXPECT_THAT(error.what(),
+                    testing::HasSubstr("a.zip: was not saved, since it could not be opened again"));
+    }
+    EXPECT_EQ(filesInDirectory(), 0u);
+}
+
 TEST_F(ZipWriterTest, RefusesContentThatWouldLookLikeTheEndOfTheFile) {
     save(*create());
     const std::string before = bytes();
@@ -395,10 +410,10 @@ TEST(MovedCentralRecord, ChangesNothingButTheOffset) {
         recordOf({.name = "a", .extra = test_support::extraField(7, "x"), .comment = "c"});
     EXPECT_EQ(movedCentralRecord(narrow, 77).replace(42, 4, little(0, 4)), narrow);
     std::string grown = narrow;
-    grown.insert(46 + 1 + 5, "\1" + little(0, 1) + "\10" + little(0, 1) + little(far, 8));
+    grown.insert(46 + 1, "\1" + little(0, 1) + "\10" + little(0, 1) + little(far, 8));
     grown.replace(42, 4, "\xFF\xFF\xFF\xFF").replace(30, 2, little(17, 2)).replace(6, 1, "\x2D");
     EXPECT_EQ(movedCentralRecord(narrow, far), grown);
-    EXPECT_EQ(movedCentralRecord(grown, 5).replace(56, 8, little(far, 8)), grown);
+    EXPECT_EQ(movedCentralRecord(grown, 5).replace(51, 8, little(far, 8)), grown);
 
     // A zip64 field with sizes only.
     std::string sizes = recordOf({.name = "a", .zip64 = true});
@@ -407,6 +422,26 @@ TEST(MovedCentralRecord, ChangesNothingButTheOffset) {
     std::string wide = recordOf({.name = "a", .offset = far, .zip64 = true});
     wide.replace(6, 1, "\x2D");
     EXPECT_EQ(movedCentralRecord(sizes, far), wide);
+
+    // One with numbers that stand in the record itself, as some writers list all of them.
+    const std::string all = little(0, 8) + little(2, 8) + little(0, 8);
+    std::string plain = recordOf({.name = "a"});
+    const std::string idle = recordOf({.name = "a", .extra = test_support::extraField(1, all)});
+    EXPECT_EQ(movedCentralRecord(idle, 0), plain);
+    EXPECT_EQ(movedCentralRecord(idle, far), movedCentralRecord(plain, far));
+}
+
+// The number that stands for a wide one is a number of its own where no field is.
+TEST(MovedCentralRecord, KeepsASizeThatWouldReferToItsNewField) {
+    const std::uint64_t far = 0x123456789A;
+    using test_support::little;
+    const std::uint32_t size = ~0U;
+    const BuiltZip zip{.items = {{.name = "a", .size = size}}};
+    std::string record = zip.bytes();
+    record = record.substr(record.find("PK\1\2"));
+    record.resize(46 + 1);
+    EXPECT_TRUE(format::movedCentralRecord(record, far)
+                    .ends_with(test_support::extraField(1, little(size, 8) + little(far, 8))));
 }
 
 }  // namespace

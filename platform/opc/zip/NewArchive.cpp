@@ -2,7 +2,9 @@
 
 #include <opc/Exception.hpp>
 
+#include "platform/opc/zip/Directory.hpp"
 #include "platform/opc/zip/EndRecords.hpp"
+#include "platform/opc/zip/NameIndex.hpp"
 #include "platform/opc/zip/ZipError.hpp"
 
 #include <algorithm>
@@ -170,20 +172,22 @@ void NewArchive::finish(bool allowZip64) {
     }
     const format::DirectoryRecord record{placed_.size(), records.size(), file_->tail()};
     refuseZip64(format::needsZip64(record), allowZip64);
-    records += format::endRecords(record, base_ ? base_->comment() : "");
-    file_->append(format::asBytes(records));
-    requireOneEnd();
+    const std::string ends = format::endRecords(record, base_ ? base_->comment() : "");
+    file_->append(format::asBytes(records + ends));
+    requireOpening(records);
     file_->commit();
 }
 
-// The data of an item may hold what a reader could take for another end record. It is refused now
-// rather than when the file is opened, which would be too late.
-void NewArchive::requireOneEnd() const {
+// What a reader would refuse is refused now, since later would be too late. The data of an item may
+// hold what could be taken for another end record.
+void NewArchive::requireOpening(const std::string& directory) const {
     try {
         aboutFile(*name_, [&] {
             ArchiveBytes bytes(file_->file(), file_->tail(), kEndSearch);
             readArchiveEnd(bytes, *name_);
         });
+        const auto items = readDirectory(directory, placed_.size(), *name_);
+        NameIndex(items, *name_).addResolvedNames(*name_);
     } catch (const Exception& fault) {
         throwZipError(*name_, std::string("was not saved, since it could not be opened again: ") +
                                   fault.what());

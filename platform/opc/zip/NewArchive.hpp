@@ -52,7 +52,7 @@ private:
     void closeGaps();
     std::string directory(bool allowZip64) const;
     void refuseZip64(bool isNeeded, bool allowZip64) const;
-    void requireOneEnd() const;
+    void requireOpening(const std::string& directory) const;
 
     const fl::filesystem::SaveTarget* target_;
     const fl::filesystem::path* name_;

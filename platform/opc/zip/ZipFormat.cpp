@@ -76,47 +76,49 @@ std::string zip64EndRecords(const DirectoryRecord& directory) {
     return records;
 }
 
-// Where a directory record holds its offset, or would hold a wide one.
-struct OffsetPlace {
-    bool isWide;                       // stands in the zip64 field
-    std::optional<std::size_t> field;  // start of the zip64 field's content, if it has one
-    std::size_t wideAt;                // where in the record a wide offset stands or goes
-};
-
-OffsetPlace placeOfOffset(Bytes record) {
-    const std::size_t fieldsAt = central::kHeaderSize + load16(record, central::kNameLength);
-    const std::size_t fieldsSize = load16(record, central::kExtraLength);
-    const auto zip64 = findExtra(record.subspan(fieldsAt, fieldsSize), extra::kZip64);
-    if (!zip64) return {false, std::nullopt, fieldsAt + fieldsSize};
-    std::size_t wideAt = fieldsAt + zip64->contentAt;
-    for (const std::size_t size : {central::kSize, central::kCompressedSize}) {
-        if (load32(record, size) == kInZip64_32) wideAt += sizeof(std::uint64_t);
-    }
-    const bool isWide = load32(record, central::kOffset) == kInZip64_32;
-    return {isWide, fieldsAt + zip64->contentAt, wideAt};
+bool hasWideOffset(Bytes record, const std::optional<ExtraField>& zip64) {
+    return zip64 && load32(record, central::kOffset) == kInZip64_32;
 }
 
-void grow16(std::string& record, std::size_t at, std::size_t by) {
-    const std::size_t grown = load16(asBytes(record), at) + by;
-    if (grown > kInZip64_16) {
+// What the zip64 field of a directory record is to hold when the item stands at `offset`: the numbers
+// that the record refers to, and none that stand in the record itself.
+std::string wideNumbers(Bytes record, const std::optional<ExtraField>& zip64,
+                        std::uint64_t offset) {
+    Bytes rest = zip64 ? zip64->content : Bytes();
+    const auto next = [&rest](std::size_t size) {
+        const Bytes number = rest.first(size);
+        rest = rest.subspan(size);
+        return asText(number);
+    };
+    std::string wide;
+    for (const std::size_t size : {central::kSize, central::kCompressedSize}) {
+        if (load32(record, size) != kInZip64_32) continue;
+        // Without a field it was the number itself, which would refer to a field.
+        if (zip64) wide.append(next(sizeof(std::uint64_t)));
+        if (!zip64) append(wide, std::uint64_t{kInZip64_32});
+    }
+    const bool wasWide = hasWideOffset(record, zip64);
+    if (wasWide) next(sizeof offset);
+    if (wasWide || offset >= kInZip64_32) append(wide, offset);
+    if (load16(record, central::kDisk) == kInZip64_16) wide.append(next(sizeof(std::uint32_t)));
+    return wide;
+}
+
+// Behind the last field there may be padding, so a new one goes in front.
+void replaceZip64(std::string& record, const std::optional<ExtraField>& old,
+                  const std::string& content) {
+    const std::string field = content.empty() ? content : extraField(extra::kZip64, content);
+    const std::size_t oldSize = old ? extra::kHeaderSize + old->content.size() : 0;
+    const std::size_t oldAt = old ? old->contentAt - extra::kHeaderSize : 0;
+    const std::size_t total =
+        load16(asBytes(record), central::kExtraLength) - oldSize + field.size();
+    if (total > kInZip64_16) {
         throw std::length_error("the extra fields of an item leave no room for its zip64 offset");
     }
-    store(record, at, static_cast<std::uint16_t>(grown));
-}
-
-void widenOffset(std::string& record, const OffsetPlace& place, std::uint64_t offset) {
-    std::string wide;
-    append(wide, offset);
-    if (place.field) {
-        grow16(record, *place.field - sizeof(std::uint16_t), wide.size());
-    } else {
-        wide = extraField(extra::kZip64, wide);
-    }
-    grow16(record, central::kExtraLength, wide.size());
-    record.insert(place.wideAt, wide);
-    store(record, central::kOffset, kInZip64_32);
-    const std::uint16_t version = load16(asBytes(record), central::kVersionNeeded);
-    store(record, central::kVersionNeeded, std::max(version, kVersionZip64));
+    const std::size_t fieldsAt =
+        central::kHeaderSize + load16(asBytes(record), central::kNameLength);
+    store(record, central::kExtraLength, static_cast<std::uint16_t>(total));
+    record.replace(fieldsAt + oldAt, oldSize, field);
 }
 
 }  // namespace
@@ -165,18 +167,22 @@ std::string centralRecord(const ItemRecord& item) {
     return record.append(item.name).append(fields);
 }
 
-// The offset stands in the record itself, in a zip64 field that it has already (and then stays
-// there), or in one that it gets now because the offset has grown.
+// A wide offset stays wide. Numbers of the zip64 field that only repeat the record's own go: an
+// offset among them would be the old one, and where it stood depends on which others there are.
 std::string movedCentralRecord(std::string_view record, std::uint64_t offset) {
+    const Bytes old = asBytes(record);
+    const Bytes fields = old.subspan(central::kHeaderSize + load16(old, central::kNameLength))
+                             .first(load16(old, central::kExtraLength));
+    const auto zip64 = findExtra(fields, extra::kZip64);
+    const bool wasWide = hasWideOffset(old, zip64);
+    const bool growsWide = !wasWide && offset >= kInZip64_32;
     std::string moved(record);
-    const OffsetPlace place = placeOfOffset(asBytes(record));
-    if (place.isWide) {
-        store(moved, place.wideAt, offset);
-    } else if (offset < kInZip64_32) {
-        store(moved, central::kOffset, static_cast<std::uint32_t>(offset));
-    } else {
-        widenOffset(moved, place, offset);
+    store(moved, central::kOffset, wasWide ? kInZip64_32 : narrow(offset));
+    if (growsWide) {
+        const std::uint16_t version = load16(old, central::kVersionNeeded);
+        store(moved, central::kVersionNeeded, std::max(version, kVersionZip64));
     }
+    if (zip64 || growsWide) replaceZip64(moved, zip64, wideNumbers(old, zip64, offset));
     return moved;
 }
 

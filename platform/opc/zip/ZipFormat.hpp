@@ -144,7 +144,8 @@ enum class SizeRoom { Exact, Growing };
 std::string localHeader(const ItemRecord& item, SizeRoom room);
 std::string centralRecord(const ItemRecord& item);
 // `record`, a checked directory record as it stands, for the same item at another place. Nothing but
-// the offset changes. Throws std::length_error when a wide offset finds no room.
+// the offset changes, and zip64 numbers that nothing refers to are dropped. Throws std::length_error
+// when a wide offset finds no room.
 std::string movedCentralRecord(std::string_view record, std::uint64_t offset);
 std::string endRecords(const DirectoryRecord& directory, std::string_view comment);
 

@@ -57,7 +57,7 @@ bool ZipWriter::State::isSet(std::string_view name) const {
 
 // What would be written could not be opened again.
 void ZipWriter::State::refuseSimilarName(std::string_view name) const {
-    const ZipItem* kept = base_ ? base_->findFolded(name) : nullptr;
+    const ZipItem* kept = base_ ? base_->findSimilar(name) : nullptr;
     const auto set = items_.find(name);
     const bool clashes = (kept && kept->name != name && fates_[indexOf(*kept)] != Fate::Lost) ||
                          (set != items_.end() && set->second->name != name);
