@@ -320,6 +320,7 @@ TEST_F(ZipWriterTest, RunsOnASmallStack) {
 TEST_F(ZipWriterTest, RefusesNamesThatItCouldNotOpenAgain) {
     auto writer = create();
     writeItem(*writer, "a/b", "1");
+    writeItem(*writer, "x\xC3\xA4", "1");
     for (const std::string& name : {std::string("A/b"), std::string("a\\b"), std::string("a\0", 2),
                                     std::string(65536, 'n')}) {
         EXPECT_THROW(writer->set(name, {}), Exception);
@@ -328,7 +329,9 @@ TEST_F(ZipWriterTest, RefusesNamesThatItCouldNotOpenAgain) {
     save(*writer);
     writer = edit();
     EXPECT_THROW(writer->set("A/b", {}), Exception);
+    EXPECT_THROW(writer->set("x%C3%A4", {}), Exception) << "decoded, as names of parts are";
     writer->remove("a/b");
+    writer->remove("x\xC3\xA4");
     writeItem(*writer, "A/b", "2");
     save(*writer);
     EXPECT_THAT(names(), testing::ElementsAre("A/b"));

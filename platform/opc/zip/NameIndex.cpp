@@ -73,7 +73,8 @@ const ZipItem* NameIndex::findEntered(std::string_view name) const noexcept {
 }
 
 const ZipItem* NameIndex::findSimilar(std::string_view name) const {
-    return findEntered(name);
+    if (const ZipItem* const found = findEntered(name)) return found;
+    return mayResolve(name) ? findEntered(resolvedName(name)) : nullptr;
 }
 
 }  // namespace opc::zip

@@ -2,6 +2,8 @@
 
 #include <opc/Exception.hpp>
 
+#include <foundation/Shown.hpp>
+
 #include "platform/opc/zip/ItemOutput.hpp"
 #include "platform/opc/zip/WriterState.hpp"
 #include "platform/opc/zip/ZipError.hpp"
@@ -57,14 +59,18 @@ bool ZipWriter::State::isSet(std::string_view name) const {
 
 // What would be written could not be opened again.
 void ZipWriter::State::refuseSimilarName(std::string_view name) const {
-    const ZipItem* kept = base_ ? base_->findSimilar(name) : nullptr;
-    const auto set = items_.find(name);
-    const bool clashes = (kept && kept->name != name && fates_[indexOf(*kept)] != Fate::Lost) ||
-                         (set != items_.end() && set->second->name != name);
-    if (clashes) {
+    const auto refuse = [&](std::string_view taken, bool isUtf8) {
         throwItemError(path_, displayName(name, true),
-                       "the file has an item whose name differs only in case or slashes");
+                       "some readers would take it for \"" +
+                           foundation::shown(displayName(taken, isUtf8)) +
+                           "\", which the file has; choose another name or remove that item");
+    };
+    const ZipItem* kept = base_ ? base_->findSimilar(name) : nullptr;
+    if (kept && kept->name != name && fates_[indexOf(*kept)] != Fate::Lost) {
+        refuse(kept->name, kept->nameIsUtf8);
     }
+    const auto set = items_.find(name);
+    if (set != items_.end() && set->second->name != name) refuse(set->second->name, true);
 }
 
 std::unique_ptr<OutputStream> ZipWriter::State::set(std::string_view name,

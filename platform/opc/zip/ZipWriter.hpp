@@ -40,8 +40,9 @@ public:
 
     // Replaces or adds an item as a whole when the returned stream is flushed, which ends the stream;
     // one that is destroyed before leaves the item as it was. Several may be open at once, and none
-    // can be written once the writer is saved or gone. Refuses a name that differs from another
-    // item's only in case or slashes.
+    // can be written once the writer is saved or gone. Refuses a name that some readers
+    // would take for another item's: one that differs only in case or slashes, or, from an item of the
+    // earlier archive, in dot segments or percent-encodings.
     std::unique_ptr<OutputStream> set(std::string_view name, const ItemOptions& options);
     void remove(std::string_view name);
     // The current content: of the base, or as set in this session. The stream stays valid without
