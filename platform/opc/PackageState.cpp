@@ -162,7 +162,7 @@ void PackageState::save() {
     if (!writer_) return;
     for (const auto& [key, part] : parts_)
         part->revokeStreams();
-    const bool created = mode_ == OpenMode::Create;
+    const bool created = mode_ != OpenMode::Edit;
     if (!(relationships_ == loadedRelationships_)) saveRelationships();
     if (created || !(types_ == loadedTypes_)) setTable(typesItem_, types_.toXml());
     if (writer_->changed()) writer_->save();

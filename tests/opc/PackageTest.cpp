@@ -67,6 +67,15 @@ protected:
     const zippackage::ZipPhysicalPackage zip{directory.name("p.zip"), true};
 };
 
+TEST_F(PackageTest, IsAPackageWhenNothingIsSetInANewOne) {
+    for (const auto mode : {OpenMode::Create, OpenMode::CreateNew}) {
+        std::filesystem::remove(directory.path() / "p.zip");
+        session(mode, [](const Package&) {});
+        session(OpenMode::Read,
+                [](const Package& package) { EXPECT_THAT(partNames(package), ElementsAre()); });
+    }
+}
+
 TEST_F(PackageTest, ToleratesWhatIsMerelyOdd) {
     put(goodPlainPackage()
             .with("untyped.bin", "x")
