@@ -9,6 +9,8 @@ namespace opc::model {
 namespace {
 
 constexpr std::uint64_t kFirstRead = 4096;
+// The most to ask memory for before anything has been read: what a file claims may be nothing.
+constexpr std::uint64_t kMostAtFirst = std::uint64_t{1} << 20;
 // The most that a byte of deflated data can stand for.
 constexpr std::uint64_t kMaxInflation = 1032;
 
@@ -28,7 +30,8 @@ void PartOutputStream::flush() {
 
 std::vector<std::uint8_t> readAll(InputStream& stream, std::uint64_t expected, std::uint64_t cap,
                                   const std::string& name) {
-    std::vector<std::uint8_t> bytes(std::min(std::max(expected, kFirstRead), cap) + 1);
+    std::vector<std::uint8_t> bytes(std::min(std::clamp(expected, kFirstRead, kMostAtFirst), cap) +
+                                    1);
     std::size_t size = 0;
     while (const auto count = stream.read(std::as_writable_bytes(std::span(bytes).subspan(size)))) {
         size += count;

@@ -318,6 +318,16 @@ const ZipRow kContents[] = {
     {"deflated reference to before the start",
      [](auto& zip) { zip.items[0].data = "\x4b\x04\x12\x00"; },
      "a.txt: Exception: FILE: a.txt: the deflated data is damaged..."},
+    {"a claim of 4 MiB",
+     [](auto& zip) {
+         BuiltItem& code = itemOf(zip, "korval/code.k");
+         code.method = 8;
+         code.data = std::string(4096, '\xFF');
+         code.size = 4 << 20;
+     },
+     "korval/code.k: Exception: FILE: korval/code.k: the deflated data is damaged; get the file "
+     "again from where it came from\ncode: Exception: FILE: korval/code.k: the deflated data is "
+     "damaged..."},
     {"nothing at all",
      [](auto& zip) {
          zip.items[0].content = "";
