@@ -188,6 +188,22 @@ const ZipRow kItems[] = {
          zip.items[0].offset = ~0U;
      },
      "a.txt: has a zip64 field that contradicts the rest of its record..."},
+    {"symbolic link", [](auto& zip) { zip.items[0].attributes = 0120777U << 16; },
+     "a.txt: is marked as a symbolic link or a device, which some readers make of it; pack what it "
+     "stands for as a file"},
+    {"directory to Unix", [](auto& zip) { zip.items[0].attributes = 040755U << 16; },
+     "a.txt: is marked as a directory, but its name does not end in a slash: some readers see a "
+     "directory and others a file..."},
+    {"directory to DOS", [](auto& zip) { zip.items[0].attributes = 1 << 4; },
+     "a.txt: is marked as a directory, but its name does not end in a slash: some readers see a "
+     "directory and others a file..."},
+    {"symbolic link in an extra field",
+     [](auto& zip) {
+         zip.items[0].localExtra =
+             extraField(0x6C78, "\5" + little(0x314, 2) + little(0120777U << 16, 4));
+     },
+     "a.txt: has a field that may make a link or a directory of it in some readers (0x6C78); pack "
+     "it anew"},
     {"local zip64 field that is too short",
      [](auto& zip) { zip.items[0].localExtra = extraField(1, "1234"); },
      "a.txt: has a zip64 field in its local header that is too short..."},
@@ -367,10 +383,12 @@ const ZipRow kTolerated[] = {
     {"zip file stored in an item", [](auto& zip) { zip.items[1].content = kLoneItem; }, ""},
     {"directory items",
      [](auto& zip) {
-         zip.items.push_back({.name = "korval/", .method = 0});
+         const std::uint32_t kind = 040755U << 16 | 1 << 4;
+         zip.items.push_back({.name = "korval/", .method = 0, .attributes = kind});
          zip.items.push_back({.name = "b/", .method = 0});
      },
      ""},
+    {"Unix file", [](auto& zip) { zip.items[0].attributes = 0100644U << 16 | 1; }, ""},
     {"directory in another order", [](auto& zip) { zip.isListedBackwards = true; }, ""},
 };
 

@@ -66,7 +66,8 @@ std::string directoryPart(const BuiltItem& item, const Facts& facts, std::uint64
            little(item.method, 2) + little(0x58210000, 4) + little(facts.crc, 4) +
            narrow(facts.compressedSize) + narrow(facts.size) + little(item.name.size(), 2) +
            little(extra.size(), 2) + little(item.comment.size(), 2) + little(item.disk, 2) +
-           little(0, 6) + narrow(offset) + item.name + extra + item.comment;
+           little(0, 2) + little(item.attributes, 4) + narrow(offset) + item.name + extra +
+           item.comment;
 }
 
 std::string zip64Part(const BuiltZip& zip, std::uint64_t count, std::uint64_t size,

@@ -21,6 +21,7 @@ struct BuiltItem {
     std::optional<std::uint64_t> compressedSize = {};
     std::optional<std::uint64_t> offset = {};
     std::uint16_t disk = 0;
+    std::uint32_t attributes = 0;  // in the upper half the mode that it has under Unix
     std::string extra = {};
     std::string comment = {};
     bool zip64 = false;  // sizes and offset in a zip64 field of the directory, sizes in one locally

@@ -64,6 +64,7 @@ private:
         const ItemChecks checks(*file_, item);
         checks.refuseEncryption(flags);
         readWideFields(item, record, checks);
+        checkKind(item, load32(record, central::kAttributes), checks);
         checkContent(item, checks);
         return item;
     }
@@ -109,6 +110,26 @@ private:
         checks.fail(
             "stands on another disk of a zip archive of several, which is not supported; join "
             "them first");
+    }
+
+    // Some readers make links and directories of what others take for files. Which system the
+    // attributes are for does not matter: some readers do not look at that.
+    static void checkKind(const ZipItem& item, std::uint32_t all, const ItemChecks& checks) {
+        const std::uint32_t type = all >> attributes::kModeShift & attributes::kTypeOfMode;
+        const bool isMarked = type == attributes::kDirectory || (all & attributes::kDosDirectory);
+        if (type != 0 && type != attributes::kRegular && type != attributes::kDirectory) {
+            checks.fail(
+                "is marked as a symbolic link or a device, which some readers make of it; pack "
+                "what "
+                "it stands for as a file");
+        }
+        // A backslash at the end is how some writers under Windows name one.
+        if (isMarked && !item.name.ends_with('/') && !item.name.ends_with('\\')) {
+            checks.failDamaged(
+                "is marked as a directory, but its name does not end in a slash: some readers see "
+                "a "
+                "directory and others a file");
+        }
     }
 
     static void checkContent(const ZipItem& item, const ItemChecks& checks) {

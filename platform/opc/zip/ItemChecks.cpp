@@ -34,6 +34,11 @@ format::Bytes ItemChecks::checkExtraFields(format::Bytes fields) const {
     format::Bytes zip64;
     const bool isWhole = format::forEachExtra(fields, [&](const format::ExtraField& field) {
         if (field.identifier == format::extra::kUnicodePath) refuseRenaming(field.content);
+        if (field.identifier == format::extra::kExtendedLocalHeader) {
+            fail(
+                "has a field that may make a link or a directory of it in some readers (0x6C78); "
+                "pack it anew");
+        }
         if (field.identifier != format::extra::kZip64) return;
         if (zip64.data() != nullptr)
             failDamaged("has two zip64 fields, which readers could take either of");

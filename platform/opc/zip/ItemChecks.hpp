@@ -22,7 +22,7 @@ public:
     [[noreturn]] void failDamaged(const std::string& what) const;
     void refuseEncryption(std::uint16_t flags) const;
     // The content of the zip64 field, empty when there is none. Refuses malformed fields, a second
-    // zip64 field and a field that renames the item.
+    // zip64 field and fields that rename the item or say what kind of file it is.
     format::Bytes checkExtraFields(format::Bytes fields) const;
 
 private:

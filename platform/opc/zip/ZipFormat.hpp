@@ -65,6 +65,7 @@ inline constexpr std::uint16_t kAnyEncryption = kEncrypted | kStrongEncryption |
 namespace extra {
 inline constexpr std::size_t kHeaderSize = 4;  // identifier, then size of what follows
 inline constexpr std::uint16_t kZip64 = 0x0001;
+inline constexpr std::uint16_t kExtendedLocalHeader = 0x6C78;  // with attributes, for streaming
 inline constexpr std::uint16_t kUnicodePath = 0x7075;
 inline constexpr std::size_t kUnicodePathName = 5;  // behind a version and a checksum
 // The packaging standard's own: room that a writer may grow the item's records into.
@@ -84,8 +85,16 @@ inline constexpr std::uint32_t kSignature = 0x02014b50;
 inline constexpr std::size_t kVersionMadeBy = 4, kVersionNeeded = 6, kFlags = 8, kMethod = 10,
                              kTime = 12, kDate = 14, kCrc = 16, kCompressedSize = 20, kSize = 24,
                              kNameLength = 28, kExtraLength = 30, kCommentLength = 32, kDisk = 34,
-                             kOffset = 42, kHeaderSize = 46;
+                             kAttributes = 38, kOffset = 42, kHeaderSize = 46;
 }  // namespace central
+
+// The attributes that a file system would give the item: the mode under Unix in the upper half, those
+// under DOS in the lower.
+namespace attributes {
+inline constexpr std::uint32_t kDosDirectory = 1 << 4;
+inline constexpr unsigned kModeShift = 16;
+inline constexpr std::uint32_t kTypeOfMode = 0170000, kRegular = 0100000, kDirectory = 0040000;
+}  // namespace attributes
 
 namespace descriptor {
 inline constexpr std::uint32_t kSignature = 0x08074b50;
