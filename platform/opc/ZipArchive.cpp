@@ -8,6 +8,7 @@
 #include "platform/opc/zip/Directory.hpp"
 #include "platform/opc/zip/EndRecords.hpp"
 #include "platform/opc/zip/ItemInput.hpp"
+#include "platform/opc/zip/ItemsInData.hpp"
 #include "platform/opc/zip/NameIndex.hpp"
 #include "platform/opc/zip/Salvage.hpp"
 #include "platform/opc/zip/ZipError.hpp"
@@ -37,13 +38,14 @@ std::string ZipItem::displayName() const {
 }
 
 struct ZipArchive::State final : ByteSource {
-    explicit State(const fl::filesystem::path& name) : path(name), file(openFile(name)) {}
+    explicit State(const fl::filesystem::path& name)
+        : path(name), file(openFile(name)), stamp(file.stamp()) {}
 
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override {
         return file.readAt(buffer, offset);
     }
 
-    void read();
+    void read(ArchiveBytes& bytes);
     // The directory alone, where it is whole.
     std::optional<std::vector<ZipItem>> readDirectoryIfWhole();
     void readDirectoryBytes(ArchiveBytes& bytes, const format::DirectoryRecord& record);
@@ -57,9 +59,7 @@ struct ZipArchive::State final : ByteSource {
     std::string comment;
 };
 
-void ZipArchive::State::read() {
-    stamp = file.stamp();
-    ArchiveBytes bytes(file, stamp.size, kEndSearch);
+void ZipArchive::State::read(ArchiveBytes& bytes) {
     ArchiveEnd end = readArchiveEnd(bytes, path);
     comment = std::move(end.comment);
     readDirectoryBytes(bytes, end.directory);
@@ -97,8 +97,11 @@ ZipArchive::~ZipArchive() = default;
 std::shared_ptr<const ZipArchive> ZipArchive::open(const fl::filesystem::path& file) {
     return aboutFile(file, [&] {
         auto state = std::make_shared<State>(file);
-        state->read();
-        return std::shared_ptr<const ZipArchive>(new ZipArchive(std::move(state)));
+        ArchiveBytes bytes(state->file, state->stamp.size, kEndSearch);
+        state->read(bytes);
+        std::shared_ptr<const ZipArchive> archive(new ZipArchive(std::move(state)));
+        refuseItemsInSmallData(*archive, bytes);
+        return archive;
     });
 }
 
@@ -106,7 +109,6 @@ std::shared_ptr<const ZipArchive> ZipArchive::salvage(const fl::filesystem::path
                                                       std::vector<LostItem>& lost) {
     return aboutFile(file, [&] {
         auto state = std::make_shared<State>(file);
-        state->stamp = state->file.stamp();
         auto listed = state->readDirectoryIfWhole();
         const SalvageSource source{state, state->stamp.size, &state->path};
         state->items = salvageItems(source, std::move(listed), lost);
@@ -139,6 +141,7 @@ std::unique_ptr<InputStream> ZipArchive::read(const ZipItem& item) const {
                      .crc32 = item.crc32,
                      .compressedSize = item.compressedSize,
                      .size = item.size,
+                     .hasDescriptor = item.hasDescriptor,
                      .file = state_->path,
                      .name = item.displayName()});
 }

@@ -41,8 +41,15 @@ BuiltItem& described(BuiltZip& zip, int size) {
     return zip.items[0];
 }
 
-constexpr std::uint64_t kHuge = std::uint64_t{1} << 60;
 const std::string kLoneItem = BuiltZip{.items = {{.name = "evil", .method = 0}}}.bytes();
+
+// What stands behind `data` where a reader that starts at the front of the file finds their end.
+std::string asIfEnded(const std::string& data, std::size_t size, int width) {
+    return data + "PK\7\10" + little(0, 4) + little(data.size(), width) + little(size, width) +
+           kLoneItem.substr(0, 34);
+}
+
+constexpr std::uint64_t kHuge = std::uint64_t{1} << 60;
 
 // Refused when it is opened.
 const ZipRow kEndRecords[] = {
@@ -161,6 +168,26 @@ const ZipRow kItems[] = {
      [](auto& zip) { zip.items[1].before = std::string(70000, '-') + kLoneItem.substr(0, 34); },
      "there is an item at offset 70080 that the directory does not list: readers could see two "
      "different packages..."},
+    {"item behind deflated data that a descriptor follows",
+     [](auto& zip) {
+         BuiltItem& item = described(zip, 16);
+         item.data = asIfEnded(*item.data, item.content.size(), 4);
+     },
+     "a.txt: has 50 bytes behind the end of its deflated data..."},
+    {"item in stored data that a descriptor follows",
+     [](auto& zip) {
+         zip.items[1].descriptor = 16;
+         zip.items[1].content = asIfEnded("stored", 6, 4);
+     },
+     "b/c.txt: holds a data descriptor at byte 6, where some readers end it and would find other "
+     "items..."},
+    {"item far behind in stored data that a wide descriptor follows",
+     [](auto& zip) {
+         zip.items[1].descriptor = 24;
+         zip.items[1].content = asIfEnded(std::string((128 << 10) - 10, '-'), (128 << 10) - 10, 8);
+     },
+     "b/c.txt: holds a data descriptor at byte 131062, where some readers end it and would find "
+     "other items..."},
     {"extra field that is too long",
      [](auto& zip) { zip.items[0].extra = little(9, 2) + little(9, 2); },
      "a.txt: has an extra field that claims more bytes than its record has..."},
@@ -381,6 +408,20 @@ const ZipRow kTolerated[] = {
     {"end record's signature in an item",
      [](auto& zip) { zip.items[1].content = "PK\5\6" + std::string(40, '\xFF'); }, ""},
     {"zip file stored in an item", [](auto& zip) { zip.items[1].content = kLoneItem; }, ""},
+    {"zip file stored in an item that a descriptor follows",
+     [](auto& zip) {
+         zip.items[1].descriptor = 16;
+         zip.items[1].content =
+             BuiltZip{.items = {{.name = "a", .content = "a", .descriptor = 16}}}.bytes();
+     },
+     ""},
+    {"local header's signature in deflated data that a descriptor follows",
+     [](auto& zip) {
+         BuiltItem& item = described(zip, 16);
+         item.content.replace(0, 4, "PK\3\4");
+         item.data->replace(item.data->find("aaaa"), 4, "PK\3\4");
+     },
+     ""},
     {"directory items",
      [](auto& zip) {
          const std::uint32_t kind = 040755U << 16 | 1 << 4;

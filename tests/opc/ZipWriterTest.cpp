@@ -368,6 +368,23 @@ TEST_F(ZipWriterTest, RefusesContentThatWouldLookLikeTheEndOfTheFile) {
     EXPECT_EQ(filesInDirectory(), 1u);
 }
 
+// Opening does not look through large items.
+TEST_F(ZipWriterTest, TakesNoItemOverThatHoldsAnotherForSomeReaders) {
+    const std::string hidden = BuiltZip{.items = {{.name = "hidden"}}}.bytes().substr(0, 36);
+    BuiltItem large{.name = "large", .content = "l", .data = test_support::deflated("l")};
+    large.data->append(hidden).append(1 << 20, '-');
+    large.descriptor = 16;
+    directory_.write("a.zip", BuiltZip{.items = {large}}.bytes());
+    const std::string before = bytes();
+    auto writer = edit();
+    writeItem(*writer, "small", "s");
+    EXPECT_THROW(writer->save(), Exception);
+    EXPECT_EQ(bytes(), before);
+    writer = edit();
+    writeItem(*writer, "large", "mended");
+    save(*writer);
+}
+
 TEST_F(ZipWriterTest, LeavesAFileThatSomeoneElseReplacedAlone) {
     save(*create());
     const auto writer = edit();

@@ -42,6 +42,19 @@ format::Bytes ArchiveBytes::at(std::uint64_t offset, std::size_t size, std::uint
     return format::Bytes(window_).first(size);
 }
 
+std::optional<std::uint64_t> ArchiveBytes::find(std::uint32_t signature, std::uint64_t from,
+                                                std::uint64_t to) {
+    constexpr std::size_t kStep = std::size_t{32} << 10;
+    std::string wanted;
+    format::append(wanted, signature);
+    for (; to - from >= wanted.size(); from += std::min<std::uint64_t>(kStep, to - from)) {
+        const std::size_t size = std::min<std::uint64_t>(kStep + wanted.size() - 1, to - from);
+        const std::size_t found = format::asText(at(from, size, to)).find(wanted);
+        if (found != std::string_view::npos) return from + found;
+    }
+    return std::nullopt;
+}
+
 void ArchiveBytes::copy(std::uint64_t offset, std::span<std::byte> target) {
     const auto held = within(tail_, tailOffset_, offset, target.size());
     if (held.empty()) return fill(target, offset);

@@ -5,6 +5,7 @@
 #include <fl/FileDescriptor.hpp>
 
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -25,6 +26,9 @@ public:
     // `size` bytes from `offset`, which must lie within the file; valid until the next call. The
     // next places to be looked at are expected before `nearby`, when that is near.
     format::Bytes at(std::uint64_t offset, std::size_t size, std::uint64_t nearby);
+    // Where a record of this signature first starts in the bytes [from, to); nullopt when none does.
+    std::optional<std::uint64_t> find(std::uint32_t signature, std::uint64_t from,
+                                      std::uint64_t to);
     // Fills `target`, past the window.
     void copy(std::uint64_t offset, std::span<std::byte> target);
 

@@ -4,13 +4,17 @@
 
 #include "platform/opc/zip/Inflater.hpp"
 #include "platform/opc/zip/ZipError.hpp"
+#include "platform/opc/zip/ZipFormat.hpp"
 
 #include <algorithm>
 #include <stdexcept>
+#include <vector>
 
 namespace opc::zip {
 
 namespace {
+
+using namespace format;
 
 constexpr std::uint64_t kInputBuffer = std::uint64_t{128} << 10;
 
@@ -81,7 +85,43 @@ public:
 
 protected:
     void produce(std::span<std::byte> buffer) override { readRaw(buffer, position()); }
-    void checkEnd() override {}  // opening has compared the two sizes
+    // Opening has compared the two sizes. A reader that starts at the front of the file has nothing
+    // but the descriptor to find the end by, and takes the first that fits.
+    void checkEnd() override {
+        if (!content().hasDescriptor) return;
+        std::vector<std::byte> window(
+            std::min<std::uint64_t>(kInputBuffer, content().compressedSize));
+        for (std::uint64_t from = 0; content().compressedSize - from >= descriptor::kSmallestSigned;
+             from += window.size() - descriptor::kLargest + 1) {
+            window.resize(std::min<std::uint64_t>(window.size(), content().compressedSize - from));
+            readRaw(window, from);
+            refuseDescriptor(window, from);
+            if (window.size() < descriptor::kLargest) return;
+        }
+    }
+
+private:
+    void refuseDescriptor(Bytes window, std::uint64_t from) const {
+        std::string signature;
+        append(signature, descriptor::kSignature);
+        const std::string_view text = asText(window);
+        for (std::size_t at = text.find(signature); at != text.npos;
+             at = text.find(signature, at + 1)) {
+            if (!endsHere(window.subspan(at), from + at)) continue;
+            failDamaged("holds a data descriptor at byte " + std::to_string(from + at) +
+                        ", where some readers end it and would find other items");
+        }
+    }
+
+    // Whether the two sizes that follow the checksum are those of what is in front.
+    static bool endsHere(Bytes bytes, std::uint64_t size) {
+        if (bytes.size() < descriptor::kSmallestSigned) return false;
+        const bool isNarrow = load32(bytes, descriptor::kSizes) == size &&
+                              load32(bytes, descriptor::kSizes + 4) == size;
+        if (isNarrow || bytes.size() < descriptor::kLargest) return isNarrow;
+        return load64(bytes, descriptor::kSizes) == size &&
+               load64(bytes, descriptor::kSizes + 8) == size;
+    }
 };
 
 class DeflatedInput final : public ItemInput {

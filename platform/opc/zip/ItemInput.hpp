@@ -27,13 +27,15 @@ struct ItemContent {
     std::uint32_t crc32 = 0;
     std::uint64_t compressedSize = 0;
     std::uint64_t size = 0;
+    bool hasDescriptor = false;
     // For messages.
     fl::filesystem::path file = {};
     std::string name = {};
 };
 
 // A stream of the content that throws rather than hand out the last byte of anything that is not
-// exactly as long as declared, has another checksum, or leaves deflated bytes over.
+// exactly as long as declared, has another checksum, leaves deflated bytes over, or is stored and holds
+// what its descriptor would be if it ended there.
 std::unique_ptr<InputStream> openItem(ItemContent content);
 
 }  // namespace opc::zip

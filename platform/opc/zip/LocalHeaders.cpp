@@ -29,7 +29,8 @@ public:
         item_->dataOffset = item_->headerOffset + header.size();
         if (item_->compressedSize > limit_ - item_->dataOffset) failOverlap();
         item_->endOffset = item_->dataOffset + item_->compressedSize;
-        if (flags & flag::kDescriptor) item_->endOffset += descriptorSize();
+        item_->hasDescriptor = (flags & flag::kDescriptor) != 0;
+        if (item_->hasDescriptor) item_->endOffset += descriptorSize();
     }
 
 private:
@@ -146,18 +147,12 @@ private:
 // another item there.
 void refuseHiddenItem(std::uint64_t from, std::uint64_t to, ArchiveBytes& bytes,
                       const fl::filesystem::path& file) {
-    constexpr std::size_t kStep = std::size_t{32} << 10;
-    std::string signature;
-    append(signature, local::kSignature);
-    for (; to - from >= signature.size(); from += std::min<std::uint64_t>(kStep, to - from)) {
-        const std::size_t size = std::min<std::uint64_t>(kStep + signature.size() - 1, to - from);
-        const std::size_t found = asText(bytes.at(from, size, to)).find(signature);
-        if (found == std::string_view::npos) continue;
-        throwZipError(file, "there is an item at offset " + std::to_string(from + found) +
-                                " that the directory does not list: readers could see two "
-                                "different packages" +
-                                kGetAgain);
-    }
+    const auto found = bytes.find(local::kSignature, from, to);
+    if (!found) return;
+    throwZipError(file, "there is an item at offset " + std::to_string(*found) +
+                            " that the directory does not list: readers could see two different "
+                            "packages" +
+                            kGetAgain);
 }
 
 }  // namespace

@@ -48,6 +48,7 @@ private:
     const ZipItem* findKept(std::string_view name) const noexcept;
     const NewItem* findSet(std::string_view name) const;
     void refuseSimilarName(std::string_view name) const;
+    void refuseItemsInKept() const;
     void loseKept(std::string_view name) noexcept;
     void enter(std::unique_ptr<NewItem>& slot, std::unique_ptr<NewItem> item) noexcept;
     void settle(NewItem& item);

@@ -99,7 +99,8 @@ inline constexpr std::uint32_t kTypeOfMode = 0170000, kRegular = 0100000, kDirec
 namespace descriptor {
 inline constexpr std::uint32_t kSignature = 0x08074b50;
 // The signature and the width of the sizes are each writer's choice.
-inline constexpr std::size_t kSmallest = 12, kLargest = 24;
+inline constexpr std::size_t kSmallest = 12, kSmallestSigned = 16, kLargest = 24;
+inline constexpr std::size_t kSizes = 8;  // behind the signature and the checksum
 }  // namespace descriptor
 
 namespace end {

@@ -5,6 +5,7 @@
 #include <foundation/Shown.hpp>
 
 #include "platform/opc/zip/ItemOutput.hpp"
+#include "platform/opc/zip/ItemsInData.hpp"
 #include "platform/opc/zip/WriterState.hpp"
 #include "platform/opc/zip/ZipError.hpp"
 
@@ -202,9 +203,18 @@ void ZipWriter::State::forgetContent(const NewItem& item) noexcept {
     if (archive_) archive_->drop(item);
 }
 
+// The new file must not be two packages, whatever the old one was.
+void ZipWriter::State::refuseItemsInKept() const {
+    if (!base_) return;
+    for (const ZipItem& item : base_->items()) {
+        if (fates_[indexOf(item)] != Fate::Lost) refuseItemsInLargeData(*base_, item);
+    }
+}
+
 void ZipWriter::State::save() {
     checkOpen();
     if (!changed()) return;
+    refuseItemsInKept();
     if (!archive_) archive_ = std::make_unique<NewArchive>(target_, path_, base_);
     archive_->cancelItem();  // a stream that is still open has set nothing
     placeKept(*archive_, [](const ZipItem&) { return true; });
