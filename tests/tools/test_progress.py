@@ -29,6 +29,7 @@ class Progress(ToolTest):
         self.assertRegex(seen, rb"\r\[-{20}\]   \d%  [\d.]+ [kMG]B of 429\.5 GB, [\d.]+ [kMG]B/s, [\d:]+ (s|min) left")
         tool.send_signal(signal.SIGINT)
         self.assertEqual(tool.wait(30), -signal.SIGINT)
+        self.assertTrue(os.read(main, 1 << 16).endswith(b"\r\x1b[K"))
         os.close(main)
         self.assertEqual(self.read("a.kvpkg"), before)
         self.assertEqual(self.names(), ["a.kvpkg", "big.kvd", "s.k", "s.kvd"])

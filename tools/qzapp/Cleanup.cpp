@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tools/qzapp/ErrorStream.hpp"
+
 namespace qzapp {
 namespace {
 
@@ -26,6 +28,7 @@ void removePath(const char* path) {
 extern "C" void removeLeftoversAndDie(int signal) {
     for (std::size_t i = leftoverCount.load(); i-- > 0;)
         removePath(leftovers[i].load());
+    eraseBar();
     ::signal(signal, SIG_DFL);
     ::raise(signal);
 }

@@ -4,8 +4,8 @@
 
 namespace qzapp {
 
-// Makes SIGINT, SIGTERM and SIGHUP remove what Leftovers name before they end the process, and lets
-// writes fail with an error where SIGPIPE and SIGXFSZ would end it.
+// Makes SIGINT, SIGTERM and SIGHUP remove what Leftovers name, and a bar that is drawn, before they
+// end the process, and lets writes fail with an error where SIGPIPE and SIGXFSZ would end it.
 void installSignalHandlers();
 
 // A file or directory that must not outlive a process ended by a signal. Objects nest: they end in the

@@ -4,7 +4,6 @@
 #include <fl/filesystem.hpp>
 #include <foundation/Shown.hpp>
 
-#include <cstdio>
 #include <exception>
 #include <new>
 #include <string_view>
@@ -12,7 +11,7 @@
 #include <vector>
 
 #include "tools/qzapp/Display.hpp"
-#include "tools/qzapp/Forms.hpp"
+#include "tools/qzapp/ErrorStream.hpp"
 
 namespace qzapp {
 namespace {
@@ -72,9 +71,7 @@ void rethrowAbout(const FileName& file) {
 }
 
 void report(const std::string& message) {
-    const std::string line = "qzapp: " + visible(message) + "\n";
-    // Nothing is left to tell if standard error fails too.
-    static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
+    writeMessage("qzapp: " + visible(message) + "\n");
 }
 
 }  // namespace qzapp

@@ -254,6 +254,8 @@ int extractToOutput(const FileName& file, const Selection& selection) {
             "standard output",
             fmt::format("{} is no text for a terminal; send it to a file or a program", only.name));
     }
+    // On a terminal the text itself tells how far it is.
+    const Progress progress(outputIsTerminal() ? 0 : sizeOf(file));
     only.send();
     return kDone;
 }

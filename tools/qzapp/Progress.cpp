@@ -12,6 +12,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "tools/qzapp/ErrorStream.hpp"
+
 namespace qzapp {
 namespace {
 
@@ -52,15 +54,13 @@ std::string shownTime(std::uint64_t seconds) {
     return fmt::format("{}:{:02} min", seconds / 60, seconds % 60);
 }
 
+// Work within work has no bar of its own.
+std::atomic<bool> isUnderWay = false;
+
 bool errorsGoToTerminal() {
     const char* terminal = std::getenv("TERM");
     return ::isatty(STDERR_FILENO) == 1 && terminal != nullptr &&
            std::string_view(terminal) != "dumb";
-}
-
-void write(const std::string& text) {
-    // A bar that cannot be drawn is no reason to do anything else.
-    static_cast<void>(::write(STDERR_FILENO, text.data(), text.size()) == 0);
 }
 
 // Signals are for the thread that works.
@@ -112,16 +112,17 @@ Progress::~Progress() {
     }
     ended_.notify_one();
     thread_.join();
+    isUnderWay = false;
 }
 
 void Progress::start() {
-    if (total_ == 0 || !errorsGoToTerminal()) return;
+    if (total_ == 0 || !errorsGoToTerminal() || isUnderWay.exchange(true)) return;
     before_ = done_();
     const SignalsBlocked blocked;
     try {
         thread_ = std::thread([this] { run(); });
     } catch (const std::system_error&) {
-        // Without a thread there is no bar.
+        isUnderWay = false;  // without a thread there is no bar
     }
 }
 
@@ -132,9 +133,9 @@ void Progress::run() {
     do {
         const std::chrono::duration<double> passed = Clock::now() - began;
         const std::uint64_t done = std::min(std::max(done_(), before_) - before_, total_);
-        write("\r" + barOf(done, total_, passed.count(), show_) + "\x1B[K");
+        drawBar(barOf(done, total_, passed.count(), show_));
     } while (!ended_.wait_for(lock, kBetweenDrawings, [this] { return hasEnded_; }));
-    write("\r\x1B[K");
+    eraseBar();
 }
 
 }  // namespace qzapp

@@ -11,8 +11,8 @@
 namespace qzapp {
 
 // A bar on standard error that tells how far some work is, how fast it goes and how long it still
-// takes: where that is a terminal, and the work takes more than a second. Gone with this object, which
-// must end before something else is written there. The work itself knows nothing of it.
+// takes: where that is a terminal, and the work takes more than a second. Gone with this object. An
+// object made while another lives draws nothing. The work itself knows nothing of it.
 class Progress {
 public:
     // Work that reads about `bytes` bytes of files, whoever reads them in this process.
