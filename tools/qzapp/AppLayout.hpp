@@ -1,18 +1,24 @@
 #pragma once
 
 #include <foundation/ustring.hpp>
+#include <opc/HostProperties.hpp>
+#include <opc/Package.hpp>
+#include <opc/StandardProperties.hpp>
+#include <quillcode/CodePart.hpp>
 
 #include <algorithm>
 #include <array>
+#include <string>
+#include <vector>
 
+#include "package/Layout.hpp"
 #include "tools/qzapp/Findings.hpp"
 
-// What a packaged app consists of, for the work below the level of app files.
+// What a packaged app consists of, for the work below the level of app files: the names of the library,
+// the code part and the core properties in one table.
 namespace qzapp::layout {
 
-inline constexpr foundation::ustring_view kPackageType = u"application/vnd.quorvane.korval.app";
-inline constexpr foundation::ustring_view kMetadataNamespace =
-    u"http://schemas.quorvane.com/lumenForge/app/2017/appMetadata";
+namespace app = appserialization::layout;
 
 // A part that an app has once, found by its relationship (the model by its name, too).
 struct AppPart {
@@ -21,63 +27,58 @@ struct AppPart {
     const char* option;  // of "qzapp edit", which sets it
     RuleName whenDangling = "part-dangling";
 };
-inline constexpr AppPart kModel{
-    u"/lumenforge/appModel.kvd", u"application/vnd.quorvane.korval.lumenForge.appModel+kvd",
-    u"http://schemas.quorvane.com/lumenForge/app/2014/relationships/appModel", "model-unlinked",
-    "--model FILE"};
-inline constexpr AppPart kCode{u"/korval/code.k", u"application/vnd.quorvane.korval.code",
-                               u"http://schemas.quorvane.com/korval/2026/relationships/code",
-                               "code-missing", "--code FILE"};
-inline constexpr AppPart kMetadata{
-    u"/metadata/appMetadata.xml", u"application/vnd.quorvane.korval.lumenForge.appMetadata+xml",
-    u"http://schemas.quorvane.com/lumenForge/app/2017/relationships/appMetadata",
-    "metadata-missing", "--set KVPKGVersion=1"};
-inline constexpr AppPart kCoreProperties{
-    u"/docProps/core.xml",
-    u"application/vnd.openxmlformats-package.core-properties+xml",
-    u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties",
+inline const AppPart kModel{
+    app::kAppModel.name,
+    app::kAppModel.contentType,
+    app::kAppModel.relationshipType,
+    "model-unlinked",
+    "--model FILE",
+};
+inline const AppPart kCode{
+    quillcode::codepart::kName,
+    quillcode::codepart::kContentType,
+    quillcode::codepart::kRelationshipType,
+    "code-missing",
+    "--code FILE",
+};
+inline const AppPart kMetadata{
+    app::kMetadata.name, app::kMetadata.contentType, app::kMetadata.relationshipType,
+    "metadata-missing",  "--set KVPKGVersion=1",
+};
+inline const AppPart kCoreProperties{
+    opc::qzservices::StandardProperties::kPartName,
+    opc::qzservices::StandardProperties::kContentType,
+    opc::model::PackageHelper::getCorePropertiesRelationshipType(),
     "core-properties-missing",
-    "--set KVPKGVersion=1",
-    "relationship-dangling"};
-inline constexpr AppPart kHostProperties{
-    u"/docProps/korval.xml",
-    u"application/vnd.quorvane.korval.hostProperties+xml",
-    u"http://schemas.quorvane.com/package/2026/relationships/hostProperties",
+    "--set Name=NAME",
+    "relationship-dangling",
+};
+inline const AppPart kHostProperties{
+    opc::qzservices::HostProperties::kPartName,
+    opc::qzservices::HostProperties::kContentType,
+    opc::qzservices::HostProperties::kRelationshipType,
     "host-properties-missing",
     "--set KVPKGVersion=1",
-    "relationship-dangling"};
-inline constexpr std::array kParts = {kModel, kCode, kMetadata, kCoreProperties, kHostProperties};
-
-inline constexpr foundation::ustring_view kScreenshotRelationship =
-    u"http://schemas.quorvane.com/lumenForge/app/2017/relationships/appScreenshot";
-inline constexpr foundation::ustring_view kScreenshotStem = u"/metadata/appScreenshot.";
-struct ScreenshotType {
-    foundation::ustring_view extension, contentType;
+    "relationship-dangling",
 };
-inline constexpr std::array kScreenshotTypes = {
-    ScreenshotType{u"png", u"image/png"}, ScreenshotType{u"jpg", u"image/jpeg"},
-    ScreenshotType{u"jpeg", u"image/jpeg"}, ScreenshotType{u"gif", u"image/gif"}};
+inline const std::array kParts = {kModel, kCode, kMetadata, kCoreProperties, kHostProperties};
 
 // Whether relationships of this type lead to a part of an app.
 inline bool isAppRelationship(foundation::ustring_view type) {
-    return type == kScreenshotRelationship ||
+    return type == app::kScreenshotRelationship ||
            std::ranges::find(kParts, type, &AppPart::relationshipType) != kParts.end();
 }
 
-// An element of the metadata part; `item` and `attribute` where it is a list.
+// The name of a screenshot of this format.
+inline opc::model::PartName screenshotName(foundation::ustring_view extension) {
+    return opc::model::PartName(foundation::ustring(app::kScreenshotNameStem) +
+                                foundation::ustring(extension));
+}
+
+// An element of the metadata part; `item` and `attribute` are empty unless it is a list.
 struct MetadataElement {
-    const char *name, *item, *attribute;
+    std::string name, item, attribute;
 };
-inline constexpr std::array kMetadataElements = {
-    MetadataElement{"description", nullptr, nullptr},
-    MetadataElement{"KVPKGVersion", nullptr, nullptr},
-    MetadataElement{"minimumSupportedKORVALRelease", nullptr, nullptr},
-    MetadataElement{"screenshotMode", nullptr, nullptr},
-    MetadataElement{"uuid", nullptr, nullptr},
-    MetadataElement{"AppType", nullptr, nullptr},
-    MetadataElement{"componentProducts", "product", "id"},
-    MetadataElement{"imageRelativePaths", "imageRelativePath", "path"},
-    MetadataElement{"userComponents", "userComponent", "class"},
-};
+const std::vector<MetadataElement>& metadataElements();
 
 }  // namespace qzapp::layout

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -19,9 +18,6 @@ void checkText(const FileName& file, Findings& findings);
 // All groups that concern the file, by its name: packaged app, text app or any other package. Throws
 // Error when the file cannot be read at all.
 Findings checkFile(const FileName& file);
-
-// "png", "jpg" or "gif" by the first bytes; nullopt for anything else.
-std::optional<std::string_view> imageFormat(std::string_view bytes);
 
 // Rules of images, for both forms of apps: `format` is the extension, or what the data URI says.
 void checkImage(const FileName& file, const std::string& part, std::string_view format,

@@ -10,6 +10,7 @@
 #include <exception>
 #include <vector>
 
+#include "package/Layout.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
 #include "tools/qzapp/Forms.hpp"
@@ -18,8 +19,6 @@ namespace qzapp {
 namespace {
 
 constexpr std::size_t kReadBytes = std::size_t{256} << 10;
-const foundation::ustring kModelRelationship =
-    u"http://schemas.quorvane.com/lumenForge/app/2014/relationships/appModel";
 
 // The package reader says only that it failed; the code library says why.
 foundation::ustring readPackagedCode(const FileName& file) {
@@ -42,7 +41,8 @@ std::unique_ptr<opc::InputStream> openModel(const FileName& file) {
         const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
         opc::model::Package package(zip);
         package.open(opc::interfaces::OpenMode::Read);
-        const auto models = package.getRelationshipsByType(kModelRelationship);
+        const auto models =
+            package.getRelationshipsByType(appserialization::layout::kAppModelRelationship);
         if (models.empty()) {
             throw Error(file.shown,
                         "has no relationship that leads to its model; see what it holds with "

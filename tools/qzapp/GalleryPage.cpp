@@ -11,7 +11,7 @@
 
 #include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/GalleryFiles.hpp"
-#include "tools/qzapp/ImageType.hpp"
+#include "tools/qzapp/ImageKind.hpp"
 #include "tools/qzapp/Sha256.hpp"
 
 namespace qzapp {
@@ -68,8 +68,9 @@ std::string noPicture(const std::string& reason) {
 std::string pictureOf(const std::string& name, const appserialization::Screenshot& screenshot) {
     const Bytes& bytes = screenshot.second;
     if (bytes.empty()) return noPicture("No screenshot");
-    const char* type = imageTypeOf(bytes);
-    if (type == nullptr) return noPicture("The screenshot is no PNG, JPEG, GIF or WebP image");
+    const ImageKind* kind =
+        imageKindOf({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    if (kind == nullptr) return noPicture("The screenshot is no PNG, JPEG, GIF or WebP image");
     if (bytes.size() > kMaxPictureBytes) {
         return noPicture(fmt::format("The screenshot of {} is too large for this page",
                                      byteCount(bytes.size())));
@@ -77,7 +78,7 @@ std::string pictureOf(const std::string& name, const appserialization::Screensho
     return fmt::format(
         "<img class=\"picture\" loading=\"lazy\" decoding=\"async\" alt=\"Screenshot of {}\" "
         "src=\"data:{};base64,{}\">",
-        html(name), type, base64(bytes));
+        html(name), kind->mediaType, base64(bytes));
 }
 
 std::string textOf(const FieldValue& value) {

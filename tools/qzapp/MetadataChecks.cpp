@@ -174,7 +174,7 @@ private:
             if (element.depth == 2 && element.name == "uuid") uuid_ = element.text;
             if (element.depth == 2 && element.name == "description") description_ = element.text;
         }
-        for (const auto& known : layout::kMetadataElements) {
+        for (const auto& known : layout::metadataElements()) {
             if (seen.contains(known.name)) continue;
             findings_.add(
                 "metadata-default", part->shownName,
@@ -187,9 +187,9 @@ private:
     // The list that the element is, or null.
     const layout::MetadataElement* checkField(const std::string& part, const XmlElement& element,
                                               std::size_t before) {
-        const auto* const known = std::ranges::find(layout::kMetadataElements, element.name,
-                                                    &layout::MetadataElement::name);
-        if (known == layout::kMetadataElements.end()) {
+        const auto& all = layout::metadataElements();
+        const auto known = std::ranges::find(all, element.name, &layout::MetadataElement::name);
+        if (known == all.end()) {
             if (before > 0) return nullptr;
             findings_.add(
                 "metadata-unknown", part,
@@ -202,12 +202,12 @@ private:
                 fmt::format("has several elements \"{}\"; readers take the first", element.name),
                 repairFix(package_.file));
         }
-        return known;
+        return &*known;
     }
 
     void checkItem(const std::string& part, const XmlElement& element,
                    const layout::MetadataElement* list) {
-        if (list == nullptr || list->item == nullptr || element.name != list->item) return;
+        if (list == nullptr || list->item.empty() || element.name != list->item) return;
         if (element.attribute(list->attribute) != nullptr) return;
         findings_.add("metadata-item", part,
                       fmt::format("an item of \"{}\" has no attribute \"{}\"; it reads as empty",
@@ -239,16 +239,17 @@ private:
         }
         empty("Summary", properties["description"]);
         empty("Author", properties["creator"]);
-        if (part != nullptr && properties["contentType"] != shown(layout::kPackageType)) {
-            findings_.add("package-type", part->shownName,
-                          fmt::format("contentType is \"{}\"; expected \"{}\"",
-                                      properties["contentType"], shown(layout::kPackageType)),
-                          edit("--set KVPKGVersion=1"));
+        if (part != nullptr && properties["contentType"] != shown(layout::app::kPackageContentType)) {
+            findings_.add(
+                "package-type", part->shownName,
+                fmt::format("contentType is \"{}\"; expected \"{}\"", properties["contentType"],
+                            shown(layout::app::kPackageContentType)),
+                edit("--set KVPKGVersion=1"));
         }
     }
 
     void checkScreenshot() {
-        const auto links = package_.byType(layout::kScreenshotRelationship);
+        const auto links = package_.byType(layout::app::kScreenshotRelationship);
         checkMode(!links.empty());
         if (links.size() > 1) ambiguous("screenshot", links.size());
         if (links.size() != 1) return;

@@ -12,6 +12,7 @@
 #include "tools/qzapp/AppLayout.hpp"
 #include "tools/qzapp/Checks.hpp"
 #include "tools/qzapp/Errors.hpp"
+#include "tools/qzapp/Files.hpp"
 
 namespace qzapp {
 namespace {

@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "package/Layout.hpp"
 #include "tools/qzapp/Errors.hpp"
 
 namespace qzapp {
@@ -17,10 +18,8 @@ using opc::model::PartName;
 using opc::model::Relationship;
 using opc::zippackage::ZipPhysicalPackage;
 
-const foundation::ustring kMetadataRelationship =
-    u"http://schemas.quorvane.com/lumenForge/app/2017/relationships/appMetadata";
-const foundation::ustring kScreenshotRelationship =
-    u"http://schemas.quorvane.com/lumenForge/app/2017/relationships/appScreenshot";
+using appserialization::layout::kMetadataRelationship;
+using appserialization::layout::kScreenshotRelationship;
 
 // A thumbnail that is another picture stays.
 void deleteThumbnailOf(Package& package, const PartName& screenshot) {

@@ -9,6 +9,7 @@
 
 #include "tools/qzapp/AppLayout.hpp"
 #include "tools/qzapp/Errors.hpp"
+#include "tools/qzapp/Files.hpp"
 #include "tools/qzapp/Forms.hpp"
 
 namespace qzapp {
@@ -48,8 +49,9 @@ ContentType assumedType(const PartName& name) {
     for (const layout::AppPart& part : layout::kParts) {
         if (name == PartName(part.name)) return ContentType(part.contentType);
     }
-    for (const auto& [extension, type] : layout::kScreenshotTypes) {
-        if (fl::i18n::to_lower(name.getExtension()) == extension) return ContentType(type);
+    for (const auto& format : layout::app::kScreenshotFormats) {
+        if (fl::i18n::to_lower(name.getExtension()) == format.extension)
+            return format.contentType();
     }
     return ContentType(u"application/octet-stream");
 }
@@ -145,17 +147,16 @@ void PackageView::readRelationships() {
 }
 
 void PackageView::assumeRelationships() {
-    const auto assume = [&](ustring_view type, const ustring& name) {
+    const auto assume = [&](ustring_view type, const PartName& name) {
         if (find(name) == nullptr) return;
         const ustring id = u"rId" + fl::i18n::utf8_to_ustring(std::to_string(relationships.size()));
-        relationships.emplace_back(id, ustring(type), opc::model::URI(name),
+        relationships.emplace_back(id, ustring(type), name.getURI(),
                                    opc::model::TargetMode::Internal);
     };
     for (const layout::AppPart& part : layout::kParts)
-        assume(part.relationshipType, ustring(part.name));
-    for (const auto& [extension, type] : layout::kScreenshotTypes)
-        assume(layout::kScreenshotRelationship,
-               ustring(layout::kScreenshotStem) + ustring(extension));
+        assume(part.relationshipType, PartName(part.name));
+    for (const auto& format : layout::app::kScreenshotFormats)
+        assume(layout::app::kScreenshotRelationship, layout::screenshotName(format.extension));
 }
 
 void PackageView::openPackage() {

@@ -70,8 +70,6 @@ private:
     std::map<std::string, const ViewedItem*> parts_;  // by part name key
 };
 
-inline constexpr std::uint64_t kMaxXmlBytes = std::uint64_t{16} << 20;
-
 bool isRelationshipsName(const opc::model::PartName& name);
 const opc::model::ContentType& relationshipsType();
 // Whether the file's name says that it is a packaged app, in any case.

@@ -15,6 +15,7 @@
 
 #include "tools/qzapp/AppLayout.hpp"
 #include "tools/qzapp/Errors.hpp"
+#include "tools/qzapp/Files.hpp"
 #include "tools/qzapp/PackageView.hpp"
 #include "tools/qzapp/Transaction.hpp"
 
@@ -168,12 +169,9 @@ private:
         for (const layout::AppPart& part : layout::kParts) {
             link(PartName(part.name), ustring(part.relationshipType));
         }
-        for (const auto& [extension, type] : layout::kScreenshotTypes) {
-            const PartName name(ustring(layout::kScreenshotStem) + ustring(extension));
-            link(name, ustring(layout::kScreenshotRelationship));
-        }
-        const auto screenshots =
-            to_.getRelationshipsByType(ustring(layout::kScreenshotRelationship));
+        for (const auto& format : layout::app::kScreenshotFormats)
+            link(layout::screenshotName(format.extension), layout::app::kScreenshotRelationship);
+        const auto screenshots = to_.getRelationshipsByType(layout::app::kScreenshotRelationship);
         if (screenshots.size() != 1) return;
         link(PartName(screenshots[0].getTargetURI()),
              PackageHelper::getThumbnailRelationshipType());

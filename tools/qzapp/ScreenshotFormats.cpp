@@ -3,8 +3,8 @@
 #include <fl/i18n.hpp>
 
 #include <algorithm>
-#include <array>
 
+#include "package/Layout.hpp"
 #include "tools/qzapp/Errors.hpp"
 
 namespace qzapp {
@@ -13,13 +13,15 @@ namespace {
 using foundation::ustring;
 using foundation::ustring_view;
 
-constexpr std::array<ustring_view, 4> kFormats = {u"png", u"jpg", u"jpeg", u"gif"};
+using appserialization::layout::kScreenshotFormats;
+using appserialization::layout::ScreenshotFormatRow;
 
 }  // namespace
 
 bool isPackagedFormat(ustring_view format) {
     const ustring lower = fl::i18n::to_lower(format);
-    return std::find(kFormats.begin(), kFormats.end(), lower) != kFormats.end();
+    return std::ranges::any_of(
+        kScreenshotFormats, [&](const ScreenshotFormatRow& row) { return lower == row.extension; });
 }
 
 ustring screenshotFormatOf(const FileName& image) {

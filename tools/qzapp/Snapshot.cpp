@@ -27,7 +27,6 @@ using opc::model::Part;
 
 constexpr std::size_t kMaxLineBytes = 2000;
 constexpr std::size_t kShownLineBytes = 120;
-constexpr std::uint64_t kMaxXmlBytes = std::uint64_t{16} << 20;
 const foundation::ustring kRelationshipsPart = u"/_rels/.rels";
 
 std::string_view textOf(const std::vector<std::uint8_t>& bytes) {

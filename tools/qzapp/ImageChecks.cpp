@@ -1,32 +1,16 @@
 #include <fmt/format.h>
-
-#include <algorithm>
-#include <array>
-#include <cstdint>
+#include <fl/i18n.hpp>
 
 #include "tools/qzapp/Checks.hpp"
 #include "tools/qzapp/Display.hpp"
+#include "tools/qzapp/ImageKind.hpp"
+#include "tools/qzapp/ScreenshotFormats.hpp"
 
 namespace qzapp {
 namespace {
 
 using std::string_view;
 using namespace std::string_view_literals;
-
-struct ImageKind {
-    string_view format, signature, end;
-};
-constexpr std::array kKinds = {
-    ImageKind{"png", "\x89PNG\r\n\x1a\n", "IEND\xAE\x42\x60\x82"},
-    ImageKind{"jpg", "\xFF\xD8\xFF", "\xFF\xD9"},
-    ImageKind{"gif", "GIF8", ";"},
-};
-
-const ImageKind* kindOf(string_view bytes) {
-    const auto* const found = std::ranges::find_if(
-        kKinds, [&](const ImageKind& kind) { return bytes.starts_with(kind.signature); });
-    return found == kKinds.end() ? nullptr : found;
-}
 
 // Where width and height stand as PNG has them: two numbers of four bytes.
 constexpr std::size_t kPngSizesAt = 16, kPngSizesEnd = 24;
@@ -60,20 +44,15 @@ void checkWhole(const ImageKind& kind, const std::string& part, string_view byte
 
 }  // namespace
 
-std::optional<string_view> imageFormat(string_view bytes) {
-    const ImageKind* kind = kindOf(bytes);
-    return kind ? std::optional(kind->format) : std::nullopt;
-}
-
 void checkImage(const FileName& file, const std::string& part, string_view format,
                 string_view bytes, Findings& findings) {
     const bool isText = file.native().ends_with(u".k");
     const std::string fix = isText
                                 ? "set a whole image as the app's screenshot in its editor"
                                 : fmt::format("qzapp edit {} --screenshot IMAGE", shellWord(file));
-    const ImageKind* kind = kindOf(bytes);
+    const ImageKind* kind = imageKindOf(bytes);
     const string_view meant = format == "jpeg" ? "jpg" : format;
-    if (std::ranges::find(kKinds, meant, &ImageKind::format) == kKinds.end()) {
+    if (!isPackagedFormat(fl::i18n::utf8_to_ustring(format))) {
         findings.add("screenshot-format", part,
                      fmt::format("the format is \"{}\", which a packaged app cannot hold", format),
                      fix);
