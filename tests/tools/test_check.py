@@ -142,7 +142,19 @@ class Check(CheckTest):
                          (1, b"qzapp: none.kvpkg: there is no such file; check the name\n"))
         self.assertIn(b"extension-case", result.stdout)
         self.assertTrue(result.stdout.endswith(b"app.kvpkg: no findings\n"))
-        self.assertEqual(self.run_tool("check").returncode, 2)
+        self.fails(2, 'check: FILE is required; see "qzapp check --help"', "check")
+        self.fails(2, "--force: goes with --repair only; leave it out", "check", "--force", "app.kvpkg")
+
+    def test_folders_and_standard_input(self):
+        (self.dir / "d").mkdir()
+        self.create("d/a.kvpkg")
+        self.assertEqual(self.ok("check", "d"), "d/a.kvpkg: no findings\n")
+        bad = self.rewrite("d/a.kvpkg", "d/b.kvpkg", setting(MODEL_PART, b""))
+        text = self.ok("check", "-", input=self.read(bad))
+        self.assertTrue(text.startswith("standard input: 1 warning\n"), text)
+        self.assertIn("fix: qzapp edit FILE --model FILE\n", text)
+        self.assertIn("out.kvpkg: no findings\n", self.ok(
+            "check", "--repair", "out.kvpkg", "-", input=b"junk" + self.read("d/a.kvpkg")))
 
     def test_any_other_package_and_what_is_no_package(self):
         self.create()

@@ -96,6 +96,30 @@ class Info(ToolTest):
         self.assertRegex(errors[-2], "1099511627776 bytes or more, .* check that it is a text app$")
         self.assertRegex(errors[-1], "the screenshot in section app:thumbnail is damaged: .*1")
 
+    def test_an_app_may_come_from_standard_input(self):
+        self.create()
+        shutil.copy(EXAMPLE / "heatfield.k", self.dir / "t.k")
+        (self.dir / "tmp").mkdir()
+        temporary = {"TMPDIR": str(self.dir / "tmp")}
+        for name, verbs in [("app.kvpkg", ["info", "show", "check", "parts", "items"]),
+                            ("t.k", ["info", "show", "check"])]:
+            for verb in verbs:
+                given = self.ok(verb, "-", input=self.read(name), env=temporary)
+                self.assertEqual(given, self.ok(verb, name).replace(name, "standard input"), verb)
+        self.ok("diff", "-", "app.kvpkg", input=self.read("app.kvpkg"))
+        self.ok("extract", "-", "-o", "out", input=self.read("app.kvpkg"))
+        self.assertEqual(self.read("out/appModel.kvd"), (EXAMPLE / "appModel.kvd").read_bytes())
+        self.ok("convert", "-", "c.kvpkg", "--model", "t.k", "--force", input=b"x = 1;\n")
+        rows = [
+            ("standard input: has no name for a folder; name one with -o", ["extract", "-"]),
+            ("-: standard input can be one file only; name the others", ["diff", "-", "-"]),
+            ("-: standard input can be one file only; name the others",
+             ["convert", "-", "d.kvpkg", "--model", "-"]),
+        ]
+        for message, args in rows:
+            self.fails(2, message, *args, input=self.read("t.k"))
+        self.assertEqual(os.listdir(self.dir / "tmp"), [])
+
     def test_output_that_cannot_be_written_is_an_error(self):
         self.small("a.kvpkg")
         for args in (["info", "a.kvpkg"], ["--help"], ["info", "--help"], ["parts", "a.kvpkg"]):

@@ -65,8 +65,7 @@ bool isFolder(const std::string& name) {
     return fs::is_directory(name, ignored);
 }
 
-std::vector<std::string> appsBelow(const FileName& folder,
-                                   const std::function<void(const std::string&)>& complain) {
+std::vector<std::string> appsBelow(const FileName& folder, const Complain& complain) {
     std::vector<std::string> apps;
     std::vector<std::string> folders = {folder.bytes()};
     while (!folders.empty()) {
@@ -81,6 +80,20 @@ std::vector<std::string> appsBelow(const FileName& folder,
     }
     std::sort(apps.begin(), apps.end());
     return apps;
+}
+
+std::vector<std::string> filesOf(const std::vector<std::string>& names, const Complain& complain) {
+    std::vector<std::string> files;
+    for (const std::string& name : names) {
+        if (!isFolder(name)) {
+            files.push_back(name);
+            continue;
+        }
+        const auto apps = appsBelow(fileArgument(name), complain);
+        if (apps.empty()) complain(name + ": holds no app; check the name");
+        files.insert(files.end(), apps.begin(), apps.end());
+    }
+    return files;
 }
 
 }  // namespace qzapp

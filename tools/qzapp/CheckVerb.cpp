@@ -3,12 +3,15 @@
 #include <fl/i18n.hpp>
 #include <nlohmann/json.hpp>
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tools/qzapp/AppFolder.hpp"
 #include "tools/qzapp/Arguments.hpp"
 #include "tools/qzapp/Checks.hpp"
 #include "tools/qzapp/Display.hpp"
@@ -17,7 +20,9 @@
 #include "tools/qzapp/Forms.hpp"
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
+#include "tools/qzapp/Progress.hpp"
 #include "tools/qzapp/Repair.hpp"
+#include "tools/qzapp/StandardInput.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
 namespace qzapp {
@@ -58,20 +63,31 @@ int statusOf(const Findings& findings, const CheckOptions& options) {
     return fails ? kFailed : kDone;
 }
 
+int checkOne(const FileName& file, const CheckOptions& options) {
+    const Findings findings = checkFile(file);
+    print(options.json ? jsonLine(toJson(file, findings)) : sheetOf(file, findings));
+    return statusOf(findings, options);
+}
+
 int checkAll(const CheckOptions& options) {
     int status = kDone;
-    for (const std::string& name : options.files) {
+    const auto complain = [&](const std::string& text) {
+        report(text);
+        status = kFailed;
+    };
+    const auto files = filesOf(options.files, complain);
+    std::atomic<std::uint64_t> done = 0;
+    // A single file has a bar of its bytes, and on a terminal the output tells how far it is.
+    const Progress progress(files.size() == 1 || outputIsTerminal() ? 0 : files.size(), done);
+    for (const std::string& name : files) {
         try {
-            const FileName file = fileArgument(name);
-            const Findings findings = checkFile(file);
-            print(options.json ? jsonLine(toJson(file, findings)) : sheetOf(file, findings));
-            if (statusOf(findings, options) != kDone) status = kFailed;
+            if (checkOne(appArgument(name), options) != kDone) status = kFailed;
         } catch (const OutputError&) {
             throw;
         } catch (const Error& e) {
-            report(e.what());
-            status = kFailed;
+            complain(e.what());
         }
+        ++done;
     }
     return status;
 }
@@ -119,8 +135,9 @@ void requireOtherFile(const FileName& file, const FileName& out) {
 }
 
 int repair(const CheckOptions& options) {
-    if (options.files.size() != 1) throw UsageError("--repair", "takes one FILE");
-    const FileName file = fileArgument(options.files[0]);
+    if (options.files.size() != 1)
+        throw UsageError("--repair", "takes one FILE; repair them one by one");
+    const FileName file = appArgument(options.files[0]);
     const FileName out = outArgument(file, *options.repair);
     requireFile(file);
     if (isTextName(file)) {
@@ -140,7 +157,10 @@ int check(const CheckOptions& options) {
         print(options.json ? jsonLine(rulesJson()) : rulesSheet());
         return kDone;
     }
-    if (options.files.empty()) throw UsageError("check", "FILE is required");
+    if (options.force && !options.repair)
+        throw UsageError("--force", "goes with --repair only; leave it out");
+    if (options.files.empty())
+        throw UsageError("check", "FILE is required; see \"qzapp check --help\"");
     return options.repair ? repair(options) : checkAll(options);
 }
 
@@ -165,7 +185,8 @@ Action declareCheck(CLI::App& command) {
     const auto options = std::make_shared<CheckOptions>();
     command
         .add_option("FILE", options->files,
-                    "Packaged (.kvpkg) or text (.k) apps, or any other packages")
+                    "Packaged (.kvpkg) or text (.k) apps, any other packages, folders of\n"
+                    "apps, or \"-\"")
         ->type_name("");
     command.add_flag("--strict", options->strict, "Let warnings fail, as errors do");
     command.add_flag("--json", options->json, "One JSON object a line and file");
@@ -178,7 +199,8 @@ Action declareCheck(CLI::App& command) {
     command.footer(
         "Lists what is wrong with a file and what to do about it: errors, which readers refuse;\n"
         "warnings, which they read in another way than meant; notes. Everything is read to its\n"
-        "end. The exit status is 1 when there are errors. FILE is never changed.\n\n"
+        "end. The exit status is 1 when there are errors. FILE is never changed. Standard input,\n"
+        "\"-\", is taken for an app.\n\n"
         "Examples:\n"
         "  qzapp check --strict apps/*.kvpkg\n"
         "  qzapp check --repair atlas-repaired.kvpkg atlas.kvpkg");

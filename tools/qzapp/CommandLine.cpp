@@ -98,7 +98,9 @@ void declareTool(CLI::App& app) {
     app.require_subcommand(1);
     nameThings(*app.get_formatter());
     app.footer(
-        "\"qzapp VERB --help\" shows a verb's options with an example.\n"
+        "\"qzapp VERB --help\" shows a verb's options with an example. Where a verb reads a file, "
+        "\"-\"\n"
+        "is standard input.\n"
         "Exit status: 0 done, 1 failed, 2 wrong command line. SOURCE_DATE_EPOCH, in seconds since\n"
         "1970, sets the time that files carry.");
 }

@@ -17,6 +17,7 @@
 #include "tools/qzapp/Output.hpp"
 #include "tools/qzapp/Packaging.hpp"
 #include "tools/qzapp/ScreenshotFormats.hpp"
+#include "tools/qzapp/StandardInput.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
 namespace qzapp {
@@ -84,7 +85,8 @@ Conversion convertText(const FileName& in) {
 
 int convert(const ConvertOptions& options) {
     const FileName out = newPackageArgument(options.out);
-    const FileName in = fileArgument(options.in);
+    requireOneStandardInput({options.in, options.model});
+    const FileName in = appArgument(options.in);
     requireForm(in, Form::Text);
     Conversion conversion = convertText(in);
     conversion.content.model = modelArgument(options.model);
@@ -101,18 +103,19 @@ int convert(const ConvertOptions& options) {
 
 Action declareConvert(CLI::App& command) {
     const auto options = std::make_shared<ConvertOptions>();
-    command.add_option("IN.k", options->in, "The text app")->required()->type_name("");
+    command.add_option("IN.k", options->in, "The text app, or \"-\"")->required()->type_name("");
     command.add_option("OUT.kvpkg", options->out, "The packaged app to make")
         ->required()
         ->type_name("");
     command
         .add_option("--model", options->model,
-                    "Binary app model, which a text app does not have; \"-\" is standard input")
+                    "Binary app model, which a text app does not have, or \"-\"")
         ->required()
         ->type_name("FILE");
     command.add_flag("--force", options->force, "Replace OUT.kvpkg if it exists");
     command.footer(
-        "The code text is the whole source as it stands. Says what a packaged app cannot hold.\n\n"
+        "The code text is the whole source as it stands. Says what a packaged app cannot hold.\n"
+        "One of IN.k and model may be \"-\", standard input.\n\n"
         "Example:\n"
         "  qzapp convert atlas.k atlas.kvpkg --model atlas.kvd");
     return [options] { return convert(*options); };

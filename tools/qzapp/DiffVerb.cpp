@@ -13,13 +13,13 @@
 #include <utility>
 #include <vector>
 
-#include "tools/qzapp/Arguments.hpp"
 #include "tools/qzapp/Comparison.hpp"
 #include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
 #include "tools/qzapp/Snapshot.hpp"
+#include "tools/qzapp/StandardInput.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
 namespace qzapp {
@@ -172,7 +172,8 @@ int reportErrors(const ordered_json& changes) {
 }
 
 int diff(const DiffOptions& options) {
-    AppPair pair{fileArgument(options.a), fileArgument(options.b), {}, {}};
+    requireOneStandardInput({options.a, options.b});
+    AppPair pair{appArgument(options.a), appArgument(options.b), {}, {}};
     pair.a = takeSnapshot(pair.fileA);
     pair.b = takeSnapshot(pair.fileB);
     const ordered_json changes = compare(pair);
@@ -195,7 +196,7 @@ int diffOrTrouble(const DiffOptions& options) {
 
 Action declareDiff(CLI::App& command) {
     const auto options = std::make_shared<DiffOptions>();
-    command.add_option("A", options->a, "A packaged (.kvpkg) or text (.k) app")
+    command.add_option("A", options->a, "A packaged (.kvpkg) or text (.k) app, or \"-\"")
         ->required()
         ->type_name("");
     command.add_option("B", options->b, "Another, of either form")->required()->type_name("");

@@ -202,6 +202,8 @@ Plan planFor(const FileName& file, const Selection& selection) {
 // The app's name without its extension.
 FileName directoryFor(const FileName& file, const ExtractOptions& options) {
     if (options.directory) return fileArgument(*options.directory);
+    if (isStandardInput(file))
+        throw UsageError(file.shown, "has no name for a folder; name one with -o");
     return fileArgument(file.shown.substr(0, file.shown.rfind('.')));
 }
 
@@ -261,7 +263,7 @@ int extractToOutput(const FileName& file, const Selection& selection) {
 }
 
 int extract(const ExtractOptions& options) {
-    const FileName file = fileArgument(options.file);
+    const FileName file = appArgument(options.file);
     const Selection selection(options.only);
     if (options.directory == kStandardStream) return extractToOutput(file, selection);
     return extractToFolder(file, selection, options);
@@ -271,7 +273,7 @@ int extract(const ExtractOptions& options) {
 
 Action declareExtract(CLI::App& command) {
     const auto options = std::make_shared<ExtractOptions>();
-    command.add_option("FILE", options->file, "A packaged (.kvpkg) or text (.k) app")
+    command.add_option("FILE", options->file, "A packaged (.kvpkg) or text (.k) app, or \"-\"")
         ->required()
         ->type_name("");
     command

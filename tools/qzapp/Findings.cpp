@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "tools/qzapp/Display.hpp"
+#include "tools/qzapp/StandardInput.hpp"
 
 namespace qzapp {
 namespace {
@@ -119,6 +120,7 @@ std::string rulesSheet() {
 }
 
 std::string shellWord(const FileName& file) {
+    if (isStandardInput(file)) return "FILE";
     constexpr std::string_view kPlain =
         "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+@%-";
     const std::string& name = file.shown;

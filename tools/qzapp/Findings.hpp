@@ -142,7 +142,7 @@ std::string sheetOf(const FileName& file, const Findings& findings);
 nlohmann::ordered_json rulesJson();
 std::string rulesSheet();
 
-// A file's name as a shell takes it, for commands in fixes.
+// A file's name as a shell takes it, for commands in fixes; "FILE" for standard input.
 std::string shellWord(const FileName& file);
 
 }  // namespace qzapp

@@ -3,7 +3,8 @@
 #include <fl/i18n.hpp>
 
 #include <algorithm>
-#include <functional>
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,7 +12,6 @@
 #include <vector>
 
 #include "tools/qzapp/AppFolder.hpp"
-#include "tools/qzapp/Arguments.hpp"
 #include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Fields.hpp"
@@ -19,6 +19,8 @@
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
 #include "tools/qzapp/Program.hpp"
+#include "tools/qzapp/Progress.hpp"
+#include "tools/qzapp/StandardInput.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
 namespace qzapp {
@@ -148,22 +150,6 @@ std::string describe(const FileName& file, const InfoOptions& options) {
     });
 }
 
-// The files that are named, and instead of folders the apps in them.
-std::vector<std::string> filesOf(const std::vector<std::string>& names,
-                                 const std::function<void(const std::string&)>& complain) {
-    std::vector<std::string> files;
-    for (const std::string& name : names) {
-        if (!isFolder(name)) {
-            files.push_back(name);
-            continue;
-        }
-        const auto apps = appsBelow(fileArgument(name), complain);
-        if (apps.empty()) complain(name + ": holds no app; check the name");
-        files.insert(files.end(), apps.begin(), apps.end());
-    }
-    return files;
-}
-
 void requireSense(const InfoOptions& options) {
     if (options.field && options.json)
         throw UsageError("--field", "cannot be given with --json; leave one out");
@@ -188,14 +174,19 @@ int info(const InfoOptions& options) {
         report(text);
         status = kFailed;
     };
-    for (const std::string& name : filesOf(options.files, complain)) {
+    const auto files = filesOf(options.files, complain);
+    std::atomic<std::uint64_t> done = 0;
+    // On a terminal the output tells how far it is.
+    const Progress progress(outputIsTerminal() ? 0 : files.size(), done);
+    for (const std::string& name : files) {
         try {
-            print(describe(fileArgument(name), options));
+            print(describe(appArgument(name), options));
         } catch (const OutputError&) {
             throw;
         } catch (const Error& e) {
             complain(e.what());
         }
+        ++done;
     }
     return status;
 }
@@ -206,7 +197,7 @@ Action declareInfo(CLI::App& command) {
     const auto options = std::make_shared<InfoOptions>();
     command
         .add_option("FILE", options->files,
-                    "Packaged (.kvpkg) or text (.k) apps, or folders of them")
+                    "Packaged (.kvpkg) or text (.k) apps, folders of them, or \"-\"")
         ->required()
         ->type_name("");
     command.add_flag("--json", options->json, "One JSON object a line and file");

@@ -7,7 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "tools/qzapp/Arguments.hpp"
 #include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
@@ -15,6 +14,7 @@
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
 #include "tools/qzapp/Progress.hpp"
+#include "tools/qzapp/StandardInput.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
 namespace qzapp {
@@ -73,7 +73,7 @@ std::string itemsTable(const ordered_json& items, bool verify) {
 }
 
 int items(const ListOptions& options) {
-    const FileName file = fileArgument(options.file);
+    const FileName file = inputArgument(options.file);
     requireFile(file);
     const ordered_json entries = readItems(file, options.verify);
     print(options.json ? jsonLine({{"items", entries}}) : itemsTable(entries, options.verify));
@@ -84,7 +84,7 @@ int items(const ListOptions& options) {
 
 Action declareItems(CLI::App& command) {
     const auto options = std::make_shared<ListOptions>();
-    addListOptions(command, *options, "Any zip file, package or not");
+    addListOptions(command, *options, "Any zip file, package or not, or \"-\"");
     command.footer(
         "Lists the items in the order of their data in the file.\n\n"
         "Example:\n"

@@ -11,6 +11,7 @@
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
 #include "tools/qzapp/Forms.hpp"
+#include "tools/qzapp/Progress.hpp"
 
 namespace qzapp {
 namespace {
@@ -94,16 +95,16 @@ std::string shownName(const PartName& name) {
 }
 
 PackageView::PackageView(const FileName& itsFile) : file(itsFile) {
-    openZip();
+    zipRefusal = refusalOf(file, [&] { archive = ZipArchive::open(file.path); });
+    // To find what is left of a refused file takes reading it twice before.
+    const Progress progress((archive ? 1 : 3) * sizeOf(file));
+    if (!archive) about(file, [&] { archive = ZipArchive::salvage(file.path, lost); });
     viewItems();
     readTypes();
     readRelationships();
     openPackage();
 }
 
-void PackageView::openZip() {
-    zipRefusal = refusalOf(file, [&] { archive = ZipArchive::open(file.path); });
-    if (!archive) about(file, [&] { archive = ZipArchive::salvage(file.path, lost); });
 }
 
 void PackageView::viewItems() {

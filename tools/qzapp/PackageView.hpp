@@ -60,7 +60,6 @@ public:
     std::optional<std::string> read(const ViewedItem& item, std::uint64_t limit) const;
 
 private:
-    void openZip();
     void viewItems();
     void readTypes();
     void readRelationships();

@@ -12,7 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include "tools/qzapp/Arguments.hpp"
 #include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
@@ -20,6 +19,7 @@
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
 #include "tools/qzapp/Progress.hpp"
+#include "tools/qzapp/StandardInput.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
 namespace qzapp {
@@ -145,7 +145,7 @@ std::string sheetFor(const ordered_json& package, bool verify) {
 }
 
 int parts(const ListOptions& options) {
-    const FileName file = fileArgument(options.file);
+    const FileName file = inputArgument(options.file);
     requireFile(file);
     const ordered_json package = readPackage(file, options.verify);
     print(options.json ? jsonLine(package) : sheetFor(package, options.verify));
@@ -162,7 +162,7 @@ int parts(const ListOptions& options) {
 
 Action declareParts(CLI::App& command) {
     const auto options = std::make_shared<ListOptions>();
-    addListOptions(command, *options, "Any package, whatever its extension");
+    addListOptions(command, *options, "Any package, whatever its extension, or \"-\"");
     command.footer(
         "Lists the parts, the package's relationships and its core properties.\n\n"
         "Example:\n"

@@ -17,6 +17,7 @@
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
 #include "tools/qzapp/PackageView.hpp"
+#include "tools/qzapp/Progress.hpp"
 #include "tools/qzapp/Transaction.hpp"
 
 namespace qzapp {
@@ -249,6 +250,7 @@ private:
 
 RepairReport repairPackage(const FileName& file, const FileName& out) {
     const PackageView view(file);
+    const Progress progress(sizeOf(file));
     RepairReport report;
     Transaction transaction(out, Transaction::Start::Empty);
     about(transaction.workingFile(), [&] {

@@ -6,13 +6,13 @@
 #include <string>
 #include <string_view>
 
-#include "tools/qzapp/Arguments.hpp"
 #include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
 #include "tools/qzapp/Snapshot.hpp"
+#include "tools/qzapp/StandardInput.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
 namespace qzapp {
@@ -137,7 +137,7 @@ int reportFaults(const FileName& file, const Snapshot& app) {
 int show(const ShowOptions& options) {
     if (options.text && options.json)
         throw UsageError("--text", "cannot be given with --json; leave one out");
-    const FileName file = fileArgument(options.file);
+    const FileName file = appArgument(options.file);
     const Snapshot app = takeSnapshot(file);
     print(options.json ? jsonLine(jsonOf(file, app)) : textOf(app));
     return options.text ? kDone : reportFaults(file, app);
@@ -147,7 +147,7 @@ int show(const ShowOptions& options) {
 
 Action declareShow(CLI::App& command) {
     const auto options = std::make_shared<ShowOptions>();
-    command.add_option("FILE", options->file, "A packaged (.kvpkg) or text (.k) app")
+    command.add_option("FILE", options->file, "A packaged (.kvpkg) or text (.k) app, or \"-\"")
         ->required()
         ->type_name("");
     command.add_flag("--text", options->text,

@@ -7,13 +7,16 @@
 #include <fl/Retry.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <span>
 #include <system_error>
 
 #include "tools/qzapp/Arguments.hpp"
+#include "tools/qzapp/Cleanup.hpp"
 #include "tools/qzapp/Errors.hpp"
 
 namespace qzapp {
@@ -24,9 +27,17 @@ using fl::filesystem::FileDescriptor;
 constexpr const char* kName = "standard input";
 constexpr std::size_t kReadBytes = std::size_t{256} << 10;
 
+// A zip file has a zero byte in its first record, whatever it begins with.
+constexpr std::size_t kSniffedBytes = 4096;
+
 [[noreturn]] void throwNotKept(const std::string& folder, const std::string& reason) {
     throw Error(kName, fmt::format("cannot be kept in {} ({}); name a folder with room in TMPDIR",
                                    folder, reason));
+}
+
+std::string temporaryFolder() {
+    const char* named = std::getenv("TMPDIR");
+    return named != nullptr && *named != '\0' ? named : "/tmp";
 }
 
 FileDescriptor makeNamelessFile(const std::string& folder) {
@@ -48,8 +59,7 @@ std::size_t readSome(std::span<std::byte> buffer) {
 }
 
 FileDescriptor keepStandardInput() {
-    const char* named = std::getenv("TMPDIR");
-    const std::string folder = named != nullptr && *named != '\0' ? named : "/tmp";
+    const std::string folder = temporaryFolder();
     FileDescriptor file = makeNamelessFile(folder);
     std::vector<std::byte> buffer(kReadBytes);
     std::uint64_t size = 0;
@@ -65,12 +75,66 @@ FileDescriptor keepStandardInput() {
     return file;
 }
 
+// Kept once, whoever asks for it.
+const FileDescriptor& keptInput() {
+    static const FileDescriptor kept = keepStandardInput();
+    return kept;
+}
+
+std::string nameOf(const FileDescriptor& file) {
+    return fmt::format("/proc/self/fd/{}", file.get());
+}
+
+bool looksPackaged(const FileDescriptor& file) {
+    std::array<std::byte, kSniffedBytes> start;
+    const auto count = file.readAt(start, 0);
+    return std::find(start.begin(), start.begin() + count, std::byte{0}) != start.begin() + count;
+}
+
+// A file under a name of our own, gone when the process ends.
+class NamedInput {
+public:
+    NamedInput(const FileDescriptor& file, const std::string& extension)
+        : folder_(makeFolder()), link_(folder_.path() + "/app" + extension) {
+        if (::symlink(nameOf(file).c_str(), link_.path().c_str()) == 0) return;
+        const int reason = errno;
+        folder_.remove();
+        throwNotKept(temporaryFolder(), std::generic_category().message(reason));
+    }
+    ~NamedInput() {
+        link_.remove();
+        folder_.remove();
+    }
+    NamedInput(const NamedInput&) = delete;
+    NamedInput& operator=(const NamedInput&) = delete;
+
+    const std::string& name() const noexcept { return link_.path(); }
+
+private:
+    static std::string makeFolder() {
+        std::string name = temporaryFolder() + "/qzapp-XXXXXX";
+        if (::mkdtemp(name.data()) != nullptr) return name;
+        throwNotKept(temporaryFolder(), std::generic_category().message(errno));
+    }
+
+    Leftover folder_, link_;
+};
+
 }  // namespace
 
 FileName inputArgument(const std::string& value) {
     if (value != kStandardStream) return fileArgument(value);
-    static const FileDescriptor kept = keepStandardInput();
-    return {kName, fl::filesystem::path::fromBytes(fmt::format("/proc/self/fd/{}", kept.get()))};
+    return {kName, fl::filesystem::path::fromBytes(nameOf(keptInput()))};
+}
+
+FileName appArgument(const std::string& value) {
+    if (value != kStandardStream) return fileArgument(value);
+    static const NamedInput input(keptInput(), looksPackaged(keptInput()) ? ".kvpkg" : ".k");
+    return {kName, fl::filesystem::path::fromBytes(input.name())};
+}
+
+bool isStandardInput(const FileName& file) {
+    return file.shown == kName;
 }
 
 void requireOneStandardInput(const std::vector<std::optional<std::string>>& values) {

@@ -16,6 +16,14 @@ inline constexpr const char* kStandardStream = "-";
 // the program that should have filled it failed.
 FileName inputArgument(const std::string& value);
 
+// The app to be read that `value` names. Readers know the form of an app by its extension, so standard
+// input gets one here: that of a packaged app when it holds a zero byte near its start, as zip files
+// do, that of a text app otherwise.
+FileName appArgument(const std::string& value);
+
+// Whether messages about the file call it standard input, which no command can name again.
+bool isStandardInput(const FileName& file);
+
 // Throws UsageError when more than one of these options is "-".
 void requireOneStandardInput(const std::vector<std::optional<std::string>>& values);
 

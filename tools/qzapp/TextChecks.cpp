@@ -14,6 +14,7 @@
 #include "tools/qzapp/Checks.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
+#include "tools/qzapp/Progress.hpp"
 
 namespace qzapp {
 namespace {
@@ -255,6 +256,7 @@ private:
 
 void checkText(const FileName& file, Findings& findings) {
     try {
+        const Progress progress(2 * sizeOf(file));  // here and by the reader
         const std::string text =
             readBytes(file, appserialization::KAppMetadataReader::kLargestFile);
         TextChecks(file, text, findings).run();
