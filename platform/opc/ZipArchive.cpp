@@ -33,6 +33,10 @@ fl::filesystem::FileDescriptor openFile(const fl::filesystem::path& file) {
 
 }  // namespace
 
+ZipRefusal::ZipRefusal(ZipRule rule, const std::string& message)
+    : Exception(message), rule_(rule) {}
+ZipRefusal::~ZipRefusal() = default;
+
 std::string ZipItem::displayName() const {
     return zip::displayName(name, nameIsUtf8);
 }
@@ -57,11 +61,13 @@ struct ZipArchive::State final : ByteSource {
     std::vector<ZipItem> items;
     NameIndex names;
     std::string comment;
+    ArchiveBounds bounds;
 };
 
 void ZipArchive::State::read(ArchiveBytes& bytes) {
     ArchiveEnd end = readArchiveEnd(bytes, path);
     comment = std::move(end.comment);
+    bounds = {end.directory.offset, end.fileEnd};
     readDirectoryBytes(bytes, end.directory);
     items = readDirectory(directory, end.directory.count, path);
     checkLocalHeaders(items, end.directory.offset, bytes, path);
@@ -83,9 +89,9 @@ std::optional<std::vector<ZipItem>> ZipArchive::State::readDirectoryIfWhole() {
 void ZipArchive::State::readDirectoryBytes(ArchiveBytes& bytes,
                                            const format::DirectoryRecord& record) {
     if (record.size > kLargestDirectory) {
-        throwZipError(path, "has a directory of " + std::to_string(record.size) +
-                                " bytes; the most that is supported is " +
-                                std::to_string(kLargestDirectory));
+        refuseZip(ZipRule::Directory, path,
+                  "has a directory of " + std::to_string(record.size) +
+                      " bytes; the most that is supported is " + std::to_string(kLargestDirectory));
     }
     directory.resize(record.size);
     bytes.copy(record.offset, std::as_writable_bytes(std::span(directory)));
@@ -148,6 +154,9 @@ std::unique_ptr<InputStream> ZipArchive::read(const ZipItem& item) const {
 
 const std::string& ZipArchive::comment() const noexcept {
     return state_->comment;
+}
+const ArchiveBounds& ZipArchive::bounds() const noexcept {
+    return state_->bounds;
 }
 const fl::filesystem::path& ZipArchive::path() const noexcept {
     return state_->path;

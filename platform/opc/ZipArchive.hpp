@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/Export.hpp>
+#include <opc/Exception.hpp>
 #include <opc/Streams.hpp>
 
 #include <fl/FileDescriptor.hpp>
@@ -47,8 +48,34 @@ struct PLATFORM_API LostItem {
     std::string reason;
 };
 
+// What a zip file that open() refuses is like.
+enum class ZipRule {
+    End,          // its end record is missing or does not fit the file: it is cut or was changed
+    Directory,    // the directory is no list of items
+    Item,         // an item is not as the directory says, or overlaps another
+    Hidden,       // an item is there that the directory does not list
+    Names,        // two items have names that a reader takes for one
+    Unsupported,  // it is whole, but of a kind that packages do not allow
+};
+class PLATFORM_API ZipRefusal : public Exception {
+public:
+    ZipRefusal(ZipRule rule, const std::string& message);
+    ~ZipRefusal() override;
+    ZipRule rule() const noexcept { return rule_; }
+
+private:
+    ZipRule rule_;
+};
+
+// Where the directory starts, and where the end record with its comment ends: what stands behind that
+// belongs to nothing. Both are 0 where the file does not say, as salvage() finds it.
+struct PLATFORM_API ArchiveBounds {
+    std::uint64_t directory = 0;
+    std::uint64_t fileEnd = 0;
+};
+
 // A zip file open for reading. Opening reads the end record, the directory and every local header
-// once, in linear time, and refuses with opc::Exception whatever two readers could understand
+// once, in linear time, and refuses with ZipRefusal whatever two readers could understand
 // differently: counts and sizes that do not fit exactly, items that overlap, local headers that
 // contradict the directory, a second end record, names that are equal ignoring case, encryption,
 // several disks, names that hold a zero byte, methods other than stored and deflated. Safe to read from several threads.
@@ -79,6 +106,7 @@ public:
     std::unique_ptr<InputStream> read(const ZipItem& item) const;
 
     const std::string& comment() const noexcept;
+    const ArchiveBounds& bounds() const noexcept;
     const fl::filesystem::path& path() const noexcept;
     const fl::filesystem::FileDescriptor& file() const noexcept;
     // The file as it was when it was opened.

@@ -131,6 +131,36 @@ class Check(CheckTest):
                          [("item-damaged", "error", "/" + MODEL_PART)])
         self.assertIn("qzapp check --repair bad-repaired.kvpkg bad.kvpkg", findings[0]["fix"])
 
+    def test_bytes_that_belong_to_nothing(self):
+        whole = self.read(self.create())
+        end = whole.rindex(b"PK\5\6")
+        directory = int.from_bytes(whole[end + 16:end + 20], "little")
+        moved = (directory + 3).to_bytes(4, "little")
+        rows = [
+            ({"zip-behind"}, whole + b"more"),
+            ({"zip-gap"}, whole[:directory] + b"gap" + whole[directory:end + 16] + moved + whole[end + 20:]),
+            ({"zip-end", "zip-gap"}, b"junk" + whole),
+        ]
+        for expected, data in rows:
+            self.assertEqual(self.rules(self.write("odd.kvpkg", data)), expected)
+
+    def test_a_refused_zip_file_tells_what_it_is_like(self):
+        whole = self.read(self.create())
+        for name, method in [("KORVAL/code.k", zipfile.ZIP_STORED), ("a.png", zipfile.ZIP_BZIP2)]:
+            self.write(f"{method}.kvpkg", whole)
+            with zipfile.ZipFile(self.dir / f"{method}.kvpkg", "a", method) as package:
+                package.writestr(name, b"x")
+        rows = [
+            ("zip-end", whole[:-30]),
+            ("zip-directory", whole.replace(b"PK\1\2", b"PK\1\3", 1)),
+            ("zip-item", whole.replace(b"korval/code.k", b"korval/code.l", 1)),
+            ("zip-names", self.read(f"{zipfile.ZIP_STORED}.kvpkg")),
+            ("zip-unsupported", self.read(f"{zipfile.ZIP_BZIP2}.kvpkg")),
+        ]
+        for expected, data in rows:
+            found = self.report(self.write("odd.kvpkg", data))["findings"]
+            self.assertEqual([f["rule"] for f in found if f["rule"].startswith("zip-")][:1], [expected])
+
     def test_strict_and_several_files(self):
         self.create()
         self.rewrite("app.kvpkg", "warned.kvpkg", setting(MODEL_PART, b""))
@@ -163,7 +193,7 @@ class Check(CheckTest):
         self.write("empty.kvpkg", "")
         self.ok("check", "--strict", "any.docx")
         for name in ("text.kvpkg", "empty.kvpkg"):
-            self.assertEqual(self.rules(name), {"zip-refused"})
+            self.assertEqual(self.rules(name), {"zip-end"})
 
     def test_text_apps(self):
         good = (EXAMPLE / "heatfield.k").read_text()

@@ -9,7 +9,24 @@ namespace qzapp {
 namespace {
 
 using opc::zip::LostItem;
-using opc::zip::ZipItem;
+using opc::zip::ZipRule;
+
+RuleName ruleOf(ZipRule rule) {
+    switch (rule) {
+        case ZipRule::End:
+            return "zip-end";
+        case ZipRule::Directory:
+            return "zip-directory";
+        case ZipRule::Item:
+            return "zip-item";
+        case ZipRule::Hidden:
+            return "zip-hidden";
+        case ZipRule::Names:
+            return "zip-names";
+        default:
+            return "zip-unsupported";
+    }
+}
 
 void checkItem(const PackageView& package, const ViewedItem& item, Findings& findings) {
     if (!item.fault.empty()) {
@@ -26,15 +43,35 @@ void checkItem(const PackageView& package, const ViewedItem& item, Findings& fin
     }
 }
 
+// Salvaged items end where their data does, and not behind its descriptor.
+constexpr std::uint64_t kLargestDescriptor = 24;
+
+// Of a file without a directory, the bytes of what is lost are in the gaps.
 void checkGaps(const PackageView& package, Findings& findings) {
+    if (!package.lost.empty()) return;
     std::uint64_t end = 0, gaps = 0;
-    for (const ViewedItem& viewed : package.items) {
-        const ZipItem& item = *viewed.item;
-        if (item.headerOffset > end) gaps += item.headerOffset - end;
-        end = item.endOffset;
-    }
+    const opc::zip::ArchiveBounds& bounds = package.archive->bounds();
+    const bool isSalvaged = bounds.fileEnd == 0;
+    const auto goOn = [&](std::uint64_t start, std::uint64_t itsEnd) {
+        const std::uint64_t spare = isSalvaged && end != 0 ? kLargestDescriptor : 0;
+        if (start > end + spare) gaps += start - end;
+        end = itsEnd;
+    };
+    for (const ViewedItem& item : package.items)
+        goOn(item.item->headerOffset, item.item->endOffset);
+    if (!isSalvaged) goOn(bounds.directory, bounds.fileEnd);
     if (gaps == 0) return;
     findings.add("zip-gap", "", fmt::format("{} that belong to no item", byteCount(gaps)),
+                 repairFix(package.file));
+}
+
+void checkBehindEnd(const PackageView& package, Findings& findings) {
+    const std::uint64_t size = package.archive->stamp().size;
+    const std::uint64_t end = package.archive->bounds().fileEnd;
+    if (end == 0 || end == size) return;
+    findings.add("zip-behind", "",
+                 fmt::format("{} behind its end, at offset {}; a save drops them",
+                             byteCount(size - end), end),
                  repairFix(package.file));
 }
 
@@ -54,13 +91,14 @@ std::string repairFix(const FileName& file) {
 
 void checkContainer(const PackageView& package, Findings& findings) {
     if (!package.zipRefusal.empty()) {
-        findings.add("zip-refused", "", package.zipRefusal, repairFix(package.file));
+        findings.add(ruleOf(package.brokenRule), "", package.zipRefusal, repairFix(package.file));
     }
     for (const LostItem& lost : package.lost)
         findings.add("item-lost", lost.name, lost.reason, "get the file again");
     for (const ViewedItem& item : package.items)
         checkItem(package, item, findings);
-    if (package.zipRefusal.empty()) checkGaps(package, findings);
+    checkGaps(package, findings);
+    checkBehindEnd(package, findings);
 }
 
 }  // namespace qzapp

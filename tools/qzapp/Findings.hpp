@@ -26,12 +26,18 @@ struct Rule {
 
 // Every rule that "qzapp check" knows.
 inline constexpr std::array kRules = {
-    Rule{"zip-refused", Severity::Error, "all readers see one and the same zip file"},
+    Rule{"zip-end", Severity::Error, "the zip file's end is there and fits the rest"},
+    Rule{"zip-directory", Severity::Error, "the zip directory is a list of items"},
+    Rule{"zip-item", Severity::Error, "items are where and what the directory says"},
+    Rule{"zip-hidden", Severity::Error, "the directory lists every item"},
+    Rule{"zip-names", Severity::Error, "no reader takes two items for one"},
+    Rule{"zip-unsupported", Severity::Error, "the zip file is of a kind that packages allow"},
     Rule{"item-lost", Severity::Error, "every item can be found and read"},
     Rule{"item-damaged", Severity::Error, "content has the size and checksum that the file says"},
     Rule{"item-name", Severity::Warning, "the name of an item is the name of a part"},
     Rule{"item-folder", Severity::Note, "a package has no folder items"},
     Rule{"zip-gap", Severity::Note, "every byte in front of the directory belongs to an item"},
+    Rule{"zip-behind", Severity::Note, "nothing stands behind the end of the zip file"},
 
     Rule{"package-refused", Severity::Error, "the package keeps the rules of packages"},
     Rule{"types-missing", Severity::Error, "a package has [Content_Types].xml"},

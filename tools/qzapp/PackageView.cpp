@@ -95,16 +95,32 @@ std::string shownName(const PartName& name) {
 }
 
 PackageView::PackageView(const FileName& itsFile) : file(itsFile) {
-    zipRefusal = refusalOf(file, [&] { archive = ZipArchive::open(file.path); });
+    zipRefusal = refusalOf(file, [&] { open(); });
     // To find what is left of a refused file takes reading it twice before.
     const Progress progress((archive ? 1 : 3) * sizeOf(file));
-    if (!archive) about(file, [&] { archive = ZipArchive::salvage(file.path, lost); });
+    if (!archive) salvage();
     viewItems();
     readTypes();
     readRelationships();
     openPackage();
 }
 
+void PackageView::open() {
+    try {
+        archive = ZipArchive::open(file.path);
+    } catch (const opc::zip::ZipRefusal& refusal) {
+        brokenRule = refusal.rule();
+        throw;
+    }
+}
+
+void PackageView::salvage() {
+    about(file, [&] { archive = ZipArchive::salvage(file.path, lost); });
+    // Called as those that were found are.
+    for (opc::zip::LostItem& item : lost) {
+        if (PartName::isValid(u"/" + fl::i18n::utf8_to_ustring(item.name)))
+            item.name.insert(0, 1, '/');
+    }
 }
 
 void PackageView::viewItems() {

@@ -38,6 +38,7 @@ public:
     std::shared_ptr<const opc::zip::ZipArchive> archive;
     // Why readers refuse the zip file, then the package; empty when they do not.
     std::string zipRefusal, packageRefusal;
+    opc::zip::ZipRule brokenRule{};  // of the zip file, when they refuse that
     std::vector<opc::zip::LostItem> lost;
     const ViewedItem* typesItem = nullptr;
     // Where one of the two tables cannot be read, types and relationships are those that an app has.
@@ -60,6 +61,8 @@ public:
     std::optional<std::string> read(const ViewedItem& item, std::uint64_t limit) const;
 
 private:
+    void open();
+    void salvage();
     void viewItems();
     void readTypes();
     void readRelationships();

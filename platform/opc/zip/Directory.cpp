@@ -32,7 +32,7 @@ public:
 
 private:
     [[noreturn]] void fail(const std::string& what) const {
-        throwZipError(*file_, what + kGetAgain);
+        refuseZip(ZipRule::Directory, *file_, what + kGetAgain);
     }
 
     Bytes nextRecord() {
@@ -107,7 +107,7 @@ private:
     static void checkDisk(std::uint16_t disk, Bytes zip64, const ItemChecks& checks) {
         const bool isWide = disk == kInZip64_16 && zip64.size() >= sizeof(std::uint32_t);
         if (disk == 0 || (isWide && load32(zip64, 0) == 0)) return;
-        checks.fail(
+        checks.failUnsupported(
             "stands on another disk of a zip archive of several, which is not supported; join "
             "them first");
     }
@@ -134,12 +134,13 @@ private:
 
     static void checkContent(const ZipItem& item, const ItemChecks& checks) {
         if (item.name.find('\0') != std::string::npos) {
-            checks.fail("has a name that holds a zero byte, where some readers end it; rename it");
+            checks.failUnsupported(
+                "has a name that holds a zero byte, where some readers end it; rename it");
         }
         if (item.method != Method::Stored && item.method != Method::Deflated) {
-            checks.fail("is compressed by method " +
-                        std::to_string(static_cast<unsigned>(item.method)) +
-                        "; packages allow only 0 (stored) and 8 (deflated); pack it anew");
+            checks.failUnsupported(
+                "is compressed by method " + std::to_string(static_cast<unsigned>(item.method)) +
+                "; packages allow only 0 (stored) and 8 (deflated); pack it anew");
         }
         if (item.method == Method::Stored && item.size != item.compressedSize) {
             checks.failDamaged("is stored, but declares " + std::to_string(item.size) +

@@ -24,6 +24,7 @@ public:
         checkDisks(load16(record, end::kDisk), load16(record, end::kDirectoryDisk));
         ArchiveEnd found;
         found.comment = asText(record.subspan(end::kRecordSize, commentLength(at_)));
+        found.fileEnd = offsetInFile(endOf(at_));
         found.directory = readDirectoryRecord(record);
         checkDirectory(found.directory);
         return found;
@@ -31,7 +32,7 @@ public:
 
 private:
     [[noreturn]] void fail(const std::string& what) const {
-        throwZipError(*file_, what + kGetAgain);
+        refuseZip(ZipRule::End, *file_, what + kGetAgain);
     }
 
     std::uint64_t offsetInFile(std::size_t at) const {
@@ -112,9 +113,9 @@ private:
             return number == 0 || number == kInZip64_16;
         };
         if (!isFirst(disk) || !isFirst(directoryDisk)) {
-            throwZipError(*file_,
-                          "is one of several disks of a zip archive, which is not supported; join "
-                          "them first");
+            refuseZip(ZipRule::Unsupported, *file_,
+                      "is one of several disks of a zip archive, which is not supported; join "
+                      "them first");
         }
     }
 

@@ -4,6 +4,7 @@
 
 #include <fl/filesystem.hpp>
 
+#include <cstdint>
 #include <string>
 
 namespace opc::zip {
@@ -15,6 +16,7 @@ inline constexpr std::size_t kEndSearch = format::end::kRecordSize + format::end
 struct ArchiveEnd {
     format::DirectoryRecord directory;
     std::string comment;
+    std::uint64_t fileEnd;  // where the comment ends
 };
 
 // Finds the one end record and reads it and its zip64 records. Throws opc::Exception when there is

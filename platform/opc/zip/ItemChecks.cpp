@@ -16,17 +16,17 @@ bool isAscii(std::string_view text) {
 
 }  // namespace
 
-void ItemChecks::fail(const std::string& what) const {
-    throwItemError(*file_, item_->displayName(), what);
+void ItemChecks::failUnsupported(const std::string& what) const {
+    refuseItem(ZipRule::Unsupported, *file_, item_->displayName(), what);
 }
 
 void ItemChecks::failDamaged(const std::string& what) const {
-    fail(what + kGetAgain);
+    refuseItem(ZipRule::Item, *file_, item_->displayName(), what + kGetAgain);
 }
 
 void ItemChecks::refuseEncryption(std::uint16_t flags) const {
     if (flags & format::flag::kAnyEncryption) {
-        fail("is encrypted, which packages do not allow; decrypt the file first");
+        failUnsupported("is encrypted, which packages do not allow; decrypt the file first");
     }
 }
 

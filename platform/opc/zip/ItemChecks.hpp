@@ -17,7 +17,7 @@ public:
     ItemChecks(const fl::filesystem::path& file, const ZipItem& item)
         : file_(&file), item_(&item) {}
 
-    [[noreturn]] void fail(const std::string& what) const;
+    [[noreturn]] void failUnsupported(const std::string& what) const;
     // Tells to get the file again.
     [[noreturn]] void failDamaged(const std::string& what) const;
     void refuseEncryption(std::uint16_t flags) const;

@@ -149,10 +149,10 @@ void refuseHiddenItem(std::uint64_t from, std::uint64_t to, ArchiveBytes& bytes,
                       const fl::filesystem::path& file) {
     const auto found = bytes.find(local::kSignature, from, to);
     if (!found) return;
-    throwZipError(file, "there is an item at offset " + std::to_string(*found) +
-                            " that the directory does not list: readers could see two different "
-                            "packages" +
-                            kGetAgain);
+    refuseZip(ZipRule::Hidden, file,
+              "there is an item at offset " + std::to_string(*found) +
+                  " that the directory does not list: readers could see two different packages" +
+                  kGetAgain);
 }
 
 }  // namespace

@@ -13,10 +13,9 @@ namespace {
 
 [[noreturn]] void refuseSameNames(const fl::filesystem::path& file, const ZipItem& one,
                                   const ZipItem& other) {
-    throwItemError(file, one.displayName(),
-                   "there is a second item of this name, \"" +
-                       foundation::shown(other.displayName()) +
-                       "\": readers could see two different packages; remove one of them");
+    refuseItem(ZipRule::Names, file, one.displayName(),
+               "there is a second item of this name, \"" + foundation::shown(other.displayName()) +
+                   "\": readers could see two different packages; remove one of them");
 }
 
 }  // namespace

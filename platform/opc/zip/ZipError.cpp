@@ -41,6 +41,15 @@ void throwItemError(const fl::filesystem::path& file, const std::string& item,
     throwZipError(file, foundation::shown(item) + ": " + what);
 }
 
+void refuseZip(ZipRule rule, const fl::filesystem::path& file, const std::string& what) {
+    throw ZipRefusal(rule, foundation::shown(file) + ": " + what);
+}
+
+void refuseItem(ZipRule rule, const fl::filesystem::path& file, const std::string& item,
+                const std::string& what) {
+    refuseZip(rule, file, foundation::shown(item) + ": " + what);
+}
+
 void throwAsException(const std::system_error& error) {
     throw Exception(error.what());
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <opc/ZipArchive.hpp>
+
 #include <fl/filesystem.hpp>
 
 #include <string>
@@ -12,6 +14,12 @@ namespace opc::zip {
 [[noreturn]] void throwZipError(const fl::filesystem::path& file, const std::string& what);
 [[noreturn]] void throwItemError(const fl::filesystem::path& file, const std::string& item,
                                  const std::string& what);
+
+// The same for what makes a file one that is not opened.
+[[noreturn]] void refuseZip(ZipRule rule, const fl::filesystem::path& file,
+                            const std::string& what);
+[[noreturn]] void refuseItem(ZipRule rule, const fl::filesystem::path& file,
+                             const std::string& item, const std::string& what);
 
 // What to do about a file that was damaged, or made to be understood in two ways.
 inline constexpr const char* kGetAgain = "; get the file again from where it came from";
