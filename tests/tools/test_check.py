@@ -130,6 +130,9 @@ class Check(CheckTest):
         self.assertEqual([(f["rule"], f["severity"], f["part"]) for f in findings],
                          [("item-damaged", "error", "/" + MODEL_PART)])
         self.assertIn("qzapp check --repair bad-repaired.kvpkg bad.kvpkg", findings[0]["fix"])
+        # What cannot be read is not said to be empty, too.
+        self.flip("app.kvpkg", "bad.kvpkg", "docProps/core.xml")
+        self.assertEqual(self.rules("bad.kvpkg"), {"item-damaged"})
 
     def test_bytes_that_belong_to_nothing(self):
         whole = self.read(self.create())
@@ -189,6 +192,10 @@ class Check(CheckTest):
     def test_any_other_package_and_what_is_no_package(self):
         self.create()
         self.write("any.docx", self.read("app.kvpkg"))
+        with zipfile.ZipFile(self.dir / "other.zip", "w") as archive:
+            archive.writestr("a.txt", "x")
+        self.assertEqual([f["fix"] for f in self.report("other.zip")["findings"]],
+                         ['see what it holds with "qzapp items"'])
         self.write("text.kvpkg", "hello")
         self.write("empty.kvpkg", "")
         self.ok("check", "--strict", "any.docx")
@@ -203,7 +210,8 @@ class Check(CheckTest):
                   "<Description>D</Description>%s\n%}\n"
         rows = [
             (set(), good),
-            ({"appendix-missing", "name-missing", "field-empty"}, "x = 1"),
+            ({"appendix-missing"}, "x = 1"),
+            ({"name-missing", "field-empty"}, "%[app:internalData]\n%{\n%}\n"),
             ({"text-encoding"}, details.replace("%s", "").encode() + b"\xff"),
             ({"text-mark"}, "\ufeff" + details.replace("%s", "")),
             ({"section-twice"}, details.replace("%s", "") * 2),

@@ -23,6 +23,8 @@ Findings checkFile(const FileName& file);
 void checkImage(const FileName& file, const std::string& part, std::string_view format,
                 std::string_view bytes, Findings& findings);
 
+// What a repaired copy of a package is called in fixes.
+FileName repairedName(const FileName& file);
 // The fix for what is damaged in a package.
 std::string repairFix(const FileName& file);
 

@@ -4,6 +4,7 @@
 
 #include "tools/qzapp/Checks.hpp"
 #include "tools/qzapp/Display.hpp"
+#include "tools/qzapp/StandardInput.hpp"
 
 namespace qzapp {
 namespace {
@@ -77,16 +78,19 @@ void checkBehindEnd(const PackageView& package, Findings& findings) {
 
 }  // namespace
 
-std::string repairFix(const FileName& file) {
+FileName repairedName(const FileName& file) {
+    if (isStandardInput(file)) return {"OUT", {}};
     const std::string& name = file.shown;
     const std::size_t folder = name.rfind('/') + 1;  // 0 when there is none
     const std::size_t dot = name.find_last_of('.');
     const bool hasExtension = dot != std::string::npos && dot > folder;
     const std::string stem = hasExtension ? name.substr(0, dot) : name;
-    const std::string extension = hasExtension ? name.substr(dot) : "";
-    const FileName out{stem + "-repaired" + extension, {}};
-    return fmt::format("get the file again, or \"qzapp check --repair {} {}\"", shellWord(out),
-                       shellWord(file));
+    return {stem + "-repaired" + (hasExtension ? name.substr(dot) : ""), {}};
+}
+
+std::string repairFix(const FileName& file) {
+    return fmt::format("get the file again, or \"qzapp check --repair {} {}\"",
+                       shellWord(repairedName(file)), shellWord(file));
 }
 
 void checkContainer(const PackageView& package, Findings& findings) {

@@ -53,8 +53,10 @@ public:
 
 private:
     std::string edit(const std::string& options) const {
-        const char* when = package_.opens() ? "" : "once it is repaired: ";
-        return fmt::format("{}qzapp edit {} {}", when, shellWord(package_.file), options);
+        if (package_.opens())
+            return fmt::format("qzapp edit {} {}", shellWord(package_.file), options);
+        return fmt::format("once it is repaired: qzapp edit {} {}",
+                           shellWord(repairedName(package_.file)), options);
     }
 
     void missing(const AppPart& part) {
@@ -104,7 +106,7 @@ private:
                       fmt::format("{} relationships lead to such a part, so nobody can tell which "
                                   "one is meant",
                                   count),
-                      fmt::format("create the app anew with the right one (\"qzapp create\")"));
+                      "create the app anew with the right one (\"qzapp create\")");
     }
 
     void checkModel() {
@@ -112,7 +114,7 @@ private:
         if (named == nullptr) {
             findings_.add("model-missing", shown(layout::kModel.name),
                           "there is no such part, so readers take the file for no app",
-                          "get the file again, or make the app anew with \"qzapp create\"");
+                          "get the file again, or " + edit("--model FILE"));
             return;
         }
         used_.insert(named->name->key());
@@ -225,7 +227,8 @@ private:
         const ViewedItem* part = only(layout::kCoreProperties);
         std::map<std::string, std::string> properties;
         std::string fault;
-        for (const XmlElement& element : elementsOf(part, fault)) {
+        const auto elements = elementsOf(part, fault);
+        for (const XmlElement& element : elements) {
             if (element.depth == 2) properties.emplace(element.name, element.text);
         }
         // Where the package opens, its own check has told.
@@ -233,13 +236,14 @@ private:
             findings_.add("core-properties-rules", part->shownName, fault,
                           repairFix(package_.file));
         }
+        if (elements.empty()) return;  // which has been told
         if (properties["title"].empty()) {
             findings_.add("name-missing", "", "Name is empty; people see an app without a name",
                           edit("--set Name=NAME"));
         }
         empty("Summary", properties["description"]);
         empty("Author", properties["creator"]);
-        if (part != nullptr && properties["contentType"] != shown(layout::app::kPackageContentType)) {
+        if (properties["contentType"] != shown(layout::app::kPackageContentType)) {
             findings_.add(
                 "package-type", part->shownName,
                 fmt::format("contentType is \"{}\"; expected \"{}\"", properties["contentType"],

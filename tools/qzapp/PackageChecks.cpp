@@ -30,11 +30,18 @@ std::string shown(const ustring& text) {
     return fl::i18n::to_display(text);
 }
 
+// Any other kind of zip file: every further rule would speak up.
+bool isNoPackage(const PackageView& package) {
+    return package.typesItem == nullptr && package.relationshipsItem == nullptr &&
+           !isAppName(package.file);
+}
+
 void checkTypes(const PackageView& package, Findings& findings) {
     if (package.typesItem == nullptr) {
+        const bool isOther = isNoPackage(package) && package.zipRefusal.empty();
         findings.add("types-missing", kTypes,
                      "not a package: the zip file holds no \"[Content_Types].xml\"",
-                     repairFix(package.file));
+                     isOther ? "see what it holds with \"qzapp items\"" : repairFix(package.file));
         return;
     }
     const std::string& name = package.typesItem->item->name;
@@ -248,8 +255,7 @@ void checkRefusal(const PackageView& package, Findings& findings) {
 
 void checkPackage(const PackageView& package, Findings& findings) {
     checkTypes(package, findings);
-    const bool isAnyZip = package.typesItem == nullptr && package.relationshipsItem == nullptr;
-    if (isAnyZip && !isAppName(package.file)) return;  // every further rule would speak up
+    if (isNoPackage(package)) return;
     checkUntyped(package, findings);
     checkDerivedNames(package, findings);
     checkOwnRelationships(package, findings);

@@ -101,9 +101,9 @@ private:
         std::map<string_view, std::size_t> seen;
         for (const Marker& marker : markersIn(text_))
             checkSection(marker, seen[marker.name]++);
-        const bool isBare = std::ranges::none_of(
+        hasAppendix_ = std::ranges::any_of(
             kSections, [&](const Section& section) { return seen.contains(section.name); });
-        if (!isBare) return;
+        if (hasAppendix_) return;
         findings_.add("appendix-missing", "",
                       "has no appendix, so all its metadata reads as the defaults",
                       "add the section \"%[app:appDetails]\" (docs/format-k.md shows how)");
@@ -181,7 +181,7 @@ private:
         try {
             about(file_, [&] {
                 const appserialization::KAppMetadataReader reader(file_.native());
-                checkFields(reader.readMetadata());
+                if (hasAppendix_) checkFields(reader.readMetadata());
                 checkThumbnail(reader);
             });
         } catch (const Error& e) {
@@ -250,6 +250,7 @@ private:
     const FileName& file_;
     const std::string& text_;
     Findings& findings_;
+    bool hasAppendix_ = false;
 };
 
 }  // namespace
