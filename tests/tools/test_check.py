@@ -317,7 +317,7 @@ class Repair(CheckTest):
                    "the file again", "check", "--repair", "out.kvpkg", "text.kvpkg")
         self.fails(1, 'app.k: a text app is repaired in an editor; "qzapp check" says where',
                    "check", "--repair", "out.kvpkg", "app.k")
-        self.fails(2, 'out.zip: the name of a packaged app must end in ".kvpkg"',
+        self.fails(2, 'out.zip: the name of a packaged app must end in ".kvpkg"; choose another',
                    "check", "--repair", "out.zip", "app.kvpkg")
         self.assertEqual((self.names(), self.read("app.kvpkg")), before)
 

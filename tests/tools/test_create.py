@@ -62,7 +62,7 @@ class Create(ToolTest):
         self.assertEqual(self.read("a.kvpkg"), self.read("b.kvpkg"))
         parts = json.loads(self.ok("parts", "--json", "a.kvpkg"))
         self.assertEqual(parts["coreProperties"]["modified"], "2001-09-09T01:46:40Z")
-        self.fails(2, 'SOURCE_DATE_EPOCH: expected seconds since 1970, found "soon"',
+        self.fails(2, 'SOURCE_DATE_EPOCH: expected seconds since 1970, found "soon"; correct or unset it',
                    "info", "a.kvpkg", env={"SOURCE_DATE_EPOCH": "soon"})
 
     def test_an_existing_file_is_replaced_only_by_force(self):
@@ -83,8 +83,8 @@ class Create(ToolTest):
         self.write("m.kvd", "m")
         rest = ["--code", "c.k", "--model", "m.kvd"]
         rows = [
-            (["create", "a.zip", *rest], 'a.zip: the name of a packaged app must end in ".kvpkg"'),
-            (["create", ".kvpkg", *rest], '.kvpkg: the name of a packaged app must end in ".kvpkg"'),
+            (["create", "a.zip", *rest], 'a.zip: the name of a packaged app must end in ".kvpkg"; choose another'),
+            (["create", ".kvpkg", *rest], '.kvpkg: the name of a packaged app must end in ".kvpkg"; choose another'),
             (["create", "a.kvpkg", "--code", "c.k"],
              'create: --model is required; see "qzapp create --help"'),
             (["create", "a.kvpkg", *rest, "--set", "Name"],
@@ -97,7 +97,10 @@ class Create(ToolTest):
              '--set: "a\ufffd" is not valid UTF-8 at byte 1; use a UTF-8 locale'),
             (["create", b"\xff.kvpkg", *rest],
              "\ufffd.kvpkg: the file's name is not valid UTF-8 at byte 0; rename the file"),
-            (["pack"], f'"pack" is no verb; the verbs are {VERBS}'),
+            (["pack"], f'"pack" is no verb; the verbs are {VERBS}; see "qzapp --help"'),
+            (["--vers"], '"--vers" is no option; see "qzapp --help"'),
+            (["info", "--jsn"], 'info: "--jsn" is no option; see "qzapp info --help"'),
+            (["show", "a.k", "b.k"], 'show: "b.k" is one argument too many; see "qzapp show --help"'),
             ([], f'a verb is missing, one of {VERBS}; see "qzapp --help"'),
         ]
         for args, message in rows:

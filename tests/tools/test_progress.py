@@ -68,7 +68,8 @@ class Terminal(ToolTest):
         drawer.unlink()
         status, text = self.on_terminal("info", "--picture", "a.kvpkg", env={"PATH": str(tools)})
         self.assertEqual((status, text), (1, "qzapp: --picture: needs chafa or img2sixel to draw; install the "
-                                          "package chafa\n"))
+                                          'package chafa, or get the picture with "qzapp extract --only '
+                                          'screenshot"\n'))
         self.assertEqual(self.run_tool("info", "--picture", "a.kvpkg").returncode, 2)
 
     def test_a_folder_stands_for_its_apps(self):

@@ -89,8 +89,8 @@ class Info(ToolTest):
                           "fifo.k", "huge.k", "shot.k"])
         for error in ["qzapp: none.k: there is no such file; check the name",
                       f"qzapp: app.zip: {WRONG_NAME}",
-                      "qzapp: empty.kvpkg: File is missing App Model part; see what the file holds "
-                      'with "qzapp parts"',
+                      'qzapp: empty.kvpkg: File is missing App Model part; "qzapp check" tells what can be '
+                      "saved",
                       "qzapp: fifo.k: is not a regular file; copy its content into one"]:
             self.assertIn(error, errors)
         self.assertRegex(errors[-2], "1099511627776 bytes or more, .* check that it is a text app$")
@@ -292,7 +292,7 @@ class Convert(ToolTest):
              ["a.kvpkg", "b.kvpkg", "--model", "ok.k"]),
             (1, "none: there is no such file; check the name",
              ["ok.k", "b.kvpkg", "--model", "none"]),
-            (2, 'b: the name of a packaged app must end in ".kvpkg"', ["ok.k", "b", "--model", "ok.k"]),
+            (2, 'b: the name of a packaged app must end in ".kvpkg"; choose another', ["ok.k", "b", "--model", "ok.k"]),
         ]
         for status, message, args in rows:
             self.fails(status, message, "convert", *args)

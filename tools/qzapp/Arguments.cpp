@@ -33,7 +33,8 @@ FileName fileArgument(const std::string& value) {
 FileName newPackageArgument(const std::string& value) {
     const FileName file = fileArgument(value);
     if (!appserialization::hasExtension(file.native(), kPackagedExtension)) {
-        throw UsageError(value, "the name of a packaged app must end in \".kvpkg\"");
+        throw UsageError(value,
+                         "the name of a packaged app must end in \".kvpkg\"; choose another");
     }
     return file;
 }

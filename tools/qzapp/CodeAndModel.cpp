@@ -45,8 +45,8 @@ std::unique_ptr<opc::InputStream> openModel(const FileName& file) {
             package.getRelationshipsByType(appserialization::layout::kAppModelRelationship);
         if (models.empty()) {
             throw Error(file.shown,
-                        "has no relationship that leads to its model; see what it holds with "
-                        "\"qzapp parts\"");
+                        "has no relationship that leads to its model; \"qzapp check\" tells what "
+                        "can be saved");
         }
         return package.getTarget(models[0]).getInputStream();
     });

@@ -36,8 +36,9 @@ void takeTimeFromEnvironment() {
     const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), seconds);
     if (fault != std::errc() || end != text.data() + text.size() || seconds < 0 ||
         seconds > kLastSecond) {
-        throw UsageError("SOURCE_DATE_EPOCH",
-                         fmt::format("expected seconds since 1970, found \"{}\"", text));
+        throw UsageError(
+            "SOURCE_DATE_EPOCH",
+            fmt::format("expected seconds since 1970, found \"{}\"; correct or unset it", text));
     }
     foundation::clock::set(foundation::clock::Seconds(std::chrono::seconds(seconds)));
 }
@@ -56,18 +57,36 @@ std::string withoutDoubleGaps(std::string help) {
     return help;
 }
 
+// The parser's own words, but for what it expected least. A misspelt option explains why another thing
+// is missing.
+std::string reasonOf(const CLI::App& verb, const CLI::ParseError& e) {
+    const auto extra = verb.remaining();
+    for (const std::string& argument : extra) {
+        if (argument.starts_with('-')) return fmt::format("\"{}\" is no option", argument);
+    }
+    if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError) || extra.empty()) {
+        return e.what();
+    }
+    return fmt::format("\"{}\" is one argument too many", extra[0]);
+}
+
 // What is wrong, with the verb that the command line has got to.
 std::string complaint(const CLI::App& app, const CLI::ParseError& e,
                       std::string_view firstArgument) {
     const auto parsed = app.get_subcommands();
     if (!parsed.empty()) {
         const std::string verb = parsed[0]->get_name();
-        return fmt::format("{}: {}; see \"qzapp {} --help\"", verb, e.what(), verb);
+        return fmt::format("{}: {}; see \"qzapp {} --help\"", verb, reasonOf(*parsed[0], e), verb);
     }
+    constexpr const char* kSeeHelp = "see \"qzapp --help\"";
     if (firstArgument.empty()) {
-        return "a verb is missing, one of " + verbNames() + "; see \"qzapp --help\"";
+        return fmt::format("a verb is missing, one of {}; {}", verbNames(), kSeeHelp);
     }
-    return fmt::format("\"{}\" is no verb; the verbs are {}", firstArgument, verbNames());
+    if (firstArgument.starts_with('-')) {
+        return fmt::format("\"{}\" is no option; {}", firstArgument, kSeeHelp);
+    }
+    return fmt::format("\"{}\" is no verb; the verbs are {}; {}", firstArgument, verbNames(),
+                       kSeeHelp);
 }
 
 // Requests for help end the parsing as errors do.

@@ -72,7 +72,7 @@ ordered_json hunksOf(const std::string& a, const std::string& b) {
     const auto end = runProgram({"diff", "-a", "-u", fileA.name(), fileB.name()});
     if (!end) return nullptr;
     if (end->status != 0 && end->status != 1) {
-        throw Error("diff", fmt::format("ended with status {}; is it GNU diff?", end->status));
+        throw Error("diff", fmt::format("ended with status {}; install GNU diff", end->status));
     }
     // Two lines with names and times stand before the first hunk.
     const std::size_t hunk = end->output.find("\n@@ ");

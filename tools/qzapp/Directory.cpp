@@ -48,7 +48,8 @@ void NewDirectories::make(const FileName& directory) {
             throw Error(directory.shown,
                         reason == EEXIST
                             ? "is there already and is no directory; choose another with -o"
-                            : "cannot be made (" + std::generic_category().message(reason) + ")");
+                            : "cannot be made (" + std::generic_category().message(reason) +
+                                  "); choose another with -o");
         }
     }
 }

@@ -1,6 +1,5 @@
 #include "tools/qzapp/Errors.hpp"
 
-#include <appserialization/Exceptions.hpp>
 #include <fl/filesystem.hpp>
 #include <foundation/Shown.hpp>
 
@@ -58,11 +57,6 @@ std::string inUsersWords(const FileName& file, std::string text) {
 void rethrowAbout(const FileName& file) {
     try {
         throw;
-    } catch (const appserialization::AppFileReaderGenericException& e) {
-        const bool isPackage = file.native().ends_with(kPackagedExtension);
-        throw Error(file.shown,
-                    inUsersWords(file, e.what()) +
-                        (isPackage ? "; see what the file holds with \"qzapp parts\"" : ""));
     } catch (const std::bad_alloc&) {
         throw Error(file.shown, "there is not enough memory for it");
     } catch (const std::exception& e) {

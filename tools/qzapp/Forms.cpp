@@ -16,6 +16,13 @@ namespace {
 using appserialization::hasExtension;
 using appserialization::isExtensionWrongCase;
 
+std::unique_ptr<appserialization::AppMetadataReader> readerOf(const FileName& file, Form form) {
+    if (form == Form::Text) {
+        return std::make_unique<appserialization::KAppMetadataReader>(file.native());
+    }
+    return std::make_unique<appserialization::KVPKGMetadataReader>(file.native());
+}
+
 bool isWrongCase(const FileName& file) {
     return isExtensionWrongCase(file.native(), kPackagedExtension) ||
            isExtensionWrongCase(file.native(), kTextExtension);
@@ -50,13 +57,13 @@ void requireForm(const FileName& file, Form form) {
 
 std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& file) {
     const Form form = formOf(file);
-    requireFile(file);
-    return about(file, [&]() -> std::unique_ptr<appserialization::AppMetadataReader> {
-        if (form == Form::Text) {
-            return std::make_unique<appserialization::KAppMetadataReader>(file.native());
-        }
-        return std::make_unique<appserialization::KVPKGMetadataReader>(file.native());
-    });
+    try {
+        return about(file, [&] { return readerOf(file, form); });
+    } catch (const Error& e) {
+        requireFile(file);  // says better what is wrong with one that cannot be opened at all
+        if (form == Form::Text) throw;
+        throw Error(file.shown, e.text() + "; \"qzapp check\" tells what can be saved");
+    }
 }
 
 appserialization::Screenshot readScreenshot(const FileName& file,

@@ -135,7 +135,10 @@ std::string drawing(const FileName& file, const Screenshot& screenshot) {
                                             "{}; see what it is with \"qzapp extract\"",
                                             drawer[0], end->status));
     }
-    throw Error("--picture", "needs chafa or img2sixel to draw; install the package chafa");
+    throw Error(
+        "--picture",
+        "needs chafa or img2sixel to draw; install the package chafa, or get the picture with "
+        "\"qzapp extract --only screenshot\"");
 }
 
 std::string describe(const FileName& file, const InfoOptions& options) {
