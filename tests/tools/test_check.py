@@ -1,8 +1,11 @@
 """check and check --repair."""
 
 import base64
+import io
 import json
+import os
 import pathlib
+import random
 import re
 import unittest
 import zipfile
@@ -27,6 +30,32 @@ def replacing(item, old, new):
 
 def setting(item, content):
     return lambda name, old: content if name == item else old
+
+
+def damaged(data, dice):
+    """The bytes with one to three pieces flipped, lost, blanked, doubled or foreign."""
+    data = bytearray(data)
+    for _ in range(dice.randint(1, 3)):
+        at = dice.randrange(len(data) + 1)
+        piece = slice(at, at + dice.choice([1, 4, 30, 500, len(data)]))
+        new = dice.choice([b"", bytes(len(data[piece])), data[piece] * 2, dice.randbytes(8) + data[piece],
+                           bytes(b ^ 1 << dice.randrange(8) for b in data[piece][:8]) + data[piece][8:]])
+        data[piece] = new
+    return bytes(data)
+
+
+class Unseekable(io.RawIOBase):
+    """A stream to which zipfile writes sizes and checksums behind the data."""
+
+    def __init__(self, file):
+        super().__init__()
+        self.file = file
+
+    def writable(self):
+        return True
+
+    def write(self, data):
+        return self.file.write(data)
 
 
 class CheckTest(ToolTest):
@@ -164,6 +193,14 @@ class Check(CheckTest):
             found = self.report(self.write("odd.kvpkg", data))["findings"]
             self.assertEqual([f["rule"] for f in found if f["rule"].startswith("zip-")][:1], [expected])
 
+    def test_fixes_for_a_refused_file_name_the_repaired_one(self):
+        self.create()
+        cut = self.write("cut.kvpkg", self.read("app.kvpkg")[:20_000])
+        fixes = {f["rule"]: f["fix"] for f in self.report(cut)["findings"]}
+        self.assertEqual(fixes["model-missing"], "get the file again, or once it is repaired: qzapp edit "
+                         "cut-repaired.kvpkg --model FILE")
+        self.assertNotIn("name-missing", fixes)
+
     def test_strict_and_several_files(self):
         self.create()
         self.rewrite("app.kvpkg", "warned.kvpkg", setting(MODEL_PART, b""))
@@ -245,10 +282,9 @@ class Repair(CheckTest):
         report = self.report(name, "--repair", "out.kvpkg", "--force")
         return report
 
-    def contents(self, name):
+    def contents(self, name, without=("[Content_Types].xml", "_rels/.rels")):
         with zipfile.ZipFile(self.dir / name) as archive:
-            return {i: archive.read(i) for i in archive.namelist()
-                    if i not in ("[Content_Types].xml", "_rels/.rels")}
+            return {i: archive.read(i) for i in archive.namelist() if i not in without}
 
     def test_everything_comes_back_without_directory_or_tables(self):
         self.create()
@@ -328,6 +364,38 @@ class Repair(CheckTest):
         self.assertRegex(text, r"^wrote out\.kvpkg: \d kept, 0 lost, 0 mended\n"
                          r"  kept    /korval/code\.k, 11,130 bytes\n")
         self.assertTrue(text.endswith("out.kvpkg: no findings\n"))
+
+    def test_whatever_the_damage_repair_ends_and_its_output_passes(self):
+        self.create()
+        self.ok("create", "plain.kvpkg", "--code", EXAMPLE / "code.k", "--model", EXAMPLE / "code.k")
+        with open(self.dir / "later.kvpkg", "wb") as file, Unseekable(file) as stream, \
+                zipfile.ZipFile(stream, "w", zipfile.ZIP_DEFLATED) as package:
+            for name, content in self.contents("app.kvpkg", ()).items():
+                package.writestr(name, content)
+        for seed in range(int(os.environ.get("QZAPP_DAMAGE_ROUNDS", "40"))):
+            with self.subTest(seed=seed):
+                self.repair_damaged(random.Random(seed))
+
+    def repair_damaged(self, dice):
+        source = dice.choice(["app.kvpkg", "plain.kvpkg", "later.kvpkg"])
+        known = self.contents(source, ())
+        xml = dice.choice([n for n in known if n.endswith((".xml", ".rels"))])
+        if dice.random() < 0.5:
+            self.write("bad.kvpkg", damaged(self.read(source), dice))
+        else:
+            self.rewrite(source, "bad.kvpkg", setting(xml, damaged(known[xml], dice)))
+            known.pop(xml)
+        self.report("bad.kvpkg")
+        result = self.run_tool("check", "--json", "--repair", "out.kvpkg", "--force", "bad.kvpkg")
+        if b"nothing in it can be read" in result.stderr:
+            return
+        self.assertEqual(result.stderr, b"")
+        report = json.loads(result.stdout)
+        errors = {f["rule"] for f in report["result"]["findings"] if f["severity"] == "error"}
+        self.assertLessEqual(errors, {"model-missing"} if report["lost"] else set())
+        kept = self.contents("out.kvpkg")
+        for name in known.keys() & kept.keys() - {"docProps/core.xml", "docProps/korval.xml"}:
+            self.assertEqual(kept[name], known[name], name)
 
 
 if __name__ == "__main__":
