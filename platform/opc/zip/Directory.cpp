@@ -118,17 +118,15 @@ private:
         const std::uint32_t type = all >> attributes::kModeShift & attributes::kTypeOfMode;
         const bool isMarked = type == attributes::kDirectory || (all & attributes::kDosDirectory);
         if (type != 0 && type != attributes::kRegular && type != attributes::kDirectory) {
-            checks.fail(
-                "is marked as a symbolic link or a device, which some readers make of it; pack "
-                "what "
-                "it stands for as a file");
+            checks.failUnsupported(
+                "is marked as a symbolic link or a device, which some readers make of it; "
+                "pack what it stands for as a file");
         }
         // A backslash at the end is how some writers under Windows name one.
         if (isMarked && !item.name.ends_with('/') && !item.name.ends_with('\\')) {
             checks.failDamaged(
-                "is marked as a directory, but its name does not end in a slash: some readers see "
-                "a "
-                "directory and others a file");
+                "is marked as a directory, but its name does not end in a slash: some readers "
+                "see a directory and others a file");
         }
     }
 

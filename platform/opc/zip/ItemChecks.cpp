@@ -35,7 +35,7 @@ format::Bytes ItemChecks::checkExtraFields(format::Bytes fields) const {
     const bool isWhole = format::forEachExtra(fields, [&](const format::ExtraField& field) {
         if (field.identifier == format::extra::kUnicodePath) refuseRenaming(field.content);
         if (field.identifier == format::extra::kExtendedLocalHeader) {
-            fail(
+            failUnsupported(
                 "has a field that may make a link or a directory of it in some readers (0x6C78); "
                 "pack it anew");
         }
