@@ -17,9 +17,6 @@ namespace format = opc::zip::format;
 
 constexpr std::uint64_t kCap = 1 << 20;
 constexpr std::size_t kSlack = 64 << 10;
-// Where an item starts is the one thing in a directory record that a save may change.
-constexpr std::size_t kOffsetInRecord = 42;
-constexpr std::size_t kOffsetSize = 4;
 
 const std::filesystem::path& directory() {
     static const auto path = workspace().path() / "edited";
@@ -37,15 +34,23 @@ FoundPart found(const opc::model::Part& part) {
     return result;
 }
 
-std::string bytesOf(const opc::zip::ZipItem& item, const std::string& file) {
-    const auto bytes = format::asBytes(item.directoryRecord);
-    const auto fields = bytes.subspan(format::central::kHeaderSize + item.name.size(),
-                                      format::load16(bytes, format::central::kExtraLength));
-    // That may hold the offset as well, and changes its form.
-    const bool hasZip64 = format::findExtra(fields, format::extra::kZip64).has_value();
+// Without what a save may change: the offset, and the zip64 field, which may hold it as well.
+std::string recordOf(const opc::zip::ZipItem& item) {
     std::string record(item.directoryRecord);
-    record = hasZip64 ? item.name : record.erase(kOffsetInRecord, kOffsetSize);
-    return file.substr(item.headerOffset, item.endOffset - item.headerOffset) + record;
+    const std::size_t fieldsAt = format::central::kHeaderSize + item.name.size();
+    const auto fields = format::asBytes(item.directoryRecord)
+                            .subspan(fieldsAt, format::load16(format::asBytes(record),
+                                                              format::central::kExtraLength));
+    if (const auto zip64 = format::findExtra(fields, format::extra::kZip64)) {
+        record.erase(fieldsAt + zip64->contentAt - format::extra::kHeaderSize,
+                     format::extra::kHeaderSize + zip64->content.size());
+    }
+    format::store(record, format::central::kExtraLength, std::uint16_t{0});
+    return record.erase(format::central::kOffset, sizeof(std::uint32_t));
+}
+
+std::string bytesOf(const opc::zip::ZipItem& item, const std::string& file) {
+    return file.substr(item.headerOffset, item.endOffset - item.headerOffset) + recordOf(item);
 }
 
 }  // namespace

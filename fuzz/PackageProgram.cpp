@@ -10,6 +10,16 @@ using test_support::BuiltZip;
 namespace {
 
 constexpr std::size_t kMostItems = 24;
+constexpr std::size_t kLongest = std::size_t{64} << 10;
+
+// So many that it is long, but no longer than kLongest.
+std::string drawRepeated(const std::string& piece, Input& input) {
+    const std::size_t times = std::size_t{1} << input.below(16);
+    std::string text;
+    for (std::size_t i = 0; i < times && text.size() + piece.size() <= kLongest; ++i)
+        text += piece;
+    return text;
+}
 
 std::uint64_t drawNumber(Input& input) {
     static constexpr std::uint64_t kEdges[] = {
@@ -68,6 +78,8 @@ constexpr ItemBreak kItemBreaks[] = {
     },
     [](BuiltItem& item, Input& input) { item.before = input.bytes(); },
     [](BuiltItem& item, Input& input) { item.isListed = input.flag(); },
+    [](BuiltItem& item, Input& input) { item.attributes = std::uint32_t(input.number(4)); },
+    [](BuiltItem& item, Input&) { item.repeatsNumbers = true; },
 };
 
 using ZipBreak = void (*)(BuiltZip&, Input&);
@@ -142,6 +154,13 @@ void changeText(BuiltItem& item, Input& input) {
     item.content.replace(at, length, input.bytes());
 }
 
+// Makes a name, a URI, a text, or a list of elements long.
+void repeatText(BuiltItem& item, Input& input) {
+    const std::size_t at = input.number(2) % (item.content.size() + 1);
+    const std::string piece = item.content.substr(at, input.byte());
+    item.content.insert(at, drawRepeated(piece, input));
+}
+
 void changeItems(BuiltZip& zip, Input& input) {
     if (zip.items.empty() || (input.flag() && zip.items.size() < kMostItems)) {
         zip.items.push_back({.name = drawItemName(input),
@@ -165,7 +184,18 @@ void changeItems(BuiltZip& zip, Input& input) {
     }
 }
 
-enum class Step { Enough, Items, Relationship, Type, Text, Storage, BreakItem, BreakZip, Count };
+enum class Step {
+    Enough,
+    Items,
+    Relationship,
+    Type,
+    Text,
+    Storage,
+    BreakItem,
+    BreakZip,
+    Repeat,
+    Count
+};
 
 void take(Step step, BuiltZip& zip, Input& input) {
     switch (step) {
@@ -183,6 +213,7 @@ void take(Step step, BuiltZip& zip, Input& input) {
     if (zip.items.empty()) return;
     BuiltItem& item = zip.items[input.below(zip.items.size())];
     if (step == Step::Text) return changeText(item, input);
+    if (step == Step::Repeat) return repeatText(item, input);
     if (step == Step::BreakItem) return input.oneOf(kItemBreaks)(item, input);
     item.method = input.flag() ? 8 : 0;
     item.descriptor = input.flag() ? 12 + 4 * int(input.below(4)) : 0;
@@ -248,7 +279,9 @@ std::string drawItemName(Input& input) {
                                              "a%20b.xml",
                                              "new.xml",
                                              "new.bin"};
-    return input.below(4) == 3 ? input.bytes() : input.oneOf(kNames);
+    const std::size_t kind = input.below(8);
+    if (kind == 7) return drawRepeated(input.bytes(), input);
+    return kind == 3 ? input.bytes() : input.oneOf(kNames);
 }
 
 std::string drawContent(Input& input) {

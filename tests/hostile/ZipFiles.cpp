@@ -394,11 +394,8 @@ const ZipRow kTolerated[] = {
     {"zip64 end", [](auto& zip) { zip.zip64 = true; }, ""},
     {"zip64 field that repeats what is known",
      [](auto& zip) {
-         BuiltItem& moved = zip.items.back();  // by every edit but its own
-         const std::size_t size = moved.content.size();
-         const std::size_t offset = zip.bytes().rfind("PK\3\4");
-         moved.extra = extraField(1, little(size, 8) + little(size, 8) + little(offset, 8));
-     },
+         zip.items.back().repeatsNumbers = true;
+     },  // which every edit but its own moves
      ""},
     {"unknown extra field", [](auto& zip) { zip.items[0].extra = extraField(7, "12"); }, ""},
     {"padding of extra fields", [](auto& zip) { zip.items[0].localExtra = "\0\0\0"; }, ""},

@@ -54,7 +54,7 @@ std::string localPart(const BuiltItem& item, const Facts& facts) {
 std::string directoryPart(const BuiltItem& item, const Facts& facts, std::uint64_t at) {
     const std::uint64_t offset = item.offset.value_or(at);
     std::string extra = item.extra;
-    if (item.zip64) {
+    if (item.zip64 || item.repeatsNumbers) {
         extra += extraField(
             1, little(facts.size, 8) + little(facts.compressedSize, 8) + little(offset, 8));
     }

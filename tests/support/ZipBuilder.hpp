@@ -25,6 +25,7 @@ struct BuiltItem {
     std::string extra = {};
     std::string comment = {};
     bool zip64 = false;  // sizes and offset in a zip64 field of the directory, sizes in one locally
+    bool repeatsNumbers = false;  // in such a field of the directory and in the record itself
 
     std::optional<std::string> localName = {};
     std::optional<std::uint16_t> localMethod = {};
