@@ -44,7 +44,7 @@ struct PLATFORM_API RelationshipsTable {
 // An element of an XML part, UTF-8. Attributes without a namespace only.
 struct PLATFORM_API XmlElement {
     std::size_t depth = 0;  // the root's is 1
-    std::string name;  // without its prefix
+    std::string name;       // without its prefix
     std::vector<std::pair<std::string, std::string>> attributes;
     std::string text;  // its own, without that of the elements in it
 

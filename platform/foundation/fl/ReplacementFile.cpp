@@ -113,8 +113,10 @@ constexpr const char* kOpenFiles = "/proc/self/fd";
 // A sandbox may have none.
 bool hasOpenFiles() {
     struct stat ignored {};
-    return retryInterrupted(
-               [&] { return systemCalls().fstatat(AT_FDCWD, kOpenFiles, &ignored, 0); }) == 0;
+    const int status =
+        retryInterrupted([&] { return systemCalls().fstatat(AT_FDCWD, kOpenFiles, &ignored, 0); });
+    if (status != 0 && errno != ENOENT) throwSystemError(errno, "cannot look into /proc");
+    return status == 0;
 }
 
 // A file without a name; false when the file system has no such thing.
