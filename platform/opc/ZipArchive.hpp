@@ -78,7 +78,8 @@ struct PLATFORM_API ArchiveBounds {
 // once, in linear time, and refuses with ZipRefusal whatever two readers could understand
 // differently: counts and sizes that do not fit exactly, items that overlap, local headers that
 // contradict the directory, a second end record, names that are equal ignoring case, encryption,
-// several disks, names that hold a zero byte, methods other than stored and deflated. Safe to read from several threads.
+// several disks, names that hold a zero byte, methods other than stored and deflated, items that are
+// links to some, and items within the data of small others. Safe to read from several threads.
 class PLATFORM_API ZipArchive {
 public:
     // Throws model::PackageNotFound when there is no such file, opc::Exception when it is no regular
