@@ -7,6 +7,7 @@ import contextlib
 import json
 import os
 import re
+import signal
 import statistics
 import subprocess
 import sys
@@ -120,6 +121,7 @@ def main():
     parser.add_argument("--repetitions", type=int, default=5)
     parser.add_argument("--json", action="store_true")
     options = parser.parse_args()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # unmounts and removes what was made
     if not options.json:
         print(f"| {'case':38} | {'ours':>9} | {'baseline':>9} | {'of':24} | {'ratio':8} |   goal "
               f"|    CPU | peak MiB |\n|{'-' * 40}|{'-' * 10}:|{'-' * 10}:|{'-' * 26}"
