@@ -16,6 +16,7 @@
 #include <xercesc/dom/DOMElement.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <ios>
 #include <map>
@@ -40,6 +41,7 @@ using opc::qzservices::CoreProperties;
 using opc::qzservices::CorePropertiesManager;
 using opc::qzservices::DeterministicMode;
 using opc::zippackage::ZipPhysicalPackage;
+using quillcode::QuillCodeFileWriter;
 using xercesc::DOMElement;
 
 namespace {
@@ -139,12 +141,15 @@ void AppFileWriter::AppFileWriterImpl::requireWhole() const {
                          "writer and make the changes again");
 }
 
-// The model is found by its name. Whatever else leads to it would be changed or deleted in its place.
+// The model is found by its name. If one of the relationships that changes go by leads to it, too, it
+// would be changed or deleted in the place of what they stand for.
 void AppFileWriter::AppFileWriterImpl::requireModelApart() const {
+    const std::array<ustring, 3> changed = {layout::kMetadataRelationship,
+                                            layout::kScreenshotRelationship,
+                                            QuillCodeFileWriter::getRelationshipType()};
     const PartName model{ustring(layout::kAppModel.name)};
     for (const auto& relationship : package_->getRelationships()) {
-        if (relationship.getType() == layout::kAppModel.relationshipType) continue;
-        if (relationship.getType() == PackageHelper::getThumbnailRelationshipType()) continue;
+        if (std::ranges::find(changed, relationship.getType()) == changed.end()) continue;
         if (!package_->hasTarget(relationship)) continue;
         if (package_->getTarget(relationship).getName() != model) continue;
         throw opc::Exception(
@@ -197,8 +202,8 @@ void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText
     close();
     // The code-file library works on the file by its name, and owns the form of the code part.
     {
-        quillcode::QuillCodeFileWriter code(
-            fileName_, {layout::kPackageContentType, layout::kPackageFriendlyName});
+        QuillCodeFileWriter code(fileName_,
+                                 {layout::kPackageContentType, layout::kPackageFriendlyName});
         code.setKORVALCode(codeText);
         code.close(false);
     }
@@ -207,6 +212,7 @@ void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText
 
 void AppFileWriter::AppFileWriterImpl::setAppModelFromFile(const ustring& modelFilePath) {
     requireOpen("setAppModelFromFile");
+    requireWhole();
     Part part = createPartAndRelationship(layout::kAppModel.name, layout::kAppModel.contentType,
                                           layout::kAppModel.relationshipType);
     fl::filesystem::path path;
@@ -260,6 +266,7 @@ void requireXmlText(const AppMetadata& metadata) {
 
 void AppFileWriter::AppFileWriterImpl::setAppMetadata(const AppMetadata& metadata) {
     requireOpen("setAppMetadata");
+    requireWhole();
     // Before anything changes: the serialiser would stop in the middle of the part.
     requireXmlText(metadata);
     requireModelApart();
@@ -376,6 +383,7 @@ const layout::ScreenshotFormatRow& findScreenshotFormat(const ustring& folded) {
 void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::uint8_t>& bytes,
                                                         const ustring& format) {
     requireOpen("setAppScreenshot");
+    requireWhole();
     const auto& row = findScreenshotFormat(foundation::asciiLower(format, kMaxFormatLength));
     const PartName name(ustring(layout::kScreenshotNameStem) + row.extension);
     requireScreenshotSize(fileName_, name, bytes.size());

@@ -39,7 +39,11 @@ std::vector<std::uint8_t> readAll(InputStream& stream, std::uint64_t expected, s
             throw PartTooLarge(name + ": larger than the " + std::to_string(cap) +
                                " bytes that can be read");
         }
-        if (size == bytes.size()) bytes.resize(std::min<std::uint64_t>(2 * size, cap + 1));
+        // To the size that is expected, when it is near, so that no more is taken than that.
+        if (size == bytes.size()) {
+            const auto most = size < expected ? expected : cap;
+            bytes.resize(std::min<std::uint64_t>(2 * size, most + 1));
+        }
     }
     bytes.resize(size);
     return bytes;

@@ -39,6 +39,10 @@ void writeCode(opc::model::Package& package, const std::string& code) {
 
 }  // namespace
 
+ustring QuillCodeFileWriter::getRelationshipType() {
+    return codepart::kRelationshipType;
+}
+
 QuillCodeFileWriter::QuillCodeFileWriter(const ustring& fileName,
                                          std::pair<ustring, ustring> contentType)
     : fileName_(fileName), contentType_(std::move(contentType)) {}

@@ -15,6 +15,9 @@ using foundation::ustring;
 // else in the file. Nothing touches the file before close(), and the destructor does not save.
 class PLATFORM_API QuillCodeFileWriter {
 public:
+    // The type of the package's relationship to its code.
+    static ustring getRelationshipType();
+
     // `contentType` is the package's content type with its friendly name; both go into the core
     // properties of a file that this writer creates.
     QuillCodeFileWriter(const ustring& fileName, std::pair<ustring, ustring> contentType);

@@ -15,8 +15,8 @@ namespace appserialization {
 // was. Only close() and setKORVALCodeText() touch the file; a writer that is destroyed without
 // close() changes nothing more. Errors of the package library, the XML library and the file system
 // pass unchanged. When a setter fails, what it sets stays as it was; where it had begun to change the
-// app already, close() and setKORVALCodeText() refuse to save half of a change. Use a writer from one
-// thread at a time.
+// app already, every later call but the destructor throws, so that half of a change is never saved. Use a
+// writer from one thread at a time.
 class APPSERIALIZATION_API AppFileWriter {
 public:
     // Starts from an empty package when the file does not exist or `createNew` is true, else from

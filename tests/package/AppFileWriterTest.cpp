@@ -472,6 +472,7 @@ TEST_F(AppFileWriterTest, NeverSavesHalfOfAChange) {
             writer.close();
             EXPECT_EQ(bytes(), row.before);
         } else {
+            EXPECT_ANY_THROW(writer.setAppModelFromFile(model_));
             EXPECT_THAT([&] { writer.close(); },
                         testing::ThrowsMessage<opc::Exception>(HasSubstr(
                             "app.kvpkg: not saved, since an earlier change failed halfway")));
@@ -480,7 +481,7 @@ TEST_F(AppFileWriterTest, NeverSavesHalfOfAChange) {
     }
 }
 
-TEST_F(AppFileWriterTest, NothingElseMayLeadToTheModel) {
+TEST_F(AppFileWriterTest, NothingThatIsChangedMayLeadToTheModel) {
     const std::function<void(AppFileWriter&)> changes[] = {
         [](AppFileWriter& writer) { writer.setAppScreenshot({1}, u"png"); },
         [](AppFileWriter& writer) { writer.setKORVALCodeText(u"x = 1;"); },
@@ -500,6 +501,10 @@ TEST_F(AppFileWriterTest, NothingElseMayLeadToTheModel) {
             EXPECT_EQ(bytes(), wrong.bytes());
         }
     }
+    const ustring file = good(goodPackage().withRelationship(u"urn:preview", kModelPart));
+    for (const auto& change : changes)
+        edit(change);
+    EXPECT_EQ(PackageContents(file).parts.at(kModelPart), std::string("model \0 bytes", 13));
 }
 
 TEST_F(AppFileWriterTest, KeepsScreenshotsThatItCannotTellApart) {

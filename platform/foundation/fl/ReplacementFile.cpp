@@ -110,13 +110,15 @@ constexpr const char* kCannotCreate = "cannot create a temporary file in the dir
 // Where an open file gets its first name from.
 constexpr const char* kOpenFiles = "/proc/self/fd";
 
-// A sandbox may have none.
+// A sandbox may have none, or not let anyone look.
 bool hasOpenFiles() {
     struct stat ignored {};
     const int status =
         retryInterrupted([&] { return systemCalls().fstatat(AT_FDCWD, kOpenFiles, &ignored, 0); });
-    if (status != 0 && errno != ENOENT) throwSystemError(errno, "cannot look into /proc");
-    return status == 0;
+    if (status == 0) return true;
+    const bool isClosed = errno == ENOENT || errno == ENOTDIR || errno == EACCES || errno == EPERM;
+    if (!isClosed) throwSystemError(errno, "cannot look into /proc");
+    return false;
 }
 
 // A file without a name; false when the file system has no such thing.

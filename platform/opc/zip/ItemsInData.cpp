@@ -2,6 +2,7 @@
 
 #include "platform/opc/zip/ZipError.hpp"
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -9,8 +10,14 @@ namespace opc::zip {
 
 namespace {
 
-// Opening takes as long for a package with a large item as for one without.
+// Opening takes as long for a package with a large item as for one without, whether it is large as it
+// stands in the file or when it is inflated.
 constexpr std::uint64_t kLargestSmall = std::uint64_t{1} << 20;
+
+bool isLarge(const ZipItem& item) {
+    return std::max(item.compressedSize, item.size) > kLargestSmall;
+}
+
 constexpr std::size_t kBuffer = std::size_t{64} << 10;
 
 // What stands behind the end that such a reader sees: after stored data the descriptor that shows it,
@@ -32,13 +39,17 @@ void refuseItemsInData(const ZipArchive& archive, const ZipItem& item, ArchiveBy
 
 void refuseItemsInSmallData(const ZipArchive& archive, ArchiveBytes& bytes) {
     for (const ZipItem& item : archive.items()) {
-        if (!item.hasDescriptor || item.compressedSize > kLargestSmall) continue;
-        refuseItemsInData(archive, item, bytes);
+        if (!item.hasDescriptor || isLarge(item)) continue;
+        try {
+            refuseItemsInData(archive, item, bytes);
+        } catch (const Exception& fault) {
+            throw ZipRefusal(ZipRule::Hidden, fault.what());
+        }
     }
 }
 
 void refuseItemsInLargeData(const ZipArchive& archive, const ZipItem& item) {
-    if (!item.hasDescriptor || item.compressedSize <= kLargestSmall) return;
+    if (!item.hasDescriptor || !isLarge(item)) return;
     aboutFile(archive.path(), [&] {
         ArchiveBytes bytes(archive.file(), archive.stamp().size, 0);
         refuseItemsInData(archive, item, bytes);
