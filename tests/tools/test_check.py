@@ -201,6 +201,20 @@ class Check(CheckTest):
                          "cut-repaired.kvpkg --model FILE")
         self.assertNotIn("name-missing", fixes)
 
+    def test_the_fix_for_a_lost_model_works(self):
+        self.create()
+        self.rewrite("app.kvpkg", "bad.kvpkg", lambda n, c: None if n == MODEL_PART else c)
+        fixes = {f["rule"]: f["fix"] for f in self.report("bad.kvpkg")["findings"]}
+        self.assertEqual(fixes["model-missing"],
+                         'get the file again, or "qzapp check --repair bad-repaired.kvpkg bad.kvpkg", '
+                         "then qzapp edit bad-repaired.kvpkg --model FILE")
+        report = self.report("bad.kvpkg", "--repair", "bad-repaired.kvpkg")
+        fixes = {f["rule"]: f["fix"] for f in report["result"]["findings"]}
+        self.assertEqual(fixes["model-missing"],
+                         "get the file again, or qzapp edit bad-repaired.kvpkg --model FILE")
+        self.ok("edit", "bad-repaired.kvpkg", "--model", EXAMPLE / "appModel.kvd")
+        self.assertEqual(self.ok("check", "--strict", "bad-repaired.kvpkg"), "bad-repaired.kvpkg: no findings\n")
+
     def test_strict_and_several_files(self):
         self.create()
         self.rewrite("app.kvpkg", "warned.kvpkg", setting(MODEL_PART, b""))
@@ -220,6 +234,7 @@ class Check(CheckTest):
         self.create("d/a.kvpkg")
         self.assertEqual(self.ok("check", "d"), "d/a.kvpkg: no findings\n")
         bad = self.rewrite("d/a.kvpkg", "d/b.kvpkg", setting(MODEL_PART, b""))
+        (self.dir / "-").mkdir()  # to be called "./-"
         text = self.ok("check", "-", input=self.read(bad))
         self.assertTrue(text.startswith("standard input: 1 warning\n"), text)
         self.assertIn("fix: qzapp edit FILE --model FILE\n", text)

@@ -100,6 +100,7 @@ class Create(ToolTest):
             (["pack"], f'"pack" is no verb; the verbs are {VERBS}; see "qzapp --help"'),
             (["--vers"], '"--vers" is no option; see "qzapp --help"'),
             (["info", "--jsn"], 'info: "--jsn" is no option; see "qzapp info --help"'),
+            (["items", "a.kvpkg", "-"], 'items: "-" is one argument too many; see "qzapp items --help"'),
             (["show", "a.k", "b.k"], 'show: "b.k" is one argument too many; see "qzapp show --help"'),
             ([], f'a verb is missing, one of {VERBS}; see "qzapp --help"'),
         ]

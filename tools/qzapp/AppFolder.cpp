@@ -3,15 +3,21 @@
 #include <appserialization/Functions.hpp>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
 #include "tools/qzapp/Arguments.hpp"
+#include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
 #include "tools/qzapp/Forms.hpp"
+#include "tools/qzapp/Output.hpp"
+#include "tools/qzapp/Progress.hpp"
+#include "tools/qzapp/StandardInput.hpp"
 
 namespace qzapp {
 namespace {
@@ -82,10 +88,12 @@ std::vector<std::string> appsBelow(const FileName& folder, const Complain& compl
     return apps;
 }
 
+namespace {
+
 std::vector<std::string> filesOf(const std::vector<std::string>& names, const Complain& complain) {
     std::vector<std::string> files;
     for (const std::string& name : names) {
-        if (!isFolder(name)) {
+        if (name == kStandardStream || !isFolder(name)) {
             files.push_back(name);
             continue;
         }
@@ -94,6 +102,32 @@ std::vector<std::string> filesOf(const std::vector<std::string>& names, const Co
         files.insert(files.end(), apps.begin(), apps.end());
     }
     return files;
+}
+
+}  // namespace
+
+int forEachApp(const std::vector<std::string>& names,
+               const std::function<int(const FileName&)>& action) {
+    int status = kDone;
+    const auto complain = [&](const std::string& text) {
+        report(text);
+        status = kFailed;
+    };
+    const auto files = filesOf(names, complain);
+    std::atomic<std::uint64_t> done = 0;
+    // Of a single file a count tells nothing, and on a terminal the output tells how far it is.
+    const Progress progress(files.size() == 1 || outputIsTerminal() ? 0 : files.size(), done);
+    for (const std::string& name : files) {
+        try {
+            if (action(appArgument(name)) != kDone) status = kFailed;
+        } catch (const OutputError&) {
+            throw;
+        } catch (const Error& e) {
+            complain(e.what());
+        }
+        ++done;
+    }
+    return status;
 }
 
 }  // namespace qzapp

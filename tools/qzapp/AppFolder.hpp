@@ -18,7 +18,10 @@ bool isFolder(const std::string& name);
 // cannot be listed is told to `complain` and left out.
 std::vector<std::string> appsBelow(const FileName& folder, const Complain& complain);
 
-// The files that are named, and instead of folders the apps below them, of which there must be some.
-std::vector<std::string> filesOf(const std::vector<std::string>& names, const Complain& complain);
+// Runs `action` on each file that is named, and instead of folders on the apps below them, of which
+// there must be some. An Error is reported and does not stop the others, but for OutputError. Returns
+// kFailed when there was one or `action` returned anything but kDone, otherwise kDone.
+int forEachApp(const std::vector<std::string>& names,
+               const std::function<int(const FileName&)>& action);
 
 }  // namespace qzapp

@@ -3,8 +3,6 @@
 #include <fl/i18n.hpp>
 #include <nlohmann/json.hpp>
 
-#include <atomic>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,7 +18,6 @@
 #include "tools/qzapp/Forms.hpp"
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
-#include "tools/qzapp/Progress.hpp"
 #include "tools/qzapp/Repair.hpp"
 #include "tools/qzapp/StandardInput.hpp"
 #include "tools/qzapp/Verbs.hpp"
@@ -67,29 +64,6 @@ int checkOne(const FileName& file, const CheckOptions& options) {
     const Findings findings = checkFile(file);
     print(options.json ? jsonLine(toJson(file, findings)) : sheetOf(file, findings));
     return statusOf(findings, options);
-}
-
-int checkAll(const CheckOptions& options) {
-    int status = kDone;
-    const auto complain = [&](const std::string& text) {
-        report(text);
-        status = kFailed;
-    };
-    const auto files = filesOf(options.files, complain);
-    std::atomic<std::uint64_t> done = 0;
-    // A single file has a bar of its bytes, and on a terminal the output tells how far it is.
-    const Progress progress(files.size() == 1 || outputIsTerminal() ? 0 : files.size(), done);
-    for (const std::string& name : files) {
-        try {
-            if (checkOne(appArgument(name), options) != kDone) status = kFailed;
-        } catch (const OutputError&) {
-            throw;
-        } catch (const Error& e) {
-            complain(e.what());
-        }
-        ++done;
-    }
-    return status;
 }
 
 ordered_json repairJson(const FileName& file, const FileName& out, const RepairReport& report,
@@ -161,7 +135,8 @@ int check(const CheckOptions& options) {
         throw UsageError("--force", "goes with --repair only; leave it out");
     if (options.files.empty())
         throw UsageError("check", "FILE is required; see \"qzapp check --help\"");
-    return options.repair ? repair(options) : checkAll(options);
+    if (options.repair) return repair(options);
+    return forEachApp(options.files, [&](const FileName& file) { return checkOne(file, options); });
 }
 
 }  // namespace

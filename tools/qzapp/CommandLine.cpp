@@ -57,12 +57,17 @@ std::string withoutDoubleGaps(std::string help) {
     return help;
 }
 
+// "-" alone is a file.
+bool looksLikeOption(std::string_view argument) {
+    return argument.size() > 1 && argument.starts_with('-');
+}
+
 // The parser's own words, but for what it expected least. A misspelt option explains why another thing
 // is missing.
 std::string reasonOf(const CLI::App& verb, const CLI::ParseError& e) {
     const auto extra = verb.remaining();
     for (const std::string& argument : extra) {
-        if (argument.starts_with('-')) return fmt::format("\"{}\" is no option", argument);
+        if (looksLikeOption(argument)) return fmt::format("\"{}\" is no option", argument);
     }
     if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError) || extra.empty()) {
         return e.what();
@@ -82,7 +87,7 @@ std::string complaint(const CLI::App& app, const CLI::ParseError& e,
     if (firstArgument.empty()) {
         return fmt::format("a verb is missing, one of {}; {}", verbNames(), kSeeHelp);
     }
-    if (firstArgument.starts_with('-')) {
+    if (looksLikeOption(firstArgument)) {
         return fmt::format("\"{}\" is no option; {}", firstArgument, kSeeHelp);
     }
     return fmt::format("\"{}\" is no verb; the verbs are {}; {}", firstArgument, verbNames(),

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <cstdint>
+#include <optional>
 
 #include "tools/qzapp/Checks.hpp"
 #include "tools/qzapp/Display.hpp"
@@ -12,8 +13,9 @@ namespace {
 using opc::zip::LostItem;
 using opc::zip::ZipRule;
 
-RuleName ruleOf(ZipRule rule) {
-    switch (rule) {
+RuleName ruleOf(std::optional<ZipRule> rule) {
+    if (!rule) return "not-readable";
+    switch (*rule) {
         case ZipRule::End:
             return "zip-end";
         case ZipRule::Directory:
@@ -24,9 +26,10 @@ RuleName ruleOf(ZipRule rule) {
             return "zip-hidden";
         case ZipRule::Names:
             return "zip-names";
-        default:
+        case ZipRule::Unsupported:
             return "zip-unsupported";
     }
+    return "not-readable";
 }
 
 void checkItem(const PackageView& package, const ViewedItem& item, Findings& findings) {

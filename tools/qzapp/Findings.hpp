@@ -32,6 +32,7 @@ inline constexpr std::array kRules = {
     Rule{"zip-hidden", Severity::Error, "the directory lists every item"},
     Rule{"zip-names", Severity::Error, "no reader takes two items for one"},
     Rule{"zip-unsupported", Severity::Error, "the zip file is of a kind that packages allow"},
+    Rule{"not-readable", Severity::Error, "the file can be read as a zip file"},
     Rule{"item-lost", Severity::Error, "every item can be found and read"},
     Rule{"item-damaged", Severity::Error, "content has the size and checksum that the file says"},
     Rule{"item-name", Severity::Warning, "the name of an item is the name of a part"},

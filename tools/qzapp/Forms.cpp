@@ -1,9 +1,11 @@
 #include "tools/qzapp/Forms.hpp"
 
+#include <appserialization/Exceptions.hpp>
 #include <appserialization/Functions.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
 #include <appserialization/KVPKGMetadataReader.hpp>
 #include <foundation/Base64.hpp>
+#include <opc/Exception.hpp>
 
 #include <string>
 
@@ -21,6 +23,19 @@ std::unique_ptr<appserialization::AppMetadataReader> readerOf(const FileName& fi
         return std::make_unique<appserialization::KAppMetadataReader>(file.native());
     }
     return std::make_unique<appserialization::KVPKGMetadataReader>(file.native());
+}
+
+// Whether the exception in flight is about what the file holds. For use in a handler.
+bool isAboutContent() {
+    try {
+        throw;
+    } catch (const opc::Exception&) {
+        return true;
+    } catch (const appserialization::AppFileReaderGenericException&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
 }
 
 bool isWrongCase(const FileName& file) {
@@ -57,11 +72,19 @@ void requireForm(const FileName& file, Form form) {
 
 std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& file) {
     const Form form = formOf(file);
+    bool mayBeSaved = false;
     try {
-        return about(file, [&] { return readerOf(file, form); });
+        return about(file, [&] {
+            try {
+                return readerOf(file, form);
+            } catch (...) {
+                mayBeSaved = form == Form::Packaged && isAboutContent();
+                throw;
+            }
+        });
     } catch (const Error& e) {
         requireFile(file);  // says better what is wrong with one that cannot be opened at all
-        if (form == Form::Text) throw;
+        if (!mayBeSaved) throw;
         throw Error(file.shown, e.text() + "; \"qzapp check\" tells what can be saved");
     }
 }

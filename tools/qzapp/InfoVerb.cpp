@@ -3,8 +3,6 @@
 #include <fl/i18n.hpp>
 
 #include <algorithm>
-#include <atomic>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,8 +17,6 @@
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
 #include "tools/qzapp/Program.hpp"
-#include "tools/qzapp/Progress.hpp"
-#include "tools/qzapp/StandardInput.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
 namespace qzapp {
@@ -172,26 +168,10 @@ void requireSense(const InfoOptions& options) {
 
 int info(const InfoOptions& options) {
     requireSense(options);
-    int status = kDone;
-    const auto complain = [&](const std::string& text) {
-        report(text);
-        status = kFailed;
-    };
-    const auto files = filesOf(options.files, complain);
-    std::atomic<std::uint64_t> done = 0;
-    // On a terminal the output tells how far it is.
-    const Progress progress(outputIsTerminal() ? 0 : files.size(), done);
-    for (const std::string& name : files) {
-        try {
-            print(describe(appArgument(name), options));
-        } catch (const OutputError&) {
-            throw;
-        } catch (const Error& e) {
-            complain(e.what());
-        }
-        ++done;
-    }
-    return status;
+    return forEachApp(options.files, [&](const FileName& file) {
+        print(describe(file, options));
+        return kDone;
+    });
 }
 
 }  // namespace

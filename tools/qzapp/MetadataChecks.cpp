@@ -109,12 +109,20 @@ private:
                       "create the app anew with the right one (\"qzapp create\")");
     }
 
+    // A relationship that leads nowhere has to go before a model can be put in.
+    std::string modelFix() const {
+        const std::string putIn = "--model FILE";
+        if (!package_.opens() || package_.byType(layout::kModel.relationshipType).empty())
+            return "get the file again, or " + edit(putIn);
+        return fmt::format("{}, then qzapp edit {} {}", repairFix(package_.file),
+                           shellWord(repairedName(package_.file)), putIn);
+    }
+
     void checkModel() {
         const ViewedItem* named = package_.find(layout::kModel.name);
         if (named == nullptr) {
             findings_.add("model-missing", shown(layout::kModel.name),
-                          "there is no such part, so readers take the file for no app",
-                          "get the file again, or " + edit("--model FILE"));
+                          "there is no such part, so readers take the file for no app", modelFix());
             return;
         }
         used_.insert(named->name->key());

@@ -38,7 +38,8 @@ public:
     std::shared_ptr<const opc::zip::ZipArchive> archive;
     // Why readers refuse the zip file, then the package; empty when they do not.
     std::string zipRefusal, packageRefusal;
-    opc::zip::ZipRule brokenRule{};  // of the zip file, when they refuse that
+    // Which rule the zip file breaks; nullopt when readers do not refuse it, or could not tell.
+    std::optional<opc::zip::ZipRule> brokenRule;
     std::vector<opc::zip::LostItem> lost;
     const ViewedItem* typesItem = nullptr;
     // Where one of the two tables cannot be read, types and relationships are those that an app has.

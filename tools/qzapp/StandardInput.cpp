@@ -27,7 +27,8 @@ using fl::filesystem::FileDescriptor;
 constexpr const char* kName = "standard input";
 constexpr std::size_t kReadBytes = std::size_t{256} << 10;
 
-// A zip file has a zero byte in its first record, whatever it begins with.
+// A zip file has a zero byte in its first record, and text has none: these bytes tell the two apart
+// unless more than that stands in front of the record.
 constexpr std::size_t kSniffedBytes = 4096;
 
 [[noreturn]] void throwNotKept(const std::string& folder, const std::string& reason) {
@@ -82,7 +83,10 @@ const FileDescriptor& keptInput() {
 }
 
 std::string nameOf(const FileDescriptor& file) {
-    return fmt::format("/proc/self/fd/{}", file.get());
+    std::string name = fmt::format("/proc/self/fd/{}", file.get());
+    if (::access(name.c_str(), F_OK) == 0) return name;
+    throw Error(kName,
+                "cannot be read where /proc is not mounted; save it to a file and name that");
 }
 
 bool looksPackaged(const FileDescriptor& file) {
@@ -94,9 +98,9 @@ bool looksPackaged(const FileDescriptor& file) {
 // A file under a name of our own, gone when the process ends.
 class NamedInput {
 public:
-    NamedInput(const FileDescriptor& file, const std::string& extension)
+    NamedInput(const std::string& target, const std::string& extension)
         : folder_(makeFolder()), link_(folder_.path() + "/app" + extension) {
-        if (::symlink(nameOf(file).c_str(), link_.path().c_str()) == 0) return;
+        if (::symlink(target.c_str(), link_.path().c_str()) == 0) return;
         const int reason = errno;
         folder_.remove();
         throwNotKept(temporaryFolder(), std::generic_category().message(reason));
@@ -129,7 +133,8 @@ FileName inputArgument(const std::string& value) {
 
 FileName appArgument(const std::string& value) {
     if (value != kStandardStream) return fileArgument(value);
-    static const NamedInput input(keptInput(), looksPackaged(keptInput()) ? ".kvpkg" : ".k");
+    static const NamedInput input(nameOf(keptInput()),
+                                  looksPackaged(keptInput()) ? ".kvpkg" : ".k");
     return {kName, fl::filesystem::path::fromBytes(input.name())};
 }
 
