@@ -6,7 +6,6 @@
 #include <appserialization/AppFileReader.hpp>
 #include <appserialization/AppFileWriter.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
-#include <foundation/Base64.hpp>
 #include <opc/Package.hpp>
 #include <opc/ZipPhysicalPackage.hpp>
 
@@ -133,12 +132,6 @@ void readTextAppLists(benchmark::State& state, std::size_t count) {
     });
 }
 
-void decodeBase64(benchmark::State& state, std::size_t size) {
-    const std::string payload(size, 'k');
-    measure(state,
-            [&] { benchmark::DoNotOptimize(foundation::crypto::utils::base64Decode(payload)); });
-}
-
 // Sorted tables grow deeper and caches colder; a quadratic cost would come to 100.
 constexpr double kTenfold = 15;
 
@@ -154,7 +147,6 @@ const bool registered =
      add("create, delete 100,000 relationships", createAndDeleteRelationships, 100'000),
      add("write and read 100,000 list items", writeAndReadLists, 100'000),
      add("read 100,000 list items of a text app", readTextAppLists, 100'000),
-     add("pack and unpack 500 MiB", packAndUnpack, 500 * kMiB),
-     add("decode 60 MiB of base64", decodeBase64, 60 * kMiB), true);
+     add("pack and unpack 500 MiB", packAndUnpack, 500 * kMiB), true);
 
 }  // namespace
