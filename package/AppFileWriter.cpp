@@ -67,8 +67,7 @@ private:
     using Fallbacks = std::map<const layout::TextElementRow*, boost::optional<ustring>>;
 
     void openOPCPackage(const ustring& fileName, bool createNew);
-    void requireOpen(const char* method) const;
-    void requireWhole() const;
+    void requireUsable(const char* method) const;
     void requireModelApart() const;
     void writeMinimalSetOfOPCProperties();
     Part createPartAndRelationship(const ustring& partName, const ustring& contentType,
@@ -127,18 +126,17 @@ void AppFileWriter::AppFileWriterImpl::openOPCPackage(const ustring& fileName, b
     if (create) writeMinimalSetOfOPCProperties();
 }
 
-void AppFileWriter::AppFileWriterImpl::requireOpen(const char* method) const {
-    if (package_) return;
-    throw opc::Exception(shownName(fileName_) + ": " + method +
-                         "() was called on a writer that is closed; construct another one to "
-                         "change the file again");
-}
-
-void AppFileWriter::AppFileWriterImpl::requireWhole() const {
-    if (!isHalfChanged_) return;
-    throw opc::Exception(shownName(fileName_) +
-                         ": not saved, since an earlier change failed halfway; construct another "
-                         "writer and make the changes again");
+void AppFileWriter::AppFileWriterImpl::requireUsable(const char* method) const {
+    if (!package_) {
+        throw opc::Exception(shownName(fileName_) + ": " + method +
+                             "() was called on a writer that is closed; construct another one to "
+                             "change the file again");
+    }
+    if (isHalfChanged_) {
+        throw opc::Exception(shownName(fileName_) +
+                             ": not saved, since an earlier change failed halfway; construct "
+                             "another writer and make the changes again");
+    }
 }
 
 // The model is found by its name. If one of the relationships that changes go by leads to it, too, it
@@ -162,8 +160,7 @@ void AppFileWriter::AppFileWriterImpl::requireModelApart() const {
 }
 
 void AppFileWriter::AppFileWriterImpl::close() {
-    requireOpen("close");
-    requireWhole();
+    requireUsable("close");
     // Locals are destroyed from the bottom up as well, and leave the writer closed when saving fails.
     const auto physicalPackage = std::move(physicalPackage_);
     const auto package = std::move(package_);
@@ -197,7 +194,7 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(const ustring& 
 // ---- Code and model
 
 void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText) {
-    requireOpen("setKORVALCodeText");
+    requireUsable("setKORVALCodeText");
     requireModelApart();
     close();
     // The code-file library works on the file by its name, and owns the form of the code part.
@@ -211,8 +208,7 @@ void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText
 }
 
 void AppFileWriter::AppFileWriterImpl::setAppModelFromFile(const ustring& modelFilePath) {
-    requireOpen("setAppModelFromFile");
-    requireWhole();
+    requireUsable("setAppModelFromFile");
     Part part = createPartAndRelationship(layout::kAppModel.name, layout::kAppModel.contentType,
                                           layout::kAppModel.relationshipType);
     fl::filesystem::path path;
@@ -265,8 +261,7 @@ void requireXmlText(const AppMetadata& metadata) {
 }  // namespace
 
 void AppFileWriter::AppFileWriterImpl::setAppMetadata(const AppMetadata& metadata) {
-    requireOpen("setAppMetadata");
-    requireWhole();
+    requireUsable("setAppMetadata");
     // Before anything changes: the serialiser would stop in the middle of the part.
     requireXmlText(metadata);
     requireModelApart();
@@ -382,8 +377,7 @@ const layout::ScreenshotFormatRow& findScreenshotFormat(const ustring& folded) {
 
 void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::uint8_t>& bytes,
                                                         const ustring& format) {
-    requireOpen("setAppScreenshot");
-    requireWhole();
+    requireUsable("setAppScreenshot");
     const auto& row = findScreenshotFormat(foundation::asciiLower(format, kMaxFormatLength));
     const PartName name(ustring(layout::kScreenshotNameStem) + row.extension);
     requireScreenshotSize(fileName_, name, bytes.size());
