@@ -83,10 +83,17 @@ fs::path packagedApp(std::uint64_t modelSize) {
     appserialization::AppFileWriter writer(text(path), true);
     writer.setAppModelFromFile(text(compressibleFile(modelSize)));
     writer.setAppMetadata(metadata);
-    writer.setAppScreenshot(std::vector<std::uint8_t>(20 * kKiB, 0x5a), u"png");
+    writer.setAppScreenshot(picture(), u"png");
     writer.setKORVALCodeText(std::u16string(8 * kKiB, u'x'));
     writer.close();
     return path;
+}
+
+std::vector<std::uint8_t> picture() {
+    std::mt19937 random(3);
+    std::vector<std::uint8_t> bytes(20 * kKiB);
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::uint8_t>(random()); });
+    return bytes;
 }
 
 std::u16string text(const fs::path& path) {

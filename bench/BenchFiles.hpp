@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -24,6 +25,9 @@ std::filesystem::path randomFile(std::uint64_t size);
 
 // A packaged app with the model compressibleFile(modelSize), made once.
 std::filesystem::path packagedApp(std::uint64_t modelSize);
+
+// As long as that of an app, and with bytes that do not shrink, like those of any picture file.
+std::vector<std::uint8_t> picture();
 
 std::u16string text(const std::filesystem::path& path);
 

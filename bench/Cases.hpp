@@ -63,6 +63,9 @@ void measure(benchmark::State& state, Work work) {
 // the median of all times that the work was done, since work this short is easily disturbed.
 void measureEach(benchmark::State& state, std::size_t count, const std::function<void()>& work);
 
+// A baseline that is no work but a time, which the goal states.
+void allow(benchmark::State& state, double seconds);
+
 // Has the table compare this instead of the time: so many bytes an iteration.
 void reportAmount(benchmark::State& state, std::uint64_t bytes);
 

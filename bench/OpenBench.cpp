@@ -42,12 +42,6 @@ void readManyParts(benchmark::State& state) {
     measureEach(state, kOtherParts, [name = text(file)] { openAndReadMetadata(name); });
 }
 
-void twoMicroseconds(benchmark::State& state) {
-    for (auto _ : state) {
-    }
-    state.counters["seconds"] = 2e-6;
-}
-
 void registerAll() {
     Case("metadata of a small app", [](auto& state) {
         readPackage(state, kKiB);
@@ -55,7 +49,9 @@ void registerAll() {
     Case("metadata of a 1 GiB app", [](auto& state) {
         readPackage(state, kGiB);
     }).against("a small app", 1.1, [](auto& state) { readPackage(state, kKiB); });
-    Case("each of 5,000 other parts", readManyParts).against("(2 us)", 1, twoMicroseconds);
+    Case("each of 5,000 other parts", readManyParts).against("(2 us)", 1, [](auto& state) {
+        allow(state, 2e-6);
+    });
 }
 
 const bool registered = (registerAll(), true);

@@ -7,6 +7,7 @@
 #include <benchmark/benchmark.h>
 #include <isa-l/crc.h>
 #include <isa-l/igzip_lib.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -96,7 +97,7 @@ void editMetadata(const fs::path& app) {
 
 void editScreenshot(const fs::path& app) {
     AppFileWriter writer(text(app), false);
-    writer.setAppScreenshot(std::vector<std::uint8_t>(20 * kKiB, 0xa5), u"png");
+    writer.setAppScreenshot(picture(), u"png");
     writer.close();
 }
 
@@ -118,6 +119,7 @@ fs::path onReflinks(std::uint64_t modelSize) {
     const fs::path source = packagedApp(modelSize);
     const fs::path copy = reflinkFolder() / source.filename();
     if (!fs::exists(copy)) fs::copy_file(source, copy);
+    ::sync();  // sharing blocks waits for those that are not written yet
     return copy;
 }
 
@@ -148,7 +150,7 @@ void setRest(AppFileWriter& writer, const fs::path& model) {
     appserialization::AppMetadata metadata;
     metadata.setName(u"Benchmark");
     writer.setAppMetadata(metadata);
-    writer.setAppScreenshot(std::vector<std::uint8_t>(20 * kKiB, 0x5a), u"png");
+    writer.setAppScreenshot(picture(), u"png");
     writer.setAppModelFromFile(text(model));
 }
 

@@ -8,7 +8,6 @@
 #include <unicode/ustring.h>
 #include <foundation/Base64.hpp>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -101,16 +100,6 @@ void decodeBase64(benchmark::State& state) {
             [&] { benchmark::DoNotOptimize(foundation::crypto::utils::base64Decode(payload)); });
 }
 
-// Waits for as long as a decoder of this speed would take.
-void waitAsAt(benchmark::State& state, double bytesPerSecond) {
-    const std::chrono::duration<double> time(kPayload / bytesPerSecond);
-    measure(state, [&] {
-        const auto end = std::chrono::steady_clock::now() + time;
-        while (std::chrono::steady_clock::now() < end) {
-        }
-    });
-}
-
 // What no decoder can do without: memory for the result, and one pass over it.
 void copyToNewMemory(benchmark::State& state) {
     const std::string result(kPayload / 4 * 3, 'k');
@@ -155,7 +144,7 @@ void registerAll() {
         readTextApp(state, longPicture());
     }).against("read, ICU", 2.5, [](auto& state) { readAndConvert(state, longPicture()); });
     Case("decode 64 MiB of base64", decodeBase64)
-        .against("1.5 GB/s", 1, [](auto& state) { waitAsAt(state, 1.5e9); })
+        .against("1.5 GB/s", 1, [](auto& state) { allow(state, kPayload / 1.5e9); })
         .against("copy to new memory", 1.5, copyToNewMemory);
     Case("find a picture of 30 KiB", scanPicture).against("std::regex", 0.05, matchPicture);
 }

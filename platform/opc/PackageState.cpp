@@ -230,7 +230,8 @@ void PackageState::requireFree(const PartName& name, const ContentType& type) co
                shown(names::kRelationshipsType) + "\"");
     }
     if (findPart(name) != nullptr) {
-        refuse("the package already has a part " + shown(name.toString()));
+        refuse("the package already has a part " + shown(name.toString()) +
+               " (delete that one first, or choose another name)");
     }
     if (const auto* const other = relative(name)) {
         refuse("there cannot be a part " + shown(name.toString()) + " beside " +

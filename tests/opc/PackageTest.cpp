@@ -222,7 +222,8 @@ TEST_F(PackageTest, RefusesChangesThatBreakARule) {
         const auto refused = [](const char* text) {
             return ThrowsMessage<Exception>(EndsWith(text));
         };
-        EXPECT_THAT([&] { create(u"/DATA"); }, refused("the package already has a part /DATA"));
+        EXPECT_THAT([&] { create(u"/DATA"); },
+                    refused("(delete that one first, or choose another name)"));
         EXPECT_THAT(
             [&] { create(u"/data/x"); },
             refused("there cannot be a part /data/x beside /data: one name derives from the "

@@ -11,6 +11,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -267,6 +268,47 @@ TEST_F(ZipWriterTest, StartsWritingToTheDiskEarly) {
         }
     }
     fl::filesystem::systemCalls() = saved;
+}
+
+// A file system that shares blocks, played by one that copies them.
+TEST_F(ZipWriterTest, SharesWholeBlocksWhereTheFileSystemCan) {
+    static int error = 0;
+    static std::uint64_t shared = 0;
+    const std::string large = noise(200'000);
+    directory_.write("a.zip", BuiltZip{.items = {{.name = "large", .content = large, .method = 0},
+                                                 {.name = "small", .content = "s"}}}
+                                  .bytes());
+    const auto saved = std::exchange(
+        fl::filesystem::systemCalls().cloneRange, [](int target, const file_clone_range* range) {
+            EXPECT_EQ((range->src_offset | range->dest_offset | range->src_length) % 4096, 0u);
+            const std::size_t size = error == 0 ? range->src_length : 0;
+            std::string bytes(size, '\0');
+            const auto source = static_cast<int>(range->src_fd);
+            EXPECT_EQ(::pread(source, bytes.data(), size, static_cast<off_t>(range->src_offset)),
+                      static_cast<ssize_t>(size));
+            EXPECT_EQ(::pwrite(target, bytes.data(), size, static_cast<off_t>(range->dest_offset)),
+                      static_cast<ssize_t>(size));
+            shared += size;
+            errno = error;
+            return error == 0 ? 0 : -1;
+        });
+    for (const int each : {0, EOPNOTSUPP, EIO}) {
+        error = each;
+        const auto writer = edit();
+        const auto change = [&] {
+            writeItem(*writer, "small", std::to_string(each));
+            writer->save();
+        };
+        if (each == EIO) {
+            EXPECT_THROW(change(), Exception);
+        } else {
+            change();
+        }
+    }
+    fl::filesystem::systemCalls().cloneRange = saved;
+    EXPECT_EQ(shared, 3u << 16);
+    EXPECT_EQ(readItem(*open(), "large"), large);
+    EXPECT_EQ(readItem(*open(), "small"), std::to_string(EOPNOTSUPP));
 }
 
 // Taking over the large items of the base may fail, and whoever sets an item may go on without it.

@@ -31,10 +31,13 @@ struct stat statusOf(int descriptor) {
     return status;
 }
 
-// Whether copy_file_range cannot serve this pair of files, so that plain reading and writing must.
+// A multiple of the block size of every file system that shares blocks.
+constexpr std::uint64_t kLargestBlock = std::uint64_t{64} << 10;
+
+// Whether this pair of files cannot be copied in this way, so that a plainer one must serve.
 bool isUnsupportedCopy(int error) {
     return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP ||
-           error == EPERM;
+           error == EPERM || error == ENOTTY || error == ETXTBSY;
 }
 
 void copyThroughMemory(const FileDescriptor& source, std::uint64_t sourceOffset, std::uint64_t size,
@@ -124,8 +127,21 @@ void FileDescriptor::writeAt(std::span<const std::byte> bytes, std::uint64_t off
     }
 }
 
-// File systems that can share blocks do so inside copy_file_range: it shortens the first call to
-// whole blocks when both offsets start on one.
+std::uint64_t FileDescriptor::shareFrom(const FileDescriptor& source, std::uint64_t sourceOffset,
+                                        std::uint64_t size, std::uint64_t offset) {
+    const std::uint64_t blocks = size / kLargestBlock * kLargestBlock;
+    if (blocks == 0 || sourceOffset % kLargestBlock != 0 || offset % kLargestBlock != 0) return 0;
+    const file_clone_range range{.src_fd = source.descriptor_,
+                                 .src_offset = sourceOffset,
+                                 .src_length = blocks,
+                                 .dest_offset = offset};
+    if (retryInterrupted([&] { return systemCalls().cloneRange(descriptor_, &range); }) == 0) {
+        return blocks;
+    }
+    if (!isUnsupportedCopy(errno)) throwSystemError(errno, "cannot share its blocks");
+    return 0;
+}
+
 void FileDescriptor::copyFrom(const FileDescriptor& source, std::uint64_t sourceOffset,
                               std::uint64_t size, std::uint64_t offset) {
     while (size > 0) {

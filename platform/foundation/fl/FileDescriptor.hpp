@@ -48,8 +48,13 @@ public:
     // Bytes read into `buffer`, fewer than asked for only at the end of the file.
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const;
     void writeAt(std::span<const std::byte> bytes, std::uint64_t offset);
-    // Takes over `size` bytes of another file, sharing or copying them inside the kernel where it
-    // can. Throws when the source ends early.
+    // Takes over the first of `size` bytes of another file without copying them, whatever their
+    // number, where the file system can share blocks and both offsets start one. Returns how many:
+    // 0 where it cannot, less than 64 KiB too few where it can.
+    std::uint64_t shareFrom(const FileDescriptor& source, std::uint64_t sourceOffset,
+                            std::uint64_t size, std::uint64_t offset);
+    // Takes over `size` bytes of another file, inside the kernel where it can. Throws when the source
+    // ends early.
     void copyFrom(const FileDescriptor& source, std::uint64_t sourceOffset, std::uint64_t size,
                   std::uint64_t offset);
     void truncate(std::uint64_t size);

@@ -1,5 +1,6 @@
 #include <fl/SystemCalls.hpp>
 
+#include <sys/ioctl.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -9,9 +10,13 @@ namespace fl::filesystem {
 
 namespace {
 
-// The system's own is variadic and has no type to point to.
+// The system's own are variadic and have no type to point to.
 int openAt(int directory, const char* name, int flags, mode_t mode) {
     return ::openat(directory, name, flags, mode);
+}
+
+int cloneRange(int target, const file_clone_range* range) {
+    return ::ioctl(target, FICLONERANGE, range);
 }
 
 }  // namespace
@@ -26,6 +31,7 @@ SystemCalls& systemCalls() noexcept {
         .pread = ::pread,
         .pwrite = ::pwrite,
         .copy_file_range = ::copy_file_range,
+        .cloneRange = cloneRange,
         .sync_file_range = ::sync_file_range,
         .ftruncate = ::ftruncate,
         .fsync = ::fsync,

@@ -3,13 +3,14 @@
 #include <foundation/Export.hpp>
 
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
 namespace fl::filesystem {
 
 // The operations of the system through which files are read and saved, so that a test can let any of
-// them fail. Each has the signature, result and errno of the call of its name.
+// them fail. Each has the signature, result and errno of the call of its name unless stated otherwise.
 struct SystemCalls {
     int (*openat)(int directory, const char* name, int flags, mode_t mode);
     int (*fstat)(int file, struct stat* result);
@@ -20,6 +21,8 @@ struct SystemCalls {
     ssize_t (*pwrite)(int file, const void* buffer, size_t size, off_t offset);
     ssize_t (*copy_file_range)(int source, off_t* sourceOffset, int target, off_t* targetOffset,
                                size_t size, unsigned flags);
+    // The request FICLONERANGE of ioctl().
+    int (*cloneRange)(int target, const file_clone_range* range);
     int (*sync_file_range)(int file, off_t offset, off_t size, unsigned flags);
     int (*ftruncate)(int file, off_t size);
     int (*fsync)(int file);

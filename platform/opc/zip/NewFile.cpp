@@ -46,12 +46,15 @@ void NewFile::writeGathered() const {
 void NewFile::appendFrom(const fl::filesystem::FileDescriptor& source, std::uint64_t offset,
                          std::uint64_t size) {
     writeGathered();
-    while (size > 0) {
-        const std::uint64_t piece = std::min(size, kPiece);
-        aboutFile(name_, [&] { replacement_.file().copyFrom(source, offset, piece, tail_); });
+    std::uint64_t done = aboutFile(
+        name_, [&] { return replacement_.file().shareFrom(source, offset, size, tail_); });
+    tail_ += done;  // shared blocks are on the disk already
+    while (done < size) {
+        const std::uint64_t piece = std::min(size - done, kPiece);
+        aboutFile(name_,
+                  [&] { replacement_.file().copyFrom(source, offset + done, piece, tail_); });
         grow(piece);
-        offset += piece;
-        size -= piece;
+        done += piece;
     }
 }
 
