@@ -1,10 +1,8 @@
 #pragma once
 
-#include <fl/i18n.hpp>
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/Package.hpp>
 
-#include <algorithm>
 #include <map>
 #include <string>
 #include <utility>
@@ -24,9 +22,7 @@ struct PackageContents {
         opc::model::Package package(zip);
         package.open(0);
         for (const auto& part : package.getParts()) {
-            std::vector<std::uint8_t> bytes;
-            opc::ByteArrayOutAdaptor out(bytes);
-            opc::StreamHelper::copyStreamToStream(*part.getInputStream(), out);
+            const auto bytes = readAll(part, 1 << 24);
             parts[part.getName().toString()].assign(bytes.begin(), bytes.end());
             contentTypes[part.getName().toString()] = part.getContentType().toString();
         }
