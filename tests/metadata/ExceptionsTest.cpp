@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <foundation/Exceptions.hpp>
+#include <messages/messages.hpp>
 
 namespace appserialization {
 namespace {
@@ -23,6 +24,7 @@ void expectTravels(const Exception& exception, const char* message) {
     }
     try {
         carried->rethrow();
+        ADD_FAILURE() << "nothing was thrown";
     } catch (const Exception& caught) {
         const AppFileReaderExceptionBase& base = caught;
         EXPECT_STREQ(static_cast<const std::runtime_error&>(base).what(), message);
@@ -39,6 +41,25 @@ TEST(Exceptions, TravelWithTheirTypeTextAndFileName) {
     expectTravels(AppFileReaderInvalidFileExtensionCase(kName), "Extension must be '.kvpkg'");
     expectTravels(AppFileReaderPackageNotFound(kName), "Cannot find package to open ");
     expectTravels(AppFileReaderGenericException(kName, "generic"), "generic");
+}
+
+// The errors of file names keep their kinds, as the tests of the host show.
+TEST(ThrowToKorval, MakesTheRestLoadFailedForTheNameGiven) {
+    try {
+        try {
+            throwInternal(AppFileReaderPackageNotFound(u"caught"));
+        } catch (...) {
+            except::throwToKorval(AppFileReaderGenericException(kName, "not for the host"));
+        }
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const messages::HostError& error) {
+        EXPECT_EQ(error.message().fullIdentifier(), "KORVAL:lumenforge:lumenforge:LoadFailed");
+        EXPECT_EQ(error.message().arguments(), std::vector<ustring>{kName});
+    }
+}
+
+TEST(ThrowToKorvalDeathTest, EndsTheProcessOutsideAHandler) {
+    EXPECT_DEATH(except::throwToKorval(AppFileReaderInvalidFileName(u"a")), "terminate");
 }
 
 }  // namespace
