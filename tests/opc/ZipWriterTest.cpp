@@ -357,17 +357,22 @@ TEST_F(ZipWriterTest, RefusesNamesThatItCouldNotOpenAgain) {
 TEST_F(ZipWriterTest, SavesNothingThatItCouldNotOpenAgain) {
     save(*create());
     const std::string before = bytes();
-    const std::pair<const char*, std::string> rows[][2] = {
-        {{"a%20b", "names that resolve"}, {"a b", "to the same"}},
-        {{"a", ""}, {"b", "like the end of a file" + BuiltZip{.commentLength = 120}.bytes()}},
+    const struct {
+        const char* complaint;
+        std::map<std::string, std::string> items;
+    } rows[] = {
+        {"there is a second item of this name", {{"a b", "1"}, {"a%20b", "2"}}},
+        {"has two end records", {{"a", BuiltZip{.commentLength = 120}.bytes()}}},
     };
-    for (const auto& items : rows) {
+    for (const auto& row : rows) {
         const auto writer = edit();
-        for (const auto& [name, content] : items)
+        for (const auto& [name, content] : row.items)
             writeItem(*writer, name, content, {.deflate = false});
-        EXPECT_THAT([&] { writer->save(); },
-                    testing::ThrowsMessage<Exception>(testing::HasSubstr(
-                        "a.zip: was not saved, since it could not be opened again: ")));
+        EXPECT_THAT(
+            [&] { writer->save(); },
+            testing::ThrowsMessage<Exception>(testing::AllOf(
+                testing::HasSubstr("a.zip: was not saved, since it could not be opened again: "),
+                testing::HasSubstr(row.complaint))));
         EXPECT_EQ(bytes(), before);
         EXPECT_EQ(filesInDirectory(), 1u);
     }
