@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
-#include "tests/support/AppendixComparison.hpp"
-
 namespace appserialization::textapp {
 namespace {
 
@@ -37,21 +33,6 @@ TEST(FindImageDataUri, TakesTheFirstLineWithOneAndItsLastMarker) {
         EXPECT_EQ(uri->format, row.format);
         EXPECT_EQ(uri->payload, row.payload);
     }
-}
-
-// The fuzz target does the same with more inputs.
-TEST(AppendixScanner, AnswersWhatTheRegularExpressionsAnswer) {
-    std::mt19937 random(1);
-    test_support::AppendixTally tally;
-    while (tally.compared < 30'000) {
-        std::vector<std::uint8_t> bytes(8 + random() % 64);
-        for (std::uint8_t& byte : bytes) {
-            byte = static_cast<std::uint8_t>(random());
-        }
-        const auto input = test_support::makeAppendixCase(bytes);
-        ASSERT_EQ(test_support::compareWithExpressions(input, tally), "");
-    }
-    EXPECT_GT(tally.found, tally.compared / 2);
 }
 
 }  // namespace
