@@ -1,10 +1,8 @@
 // Saves and reads while memory runs out.
 
 #include <functional>
-#include <utility>
 
 #include "tests/faults/FaultsTest.hpp"
-#include "tests/support/FailingAllocator.hpp"
 
 namespace faults {
 namespace {
@@ -15,37 +13,22 @@ protected:
     // Runs `operation` with one allocation after another failing; `check` is told whether it threw.
     // What is made at first use must be there already.
     void failEach(const std::function<void()>& operation, const std::function<void(bool)>& check) {
-        for (std::size_t number = 1;; number += step_) {
+        for (std::size_t number = 1; !HasFailure(); number += step_) {
             SCOPED_TRACE("allocation " + std::to_string(number));
             reset(isCreation_);
-            const auto descriptors = openDescriptors();
-            const std::size_t before = test_support::outstandingAllocations();
-            const auto [threw, failed] = runOnce(operation, number);
-            EXPECT_EQ(test_support::outstandingAllocations(), before);
-            EXPECT_EQ(openDescriptors(), descriptors);
-            EXPECT_EQ(leftovers(), 0u);
+            const auto before = held();
+            test_support::failAllocation(number);
+            const bool threw = throws(operation);
+            const bool failed = test_support::allocationFailed();
+            test_support::failAllocation(0);
+            EXPECT_EQ(held(), before);
+            EXPECT_EQ(leftovers(), 0);
             check(threw);
-            if (!failed) {
-                EXPECT_FALSE(threw);
-                EXPECT_GT(number, 20u);
-                return;
-            }
-            if (HasFailure()) return;
+            if (failed) continue;
+            EXPECT_FALSE(threw);
+            EXPECT_GT(number, 20u);
+            return;
         }
-    }
-    // Whether it threw, and whether the allocation was asked for.
-    static std::pair<bool, bool> runOnce(const std::function<void()>& operation,
-                                         std::size_t number) {
-        bool threw = false;
-        test_support::failAllocation(number);
-        try {
-            operation();
-        } catch (const std::exception&) {
-            threw = true;
-        }
-        const bool failed = test_support::allocationFailed();
-        test_support::failAllocation(0);
-        return {threw, failed};
     }
 
     bool isCreation_ = false;

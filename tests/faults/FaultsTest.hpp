@@ -4,13 +4,17 @@
 #include <foundation/Clock.hpp>
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "tests/faults/Operations.hpp"
+#include "tests/support/FailingAllocator.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
 #include "tests/support/WatchedSystem.hpp"
 
@@ -32,25 +36,56 @@ std::string nameOf(const testing::TestParamInfo<Operation>& test) {
     return test.param.name;
 }
 
-// A directory with an example app and nothing else, and one with the files that operations use.
-class FaultsTest : public testing::Test {
-protected:
-    FaultsTest() {
-        // The same calls then give the same bytes.
-        foundation::clock::set(foundation::clock::Seconds(std::chrono::seconds(1'700'000'000)));
-        // Disks are slow, and nothing here ends the system.
-        fl::filesystem::systemCalls().fsync = [](int) { return 0; };
-        writeExample(app(), inputs_);
-        example_ = content();
+template <class Work>
+bool throws(Work work) {
+    try {
+        work();
+    } catch (const std::exception&) {
+        return true;
     }
-    ~FaultsTest() override {
+    return false;
+}
+
+// How a process of its own ends that does it, as waitpid() tells. `work` returns its exit status.
+template <class Work>
+int statusOf(Work work) {
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(work());
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return status;
+}
+
+// The same calls give the same bytes, and wait for no disk, since nothing here ends the system.
+class RepeatableTest : public testing::Test {
+protected:
+    RepeatableTest() {
+        foundation::clock::set(foundation::clock::Seconds(std::chrono::seconds(1'700'000'000)));
+        fl::filesystem::systemCalls().fsync = [](int) { return 0; };
+    }
+    ~RepeatableTest() override {
         fl::filesystem::systemCalls() = calls_;
         foundation::clock::set(std::nullopt);
     }
 
+    const test_support::TemporaryDirectory work_;
+    const Inputs inputs_;
+
+private:
+    const fl::filesystem::SystemCalls calls_ = fl::filesystem::systemCalls();
+};
+
+// A directory with an example app and nothing else.
+class FaultsTest : public RepeatableTest {
+protected:
+    FaultsTest() {
+        writeExample(app(), inputs_);
+        example_ = content();
+    }
+
     std::u16string app() const { return work_.name(kApp); }
     std::filesystem::path file() const { return work_.path() / kApp; }
-    std::u16string scratch() const { return other_.name("scratch"); }
+    std::u16string scratch() const { return inputs_.directory.name("scratch"); }
 
     // Back to the example app, or to nothing, and no other file.
     void reset(bool isCreation = false) const {
@@ -63,23 +98,19 @@ protected:
                                                : test_support::Disk::kNothing;
     }
     // Files in the app's directory other than the app.
-    std::size_t leftovers() const {
-        std::size_t count = 0;
-        for (const auto& entry : std::filesystem::directory_iterator(work_.path()))
-            count += entry.path().filename() == kApp ? 0 : 1;
-        return count;
+    std::ptrdiff_t leftovers() const {
+        using Iterator = std::filesystem::directory_iterator;
+        return std::count_if(Iterator(work_.path()), Iterator(),
+                             [](const auto& entry) { return entry.path().filename() != kApp; });
     }
-    static std::ptrdiff_t openDescriptors() {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
-                             std::filesystem::directory_iterator());
+    // Allocations and open descriptors.
+    static std::pair<std::size_t, std::ptrdiff_t> held() {
+        using Iterator = std::filesystem::directory_iterator;
+        return {test_support::outstandingAllocations(),
+                std::distance(Iterator("/proc/self/fd"), Iterator())};
     }
 
-    const test_support::TemporaryDirectory work_, other_;
-    const Inputs inputs_{other_.path().u16string()};
     std::string example_;
-
-private:
-    const fl::filesystem::SystemCalls calls_ = fl::filesystem::systemCalls();
 };
 
 }  // namespace faults

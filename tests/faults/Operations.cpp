@@ -6,17 +6,14 @@
 #include <appserialization/AppFileWriter.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
 #include <boost/variant/apply_visitor.hpp>
-#include <boost/variant/static_visitor.hpp>
 #include <fl/i18n.hpp>
 #include <opc/Package.hpp>
 
 #include <stdexcept>
-#include <utility>
 
 #ifdef QZ_TEST_QZAPP
 #include "tools/qzapp/CommandLine.hpp"
 #endif
-#include "tests/support/TemporaryDirectory.hpp"
 
 namespace faults {
 
@@ -27,11 +24,23 @@ using fl::i18n::ustring_to_utf8;
 
 namespace {
 
-std::string bytesThatDoNotShrink(std::size_t count) {
-    std::string bytes;
-    for (unsigned state = 1; bytes.size() < count; state = state * 1664525 + 1013904223)
-        bytes += static_cast<char>(state >> 24);
-    return bytes;
+std::string textOf(const std::u16string& text) {
+    return ustring_to_utf8(text);
+}
+
+std::string textOf(const std::vector<std::u16string>& list) {
+    std::string all;
+    for (const auto& each : list)
+        all += ustring_to_utf8(each) + ",";
+    return all;
+}
+
+std::string textOf(const AppMetadata& record) {
+    const auto shown = [](const auto& value) { return value ? textOf(*value) : "(absent)"; };
+    std::string text;
+    for (const auto& [field, value] : record.toMap())
+        text += boost::apply_visitor(shown, value) + ";";
+    return text;
 }
 
 AppMetadata metadata(const char16_t* name) {
@@ -77,164 +86,132 @@ void runTool(const std::vector<std::string>& arguments) {
 }
 
 void createWithTool(const std::u16string& app, const Inputs& inputs) {
-    runTool({"create", ustring_to_utf8(app), "--force", "--code", ustring_to_utf8(inputs.code()),
-             "--model", ustring_to_utf8(inputs.model()), "--set", "Name=Made", "--screenshot",
-             ustring_to_utf8(inputs.image())});
+    runTool({"create", textOf(app), "--force", "--code", textOf(inputs.code), "--model",
+             textOf(inputs.model), "--set", "Name=Made", "--screenshot", textOf(inputs.image)});
 }
 
-void editWithTool(const std::u16string& app, const Inputs&) {
-    runTool({"edit", ustring_to_utf8(app), "--set", "Name=Edited"});
+void addToolOperations(std::vector<SaveOperation>& operations) {
+    const SaveOperation all[] = {
+        {"ToolCreate", true, true, true, 1, createWithTool},
+        {"ToolReplace", true, false, true, 1, createWithTool},
+        {"ToolEdit", true, false, false, 1,
+         [](const auto& app, const Inputs&) {
+             runTool({"edit", textOf(app), "--set", "Name=Edited"});
+         }},
+        {"ToolEditCode", true, false, false, 1,
+         [](const auto& app, const Inputs& inputs) {
+             runTool({"edit", textOf(app), "--code", textOf(inputs.code), "--set", "Name=Edited",
+                      "--remove-screenshot"});
+         }},
+    };
+    operations.insert(operations.end(), std::begin(all), std::end(all));
 }
 
-void editCodeWithTool(const std::u16string& app, const Inputs& inputs) {
-    runTool({"edit", ustring_to_utf8(app), "--code", ustring_to_utf8(inputs.code()), "--set",
-             "Name=Edited", "--remove-screenshot"});
-}
+#else
+
+void addToolOperations(std::vector<SaveOperation>&) {}
 
 #endif
 
 void create(const std::u16string& app, const Inputs& inputs) {
     AppFileWriter writer(app, true);
-    writer.setAppModelFromFile(inputs.model());
+    writer.setAppModelFromFile(inputs.model);
     writer.setAppMetadata(metadata(u"Created"));
     writer.close();
 }
 
-void editMetadata(const std::u16string& app, const Inputs&) {
-    AppFileWriter writer(app, false);
-    writer.setAppMetadata(metadata(u"Edited"));
-    writer.close();
+SaveOperation edit(const char* name, std::size_t saves,
+                   void (*set)(AppFileWriter& writer, const Inputs& inputs)) {
+    return {
+        name, false, false, false, saves, [set](const std::u16string& app, const Inputs& inputs) {
+            AppFileWriter writer(app, false);
+            set(writer, inputs);
+            writer.close();
+        }};
 }
 
-void editModel(const std::u16string& app, const Inputs& inputs) {
-    AppFileWriter writer(app, false);
-    writer.setAppModelFromFile(inputs.model());
-    writer.close();
+std::vector<SaveOperation> makeSaveOperations() {
+    std::vector<SaveOperation> operations{
+        {"Create", false, true, true, 1, create},
+        {"Replace", false, false, true, 1, create},
+        edit("EditMetadata", 1,
+             [](auto& writer, const Inputs&) { writer.setAppMetadata(metadata(u"Edited")); }),
+        edit("EditModel", 1,
+             [](auto& writer, const Inputs& inputs) { writer.setAppModelFromFile(inputs.model); }),
+        edit("SetCode", 2,
+             [](auto& writer, const Inputs&) {
+                 writer.setAppScreenshot(kImage, u"jpg");
+                 writer.setKORVALCodeText(u"x = 2;\n");
+             }),
+        edit("SetEverything", 3,
+             [](auto& writer, const Inputs& inputs) {
+                 writer.setAppModelFromFile(inputs.model);
+                 writer.setKORVALCodeText(u"x = 3;\n");
+                 writer.setAppMetadata(metadata(u"Edited after the code"));
+             }),
+        edit("SetScreenshot", 1,
+             [](auto& writer, const Inputs&) {
+                 writer.setAppScreenshot({'G', 'I', 'F'}, u"gif");
+             }),
+    };
+    addToolOperations(operations);
+    return operations;
 }
 
-// Two saves, and no close().
-void setCode(const std::u16string& app, const Inputs&) {
-    AppFileWriter writer(app, false);
-    writer.setAppScreenshot(kImage, u"jpg");
-    writer.setKORVALCodeText(u"x = 2;\n");
-}
-
-// Three saves.
-void setEverything(const std::u16string& app, const Inputs& inputs) {
-    AppFileWriter writer(app, false);
-    writer.setAppModelFromFile(inputs.model());
-    writer.setKORVALCodeText(u"x = 3;\n");
-    writer.setAppMetadata(metadata(u"Edited after the code"));
-    writer.close();
-}
-
-void setScreenshot(const std::u16string& app, const Inputs&) {
-    AppFileWriter writer(app, false);
-    writer.setAppScreenshot({'G', 'I', 'F'}, u"gif");
-    writer.close();
-}
-
-struct AsText : boost::static_visitor<std::string> {
-    std::string operator()(const appserialization::appmetadata::OptionalString& text) const {
-        return text ? ustring_to_utf8(*text) : "(absent)";
-    }
-    std::string operator()(const appserialization::appmetadata::OptionalStringList& list) const {
-        std::string all = list ? "" : "(absent)";
-        for (const auto& each : list.get_value_or({}))
-            all += ustring_to_utf8(each) + ",";
-        return all;
-    }
-};
-
-std::string textOf(const AppMetadata& record) {
-    std::string text;
-    for (const auto& [field, value] : record.toMap())
-        text += boost::apply_visitor(AsText(), value) + ";";
-    return text;
-}
-
-std::string open(const std::u16string& app, const Inputs&, const std::u16string&) {
-    return AppFileReader(app).hasParts() ? "has parts" : "has no parts";
-}
-
-std::string readMetadata(const std::u16string& app, const Inputs&, const std::u16string&) {
-    return textOf(AppFileReader(app).getAppMetadata());
-}
-
-std::string readCode(const std::u16string& app, const Inputs&, const std::u16string&) {
-    return ustring_to_utf8(AppFileReader(app).getKORVALCodeText());
+std::string readTextApp(const std::u16string&, const Inputs& inputs, const std::u16string&) {
+    const appserialization::KAppMetadataReader reader(inputs.textApp);
+    const auto [format, bytes] = reader.readScreenshotAsBytes();
+    return textOf(reader.readMetadata()) + textOf(format) + std::string(bytes.begin(), bytes.end());
 }
 
 std::string readScreenshot(const std::u16string& app, const Inputs&, const std::u16string&) {
     std::vector<std::uint8_t> bytes;
     std::u16string format;
     AppFileReader(app).getAppScreenshot(bytes, format);
-    return std::string(bytes.begin(), bytes.end()) + ustring_to_utf8(format);
-}
-
-std::string copyModel(const std::u16string& app, const Inputs&, const std::u16string& scratch) {
-    AppFileReader(app).copyAppDataToTempFile(scratch);
-    return test_support::readFile(scratch);
-}
-
-std::string readTextApp(const std::u16string&, const Inputs& inputs, const std::u16string&) {
-    const appserialization::KAppMetadataReader reader(inputs.text());
-    const auto [format, bytes] = reader.readScreenshotAsBytes();
-    return textOf(reader.readMetadata()) + ustring_to_utf8(format) +
-           std::string(bytes.begin(), bytes.end());
-}
-
-void write(const std::u16string& file, const std::string& bytes) {
-    std::ofstream stream(std::filesystem::path(file), std::ios::binary);
-    stream << bytes;
-    if (!stream.flush()) throw std::runtime_error("cannot write " + ustring_to_utf8(file));
+    return std::string(bytes.begin(), bytes.end()) + textOf(format);
 }
 
 }  // namespace
 
-Inputs::Inputs(std::u16string inDirectory) : directory(std::move(inDirectory)) {
-    write(model(), bytesThatDoNotShrink(300));
-    write(code(), "function f\n  disp('hello')\nend\n");
-    write(image(), {kImage.begin(), kImage.end()});
-    write(text(),
+Inputs::Inputs()
+    : model(directory.write("model.kvd", "bytes of a model")),
+      code(directory.write("code.k", "function f\n  disp('hello')\nend\n")),
+      image(directory.write("image.png", {kImage.begin(), kImage.end()})),
+      textApp(directory.write(
+          "app.k",
           "x = 1;\n"
           "%[app:appDetails]\n%{\n<Name>Text</Name>\n<Summary>&lt;S&gt;</Summary>\n%}\n"
-          "%[app:internalData]\n%{\n<RequiredProducts><Product>Core</Product></"
-          "RequiredProducts>\n%}\n"
-          "%[app:thumbnail]\n%{\n<Thumbnail>data:image/png;base64,aGVsbG8=</Thumbnail>\n%}\n");
-}
+          "%[app:internalData]\n%{\n"
+          "<RequiredProducts><Product>Core</Product></RequiredProducts>\n%}\n"
+          "%[app:thumbnail]\n%{\n<Thumbnail>data:image/png;base64,aGVsbG8=</Thumbnail>\n%}\n")) {}
 
 const std::vector<SaveOperation>& saveOperations() {
-    static const std::vector<SaveOperation> operations{
-        {"Create", false, true, true, 1, create},
-        {"Replace", false, false, true, 1, create},
-        {"EditMetadata", false, false, false, 1, editMetadata},
-        {"EditModel", false, false, false, 1, editModel},
-        {"SetCode", false, false, false, 2, setCode},
-        {"SetEverything", false, false, false, 3, setEverything},
-        {"SetScreenshot", false, false, false, 1, setScreenshot},
-#ifdef QZ_TEST_QZAPP
-        {"ToolCreate", true, true, true, 1, createWithTool},
-        {"ToolReplace", true, false, true, 1, createWithTool},
-        {"ToolEdit", true, false, false, 1, editWithTool},
-        {"ToolEditCode", true, false, false, 1, editCodeWithTool},
-#endif
-    };
+    static const std::vector<SaveOperation> operations = makeSaveOperations();
     return operations;
 }
 
 const std::vector<ReadOperation>& readOperations() {
     static const std::vector<ReadOperation> operations{
-        {"Open", open},           {"Metadata", readMetadata},
-        {"Code", readCode},       {"Screenshot", readScreenshot},
-        {"CopyModel", copyModel}, {"TextApp", readTextApp},
+        {"Open", [](const auto& app, const auto&,
+                    const auto&) { return std::to_string(AppFileReader(app).hasParts()); }},
+        {"Metadata", [](const auto& app, const auto&,
+                        const auto&) { return textOf(AppFileReader(app).getAppMetadata()); }},
+        {"Code", [](const auto& app, const auto&,
+                    const auto&) { return textOf(AppFileReader(app).getKORVALCodeText()); }},
+        {"Screenshot", readScreenshot},
+        {"CopyModel",
+         [](const auto& app, const auto&, const auto& scratch) {
+             AppFileReader(app).copyAppDataToTempFile(scratch);
+             return test_support::readFile(scratch);
+         }},
+        {"TextApp", readTextApp},
     };
     return operations;
 }
 
 void writeExample(const std::u16string& app, const Inputs& inputs) {
     AppFileWriter writer(app, true);
-    writer.setAppModelFromFile(inputs.image());
+    writer.setAppModelFromFile(inputs.image);
     writer.setAppMetadata(metadata(u"Example"));
     writer.setAppScreenshot(kImage, u"png");
     writer.setKORVALCodeText(u"x = 1;\n");

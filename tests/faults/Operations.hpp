@@ -1,20 +1,20 @@
 #pragma once
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
+
+#include "tests/support/TemporaryDirectory.hpp"
 
 namespace faults {
 
 // Files that an operation may take content from, in a directory of their own.
 struct Inputs {
-    std::u16string directory;
-    std::u16string model() const { return directory + u"/model.kvd"; }
-    std::u16string code() const { return directory + u"/code.k"; }
-    std::u16string image() const { return directory + u"/image.png"; }
-    std::u16string text() const { return directory + u"/app.k"; }
-    // Makes the files.
-    explicit Inputs(std::u16string directory);
+    Inputs();  // makes the files
+
+    const test_support::TemporaryDirectory directory;
+    const std::u16string model, code, image, textApp;
 };
 
 // Something that saves an app file, or an exception when it fails.
@@ -24,7 +24,7 @@ struct SaveOperation {
     bool isCreation;       // there is no file before
     bool replacesAnyFile;  // also one that it has not seen
     std::size_t saves;     // each of which is whole or not at all
-    void (*run)(const std::u16string& app, const Inputs& inputs);
+    std::function<void(const std::u16string& app, const Inputs& inputs)> run;
 };
 const std::vector<SaveOperation>& saveOperations();
 

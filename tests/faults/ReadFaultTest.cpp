@@ -6,8 +6,6 @@
 #include <cerrno>
 
 #include "tests/faults/FaultsTest.hpp"
-#include "tests/support/FailingAllocator.hpp"
-#include "tests/support/WatchedSystem.hpp"
 
 namespace faults {
 namespace {
@@ -22,12 +20,8 @@ protected:
     bool readsRightOrThrows(const Fault& fault, std::size_t number, const std::string& expected) {
         WatchedSystem system;
         system.strike(number, fault);
-        bool failed = false;
-        try {
-            EXPECT_EQ(GetParam().run(app(), inputs_, scratch()), expected);
-        } catch (const std::exception&) {
-            failed = true;
-        }
+        const bool failed =
+            throws([&] { EXPECT_EQ(GetParam().run(app(), inputs_, scratch()), expected); });
         if (system.struck() == nullptr) return false;
         const auto call = system.struck()->name;
         SCOPED_TRACE(call);
@@ -45,15 +39,13 @@ TEST_P(ReadFaultTest, ThrowsOrIsRightWhateverCallFails) {
     const std::string expected = GetParam().run(app(), inputs_, scratch());
     for (const Fault& fault :
          {Fault{"EIO", Kind::Fails, EIO}, Fault{"EACCES", Kind::Fails, EACCES},
-          Fault{"EINTR", Kind::Fails, EINTR}, Fault{"a short read", Kind::IsShort},
-          Fault{"an early end", Kind::MovesNothing}}) {
+          Fault{"EINTR", Kind::Fails, EINTR}, Fault{"a short read", Kind::IsShort, 0, "pread read"},
+          Fault{"an early end", Kind::MovesNothing, 0, "pread"}}) {
         for (std::size_t number = 1;; ++number) {
             SCOPED_TRACE(std::string(fault.name) + " at call " + std::to_string(number));
-            const auto descriptors = openDescriptors();
-            const std::size_t allocations = test_support::outstandingAllocations();
+            const auto before = held();
             const bool wasStruck = readsRightOrThrows(fault, number, expected);
-            EXPECT_EQ(test_support::outstandingAllocations(), allocations);
-            EXPECT_EQ(openDescriptors(), descriptors);
+            EXPECT_EQ(held(), before);
             if (HasFailure() || !wasStruck) break;
         }
     }

@@ -1,13 +1,6 @@
 // Distinct objects on distinct threads, and what the libraries make at first use made by many threads
 // at once.
 
-#include <fl/SystemCalls.hpp>
-#include <foundation/Clock.hpp>
-
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <iostream>
 #include <latch>
 #include <set>
@@ -15,9 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "tests/faults/Operations.hpp"
+#include "tests/faults/FaultsTest.hpp"
 #include "tests/support/AppPackage.hpp"
-#include "tests/support/TemporaryDirectory.hpp"
 
 namespace faults {
 namespace {
@@ -38,24 +30,13 @@ std::vector<SaveOperation> edits() {
     return all;
 }
 
-class ThreadTest : public testing::Test {
+class ThreadTest : public RepeatableTest {
 protected:
-    ThreadTest() {
-        // The same edits then give the same bytes.
-        foundation::clock::set(foundation::clock::Seconds(std::chrono::seconds(1'700'000'000)));
-        // Disks are slow, and nothing here ends the system.
-        fl::filesystem::systemCalls().fsync = [](int) { return 0; };
-    }
-    ~ThreadTest() override {
-        fl::filesystem::systemCalls() = calls_;
-        foundation::clock::set(std::nullopt);
-    }
-
     // Edits an app of its own, saves and reads it, in one way after another from way `first` on.
     // Returns the last that it has read and the app's bytes, or what failed.
     std::string use(const std::string& name, std::size_t first, std::size_t rounds) const {
         const auto& reads = readOperations();
-        const auto app = directory_.write(name + ".kvpkg", example_);
+        const auto app = work_.write(name + ".kvpkg", example_);
         std::string last;
         try {
             for (std::size_t round = first; round < first + rounds; ++round) {
@@ -64,13 +45,13 @@ protected:
                 // Whatever it is with, either comes first in some thread.
                 const bool readsFirst = round / edits_.size() % 2 != 0;
                 if (!readsFirst) edit.run(app, inputs_);
-                last = read.run(app, inputs_, directory_.name(name));
+                last = read.run(app, inputs_, work_.name(name));
                 if (readsFirst) edit.run(app, inputs_);
             }
         } catch (const std::exception& failure) {
             return name + ": " + failure.what();
         }
-        return last + test_support::readFile(directory_.path() / (name + ".kvpkg"));
+        return last + test_support::readFile(work_.path() / (name + ".kvpkg"));
     }
 
     // What use() returns on each of many threads at once. With a stride each thread begins in another
@@ -92,32 +73,24 @@ protected:
     }
 
     const std::vector<SaveOperation> edits_ = edits();
-    const test_support::TemporaryDirectory directory_, other_;
-    const Inputs inputs_{other_.path().u16string()};
     // Made by no library of ours, which thus has not been used yet.
     const std::string example_ = test_support::goodPackage().bytes();
-
-private:
-    const fl::filesystem::SystemCalls calls_ = fl::filesystem::systemCalls();
 };
 
 TEST_F(ThreadTest, FirstUseIsSafeOnManyThreadsAtOnce) {
     const std::size_t ways = edits_.size() * readOperations().size();
     for (std::size_t first = 0; first < ways; first += kThreads / 4) {
         // A process that has used nothing yet.
-        const pid_t child = ::fork();
-        if (child == 0) {
+        const int status = statusOf([&] {
             const auto results = useOnManyThreads(first, 1, 1);
             for (std::size_t number = 0; number < kThreads; ++number) {
                 const std::string alone = use("alone", first + number, 1);
                 if (results[number] == alone) continue;
                 std::cerr << "differs: " << results[number] << std::endl;
-                ::_exit(1);
+                return 1;
             }
-            ::_exit(0);
-        }
-        int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
+            return 0;
+        });
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "from way " << first;
     }
 }

@@ -1,6 +1,9 @@
 #include "tests/support/FailingAllocator.hpp"
 
+#include <malloc.h>
+
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 
 namespace test_support {
@@ -8,30 +11,49 @@ namespace test_support {
 namespace {
 
 std::atomic<std::size_t> outstanding{0};
+std::atomic<std::size_t> bytes{0};  // in them
+std::atomic<std::size_t> peak{0};
+std::size_t peakStart = 0;
 thread_local std::size_t countdown = 0;
 thread_local bool failed = false;
 
-void* allocate(std::size_t size) {
-    if (countdown != 0 && --countdown == 0) {
-        failed = true;
-        throw std::bad_alloc();
-    }
-    void* const memory = std::malloc(size == 0 ? 1 : size);
-    if (memory == nullptr) throw std::bad_alloc();
+// Whether the allocation that is asked for now is the one that fails.
+bool fails() noexcept {
+    if (countdown == 0 || --countdown != 0) return false;
+    failed = true;
+    errno = ENOMEM;
+    return true;
+}
+
+void* counted(void* memory) noexcept {
+    if (memory == nullptr) return nullptr;
     outstanding.fetch_add(1, std::memory_order_relaxed);
+    const std::size_t size = malloc_usable_size(memory);
+    const std::size_t now = bytes.fetch_add(size, std::memory_order_relaxed) + size;
+    // Exact for one thread at a time, which is how it is used.
+    if (now > peak.load(std::memory_order_relaxed)) peak.store(now, std::memory_order_relaxed);
     return memory;
 }
 
-void release(void* memory) noexcept {
+void uncount(void* memory) noexcept {
     if (memory == nullptr) return;
     outstanding.fetch_sub(1, std::memory_order_relaxed);
-    std::free(memory);
+    bytes.fetch_sub(malloc_usable_size(memory), std::memory_order_relaxed);
 }
 
 }  // namespace
 
 std::size_t outstandingAllocations() noexcept {
     return outstanding.load(std::memory_order_relaxed);
+}
+
+void startPeak() noexcept {
+    peakStart = bytes;
+    peak = peakStart;
+}
+
+std::size_t peakBytes() noexcept {
+    return peak - peakStart;
 }
 
 void failAllocation(std::size_t number) noexcept {
@@ -45,32 +67,85 @@ bool allocationFailed() noexcept {
 
 }  // namespace test_support
 
+using test_support::counted;
+using test_support::fails;
+using test_support::uncount;
+
+#if defined(QZ_SANITIZED)
+
+namespace {
+
+void* allocate(std::size_t size) noexcept {
+    return fails() ? nullptr : counted(std::malloc(size));
+}
+
+void* allocateOrThrow(std::size_t size) {
+    void* const memory = allocate(size);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+
+void release(void* memory) noexcept {
+    uncount(memory);
+    std::free(memory);
+}
+
+}  // namespace
+
 void* operator new(std::size_t size) {
-    return test_support::allocate(size);
+    return allocateOrThrow(size);
 }
 void* operator new[](std::size_t size) {
-    return test_support::allocate(size);
+    return allocateOrThrow(size);
 }
-// The sanitizers' own would not come here.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return test_support::allocate(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    return allocate(size);
 }
 void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    test_support::release(memory);
+    release(memory);
 }
 void operator delete(void* memory) noexcept {
-    test_support::release(memory);
+    release(memory);
 }
 void operator delete[](void* memory) noexcept {
-    test_support::release(memory);
+    release(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-    test_support::release(memory);
+    release(memory);
 }
 void operator delete[](void* memory, std::size_t) noexcept {
-    test_support::release(memory);
+    release(memory);
 }
+
+#else
+
+extern "C" {
+
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+void __libc_free(void* memory);
+
+#define EXPORTED __attribute__((visibility("default")))  // to the libraries that are to call these
+
+EXPORTED void* malloc(std::size_t size) {
+    return fails() ? nullptr : counted(__libc_malloc(size));
+}
+EXPORTED void* calloc(std::size_t count, std::size_t size) {
+    return fails() ? nullptr : counted(__libc_calloc(count, size));
+}
+EXPORTED void* realloc(void* memory, std::size_t size) {
+    if (fails()) return nullptr;
+    uncount(memory);
+    void* const moved = __libc_realloc(memory, size);
+    counted(moved != nullptr ? moved : memory);
+    return moved;
+}
+EXPORTED void free(void* memory) {
+    uncount(memory);
+    __libc_free(memory);
+}
+
+}  // extern "C"
+
+#endif

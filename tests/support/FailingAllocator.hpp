@@ -3,20 +3,18 @@
 #include <cstddef>
 #include <new>
 
-// Replaces the global operator new of a test program that compiles FailingAllocator.cpp or
-// FailingMalloc.cpp.
+// Replaces malloc in a test program that compiles FailingAllocator.cpp, so that libraries written in C
+// fail, too. Sanitizers bring a malloc of their own; with them it is operator new.
 namespace test_support {
 
-// Allocations by operator new that have not been freed.
+// Allocations that have not been freed.
 std::size_t outstandingAllocations() noexcept;
 
-// The most bytes that were allocated at one time since startPeak(), beyond those allocated then. Counted
-// by FailingMalloc.cpp only.
+// The most bytes that were allocated at one time since startPeak(), beyond those allocated then.
 void startPeak() noexcept;
 std::size_t peakBytes() noexcept;
 
-// From now on the calling thread's allocation number `number` (from 1) throws std::bad_alloc; 0 turns
-// it off.
+// From now on the calling thread's allocation number `number` (from 1) fails; 0 turns it off.
 void failAllocation(std::size_t number) noexcept;
 // Whether that allocation has been asked for.
 bool allocationFailed() noexcept;

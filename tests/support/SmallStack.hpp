@@ -3,8 +3,8 @@
 #include <pthread.h>
 
 #include <cstddef>
-#include <exception>
 #include <functional>
+#include <future>
 #include <stdexcept>
 
 namespace test_support {
@@ -18,28 +18,20 @@ inline constexpr std::size_t kSmallStack = 128 * 1024;
 
 // Runs `work` on a thread with a stack of kSmallStack bytes; throws what it throws.
 inline void onSmallStack(const std::function<void()>& work) {
-    struct Job {
-        const std::function<void()>& work;
-        std::exception_ptr failure;
-    } job{work, nullptr};
-    const auto run = [](void* argument) -> void* {
-        auto* const started = static_cast<Job*>(argument);
-        try {
-            started->work();
-        } catch (...) {
-            started->failure = std::current_exception();
-        }
+    std::packaged_task<void()> task(work);
+    const auto run = [](void* started) -> void* {
+        (*static_cast<std::packaged_task<void()>*>(started))();
         return nullptr;
     };
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_t thread;
     const bool running = pthread_attr_setstacksize(&attributes, kSmallStack) == 0 &&
-                         pthread_create(&thread, &attributes, run, &job) == 0;
+                         pthread_create(&thread, &attributes, run, &task) == 0;
     pthread_attr_destroy(&attributes);
     if (!running) throw std::runtime_error("cannot start a thread");
     pthread_join(thread, nullptr);
-    if (job.failure) std::rethrow_exception(job.failure);
+    task.get_future().get();
 }
 
 }  // namespace test_support

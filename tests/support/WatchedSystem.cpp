@@ -6,8 +6,6 @@
 #include <unistd.h>
 
 #include <stdexcept>
-#include <tuple>
-#include <type_traits>
 #include <utility>
 
 namespace test_support {
@@ -18,25 +16,10 @@ using fl::filesystem::SystemCalls;
 
 WatchedSystem* current = nullptr;
 
-// Whether two entries, of whatever types, are the same.
-template <auto One, auto Other>
-constexpr bool kIs = std::is_same_v<std::integral_constant<decltype(One), One>,
-                                    std::integral_constant<decltype(Other), Other>>;
-
-// Which argument of a transfer is its size, counted from 0; none of another call.
-template <auto Entry>
-constexpr std::size_t kSizeArgument = 0;
-template <>
-constexpr std::size_t kSizeArgument<&SystemCalls::pread> = 2;
-template <>
-constexpr std::size_t kSizeArgument<&SystemCalls::pwrite> = 2;
-template <>
-constexpr std::size_t kSizeArgument<&SystemCalls::copy_file_range> = 4;
-
-template <auto Entry>
-constexpr bool kWrites =
-    kIs<Entry, &SystemCalls::pwrite> || kIs<Entry, &SystemCalls::copy_file_range> ||
-    kIs<Entry, &SystemCalls::ftruncate>;
+int refuse(int error) {
+    errno = error;
+    return -1;
+}
 
 std::string contentOf(int file) {
     std::string content;
@@ -49,76 +32,80 @@ std::string contentOf(int file) {
     return content;
 }
 
-// Which of the arguments are names and which the file.
-void note(Call& call, const char* name) {
-    const std::string_view given(name);
-    call.names.emplace_back(given.substr(given.rfind('/') + 1));
-}
-template <class Other>
-void note(Call&, Other) {}
+// The arguments of a call that say what it is done to, each kind in their order.
+struct Arguments {
+    std::vector<int> numbers;  // descriptors, then flags
+    std::vector<const char*> names;
 
-template <auto Entry, class Result, class Arguments>
-Call describe(const char* name, Result result, const Arguments& arguments) {
+    void add(int number) { numbers.push_back(number); }
+    void add(const char* name) { names.push_back(name); }
+    template <class Other>
+    void add(Other) {}
+};
+
+Call describe(std::string_view name, ssize_t result, const Arguments& arguments) {
     Call call{.name = name, .succeeded = result >= 0};
-    std::apply([&](auto... each) { (note(call, each), ...); }, arguments);
-    if (kIs<Entry, &SystemCalls::close>) return call;
+    for (const std::string_view given : arguments.names)
+        call.names.emplace_back(given.substr(given.rfind('/') + 1));
+    if (name == "close") return call;
     struct stat found {};
-    int file = std::get<0>(arguments);
-    if constexpr (kIs<Entry, &SystemCalls::openat>) {
-        file = result;
+    int file = arguments.numbers.front();
+    if (name == "openat") {
+        file = static_cast<int>(result);
         constexpr int kCreates = O_CREAT | (O_TMPFILE & ~O_DIRECTORY);
-        call.isCreation = (std::get<2>(arguments) & kCreates) != 0;
+        call.isCreation = (arguments.numbers.back() & kCreates) != 0;
     }
-    if constexpr (kIs<Entry, &SystemCalls::copy_file_range>) file = std::get<2>(arguments);
-    if constexpr (kIs<Entry, &SystemCalls::linkat> || kIs<Entry, &SystemCalls::renameat2>) {
-        ::fstatat(std::get<2>(arguments), std::get<3>(arguments), &found, AT_SYMLINK_NOFOLLOW);
+    if (name == "copy_file_range") file = arguments.numbers.back();
+    if (name == "linkat" || name == "renameat2") {
+        ::fstatat(arguments.numbers[1], arguments.names[1], &found, AT_SYMLINK_NOFOLLOW);
     } else {
         ::fstat(file, &found);
     }
     call.inode = found.st_ino;
     call.isOnDirectory = S_ISDIR(found.st_mode);
-    if (kWrites<Entry> && call.succeeded) call.content = contentOf(file);
+    if (call.writes() && call.succeeded) call.content = contentOf(file);
     return call;
+}
+
+void halve(std::size_t& size) {
+    size = (size + 1) / 2;
+}
+template <class Other>
+void halve(Other&) {}
+
+// Makes a call as it is to be made now. `really` makes it with `arguments` as they are then.
+template <class Really, class... Each>
+ssize_t watched(std::string_view name, Really really, Each&... arguments) {
+    const Fault* const fault = current->begin(name);
+    const auto is = [&](Fault::Kind kind) { return fault != nullptr && fault->kind == kind; };
+    Arguments described;
+    (described.add(arguments), ...);
+    if (is(Fault::Kind::IsShort)) (halve(arguments), ...);
+    // The system gives a descriptor up even if it cannot be closed.
+    const bool isMade =
+        name == "close" || !(is(Fault::Kind::Fails) || is(Fault::Kind::MovesNothing));
+    ssize_t result = isMade ? really() : 0;
+    if (is(Fault::Kind::Fails)) result = refuse(fault->error);
+    const int error = errno;
+    current->log(describe(name, result, described));
+    errno = error;
+    return result;
 }
 
 template <auto Entry>
 struct Watched;
-template <class Result, class... Arguments, Result (*SystemCalls::*Entry)(Arguments...)>
+template <class Result, class... Given, Result (*SystemCalls::*Entry)(Given...)>
 struct Watched<Entry> {
-    static inline const char* name = "";
+    static inline std::string_view name;
 
-    static Result call(Arguments... given) {
-        std::tuple<Arguments...> arguments(given...);
-        const Fault* const fault = current->begin();
-        const Result result = fault ? faulty(*fault, arguments) : really(arguments);
-        const int error = errno;
-        current->log(describe<Entry>(name, result, arguments));
-        errno = error;
-        return result;
-    }
-
-    static Result faulty(const Fault& fault, std::tuple<Arguments...>& arguments) {
-        if (fault.kind == Fault::Kind::Fails) {
-            // As the system does: the descriptor is gone all the same.
-            if constexpr (kIs<Entry, &SystemCalls::close>) really(arguments);
-            errno = fault.error;
-            return -1;
-        }
-        if constexpr (kSizeArgument<Entry> != 0) {
-            auto& size = std::get<kSizeArgument<Entry>>(arguments);
-            if (fault.kind == Fault::Kind::MovesNothing) return 0;
-            if (fault.kind == Fault::Kind::IsShort) size = (size + 1) / 2;
-        }
-        return really(arguments);
-    }
-
-    static Result really(const std::tuple<Arguments...>& arguments) {
-        return std::apply(current->real().*Entry, arguments);
+    static Result call(Given... given) {
+        const auto really = [&] { return (current->real().*Entry)(given...); };
+        return static_cast<Result>(watched(name, really, given...));
     }
 };
 
 template <auto Entry>
-void watch(const char* name) {
+void watch(std::string_view name) {
     Watched<Entry>::name = name;
     fl::filesystem::systemCalls().*Entry = Watched<Entry>::call;
 }
@@ -145,11 +132,6 @@ void watchAll() {
     watch<&SystemCalls::renameat2>("renameat2");
     watch<&SystemCalls::unlinkat>("unlinkat");
     watch<&SystemCalls::close>("close");
-}
-
-int refuse(int error) {
-    errno = error;
-    return -1;
 }
 
 void makeOlder(SystemCalls& calls) {
@@ -197,8 +179,8 @@ const Call* WatchedSystem::struck() const noexcept {
     return number_ > 0 && calls_.size() >= number_ ? &calls_[number_ - 1] : nullptr;
 }
 
-const Fault* WatchedSystem::begin() {
-    if (calls_.size() + 1 != number_) return nullptr;
+const Fault* WatchedSystem::begin(std::string_view call) {
+    if (calls_.size() + 1 != number_ || !fault_.canStrike(call)) return nullptr;
     if (fault_.kind == Fault::Kind::Kills) ::kill(::getpid(), SIGKILL);
     if (fault_.kind == Fault::Kind::Interferes) {
         current = nullptr;  // what others do is not watched
@@ -218,8 +200,7 @@ void Disk::apply(const Call& call) {
     if (call.name == "fchown" || call.name == "fchmod" || call.name == "fsetxattr" ||
         call.name == "fremovexattr") {
         durableContents_.erase(call.inode);  // a whole file is one with its attributes, too
-    } else if (call.name == "pwrite" || call.name == "copy_file_range" ||
-               call.name == "ftruncate") {
+    } else if (call.writes()) {
         contents_[call.inode] = call.content;
     } else if (call.isCreation) {
         contents_[call.inode] = "";
@@ -260,40 +241,29 @@ std::set<std::string> Disk::contentsAfterPowerLoss(const std::string& name) cons
 
 namespace {
 
-// Reading and writing of the standard file streams. The standard ones of the process are not files.
-template <class Real>
-ssize_t watchedStream(const char* name, int file, std::size_t& size, Real real) {
-    if (current == nullptr || file <= STDERR_FILENO) return real();
-    const Fault* const fault = current->begin();
-    ssize_t result = 0;
-    if (fault != nullptr && fault->kind == Fault::Kind::Fails) {
-        result = refuse(fault->error);
-    } else {
-        if (fault != nullptr && fault->kind == Fault::Kind::IsShort) size = (size + 1) / 2;
-        result = real();
-    }
-    const int error = errno;
-    current->log({.name = name, .succeeded = result >= 0});
-    errno = error;
-    return result;
+// Whether a file stream's call is watched. The standard streams of the process are not files.
+bool isWatched(int file) {
+    return current != nullptr && file > STDERR_FILENO;
 }
 
 }  // namespace
 
 }  // namespace test_support
 
+using test_support::isWatched;
+using test_support::watched;
+
 // The standard library's file streams call these of the program before those of the system.
 #define EXPORTED __attribute__((visibility("default")))
 extern "C" EXPORTED ssize_t read(int file, void* buffer, std::size_t size) {
-    return test_support::watchedStream("read", file, size,
-                                       [&] { return ::syscall(SYS_read, file, buffer, size); });
+    const auto really = [&] { return ::syscall(SYS_read, file, buffer, size); };
+    return isWatched(file) ? watched("read", really, file, size) : really();
 }
 extern "C" EXPORTED ssize_t write(int file, const void* buffer, std::size_t size) {
-    return test_support::watchedStream("write", file, size,
-                                       [&] { return ::syscall(SYS_write, file, buffer, size); });
+    const auto really = [&] { return ::syscall(SYS_write, file, buffer, size); };
+    return isWatched(file) ? watched("write", really, file, size) : really();
 }
 extern "C" EXPORTED ssize_t writev(int file, const iovec* parts, int count) {
-    std::size_t ignored = 0;
-    return test_support::watchedStream("writev", file, ignored,
-                                       [&] { return ::syscall(SYS_writev, file, parts, count); });
+    const auto really = [&] { return ::syscall(SYS_writev, file, parts, count); };
+    return isWatched(file) ? watched("writev", really, file) : really();
 }

@@ -21,12 +21,15 @@ struct Call {
     bool isOnDirectory = false;
     bool isCreation = false;
     ino_t inode = 0;  // of what was opened, named, read, written or made durable
-    std::vector<std::string> names =
-        {};                    // those that the call was given, without their directories
-    std::string content = {};  // of a file that the call has written to
+    std::vector<std::string> names = {};  // without their directories
+    std::string content = {};             // of a file that the call has written to
+
+    bool writes() const {
+        return name == "pwrite" || name == "copy_file_range" || name == "ftruncate";
+    }
 };
 
-// What happens at the call that is struck. Transfers alone can be short or empty.
+// What happens at the call that is struck. Transfers alone can be short or move nothing.
 struct Fault {
     enum class Kind { Fails, IsShort, MovesNothing, Kills, Interferes };
     const char* name;
@@ -35,7 +38,8 @@ struct Fault {
     std::string_view calls = {};  // that it can happen to, with blanks between; all when empty
 
     bool canStrike(std::string_view call) const {
-        return calls.empty() || calls.find(call) != calls.npos;
+        const auto inBlanks = [](std::string_view text) { return " " + std::string(text) + " "; };
+        return calls.empty() || inBlanks(calls).find(inBlanks(call)) != std::string::npos;
     }
 };
 
@@ -62,7 +66,7 @@ public:
     const std::vector<Call>& calls() const noexcept { return calls_; }
 
     // What happens to the call that is made now: its fault, or null. For the replaced calls.
-    const Fault* begin();
+    const Fault* begin(std::string_view call);
     void log(Call call) { calls_.push_back(std::move(call)); }
     const fl::filesystem::SystemCalls& real() const noexcept { return real_; }
 
