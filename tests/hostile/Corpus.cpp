@@ -14,16 +14,62 @@ using test_support::little;
 
 namespace {
 
-std::string fileName(std::string_view table, std::string_view why, std::string_view extension) {
-    std::string name = std::string(table) + "-" + std::string(why);
-    std::ranges::replace_if(
-        name, [](unsigned char c) { return !std::isalnum(c); }, '-');
-    return name.append(extension);
+// Texts that many outcomes hold, for "$" and what follows. None begins like one before it.
+constexpr std::pair<std::string_view, std::string_view> kAbbreviations[] = {
+    {"$MOVED", ": something was removed from the file or put into it$AGAIN"},
+    {"$BUT", ", where the end record starts, but has"},
+    {"$NOEND", "is not a zip file, or its end is missing: there is no end record in its last"},
+    {"$DECRYPT", ", which packages do not allow; decrypt the file first"},
+    {"$FOLDER",
+     ", but its name does not end in a slash: some readers see a directory and others a "
+     "file$AGAIN"},
+    {"$PAST", ", where the next item or the directory starts$AGAIN"},
+    {"$UNLISTED", " that the directory does not list$TWO"},
+    {"$LOCAL", "its local header at offset 0 contradicts the directory: another"},
+    {"$CRC", "its content is damaged: the checksum does not match the one in the directory$AGAIN"},
+    {"$TWO", ": readers could see two different packages$AGAIN"},
+    {"$AGAIN", "; get the file again from where it came from"},
+    {"$GONE", ", which is not in the package; add the part or remove the relationship"},
+    {"$NOPART", "; expected the name of a part"},
+    {"$PIECE",
+     ": is a piece of a part, which is not supported; save the package with parts in one "
+     "piece"},
+    {"$TABLE", "http://schemas.openxmlformats.org/package/2006/"},
+    {"$METADATA", ": application/vnd.quorvane.korval.lumenForge.appMetadata+xml"},
+    {"$RELS", "application/vnd.openxmlformats-package.relationships+xml"},
+    {"$MEND", "; mend the XML or get the file again"},
+    {"$FORMAT",
+     " (expected a document of "
+     "http://schemas.quorvane.com/lumenForge/app/2017/appMetadata)"},
+};
+
+std::string expanded(std::string outcome) {
+    for (const auto& [abbreviation, text] : kAbbreviations) {
+        for (std::size_t at = 0; (at = outcome.find(abbreviation, at)) != std::string::npos;)
+            outcome.replace(at, abbreviation.size(), text);
+    }
+    return outcome;
 }
 
 // In one block that is not compressed, so that its size does not hang on the library's version.
 std::string plainlyDeflated(const std::string& content) {
     return "\1" + little(content.size(), 2) + little(~content.size(), 2) + content;
+}
+
+std::string nameOf(std::size_t number, std::string_view table, std::string_view what) {
+    std::string name = std::string(table) + "-" + std::to_string(number) + "-";
+    name += what.substr(0, 50);
+    std::ranges::replace_if(
+        name, [](unsigned char c) { return !std::isalnum(c); }, '-');
+    return name;
+}
+
+HostileFile packagedApp(const std::string& name, const BuiltZip& zip, const std::string& outcome) {
+    HostileFile file{.name = name + ".kvpkg", .bytes = zip.bytes(), .outcome = expanded(outcome)};
+    file.content = file.bytes.size();
+    for (const BuiltItem& item : zip.items)
+        file.content += item.content.size();
+    return file;
 }
 
 }  // namespace
@@ -59,34 +105,32 @@ BuiltItem& itemOf(BuiltZip& zip, std::string_view name) {
     return *found;
 }
 
-HostileFile packagedApp(std::string_view table, std::string_view why, const BuiltZip& zip,
-                        std::string outcome) {
-    HostileFile file{.name = fileName(table, why, ".kvpkg"),
-                     .bytes = zip.bytes(),
-                     .outcome = std::move(outcome)};
-    file.content = file.bytes.size();
-    for (const BuiltItem& item : zip.items)
-        file.content += item.content.size();
-    return file;
+void addPackagedApp(Corpus& corpus, std::string_view table, std::string_view what,
+                    const BuiltZip& zip, const std::string& outcome) {
+    corpus.push_back(packagedApp(nameOf(corpus.size(), table, what), zip, outcome));
 }
 
-HostileFile textApp(std::string_view table, std::string_view why, std::string text,
-                    std::string outcome) {
-    const std::uint64_t size = text.size();
-    return {fileName(table, why, ".k"), std::move(text), size, std::move(outcome)};
+void addTextApp(Corpus& corpus, std::string_view table, const std::string& text,
+                const std::string& outcome) {
+    corpus.push_back({nameOf(corpus.size(), table, text) + ".k", text, text.size(), outcome});
+}
+
+void addChanges(Corpus& corpus, std::string_view table, std::span<const ChangeRow> rows,
+                const std::string& start) {
+    for (const ChangeRow& row : rows) {
+        BuiltZip zip = goodZip();
+        row.apply(zip);
+        addPackagedApp(corpus, table, row.what, zip, start + row.outcome);
+    }
 }
 
 HostileFile goodPackagedApp() {
-    return packagedApp("good", "packaged", goodZip(), "");
+    return packagedApp("good", goodZip(), "");
 }
 
 HostileFile goodTextApp() {
-    return textApp("good", "text", "x = 1;\n", "");
-}
-
-std::string completed(std::string outcome, std::string_view abbreviation, std::string_view text) {
-    if (!outcome.ends_with(abbreviation)) return outcome;
-    return outcome.replace(outcome.size() - abbreviation.size(), abbreviation.size(), text);
+    const std::string text = "x = 1;\n";
+    return {"good.k", text, text.size(), ""};
 }
 
 std::string repeated(std::string_view piece, std::size_t count) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,15 +26,24 @@ const Corpus& corpus();
 HostileFile goodPackagedApp();
 HostileFile goodTextApp();
 
-// For the tables of the corpus. Names are made of the table's and what is broken.
+// For the tables of the corpus. Names are made of the table's and what is broken, or its beginning;
+// outcomes may hold the abbreviations of Corpus.cpp.
 test_support::BuiltZip goodZip();
 test_support::BuiltItem& itemOf(test_support::BuiltZip& zip, std::string_view name);
-HostileFile packagedApp(std::string_view table, std::string_view why,
-                        const test_support::BuiltZip& zip, std::string outcome);
-HostileFile textApp(std::string_view table, std::string_view why, std::string text,
-                    std::string outcome);
-// The outcome with `text` in the place of the abbreviation, when it ends in that.
-std::string completed(std::string outcome, std::string_view abbreviation, std::string_view text);
+void addPackagedApp(Corpus& corpus, std::string_view table, std::string_view what,
+                    const test_support::BuiltZip& zip, const std::string& outcome);
+void addTextApp(Corpus& corpus, std::string_view table, const std::string& text,
+                const std::string& outcome);
+
+// A change of the good file.
+struct ChangeRow {
+    const char* what;
+    void (*apply)(test_support::BuiltZip& zip);
+    const char* outcome = "";
+};
+void addChanges(Corpus& corpus, std::string_view table, std::span<const ChangeRow> rows,
+                const std::string& start);
+
 std::string repeated(std::string_view piece, std::size_t count);
 
 void addZipFiles(Corpus& corpus);

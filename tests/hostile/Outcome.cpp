@@ -12,9 +12,8 @@
 #include <quillcode/QuillCodeFileReader.hpp>
 
 #include <algorithm>
-#include <filesystem>
 #include <functional>
-#include <stdexcept>
+#include <optional>
 
 #include "tests/support/TemporaryDirectory.hpp"
 
@@ -22,7 +21,6 @@ namespace hostile {
 
 namespace {
 
-using appserialization::AppMetadataReader;
 using fl::i18n::to_display;
 
 constexpr std::size_t kLongestShown = 80;
@@ -33,7 +31,6 @@ bool is(const std::exception& error) {
 }
 
 std::string typeOf(const std::exception& error) {
-    if (is<opc::model::PackageNotFound>(error)) return "PackageNotFound";
     if (is<opc::model::PartTooLarge>(error)) return "PartTooLarge";
     if (is<opc::Exception>(error)) return "Exception";
     if (is<appserialization::AppFileReaderGenericException>(error)) return "GenericException";
@@ -47,15 +44,6 @@ std::string replaced(std::string text, const std::string& from, const std::strin
     return text;
 }
 
-// What `read` returns, or throws as "Type: message".
-std::string told(const std::u16string& file, const std::function<std::string()>& read) {
-    try {
-        return read();
-    } catch (const std::exception& error) {
-        return typeOf(error) + ": " + replaced(error.what(), to_display(file), "FILE");
-    }
-}
-
 std::string shown(std::string text) {
     for (const char control : {'\0', '\n', '\r', '\x1B'})
         text = replaced(std::move(text), std::string(1, control), "~");
@@ -63,22 +51,44 @@ std::string shown(std::string text) {
     return std::to_string(text.size()) + " bytes";
 }
 
-struct Shown : boost::static_visitor<std::string> {
-    std::string operator()(const appserialization::appmetadata::OptionalString& text) const {
-        return text ? shown(to_display(*text)) : "(none)";
+std::string shown(const appserialization::appmetadata::OptionalString& text) {
+    return text ? shown(to_display(*text)) : "(none)";
+}
+
+std::string shown(const appserialization::appmetadata::OptionalStringList& list) {
+    if (!list) return "(none)";
+    if (list->size() > 9) return std::to_string(list->size()) + " items";
+    std::string all;
+    for (const auto& item : *list)
+        all += "[" + shown(to_display(item)) + "]";
+    return all;
+}
+
+// What is read of one file.
+class Report {
+public:
+    explicit Report(const std::u16string& file) : name_(to_display(file)) {}
+
+    void add(const std::string& line) { lines_.push_back(line); }
+    // What `read` returns, if anything, or throws as "Type: message". False when it throws.
+    bool add(const std::string& what, const std::function<std::optional<std::string>()>& read) {
+        try {
+            if (const auto result = read()) add(what + ": " + *result);
+            return true;
+        } catch (const std::exception& error) {
+            add(what + ": " + typeOf(error) + ": " + replaced(error.what(), name_, "FILE"));
+            return false;
+        }
     }
-    std::string operator()(const appserialization::appmetadata::OptionalStringList& list) const {
-        if (!list) return "(none)";
-        if (list->size() > 9) return std::to_string(list->size()) + " items";
-        std::string all;
-        for (const auto& item : *list)
-            all += "[" + shown(to_display(item)) + "]";
-        return all;
-    }
+    const Outcome& lines() const { return lines_; }
+
+private:
+    std::string name_;
+    Outcome lines_;
 };
 
 // Reads it to its end; damage is found before the last byte is handed out, and remembered.
-std::string readStream(opc::InputStream& stream, std::uint64_t size) {
+std::optional<std::string> readStream(opc::InputStream& stream, std::uint64_t size) {
     std::uint64_t handedOut = 0;
     std::byte buffer[100];
     try {
@@ -93,81 +103,65 @@ std::string readStream(opc::InputStream& stream, std::uint64_t size) {
         }
         throw;
     }
-    return "";
+    return std::nullopt;
 }
 
-void addMetadata(Outcome& outcome, const std::u16string& file,
-                 const std::function<std::unique_ptr<AppMetadataReader>()>& open) {
+template <class Reader>
+void addMetadata(Report& report, const std::u16string& file) {
     using namespace appserialization::appmetadata;
-    const std::string failure = told(file, [&] {
-        for (const auto& [field, value] : open()->readMetadata().toMap()) {
-            outcome.push_back(kFieldNames.at(static_cast<std::size_t>(field)) + std::string(": ") +
-                              boost::apply_visitor(Shown(), value));
+    report.add("metadata", [&] {
+        for (const auto& [field, value] : Reader(file).readMetadata().toMap()) {
+            const auto show = [](const auto& some) { return shown(some); };
+            report.add(kFieldNames.at(static_cast<std::size_t>(field)) + std::string(": ") +
+                       boost::apply_visitor(show, value));
         }
-        return "";
+        return std::nullopt;
     });
-    if (!failure.empty()) outcome.push_back("metadata: " + failure);
-    outcome.push_back("screenshot: " + told(file, [&] {
-                          const auto [format, bytes] = open()->readScreenshotAsBytes();
-                          return shown(to_display(format)) + " " +
-                                 shown(std::string(bytes.begin(), bytes.end()));
-                      }));
+    report.add("screenshot", [&] {
+        const auto [format, bytes] = Reader(file).readScreenshotAsBytes();
+        return shown(to_display(format)) + " " + shown(std::string(bytes.begin(), bytes.end()));
+    });
 }
 
 // Parts are named with their types, items only when they are damaged.
-void addParts(Outcome& outcome, const opc::model::Package& package, const std::u16string& file) {
+std::nullopt_t addParts(Report& report, const std::u16string& file) {
+    const opc::zippackage::ZipPhysicalPackage zip(file, true);
+    opc::model::Package package(zip);
+    package.open(opc::interfaces::OpenMode::Read);
     for (const auto& part : package.getParts()) {
-        outcome.push_back("part " + shown(to_display(part.getName().toString())) + ": " +
-                          to_display(part.getContentType().toString()));
+        report.add("part " + shown(to_display(part.getName().toString())) + ": " +
+                   to_display(part.getContentType().toString()));
     }
     const auto archive = opc::zip::ZipArchive::open(fl::filesystem::path(file));
     for (const auto& item : archive->items()) {
-        const std::string failure =
-            told(file, [&] { return readStream(*archive->read(item), item.size); });
-        if (!failure.empty())
-            outcome.push_back("item " + shown(item.displayName()) + ": " + failure);
+        report.add("item " + shown(item.displayName()),
+                   [&] { return readStream(*archive->read(item), item.size); });
     }
+    return std::nullopt;
 }
 
-Outcome readPackage(const std::u16string& file, const std::u16string& scratch) {
-    Outcome outcome;
-    const std::string failure = told(file, [&] {
-        const opc::zippackage::ZipPhysicalPackage zip(file, true);
-        opc::model::Package package(zip);
-        package.open(opc::interfaces::OpenMode::Read);
-        addParts(outcome, package, file);
-        return "";
+void addPackage(Report& report, const std::u16string& file, const std::u16string& scratch) {
+    if (!report.add("open", [&] { return addParts(report, file); })) return;
+    addMetadata<appserialization::KVPKGMetadataReader>(report, file);
+    report.add("code", [&] {
+        return shown(to_display(quillcode::QuillCodeFileReader(file).getKORVALCode()));
     });
-    if (!failure.empty()) return {"open: " + failure};
-    addMetadata(outcome, file,
-                [&] { return std::make_unique<appserialization::KVPKGMetadataReader>(file); });
-    outcome.push_back("code: " + told(file, [&] {
-                          return shown(
-                              to_display(quillcode::QuillCodeFileReader(file).getKORVALCode()));
-                      }));
-    outcome.push_back("model: " + told(file, [&] {
-                          appserialization::AppFileReader(file).copyAppDataToTempFile(scratch);
-                          return shown(test_support::readFile(scratch));
-                      }));
-    return outcome;
-}
-
-Outcome readText(const std::u16string& file) {
-    const std::string failure = told(file, [&] {
-        appserialization::KAppMetadataReader{file};
-        return "";
+    report.add("model", [&] {
+        appserialization::AppFileReader(file).copyAppDataToTempFile(scratch);
+        return shown(test_support::readFile(scratch));
     });
-    if (!failure.empty()) return {"open: " + failure};
-    Outcome outcome;
-    addMetadata(outcome, file,
-                [&] { return std::make_unique<appserialization::KAppMetadataReader>(file); });
-    return outcome;
 }
 
 }  // namespace
 
 Outcome readEverything(const std::u16string& file, const std::u16string& scratch) {
-    return file.ends_with(u".k") ? readText(file) : readPackage(file, scratch);
+    Report report(file);
+    if (file.ends_with(u".k")) {
+        addMetadata<appserialization::KAppMetadataReader>(report, file);
+    } else {
+        addPackage(report, file, scratch);
+    }
+    return report.lines();
 }
 
 std::string difference(const Outcome& from, const Outcome& to) {
