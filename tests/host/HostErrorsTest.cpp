@@ -38,11 +38,6 @@ TEST(HostErrors, OnlyTheReadersOwnFailuresBringTheirFileName) {
     }
 }
 
-TEST(HostErrors, ASuccessAsksForNoFileName) {
-    const auto noName = []() -> ustring { throw std::logic_error("asked for"); };
-    EXPECT_EQ(host::withHostErrors(noName, [] { return 7; }), 7);
-}
-
 TEST(HostErrors, ADescriptionThatCannotBeAllocatedIsTheHostsBadAlloc) {
     EXPECT_THROW(host::withHostBadAlloc([] { throw std::bad_alloc(); }),
                  foundation::core::except::BadAlloc);

@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/FailingAllocator.hpp"
-
 namespace {
 
 using namespace appserialization;
@@ -97,22 +95,6 @@ TEST_F(MetadataToStruct, AKeyThatIsNoFieldEndsTheProcess) {
     appmetadata::MetadataMap map;
     map[static_cast<MetadataFieldEnum>(14)] = appmetadata::OptionalString(u"");
     EXPECT_DEATH(converter_.convertMetadataMapToStruct(map, target.get()), "Should never get here");
-}
-
-TEST_F(MetadataToStruct, LeavesNothingBehindWhenAnAllocationFails) {
-    AppMetadata metadata;
-    metadata.setName(u"a name that is too long to be kept inside");
-    metadata.setRequiredProducts({u"one", u"another one, also too long to be kept inside"});
-    const std::size_t before = test_support::outstandingAllocations();
-    const auto convert = [&] {
-        const ArrayPtr target = makeTarget();
-        converter_.convertAppMetadataToStruct(metadata, target.get());
-    };
-    const std::size_t failures = test_support::forEachFailingAllocation(convert, [&] {
-        EXPECT_EQ(matrix::liveArrayCount(), 0u);
-        EXPECT_EQ(test_support::outstandingAllocations(), before);
-    });
-    EXPECT_GT(failures, 20u);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <hvarray/hvarray.hpp>
 #include <messages/HostError.hpp>
 #include <tarvo/ClassSystem.hpp>
@@ -39,13 +38,6 @@ private:
     }
     void* handle_;
 };
-
-// Leaks are the sanitizers' own business, and they are slow.
-#if defined(QZ_SANITIZED)
-constexpr int kManyRounds = 5'000;
-#else
-constexpr int kManyRounds = 100'000;
-#endif
 
 bool isLoaded() {
     void* const handle = dlopen(QZ_MODULE_FILE, RTLD_LAZY | RTLD_NOLOAD);
@@ -105,18 +97,6 @@ TEST_F(Module, AHandleMayOutliveTheModule) {
 TEST_F(Module, RunsOnASmallStack) {
     const LoadedModule module;
     test_support::onSmallStack([&] { readOnce(file_); });
-}
-
-TEST_F(Module, ManyRoundsTakeNoMoreMemory) {
-    const LoadedModule module;
-    const auto memoryAfter = [&](int rounds) {
-        for (int round = 0; round < rounds; ++round)
-            readOnce(file_);
-        return mallinfo2().uordblks;
-    };
-    const std::size_t before = memoryAfter(1'000);
-    const std::size_t after = memoryAfter(kManyRounds);
-    EXPECT_LE(after, before + 4096);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-"""Runs the qzapp binary as a user would, in a directory of its own for each test."""
+"""Runs a tool, which TOOL names, as a user would, in a directory of its own for each test."""
 
 import fcntl
 import json
@@ -12,8 +12,9 @@ import termios
 import unittest
 import zipfile
 
-QZAPP = os.environ["QZAPP"]
-EXAMPLE = pathlib.Path(os.environ["QZAPP_EXAMPLE"])
+TOOL = pathlib.Path(os.environ["TOOL"])
+EXAMPLE = pathlib.Path(os.environ["EXAMPLE"])
+DOCS = pathlib.Path(__file__).parents[2] / "docs"
 
 FIELDS = ["Name", "Summary", "Author", "Version", "Description", "ScreenshotMode", "KVPKGVersion",
           "MinimumSupportedKORVALRelease", "KORVALRelease", "Uuid", "AppType", "RequiredProducts",
@@ -32,12 +33,13 @@ class ToolTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.dir = pathlib.Path(folder.name)
 
-    def run_tool(self, *args, **options):
-        environment = {**os.environ, **options.pop("env", {})}
-        options.setdefault("stdout", subprocess.PIPE)
+    def run_tool(self, *args, limit=None, env={}, **options):
+        """`limit` is a bound of the shell, such as "-s 128"."""
+        options = {"stdout": subprocess.PIPE, **options}
         if "input" not in options:
             options["stdin"] = subprocess.DEVNULL
-        return subprocess.run([QZAPP, *args], cwd=self.dir, env=environment, timeout=120,
+        shell = ["sh", "-c", f'ulimit {limit} && exec "$0" "$@"'] if limit else []
+        return subprocess.run([*shell, TOOL, *args], cwd=self.dir, env={**os.environ, **env}, timeout=120,
                               stderr=subprocess.PIPE, **options)
 
     def on_terminal(self, *args, env={}):
@@ -45,7 +47,7 @@ class ToolTest(unittest.TestCase):
         main, side = pty.openpty()
         fcntl.ioctl(side, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 80, 0, 0))
         environment = {**os.environ, "TERM": "xterm-256color", **env}
-        with subprocess.Popen([QZAPP, *args], cwd=self.dir, env=environment, stdin=side, stdout=side,
+        with subprocess.Popen([TOOL, *args], cwd=self.dir, env=environment, stdin=side, stdout=side,
                               stderr=side) as tool:
             os.close(side)
             output = b""
@@ -63,6 +65,9 @@ class ToolTest(unittest.TestCase):
         self.assertEqual((result.returncode, result.stderr.decode()), (0, ""), args)
         return result.stdout.decode()
 
+    def json(self, *args, **options):
+        return json.loads(self.ok(args[0], "--json", *args[1:], **options))
+
     def fails(self, status, message, *args, **options):
         """A run that must fail with exactly this line, and print nothing else."""
         result = self.run_tool(*args, **options)
@@ -70,16 +75,22 @@ class ToolTest(unittest.TestCase):
                          (status, f"qzapp: {message}\n"), args)
         self.assertIn(result.stdout, (b"", None))
 
+    def fails_like(self, pattern, *args, status=1, **options):
+        """Standard output of a run that must fail with one line that matches."""
+        result = self.run_tool(*args, **options)
+        self.assertEqual(result.returncode, status, args)
+        self.assertRegex(result.stderr.decode(), rf"^qzapp: {pattern}\n$")
+        return result.stdout
+
     def write(self, name, content):
-        path = self.dir / name
-        path.write_bytes(content if isinstance(content, bytes) else content.encode())
+        (self.dir / name).write_bytes(content if isinstance(content, bytes) else content.encode())
         return name
 
     def read(self, name):
         return (self.dir / name).read_bytes()
 
-    def names(self):
-        return sorted(p.name for p in self.dir.iterdir())
+    def names(self, folder="."):
+        return sorted(p.name for p in (self.dir / folder).iterdir())
 
     def create(self, name="app.kvpkg", *more):
         """The example app, packed."""
@@ -95,11 +106,8 @@ class ToolTest(unittest.TestCase):
         self.ok("create", name, "--code", "s.k", "--model", "s.kvd", *more)
         return name
 
-    def info(self, name):
-        return json.loads(self.ok("info", "--json", name))
-
     def metadata(self, name):
-        return self.info(name)["metadata"]
+        return self.json("info", name)["metadata"]
 
     def extracted(self, name, kind):
         """The bytes that go to standard output."""
@@ -107,31 +115,51 @@ class ToolTest(unittest.TestCase):
         self.assertEqual((result.returncode, result.stderr), (0, b""))
         return result.stdout
 
-    def damage_model(self, source, target):
+    def items(self, name):
+        with zipfile.ZipFile(self.dir / name) as package:
+            return {item: package.read(item) for item in package.namelist()}
+
+    def flip(self, source, target, item_name):
+        """Breaks the content of one item."""
         with zipfile.ZipFile(self.dir / source) as package:
-            item = package.getinfo(MODEL_PART)
+            item = package.getinfo(item_name)
         data = bytearray(self.read(source))
-        start = item.header_offset + 30 + len(item.filename) + int.from_bytes(
-            data[item.header_offset + 28:item.header_offset + 30], "little")
+        name_and_fields = data[item.header_offset + 26:item.header_offset + 30]
+        start = item.header_offset + 30 + sum(struct.unpack("<HH", name_and_fields))
         data[start + item.compress_size // 2] ^= 0x55
         return self.write(target, bytes(data))
 
     def rewrite(self, source, target, change):
         """Copies a package through Python's zip writer; change(name, bytes) returns the new bytes."""
-        with zipfile.ZipFile(self.dir / source) as old, \
-                zipfile.ZipFile(self.dir / target, "w", zipfile.ZIP_DEFLATED) as new:
-            for item in old.infolist():
-                content = change(item.filename, old.read(item))
+        with zipfile.ZipFile(self.dir / target, "w", zipfile.ZIP_DEFLATED) as new:
+            for name, old in self.items(source).items():
+                content = change(name, old)
                 if content is not None:
-                    new.writestr(item.filename, content)
+                    new.writestr(name, content)
         return target
 
 
-def add_relationship(kind, target, name="rIdExtra"):
-    """A change for rewrite() that adds a package relationship."""
-    def change(item, content):
-        if item != "_rels/.rels":
+# Changes for rewrite()
+
+def without(item):
+    return lambda name, content: None if name == item else content
+
+
+def setting(item, new):
+    return lambda name, content: new if name == item else content
+
+
+def replacing(item, old, new):
+    """`old` must be there."""
+    def change(name, content):
+        if name != item:
             return content
-        entry = f'<Relationship Id="{name}" Type="{kind}" Target="{target}"/></Relationships>'
-        return content.decode().replace("</Relationships>", entry).encode()
+        if old.encode() not in content:
+            raise AssertionError(f"{old} is not in {item}")
+        return content.replace(old.encode(), new.encode())
     return change
+
+
+def add_relationship(kind, target, name="rIdExtra"):
+    entry = f'<Relationship Id="{name}" Type="{kind}" Target="{target}"/></Relationships>'
+    return replacing("_rels/.rels", "</Relationships>", entry)

@@ -1,23 +1,10 @@
 """docs/qzapp-json.md: what it shows is what the verbs print."""
 
 import json
-import pathlib
 import re
 import unittest
 
-from support import FIELDS, ToolTest
-
-PAGE = pathlib.Path(__file__).parents[2] / "docs/qzapp-json.md"
-
-
-def examples():
-    """The example of each verb, with the page's metadata where it says "as above"."""
-    blocks = re.findall(r"^## (\w+)\n.*?^```json\n(.*?)^```", PAGE.read_text(), re.M | re.S)
-    found = {verb: json.loads(block) for verb, block in blocks}
-    for example in found.values():
-        if example.get("metadata") == {}:
-            example["metadata"] = found["metadata"]
-    return found
+from support import DOCS, FIELDS, ToolTest
 
 
 class Json(ToolTest):
@@ -35,17 +22,15 @@ class Json(ToolTest):
         self.create("a.kvpkg")
         self.create("b.kvpkg")
         self.write("shot.png", b"\x89PNG\r\n\x1a\n")
-        self.ok("edit", "b.kvpkg", "--set", "Version=9", "--code", "-", "--screenshot", "shot.png",
-                input=b"x\n")
-        runs = {"info": ["a.kvpkg"], "show": ["a.kvpkg"], "diff": ["a.kvpkg", "b.kvpkg"],
-                "parts": ["a.kvpkg"], "items": ["a.kvpkg"]}
-        documented = examples()
-        self.assertEqual(list(documented["metadata"]), FIELDS)
-        self.assertEqual(list(documented), ["metadata", *runs])
-        for verb, files in runs.items():
-            printed = json.loads(self.run_tool(verb, "--json", *files).stdout)
-            self.same_form(documented[verb], printed, verb)
-
-
-if __name__ == "__main__":
-    unittest.main()
+        self.ok("edit", "b.kvpkg", "--set", "Version=9", "--code", "-", "--screenshot", "shot.png", input=b"x\n")
+        page = (DOCS / "qzapp-json.md").read_text()
+        blocks = dict(re.findall(r"^## (\w+)\n.*?^```json\n(.*?)^```", page, re.M | re.S))
+        documented = {verb: json.loads(block) for verb, block in blocks.items()}
+        self.assertEqual(list(documented), ["metadata", "info", "show", "diff", "parts", "items"])
+        metadata = documented.pop("metadata")
+        self.assertEqual(list(metadata), FIELDS)
+        for verb, example in documented.items():
+            if example.get("metadata") == {}:  # "as above"
+                example["metadata"] = metadata
+            files = ["a.kvpkg", "b.kvpkg"] if verb == "diff" else ["a.kvpkg"]
+            self.same_form(example, json.loads(self.run_tool(verb, "--json", *files).stdout), verb)

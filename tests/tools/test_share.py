@@ -1,20 +1,16 @@
 """What is installed beside the tool: completions, the thumbnailer, man pages."""
+
 import gzip
 import os
-import pathlib
 import shlex
 import subprocess
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-from support import EXAMPLE, QZAPP as TOOL, ToolTest
+from support import DOCS, EXAMPLE, TOOL, ToolTest
 
-QZAPP = pathlib.Path(TOOL)
-
-SHARE = pathlib.Path(__file__).parents[2] / "tools/qzapp/share"
+SHARE = DOCS.parent / "tools/qzapp/share"
 COMPLETIONS = SHARE / "completions"
-ENVIRONMENT = {**os.environ, "PATH": f"{QZAPP.parent}:{os.environ['PATH']}"}
-
 BASH = """
 . /usr/share/bash-completion/bash_completion
 . {script}
@@ -24,27 +20,25 @@ printf '%s\\n' "${{COMPREPLY[@]}}"
 """
 
 
-def run(*command, cwd=None):
-    return subprocess.run(command, cwd=cwd, env=ENVIRONMENT, check=True, capture_output=True,
-                          text=True).stdout
+def run(*command):
+    environment = {**os.environ, "PATH": f"{TOOL.parent}:{os.environ['PATH']}"}
+    return subprocess.run(command, cwd=EXAMPLE, env=environment, check=True, capture_output=True, text=True).stdout
 
 
 def bash(line):
     words = line.split(" ")
-    return run("bash", "-c", BASH.format(
-        script=COMPLETIONS / "qzapp.bash", words=shlex.join(words), line=line, length=len(line),
-        last=len(words) - 1), cwd=EXAMPLE).split()
+    return run("bash", "-c", BASH.format(script=COMPLETIONS / "qzapp.bash", words=shlex.join(words), line=line,
+                                         length=len(line), last=len(words) - 1)).split()
 
 
 def fish(line):
-    script = f"source {COMPLETIONS}/qzapp.fish; complete -C '{line}'"
-    return [choice.split("\t")[0] for choice in run("fish", "-c", script, cwd=EXAMPLE).splitlines()]
+    choices = run("fish", "-c", f"source {COMPLETIONS}/qzapp.fish; complete -C '{line}'")
+    return [choice.split("\t")[0] for choice in choices.splitlines()]
 
 
 def zsh(*arguments):
     functions = (COMPLETIONS / "qzapp.zsh").read_text().replace('_qzapp "$@"', "")
-    script = functions + "_qzapp_described " + shlex.join(arguments)
-    return run("zsh", "-f", "-c", script).splitlines()
+    return run("zsh", "-f", "-c", functions + "_qzapp_described " + shlex.join(arguments)).splitlines()
 
 
 class Share(ToolTest):
@@ -60,30 +54,18 @@ class Share(ToolTest):
                       zsh("[A-Z][a-z]+", "edit"))
 
     def test_the_thumbnailer_gives_the_apps_picture(self):
-        entry = (SHARE / "desktop/qzapp.thumbnailer").read_text()
-        command = next(line[5:] for line in entry.splitlines() if line.startswith("Exec="))
-        picture = (EXAMPLE / "screenshot.png").read_bytes()
+        entry = dict(line.split("=", 1) for line in
+                     (SHARE / "desktop/qzapp.thumbnailer").read_text().splitlines() if "=" in line)
+        types = [kind.get("type") for kind in ElementTree.parse(SHARE / "desktop/qzapp.xml").getroot()]
+        self.assertEqual(entry["MimeType"], "".join(f"{name};" for name in types))
         for app in self.dir / self.create(), EXAMPLE / "heatfield.k":
-            out = self.dir / "thumbnail.png"
-            run(*(word.replace("%i", str(app)).replace("%o", str(out))
-                  for word in shlex.split(command)))
-            self.assertEqual(out.read_bytes(), picture)
-
-    def test_the_file_types_are_those_of_the_thumbnailer(self):
-        types = [kind.get("type") for kind in
-                 ElementTree.parse(SHARE / "desktop/qzapp.xml").getroot()]
-        self.assertIn("MimeType=" + "".join(f"{name};" for name in types),
-                      (SHARE / "desktop/qzapp.thumbnailer").read_text())
+            words = {"%i": str(app), "%o": str(self.dir / "thumbnail.png")}
+            run(*(words.get(word, word) for word in shlex.split(entry["Exec"])))
+            self.assertEqual(self.read("thumbnail.png"), (EXAMPLE / "screenshot.png").read_bytes())
 
     def test_each_verb_has_a_man_page(self):
-        pages = QZAPP.parents[1] / "man"
         verbs = bash("qzapp ")
         self.assertGreaterEqual(len(verbs), 7)
         for verb in verbs:
-            page = gzip.open(pages / f"qzapp-{verb}.1.gz", "rt").read()
+            page = gzip.open(TOOL.parents[1] / f"man/qzapp-{verb}.1.gz", "rt").read()
             self.assertIn(f".TH QZAPP-{verb.upper()} ", page)
-            self.assertIn("help", page)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -1,0 +1,79 @@
+"""qzhost, which loads the library at run time. LEAKY_MODULE and FAILING_MODULE name other modules for it."""
+
+import json
+import os
+import unittest
+
+from support import EXAMPLE, FIELDS, ToolTest
+
+NAMESPACE = "lumenforge.internal.serialization"
+CATALOG = "KORVAL:lumenforge:lumenforge"
+
+
+class QzhostTest(ToolTest):
+    def refused(self, status, message, *args, **options):
+        result = self.run_tool(*args, **options)
+        self.assertEqual((result.returncode, result.stdout or b""), (status, b""), args)
+        self.assertIn(message, result.stderr.decode())
+
+    def test_lists_the_registered_class(self):
+        (namespace,) = self.json("classes")["namespaces"]
+        (described,) = namespace["classes"]
+        self.assertEqual((namespace["name"], described["name"], described["fullName"]),
+                         (NAMESPACE, "KAppMetadataReader", NAMESPACE + ".KAppMetadataReader"))
+        self.assertEqual(described["description"], "Used to read metadata and screenshots from KAPP files")
+        self.assertEqual(
+            [(method["name"], method["inputs"], method["outputs"], method["attributes"]["isStatic"])
+             for method in described["methods"]],
+            [(NAMESPACE + ".KAppMetadataReader", ["TarvoFactoryString scalar"], ["handle"], True),
+             ("readMetadata", [], ["any"], False),
+             ("readScreenshotAsBytes", ["handle"], ["uint8", "char"], False)])
+        self.assertIn("method readMetadata\n      () -> (any)\n", self.ok("classes"))
+
+    def test_reads_the_sample(self):
+        metadata = self.json("read", EXAMPLE / "heatfield.k", "--screenshot", "out.png")
+        self.assertEqual(self.read("out.png"), (EXAMPLE / "screenshot.png").read_bytes())
+        self.assertEqual(list(metadata), FIELDS)
+        self.assertEqual(metadata["Name"], "Wärmefeld")
+        self.assertEqual(metadata["RequiredProducts"], ["KORVAL", "Signal & Field Kit"])
+
+    def test_displays_the_struct_on_one_line_a_field(self):
+        app = self.write("demo.k", "%[app:appDetails]{\n<Name>a\nb\x1b[2J</Name>\n%}\n")
+        lines = [line.strip() for line in self.ok("read", app).splitlines()]
+        self.assertEqual((lines[0], lines[2]), ("1x1 struct with fields:", r"Name: 'a\u000Ab\u001B[2J'"))
+        self.assertIn("UserComponents: {0x0 cell}", lines)
+        self.assertEqual(lines[-1], "no screenshot")
+        result = self.run_tool("read", app, "--screenshot", "out.png")
+        self.assertEqual(result.returncode, 0)
+        self.assertIn(b"demo.k has no screenshot; ", result.stderr)
+        self.assertEqual(self.names(), [app])
+
+    def test_prints_host_errors_with_their_identifiers(self):
+        bad = self.write("bad.k", "%[app:thumbnail]{\n<Thumbnail>data:image/png;base64,A</Thumbnail>\n%}")
+        rows = [
+            ("nein, ü.k", "InvalidFileName: 'nein, ü.k' is not a valid app file name or does not exist."),
+            ("a.kvpkg", "InvalidFileExtension: 'a.kvpkg' does not have the extension of an app file."),
+            ("\x1b[2J\n.k",
+             r"InvalidFileName: '\u001B[2J\u000A.k' is not a valid app file name or does not exist."),
+            ("a.K", "InvalidFileExtensionCase: The extension of 'a.K' must be in lower case."),
+            (bad, f"LoadFailed: The app file '{self.dir.resolve() / bad}' could not be loaded."),
+        ]
+        for name, message in rows:
+            self.refused(1, f"{CATALOG}:{message}\n", "read", name)
+
+    def test_refuses_a_wrong_command_line(self):
+        for args in ([], ["read"], ["forget"], ["classes", "extra"], ["read", b"\xff.k"],
+                     ["read", "a.k", "--screenshot"]):
+            self.refused(2, "qzhost: ", *args)
+
+    def test_says_what_is_wrong_with_a_library(self):
+        for library, message in (
+                ("none.so", "none.so: cannot open"), (self.write("text.so", "text"), "text.so: "),
+                (os.environ["LEAKY_MODULE"], "namespaces 0, objects 0, arrays 1"),
+                (os.environ["FAILING_MODULE"],
+                 "failing_module.so: KVInitialize_libqzappserialization failed: no licence\n")):
+            self.refused(1, message, "--library", self.dir / library, "classes")
+
+    def test_reports_output_that_cannot_be_written(self):
+        with open("/dev/full", "wb") as full:
+            self.refused(1, "writing to standard output", "classes", stdout=full)
