@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,15 +26,27 @@ inline void require(bool holds, const char* rule) {
     std::abort();
 }
 
-// Whether `work` throws `Exception`; any other one ends the process.
+// What `work` returns; nullopt when it throws one of these. Any other exception ends the process.
+template <class Exception, class... Others, class Work>
+auto attempt(Work work) -> std::optional<decltype(work())> {
+    try {
+        if constexpr (sizeof...(Others) != 0) {
+            return attempt<Others...>(work);
+        } else {
+            return work();
+        }
+    } catch (const Exception&) {
+        return std::nullopt;
+    }
+}
+
+// Whether `work` throws `Exception`.
 template <class Exception, class Work>
 bool refuses(Work work) {
-    try {
+    return !attempt<Exception>([&] {
         work();
-        return false;
-    } catch (const Exception&) {
         return true;
-    }
+    });
 }
 
 // An input, taken from the front as the small decisions and texts that a target asks for. One that is

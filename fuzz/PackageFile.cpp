@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <iterator>
+#include <utility>
 
 #include "platform/opc/zip/ExtraFields.hpp"
 
@@ -22,16 +23,6 @@ const std::filesystem::path& directory() {
     static const auto path = workspace().path() / "edited";
     std::filesystem::create_directory(path);
     return path;
-}
-
-FoundPart found(const opc::model::Part& part) {
-    FoundPart result{part.getName().toString(), part.getContentType().toString(), {}};
-    try {
-        const auto bytes = readAll(part, kCap);
-        result.content.emplace(bytes.begin(), bytes.end());
-    } catch (const opc::Exception&) {
-    }
-    return result;
 }
 
 // Without what a save may change: the offset, and the zip64 field, which may hold it as well.
@@ -53,16 +44,37 @@ std::string bytesOf(const opc::zip::ZipItem& item, const std::string& file) {
     return file.substr(item.headerOffset, item.endOffset - item.headerOffset) + recordOf(item);
 }
 
+std::map<std::string, FoundPart> partsOf(const opc::model::Package& package) {
+    std::map<std::string, FoundPart> parts;
+    for (const auto& part : package.getParts()) {
+        FoundPart& found = parts[part.getName().key()];
+        found = {part.getName().toString(), part.getContentType().toString(), {}};
+        const auto bytes = attempt<opc::Exception>([&] { return readAll(part, kCap); });
+        if (bytes) found.content.emplace(bytes->begin(), bytes->end());
+    }
+    return parts;
+}
+
+std::optional<FoundPackage> look(const std::u16string& name, const std::string& file) {
+    const opc::zippackage::ZipPhysicalPackage zip(name, true);
+    opc::model::Package package(zip);
+    if (refuses<opc::Exception>([&] { package.open(opc::interfaces::OpenMode::Read); })) {
+        return std::nullopt;
+    }
+    FoundPackage found{partsOf(package), package.getRelationships(), {}};
+    const auto archive = opc::zip::ZipArchive::open(zip.path());
+    for (const auto& item : archive->items())
+        found.items.emplace(item.name, bytesOf(item, file));
+    return found;
+}
+
 }  // namespace
 
-const FoundPart* FoundPackage::targetOf(const opc::model::Relationship& relationship) const {
-    if (relationship.getTargetMode() == opc::model::TargetMode::External) return nullptr;
-    try {
-        const auto part = parts.find(opc::model::PartName(relationship.getTargetURI()).key());
-        return part == parts.end() ? nullptr : &part->second;
-    } catch (const opc::Exception&) {
-        return nullptr;
-    }
+std::optional<std::string> FoundPackage::targetOf(const opc::model::Relationship& to) const {
+    if (to.getTargetMode() == opc::model::TargetMode::External) return std::nullopt;
+    const auto key =
+        attempt<opc::Exception>([&] { return opc::model::PartName(to.getTargetURI()).key(); });
+    return key && parts.contains(*key) ? key : std::nullopt;
 }
 
 PackageFile::PackageFile(const std::string& bytes) {
@@ -74,21 +86,13 @@ std::string PackageFile::bytes() const {
     return test_support::readFile(name_);
 }
 
-std::optional<FoundPackage> PackageFile::find() const {
-    const opc::zippackage::ZipPhysicalPackage zip(name_, true);
-    opc::model::Package package(zip);
-    if (refuses<opc::Exception>([&] { package.open(opc::interfaces::OpenMode::Read); })) {
-        return std::nullopt;
+const std::optional<FoundPackage>& PackageFile::find() {
+    std::string now = bytes();
+    if (now != lookedAt_) {
+        found_ = look(name_, now);
+        lookedAt_ = std::move(now);
     }
-    FoundPackage result;
-    for (const auto& part : package.getParts())
-        result.parts.emplace(part.getName().key(), found(part));
-    result.relationships = package.getRelationships();
-    const auto archive = opc::zip::ZipArchive::open(zip.path());
-    const std::string file = bytes();
-    for (const auto& item : archive->items())
-        result.items.emplace(item.name, bytesOf(item, file));
-    return result;
+    return found_;
 }
 
 void PackageFile::requireAlone() const {
@@ -102,8 +106,8 @@ void PackageFile::requireUntouched(const std::string& bytesBefore) const {
 }
 
 void PackageFile::requireKept(const FoundPackage& before, std::size_t sizeBefore,
-                              const std::set<std::string>& touched, std::size_t added) const {
-    const auto after = find();
+                              const std::set<std::string>& touched, std::size_t added) {
+    const auto& after = find();
     require(after.has_value(), "what was saved can be opened");
     for (const auto& [name, item] : before.items) {
         if (touched.contains(name)) continue;

@@ -26,7 +26,8 @@ struct FoundPackage {
     std::vector<opc::model::Relationship> relationships;
     std::map<std::string, std::string> items;  // header, data, descriptor and directory record
 
-    const FoundPart* targetOf(const opc::model::Relationship& relationship) const;
+    // The key of a part of the package; nullopt when the relationship leads to none.
+    std::optional<std::string> targetOf(const opc::model::Relationship& relationship) const;
 };
 
 // The file that the edits of an input are tried on. It is the only one in its directory.
@@ -36,19 +37,23 @@ public:
 
     const std::u16string& name() const noexcept { return name_; }
     std::string bytes() const;
-    // nullopt when the package is refused.
-    std::optional<FoundPackage> find() const;
+    // What is in it now; nullopt when the package is refused. Looks again only when the bytes are
+    // others, since that takes most of the time of an execution.
+    const std::optional<FoundPackage>& find();
 
     // That the file holds `bytes`, and that no other file stands beside it.
     void requireUntouched(const std::string& bytes) const;
     // That a save has left each item as it was but those of `touched`, and let the file grow by not
     // much more than `added` bytes.
     void requireKept(const FoundPackage& before, std::size_t sizeBefore,
-                     const std::set<std::string>& touched, std::size_t added) const;
+                     const std::set<std::string>& touched, std::size_t added);
 
 private:
     void requireAlone() const;
+
     std::u16string name_;
+    std::optional<std::string> lookedAt_;
+    std::optional<FoundPackage> found_;
 };
 
 }  // namespace fuzz

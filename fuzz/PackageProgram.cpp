@@ -1,11 +1,15 @@
 #include "fuzz/PackageProgram.hpp"
 
+#include <iterator>
+#include <sstream>
+#include <vector>
+
 #include "tests/support/AppPackage.hpp"
 
 namespace fuzz {
 
-using test_support::BuiltItem;
-using test_support::BuiltZip;
+using Item = test_support::BuiltItem;
+using Zip = test_support::BuiltZip;
 
 namespace {
 
@@ -19,6 +23,11 @@ std::string drawRepeated(const std::string& piece, Input& input) {
     for (std::size_t i = 0; i < times && text.size() + piece.size() <= kLongest; ++i)
         text += piece;
     return text;
+}
+
+std::vector<std::string> words(const std::string& text) {
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
 }
 
 std::uint64_t drawNumber(Input& input) {
@@ -40,83 +49,77 @@ std::uint64_t drawNear(Input& input, std::uint64_t number) {
 
 // ---- Ways to break a record
 
-using ItemBreak = void (*)(BuiltItem&, Input&);
+using ItemBreak = void (*)(Item&, Input&);
 constexpr ItemBreak kItemBreaks[] = {
-    [](BuiltItem& item, Input& input) { item.method = std::uint16_t(input.below(10)); },
-    [](BuiltItem& item, Input& input) { item.data = input.bytes(); },
-    [](BuiltItem& item, Input& input) { item.flags = std::uint16_t(input.number(2)); },
-    [](BuiltItem& item, Input& input) { item.crc = std::uint32_t(drawNumber(input)); },
-    [](BuiltItem& item, Input& input) { item.size = drawNear(input, item.content.size()); },
-    [](BuiltItem& item, Input& input) {
-        item.compressedSize = drawNear(input, item.content.size());
-    },
-    [](BuiltItem& item, Input& input) { item.offset = drawNumber(input); },
-    [](BuiltItem& item, Input& input) { item.disk = std::uint16_t(drawNumber(input)); },
-    [](BuiltItem& item, Input& input) { item.extra = input.bytes(); },
-    [](BuiltItem& item, Input& input) {
+    [](Item& item, Input& input) { item.method = std::uint16_t(input.below(10)); },
+    [](Item& item, Input& input) { item.data = input.bytes(); },
+    [](Item& item, Input& input) { item.flags = std::uint16_t(input.number(2)); },
+    [](Item& item, Input& input) { item.crc = std::uint32_t(drawNumber(input)); },
+    [](Item& item, Input& input) { item.size = drawNear(input, item.content.size()); },
+    [](Item& item, Input& input) { item.compressedSize = drawNear(input, item.content.size()); },
+    [](Item& item, Input& input) { item.offset = drawNumber(input); },
+    [](Item& item, Input& input) { item.disk = std::uint16_t(drawNumber(input)); },
+    [](Item& item, Input& input) { item.extra = input.bytes(); },
+    [](Item& item, Input& input) {
         const auto identifier = std::uint16_t(input.number(2));
         item.extra += test_support::extraField(identifier, input.bytes());
     },
-    [](BuiltItem& item, Input& input) { item.comment = input.bytes(); },
-    [](BuiltItem& item, Input& input) { item.zip64 = input.flag(); },
-    [](BuiltItem& item, Input& input) { item.localName = drawItemName(input); },
-    [](BuiltItem& item, Input& input) { item.localMethod = std::uint16_t(input.below(10)); },
-    [](BuiltItem& item, Input& input) { item.localFlags = std::uint16_t(input.number(2)); },
-    [](BuiltItem& item, Input& input) { item.localCrc = std::uint32_t(drawNumber(input)); },
-    [](BuiltItem& item, Input& input) {
+    [](Item& item, Input& input) { item.comment = input.bytes(); },
+    [](Item& item, Input& input) { item.zip64 = input.flag(); },
+    [](Item& item, Input& input) { item.localName = drawItemName(input); },
+    [](Item& item, Input& input) { item.localMethod = std::uint16_t(input.below(10)); },
+    [](Item& item, Input& input) { item.localFlags = std::uint16_t(input.number(2)); },
+    [](Item& item, Input& input) { item.localCrc = std::uint32_t(drawNumber(input)); },
+    [](Item& item, Input& input) {
         item.localSize = std::uint32_t(drawNear(input, item.content.size()));
     },
-    [](BuiltItem& item, Input& input) {
-        item.localCompressedSize = std::uint32_t(drawNumber(input));
-    },
-    [](BuiltItem& item, Input& input) { item.localExtra = input.bytes(); },
-    [](BuiltItem& item, Input& input) { item.localSignature = input.bytes(); },
-    [](BuiltItem& item, Input& input) { item.descriptor = 12 + 4 * int(input.below(4)); },
-    [](BuiltItem& item, Input& input) {
+    [](Item& item, Input& input) { item.localCompressedSize = std::uint32_t(drawNumber(input)); },
+    [](Item& item, Input& input) { item.localExtra = input.bytes(); },
+    [](Item& item, Input& input) { item.localSignature = input.bytes(); },
+    [](Item& item, Input& input) { item.descriptor = 12 + 4 * int(input.below(4)); },
+    [](Item& item, Input& input) {
         item.descriptor = 12;
         item.descriptorBytes = input.bytes();
     },
-    [](BuiltItem& item, Input& input) { item.before = input.bytes(); },
-    [](BuiltItem& item, Input& input) { item.isListed = input.flag(); },
-    [](BuiltItem& item, Input& input) { item.attributes = std::uint32_t(input.number(4)); },
-    [](BuiltItem& item, Input&) { item.repeatsNumbers = true; },
+    [](Item& item, Input& input) { item.before = input.bytes(); },
+    [](Item& item, Input& input) { item.isListed = input.flag(); },
+    [](Item& item, Input& input) { item.attributes = std::uint32_t(input.number(4)); },
+    [](Item& item, Input&) { item.repeatsNumbers = true; },
 };
 
-using ZipBreak = void (*)(BuiltZip&, Input&);
+using ZipBreak = void (*)(Zip&, Input&);
 constexpr ZipBreak kZipBreaks[] = {
-    [](BuiltZip& zip, Input& input) { zip.comment = input.bytes(); },
-    [](BuiltZip& zip, Input& input) { zip.commentLength = std::uint16_t(drawNumber(input)); },
-    [](BuiltZip& zip, Input& input) { zip.behindItems = input.bytes(); },
-    [](BuiltZip& zip, Input& input) { zip.behindDirectory = input.bytes(); },
-    [](BuiltZip& zip, Input& input) { zip.behindEnd = input.bytes(); },
-    [](BuiltZip& zip, Input& input) {
-        zip.count = std::uint16_t(drawNear(input, zip.items.size()));
-    },
-    [](BuiltZip& zip, Input& input) { zip.countOnDisk = std::uint16_t(drawNumber(input)); },
-    [](BuiltZip& zip, Input& input) { zip.directorySize = std::uint32_t(drawNumber(input)); },
-    [](BuiltZip& zip, Input& input) { zip.directoryOffset = std::uint32_t(drawNumber(input)); },
-    [](BuiltZip& zip, Input& input) { zip.disk = std::uint16_t(drawNumber(input)); },
-    [](BuiltZip& zip, Input& input) { zip.isListedBackwards = input.flag(); },
-    [](BuiltZip& zip, Input& input) { zip.zip64 = input.flag(); },
-    [](BuiltZip& zip, Input& input) { zip.wideCount = drawNear(input, zip.items.size()); },
-    [](BuiltZip& zip, Input& input) { zip.wideSize = drawNumber(input); },
-    [](BuiltZip& zip, Input& input) { zip.wideOffset = drawNumber(input); },
-    [](BuiltZip& zip, Input& input) { zip.wideRecordSize = drawNear(input, 44); },
-    [](BuiltZip& zip, Input& input) { zip.locatedAt = drawNumber(input); },
-    [](BuiltZip& zip, Input& input) { zip.disks = std::uint32_t(drawNumber(input)); },
+    [](Zip& zip, Input& input) { zip.comment = input.bytes(); },
+    [](Zip& zip, Input& input) { zip.commentLength = std::uint16_t(drawNumber(input)); },
+    [](Zip& zip, Input& input) { zip.behindItems = input.bytes(); },
+    [](Zip& zip, Input& input) { zip.behindDirectory = input.bytes(); },
+    [](Zip& zip, Input& input) { zip.behindEnd = input.bytes(); },
+    [](Zip& zip, Input& input) { zip.count = std::uint16_t(drawNear(input, zip.items.size())); },
+    [](Zip& zip, Input& input) { zip.countOnDisk = std::uint16_t(drawNumber(input)); },
+    [](Zip& zip, Input& input) { zip.directorySize = std::uint32_t(drawNumber(input)); },
+    [](Zip& zip, Input& input) { zip.directoryOffset = std::uint32_t(drawNumber(input)); },
+    [](Zip& zip, Input& input) { zip.disk = std::uint16_t(drawNumber(input)); },
+    [](Zip& zip, Input& input) { zip.isListedBackwards = input.flag(); },
+    [](Zip& zip, Input& input) { zip.zip64 = input.flag(); },
+    [](Zip& zip, Input& input) { zip.wideCount = drawNear(input, zip.items.size()); },
+    [](Zip& zip, Input& input) { zip.wideSize = drawNumber(input); },
+    [](Zip& zip, Input& input) { zip.wideOffset = drawNumber(input); },
+    [](Zip& zip, Input& input) { zip.wideRecordSize = drawNear(input, 44); },
+    [](Zip& zip, Input& input) { zip.locatedAt = drawNumber(input); },
+    [](Zip& zip, Input& input) { zip.disks = std::uint32_t(drawNumber(input)); },
 };
 
 // ---- Ways to change what a package says
 
-void insertBefore(BuiltZip& zip, std::string_view itemName, std::string_view end,
-                  const std::string& text) {
-    for (BuiltItem& item : zip.items) {
-        const auto at = item.name == itemName ? item.content.rfind(end) : std::string::npos;
-        if (at != std::string::npos) item.content.insert(at, text);
+// Behind the entries of a table, when the table still ends as it did.
+void addEntry(Zip& zip, std::string_view itemName, std::string_view end, const std::string& entry) {
+    for (Item& item : zip.items) {
+        if (item.name == itemName && item.content.ends_with(end))
+            item.content.insert(item.content.size() - end.size(), entry);
     }
 }
 
-void addRelationship(BuiltZip& zip, Input& input) {
+void addRelationship(Zip& zip, Input& input) {
     static constexpr const char16_t* kTypes[] = {
         test_support::kModelType,
         test_support::kMetadataType,
@@ -133,35 +136,35 @@ void addRelationship(BuiltZip& zip, Input& input) {
     const std::string slash = input.flag() ? "/" : "";
     const std::string target = slash + drawItemName(input);
     const bool isExternal = input.below(8) == 7;
-    insertBefore(zip, "_rels/.rels", "</Relationships>",
-                 "<Relationship Id=\"x" + number + "\" Type=\"" +
-                     std::string(type.begin(), type.end()) + "\" Target=\"" + target +
-                     (isExternal ? "\" TargetMode=\"External\"/>" : "\"/>"));
+    addEntry(zip, "_rels/.rels", "</Relationships>",
+             "<Relationship Id=\"x" + number + "\" Type=\"" +
+                 std::string(type.begin(), type.end()) + "\" Target=\"" + target +
+                 (isExternal ? "\" TargetMode=\"External\"/>" : "\"/>"));
 }
 
-void addType(BuiltZip& zip, Input& input) {
+void addType(Zip& zip, Input& input) {
     const bool isOverride = input.flag();
     const std::string name = drawItemName(input);
-    insertBefore(zip, "[Content_Types].xml", "</Types>",
-                 isOverride ? "<Override PartName=\"/" + name + "\" ContentType=\"x/y\"/>"
-                            : "<Default Extension=\"" + name.substr(name.rfind('.') + 1) +
-                                  "\" ContentType=\"x/z\"/>");
+    addEntry(zip, "[Content_Types].xml", "</Types>",
+             isOverride ? "<Override PartName=\"/" + name + "\" ContentType=\"x/y\"/>"
+                        : "<Default Extension=\"" + name.substr(name.rfind('.') + 1) +
+                              "\" ContentType=\"x/z\"/>");
 }
 
-void changeText(BuiltItem& item, Input& input) {
+void changeText(Item& item, Input& input) {
     const std::size_t at = input.number(2) % (item.content.size() + 1);
     const std::size_t length = input.below(32);
     item.content.replace(at, length, input.bytes());
 }
 
 // Makes a name, a URI, a text, or a list of elements long.
-void repeatText(BuiltItem& item, Input& input) {
+void repeatText(Item& item, Input& input) {
     const std::size_t at = input.number(2) % (item.content.size() + 1);
     const std::string piece = item.content.substr(at, input.byte());
     item.content.insert(at, drawRepeated(piece, input));
 }
 
-void changeItems(BuiltZip& zip, Input& input) {
+void changeItems(Zip& zip, Input& input) {
     if (zip.items.empty() || (input.flag() && zip.items.size() < kMostItems)) {
         zip.items.push_back({.name = drawItemName(input),
                              .content = drawContent(input),
@@ -184,43 +187,38 @@ void changeItems(BuiltZip& zip, Input& input) {
     }
 }
 
-enum class Step {
-    Enough,
-    Items,
-    Relationship,
-    Type,
-    Text,
-    Storage,
-    BreakItem,
-    BreakZip,
-    Repeat,
-    Count
-};
-
-void take(Step step, BuiltZip& zip, Input& input) {
-    switch (step) {
-        case Step::Items:
-            return changeItems(zip, input);
-        case Step::Relationship:
-            return addRelationship(zip, input);
-        case Step::Type:
-            return addType(zip, input);
-        case Step::BreakZip:
-            return input.oneOf(kZipBreaks)(zip, input);
-        default:
-            break;
-    }
-    if (zip.items.empty()) return;
-    BuiltItem& item = zip.items[input.below(zip.items.size())];
-    if (step == Step::Text) return changeText(item, input);
-    if (step == Step::Repeat) return repeatText(item, input);
-    if (step == Step::BreakItem) return input.oneOf(kItemBreaks)(item, input);
+void changeStorage(Item& item, Input& input) {
     item.method = input.flag() ? 8 : 0;
     item.descriptor = input.flag() ? 12 + 4 * int(input.below(4)) : 0;
     item.zip64 = input.flag();
 }
 
-BuiltZip drawBase(Input& input) {
+void breakItem(Item& item, Input& input) {
+    input.oneOf(kItemBreaks)(item, input);
+}
+
+void breakZip(Zip& zip, Input& input) {
+    input.oneOf(kZipBreaks)(zip, input);
+}
+
+// A step that changes an item, which is drawn.
+template <void change(Item&, Input&)>
+void inItem(Zip& zip, Input& input) {
+    if (!zip.items.empty()) change(zip.items[input.below(zip.items.size())], input);
+}
+
+using Step = void (*)(Zip&, Input&);
+constexpr Step kSteps[] = {nullptr,  // enough
+                           changeItems,
+                           addRelationship,
+                           addType,
+                           inItem<changeText>,
+                           inItem<changeStorage>,
+                           inItem<breakItem>,
+                           breakZip,
+                           inItem<repeatText>};
+
+Zip drawBase(Input& input) {
     switch (input.below(4)) {
         case 0:
             return test_support::goodPlainPackage().zip();
@@ -236,9 +234,9 @@ BuiltZip drawBase(Input& input) {
 DrawnPackage drawPackage(Input& input) {
     DrawnPackage package{drawBase(input), {}};
     while (!input.empty()) {
-        const auto step = static_cast<Step>(input.below(static_cast<std::size_t>(Step::Count)));
-        if (step == Step::Enough) break;
-        take(step, package.zip, input);
+        const Step step = input.oneOf(kSteps);
+        if (step == nullptr) break;
+        step(package.zip, input);
     }
     package.bytes = package.zip.bytes();
     for (auto count = input.below(8) / 2; count > 0 && !package.bytes.empty(); --count) {
@@ -249,36 +247,13 @@ DrawnPackage drawPackage(Input& input) {
 }
 
 std::string drawItemName(Input& input) {
-    static constexpr const char* kNames[] = {"data",
-                                             "DATA",
-                                             "data/x",
-                                             "foreign/a.xml",
-                                             "Foreign\\a.xml",
-                                             "foreign",
-                                             "foreign/",
-                                             "lumenforge/appModel.kvd",
-                                             "lumenforge/appmodel.kvd",
-                                             "lumenforge/appModel.kvd/x",
-                                             "metadata/appMetadata.xml",
-                                             "metadata/appScreenshot.png",
-                                             "metadata/appScreenshot.jpg",
-                                             "metadata/appScreenshot.gif",
-                                             "korval/code.k",
-                                             "docProps/core.xml",
-                                             "docProps/korval.xml",
-                                             "[Content_Types].xml",
-                                             "[content_types].xml",
-                                             "_rels/.rels",
-                                             "_Rels/.rels",
-                                             "_rels/data.rels",
-                                             "a.",
-                                             "../a",
-                                             "a//b",
-                                             "a%2Fb",
-                                             "a%41",
-                                             "a%20b.xml",
-                                             "new.xml",
-                                             "new.bin"};
+    static const std::vector<std::string> kNames = words(
+        "data DATA data/x foreign/a.xml Foreign\\a.xml foreign foreign/ lumenforge/appModel.kvd "
+        "lumenforge/appmodel.kvd lumenforge/appModel.kvd/x metadata/appMetadata.xml "
+        "metadata/appScreenshot.png metadata/appScreenshot.jpg metadata/appScreenshot.gif "
+        "korval/code.k docProps/core.xml docProps/korval.xml [Content_Types].xml "
+        "[content_types].xml _rels/.rels _Rels/.rels _rels/data.rels a. ../a a//b a%2Fb a%41 "
+        "a%20b.xml new.xml new.bin");
     const std::size_t kind = input.below(8);
     if (kind == 7) return drawRepeated(input.bytes(), input);
     return kind == 3 ? input.bytes() : input.oneOf(kNames);

@@ -11,43 +11,32 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
-#include "fuzz/Fuzzing.hpp"
 #include "fuzz/PackageProgram.hpp"
+#include "fuzz/Records.hpp"
 
 namespace {
 
+using fuzz::attempt;
 using fuzz::require;
 using opc::model::Part;
-using opc::model::PartName;
 
 constexpr std::uint64_t kCap = 1 << 20;
 
-std::optional<std::string> contentOf(const Part& part) {
-    try {
-        const auto bytes = readAll(part, kCap);
-        return std::string(bytes.begin(), bytes.end());
-    } catch (const opc::Exception&) {
-        return std::nullopt;
-    }
-}
-
-// By bytes, to see that no piece is handed out of an item that turns out to be damaged at its end.
-std::optional<std::string> contentByBytes(const Part& part) {
-    try {
+// In pieces of any length: none may be handed out of an item that turns out to be damaged at its end.
+// What is longer than the cap is cut short.
+std::optional<std::string> contentOf(const Part& part, std::size_t piece) {
+    return attempt<opc::Exception>([&] {
         const auto stream = part.getInputStream();
         std::string content;
-        std::byte byte;
-        while (stream->read({&byte, 1}) != 0 && content.size() < kCap)
-            content += char(byte);
+        std::vector<std::byte> buffer(piece);
+        for (std::size_t count = 1; count != 0 && content.size() < kCap;) {
+            count = stream->read(buffer);
+            content.append(reinterpret_cast<const char*>(buffer.data()), count);
+        }
         return content;
-    } catch (const opc::Exception&) {
-        return std::nullopt;
-    }
-}
-
-bool derives(const PartName& name, const PartName& parent) {
-    return name.key().starts_with(parent.key() + "/");
+    });
 }
 
 // Whether some item that the file was built with has this name and content.
@@ -59,15 +48,16 @@ bool isBuilt(const test_support::BuiltZip& zip, const Part& part, const std::str
     });
 }
 
-void checkPart(const opc::model::Package& package, const Part& part) {
-    require(package.hasPart(part.getName()), "a part is found by its name");
+void checkPart(const opc::model::Package& package, const Part& part,
+               const fuzz::DrawnPackage* drawn) {
     require(package.getPart(part.getName()).getContentType() == part.getContentType(),
-            "and is the same then");
-    const auto content = contentOf(part);
-    if (part.size() < 1024) {
-        require(contentByBytes(part) == content, "in whatever pieces it is read");
-    }
-    if (content) require(content->size() == part.size(), "a part has the size that it says");
+            "a part is found by its name");
+    const auto content = contentOf(part, 1 << 16);
+    require(part.size() >= 1024 || contentOf(part, 1) == content, "in whatever pieces it is read");
+    if (!content || content->size() >= kCap) return;
+    require(content->size() == part.size(), "a part has the size that it says");
+    require(drawn == nullptr || drawn->isOverwritten || isBuilt(drawn->zip, part, *content),
+            "content is the item's own");
 }
 
 void checkPackage(const std::u16string& file, const fuzz::DrawnPackage* drawn) {
@@ -78,67 +68,43 @@ void checkPackage(const std::u16string& file, const fuzz::DrawnPackage* drawn) {
     }
     const auto parts = package.getParts();
     for (const Part& part : parts) {
-        checkPart(package, part);
-        for (const Part& other : parts)
-            require(!derives(part.getName(), other.getName()), "no name derives from another");
-        if (drawn == nullptr || drawn->isOverwritten) continue;
-        const auto content = contentOf(part);
-        require(!content || isBuilt(drawn->zip, part, *content), "content is the item's own");
+        checkPart(package, part, drawn);
+        const std::string folder = part.getName().key() + "/";
+        require(
+            std::ranges::none_of(
+                parts, [&](const Part& each) { return each.getName().key().starts_with(folder); }),
+            "no name derives from another");
     }
-    for (const auto& each : package.getRelationships()) {
+    for (const auto& each : package.getRelationships())
         fuzz::refuses<opc::Exception>([&] { package.getTarget(each).size(); });
-    }
     fuzz::refuses<opc::Exception>(
         [&] { opc::qzservices::CorePropertiesManager(package, 0).getCoreProperties(); });
 }
 
-// ---- As an app
-
-// What a caller of the app reader has to reckon with.
+// With the refusals that a caller of the app reader has to reckon with.
 template <class Work>
-auto orRefused(Work work) -> std::optional<decltype(work())> {
-    try {
-        return work();
-    } catch (const appserialization::AppFileReaderExceptionBase&) {
-    } catch (const opc::Exception&) {
-    } catch (const std::out_of_range&) {
-    }
-    return std::nullopt;
-}
-
-void checkMetadata(const appserialization::AppFileReader& reader) {
-    namespace fields = appserialization::appmetadata;
-    const auto record = orRefused([&] { return reader.getAppMetadata(); });
-    const auto again = orRefused([&] { return reader.getAppMetadata(); });
-    require(record.has_value() == again.has_value(), "metadata is read again, or refused again");
-    if (!record) return;
-    require(record->toMap() == again->toMap(), "metadata reads the same again");
-    for (const auto& [field, value] : record->toMap()) {
-        const bool isPresent = value.which() == 0
-                                   ? boost::get<fields::OptionalString>(value).has_value()
-                                   : boost::get<fields::OptionalStringList>(value).has_value();
-        require(isPresent, "every field is present");
-    }
+auto orRefused(Work work) {
+    return attempt<appserialization::AppFileReaderExceptionBase, opc::Exception, std::out_of_range>(
+        work);
 }
 
 void checkApp(const std::u16string& file) {
     std::optional<appserialization::AppFileReader> reader;
     if (!orRefused([&] { return &reader.emplace(file); })) return;
-    checkMetadata(*reader);
+    if (const auto record = orRefused([&] { return reader->getAppMetadata(); }))
+        fuzz::requireComplete(*record);
     const auto code = orRefused([&] { return reader->getKORVALCodeText(); });
-    require(!code || reader->hasParts(), "only an app has code");
     orRefused([&] {
         std::vector<std::uint8_t> image;
         std::u16string format;
         reader->getAppScreenshot(image, format);
         return true;
     });
-    const auto model = fuzz::workspace().name("model");
-    const bool isCopied = orRefused([&] {
-                              reader->copyAppDataToTempFile(model);
-                              return true;
-                          }).has_value();
-    require(!isCopied || reader->hasParts(), "only an app has a model");
+    const auto model = orRefused([&] {
+        reader->copyAppDataToTempFile(fuzz::workspace().name("model"));
+        return true;
+    });
+    require(reader->hasParts() || (!code && !model), "only an app has code and a model");
 }
 
 }  // namespace

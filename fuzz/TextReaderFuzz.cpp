@@ -9,44 +9,20 @@
 #include <string>
 
 #include "fuzz/Fuzzing.hpp"
-
-namespace {
-
-using appserialization::KAppMetadataReader;
-using fuzz::require;
-
-bool isMode(const std::u16string& mode) {
-    return mode == u"auto" || mode == u"manual" || mode == u"none";
-}
-
-void checkMetadata(const KAppMetadataReader& reader) {
-    namespace fields = appserialization::appmetadata;
-    const auto metadata = reader.readMetadata();
-    for (const auto& [field, value] : metadata.toMap()) {
-        const bool present = value.which() == 0
-                                 ? boost::get<fields::OptionalString>(value).has_value()
-                                 : boost::get<fields::OptionalStringList>(value).has_value();
-        require(present, "every field is present");
-    }
-    require(isMode(*metadata.getScreenshotMode()), "the screenshot mode is one of three");
-}
-
-void checkScreenshot(const KAppMetadataReader& reader) {
-    try {
-        const auto [format, bytes] = reader.readScreenshotAsBytes();
-        const auto again = reader.readScreenshotAsBytes();
-        require(again.first == format && again.second == bytes,
-                "a screenshot reads the same again");
-    } catch (const foundation::crypto::utils::Base64Error&) {
-    }
-}
-
-}  // namespace
+#include "fuzz/Records.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string bytes(reinterpret_cast<const char*>(data), size);
-    const KAppMetadataReader reader(fuzz::workspace().write("input.k", bytes));
-    checkMetadata(reader);
-    checkScreenshot(reader);
+    const appserialization::KAppMetadataReader reader(fuzz::workspace().write("input.k", bytes));
+    const auto metadata = reader.readMetadata();
+    fuzz::requireComplete(metadata);
+    const auto mode = *metadata.getScreenshotMode();
+    fuzz::require(mode == u"auto" || mode == u"manual" || mode == u"none",
+                  "the screenshot mode is one of three");
+    const auto read = [&] {
+        return fuzz::attempt<foundation::crypto::utils::Base64Error>(
+            [&] { return reader.readScreenshotAsBytes(); });
+    };
+    fuzz::require(read() == read(), "a screenshot reads the same again");
     return 0;
 }

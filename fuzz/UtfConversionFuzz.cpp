@@ -1,8 +1,8 @@
-// Conversion between UTF-8 and UTF-16 against one that decodes a character at a time.
+// Conversion between UTF-8 and UTF-16: there and back is the same, the place that is refused is the
+// first wrong one, and where in the blocks that are converted at once a text stands makes no difference.
 
 #include <fl/i18n.hpp>
 
-#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -11,134 +11,71 @@
 
 namespace {
 
+using namespace fl::i18n;
 using fuzz::require;
 
-constexpr char32_t kReplacement = 0xFFFD;
+constexpr char16_t kReplacement = 0xFFFD;
 
-struct Character {
-    char32_t point = kReplacement;
-    std::size_t length = 1;  // in the text that it was decoded from
-    bool isWellFormed = false;
-};
-
-// The well-formed sequences by their first byte: how many bytes follow, and the bounds of the second,
-// which keep out overlong forms, surrogates and what lies beyond U+10FFFF.
-struct Lead {
-    unsigned char first, last;
-    std::size_t trail;
-    unsigned char low, high;
-};
-constexpr Lead kLeads[] = {
-    {0x00, 0x7F, 0, 0, 0},       {0xC2, 0xDF, 1, 0x80, 0xBF}, {0xE0, 0xE0, 2, 0xA0, 0xBF},
-    {0xE1, 0xEC, 2, 0x80, 0xBF}, {0xED, 0xED, 2, 0x80, 0x9F}, {0xEE, 0xEF, 2, 0x80, 0xBF},
-    {0xF0, 0xF0, 3, 0x90, 0xBF}, {0xF1, 0xF3, 3, 0x80, 0xBF}, {0xF4, 0xF4, 3, 0x80, 0x8F},
-};
-
-// The character at the front, or the maximal ill-formed subpart.
-Character decode(std::string_view bytes) {
-    const auto at = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
-    const auto* const lead =
-        std::find_if(std::begin(kLeads), std::end(kLeads),
-                     [&](const Lead& row) { return row.first <= at(0) && at(0) <= row.last; });
-    if (lead == std::end(kLeads)) return {};
-    char32_t point = lead->trail == 0 ? at(0) : at(0) & (0x3FU >> lead->trail);
-    for (std::size_t i = 1; i <= lead->trail; ++i) {
-        const unsigned char low = i == 1 ? lead->low : 0x80;
-        const unsigned char high = i == 1 ? lead->high : 0xBF;
-        if (i == bytes.size() || at(i) < low || at(i) > high) return {kReplacement, i, false};
-        point = point << 6 | (at(i) & 0x3F);
+// Where a conversion refuses ill-formed text; nullopt when it does not.
+template <class Conversion, class Text>
+std::optional<std::size_t> refusedAt(Conversion convert, Text text) {
+    try {
+        convert(text);
+        return std::nullopt;
+    } catch (const ConversionError& error) {
+        return error.index();
     }
-    return {point, lead->trail + 1, true};
+}
+
+void checkFromUtf8(const std::u16string& front, std::string_view rest) {
+    const std::string bytes = ustring_to_utf8(front) + std::string(rest);
+    const ustring units = utf8_to_ustring(bytes);
+    require(units == front + utf8_to_ustring(rest), "the place of a text makes no difference");
+    const auto illFormedAt = refusedAt(utf8_to_ustring_strict, bytes);
+    require(illFormedAt.has_value() == (ustring_to_utf8(units) != bytes),
+            "UTF-8 is refused when it is not the same there and back");
+    if (!illFormedAt) return require(utf8_to_ustring_strict(bytes) == units, "both forms agree");
+    const ustring before = utf8_to_ustring_strict(bytes.substr(0, *illFormedAt));
+    require(units.starts_with(before + kReplacement), "all before the place is well-formed");
+    require(refusedAt(utf8_to_ustring_strict, bytes.substr(*illFormedAt)) == 0, "what follows not");
 }
 
 bool isSurrogate(char16_t unit, char16_t first) {
     return unit >= first && unit < first + 0x400;
 }
 
-Character decode(std::u16string_view units) {
-    const bool isLead = isSurrogate(units[0], 0xD800);
-    if (!isLead && !isSurrogate(units[0], 0xDC00)) return {units[0], 1, true};
-    if (!isLead || units.size() < 2 || !isSurrogate(units[1], 0xDC00)) return {};
-    return {0x10000 + (char32_t(units[0] - 0xD800) << 10) + (units[1] - 0xDC00), 2, true};
-}
-
-void append(std::u16string& text, char32_t point) {
-    if (point < 0x10000) {
-        text += char16_t(point);
-    } else {
-        text += char16_t(0xD800 + ((point - 0x10000) >> 10));
-        text += char16_t(0xDC00 + ((point - 0x10000) & 0x3FF));
+std::size_t firstUnpaired(std::u16string_view units, std::size_t from) {
+    for (std::size_t i = from; i < units.size(); ++i) {
+        const bool isLead = isSurrogate(units[i], 0xD800);
+        if (isLead && i + 1 < units.size() && isSurrogate(units[i + 1], 0xDC00)) {
+            ++i;
+        } else if (isLead || isSurrogate(units[i], 0xDC00)) {
+            return i;
+        }
     }
+    return units.npos;
 }
 
-void append(std::string& text, char32_t point) {
-    const int trail = point < 0x80 ? 0 : point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
-    const unsigned marks[] = {0, 0xC0, 0xE0, 0xF0};
-    text += char(marks[trail] | point >> (6 * trail));
-    for (int i = trail - 1; i >= 0; --i)
-        text += char(0x80 | ((point >> (6 * i)) & 0x3F));
-}
-
-template <class Target>
-struct Converted {
-    Target text;
-    std::optional<std::size_t> illFormedAt;  // the first
-};
-
-template <class Target, class Source>
-Converted<Target> convert(Source source) {
-    Converted<Target> converted;
-    for (std::size_t i = 0; i < source.size();) {
-        const Character character = decode(source.substr(i));
-        if (!character.isWellFormed && !converted.illFormedAt) converted.illFormedAt = i;
-        append(converted.text, character.point);
-        i += character.length;
-    }
-    return converted;
-}
-
-// What a conversion that refuses ill-formed text makes of it.
-template <class Target, class Source>
-Converted<Target> strictly(Target (*function)(Source), Source source) {
-    try {
-        return {function(source), {}};
-    } catch (const fl::i18n::ConversionError& error) {
-        return {{}, error.index()};
-    }
-}
-
-void checkFromUtf8(std::string_view bytes) {
-    const auto expected = convert<std::u16string>(bytes);
-    require(fl::i18n::utf8_to_ustring(bytes) == expected.text, "UTF-8 is decoded");
-    const auto strict = strictly(fl::i18n::utf8_to_ustring_strict, bytes);
-    require(strict.illFormedAt == expected.illFormedAt, "ill-formed UTF-8 is refused, and where");
-    if (expected.illFormedAt) return;
-    require(strict.text == expected.text, "UTF-8 is decoded by the strict form");
-    require(fl::i18n::ustring_to_utf8(strict.text) == bytes, "UTF-8 is the same there and back");
-}
-
-void checkFromUtf16(std::u16string_view units) {
-    const auto expected = convert<std::string>(units);
-    require(fl::i18n::to_display(units) == expected.text, "UTF-16 is shown");
-    const auto found = fl::i18n::find_unpaired_surrogate(units);
-    require(found == expected.illFormedAt.value_or(std::u16string::npos), "surrogates are found");
-    const auto strict = strictly(fl::i18n::ustring_to_utf8, units);
-    require(strict.illFormedAt == expected.illFormedAt, "ill-formed UTF-16 is refused, and where");
-    if (expected.illFormedAt) return;
-    require(strict.text == expected.text, "UTF-16 is encoded");
-    require(fl::i18n::utf8_to_ustring_strict(strict.text) == units,
-            "UTF-16 is the same there and back");
+void checkFromUtf16(const std::u16string& units) {
+    const auto unpairedAt = firstUnpaired(units, 0);
+    require(find_unpaired_surrogate(units) == unpairedAt, "the first unpaired surrogate is found");
+    require(refusedAt(ustring_to_utf8, units).value_or(units.npos) == unpairedAt,
+            "and refused at its place");
+    std::u16string mended = units;
+    for (auto at = unpairedAt; at != units.npos; at = firstUnpaired(mended, at))
+        mended[at] = kReplacement;
+    const std::string bytes = ustring_to_utf8(mended);
+    require(to_display(units) == bytes, "all are shown as the replacement");
+    require(utf8_to_ustring_strict(bytes) == mended, "UTF-16 is the same there and back");
 }
 
 // Where letters have a form in the other case, and how long that is, is the Unicode tables'; but none
 // may change twice, and what is not a letter stays.
 void checkLower(std::u16string_view units) {
-    const auto lower = fl::i18n::to_lower(units);
-    require(fl::i18n::to_lower(lower) == lower, "lower case stays as it is");
-    const auto isUnpaired = [](std::u16string_view text) {
-        return fl::i18n::find_unpaired_surrogate(text) != std::u16string::npos;
-    };
-    require(isUnpaired(lower) == isUnpaired(units), "lower-casing keeps surrogates");
+    const auto lower = to_lower(units);
+    require(to_lower(lower) == lower, "lower case stays as it is");
+    require((firstUnpaired(lower, 0) == lower.npos) == (firstUnpaired(units, 0) == units.npos),
+            "lower-casing keeps surrogates");
 }
 
 }  // namespace
@@ -152,7 +89,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (auto count = input.number(2) % 2100; count > 0; --count)
         front += filler;
     const std::string bytes(input.rest());
-    checkFromUtf8(fl::i18n::ustring_to_utf8(front) + bytes);
+    checkFromUtf8(front, bytes);
 
     std::u16string units = front;
     for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
