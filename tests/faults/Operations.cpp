@@ -9,6 +9,7 @@
 #include <fl/i18n.hpp>
 #include <opc/Package.hpp>
 
+#include <random>
 #include <stdexcept>
 
 #ifdef QZ_TEST_QZAPP
@@ -41,6 +42,18 @@ std::string textOf(const AppMetadata& record) {
     for (const auto& [field, value] : record.toMap())
         text += boost::apply_visitor(shown, value) + ";";
     return text;
+}
+
+// So large that an edit tries to share it with the old file.
+constexpr std::size_t kSharable = 80'000;
+
+// Does not shrink.
+std::string noise(std::size_t size) {
+    std::mt19937 random(1);
+    std::string bytes(size, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>(random());
+    return bytes;
 }
 
 AppMetadata metadata(const char16_t* name) {
@@ -174,7 +187,8 @@ std::string readScreenshot(const std::u16string& app, const Inputs&, const std::
 }  // namespace
 
 Inputs::Inputs()
-    : model(directory.write("model.kvd", "bytes of a model")),
+    : oldModel(directory.write("old.kvd", noise(kSharable))),
+      model(directory.write("model.kvd", "bytes of a model")),
       code(directory.write("code.k", "function f\n  disp('hello')\nend\n")),
       image(directory.write("image.png", {kImage.begin(), kImage.end()})),
       textApp(directory.write(
@@ -211,7 +225,7 @@ const std::vector<ReadOperation>& readOperations() {
 
 void writeExample(const std::u16string& app, const Inputs& inputs) {
     AppFileWriter writer(app, true);
-    writer.setAppModelFromFile(inputs.image);
+    writer.setAppModelFromFile(inputs.oldModel);
     writer.setAppMetadata(metadata(u"Example"));
     writer.setAppScreenshot(kImage, u"png");
     writer.setKORVALCodeText(u"x = 1;\n");

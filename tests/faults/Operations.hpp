@@ -14,7 +14,7 @@ struct Inputs {
     Inputs();  // makes the files
 
     const test_support::TemporaryDirectory directory;
-    const std::u16string model, code, image, textApp;
+    const std::u16string oldModel, model, code, image, textApp;
 };
 
 // Something that saves an app file, or an exception when it fails.

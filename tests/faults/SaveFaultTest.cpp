@@ -137,7 +137,8 @@ protected:
 };
 
 constexpr std::string_view kChanges =
-    "openat pwrite copy_file_range ftruncate fsync fsetxattr linkat renameat2 write writev";
+    "openat pwrite copy_file_range cloneRange ftruncate fsync fsetxattr linkat renameat2 write "
+    "writev";
 constexpr std::string_view kLookups =
     "openat fstatat faccessat readlinkat linkat renameat2 unlinkat";
 constexpr std::string_view kTransfers = "pread pwrite copy_file_range read write";

@@ -119,6 +119,7 @@ void watchAll() {
     watch<&SystemCalls::pread>("pread");
     watch<&SystemCalls::pwrite>("pwrite");
     watch<&SystemCalls::copy_file_range>("copy_file_range");
+    watch<&SystemCalls::cloneRange>("cloneRange");
     watch<&SystemCalls::sync_file_range>("sync_file_range");
     watch<&SystemCalls::ftruncate>("ftruncate");
     watch<&SystemCalls::fsync>("fsync");
@@ -145,6 +146,7 @@ void makeOlder(SystemCalls& calls) {
     calls.copy_file_range = [](int, off_t*, int, off_t*, size_t, unsigned) -> ssize_t {
         return refuse(EXDEV);
     };
+    calls.cloneRange = [](int, const file_clone_range*) { return refuse(EOPNOTSUPP); };
 }
 
 void makeLinkless(SystemCalls& calls) {

@@ -25,7 +25,8 @@ struct Call {
     std::string content = {};             // of a file that the call has written to
 
     bool writes() const {
-        return name == "pwrite" || name == "copy_file_range" || name == "ftruncate";
+        return name == "pwrite" || name == "copy_file_range" || name == "cloneRange" ||
+               name == "ftruncate";
     }
 };
 
