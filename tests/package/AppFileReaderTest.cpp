@@ -49,15 +49,18 @@ TEST_F(AppFileReaderTest, WrapsWhatIsNoPackage) {
     ASSERT_EQ(::mkfifo((directory_.path() / "fifo.kvpkg").c_str(), 0600), 0);
     const std::string start =
         "Internal exception in reading Visual App file: " + directory_.path().string();
-    const std::pair<ustring, const char*> rows[] = {
+    const struct {
+        ustring name;
+        const char* complaint;
+    } rows[] = {
         {directory_.write("text.kvpkg", "not a zip"), "/text.kvpkg: is not a zip file"},
         {directory_.name("directory.kvpkg"), "/directory.kvpkg: is not a regular file"},
         {directory_.name("fifo.kvpkg"), "/fifo.kvpkg: is not a regular file"},
     };
-    for (const auto& [name, complaint] : rows) {
-        EXPECT_THAT(genericError(name, [&] { AppFileReader reader(name); }),
-                    StartsWith(start + complaint));
-        EXPECT_THROW(KVPKGMetadataReader{name}, opc::Exception) << "which translates nothing";
+    for (const auto& row : rows) {
+        EXPECT_THAT(genericError(row.name, [&] { AppFileReader reader(row.name); }),
+                    StartsWith(start + row.complaint));
+        EXPECT_THROW(KVPKGMetadataReader{row.name}, opc::Exception) << "which translates nothing";
     }
 }
 

@@ -261,7 +261,10 @@ TEST_F(AppFileWriterTest, IsClosedWhenTheCodeIsRefusedButKeepsWhatItSaved) {
 }
 
 TEST_F(AppFileWriterTest, AClosedWriterNamesTheCallAndTheFile) {
-    const std::pair<const char*, std::function<void(AppFileWriter&)>> rows[] = {
+    const struct {
+        const char* method;
+        std::function<void(AppFileWriter&)> call;
+    } rows[] = {
         {"close", [](auto& writer) { writer.close(); }},
         {"setKORVALCodeText", [](auto& writer) { writer.setKORVALCodeText(u""); }},
         {"setAppModelFromFile", [](auto& writer) { writer.setAppModelFromFile(u""); }},
@@ -274,11 +277,11 @@ TEST_F(AppFileWriterTest, AClosedWriterNamesTheCallAndTheFile) {
     AppFileWriter failed(directory_.name("gone/app.kvpkg"), true);
     std::filesystem::remove(directory_.path() / "gone");
     EXPECT_THROW(failed.close(), opc::Exception);
-    for (const auto& [method, call] : rows) {
-        EXPECT_THROW(call(failed), opc::Exception) << "after a save that failed";
-        EXPECT_THAT(
-            [&] { call(writer); },
-            ThrowsMessage<opc::Exception>(HasSubstr("app.kvpkg: " + std::string(method) + "()")));
+    for (const auto& row : rows) {
+        EXPECT_THROW(row.call(failed), opc::Exception) << "after a save that failed";
+        EXPECT_THAT([&] { row.call(writer); },
+                    ThrowsMessage<opc::Exception>(
+                        HasSubstr("app.kvpkg: " + std::string(row.method) + "()")));
     }
 }
 

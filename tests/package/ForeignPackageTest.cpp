@@ -75,6 +75,8 @@ TEST_F(ForeignPackageTest, KeepsItsOwnNamesThroughAnEdit) {
     EXPECT_TRUE(package.parts.at(u"/lumenforge/appModel.kvd") == model());
     EXPECT_TRUE(package.parts.contains(u"/about/app.xml"));
     EXPECT_FALSE(package.parts.contains(u"/metadata/appMetadata.xml"));
+    EXPECT_TRUE(package.parts.contains(u"/Properties/Core.xml"));
+    EXPECT_FALSE(package.parts.contains(u"/docProps/core.xml"));
     EXPECT_TRUE(package.parts.contains(u"/metadata/appScreenshot.png"));
     EXPECT_EQ(package.parts.at(u"/source/main.k"), "code");
     EXPECT_FALSE(package.parts.contains(u"/pictures/screen%20shot.JPEG"));
