@@ -241,7 +241,7 @@ private:
     }
 
     fuzz::PackageFile* file_;
-    FoundPackage before_;
+    const FoundPackage& before_;
     std::string saved_ = file_->bytes();
     std::size_t sizeBefore_ = saved_.size();
     std::size_t added_ = 0;
@@ -250,15 +250,8 @@ private:
     std::map<std::u16string, std::string> contents_;  // by the relationships to the parts
 };
 
-void edit(fuzz::PackageFile& file, fuzz::Input& input) {
-    const std::string before = file.bytes();
-    const auto& found = file.find();
-    if (!found) {
-        require(fuzz::refuses<opc::Exception>([&] { AppFileWriter(file.name(), false); }),
-                "a wrong package is not edited");
-        return file.requireUntouched(before);
-    }
-    Edit edit(file, *found);
+void edit(fuzz::PackageFile& file, const FoundPackage& before, fuzz::Input& input) {
+    Edit edit(file, before);
     std::optional<AppFileWriter> writer(std::in_place, file.name(), false);
     for (auto count = input.below(6); count > 0; --count)
         edit.take(*writer, input);
@@ -271,10 +264,6 @@ void edit(fuzz::PackageFile& file, fuzz::Input& input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    fuzz::Input input(data, size);
-    fuzz::PackageFile file(fuzz::drawPackage(input).bytes);
-    edit(file, input);
-    for (int more = 2; more > 0 && !input.empty(); --more)
-        edit(file, input);
-    return 0;
+    return fuzz::editPackage(
+        {data, size}, [](auto& file) { AppFileWriter(file.name(), false); }, edit);
 }

@@ -217,31 +217,21 @@ void compare(const FoundPackage& found, FoundPackage expected) {
     }
 }
 
-void edit(fuzz::PackageFile& file, fuzz::Input& input) {
-    const std::string before = file.bytes();
-    const auto found = file.find();
-    if (!found) {
-        require(refuses<opc::Exception>([&] { Session(file, {}); }),
-                "a wrong package is not edited");
-        return file.requireUntouched(before);
-    }
-    Session session(file, *found);
+void edit(fuzz::PackageFile& file, const FoundPackage& before, fuzz::Input& input) {
+    const std::string bytes = file.bytes();
+    Session session(file, before);
     const bool isSaved = input.below(8) != 7;
     for (auto count = input.below(12); count > 0 && !input.empty(); --count)
         session.take(input);
     if (!isSaved || refuses<opc::Exception>([&] { session.save(); }) || session.touched().empty())
-        return file.requireUntouched(before);
-    file.requireKept(*found, before.size(), session.touched(), session.added());
+        return file.requireUntouched(bytes);
+    file.requireKept(before, bytes.size(), session.touched(), session.added());
     compare(*file.find(), session.expected());
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    fuzz::Input input(data, size);
-    fuzz::PackageFile file(fuzz::drawPackage(input).bytes);
-    edit(file, input);
-    for (int more = 2; more > 0 && !input.empty(); --more)
-        edit(file, input);
-    return 0;
+    return fuzz::editPackage(
+        {data, size}, [](auto& file) { Session(file, {}); }, edit);
 }

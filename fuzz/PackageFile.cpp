@@ -1,6 +1,5 @@
 #include "fuzz/PackageFile.hpp"
 
-#include <opc/Exception.hpp>
 #include <opc/Package.hpp>
 #include <opc/ZipArchive.hpp>
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <opc/Exception.hpp>
 #include <opc/Relationship.hpp>
 
 #include <cstddef>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "fuzz/Fuzzing.hpp"
+#include "fuzz/PackageProgram.hpp"
 
 // A package file before and after an edit.
 namespace fuzz {
@@ -55,5 +57,23 @@ private:
     std::optional<std::string> lookedAt_;
     std::optional<FoundPackage> found_;
 };
+
+// Edits the package that an input asks for, up to three times. What is refused when it is read has to be
+// refused by `open`, and to stay as it is.
+template <class Open, class Edit>
+int editPackage(Input input, Open open, Edit edit) {
+    PackageFile file(drawPackage(input).bytes);
+    for (int edits = 3; edits > 0; --edits) {
+        const std::string before = file.bytes();
+        if (const auto found = file.find()) {
+            edit(file, *found, input);
+        } else {
+            require(refuses<opc::Exception>([&] { open(file); }), "a wrong package is not edited");
+            file.requireUntouched(before);
+        }
+        if (input.empty()) break;
+    }
+    return 0;
+}
 
 }  // namespace fuzz
