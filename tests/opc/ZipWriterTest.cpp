@@ -221,6 +221,17 @@ TEST_F(ZipWriterTest, KeepsLargeItemsInFront) {
     EXPECT_EQ(readItem(*open(), "small"), "t");
 }
 
+TEST_F(ZipWriterTest, BoundsWhatWaitsInMemory) {
+    const auto writer = create();
+    for (int i = 0; i < 30; ++i)
+        writeItem(*writer, std::to_string(i), noise(1 << 19, unsigned(i)));
+    writeItem(*writer, "29", "replaced");
+    save(*writer);
+    EXPECT_EQ(open()->items().size(), 30u);
+    EXPECT_EQ(readItem(*open(), "28"), noise(1 << 19, 28));
+    EXPECT_EQ(readItem(*open(), "29"), "replaced");
+}
+
 // What is copied and what is new is on its way to the disk before the fsync that waits for it.
 TEST_F(ZipWriterTest, StartsWritingToTheDiskEarly) {
     static int error = 0;
