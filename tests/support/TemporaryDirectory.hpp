@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -53,11 +52,12 @@ private:
 };
 
 inline std::string readFile(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream) throw std::runtime_error("cannot open " + file.string());
-    std::ostringstream bytes;
-    bytes << stream.rdbuf();
-    return std::move(bytes).str();
+    std::string bytes(std::filesystem::file_size(file), '\0');
+    std::ifstream stream;
+    stream.exceptions(std::ios::failbit | std::ios::badbit);
+    stream.open(file, std::ios::binary);
+    stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 }  // namespace test_support

@@ -90,7 +90,7 @@ TEST(PatternScanner, RefusesPatternsThatAreMalformedOrCostTooMuch) {
 TEST(PatternScanner, ThrowsWhenTheCallerHasLeftLittleStack) {
     const ustring text = u"<N" + ustring(100'000, u'a') + u">1</N>";
     constexpr std::size_t kEighth = test_support::kSmallStack / 8;
-    for (const std::size_t eighths : {1u, 2u, 3u, 4u})
+    for (const std::size_t eighths : {2u, 3u, 4u})
         EXPECT_EQ(errorOf(text, u".", eighths * kEighth), std::regex_constants::error_stack);
     EXPECT_EQ(errorOf(u"<N>1</N>", u".", 6 * kEighth), error_type{});
 }

@@ -8,6 +8,31 @@ from support import EXAMPLE, FIELDS, ToolTest
 
 NAMESPACE = "lumenforge.internal.serialization"
 CATALOG = "KORVAL:lumenforge:lumenforge"
+CLASS_DEFAULTS = [
+    (0, "getAccess getConnectAccess getConnectivity getArrayNature"),
+    (None, "getModule"),
+    (False, """isHidden isAbstract isSealed isEnumeration isHandleCompatible isFullNameDisplayed
+        isCompatibleInexactProperties useClassDefaultsOnLoad isPropertyTruncationAllowed
+        arePropertiesCaseInsensitive areClassFunctionsAllowed areExtensionMethodsAllowed
+        usesRootRecords doEventsHaveSeparateNamespace doesInexactPropertyNameIssueWarning
+        usesCustomChildrenList allowInstanceUpdates isIDConsistent"""),
+    (True, "areChildrenSaved isConstructedOnLoad isDestructible isLocked willAllocateData"),
+]
+METHOD_DEFAULTS = [
+    (0, "getMemberAccess"),
+    (None, "getDescription getDetailedDescription"),
+    (False, "isStatic isAbstract isSealed isExplicit doesMethodOverrideAllSignatures"),
+    (True, "isLookupScope isFirstArgDispatch isVisible isDestructible isLocked"),
+]
+
+
+def shown(attributes):
+    """As text, in which False is not 0."""
+    return repr(sorted(attributes.items()))
+
+
+def shown_defaults(defaults):
+    return shown({name: value for value, names in defaults for name in names.split()})
 
 
 class QzhostTest(ToolTest):
@@ -28,6 +53,9 @@ class QzhostTest(ToolTest):
             [(NAMESPACE + ".KAppMetadataReader", ["TarvoFactoryString scalar"], ["handle"], True),
              ("readMetadata", [], ["any"], False),
              ("readScreenshotAsBytes", ["handle"], ["uint8", "char"], False)])
+        self.assertEqual(shown(described["attributes"]), shown_defaults(CLASS_DEFAULTS))
+        for method in described["methods"][1:]:
+            self.assertEqual(shown(method["attributes"]), shown_defaults(METHOD_DEFAULTS))
         self.assertIn("method readMetadata\n      () -> (any)\n", self.ok("classes"))
 
     def test_reads_the_sample(self):
