@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,10 @@ std::optional<ContentType> typeOf(const ContentTypes& types, const PartName& nam
     return type == nullptr ? std::nullopt : std::optional(*type);
 }
 
+std::u16string lowered(const PartName& name) {
+    return opc::ascii::lowered<char16_t>(name.toString());
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -36,11 +41,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto again = parse(types->toXml());
     require(again == types, "what is written reads back");
     std::vector<PartName> names = types->overrides();
+    std::set<std::u16string> folded;
+    for (const PartName& name : names)
+        require(folded.insert(lowered(name)).second, "a name has one type");
     for (const char16_t* other : {u"/a.xml", u"/A.XML", u"/b/c.Xml", u"/a", u"/x.rels", u"/x.k"})
         names.emplace_back(std::u16string_view(other));
     for (const PartName& name : names) {
         require(typeOf(*again, name) == typeOf(*types, name), "and answers the same");
-        const PartName lower{std::u16string_view(opc::ascii::lowered<char16_t>(name.toString()))};
+        const PartName lower{std::u16string_view(lowered(name))};
         require(typeOf(*types, lower) == typeOf(*types, name), "equal names have the same type");
     }
     return 0;

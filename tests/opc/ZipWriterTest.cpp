@@ -10,6 +10,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -275,7 +276,8 @@ TEST_F(ZipWriterTest, SharesWholeBlocksWhereTheFileSystemCan) {
                                   .bytes());
     const auto saved = std::exchange(
         fl::filesystem::systemCalls().cloneRange, [](int target, const file_clone_range* range) {
-            EXPECT_EQ((range->src_offset | range->dest_offset | range->src_length) % 4096, 0u);
+            EXPECT_EQ((range->src_offset | range->dest_offset | range->src_length) % (64 << 10),
+                      0u);
             const std::size_t size = error == 0 ? range->src_length : 0;
             std::string bytes(size, '\0');
             const auto source = static_cast<int>(range->src_fd);

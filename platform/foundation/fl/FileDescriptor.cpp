@@ -3,6 +3,8 @@
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 
+#include <linux/fs.h>
+
 #include <algorithm>
 #include <memory>
 
@@ -31,13 +33,13 @@ struct stat statusOf(int descriptor) {
     return status;
 }
 
-// A multiple of the block size of every file system that shares blocks.
+// A multiple of the block size of the common file systems that share blocks; others refuse.
 constexpr std::uint64_t kLargestBlock = std::uint64_t{64} << 10;
 
-// Whether this pair of files cannot be copied in this way, so that a plainer one must serve.
+// Whether copy_file_range cannot serve this pair of files, so that plain reading and writing must.
 bool isUnsupportedCopy(int error) {
     return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP ||
-           error == EPERM || error == ENOTTY || error == ETXTBSY;
+           error == EPERM;
 }
 
 void copyThroughMemory(const FileDescriptor& source, std::uint64_t sourceOffset, std::uint64_t size,
@@ -138,7 +140,8 @@ std::uint64_t FileDescriptor::shareFrom(const FileDescriptor& source, std::uint6
     if (retryInterrupted([&] { return systemCalls().cloneRange(descriptor_, &range); }) == 0) {
         return blocks;
     }
-    if (!isUnsupportedCopy(errno)) throwSystemError(errno, "cannot share its blocks");
+    // There are more reasons not to share than to copy, such as a part of the disk that is full.
+    if (errno == EIO) throwSystemError(errno, "cannot share its blocks");
     return 0;
 }
 

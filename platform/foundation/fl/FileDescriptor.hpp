@@ -49,8 +49,8 @@ public:
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const;
     void writeAt(std::span<const std::byte> bytes, std::uint64_t offset);
     // Takes over the first of `size` bytes of another file without copying them, whatever their
-    // number, where the file system can share blocks and both offsets start one. Returns how many:
-    // 0 where it cannot, less than 64 KiB too few where it can.
+    // number, where the file system can share blocks and both offsets are multiples of 64 KiB.
+    // Returns how many: `size` rounded down to such a multiple, or 0 where it cannot.
     std::uint64_t shareFrom(const FileDescriptor& source, std::uint64_t sourceOffset,
                             std::uint64_t size, std::uint64_t offset);
     // Takes over `size` bytes of another file, inside the kernel where it can. Throws when the source

@@ -1,5 +1,6 @@
 #include <fl/SystemCalls.hpp>
 
+#include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/xattr.h>
 #include <unistd.h>

@@ -3,9 +3,10 @@
 #include <foundation/Export.hpp>
 
 #include <fcntl.h>
-#include <linux/fs.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+
+struct file_clone_range;  // of <linux/fs.h>
 
 namespace fl::filesystem {
 

@@ -48,7 +48,7 @@ void NewFile::appendFrom(const fl::filesystem::FileDescriptor& source, std::uint
     writeGathered();
     std::uint64_t done = aboutFile(
         name_, [&] { return replacement_.file().shareFrom(source, offset, size, tail_); });
-    tail_ += done;  // shared blocks are on the disk already
+    tail_ += done;  // shared blocks have been written already
     while (done < size) {
         const std::uint64_t piece = std::min(size - done, kPiece);
         aboutFile(name_,
