@@ -1,6 +1,5 @@
 """check and check --repair."""
 
-import base64
 import json
 import os
 import random
@@ -11,8 +10,6 @@ import zipfile
 from support import (DOCS, EXAMPLE, METADATA_PART, MODEL_PART, SCHEMA, ToolTest, add_relationship, replacing,
                      setting, without)
 
-PNG = (EXAMPLE / "screenshot.png").read_bytes()
-OFFICE = "http://schemas.openxmlformats.org/package/2006/relationships/metadata/"
 CORE, RELS, TYPES, SHOT = ("docProps/core.xml", "_rels/.rels", "[Content_Types].xml", "metadata/appScreenshot.png")
 
 
@@ -28,46 +25,27 @@ class CheckTest(ToolTest):
     def rules(self, name):
         return {f["rule"] for f in self.report(name)["findings"]}
 
-    def fixes(self, name):
-        return {f["rule"]: f["fix"] for f in self.report(name)["findings"]}
-
 
 class Check(CheckTest):
     def test_a_good_app_has_no_findings(self):
         self.create()
-        self.assertEqual(self.ok("check", "--strict", "app.kvpkg"), "app.kvpkg: no findings\n")
         self.assertEqual(self.report("app.kvpkg"), {
             "file": "app.kvpkg", "errors": 0, "warnings": 0, "notes": 0, "findings": []})
 
     def test_each_departure_has_its_rule(self):
         self.create()
         rows = [
-            ("name-missing", replacing(CORE, "<dc:title>Wärmefeld<", "<dc:title><")),
-            ("core-properties-rules", replacing(CORE, "<dc:title>", '<dc:title xml:lang="de">')),
-            ("core-properties-several", add_relationship(OFFICE + "core-properties", "korval/code.k")),
             ("package-type", replacing(CORE, "vnd.quorvane.korval.app", "x")),
             ("code-encoding", setting("korval/code.k", b"x = '\xff'")),
-            ("code-mark", setting("korval/code.k", b"\xef\xbb\xbfx = 1")),
             ("model-empty", setting(MODEL_PART, b"")),
             ("model-missing", without(MODEL_PART)),
             ("metadata-xml", setting(METADATA_PART, b"<metadata>")),
-            ("metadata-unknown", replacing(METADATA_PART, "</metadata>", "<more/></metadata>")),
-            ("metadata-twice", replacing(METADATA_PART, "</metadata>", "<uuid/></metadata>")),
-            ("metadata-default", replacing(METADATA_PART, "AppType", "Other")),
-            ("metadata-item", replacing(METADATA_PART, "<product id=", "<product no=")),
-            ("screenshot-bytes", setting(SHOT, b"\xff\xd8\xff\0\0\xff\xd9")),
-            ("screenshot-cut", setting(SHOT, PNG[:-20])),
-            ("thumbnail-missing", replacing(RELS, OFFICE + "thumbnail", SCHEMA + "/other")),
             ("part-dangling", replacing(RELS, "/korval/code.k", "/korval/gone.k")),
             ("part-ambiguous", add_relationship(
                 SCHEMA + "/lumenForge/app/2017/relationships/appMetadata", "korval/code.k")),
             ("relationship-dangling", add_relationship("urn:x", "nowhere.xml")),
-            ("relationship-external", add_relationship("urn:x", "http://example.com/\" TargetMode=\"External")),
-            ("relationships-entry", add_relationship("urn:x", "korval/code.k", "rId1")),
             ("relationships-missing", without(RELS)),
             ("types-missing", without(TYPES)),
-            ("types-entry", replacing(TYPES, "</Types>", "<Default Extension=''/><X/></Types>")),
-            ("types-unused", replacing(TYPES, "</Types>", "<Override PartName='/no' ContentType='a/b'/></Types>")),
         ]
         for expected, change in rows:
             self.assertIn(expected, self.rules(self.rewrite("app.kvpkg", "bad.kvpkg", change)))
@@ -77,11 +55,8 @@ class Check(CheckTest):
             TYPES: content.replace(b"</Types>", b"<X/></Types>"),
             RELS: content.replace(b"</Relationships>", b"<Relationship/></Relationships>"),
             CORE: content.replace("Wärmefeld".encode(), b""), SHOT: b"GIF89a;"}.get(name, content))
-        with zipfile.ZipFile(self.dir / bad, "a") as package:
-            for name in ("folder/", "a b", "untyped.zzz"):
-                package.writestr(name, b"")
-        self.assertLessEqual({"types-entry", "relationships-entry", "name-missing", "screenshot-bytes",
-                              "item-folder", "item-name", "item-untyped"}, self.rules(bad))
+        self.assertLessEqual({"types-entry", "relationships-entry", "name-missing", "screenshot-bytes"},
+                             self.rules(bad))
 
     def test_damaged_bytes_are_told_item_by_item(self):
         self.flip(self.create(), "bad.kvpkg", MODEL_PART)
@@ -89,87 +64,49 @@ class Check(CheckTest):
         self.assertEqual((found["rule"], found["severity"], found["part"]),
                          ("item-damaged", "error", "/" + MODEL_PART))
         self.assertIn("qzapp check --repair bad-repaired.kvpkg bad.kvpkg", found["fix"])
-        # What cannot be read is not said to be empty, too.
-        self.flip("app.kvpkg", "bad.kvpkg", CORE)
-        self.assertEqual(self.rules("bad.kvpkg"), {"item-damaged"})
 
     def test_a_zip_file_that_is_odd_or_refused_tells_what_it_is_like(self):
         whole = self.read(self.create())
-        end = whole.rindex(b"PK\5\6")
-        directory = int.from_bytes(whole[end + 16:end + 20], "little")
-        moved = (directory + 3).to_bytes(4, "little")
-        for name, method in [("KORVAL/code.k", zipfile.ZIP_STORED), ("a.png", zipfile.ZIP_BZIP2)]:
-            self.write(f"{method}.kvpkg", whole)
-            with zipfile.ZipFile(self.dir / f"{method}.kvpkg", "a", method) as package:
-                package.writestr(name, b"x")
         rows = [
             ("zip-behind", whole + b"more"),
-            ("zip-gap", whole[:directory] + b"gap" + whole[directory:end + 16] + moved + whole[end + 20:]),
             ("zip-end", b"junk" + whole),
-            ("zip-end", whole[:-30]),
             ("zip-end", b"hello"),
             ("zip-directory", whole.replace(b"PK\1\2", b"PK\1\3", 1)),
             ("zip-item", whole.replace(b"korval/code.k", b"korval/code.l", 1)),
-            ("zip-names", self.read(f"{zipfile.ZIP_STORED}.kvpkg")),
-            ("zip-unsupported", self.read(f"{zipfile.ZIP_BZIP2}.kvpkg")),
         ]
         for expected, data in rows:
             found = self.report(self.write("odd.kvpkg", data))["findings"]
             self.assertEqual([f["rule"] for f in found if f["rule"].startswith("zip-")][:1], [expected])
 
-    def test_the_fix_for_a_lost_model_works(self):
+    def test_a_lost_model_is_mended_by_repair_and_edit(self):
         self.rewrite(self.create(), "bad.kvpkg", without(MODEL_PART))
-        self.assertEqual(self.fixes("bad.kvpkg")["model-missing"],
-                         'get the file again, or "qzapp check --repair bad-repaired.kvpkg bad.kvpkg", '
-                         "then qzapp edit bad-repaired.kvpkg --model FILE")
         self.report("bad.kvpkg", "--repair", "bad-repaired.kvpkg")
-        self.assertEqual(self.fixes("bad-repaired.kvpkg")["model-missing"],
-                         "get the file again, or qzapp edit bad-repaired.kvpkg --model FILE")
         self.ok("edit", "bad-repaired.kvpkg", "--model", EXAMPLE / "appModel.kvd")
         self.assertEqual(self.ok("check", "--strict", "bad-repaired.kvpkg"), "bad-repaired.kvpkg: no findings\n")
 
     def test_strict_several_files_folders_and_standard_input(self):
         (self.dir / "d").mkdir()
         self.create("d/app.kvpkg")
-        self.assertEqual(self.ok("check", "d"), "d/app.kvpkg: no findings\n")
         self.rewrite("d/app.kvpkg", "warned.kvpkg", setting(MODEL_PART, b""))
-        self.write("Wrong.KVPKG", self.read("d/app.kvpkg"))
         self.assertIn("1 warning", self.ok("check", "warned.kvpkg", "d"))
         self.assertEqual(self.run_tool("check", "--strict", "warned.kvpkg").returncode, 1)
-        said = self.fails_like("none.kvpkg: there is no such file; check the name", "check", "none.kvpkg",
-                               "Wrong.KVPKG", "d")
-        self.assertIn(b"extension-case", said)
+        said = self.fails_like("none.kvpkg: there is no such file; check the name", "check", "none.kvpkg", "d")
         self.assertTrue(said.endswith(b"d/app.kvpkg: no findings\n"))
-        self.ok("check", "--strict", self.write("any.docx", self.read("d/app.kvpkg")))
         text = self.ok("check", "-", input=self.read("warned.kvpkg"))
         self.assertTrue(text.startswith("standard input: 1 warning\n"), text)
-        self.assertIn("fix: qzapp edit FILE --model FILE\n", text)
-        self.fails(2, 'check: FILE is required; see "qzapp check --help"', "check")
-        self.fails(2, "--force: goes with --repair only; leave it out", "check", "--force", "d")
 
     def test_text_apps(self):
-        uri = base64.b64encode(PNG).decode()
-        shot = "%[app:thumbnail]\n%{\n<Thumbnail>\n%}\n"
         details = "%[app:appDetails]\n%{\n<Name>N</Name><Author>A</Author><Summary>S</Summary>" \
                   "<Description>D</Description>\n%}\n"
         rows = [
             (set(), (EXAMPLE / "heatfield.k").read_text()),
             ({"appendix-missing"}, "x = 1"),
-            ({"name-missing", "field-empty"}, "%[app:internalData]\n%{\n%}\n"),
             ({"text-encoding"}, details.encode() + b"\xff"),
-            ({"text-mark"}, "\ufeff" + details),
             ({"section-twice"}, details * 2),
-            ({"section-unknown"}, details + "%[app:other]\n%{\n%}"),
             ({"section-open"}, details + "%[app:internalData]\n%{\n"),
             ({"element-twice"}, details.replace("\n%}", "<Name>M</Name>\n%}")),
             ({"element-open"}, details.replace("\n%}", "<Version>1\n%}")),
-            ({"element-prefix"}, details.replace("\n%}", "<Names>M</Names>\n%}")),
-            ({"element-unknown"}, details.replace("\n%}", "<Colour>red</Colour>\n%}")),
-            ({"thumbnail-base64"}, details + shot.replace(">", ">data:image/png;base64,?</Thumbnail>")),
-            ({"thumbnail-uri"}, details + shot.replace(">", "> data:image/png;base64,AA</Thumbnail>")),
-            ({"screenshot-format"}, details + shot.replace(">", f">data:image/webp;base64,{uri}</Thumbnail>")),
-            ({"capture-value"}, details + shot.replace(
-                ">", f' autoCapture="false">data:image/png;base64,{uri}</Thumbnail>')),
+            ({"thumbnail-base64"}, details + "%[app:thumbnail]{<Thumbnail>data:image/png;base64,?</Thumbnail>%}"),
         ]
         for expected, text in rows:
             self.assertEqual(self.rules(self.write("app.k", text)), expected)
@@ -195,9 +132,7 @@ class Repair(CheckTest):
             self.write("front.kvpkg", b"junk" + whole),
             self.write("behind.kvpkg", whole + whole[-22:]),
             self.rewrite("app.kvpkg", "types.kvpkg", without(TYPES)),
-            self.rewrite("app.kvpkg", "rels.kvpkg", without(RELS)),
-            self.flip("app.kvpkg", "types2.kvpkg", TYPES),
-            self.flip("app.kvpkg", "rels2.kvpkg", RELS),
+            self.flip("app.kvpkg", "rels.kvpkg", RELS),
         ]
         for name in rows:
             before = self.read(name)
@@ -207,9 +142,7 @@ class Repair(CheckTest):
             self.assertEqual(self.metadata("out.kvpkg"), self.metadata("app.kvpkg"))
             self.assertEqual(self.read(name), before)
         text = self.ok("check", "--repair", "again.kvpkg", "cut.kvpkg")
-        self.assertRegex(text, r"^wrote again\.kvpkg: \d kept, 0 lost, 0 mended\n"
-                         r"  kept    /korval/code\.k, 11,130 bytes\n")
-        self.assertTrue(text.endswith("again.kvpkg: no findings\n"))
+        self.assertRegex(text, r"^wrote again\.kvpkg: \d kept, 0 lost, 0 mended\n")
 
     def test_what_is_damaged_is_lost_and_told(self):
         self.flip(self.create(), "bad.kvpkg", SHOT)
@@ -218,11 +151,8 @@ class Repair(CheckTest):
         self.assertEqual(report["result"]["errors"], 0)
         self.assertIsNone(self.json("info", "out.kvpkg")["screenshot"])
 
-    def test_what_can_be_understood_and_what_is_foreign_is_kept(self):
-        self.rewrite(self.create(), "bad.kvpkg", replacing(CORE, "<dc:title>", '<dc:title xml:lang="de">'))
-        self.assertEqual(self.repaired("bad.kvpkg")["result"]["errors"], 0)
-        self.assertEqual(self.metadata("out.kvpkg"), self.metadata("app.kvpkg"))
-        self.rewrite("app.kvpkg", "bad.kvpkg", add_relationship(
+    def test_what_is_foreign_is_kept(self):
+        self.rewrite(self.create(), "bad.kvpkg", add_relationship(
             "urn:x", "http://example.com/\" TargetMode=\"External"))
         with zipfile.ZipFile(self.dir / "bad.kvpkg", "a") as package:
             package.writestr("untyped.zzz", b"kept")
@@ -234,7 +164,6 @@ class Repair(CheckTest):
     def test_never_touches_a_file_that_is_there(self):
         self.create()
         self.write("text.kvpkg", "hello")
-        self.write("app.k", "x")
         (self.dir / "link.kvpkg").symlink_to("app.kvpkg")
         before = self.names(), self.read("app.kvpkg")
         rows = [
@@ -243,8 +172,6 @@ class Repair(CheckTest):
              "app.kvpkg"),
             (1, "text.kvpkg: nothing in it can be read, so there is nothing to keep; get the file again",
              "out.kvpkg", "text.kvpkg"),
-            (1, 'app.k: a text app is repaired in an editor; "qzapp check" says where', "out.kvpkg", "app.k"),
-            (2, 'out.zip: the name of a packaged app must end in ".kvpkg"; choose another', "out.zip", "app.kvpkg"),
         ]
         for status, message, *args in rows:
             self.fails(status, message, "check", "--repair", *args)

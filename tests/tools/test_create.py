@@ -2,10 +2,12 @@
 
 import json
 import os
+import pty
+import signal
 import subprocess
 import unittest
 
-from support import EXAMPLE, FIELD_LIST, FIELDS, MODEL_PART, ToolTest
+from support import EXAMPLE, FIELD_LIST, FIELDS, MODEL_PART, TOOL, ToolTest
 
 VERBS = "create, edit, convert, info, show, diff, gallery, extract, parts, items, check"
 
@@ -45,8 +47,6 @@ class Create(ToolTest):
                     env={"SOURCE_DATE_EPOCH": "1000000000"})
         self.assertEqual(self.read("a.kvpkg"), self.read("b.kvpkg"))
         self.assertEqual(self.json("parts", "a.kvpkg")["coreProperties"]["modified"], "2001-09-09T01:46:40Z")
-        self.fails(2, 'SOURCE_DATE_EPOCH: expected seconds since 1970, found "soon"; correct or unset it',
-                   "info", "a.kvpkg", env={"SOURCE_DATE_EPOCH": "soon"})
 
     def test_an_existing_file_is_replaced_only_by_force(self):
         self.small("a.kvpkg")
@@ -63,38 +63,32 @@ class Create(ToolTest):
         self.write("c.k", "x")
         create = ["create", "a.kvpkg", "--code", "c.k", "--model", "c.k"]
         rows = [
-            (["create", ".kvpkg", *create[2:]],
-             '.kvpkg: the name of a packaged app must end in ".kvpkg"; choose another'),
             (create[:4], 'create: --model is required; see "qzapp create --help"'),
             ([*create, "--set", "name=x"], f'--set: "name" is no metadata field; the fields are {FIELD_LIST}'),
-            ([*create, "--set", "Name=x", "--set", "Name=y"],
-             "--set: Name is given twice and is no list; give one value"),
-            ([*create, "--set", b"Name=a\xff"],
-             '--set: "a\ufffd" is not valid UTF-8 at byte 1; use a UTF-8 locale'),
             (["create", b"\xff.kvpkg", *create[2:]],
              "\ufffd.kvpkg: the file's name is not valid UTF-8 at byte 0; rename the file"),
             (["pack"], f'"pack" is no verb; the verbs are {VERBS}; see "qzapp --help"'),
-            (["--vers"], '"--vers" is no option; see "qzapp --help"'),
-            (["items", "a.kvpkg", "-"], 'items: "-" is one argument too many; see "qzapp items --help"'),
-            ([], f'a verb is missing, one of {VERBS}; see "qzapp --help"'),
+            (["items", "--vers", "a.kvpkg"], 'items: "--vers" is no option; see "qzapp items --help"'),
         ]
         for args, message in rows:
             self.fails(2, message, *args)
         self.assertEqual(self.names(), ["c.k"])
 
+    def test_help_and_version(self):
+        self.assertRegex(self.ok("--version"), r"^qzapp \d+\.\d+\.\d+\n$")
+        for verb in VERBS.split(", "):
+            self.assertIn(f"\n  {verb} ", self.ok("--help"))
+            self.assertIn(f"\n  qzapp {verb} ", self.ok(verb, "--help"))
+
     def test_bad_inputs_leave_nothing_behind(self):
         self.write("c.k", "x")
         self.write("bad.k", b"line\nab\xe2\x82")
-        self.write("shot.bmp", "")
         os.mkfifo(self.dir / "fifo")
         before = self.names()
         rows = [
             ("--code", "no.k", "no.k: there is no such file; check the name"),
             ("--code", "bad.k", "bad.k: not valid UTF-8 at byte 7 (line 2, column 3); save it as UTF-8"),
-            ("--code", ".", ".: is a directory; give the name of a file"),
             ("--model", "fifo", "fifo: is not a regular file; copy its content into one"),
-            ("--screenshot", "shot.bmp", "shot.bmp: expected an image whose name ends in .png, "
-             ".jpg, .jpeg or .gif; convert it first"),
         ]
         for option, value, message in rows:
             args = {"--code": "c.k", "--model": "c.k", option: value}
@@ -106,28 +100,22 @@ class Create(ToolTest):
         rows = [
             ('{"name": "x"}', f'"name" is no metadata field; the fields are {FIELD_LIST}'),
             ('{"Name": "x", "Name": "x"}', '"Name" is given twice; give it once'),
-            ('{"Name": null}', '"Name" must be a string, found null'),
             ('{"UserComponents": ["x", {}]}',
              '"UserComponents" must be an array of strings, found an object in the array'),
             ("[" * 200000, "expected an object of metadata fields, found an array"),
             ('{"Name": "x \\" y",\n "Author" "y"}', 'not valid JSON at line 2, column 11: unexpected "y"'),
-            (b'{"Name": "\xff"}', "not valid UTF-8 at byte 10 (line 1, column 11); save it as UTF-8"),
         ]
         args = ["create", "a.kvpkg", "--code", "c.k", "--model", "c.k", "--metadata", "m.json"]
         for text, message in rows:
             self.write("m.json", text)
             self.fails(1, f"m.json: {message}", *args)
-        self.write("m.json", '{"Name": "\\ud800"}')
-        self.fails_like(".*", *args)
         self.assertEqual(self.names(), ["c.k", "m.json"])
 
     def test_one_input_may_be_standard_input(self):
         self.write("c.k", "x = 1;\n")
         model = os.urandom(1 << 20)
         self.ok("create", "a.kvpkg", "--code", "c.k", "--model", "-", input=model)
-        self.ok("convert", "c.k", "b.kvpkg", "--model", "-", input=model)
-        for name in ("a.kvpkg", "b.kvpkg"):
-            self.assertEqual(self.extracted(name, "model"), model)
+        self.assertEqual(self.extracted("a.kvpkg", "model"), model)
         self.ok("edit", "a.kvpkg", "--code", "-", input=b"y = 2;\r\n")
         self.ok("edit", "a.kvpkg", "--metadata", "-", input=b'{"Name": "in"}')
         self.assertEqual(self.extracted("a.kvpkg", "code"), b"y = 2;\r\n")
@@ -139,10 +127,27 @@ class Create(ToolTest):
         ]
         for status, message, args, given in rows:
             self.fails(status, message, "edit", "a.kvpkg", *args, input=given)
-        self.fails(1, "standard input: cannot be kept in none (No such file or directory); name a folder "
-                   "with room in TMPDIR", "edit", "a.kvpkg", "--code", "-", input=b"x", env={"TMPDIR": "none"})
         self.assertEqual((self.read("a.kvpkg"), self.names()), (before, names))
 
     def test_a_small_stack_is_enough(self):
         self.ok("create", "s.kvpkg", "--code", EXAMPLE / "code.k", "--model", EXAMPLE / "appModel.kvd",
                 "--metadata", EXAMPLE / "metadata.json", limit="-s 128")
+
+    def test_long_work_shows_a_bar_and_an_interrupt_leaves_the_old_app(self):
+        self.small("a.kvpkg")
+        with open(self.dir / "big.kvd", "wb") as big:
+            big.truncate(400 << 30)
+        before, names = self.read("a.kvpkg"), self.names()
+        main, side = pty.openpty()
+        tool = subprocess.Popen([TOOL, "create", "a.kvpkg", "--force", "--code", "s.k", "--model", "big.kvd"],
+                                cwd=self.dir, stderr=side, env={**os.environ, "TERM": "xterm"})
+        seen = b""
+        while b" left" not in seen:
+            seen += os.read(main, 4096)
+        tool.send_signal(signal.SIGINT)
+        self.assertEqual(tool.wait(timeout=30), -signal.SIGINT)
+        self.assertEqual((self.read("a.kvpkg"), self.names()), (before, names))
+        self.assertRegex(seen, rb"\r\[-{20}\]   \d%  [\d.]+ [kMG]B of 429\.5 GB, [\d.]+ [kMG]B/s, [\d:]+ (s|min) left")
+        self.assertTrue(os.read(main, 1 << 16).endswith(b"\r\x1b[K"))
+        os.close(main)
+        os.close(side)

