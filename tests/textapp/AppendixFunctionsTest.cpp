@@ -1,6 +1,7 @@
 #include <appserialization/Functions.hpp>
 #include <fl/i18n.hpp>
 
+#include <alloca.h>
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -42,10 +43,14 @@ ustring repeated(const ustring& piece, std::size_t units) {
     return text;
 }
 
-// The error of the lookups; 0 when there is none.
-error_type errorOf(const ustring& text, const ustring& name) {
+// The error of the lookups when `left` bytes of the small stack are not in use; 0 when there is none.
+error_type errorOf(const ustring& text, const ustring& name,
+                   std::size_t left = test_support::kSmallStack) {
     error_type code{};
     test_support::onSmallStack([&] {
+        auto* const used =
+            static_cast<volatile char*>(alloca(test_support::kSmallStack - left + 1));
+        used[0] = 0;  // keeps it
         try {
             getKAppAppendixSection(text, name);
             elements(text, name);
@@ -95,6 +100,9 @@ TEST(ReadXMLElement, TakesTheFirstMatchAndUnescapesIt) {
         SCOPED_TRACE(row.why);
         EXPECT_EQ(element(row.text, u"Name"), row.value);
     }
+    ustring text = u"<Name>the text is the value</Name>";
+    readXMLElement(text, u"Name", text);
+    EXPECT_EQ(text, u"the text is the value");
 }
 
 TEST(ReadXMLElements, AppendsTrimmedTextsWithTheirEntities) {
@@ -166,12 +174,23 @@ TEST(AppendixFunctions, RefusePatternsThatAreMalformedOrCostTooMuch) {
         {"matches of nothing", u"x", u"a||b", std::regex_constants::error_complexity},
         {"the deepest pattern", u"x", ustring(32, u'(') + ustring(32, u')'), error_type{}},
         {"a long pattern", u"x", ustring(65, u'('), std::regex_constants::error_stack},
+        {"a pattern that its counts make long", u"x", u"((|){9}){9}",
+         std::regex_constants::error_stack},
+        {"a count beyond any number", u"x", u"a{99999999999999999999}",
+         std::regex_constants::error_stack},
         {"an open group", u"x", u"(a", std::regex_constants::error_paren},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
         EXPECT_EQ(errorOf(row.text, row.name), row.code);
     }
+}
+
+TEST(AppendixFunctions, ThrowWhenTheCallerHasLeftLittleStackForAPattern) {
+    const ustring text = u"<N" + ustring(100'000, u'a') + u">1</N>";
+    constexpr std::size_t kQuarter = test_support::kSmallStack / 4;
+    EXPECT_EQ(errorOf(text, u".", kQuarter), std::regex_constants::error_stack);
+    EXPECT_EQ(errorOf(u"<N>1</N>", u".", 3 * kQuarter), error_type{});
 }
 
 }  // namespace

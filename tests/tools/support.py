@@ -1,11 +1,14 @@
 """Runs a tool, which TOOL names, as a user would, in a directory of its own for each test."""
 
+import fcntl
 import json
 import os
 import pathlib
+import pty
 import struct
 import subprocess
 import tempfile
+import termios
 import unittest
 import zipfile
 
@@ -38,6 +41,23 @@ class ToolTest(unittest.TestCase):
         shell = ["sh", "-c", f'ulimit {limit} && exec "$0" "$@"'] if limit else []
         return subprocess.run([*shell, TOOL, *args], cwd=self.dir, env={**os.environ, **env}, timeout=120,
                               stderr=subprocess.PIPE, **options)
+
+    def on_terminal(self, *args, env={}):
+        """Exit status and output of a run whose standard streams are a terminal of 80 columns."""
+        main, side = pty.openpty()
+        fcntl.ioctl(side, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 80, 0, 0))
+        environment = {**os.environ, "TERM": "xterm-256color", **env}
+        with subprocess.Popen([TOOL, *args], cwd=self.dir, env=environment, stdin=side, stdout=side,
+                              stderr=side) as tool:
+            os.close(side)
+            output = b""
+            while True:
+                try:
+                    output += os.read(main, 1 << 16)
+                except OSError:  # the other end is closed
+                    break
+        os.close(main)
+        return tool.returncode, output.decode().replace("\r\n", "\n")
 
     def ok(self, *args, **options):
         """Standard output of a run that must succeed and say nothing on standard error."""

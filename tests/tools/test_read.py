@@ -5,7 +5,7 @@ import os
 import shutil
 import unittest
 
-from support import EXAMPLE, MODEL_PART, ToolTest, without
+from support import EXAMPLE, FIELD_LIST, FIELDS, MODEL_PART, ToolTest, without
 
 TEXT_APP = """x = 1;
 %[app:appDetails]
@@ -45,6 +45,8 @@ class Info(ReadTest):
                    "UserComponents=2")
         for field, text in (("Name", " x\ny\u0085\n"), ("UserComponents", "1\n2\n"), ("RequiredProducts", "")):
             self.assertEqual(self.ok("info", "--field", field, "a.kvpkg"), text)
+        self.fails(2, f'--field: "Nome" is no metadata field; the fields are {FIELD_LIST}',
+                   "info", "--field", "Nome", "a.kvpkg")
 
     def test_bad_files_do_not_stop_the_others(self):
         self.small("good.kvpkg")
@@ -53,6 +55,9 @@ class Info(ReadTest):
         self.write("app.zip", "x")
         self.write("shot.k", TEXT_APP.replace("AAEC", "A*"))
         self.rewrite("good.kvpkg", "empty.kvpkg", without(MODEL_PART))
+        os.mkfifo(self.dir / "fifo.k")
+        with open(self.dir / "huge.k", "wb") as huge:
+            huge.truncate(1 << 40)
         rows = [
             ("none.k", "there is no such file; check the name"),
             ("junk.kvpkg", ""),
@@ -60,6 +65,8 @@ class Info(ReadTest):
              "any other package"),
             ("empty.kvpkg", 'File is missing App Model part; "qzapp check" tells what can be saved'),
             ("\udcff.k", ""),
+            ("fifo.k", "is not a regular file; copy its content into one"),
+            ("huge.k", "1099511627776 bytes or more"),
             ("shot.k", "the screenshot in section app:thumbnail is damaged: "),
         ]
         result = self.run_tool("info", "--json", "good.kvpkg", *(name for name, _ in rows), "good.k")
@@ -75,30 +82,48 @@ class Info(ReadTest):
         self.create()
         self.text_app()
         (self.dir / "tmp").mkdir()
-        for name, verbs in [("app.kvpkg", ["info", "show", "parts", "items"]), ("t.k", ["info", "show", "check"])]:
+        for name, verbs in [("app.kvpkg", ["info", "show", "check", "parts", "items"]),
+                            ("t.k", ["info", "show", "check"])]:
             for verb in verbs:
                 given = self.ok(verb, "-", input=self.read(name), env={"TMPDIR": str(self.dir / "tmp")})
                 self.assertEqual(given, self.ok(verb, name).replace(name, "standard input"), verb)
+        self.ok("diff", "-", "app.kvpkg", input=self.read("app.kvpkg"))
         self.ok("extract", "-", "-o", "out", input=self.read("app.kvpkg"))
         self.assertEqual(self.read("out/appModel.kvd"), (EXAMPLE / "appModel.kvd").read_bytes())
+        self.ok("convert", "-", "c.kvpkg", "--model", "t.k", input=b"x = 1;\n")
         self.fails(2, "standard input: has no name for a folder; name one with -o", "extract", "-", input=b"x")
+        self.fails(2, "-: standard input can be one file only; name the others", "diff", "-", "-", input=b"x")
         self.assertEqual(self.names("tmp"), [])
 
     def test_output_that_cannot_be_written_is_an_error(self):
         self.small("a.kvpkg")
-        for args in (["info", "a.kvpkg"], ["--help"], ["extract", "a.kvpkg", "--only", "model", "-o", "-"]):
+        for args in (["info", "a.kvpkg"], ["--help"], ["parts", "a.kvpkg"]):
             with open("/dev/full", "wb") as full:
                 self.fails(1, "standard output: cannot be written (No space left on device)", *args, stdout=full)
+        reader, writer = os.pipe()
+        os.close(reader)
+        self.fails(1, "standard output: cannot be written (Broken pipe)", "info", "a.kvpkg", stdout=writer)
+        os.close(writer)
+
+    def test_help_and_version(self):
+        self.assertRegex(self.ok("--version"), r"^qzapp \d+\.\d+\.\d+\n$")
+        for verb in ("create", "edit", "convert", "info", "show", "diff", "gallery", "extract", "parts", "items"):
+            self.assertIn(verb, self.ok("--help"))
+            text = self.ok(verb, "--help")
+            self.assertIn(f"\n  qzapp {verb} ", text)
+            self.assertLessEqual(max(map(len, text.splitlines())), 100, verb)
 
 
 class Extract(ReadTest):
-    def test_what_was_packed_goes_out(self):
+    def test_what_was_packed_goes_out_and_in_again(self):
         self.create("dir.name.kvpkg")
         names = [*KINDS.values(), "metadata.json"]
         self.assertEqual(self.ok("extract", "dir.name.kvpkg"), "".join(f"wrote dir.name/{n}\n" for n in names))
         for name in KINDS.values():
             self.assertEqual(self.read(f"dir.name/{name}"), (EXAMPLE / name).read_bytes())
-        self.assertEqual(json.loads(self.read("dir.name/metadata.json")), self.metadata("dir.name.kvpkg"))
+        self.ok("create", "again.kvpkg", "--code", "dir.name/code.k", "--model",
+                "dir.name/appModel.kvd", "--metadata", "dir.name/metadata.json")
+        self.assertEqual(self.metadata("again.kvpkg"), self.metadata("dir.name.kvpkg"))
         self.assertEqual(self.names("dir.name"), sorted(names))
 
     def test_only_what_is_named_and_nothing_is_overwritten(self):
@@ -111,6 +136,7 @@ class Extract(ReadTest):
                    "extract", "app.kvpkg", "-o", "a/b/c/")
         self.assertEqual(self.names("a/b/c"), ["metadata.json"])
         self.ok("extract", "app.kvpkg", "-o", "a/b/c", "--force")
+        self.assertEqual(json.loads(self.read("a/b/c/metadata.json")), self.metadata("app.kvpkg"))
         (self.dir / "a/b/c/code.k").unlink()
         (self.dir / "a/b/c/code.k").symlink_to(self.dir / "elsewhere")
         self.fails(1, "a/b/c/code.k: is a symbolic link, which leads elsewhere; remove it",
@@ -125,7 +151,8 @@ class Extract(ReadTest):
             self.assertEqual(self.extracted("odd.k", "code"), code)
 
     def test_a_format_never_names_another_place(self):
-        for format_name, written in [("../../evil", "screenshot.image"), ("WebP", "screenshot.WebP")]:
+        for format_name, written in [("../../evil", "screenshot.image"), ("x/y", "screenshot.image"),
+                                     ("svg+xml", "screenshot.image"), ("WebP", "screenshot.WebP")]:
             self.write("t.k", TEXT_APP.replace("FORMAT", format_name))
             said = self.ok("extract", "t.k", "-o", "out", "--force", "--only", "screenshot")
             self.assertIn(f"wrote out/{written}\n", said)
@@ -140,8 +167,10 @@ class Extract(ReadTest):
         names = self.names()
         rows = [
             (1, "t.k: has no model, being a text app; leave it out of --only", ["t.k", "--only", "model"]),
+            (1, "t.k: has no screenshot; leave it out of --only", ["t.k", "--only", "screenshot"]),
             (2, '--only: "source" is not one of code, model, screenshot, metadata',
              ["t.k", "--only", "code,source"]),
+            (2, "--only: names nothing; name some of code, model, screenshot, metadata", ["t.k", "--only", ""]),
             (1, "t.k: is there already and is no directory; choose another with -o", ["app.kvpkg", "-o", "t.k"]),
         ]
         for status, message, args in rows:
@@ -158,17 +187,28 @@ class Extract(ReadTest):
         for kind, name in KINDS.items():
             self.assertEqual(self.extracted("app.kvpkg", kind), (EXAMPLE / name).read_bytes())
         self.assertEqual(json.loads(self.extracted("app.kvpkg", "metadata")), self.metadata("app.kvpkg"))
-        self.fails(2, "-o -: standard output takes one thing; name one of code, model, screenshot, "
-                   "metadata with --only", "extract", "app.kvpkg", "-o", "-")
+        for only in ([], ["--only", "code,model"]):
+            self.fails(2, "-o -: standard output takes one thing; name one of code, model, screenshot, "
+                       "metadata with --only", "extract", "app.kvpkg", "-o", "-", *only)
         self.flip("app.kvpkg", "crc.kvpkg", MODEL_PART)
         given = self.fails_like(".*", "extract", "crc.kvpkg", "--only", "model", "-o", "-")
         self.assertLess(len(given), (EXAMPLE / "appModel.kvd").stat().st_size)
         self.assertEqual(self.names(), ["app.kvpkg", "crc.kvpkg"])
 
+    def test_a_terminal_gets_text_only(self):
+        self.small("a.kvpkg")
+        self.ok("edit", "a.kvpkg", "--code", "-", input=b"a\t1\x1b[2J\n")
+        self.assertEqual(self.on_terminal("extract", "a.kvpkg", "--only", "code", "-o", "-"),
+                         (0, "a\t1\\u001B[2J\n"))
+        self.assertEqual(self.on_terminal("extract", "a.kvpkg", "--only", "model", "-o", "-"),
+                         (1, "qzapp: standard output: appModel.kvd is no text for a terminal; send it to "
+                          "a file or a program\n"))
+
 
 class Convert(ReadTest):
     def test_the_example(self):
-        text = self.ok("convert", self.text_app(), "c.kvpkg", "--model", "-", input=b"model")
+        self.write("m.kvd", "model")
+        text = self.ok("convert", self.text_app(), "c.kvpkg", "--model", "m.kvd")
         self.assertRegex(text, '^wrote c.kvpkg\nnote: KORVALRelease "R2026a" is kept as release info '
                          r"only: a packaged app reads as written by R\w+\n$")
         self.assertEqual(self.extracted("c.kvpkg", "code"), self.read("t.k"))
@@ -176,26 +216,30 @@ class Convert(ReadTest):
         want = {**json.loads((EXAMPLE / "metadata.json").read_text()), "KVPKGVersion": "1"}
         got = self.metadata("c.kvpkg")
         self.assertEqual({**got, **want}, got)
-        self.assertEqual(self.extracted("c.kvpkg", "model"), b"model")
+        self.assertEqual(self.json("parts", "c.kvpkg")["coreProperties"]["KORVALReleaseInfo"], "R2026a (legacy)")
 
     def test_what_is_lost_is_said_and_only_that(self):
         self.write("plain.k", "x = 1;\n")
         self.assertEqual(self.ok("convert", "plain.k", "p.kvpkg", "--model", "plain.k"), "wrote p.kvpkg\n")
+        self.assertNotIn("legacy", self.json("parts", "p.kvpkg")["coreProperties"]["KORVALReleaseInfo"])
         self.write("odd.k", TEXT_APP.replace("FORMAT", "webp"))
         self.assertIn('note: the screenshot has the format "webp" and is left out: a packaged app holds '
                       "png, jpg, jpeg or gif\n", self.ok("convert", "odd.k", "o.kvpkg", "--model", "odd.k"))
+        self.assertIsNone(self.json("info", "o.kvpkg")["screenshot"])
 
     def test_refusals(self):
         self.write("ok.k", "x")
         self.write("control.k", "%[app:appDetails]\n%{\n<Name>a\x01</Name>\n%}\n")
-        before = self.read(self.small("a.kvpkg"))
+        self.small("a.kvpkg")
         rows = [
-            ("control.k: Name: the character U+0001 at index 1 cannot stand in XML; remove it",
-             ["control.k", "b.kvpkg", "--model", "ok.k"]),
-            ("a.kvpkg: exists already; give --force to replace it", ["ok.k", "a.kvpkg", "--model", "ok.k"]),
-            ("none: there is no such file; check the name", ["ok.k", "b.kvpkg", "--model", "none"]),
+            (1, "control.k: Name: the character U+0001 at index 1 cannot stand in XML; remove it",
+             ["control.k", "b.kvpkg"]),
+            (1, "a.kvpkg: exists already; give --force to replace it", ["ok.k", "a.kvpkg"]),
+            (1, 'a.kvpkg: expected a text app (".k"), found a packaged app; there is nothing to convert',
+             ["a.kvpkg", "b.kvpkg"]),
         ]
-        for message, args in rows:
-            self.fails(1, message, "convert", *args)
+        for status, message, args in rows:
+            self.fails(status, message, "convert", *args, "--model", "ok.k")
+        self.fails(1, "none: there is no such file; check the name", "convert", "ok.k", "b.kvpkg", "--model", "none")
         self.assertFalse((self.dir / "b.kvpkg").exists())
-        self.assertEqual(self.read("a.kvpkg"), before)
+        self.ok("convert", "ok.k", "a.kvpkg", "--model", "ok.k", "--force")

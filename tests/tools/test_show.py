@@ -1,10 +1,13 @@
-"""show and diff."""
+"""show and diff, and git with them."""
 
 import hashlib
+import json
+import os
 import shutil
+import subprocess
 import unittest
 
-from support import EXAMPLE, MODEL_PART, ToolTest
+from support import DOCS, EXAMPLE, MODEL_PART, TOOL, ToolTest
 
 
 def sha256(content):
@@ -22,6 +25,8 @@ class Show(ToolTest):
         self.assertIn(f"\n/{MODEL_PART}  application/vnd.quorvane.korval.lumenForge.appModel+kvd  "
                       f"8 bytes  sha256:{sha256(self.read('s.kvd'))}\n", text)
         self.assertTrue(text.endswith("\n[code]\nx = 1;\n"))
+        shutil.copy(self.dir / "a.kvpkg", self.dir / "b.kvpkg")
+        self.assertEqual(self.ok("show", "b.kvpkg"), text)
 
     def test_each_line_of_code_is_a_line_without_controls(self):
         long = "y" * 3000
@@ -38,8 +43,11 @@ class Show(ToolTest):
         said = self.fails_like(rf"bad\.kvpkg: /{MODEL_PART}: .*", "show", "bad.kvpkg")
         self.assertEqual(self.ok("show", "--text", "bad.kvpkg"), said.decode())
         text = self.ok("show", "--text", self.write("junk.kvpkg", "junk"))
+        app = json.loads(self.run_tool("show", "--json", "junk.kvpkg").stdout)
+        self.assertEqual([e["what"] for e in app["errors"]], ["metadata", "screenshot", "parts", "code"])
         for part in ("metadata", "screenshot", "parts", "code"):
             self.assertIn(f"\n[{part}]\ncannot be read: ", text)
+        self.fails(1, "none.kvpkg: there is no such file; check the name", "show", "--text", "none.kvpkg")
 
 
 class Diff(ToolTest):
@@ -57,13 +65,15 @@ class Diff(ToolTest):
         self.assertEqual(self.diff("a.kvpkg", "b.kvpkg"), (0, ""))
 
     def test_what_differs_is_shown(self):
-        self.small("a.kvpkg", "--set", "Version=1", "--set", "Description=one\ntwo", "--set", "UserComponents=x",
-                   "--set", "UserComponents=y", "--set", "RequiredProducts=p", "--set", "RequiredProducts=q")
+        self.small("a.kvpkg", "--set", "Version=1", "--set", "Description=one\ntwo", "--set",
+                   "UserComponents=x", "--set", "UserComponents=y", "--set", "RequiredProducts=p",
+                   "--set", "RequiredProducts=q")
         shutil.copy(self.dir / "a.kvpkg", self.dir / "b.kvpkg")
         self.ok("edit", "b.kvpkg", "--set", "Version=2", "--clear", "Description", "--set",
                 "UserComponents=y", "--set", "UserComponents=z", "--set", "RequiredProducts=q", "--set",
                 "RequiredProducts=p", "--code", "-", input=b"x = 1;\ny = 2;\n")
-        self.ok("edit", "b.kvpkg", "--model", "-", input=b"different")
+        model = os.urandom(9)
+        self.ok("edit", "b.kvpkg", "--model", "-", input=model)
         status, text = self.diff("a.kvpkg", "b.kvpkg")
         self.assertEqual(status, 1)
         self.assertTrue(text.startswith(
@@ -72,15 +82,31 @@ class Diff(ToolTest):
             "    RequiredProducts has the same items in another order\n"
             "-   UserComponents: x\n+   UserComponents: z\nparts\n"), text)
         self.assertRegex(text, rf"\n-   /{MODEL_PART}  \S+  8 bytes  sha256:{sha256(self.read('s.kvd'))}\n"
-                         rf"\+   /{MODEL_PART}  \S+  9 bytes  sha256:{sha256(b'different')}\n")
+                         rf"\+   /{MODEL_PART}  \S+  9 bytes  sha256:{sha256(model)}\n")
         self.assertTrue(text.endswith("\ncode\n@@ -1 +1,2 @@\n x = 1;\n+y = 2;\n"), text)
+        changes = json.loads(self.diff("--json", "a.kvpkg", "b.kvpkg")[1])
+        self.assertEqual((changes["same"], changes["metadata"]["Version"]), (False, {"a": "1", "b": "2"}))
+        self.assertIn("\x1b[32m+y = 2;\x1b[0m\n", self.on_terminal("diff", "a.kvpkg", "b.kvpkg")[1])
 
-    def test_bytes_that_do_not_show_differ(self):
+    def test_a_text_app_against_a_packaged_one(self):
+        shutil.copy(EXAMPLE / "heatfield.k", self.dir / "t.k")
+        self.ok("convert", "t.k", "p.kvpkg", "--model", "t.k")
+        release = self.metadata("p.kvpkg")["KORVALRelease"]
+        self.assertEqual(self.diff("t.k", "p.kvpkg"), (
+            1, "--- t.k (text app)\n+++ p.kvpkg (packaged app)\nmetadata\n-   KORVALRelease: R2026a\n"
+            f"+   KORVALRelease: {release}\n"
+            "note: a text app has no model and other parts and no KVPKGVersion; they are not compared\n"))
+        self.ok("edit", "p.kvpkg", "--remove-screenshot")
+        self.assertRegex(self.diff("t.k", "p.kvpkg")[1], r"\nscreenshot\n-   png  26,098 bytes  sha256:\w+\n")
+
+    def test_bytes_that_do_not_show_differ_and_a_missing_program_is_named(self):
         self.write("u.k", b"\xfe\n")
         self.write("v.k", b"\xff\n")
-        status, text = self.diff("u.k", "v.k")
-        self.assertEqual(status, 1)
-        self.assertTrue(text.endswith("code\n    differs in bytes that do not show\n"))
+        self.assertTrue(self.diff("u.k", "v.k")[1].endswith("code\n    differs in bytes that do not show\n"))
+        self.write("w.k", "2\n")
+        result = self.run_tool("diff", "u.k", "w.k", env={"PATH": str(self.dir)})
+        self.assertEqual(result.returncode, 1)
+        self.assertIn(b"    differs; install GNU diff", result.stdout)
 
     def test_trouble_is_neither_same_nor_different(self):
         self.flip(self.create("a.kvpkg"), "bad.kvpkg", MODEL_PART)
@@ -92,3 +118,30 @@ class Diff(ToolTest):
             self.write(f"{name}.k", "".join(f"{name}{i}\n" for i in range(200_000)))
         result = self.run_tool("diff", "a.k", "b.k", limit="-s 128")
         self.assertEqual((result.returncode, result.stdout.count(b"\n")), (1, 400_004))
+
+
+class Git(ToolTest):
+    def git(self, *args):
+        environment = {**os.environ, "HOME": str(self.dir), "GIT_CONFIG_NOSYSTEM": "1", "GIT_PAGER": "cat",
+                       "PATH": f"{TOOL.parent}:{os.environ['PATH']}"}
+        return subprocess.run(["git", "-c", "user.name=a", "-c", "user.email=a@example.org", *args], cwd=self.dir,
+                              env=environment, check=True, capture_output=True).stdout.decode()
+
+    def test_apps_show_as_text_in_diff_and_log(self):
+        page = (DOCS / "qzapp-git.md").read_text()
+        attribute, *config = [l[4:] for l in page.splitlines() if l.startswith("    ")][:4]
+        self.git("init", "-q", "-b", "main")
+        self.write(".gitattributes", attribute + "\n")
+        with open(self.dir / ".git/config", "a") as file:
+            file.write("\n".join(config) + "\n")
+        self.small("a.kvpkg", "--set", "Version=1")
+        self.git("add", ".")
+        self.git("commit", "-q", "-m", "one")
+        self.ok("edit", "a.kvpkg", "--set", "Version=2", "--code", "-", input=b"x = 2;\n")
+        for change in ("\n-Version: 1\n+Version: 2\n", "\n-x = 1;\n+x = 2;\n"):
+            self.assertIn(change, self.git("diff"))
+        self.write("a.kvpkg", self.read("a.kvpkg")[:-40])
+        self.git("commit", "-qam", "damaged")
+        log = self.git("log", "-p", "--", "a.kvpkg")
+        self.assertIn("\n+cannot be read: ", log)
+        self.assertIn("\n+Version: 1\n", log)

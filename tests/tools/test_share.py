@@ -1,0 +1,71 @@
+"""What is installed beside the tool: completions, the thumbnailer, man pages."""
+
+import gzip
+import os
+import shlex
+import subprocess
+import unittest
+import xml.etree.ElementTree as ElementTree
+
+from support import DOCS, EXAMPLE, TOOL, ToolTest
+
+SHARE = DOCS.parent / "tools/qzapp/share"
+COMPLETIONS = SHARE / "completions"
+BASH = """
+. /usr/share/bash-completion/bash_completion
+. {script}
+COMP_WORDS=({words}) COMP_LINE='{line}' COMP_POINT={length} COMP_CWORD={last}
+_qzapp qzapp
+printf '%s\\n' "${{COMPREPLY[@]}}"
+"""
+
+
+def run(*command):
+    environment = {**os.environ, "PATH": f"{TOOL.parent}:{os.environ['PATH']}"}
+    return subprocess.run(command, cwd=EXAMPLE, env=environment, check=True, capture_output=True, text=True).stdout
+
+
+def bash(line):
+    words = line.split(" ")
+    return run("bash", "-c", BASH.format(script=COMPLETIONS / "qzapp.bash", words=shlex.join(words), line=line,
+                                         length=len(line), last=len(words) - 1)).split()
+
+
+def fish(line):
+    choices = run("fish", "-c", f"source {COMPLETIONS}/qzapp.fish; complete -C '{line}'")
+    return [choice.split("\t")[0] for choice in choices.splitlines()]
+
+
+def zsh(*arguments):
+    functions = (COMPLETIONS / "qzapp.zsh").read_text().replace('_qzapp "$@"', "")
+    return run("zsh", "-f", "-c", functions + "_qzapp_described " + shlex.join(arguments)).splitlines()
+
+
+class Share(ToolTest):
+    def test_completions_follow_the_help(self):
+        for complete in bash, fish:
+            with self.subTest(complete.__name__):
+                self.assertIn("convert", complete("qzapp con"))
+                self.assertNotIn("edit", complete("qzapp con"))
+                self.assertLessEqual({"--set", "--screenshot"}, set(complete("qzapp edit --s")))
+                self.assertIn("heatfield.k", complete("qzapp info heat"))
+        self.assertIn("convert:Make a packaged app of a text app", zsh("Verbs"))
+        self.assertIn("--set:Set one field; goes before --metadata. Repeat it for the items of a list",
+                      zsh("[A-Z][a-z]+", "edit"))
+
+    def test_the_thumbnailer_gives_the_apps_picture(self):
+        entry = dict(line.split("=", 1) for line in
+                     (SHARE / "desktop/qzapp.thumbnailer").read_text().splitlines() if "=" in line)
+        types = [kind.get("type") for kind in ElementTree.parse(SHARE / "desktop/qzapp.xml").getroot()]
+        self.assertEqual(entry["MimeType"], "".join(f"{name};" for name in types))
+        for app in self.dir / self.create(), EXAMPLE / "heatfield.k":
+            words = {"%i": str(app), "%o": str(self.dir / "thumbnail.png")}
+            run(*(words.get(word, word) for word in shlex.split(entry["Exec"])))
+            self.assertEqual(self.read("thumbnail.png"), (EXAMPLE / "screenshot.png").read_bytes())
+
+    def test_each_verb_has_a_man_page(self):
+        verbs = bash("qzapp ")
+        self.assertGreaterEqual(len(verbs), 7)
+        for verb in verbs:
+            page = gzip.open(TOOL.parents[1] / f"man/qzapp-{verb}.1.gz", "rt").read()
+            self.assertIn(f".TH QZAPP-{verb.upper()} ", page)
