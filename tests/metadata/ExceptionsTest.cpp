@@ -58,9 +58,5 @@ TEST(ThrowToKorval, MakesTheRestLoadFailedForTheNameGiven) {
     }
 }
 
-TEST(ThrowToKorvalDeathTest, EndsTheProcessOutsideAHandler) {
-    EXPECT_DEATH(except::throwToKorval(AppFileReaderInvalidFileName(u"a")), "terminate");
-}
-
 }  // namespace
 }  // namespace appserialization
