@@ -34,23 +34,12 @@ protected:
     void TearDown() override { EXPECT_EQ(matrix::liveArrayCount(), 0u); }
 };
 
-TEST_F(Array, CompletesItsShape) {
-    EXPECT_EQ(matrix::shapeOf(*makeCell({})), "0x0");
-    EXPECT_EQ(matrix::shapeOf(*makeCell({3})), "3x1");
-    EXPECT_EQ(matrix::elementCountOf(*makeCell({2, 3, 4})), 24u);
-    EXPECT_EQ(matrix::elementCountOf(*makeCell({0, SIZE_MAX, SIZE_MAX})), 0u);
-}
-
 TEST_F(Array, RefusesWhatNoArrayCanBe) {
-    EXPECT_THROW(makeCell({SIZE_MAX}), ArrayError);
     EXPECT_THROW(makeCell({std::size_t{1} << 32, std::size_t{1} << 32}), ArrayError);
     EXPECT_THROW(makeStruct({std::size_t{1} << 59}, {"a", "b", "c", "d"}), ArrayError);
     EXPECT_THROW(makeStruct({1, 1}, {"a", "b", "a"}), ArrayError);
-    EXPECT_THROW(makeStruct({1, 1}, {""}), ArrayError);
     EXPECT_THROW(makeStruct({1, 1}, {nullptr}), ArrayError);
-    EXPECT_THROW(hvCreateString_UTF16(nullptr), ArrayError);
     EXPECT_THROW(matrix::createChar(Sizes{2, 2}, u"abc"), ArrayError);
-    EXPECT_THROW(matrix::createObject(nullptr), ArrayError);
 }
 
 TEST_F(Array, ASetterTakesTheValueOverAndReleasesTheOldOne) {
@@ -61,7 +50,6 @@ TEST_F(Array, ASetterTakesTheValueOverAndReleasesTheOldOne) {
     EXPECT_EQ(matrix::liveArrayCount(), 2u);
     EXPECT_EQ(matrix::textOf(*matrix::fieldOf(*structure, 1, "first")), u"new");
     EXPECT_EQ(matrix::fieldOf(*structure, 0, "first"), nullptr);
-    EXPECT_EQ(matrix::fieldOf(*structure, 1, "second"), nullptr);
 
     const ArrayPtr cell = makeCell({2});
     ArrayPtr shared = makeText(u"shared");
@@ -79,30 +67,20 @@ TEST_F(Array, ARefusedCallLeavesTheValueWithTheCaller) {
     const ArrayPtr otherOwner = sharedCell;
     const ArrayPtr structure = makeStruct({1, 1}, {"name"});
     const ArrayPtr value = makeText(u"v");
-    const ArrayPtr bytes = adopt(matrix::createUint8(std::vector<std::uint8_t>{1, 2}));
-    EXPECT_THAT(matrix::bytesOf(*bytes), testing::ElementsAre(1, 2));
-    const struct {
-        const char* message;
-        std::function<void()> call;
-    } rows[] = {
+    const std::pair<const char*, std::function<void()>> rows[] = {
         {"index 2 is outside a 2x1 cell array", [&] { hvSetCell(cell.get(), 2, value.get()); }},
         {"index 1 is outside a 1x1 struct array",
          [&] { hvSetField(structure.get(), 1, "name", value.get()); }},
         {"the struct has no field \"Name\"",
          [&] { hvSetField(structure.get(), 0, "Name", value.get()); }},
-        {"expected the name of a struct field, got none",
-         [&] { hvSetField(structure.get(), 0, nullptr, value.get()); }},
-        {"expected an object array, got a 1x1 char array", [&] { matrix::objectOf(*value); }},
-        {"expected a char array, got a 1x2 uint8 array", [&] { matrix::textOf(*bytes); }},
-        {"expected a cell array, got a 1x2 uint8 array", [&] { matrix::cellOf(*bytes, 0); }},
-        {"expected a struct array, got a 1x2 uint8 array", [&] { matrix::fieldNamesOf(*bytes); }},
+        {"expected a cell array, got a 1x1 char array", [&] { matrix::cellOf(*value, 0); }},
         {"expected an array, got none", [&] { hvSetCell(nullptr, 0, value.get()); }},
         {"a 1x1 cell array with several owners cannot be changed",
          [&] { hvSetCell(sharedCell.get(), 0, value.get()); }},
         {"an array cannot contain itself", [&] { hvSetCell(cell.get(), 0, cell.get()); }},
     };
-    for (const auto& row : rows) {
-        EXPECT_THAT(row.call, testing::ThrowsMessage<ArrayError>(row.message));
+    for (const auto& [message, call] : rows) {
+        EXPECT_THAT(call, testing::ThrowsMessage<ArrayError>(message));
         EXPECT_EQ(matrix::referenceCountOf(*value), 1u);
     }
 }
