@@ -79,20 +79,8 @@ void defineTest(TarvoNamespace& toDefine) {
     toDefine.addClass(std::make_unique<EchoInfo<Echo, true>>(makeInterned("Idea"), ""));
 }
 
-void defineNothing(TarvoNamespace&) {}
-
-// An object that some other system has made.
-class ForeignObject final : public matrix::HostObject {
-public:
-    std::string_view className() const noexcept override { return "elsewhere.Thing"; }
-};
-
-ArrayPtr text(const char16_t* content) {
-    return adopt(hvCreateString_UTF16(content));
-}
-
 ArrayPtr construct(const char* fullName, const char16_t* content = u"hello") {
-    const ArrayPtr input = text(content);
+    const ArrayPtr input = adopt(hvCreateString_UTF16(content));
     const hvArray_tag* const inputs[] = {input.get()};
     return tarvo::construct(fullName, 1, inputs).at(0);
 }
@@ -127,7 +115,6 @@ protected:
 };
 
 TEST_F(ClassSystem, RunsADefinerOnFirstUseAndAgainOnlyIfItFailed) {
-    EXPECT_THAT(tarvo::namespaceNames(), testing::ElementsAre("test"));
     EXPECT_EQ(definerCalls, 0);
     definerFails = true;
     EXPECT_THROW(tarvo::findClass("test.Echo"), std::bad_alloc);
@@ -139,32 +126,21 @@ TEST_F(ClassSystem, RunsADefinerOnFirstUseAndAgainOnlyIfItFailed) {
 
 TEST_F(ClassSystem, RefusesASecondMeaningOfAName) {
     EXPECT_NO_THROW(tarvo::factory::registerTarvoNamespace("test", defineTest));
-    EXPECT_THROW(tarvo::factory::registerTarvoNamespace("test", defineNothing),
+    EXPECT_THROW(tarvo::factory::registerTarvoNamespace("test", [](TarvoNamespace&) {}),
                  tarvo::RegistrationError);
     TarvoNamespace again(makeInterned("again"));
     defineTest(again);
     EXPECT_THROW(defineTest(again), tarvo::RegistrationError);
-    EXPECT_THROW(tarvo::COSMethodSignature::createMethodSignature({makeInterned("no type")}, {}),
-                 tarvo::RegistrationError);
 }
 
-TEST_F(ClassSystem, ADestroyedOrRetractedObjectLeavesItsHandlesInvalid) {
+TEST_F(ClassSystem, ADestroyedObjectLeavesItsHandlesInvalid) {
     const ArrayPtr handle = construct("test.Echo");
-    const ArrayPtr retracted = construct("test.Echo");
     EXPECT_TRUE(tarvo::isValidHandle(*handle));
     tarvo::destroyObject(*handle);
     tarvo::destroyObject(*handle);
-    EXPECT_EQ(liveEchoes, 1);
+    EXPECT_EQ(liveEchoes, 0);
     EXPECT_FALSE(tarvo::isValidHandle(*handle));
     EXPECT_EQ(errorOf([&] { echo(handle); }), "DestroyedObject: The object has been destroyed.");
-
-    const hvArray_tag* const inputs[] = {retracted.get()};
-    const std::unique_ptr<tarvo::factory::full::Wrappable> native(
-        tarvo::factory::impl::findSelf(inputs));
-    tarvo::factory::full::retract(*native);
-    EXPECT_FALSE(tarvo::isValidHandle(*retracted));
-    EXPECT_EQ(tarvo::boundObjectCount(), 0u);
-    EXPECT_EQ(liveEchoes, 1) << "its owner's again";
 }
 
 TEST_F(ClassSystem, UnregisteringDestroysTheObjectsOfItsClassesOnly) {
@@ -182,11 +158,9 @@ TEST_F(ClassSystem, UnregisteringDestroysTheObjectsOfItsClassesOnly) {
 }
 
 TEST_F(ClassSystem, HostCodeCannotBreakACall) {
-    const ArrayPtr echoHandle = construct("test.Echo");
-    const ArrayPtr otherHandle = construct("test.Other");
-    const ArrayPtr foreign = adopt(matrix::createObject(std::make_shared<ForeignObject>()));
+    const ArrayPtr handle = construct("test.Echo");
+    const ArrayPtr other = construct("test.Other");
     const ArrayPtr cell = adopt(do_create_cell({}));
-    const ArrayPtr name = text(u"name");
     const ArrayPtr square = adopt(matrix::createChar(std::vector<std::size_t>{2, 2}, u"abcd"));
     using List = std::vector<const hvArray_tag*>;
     const auto create = [](const char* fullName, List inputs) {
@@ -195,10 +169,7 @@ TEST_F(ClassSystem, HostCodeCannotBreakACall) {
     const auto call = [](const char* method, List inputs) {
         return errorOf([&] { tarvo::callMethod("test.Echo", method, 1, inputs); });
     };
-    EXPECT_EQ(create("Echo", {name.get()}), "UndefinedClass: There is no class 'Echo'.");
-    EXPECT_EQ(create("test.Idea", {name.get()}),
-              "AbstractClass: The class 'test.Idea' is abstract and has no objects of its own.");
-    EXPECT_EQ(errorOf([&] { tarvo::callMethod("test.Idea", "test.Idea", 1, {}); }),
+    EXPECT_EQ(create("test.Idea", {square.get()}),
               "AbstractClass: The class 'test.Idea' is abstract and has no objects of its own.");
     EXPECT_EQ(create("test.Echo", {}),
               "WrongNumberOfInputs: 'test.Echo' was called with 0 inputs; it takes 1.");
@@ -206,20 +177,14 @@ TEST_F(ClassSystem, HostCodeCannotBreakACall) {
               "WrongInputType: Input 1 of 'test.Echo' must be a text; it is a 2x2 char.");
     EXPECT_EQ(create("test.Echo", {nullptr}),
               "WrongInputType: Input 1 of 'test.Echo' must be a text; it is nothing.");
-    EXPECT_EQ(call("size", {echoHandle.get()}),
+    EXPECT_EQ(call("size", {handle.get()}),
               "UndefinedMethod: The class 'test.Echo' has no method 'size'.");
-    EXPECT_EQ(call("text", {}),
-              "WrongNumberOfInputs: 'text' was called with 0 inputs; it takes 1.");
     EXPECT_EQ(call("text", {cell.get()}),
               "WrongInputType: Input 1 of 'text' must be an object; it is a 0x0 cell.");
-    for (const ArrayPtr& other : {otherHandle, foreign}) {
-        EXPECT_EQ(call("text", {other.get()}),
-                  "ForeignObject: The object belongs to another class than the method.");
-    }
+    EXPECT_EQ(call("text", {other.get()}),
+              "ForeignObject: The object belongs to another class than the method.");
     EXPECT_THROW(construct("test.Echo", u"bad"), std::runtime_error);
     EXPECT_EQ(liveEchoes, 1) << "a failed constructor leaves nothing";
-    EXPECT_EQ(errorOf([&] { tarvo::factory::impl::findSelf({}); }),
-              "NotAnObject: Expected an object, got nothing.");
     EXPECT_EQ(errorOf([&] { tarvo::factory::extractString(*cell); }),
               "NotAText: Expected a row of characters, got a 0x0 cell.");
 }
