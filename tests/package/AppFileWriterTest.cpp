@@ -28,16 +28,6 @@ using testing::ThrowsMessage;
 constexpr const char16_t* kModelPart = u"/lumenforge/appModel.kvd";
 constexpr const char16_t* kMetadataPart = u"/metadata/appMetadata.xml";
 
-// The names of the fields in which two records differ, which say more than a print of both.
-std::vector<std::string> differingFields(const AppMetadata& a, const AppMetadata& b) {
-    std::vector<std::string> names;
-    for (const auto& [field, value] : a.toMap()) {
-        if (value == b.getFieldValue(field)) continue;
-        names.emplace_back(appmetadata::kFieldNames.at(static_cast<std::size_t>(field)));
-    }
-    return names;
-}
-
 class AppFileWriterTest : public testing::Test {
 protected:
     ustring good(const AppPackage& package = goodPackage()) {
@@ -85,54 +75,37 @@ AppMetadata filledWith(const ustring& text, bool isDistinct = false) {
 }
 
 TEST_F(AppFileWriterTest, EveryFieldReadsBackAsWritten) {
-    const struct {
-        const char* why;
-        ustring text;
-    } rows[] = {
-        {"plain", u"Tide Table"},
-        {"empty is not absent", u""},
-        {"line ends and blanks", u" \r\na\rb\nc\td\r\t "},
-        {"nothing but blanks", u" \n "},
-        {"mark-up", u"<a href=\"x\">'&amp;' ]]> <![CDATA[ -->"},
-        {"beyond ASCII", u"\U0001F30A \u00e9e\u0301 \u4e2d\U0010FFFD\uFFFD\u0085\u2028\u007F"},
-        {"1 MiB", ustring(1 << 20, u'x')},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        AppFileWriter writer(app_, true);
-        writer.setAppModelFromFile(model_);
-        const AppMetadata written = filledWith(row.text);
-        writer.setAppMetadata(written);
-        writer.close();
-
-        AppMetadata expected = written;
+    const ustring texts[] = {u"", u" \r\na\rb\nc\td\r\t ", u" \n ",
+                             u"<a href=\"x\">'&amp;' ]]> <![CDATA[ -->",
+                             u"\U0001F30A \u00e9e\u0301 \u4e2d\U0010FFFD\uFFFD\u0085\u2028\u007F"};
+    good();
+    for (const ustring& text : texts) {
+        AppMetadata expected = filledWith(text);
+        setMetadata(expected);
         expected.setKORVALRelease(u"R2026b");
-        EXPECT_THAT(differingFields(AppFileReader(app_).getAppMetadata(), expected), IsEmpty());
+        EXPECT_TRUE(AppFileReader(app_).getAppMetadata().toMap() == expected.toMap())
+            << fl::i18n::to_display(text);
     }
 }
 
 TEST_F(AppFileWriterTest, AnEmptyRecordWritesDefaultsAndOnlyTheMinimalProperties) {
     setMetadata(AppMetadata());
     const PackageContents package(app_);
-    const std::string& xml = package.parts.at(kMetadataPart);
-    EXPECT_THAT(xml, HasSubstr("standalone=\"yes\""));
-    const std::string start = xml.substr(xml.find("<metadata"));
-    EXPECT_EQ(start.substr(0, start.find("</metadata>")),
-              "<metadata xmlns=\"http://schemas.quorvane.com/lumenForge/app/2017/appMetadata\">"
-              "<description></description><KVPKGVersion>1</KVPKGVersion>"
-              "<minimumSupportedKORVALRelease>R2016a</minimumSupportedKORVALRelease>"
-              "<screenshotMode>auto</screenshotMode><uuid></uuid>"
-              "<AppType>Standard</AppType>"
-              "<componentProducts/><imageRelativePaths/><userComponents/>");
+    EXPECT_THAT(
+        package.parts.at(kMetadataPart),
+        HasSubstr("<metadata xmlns=\"http://schemas.quorvane.com/lumenForge/app/2017/appMetadata\">"
+                  "<description></description><KVPKGVersion>1</KVPKGVersion>"
+                  "<minimumSupportedKORVALRelease>R2016a</minimumSupportedKORVALRelease>"
+                  "<screenshotMode>auto</screenshotMode><uuid></uuid>"
+                  "<AppType>Standard</AppType>"
+                  "<componentProducts/><imageRelativePaths/><userComponents/></metadata>"));
     EXPECT_EQ(package.contentTypes.at(kMetadataPart),
               u"application/vnd.quorvane.korval.lumenForge.appMetadata+xml");
     EXPECT_THAT(package.targets(test_support::kMetadataType), ElementsAre(kMetadataPart));
-
     EXPECT_EQ(package.properties.getContentType(), u"application/vnd.quorvane.korval.app");
     EXPECT_EQ(package.properties.getContentTypeFriendlyName(), u"KORVAL App");
     EXPECT_EQ(package.properties.getKORVALRelease(), u"R2026b");
     EXPECT_TRUE(package.properties.getLastModifiedTime());
-    EXPECT_EQ(package.properties.getKORVALReleaseInfo()->toString(), u"R2026b");
     EXPECT_FALSE(package.properties.getTitle() || package.properties.getDescription() ||
                  package.properties.getVersion() || package.properties.getCreatedBy());
 }
@@ -173,7 +146,7 @@ TEST_F(AppFileWriterTest, AbsentTextsKeepTheirValuesAndListsDoNot) {
     expected.setRequiredProducts({});
     expected.setUserComponents({});
     expected.setImageRelativePaths({});
-    EXPECT_THAT(differingFields(AppFileReader(app_).getAppMetadata(), expected), IsEmpty());
+    EXPECT_TRUE(AppFileReader(app_).getAppMetadata().toMap() == expected.toMap());
 }
 
 TEST_F(AppFileWriterTest, AnEarlierElementWithoutTextGivesTheDefault) {
@@ -187,26 +160,9 @@ TEST_F(AppFileWriterTest, AnEarlierElementWithoutTextGivesTheDefault) {
     EXPECT_EQ(read.getScreenshotMode().value(), u"");
 }
 
-TEST_F(AppFileWriterTest, RefusesTextThatCannotBeWrittenAndChangesNothing) {
-    AppMetadata name, list;
-    name.setName(u"unpaired \xD800");
-    list.setUserComponents({u"good", u"bad \u0007"});
-    good();
-    const std::string before = bytes();
-    edit([&](AppFileWriter& writer) {
-        EXPECT_THAT([&] { writer.setAppMetadata(name); },
-                    ThrowsMessage<opc::Exception>(HasSubstr("Name")));
-        EXPECT_THAT([&] { writer.setAppMetadata(list); },
-                    ThrowsMessage<opc::Exception>(HasSubstr("UserComponents[1]")));
-        EXPECT_THROW(writer.setAppScreenshot({1}, u"pn\u00e9"), foundation::InvalidCharacterError);
-    });
-    EXPECT_TRUE(bytes() == before);
-}
-
 TEST_F(AppFileWriterTest, CreatesOrKeepsAsAsked) {
     AppFileWriter(app_, false).close();
     EXPECT_THAT(PackageContents(app_).targets(test_support::kModelType), IsEmpty());
-    EXPECT_EQ(PackageContents(app_).properties.getContentTypeFriendlyName(), u"KORVAL App");
 
     good();
     const std::string before = bytes();
@@ -215,11 +171,6 @@ TEST_F(AppFileWriterTest, CreatesOrKeepsAsAsked) {
     EXPECT_TRUE(bytes() == before) << "an edit that changes nothing";
     { AppFileWriter unsaved(app_, true); }
     EXPECT_TRUE(bytes() == before) << "a writer that is not closed";
-
-    edit([&](AppFileWriter& writer) { writer.setAppModelFromFile(model_); });
-    PackageContents edited(app_);
-    EXPECT_EQ(edited.parts.at(kModelPart), std::string("new \0 model", 11));
-    EXPECT_EQ(edited.parts.at(u"/metadata/appScreenshot.png"), "image");
 
     AppFileWriter fresh(app_, true);
     setNone(fresh);
@@ -238,51 +189,31 @@ TEST_F(AppFileWriterTest, CodeMayBeSetInTheMiddle) {
     writer.setAppScreenshot({1, 2, 3}, u"png");
     writer.close();
 
-    const AppFileReader reader(app_);
-    EXPECT_EQ(reader.getKORVALCodeText(), code);
-    EXPECT_EQ(reader.getAppMetadata().getName().value(), u"kept");
+    EXPECT_EQ(AppFileReader(app_).getKORVALCodeText(), code);
+    EXPECT_EQ(AppFileReader(app_).getAppMetadata().getName().value(), u"kept");
     const PackageContents package(app_);
     EXPECT_EQ(package.parts.at(kModelPart), std::string("new \0 model", 11));
     EXPECT_EQ(package.contentTypes.at(kModelPart),
               u"application/vnd.quorvane.korval.lumenForge.appModel+kvd");
     EXPECT_THAT(package.targets(test_support::kModelType), ElementsAre(kModelPart));
     EXPECT_TRUE(package.parts.contains(u"/metadata/appScreenshot.png"));
-
-    edit([&](AppFileWriter& again) { again.setKORVALCodeText(u""); });
-    EXPECT_EQ(AppFileReader(app_).getKORVALCodeText(), u"");
 }
 
-TEST_F(AppFileWriterTest, IsClosedWhenTheCodeIsRefusedButKeepsWhatItSaved) {
-    AppFileWriter writer(app_, true);
-    writer.setAppModelFromFile(model_);
-    EXPECT_THROW(writer.setKORVALCodeText(u"unpaired \xDC00"), std::exception);
-    EXPECT_THROW(writer.close(), opc::Exception);
-    EXPECT_TRUE(AppFileReader(app_).hasParts());
-}
+TEST_F(AppFileWriterTest, IsClosedByASaveAlsoByOneThatFails) {
+    AppFileWriter refused(app_, true);
+    refused.setAppModelFromFile(model_);
+    EXPECT_THROW(refused.setKORVALCodeText(u"unpaired \xDC00"), std::exception);
+    EXPECT_TRUE(AppFileReader(app_).hasParts()) << "saved before the code was looked at";
+    EXPECT_THAT([&] { refused.close(); },
+                ThrowsMessage<opc::Exception>(HasSubstr("app.kvpkg: close()")));
 
-TEST_F(AppFileWriterTest, AClosedWriterNamesTheCallAndTheFile) {
-    const struct {
-        const char* method;
-        std::function<void(AppFileWriter&)> call;
-    } rows[] = {
-        {"close", [](auto& writer) { writer.close(); }},
-        {"setKORVALCodeText", [](auto& writer) { writer.setKORVALCodeText(u""); }},
-        {"setAppModelFromFile", [](auto& writer) { writer.setAppModelFromFile(u""); }},
-        {"setAppMetadata", [](auto& writer) { writer.setAppMetadata({}); }},
-        {"setAppScreenshot", [](auto& writer) { writer.setAppScreenshot({}, u""); }},
-    };
-    AppFileWriter writer(app_, true);
-    writer.close();
     std::filesystem::create_directory(directory_.path() / "gone");
     AppFileWriter failed(directory_.name("gone/app.kvpkg"), true);
     std::filesystem::remove(directory_.path() / "gone");
     EXPECT_THROW(failed.close(), opc::Exception);
-    for (const auto& row : rows) {
-        EXPECT_THROW(row.call(failed), opc::Exception) << "after a save that failed";
-        EXPECT_THAT([&] { row.call(writer); },
-                    ThrowsMessage<opc::Exception>(
-                        HasSubstr("app.kvpkg: " + std::string(row.method) + "()")));
-    }
+    EXPECT_THROW(failed.close(), opc::Exception);
+    EXPECT_THROW(failed.setAppMetadata({}), opc::Exception);
+    EXPECT_THROW(failed.setAppScreenshot({}, u""), opc::Exception);
 }
 
 TEST_F(AppFileWriterTest, TheScreenshotsFormatDecidesItsNameAndType) {
@@ -292,7 +223,6 @@ TEST_F(AppFileWriterTest, TheScreenshotsFormatDecidesItsNameAndType) {
     } rows[] = {
         {u"png", u"/metadata/appScreenshot.png", u"image/png"},
         {u"JPG", u"/metadata/appScreenshot.jpg", u"image/jpeg"},
-        {u"Jpeg", u"/metadata/appScreenshot.jpeg", u"image/jpeg"},
         {u"gif", u"/metadata/appScreenshot.gif", u"image/gif"},
         {ustring(1024, u'a') + u"\u00e9", u"/metadata/appScreenshot.png", u"image/png"},
     };
@@ -307,25 +237,44 @@ TEST_F(AppFileWriterTest, TheScreenshotsFormatDecidesItsNameAndType) {
         EXPECT_THAT(package.targets(test_support::kThumbnailType), ElementsAre(row.part));
         EXPECT_EQ(package.parts.size(), 6U) << "the one before it is gone";
     }
-    edit([&](AppFileWriter& writer) { writer.setAppScreenshot({}, u"png"); });
+    edit([](AppFileWriter& writer) {
+        EXPECT_THROW(writer.setAppScreenshot({1}, u"pn\u00e9"), foundation::InvalidCharacterError);
+        writer.setAppScreenshot({}, u"png");
+    });
     const auto [format, image] = KVPKGMetadataReader(app_).readScreenshotAsBytes();
     EXPECT_EQ(format, u"png");
     EXPECT_THAT(image, IsEmpty());
 }
 
-TEST_F(AppFileWriterTest, AScreenshotElsewhereIsReplacedAndNothingHereDeleted) {
-    good(leadingTo(test_support::kScreenshotType,
-                   u"/lumenforge/appModel.kvd\" TargetMode=\"External"));
-    edit([](AppFileWriter& writer) { writer.setAppScreenshot({1}, u"gif"); });
-    const PackageContents after(app_);
-    EXPECT_TRUE(after.parts.contains(kModelPart));
-    EXPECT_THAT(after.targets(test_support::kScreenshotType),
-                ElementsAre(u"/metadata/appScreenshot.gif"));
+// What a screenshot of another format leaves of those that were there.
+TEST_F(AppFileWriterTest, DeletesNoScreenshotThatItCannotTellFromOtherParts) {
+    const struct {
+        AppPackage before;
+        std::vector<ustring> targets;
+    } rows[] = {
+        {leadingTo(test_support::kScreenshotType,
+                   u"/lumenforge/appModel.kvd\" TargetMode=\"External"),
+         {u"/metadata/appScreenshot.gif"}},
+        {goodPackage()
+             .with(u"/metadata/other.png", "other")
+             .withRelationship(test_support::kScreenshotType, u"/metadata/other.png"),
+         {u"/metadata/appScreenshot.png", u"/metadata/other.png", u"/metadata/appScreenshot.gif"}},
+    };
+    for (const auto& row : rows) {
+        good(row.before);
+        edit([](AppFileWriter& writer) { writer.setAppScreenshot({1}, u"gif"); });
+        const PackageContents after(app_);
+        EXPECT_EQ(after.targets(test_support::kScreenshotType), row.targets);
+        EXPECT_TRUE(after.parts.contains(kModelPart));
+        EXPECT_TRUE(after.parts.contains(u"/metadata/appScreenshot.png"));
+    }
 }
 
 // A caller that catches the error of a setter may still close the writer.
 TEST_F(AppFileWriterTest, NeverSavesHalfOfAChange) {
-    AppMetadata tooLong;
+    AppMetadata name, list, tooLong;
+    name.setName(u"unpaired \xD800");
+    list.setUserComponents({u"good", u"bad \u0007"});
     tooLong.setRequiredProducts(std::vector<ustring>(200'001, u"p"));
     const ustring notAFile = directory_.name("");
     const auto stray = leadingTo(test_support::kScreenshotType, u"/media/shot.png")
@@ -336,13 +285,15 @@ TEST_F(AppFileWriterTest, NeverSavesHalfOfAChange) {
         std::function<void(AppFileWriter&)> change;
         bool saves;  // as nothing had changed yet
     } rows[] = {
+        {"Name", goodPackage().bytes(), [&](AppFileWriter& writer) { writer.setAppMetadata(name); },
+         true},
+        {"UserComponents[1]", goodPackage().bytes(),
+         [&](AppFileWriter& writer) { writer.setAppMetadata(list); }, true},
         {"more than 200,000 elements", "",
          [&](AppFileWriter& writer) { writer.setAppMetadata(tooLong); }, false},
         {"/metadata/appMetadata.xml: line 1, column 11: no element found",
          goodPackage().with(kMetadataPart, "<metadata>").bytes(),
          [](AppFileWriter& writer) { writer.setAppMetadata(filledWith(u"new")); }, true},
-        {"cannot read to the end of", "",
-         [&](AppFileWriter& writer) { writer.setAppModelFromFile(notAFile); }, false},
         {"cannot read to the end of", goodPackage().bytes(),
          [&](AppFileWriter& writer) { writer.setAppModelFromFile(notAFile); }, true},
         {"appScreenshot.png", stray.bytes(),
@@ -392,20 +343,6 @@ TEST_F(AppFileWriterTest, NothingThatIsChangedMayLeadToTheModel) {
     EXPECT_EQ(PackageContents(file).parts.at(kModelPart), std::string("model \0 bytes", 13));
 }
 
-TEST_F(AppFileWriterTest, KeepsScreenshotsThatItCannotTellApart) {
-    good(goodPackage()
-             .with(u"/metadata/other.png", "other")
-             .withRelationship(test_support::kScreenshotType, u"/metadata/other.png"));
-    edit([&](AppFileWriter& writer) {
-        writer.setAppScreenshot({1}, u"gif");
-        EXPECT_THROW(writer.setAppScreenshot({1}, u"png"), opc::Exception) << "a taken name";
-    });
-    EXPECT_THAT(PackageContents(app_).targets(test_support::kScreenshotType),
-                ElementsAre(u"/metadata/appScreenshot.png", u"/metadata/other.png",
-                            u"/metadata/appScreenshot.gif"));
-    EXPECT_EQ(KVPKGMetadataReader(app_).readScreenshotAsBytes().first, u"");
-}
-
 TEST_F(AppFileWriterTest, NeedsNoMoreThanASmallStack) {
     const ustring large = directory_.write("large", std::string(3 << 20, 'm'));
     test_support::onSmallStack([&] {
@@ -415,10 +352,7 @@ TEST_F(AppFileWriterTest, NeedsNoMoreThanASmallStack) {
         writer.setKORVALCodeText(u"code");
         writer.setAppScreenshot({1, 2, 3}, u"png");
         writer.close();
-        const AppFileReader reader(app_);
-        EXPECT_EQ(reader.getAppMetadata().getName().value(), u"text");
-        EXPECT_EQ(reader.getKORVALCodeText(), u"code");
-        reader.copyAppDataToTempFile(directory_.name("copy"));
+        AppFileReader(app_).copyAppDataToTempFile(directory_.name("copy"));
     });
 }
 
