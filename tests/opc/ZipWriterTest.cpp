@@ -344,16 +344,46 @@ TEST(MovedCentralRecord, ChangesNothingButTheOffset) {
     using format::movedCentralRecord;
     using test_support::little;
     const std::uint64_t far = 0x123456789A;
-    const BuiltItem item{.name = "a", .extra = test_support::extraField(7, "x"), .comment = "c"};
-    std::string narrow = BuiltZip{.items = {item}}.bytes();
-    narrow = narrow.substr(narrow.find("PK\1\2"));
-    narrow.resize(narrow.size() - 22);
+    const auto recordOf = [](BuiltItem item) {
+        const std::string zip = BuiltZip{.items = {std::move(item)}}.bytes();
+        const std::size_t at = zip.find("PK\1\2");
+        return zip.substr(at, zip.size() - 22 - at);
+    };
+    const std::string narrow =
+        recordOf({.name = "a", .extra = test_support::extraField(7, "x"), .comment = "c"});
     EXPECT_EQ(movedCentralRecord(narrow, 77).replace(42, 4, little(0, 4)), narrow);
     std::string grown = narrow;
     grown.insert(46 + 1, "\1" + little(0, 1) + "\10" + little(0, 1) + little(far, 8));
     grown.replace(42, 4, "\xFF\xFF\xFF\xFF").replace(30, 2, little(17, 2)).replace(6, 1, "\x2D");
     EXPECT_EQ(movedCentralRecord(narrow, far), grown);
     EXPECT_EQ(movedCentralRecord(grown, 5).replace(51, 8, little(far, 8)), grown);
+
+    // A zip64 field with sizes only.
+    std::string sizes = recordOf({.name = "a", .zip64 = true});
+    sizes.replace(42, 4, little(0, 4)).resize(sizes.size() - 8);
+    sizes.replace(30, 2, little(20, 2)).replace(49, 2, little(16, 2));
+    std::string wide = recordOf({.name = "a", .offset = far, .zip64 = true});
+    wide.replace(6, 1, "\x2D");
+    EXPECT_EQ(movedCentralRecord(sizes, far), wide);
+
+    // One with numbers that stand in the record itself, as some writers list all of them.
+    const std::string plain = recordOf({.name = "a"});
+    const std::string idle = recordOf({.name = "a", .repeatsNumbers = true});
+    EXPECT_EQ(movedCentralRecord(idle, 0), plain);
+    EXPECT_EQ(movedCentralRecord(idle, far), movedCentralRecord(plain, far));
+}
+
+// The number that stands for a wide one is a number of its own where no field is.
+TEST(MovedCentralRecord, KeepsASizeThatWouldReferToItsNewField) {
+    const std::uint64_t far = 0x123456789A;
+    using test_support::little;
+    const std::uint32_t size = ~0U;
+    const BuiltZip zip{.items = {{.name = "a", .size = size}}};
+    std::string record = zip.bytes();
+    record = record.substr(record.find("PK\1\2"));
+    record.resize(46 + 1);
+    EXPECT_TRUE(format::movedCentralRecord(record, far)
+                    .ends_with(test_support::extraField(1, little(size, 8) + little(far, 8))));
 }
 
 }  // namespace

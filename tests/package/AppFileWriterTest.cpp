@@ -271,9 +271,20 @@ TEST_F(AppFileWriterTest, DeletesNoScreenshotThatItCannotTellFromOtherParts) {
 }
 
 // A caller that catches the error of a setter may still close the writer.
+TEST_F(AppFileWriterTest, WritesTheModelWhereItsRelationshipLeads) {
+    good(leadingTo(test_support::kModelType, u"odd/name.kvd")
+             .without(kModelPart)
+             .with(u"/odd/name.kvd", "old"));
+    edit([&](AppFileWriter& writer) { writer.setAppModelFromFile(model_); });
+    const PackageContents package(app_);
+    EXPECT_EQ(package.parts.at(u"/odd/name.kvd"), std::string("new \0 model", 11));
+    EXPECT_FALSE(package.parts.contains(kModelPart));
+}
+
 TEST_F(AppFileWriterTest, NeverSavesHalfOfAChange) {
-    AppMetadata name, list, tooLong;
+    AppMetadata name, text, list, tooLong;
     name.setName(u"unpaired \xD800");
+    text.setDescription(u"no character: \uFFFE");
     list.setUserComponents({u"good", u"bad \u0007"});
     tooLong.setRequiredProducts(std::vector<ustring>(200'001, u"p"));
     const ustring notAFile = directory_.name("");
@@ -287,6 +298,8 @@ TEST_F(AppFileWriterTest, NeverSavesHalfOfAChange) {
     } rows[] = {
         {"Name", goodPackage().bytes(), [&](AppFileWriter& writer) { writer.setAppMetadata(name); },
          true},
+        {"Description", goodPackage().bytes(),
+         [&](AppFileWriter& writer) { writer.setAppMetadata(text); }, true},
         {"UserComponents[1]", goodPackage().bytes(),
          [&](AppFileWriter& writer) { writer.setAppMetadata(list); }, true},
         {"more than 200,000 elements", "",
