@@ -5,8 +5,9 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include <stdexcept>
 #include <utility>
+
+#include "tests/support/TemporaryDirectory.hpp"
 
 namespace test_support {
 
@@ -22,13 +23,9 @@ int refuse(int error) {
 }
 
 std::string contentOf(int file) {
-    std::string content;
-    char buffer[4096];
-    while (const ssize_t got =
-               ::pread(file, buffer, sizeof buffer, static_cast<off_t>(content.size()))) {
-        if (got < 0) throw std::runtime_error("a file that was written cannot be read back");
-        content.append(buffer, static_cast<std::size_t>(got));
-    }
+    WatchedSystem* const watching = std::exchange(current, nullptr);  // for it is read by a stream
+    std::string content = readFile("/proc/self/fd/" + std::to_string(file));
+    current = watching;
     return content;
 }
 
@@ -241,31 +238,26 @@ std::set<std::string> Disk::contentsAfterPowerLoss(const std::string& name) cons
     return found;
 }
 
-namespace {
-
-// Whether a file stream's call is watched. The standard streams of the process are not files.
-bool isWatched(int file) {
-    return current != nullptr && file > STDERR_FILENO;
+// What a file stream asks for. The standard streams of the process are not files.
+template <class... Each>
+ssize_t streamed(std::string_view name, long number, int file, Each... arguments) {
+    const auto really = [&] { return ::syscall(number, file, arguments...); };
+    const bool isWatched = current != nullptr && file > STDERR_FILENO;
+    return isWatched ? watched(name, really, file, arguments...) : really();
 }
-
-}  // namespace
 
 }  // namespace test_support
 
-using test_support::isWatched;
-using test_support::watched;
+using test_support::streamed;
 
 // The standard library's file streams call these of the program before those of the system.
 #define EXPORTED __attribute__((visibility("default")))
 extern "C" EXPORTED ssize_t read(int file, void* buffer, std::size_t size) {
-    const auto really = [&] { return ::syscall(SYS_read, file, buffer, size); };
-    return isWatched(file) ? watched("read", really, file, size) : really();
+    return streamed("read", SYS_read, file, buffer, size);
 }
 extern "C" EXPORTED ssize_t write(int file, const void* buffer, std::size_t size) {
-    const auto really = [&] { return ::syscall(SYS_write, file, buffer, size); };
-    return isWatched(file) ? watched("write", really, file, size) : really();
+    return streamed("write", SYS_write, file, buffer, size);
 }
 extern "C" EXPORTED ssize_t writev(int file, const iovec* parts, int count) {
-    const auto really = [&] { return ::syscall(SYS_writev, file, parts, count); };
-    return isWatched(file) ? watched("writev", really, file) : really();
+    return streamed("writev", SYS_writev, file, parts, count);
 }
