@@ -73,48 +73,21 @@ using test_support::uncount;
 
 #if defined(QZ_SANITIZED)
 
-namespace {
-
-void* allocate(std::size_t size) noexcept {
+// Those of arrays are left to the sanitizers: each counts in its own kind only.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return fails() ? nullptr : counted(std::malloc(size));
 }
-
-void* allocateOrThrow(std::size_t size) {
-    void* const memory = allocate(size);
+void* operator new(std::size_t size) {
+    void* const memory = ::operator new(size, std::nothrow);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
-
-void release(void* memory) noexcept {
+void operator delete(void* memory) noexcept {
     uncount(memory);
     std::free(memory);
 }
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return allocateOrThrow(size);
-}
-void* operator new[](std::size_t size) {
-    return allocateOrThrow(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return allocate(size);
-}
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    release(memory);
-}
-void operator delete(void* memory) noexcept {
-    release(memory);
-}
-void operator delete[](void* memory) noexcept {
-    release(memory);
-}
 void operator delete(void* memory, std::size_t) noexcept {
-    release(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    release(memory);
+    ::operator delete(memory);
 }
 
 #else

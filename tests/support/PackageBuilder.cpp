@@ -1,21 +1,15 @@
 #include "tests/support/PackageBuilder.hpp"
 
-#include <algorithm>
-
 namespace test_support {
 
 PackageBuilder& PackageBuilder::with(std::string_view item, std::string_view content) {
-    const auto found = std::ranges::find(items_, item, [](const auto& each) { return each.first; });
-    if (found == items_.end()) {
-        items_.emplace_back(item, content);
-    } else {
-        found->second = content;
-    }
+    without(item);
+    zip_.items.push_back({.name = std::string(item), .content = std::string(content)});
     return *this;
 }
 
 PackageBuilder& PackageBuilder::without(std::string_view item) {
-    std::erase_if(items_, [&](const auto& each) { return each.first == item; });
+    std::erase_if(zip_.items, [&](const BuiltItem& each) { return each.name == item; });
     return *this;
 }
 
@@ -30,13 +24,6 @@ PackageBuilder& PackageBuilder::withRelationships(std::string_view entries) {
         "_rels/.rels",
         R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
             std::string(entries) + "</Relationships>");
-}
-
-BuiltZip PackageBuilder::zip() const {
-    BuiltZip zip;
-    for (const auto& [name, content] : items_)
-        zip.items.push_back({.name = name, .content = content});
-    return zip;
 }
 
 PackageBuilder goodPlainPackage() {

@@ -2,8 +2,6 @@
 
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "tests/support/ZipBuilder.hpp"
 
@@ -21,11 +19,11 @@ public:
     PackageBuilder& withRelationships(std::string_view entries);
 
     // The zip file that it is, for breaking that.
-    BuiltZip zip() const;
-    std::string bytes() const { return zip().bytes(); }
+    const BuiltZip& zip() const { return zip_; }
+    std::string bytes() const { return zip_.bytes(); }
 
 private:
-    std::vector<std::pair<std::string, std::string>> items_;
+    BuiltZip zip_;
 };
 
 inline constexpr std::string_view kCorePropertiesRelationship =
