@@ -69,32 +69,19 @@ const std::vector<std::uint8_t> kImage{0x89, 'P', 'N', 'G', 1, 2, 3};
 #ifdef QZ_TEST_QZAPP
 
 // The tool's messages do not belong in those of the tests.
-class Silence {
-public:
-    Silence() {
-        const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-        ::dup2(nowhere, STDOUT_FILENO);
-        ::dup2(nowhere, STDERR_FILENO);
-        ::close(nowhere);
-    }
-    ~Silence() {
-        ::dup2(output_, STDOUT_FILENO);
-        ::dup2(errors_, STDERR_FILENO);
-        ::close(output_);
-        ::close(errors_);
-    }
-
-private:
-    int output_ = ::dup(STDOUT_FILENO);
-    int errors_ = ::dup(STDERR_FILENO);
-};
-
 void runTool(const std::vector<std::string>& arguments) {
     std::vector<const char*> all{"qzapp"};
     for (const std::string& argument : arguments)
         all.push_back(argument.c_str());
-    const Silence silence;
+    const int output = ::dup(STDOUT_FILENO), errors = ::dup(STDERR_FILENO);
+    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    ::dup2(nowhere, STDOUT_FILENO);
+    ::dup2(nowhere, STDERR_FILENO);
     const int status = qzapp::runCommandLine(static_cast<int>(all.size()), all.data());
+    ::dup2(output, STDOUT_FILENO);
+    ::dup2(errors, STDERR_FILENO);
+    for (const int file : {output, errors, nowhere})
+        ::close(file);
     if (status != 0) throw std::runtime_error("qzapp failed with " + std::to_string(status));
 }
 
