@@ -213,9 +213,11 @@ const std::vector<ReadOperation>& readOperations() {
 void writeExample(const std::u16string& app, const Inputs& inputs) {
     AppFileWriter writer(app, true);
     writer.setAppModelFromFile(inputs.oldModel);
-    writer.setAppMetadata(metadata(u"Example"));
     writer.setAppScreenshot(kImage, u"png");
     writer.setKORVALCodeText(u"x = 1;\n");
+    // Another edit leaves the model in front, where its blocks can be shared.
+    writer.setAppMetadata(metadata(u"Example"));
+    writer.close();
 }
 
 std::string readPackage(const std::u16string& app) {

@@ -4,6 +4,7 @@
 
 #include <sys/xattr.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <string_view>
@@ -142,6 +143,8 @@ constexpr std::string_view kChanges =
 constexpr std::string_view kLookups =
     "openat fstatat faccessat readlinkat linkat renameat2 unlinkat";
 constexpr std::string_view kTransfers = "pread pwrite copy_file_range read write";
+constexpr Fault kEmptyTransfer = {"an empty transfer", Kind::MovesNothing, 0,
+                                  "pread pwrite copy_file_range"};
 constexpr Fault kFaults[] = {
     {"EIO", Kind::Fails, EIO},
     {"EINTR", Kind::Fails, EINTR},
@@ -149,16 +152,18 @@ constexpr Fault kFaults[] = {
     {"EDQUOT", Kind::Fails, EDQUOT, kChanges},
     {"EACCES", Kind::Fails, EACCES, kLookups},
     {"a short transfer", Kind::IsShort, 0, kTransfers},
-    {"an empty transfer", Kind::MovesNothing, 0, "pread pwrite copy_file_range"},
+    kEmptyTransfer,
 };
 
-constexpr FileSystem kFileSystems[] = {FileSystem::Current, FileSystem::Older,
+constexpr FileSystem kFileSystems[] = {FileSystem::Current, FileSystem::Sharing, FileSystem::Older,
                                        FileSystem::Linkless};
 
 TEST_P(SaveFaultTest, LeavesTheOldFileOrTheNewWhateverCallFails) {
     for (const Fault& fault : kFaults)
         fail(fault, FileSystem::Current);
-    fail(kFaults[0], FileSystem::Older);
+    fail(kFaults[0], FileSystem::Sharing);
+    for (const Fault& fault : {kFaults[0], kEmptyTransfer})
+        fail(fault, FileSystem::Older);
     if (GetParam().isTool) fail(kFaults[0], FileSystem::Linkless);
 }
 
@@ -179,6 +184,13 @@ TEST_P(SaveFaultTest, LeavesTheOldFileOrTheNewWhenItIsKilled) {
             EXPECT_LE(leftovers(), mayLeaveTwo ? 2 : 1);
         }
     }
+}
+
+TEST_P(SaveFaultTest, SharesWhatItKeepsWhereTheFileSystemCan) {
+    if (std::string_view(GetParam().name) != "EditMetadata") return;
+    const std::vector<Call> calls = record(FileSystem::Sharing);
+    EXPECT_TRUE(std::ranges::any_of(
+        calls, [](const Call& call) { return call.name == "cloneRange" && call.succeeded; }));
 }
 
 TEST_P(SaveFaultTest, LeavesTheOldFileOrTheNewWhenThePowerFails) {

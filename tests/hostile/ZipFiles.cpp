@@ -73,6 +73,10 @@ const ZipRow kEndRecords[] = {
     {{.zip64 = true, .wideCount = kHuge},
      "the end record counts 1152921504606846976 items, more than a directory of 559 bytes "
      "holds$AGAIN"},
+    {{.behindDirectory = "x"},
+     "the directory should end at offset 3229$BUT 559 bytes from offset 2669$MOVED"},
+    {{.behindEnd = BuiltZip().bytes()},
+     "the directory should end at offset 3250$BUT 0 bytes from offset 0$MOVED"},
     {{.zip64 = true, .disks = 2},
      "is one of several disks of a zip archive, which is not supported; join them first"},
 };
@@ -139,6 +143,7 @@ const ItemRow kStoredItems[] = {
     {{.localSignature = "PK\3\5"},
      "b/c.txt: there is no local header at offset 80, where the directory says it is$AGAIN"},
     {{.offset = kMost, .zip64 = true}, "there is an item at offset 80$UNLISTED"},
+    {{.offset = 50}, "a.txt: reaches from offset 0 past offset 50$PAST"},
     {{.content = std::string(40, 'a'), .offset = 0},
      "a.txt: reaches from offset 0 past offset 0$PAST"},
     {{.before = std::string(70000, '-') + kLocalPart}, "there is an item at offset 70080$UNLISTED"},
@@ -151,6 +156,11 @@ const ItemRow kStoredItems[] = {
 };
 
 const ChangeRow kChanges[] = {
+    {"first item that is not listed", [](auto& zip) { zip.items[0].isListed = false; },
+     "there is an item at offset 0$UNLISTED"},
+    {"part renamed away",
+     [](auto& zip) { zip.items[4].extra = unicodePath("korval/code.k", "\xC3\xA4"); },
+     "korval/code.k: has a Unicode path field that renames it to \"ä\"$TWO"},
     {"item in front that is not listed", [](auto& zip) { zip.items[0].before = "#!" + kLocalPart; },
      "there is an item at offset 2$UNLISTED"},
     {"last item that is not listed",
@@ -212,7 +222,7 @@ const ItemRow kOddItems[] = {
     {{.descriptor = 24}},
     {{.zip64 = true}},
     {{.extra = extraField(7, "12")}},
-    {{.localExtra = "\0\0\0"}},
+    {{.localExtra = std::string(3, '\0')}},
     {{.extra = unicodePath("a.txt", "a.txt")}},
     {{.comment = "c"}},
     {{.attributes = 0100644U << 16 | 1}},

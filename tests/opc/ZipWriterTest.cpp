@@ -10,8 +10,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/fs.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -203,43 +201,6 @@ TEST_F(ZipWriterTest, BoundsWhatWaitsInMemory) {
     EXPECT_EQ(open()->items().size(), 30u);
     EXPECT_EQ(readItem(*open(), "28"), noise(1 << 19, 28));
     EXPECT_EQ(readItem(*open(), "29"), "replaced");
-}
-
-// A file system that shares blocks, played by one that copies them.
-TEST_F(ZipWriterTest, SharesWholeBlocksWhereTheFileSystemCan) {
-    static int error = 0;
-    static std::uint64_t shared = 0;
-    const std::string large = noise(200'000);
-    directory_.write("a.zip", BuiltZip{.items = {{.name = "large", .content = large, .method = 0},
-                                                 {.name = "small", .content = "s"}}}
-                                  .bytes());
-    const auto saved = fl::filesystem::systemCalls();
-    fl::filesystem::systemCalls().cloneRange = [](int target, const file_clone_range* range) {
-        EXPECT_EQ((range->src_offset | range->dest_offset | range->src_length) % (64 << 10), 0u);
-        if (error != 0) return (errno = error, -1);
-        std::string bytes(range->src_length, '\0');
-        EXPECT_EQ(::pread(static_cast<int>(range->src_fd), bytes.data(), bytes.size(),
-                          static_cast<off_t>(range->src_offset)),
-                  static_cast<ssize_t>(bytes.size()));
-        EXPECT_EQ(
-            ::pwrite(target, bytes.data(), bytes.size(), static_cast<off_t>(range->dest_offset)),
-            static_cast<ssize_t>(bytes.size()));
-        shared += bytes.size();
-        return 0;
-    };
-    const auto saveWith = [&](int each) {
-        error = each;
-        const auto writer = edit();
-        writeItem(*writer, "small", std::to_string(each));
-        writer->save();
-    };
-    saveWith(0);
-    saveWith(EOPNOTSUPP);
-    EXPECT_THROW(saveWith(EIO), Exception);
-    fl::filesystem::systemCalls() = saved;
-    EXPECT_EQ(shared, 3u << 16);
-    EXPECT_EQ(readItem(*open(), "large"), large);
-    EXPECT_EQ(readItem(*open(), "small"), std::to_string(EOPNOTSUPP));
 }
 
 // Taking over the large items of the base may fail, and whoever sets an item may go on without it.

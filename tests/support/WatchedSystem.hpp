@@ -51,7 +51,8 @@ class WatchedSystem {
 public:
     enum class FileSystem {
         Current,
-        Older,  // has no unnamed files, does not copy inside the kernel, cannot refuse to replace
+        Sharing,  // shares blocks
+        Older,    // has no unnamed files, does not copy inside the kernel, cannot refuse to replace
         Linkless,  // an older one that has no hard links either
     };
 
