@@ -169,9 +169,9 @@ TEST_F(CorePropertiesManagerTest, ARefusedSetChangesNothing) {
     model::Package package(zip);
     package.open(OpenMode::Edit);
     CorePropertiesManager manager(package, 0);
-    for (const auto& [properties, complaint] : rows) {
-        EXPECT_THAT([&] { manager.setCoreProperties(properties); },
-                    ThrowsMessage<Exception>(EndsWith(complaint)));
+    for (const auto& row : rows) {
+        EXPECT_THAT([&] { manager.setCoreProperties(row.first); },
+                    ThrowsMessage<Exception>(EndsWith(row.second)));
     }
     package.close();
     EXPECT_EQ(test_support::readFile(directory.path() / "p.zip"), before);

@@ -124,9 +124,9 @@ TEST_F(AppFileReaderTest, RefusesWhereTheModelCannotGo) {
         {directory_.name("same"), isApp},
         {u"/dev/full", "cannot write to \"/dev/full\": No space left on device"},
     };
-    for (const auto& [destination, complaint] : rows) {
-        EXPECT_THAT([&] { reader.copyAppDataToTempFile(destination); },
-                    testing::ThrowsMessage<opc::Exception>(testing::HasSubstr(complaint)));
+    for (const auto& row : rows) {
+        EXPECT_THAT([&] { reader.copyAppDataToTempFile(row.first); },
+                    testing::ThrowsMessage<opc::Exception>(testing::HasSubstr(row.second)));
     }
     EXPECT_TRUE(readFile(directory_.path() / "app.kvpkg") == before);
 }
