@@ -1,8 +1,8 @@
 #include <appserialization/AppFileReader.hpp>
 
+#include <appserialization/AppMetadataReader.hpp>
 #include <appserialization/Exceptions.hpp>
 #include <appserialization/Functions.hpp>
-#include <appserialization/KVPKGMetadataReader.hpp>
 #include <fl/filesystem.hpp>
 #include <foundation/Exceptions.hpp>
 #include <foundation/Shown.hpp>
@@ -15,9 +15,10 @@
 #include <string>
 #include <system_error>
 #include <tuple>
+#include <utility>
 
 #include "package/Layout.hpp"
-#include "package/PackagedAppFile.hpp"
+#include "package/PackagedMetadata.hpp"
 #include "package/Parts.hpp"
 
 namespace appserialization {
@@ -37,17 +38,28 @@ public:
 
 namespace {
 
-// Opening the destination empties it, and here that would be the file being read.
-void requireOtherFile(const fl::filesystem::path& destination, const ustring& fileName) {
-    if (!fl::filesystem::isSameFile(destination, fl::filesystem::path(fileName))) return;
-    throw opc::Exception(foundation::shown(fl::filesystem::path(fileName)) +
+[[noreturn]] void throwCannotWrite(const std::string& file, const std::error_code& reason) {
+    throw opc::Exception("cannot write to " + file + ": " + reason.message());
+}
+
+// Opening the destination empties it, and here that would be the file being read, or the one that has
+// its name by now.
+void requireOtherFile(const fl::filesystem::path& destination,
+                      const opc::zippackage::ZipPhysicalPackage& app) {
+    const bool isApp = app.isAt(destination) || fl::filesystem::isSameFile(destination, app.path());
+    if (!isApp) return;
+    throw opc::Exception(foundation::shown(app.path()) +
                          ": the app model cannot be copied over the app file that holds it; "
                          "choose another destination");
 }
 
-[[noreturn]] void throwCannotWrite(const std::string& file, int reason) {
-    throw opc::Exception("cannot write to " + file + ": " +
-                         std::generic_category().message(reason));
+void requireDestination(const fl::filesystem::path& destination,
+                        const opc::zippackage::ZipPhysicalPackage& app, const std::string& shown) {
+    try {
+        requireOtherFile(destination, app);
+    } catch (const std::system_error& error) {
+        throwCannotWrite(shown, error.code());
+    }
 }
 
 }  // namespace
@@ -68,21 +80,22 @@ AppFileReader::AppFileReaderImpl::AppFileReaderImpl(const ustring& fileName)
 ustring AppFileReader::AppFileReaderImpl::getKORVALCodeText() const {
     validateFileParts();
     try {
-        return quillcode::QuillCodeFileReader(getFileName()).getKORVALCode();
+        return quillcode::QuillCodeFileReader(physicalPackage()).getKORVALCode();
     } catch (...) {
         throwInternal(AppFileReaderGenericException(getFileName(), "Failed to read KORVAL code"));
     }
 }
 
-// A metadata reader of its own for each call, so that the metadata part has one parser and these
-// calls work on a closed reader too.
+// Opened anew for each call, so that these calls work on a closed reader too.
 AppMetadata AppFileReader::AppFileReaderImpl::getAppMetadata() const {
-    return KVPKGMetadataReader(getFileName()).readMetadata();
+    return PackagedMetadata(*this).getAppMetadata();
 }
 
 void AppFileReader::AppFileReaderImpl::getAppScreenshot(std::vector<std::uint8_t>& bytes,
                                                         ustring& format) const {
-    std::tie(format, bytes) = KVPKGMetadataReader(getFileName()).readScreenshotAsBytes();
+    Screenshot screenshot;
+    PackagedMetadata(*this).getAppScreenshot(screenshot.second, screenshot.first);
+    std::tie(format, bytes) = std::move(screenshot);
 }
 
 void AppFileReader::AppFileReaderImpl::copyAppDataToTempFile(const ustring& destination) const {
@@ -93,11 +106,11 @@ void AppFileReader::AppFileReaderImpl::copyAppDataToTempFile(const ustring& dest
 
     fl::filesystem::path path;
     if (!destination.empty()) path = fl::filesystem::detail::make_native_form(destination, true);
-    requireOtherFile(path, getFileName());
     const std::string shownName =
         "\"" + foundation::shown(fl::filesystem::path(destination)) + "\"";
+    requireDestination(path, physicalPackage(), shownName);
     fl::filesystem::basic_fstream<char> file(path, std::ios_base::out | std::ios_base::binary);
-    if (!file.is_open()) throwCannotWrite(shownName, errno);
+    if (!file.is_open()) throwCannotWrite(shownName, {errno, std::generic_category()});
     opc::StreamHelper::copyStreamToStream(*stream, file, shownName);
 }
 

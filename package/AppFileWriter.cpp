@@ -67,6 +67,7 @@ private:
     using Fallbacks = std::map<const layout::TextElementRow*, boost::optional<ustring>>;
 
     void openOPCPackage(const ustring& fileName, bool createNew);
+    void open(const ZipPhysicalPackage& file, OpenMode mode);
     void requireUsable(const char* method) const;
     void requireModelApart() const;
     void writeMinimalSetOfOPCProperties();
@@ -110,20 +111,23 @@ void AppFileWriter::AppFileWriterImpl::openOPCPackage(const ustring& fileName, b
     fl::filesystem::path path;
     if (!fileName.empty()) path = fl::filesystem::detail::make_native_form(fileName, true);
     const bool exists = fl::filesystem::exists(path);
-    if (exists) path = fl::filesystem::canonical(path);
-    const bool create = createNew || !exists;
+    open(ZipPhysicalPackage(path, true), createNew ? OpenMode::Create
+                                         : exists  ? OpenMode::Edit
+                                                   : OpenMode::CreateNew);
+    if (createNew || !exists) writeMinimalSetOfOPCProperties();
+}
 
-    auto physicalPackage = std::make_unique<ZipPhysicalPackage>(path, true);
+void AppFileWriter::AppFileWriterImpl::open(const ZipPhysicalPackage& file, OpenMode mode) {
+    auto physicalPackage = std::make_unique<ZipPhysicalPackage>(file);
     auto package = std::make_unique<opc::model::Package>(*physicalPackage);
     auto coreProperties =
         std::make_unique<CorePropertiesManager>(*package, DeterministicMode::FromClock);
-    package->open(createNew ? OpenMode::Create : exists ? OpenMode::Edit : OpenMode::CreateNew);
+    package->open(mode);
 
     // Members only now, so that a writer is open or closed and nothing between.
     physicalPackage_ = std::move(physicalPackage);
     package_ = std::move(package);
     coreProperties_ = std::move(coreProperties);
-    if (create) writeMinimalSetOfOPCProperties();
 }
 
 void AppFileWriter::AppFileWriterImpl::requireUsable(const char* method) const {
@@ -196,15 +200,16 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(const ustring& 
 void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText) {
     requireUsable("setKORVALCodeText");
     requireModelApart();
+    // Means this very file through all three steps, whatever its name leads to by then.
+    const ZipPhysicalPackage file = *physicalPackage_;
     close();
-    // The code-file library works on the file by its name, and owns the form of the code part.
+    // The code-file library opens the file itself, and owns the form of the code part.
     {
-        QuillCodeFileWriter code(fileName_,
-                                 {layout::kPackageContentType, layout::kPackageFriendlyName});
+        QuillCodeFileWriter code(file, {layout::kPackageContentType, layout::kPackageFriendlyName});
         code.setKORVALCode(codeText);
         code.close(false);
     }
-    openOPCPackage(fileName_, false);
+    open(file, OpenMode::Edit);
 }
 
 void AppFileWriter::AppFileWriterImpl::setAppModelFromFile(const ustring& modelFilePath) {

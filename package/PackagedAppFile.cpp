@@ -11,14 +11,15 @@ namespace appserialization {
 
 using opc::qzservices::CorePropertiesManager;
 using opc::qzservices::DeterministicMode;
-using opc::zippackage::ZipPhysicalPackage;
 
-PackagedAppFile::PackagedAppFile(ustring fileName) : fileName_(std::move(fileName)) {}
+PackagedAppFile::PackagedAppFile(ustring fileName)
+    : fileName_(std::move(fileName)), physicalPackage_(fileName_, true) {}
+PackagedAppFile::PackagedAppFile(const PackagedAppFile& other)
+    : fileName_(other.fileName_), physicalPackage_(other.physicalPackage_) {}
 PackagedAppFile::~PackagedAppFile() = default;
 
 void PackagedAppFile::open() {
-    physicalPackage_ = std::make_unique<ZipPhysicalPackage>(fileName_, true);
-    package_ = std::make_unique<opc::model::Package>(*physicalPackage_);
+    package_ = std::make_unique<opc::model::Package>(physicalPackage_);
     coreProperties_ =
         std::make_unique<CorePropertiesManager>(*package_, DeterministicMode::FromClock);
     package_->open(opc::interfaces::OpenMode::Read);

@@ -22,11 +22,15 @@ public:
 protected:
     // Takes a validated name; nothing is open yet.
     explicit PackagedAppFile(ustring fileName);
+    // For another reader of the file that `other` has opened, or had before it was closed.
+    explicit PackagedAppFile(const PackagedAppFile& other);
     ~PackagedAppFile();
-    PackagedAppFile(const PackagedAppFile&) = delete;
     PackagedAppFile& operator=(const PackagedAppFile&) = delete;
 
     void open();
+    const opc::zippackage::ZipPhysicalPackage& physicalPackage() const noexcept {
+        return physicalPackage_;
+    }
     const opc::model::Package& package() const noexcept { return *package_; }
     const opc::qzservices::CorePropertiesManager& coreProperties() const noexcept {
         return *coreProperties_;
@@ -35,7 +39,7 @@ protected:
 private:
     // Destroyed from the bottom up: the package lets go before the zip file under it does.
     ustring fileName_;
-    std::unique_ptr<opc::zippackage::ZipPhysicalPackage> physicalPackage_;
+    opc::zippackage::ZipPhysicalPackage physicalPackage_;
     std::unique_ptr<opc::model::Package> package_;
     std::unique_ptr<opc::qzservices::CorePropertiesManager> coreProperties_;
 };

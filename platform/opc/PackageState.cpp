@@ -92,7 +92,7 @@ PackageState::PackageState(const zippackage::ZipPhysicalPackage& physical, OpenM
 }
 
 void PackageState::load() {
-    archive_ = zip::ZipArchive::open(physical_->path());
+    archive_ = physical_->openArchive();
     loadTypes();
     // By name, which is the order of the parts, so that each goes to their end.
     for (const auto* const item : archive_->itemsByName())
@@ -165,7 +165,7 @@ void PackageState::save() {
     const bool created = mode_ != OpenMode::Edit;
     if (!(relationships_ == loadedRelationships_)) saveRelationships();
     if (created || !(types_ == loadedTypes_)) setTable(typesItem_, types_.toXml());
-    if (writer_->changed()) writer_->save();
+    if (const auto saved = writer_->save()) physical_->bindTo(*saved);
 }
 
 void PackageState::saveRelationships() {

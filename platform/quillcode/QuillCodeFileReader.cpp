@@ -11,12 +11,13 @@
 
 namespace quillcode {
 
-QuillCodeFileReader::QuillCodeFileReader(const ustring& fileName) : fileName_(fileName) {}
+QuillCodeFileReader::QuillCodeFileReader(const ustring& fileName) : file_(fileName, true) {}
+
+QuillCodeFileReader::QuillCodeFileReader(const opc::zippackage::ZipPhysicalPackage& file)
+    : file_(file) {}
 
 ustring QuillCodeFileReader::getKORVALCode() const {
-    const auto file = foundation::shown(fl::filesystem::path(fileName_));
-    const opc::zippackage::ZipPhysicalPackage zip(fileName_, true);
-    opc::model::Package package(zip);
+    opc::model::Package package(file_);
     package.open(opc::interfaces::OpenMode::Read);
     const auto part = package.getTarget(codepart::findRelationships(package, 1).front());
     const auto bytes = readAll(part, codepart::kMaxBytes);
@@ -24,9 +25,9 @@ ustring QuillCodeFileReader::getKORVALCode() const {
         return fl::i18n::utf8_to_ustring_strict(
             {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     } catch (const fl::i18n::ConversionError& fault) {
-        throw opc::Exception(file + ": " + foundation::shown(part.getName().toString()) +
-                             ": the code is not valid UTF-8 at byte " +
-                             std::to_string(fault.index()));
+        throw opc::Exception(
+            foundation::shown(file_.path()) + ": " + foundation::shown(part.getName().toString()) +
+            ": the code is not valid UTF-8 at byte " + std::to_string(fault.index()));
     }
 }
 

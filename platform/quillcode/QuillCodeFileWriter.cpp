@@ -45,14 +45,19 @@ ustring QuillCodeFileWriter::getRelationshipType() {
 
 QuillCodeFileWriter::QuillCodeFileWriter(const ustring& fileName,
                                          std::pair<ustring, ustring> contentType)
-    : fileName_(fileName), contentType_(std::move(contentType)) {}
+    : QuillCodeFileWriter(opc::zippackage::ZipPhysicalPackage(fileName, true),
+                          std::move(contentType)) {}
+
+QuillCodeFileWriter::QuillCodeFileWriter(const opc::zippackage::ZipPhysicalPackage& file,
+                                         std::pair<ustring, ustring> contentType)
+    : file_(file), contentType_(std::move(contentType)) {}
 
 void QuillCodeFileWriter::setKORVALCode(const ustring& code) {
     requireOpen();
     auto bytes = fl::i18n::ustring_to_utf8(code);
     if (bytes.size() > codepart::kMaxBytes) {
-        throw opc::Exception(foundation::shown(fl::filesystem::path(fileName_)) +
-                             ": the code has " + std::to_string(bytes.size()) +
+        throw opc::Exception(foundation::shown(file_.path()) + ": the code has " +
+                             std::to_string(bytes.size()) +
                              " bytes; no more than 256 MiB can be written");
     }
     code_ = std::move(bytes);
@@ -61,9 +66,8 @@ void QuillCodeFileWriter::setKORVALCode(const ustring& code) {
 void QuillCodeFileWriter::close(bool stampProperties) {
     requireOpen();
     closed_ = true;
-    const opc::zippackage::ZipPhysicalPackage zip(fileName_, true);
-    const bool exists = fl::filesystem::exists(zip.path());
-    opc::model::Package package(zip);
+    const bool exists = file_.isBound() || fl::filesystem::exists(file_.path());
+    opc::model::Package package(file_);
     package.open(exists ? OpenMode::Edit : OpenMode::CreateNew);
     if (code_) writeCode(package, *code_);
     if (stampProperties || !exists) stamp(package, contentType_);
@@ -72,8 +76,7 @@ void QuillCodeFileWriter::close(bool stampProperties) {
 
 void QuillCodeFileWriter::requireOpen() const {
     if (closed_) {
-        throw opc::Exception(foundation::shown(fl::filesystem::path(fileName_)) +
-                             ": this code writer is closed");
+        throw opc::Exception(foundation::shown(file_.path()) + ": this code writer is closed");
     }
 }
 

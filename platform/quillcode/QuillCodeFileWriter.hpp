@@ -2,6 +2,7 @@
 
 #include <foundation/Export.hpp>
 #include <foundation/ustring.hpp>
+#include <opc/ZipPhysicalPackage.hpp>
 
 #include <optional>
 #include <string>
@@ -21,6 +22,9 @@ public:
     // `contentType` is the package's content type with its friendly name; both go into the core
     // properties of a file that this writer creates.
     QuillCodeFileWriter(const ustring& fileName, std::pair<ustring, ustring> contentType);
+    // Writes into the file that `file` means, or fails where that is gone (see ZipPhysicalPackage).
+    QuillCodeFileWriter(const opc::zippackage::ZipPhysicalPackage& file,
+                        std::pair<ustring, ustring> contentType);
 
     // UTF-16, line ends as given. Throws fl::i18n::ConversionError for text that is not valid UTF-16
     // and opc::Exception for more than 256 MiB of UTF-8; what was set before then stands.
@@ -34,7 +38,7 @@ public:
 private:
     void requireOpen() const;
 
-    ustring fileName_;
+    opc::zippackage::ZipPhysicalPackage file_;
     std::pair<ustring, ustring> contentType_;
     std::optional<std::string> code_;  // UTF-8
     bool closed_ = false;

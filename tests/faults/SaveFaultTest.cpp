@@ -1,6 +1,7 @@
 // Saves while calls of the system fail, or while the process is killed, or the power fails.
 
 #include <appserialization/AppFileReader.hpp>
+#include <opc/Package.hpp>
 
 #include <sys/xattr.h>
 
@@ -20,6 +21,7 @@ using test_support::Fault;
 using test_support::WatchedSystem;
 using Kind = Fault::Kind;
 using FileSystem = WatchedSystem::FileSystem;
+using opc::interfaces::OpenMode;
 
 ino_t inodeOf(const std::filesystem::path& file) {
     struct stat found {};
@@ -232,6 +234,38 @@ TEST_P(SaveFaultTest, LeavesAloneWhatSomeoneElsePutThereMeanwhile) {
         }
         EXPECT_TRUE(content() == theirs);
         EXPECT_TRUE(failed || stateBefore(number) == states_.back());
+    }
+}
+
+// Someone else saves the app with this library, before each of the calls.
+TEST_P(SaveFaultTest, LosesNothingThatAnotherSaverHasSaved) {
+    const opc::model::PartName theirs(u"/theirs.bin");
+    bool isSaved = false;
+    const auto interfere = [&] {
+        isSaved = !throws([&] {
+            const opc::zippackage::ZipPhysicalPackage zip(app(), true);
+            opc::model::Package package(zip);
+            package.open(std::filesystem::exists(file()) ? OpenMode::Edit : OpenMode::CreateNew);
+            package.createPart(theirs, opc::model::ContentType(u"x/y"), {0, 0});
+            package.close();
+        });
+    };
+    const std::vector<Call> calls = record(FileSystem::Current);
+    const std::size_t looked = lastLook(calls);
+    for (std::size_t number = 1; number <= calls.size() && !HasFailure(); ++number) {
+        SCOPED_TRACE("before call " + std::to_string(number) + ", " +
+                     std::string(calls[number - 1].name));
+        reset(GetParam().isCreation);
+        WatchedSystem system(FileSystem::Current);
+        system.strike(number, {"another saver", Kind::Interferes}, interfere);
+        const bool failed = throws([&] { GetParam().run(app(), inputs_); });
+        EXPECT_EQ(leftovers(), 0);
+        EXPECT_TRUE(isSaved || !failed) << "both failed";
+        if (!isSaved || (GetParam().replacesAnyFile && number <= looked)) continue;
+        const opc::zippackage::ZipPhysicalPackage zip(app(), true);
+        opc::model::Package package(zip);
+        package.open(OpenMode::Read);
+        EXPECT_TRUE(package.hasPart(theirs));
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -156,6 +157,106 @@ TEST_F(ReplacementFileTest, LeavesAFileThatWasRemovedMeanwhileAlone) {
     EXPECT_THAT([&] { replacement.commit(); },
                 testing::ThrowsMessage<std::system_error>(testing::HasSubstr(
                     "/a: someone else created, changed or removed the file in the meantime")));
+}
+
+// What the name leads to by then is another's, and must stay as it is.
+TEST_F(ReplacementFileTest, FailsWhereTheNameLeadsElsewhereByThen) {
+    const struct {
+        const char* why;
+        const char* name;
+        const char* from;  // renamed while the save goes on
+        const char* to;
+    } rows[] = {
+        {"a link", "link", "other link", "link"},
+        {"a folder on the way is a link", "linked/a", "other linked", "linked"},
+        {"a folder on the way", "d/sub/a", "d/sub", "d/gone"},
+        {"a folder on the way, with another in its place", "e/a", "e", "f"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        for (const char* folder : {"d/sub", "e", "other"}) {
+            stdfs::create_directories(file(folder));
+            write((std::string(folder) + "/a").c_str(), "old");
+        }
+        stdfs::create_symlink("d/sub/a", file("link"));
+        stdfs::create_symlink("other/a", file("other link"));
+        stdfs::create_symlink("d/sub", file("linked"));
+        stdfs::create_symlink("other", file("other linked"));
+        const SaveTarget found(name(row.name));
+        ReplacementFile replacement(found);
+        stdfs::rename(file(row.from), file(row.to));
+        if (row.to == std::string_view("f")) {
+            stdfs::create_directory(file("e"));
+            write("e/a", "old");
+        }
+        EXPECT_THAT([&] { replacement.commit(); },
+                    testing::ThrowsMessage<std::system_error>(
+                        testing::HasSubstr(": someone else created, changed or removed the file")));
+        for (const auto& entry : stdfs::recursive_directory_iterator(directory_.path())) {
+            if (!entry.is_regular_file()) continue;
+            EXPECT_EQ(readFile(entry.path()), "old") << entry.path();
+        }
+        for (const auto& entry : stdfs::directory_iterator(directory_.path()))
+            stdfs::remove_all(entry.path());
+    }
+}
+
+TEST_F(ReplacementFileTest, MeansTheFileOfTheWorkingDirectoryThatItWasMadeIn) {
+    const test_support::WorkingDirectory first;
+    const SaveTarget found{path(u"a")};
+    ReplacementFile replacement(found);
+    replacement.file().writeAt(std::as_bytes(std::span("new", 3)), 0);
+    const test_support::WorkingDirectory second;
+    replacement.commit();
+    EXPECT_EQ(readFile(first.path() / "a"), "new");
+    EXPECT_FALSE(stdfs::exists("a"));
+}
+
+TEST_F(ReplacementFileTest, WaitsAWhileForOthersToFinishTheirSave) {
+    static int tries, held, error;
+    const struct {
+        const char* why;
+        int held;  // so many tries find it locked
+        int error;
+        const char* complaint;
+        int tries;
+    } rows[] = {
+        {"nobody saves", 0, 0, "", 1},
+        {"somebody does for a moment", 30, EWOULDBLOCK, "", 31},
+        {"somebody keeps it locked", 5000, EWOULDBLOCK,
+         "a: another program has kept it locked for 10 seconds; it is left as it is (save again "
+         "when that is done): Device or resource busy",
+         1000},
+        {"a signal comes", 1, EINTR, "", 2},
+        {"there are no locks here", 1, EOPNOTSUPP, "", 1},
+        {"the disk fails", 1, EIO, "a: cannot lock it against other savers: Input/output error", 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        write("a", "old");
+        const WatchedSystem system;
+        tries = 0;
+        held = row.held;
+        error = row.error;
+        systemCalls().flock = [](int, int operation) {
+            if (operation == LOCK_UN) return 0;
+            return tries++ < held ? (errno = error, -1) : 0;
+        };
+        EXPECT_EQ(complaint(name("a")), row.complaint);
+        EXPECT_EQ(tries, row.tries);
+        EXPECT_EQ(readFile(file("a")), *row.complaint == '\0' ? "new" : "old");
+        EXPECT_EQ(files(), std::set<std::string>{"a"});
+    }
+}
+
+// A child that was forked meanwhile has a copy of the descriptor, and keeps no one out with it.
+TEST_F(ReplacementFileTest, LetsGoOfTheLock) {
+    write("a", "old");
+    const SaveTarget found(name("a"));
+    ReplacementFile replacement(found);
+    replacement.commit();
+    const FileDescriptor copy = FileDescriptor::openForReading(name("a"));
+    EXPECT_EQ(::flock(copy.get(), LOCK_EX | LOCK_NB), 0);
 }
 
 TEST_F(ReplacementFileTest, FindsATemporaryNameBesideTheLongestOne) {

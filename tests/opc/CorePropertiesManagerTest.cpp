@@ -43,6 +43,7 @@ protected:
     }
     CoreProperties readFrom(const PackageBuilder& builder) {
         directory.write("p.zip", builder.bytes());
+        zip = zippackage::ZipPhysicalPackage(directory.name("p.zip"), true);
         return read();
     }
     void write(const CoreProperties& properties, OpenMode mode = OpenMode::Edit) {
@@ -59,7 +60,7 @@ protected:
     }
 
     test_support::TemporaryDirectory directory;
-    const zippackage::ZipPhysicalPackage zip{directory.name("p.zip"), true};
+    zippackage::ZipPhysicalPackage zip{directory.name("p.zip"), true};
 };
 
 TEST_F(CorePropertiesManagerTest, ValuesReadBackAsWritten) {

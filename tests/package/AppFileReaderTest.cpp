@@ -122,6 +122,7 @@ TEST_F(AppFileReaderTest, RefusesWhereTheModelCannotGo) {
         {app, isApp},
         {directory_.name("link"), isApp},
         {directory_.name("same"), isApp},
+        {directory_.name(std::string(300, 'n')), "cannot write to "},
         {u"/dev/full", "cannot write to \"/dev/full\": No space left on device"},
     };
     for (const auto& row : rows) {
@@ -138,6 +139,31 @@ TEST_F(AppFileReaderTest, AClosedReaderStillReadsByName) {
     EXPECT_THROW(reader.hasParts(), opc::Exception);
     EXPECT_THROW(reader.getKORVALCodeText(), opc::Exception);
     EXPECT_THROW(reader.copyAppDataToTempFile(directory_.name("copy")), opc::Exception);
+    std::filesystem::rename(directory_.path() / "app.kvpkg", directory_.path() / "renamed.kvpkg");
+    write(goodPackage());
+    EXPECT_THAT([&] { reader.getAppMetadata(); },
+                testing::ThrowsMessage<opc::Exception>(
+                    testing::HasSubstr("app.kvpkg: someone else created, changed or removed")));
+}
+
+TEST_F(AppFileReaderTest, ReadsOneVersionWhateverTakesItsName) {
+    const AppFileReader reader(write(goodPackage()));
+    std::filesystem::rename(directory_.path() / "app.kvpkg", directory_.path() / "renamed.kvpkg");
+    write(goodPackage().with(u"/korval/code.k", "x = 'theirs';").withMetadata(""));
+    const auto written = std::filesystem::path(directory_.path() / "app.kvpkg");
+    const std::string theirs = readFile(written);
+    EXPECT_NE(reader.getKORVALCodeText(), u"x = 'theirs';");
+    EXPECT_EQ(reader.getAppMetadata().getDescription().value(), u"Good Description");
+    for (const char* name : {"app.kvpkg", "renamed.kvpkg"}) {
+        EXPECT_THAT([&] { reader.copyAppDataToTempFile(directory_.name(name)); },
+                    testing::ThrowsMessage<opc::Exception>(testing::HasSubstr("cannot be copied")));
+    }
+    EXPECT_TRUE(readFile(written) == theirs);
+    std::filesystem::remove(written);
+    std::vector<std::uint8_t> bytes;
+    ustring format;
+    reader.getAppScreenshot(bytes, format);
+    EXPECT_FALSE(bytes.empty());
 }
 
 }  // namespace

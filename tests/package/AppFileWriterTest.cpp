@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <map>
 
 #include "tests/package/PackageContents.hpp"
 #include "tests/support/AppPackage.hpp"
@@ -197,6 +198,92 @@ TEST_F(AppFileWriterTest, CodeMayBeSetInTheMiddle) {
               u"application/vnd.quorvane.korval.lumenForge.appModel+kvd");
     EXPECT_THAT(package.targets(test_support::kModelType), ElementsAre(kModelPart));
     EXPECT_TRUE(package.parts.contains(u"/metadata/appScreenshot.png"));
+}
+
+// Whatever happens to the name, a writer means the file that it was constructed on.
+TEST_F(AppFileWriterTest, SavesIntoItsOwnFileOrFails) {
+    namespace stdfs = std::filesystem;
+    const struct {
+        const char* why;
+        bool isSaved;  // otherwise it fails
+        std::function<void()> happens;
+    } rows[] = {
+        {"the working directory changes", true, [] { stdfs::current_path("elsewhere"); }},
+        {"the link leads elsewhere", false,
+         [] {
+             stdfs::remove("app.kvpkg");
+             stdfs::create_symlink("elsewhere/app.kvpkg", "app.kvpkg");
+         }},
+        {"the app is renamed", false, [] { stdfs::rename("real.kvpkg", "renamed.kvpkg"); }},
+        {"the app is replaced", false,
+         [] {
+             stdfs::copy("real.kvpkg", "copy");
+             stdfs::rename("copy", "real.kvpkg");
+         }},
+        {"someone else has saved", false,
+         [] {
+             AppFileWriter writer(u"app.kvpkg", false);
+             writer.setAppMetadata({});
+             writer.close();
+         }},
+    };
+    const auto apps = [](const stdfs::path& folder) {
+        std::map<std::string, std::string> found;
+        for (const auto& entry : stdfs::recursive_directory_iterator(folder)) {
+            if (entry.is_regular_file()) found[entry.path()] = test_support::readFile(entry.path());
+        }
+        return found;
+    };
+    for (const bool withCode : {true, false}) {
+        for (const auto& row : rows) {
+            SCOPED_TRACE(std::string(row.why) + (withCode ? ", code" : ", close"));
+            const test_support::WorkingDirectory work;
+            stdfs::create_directory("elsewhere");
+            for (const char* name : {"real.kvpkg", "elsewhere/app.kvpkg"})
+                work.write(name, goodPackage().bytes());
+            stdfs::create_symlink("real.kvpkg", "app.kvpkg");
+            AppFileWriter writer(u"app.kvpkg", false);
+            row.happens();
+            const auto before = apps(work.path());
+            const auto save = [&] {
+                if (withCode) {
+                    writer.setKORVALCodeText(u"x = 2;");
+                } else {
+                    writer.setAppModelFromFile(model_);
+                }
+                writer.close();
+            };
+            if (row.isSaved) {
+                EXPECT_NO_THROW(save());
+                const PackageContents saved(work.name("real.kvpkg"));
+                EXPECT_EQ(withCode ? saved.parts.at(u"/korval/code.k") : "x = 2;", "x = 2;");
+            } else {
+                EXPECT_THAT(save, ThrowsMessage<opc::Exception>(HasSubstr(
+                                      "someone else created, changed or removed the file")));
+            }
+            auto after = apps(work.path());
+            if (row.isSaved) {
+                for (const char* name : {"real.kvpkg", "app.kvpkg"}) {
+                    const std::string changed = (work.path() / name).string();
+                    EXPECT_NE(after.at(changed), before.at(changed));
+                    after[changed] = before.at(changed);
+                }
+            }
+            EXPECT_EQ(after, before) << "others stay, and there are no new ones";
+        }
+    }
+}
+
+TEST_F(AppFileWriterTest, ANewAppIsMadeWhereTheWriterWasConstructed) {
+    const test_support::WorkingDirectory first;
+    AppFileWriter writer(u"new.kvpkg", false);
+    const test_support::WorkingDirectory second;
+    writer.setAppModelFromFile(model_);
+    writer.setKORVALCodeText(u"x = 1;");
+    writer.setAppMetadata({});
+    writer.close();
+    EXPECT_EQ(AppFileReader(first.name("new.kvpkg")).getKORVALCodeText(), u"x = 1;");
+    EXPECT_FALSE(std::filesystem::exists("new.kvpkg"));
 }
 
 TEST_F(AppFileWriterTest, IsClosedByASaveAlsoByOneThatFails) {

@@ -130,6 +130,7 @@ void watchAll() {
     watch<&SystemCalls::linkat>("linkat");
     watch<&SystemCalls::renameat2>("renameat2");
     watch<&SystemCalls::unlinkat>("unlinkat");
+    watch<&SystemCalls::flock>("flock");
     watch<&SystemCalls::close>("close");
 }
 
@@ -162,6 +163,7 @@ void makeOlder(SystemCalls& calls) {
 
 void makeLinkless(SystemCalls& calls) {
     makeOlder(calls);
+    calls.flock = [](int, int) { return refuse(EOPNOTSUPP); };
     calls.linkat = [](int, const char*, int, const char*, int) { return refuse(EPERM); };
 }
 
@@ -170,6 +172,8 @@ void makeLinkless(SystemCalls& calls) {
 WatchedSystem::WatchedSystem(FileSystem fileSystem)
     : saved_(fl::filesystem::systemCalls()), real_(saved_) {
     real_.fsync = [](int) { return 0; };
+    real_.nanosleep = [](const timespec*, timespec*) { return 0; };  // nobody is waited for
+    fl::filesystem::systemCalls().nanosleep = real_.nanosleep;
     if (fileSystem == FileSystem::Sharing) real_.cloneRange = cloneByCopying;
     if (fileSystem == FileSystem::Older) makeOlder(real_);
     if (fileSystem == FileSystem::Linkless) makeLinkless(real_);
@@ -197,9 +201,12 @@ const Fault* WatchedSystem::begin(std::string_view call) {
     if (calls_.size() + 1 != number_ || !fault_.canStrike(call)) return nullptr;
     if (fault_.kind == Fault::Kind::Kills) ::kill(::getpid(), SIGKILL);
     if (fault_.kind == Fault::Kind::Interferes) {
-        current = nullptr;  // what others do is not watched
+        // What others do is not watched.
+        const auto watching = std::exchange(fl::filesystem::systemCalls(), real_);
+        current = nullptr;
         interfere_();
         current = this;
+        fl::filesystem::systemCalls() = watching;
     }
     return &fault_;
 }

@@ -44,7 +44,7 @@ struct Fault {
     }
 };
 
-// While it lives, counts and logs the calls through fl::filesystem::systemCalls(), and what the
+// While it lives, waits for no lock that others hold (but tries as often), counts and logs the calls through fl::filesystem::systemCalls(), and what the
 // standard file streams read and write, and strikes one of them. fsync is logged and not carried out:
 // what it is good for is seen in a Disk. One at a time, and one thread.
 class WatchedSystem {
@@ -53,7 +53,7 @@ public:
         Current,
         Sharing,  // shares blocks
         Older,    // has no unnamed files, does not copy inside the kernel, cannot refuse to replace
-        Linkless,  // an older one that has no hard links either
+        Linkless,  // an older one that has no hard links and no locks either
     };
 
     explicit WatchedSystem(FileSystem fileSystem = FileSystem::Current);

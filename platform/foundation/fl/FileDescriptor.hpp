@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <utility>
 
@@ -25,6 +26,10 @@ struct FileStamp {
 };
 
 FileStamp stampOf(const struct stat& status) noexcept;
+
+// Of whatever has this name, symbolic links followed; nullopt when nothing has. Throws
+// std::system_error when that cannot be told.
+PLATFORM_API std::optional<FileStamp> findStamp(const path& file);
 
 // An open file of the system, closed on destruction. All operations throw std::system_error (with
 // the errno) unless stated otherwise, retry EINTR, and go on after short reads and writes.

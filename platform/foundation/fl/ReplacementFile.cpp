@@ -7,6 +7,7 @@
 #include <foundation/Shown.hpp>
 
 #include <linux/fs.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <array>
@@ -41,9 +42,9 @@ std::string nameOf(const std::string& file) {
     return file.substr(file.rfind('/') + 1);
 }
 
-FileDescriptor openDirectory(const std::string& directory) {
+FileDescriptor openDirectory(int start, const std::string& directory) {
     FileDescriptor opened(retryInterrupted([&] {
-        return systemCalls().openat(AT_FDCWD, directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC,
+        return systemCalls().openat(start, directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC,
                                     0);
     }));
     if (!opened) throwSystemError(errno, "cannot open the directory \"" + directory + "\"");
@@ -165,8 +166,97 @@ void syncFile(const FileDescriptor& file) {
 
 }  // namespace
 
+namespace {
+
+[[noreturn]] void throwChanged() {
+    throwSystemError(EBUSY, kChangedMeanwhile);
+}
+
+// Where a name leads once its symbolic links are followed.
+struct Place {
+    std::string path;
+    FileDescriptor directory;
+    std::string name;                  // in the directory
+    std::optional<struct stat> found;  // what is there, if anything
+};
+
+// The directory that relative names count from, held so that they mean the same later; none for an
+// absolute name, which needs none.
+FileDescriptor openStart(const path& given) {
+    if (given.native().starts_with(u'/')) return {};
+    FileDescriptor opened(retryInterrupted(
+        [] { return systemCalls().openat(AT_FDCWD, ".", O_PATH | O_DIRECTORY | O_CLOEXEC, 0); }));
+    if (!opened) throwSystemError(errno, "cannot open the working directory");
+    return opened;
+}
+
+// Follows the links of the last name itself, so that a dangling one leads to where it points.
+Place follow(const path& given, const FileDescriptor& start) {
+    Place place;
+    place.path = detail::make_native_access_form_i18n(given);
+    if (place.path.empty()) throwSystemError(ENOENT, "cannot be saved under this name");
+    for (int links = 0; links <= kMostLinks; ++links) {
+        place.directory = openDirectory(start ? start.get() : AT_FDCWD, parentOf(place.path));
+        place.name = nameOf(place.path);
+        if (place.name.empty() || place.name == "." || place.name == "..") {
+            throwSystemError(EISDIR, kNoRegularFile);
+        }
+        place.found = find(place.directory, place.name);
+        if (!place.found || !S_ISLNK(place.found->st_mode)) return place;
+        const std::string target = readLink(place.directory, place.name);
+        place.path =
+            target.starts_with('/') ? target : parentOf(place.path).append("/").append(target);
+    }
+    throwSystemError(ELOOP, "cannot follow its symbolic links (save under another name)");
+}
+
+// Keeps other savers out between the last look at a file and the rename, so that the one who comes
+// second sees what the first did. A file system without locks leaves only the look.
+class SaveLock {
+public:
+    explicit SaveLock(const FileDescriptor& file) : file_(&file), isHeld_(acquire()) {}
+    ~SaveLock() {
+        const int error = errno;  // of the rename
+        // Not left to closing the file: a child process may have a copy of the descriptor.
+        if (isHeld_) retryInterrupted([this] { return request(LOCK_UN); });
+        errno = error;
+    }
+    SaveLock(const SaveLock&) = delete;
+    SaveLock& operator=(const SaveLock&) = delete;
+
+private:
+    static constexpr int kSeconds = 10;
+    static constexpr int kTriesPerSecond = 100;
+
+    int request(int operation) const noexcept {
+        return systemCalls().flock(file_->get(), operation);
+    }
+    bool acquire() const;
+
+    const FileDescriptor* file_;
+    bool isHeld_;
+};
+
+bool SaveLock::acquire() const {
+    for (int tries = 0; tries < kSeconds * kTriesPerSecond; ++tries) {
+        if (retryInterrupted([this] { return request(LOCK_EX | LOCK_NB); }) == 0) return true;
+        // Some network file systems lock only what is open for writing: EBADF.
+        const bool hasNoLocks = errno == EOPNOTSUPP || errno == ENOSYS || errno == ENOLCK ||
+                                errno == EINVAL || errno == EBADF;
+        if (hasNoLocks) return false;
+        if (errno != EWOULDBLOCK) throwSystemError(errno, "cannot lock it against other savers");
+        const struct timespec pause { .tv_sec = 0, .tv_nsec = 1'000'000'000 / kTriesPerSecond };
+        systemCalls().nanosleep(&pause, nullptr);
+    }
+    throwSystemError(EBUSY, "another program has kept it locked for " + std::to_string(kSeconds) +
+                                " seconds; it is left as it is (save again when that is done)");
+}
+
+}  // namespace
+
 struct SaveTarget::State {
     path given;
+    FileDescriptor start;
     path resolved;
     FileDescriptor directory;
     std::string name;
@@ -189,44 +279,24 @@ struct SaveTarget::State {
     void resolve();
     void look(const std::optional<struct stat>& found);
     FileDescriptor openModel() const;
+    Place followAgain() const;
+    void checkPlace() const;
     void checkUnchanged() const;
     int rename(const std::string& temporary, unsigned flags) const noexcept;
     int linkAndUnlink(const std::string& temporary) const;
-    void moveIntoPlace(const std::string& temporary) const;
+    void moveIntoPlace(const std::string& temporary, const FileDescriptor& model) const;
+    int replace(const std::string& temporary, const FileDescriptor& model) const;
     int moveIntoFreePlace(const std::string& temporary) const;
     void syncDirectory() const;
 };
 
-namespace {
-
-[[noreturn]] void throwChanged() {
-    throwSystemError(
-        EBUSY,
-        "someone else created, changed or removed the file in the meantime; it is left "
-        "as it is now (open it again, or save under another name)");
-}
-
-}  // namespace
-
-// Follows the links of the last name itself, so that a dangling one leads to where it points.
 void SaveTarget::State::resolve() {
-    std::string file = detail::make_native_access_form_i18n(given);
-    if (file.empty()) throwSystemError(ENOENT, "cannot be saved under this name");
-    for (int links = 0; links <= kMostLinks; ++links) {
-        directory = openDirectory(parentOf(file));
-        name = nameOf(file);
-        if (name.empty() || name == "." || name == "..") {
-            throwSystemError(EISDIR, kNoRegularFile);
-        }
-        const auto found = find(directory, name);
-        if (!found || !S_ISLNK(found->st_mode)) {
-            resolved = pathOf(file);
-            return look(found);
-        }
-        const std::string target = readLink(directory, name);
-        file = target.starts_with('/') ? target : parentOf(file).append("/").append(target);
-    }
-    throwSystemError(ELOOP, "cannot follow its symbolic links (save under another name)");
+    start = openStart(given);
+    Place place = follow(given, start);
+    resolved = pathOf(place.path);
+    directory = std::move(place.directory);
+    name = std::move(place.name);
+    look(place.found);
 }
 
 void SaveTarget::State::look(const std::optional<struct stat>& found) {
@@ -257,6 +327,26 @@ FileDescriptor SaveTarget::State::openModel() const {
     return model;
 }
 
+Place SaveTarget::State::followAgain() const {
+    try {
+        return follow(given, start);
+    } catch (const std::system_error& error) {
+        const int reason = error.code().value();
+        if (reason == ENOENT || reason == ENOTDIR || reason == ELOOP) throwChanged();
+        throw;
+    }
+}
+
+// Whether the name that the caller gave still leads here: it may be a link, or have links in front.
+void SaveTarget::State::checkPlace() const {
+    const Place now = followAgain();
+    const FileStamp here = directory.stamp();
+    const FileStamp there = now.directory.stamp();
+    const bool isSame =
+        now.name == name && there.device == here.device && there.inode == here.inode;
+    if (!isSame) throwChanged();
+}
+
 void SaveTarget::State::checkUnchanged() const {
     const auto found = find(directory, name);
     if (found.has_value() != stamp.has_value()) throwChanged();
@@ -283,11 +373,19 @@ int SaveTarget::State::linkAndUnlink(const std::string& temporary) const {
     return result;
 }
 
-void SaveTarget::State::moveIntoPlace(const std::string& temporary) const {
-    if (stamp) checkUnchanged();
-    const int result = stamp ? rename(temporary, 0) : moveIntoFreePlace(temporary);
+void SaveTarget::State::moveIntoPlace(const std::string& temporary,
+                                      const FileDescriptor& model) const {
+    checkPlace();
+    const int result = stamp ? replace(temporary, model) : moveIntoFreePlace(temporary);
     if (result < 0 && errno == EEXIST) throwChanged();
     if (result < 0) throwSystemError(errno, "cannot put the new file in its place");
+}
+
+// `model` is the file that is replaced.
+int SaveTarget::State::replace(const std::string& temporary, const FileDescriptor& model) const {
+    const SaveLock lock(model);
+    checkUnchanged();
+    return rename(temporary, 0);
 }
 
 int SaveTarget::State::moveIntoFreePlace(const std::string& temporary) const {
@@ -298,6 +396,7 @@ int SaveTarget::State::moveIntoFreePlace(const std::string& temporary) const {
         cannotRefuse && result < 0 && (errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS);
     if (!cannotLink) return result;
     // Such a file system leaves no more than to look first.
+    const SaveLock lock(directory);
     checkUnchanged();
     return rename(temporary, 0);
 }
@@ -367,7 +466,7 @@ FileStamp ReplacementFile::State::commit() {
     syncFile(file);
     const FileStamp stamp = file.stamp();
     if (name.empty()) link();
-    target->moveIntoPlace(name);
+    target->moveIntoPlace(name, model);
     name.clear();
     target->syncDirectory();
     return stamp;
@@ -414,9 +513,10 @@ void replaceWithFile(const SaveTarget& target, const path& content) {
                                         O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0);
         }));
         if (!file) throwSystemError(errno, "cannot open the new content \"" + name + "\"");
-        copyAttributes(state.openModel(), file);
+        const FileDescriptor model = state.openModel();
+        copyAttributes(model, file);
         syncFile(file);
-        state.moveIntoPlace(name);
+        state.moveIntoPlace(name, model);
         state.syncDirectory();
     });
 }

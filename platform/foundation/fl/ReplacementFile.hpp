@@ -13,13 +13,19 @@ namespace fl::filesystem {
 
 class SaveTarget;
 
+// What a save, and whoever opens a file again, says when the file is not the one that it was.
+inline constexpr const char* kChangedMeanwhile =
+    "someone else created, changed or removed the file in the meantime; it is left as it is now "
+    "(open it again, or save under another name)";
+
 // Puts the file `content`, which is on the target's own file system and was written by others, in the
 // target's place, under the rules of ReplacementFile::commit(). On failure the content stays.
 PLATFORM_API void replaceWithFile(const SaveTarget& target, const path& content);
 
 // What a save is going to replace: the file at the end of any symbolic links (a link keeps pointing;
 // a dangling one gets its target), held by its open directory and its name in it, and as it was when
-// it was looked at.
+// it was looked at. A relative name counts from the working directory of the construction. A save
+// fails when the name, or a link on the way, leads elsewhere by then.
 class PLATFORM_API SaveTarget {
 public:
     // Throws std::system_error when the directory cannot be opened, the target is not a regular
@@ -69,7 +75,9 @@ public:
 
     // Gives the new file the target's owner, mode and extended attributes (a new file gets the
     // umask's mode), makes it durable, checks that the target is still what it was, renames over it
-    // and makes the rename durable. Returns the stamp of the file now in place. Throws, with the old
+    // and makes the rename durable. From that check to the rename it holds an advisory lock (flock)
+    // on the file that it replaces, so that of two savers the second sees what the first did; it
+    // waits 10 seconds for one that others hold. Returns the stamp of the file now in place. Throws, with the old
     // file in place and nothing left behind, when any of this fails; only a failure of the last
     // step leaves the new file in place, and its message says so.
     FileStamp commit();

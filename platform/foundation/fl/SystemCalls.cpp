@@ -1,6 +1,7 @@
 #include <fl/SystemCalls.hpp>
 
 #include <linux/fs.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -45,6 +46,8 @@ SystemCalls& systemCalls() noexcept {
         .linkat = ::linkat,
         .renameat2 = ::renameat2,
         .unlinkat = ::unlinkat,
+        .flock = ::flock,
+        .nanosleep = ::nanosleep,
         .close = ::close,
     };
     return calls;

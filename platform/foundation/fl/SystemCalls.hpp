@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <ctime>
+
 struct file_clone_range;  // of <linux/fs.h>
 
 namespace fl::filesystem {
@@ -38,6 +40,9 @@ struct SystemCalls {
     int (*renameat2)(int sourceDirectory, const char* source, int directory, const char* name,
                      unsigned flags);
     int (*unlinkat)(int directory, const char* name, int flags);
+    int (*flock)(int file, int operation);
+    // Sleeps; only how long others hold a lock is waited for.
+    int (*nanosleep)(const struct timespec* time, struct timespec* remaining);
     int (*close)(int file);
 };
 

@@ -1,5 +1,6 @@
 #include <fl/filesystem.hpp>
 
+#include <fl/FileDescriptor.hpp>
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 #include <fl/i18n.hpp>
@@ -85,10 +86,16 @@ bool isRegularFile(const path& file) {
     return status && S_ISREG(status->st_mode);
 }
 
+std::optional<FileStamp> findStamp(const path& file) {
+    const auto status = knownStatOf(file);
+    if (!status) return std::nullopt;
+    return stampOf(*status);
+}
+
 bool isSameFile(const path& a, const path& b) {
-    const auto first = knownStatOf(a);
-    const auto second = knownStatOf(b);
-    return first && second && first->st_dev == second->st_dev && first->st_ino == second->st_ino;
+    const auto first = findStamp(a);
+    const auto second = findStamp(b);
+    return first && second && first->device == second->device && first->inode == second->inode;
 }
 
 path absolute(const path& file) {

@@ -162,7 +162,7 @@ std::string NewArchive::directory(bool allowZip64) const {
     return records;
 }
 
-void NewArchive::finish(bool allowZip64) {
+fl::filesystem::FileStamp NewArchive::finish(bool allowZip64) {
     if (hasGaps()) closeGaps();
     std::string records;
     try {
@@ -175,7 +175,7 @@ void NewArchive::finish(bool allowZip64) {
     const std::string ends = format::endRecords(record, base_ ? base_->comment() : "");
     file_->append(format::asBytes(records + ends));
     requireOpening(records);
-    file_->commit();
+    return file_->commit();
 }
 
 // What a reader would refuse is refused now, since later would be too late. The data of an item may

@@ -34,7 +34,8 @@ public:
     void drop(const NewItem& item) noexcept;
 
     // Closes the gaps that dropped items left, writes the directory and puts the file in place.
-    void finish(bool allowZip64);
+    // Returns its stamp.
+    fl::filesystem::FileStamp finish(bool allowZip64);
 
 private:
     struct Placed {

@@ -75,9 +75,9 @@ void NewFile::cutAt(std::uint64_t offset) {
     onItsWay_ = std::min(onItsWay_, offset);
 }
 
-void NewFile::commit() {
+fl::filesystem::FileStamp NewFile::commit() {
     writeGathered();
-    aboutTarget([&] { replacement_.commit(); });
+    return aboutTarget([&] { return replacement_.commit(); });
 }
 
 const fl::filesystem::FileDescriptor& NewFile::file() const {

@@ -24,7 +24,8 @@ public:
     void writeAt(std::span<const std::byte> bytes, std::uint64_t offset);
     // Takes back everything from `offset` on.
     void cutAt(std::uint64_t offset);
-    void commit();
+    // Returns the stamp of the file, which is in its place now.
+    fl::filesystem::FileStamp commit();
     // Will not be committed; what it holds can still be read.
     void abandon() noexcept { replacement_.abandon(); }
 

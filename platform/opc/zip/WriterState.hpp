@@ -25,7 +25,7 @@ public:
     std::unique_ptr<OutputStream> set(std::string_view name, const ItemOptions& options);
     void remove(std::string_view name);
     std::unique_ptr<InputStream> read(std::string_view name) const;
-    void save();
+    std::optional<fl::filesystem::FileStamp> save();
     // Drops the new file; whatever is still called throws.
     void close() noexcept;
 

@@ -211,9 +211,9 @@ void ZipWriter::State::refuseItemsInKept() const {
     }
 }
 
-void ZipWriter::State::save() {
+std::optional<fl::filesystem::FileStamp> ZipWriter::State::save() {
     checkOpen();
-    if (!changed()) return;
+    if (!changed()) return std::nullopt;
     refuseItemsInKept();
     if (!archive_) archive_ = std::make_unique<NewArchive>(target_, path_, base_);
     archive_->cancelItem();  // a stream that is still open has set nothing
@@ -221,7 +221,7 @@ void ZipWriter::State::save() {
     for (NewItem* item : itemsInTurn()) {
         if (!std::holds_alternative<NewItem::InNewFile>(item->content)) archive_->append(*item);
     }
-    archive_->finish(allowZip64_);
+    return archive_->finish(allowZip64_);
 }
 
 void ZipWriter::State::close() noexcept {
@@ -261,14 +261,15 @@ std::unique_ptr<InputStream> ZipWriter::read(std::string_view name) const {
     return state_->read(name);
 }
 
-void ZipWriter::save() {
+std::optional<fl::filesystem::FileStamp> ZipWriter::save() {
     try {
-        state_->save();
+        const auto saved = state_->save();
+        state_->close();
+        return saved;
     } catch (...) {
         state_->close();
         throw;
     }
-    state_->close();
 }
 
 }  // namespace opc::zip

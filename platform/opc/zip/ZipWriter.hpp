@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -52,8 +53,9 @@ public:
     // Whether there was a file to be replaced when the writer was made.
     bool replacesFile() const noexcept;
     bool changed() const noexcept;
-    // Does nothing when nothing changed. Afterwards, also when it throws, the writer is spent.
-    void save();
+    // Returns the stamp of the file that it wrote; does nothing when nothing changed, and returns
+    // none. Afterwards, also when it throws, the writer is spent.
+    std::optional<fl::filesystem::FileStamp> save();
 
     class State;
 

@@ -1,0 +1,118 @@
+#include "package/PackagedMetadata.hpp"
+
+#include <opc/Streams.hpp>
+
+#include <utility>
+
+#include "package/Layout.hpp"
+#include "package/MetadataDocument.hpp"
+#include "package/Parts.hpp"
+
+namespace appserialization {
+
+using opc::model::XercesHelper;
+using xercesc::DOMElement;
+
+namespace {
+
+// What a package that says nothing about its app stands for.
+AppMetadata defaultMetadata() {
+    AppMetadata metadata;
+    metadata.setName(u"");
+    metadata.setAuthor(u"");
+    metadata.setVersion(layout::kDefaultVersion);
+    metadata.setSummary(u"");
+    metadata.setKORVALRelease(u"");
+    for (const auto* text : layout::kTextElementsAsRead)
+        (metadata.*text->set)(text->defaultText);
+    for (const auto& list : layout::kListElements)
+        (metadata.*list.set)({});
+    return metadata;
+}
+
+}  // namespace
+
+PackagedMetadata::PackagedMetadata(ustring fileName) : PackagedAppFile(std::move(fileName)) {
+    open();
+    validateFileParts();
+}
+
+PackagedMetadata::PackagedMetadata(const PackagedAppFile& opened) : PackagedAppFile(opened) {
+    open();
+    validateFileParts();
+}
+
+PackagedMetadata::~PackagedMetadata() {
+    try {
+        close();
+    } catch (...) {
+        // Nothing was to be saved, and a destructor has nobody to tell.
+    }
+}
+
+AppMetadata PackagedMetadata::getAppMetadata() const {
+    validateFileParts();
+    AppMetadata metadata = defaultMetadata();
+    readMetadataPart(metadata);
+    readCoreProperties(metadata);
+    return metadata;
+}
+
+void PackagedMetadata::readMetadataPart(AppMetadata& metadata) const {
+    const auto found = package().getRelationshipsByType(layout::kMetadata.relationshipType);
+    // Two are as bad as none: nobody can tell which part is meant.
+    if (found.size() != 1) return;
+    const MetadataDocument document(package().getTarget(found.front()));
+    for (const auto* text : layout::kTextElementsAsRead) {
+        ustring value = *(metadata.*text->get)();
+        readStringElement(document.root(), value, text->name);
+        (metadata.*text->set)(value);
+    }
+    for (const auto& list : layout::kListElements) {
+        std::vector<ustring> values;
+        readStringArrayElement(document.root(), values, list.name, list.item, list.attribute);
+        (metadata.*list.set)(values);
+    }
+}
+
+void PackagedMetadata::readStringElement(const DOMElement* parent, ustring& value,
+                                         const ustring& name) {
+    const DOMElement* element = XercesHelper::getElement(parent, name);
+    if (element != nullptr) XercesHelper::getElementText(element, value);
+}
+
+void PackagedMetadata::readStringArrayElement(const DOMElement* parent,
+                                              std::vector<ustring>& values, const ustring& listName,
+                                              const ustring& itemName,
+                                              const ustring& attributeName) {
+    const DOMElement* list = XercesHelper::getElement(parent, listName);
+    if (list == nullptr) return;
+    for (const DOMElement* item : XercesHelper::getElements(list, itemName)) {
+        // An item without the attribute still counts, so that positions stay what they are.
+        XercesHelper::getElementAttribute(item, attributeName, values.emplace_back());
+    }
+}
+
+void PackagedMetadata::readCoreProperties(AppMetadata& metadata) const {
+    const opc::qzservices::CoreProperties properties = coreProperties().getCoreProperties();
+    if (const auto title = properties.getTitle()) metadata.setName(*title);
+    // The package's description is the app's summary; the app's own description is in the XML.
+    if (const auto description = properties.getDescription()) metadata.setSummary(*description);
+    if (const auto version = properties.getVersion()) metadata.setVersion(*version);
+    if (const auto createdBy = properties.getCreatedBy()) metadata.setAuthor(*createdBy);
+    metadata.setKORVALRelease(properties.getKORVALRelease());
+}
+
+void PackagedMetadata::getAppScreenshot(std::vector<std::uint8_t>& bytes, ustring& format) const {
+    validateFileParts();
+    const auto found = package().getRelationshipsByType(layout::kScreenshotRelationship);
+    if (found.size() != 1) return;
+    const opc::model::Part part = package().getTarget(found.front());
+    requireScreenshotSize(getFileName(), part.getName(), part.size());
+    const auto stream = part.getInputStream();
+    opc::ByteArrayOutAdaptor image(bytes);
+    opc::StreamHelper::copyStreamToStream(*stream, image);
+    format = part.getName().getExtension();
+}
+
+}  // namespace appserialization
