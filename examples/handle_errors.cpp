@@ -33,7 +33,7 @@ bool printName(const ustring& file) {
     } catch (const AppFileReaderInvalidFileExtension&) {
         std::cout << toUtf8(file) << ": this is no app; its name ends otherwise\n";
     } catch (const AppFileReaderExceptionBase& error) {
-        // The file is there and is damaged: the message says where.
+        // The file is there and holds no app: the message says why.
         std::cout << toUtf8(error.getFileName()) << ": " << error.what() << '\n';
     } catch (const std::exception& error) {
         // Whatever else goes wrong: the package library's errors, no memory, the disk.

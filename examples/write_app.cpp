@@ -23,9 +23,9 @@ AppMetadata describe() {
 
 void writeApp(const ustring& app, const ustring& model) {
     AppFileWriter writer(app, true);
+    writer.setKORVALCodeText(u"classdef TideTable < lumenforge.App\nend\n");  // first: it saves
     writer.setAppModelFromFile(model);
     writer.setAppMetadata(describe());
-    writer.setKORVALCodeText(u"classdef TideTable < lumenforge.App\nend\n");
     writer.close();  // nothing more is saved without it
 }
 

@@ -11,8 +11,8 @@
 namespace appserialization {
 
 // Reads a packaged app file (".kvpkg"). The constructor opens the file read-only, and it stays open
-// until the reader is closed or destroyed; metadata, screenshot and code are read from the file anew
-// by each call. A failed call leaves the reader usable. Use a reader from one thread at a time;
+// until the reader is closed or destroyed; each call reads afresh from that open file, whatever takes
+// its name meanwhile. A failed call leaves the reader usable. Use a reader from one thread at a time;
 // several readers may share a file.
 class APPSERIALIZATION_API AppFileReader {
 public:
@@ -26,7 +26,8 @@ public:
     AppFileReader& operator=(const AppFileReader&) = delete;
 
     // Lets go of the file. Afterwards only getFileName(), getAppMetadata() and getAppScreenshot()
-    // work; the other calls throw the package library's error.
+    // work: the two open the file again, and fail when it is not the same. The other calls throw the
+    // package library's error.
     void close();
 
     // The absolute path of the file.
@@ -39,17 +40,18 @@ public:
     // the code cannot be read.
     ustring getKORVALCodeText() const;
 
-    // The complete record; throws what KVPKGMetadataReader throws.
+    // The record that KVPKGMetadataReader reads. Throws AppFileReaderGenericException when the app
+    // model is missing; errors of the package library pass unchanged.
     AppMetadata getAppMetadata() const;
 
     // Replaces both arguments by the encoded image and its format ("png"), or by nothing when the app
-    // has no screenshot. Throws what KVPKGMetadataReader throws.
+    // has no screenshot. Throws what getAppMetadata() throws.
     void getAppScreenshot(std::vector<std::uint8_t>& bytes, ustring& format) const;
 
     // Writes the binary app model to the file `destination`, which is replaced. Throws
     // AppFileReaderGenericException when the app model is missing, std::out_of_range when no
     // relationship leads to it, and the package library's error when reading or writing fails or
-    // `destination` is the app file itself.
+    // `destination` cannot be opened or is the app file itself.
     void copyAppDataToTempFile(const ustring& destination) const;
 
 private:

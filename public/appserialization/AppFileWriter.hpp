@@ -13,14 +13,16 @@ namespace appserialization {
 // Creates or edits a packaged app file. Set what is to change, in any order, then call close() once:
 // it puts the new file in the place of the old one, whole or not at all. What is not set stays as it
 // was. Only close() and setKORVALCodeText() touch the file; a writer that is destroyed without
-// close() changes nothing more. Errors of the package library, the XML library and the file system
+// close() changes nothing more. A writer means the file that it was constructed on: both fail, and
+// touch nothing, when the file was changed, renamed or replaced since, or the name leads elsewhere;
+// a working directory that changed makes no difference. Errors of the package library, the XML library and the file system
 // pass unchanged. When a setter fails, what it sets stays as it was; where it had begun to change the
 // app already, every later call but the destructor throws, so that half of a change is never saved. Use a
 // writer from one thread at a time.
 class APPSERIALIZATION_API AppFileWriter {
 public:
     // Starts from an empty package when the file does not exist or `createNew` is true, else from
-    // what the file holds. Any file name is taken.
+    // what the file holds. Any file name is taken; a relative one counts from the working directory.
     AppFileWriter(const ustring& fileName, bool createNew);
     ~AppFileWriter();
     AppFileWriter(const AppFileWriter&) = delete;
@@ -30,7 +32,8 @@ public:
     void close();
 
     // Sets the app's source code. Saves everything set so far, then the code, each whole or not at
-    // all. When it fails after the first save the writer is closed.
+    // all, so call it first: what is set before it is written twice. When it fails after the first
+    // save the writer is closed.
     void setKORVALCodeText(const ustring& codeText);
 
     // Sets the binary app model to the bytes of a file. A file that does not open leaves the model as

@@ -21,8 +21,10 @@ public:
 
     ustring getFileName() const override;
     ustring getExtension() const override;
-    // Every field is present. Texts that the file lacks have fixed defaults; a file with none, or with
-    // several, metadata parts has defaults only. Errors of the package library pass unchanged.
+    // Every field is present; one that the file lacks has its default. Where none or several
+    // relationships lead to metadata parts, the metadata part is not read and only name, summary,
+    // author, version and release, which are core properties, come from the file. Errors of the
+    // package library pass unchanged.
     AppMetadata readMetadata() const override;
     // Both empty unless the package has exactly one screenshot. The format is the extension of the
     // part's name as spelled there.
