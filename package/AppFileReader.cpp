@@ -88,13 +88,14 @@ ustring AppFileReader::AppFileReaderImpl::getKORVALCodeText() const {
 
 // Opened anew for each call, so that these calls work on a closed reader too.
 AppMetadata AppFileReader::AppFileReaderImpl::getAppMetadata() const {
-    return PackagedMetadata(*this).getAppMetadata();
+    return PackagedMetadata(getFileName(), physicalPackage()).getAppMetadata();
 }
 
 void AppFileReader::AppFileReaderImpl::getAppScreenshot(std::vector<std::uint8_t>& bytes,
                                                         ustring& format) const {
     Screenshot screenshot;
-    PackagedMetadata(*this).getAppScreenshot(screenshot.second, screenshot.first);
+    PackagedMetadata(getFileName(), physicalPackage())
+        .getAppScreenshot(screenshot.second, screenshot.first);
     std::tie(format, bytes) = std::move(screenshot);
 }
 

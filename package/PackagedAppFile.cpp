@@ -14,8 +14,8 @@ using opc::qzservices::DeterministicMode;
 
 PackagedAppFile::PackagedAppFile(ustring fileName)
     : fileName_(std::move(fileName)), physicalPackage_(fileName_, true) {}
-PackagedAppFile::PackagedAppFile(const PackagedAppFile& other)
-    : fileName_(other.fileName_), physicalPackage_(other.physicalPackage_) {}
+PackagedAppFile::PackagedAppFile(ustring fileName, const opc::zippackage::ZipPhysicalPackage& file)
+    : fileName_(std::move(fileName)), physicalPackage_(file) {}
 PackagedAppFile::~PackagedAppFile() = default;
 
 void PackagedAppFile::open() {

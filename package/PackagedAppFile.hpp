@@ -22,9 +22,10 @@ public:
 protected:
     // Takes a validated name; nothing is open yet.
     explicit PackagedAppFile(ustring fileName);
-    // For another reader of the file that `other` has opened, or had before it was closed.
-    explicit PackagedAppFile(const PackagedAppFile& other);
+    // For another reader of the file that `file` means (see ZipPhysicalPackage).
+    PackagedAppFile(ustring fileName, const opc::zippackage::ZipPhysicalPackage& file);
     ~PackagedAppFile();
+    PackagedAppFile(const PackagedAppFile&) = delete;
     PackagedAppFile& operator=(const PackagedAppFile&) = delete;
 
     void open();

@@ -37,7 +37,9 @@ PackagedMetadata::PackagedMetadata(ustring fileName) : PackagedAppFile(std::move
     validateFileParts();
 }
 
-PackagedMetadata::PackagedMetadata(const PackagedAppFile& opened) : PackagedAppFile(opened) {
+PackagedMetadata::PackagedMetadata(ustring fileName,
+                                   const opc::zippackage::ZipPhysicalPackage& file)
+    : PackagedAppFile(std::move(fileName), file) {
     open();
     validateFileParts();
 }

@@ -15,10 +15,10 @@ namespace appserialization {
 // package open; errors of the package library pass unchanged.
 class PackagedMetadata : public PackagedAppFile {
 public:
-    // Opens the file of a validated name, or again what another reader has opened. Throws
+    // Opens the file of a validated name, or the one that another reader has opened as `file`. Throws
     // AppFileReaderGenericException when it has no app model.
     explicit PackagedMetadata(ustring fileName);
-    explicit PackagedMetadata(const PackagedAppFile& opened);
+    PackagedMetadata(ustring fileName, const opc::zippackage::ZipPhysicalPackage& file);
     ~PackagedMetadata();
 
     AppMetadata getAppMetadata() const;
