@@ -4,6 +4,7 @@
 #include <foundation/Clock.hpp>
 #include <foundation/Diagnostics.hpp>
 #include <foundation/Exceptions.hpp>
+#include <foundation/Immortal.hpp>
 #include <foundation/ReleaseInfo.hpp>
 #include <foundation/ustring.hpp>
 

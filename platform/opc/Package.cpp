@@ -1,6 +1,7 @@
 #include <opc/Package.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Immortal.hpp>
 #include <foundation/Shown.hpp>
 
 #include "platform/opc/PackageNames.hpp"
@@ -200,15 +201,13 @@ void Package::deleteRelationship(const ustring& id) {
 }
 
 const ustring& PackageHelper::getThumbnailRelationshipType() {
-    static const ustring type =
-        u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/thumbnail";
-    return type;
+    static const foundation::Immortal<ustring> type(names::kThumbnailRelationship);
+    return *type;
 }
 
 const ustring& PackageHelper::getCorePropertiesRelationshipType() {
-    static const ustring type =
-        u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties";
-    return type;
+    static const foundation::Immortal<ustring> type(names::kCorePropertiesRelationship);
+    return *type;
 }
 
 }  // namespace opc::model

@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-// The names that the packaging standard itself gives to items of a package.
+// The names that the packaging standard itself gives.
 namespace opc::names {
 
 inline constexpr std::string_view kContentTypesItem = "[Content_Types].xml";
@@ -14,5 +14,10 @@ inline constexpr foundation::ustring_view kRelationshipsType =
 // The relationships of part "/folder/name" stand in "/folder/_rels/name.rels".
 inline constexpr foundation::ustring_view kRelationshipsFolder = u"/_rels/";
 inline constexpr foundation::ustring_view kRelationshipsExtension = u".rels";
+// Relationship types that lead from the package to its thumbnail and its core properties.
+inline constexpr foundation::ustring_view kThumbnailRelationship =
+    u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/thumbnail";
+inline constexpr foundation::ustring_view kCorePropertiesRelationship =
+    u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties";
 
 }  // namespace opc::names

@@ -3,6 +3,7 @@
 #include <opc/Exception.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Immortal.hpp>
 #include <foundation/Shown.hpp>
 
 #include "platform/opc/Ascii.hpp"
@@ -57,8 +58,8 @@ bool isRelationshipsName(const PartName& name) {
 }
 
 bool isPackageRelationships(const PartName& name) {
-    static const PartName own(names::kRelationshipsPart);
-    return name == own;
+    static const foundation::Immortal<PartName> own(names::kRelationshipsPart);
+    return name == *own;
 }
 
 bool derives(std::string_view name, std::string_view parent) {

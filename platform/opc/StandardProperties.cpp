@@ -58,7 +58,7 @@ struct StandardProperties::Row {
     bool isModified() const { return kind == Kind::Date && local == "modified"; }
 };
 
-const StandardProperties::Row StandardProperties::kRows[] = {
+constinit const StandardProperties::Row StandardProperties::kRows[] = {
     {kDublinCore, "title", Kind::Text, &CoreProperties::title_},
     {kDublinCore, "subject"},
     {kDublinCore, "creator", Kind::Text, &CoreProperties::createdBy_},

@@ -39,9 +39,8 @@ BindingRegistry::BindingRegistry() = default;
 BindingRegistry::~BindingRegistry() = default;
 
 BindingRegistry& BindingRegistry::instance() {
-    // Never destroyed: handles may be released while the process ends.
-    static auto& registry = *new BindingRegistry;
-    return registry;
+    static const foundation::Immortal<BindingRegistry> registry;
+    return *registry;
 }
 
 hvArrayProxy BindingRegistry::announceForConstructor(const COSClassInfo& info,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/Export.hpp>
+#include <foundation/Immortal.hpp>
 #include <hvarray/Array.hpp>
 #include <tarvo/COSClassInfo.hpp>
 #include <tarvo/InternedString.hpp>
@@ -50,6 +51,7 @@ public:
 
 private:
     friend class BoundObject;
+    friend class foundation::Immortal<BindingRegistry>;
     using Bindings = std::map<full::Wrappable*, BoundObject*>;
 
     BindingRegistry();

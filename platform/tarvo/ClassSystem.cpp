@@ -1,6 +1,7 @@
 #include <tarvo/ClassSystem.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/Immortal.hpp>
 #include <hvarray/Inspection.hpp>
 #include <messages/Catalog.hpp>
 #include <tarvo/BindingRegistry.hpp>
@@ -45,10 +46,9 @@ using RegistrationPtr = std::shared_ptr<const Registration>;
 
 class NamespaceTable {
 public:
-    // Never destroyed: modules may unregister while the process ends.
     static NamespaceTable& instance() {
-        static auto& table = *new NamespaceTable;
-        return table;
+        static const foundation::Immortal<NamespaceTable> table;
+        return *table;
     }
 
     void add(InternedString name, NamespaceDefiner definer) {

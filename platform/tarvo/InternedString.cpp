@@ -1,5 +1,7 @@
 #include <tarvo/InternedString.hpp>
 
+#include <foundation/Immortal.hpp>
+
 #include <functional>
 #include <mutex>
 #include <set>
@@ -8,12 +10,11 @@ namespace tarvo::internal {
 
 InternedString makeInterned(std::string_view text) {
     static std::mutex mutex;
-    // Nodes never move and are never erased, so pointers to them stay good. The pool is not destroyed
-    // either: static objects of other modules may still use their names when the process ends.
-    static auto& pool = *new std::set<std::string, std::less<>>;
+    // Nodes never move and are never erased, so pointers to them stay good.
+    static const foundation::Immortal<std::set<std::string, std::less<>>> pool;
     const std::lock_guard lock(mutex);
-    auto found = pool.find(text);
-    if (found == pool.end()) found = pool.emplace(text).first;
+    auto found = pool->find(text);
+    if (found == pool->end()) found = pool->emplace(text).first;
     return InternedString(*found);
 }
 

@@ -1,12 +1,13 @@
 #include "tools/qzapp/AppLayout.hpp"
 
 #include <fl/i18n.hpp>
+#include <foundation/Immortal.hpp>
 
 namespace qzapp::layout {
 
 const std::vector<MetadataElement>& metadataElements() {
     using fl::i18n::ustring_to_utf8;
-    static const std::vector<MetadataElement> elements = [] {
+    static const foundation::Immortal<std::vector<MetadataElement>> elements([] {
         std::vector<MetadataElement> all;
         for (const auto* text : app::kTextElementsAsWritten)
             all.push_back({ustring_to_utf8(text->name), "", ""});
@@ -15,8 +16,8 @@ const std::vector<MetadataElement>& metadataElements() {
                            ustring_to_utf8(list.attribute)});
         }
         return all;
-    }();
-    return elements;
+    }());
+    return *elements;
 }
 
 }  // namespace qzapp::layout

@@ -3,6 +3,7 @@
 #include <foundation/ustring.hpp>
 #include <opc/HostProperties.hpp>
 #include <opc/Package.hpp>
+#include <opc/PackageNames.hpp>
 #include <opc/StandardProperties.hpp>
 #include <quillcode/CodePart.hpp>
 
@@ -27,33 +28,33 @@ struct AppPart {
     const char* option;  // of "qzapp edit", which sets it
     RuleName whenDangling = "part-dangling";
 };
-inline const AppPart kModel{
+inline constexpr AppPart kModel{
     app::kAppModel.name,
     app::kAppModel.contentType,
     app::kAppModel.relationshipType,
     "model-unlinked",
     "--model FILE",
 };
-inline const AppPart kCode{
+inline constexpr AppPart kCode{
     quillcode::codepart::kName,
     quillcode::codepart::kContentType,
     quillcode::codepart::kRelationshipType,
     "code-missing",
     "--code FILE",
 };
-inline const AppPart kMetadata{
+inline constexpr AppPart kMetadata{
     app::kMetadata.name, app::kMetadata.contentType, app::kMetadata.relationshipType,
     "metadata-missing",  "--set KVPKGVersion=1",
 };
-inline const AppPart kCoreProperties{
+inline constexpr AppPart kCoreProperties{
     opc::qzservices::StandardProperties::kPartName,
     opc::qzservices::StandardProperties::kContentType,
-    opc::model::PackageHelper::getCorePropertiesRelationshipType(),
+    opc::names::kCorePropertiesRelationship,
     "core-properties-missing",
     "--set Name=NAME",
     "relationship-dangling",
 };
-inline const AppPart kHostProperties{
+inline constexpr AppPart kHostProperties{
     opc::qzservices::HostProperties::kPartName,
     opc::qzservices::HostProperties::kContentType,
     opc::qzservices::HostProperties::kRelationshipType,
@@ -61,7 +62,7 @@ inline const AppPart kHostProperties{
     "--set KVPKGVersion=1",
     "relationship-dangling",
 };
-inline const std::array kParts = {kModel, kCode, kMetadata, kCoreProperties, kHostProperties};
+inline constexpr std::array kParts = {kModel, kCode, kMetadata, kCoreProperties, kHostProperties};
 
 // Whether relationships of this type lead to a part of an app.
 inline bool isAppRelationship(foundation::ustring_view type) {

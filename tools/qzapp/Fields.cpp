@@ -46,15 +46,14 @@ std::string joinedNames(bool (*isWanted)(Field)) {
 
 }  // namespace
 
-const std::vector<Field>& allFields() {
-    static const std::vector<Field> fields = [] {
-        std::vector<Field> all;
-        for (std::size_t i = 0; i < appmetadata::kFieldNames.size(); ++i) {
-            all.push_back(static_cast<Field>(i));
-        }
+std::span<const Field> allFields() {
+    static constexpr auto kFields = [] {
+        std::array<Field, appmetadata::kFieldNames.size()> all{};
+        for (std::size_t i = 0; i < all.size(); ++i)
+            all[i] = static_cast<Field>(i);
         return all;
     }();
-    return fields;
+    return kFields;
 }
 
 const char* nameOf(Field field) {

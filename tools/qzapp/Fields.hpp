@@ -4,6 +4,7 @@
 
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -21,7 +22,7 @@ using FieldValue = std::variant<ustring, List>;
 using FieldValues = std::map<Field, FieldValue>;
 
 // In the record's order.
-const std::vector<Field>& allFields();
+std::span<const Field> allFields();
 const char* nameOf(Field field);
 bool isList(Field field);
 

@@ -9,8 +9,8 @@
 
 namespace qzapp {
 
-inline const foundation::ustring kPackagedExtension = u".kvpkg";
-inline const foundation::ustring kTextExtension = u".k";
+inline constexpr const char16_t* kPackagedExtension = u".kvpkg";
+inline constexpr const char16_t* kTextExtension = u".k";
 
 enum class Form { Packaged, Text };
 

@@ -1,8 +1,10 @@
 #include "tools/qzapp/PackageView.hpp"
 
 #include <fl/i18n.hpp>
+#include <foundation/Immortal.hpp>
 #include <opc/Exception.hpp>
 #include <opc/Package.hpp>
+#include <opc/PackageNames.hpp>
 
 #include <span>
 #include <utility>
@@ -71,13 +73,13 @@ ViewedItem viewOf(const ZipItem& item) {
 }  // namespace
 
 const ContentType& relationshipsType() {
-    static const ContentType type(u"application/vnd.openxmlformats-package.relationships+xml");
-    return type;
+    static const foundation::Immortal<ContentType> type(opc::names::kRelationshipsType);
+    return *type;
 }
 
 const PartName& packageRelationships() {
-    static const PartName name(u"/_rels/.rels");
-    return name;
+    static const foundation::Immortal<PartName> name(opc::names::kRelationshipsPart);
+    return *name;
 }
 
 bool isAppName(const FileName& file) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
 #include <opc/Package.hpp>
+#include <opc/PackageNames.hpp>
 
 #include <algorithm>
 #include <functional>
@@ -27,7 +28,6 @@ using opc::model::Part;
 
 constexpr std::size_t kMaxLineBytes = 2000;
 constexpr std::size_t kShownLineBytes = 120;
-const foundation::ustring kRelationshipsPart = u"/_rels/.rels";
 
 std::string_view textOf(const std::vector<std::uint8_t>& bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -61,7 +61,8 @@ bool isCoreProperties(const Package& package, const Part& part) {
 }
 
 std::string meaningHash(const Package& package, const Part& part, const std::string& hash) {
-    if (part.getName().toString() == kRelationshipsPart) return relationshipsHash(package);
+    if (part.getName().toString() == opc::names::kRelationshipsPart)
+        return relationshipsHash(package);
     if (!isCoreProperties(package, part)) return hash;
     return sha256Hex(
         withoutModifiedTime(std::string(textOf(opc::model::readAll(part, kMaxXmlBytes)))));

@@ -8,6 +8,7 @@
 #include <array>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,14 +29,22 @@ constexpr string_view kThumbnailSection = "app:thumbnail";
 
 struct Section {
     string_view name;
-    std::vector<string_view> elements;
+    std::span<const string_view> elements;
 };
-const std::array kSections = {
-    Section{"app:appDetails", {"Name", "Author", "Summary", "Description", "Version"}},
-    Section{"app:internalData",
-            {"AppId", "AppType", "MinimumSupportedKORVALRelease", "KORVALRelease",
-             "RequiredProducts", "UserComponents", "ImageRelativePaths"}},
-    Section{kThumbnailSection, {"Thumbnail"}},
+constexpr std::array<string_view, 5> kDetails = {"Name", "Author", "Summary", "Description",
+                                                 "Version"};
+constexpr std::array<string_view, 7> kInternalData = {"AppId",
+                                                      "AppType",
+                                                      "MinimumSupportedKORVALRelease",
+                                                      "KORVALRelease",
+                                                      "RequiredProducts",
+                                                      "UserComponents",
+                                                      "ImageRelativePaths"};
+constexpr std::array<string_view, 1> kThumbnail = {"Thumbnail"};
+constexpr std::array kSections = {
+    Section{"app:appDetails", kDetails},
+    Section{"app:internalData", kInternalData},
+    Section{kThumbnailSection, kThumbnail},
 };
 
 // The places of all markers, in the order of the text.

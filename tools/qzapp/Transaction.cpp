@@ -32,7 +32,7 @@ std::string extensionOf(const fl::filesystem::path& file) {
 }
 
 std::string privateFolderBeside(const fl::filesystem::path& target) {
-    static std::random_device random;
+    std::random_device random;
     const std::string directory =
         fl::filesystem::detail::make_native_access_form_i18n(target.parent());
     return fmt::format("{}/.qzapp-{}-{:08x}", directory, ::getpid(), random());
