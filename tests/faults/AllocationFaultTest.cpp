@@ -1,23 +1,43 @@
 // Saves and reads while memory runs out.
 
-#include <functional>
+#include <fl/SystemCalls.hpp>
+#include <opc/Streams.hpp>
 
+#include <cerrno>
+#include <functional>
+#include <vector>
+
+#include "platform/opc/zip/ZipWriter.hpp"
 #include "tests/faults/FaultsTest.hpp"
 
 namespace faults {
+
+using test_support::Memory;
+
 namespace {
 
-// Every allocation fails once.
+// Every allocation fails, alone or with all that follow.
 class AllocationFaultTest : public FaultsTest {
 protected:
     // Runs `operation` with one allocation after another failing; `check` is told whether it threw.
     // What is made at first use must be there already.
     void failEach(const std::function<void()>& operation, const std::function<void(bool)>& check) {
+        for (const Memory then : test_support::kMemories)
+            failEach(operation, check, then);
+    }
+
+    bool isCreation_ = false;
+    std::size_t step_ = kStep;
+
+private:
+    void failEach(const std::function<void()>& operation, const std::function<void(bool)>& check,
+                  Memory then) {
         for (std::size_t number = 1; !HasFailure(); number += step_) {
-            SCOPED_TRACE("allocation " + std::to_string(number));
+            SCOPED_TRACE("allocation " + std::to_string(number) +
+                         (then == Memory::StaysExhausted ? " and all that follow" : ""));
             reset(isCreation_);
             const auto before = held();
-            test_support::failAllocation(number);
+            test_support::failAllocation(number, then);
             const bool threw = throws(operation);
             const bool failed = test_support::allocationFailed();
             test_support::failAllocation(0);
@@ -30,9 +50,6 @@ protected:
             return;
         }
     }
-
-    bool isCreation_ = false;
-    std::size_t step_ = kStep;
 };
 
 class SaveAllocationTest : public AllocationFaultTest,
@@ -67,6 +84,21 @@ TEST_P(ReadAllocationTest, ThrowsOrIsRight) {
     const std::string expected = GetParam().run(app(), inputs_, scratch());
     failEach([&] { EXPECT_EQ(GetParam().run(app(), inputs_, scratch()), expected); },
              [&](bool) { EXPECT_EQ(content(), example_); });
+}
+
+TEST_F(AllocationFaultTest, TakesBackALargeItemWithNeitherMemoryNorDisk) {
+    using fl::filesystem::systemCalls;
+    opc::zip::ZipWriter writer(fl::filesystem::path(app()), nullptr, true);
+    auto stream = writer.set("large", {.deflate = false});
+    stream->write(std::vector<std::byte>(std::size_t{2} << 20));
+    systemCalls().ftruncate = [](int, off_t) {
+        errno = EIO;
+        return -1;
+    };
+    test_support::failAllocation(1, Memory::StaysExhausted);
+    stream.reset();
+    EXPECT_TRUE(test_support::allocationFailed());
+    test_support::failAllocation(0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Read, ReadAllocationTest, testing::ValuesIn(readOperations()),

@@ -15,11 +15,13 @@ std::atomic<std::size_t> bytes{0};  // in them
 std::atomic<std::size_t> peak{0};
 std::size_t peakStart = 0;
 thread_local std::size_t countdown = 0;
+thread_local Memory afterwards = Memory::IsThereAgain;
 thread_local bool failed = false;
 
 // Whether the allocation that is asked for now is the one that fails.
 bool fails() noexcept {
     if (countdown == 0 || --countdown != 0) return false;
+    if (afterwards == Memory::StaysExhausted) countdown = 1;
     failed = true;
     errno = ENOMEM;
     return true;
@@ -56,8 +58,9 @@ std::size_t peakBytes() noexcept {
     return peak - peakStart;
 }
 
-void failAllocation(std::size_t number) noexcept {
+void failAllocation(std::size_t number, Memory then) noexcept {
     countdown = number;
+    afterwards = then;
     failed = false;
 }
 

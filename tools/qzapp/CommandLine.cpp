@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "tools/qzapp/ErrorStream.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Output.hpp"
 #include "tools/qzapp/Verbs.hpp"
@@ -147,20 +148,31 @@ int parseAndRun(int argc, const char* const* argv) {
     return action();
 }
 
-}  // namespace
-
-int runCommandLine(int argc, const char* const* argv) {
+// Reports all failures but the lack of memory.
+int runAndReport(int argc, const char* const* argv) {
     try {
         return parseAndRun(argc, argv);
     } catch (const Error& e) {
         report(e.what());
         return e.exitStatus();
     } catch (const std::bad_alloc&) {
-        report("there is not enough memory");
+        throw;
     } catch (const std::exception& e) {
         report(e.what());
+        return kFailed;
     }
-    return kFailed;
+}
+
+}  // namespace
+
+int runCommandLine(int argc, const char* const* argv) {
+    try {
+        return runAndReport(argc, argv);
+    } catch (const std::bad_alloc&) {
+        // There may be too little even to report another failure: this takes none.
+        writeMessage("qzapp: there is not enough memory\n");
+        return kFailed;
+    }
 }
 
 }  // namespace qzapp

@@ -8,9 +8,9 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
+#include <exception>
 #include <fstream>
 #include <string_view>
-#include <system_error>
 
 #include "tools/qzapp/ErrorStream.hpp"
 
@@ -121,12 +121,21 @@ void Progress::start() {
     const SignalsBlocked blocked;
     try {
         thread_ = std::thread([this] { run(); });
-    } catch (const std::system_error&) {
-        isUnderWay = false;  // without a thread there is no bar
+    } catch (const std::exception&) {
+        isUnderWay = false;  // without a thread, or memory for one, there is no bar
     }
 }
 
-void Progress::run() {
+void Progress::run() noexcept {
+    try {
+        drawUntilEnd();
+    } catch (const std::exception&) {
+        // The work goes on without its bar when there is no memory to draw it.
+    }
+    eraseBar();
+}
+
+void Progress::drawUntilEnd() {
     const auto began = Clock::now();
     std::unique_lock lock(mutex_);
     if (ended_.wait_for(lock, kPatience, [this] { return hasEnded_; })) return;
@@ -135,7 +144,6 @@ void Progress::run() {
         const std::uint64_t done = std::min(std::max(done_(), before_) - before_, total_);
         drawBar(barOf(done, total_, passed.count(), show_));
     } while (!ended_.wait_for(lock, kBetweenDrawings, [this] { return hasEnded_; }));
-    eraseBar();
 }
 
 }  // namespace qzapp

@@ -28,7 +28,8 @@ private:
     using Show = std::string (*)(std::uint64_t);
 
     void start();
-    void run();
+    void run() noexcept;
+    void drawUntilEnd();
 
     std::uint64_t total_;
     Measure done_;

@@ -7,6 +7,7 @@
 #include <exception>
 #include <filesystem>
 #include <functional>
+#include <new>
 #include <string>
 #include <system_error>
 
@@ -98,9 +99,8 @@ int run(const CLI::App& app, const Options& options) {
     return ended == kSuccess ? status : ended;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+// What can fail here is the lack of memory alone, for which reporting a failure may have too little.
+int runHost(int argc, char** argv) {
     CLI::App app("A small host: loads the app library and calls the class that it registers.",
                  "qzhost");
     Options options;
@@ -111,4 +111,15 @@ int main(int argc, char** argv) {
         return app.exit(error) == 0 ? kSuccess : kWrongCommandLine;
     }
     return run(app, options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return runHost(argc, argv);
+    } catch (const std::bad_alloc&) {
+        std::fputs("qzhost: there is not enough memory\n", stderr);
+        return kFailure;
+    }
 }

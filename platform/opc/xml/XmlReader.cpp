@@ -87,8 +87,18 @@ struct NameHash : std::hash<std::string_view> {
     using is_transparent = void;
 };
 
+// Where in a document something is, from 1.
+struct Place {
+    XML_Size line, column;
+
+    std::string toString() const {
+        return "line " + std::to_string(line) + ", column " + std::to_string(column);
+    }
+};
+
 // One run of expat over one document. Exceptions never pass through expat, which is C: a callback
-// keeps what it caught and stops the parser.
+// keeps what it caught and stops the parser. What is said about it is put together when expat has
+// returned, since there may be no memory for it.
 class Run {
 public:
     Run(std::string_view document, Handler* handler)
@@ -115,14 +125,12 @@ public:
     void parse(const std::string& where) {
         // In one piece: fed in parts, a token that spans them is scanned again for each.
         const auto status = XML_Parse(parser_.get(), document_.data(), int(document_.size()), 1);
-        if (failure_) std::rethrow_exception(failure_);
+        if (failure_) rethrowFailure(where);
         if (status == XML_STATUS_OK) return;
         const auto code = XML_GetErrorCode(parser_.get());
         if (code == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
-        const std::string text =
-            XML_ErrorString(code) + std::string("; mend the XML or get the file again");
-        throw Exception(where + ": " + place() + ": " +
-                        shown(refusal_ ? *refusal_ : text, foundation::kMaxShownMessage));
+        throwRefusal(where, currentPlace(),
+                     XML_ErrorString(code) + std::string("; mend the XML or get the file again"));
     }
 
 private:
@@ -130,25 +138,31 @@ private:
         void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
     };
 
-    // Runs one callback's work; nothing after the first failure.
+    [[noreturn]] static void throwRefusal(const std::string& where, const Place& place,
+                                          const std::string& text) {
+        throw Exception(where + ": " + place.toString() + ": " +
+                        shown(text, foundation::kMaxShownMessage));
+    }
+    [[noreturn]] void rethrowFailure(const std::string& where) const {
+        try {
+            std::rethrow_exception(failure_);
+        } catch (const Refusal& refusal) {
+            throwRefusal(where, failurePlace_, refusal.what());
+        }
+    }
+
+    // Runs one callback's work; nothing after the first failure. Allocates nothing itself.
     template <class Work>
     static void guarded(void* self, Work work) noexcept {
         Run& run = *static_cast<Run*>(self);
-        if (run.refusal_ || run.failure_) return;
+        if (run.failure_) return;
         try {
             work(run);
-            return;
-        } catch (const Refusal& refusal) {
-            try {
-                run.refusal_ = refusal.what();
-            } catch (...) {
-                run.failure_ = std::current_exception();
-            }
         } catch (...) {
             run.failure_ = std::current_exception();
+            run.failurePlace_ = run.currentPlace();
+            XML_StopParser(run.parser_.get(), XML_FALSE);
         }
-        run.place_ = run.currentPlace();
-        XML_StopParser(run.parser_.get(), XML_FALSE);
     }
 
     static void onStart(void* self, const char* name, const char** attributes) noexcept {
@@ -247,11 +261,10 @@ private:
             StartTag(splitName(name), prefixOf(name), attributes_, declarations, bindings_));
     }
 
-    std::string currentPlace() const {
-        return "line " + std::to_string(XML_GetCurrentLineNumber(parser_.get())) + ", column " +
-               std::to_string(XML_GetCurrentColumnNumber(parser_.get()) + 1);
+    Place currentPlace() const {
+        return {XML_GetCurrentLineNumber(parser_.get()),
+                XML_GetCurrentColumnNumber(parser_.get()) + 1};
     }
-    std::string place() const { return place_.empty() ? currentPlace() : place_; }
 
     std::string_view document_;
     Handler* handler_;
@@ -264,9 +277,8 @@ private:
     std::size_t elements_ = 0;
     std::size_t others_ = 0;
     std::size_t declarations_ = 0;
-    std::optional<std::string> refusal_;
-    std::string place_;
     std::exception_ptr failure_;
+    Place failurePlace_{};
 };
 
 void run(std::string_view document, const std::string& where, Handler* handler) {

@@ -75,8 +75,8 @@ void NewArchive::cancelItem() noexcept {
 void NewArchive::cutAt(std::uint64_t offset) noexcept {
     try {
         file_->cutAt(offset);
-    } catch (const Exception&) {
-        // The bytes are a gap now, which finish() closes.
+    } catch (...) {
+        // The bytes are a gap now, which finish() closes. There may be no memory for the Exception.
     }
 }
 
