@@ -27,6 +27,7 @@
 
 #include "package/Layout.hpp"
 #include "package/MetadataDocument.hpp"
+#include "package/OtherMetadata.hpp"
 #include "package/Parts.hpp"
 
 namespace appserialization {
@@ -74,9 +75,11 @@ private:
     Part createPartAndRelationship(const ustring& partName, const ustring& contentType,
                                    const ustring& relationshipType);
 
-    Fallbacks readFallbacks() const;
+    std::optional<MetadataDocument> readEarlierMetadata() const;
+    static Fallbacks fallbacksIn(const DOMElement* earlier);
     void writeMetadataPart(Part& part, const AppMetadata& metadata,
-                           const Fallbacks& fallbacks) const;
+                           const DOMElement* earlier) const;
+    void keepOther(const Part& part, const DOMElement* earlier, DOMElement* root) const;
     void writeCoreProperties(const AppMetadata& metadata);
     static boost::optional<ustring> getElementText(const DOMElement* element);
     void writeStringElement(DOMElement* parent, boost::optional<ustring> value,
@@ -270,31 +273,36 @@ void AppFileWriter::AppFileWriterImpl::setAppMetadata(const AppMetadata& metadat
     // Before anything changes: the serialiser would stop in the middle of the part.
     requireXmlText(metadata);
     requireModelApart();
-    const Fallbacks fallbacks = readFallbacks();
+    const auto earlier = readEarlierMetadata();
     // Core properties that cannot be read are refused now, not when the metadata part has changed.
     static_cast<void>(coreProperties_->getCoreProperties());
     Part part = createPartAndRelationship(layout::kMetadata.name, layout::kMetadata.contentType,
                                           layout::kMetadata.relationshipType);
-    writeMetadataPart(part, metadata, fallbacks);
+    writeMetadataPart(part, metadata, earlier ? earlier->root() : nullptr);
     isHalfChanged_ = true;
     writeCoreProperties(metadata);
     isHalfChanged_ = false;
 }
 
-auto AppFileWriter::AppFileWriterImpl::readFallbacks() const -> Fallbacks {
-    Fallbacks fallbacks;
+std::optional<MetadataDocument> AppFileWriter::AppFileWriterImpl::readEarlierMetadata() const {
     const auto found = package_->getRelationshipsByType(layout::kMetadata.relationshipType);
-    if (found.empty()) return fallbacks;
-    const MetadataDocument document(package_->getTarget(found.front()));
+    if (found.empty()) return std::nullopt;
+    return std::optional<MetadataDocument>(std::in_place, package_->getTarget(found.front()));
+}
+
+auto AppFileWriter::AppFileWriterImpl::fallbacksIn(const DOMElement* earlier) -> Fallbacks {
+    Fallbacks fallbacks;
+    if (earlier == nullptr) return fallbacks;
     for (const auto* text : layout::kTextElementsAsRead) {
-        const DOMElement* element = XercesHelper::getElement(document.root(), text->name);
+        const DOMElement* element = XercesHelper::getElement(earlier, text->name);
         if (element != nullptr) fallbacks[text] = getElementText(element);
     }
     return fallbacks;
 }
 
 void AppFileWriter::AppFileWriterImpl::writeMetadataPart(Part& part, const AppMetadata& metadata,
-                                                         const Fallbacks& fallbacks) const {
+                                                         const DOMElement* earlier) const {
+    const Fallbacks fallbacks = fallbacksIn(earlier);
     const auto writer = XercesHelper::createWriter();
     const auto document = XercesHelper::createDocument();
     document->setXmlStandalone(true);
@@ -309,7 +317,18 @@ void AppFileWriter::AppFileWriterImpl::writeMetadataPart(Part& part, const AppMe
     for (const auto& list : layout::kListElements) {
         writeStringArrayElement(root, (metadata.*list.get)(), list.name, list.item, list.attribute);
     }
+    if (earlier != nullptr) keepOther(part, earlier, root);
     XercesHelper::writeDocumentToStream(writer, document, *part.getOutputStream());
+}
+
+void AppFileWriter::AppFileWriterImpl::keepOther(const Part& part, const DOMElement* earlier,
+                                                 DOMElement* root) const {
+    try {
+        keepOtherMetadata(earlier, root);
+    } catch (const opc::Exception& fault) {
+        throw opc::Exception(shownName(fileName_) + ": " +
+                             foundation::shown(part.getName().toString()) + ": " + fault.what());
+    }
 }
 
 void AppFileWriter::AppFileWriterImpl::writeCoreProperties(const AppMetadata& metadata) {

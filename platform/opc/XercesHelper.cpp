@@ -13,6 +13,7 @@
 
 #include "platform/opc/PartStreams.hpp"
 #include "platform/opc/xml/DomBuilder.hpp"
+#include "platform/opc/xml/DomCopier.hpp"
 #include "platform/opc/xml/XercesMemory.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 
@@ -25,6 +26,7 @@ namespace opc::model {
 
 using foundation::shown;
 
+using xml::DomCopier;
 using xml::XercesMemory;
 
 namespace {
@@ -78,13 +80,14 @@ bool isElement(const xercesc::DOMNode& node, const ustring& name) {
     return node.getNodeType() == xercesc::DOMNode::ELEMENT_NODE && hasLocalName(node, name);
 }
 
-// An attribute by local name. One without prefix comes first.
+// An attribute by local name. One without prefix comes first; a namespace declaration is none.
 const xercesc::DOMNode* findAttribute(const xercesc::DOMElement& element, const ustring& name) {
     if (const auto* const exact = element.getAttributeNode(name.c_str())) return exact;
     const auto* const attributes = element.getAttributes();
     for (XMLSize_t i = 0; i < attributes->getLength(); ++i) {
         const auto* const attribute = attributes->item(i);
-        if (hasLocalName(*attribute, name)) return attribute;
+        if (hasLocalName(*attribute, name) && !DomCopier::isDeclaration(*attribute))
+            return attribute;
     }
     return nullptr;
 }
@@ -305,6 +308,27 @@ void XercesHelper::setElementAttribute(xercesc::DOMElement* element, const ustri
     given(element, "element");
     requireXmlText(value, name);
     translated(shown(name), [&] { element->setAttribute(name.c_str(), value.c_str()); });
+}
+
+void XercesHelper::copyAttributes(const xercesc::DOMElement* from, xercesc::DOMElement* to,
+                                  const ustring& except) {
+    const auto& source = given(from, "element to copy from");
+    auto& target = given(to, "element to copy to");
+    translated(display(target.getNodeName()),
+               [&] { DomCopier::copyAttributes(source, target, findAttribute(source, except)); });
+}
+
+void XercesHelper::appendCopies(xercesc::DOMElement* parent,
+                                const std::vector<const xercesc::DOMElement*>& elements) {
+    auto& target = given(parent, "parent for elements");
+    const auto name = display(target.getNodeName());
+    translated(name, [&] {
+        try {
+            DomCopier::appendCopies(elements, target);
+        } catch (const xml::Refusal& refusal) {
+            throw Exception(name + ": " + refusal.what());
+        }
+    });
 }
 
 }  // namespace opc::model

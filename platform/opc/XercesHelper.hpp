@@ -59,8 +59,8 @@ public:
     static XercesParserPtr createParser();
 
     // Parses the rest of `stream` into a document that lives as long as `parser` does or until its
-    // next call, and that has the elements, attributes and text; no comments, instructions, prefixes
-    // or declarations. The text is checked in linear time: UTF-8 or UTF-16, no document type, bounded
+    // next call, and that has the elements, attributes and text, with their prefixes, and namespace
+    // declarations as attributes; no comments or instructions. The text is checked in linear time: UTF-8 or UTF-16, no document type, bounded
     // depth, attributes, names and size. There are no schemas to validate
     // against, so `validate` must be false. Messages name the document by the part that the stream
     // reads, or by `systemId` for any other stream; they tell `expectedNamespace`, which is not
@@ -95,6 +95,19 @@ public:
                                     ustring& value);
     static void setElementAttribute(xercesc::DOMElement* element, const ustring& name,
                                     const ustring& value);
+
+    // For keeping what a document holds besides: both copy into another document in linear time, and
+    // what they copy means the same there as long as attributes, and with them namespace declarations,
+    // of the elements around it are copied, too. The default namespace may be another one.
+    //
+    // Adds the attributes that `to` lacks, except for what getElementAttribute(from, except) takes and
+    // for the declaration of the default namespace.
+    static void copyAttributes(const xercesc::DOMElement* from, xercesc::DOMElement* to,
+                               const ustring& except);
+    // Appends copies of elements that have one parent. Throws opc::Exception where it would take more
+    // than 16 MiB to declare their default namespace for each.
+    static void appendCopies(xercesc::DOMElement* parent,
+                             const std::vector<const xercesc::DOMElement*>& elements);
 };
 
 // Throws opc::Exception that names `field` and the position when `text` holds what XML 1.0 cannot: a

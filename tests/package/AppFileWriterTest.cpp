@@ -161,6 +161,94 @@ TEST_F(AppFileWriterTest, AnEarlierElementWithoutTextGivesTheDefault) {
     EXPECT_EQ(read.getScreenshotMode().value(), u"");
 }
 
+// A metadata part of a later host: the attributes of its root, and the root's content.
+std::string laterMetadata(const std::string& attributes, const std::string& content) {
+    return "<metadata xmlns=\"http://schemas.quorvane.com/lumenForge/app/2017/appMetadata\"" +
+           attributes + ">" + content + "</metadata>";
+}
+
+TEST_F(AppFileWriterTest, KeepsWhatLaterHostsHavePutIntoTheMetadataPart) {
+    const struct {
+        const char* why;
+        std::string before;
+        const char* kept;
+    } rows[] = {
+        {"elements follow those of the record, in their order",
+         laterMetadata("", "<z a=\"1\"><y/>t&amp;</z><uuid>u</uuid><b/>"),
+         "<userComponents/><z a=\"1\"><y/>t&amp;</z><b/></metadata>"},
+        {"attributes of the root, and the namespaces that they and the elements need",
+         laterMetadata(" xmlns:h=\"urn:h\" h:rev=\"3\" xml:lang=\"de\"", "<h:x of=\"h:type\"/>"),
+         "/appMetadata\" xmlns:h=\"urn:h\" h:rev=\"3\" xml:lang=\"de\"><description>"},
+        {"prefixes in values mean what they did",
+         laterMetadata(" xmlns:h=\"urn:h\"", "<h:x of=\"h:type\"/>"),
+         "<userComponents/><h:x of=\"h:type\"/></metadata>"},
+        {"where the default namespace was another one",
+         "<m:metadata xmlns=\"urn:d\" xmlns:m=\"urn:m\"><x><y/></x><z xmlns=\"\"/></m:metadata>",
+         "<userComponents/><x xmlns=\"urn:d\"><y/></x><z xmlns=\"\"/></metadata>"},
+        {"the value that items and lists declare is not mistaken for theirs",
+         laterMetadata("",
+                       "<componentProducts xmlns:id=\"urn:id\"><product xmlns:h=\"urn:h\" "
+                       "id=\"a\" h:id=\"b\"/></componentProducts>"),
+         "<componentProducts xmlns:id=\"urn:id\"><product xmlns:h=\"urn:h\" h:id=\"b\" "
+         "id=\"a\"/><product id=\"b\"/><product id=\"a\"/></componentProducts>"},
+        {"the n-th item of a value is the n-th again",
+         laterMetadata("",
+                       "<componentProducts><product id=\"b\" n=\"1\"/><product id=\"a\"/>"
+                       "<product id=\"c\" n=\"2\"/><product id=\"a\" n=\"3\"/>"
+                       "<product id=\"a\" n=\"4\"/></componentProducts>"),
+         "<componentProducts><product id=\"a\"/><product id=\"b\" n=\"1\"/>"
+         "<product id=\"a\" n=\"3\"/></componentProducts>"},
+        {"attributes of a text that stays, and not of one that is set",
+         laterMetadata("", "<description f=\"md\">old</description><uuid f=\"hex\">u</uuid>"),
+         "<description>new</description><KVPKGVersion>1</KVPKGVersion>"
+         "<minimumSupportedKORVALRelease>R2016a</minimumSupportedKORVALRelease>"
+         "<screenshotMode>auto</screenshotMode><uuid f=\"hex\">u</uuid>"},
+        {"a second of the record's elements does not come back, but one of another namespace does",
+         laterMetadata(" xmlns:h=\"urn:h\"",
+                       "<uuid>1</uuid><uuid>2</uuid><h:uuid>3</h:uuid><userComponents/>"
+                       "<userComponents><x/></userComponents>"),
+         "<userComponents/><h:uuid>3</h:uuid></metadata>"},
+    };
+    AppMetadata record;
+    record.setDescription(u"new");
+    record.setRequiredProducts({u"a", u"b", u"a"});
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        good(goodPackage().with(kMetadataPart, row.before));
+        setMetadata(record);
+        const std::string once = PackageContents(app_).parts.at(kMetadataPart);
+        EXPECT_THAT(once, HasSubstr(row.kept));
+        setMetadata(record);
+        EXPECT_EQ(PackageContents(app_).parts.at(kMetadataPart), once) << "it does not grow";
+    }
+}
+
+TEST_F(AppFileWriterTest, KeepsNoMoreMetadataThanReadersTake) {
+    std::string attributes, elements;
+    for (int i = 0; i < 62; ++i)
+        attributes += " a" + std::to_string(i) + "=\"\"";
+    for (int i = 0; i < 20'000; ++i)
+        elements += "<b/>";
+    const struct {
+        const char* complaint;
+        std::string before;
+    } rows[] = {
+        {"appMetadata.xml: line 1, column 57: an element has more than 64 attributes",
+         "<m:m xmlns:m=\"urn:m\"" + attributes + " z=\"\"/>"},
+        {"appMetadata.xml: metadata: what is kept would take more than 16 MiB; remove some of it",
+         "<m:m xmlns:m=\"urn:m\" xmlns=\"" + std::string(1024, 'u') + "\">" + elements + "</m:m>"},
+    };
+    for (const auto& row : rows) {
+        const auto before = goodPackage().with(kMetadataPart, row.before);
+        good(before);
+        edit([&](AppFileWriter& writer) {
+            EXPECT_THAT([&] { writer.setAppMetadata(AppMetadata()); },
+                        ThrowsMessage<opc::Exception>(HasSubstr(row.complaint)));
+        });
+        EXPECT_EQ(bytes(), before.bytes());
+    }
+}
+
 TEST_F(AppFileWriterTest, CreatesOrKeepsAsAsked) {
     AppFileWriter(app_, false).close();
     EXPECT_THAT(PackageContents(app_).targets(test_support::kModelType), IsEmpty());
@@ -454,6 +542,12 @@ TEST_F(AppFileWriterTest, NeedsNoMoreThanASmallStack) {
         writer.close();
         AppFileReader(app_).copyAppDataToTempFile(directory_.name("copy"));
     });
+    std::string deepest;
+    for (int i = 0; i < 63; ++i)
+        deepest = "<b xmlns=\"urn:" + std::to_string(i) + "\">" + deepest + "</b>";
+    good(goodPackage().withMetadata(deepest));
+    test_support::onSmallStack([&] { setMetadata(AppMetadata()); });
+    EXPECT_THAT(PackageContents(app_).parts.at(kMetadataPart), HasSubstr(deepest.substr(0, 500)));
 }
 
 }  // namespace

@@ -7,34 +7,40 @@
 #include <xercesc/dom/DOMElement.hpp>
 #include <xercesc/dom/DOMText.hpp>
 
+#include "platform/opc/xml/ElementCopier.hpp"
+
 namespace opc::xml {
 
 namespace {
 
 using fl::i18n::utf8_to_ustring_strict;
 
+// The namespace of their attributes.
+constexpr std::string_view kDeclarations = "http://www.w3.org/2000/xmlns/";
+
+// As a node of its own, since setAttributeNS() compares the namespace with all that are there.
+void setAttribute(xercesc::DOMElement& element, std::string_view nameSpace, const std::string& name,
+                  std::string_view value) {
+    const auto uri = utf8_to_ustring_strict(nameSpace);
+    auto* const node = element.getOwnerDocument()->createAttributeNS(
+        uri.empty() ? nullptr : uri.c_str(), utf8_to_ustring_strict(name).c_str());
+    node->setValue(utf8_to_ustring_strict(value).c_str());
+    element.setAttributeNodeNS(node);
+}
+
 }  // namespace
 
 void DomBuilder::start(const StartTag& tag) {
     endText();
     const auto nameSpace = utf8_to_ustring_strict(tag.name().nameSpace);
-    const auto local = utf8_to_ustring_strict(tag.name().local);
-    open_.push_back(
-        document_->createElementNS(nameSpace.empty() ? nullptr : nameSpace.c_str(), local.c_str()));
-    for (const auto& attribute : tag.attributes())
-        setAttribute(*open_.back(), attribute);
-}
-
-void DomBuilder::setAttribute(xercesc::DOMElement& element, const Attribute& attribute) {
-    const auto nameSpace = utf8_to_ustring_strict(attribute.name.nameSpace);
-    // With some prefix, so that a lookup by the plain name finds the attribute that has none.
-    const auto qualified =
-        (nameSpace.empty() ? u"" : u"n:") + utf8_to_ustring_strict(attribute.name.local);
-    // As a node of its own, since setAttributeNS() compares the namespace with all that are there.
-    auto* const node = document_->createAttributeNS(nameSpace.empty() ? nullptr : nameSpace.c_str(),
-                                                    qualified.c_str());
-    node->setValue(utf8_to_ustring_strict(attribute.value).c_str());
-    element.setAttributeNodeNS(node);
+    const auto name = utf8_to_ustring_strict(qualifiedName(tag));
+    auto* const element =
+        document_->createElementNS(nameSpace.empty() ? nullptr : nameSpace.c_str(), name.c_str());
+    open_.push_back(element);
+    for (const auto& [prefix, uri] : tag.declarations())
+        setAttribute(*element, kDeclarations, declarationName(prefix), uri);
+    for (const auto& [itsName, value, prefix] : tag.attributes())
+        setAttribute(*element, itsName.nameSpace, qualified(prefix, itsName.local), value);
 }
 
 // An element is attached when it is complete: the DOM looks at all ancestors of the new parent, which

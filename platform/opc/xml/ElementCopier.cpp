@@ -2,15 +2,15 @@
 
 namespace opc::xml {
 
-namespace {
-
 std::string qualified(std::string_view prefix, std::string_view local) {
     std::string name(prefix);
     if (!prefix.empty()) name += ':';
     return name.append(local);
 }
 
-}  // namespace
+std::string declarationName(std::string_view prefix) {
+    return prefix.empty() ? "xmlns" : qualified("xmlns", prefix);
+}
 
 std::string qualifiedName(const StartTag& tag) {
     return qualified(tag.prefix(), tag.name().local);
@@ -19,7 +19,7 @@ std::string qualifiedName(const StartTag& tag) {
 std::vector<std::pair<std::string, std::string>> qualifiedAttributes(const StartTag& tag) {
     std::vector<std::pair<std::string, std::string>> all;
     for (const auto& [prefix, nameSpace] : tag.declarations())
-        all.emplace_back(prefix.empty() ? "xmlns" : qualified("xmlns", prefix), nameSpace);
+        all.emplace_back(declarationName(prefix), nameSpace);
     for (const Attribute& attribute : tag.attributes())
         all.emplace_back(qualified(attribute.prefix, attribute.name.local), attribute.value);
     return all;

@@ -11,6 +11,9 @@
 namespace opc::xml {
 
 // Names with their prefixes, as they stand in XML.
+std::string qualified(std::string_view prefix, std::string_view local);
+// Of the attribute that declares a namespace.
+std::string declarationName(std::string_view prefix);
 std::string qualifiedName(const StartTag& tag);
 // Those, and the values; the declarations of namespaces come first.
 std::vector<std::pair<std::string, std::string>> qualifiedAttributes(const StartTag& tag);
