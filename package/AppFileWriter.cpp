@@ -16,7 +16,6 @@
 #include <xercesc/dom/DOMElement.hpp>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <ios>
 #include <map>
@@ -28,6 +27,7 @@
 #include "package/Layout.hpp"
 #include "package/MetadataDocument.hpp"
 #include "package/OtherMetadata.hpp"
+#include "package/PartKinds.hpp"
 #include "package/Parts.hpp"
 
 namespace appserialization {
@@ -41,6 +41,7 @@ using opc::model::XercesHelper;
 using opc::qzservices::CoreProperties;
 using opc::qzservices::CorePropertiesManager;
 using opc::qzservices::DeterministicMode;
+using opc::qzservices::HostProperties;
 using opc::zippackage::ZipPhysicalPackage;
 using quillcode::QuillCodeFileWriter;
 using xercesc::DOMElement;
@@ -70,7 +71,7 @@ private:
     void openOPCPackage(const ustring& fileName, bool createNew);
     void open(const ZipPhysicalPackage& file, OpenMode mode);
     void requireUsable(const char* method) const;
-    void requireModelApart() const;
+    void requireOwnTargetOf(const ustring& relationshipType) const;
     void writeMinimalSetOfOPCProperties();
     Part createPartAndRelationship(const ustring& partName, const ustring& contentType,
                                    const ustring& relationshipType);
@@ -146,23 +147,12 @@ void AppFileWriter::AppFileWriterImpl::requireUsable(const char* method) const {
     }
 }
 
-// The model is found by its name. If one of the relationships that changes go by leads to it, too, it
-// would be changed or deleted in the place of what they stand for.
-void AppFileWriter::AppFileWriterImpl::requireModelApart() const {
-    const std::array<ustring, 3> changed = {layout::kMetadataRelationship,
-                                            layout::kScreenshotRelationship,
-                                            QuillCodeFileWriter::getRelationshipType()};
-    const PartName model{ustring(layout::kAppModel.name)};
-    for (const auto& relationship : package_->getRelationships()) {
-        if (std::ranges::find(changed, relationship.getType()) == changed.end()) continue;
+// What the first of these relationships leads to is going to be replaced.
+void AppFileWriter::AppFileWriterImpl::requireOwnTargetOf(const ustring& relationshipType) const {
+    for (const auto& relationship : package_->getRelationshipsByType(relationshipType)) {
         if (!package_->hasTarget(relationship)) continue;
-        if (package_->getTarget(relationship).getName() != model) continue;
-        throw opc::Exception(
-            shownName(fileName_) + ": /_rels/.rels: relationship \"" +
-            foundation::shown(relationship.getID()) + "\" of type \"" +
-            foundation::shown(relationship.getType()) + "\" leads to the app's model, " +
-            foundation::shown(model.toString()) +
-            ", which a change could destroy; lead it to a part of its own, or remove it");
+        requireOwnTarget(*package_, relationship, layout::partKinds());
+        return;
     }
 }
 
@@ -189,7 +179,7 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(const ustring& 
                                                                  const ustring& relationshipType) {
     const auto found = package_->getRelationshipsByType(relationshipType);
     // Written through whatever its name: a second part would leave readers with the first.
-    if (!found.empty()) return package_->getOwnTarget(found.front());
+    if (!found.empty()) return requireOwnTarget(*package_, found.front(), layout::partKinds());
 
     Part part =
         package_->createPart(PartName(partName), ContentType(contentType), layout::partInfo());
@@ -202,7 +192,7 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(const ustring& 
 
 void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText) {
     requireUsable("setKORVALCodeText");
-    requireModelApart();
+    requireOwnTargetOf(QuillCodeFileWriter::getRelationshipType());
     // Means this very file through all three steps, whatever its name leads to by then.
     const ZipPhysicalPackage file = *physicalPackage_;
     close();
@@ -272,7 +262,11 @@ void AppFileWriter::AppFileWriterImpl::setAppMetadata(const AppMetadata& metadat
     requireUsable("setAppMetadata");
     // Before anything changes: the serialiser would stop in the middle of the part.
     requireXmlText(metadata);
-    requireModelApart();
+    for (const ustring& type : {ustring(layout::kMetadataRelationship),
+                                PackageHelper::getCorePropertiesRelationshipType(),
+                                ustring(HostProperties::kRelationshipType)}) {
+        requireOwnTargetOf(type);
+    }
     const auto earlier = readEarlierMetadata();
     // Core properties that cannot be read are refused now, not when the metadata part has changed.
     static_cast<void>(coreProperties_->getCoreProperties());
@@ -406,8 +400,6 @@ void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::u
     const PartName name(ustring(layout::kScreenshotNameStem) + row.extension);
     requireScreenshotSize(fileName_, name, bytes.size());
 
-    requireModelApart();
-
     // First the new part, so that a name that is taken is refused while nothing has changed; unless
     // it takes the place of the old one.
     const auto old = previousScreenshot();
@@ -435,7 +427,7 @@ void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::u
 std::optional<PartName> AppFileWriter::AppFileWriterImpl::previousScreenshot() const {
     const auto found = package_->getRelationshipsByType(layout::kScreenshotRelationship);
     if (found.size() != 1 || !package_->hasTarget(found.front())) return std::nullopt;
-    return package_->getOwnTarget(found.front()).getName();
+    return requireOwnTarget(*package_, found.front(), layout::partKinds()).getName();
 }
 
 void AppFileWriter::AppFileWriterImpl::deleteOnlyRelationship(const ustring& type) {

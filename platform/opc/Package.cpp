@@ -146,22 +146,6 @@ bool Package::hasTarget(const Relationship& relationship) const {
     return name && hasPart(*name);
 }
 
-Part Package::getOwnTarget(const Relationship& relationship) const {
-    auto part = getTarget(relationship);
-    for (const auto& other : state().relationships().all()) {
-        const auto& type = other.getType();
-        if (type == relationship.getType() || type == PackageHelper::getThumbnailRelationshipType())
-            continue;
-        if (targetName(other) != part.getName()) continue;
-        state().refuse(
-            shown(names::kRelationshipsPart) + ": relationships \"" + shown(relationship.getID()) +
-            "\" and \"" + shown(other.getID()) + "\" both lead to " +
-            shown(part.getName().toString()) +
-            ", so that changing one would change the other; give each a part of its own");
-    }
-    return part;
-}
-
 std::vector<Part> Package::getParts() const {
     std::vector<Part> parts;
     for (const auto& part : state().partsInOrder())

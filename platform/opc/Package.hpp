@@ -106,9 +106,6 @@ public:
     // What a relationship of the package leads to; throws when that is no part of it.
     Part getTarget(const Relationship& relationship) const;
     bool hasTarget(const Relationship& relationship) const;
-    // The same, for changing or deleting the part: throws also when a relationship of another type
-    // leads to it, because the change would change what that one stands for. Thumbnails may.
-    Part getOwnTarget(const Relationship& relationship) const;
     // In the order of the file; new parts last.
     std::vector<Part> getParts() const;
     // Throws when the package holds the name, or one that derives from it or that it derives from.

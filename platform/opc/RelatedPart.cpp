@@ -1,5 +1,11 @@
 #include "platform/opc/RelatedPart.hpp"
 
+#include <opc/PartKind.hpp>
+
+#include "platform/opc/HostProperties.hpp"
+#include "platform/opc/StandardProperties.hpp"
+
+#include <array>
 #include <string>
 
 namespace opc::model {
@@ -19,13 +25,27 @@ PartName freeName(const Package& package, const ustring& name) {
     return free;
 }
 
+// The kind of part that is asked for, and those that packages have of their own.
+std::array<PartKind, 3> kindsWith(const ustring& relationshipType, const ustring& name,
+                                  const ContentType& type) {
+    using qzservices::HostProperties;
+    using qzservices::StandardProperties;
+    return {
+        {{"the part", relationshipType, PartName(ustring_view(name)), type},
+         {"the core properties", PackageHelper::getCorePropertiesRelationshipType(),
+          PartName(StandardProperties::kPartName), ContentType(StandardProperties::kContentType)},
+         {"the host's properties", HostProperties::kRelationshipType,
+          PartName(HostProperties::kPartName), ContentType(HostProperties::kContentType)}}};
+}
+
 }  // namespace
 
 Part requireRelatedPart(Package& package, const ustring& relationshipType, const ustring& name,
                         const ContentType& type) {
     const auto relationships = package.getRelationshipsByType(relationshipType);
     for (const auto& relationship : relationships) {
-        if (package.hasTarget(relationship)) return package.getOwnTarget(relationship);
+        if (!package.hasTarget(relationship)) continue;
+        return requireOwnTarget(package, relationship, kindsWith(relationshipType, name, type));
     }
     auto part = package.createPart(freeName(package, name), type, StandardPartInfo(1, 0));
     for (const auto& dangling : relationships)

@@ -7,6 +7,7 @@
 #include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageTables.hpp>
+#include <opc/PartKind.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/Streams.hpp>
 #include <opc/XercesHelper.hpp>

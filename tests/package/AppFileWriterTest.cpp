@@ -507,28 +507,76 @@ TEST_F(AppFileWriterTest, SavesNothingAfterAChangeThatFailedHalfway) {
     EXPECT_FALSE(std::filesystem::exists(directory_.path() / "app.kvpkg"));
 }
 
-TEST_F(AppFileWriterTest, NothingThatIsChangedMayLeadToTheModel) {
-    const std::function<void(AppFileWriter&)> changes[] = {
-        [](AppFileWriter& writer) { writer.setAppScreenshot({1}, u"png"); },
-        [](AppFileWriter& writer) { writer.setKORVALCodeText(u"x = 1;"); },
-        [](AppFileWriter& writer) { writer.setAppMetadata(filledWith(u"text")); },
+// What each setter goes by, and where it finds its part in a good app.
+struct Setter {
+    const char16_t *type, *part;
+    void (*change)(AppFileWriter&);
+};
+const Setter kSetters[] = {
+    {test_support::kScreenshotType, u"/metadata/appScreenshot.png",
+     [](AppFileWriter& writer) { writer.setAppScreenshot({1}, u"png"); }},
+    {test_support::kCodeType, u"/korval/code.k",
+     [](AppFileWriter& writer) { writer.setKORVALCodeText(u"y = 2;"); }},
+    {test_support::kMetadataType, kMetadataPart,
+     [](AppFileWriter& writer) { writer.setAppMetadata(filledWith(u"text")); }},
+};
+
+TEST_F(AppFileWriterTest, IsRefusedWhatWouldDestroyAPartOfAnotherKindAndNothingElse) {
+    const struct {
+        const char* complaint;
+        const char16_t* part;
+    } rows[] = {
+        {"leads to the app's model, /lumenforge/appModel.kvd, which", kModelPart},
+        {"leads to the core properties, /docProps/core.xml, which", u"/docProps/core.xml"},
     };
-    for (const auto* type :
-         {test_support::kScreenshotType, test_support::kCodeType, test_support::kMetadataType}) {
-        const auto wrong =
-            leadingTo(type, kModelPart).withoutRelationships(test_support::kModelType);
-        for (const auto& change : changes) {
-            const ustring file = good(wrong);
-            EXPECT_THAT([&] { edit(change); },
-                        ThrowsMessage<opc::Exception>(
-                            HasSubstr("leads to the app's model, /lumenforge/appModel.kvd")));
-            EXPECT_EQ(bytes(), wrong.bytes());
+    for (const auto& row : rows) {
+        for (const Setter& wrong : kSetters) {
+            const auto before =
+                leadingTo(wrong.type, row.part).withoutRelationships(test_support::kModelType);
+            const std::string content = PackageContents(good(before)).parts.at(row.part);
+            for (const Setter& setter : kSetters) {
+                SCOPED_TRACE(fl::i18n::to_display(wrong.type) + ", " +
+                             fl::i18n::to_display(setter.type));
+                good(before);
+                if (&setter == &wrong) {
+                    EXPECT_THAT([&] { edit(setter.change); },
+                                ThrowsMessage<opc::Exception>(HasSubstr(row.complaint)));
+                    EXPECT_TRUE(bytes() == before.bytes());
+                    continue;
+                }
+                edit(setter.change);
+                const std::string after = PackageContents(app_).parts.at(row.part);
+                EXPECT_EQ(after == content,
+                          row.part == kModelPart || setter.type != test_support::kMetadataType)
+                    << "setting metadata sets the core properties, too";
+            }
         }
     }
-    const ustring file = good(goodPackage().withRelationship(u"urn:preview", kModelPart));
-    for (const auto& change : changes)
-        edit(change);
-    EXPECT_EQ(PackageContents(file).parts.at(kModelPart), std::string("model \0 bytes", 13));
+}
+
+TEST_F(AppFileWriterTest, FurtherRelationshipsToAPartAreNoReasonToRefuse) {
+    const char16_t* const types[] = {u"urn:preview", test_support::kModelType,
+                                     test_support::kScreenshotType, test_support::kMetadataType,
+                                     test_support::kCodeType};
+    for (const Setter& setter : kSetters) {
+        for (const char16_t* const type : types) {
+            if (type == setter.type) continue;
+            SCOPED_TRACE(fl::i18n::to_display(setter.type) + ", " + fl::i18n::to_display(type));
+            good(goodPackage().withRelationship(type, setter.part));
+            const std::string before = PackageContents(app_).parts.at(setter.part);
+            edit(setter.change);
+            EXPECT_NE(PackageContents(app_).parts.at(setter.part), before);
+        }
+    }
+    for (const char16_t* const type : types) {
+        good(goodPackage()
+                 .withRelationship(type, kModelPart)
+                 .withRelationship(type, u"/docProps/core.xml"));
+        edit([&](AppFileWriter& writer) { writer.setAppModelFromFile(model_); });
+        EXPECT_EQ(PackageContents(app_).parts.at(kModelPart), std::string("new \0 model", 11));
+        setMetadata(filledWith(u"new"));
+        EXPECT_EQ(PackageContents(app_).properties.getTitle(), u"new");
+    }
 }
 
 TEST_F(AppFileWriterTest, NeedsNoMoreThanASmallStack) {

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <foundation/Export.hpp>
+#include <opc/Package.hpp>
+
+#include <span>
+
+namespace opc::model {
+
+// A kind of part that a package has once or not at all, and how it is found. Parts that come in several
+// forms, as pictures do, have a kind for each, of one relationship type.
+struct PartKind {
+    const char* what;  // for messages: "the app's model"
+    ustring relationshipType;
+    PartName name;  // the usual one
+    ContentType contentType;
+    bool isFoundByName = false;  // as well as by relationship
+};
+
+// What says that a part is of a kind; the greater is the stronger.
+enum class Claim { None, ContentType, Name };
+
+// Of the kinds that relationships of this type lead to, the strongest.
+PLATFORM_API Claim claimOf(const ustring& relationshipType, const Part& part,
+                           std::span<const PartKind> kinds);
+
+// What a relationship leads to, for replacing or deleting it as the part of its type. Throws
+// opc::Exception where that would destroy a part of another one of `kinds`: where it is found as such,
+// and its name and content type do not say that it is of the relationship's own kind. Relationships of
+// types that are not among the kinds, and further ones to the same part, are no obstacle.
+PLATFORM_API Part requireOwnTarget(const Package& package, const Relationship& relationship,
+                                   std::span<const PartKind> kinds);
+
+}  // namespace opc::model
