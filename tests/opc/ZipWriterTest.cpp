@@ -6,11 +6,13 @@
 
 #include "platform/opc/zip/ZipFormat.hpp"
 #include "tests/opc/ZipTestSupport.hpp"
+#include "tests/support/WatchedSystem.hpp"
 #include "tests/support/ZipBuilder.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -22,6 +24,7 @@ namespace {
 using test_support::BuiltItem;
 using test_support::BuiltZip;
 using test_support::readFile;
+using test_support::WatchedSystem;
 
 class ZipWriterTest : public testing::Test {
 protected:
@@ -34,11 +37,11 @@ protected:
     std::unique_ptr<ZipWriter> edit() const {
         return std::make_unique<ZipWriter>(path(), open(), true);
     }
-    // Items, directory and end record are all there is then.
-    void save(ZipWriter& writer) const {
+    // Items, directory and end record are all there is then, behind what was in front.
+    void save(ZipWriter& writer, std::uint64_t front = 0) const {
         writer.save();
         const auto archive = open();
-        std::uint64_t end = 0;
+        std::uint64_t end = front;
         std::size_t records = 0;
         for (const ZipItem& item : archive->items()) {
             EXPECT_EQ(item.headerOffset, end) << item.name;
@@ -47,6 +50,13 @@ protected:
         }
         EXPECT_EQ(bytes().size(), end + records + 22 + archive->comment().size());
         EXPECT_EQ(filesInDirectory(), 1u);
+    }
+    void expectOthersToReadIt() const {
+        const std::string file = directory_.path() / "a.zip";
+        const std::string script =
+            "import sys, zipfile; sys.exit(zipfile.ZipFile(sys.argv[1]).testzip())";
+        EXPECT_EQ(std::system(("python3 -c '" + script + "' " + file).c_str()), 0);
+        EXPECT_EQ(std::system(("unzip -tqq " + file).c_str()), 0);
     }
     std::string names() const {
         std::string names;
@@ -85,11 +95,7 @@ TEST_F(ZipWriterTest, ReadsBackContentsOfEverySize) {
         const bool shrinks = name.ends_with("prose") && content.size() > 100;
         EXPECT_EQ(archive->find(name)->method == Method::Deflated, shrinks) << name;
     }
-    const std::string file = directory_.path() / "a.zip";
-    const std::string script =
-        "import sys, zipfile; sys.exit(zipfile.ZipFile(sys.argv[1]).testzip())";
-    EXPECT_EQ(std::system(("python3 -c '" + script + "' " + file).c_str()), 0);
-    EXPECT_EQ(std::system(("unzip -tqq " + file).c_str()), 0);
+    expectOthersToReadIt();
 }
 
 TEST_F(ZipWriterTest, KeepsWhatIsNotSetByteForByte) {
@@ -123,6 +129,78 @@ TEST_F(ZipWriterTest, KeepsWhatIsNotSetByteForByte) {
         const std::size_t offset = item.name == "zip64" ? record.size() - 8 : 42;
         record.replace(offset, 4, item.directoryRecord.substr(offset, 4));
         EXPECT_EQ(record, item.directoryRecord) << item.name;
+    }
+}
+
+// A program that unpacks the file, say.
+TEST_F(ZipWriterTest, KeepsWhatStandsInFrontOfTheFirstItem) {
+    const struct {
+        const char* why;
+        void (*change)(ZipWriter& writer);
+        const char* names;
+    } rows[] = {
+        {"the first item stays", [](ZipWriter& writer) { writeItem(writer, "b", "new"); }, "a b "},
+        {"the first item is replaced", [](ZipWriter& writer) { writeItem(writer, "a", "new"); },
+         "b a "},
+        {"all items are",
+         [](ZipWriter& writer) {
+             writeItem(writer, "a", "new");
+             writeItem(writer, "b", "new");
+         },
+         "a b "},
+        {"a large item is written first",
+         [](ZipWriter& writer) {
+             writer.remove("a");
+             writeItem(writer, "new", noise(2 << 20));
+         },
+         "new b "},
+        {"a gap is closed in front of a kept item",
+         [](ZipWriter& writer) {
+             writeItem(writer, "new", noise(2 << 20));
+             writeItem(writer, "other", noise(2 << 20, 2));
+             writer.remove("new");
+         },
+         "other a b "},
+        {"a gap is closed behind a kept item",
+         [](ZipWriter& writer) {
+             writeItem(writer, "large", noise(2 << 20));
+             writeItem(writer, "new", noise(2 << 20));
+             writer.remove("large");
+         },
+         "new a b "},
+        {"nothing else stays",
+         [](ZipWriter& writer) {
+             writer.remove("a");
+             writer.remove("b");
+         },
+         ""},
+    };
+    for (const bool sharesBlocks : {false, true}) {
+        for (const std::size_t size : {std::size_t{5}, std::size_t{300'000}}) {
+            const std::string front = "#!/bin/sh\n" + prose(size);
+            const BuiltZip base{.items = {{.name = "a", .content = prose(100'000), .before = front},
+                                          {.name = "b", .content = prose(200'000)}}};
+            for (const auto& row : rows) {
+                SCOPED_TRACE(std::string(row.why) + (sharesBlocks ? ", shared" : ""));
+                directory_.write("a.zip", base.bytes());
+                const auto writer = edit();
+                row.change(*writer);
+                {
+                    const WatchedSystem system(sharesBlocks ? WatchedSystem::FileSystem::Sharing
+                                                            : WatchedSystem::FileSystem::Current);
+                    save(*writer, front.size());
+                    const bool hasShared =
+                        std::ranges::any_of(system.calls(), [](const auto& call) {
+                            return call.name == "cloneRange" && call.succeeded;
+                        });
+                    EXPECT_TRUE(hasShared || &row != rows || !sharesBlocks || size == 5);
+                }
+                EXPECT_TRUE(bytes().starts_with(front));
+                EXPECT_EQ(names(), row.names);
+                const bool isEmpty = *row.names == '\0';
+                if (!isEmpty && !sharesBlocks && size > 5) expectOthersToReadIt();
+            }
+        }
     }
 }
 

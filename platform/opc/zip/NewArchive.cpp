@@ -20,14 +20,26 @@ NewArchive::NewArchive(const fl::filesystem::SaveTarget& target, const fl::files
       base_(std::move(base)),
       file_(std::make_shared<NewFile>(target, name)) {}
 
+// What stands in front of the base's first item, such as a program that unpacks the file.
+std::uint64_t NewArchive::frontSize() const noexcept {
+    return base_ && !base_->items().empty() ? base_->items().front().headerOffset : 0;
+}
+
+// Nothing stands in front of it, so it can only be missing at the very start.
+void NewArchive::appendFront() {
+    if (file_->tail() == 0 && frontSize() != 0) file_->appendFrom(base_->file(), 0, frontSize());
+}
+
 // A range starts at the first item's header and ends behind the last one's data, so gaps between
-// items are left out. The first range starts at the front of both files if the first item does:
+// items are left out. The first range starts at the front of both files if it has the first item:
 // then a file system that shares blocks has nothing to copy but the last one.
 void NewArchive::appendKept(const std::vector<const ZipItem*>& items) {
     for (std::size_t i = 0; i < items.size();) {
-        const std::uint64_t from = items[i]->headerOffset;
+        const bool isFirst = file_->tail() == 0 && items[i]->headerOffset == frontSize();
+        if (!isFirst) appendFront();
+        const std::uint64_t from = isFirst ? 0 : items[i]->headerOffset;
         const std::uint64_t to = file_->tail();
-        std::uint64_t end = from;
+        std::uint64_t end = items[i]->headerOffset;
         for (; i < items.size() && items[i]->headerOffset == end; ++i) {
             end = items[i]->endOffset;
             placed_[to + items[i]->headerOffset - from] = {to + end - from, items[i], nullptr};
@@ -37,6 +49,7 @@ void NewArchive::appendKept(const std::vector<const ZipItem*>& items) {
 }
 
 void NewArchive::append(NewItem& item) {
+    appendFront();
     const std::uint64_t begin = file_->tail();
     std::string header = format::localHeader(item.recordAt(begin), format::SizeRoom::Exact);
     const std::size_t headerSize = header.size();
@@ -51,6 +64,7 @@ void NewArchive::append(NewItem& item) {
 }
 
 void NewArchive::startItem(const NewItem& item) {
+    appendFront();
     writingFrom_ = file_->tail();
     // As long as the final header will be, whatever its numbers.
     writingHeader_ = format::localHeader(item.recordAt(0), format::SizeRoom::Growing).size();
@@ -108,7 +122,7 @@ void NewArchive::drop(const NewItem& item) noexcept {
 }
 
 bool NewArchive::hasGaps() const {
-    std::uint64_t end = 0;
+    std::uint64_t end = frontSize();
     for (const auto& [begin, placed] : placed_) {
         if (begin != end) return true;
         end = placed.end;
@@ -128,6 +142,7 @@ void NewArchive::closeGaps() {
             kept.push_back(at->second.kept);
         appendKept(kept);
         for (; at != placed.end() && at->second.fresh; ++at) {
+            appendFront();
             NewItem& item = *at->second.fresh;
             const std::uint64_t begin = file_->tail();
             const std::uint64_t size = at->second.end - at->first;
@@ -164,6 +179,7 @@ std::string NewArchive::directory(bool allowZip64) const {
 
 fl::filesystem::FileStamp NewArchive::finish(bool allowZip64) {
     if (hasGaps()) closeGaps();
+    appendFront();
     std::string records;
     try {
         records = directory(allowZip64);

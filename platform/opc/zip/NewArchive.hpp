@@ -11,7 +11,8 @@
 namespace opc::zip {
 
 // The zip file that a save makes: which items stand where in it. Items are appended, and may be
-// dropped again before it is finished. Failures are opc::Exception.
+// dropped again before it is finished. Bytes in front of the base's first item come first here, too.
+// Failures are opc::Exception.
 class NewArchive {
 public:
     // `target` and `name` (for messages) must outlive it; `base` may be null.
@@ -46,6 +47,8 @@ private:
 
     using PlacedItems = std::map<std::uint64_t, Placed>;  // by where they begin
 
+    std::uint64_t frontSize() const noexcept;
+    void appendFront();
     void dropPlaced(PlacedItems::const_iterator dropped) noexcept;
     void cutAt(std::uint64_t offset) noexcept;
     void placeFresh(NewItem& item, std::uint64_t begin, std::size_t headerSize);
