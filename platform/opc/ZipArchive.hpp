@@ -33,6 +33,8 @@ struct PLATFORM_API ZipItem {
     std::uint64_t endOffset = 0;
     // Whether a reader that starts at the front of the file learns the size behind the data only.
     bool hasDescriptor = false;
+    // What the local header calls a salvaged item, where that is another name. Empty otherwise.
+    std::string localName = {};
     // The item's directory record as it stands, for taking the item over into another file. Lives
     // as long as the archive.
     std::string_view directoryRecord;

@@ -75,6 +75,24 @@ TEST(HostileCorpus, GivesWhatIsRightOrSaysWhatIsWrongAtABoundedCost) {
     EXPECT_GE(corpus().size(), 200U);
 }
 
+// What is left of it, too, is found at such a cost.
+TEST(HostileCorpus, IsSearchedForWhatIsLeftAtABoundedCost) {
+    const TemporaryDirectory directory;
+    test_support::onSmallStack([&] {
+        for (const HostileFile& file : corpus()) {
+            if (!isPackaged(file)) continue;
+            const fl::filesystem::path app(directory.write(file.name, file.bytes));
+            std::vector<opc::zip::LostItem> lost;
+            test_support::startPeak();
+            const double start = seconds();
+            static_cast<void>(opc::zip::ZipArchive::salvage(app, lost));
+            EXPECT_LE(seconds() - start, mostSeconds(file.content)) << file.name;
+            EXPECT_LE(test_support::peakBytes(), mostMemory(file.content)) << file.name;
+            std::filesystem::remove(directory.path() / file.name);
+        }
+    });
+}
+
 // Items that are completed while a large one is being written do not gather in memory.
 TEST(ZipWriterCost, HoldsNoMoreThanItsBudgetBesideALargeItem) {
     const TemporaryDirectory directory;

@@ -41,6 +41,21 @@ std::string asIfEnded(const std::string& data, std::size_t size, int width) {
            kLocalPart;
 }
 
+// Without its directory: an item, and then local headers of the same name which all lead to one stream
+// that inflates to many times the file's size.
+std::string sharedTail() {
+    constexpr std::size_t kHeaders = 2000, kHeaderSize = 31;
+    const std::string content(std::size_t{32} << 20, '\0'), tail = test_support::deflated(content);
+    std::string bytes =
+        BuiltZip{.items = {{.name = "a", .method = 0}}}.bytes().substr(0, kHeaderSize);
+    for (std::size_t left = kHeaders; left-- > 0;) {
+        bytes += "PK\3\4" + little(20, 2) + little(8, 2) + little(8, 2) + little(0, 16) +
+                 little(1, 2) + little(left * kHeaderSize, 2) + "a";
+    }
+    return bytes + tail + "PK\7\10" + little(crc32Of(content), 4) + little(tail.size(), 4) +
+           little(content.size(), 4);
+}
+
 // Refused when it is opened.
 const ZipRow kEndRecords[] = {
     {{.count = 10}, "there is no item's record at byte 559 of the directory$AGAIN"},
@@ -281,6 +296,9 @@ const struct {
     {repeated("PK\5\6", 20000),
      "the end record at offset 79976 announces a comment of 19280 bytes, but the file ends before "
      "that$AGAIN"},
+    {sharedTail(), "$NOEND 65557 bytes$AGAIN"},
+    {repeated("PK\3\4", 50000), "$NOEND 65557 bytes$AGAIN"},
+    {repeated("PK\1\2", 50000), "$NOEND 65557 bytes$AGAIN"},
 };
 
 void addZips(Corpus& corpus, std::span<const ZipRow> rows, const std::string& start) {

@@ -67,6 +67,10 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     crc.items[1].crc = 7;
     twice.items[2].name = "A";
     hidden.items[1].isListed = false;
+    BuiltZip misnamed = good(), bomb = good();
+    misnamed.items[0].name = "b";
+    misnamed.items[0].localName = "a";
+    bomb.items[0] = {.name = "a", .content = std::string(80 << 20, '\0'), .crc = 7};
     BuiltZip headless = good(), described = good(), encrypted = good();
     headless.items[1].localSignature = "XX\3\4";
     described.items[0].descriptor = 16;
@@ -81,6 +85,10 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          "a=aaaaaaaaaa;b=bb;c: the file ends before its data does;"},
         {"something stands in front, so offsets are wrong", "junk" + good().bytes(), all},
         {"the directory's name wins over the local one", renamed.bytes(), all},
+        {"a name in the directory that is another item's", misnamed.bytes(), all},
+        {"a damaged item that inflates to more than is read in vain", bomb.bytes(),
+         "b=bb;c=ccc;a: its content is damaged: the checksum does not match the one in the "
+         "directory; get the file again from where it came from;"},
         {"a local header without its signature", headless.bytes(), all},
         {"sizes in a descriptor only", withoutDirectory(described), all},
         {"zip in zip is content", withoutDirectory(nested),

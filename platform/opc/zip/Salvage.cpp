@@ -15,6 +15,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <utility>
 
 namespace opc::zip {
@@ -25,11 +26,13 @@ using namespace format;
 
 constexpr std::size_t kBlock = std::size_t{1} << 20;
 constexpr std::size_t kPiece = std::size_t{128} << 10;
-// What may be read in vain before the search gives up, as a multiple of the file and on top of it,
-// and what each attempt counts for at least. Whatever a file holds, its search ends.
+// What may be read again in vain before the search gives up, as a multiple of the file and on top of
+// it, and what each attempt counts for at least. Whatever a file holds, its search ends.
 constexpr std::uint64_t kWastePerByte = 2;
 constexpr std::uint64_t kWaste = std::uint64_t{64} << 20;
 constexpr std::uint64_t kAttempt = 4096;
+
+constexpr const char* kSameName = "there is another item of this name";
 
 std::vector<std::byte> bytesAt(const SalvageSource& source, std::uint64_t offset,
                                std::uint64_t size) {
@@ -38,6 +41,24 @@ std::vector<std::byte> bytesAt(const SalvageSource& source, std::uint64_t offset
     bytes.resize(source.bytes->readAt(bytes, offset));
     return bytes;
 }
+
+// Intervals of the file, no two of which overlap.
+class Ranges {
+public:
+    bool overlap(std::uint64_t from, std::uint64_t to) const {
+        const auto next = endOf_.upper_bound(from);
+        return (next != endOf_.begin() && std::prev(next)->second > from) ||
+               (next != endOf_.end() && next->first < to);
+    }
+    void add(std::uint64_t from, std::uint64_t to) {
+        if (from < to) endOf_.emplace(from, to);
+    }
+    // By their starts.
+    const std::map<std::uint64_t, std::uint64_t>& all() const { return endOf_; }
+
+private:
+    std::map<std::uint64_t, std::uint64_t> endOf_;
+};
 
 // Finds a record's signature, moving forward through the file.
 class SignatureSearch {
@@ -79,9 +100,15 @@ struct Measured {
     std::uint32_t crc32 = 0;
 };
 
-// Nothing when the stream has no end before `limit`; `read` counts what it came to.
+// What an attempt at an item's content has taken from the file, and what it came to.
+struct Reading {
+    std::uint64_t from, to;
+    std::uint64_t produced = 0;
+};
+
+// Nothing when the stream has no end before `limit`.
 std::optional<Measured> measureDeflated(const SalvageSource& source, std::uint64_t offset,
-                                        std::uint64_t limit, std::uint64_t& read) {
+                                        std::uint64_t limit, Reading& reading) {
     Inflater inflater;
     std::vector<std::byte> input, output(kPiece);
     Measured measured;
@@ -94,11 +121,12 @@ std::optional<Measured> measureDeflated(const SalvageSource& source, std::uint64
             if (input.empty()) return std::nullopt;
             inflater.feed(input);
             fed += input.size();
+            reading.to = offset + fed;
         }
         const std::size_t got = inflater.decode(output);
         measured.crc32 = crc32(measured.crc32, std::span(output).first(got));
         measured.size += got;
-        read += got;
+        reading.produced += got;
         if (got > 0 || (isFed && !inflater.hasEnded())) continue;
         if (!inflater.hasEnded()) return std::nullopt;
         measured.compressedSize = fed - inflater.unused();
@@ -114,8 +142,7 @@ public:
     std::vector<ZipItem> run(std::optional<std::vector<ZipItem>> directory) {
         isWhole_ = directory.has_value();
         if (directory) {
-            for (ZipItem& item : *directory)
-                takeListed(std::move(item), source_->size);
+            takeDirectory(std::move(*directory));
         } else {
             searchRecords();
         }
@@ -133,24 +160,26 @@ private:
         std::uint64_t at;
     };
 
+    // Offset and size of the data, size and checksum of the content, method.
+    using Numbers = std::tuple<std::uint64_t, std::uint64_t, std::uint64_t, std::uint32_t, Method>;
+
     void fail(const ZipItem& item, std::uint64_t at, std::string reason) {
         failedNames_.insert(item.name);
+        if (!item.localName.empty()) failedNames_.insert(item.localName);
         failures_.push_back({item.name, item.displayName(), std::move(reason), at});
-    }
-
-    bool isTaken(std::uint64_t offset) const {
-        const auto next = taken_.upper_bound(offset);
-        return next != taken_.begin() && std::prev(next)->second > offset;
-    }
-
-    bool isFree(std::uint64_t from, std::uint64_t to) const {
-        const auto next = taken_.lower_bound(from);
-        return !isTaken(from) && (next == taken_.end() || next->first >= to);
     }
 
     bool isPatient(std::uint64_t wasted) {
         patience_ -= std::min(patience_, wasted);
         return patience_ > 0;
+    }
+
+    // Bytes that are read for the first time cost no patience: a large damaged item must not take
+    // it from those behind it, and all such readings together are one of the file.
+    void count(const Reading& reading) {
+        const bool isAgain = tried_.overlap(reading.from, reading.to);
+        if (!isAgain) tried_.add(reading.from, reading.to);
+        isPatient(kAttempt + (isAgain ? reading.produced : 0));
     }
 
     // Takes the item when its bytes are free and its content is whole; otherwise says why not.
@@ -159,20 +188,36 @@ private:
         if (item.endOffset > source_->size || item.endOffset < item.dataOffset) {
             return "the file ends before its data does";
         }
-        if (!isFree(item.headerOffset, item.endOffset)) return "its bytes belong to another item";
-        if (names_.contains(item.name)) return "there is another item of this name";
+        if (taken_.overlap(item.headerOffset, item.endOffset)) {
+            return "its bytes belong to another item";
+        }
+        if (names_.contains(item.name) && !item.localName.empty()) {
+            std::swap(item.name, item.localName);
+        }
+        if (names_.contains(item.name)) return kSameName;
         if (std::string reason = faultOf(item); !reason.empty()) return reason;
-        taken_.emplace(item.headerOffset, item.endOffset);
+        taken_.add(item.headerOffset, item.endOffset);
         names_.insert(item.name);
         item.directoryRecord = {};
         items_.push_back(std::move(item));
         return {};
     }
 
-    // Why the content is not what the item's numbers say; empty when it is.
+    // Why the content is not what the item's numbers say; empty when it is. What has failed once is
+    // not read again: the directory and the local header mostly say the same.
     std::string faultOf(const ZipItem& item) {
+        const Numbers numbers{item.dataOffset, item.compressedSize, item.size, item.crc32,
+                              item.method};
+        const auto known = faults_.find(numbers);
+        if (known != faults_.end()) return known->second;
         if (!isPatient(0)) return "not tried, since the file holds too many damaged items";
-        std::uint64_t read = kAttempt;
+        std::string fault = readThrough(item);
+        if (!fault.empty()) faults_.emplace(numbers, fault);
+        return fault;
+    }
+
+    std::string readThrough(const ZipItem& item) {
+        Reading reading{item.dataOffset, item.endOffset};
         try {
             const auto stream = openItem({.source = source_->bytes,
                                           .offset = item.dataOffset,
@@ -183,10 +228,10 @@ private:
                                           .name = item.displayName()});
             piece_.resize(kPiece);
             while (const std::size_t got = stream->read(piece_))
-                read += got;
+                reading.produced += got;
             return {};
         } catch (const Exception& fault) {
-            isPatient(read);
+            count(reading);
             const std::string prefix = ": " + foundation::shown(item.displayName()) + ": ";
             const std::string text = fault.what();
             return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
@@ -200,20 +245,46 @@ private:
         return header.size() == local::kHeaderSize && load32(header, 0) == local::kSignature;
     }
 
-    // Where the data starts: behind the local header, or where that would be if it can be told.
-    std::uint64_t dataOffsetOf(const ZipItem& item) const {
-        const auto header = fixedHeaderAt(item.headerOffset);
-        return item.headerOffset + local::kHeaderSize +
-               (isHeader(header) ? std::size_t{load16(header, local::kNameLength)} +
-                                       load16(header, local::kExtraLength)
-                                 : item.name.size());
+    // Adds what the local header says: where the data starts, and its name where that is another.
+    // Without one, the data are where it would end.
+    void addLocal(ZipItem& item) const {
+        const std::size_t likely = local::kHeaderSize + item.name.size();
+        item.dataOffset = item.headerOffset + likely;
+        auto header = bytesAt(*source_, item.headerOffset, likely);
+        if (header.size() < local::kHeaderSize ||
+            !isHeader(Bytes(header).first(local::kHeaderSize))) {
+            return;
+        }
+        const std::size_t size = load16(header, local::kNameLength);
+        item.dataOffset =
+            item.headerOffset + local::kHeaderSize + size + load16(header, local::kExtraLength);
+        if (size != item.name.size()) {
+            header = bytesAt(*source_, item.headerOffset, local::kHeaderSize + size);
+        }
+        std::string name(asText(Bytes(header).subspan(local::kHeaderSize)));
+        if (name != item.name && isName(name)) item.localName = std::move(name);
+    }
+
+    static bool isName(std::string_view name) {
+        return !name.empty() && name.find('\0') == std::string_view::npos;
+    }
+
+    // Those whose name both records have come first, so that a damaged name takes nobody else's.
+    void takeDirectory(std::vector<ZipItem> directory) {
+        for (ZipItem& item : directory) {
+            if (item.headerOffset < source_->size) addLocal(item);
+        }
+        for (const bool isAgreed : {true, false}) {
+            for (ZipItem& item : directory) {
+                if (item.localName.empty() == isAgreed) takeListed(std::move(item), source_->size);
+            }
+        }
     }
 
     void takeListed(ZipItem item, std::uint64_t recordAt) {
         if (item.headerOffset >= source_->size) {
             return fail(item, recordAt, "the file ends before its data does");
         }
-        item.dataOffset = dataOffsetOf(item);
         if (std::string reason = take(item); !reason.empty()) {
             fail(item, recordAt, std::move(reason));
         }
@@ -223,9 +294,8 @@ private:
         SignatureSearch search(*source_, central::kSignature);
         std::uint64_t from = 0;
         while (const auto at = search.next(from, source_->size)) {
-            const std::size_t before = items_.size();
             const std::uint64_t size = takeRecord(*at);
-            if (items_.size() == before && !isPatient(kAttempt)) return;
+            if (size == 0 && !isPatient(kAttempt)) return;
             from = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
         }
     }
@@ -245,12 +315,14 @@ private:
             ZipItem& item = items.front();
             item.directoryRecord = {};
             if (isConfirmed(item)) {
+                addLocal(item);
                 takeListed(std::move(item), at);
             } else {
                 doubtful_.try_emplace(item.headerOffset, std::move(item), at);
             }
             return size;
         } catch (const Exception&) {
+            isPatient(size);
             return 0;
         }
     }
@@ -268,24 +340,26 @@ private:
     void takeDoubtful() {
         for (auto& [offset, record] : doubtful_) {
             auto& [item, at] = record;
-            if (!isTaken(at) && !names_.contains(item.name)) takeListed(std::move(item), at);
+            if (taken_.overlap(at, at + 1) || names_.contains(item.name)) continue;
+            if (item.headerOffset < source_->size) addLocal(item);
+            takeListed(std::move(item), at);
         }
     }
 
     void searchHeaders() {
         std::vector<std::pair<std::uint64_t, std::uint64_t>> gaps;
         std::uint64_t from = 0;
-        for (const auto& [start, end] : taken_) {
+        for (const auto& [start, end] : taken_.all()) {
             gaps.emplace_back(from, start);
             from = end;
         }
         gaps.emplace_back(from, source_->size);
+        SignatureSearch search(*source_, local::kSignature);
         for (const auto& [start, end] : gaps)
-            searchGap(start, end);
+            searchGap(search, start, end);
     }
 
-    void searchGap(std::uint64_t from, std::uint64_t end) {
-        SignatureSearch search(*source_, local::kSignature);
+    void searchGap(SignatureSearch& search, std::uint64_t from, std::uint64_t end) {
         while (const auto at = search.next(from, end)) {
             const std::size_t before = items_.size();
             takeUnlisted(*at, end);
@@ -300,14 +374,18 @@ private:
         if (!isHeader(fixed) || takeByRecord(at)) return;
         const std::size_t size = local::kHeaderSize + load16(fixed, local::kNameLength) +
                                  load16(fixed, local::kExtraLength);
+        if (at + size > limit) return;
+        isPatient(size);  // headers may overlap
         const auto header = bytesAt(*source_, at, size);
-        if (header.size() < size || at + size > limit) return;
+        if (header.size() < size) return;
         ZipItem item = itemOf(header);
-        if (item.name.empty() || item.name.find('\0') != std::string::npos) return;
+        if (!isName(item.name)) return;
         item.headerOffset = at;
         item.dataOffset = at + size;
         std::string reason = takeWhole(item, load16(header, local::kFlags), limit);
-        if (!reason.empty()) fail(item, at, std::move(reason));
+        if (reason.empty() || at < failedUntil_) return;
+        fail(item, at, std::move(reason));
+        failedUntil_ = at + size;
     }
 
     // The directory's numbers and name where they fit this local header's content.
@@ -315,7 +393,7 @@ private:
         const auto record = doubtful_.find(headerOffset);
         if (record == doubtful_.end()) return false;
         ZipItem item = record->second.first;
-        item.dataOffset = dataOffsetOf(item);
+        addLocal(item);
         return take(std::move(item)).empty();
     }
 
@@ -346,9 +424,9 @@ private:
                    "; packages allow only 0 (stored) and 8 (deflated)";
         }
         if (isWhole_ && !failedNames_.contains(item.name)) {
-            return names_.contains(item.name) ? "there is another item of this name"
-                                              : "the directory does not list it";
+            return names_.contains(item.name) ? kSameName : "the directory does not list it";
         }
+        if (names_.contains(item.name)) return kSameName;
         const bool isMeasured = (flags & flag::kDescriptor) != 0 && item.compressedSize == 0;
         if (isMeasured && !measure(item, limit)) return "its data has no end that can be told";
         if (item.method == Method::Stored && item.size != item.compressedSize) {
@@ -360,20 +438,21 @@ private:
     // The numbers of an item whose local header leaves them to a descriptor behind its data.
     bool measure(ZipItem& item, std::uint64_t limit) {
         if (item.method != Method::Deflated || !isPatient(0)) return false;
-        std::uint64_t read = kAttempt;
+        Reading reading{item.dataOffset, item.dataOffset};
         try {
-            const auto found = measureDeflated(*source_, item.dataOffset, limit, read);
-            if (found && describes(item.dataOffset + found->compressedSize, found->crc32)) {
-                item.crc32 = found->crc32;
-                item.size = found->size;
-                item.compressedSize = found->compressedSize;
-                return true;
+            const auto found = measureDeflated(*source_, item.dataOffset, limit, reading);
+            count(reading);
+            if (!found || !describes(item.dataOffset + found->compressedSize, found->crc32)) {
+                return false;
             }
+            item.crc32 = found->crc32;
+            item.size = found->size;
+            item.compressedSize = found->compressedSize;
+            return true;
         } catch (const std::runtime_error&) {
-            // No deflate stream.
+            count(reading);  // no deflate stream
+            return false;
         }
-        isPatient(read);
-        return false;
     }
 
     bool describes(std::uint64_t descriptorAt, std::uint32_t checksum) const {
@@ -388,8 +467,9 @@ private:
     void reportFailures() {
         std::set<std::pair<std::string, std::string>> told;
         for (Failure& failure : failures_) {
-            const bool isOther = failure.reason == "there is another item of this name";
-            if ((names_.contains(failure.name) && !isOther) || isTaken(failure.at)) continue;
+            const bool isOther = failure.reason == kSameName;
+            if (names_.contains(failure.name) && !isOther) continue;
+            if (taken_.overlap(failure.at, failure.at + 1)) continue;
             if (!told.emplace(failure.name, isOther ? failure.reason : "").second) continue;
             lost_->push_back({std::move(failure.shownName), std::move(failure.reason)});
         }
@@ -400,10 +480,14 @@ private:
     std::uint64_t patience_;
     bool isWhole_ = false;
     std::vector<ZipItem> items_;
-    std::map<std::uint64_t, std::uint64_t> taken_;  // starts and ends
-    std::set<std::string, FoldedLess> names_;       // of items_
+    Ranges taken_;                             // of items_
+    Ranges tried_;                             // of what was read in vain
+    std::set<std::string, FoldedLess> names_;  // of items_
     std::set<std::string, FoldedLess> failedNames_;
+    std::map<Numbers, std::string> faults_;
     std::vector<Failure> failures_;
+    // Where the last local header that failed ends. Those that begin within it are not told as well.
+    std::uint64_t failedUntil_ = 0;
     // Items of unconfirmed directory records, with the records' places, by header offset.
     std::map<std::uint64_t, std::pair<ZipItem, std::uint64_t>> doubtful_;
     std::vector<std::byte> piece_;
