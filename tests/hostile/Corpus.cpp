@@ -19,6 +19,8 @@ constexpr std::pair<std::string_view, std::string_view> kAbbreviations[] = {
     {"$MOVED", ": something was removed from the file or put into it$AGAIN"},
     {"$BUT", ", where the end record starts, but has"},
     {"$NOEND", "is not a zip file, or its end is missing: there is no end record in its last"},
+    {"$CUT",
+     "begins as a zip file does, but its end is missing: there is no end record in its last"},
     {"$DECRYPT", ", which packages do not allow; decrypt the file first"},
     {"$FOLDER",
      ", but its name does not end in a slash: some readers see a directory and others a "

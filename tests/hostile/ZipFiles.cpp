@@ -284,9 +284,17 @@ const struct {
     std::string bytes;
     const char* outcome;
 } kRawFiles[] = {
-    {"", "$NOEND 0 bytes$AGAIN"},
-    {repeated("x = 1;\n", 20000), "$NOEND 65557 bytes$AGAIN"},
-    {kGoodBytes.substr(0, kGoodBytes.size() - 1), "$NOEND 3249 bytes$AGAIN"},
+    {"", "is empty$AGAIN"},
+    {repeated("x = 1;\n", 20000), "is not a zip file but text; choose another file"},
+    {std::string("\x89PNG\r\n\x1A\n\0\0", 10),
+     "is not a zip file but a PNG image; choose another file"},
+    {std::string("\x1F\x8B\x08\0", 4), "is not a zip file but gzip data; choose another file"},
+    {std::string(257, '\0') + "ustar", "is not a zip file but a tar archive; choose another file"},
+    {"\xEF\xBB\xBF\n<?xml version='1.0'?>",
+     "is not a zip file but an XML document; choose another file"},
+    {"<!DOCTYPE html>", "is not a zip file but an HTML page; choose another file"},
+    {std::string(600, '\1'), "$NOEND 600 bytes$AGAIN"},
+    {kGoodBytes.substr(0, kGoodBytes.size() - 1), "$CUT 3249 bytes$AGAIN"},
     {"x" + kGoodBytes,
      "the directory should end at offset 3229$BUT 559 bytes from offset 2669$MOVED"},
     {BuiltZip().bytes(),
@@ -296,8 +304,8 @@ const struct {
     {repeated("PK\5\6", 20000),
      "the end record at offset 79976 announces a comment of 19280 bytes, but the file ends before "
      "that$AGAIN"},
-    {sharedTail(), "$NOEND 65557 bytes$AGAIN"},
-    {repeated("PK\3\4", 50000), "$NOEND 65557 bytes$AGAIN"},
+    {sharedTail(), "$CUT 65557 bytes$AGAIN"},
+    {repeated("PK\3\4", 50000), "$CUT 65557 bytes$AGAIN"},
     {repeated("PK\1\2", 50000), "$NOEND 65557 bytes$AGAIN"},
 };
 

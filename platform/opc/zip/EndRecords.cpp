@@ -1,10 +1,13 @@
 #include "platform/opc/zip/EndRecords.hpp"
 
+#include <opc/FileKind.hpp>
+
 #include "platform/opc/zip/ZipError.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <vector>
 
 namespace opc::zip {
 
@@ -59,12 +62,30 @@ private:
     }
     std::size_t endOf(std::size_t at) const { return at + end::kRecordSize + commentLength(at); }
 
+    [[noreturn]] void failWithoutEnd() const {
+        std::vector<std::byte> start(std::min<std::uint64_t>(FileKind::kStart, bytes_->fileSize()));
+        bytes_->copy(0, start);
+        const FileKind kind = FileKind::of(start);
+        const std::string missing = ": there is no end record in its last " +
+                                    std::to_string(bytes_->tail().size()) + " bytes";
+        switch (kind.family) {
+            case FileKind::Family::Empty:
+                fail("is empty");
+            case FileKind::Family::Zip:
+                fail("begins as a zip file does, but its end is missing" + missing);
+            case FileKind::Family::Unknown:
+                fail("is not a zip file, or its end is missing" + missing);
+            case FileKind::Family::Text:
+            case FileKind::Family::Binary:
+                break;
+        }
+        refuseZip(ZipRule::End, *file_,
+                  "is not a zip file but " + std::string(kind.name) + "; choose another file");
+    }
+
     void findEnd() {
         at_ = lastSignatureBefore(bytes_->tail().size());
-        if (at_ == std::string_view::npos) {
-            fail("is not a zip file, or its end is missing: there is no end record in its last " +
-                 std::to_string(bytes_->tail().size()) + " bytes");
-        }
+        if (at_ == std::string_view::npos) failWithoutEnd();
         directoryEnd_ = offsetInFile(at_);
         if (endOf(at_) > bytes_->tail().size()) {
             fail("the end record at offset " + std::to_string(directoryEnd_) +
