@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -80,14 +83,16 @@ ordered_json hunksOf(const std::string& a, const std::string& b) {
 }
 
 ordered_json codeFacts(const std::string& code) {
-    return {{"bytes", code.size()}, {"sha256", sha256Hex(code)}};
+    const auto lines = std::ranges::count(code, '\n') + (!code.empty() && code.back() != '\n');
+    return {{"bytes", code.size()}, {"lines", lines}, {"sha256", sha256Hex(code)}};
 }
 
 ordered_json codeChange(const AppPair& pair) {
     if (!pair.a.code || !pair.b.code || *pair.a.code == *pair.b.code) return nullptr;
-    return {{"a", codeFacts(*pair.a.code)},
-            {"b", codeFacts(*pair.b.code)},
-            {"diff", hunksOf(*pair.a.code, *pair.b.code)}};
+    ordered_json change = {
+        {"a", codeFacts(*pair.a.code)}, {"b", codeFacts(*pair.b.code)}, {"diff", nullptr}};
+    if (isDiffable(change)) change["diff"] = hunksOf(*pair.a.code, *pair.b.code);
+    return change;
 }
 
 ordered_json notCompared(const AppPair& pair) {
@@ -108,6 +113,14 @@ void addErrors(ordered_json& errors, const FileName& file, const Snapshot& app) 
 }
 
 }  // namespace
+
+bool isDiffable(const ordered_json& codeChange) {
+    return std::ranges::all_of(std::array{"a", "b"}, [&](const char* side) {
+        const ordered_json& facts = codeChange[side];
+        return facts["bytes"].get<std::uint64_t>() <= kMostDiffBytes &&
+               facts["lines"].get<std::uint64_t>() <= kMostDiffLines;
+    });
+}
 
 nlohmann::ordered_json compare(const AppPair& pair) {
     ordered_json changes = {{"a", pair.fileA.shown},

@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
+
 #include "tools/qzapp/FileName.hpp"
 #include "tools/qzapp/Snapshot.hpp"
 
@@ -19,6 +21,12 @@ struct AppPair {
 // What is said not to be compared when the two have different forms.
 inline constexpr const char* kWithoutParts = "model and other parts";
 inline constexpr const char* kWithoutVersion = "KVPKGVersion";
+
+// Code beyond one of these is not compared line by line, which would take minutes and gigabytes.
+inline constexpr std::uint64_t kMostDiffBytes = std::uint64_t{16} << 20;
+inline constexpr std::uint64_t kMostDiffLines = 250'000;
+// Whether that holds for both sides of the change of a code, as compare() describes it.
+bool isDiffable(const nlohmann::ordered_json& codeChange);
 
 // What differs, as docs/qzapp-json.md describes it.
 nlohmann::ordered_json compare(const AppPair& pair);

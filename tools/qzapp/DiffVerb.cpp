@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdint>
 #include <exception>
 #include <iterator>
 #include <memory>
@@ -111,8 +112,21 @@ std::string partsText(const ordered_json& changes) {
     return text.empty() ? "" : "parts\n" + text;
 }
 
+std::string longCodeText(const ordered_json& change) {
+    std::string text = "code\n";
+    for (const auto& [sign, side] : {std::pair{'-', "a"}, std::pair{'+', "b"}}) {
+        const ordered_json& facts = change[side];
+        text += line(sign, fmt::format("{}, {} lines  sha256:{}", byteCount(facts["bytes"]),
+                                       facts["lines"].get<std::uint64_t>(),
+                                       facts["sha256"].get<std::string>()));
+    }
+    return text + line(' ', fmt::format("differs; lines are shown of up to {} MiB and {} lines",
+                                        kMostDiffBytes >> 20, kMostDiffLines));
+}
+
 std::string codeText(const ordered_json& change) {
     if (change.is_null()) return "";
+    if (!isDiffable(change)) return longCodeText(change);
     if (change["diff"].is_null()) {
         return "code\n" +
                line(' ', "differs; install GNU diff (the package diffutils) to see where");
@@ -202,11 +216,10 @@ Action declareDiff(CLI::App& command) {
     command.add_option("B", options->b, "Another, of either form")->required()->type_name("");
     command.add_flag("--json", options->json, "One JSON object");
     command.footer(
-        "Compares metadata, code (as \"diff -u\") and parts (by size and SHA-256). The time of the "
-        "last\n"
-        "save and the order of relationships are no difference. Exit status: 0 the same, 1 "
-        "different,\n"
-        "2 trouble.\n\n"
+        "Compares metadata, code (as \"diff -u\", beyond 16 MiB or 250,000 lines by SHA-256) and\n"
+        "parts (by size and SHA-256). The time of the last save and the order of relationships "
+        "are\n"
+        "no difference. Exit status: 0 the same, 1 different, 2 trouble.\n\n"
         "Example:\n"
         "  qzapp diff atlas-1.0.kvpkg atlas.kvpkg");
     return [options] { return diffOrTrouble(*options); };
