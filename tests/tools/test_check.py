@@ -4,10 +4,11 @@ import json
 import os
 import random
 import re
+import subprocess
 import unittest
 import zipfile
 
-from support import (DOCS, EXAMPLE, METADATA_PART, MODEL_PART, SCHEMA, ToolTest, add_relationship, replacing,
+from support import (DOCS, EXAMPLE, METADATA_PART, MODEL_PART, SCHEMA, TOOL, ToolTest, add_relationship, replacing,
                      setting, without)
 
 CORE, RELS, TYPES, SHOT = ("docProps/core.xml", "_rels/.rels", "[Content_Types].xml", "metadata/appScreenshot.png")
@@ -121,6 +122,54 @@ class Check(CheckTest):
         for expected, text in rows:
             self.assertEqual(self.rules(self.write("app.k", text)), expected)
 
+    def test_a_file_of_another_kind_is_called_by_its_name(self):
+        self.create()
+        with zipfile.ZipFile(self.dir / "x.zip", "w") as package:
+            package.writestr("letter.txt", b"hello")
+        rename = 'if it is a packaged app, give it a name that ends in ".kvpkg"'
+        rows = [
+            ("a.kvpkg", (EXAMPLE / "screenshot.png").read_bytes(), "zip-end",
+             "is not a zip file but a PNG image; choose another file"),
+            ("a.kvpkg", b"hello", "zip-end", "is not a zip file but text; choose another file"),
+            ("a.kvpkg", b"", "zip-end", "is empty; get the file again from where it came from"),
+            ("a.kvpkg", self.read("x.zip"), "app-missing", None),
+            ("a.k", self.read("app.kvpkg"), "text-kind", f"is a zip file, not a text app; {rename}"),
+            ("a.k", (EXAMPLE / "screenshot.png").read_bytes(), "text-kind",
+             "is a PNG image, not a text app; choose another file"),
+        ]
+        for name, content, rule, message in rows:
+            self.assertIn(rule, self.rules(self.write(name, content)))
+            if message:
+                self.fails(1, f"{name}: {message}", "info", name)
+
+    def test_a_code_that_readers_refuse_as_too_large(self):
+        self.rewrite(self.create(), "bad.kvpkg", setting("korval/code.k", b" " * ((1 << 28) + 1)))
+        (found,) = self.report("bad.kvpkg")["findings"]
+        self.assertEqual((found["rule"], found["text"]),
+                         ("code-large", "has 268435457 bytes; it may have at most 268435456"))
+        self.fails_like(".* 268435457 bytes are more than the 268435456 that can be read; .*", "extract", "bad.kvpkg", "--only", "code", "-o", "-")
+
+    def test_a_fix_is_one_line_that_a_shell_takes(self):
+        self.flip(self.create(), "bad.kvpkg", SHOT)
+        damaged = self.read("bad.kvpkg")
+        (self.dir / "bin").mkdir()
+        (self.dir / "bin" / "qzapp").symlink_to(TOOL)
+        environment = {**os.environ, "PATH": f"{self.dir / 'bin'}:{os.environ['PATH']}"}
+        stems = ["plain", "a long name of many words " * 6, "it's", 'quo"te', "$(touch x)", "`touch x`", "-dash", "two\nlines",
+                 "tab\t'", "Wärme", "\u202e100% \\n\\0", "*", "[a]", "~", "#;&|", "\x1b[2J"]
+        for stem in stems:
+            with self.subTest(stem=stem):
+                name = f"{stem}.kvpkg"
+                self.write(name, damaged)
+                before = set(self.names())
+                status, text = self.on_terminal("check", "--", name)
+                fixes = [line.removeprefix("    fix: ") for line in text.split("\n") if "fix: " in line]
+                command = fixes[0].removeprefix("get the file again, or: ")
+                self.assertEqual((status, command.startswith("qzapp check --repair ")), (1, True), text)
+                ran = subprocess.run(["sh", "-c", command], cwd=self.dir, env=environment, capture_output=True)
+                self.assertEqual((ran.returncode, ran.stderr), (0, b""), command)
+                self.assertEqual(set(self.names()) - before, {f"{stem}-repaired.kvpkg"})
+
     def test_the_page_lists_the_rules(self):
         rules = self.json("check", "--rules")["rules"]
         rows = re.findall(r"^\| `([a-z0-9-]+)` \| (\w+) \| (.*) \|$", (DOCS / "qzapp-check.md").read_text(), re.M)
@@ -154,6 +203,98 @@ class Repair(CheckTest):
         text = self.ok("check", "--repair", "again.kvpkg", "cut.kvpkg")
         self.assertRegex(text, r"^wrote again\.kvpkg: \d kept, 0 lost, 0 mended\n")
 
+    def test_a_flipped_name_in_the_directory_loses_nothing(self):
+        self.create()
+        whole, known = self.read("app.kvpkg"), self.items("app.kvpkg")
+        directory = whole.index(b"PK\1\2")
+        for name in known:
+            start = whole.index(name.encode(), directory)
+            for at, bit in ((0, 0x20), (len(name) // 2, 0x01), (len(name) - 1, 0x80)):
+                with self.subTest(name=name, at=at):
+                    data = bytearray(whole)
+                    data[start + at] ^= bit
+                    report = self.repaired(self.write("bad.kvpkg", bytes(data)))
+                    self.assertEqual((report["lost"], report["result"]["findings"]), ([], []))
+                    self.assertEqual(self.contents("out.kvpkg"), self.contents("app.kvpkg"))
+                    if name not in (TYPES, RELS):
+                        (mended,) = report["mended"]
+                        self.assertTrue(mended.startswith(f"called /{name} by its name in its local header"))
+
+    def test_of_several_relationships_the_one_that_is_meant_stays(self):
+        self.create()
+        metadata, shot = (f"{SCHEMA}/lumenForge/app/2017/relationships/app{kind}" for kind in
+                          ("Metadata", "Screenshot"))
+        xml, gif = self.items("app.kvpkg")[METADATA_PART], b"GIF89a;"
+        rows = [  # type, target, what the part there holds, whether it is left over
+            (metadata, "/" + METADATA_PART, None),
+            (metadata, "/nowhere.xml", None),
+            (metadata, "/metadata/second.xml", xml),
+            (shot, "/" + SHOT, None),
+            (shot, "/nowhere.png", None),
+            (shot, "/metadata/appScreenshot.gif", gif),
+            (shot, "http://example.com/x.png\" TargetMode=\"External", None),
+        ]
+        before = self.metadata("app.kvpkg")
+        for kind, target, content in rows:
+            for place in ("<Relationship ", "</Relationships>"):  # in front of the good one and behind it
+                with self.subTest(target=target, place=place):
+                    entry = f'<Relationship Id="rIdExtra" Type="{kind}" Target="{target}"/>'
+                    self.rewrite("app.kvpkg", "bad.kvpkg", lambda name, old: {
+                        RELS: old.replace(place.encode(), (entry + place).encode(), 1),
+                        TYPES: old.replace(b"</Types>", b'<Default Extension="gif" ContentType="image/gif"/>'
+                                           b"</Types>")}.get(name, old))
+                    if content is not None:
+                        with zipfile.ZipFile(self.dir / "bad.kvpkg", "a") as package:
+                            package.writestr(target[1:], content)
+                    report = self.repaired("bad.kvpkg")
+                    (lost,) = report["lost"]
+                    self.assertTrue(lost["name"].startswith("relationship "), lost)
+                    links = self.json("parts", "out.kvpkg")["relationships"]
+                    (meant,) = [r["target"] for r in links if r["type"] == kind]
+                    self.assertEqual(meant, "/" + (METADATA_PART if kind == metadata else SHOT))
+                    if content is not None:
+                        self.assertEqual(self.items("out.kvpkg")[target[1:]], content)
+                    self.assertEqual(self.metadata("out.kvpkg"), before)
+                    self.ok("edit", "out.kvpkg", "--set", "Version=9.9", "--screenshot", EXAMPLE / "screenshot.png")
+                    self.assertEqual(self.metadata("out.kvpkg"), {**before, "Version": "9.9"})
+                    self.assertEqual(self.extracted("out.kvpkg", "screenshot"),
+                                     (EXAMPLE / "screenshot.png").read_bytes())
+
+    def test_reports_what_it_did_and_nothing_else(self):
+        self.create()
+        with zipfile.ZipFile(self.dir / "app.kvpkg", "a") as package:
+            package.comment = b"a comment"
+        rows = [
+            (lambda name, old: old, [], []),
+            (replacing(CORE, "<cp:version>", "<cp:version x='1'>"), ["/" + CORE], []),
+            (replacing(RELS, "</Relationships>", "<Relationship/></Relationships>"), [], ["an entry of /_rels/.rels"]),
+            (replacing(TYPES, "</Types>", "<X/></Types>"), [], ["an entry of [Content_Types].xml"]),
+        ]
+        for change, rewritten, lost in rows:
+            report = self.repaired(self.rewrite("app.kvpkg", "bad.kvpkg", change))
+            self.assertEqual([item["name"] for item in report["lost"]], lost)
+            same = {"/" + name for name, content in self.contents("out.kvpkg").items()
+                    if content == self.items("bad.kvpkg")[name]}
+            self.assertEqual({part["name"] for part in report["kept"]}, same)
+            self.assertLessEqual(len(report["mended"]), 1)
+        self.assertEqual(self.repaired("app.kvpkg")["mended"], ["left out the comment of the zip file"])
+
+    def test_refuses_what_is_no_app(self):
+        for name in ("x.kvpkg", "x.zip", "office.kvpkg"):
+            with zipfile.ZipFile(self.dir / name, "w") as package:
+                package.writestr("letter.txt", b"hello")
+                if name == "office.kvpkg":
+                    package.writestr(TYPES, b'<Types xmlns="http://schemas.openxmlformats.org/package/2006/'
+                                     b'content-types"><Default Extension="xml" ContentType="application/xml"/></Types>')
+                    package.writestr(CORE, b"<coreProperties/>")
+        what = "so there is nothing to repair"
+        for name in ("x.kvpkg", "office.kvpkg"):
+            self.fails(1, f"{name}: holds nothing of an app, {what}; choose another file, and see what this one is "
+                       'with "qzapp items"', "check", "--repair", "out.kvpkg", name)
+        self.fails(1, f'x.zip: is no package, {what}; see what it holds with "qzapp items"',
+                   "check", "--repair", "out.zip", "x.zip")
+        self.assertFalse({"out.kvpkg", "out.zip"} & set(self.names()))
+
     def test_what_is_damaged_is_lost_and_told(self):
         self.flip(self.create(), "bad.kvpkg", SHOT)
         report = self.repaired("bad.kvpkg")
@@ -180,8 +321,8 @@ class Repair(CheckTest):
             (1, "app.kvpkg: exists already; give --force to replace it", "app.kvpkg", "text.kvpkg"),
             (2, "--repair: link.kvpkg is the damaged file itself; give another name", "link.kvpkg", "--force",
              "app.kvpkg"),
-            (1, "text.kvpkg: nothing in it can be read, so there is nothing to keep; get the file again",
-             "out.kvpkg", "text.kvpkg"),
+            (1, "text.kvpkg: is not a zip file but text; choose another file; nothing in it can be read, so there is "
+             "nothing to keep", "out.kvpkg", "text.kvpkg"),
         ]
         for status, message, *args in rows:
             self.fails(status, message, "check", "--repair", *args)

@@ -26,6 +26,6 @@ void checkImage(const FileName& file, const std::string& part, std::string_view 
 // What a repaired copy of a package is called in fixes.
 FileName repairedName(const FileName& file);
 // The fix for what is damaged in a package.
-std::string repairFix(const FileName& file);
+std::string repairFix(const PackageView& package);
 
 }  // namespace qzapp

@@ -34,7 +34,7 @@ RuleName ruleOf(std::optional<ZipRule> rule) {
 
 void checkItem(const PackageView& package, const ViewedItem& item, Findings& findings) {
     if (!item.fault.empty()) {
-        findings.add("item-damaged", item.shownName, item.fault, repairFix(package.file));
+        findings.add("item-damaged", item.shownName, item.fault, repairFix(package));
     }
     if (&item == package.typesItem || item.name) return;
     if (item.item->isDirectory()) {
@@ -66,7 +66,7 @@ void checkGaps(const PackageView& package, Findings& findings) {
     if (!isSalvaged) goOn(bounds.directory, bounds.fileEnd);
     if (gaps == 0) return;
     findings.add("zip-gap", "", fmt::format("{} that belong to no item", byteCount(gaps)),
-                 repairFix(package.file));
+                 repairFix(package));
 }
 
 void checkBehindEnd(const PackageView& package, Findings& findings) {
@@ -76,7 +76,7 @@ void checkBehindEnd(const PackageView& package, Findings& findings) {
     findings.add("zip-behind", "",
                  fmt::format("{} behind its end, at offset {}; a save drops them",
                              byteCount(size - end), end),
-                 repairFix(package.file));
+                 repairFix(package));
 }
 
 }  // namespace
@@ -91,14 +91,15 @@ FileName repairedName(const FileName& file) {
     return {stem + "-repaired" + (hasExtension ? name.substr(dot) : ""), {}};
 }
 
-std::string repairFix(const FileName& file) {
-    return fmt::format("get the file again, or \"qzapp check --repair {} {}\"",
-                       shellWord(repairedName(file)), shellWord(file));
+std::string repairFix(const PackageView& package) {
+    if (!package.isRepairable) return "choose another file, or get this one again";
+    return fmt::format("get the file again, or: qzapp check --repair {} {}",
+                       shellWord(repairedName(package.file)), shellWord(package.file));
 }
 
 void checkContainer(const PackageView& package, Findings& findings) {
     if (!package.zipRefusal.empty()) {
-        findings.add(ruleOf(package.brokenRule), "", package.zipRefusal, repairFix(package.file));
+        findings.add(ruleOf(package.brokenRule), "", package.zipRefusal, repairFix(package));
     }
     for (const LostItem& lost : package.lost)
         findings.add("item-lost", lost.name, lost.reason, "get the file again");

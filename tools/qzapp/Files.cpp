@@ -5,6 +5,7 @@
 #include <fl/i18n.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <span>
 #include <system_error>
@@ -46,6 +47,14 @@ FileDescriptor openFile(const FileName& file) {
 
 void requireFile(const FileName& file) {
     static_cast<void>(openFile(file));
+}
+
+opc::FileKind kindOf(const FileName& file) {
+    const FileDescriptor opened = openFile(file);
+    return about(file, [&] {
+        std::array<std::byte, opc::FileKind::kStart> start;
+        return opc::FileKind::of(std::span(start).first(opened.readAt(start, 0)));
+    });
 }
 
 std::uint64_t sizeOf(const FileName& file) {

@@ -2,6 +2,7 @@
 
 #include <fl/FileDescriptor.hpp>
 #include <foundation/ustring.hpp>
+#include <opc/FileKind.hpp>
 
 #include <cstdint>
 #include <string>
@@ -23,6 +24,9 @@ inline constexpr std::uint64_t kMaxMetadataBytes = std::uint64_t{16} << 20;
 fl::filesystem::FileDescriptor openFile(const FileName& file);
 // The same, for the sake of the error alone.
 void requireFile(const FileName& file);
+
+// What it is by its first bytes.
+opc::FileKind kindOf(const FileName& file);
 
 std::uint64_t sizeOf(const FileName& file);
 

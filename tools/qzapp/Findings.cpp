@@ -40,6 +40,30 @@ std::string counts(const Findings& findings) {
     return text.empty() ? "no findings" : text;
 }
 
+constexpr std::string_view kPlainInShell =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+@%-";
+
+std::string quoted(const std::string& name) {
+    std::string word = "'";
+    for (const char c : name)
+        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
+}
+
+// With what a terminal would act on spelled by numbers. The shell drops a line end at the end of what
+// a command prints, so such a name cannot be spelled.
+std::string spelled(const std::string& name) {
+    if (name.ends_with('\n')) return "FILE";
+    std::string word = "\"$(printf '";
+    for (const char c : name) {
+        const bool isPlain = c != '%' && kPlainInShell.find(c) != std::string_view::npos;
+        word += isPlain
+                    ? std::string(1, c)
+                    : fmt::format("\\{:03o}", static_cast<unsigned>(static_cast<unsigned char>(c)));
+    }
+    return word + "')\"";
+}
+
 std::string indented(const std::string& text) {
     const std::size_t width = std::max(outputWidth(), kMinWidth + kIndent) - kIndent;
     std::string lines;
@@ -96,7 +120,9 @@ std::string sheetOf(const FileName& file, const Findings& findings) {
         text +=
             fmt::format("  {:<7}  {}{}\n", nameOf(finding.rule->severity), finding.rule->id, part);
         text += indented(finding.text);
-        if (!finding.fix.empty()) text += indented("fix: " + finding.fix);
+        // On one line, since it may be a command to be copied.
+        if (finding.fix.empty()) continue;
+        text += std::string(kIndent, ' ') + "fix: " + visible(finding.fix) + "\n";
     }
     return text;
 }
@@ -121,14 +147,10 @@ std::string rulesSheet() {
 
 std::string shellWord(const FileName& file) {
     if (isStandardInput(file)) return "FILE";
-    constexpr std::string_view kPlain =
-        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+@%-";
-    const std::string& name = file.shown;
-    if (name.find_first_not_of(kPlain) == std::string::npos && !name.starts_with('-')) return name;
-    std::string word = name.starts_with('-') ? "'./" : "'";
-    for (const char c : name)
-        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return word + "'";
+    // A leading "-" would be an option.
+    const std::string name = (file.shown.starts_with('-') ? "./" : "") + file.shown;
+    if (name.find_first_not_of(kPlainInShell) == std::string::npos) return name;
+    return visible(name) == name ? quoted(name) : spelled(name);
 }
 
 }  // namespace qzapp

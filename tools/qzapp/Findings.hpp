@@ -56,12 +56,14 @@ inline constexpr std::array kRules = {
     Rule{"core-properties-several", Severity::Error, "a package has one core properties part"},
     Rule{"core-properties-rules", Severity::Error, "core properties keep the standard's rules"},
 
+    Rule{"app-missing", Severity::Error, "the package holds something of an app"},
     Rule{"relationships-missing", Severity::Error, "an app has package relationships"},
     Rule{"extension-case", Severity::Error, "the extension is in lower case"},
     Rule{"model-missing", Severity::Error, "an app has a model"},
     Rule{"model-unlinked", Severity::Error, "a relationship leads to the model"},
     Rule{"model-empty", Severity::Warning, "the model holds something"},
     Rule{"code-missing", Severity::Warning, "an app has code"},
+    Rule{"code-large", Severity::Error, "the code is no larger than readers take"},
     Rule{"code-encoding", Severity::Error, "code is UTF-8"},
     Rule{"code-mark", Severity::Note, "code has no byte-order mark"},
     Rule{"metadata-missing", Severity::Warning, "an app has a metadata part"},
@@ -87,6 +89,7 @@ inline constexpr std::array kRules = {
     Rule{"screenshot-mode", Severity::Note, "the mode agrees with there being a screenshot"},
     Rule{"thumbnail-missing", Severity::Note, "the screenshot is the package's thumbnail"},
 
+    Rule{"text-kind", Severity::Error, "a text app is text"},
     Rule{"text-refused", Severity::Error, "the text app can be read"},
     Rule{"text-encoding", Severity::Warning, "a text app is UTF-8"},
     Rule{"text-mark", Severity::Note, "a text app has no byte-order mark"},
@@ -123,7 +126,9 @@ struct Finding {
     const Rule* rule;
     std::string part;  // a part, an item, a section; empty when it is the whole file
     std::string text;  // what was found
-    std::string fix;   // what to do about it; empty when there is nothing to do
+    // What to do about it, empty when there is nothing to do. A command stands at its end, behind ": "
+    // unless it is all, and is what a shell takes.
+    std::string fix;
 };
 
 // What was found in one file. Of one rule only so many findings are kept, and the rest is counted: a

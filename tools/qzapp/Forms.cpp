@@ -38,6 +38,18 @@ bool isAboutContent() {
     }
 }
 
+// What has not even begun as a zip file cannot be saved in part.
+bool mayBeZip(const FileName& file) {
+    const auto family = kindOf(file).family;
+    return family == opc::FileKind::Family::Zip || family == opc::FileKind::Family::Unknown;
+}
+
+// Readers of text apps take any bytes for text, and find nothing in them.
+void requireTextKind(const FileName& file) {
+    const auto wrong = whyNoText(kindOf(file));
+    if (wrong) throw Error(file.shown, wrong->what + "; " + wrong->fix);
+}
+
 bool isWrongCase(const FileName& file) {
     return isExtensionWrongCase(file.native(), kPackagedExtension) ||
            isExtensionWrongCase(file.native(), kTextExtension);
@@ -70,8 +82,18 @@ void requireForm(const FileName& file, Form form) {
             : "expected a text app (\".k\"), found a packaged app; there is nothing to convert");
 }
 
+std::optional<WrongKind> whyNoText(const opc::FileKind& kind) {
+    const std::string what = "is " + std::string(kind.name) + ", not a text app";
+    if (kind.family == opc::FileKind::Family::Zip) {
+        return WrongKind{what, "if it is a packaged app, give it a name that ends in \".kvpkg\""};
+    }
+    if (kind.family != opc::FileKind::Family::Binary) return std::nullopt;
+    return WrongKind{what, "choose another file"};
+}
+
 std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& file) {
     const Form form = formOf(file);
+    if (form == Form::Text) requireTextKind(file);
     bool mayBeSaved = false;
     try {
         return about(file, [&] {
@@ -84,7 +106,7 @@ std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& fil
         });
     } catch (const Error& e) {
         requireFile(file);  // says better what is wrong with one that cannot be opened at all
-        if (!mayBeSaved) throw;
+        if (!mayBeSaved || !mayBeZip(file)) throw;
         throw Error(file.shown, e.text() + "; \"qzapp check\" tells what can be saved");
     }
 }

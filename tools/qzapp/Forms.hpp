@@ -2,8 +2,11 @@
 
 #include <appserialization/AppMetadataReader.hpp>
 #include <foundation/ustring.hpp>
+#include <opc/FileKind.hpp>
 
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "tools/qzapp/FileName.hpp"
 
@@ -22,6 +25,12 @@ Form formOf(const FileName& file);
 
 // Throws Error, saying what there is instead, unless the file has this form.
 void requireForm(const FileName& file, Form form);
+
+// Why a file of this kind is no text app, and what to do about it; nullopt when it may be one.
+struct WrongKind {
+    std::string what, fix;
+};
+std::optional<WrongKind> whyNoText(const opc::FileKind& kind);
 
 // Opens an app of either form. All failures are Errors about the file.
 std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& file);

@@ -4,6 +4,7 @@
 #include <opc/Package.hpp>
 
 #include <algorithm>
+#include <cstdint>
 #include <map>
 #include <set>
 #include <string>
@@ -37,10 +38,16 @@ public:
         : package_(package), findings_(findings) {}
 
     void run() {
+        if (!package_.isRepairable) {
+            findings_.add("app-missing", "",
+                          "holds nothing of an app: no model, code, metadata or screenshot",
+                          "choose another file; see what this one holds with \"qzapp items\"");
+            return;
+        }
         if (package_.relationshipsItem == nullptr) {
             findings_.add("relationships-missing", shownName(packageRelationships()),
                           "there is no such part, so readers find none of the app's",
-                          repairFix(package_.file));
+                          repairFix(package_));
         }
         checkModel();
         checkCode();
@@ -52,11 +59,14 @@ public:
     }
 
 private:
-    std::string edit(const std::string& options) const {
-        if (package_.opens())
-            return fmt::format("qzapp edit {} {}", shellWord(package_.file), options);
-        return fmt::format("once it is repaired: qzapp edit {} {}",
-                           shellWord(repairedName(package_.file)), options);
+    // `before` is what else to do.
+    std::string edit(const std::string& options, const std::string& before = "") const {
+        const bool isReady = package_.opens();
+        const FileName file = isReady ? package_.file : repairedName(package_.file);
+        std::string fix = before;
+        if (!isReady) fix += (fix.empty() ? "" : ", ") + std::string("once it is repaired");
+        return fmt::format("{}{}qzapp edit {} {}", fix, fix.empty() ? "" : ": ", shellWord(file),
+                           options);
     }
 
     void missing(const AppPart& part) {
@@ -64,7 +74,7 @@ private:
         const bool isThere = package_.find(part.name) != nullptr;
         findings_.add(part.whenMissing, name,
                       isThere ? "no relationship leads to it" : "there is no such part",
-                      isThere ? repairFix(package_.file) : edit(part.option));
+                      isThere ? repairFix(package_) : edit(part.option));
     }
 
     // The part that the one relationship of its type leads to; otherwise null, and told why.
@@ -80,7 +90,7 @@ private:
             findings_.add("part-type", found->shownName,
                           fmt::format("has the content type \"{}\"; expected \"{}\"",
                                       shown(found->type->toString()), shown(part.contentType)),
-                          repairFix(package_.file));
+                          repairFix(package_));
         }
         if (*found->name != PartName(part.name)) {
             findings_.add("part-name", found->shownName,
@@ -96,7 +106,7 @@ private:
                           fmt::format("relationship \"{}\" leads to \"{}\", which is no part of "
                                       "the package",
                                       shown(link.getID()), shown(link.getTargetURI().toString())),
-                          repairFix(package_.file));
+                          repairFix(package_));
         }
         return found;
     }
@@ -106,15 +116,15 @@ private:
                       fmt::format("{} relationships lead to such a part, so nobody can tell which "
                                   "one is meant",
                                   count),
-                      "create the app anew with the right one (\"qzapp create\")");
+                      repairFix(package_));
     }
 
     // A relationship that leads nowhere has to go before a model can be put in.
     std::string modelFix() const {
         const std::string putIn = "--model FILE";
         if (!package_.opens() || package_.byType(layout::kModel.relationshipType).empty())
-            return "get the file again, or " + edit(putIn);
-        return fmt::format("{}, then qzapp edit {} {}", repairFix(package_.file),
+            return edit(putIn, "get the file again, or");
+        return fmt::format("{}; qzapp edit {} {}", repairFix(package_),
                            shellWord(repairedName(package_.file)), putIn);
     }
 
@@ -133,8 +143,17 @@ private:
         }
     }
 
+    void checkSize(const ViewedItem& part, RuleName rule, const char* option) {
+        const std::uint64_t size = part.item->size;
+        if (size <= kMaxContentBytes) return;
+        findings_.add(rule, part.shownName,
+                      fmt::format("has {} bytes; it may have at most {}", size, kMaxContentBytes),
+                      edit(option));
+    }
+
     void checkCode() {
         const ViewedItem* code = only(layout::kCode);
+        if (code != nullptr) checkSize(*code, "code-large", "--code FILE");
         const auto text = code ? package_.read(*code, kMaxContentBytes) : std::nullopt;
         if (!text) return;
         try {
@@ -143,7 +162,7 @@ private:
             findings_.add("code-encoding", code->shownName,
                           fmt::format("not valid UTF-8 at byte {} ({})", e.index(),
                                       placeOf(*text, e.index())),
-                          "save the code as UTF-8, then " + edit("--code FILE"));
+                          edit("--code FILE", "save the code as UTF-8, then"));
         }
         if (text->starts_with(kByteOrderMark)) {
             findings_.add("code-mark", code->shownName,
@@ -171,7 +190,7 @@ private:
         std::string fault;
         const auto elements = elementsOf(part, fault);
         if (!fault.empty()) {
-            findings_.add("metadata-xml", part->shownName, fault, repairFix(package_.file));
+            findings_.add("metadata-xml", part->shownName, fault, repairFix(package_));
         }
         if (elements.empty()) return;
         std::map<std::string, std::size_t> seen;
@@ -210,7 +229,7 @@ private:
             findings_.add(
                 "metadata-twice", part,
                 fmt::format("has several elements \"{}\"; readers take the first", element.name),
-                repairFix(package_.file));
+                repairFix(package_));
         }
         return &*known;
     }
@@ -241,8 +260,7 @@ private:
         }
         // Where the package opens, its own check has told.
         if (!fault.empty() && !package_.opens()) {
-            findings_.add("core-properties-rules", part->shownName, fault,
-                          repairFix(package_.file));
+            findings_.add("core-properties-rules", part->shownName, fault, repairFix(package_));
         }
         if (elements.empty()) return;  // which has been told
         if (properties["title"].empty()) {
@@ -269,12 +287,7 @@ private:
         if (part == nullptr) return;
         used_.insert(part->name->key());
         checkThumbnail(*part);
-        if (part->item->size > kMaxContentBytes) {
-            findings_.add("screenshot-large", part->shownName,
-                          fmt::format("has {} bytes; it may have at most {}", part->item->size,
-                                      kMaxContentBytes),
-                          edit("--screenshot IMAGE"));
-        }
+        checkSize(*part, "screenshot-large", "--screenshot IMAGE");
         const auto image = package_.read(*part, kMaxContentBytes);
         if (!image) return;
         const std::string format = shown(fl::i18n::to_lower(part->name->getExtension()));

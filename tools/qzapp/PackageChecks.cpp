@@ -38,20 +38,20 @@ bool isNoPackage(const PackageView& package) {
 
 void checkTypes(const PackageView& package, Findings& findings) {
     if (package.typesItem == nullptr) {
-        const bool isOther = isNoPackage(package) && package.zipRefusal.empty();
+        const bool isOther = !package.isRepairable && package.zipRefusal.empty();
         findings.add("types-missing", kTypes,
                      "not a package: the zip file holds no \"[Content_Types].xml\"",
-                     isOther ? "see what it holds with \"qzapp items\"" : repairFix(package.file));
+                     isOther ? "see what it holds with \"qzapp items\"" : repairFix(package));
         return;
     }
     const std::string& name = package.typesItem->item->name;
     if (name != kTypes) {
         findings.add("types-spelling", name, "other readers may look for the usual spelling only",
-                     repairFix(package.file));
+                     repairFix(package));
     }
     if (!package.types) return;
     for (const std::string& fault : package.types->faults())
-        findings.add("types-entry", name, fault, repairFix(package.file));
+        findings.add("types-entry", name, fault, repairFix(package));
     for (const PartName& part : package.types->overrides()) {
         if (package.find(part) != nullptr) continue;
         findings.add(
@@ -104,10 +104,10 @@ void checkOwnRelationships(const PackageView& package, Findings& findings) {
             "relationships-type", name,
             fmt::format("has the content type \"{}\"; expected \"{}\"",
                         type ? shown(type->toString()) : "", shown(relationshipsType().toString())),
-            repairFix(package.file));
+            repairFix(package));
     }
     for (const std::string& fault : package.relationshipFaults)
-        findings.add("relationships-entry", name, fault, repairFix(package.file));
+        findings.add("relationships-entry", name, fault, repairFix(package));
 }
 
 // The name of the part whose relationships stand in `name`: "/a/_rels/b.rels" belongs to "/a/b".
@@ -201,7 +201,7 @@ void checkTargets(const PackageView& package, Findings& findings) {
         } else if (package.target(relationship) == nullptr) {
             findings.add("relationship-dangling", subject,
                          fmt::format("leads to \"{}\", which is no part of the package", target),
-                         repairFix(package.file));
+                         repairFix(package));
         }
     }
 }
@@ -214,7 +214,7 @@ void checkCoreProperties(const PackageView& package, Findings& findings) {
         findings.add(
             "core-properties-several", name,
             fmt::format("{} relationships lead to core properties; at most one may", found.size()),
-            repairFix(package.file));
+            repairFix(package));
         return;
     }
     if (!package.opens()) return;
@@ -232,7 +232,7 @@ void checkCoreProperties(const PackageView& package, Findings& findings) {
         const std::size_t colon = e.text().find(": ");
         const bool namesPart = e.text().starts_with('/') && colon != std::string::npos;
         findings.add("core-properties-rules", namesPart ? e.text().substr(0, colon) : name,
-                     namesPart ? e.text().substr(colon + 2) : e.text(), repairFix(package.file));
+                     namesPart ? e.text().substr(colon + 2) : e.text(), repairFix(package));
     }
 }
 
@@ -242,13 +242,13 @@ void checkRefusal(const PackageView& package, Findings& findings) {
     if (refusal.empty()) return;
     for (const Finding& finding : findings.all()) {
         const bool isError = finding.rule->severity == Severity::Error;
-        if (isError &&
-            (refusal.ends_with(finding.text) || finding.rule == &*RuleName("names-derive") ||
-             finding.rule == &*RuleName("relationships-type"))) {
+        if (isError && (refusal.find(finding.text) != std::string::npos ||
+                        finding.rule == &*RuleName("names-derive") ||
+                        finding.rule == &*RuleName("relationships-type"))) {
             return;
         }
     }
-    findings.add("package-refused", "", refusal, repairFix(package.file));
+    findings.add("package-refused", "", refusal, repairFix(package));
 }
 
 }  // namespace

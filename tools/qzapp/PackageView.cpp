@@ -6,6 +6,8 @@
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
 
+#include <algorithm>
+#include <set>
 #include <span>
 #include <utility>
 
@@ -13,6 +15,7 @@
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
 #include "tools/qzapp/Forms.hpp"
+#include "tools/qzapp/KnownNames.hpp"
 #include "tools/qzapp/Progress.hpp"
 
 namespace qzapp {
@@ -26,7 +29,6 @@ using opc::zip::ZipArchive;
 using opc::zip::ZipItem;
 
 constexpr std::size_t kReadBytes = std::size_t{256} << 10;
-constexpr const char* kTypesItem = "[Content_Types].xml";
 
 bool equalIgnoringCase(std::string_view a, std::string_view b) {
     const auto lower = [](std::string_view text) {
@@ -60,14 +62,18 @@ ContentType assumedType(const PartName& name) {
 }
 
 ViewedItem viewOf(const ZipItem& item) {
-    ViewedItem viewed{&item, item.displayName(), {}, {}, {}, {}};
-    ustring name = u"/";
-    for (const char c : item.name)
-        name += char16_t(static_cast<unsigned char>(c));
-    if (item.isDirectory() || !PartName::isValid(name, &viewed.nameFault)) return viewed;
-    viewed.name.emplace(ustring_view(name));
-    viewed.shownName = shownName(*viewed.name);
+    ViewedItem viewed{&item, item.displayName(), {}, {}, {}, {}, {}};
+    viewed.name = partNameOf(item.name, &viewed.nameFault);
+    if (viewed.name) viewed.shownName = shownName(*viewed.name);
     return viewed;
+}
+
+bool isTypesName(std::string_view name) {
+    return equalIgnoringCase(name, kTypesItem);
+}
+
+bool isPackageRelationshipsName(std::string_view name) {
+    return partNameOf(name) == packageRelationships();
 }
 
 }  // namespace
@@ -80,6 +86,14 @@ const ContentType& relationshipsType() {
 const PartName& packageRelationships() {
     static const foundation::Immortal<PartName> name(opc::names::kRelationshipsPart);
     return *name;
+}
+
+std::optional<PartName> partNameOf(std::string_view item, std::string* fault) {
+    ustring name = u"/";
+    for (const char c : item)
+        name += char16_t(static_cast<unsigned char>(c));
+    if (item.ends_with('/') || !PartName::isValid(name, fault)) return std::nullopt;
+    return PartName(ustring_view(name));
 }
 
 bool isAppName(const FileName& file) {
@@ -102,9 +116,11 @@ PackageView::PackageView(const FileName& itsFile) : file(itsFile) {
     const Progress progress((archive ? 1 : 3) * sizeOf(file));
     if (!archive) salvage();
     viewItems();
+    settleNames();
     readTypes();
     readRelationships();
     openPackage();
+    isRepairable = isAppName(file) ? holdsApp() : holdsTables();
 }
 
 void PackageView::open() {
@@ -141,9 +157,39 @@ void PackageView::viewItems() {
     }
 }
 
+// Where directory and local header give an item two names, it has the one that the rest of the package
+// knows it by.
+void PackageView::settleNames() {
+    const auto isOdd = [](const ViewedItem& item) { return !item.item->localName.empty(); };
+    if (std::ranges::none_of(items, isOdd)) return;
+    KnownNames known;
+    for (const ViewedItem& item : items) {
+        const auto is = [&](bool (*isThat)(std::string_view)) {
+            return isThat(item.item->name) || (isOdd(item) && isThat(item.item->localName));
+        };
+        const bool isTypes = is(isTypesName), isRelationships = is(isPackageRelationshipsName);
+        const auto document = isTypes || isRelationships ? read(item, kMaxXmlBytes) : std::nullopt;
+        if (document && isTypes) known.add(opc::model::ContentTypesTable(*document));
+        if (document && isRelationships) known.add(opc::model::RelationshipsTable(*document));
+    }
+    for (ViewedItem& viewed : items) {
+        const ZipItem& item = *viewed.item;
+        if (!isOdd(viewed) || !known.prefers(item.localName, item.name)) continue;
+        const ZipItem* const other = archive->findSimilar(item.localName);
+        if (other != nullptr && other != &item) continue;
+        const auto [renamed, isNew] = renamed_.try_emplace(item.localName, item);
+        if (!isNew) continue;
+        renamed->second.name = item.localName;
+        const std::string fault = viewed.fault;
+        viewed = viewOf(renamed->second);
+        viewed.fault = fault;
+        viewed.directoryName = item.displayName();
+    }
+}
+
 void PackageView::readTypes() {
     for (const ViewedItem& item : items) {
-        if (equalIgnoringCase(item.item->name, kTypesItem)) typesItem = &item;
+        if (isTypesName(item.item->name)) typesItem = &item;
     }
     const auto document = typesItem ? read(*typesItem, kMaxXmlBytes) : std::nullopt;
     if (document) types.emplace(*document);
@@ -185,6 +231,37 @@ void PackageView::openPackage() {
         opc::model::Package package(zip);
         package.open(opc::interfaces::OpenMode::Read);
     });
+}
+
+bool PackageView::holdsApp() const {
+    const ustring core(layout::kCoreProperties.relationshipType);
+    std::set<PartName> names;
+    for (const layout::AppPart& part : layout::kParts) {
+        if (part.relationshipType != core) names.insert(PartName(part.name));
+    }
+    for (const auto& format : layout::app::kScreenshotFormats)
+        names.insert(layout::screenshotName(format.extension));
+    const auto isOfApp = [&](const opc::model::Relationship& link) {
+        return layout::isAppRelationship(link.getType()) && link.getType() != core;
+    };
+    const auto isAppPart = [&](const ViewedItem& item) {
+        return item.name && names.contains(*item.name);
+    };
+    const auto isLostPart = [&](const opc::zip::LostItem& item) {
+        const auto name = PartName::fromName(fl::i18n::utf8_to_ustring(item.name));
+        return name && names.contains(*name);
+    };
+    return std::ranges::any_of(relationships, isOfApp) || std::ranges::any_of(items, isAppPart) ||
+           std::ranges::any_of(lost, isLostPart);
+}
+
+// Of the two that make a zip file a package.
+bool PackageView::holdsTables() const {
+    const auto isTable = [](const opc::zip::LostItem& item) {
+        return isTypesName(item.name) || item.name == shownName(packageRelationships());
+    };
+    return typesItem != nullptr || relationshipsItem != nullptr ||
+           std::ranges::any_of(lost, isTable);
 }
 
 const ViewedItem* PackageView::find(const PartName& name) const {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/qzapp/FileName.hpp"
@@ -20,6 +21,8 @@ struct ViewedItem {
     std::string shownName;  // with "/" in front when it could be a part
     std::optional<opc::model::PartName> name;
     std::string nameFault;  // why there is none
+    // What the directory calls it, where the package knows it by the name in its local header.
+    std::string directoryName = {};
     std::optional<opc::model::ContentType> type;
     std::string fault;  // why its content cannot be read
 
@@ -49,9 +52,13 @@ public:
     std::vector<std::string> relationshipFaults;
     std::vector<ViewedItem> items;  // in the order of the file
 
-    // Null when there is no part of this name.
+    // Whether anything in it, readable or not, is of what its name promises: of an app (core properties,
+    // which every package may have, are not enough), or of a package.
+    bool isRepairable = false;
+
     bool opens() const { return zipRefusal.empty() && packageRefusal.empty(); }
 
+    // Null when there is no part of this name.
     const ViewedItem* find(const opc::model::PartName& name) const;
     const ViewedItem* find(foundation::ustring_view name) const;
     // The part that a relationship leads to; null when it is external or dangles.
@@ -64,15 +71,22 @@ public:
 private:
     void open();
     void salvage();
+    void settleNames();
     void viewItems();
     void readTypes();
     void readRelationships();
     void assumeRelationships();
     void openPackage();
+    bool holdsApp() const;
+    bool holdsTables() const;
 
-    std::map<std::string, const ViewedItem*> parts_;  // by part name key
+    std::map<std::string, opc::zip::ZipItem> renamed_;  // items under their local names
+    std::map<std::string, const ViewedItem*> parts_;    // by part name key
 };
 
+inline constexpr const char* kTypesItem = "[Content_Types].xml";
+// The name of the part that an item of this name is; otherwise nullopt, and `fault` says why.
+std::optional<opc::model::PartName> partNameOf(std::string_view item, std::string* fault = nullptr);
 bool isRelationshipsName(const opc::model::PartName& name);
 const opc::model::ContentType& relationshipsType();
 // Whether the file's name says that it is a packaged app, in any case.

@@ -7,13 +7,17 @@
 #include <opc/Package.hpp>
 #include <opc/PackageTables.hpp>
 
+#include <algorithm>
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "tools/qzapp/AppLayout.hpp"
+#include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
 #include "tools/qzapp/PackageView.hpp"
@@ -24,6 +28,7 @@ namespace qzapp {
 namespace {
 
 using foundation::ustring;
+using foundation::ustring_view;
 using opc::model::ContentType;
 using opc::model::Package;
 using opc::model::PackageHelper;
@@ -61,6 +66,7 @@ public:
         for (const Relationship& relationship : from_.relationships)
             takeRelationship(relationship);
         tellOfTables();
+        tellOfRest();
         if (isAppName(from_.file)) linkAppParts();
         mendProperties();
     }
@@ -89,6 +95,22 @@ private:
         const auto stream = to_.getPart(*item.name).getOutputStream();
         opc::StreamHelper::copyStreamToStream(*content, *stream);
         report_.kept.push_back({item.shownName, item.item->size});
+        tellOfItem(item, type);
+    }
+
+    void tellOfItem(const ViewedItem& item, const ContentType& type) {
+        if (!item.directoryName.empty()) {
+            mend(
+                fmt::format("called {} by its name in its local header, which the package knows; "
+                            "the directory has \"{}\"",
+                            item.shownName, item.directoryName));
+        }
+        if (!item.type) {
+            mend(fmt::format("gave {} the content type {}, since it had none", item.shownName,
+                             shown(type.toString())));
+        } else if (!(*item.type == type)) {
+            mend(fmt::format("gave {} the content type of its kind", item.shownName));
+        }
     }
 
     // The parts whose XML readers of apps parse.
@@ -114,44 +136,94 @@ private:
         }
     }
 
-    ContentType typeFor(const ViewedItem& item) {
+    static ContentType typeFor(const ViewedItem& item) {
         if (isRelationshipsName(*item.name)) return relationshipsType();
         for (const layout::AppPart& part : layout::kParts) {
-            if (*item.name != PartName(part.name)) continue;
-            const ContentType expected(part.contentType);
-            if (!item.type || !(*item.type == expected)) {
-                mend(fmt::format("gave {} the content type of its kind", item.shownName));
-            }
-            return expected;
+            if (*item.name == PartName(part.name)) return ContentType(part.contentType);
         }
-        if (item.type) return *item.type;
-        mend(fmt::format("gave {} the content type {}, since it had none", item.shownName,
-                         shown(kUnknownType)));
-        return ContentType(kUnknownType);
+        return item.type ? *item.type : ContentType(kUnknownType);
     }
 
-    void takeRelationship(const Relationship& relationship) {
-        const auto& type = relationship.getType();
-        const auto& target = relationship.getTargetURI();
-        const auto& id = relationship.getID();
-        const bool isExternal = relationship.getTargetMode() == TargetMode::External;
-        if (isExternal && !layout::isAppRelationship(type)) {
-            to_.createExternalRelationship(type, target, id);
-        } else if (isExternal || !leadsToPart(target)) {
-            lose(fmt::format("relationship \"{}\"", shown(id)),
-                 fmt::format("it leads to \"{}\", which is not there", shown(target.toString())));
-        } else if (type == layout::kCoreProperties.relationshipType &&
-                   !to_.getRelationshipsByType(type).empty()) {
-            lose(fmt::format("relationship \"{}\"", shown(id)),
-                 "a package has one core properties part");
+    void takeRelationship(const Relationship& link) {
+        const bool isExternal = link.getTargetMode() == TargetMode::External;
+        const ustring& target = link.getTargetURI().toString();
+        if (layout::isAppRelationship(link.getType())) {
+            if (const auto fault = appLinkFault(link)) return loseLink(link, *fault);
+        } else if (!isExternal && !leadsToPart(link)) {
+            return loseLink(link, leadsNowhere(target));
+        }
+        if (isExternal) {
+            to_.createExternalRelationship(link.getType(), link.getTargetURI(), link.getID());
         } else {
-            to_.createInternalRelationship(type, target, id);
+            to_.createInternalRelationship(link.getType(), link.getTargetURI(), link.getID());
         }
     }
 
-    bool leadsToPart(const URI& target) const {
+    void loseLink(const Relationship& link, const std::string& reason) {
+        lose(fmt::format("relationship \"{}\"", shown(link.getID())), reason);
+    }
+
+    static std::string leadsNowhere(const ustring& target) {
+        return fmt::format("it leads to \"{}\", which is not there", shown(target));
+    }
+
+    // An app has one of each of these: of several, readers take none.
+    std::optional<std::string> appLinkFault(const Relationship& link) {
+        const std::string target = shown(link.getTargetURI().toString());
+        if (link.getTargetMode() == TargetMode::External) {
+            return fmt::format("it leads out of the package, to \"{}\"", target);
+        }
+        if (!leadsToPart(link)) return leadsNowhere(link.getTargetURI().toString());
+        const Relationship& meant = meantLink(link.getType());
+        if (&meant == &link) return std::nullopt;
+        return fmt::format(
+            "it leads to {} as another of its kind; the one that is kept, \"{}\", leads "
+            "to {}, and no part is left out",
+            target, shown(meant.getID()), shown(meant.getTargetURI().toString()));
+    }
+
+    // Of those of one type that lead to a part, the one for which most speaks; there is one.
+    const Relationship& meantLink(const ustring& type) {
+        const auto [found, isNew] = meant_.try_emplace(type, nullptr);
+        if (!isNew) return *found->second;
+        int most = -1;
+        for (const Relationship* link : from_.byType(type)) {
+            if (link->getTargetMode() == TargetMode::External || !leadsToPart(*link)) continue;
+            const int weight = weightOf(type, PartName(link->getTargetURI()));
+            if (weight > most) found->second = link;
+            most = std::max(most, weight);
+        }
+        return *found->second;
+    }
+
+    // The thumbnail is the screenshot that was set last. Then the content type says more than the name.
+    int weightOf(const ustring& type, const PartName& name) const {
+        const auto part = std::ranges::find(layout::kParts, ustring_view(type),
+                                            &layout::AppPart::relationshipType);
+        const ContentType contentType = to_.getPart(name).getContentType();
+        if (part != layout::kParts.end()) {
+            return 2 * (contentType == ContentType(part->contentType)) +
+                   (name == PartName(part->name));
+        }
+        const auto thumbnails = from_.byType(PackageHelper::getThumbnailRelationshipType());
+        const bool isThumbnail = std::ranges::any_of(thumbnails, [&](const Relationship* link) {
+            const ViewedItem* const target = from_.target(*link);
+            return target != nullptr && target->name == name;
+        });
+        const auto& formats = layout::app::kScreenshotFormats;
+        const auto isImage = [&](const auto& format) {
+            return contentType == format.contentType();
+        };
+        const auto isUsual = [&](const auto& format) {
+            return name == layout::screenshotName(format.extension);
+        };
+        return 4 * isThumbnail + 2 * std::ranges::any_of(formats, isImage) +
+               std::ranges::any_of(formats, isUsual);
+    }
+
+    bool leadsToPart(const Relationship& link) const {
         try {
-            return to_.hasPart(PartName(target));
+            return to_.hasPart(PartName(link.getTargetURI()));
         } catch (const opc::Exception&) {
             return false;
         }
@@ -162,6 +234,20 @@ private:
         const auto* own = from_.relationshipsItem;
         if (own == nullptr || !own->fault.empty()) {
             mend("made /_rels/.rels anew, since it is lost");
+        }
+        for (const std::string& fault : from_.relationshipFaults)
+            lose("an entry of /_rels/.rels", fault);
+        if (!from_.types) return;
+        for (const std::string& fault : from_.types->faults())
+            lose("an entry of [Content_Types].xml", fault);
+    }
+
+    void tellOfRest() {
+        const opc::zip::ZipArchive& archive = *from_.archive;
+        const std::uint64_t end = archive.bounds().fileEnd, size = archive.stamp().size;
+        if (!archive.comment().empty()) mend("left out the comment of the zip file");
+        if (end != 0 && end < size) {
+            mend(fmt::format("left out {} behind the end of the zip file", byteCount(size - end)));
         }
     }
 
@@ -193,29 +279,33 @@ private:
         } catch (const opc::Exception&) {
             // Told by what is mended below.
         }
-        const CoreProperties properties = understoodProperties();
+        std::vector<std::string> names;
+        const CoreProperties properties = understoodProperties(names);
         remove(layout::kCoreProperties);
         remove(layout::kHostProperties);
         manager.setCoreProperties(properties);
-        mend(
-            "wrote the core properties anew, with name, summary, author, version and release only");
+        mend(fmt::format("wrote the core properties anew, of the old ones with {}",
+                         names.empty() ? "none" : fmt::format("{}", fmt::join(names, ", "))));
     }
 
-    CoreProperties understoodProperties() const {
+    // Adds to `names` what people call them.
+    CoreProperties understoodProperties(std::vector<std::string>& names) const {
         CoreProperties properties;
         auto texts = understood(layout::kCoreProperties);
         texts.merge(understood(layout::kHostProperties));
-        const auto take = [&](const char* name, void (CoreProperties::*set)(const ustring&)) {
+        const auto take = [&](const char* name, void (CoreProperties::*set)(const ustring&),
+                              const char* called) {
             const auto found = texts.find(name);
             if (found == texts.end()) return;
             (properties.*set)(fl::i18n::utf8_to_ustring(found->second));
+            names.emplace_back(called);
         };
-        take("title", &CoreProperties::setTitle);
-        take("description", &CoreProperties::setDescription);
-        take("creator", &CoreProperties::setCreatedBy);
-        take("version", &CoreProperties::setVersion);
-        take("contentType", &CoreProperties::setContentType);
-        take("release", &CoreProperties::setKORVALRelease);
+        take("title", &CoreProperties::setTitle, "name");
+        take("description", &CoreProperties::setDescription, "summary");
+        take("creator", &CoreProperties::setCreatedBy, "author");
+        take("version", &CoreProperties::setVersion, "version");
+        take("contentType", &CoreProperties::setContentType, "content type");
+        take("release", &CoreProperties::setKORVALRelease, "release");
         return properties;
     }
 
@@ -236,6 +326,9 @@ private:
             const PartName name(link.getTargetURI());
             to_.deleteRelationship(link.getID());
             if (to_.hasPart(name)) to_.deletePart(name);
+            std::erase_if(report_.kept, [&](const RepairReport::Kept& kept) {
+                return kept.name == shownName(name);
+            });
         }
     }
 
@@ -244,12 +337,30 @@ private:
     const FileName& file_;
     RepairReport& report_;
     std::set<const ViewedItem*> xmlParts_;
+    std::map<ustring, const Relationship*> meant_;  // by type
 };
+
+// A repaired copy of anything else would be a package of nothing that readers know.
+void requireWorthOfRepair(const PackageView& view) {
+    if (view.items.empty() && view.lost.empty()) {
+        throw Error(view.file.shown,
+                    view.zipRefusal + "; nothing in it can be read, so there is nothing to keep");
+    }
+    if (view.isRepairable) return;
+    throw Error(
+        view.file.shown,
+        isAppName(view.file)
+            ? "holds nothing of an app, so there is nothing to repair; choose another file, "
+              "and see what this one is with \"qzapp items\""
+            : "is no package, so there is nothing to repair; see what it holds with "
+              "\"qzapp items\"");
+}
 
 }  // namespace
 
 RepairReport repairPackage(const FileName& file, const FileName& out) {
     const PackageView view(file);
+    requireWorthOfRepair(view);
     const Progress progress(sizeOf(file));
     RepairReport report;
     Transaction transaction(out, Transaction::Start::Empty);

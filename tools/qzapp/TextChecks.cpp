@@ -15,6 +15,7 @@
 #include "tools/qzapp/Checks.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
+#include "tools/qzapp/Forms.hpp"
 #include "tools/qzapp/Progress.hpp"
 
 namespace qzapp {
@@ -269,7 +270,12 @@ void checkText(const FileName& file, Findings& findings) {
         const Progress progress(2 * sizeOf(file));  // here and by the reader
         const std::string text =
             readBytes(file, appserialization::KAppMetadataReader::kLargestFile);
-        TextChecks(file, text, findings).run();
+        const auto kind = opc::FileKind::of(std::as_bytes(std::span(text)));
+        if (const auto wrong = whyNoText(kind)) {
+            findings.add("text-kind", "", wrong->what, wrong->fix);
+        } else {
+            TextChecks(file, text, findings).run();
+        }
     } catch (const Error& e) {
         findings.add("text-refused", "", e.text());
     }
