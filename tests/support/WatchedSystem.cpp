@@ -2,6 +2,7 @@
 
 #include <linux/fs.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -46,6 +47,7 @@ Call describe(std::string_view name, ssize_t result, const Arguments& arguments)
     for (const std::string_view given : arguments.names)
         call.names.emplace_back(given.substr(given.rfind('/') + 1));
     if (name == "close") return call;
+    if (name == "flock" && arguments.numbers.back() == LOCK_UN) call.name = "unlock";
     struct stat found {};
     int file = arguments.numbers.front();
     if (name == "openat") {
