@@ -3,28 +3,83 @@
 #include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
 
+#include <unicode/utf8.h>
+
+#include <algorithm>
+
 namespace foundation {
 
 namespace {
+
+// The characters that are never printed as they are, since a terminal acts on them or they end a line:
+// controls, direction marks and overrides, line and paragraph separators, the byte-order mark.
+struct Range {
+    char32_t first, last;
+};
+constexpr Range kNotPrinted[] = {
+    {0x0000, 0x001F}, {0x007F, 0x009F}, {0x061C, 0x061C}, {0x200E, 0x200F},
+    {0x2028, 0x202E}, {0x2066, 0x2069}, {0xFEFF, 0xFEFF},
+};
+// So that four digits spell each.
+static_assert(std::ranges::all_of(kNotPrinted, [](Range range) { return range.last <= 0xFFFF; }));
+
+bool isPrinted(char32_t character) {
+    return std::ranges::none_of(kNotPrinted, [=](Range range) {
+        return range.first <= character && character <= range.last;
+    });
+}
 
 bool continuesCharacter(char byte) {
     return (byte & 0xC0) == 0x80;
 }
 
-}  // namespace
+// "\u001B"
+void appendEscape(std::string& text, char32_t character) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    text += "\\u";
+    for (const int shift : {12, 8, 4, 0})
+        text += kDigits[character >> shift & 15];
+}
 
-std::string printable(std::string_view utf8) {
-    constexpr char kDigits[] = "0123456789abcdef";
+// The character at `at`, which moves behind it; negative when the bytes are not UTF-8.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion"  // inside ICU's macro
+UChar32 nextCharacter(std::string_view utf8, std::size_t& at) {
+    UChar32 character = 0;
+    U8_NEXT(utf8.data(), at, utf8.size(), character);
+    return character;
+}
+#pragma GCC diagnostic pop
+
+enum class Layout { Escaped, Kept };
+
+std::string escaped(std::string_view utf8, Layout layout) {
     std::string text;
-    for (const char c : utf8) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7F) {
-            text += c;
+    text.reserve(utf8.size());
+    for (std::size_t at = 0; at < utf8.size();) {
+        const std::size_t start = at;
+        const UChar32 character = nextCharacter(utf8, at);
+        const bool isLayout = character == '\n' || character == '\t';
+        if (character < 0) {
+            text += "\xEF\xBF\xBD";  // U+FFFD
+        } else if (isPrinted(static_cast<char32_t>(character)) ||
+                   (isLayout && layout == Layout::Kept)) {
+            text += utf8.substr(start, at - start);
         } else {
-            text.append("\\x").append({kDigits[byte >> 4], kDigits[byte & 15]});
+            appendEscape(text, static_cast<char32_t>(character));
         }
     }
     return text;
+}
+
+}  // namespace
+
+std::string printable(std::string_view utf8) {
+    return escaped(utf8, Layout::Escaped);
+}
+
+std::string printableText(std::string_view utf8) {
+    return escaped(utf8, Layout::Kept);
 }
 
 std::string shown(std::string_view utf8, std::size_t limit) {

@@ -15,10 +15,15 @@ class path;
 // a terminal acts on.
 namespace foundation {
 
-// Control characters as "\x0a". Bytes that are no UTF-8 stay as they are.
+// Control characters, direction marks, line and paragraph separators and the byte-order mark as
+// "\u001B". Bytes that are not UTF-8 show as U+FFFD.
 PLATFORM_API std::string printable(std::string_view utf8);
 
-// The same, cut where it would bury the rest of the message, and then followed by "...". Unpaired
+// Like printable(), but line feeds and tabs stay. This keeps the value of a JSON document: those that
+// are escaped stand only in its strings.
+PLATFORM_API std::string printableText(std::string_view utf8);
+
+// Like printable(), cut where it would bury the rest of the message, and then followed by "...". Unpaired
 // surrogates become U+FFFD. Paths are not cut.
 inline constexpr std::size_t kMaxShownValue = 200;    // bytes of UTF-8
 inline constexpr std::size_t kMaxShownMessage = 800;  // of one that holds shown values

@@ -46,7 +46,7 @@ const EntryRow kRelationshipEntries[] = {
     {"<Relationship Id='a' Type='t'/>", "906: a relationship has no Target; add it"},
     {"<Relationship Id='a' Type='' Target='x'/>", "906: Type is empty; expected a URI"},
     {"<Relationship Id='&#10;&#x1F600;' Type='t' Target='x'/>",
-     "906: relationship id \"\\x0a😀\" is not an XML name; expected one such as \"rId1\""},
+     "906: relationship id \"\\u000A😀\" is not an XML name; expected one such as \"rId1\""},
     {"<Relationship Id='r1' Type='t' Target='y'/>",
      "906: a second relationship with id \"r1\"; give it another one"},
     {"<Relationship Id='a' Type='t' Target='x' TargetMode='external'/>",
@@ -70,7 +70,7 @@ const TargetRow kBrokenTargets[] = {
     {"r3", "Target='gone.xml'", "targets \"gone.xml\"$GONE"},
     {"r4", "Target='gone.png'", "targets \"gone.png\"$GONE"},
     {"r3", "Target='../../../../etc/passwd'", "targets \"../../../../etc/passwd\"$GONE"},
-    {"r3", "Target='&#10;'", "targets \"\\x0a\"$GONE"},
+    {"r3", "Target='&#10;'", "targets \"\\u000A\"$GONE"},
     {"r3", "Target='file:///etc/passwd'",
      "leads nowhere: target \"file:///etc/passwd\" names no part of a package: it starts with a "
      "scheme$NOPART"},

@@ -185,7 +185,7 @@ const ChangeRow kChanges[] = {
      [](auto& zip) { zip.items[8].content += BuiltZip{.commentLength = 900}.bytes(); },
      "has two end records, at offsets 2669 and 3250$TWO"},
     {"zero byte in a name", [](auto& zip) { zip.items[0].name = std::string("a\0b", 3); },
-     "a\\x00b: has a name that holds a zero byte, where some readers end it; rename it"},
+     "a\\u0000b: has a name that holds a zero byte, where some readers end it; rename it"},
     {"another encoding locally",
      [](auto& zip) {
          zip.items[0].name = "\xC3\xA4";

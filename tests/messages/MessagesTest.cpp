@@ -34,5 +34,15 @@ TEST(HvErrMsgId, RaisesAHostErrorWithTheMessageInUtf8) {
             "The app file '\xC3\xA4\xEF\xBF\xBD' could not be loaded."));
 }
 
+TEST(HostError, ShowsWhatATerminalActsOn) {
+    const HostError error(
+        host::LoadFailed(u"a\n\u001B\u007F\u009B\u061C\u200E\u202E\u2028\u2069\uFEFFb"));
+    EXPECT_STREQ(
+        error.what(),
+        "The app file 'a\\u000A\\u001B\\u007F\\u009B\\u061C\\u200E\\u202E\\u2028\\u2069\\uFEFFb' "
+        "could not be loaded.");
+    EXPECT_EQ(error.message().arguments()[0].size(), 12u);  // the program gets them as they are
+}
+
 }  // namespace
 }  // namespace messages

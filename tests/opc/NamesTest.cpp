@@ -23,7 +23,7 @@ TEST(PartName, ChecksEachRule) {
         {u"/a./b", "ends in a dot"},
         {u"/\u00E4", "\"\u00E4\", which must be percent-encoded"},
         {u"/a\\b", "\"\\\", which"},
-        {u"/a\nb", "\"\\x0a\", which"},
+        {u"/a\nb", "\"\\u000A\", which"},
         {u"/a%5Cb", "percent-encoded slash or backslash"},
         {u"/%41", "percent-encodes \"A\""},
         {u"/a%2", "not followed by two hexadecimal digits"},

@@ -72,6 +72,16 @@ class QzhostTest(ToolTest):
         self.assertIn("UserComponents: {0x0 cell}", lines)
         self.assertEqual(lines[-1], "no screenshot")
 
+    def test_escapes_what_a_terminal_acts_on(self):
+        name = "a\x7f\x9b\u202e\u2028b"
+        app = self.write("demo.k", f"%[app:appDetails]{{\n<Name>{name}</Name>\n%}}\n")
+        shown = r"a\u007F\u009B\u202E\u2028b"
+        self.assertIn(f"Name: '{shown}'", self.ok("read", app))
+        text = self.ok("read", "--json", app)
+        self.assertIn(f'"Name": "{shown}"', text)
+        self.assertEqual(json.loads(text)["Name"], name)
+        self.refused(1, f"'{shown}.kvpkg'", "read", name + ".kvpkg")
+
     def test_prints_host_errors_with_their_identifiers(self):
         bad = self.write("bad.k", "%[app:thumbnail]{\n<Thumbnail>data:image/png;base64,A</Thumbnail>\n%}")
         rows = [

@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include <algorithm>
 #include <array>
@@ -13,33 +14,12 @@
 namespace qzapp {
 namespace {
 
-using foundation::ustring;
 using foundation::ustring_view;
 
 constexpr std::size_t kDefaultWidth = 100;
 
-// Ranges that a terminal acts on instead of showing: controls, direction marks and overrides, line
-// and paragraph separators, the byte-order mark.
-struct Range {
-    char16_t first, last;
-};
-constexpr std::array kUnsafe = {
-    Range{0x0000, 0x001F}, Range{0x007F, 0x009F}, Range{0x061C, 0x061C}, Range{0x200E, 0x200F},
-    Range{0x2028, 0x202E}, Range{0x2066, 0x2069}, Range{0xFEFF, 0xFEFF},
-};
-
 // In the order of Style: nothing, faint, bold, green, red, cyan.
 constexpr std::array<const char*, 6> kCodes = {"", "2", "1", "32", "31", "36"};
-
-bool isLayout(char16_t unit) {
-    return unit == u'\n' || unit == u'\t';
-}
-
-bool isUnsafe(char16_t unit) {
-    return std::any_of(kUnsafe.begin(), kUnsafe.end(), [&](const Range& range) {
-        return range.first <= unit && unit <= range.last;
-    });
-}
 
 // Code points, which is close enough to columns for breaking and aligning.
 std::size_t lengthOf(std::string_view utf8) {
@@ -48,31 +28,18 @@ std::size_t lengthOf(std::string_view utf8) {
     }));
 }
 
-std::string escaped(ustring_view text, bool keepsLayout) {
-    ustring shown;
-    for (const char16_t unit : text) {
-        if (!isUnsafe(unit) || (keepsLayout && isLayout(unit))) {
-            shown += unit;
-            continue;
-        }
-        const std::string escape = fmt::format("\\u{:04X}", static_cast<unsigned>(unit));
-        shown.append(escape.begin(), escape.end());
-    }
-    return fl::i18n::to_display(shown);
-}
-
 }  // namespace
 
+std::string visible(std::string_view text) {
+    return foundation::printable(text);
+}
+
 std::string visible(ustring_view text) {
-    return escaped(text, false);
+    return visible(fl::i18n::to_display(text));
 }
 
 std::string visibleText(std::string_view text) {
-    return escaped(fl::i18n::utf8_to_ustring(text), true);
-}
-
-std::string visible(std::string_view text) {
-    return visible(fl::i18n::utf8_to_ustring(text));
+    return foundation::printableText(text);
 }
 
 std::vector<std::string> visibleLines(ustring_view text, std::size_t width) {

@@ -10,8 +10,7 @@
 
 namespace qzapp {
 
-// Text for a terminal, on one line: control characters and those that reorder a line show as
-// "\u001B", and bytes that are no UTF-8 as U+FFFD.
+// Text for a terminal, on one line: foundation::printable() of it.
 std::string visible(std::string_view text);
 std::string visible(foundation::ustring_view text);
 

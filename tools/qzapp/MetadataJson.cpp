@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include <algorithm>
 #include <optional>
@@ -17,6 +18,7 @@ namespace {
 using nlohmann::ordered_json;
 
 constexpr std::size_t kMaxShownToken = 40;
+constexpr int kIndent = 2;
 
 // What the parser stumbled over. Its own token starts at the last string, which it may have taken
 // already, and spells control characters "<U+000A>".
@@ -144,12 +146,23 @@ FieldValues readMetadataJson(const FileName& file) {
     return handler.take();
 }
 
+namespace {
+
+// What a terminal acts on is escaped, since JSON is read there, too.
+std::string dumped(const ordered_json& value, int indent) {
+    return foundation::printableText(
+               value.dump(indent, ' ', false, ordered_json::error_handler_t::replace)) +
+           "\n";
+}
+
+}  // namespace
+
 std::string jsonLine(const ordered_json& value) {
-    return value.dump(-1, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+    return dumped(value, -1);
 }
 
 std::string jsonDocument(const ordered_json& value) {
-    return value.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+    return dumped(value, kIndent);
 }
 
 }  // namespace qzapp

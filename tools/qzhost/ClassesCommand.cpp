@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/qzhost/Display.hpp"
+
 namespace qzhost {
 
 namespace {
@@ -104,7 +106,7 @@ std::string classText(const ordered_json& info) {
 }  // namespace
 
 std::string listClassesAsJson() {
-    return describeEverything().dump(2) + "\n";
+    return jsonText(describeEverything());
 }
 
 std::string listClasses() {

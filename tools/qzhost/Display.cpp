@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 #include <hvarray/Inspection.hpp>
 
 #include <algorithm>
@@ -53,24 +54,14 @@ nlohmann::ordered_json valueToJson(const hvArray_tag* value) {
     return texts;
 }
 
-bool isControl(char16_t unit) {
-    return unit < 0x20 || (unit >= 0x7F && unit < 0xA0);
-}
-
 }  // namespace
 
 std::string visible(std::u16string_view text) {
-    std::string shown;
-    while (!text.empty()) {
-        const auto control = std::find_if(text.begin(), text.end(), isControl);
-        const auto length = static_cast<std::size_t>(control - text.begin());
-        shown += fl::i18n::to_display(text.substr(0, length));
-        text.remove_prefix(length);
-        if (text.empty()) break;
-        shown += fmt::format("\\u{:04X}", static_cast<unsigned>(text.front()));
-        text.remove_prefix(1);
-    }
-    return shown;
+    return foundation::printable(fl::i18n::to_display(text));
+}
+
+std::string jsonText(const nlohmann::ordered_json& value) {
+    return foundation::printableText(value.dump(2)) + "\n";
 }
 
 std::string displayStruct(const hvArray_tag& structure) {

@@ -9,8 +9,11 @@
 
 namespace qzhost {
 
-// Text on one line of a terminal: control characters show as "\u001B".
+// Text on one line of a terminal: foundation::printable() of it.
 std::string visible(std::u16string_view text);
+
+// JSON as it is printed, with what a terminal acts on escaped.
+std::string jsonText(const nlohmann::ordered_json& value);
 
 // A scalar struct as a host displays it: a line for each field, its name and its value.
 std::string displayStruct(const hvArray_tag& structure);

@@ -73,7 +73,7 @@ std::string readApp(const ReadOptions& options) {
     const ArrayPtr metadata = reader.metadata();
     const auto [bytes, format] = reader.screenshot();
     if (options.screenshot) writeScreenshot(options, matrix::bytesOf(*bytes));
-    if (options.json) return structToJson(*metadata).dump(2) + "\n";
+    if (options.json) return jsonText(structToJson(*metadata));
     return displayStruct(*metadata) + "\n" + describeScreenshot(*bytes, *format);
 }
 

@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 #include <messages/HostError.hpp>
 
 #include <CLI/CLI.hpp>
@@ -37,7 +38,7 @@ foundation::ustring toFileName(const std::string& argument) {
 }
 
 std::string describeWrongCommandLine(const CLI::App*, const CLI::Error& error) {
-    return fmt::format("qzhost: {}\nTry \"qzhost --help\".\n", error.what());
+    return fmt::format("qzhost: {}\nTry \"qzhost --help\".\n", foundation::printable(error.what()));
 }
 
 void declareCommands(CLI::App& app, Options& options) {
@@ -77,8 +78,7 @@ int reportFailures(const std::function<void()>& command) {
         fmt::print(stderr, "{}: {}\n", error.message().fullIdentifier(),
                    qzhost::visible(error.message().text()));
     } catch (const std::exception& error) {
-        fmt::print(stderr, "qzhost: {}\n",
-                   qzhost::visible(fl::i18n::utf8_to_ustring(error.what())));
+        fmt::print(stderr, "qzhost: {}\n", foundation::printable(error.what()));
     }
     return kFailure;
 }
