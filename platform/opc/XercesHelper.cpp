@@ -118,12 +118,12 @@ void requireWritable(const xercesc::DOMNode& node, const std::string& name) {
 void requireWritableTree(const xercesc::DOMNode& root, const std::string& name) {
     std::size_t depth = 0;
     for (const xercesc::DOMNode* node = &root; node != nullptr;) {
+        if (depth > xml::kMaxDepth && node->getNodeType() == xercesc::DOMNode::ELEMENT_NODE) {
+            throw Exception(name + ": elements nest deeper than 64; remove some");
+        }
         requireWritable(*node, name);
         if (const auto* const child = node->getFirstChild()) {
-            const bool isElement = child->getNodeType() == xercesc::DOMNode::ELEMENT_NODE;
-            if (++depth > xml::kMaxDepth && isElement) {
-                throw Exception(name + ": elements nest deeper than 64; remove some");
-            }
+            ++depth;
             node = child;
             continue;
         }
