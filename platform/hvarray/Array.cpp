@@ -98,8 +98,8 @@ void freeWithChildren(hvArray_tag* dead) noexcept {
     }
 }
 
-// Every owner of a shared array would see the change, and only a shared array can be part of what is
-// stored in it.
+// Every owner of a shared array would see the change. An array that its caller owns, and that has no
+// other owner, is not part of any value.
 void checkChangeable(const hvArray_tag& target, const hvArray_tag* value) {
     if (value == &target) throw ArrayError("an array cannot contain itself");
     if (referenceCountOf(target) == 1) return;

@@ -76,7 +76,12 @@ PLATFORM_API hvArray_tag* hvCreateString_UTF16(std::u16string_view text);
 // The setters store `value`, which may be null to make the element empty, and take over the caller's
 // reference to it; what stood there before is released. They throw ArrayError, and leave both arrays
 // and the reference as they were, when there is no such element or field, when the target is of
-// another class or shared with another owner, and when an array would contain itself.
+// another class or shared with another owner, and when it would be stored in itself.
+//
+// An array whose only reference has been handed over belongs to the array that took it, and must not
+// be changed through an old pointer any more. Whoever does could store the owner in it, so that each
+// contains the other: this is not found out, since that would take a walk through the whole value at
+// each call, and such arrays are never freed.
 PLATFORM_API void hvSetCell(hvArray_tag* cell, std::size_t index, hvArray_tag* value);
 PLATFORM_API void hvSetField(hvArray_tag* structure, std::size_t index, const char* name,
                              hvArray_tag* value);
