@@ -13,9 +13,9 @@ using foundation::shown;
 
 namespace {
 
-Claim claimOf(const PartKind& kind, const Part& part) {
-    if (kind.name == part.getName()) return Claim::Name;
-    return kind.contentType == part.getContentType() ? Claim::ContentType : Claim::None;
+Claim claimOf(const PartKind& kind, const PartName& name, const ContentType& type) {
+    if (kind.name == name) return Claim::Name;
+    return kind.contentType == type ? Claim::ContentType : Claim::None;
 }
 
 // Whether readers would find the part as one of this kind.
@@ -29,22 +29,33 @@ bool isFoundAs(const PartKind& kind, const Package& package, const Part& part) {
 
 }  // namespace
 
-Claim claimOf(const ustring& relationshipType, const Part& part, std::span<const PartKind> kinds) {
+Claim claimOf(const ustring& relationshipType, const PartName& name, const ContentType& type,
+              std::span<const PartKind> kinds) {
     Claim strongest = Claim::None;
     for (const PartKind& kind : kinds) {
         if (kind.relationshipType == relationshipType)
-            strongest = std::max(strongest, claimOf(kind, part));
+            strongest = std::max(strongest, claimOf(kind, name, type));
     }
     return strongest;
+}
+
+const PartKind* strongerKind(const ustring& relationshipType, const PartName& name,
+                             const ContentType& type, std::span<const PartKind> kinds) {
+    const Claim own = claimOf(relationshipType, name, type, kinds);
+    const auto found = std::ranges::find_if(
+        kinds, [&](const PartKind& kind) { return claimOf(kind, name, type) > own; });
+    return found == kinds.end() ? nullptr : &*found;
 }
 
 Part requireOwnTarget(const Package& package, const Relationship& relationship,
                       std::span<const PartKind> kinds) {
     Part part = package.getTarget(relationship);
-    const Claim own = claimOf(relationship.getType(), part, kinds);
+    const PartName name = part.getName();
+    const ContentType type = part.getContentType();
+    const Claim own = claimOf(relationship.getType(), name, type, kinds);
     for (const PartKind& other : kinds) {
         if (other.relationshipType == relationship.getType()) continue;
-        if (own != Claim::None && own >= claimOf(other, part)) continue;
+        if (own != Claim::None && own >= claimOf(other, name, type)) continue;
         if (!isFoundAs(other, package, part)) continue;
         throw Exception(
             shown(package.path()) + ": " + shown(names::kRelationshipsPart) + ": relationship \"" +

@@ -21,8 +21,12 @@ struct PartKind {
 enum class Claim { None, ContentType, Name };
 
 // Of the kinds that relationships of this type lead to, the strongest.
-PLATFORM_API Claim claimOf(const ustring& relationshipType, const Part& part,
-                           std::span<const PartKind> kinds);
+PLATFORM_API Claim claimOf(const ustring& relationshipType, const PartName& name,
+                           const ContentType& type, std::span<const PartKind> kinds);
+// The kind that a part is by its name or type, where that speaks stronger than for the kinds that
+// relationships of this type lead to; null otherwise.
+PLATFORM_API const PartKind* strongerKind(const ustring& relationshipType, const PartName& name,
+                                          const ContentType& type, std::span<const PartKind> kinds);
 
 // What a relationship leads to, for replacing or deleting it as the part of its type. Throws
 // opc::Exception where that would destroy a part of another one of `kinds`: where it is found as such,

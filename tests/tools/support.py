@@ -139,6 +139,27 @@ class ToolTest(unittest.TestCase):
         return target
 
 
+    def signed(self, source, target):
+        """A copy with the parts of a digital signature, as other programs make them; nothing is signed."""
+        kind = "http://schemas.openxmlformats.org/package/2006/relationships/digital-signature/"
+        media = "application/vnd.openxmlformats-package.digital-signature-"
+        types = f'<Default Extension="sigs" ContentType="{media}origin"/>' + "".join(
+            f'<Override PartName="/_xmlsignatures/{name}" ContentType="{media}{what}"/>'
+            for name, what in (("sig1.xml", "xmlsignature+xml"), ("one.cer", "certificate"))) + "</Types>"
+        link = ('<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">'
+                '<Relationship Id="r" Type="{}" Target="{}"/></Relationships>')
+        self.rewrite(source, target, lambda name, content: add_relationship(
+            kind + "origin", "_xmlsignatures/origin.sigs")(name, replacing(
+                "[Content_Types].xml", "</Types>", types)(name, content)))
+        with zipfile.ZipFile(self.dir / target, "a") as package:
+            package.writestr("_xmlsignatures/origin.sigs", b"")
+            package.writestr("_xmlsignatures/_rels/origin.sigs.rels", link.format(kind + "signature", "sig1.xml"))
+            package.writestr("_xmlsignatures/sig1.xml", b"<Signature/>")
+            package.writestr("_xmlsignatures/_rels/sig1.xml.rels", link.format(kind + "certificate", "one.cer"))
+            package.writestr("_xmlsignatures/one.cer", b"certificate")
+        return target
+
+
 # Changes for rewrite()
 
 def without(item):

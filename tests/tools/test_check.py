@@ -61,6 +61,11 @@ class Check(CheckTest):
         for expected, change in rows:
             self.assertIn(expected, self.rules(self.rewrite("app.kvpkg", "bad.kvpkg", change)))
 
+    def test_signatures_are_told_and_not_verified(self):
+        self.assertEqual(self.report(self.signed(self.create(), "signed.kvpkg"))["findings"], [{
+            "rule": "package-signed", "severity": "note", "part": "", "fix": "",
+            "text": '1 digital signature, not verified here; an edit takes "--drop-signature"'}])
+
     def test_goes_on_behind_the_first_error(self):
         bad = self.rewrite(self.create(), "bad.kvpkg", lambda name, content: {
             TYPES: content.replace(b"</Types>", b"<X/></Types>"),

@@ -1,9 +1,13 @@
 """edit."""
 
 import os
+import re
 import unittest
+import zipfile
 
 from support import EXAMPLE, METADATA_PART, MODEL_PART, SCHEMA, ToolTest, add_relationship, replacing
+
+RELS = "_rels/.rels"
 
 
 class Edit(ToolTest):
@@ -60,20 +64,124 @@ class Edit(ToolTest):
                          "a.kvpkg: has no screenshot; nothing changed\n")
         self.assertEqual(self.read("a.kvpkg"), before)
 
-    def test_several_metadata_or_screenshot_relationships_are_refused(self):
+    def test_a_metadata_edit_keeps_what_later_hosts_have_put_there(self):
+        self.small("a.kvpkg", *(word for n in "xxy" for word in ("--set", f"RequiredProducts={n}")))
+        self.rewrite("a.kvpkg", "b.kvpkg", lambda name, content: content if name != METADATA_PART else content.replace(
+            b'<product id="x"/>', b'<product id="x" n="1"/>', 1).replace(b"</metadata>", b"<new/></metadata>"))
+        self.ok("edit", "b.kvpkg", "--set", "Name=N", "--set", "UserComponents=u")
+        text = self.items("b.kvpkg")[METADATA_PART]
+        self.assertIn(b'<product id="x" n="1"/><product id="x"/><product id="y"/>', text.replace(
+            b'n="1" id="x"', b'id="x" n="1"'))
+        self.assertTrue(text.endswith(b"</userComponents><new/></metadata>"), text)
+
+    def test_what_is_ambiguous_or_would_spoil_something_else_is_refused_until_it_is_repaired(self):
         self.create()
-        base = SCHEMA + "/lumenForge/app/2017/relationships/"
+        record = self.metadata("app.kvpkg")
+        app = SCHEMA + "/lumenForge/app/2017/relationships/"
+        core = "http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties"
+        code = SCHEMA + "/korval/2026/relationships/code"
+        copy = '"qzapp check --repair bad-repaired.kvpkg bad.kvpkg"'
+        sets = {"metadata": ["--set", "Version=9"], "code": ["--code", EXAMPLE / "code.k"],
+                "screenshot": ["--screenshot", EXAMPLE / "screenshot.png"], "none": ["--remove-screenshot"]}
+
+        def leads(kind, to):
+            part = {"appMetadata": "metadata/appMetadata.xml", "appScreenshot": "metadata/appScreenshot.png"}[kind]
+            return replacing(RELS, f'{app}{kind}" Target="/{part}"', f'{app}{kind}" Target="{to}"')
+        several = "has 2 {} relationships, so nobody can tell which one is meant; " + copy + " writes a copy that has one"
+        spoils = r'/_rels/\.rels: relationship ".*" of type ".*" leads to the app\'s model, /lumenforge/appModel\.kvd, ' \
+            "which this change would destroy; remove it, or lead it to a part of its own; " + copy + " writes such a copy"
         rows = [
-            ("appMetadata", ["--set", "Name=x"], "has 2 metadata relationships, so its metadata cannot be "
-             "told and would be lost; create the app anew"),
-            ("appScreenshot", ["--code", EXAMPLE / "code.k", "--remove-screenshot"],
-             "has 2 screenshot relationships, so the screenshot cannot be told; create the app anew"),
+            (add_relationship(app + "appMetadata", "/x"), "metadata", several.format("metadata")),
+            (add_relationship(app + "appMetadata", "/" + METADATA_PART), "metadata", several.format("metadata")),
+            (add_relationship(core, "/" + MODEL_PART), "metadata", several.format("core properties")),
+            (add_relationship(code, "/" + METADATA_PART), "code", several.format("code")),
+            (add_relationship(app + "appScreenshot", "/" + MODEL_PART), "screenshot", several.format("screenshot")),
+            (add_relationship(app + "appScreenshot", "/x"), "none", several.format("screenshot")),
+            (leads("appMetadata", "/" + MODEL_PART), "metadata", spoils),
+            (leads("appScreenshot", "/" + MODEL_PART), "none", spoils),
+            (leads("appScreenshot", "/x"), "screenshot", r"has a part /metadata/appScreenshot\.png, but no relationship "
+             "leads to it, so nobody can tell what it is; " + copy + " writes a copy in which it is the screenshot"),
         ]
-        for kind, args, message in rows:
-            self.rewrite("app.kvpkg", "two.kvpkg", add_relationship(base + kind, "/x"))
-            before = self.read("two.kvpkg")
-            self.fails(1, f"two.kvpkg: {message}", "edit", "two.kvpkg", *args)
-            self.assertEqual(self.read("two.kvpkg"), before)
+        for change, what, message in rows:
+            with self.subTest(message=message, what=what):
+                self.rewrite("app.kvpkg", "bad.kvpkg", change)
+                before = self.read("bad.kvpkg")
+                self.fails_like(r"bad\.kvpkg: " + message, "edit", "bad.kvpkg", *sets[what])
+                self.assertEqual(self.read("bad.kvpkg"), before)
+                for other in sets.keys() - {what} - ({"screenshot", "none"} if what in ("screenshot", "none") else set()):
+                    self.rewrite("app.kvpkg", "other.kvpkg", change)
+                    self.ok("edit", "other.kvpkg", *sets[other])
+                    self.assertEqual(self.items("other.kvpkg")[MODEL_PART], self.items("app.kvpkg")[MODEL_PART])
+                self.ok("check", "--repair", "bad-repaired.kvpkg", "--force", "bad.kvpkg")
+                self.assertEqual(self.metadata("bad-repaired.kvpkg"), record)
+                self.assertEqual(self.json("info", "bad-repaired.kvpkg")["screenshot"],
+                                 self.json("info", "app.kvpkg")["screenshot"])
+                self.ok("edit", "bad-repaired.kvpkg", *sets[what])
+
+    def test_an_external_screenshot_is_no_part_to_remove(self):
+        self.rewrite(self.create(), "bad.kvpkg", replacing(
+            RELS, '/appScreenshot" Target="/metadata/appScreenshot.png"',
+            f'/appScreenshot" Target="/{MODEL_PART}" TargetMode="External"'))
+        self.ok("edit", "bad.kvpkg", "--remove-screenshot")
+        self.assertEqual(self.items("bad.kvpkg")[MODEL_PART], self.items("app.kvpkg")[MODEL_PART])
+
+    def test_signatures_go_only_when_asked(self):
+        self.signed(self.create(), "signed.kvpkg")
+        self.ok("check", "--strict", "signed.kvpkg")
+        before = self.read("signed.kvpkg")
+        for args in (["--set", "Name=N"], ["--code", EXAMPLE / "code.k"], ["--remove-screenshot"]):
+            self.fails(1, "signed.kvpkg: is signed, and no signature would be valid after an edit; add --drop-signature "
+                       "to take the signatures out", "edit", "signed.kvpkg", *args)
+        self.write("bad.json", '{"Summary": "\\u0000"}')
+        self.fails_like(".*Summary.*", "edit", "signed.kvpkg", "--drop-signature", "--metadata", "bad.json")
+        self.assertEqual(self.read("signed.kvpkg"), before)
+        for args in ([], ["--set", "Name=N", "--code", EXAMPLE / "code.k"], ["--remove-screenshot"]):
+            self.write("signed.kvpkg", before)
+            self.assertEqual(self.ok("edit", "signed.kvpkg", "--drop-signature", *args), "edited signed.kvpkg\n")
+            self.assertEqual([n for n in self.items("signed.kvpkg") if n.startswith("_xml")], [])
+            self.assertNotIn(b"digital-signature", self.items("signed.kvpkg")[RELS])
+            self.assertNotIn(b"_xmlsignatures", self.items("signed.kvpkg")["[Content_Types].xml"])
+            self.ok("check", "--strict", "signed.kvpkg")
+        self.assertEqual(self.ok("edit", "app.kvpkg", "--drop-signature"), "app.kvpkg: is not signed; nothing changed\n")
+
+    def test_no_part_of_the_app_goes_as_a_signature(self):
+        media = "application/vnd.openxmlformats-package.digital-signature-origin"
+        self.rewrite(self.signed(self.create(), "signed.kvpkg"), "bad.kvpkg", lambda name, content: {
+            RELS: content.replace(b"_xmlsignatures/origin.sigs", MODEL_PART.encode()),
+            "[Content_Types].xml": re.sub(rb'(kvd"|appMetadata.xml") ContentType="[^"]*"',
+                                          rb'\1 ContentType="' + media.encode() + b'"', content)}.get(name, content))
+        self.assertIn(media.encode() + b'"/><Override PartName="/meta', self.items("bad.kvpkg")["[Content_Types].xml"])
+        self.ok("edit", "bad.kvpkg", "--drop-signature")
+        self.assertLessEqual({MODEL_PART, METADATA_PART}, self.items("bad.kvpkg").keys())
+
+    def test_another_thumbnail_is_told(self):
+        thumbnail = "http://schemas.openxmlformats.org/package/2006/relationships/metadata/thumbnail"
+        self.rewrite(self.small("a.kvpkg"), "b.kvpkg", lambda name, content: add_relationship(
+            thumbnail, "/media/t.png")(name, replacing("[Content_Types].xml", "</Types>", (
+                '<Default Extension="png" ContentType="image/png"/></Types>'))(name, content)))
+        with zipfile.ZipFile(self.dir / "b.kvpkg", "a") as package:
+            package.writestr("media/t.png", b"other")
+        shot = EXAMPLE / "screenshot.png"
+        self.assertEqual(self.ok("edit", "b.kvpkg", "--screenshot", shot),
+                         "edited b.kvpkg\nb.kvpkg: /media/t.png is not the thumbnail any more, since the screenshot is; "
+                         "the picture stays in the file\n")
+        self.assertEqual(self.items("b.kvpkg")["media/t.png"], b"other")
+        self.assertEqual(self.ok("edit", "b.kvpkg", "--screenshot", shot), "edited b.kvpkg\n")
+
+    def test_a_release_is_kept_as_legacy_information_through_edits(self):
+        def release():
+            properties = self.json("parts", "a.kvpkg")["coreProperties"]
+            return properties["KORVALRelease"], properties["KORVALReleaseInfo"]
+        self.small("a.kvpkg")
+        host = self.metadata("a.kvpkg")["KORVALRelease"]
+        kept = f"edited a.kvpkg\na.kvpkg: KORVALRelease is {host}, that of the host that saves"
+        self.assertEqual(self.ok("edit", "a.kvpkg", "--set", "KORVALRelease=R2020a"),
+                         f"{kept}; R2020a is kept as legacy information\n")
+        self.assertEqual(self.ok("edit", "a.kvpkg", "--set", "Name=N"), "edited a.kvpkg\n")
+        self.assertEqual(release(), (host, "R2020a (legacy)"))
+        self.assertEqual(self.ok("edit", "a.kvpkg", "--clear", "KORVALRelease"), kept + "\n")
+        self.assertEqual(release(), (host, host))
+        self.assertEqual(self.ok("edit", "a.kvpkg", "--set", f"KORVALRelease={host}"), "edited a.kvpkg\n")
 
     def test_a_failing_edit_changes_nothing(self):
         self.create()

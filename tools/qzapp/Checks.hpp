@@ -25,6 +25,8 @@ void checkImage(const FileName& file, const std::string& part, std::string_view 
 
 // What a repaired copy of a package is called in fixes.
 FileName repairedName(const FileName& file);
+// The command that writes it.
+std::string repairCommand(const FileName& file);
 // The fix for what is damaged in a package.
 std::string repairFix(const PackageView& package);
 

@@ -91,10 +91,14 @@ FileName repairedName(const FileName& file) {
     return {stem + "-repaired" + (hasExtension ? name.substr(dot) : ""), {}};
 }
 
+std::string repairCommand(const FileName& file) {
+    return fmt::format("qzapp check --repair {} {}", shellWord(repairedName(file)),
+                       shellWord(file));
+}
+
 std::string repairFix(const PackageView& package) {
     if (!package.isRepairable) return "choose another file, or get this one again";
-    return fmt::format("get the file again, or: qzapp check --repair {} {}",
-                       shellWord(repairedName(package.file)), shellWord(package.file));
+    return "get the file again, or: " + repairCommand(package.file);
 }
 
 void checkContainer(const PackageView& package, Findings& findings) {

@@ -53,6 +53,7 @@ inline constexpr std::array kRules = {
     Rule{"relationship-dangling", Severity::Warning, "a relationship leads to a part"},
     Rule{"relationship-external", Severity::Note, "relationships stay in the package"},
     Rule{"part-unreachable", Severity::Warning, "relationships lead to every part"},
+    Rule{"package-signed", Severity::Note, "the package is not signed"},
     Rule{"core-properties-several", Severity::Error, "a package has one core properties part"},
     Rule{"core-properties-rules", Severity::Error, "core properties keep the standard's rules"},
 

@@ -13,6 +13,7 @@
 #include "tools/qzapp/AppLayout.hpp"
 #include "tools/qzapp/Checks.hpp"
 #include "tools/qzapp/Files.hpp"
+#include "tools/qzapp/Signatures.hpp"
 
 namespace qzapp {
 namespace {
@@ -331,6 +332,7 @@ private:
         for (const ViewedItem& item : package_.items) {
             if (!item.isPart() || isRelationshipsName(*item.name)) continue;
             if (used_.contains(item.name->key())) continue;
+            if (signatures::isPartOfSignature(*item.type)) continue;  // a rule of its own
             findings_.add("part-unknown", item.shownName,
                           fmt::format("a part of type \"{}\", which apps do not have; it is kept",
                                       shown(item.type->toString())));

@@ -13,6 +13,7 @@
 #include "tools/qzapp/Checks.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
+#include "tools/qzapp/Signatures.hpp"
 
 namespace qzapp {
 namespace {
@@ -206,6 +207,15 @@ void checkTargets(const PackageView& package, Findings& findings) {
     }
 }
 
+void checkSignature(const PackageView& package, Findings& findings) {
+    if (!signatures::isSigned(package)) return;
+    const std::size_t count = signatures::count(package);
+    findings.add("package-signed", "",
+                 fmt::format("{} digital signature{}, not verified here; an edit takes "
+                             "\"--drop-signature\"",
+                             count, count == 1 ? "" : "s"));
+}
+
 // Readers check them when they ask for properties, so a package that opens may still fail here.
 void checkCoreProperties(const PackageView& package, Findings& findings) {
     const auto found = package.byType(layout::kCoreProperties.relationshipType);
@@ -261,6 +271,7 @@ void checkPackage(const PackageView& package, Findings& findings) {
     checkOwnRelationships(package, findings);
     checkTargets(package, findings);
     checkReach(package, findings);
+    checkSignature(package, findings);
     checkCoreProperties(package, findings);
     checkRefusal(package, findings);
 }
