@@ -17,8 +17,9 @@ namespace appserialization {
 // touch nothing, when the file was changed, renamed or replaced since, or the name leads elsewhere;
 // a working directory that changed makes no difference. Errors of the package library, the XML library and the file system
 // pass unchanged. When a setter fails, what it sets stays as it was; where it had begun to change the
-// app already, every later call but the destructor throws, so that half of a change is never saved. Use a
-// writer from one thread at a time.
+// app already, every later call but the destructor throws, so that half of a change is never saved. A
+// setter whose relationship leads to another part of the app, which it would destroy, throws before it
+// changes anything. Use a writer from one thread at a time.
 class APPSERIALIZATION_API AppFileWriter {
 public:
     // Starts from an empty package when the file does not exist or `createNew` is true, else from
@@ -41,8 +42,9 @@ public:
     void setAppModelFromFile(const ustring& modelFilePath);
 
     // Sets the metadata. A text that the record lacks keeps the value that the package has, else gets
-    // its default; a list that it lacks becomes empty. Text that XML cannot hold is refused, with the
-    // field and the position, before anything changes.
+    // its default; a list that it lacks becomes empty. What a later host has put beside the record's
+    // elements stays. Text that XML cannot hold is refused, with the field and the position, before
+    // anything changes.
     void setAppMetadata(const AppMetadata& metadata);
 
     // Sets the screenshot to the encoded image `bytes`, kept exactly as they are. `format` is "png",

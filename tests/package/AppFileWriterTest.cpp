@@ -187,8 +187,8 @@ TEST_F(AppFileWriterTest, KeepsWhatLaterHostsHavePutIntoTheMetadataPart) {
          "<userComponents/><x xmlns=\"urn:d\"><y/></x><z xmlns=\"\"/></metadata>"},
         {"the value that items and lists declare is not mistaken for theirs",
          laterMetadata("",
-                       "<componentProducts xmlns:id=\"urn:id\"><product xmlns:h=\"urn:h\" "
-                       "id=\"a\" h:id=\"b\"/></componentProducts>"),
+                       "<componentProducts xmlns:id=\"urn:id\"><product xmlns:id=\"a\" n=\"1\"/>"
+                       "<product xmlns:h=\"urn:h\" id=\"a\" h:id=\"b\"/></componentProducts>"),
          "<componentProducts xmlns:id=\"urn:id\"><product xmlns:h=\"urn:h\" h:id=\"b\" "
          "id=\"a\"/><product id=\"b\"/><product id=\"a\"/></componentProducts>"},
         {"the n-th item of a value is the n-th again",
@@ -208,6 +208,12 @@ TEST_F(AppFileWriterTest, KeepsWhatLaterHostsHavePutIntoTheMetadataPart) {
                        "<uuid>1</uuid><uuid>2</uuid><h:uuid>3</h:uuid><userComponents/>"
                        "<userComponents><x/></userComponents>"),
          "<userComponents/><h:uuid>3</h:uuid></metadata>"},
+        {"what readers take for the record's, whatever its namespace, is not kept beside it",
+         "<m><x:uuid xmlns:x=\"urn:x\">u</x:uuid></m>",
+         "<uuid xmlns:x=\"urn:x\">u</uuid><AppType>Standard</AppType><componentProducts><product "
+         "id=\"a\"/>"
+         "<product id=\"b\"/><product id=\"a\"/></componentProducts><imageRelativePaths/>"
+         "<userComponents/></metadata>"},
     };
     AppMetadata record;
     record.setDescription(u"new");
