@@ -122,13 +122,13 @@ class Diff(ToolTest):
     def test_code_beyond_the_bound_only_differs(self):
         self.small("a.kvpkg")
         rows = [(250_001 * b"\n", "250,001 bytes, 250001 lines"),
-                ((1 << 24) * b"x" + b"\n", "16,777,217 bytes, 1 lines")]
+                ((1 << 24) * b"x" + b"\n", "16,777,217 bytes, 1 line")]
         for code, facts in rows:
             self.ok("edit", self.small("b.kvpkg", "--force"), "--code", "-", input=code)
             status, text = self.diff("a.kvpkg", "b.kvpkg")
             self.assertEqual(status, 1)
             self.assertTrue(text.endswith(
-                f"\ncode\n-   7 bytes, 1 lines  sha256:{sha256(b'x = 1;' + bytes([10]))}\n"
+                f"\ncode\n-   7 bytes, 1 line  sha256:{sha256(b'x = 1;' + bytes([10]))}\n"
                 f"+   {facts}  sha256:{sha256(code)}\n"
                 "    differs; lines are shown of up to 16 MiB and 250000 lines\n"), text[-300:])
             self.assertIsNone(json.loads(self.diff("--json", "a.kvpkg", "b.kvpkg")[1])["code"]["diff"])

@@ -116,9 +116,9 @@ std::string longCodeText(const ordered_json& change) {
     std::string text = "code\n";
     for (const auto& [sign, side] : {std::pair{'-', "a"}, std::pair{'+', "b"}}) {
         const ordered_json& facts = change[side];
-        text += line(sign, fmt::format("{}, {} lines  sha256:{}", byteCount(facts["bytes"]),
-                                       facts["lines"].get<std::uint64_t>(),
-                                       facts["sha256"].get<std::string>()));
+        const auto lines = facts["lines"].get<std::uint64_t>();
+        text += line(sign, fmt::format("{}, {} line{}  sha256:{}", byteCount(facts["bytes"]), lines,
+                                       lines == 1 ? "" : "s", facts["sha256"].get<std::string>()));
     }
     return text + line(' ', fmt::format("differs; lines are shown of up to {} MiB and {} lines",
                                         kMostDiffBytes >> 20, kMostDiffLines));

@@ -53,11 +53,37 @@ std::map<std::string, std::string> textsOf(const std::string& document) {
     return texts;
 }
 
+// The relationship type of the parts of an app to which this one belongs, by its name or else by its
+// content type; empty when it is none.
+ustring kindOf(const ViewedItem& item) {
+    const auto isNamed = [&](const layout::AppPart& part) {
+        return *item.name == PartName(part.name);
+    };
+    const auto isTyped = [&](const layout::AppPart& part) {
+        return item.type && *item.type == ContentType(part.contentType);
+    };
+    const auto& all = layout::kParts;
+    auto found = std::ranges::find_if(all, isNamed);
+    if (found == all.end()) found = std::ranges::find_if(all, isTyped);
+    if (found != all.end()) return ustring(found->relationshipType);
+    const auto isImage = [&](const auto& format) {
+        return *item.name == layout::screenshotName(format.extension) ||
+               (item.type && *item.type == format.contentType());
+    };
+    const bool isScreenshot = std::ranges::any_of(layout::app::kScreenshotFormats, isImage);
+    return isScreenshot ? layout::app::kScreenshotRelationship : ustring();
+}
+
 class Repair {
 public:
     // Messages call the new package what `file` is shown as.
     Repair(const PackageView& from, Package& to, const FileName& file, RepairReport& report)
-        : from_(from), to_(to), file_(file), report_(report), xmlParts_(xmlParts()) {}
+        : from_(from),
+          to_(to),
+          file_(file),
+          report_(report),
+          xmlParts_(xmlParts()),
+          thumbnails_(thumbnails()) {}
 
     void run() {
         report_.lost = from_.lost;
@@ -67,7 +93,10 @@ public:
             takeRelationship(relationship);
         tellOfTables();
         tellOfRest();
-        if (isAppName(from_.file)) linkAppParts();
+        if (isAppName(from_.file)) {
+            linkAppParts();
+            loseIdleScreenshots();
+        }
         mendProperties();
     }
 
@@ -119,9 +148,20 @@ private:
         for (const layout::AppPart& part :
              {layout::kMetadata, layout::kCoreProperties, layout::kHostProperties}) {
             if (isAppName(from_.file)) parts.insert(from_.find(part.name));
-            for (const Relationship* link : from_.byType(part.relationshipType))
-                parts.insert(from_.target(*link));
+            for (const Relationship* link : from_.byType(part.relationshipType)) {
+                if (!isOfAnotherKind(*link)) parts.insert(from_.target(*link));
+            }
         }
+        return parts;
+    }
+
+    std::set<const ViewedItem*> thumbnails() const {
+        std::set<const ViewedItem*> parts;
+        for (const Relationship* link :
+             from_.byType(PackageHelper::getThumbnailRelationshipType())) {
+            parts.insert(from_.target(*link));
+        }
+        parts.erase(nullptr);  // which is what dangling ones lead to
         return parts;
     }
 
@@ -174,12 +214,20 @@ private:
             return fmt::format("it leads out of the package, to \"{}\"", target);
         }
         if (!leadsToPart(link)) return leadsNowhere(link.getTargetURI().toString());
+        if (isOfAnotherKind(link)) {
+            return fmt::format("it leads to {}, which is a part of another kind", target);
+        }
         const Relationship& meant = meantLink(link.getType());
         if (&meant == &link) return std::nullopt;
-        return fmt::format(
-            "it leads to {} as another of its kind; the one that is kept, \"{}\", leads "
-            "to {}, and no part is left out",
-            target, shown(meant.getID()), shown(meant.getTargetURI().toString()));
+        return fmt::format("one of several to such a part, it led to {}; \"{}\", to {}, is kept",
+                           target, shown(meant.getID()), shown(meant.getTargetURI().toString()));
+    }
+
+    bool isOfAnotherKind(const Relationship& link) const {
+        const ViewedItem* const target = from_.target(link);
+        if (target == nullptr) return false;
+        const ustring kind = kindOf(*target);
+        return !kind.empty() && kind != link.getType();
     }
 
     // Of those of one type that lead to a part, the one for which most speaks; there is one.
@@ -188,7 +236,10 @@ private:
         if (!isNew) return *found->second;
         int most = -1;
         for (const Relationship* link : from_.byType(type)) {
-            if (link->getTargetMode() == TargetMode::External || !leadsToPart(*link)) continue;
+            if (link->getTargetMode() == TargetMode::External || !leadsToPart(*link) ||
+                isOfAnotherKind(*link)) {
+                continue;
+            }
             const int weight = weightOf(type, PartName(link->getTargetURI()));
             if (weight > most) found->second = link;
             most = std::max(most, weight);
@@ -205,11 +256,6 @@ private:
             return 2 * (contentType == ContentType(part->contentType)) +
                    (name == PartName(part->name));
         }
-        const auto thumbnails = from_.byType(PackageHelper::getThumbnailRelationshipType());
-        const bool isThumbnail = std::ranges::any_of(thumbnails, [&](const Relationship* link) {
-            const ViewedItem* const target = from_.target(*link);
-            return target != nullptr && target->name == name;
-        });
         const auto& formats = layout::app::kScreenshotFormats;
         const auto isImage = [&](const auto& format) {
             return contentType == format.contentType();
@@ -217,8 +263,8 @@ private:
         const auto isUsual = [&](const auto& format) {
             return name == layout::screenshotName(format.extension);
         };
-        return 4 * isThumbnail + 2 * std::ranges::any_of(formats, isImage) +
-               std::ranges::any_of(formats, isUsual);
+        return 4 * thumbnails_.contains(from_.find(name)) +
+               2 * std::ranges::any_of(formats, isImage) + std::ranges::any_of(formats, isUsual);
     }
 
     bool leadsToPart(const Relationship& link) const {
@@ -262,6 +308,26 @@ private:
         if (screenshots.size() != 1) return;
         link(PartName(screenshots[0].getTargetURI()),
              PackageHelper::getThumbnailRelationshipType());
+    }
+
+    // A part of such a name that is not the screenshot would keep the next one of its format out.
+    void loseIdleScreenshots() {
+        std::set<PartName> used;
+        for (const Relationship& link : to_.getRelationships()) {
+            if (leadsToPart(link)) used.emplace(link.getTargetURI());
+        }
+        for (const auto& format : layout::app::kScreenshotFormats) {
+            const PartName name = layout::screenshotName(format.extension);
+            if (!to_.hasPart(name) || used.contains(name)) continue;
+            lose(shownName(name), "a further screenshot, which no reader shows");
+            drop(name);
+        }
+    }
+
+    void drop(const PartName& name) {
+        to_.deletePart(name);
+        std::erase_if(report_.kept,
+                      [&](const RepairReport::Kept& kept) { return kept.name == shownName(name); });
     }
 
     void link(const PartName& name, const ustring& type) {
@@ -325,10 +391,7 @@ private:
              to_.getRelationshipsByType(ustring(part.relationshipType))) {
             const PartName name(link.getTargetURI());
             to_.deleteRelationship(link.getID());
-            if (to_.hasPart(name)) to_.deletePart(name);
-            std::erase_if(report_.kept, [&](const RepairReport::Kept& kept) {
-                return kept.name == shownName(name);
-            });
+            if (to_.hasPart(name)) drop(name);
         }
     }
 
@@ -336,7 +399,7 @@ private:
     Package& to_;
     const FileName& file_;
     RepairReport& report_;
-    std::set<const ViewedItem*> xmlParts_;
+    std::set<const ViewedItem*> xmlParts_, thumbnails_;
     std::map<ustring, const Relationship*> meant_;  // by type
 };
 

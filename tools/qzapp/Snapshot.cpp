@@ -52,36 +52,43 @@ std::string relationshipsHash(const Package& package) {
     return sha256Hex(fmt::format("{}", fmt::join(lines, "")));
 }
 
-bool isCoreProperties(const Package& package, const Part& part) {
-    const auto found =
-        package.getRelationshipsByType(PackageHelper::getCorePropertiesRelationshipType());
-    return std::any_of(found.begin(), found.end(), [&](const auto& relationship) {
-        return opc::model::PartName(relationship.getTargetURI()) == part.getName();
-    });
+using Names = std::set<opc::model::PartName>;
+
+// Found once, since a package may have as many relationships as parts.
+Names corePropertiesOf(const Package& package) {
+    Names names;
+    for (const auto& link :
+         package.getRelationshipsByType(PackageHelper::getCorePropertiesRelationshipType())) {
+        if (package.hasTarget(link)) names.insert(package.getTarget(link).getName());
+    }
+    return names;
 }
 
-std::string meaningHash(const Package& package, const Part& part, const std::string& hash) {
+std::string meaningHash(const Package& package, const Names& coreProperties, const Part& part,
+                         const std::string& hash) {
     if (part.getName().toString() == opc::names::kRelationshipsPart)
         return relationshipsHash(package);
-    if (!isCoreProperties(package, part)) return hash;
+    if (!coreProperties.contains(part.getName())) return hash;
     return sha256Hex(
         withoutModifiedTime(std::string(textOf(opc::model::readAll(part, kMaxXmlBytes)))));
 }
 
-void addHashes(PartFacts& facts, const Package& package, const Part& part) {
+void addHashes(PartFacts& facts, const Package& package, const Names& coreProperties,
+               const Part& part) {
     Sha256 sum;
     readToEnd(*part.getInputStream(), [&](std::span<const std::byte> bytes) { sum.update(bytes); });
     facts.sha256 = sum.hex();
-    facts.sha256OfMeaning = meaningHash(package, part, facts.sha256);
+    facts.sha256OfMeaning = meaningHash(package, coreProperties, part, facts.sha256);
 }
 
-PartFacts factsOf(const FileName& file, const Package& package, const Part& part) {
+PartFacts factsOf(const FileName& file, const Package& package, const Names& coreProperties,
+                  const Part& part) {
     PartFacts facts;
     facts.name = fl::i18n::to_display(part.getName().toString());
     facts.contentType = fl::i18n::to_display(part.getContentType().toString());
     facts.size = part.size();
     try {
-        about(file, [&] { addHashes(facts, package, part); });
+        about(file, [&] { addHashes(facts, package, coreProperties, part); });
     } catch (const Error& e) {
         facts.error = e.text();
     }
@@ -92,9 +99,10 @@ std::vector<PartFacts> readParts(const FileName& file) {
     const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
     Package package(zip);
     package.open(opc::interfaces::OpenMode::Read);
+    const Names coreProperties = corePropertiesOf(package);
     std::vector<PartFacts> parts;
     for (const Part& part : package.getParts())
-        parts.push_back(factsOf(file, package, part));
+        parts.push_back(factsOf(file, package, coreProperties, part));
     std::sort(parts.begin(), parts.end(),
               [](const PartFacts& a, const PartFacts& b) { return a.name < b.name; });
     return parts;
