@@ -77,10 +77,11 @@ void requireNoStrayScreenshot(const FileName& file, const Package& package, cons
     const bool isKnown = std::ranges::any_of(
         links, [&](const Relationship& link) { return package.hasTarget(link); });
     if (isKnown || !package.hasPart(name)) return;
-    throw Error(file.shown, fmt::format("has a part {}, but no relationship leads to it, so nobody "
-                                        "can tell what it is; \"{}\" writes a copy in which it is the "
-                                        "screenshot",
-                                        shownName(name), repairCommand(file)));
+    throw Error(file.shown,
+                fmt::format("has a part {}, but no relationship leads to it, so nobody "
+                            "can tell what it is; \"{}\" writes a copy in which it is the "
+                            "screenshot",
+                            shownName(name), repairCommand(file)));
 }
 
 bool leadToTheSame(const Package& package, const Relationship& a, const Relationship& b) {

@@ -65,7 +65,7 @@ Names corePropertiesOf(const Package& package) {
 }
 
 std::string meaningHash(const Package& package, const Names& coreProperties, const Part& part,
-                         const std::string& hash) {
+                        const std::string& hash) {
     if (part.getName().toString() == opc::names::kRelationshipsPart)
         return relationshipsHash(package);
     if (!coreProperties.contains(part.getName())) return hash;
