@@ -8,16 +8,15 @@
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/framework/MemBufFormatTarget.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
-#include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLString.hpp>
 
 #include "platform/opc/PartStreams.hpp"
 #include "platform/opc/xml/DomBuilder.hpp"
 #include "platform/opc/xml/DomCopier.hpp"
 #include "platform/opc/xml/XercesMemory.hpp"
+#include "platform/opc/xml/XercesSetup.hpp"
 #include "platform/opc/xml/XmlReader.hpp"
 
-#include <mutex>
 #include <new>
 #include <optional>
 #include <utility>
@@ -138,9 +137,7 @@ void requireWritableTree(const xercesc::DOMNode& root, const std::string& name) 
 }  // namespace
 
 XercesGuard::XercesGuard() {
-    static std::once_flag once;
-    std::call_once(
-        once, [] { translated("XML library", [] { xercesc::XMLPlatformUtils::Initialize(); }); });
+    xml::setUpXerces();
 }
 
 struct XercesDocument::State {

@@ -1,14 +1,19 @@
 // Saves and reads while memory runs out.
 
+#include <appserialization/AppFileReader.hpp>
+#include <appserialization/AppFileWriter.hpp>
 #include <fl/SystemCalls.hpp>
+#include <opc/Exception.hpp>
 #include <opc/Streams.hpp>
 
 #include <cerrno>
 #include <functional>
+#include <string_view>
 #include <vector>
 
 #include "platform/opc/zip/ZipWriter.hpp"
 #include "tests/faults/FaultsTest.hpp"
+#include "tests/support/AppPackage.hpp"
 
 namespace faults {
 
@@ -99,6 +104,59 @@ TEST_F(AllocationFaultTest, TakesBackALargeItemWithNeitherMemoryNorDisk) {
     stream.reset();
     EXPECT_TRUE(test_support::allocationFailed());
     test_support::failAllocation(0);
+}
+
+// Processes that have used nothing yet.
+class FirstUseAllocationTest : public RepeatableTest {
+protected:
+    enum Answer { kSurvived, kEnough, kWrong };
+
+    // What comes of `operation` when allocations fail, and then of another try with memory.
+    template <class Operation>
+    static Answer answer(std::size_t number, Memory then, Operation operation) {
+        test_support::failAllocation(number, then);
+        const bool threw = throws(operation);
+        const bool failed = test_support::allocationFailed();
+        test_support::failAllocation(0);
+        if (threw && !failed) return kWrong;
+        try {
+            operation();
+        } catch (const opc::Exception& failure) {
+            // Where a library below the XML library lacked memory, nothing else helps.
+            const std::string_view message = failure.what();
+            return failed && message.ends_with("start the program again") ? kSurvived : kWrong;
+        }
+        return failed ? kSurvived : kEnough;
+    }
+
+    template <class Operation>
+    void failEach(std::size_t step, Operation operation) const {
+        for (const Memory then : test_support::kMemories) {
+            for (std::size_t number = 1;; number += step) {
+                work_.write(kApp, example_);
+                const int status = statusOf([&] { return answer(number, then, operation); });
+                ASSERT_TRUE(WIFEXITED(status)) << number << " ended with " << status;
+                ASSERT_LT(WEXITSTATUS(status), kWrong) << number;
+                if (WEXITSTATUS(status) == kEnough) break;
+            }
+        }
+    }
+
+    // Made by no library of ours.
+    const std::string example_ = test_support::goodPackage().bytes();
+};
+
+TEST_F(FirstUseAllocationTest, FailsAndWorksLater) {
+    const auto app = work_.name(kApp);
+    failEach(kStep, [&] { appserialization::AppFileReader(app).getAppMetadata(); });
+    // Most are those of the libraries below the XML library.
+    failEach(37, [&] {
+        appserialization::AppMetadata record;
+        record.setName(std::u16string(u"Edited"));
+        appserialization::AppFileWriter writer(app, false);
+        writer.setAppMetadata(record);
+        writer.close();
+    });
 }
 
 INSTANTIATE_TEST_SUITE_P(Read, ReadAllocationTest, testing::ValuesIn(readOperations()),
