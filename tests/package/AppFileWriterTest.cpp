@@ -191,6 +191,11 @@ TEST_F(AppFileWriterTest, KeepsWhatLaterHostsHavePutIntoTheMetadataPart) {
                        "<product xmlns:h=\"urn:h\" id=\"a\" h:id=\"b\"/></componentProducts>"),
          "<componentProducts xmlns:id=\"urn:id\"><product xmlns:h=\"urn:h\" h:id=\"b\" "
          "id=\"a\"/><product id=\"b\"/><product id=\"a\"/></componentProducts>"},
+        {"a value in an attribute with a prefix is not kept beside the new one",
+         laterMetadata("",
+                       "<componentProducts xmlns:h=\"urn:h\"><product h:id=\"a\" n=\"1\"/>"
+                       "</componentProducts>"),
+         "<componentProducts xmlns:h=\"urn:h\"><product id=\"a\" n=\"1\"/><product id=\"b\"/>"},
         {"the n-th item of a value is the n-th again",
          laterMetadata("",
                        "<componentProducts><product id=\"b\" n=\"1\"/><product id=\"a\"/>"
@@ -574,6 +579,12 @@ TEST_F(AppFileWriterTest, FurtherRelationshipsToAPartAreNoReasonToRefuse) {
             EXPECT_NE(PackageContents(app_).parts.at(setter.part), before);
         }
     }
+    // Its content type speaks for the model, its name for nothing.
+    good(leadingTo(test_support::kModelType, u"/odd.kvd")
+             .with(u"/odd.kvd", "old")
+             .withRelationship(test_support::kCodeType, u"/odd.kvd"));
+    edit([&](AppFileWriter& writer) { writer.setAppModelFromFile(model_); });
+    EXPECT_EQ(PackageContents(app_).parts.at(u"/odd.kvd"), std::string("new \0 model", 11));
     for (const char16_t* const type : types) {
         good(goodPackage()
                  .withRelationship(type, kModelPart)
