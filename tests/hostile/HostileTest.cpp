@@ -156,7 +156,8 @@ const Edit kEdits[] = {
     {"code",
      [](auto& writer) { writer.setKORVALCodeText(u"y = 2;"); },
      "code: y = 2;",
-     {"code: ", "part /korval/code"}},
+     // The last is what a wrong relationship takes for the screenshot: the code.
+     {"code: ", "part /korval/code", "screenshot: k "}},
 };
 
 // What the edit has changed beside what it is meant to change. What could not be read may be readable
