@@ -186,6 +186,14 @@ const ChangeRow kChanges[] = {
      "has two end records, at offsets 2669 and 3250$TWO"},
     {"zero byte in a name", [](auto& zip) { zip.items[0].name = std::string("a\0b", 3); },
      "a\\u0000b: has a name that holds a zero byte, where some readers end it; rename it"},
+    {"many records that share a local header with a long name",
+     [](auto& zip) {
+         zip.items[0].name.assign(60000, 'n');
+         zip.isListedBackwards = true;
+         for (int i = 0; i < 3000; ++i)
+             zip.items.push_back({.name = std::to_string(i), .method = 0, .offset = 0});
+     },
+     "2999: reaches from offset 0 past offset 0$PAST"},
     {"another encoding locally",
      [](auto& zip) {
          zip.items[0].name = "\xC3\xA4";

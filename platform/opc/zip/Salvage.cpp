@@ -245,24 +245,18 @@ private:
         return header.size() == local::kHeaderSize && load32(header, 0) == local::kSignature;
     }
 
-    // Adds what the local header says: where the data starts, and its name where that is another.
-    // Without one, the data are where it would end.
+    // Adds what the local header says: where the data starts, and its name where that is another of the
+    // same length, as when a bit was flipped. Without one, the data are where it would end.
     void addLocal(ZipItem& item) const {
         const std::size_t likely = local::kHeaderSize + item.name.size();
         item.dataOffset = item.headerOffset + likely;
-        auto header = bytesAt(*source_, item.headerOffset, likely);
-        if (header.size() < local::kHeaderSize ||
-            !isHeader(Bytes(header).first(local::kHeaderSize))) {
-            return;
-        }
+        const auto header = bytesAt(*source_, item.headerOffset, likely);
+        if (header.size() < likely || !isHeader(Bytes(header).first(local::kHeaderSize))) return;
         const std::size_t size = load16(header, local::kNameLength);
         item.dataOffset =
             item.headerOffset + local::kHeaderSize + size + load16(header, local::kExtraLength);
-        if (size != item.name.size()) {
-            header = bytesAt(*source_, item.headerOffset, local::kHeaderSize + size);
-        }
-        std::string name(asText(Bytes(header).subspan(local::kHeaderSize)));
-        if (name != item.name && isName(name)) item.localName = std::move(name);
+        const std::string_view name = asText(Bytes(header).subspan(local::kHeaderSize));
+        if (size == name.size() && name != item.name && isName(name)) item.localName = name;
     }
 
     static bool isName(std::string_view name) {
