@@ -71,10 +71,12 @@ FileKind textKind(std::string_view start) {
 FileKind FileKind::of(std::span<const std::byte> start) {
     const std::string_view text(reinterpret_cast<const char*>(start.data()), start.size());
     if (text.empty()) return {Family::Empty, "empty"};
+    // Before the signatures: a text may begin with "GIF89a = 1" or "%PDF-".
+    if (isText(text)) return textKind(text);
     for (const Signature& signature : kSignatures) {
         if (has(text, signature)) return signature.kind;
     }
-    return isText(text) ? textKind(text) : FileKind{Family::Unknown, "data of unknown kind"};
+    return {Family::Unknown, "data of unknown kind"};
 }
 
 }  // namespace opc

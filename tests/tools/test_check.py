@@ -123,6 +123,7 @@ class Check(CheckTest):
         rows = [
             (set(), (EXAMPLE / "heatfield.k").read_text()),
             ({"appendix-missing"}, "x = 1"),
+            ({"appendix-missing"}, "GIF89a = 1; BZh = 2;\n"),
             ({"text-encoding"}, details.encode() + b"\xff"),
             ({"section-twice"}, details * 2),
             ({"section-open"}, details + "%[app:internalData]\n%{\n"),
