@@ -411,4 +411,4 @@ class Cost(CheckTest):
             with self.subTest(args=args):
                 start = processor_time()
                 self.run_tool(*args, "app.kvpkg")
-                self.assertLess(processor_time() - start, 6)
+                self.assertLess(processor_time() - start, 12)
