@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,6 +44,9 @@ struct PLATFORM_API ZipItem {
     // For people: the name as UTF-8, from code page 437 where it is not.
     std::string displayName() const;
 };
+
+// The checksum that zip files hold of each item, of bytes behind those that `sofar` is of; 0 at first.
+PLATFORM_API std::uint32_t crc32(std::uint32_t sofar, std::span<const std::byte> bytes);
 
 // Something that a damaged zip file held, by its displayName(), and why it cannot be had.
 struct PLATFORM_API LostItem {

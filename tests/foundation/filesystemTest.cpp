@@ -1,11 +1,16 @@
 #include <fl/filesystem.hpp>
 
+#include <fl/FileDescriptor.hpp>
+
 #include "tests/support/TemporaryDirectory.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <iterator>
+#include <string>
 #include <system_error>
 
 namespace fl::filesystem {
@@ -45,6 +50,51 @@ TEST_F(FilesystemTest, TellsWhatANameStandsFor) {
         EXPECT_EQ(isRegularFile(path(row.name)), row.isRegular);
         if (row.exists && !row.isRegular) continue;  // opening the FIFO would wait for a writer
         EXPECT_EQ(ifstream(path(row.name), std::ios::in).is_open(), row.exists);
+    }
+}
+
+// Whatever becomes of the file's own name, and with no more descriptors than there are by then.
+TEST_F(FilesystemTest, ReadsAnOpenFileByItsPrivateName) {
+    const FileDescriptor file = FileDescriptor::openForReading(path(u"dir/link"));
+    const path name = file.privateName(u"other.kvpkg");
+    EXPECT_EQ(name.filename(), u"other.kvpkg");
+    std::filesystem::remove("file");
+    for (int times = 0; times < 2; ++times) {
+        EXPECT_TRUE(exists(name) && isRegularFile(name) && isSameFile(name, name));
+        EXPECT_EQ(FileDescriptor::openForReading(name).stamp(), file.stamp());
+        ifstream stream(name, std::ios::in | std::ios::binary);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(stream), {}), "bytes");
+    }
+    EXPECT_FALSE(fstream(name, std::ios::out).is_open());
+    EXPECT_FALSE(fstream(name, std::ios::in | std::ios::out).is_open());
+    EXPECT_THROW(canonical(name), std::system_error);
+    std::error_code error;
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::path(name.native()), error)) << error;
+}
+
+TEST_F(FilesystemTest, TakesNothingElseForAPrivateName) {
+    const FileDescriptor file = FileDescriptor::openForReading(path(u"file"));
+    const FileDescriptor folder(::open("dir", O_RDONLY));
+    const FileDescriptor fifo(::open("fifo", O_RDONLY | O_NONBLOCK));
+    const std::string number = std::to_string(file.get());
+    const std::string names[] = {
+        "/proc/self/fd/" + number + "/",
+        "/proc/self/fd/" + number + "/a/b",
+        "/proc/self/fd/x/a",
+        "/proc/self/fd/-" + number + "/a",
+        "/proc/self/fd/99999999999/a",
+        "/proc/self/fd/9999/a",
+        "/proc/self/fd//a",
+        "/proc/self/fdx/" + number + "/a",
+        "proc/self/fd/" + number + "/a",
+        "/proc/self/fd/" + std::to_string(folder.get()) + "/a",
+        "/proc/self/fd/" + std::to_string(fifo.get()) + "/a",
+    };
+    for (const std::string& name : names) {
+        SCOPED_TRACE(name);
+        EXPECT_FALSE(exists(path::fromBytes(name)));
+        EXPECT_FALSE(ifstream(path::fromBytes(name), std::ios::in).is_open());
+        EXPECT_THROW(FileDescriptor::openForReading(path::fromBytes(name)), std::system_error);
     }
 }
 

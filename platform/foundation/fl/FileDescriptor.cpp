@@ -2,11 +2,17 @@
 
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
+#include <fl/i18n.hpp>
 
+#include <fcntl.h>
 #include <linux/fs.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <memory>
+#include <string>
+#include <string_view>
 
 namespace fl::filesystem {
 
@@ -15,6 +21,9 @@ namespace {
 // The system moves at most 2 GiB a call; less, so that a signal is noticed within a second.
 constexpr std::uint64_t kLargestCopy = std::uint64_t{1} << 30;
 constexpr std::size_t kCopyBuffer = std::size_t{256} << 10;
+
+// Below it, private names.
+constexpr std::string_view kOpenFiles = "/proc/self/fd/";
 
 int refusalOf(mode_t mode) {
     if (S_ISREG(mode)) return 0;
@@ -58,6 +67,48 @@ void copyThroughMemory(const FileDescriptor& source, std::uint64_t sourceOffset,
 
 }  // namespace
 
+namespace detail {
+
+namespace {
+
+// As a rule ENOTDIR; the others where /proc is not mounted or may not be looked into.
+bool mayBePrivate(int error) {
+    return error == ENOTDIR || error == ENOENT || error == EACCES || error == EPERM;
+}
+
+// Of "/proc/self/fd/7/FILENAME"; -1 for another name.
+int numberIn(std::string_view name) {
+    if (!name.starts_with(kOpenFiles)) return -1;
+    int number = -1;
+    const char* const end = name.data() + name.size();
+    const auto read = std::from_chars(name.data() + kOpenFiles.size(), end, number);
+    const std::string_view rest(read.ptr, end);
+    const bool isPrivate = read.ec == std::errc() && rest.size() > 1 && rest.rfind('/') == 0;
+    return isPrivate ? number : -1;
+}
+
+}  // namespace
+
+int descriptorOf(const path& refused, int error) {
+    const int number =
+        mayBePrivate(error) ? numberIn(detail::make_native_access_form_i18n(refused)) : -1;
+    struct stat status {};
+    const bool isOpen = number >= 0 && ::fstat(number, &status) == 0 && S_ISREG(status.st_mode);
+    errno = error;
+    return isOpen ? number : -1;
+}
+
+int openPrivateName(const path& refused, int error) {
+    const int held = descriptorOf(refused, error);
+    if (held < 0) return -1;
+    const int opened = ::fcntl(held, F_DUPFD_CLOEXEC, 0);
+    // The two share their position, which readers by position do not move.
+    if (opened >= 0) ::lseek(opened, 0, SEEK_SET);
+    return opened;
+}
+
+}  // namespace detail
+
 FileStamp stampOf(const struct stat& status) noexcept {
     return {.device = status.st_dev,
             .inode = status.st_ino,
@@ -84,7 +135,9 @@ FileDescriptor FileDescriptor::openForReading(const path& file) {
     struct stat status {};
     if (retryInterrupted(
             [&] { return systemCalls().fstatat(AT_FDCWD, name.c_str(), &status, 0); }) < 0) {
-        throwSystemError(errno, "cannot open");
+        FileDescriptor held(detail::openPrivateName(file, errno));
+        if (!held) throwSystemError(errno, "cannot open");
+        return held;
     }
     refuseIrregular(status.st_mode);
     // And again afterwards, without having blocked, in case it was exchanged in between.
@@ -95,6 +148,12 @@ FileDescriptor FileDescriptor::openForReading(const path& file) {
     if (!opened) throwSystemError(errno, "cannot open");
     refuseIrregular(statusOf(opened.get()).st_mode);
     return opened;
+}
+
+path FileDescriptor::privateName(const ustring& filename) const {
+    const std::string folder =
+        std::string(kOpenFiles).append(std::to_string(descriptor_)).append("/");
+    return path(i18n::utf8_to_ustring_strict(folder) + filename);
 }
 
 FileStamp FileDescriptor::stamp() const {

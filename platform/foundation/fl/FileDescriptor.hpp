@@ -25,7 +25,7 @@ struct FileStamp {
     friend bool operator==(const FileStamp&, const FileStamp&) = default;
 };
 
-FileStamp stampOf(const struct stat& status) noexcept;
+PLATFORM_API FileStamp stampOf(const struct stat& status) noexcept;
 
 // Of whatever has this name, symbolic links followed; nullopt when nothing has. Throws
 // std::system_error when that cannot be told.
@@ -43,8 +43,15 @@ public:
     ~FileDescriptor();
 
     // Opens a regular file for reading. A directory (EISDIR) and any FIFO, socket or device
-    // (EINVAL) is refused without blocking.
+    // (EINVAL) is refused without blocking. A private name is opened as what it stands for.
     static FileDescriptor openForReading(const path& file);
+
+    // A name for this open regular file, by which whatever takes names reads it, and nothing else,
+    // wherever its own name leads by now: "/proc/self/fd/7/FILENAME". The system says of it that there
+    // is no such file, since nothing is below a regular file; openForReading(), exists(),
+    // isRegularFile(), isSameFile() and streams that read take it for the open file, in this process
+    // and as long as this descriptor is open. Nothing is written or replaced under it.
+    path privateName(const ustring& filename) const;
 
     explicit operator bool() const noexcept { return descriptor_ >= 0; }
     int get() const noexcept { return descriptor_; }

@@ -27,7 +27,8 @@ std::optional<struct stat> statOf(const path& file) {
     if (bytes.empty() || retryInterrupted([&] {
                              return systemCalls().fstatat(AT_FDCWD, bytes.c_str(), &status, 0);
                          }) != 0) {
-        return std::nullopt;
+        const int descriptor = detail::descriptorOf(file, errno);
+        if (descriptor < 0 || systemCalls().fstat(descriptor, &status) != 0) return std::nullopt;
     }
     return status;
 }

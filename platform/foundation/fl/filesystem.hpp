@@ -3,6 +3,9 @@
 #include <foundation/Export.hpp>
 #include <foundation/ustring.hpp>
 
+#include <unistd.h>
+#include <ext/stdio_filebuf.h>
+
 #include <fstream>
 #include <ios>
 #include <string>
@@ -64,9 +67,17 @@ PLATFORM_API path make_native_form(const ustring& name, bool translateSeparators
 PLATFORM_API std::string make_native_access_form_i18n(const path& file);
 PLATFORM_API std::string make_native_access_form_with_cleanup_i18n(const ustring& name);
 
+// Given a name that the system has refused with `error`: what it stands for when it is a private name
+// (FileDescriptor::privateName). The first gives the descriptor that the name was made of, the second a
+// new one of that file, at its start; -1, with errno set, when there is none.
+PLATFORM_API int descriptorOf(const path& refused, int error);
+PLATFORM_API int openPrivateName(const path& refused, int error);
+
 }  // namespace detail
 
-// Byte file streams opened by path; otherwise the standard library's.
+// Byte file streams opened by path; otherwise the standard library's. One that only reads also opens
+// the private name of an open file (FileDescriptor::privateName); one such stream at a time, since
+// they share their position in the file.
 template <class Stream>
 class basic_file_stream : public Stream {
 public:
@@ -75,6 +86,16 @@ public:
 
     void open(const path& file, std::ios_base::openmode mode) {
         Stream::open(detail::make_native_access_form_i18n(file), mode);
+        if (this->is_open() || (mode & std::ios_base::out) != 0) return;
+        const int descriptor = detail::openPrivateName(file, errno);
+        if (descriptor < 0) return;
+        __gnu_cxx::stdio_filebuf<typename Stream::char_type> opened(descriptor, mode);
+        if (!opened.is_open()) {
+            ::close(descriptor);
+            return;
+        }
+        *this->rdbuf() = std::move(opened);
+        this->clear();
     }
 };
 

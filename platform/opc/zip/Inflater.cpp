@@ -1,5 +1,7 @@
 #include "platform/opc/zip/Inflater.hpp"
 
+#include <opc/ZipArchive.hpp>
+
 #include <isa-l/crc.h>
 #include <isa-l/igzip_lib.h>
 

@@ -29,6 +29,4 @@ private:
     std::unique_ptr<State> state_;
 };
 
-std::uint32_t crc32(std::uint32_t sofar, std::span<const std::byte> bytes);
-
 }  // namespace opc::zip

@@ -1,6 +1,6 @@
 #include "platform/opc/zip/ItemEncoder.hpp"
 
-#include "platform/opc/zip/Inflater.hpp"
+#include <opc/ZipArchive.hpp>
 
 #include <algorithm>
 #include <utility>
