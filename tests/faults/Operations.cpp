@@ -13,6 +13,7 @@
 #include <stdexcept>
 
 #ifdef QZ_TEST_QZAPP
+#include "tools/qzapp/Cleanup.hpp"
 #include "tools/qzapp/CommandLine.hpp"
 #endif
 
@@ -185,6 +186,12 @@ Inputs::Inputs()
           "%[app:internalData]\n%{\n"
           "<RequiredProducts><Product>Core</Product></RequiredProducts>\n%}\n"
           "%[app:thumbnail]\n%{\n<Thumbnail>data:image/png;base64,aGVsbG8=</Thumbnail>\n%}\n")) {}
+
+void prepareToolForSignals() {
+#ifdef QZ_TEST_QZAPP
+    qzapp::installSignalHandlers();
+#endif
+}
 
 const std::vector<SaveOperation>& saveOperations() {
     static const std::vector<SaveOperation> operations = makeSaveOperations();

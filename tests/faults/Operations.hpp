@@ -27,6 +27,8 @@ struct SaveOperation {
     std::function<void(const std::u16string& app, const Inputs& inputs)> run;
 };
 const std::vector<SaveOperation>& saveOperations();
+// Has signals end this process as they end the tool.
+void prepareToolForSignals();
 
 // Something that reads an app file; returns all that it has read. May use the name `scratch`.
 struct ReadOperation {

@@ -176,7 +176,7 @@ TEST_P(SaveFaultTest, LeavesTheOldFileOrTheNewWhenItIsKilled) {
             SCOPED_TRACE("killed at call " + std::to_string(number));
             reset(GetParam().isCreation);
             const int status = statusOf([&] {
-                return runWith({"kill", Kind::Kills}, fileSystem, number) ? 1 : 0;
+                return runWith({"kill", Kind::Kills, SIGKILL}, fileSystem, number) ? 1 : 0;
             });
             ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
             EXPECT_TRUE(content() == stateBefore(number));
@@ -184,6 +184,24 @@ TEST_P(SaveFaultTest, LeavesTheOldFileOrTheNewWhenItIsKilled) {
             const bool mayLeaveTwo =
                 fileSystem != FileSystem::Current && GetParam().isCreation && GetParam().isTool;
             EXPECT_LE(leftovers(), mayLeaveTwo ? 2 : 1);
+        }
+    }
+}
+
+TEST_P(SaveFaultTest, LeavesNothingWhenASignalEndsTheTool) {
+    if (!GetParam().isTool) return;
+    for (const FileSystem fileSystem : kFileSystems) {
+        const std::size_t calls = record(fileSystem).size();
+        for (std::size_t number = 1; number <= calls; number += kStep) {
+            SCOPED_TRACE("ended at call " + std::to_string(number));
+            reset(GetParam().isCreation);
+            const int status = statusOf([&] {
+                prepareToolForSignals();
+                return runWith({"signal", Kind::Kills, SIGTERM}, fileSystem, number) ? 1 : 0;
+            });
+            ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
+            EXPECT_TRUE(isState(content()));
+            EXPECT_EQ(leftovers(), 0);
         }
     }
 }

@@ -201,7 +201,7 @@ const Call* WatchedSystem::struck() const noexcept {
 
 const Fault* WatchedSystem::begin(std::string_view call) {
     if (calls_.size() + 1 != number_ || !fault_.canStrike(call)) return nullptr;
-    if (fault_.kind == Fault::Kind::Kills) ::kill(::getpid(), SIGKILL);
+    if (fault_.kind == Fault::Kind::Kills) ::kill(::getpid(), fault_.error);
     if (fault_.kind == Fault::Kind::Interferes) {
         // What others do is not watched.
         const auto watching = std::exchange(fl::filesystem::systemCalls(), real_);

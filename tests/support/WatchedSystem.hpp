@@ -35,7 +35,7 @@ struct Fault {
     enum class Kind { Fails, IsShort, MovesNothing, Kills, Interferes };
     const char* name;
     Kind kind;
-    int error = 0;
+    int error = 0;                // of Kind::Kills the signal
     std::string_view calls = {};  // that it can happen to, with blanks between; all when empty
 
     bool canStrike(std::string_view call) const {

@@ -62,6 +62,29 @@ class Share(ToolTest):
             words = {"%i": str(app), "%o": str(self.dir / "thumbnail.png")}
             run(*(words.get(word, word) for word in shlex.split(entry["Exec"])))
             self.assertEqual(self.read("thumbnail.png"), (EXAMPLE / "screenshot.png").read_bytes())
+        png = b"\x89PNG\r\n\x1a\n\0\0\0\rIHDR"
+        jpeg = b"\xff\xd8\xff\xe0\0\x04JF\xff\xff\xc2\0\x0b\x08"
+        for why, image, is_given in [
+            ("a drawing that may hold a script", b"<svg xmlns='http://www.w3.org/2000/svg'/>", False),
+            ("another kind", b"RIFF\0\0\0\0WEBP", False),
+            ("a size that a number holds and no memory", png + b"\0\1\0\0" * 2, False),
+            ("no size", png, False),
+            ("many bytes", png + b"\0\0\0\1" * (1 << 20), False),
+            ("the largest size", png + b"\0\0\x20\0" * 2, True),
+            ("a JPEG image", jpeg + b"\0\1\0\2", True),
+            ("a JPEG image without width", jpeg + b"\0\1\0\0", False),
+            ("a wide JPEG image", jpeg + b"\0\1\x20\1", False),
+            ("a GIF image", b"GIF89a\1\0\1\0", True),
+            ("a high GIF image", b"GIF89a\1\0\1\x20", False),
+        ]:
+            self.write("shot.png", image)
+            self.small("small.kvpkg", "--screenshot", "shot.png", "--force")
+            (self.dir / "thumbnail.png").unlink(missing_ok=True)
+            words = {"%i": str(self.dir / "small.kvpkg"), "%o": str(self.dir / "thumbnail.png")}
+            command = [words.get(word, word) for word in shlex.split(entry["Exec"])]
+            environment = {**os.environ, "PATH": f"{TOOL.parent}:{os.environ['PATH']}"}
+            given = subprocess.run(command, env=environment, capture_output=True).returncode == 0
+            self.assertEqual((given, (self.dir / "thumbnail.png").exists()), (is_given, is_given), why)
 
     def test_each_verb_has_a_man_page(self):
         verbs = bash("qzapp ")

@@ -28,29 +28,31 @@ namespace fs = std::filesystem;
 constexpr std::string_view kSectionMark = "[app:";
 
 // A source that cannot be read may be an app; reading it will tell why it cannot.
-bool holdsAppSections(const std::string& name) {
+bool holdsAppSections(const FileName& file) {
     try {
-        return readBytes(fileArgument(name), kMaxContentBytes).find(kSectionMark) !=
-               std::string::npos;
+        return readBytes(file, kMaxContentBytes).find(kSectionMark) != std::string::npos;
     } catch (const Error&) {
         return true;
     }
 }
 
-bool isApp(const fs::directory_entry& entry) {
+bool isSource(const std::string& name) {
+    return name.ends_with(".k");
+}
+
+bool mayBeApp(const fs::directory_entry& entry) {
     std::error_code ignored;
     if (!entry.is_regular_file(ignored)) return false;
     const std::string name = entry.path().string();
     // Also where only the case of the extension is wrong, which reading it will tell.
-    return name.ends_with(".kvpkg") || name.ends_with(".KVPKG") ||
-           (name.ends_with(".k") && holdsAppSections(name));
+    return name.ends_with(".kvpkg") || name.ends_with(".KVPKG") || isSource(name);
 }
 
 bool isHidden(const fs::path& path) {
     return path.filename().string().starts_with('.');
 }
 
-// Adds the apps of one folder to `apps` and its folders to `folders`.
+// Adds what may be apps in one folder to `apps`, and its folders to `folders`.
 void list(const std::string& folder, std::vector<std::string>& folders,
           std::vector<std::string>& apps) {
     for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
@@ -58,7 +60,7 @@ void list(const std::string& folder, std::vector<std::string>& folders,
         std::error_code ignored;
         if (entry.is_directory(ignored) && !entry.is_symlink(ignored)) {
             folders.push_back(entry.path().string());
-        } else if (isApp(entry)) {
+        } else if (mayBeApp(entry)) {
             apps.push_back(entry.path().string());
         }
     }
@@ -88,20 +90,36 @@ std::vector<std::string> appsBelow(const FileName& folder, const Complain& compl
     return apps;
 }
 
+std::optional<FileName> openListed(const std::string& name) {
+    FileName file = hold(fileArgument(name));
+    if (isSource(name) && !holdsAppSections(file)) return std::nullopt;
+    return file;
+}
+
 namespace {
 
-std::vector<std::string> filesOf(const std::vector<std::string>& names, const Complain& complain) {
+// A name of the command line, with the files that it stands for.
+struct Named {
+    std::string name;
     std::vector<std::string> files;
+    bool isListed;  // being a folder
+};
+
+std::vector<Named> filesOf(const std::vector<std::string>& names, const Complain& complain) {
+    std::vector<Named> all;
     for (const std::string& name : names) {
-        if (name == kStandardStream || !isFolder(name)) {
-            files.push_back(name);
-            continue;
-        }
-        const auto apps = appsBelow(fileArgument(name), complain);
-        if (apps.empty()) complain(name + ": holds no app; check the name");
-        files.insert(files.end(), apps.begin(), apps.end());
+        const bool isListed = name != kStandardStream && isFolder(name);
+        all.push_back({name, {name}, isListed});
+        if (isListed) all.back().files = appsBelow(fileArgument(name), complain);
     }
-    return files;
+    return all;
+}
+
+std::size_t countOf(const std::vector<Named>& all) {
+    std::size_t count = 0;
+    for (const Named& named : all)
+        count += named.files.size();
+    return count;
 }
 
 }  // namespace
@@ -113,19 +131,31 @@ int forEachApp(const std::vector<std::string>& names,
         report(text);
         status = kFailed;
     };
-    const auto files = filesOf(names, complain);
+    const std::vector<Named> all = filesOf(names, complain);
+    const std::size_t count = countOf(all);
     std::atomic<std::uint64_t> done = 0;
     // Of a single file a count tells nothing, and on a terminal the output tells how far it is.
-    const Progress progress(files.size() == 1 || outputIsTerminal() ? 0 : files.size(), done);
-    for (const std::string& name : files) {
+    const Progress progress(count == 1 || outputIsTerminal() ? 0 : count, done);
+    // Returns whether it is an app.
+    const auto visit = [&](const std::string& name, bool isListed) {
         try {
-            if (action(appArgument(name)) != kDone) status = kFailed;
+            const auto file = isListed ? openListed(name) : appArgument(name);
+            if (file && action(*file) != kDone) status = kFailed;
+            return file.has_value();
         } catch (const OutputError&) {
             throw;
         } catch (const Error& e) {
             complain(e.what());
+            return true;
         }
-        ++done;
+    };
+    for (const Named& named : all) {
+        bool hasApp = false;
+        for (const std::string& file : named.files) {
+            hasApp |= visit(file, named.isListed);
+            ++done;
+        }
+        if (!hasApp) complain(named.name + ": holds no app; check the name");
     }
     return status;
 }

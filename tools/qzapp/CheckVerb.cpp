@@ -120,7 +120,7 @@ int repair(const CheckOptions& options) {
     requireAbsent(out, options.force);
     requireOtherFile(file, out);
     const RepairReport done = repairPackage(file, out);
-    const Findings result = checkFile(out);
+    const Findings result = checkFile(hold(out));
     print(options.json ? jsonLine(repairJson(file, out, done, result))
                        : repairSheet(out, done, result));
     return statusOf(result, options);
@@ -153,6 +153,7 @@ Findings checkFile(const FileName& file) {
     } else {
         checkAnyPackage(file, findings);
     }
+    requireUnchanged(file);
     return findings;
 }
 

@@ -1,36 +1,122 @@
 #include "tools/qzapp/Cleanup.hpp"
 
-#include <signal.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+#include <fl/Retry.hpp>
 
 #include <array>
 #include <atomic>
+#include <cerrno>
+#include <climits>
 #include <cstddef>
+#include <cstring>
+#include <random>
 #include <stdexcept>
-#include <utility>
+#include <string_view>
 
 #include "tools/qzapp/ErrorStream.hpp"
 
 namespace qzapp {
 namespace {
 
-// What the handler may touch: a stack of plain paths, without locks or allocation. Deep enough for the
-// files of one extract and the directories made for it.
-constexpr std::size_t kMaxLeftovers = 64;
-std::array<std::atomic<const char*>, kMaxLeftovers> leftovers{};
-std::atomic<std::size_t> leftoverCount{0};
-static_assert(std::atomic<const char*>::is_always_lock_free);
+using fl::filesystem::FileDescriptor;
+using fl::filesystem::throwSystemError;
 
-void removePath(const char* path) {
-    if (::unlink(path) != 0) ::rmdir(path);
+constexpr int kMaxNameTries = 100;
+
+// What the handler may touch: it takes no lock and allocates nothing. A slot is filled before it is
+// InUse and free before it is filled again, whatever the order in which folders come and go.
+struct Slot {
+    enum class State { Free, Taken, InUse };
+    std::atomic<State> state = State::Free;
+    int parent = -1;
+    int folder = -1;
+    std::array<char, NAME_MAX + 1> name{};
+};
+static_assert(std::atomic<Slot::State>::is_always_lock_free);
+constinit std::array<Slot, 16> slots{};
+
+// The system's own form of a directory entry.
+struct Entry {
+    ino64_t inode;
+    off64_t next;
+    unsigned short size;
+    unsigned char type;
+    char name[1];  // as long as it is, with a zero at its end
+};
+
+constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+bool removeTree(int parent, const char* name, int depth) noexcept;
+
+// Of the folder that is open as `folder`. Calls of the system alone, as a signal handler must.
+void empty(int folder, int depth) noexcept {
+    alignas(Entry) std::array<char, 1024> entries;
+    // Once more from the start when something was removed, since the order may have changed by that.
+    for (bool goesOn = true; goesOn;) {
+        goesOn = false;
+        ::lseek(folder, 0, SEEK_SET);
+        long size = 0;
+        while ((size = ::syscall(SYS_getdents64, folder, entries.data(), entries.size())) > 0) {
+            for (long at = 0; at < size;) {
+                const auto* entry = reinterpret_cast<const Entry*>(entries.data() + at);
+                at += entry->size;
+                const std::string_view name(entry->name);
+                if (name == "." || name == "..") continue;
+                if (::unlinkat(folder, entry->name, 0) == 0 ||
+                    (depth > 0 && removeTree(folder, entry->name, depth - 1)))
+                    goesOn = true;
+            }
+        }
+    }
 }
 
-extern "C" void removeLeftoversAndDie(int signal) {
-    for (std::size_t i = leftoverCount.load(); i-- > 0;)
-        removePath(leftovers[i].load());
+bool removeTree(int parent, const char* name, int depth) noexcept {
+    const int folder = ::openat(parent, name, kOpenFolder);
+    if (folder < 0) return false;
+    empty(folder, depth);
+    ::close(folder);
+    return ::unlinkat(parent, name, AT_REMOVEDIR) == 0;
+}
+
+void remove(const Slot& slot) noexcept {
+    empty(slot.folder, kMaxNesting);
+    ::unlinkat(slot.parent, slot.name.data(), AT_REMOVEDIR);
+}
+
+extern "C" void removeFoldersAndDie(int signal) {
+    for (const Slot& slot : slots) {
+        if (slot.state.load() == Slot::State::InUse) remove(slot);
+    }
     eraseBar();
     ::signal(signal, SIG_DFL);
     ::raise(signal);
+}
+
+std::size_t takeSlot() {
+    for (std::size_t i = 0; i < slots.size(); ++i) {
+        auto free = Slot::State::Free;
+        if (slots[i].state.compare_exchange_strong(free, Slot::State::Taken)) return i;
+    }
+    throw std::length_error("too many files in the making");
+}
+
+std::string randomName() {
+    std::random_device random;
+    return fmt::format(".qzapp-{}-{:08x}", ::getpid(), random());
+}
+
+std::string makeFolder(const FileDescriptor& parent, mode_t mode) {
+    for (int tries = 0; tries < kMaxNameTries; ++tries) {
+        std::string name = randomName();
+        if (::mkdirat(parent.get(), name.c_str(), mode) == 0) return name;
+        if (errno != EEXIST) break;
+    }
+    throwSystemError(errno, "no file can be made in its directory");
 }
 
 }  // namespace
@@ -40,23 +126,54 @@ void installSignalHandlers() {
     ::signal(SIGXFSZ, SIG_IGN);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         // What the caller has set to be ignored (nohup) stays ignored.
-        if (::signal(signal, SIG_IGN) != SIG_IGN) ::signal(signal, removeLeftoversAndDie);
+        if (::signal(signal, SIG_IGN) != SIG_IGN) ::signal(signal, removeFoldersAndDie);
     }
 }
 
-Leftover::Leftover(std::string path) : path_(std::move(path)) {
-    const std::size_t index = leftoverCount.load();
-    if (index == kMaxLeftovers) throw std::length_error("too many files in the making");
-    leftovers[index].store(path_.c_str());
-    leftoverCount.store(index + 1);
+SignalsBlocked::SignalsBlocked() {
+    sigset_t all;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before_);
 }
 
-Leftover::~Leftover() {
-    leftoverCount.store(leftoverCount.load() - 1);
+SignalsBlocked::~SignalsBlocked() {
+    ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 
-void Leftover::remove() const noexcept {
-    removePath(path_.c_str());
+FileDescriptor openFolder(const FileDescriptor& parent, const std::string& name) {
+    FileDescriptor folder(fl::filesystem::retryInterrupted(
+        [&] { return ::openat(parent.get(), name.c_str(), kOpenFolder); }));
+    if (!folder) throwSystemError(errno, "cannot open the folder \"" + name + "\"");
+    return folder;
+}
+
+PrivateFolder::PrivateFolder(const FileDescriptor& parent, mode_t mode)
+    : parent_(parent), slot_(takeSlot()) {
+    // A signal comes before there is a folder, or finds it in the list.
+    const SignalsBlocked blocked;
+    Slot& slot = slots[slot_];
+    try {
+        name_ = makeFolder(parent, mode);
+        folder_ = openFolder(parent, name_);
+    } catch (...) {
+        if (!name_.empty()) ::unlinkat(parent.get(), name_.c_str(), AT_REMOVEDIR);
+        slot.state.store(Slot::State::Free);
+        throw;
+    }
+    slot.parent = parent.get();
+    slot.folder = folder_.get();
+    slot.name[name_.copy(slot.name.data(), NAME_MAX)] = '\0';
+    slot.state.store(Slot::State::InUse);
+}
+
+PrivateFolder::~PrivateFolder() {
+    Slot& slot = slots[slot_];
+    if (slot.state.load() == Slot::State::InUse) remove(slot);
+    slot.state.store(Slot::State::Free);
+}
+
+void PrivateFolder::release() noexcept {
+    slots[slot_].state.store(Slot::State::Taken);
 }
 
 }  // namespace qzapp

@@ -1,28 +1,60 @@
 #pragma once
 
+#include <signal.h>
+#include <sys/types.h>
+#include <fl/FileDescriptor.hpp>
+
 #include <string>
 
 namespace qzapp {
 
-// Makes SIGINT, SIGTERM and SIGHUP remove what Leftovers name, and a bar that is drawn, before they
-// end the process, and lets writes fail with an error where SIGPIPE and SIGXFSZ would end it.
+// Makes SIGINT, SIGTERM and SIGHUP remove all private folders, and a bar that is drawn, before they end
+// the process, and lets writes fail with an error where SIGPIPE and SIGXFSZ would end it.
 void installSignalHandlers();
 
-// A file or directory that must not outlive a process ended by a signal. Objects nest: they end in the
-// reverse order of their making.
-class Leftover {
+// While it lives, signals for this thread wait.
+class SignalsBlocked {
 public:
-    explicit Leftover(std::string path);
-    ~Leftover();
-    Leftover(const Leftover&) = delete;
-    Leftover& operator=(const Leftover&) = delete;
-
-    const std::string& path() const noexcept { return path_; }
-    // Removes it now, a directory only when it is empty.
-    void remove() const noexcept;
+    SignalsBlocked();
+    ~SignalsBlocked();
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
 
 private:
-    std::string path_;
+    sigset_t before_{};
 };
+
+// How deep folders in a private folder may nest.
+inline constexpr int kMaxNesting = 32;
+
+// A folder beside the place of what is made in it, which must not outlive this object or a process that
+// a signal ends: then it is removed with all that is in it. That happens through the directories as
+// they were opened, wherever their names lead by then. Failures are std::system_error.
+class PrivateFolder {
+public:
+    // Makes it in `parent`, which must be open as long as this object lives, under a name of its own.
+    // `mode` is that of mkdir().
+    PrivateFolder(const fl::filesystem::FileDescriptor& parent, mode_t mode);
+    ~PrivateFolder();
+    PrivateFolder(const PrivateFolder&) = delete;
+    PrivateFolder& operator=(const PrivateFolder&) = delete;
+
+    const fl::filesystem::FileDescriptor& descriptor() const noexcept { return folder_; }
+    // In the parent.
+    const std::string& name() const noexcept { return name_; }
+
+    // The folder has got another name, and stays. Signals must be blocked since before that.
+    void release() noexcept;
+
+private:
+    const fl::filesystem::FileDescriptor& parent_;
+    std::string name_;
+    fl::filesystem::FileDescriptor folder_;
+    std::size_t slot_;
+};
+
+// Opens a directory below `parent`, no link followed; throws std::system_error.
+fl::filesystem::FileDescriptor openFolder(const fl::filesystem::FileDescriptor& parent,
+                                          const std::string& name);
 
 }  // namespace qzapp

@@ -20,6 +20,24 @@ namespace {
 
 constexpr std::size_t kReadBytes = std::size_t{256} << 10;
 
+// What `get` makes of the model part.
+template <class Get>
+auto withModel(const FileName& file, Get get) {
+    return about(file, [&] {
+        const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
+        opc::model::Package package(zip);
+        package.open(opc::interfaces::OpenMode::Read);
+        const auto models =
+            package.getRelationshipsByType(appserialization::layout::kAppModelRelationship);
+        if (models.empty()) {
+            throw Error(file.shown,
+                        "has no relationship that leads to its model; \"qzapp check\" tells what "
+                        "can be saved");
+        }
+        return get(package.getTarget(models[0]));
+    });
+}
+
 // The package reader says only that it failed; the code library says why.
 foundation::ustring readPackagedCode(const FileName& file) {
     try {
@@ -37,19 +55,11 @@ std::string readCode(const FileName& file) {
 }
 
 std::unique_ptr<opc::InputStream> openModel(const FileName& file) {
-    return about(file, [&] {
-        const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
-        opc::model::Package package(zip);
-        package.open(opc::interfaces::OpenMode::Read);
-        const auto models =
-            package.getRelationshipsByType(appserialization::layout::kAppModelRelationship);
-        if (models.empty()) {
-            throw Error(file.shown,
-                        "has no relationship that leads to its model; \"qzapp check\" tells what "
-                        "can be saved");
-        }
-        return package.getTarget(models[0]).getInputStream();
-    });
+    return withModel(file, [](const opc::model::Part& model) { return model.getInputStream(); });
+}
+
+opc::model::PartName modelName(const FileName& file) {
+    return withModel(file, [](const opc::model::Part& model) { return model.getName(); });
 }
 
 void readToEnd(opc::InputStream& stream, const TakeBytes& take) {

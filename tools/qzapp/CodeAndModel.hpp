@@ -1,5 +1,6 @@
 #pragma once
 
+#include <opc/Package.hpp>
 #include <opc/Streams.hpp>
 
 #include <functional>
@@ -20,6 +21,9 @@ std::string readCode(const FileName& file);
 // The model of a packaged app, to be read once. Bytes that fail the checksum are never the last ones
 // handed out.
 std::unique_ptr<opc::InputStream> openModel(const FileName& file);
+
+// The name of its part.
+opc::model::PartName modelName(const FileName& file);
 
 using TakeBytes = std::function<void(std::span<const std::byte>)>;
 // Hands out a stream, or a file, piece by piece to its end.

@@ -103,19 +103,14 @@ void addContentOptions(CLI::App& command, ContentOptions& options, bool required
         ->allow_extra_args(false);
 }
 
-FileName modelArgument(const std::string& value) {
-    FileName model = inputArgument(value);
-    requireFile(model);
-    return model;
-}
-
 Content loadContent(const ContentOptions& options) {
     requireOneStandardInput({options.code, options.model, options.metadata});
     Content content;
     content.fields = loadFields(options);
-    if (options.model) content.model = modelArgument(*options.model);
+    if (options.model) content.model = inputArgument(*options.model);
     if (options.code) content.code = readText(inputArgument(*options.code), kMaxContentBytes);
-    if (options.screenshot) content.screenshot = loadScreenshot(fileArgument(*options.screenshot));
+    if (options.screenshot)
+        content.screenshot = loadScreenshot(hold(fileArgument(*options.screenshot)));
     return content;
 }
 

@@ -24,7 +24,7 @@ struct ContentOptions {
 };
 
 // What is to be put into an app, read and checked as far as that goes without the app. The model is
-// named only, since it may be larger than memory.
+// held open, since it may be larger than memory.
 struct Content {
     std::optional<foundation::ustring> code;
     std::optional<FileName> model;
@@ -37,9 +37,6 @@ struct Content {
 // Declares the options that fill `options`, which must outlive `command`; code and model are required
 // on demand.
 void addContentOptions(CLI::App& command, ContentOptions& options, bool required);
-
-// The name of a model file that can be read, "-" being standard input; the library takes one that does not open for no model.
-FileName modelArgument(const std::string& value);
 
 // Throws UsageError for wrong options, Error for files that are missing or bad.
 Content loadContent(const ContentOptions& options);

@@ -80,6 +80,7 @@ Conversion convertText(const FileName& in) {
     conversion.content.code = readText(in, kMaxContentBytes);
     about(in, [&] { takeMetadata(conversion, reader->readMetadata()); });
     takeScreenshot(conversion, readScreenshot(in, *reader));
+    requireUnchanged(in);
     return conversion;
 }
 
@@ -89,7 +90,7 @@ int convert(const ConvertOptions& options) {
     const FileName in = appArgument(options.in);
     requireForm(in, Form::Text);
     Conversion conversion = convertText(in);
-    conversion.content.model = modelArgument(options.model);
+    conversion.content.model = inputArgument(options.model);
     requireAbsent(out, options.force);
     createPackage(out, conversion.content);
     std::string text = fmt::format("wrote {}\n", visible(out.shown));

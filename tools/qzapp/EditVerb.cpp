@@ -126,7 +126,7 @@ std::vector<std::string> writeContent(const FileName& file, const Content& conte
         if (openFile(file).stamp() != before) {
             throw Error(file.shown, "was changed by another program meanwhile; try again");
         }
-        writeParts(writer, content);
+        writeParts(file, writer, content);
         if (hasMetadata) writer.setAppMetadata(record);
         writer.close();
         return notesOn(content, facts);
@@ -148,14 +148,15 @@ std::uint64_t bytesToRead(const FileName& file, const Content& content, bool sev
     return (severalSaves ? old : 0) + (content.model ? sizeOf(*content.model) : old);
 }
 
-// An edit that takes more than one save happens beside the file; one save is all or nothing by
-// itself.
+// An edit happens beside the file, of however many saves: there it is checked before it counts, and a
+// signal finds all that it leaves in one place.
 Outcome applyAtOnce(const FileName& file, const Content& content, const EditOptions& options) {
     const bool severalSaves = content.code || (options.removesParts() && !content.empty());
     const Progress progress(bytesToRead(file, content, severalSaves));
-    if (!severalSaves) return apply(file, content, options);
     Transaction transaction(file, Transaction::Start::ContentOfTarget);
     Outcome outcome = apply(transaction.workingFile(), content, options);
+    if (!outcome.isChanged) return outcome;
+    requireModelArrived(transaction.workingFile(), content);
     transaction.commit();
     return outcome;
 }

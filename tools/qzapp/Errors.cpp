@@ -17,6 +17,7 @@ namespace {
 
 // The ways in which the libraries spell the file's name.
 std::vector<std::string> spellings(const FileName& file) {
+    if (file.held) return {foundation::shown(file.path)};  // it has no other
     std::vector<std::string> names;
     const auto add = [&](const fl::filesystem::path& path) {
         names.push_back(foundation::shown(path));
@@ -38,6 +39,11 @@ void replaceAll(std::string& text, const std::string& from, const std::string& t
     }
 }
 
+void replaceSpellings(std::string& text, const FileName& file) {
+    for (const std::string& name : spellings(file))
+        replaceAll(text, name, file.shown);
+}
+
 // A library's message with the file called what the user calls it, and without it in front, where
 // Error puts it.
 std::string inUsersWords(const FileName& file, std::string text) {
@@ -45,22 +51,23 @@ std::string inUsersWords(const FileName& file, std::string text) {
         const std::string prefix = name + ": ";
         if (text.starts_with(prefix)) {
             text.erase(0, prefix.size());
-        } else {
-            replaceAll(text, name, file.shown);
         }
     }
+    replaceSpellings(text, file);
     return text;
 }
 
 }  // namespace
 
-void rethrowAbout(const FileName& file) {
+void rethrowAbout(const FileName& file, const FileName* other) {
     try {
         throw;
     } catch (const std::bad_alloc&) {
         throw Error(file.shown, "there is not enough memory for it");
     } catch (const std::exception& e) {
-        throw Error(file.shown, inUsersWords(file, e.what()));
+        std::string text = inUsersWords(file, e.what());
+        if (other != nullptr) replaceSpellings(text, *other);
+        throw Error(file.shown, text);
     }
 }
 

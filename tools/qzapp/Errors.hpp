@@ -39,8 +39,9 @@ public:
     using Error::Error;
 };
 
-// Throws the exception in flight again as an Error about `file`. For use in a handler.
-[[noreturn]] void rethrowAbout(const FileName& file);
+// Throws the exception in flight again as an Error about `file`, in whose message the library may also
+// name `other`. For use in a handler.
+[[noreturn]] void rethrowAbout(const FileName& file, const FileName* other = nullptr);
 
 // Runs `action`; whatever it throws becomes an Error about `file`, unless it is one already.
 template <class Action>
@@ -51,6 +52,18 @@ decltype(auto) about(const FileName& file, Action&& action) {
         throw;
     } catch (...) {
         rethrowAbout(file);
+    }
+}
+
+// The same for what is done to `file` with the help of `other`.
+template <class Action>
+decltype(auto) about(const FileName& file, const FileName& other, Action&& action) {
+    try {
+        return std::forward<Action>(action)();
+    } catch (const Error&) {
+        throw;
+    } catch (...) {
+        rethrowAbout(file, &other);
     }
 }
 

@@ -1,6 +1,5 @@
 #include <fmt/format.h>
 #include <CLI/Option.hpp>
-#include <appserialization/AppFileReader.hpp>
 #include <fl/i18n.hpp>
 
 #include <algorithm>
@@ -16,16 +15,16 @@
 
 #include "tools/qzapp/Arguments.hpp"
 #include "tools/qzapp/CodeAndModel.hpp"
-#include "tools/qzapp/Directory.hpp"
 #include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Files.hpp"
 #include "tools/qzapp/Forms.hpp"
+#include "tools/qzapp/ImageKind.hpp"
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
+#include "tools/qzapp/OutputFolder.hpp"
 #include "tools/qzapp/Progress.hpp"
 #include "tools/qzapp/StandardInput.hpp"
-#include "tools/qzapp/Transaction.hpp"
 #include "tools/qzapp/Verbs.hpp"
 
 namespace qzapp {
@@ -33,6 +32,7 @@ namespace {
 
 using appserialization::AppMetadataReader;
 using appserialization::Screenshot;
+using fl::filesystem::FileDescriptor;
 
 constexpr std::array<const char*, 4> kKinds = {"code", "model", "screenshot", "metadata"};
 // A longer "format" is none.
@@ -43,6 +43,7 @@ struct ExtractOptions {
     std::optional<std::string> directory;
     std::optional<std::string> only;  // kinds with commas between
     bool force = false;
+    bool thumbnail = false;
 };
 
 enum class Kind { Text, Binary };
@@ -51,14 +52,17 @@ enum class Kind { Text, Binary };
 struct ExtractedFile {
     std::string name;
     Kind kind;
-    std::function<void(Transaction&)> fill;
+    std::function<void(FileDescriptor&)> fill;
     std::function<void()> send;
 };
 
 // What was asked for. By default that is all there is; what was named must be there.
 class Selection {
 public:
-    explicit Selection(const std::optional<std::string>& only) {
+    explicit Selection(const ExtractOptions& options) : wantsThumbnail_(options.thumbnail) {
+        const auto& only = options.only;
+        if (wantsThumbnail_ && only != "screenshot")
+            throw UsageError("--thumbnail", "goes with --only screenshot; leave it out");
         if (!only) return;
         if (only->empty())
             throw UsageError(
@@ -77,8 +81,11 @@ public:
     // How many kinds were named.
     std::size_t count() const { return only_.size(); }
 
+    bool wantsThumbnail() const { return wantsThumbnail_; }
+
 private:
     std::set<std::string> only_;
+    bool wantsThumbnail_;
 };
 
 // Reads something out of the app; what is damaged need not keep anybody from the rest.
@@ -108,7 +115,11 @@ void sendModel(const FileName& file) {
 }
 
 ExtractedFile madeOf(const std::string& name, Kind kind, std::function<std::string()> bytes) {
-    return {name, kind, [bytes](Transaction& to) { to.write(bytes()); },
+    return {name, kind,
+            [bytes](FileDescriptor& to) {
+                const std::string content = bytes();
+                to.writeAt(std::as_bytes(std::span(content)), 0);
+            },
             [bytes, kind] { send(bytes(), kind); }};
 }
 
@@ -117,16 +128,24 @@ ExtractedFile codeFile(const FileName& file) {
         return madeOf("code.k", Kind::Text,
                       [file] { return salvage(file, "code", [&] { return readCode(file); }); });
     }
-    return {"code.k", Kind::Text, [file](Transaction& to) { to.copyFrom(openFile(file)); },
-            [file] { send(readCode(file), Kind::Text); }};
+    const auto fill = [file](FileDescriptor& to) {
+        const FileDescriptor source = openFile(file);
+        to.copyFrom(source, 0, source.stamp().size, 0);
+    };
+    return {"code.k", Kind::Text, fill, [file] { send(readCode(file), Kind::Text); }};
+}
+
+void fillWithModel(const FileName& file, FileDescriptor& to) {
+    std::uint64_t size = 0;
+    readToEnd(*openModel(file), [&](std::span<const std::byte> bytes) {
+        to.writeAt(bytes, size);
+        size += bytes.size();
+    });
 }
 
 ExtractedFile modelFile(const FileName& file) {
-    const auto fill = [file](Transaction& to) {
-        salvage(file, "model", [&] {
-            appserialization::AppFileReader(file.native())
-                .copyAppDataToTempFile(to.workingFile().native());
-        });
+    const auto fill = [file](FileDescriptor& to) {
+        salvage(file, "model", [&] { fillWithModel(file, to); });
     };
     return {"appModel.kvd", Kind::Binary, fill, [file] { sendModel(file); }};
 }
@@ -138,6 +157,17 @@ bool isPlain(const foundation::ustring& format) {
                return (c >= u'0' && c <= u'9') || (c >= u'A' && c <= u'Z') ||
                       (c >= u'a' && c <= u'z');
            });
+}
+
+// Desktops hand it to whatever shows images.
+void requireThumbnail(const FileName& file, const Screenshot& screenshot) {
+    const auto& bytes = screenshot.second;
+    if (isThumbnail({reinterpret_cast<const char*>(bytes.data()), bytes.size()})) return;
+    throw Error(
+        file.shown,
+        fmt::format("the screenshot is no PNG, JPEG or GIF image of at most {} and {} pixels a "
+                    "side; leave out --thumbnail",
+                    byteCount(kMaxPictureBytes), kMaxPictureSide));
 }
 
 ExtractedFile screenshotFile(const Screenshot& screenshot, std::vector<std::string>& notes) {
@@ -183,6 +213,7 @@ void planScreenshot(Plan& plan, const FileName& file, const Selection& selection
     const auto screenshot =
         salvage(file, "screenshot", [&] { return readScreenshot(file, reader); });
     if (!screenshot.first.empty() || !screenshot.second.empty()) {
+        if (selection.wantsThumbnail()) requireThumbnail(file, screenshot);
         plan.files.push_back(screenshotFile(screenshot, plan.notes));
     } else if (selection.names("screenshot")) {
         lacks(file, "screenshot");
@@ -207,36 +238,27 @@ FileName directoryFor(const FileName& file, const ExtractOptions& options) {
     return fileArgument(file.shown.substr(0, file.shown.rfind('.')));
 }
 
-// Writes all files beside their places before it puts the first in its place.
-void writeFiles(const FileName& directory, const std::vector<ExtractedFile>& files, bool force) {
-    NewDirectories made(directory);
-    std::vector<std::unique_ptr<Transaction>> transactions;
-    for (const ExtractedFile& file : files) {
-        requireAbsent(fileIn(directory, file.name), force);
-        requireNoLink(fileIn(directory, file.name));
-    }
-    for (const ExtractedFile& file : files) {
-        transactions.push_back(
-            std::make_unique<Transaction>(fileIn(directory, file.name), Transaction::Start::Empty));
-        file.fill(*transactions.back());
-    }
-    for (const auto& transaction : transactions)
-        transaction->commit();
-    made.keep();
-}
-
 int extractToFolder(const FileName& file, const Selection& selection,
                     const ExtractOptions& options) {
     const Plan plan = planFor(file, selection);
     const FileName directory = directoryFor(file, options);
+    std::vector<std::string> names;
+    for (const ExtractedFile& each : plan.files)
+        names.push_back(each.name);
+    // A link that nobody has named may be another's.
+    const auto links =
+        options.directory ? OutputFolder::Links::Follow : OutputFolder::Links::Refuse;
+    OutputFolder folder(directory, links, names, options.force);
     {
         const Progress progress(sizeOf(file));
-        writeFiles(directory, plan.files, options.force);
+        for (const ExtractedFile& each : plan.files)
+            about(folder.nameOf(each.name), [&] { each.fill(folder.create(each.name)); });
     }
+    requireUnchanged(file);
+    folder.commit();
     std::string text;
-    for (const ExtractedFile& written : plan.files) {
-        text += fmt::format("wrote {}\n", visible(fileIn(directory, written.name).shown));
-    }
+    for (const std::string& name : names)
+        text += fmt::format("wrote {}\n", visible(folder.nameOf(name).shown));
     for (const std::string& note : plan.notes)
         text += "note: " + note + "\n";
     print(text);
@@ -259,12 +281,13 @@ int extractToOutput(const FileName& file, const Selection& selection) {
     // On a terminal the text itself tells how far it is.
     const Progress progress(outputIsTerminal() ? 0 : sizeOf(file));
     only.send();
+    requireUnchanged(file);
     return kDone;
 }
 
 int extract(const ExtractOptions& options) {
     const FileName file = appArgument(options.file);
-    const Selection selection(options.only);
+    const Selection selection(options);
     if (options.directory == kStandardStream) return extractToOutput(file, selection);
     return extractToFolder(file, selection, options);
 }
@@ -283,6 +306,9 @@ Action declareExtract(CLI::App& command) {
     command.add_option("--only", options->only, "What to write: code, model, screenshot, metadata")
         ->type_name("KIND,...");
     command.add_flag("--force", options->force, "Replace files that exist");
+    command.add_flag("--thumbnail", options->thumbnail,
+                     "With --only screenshot: give it only when it is a PNG, JPEG or GIF\n"
+                     "image of modest size");
     command.footer(
         "Writes code.k, appModel.kvd, screenshot.FORMAT and metadata.json, all or none. A text "
         "app\n"

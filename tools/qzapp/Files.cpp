@@ -1,15 +1,20 @@
 #include "tools/qzapp/Files.hpp"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <fl/i18n.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <span>
 #include <system_error>
+#include <utility>
 
+#include "tools/qzapp/Cleanup.hpp"
 #include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
 
@@ -35,6 +40,10 @@ std::string whyNotOpened(const std::error_code& code) {
     }
 }
 
+[[noreturn]] void throwChanged(const FileName& file) {
+    throw Error(file.shown, "was changed while it was read; try again");
+}
+
 }  // namespace
 
 FileDescriptor openFile(const FileName& file) {
@@ -57,6 +66,44 @@ opc::FileKind kindOf(const FileName& file) {
     });
 }
 
+FileName hold(const FileName& file) {
+    FileDescriptor opened = openFile(file);
+    return about(file, [&] {
+        const auto stamp = opened.stamp();
+        const auto held = std::make_shared<HeldFile>(HeldFile{std::move(opened), stamp});
+        return FileName{file.shown, held->file.privateName(file.path.filename()), held};
+    });
+}
+
+void requireUnchanged(const FileName& file) {
+    if (!file.held || about(file, [&] { return file.held->file.stamp(); }) == file.held->stamp)
+        return;
+    throwChanged(file);
+}
+
+std::string temporaryFolder() {
+    const char* named = std::getenv("TMPDIR");
+    return named != nullptr && *named != '\0' ? named : "/tmp";
+}
+
+FileDescriptor makeNamelessFile(const std::string& shown) {
+    const std::string folder = temporaryFolder();
+    FileDescriptor file(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    if (file) return file;
+    // Not every file system has files without a name.
+    const SignalsBlocked blocked;
+    std::string name = folder + "/qzapp-XXXXXX";
+    file = FileDescriptor(::mkostemp(name.data(), O_CLOEXEC));
+    if (!file) throwNotKept(shown, std::generic_category().message(errno));
+    ::unlink(name.c_str());
+    return file;
+}
+
+void throwNotKept(const std::string& shown, const std::string& reason) {
+    throw Error(shown, fmt::format("cannot be kept in {} ({}); name a folder with room in TMPDIR",
+                                   temporaryFolder(), reason));
+}
+
 std::uint64_t sizeOf(const FileName& file) {
     return about(file, [&] { return openFile(file).stamp().size; });
 }
@@ -64,14 +111,15 @@ std::uint64_t sizeOf(const FileName& file) {
 std::string readBytes(const FileName& file, std::uint64_t limit) {
     const FileDescriptor opened = openFile(file);
     return about(file, [&] {
-        const std::uint64_t size = opened.stamp().size;
+        const auto stamp = opened.stamp();
+        const std::uint64_t size = stamp.size;
         if (size > limit) {
             throw Error(file.shown, fmt::format("holds {}, more than the limit of {}",
                                                 byteCount(size), byteCount(limit)));
         }
         std::string bytes(size, '\0');
         const std::size_t count = opened.readAt(std::as_writable_bytes(std::span(bytes)), 0);
-        if (count != size) throw Error(file.shown, "became shorter while it was read; try again");
+        if (count != size || opened.stamp() != stamp) throwChanged(file);
         return bytes;
     });
 }
@@ -97,12 +145,6 @@ void requireAbsent(const FileName& file, bool force) {
     struct stat found {};
     if (force || ::lstat(file.bytes().c_str(), &found) != 0) return;
     throw Error(file.shown, "exists already; give --force to replace it");
-}
-
-void requireNoLink(const FileName& file) {
-    struct stat found {};
-    if (::lstat(file.bytes().c_str(), &found) != 0 || !S_ISLNK(found.st_mode)) return;
-    throw Error(file.shown, "is a symbolic link, which leads elsewhere; remove it");
 }
 
 }  // namespace qzapp

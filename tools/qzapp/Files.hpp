@@ -24,6 +24,16 @@ inline constexpr std::uint64_t kMaxMetadataBytes = std::uint64_t{16} << 20;
 fl::filesystem::FileDescriptor openFile(const FileName& file);
 // The same, for the sake of the error alone.
 void requireFile(const FileName& file);
+// The same file, held open: to be called once for each file that is read.
+FileName hold(const FileName& file);
+// Throws when a file that is held was written to since it was opened: what was read of it may be a mix.
+void requireUnchanged(const FileName& file);
+
+// Where files go that nobody is to see, and one without a name in it. An Error about what is kept
+// there, `shown`, when that cannot be.
+std::string temporaryFolder();
+fl::filesystem::FileDescriptor makeNamelessFile(const std::string& shown);
+[[noreturn]] void throwNotKept(const std::string& shown, const std::string& reason);
 
 // What it is by its first bytes.
 opc::FileKind kindOf(const FileName& file);
@@ -41,7 +51,5 @@ std::string placeOf(std::string_view text, std::size_t offset);
 
 // Throws unless nothing has this name, not even a dangling link, or `force` allows to replace it.
 void requireAbsent(const FileName& file, bool force);
-// Throws when the file is a symbolic link: what a stranger packed is not written through one.
-void requireNoLink(const FileName& file);
 
 }  // namespace qzapp

@@ -19,9 +19,9 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// A larger picture makes the page slow, and there may be a thousand of them.
-constexpr std::size_t kMaxPictureBytes = std::size_t{4} << 20;
 constexpr std::string_view kPlaceOfApps = "<!-- apps -->\n";
+// Wide enough for any count, in blanks that no browser shows.
+constexpr std::size_t kCountWidth = 32;
 constexpr std::array kDetails = {
     Field::Description,   Field::RequiredProducts, Field::MinimumSupportedKORVALRelease,
     Field::KORVALRelease, Field::AppType,          Field::Uuid,
@@ -71,6 +71,7 @@ std::string pictureOf(const std::string& name, const appserialization::Screensho
     const ImageKind* kind =
         imageKindOf({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     if (kind == nullptr) return noPicture("The screenshot is no PNG, JPEG, GIF or WebP image");
+    // There may be a thousand of them.
     if (bytes.size() > kMaxPictureBytes) {
         return noPicture(fmt::format("The screenshot of {} is too large for this page",
                                      byteCount(bytes.size())));
@@ -107,15 +108,20 @@ std::string stemOf(const std::string& file) {
 
 }  // namespace
 
-PageFrame pageFrame(const std::string& title, std::size_t apps) {
+std::string appCount(std::size_t apps) {
+    const std::string text = fmt::format("{} {}", apps, apps == 1 ? "app" : "apps");
+    return fmt::format("{:{}}", text, kCountWidth);
+}
+
+PageFrame pageFrame(const std::string& title) {
     using namespace gallery;
     const std::string page =
         fmt::format(fmt::runtime(kPage), fmt::arg("title", html(title)), fmt::arg("style", kStyle),
                     fmt::arg("styleHash", sha256Base64(kStyle)), fmt::arg("script", kScript),
-                    fmt::arg("scriptHash", sha256Base64(kScript)),
-                    fmt::arg("count", fmt::format("{} {}", apps, apps == 1 ? "app" : "apps")));
+                    fmt::arg("scriptHash", sha256Base64(kScript)), fmt::arg("count", appCount(0)));
     const std::size_t place = page.rfind(kPlaceOfApps);
-    return {page.substr(0, place), page.substr(place + kPlaceOfApps.size())};
+    return {page.substr(0, place), page.substr(place + kPlaceOfApps.size()),
+            page.rfind(appCount(0), place)};
 }
 
 std::string appCard(const std::string& file, const appserialization::AppMetadata& record,

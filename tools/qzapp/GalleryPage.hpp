@@ -13,8 +13,10 @@ namespace qzapp {
 
 struct PageFrame {
     std::string head, tail;
+    std::size_t placeOfCount;  // in the head, with room for an appCount()
 };
-PageFrame pageFrame(const std::string& title, std::size_t apps);
+PageFrame pageFrame(const std::string& title);
+std::string appCount(std::size_t apps);
 
 std::string appCard(const std::string& file, const appserialization::AppMetadata& record,
                     const appserialization::Screenshot& screenshot);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 namespace qzapp {
@@ -17,5 +18,11 @@ struct ImageKind {
 
 // Of those that browsers show; null for anything else.
 const ImageKind* imageKindOf(std::string_view bytes);
+
+// What desktops are given as thumbnails: a PNG, JPEG or GIF image that is neither large nor unpacks to
+// much more than it seems to be.
+inline constexpr std::size_t kMaxPictureBytes = std::size_t{4} << 20;
+inline constexpr std::uint32_t kMaxPictureSide = 8192;
+bool isThumbnail(std::string_view bytes);
 
 }  // namespace qzapp

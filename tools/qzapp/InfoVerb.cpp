@@ -13,6 +13,7 @@
 #include "tools/qzapp/Display.hpp"
 #include "tools/qzapp/Errors.hpp"
 #include "tools/qzapp/Fields.hpp"
+#include "tools/qzapp/Files.hpp"
 #include "tools/qzapp/Forms.hpp"
 #include "tools/qzapp/MetadataJson.hpp"
 #include "tools/qzapp/Output.hpp"
@@ -143,6 +144,7 @@ std::string describe(const FileName& file, const InfoOptions& options) {
         const AppMetadata record = reader->readMetadata();
         if (options.field) return fieldText(record, *findField(*options.field));
         const Screenshot screenshot = readScreenshot(file, *reader);
+        requireUnchanged(file);
         if (options.json) return jsonFor(file, record, screenshot);
         const std::string sheet = sheetFor(file, record, screenshot);
         return options.picture ? sheet + drawing(file, screenshot) : sheet;

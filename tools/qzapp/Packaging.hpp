@@ -11,8 +11,13 @@ namespace qzapp {
 // A record with just these fields.
 appserialization::AppMetadata recordOf(const FieldValues& fields);
 
-// Sets everything but the metadata.
-void writeParts(appserialization::AppFileWriter& writer, const Content& content);
+// Sets everything but the metadata of the app `file`, which the writer was made for.
+void writeParts(const FileName& file, appserialization::AppFileWriter& writer,
+                const Content& content);
+
+// Throws Error unless the model in the package is the one that was given, whole and as it still is: the
+// library takes a model that it cannot open for none, and leaves the old one or an empty one.
+void requireModelArrived(const FileName& package, const Content& content);
 
 // Makes `out`, or replaces it, whole or not at all. Failures are Errors about it.
 void createPackage(const FileName& out, const Content& content);

@@ -1,7 +1,6 @@
 #include "tools/qzapp/Progress.hpp"
 
 #include <fmt/format.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include <fstream>
 #include <string_view>
 
+#include "tools/qzapp/Cleanup.hpp"
 #include "tools/qzapp/ErrorStream.hpp"
 
 namespace qzapp {
@@ -63,22 +63,6 @@ bool errorsGoToTerminal() {
            std::string_view(terminal) != "dumb";
 }
 
-// Signals are for the thread that works.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t all;
-        ::sigfillset(&all);
-        ::pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t before_{};
-};
-
 // "[######----]  60%  1.2 GB of 2.0 GB, 400.0 MB/s, 2 s left"
 std::string barOf(std::uint64_t done, std::uint64_t total, double seconds,
                   std::string (*show)(std::uint64_t)) {
@@ -118,7 +102,7 @@ Progress::~Progress() {
 void Progress::start() {
     if (total_ == 0 || !errorsGoToTerminal() || isUnderWay.exchange(true)) return;
     before_ = done_();
-    const SignalsBlocked blocked;
+    const SignalsBlocked blocked;  // they are for the thread that works
     try {
         thread_ = std::thread([this] { run(); });
     } catch (const std::exception&) {

@@ -439,6 +439,7 @@ RepairReport repairPackage(const FileName& file, const FileName& out) {
         }
         package.close();
     });
+    requireUnchanged(file);
     transaction.commit();
     return report;
 }

@@ -157,6 +157,7 @@ Snapshot takeSnapshot(const FileName& file) {
                                      [&] { return readParts(file); });
     }
     take<std::string>(snapshot, file, "code", snapshot.code, [&] { return readCode(file); });
+    requireUnchanged(file);
     return snapshot;
 }
 

@@ -44,7 +44,8 @@ struct Snapshot {
     std::vector<Fault> faults;
 };
 
-// Throws Error when the file cannot be opened at all or has a name of neither form.
+// Throws Error when the file cannot be opened at all, has a name of neither form or was written to
+// meanwhile.
 Snapshot takeSnapshot(const FileName& file);
 
 // The code as lines for people, each ended: without control characters, CR before LF left out when all

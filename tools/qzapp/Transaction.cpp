@@ -8,7 +8,6 @@
 #include <fl/SystemCalls.hpp>
 
 #include <cerrno>
-#include <random>
 #include <span>
 #include <string>
 #include <system_error>
@@ -21,21 +20,12 @@ namespace {
 
 using fl::filesystem::FileDescriptor;
 
-constexpr int kMaxNameTries = 100;
-
 // Of the last component, with the dot: readers insist on it, in the working file too.
 std::string extensionOf(const fl::filesystem::path& file) {
     const std::string name =
         fl::filesystem::detail::make_native_access_form_i18n(fl::filesystem::path(file.filename()));
     const std::size_t dot = name.rfind('.');
     return dot == std::string::npos ? "" : name.substr(dot);
-}
-
-std::string privateFolderBeside(const fl::filesystem::path& target) {
-    std::random_device random;
-    const std::string directory =
-        fl::filesystem::detail::make_native_access_form_i18n(target.parent());
-    return fmt::format("{}/.qzapp-{}-{:08x}", directory, ::getpid(), random());
 }
 
 [[noreturn]] void throwNoFile(int reason) {
@@ -46,62 +36,48 @@ std::string privateFolderBeside(const fl::filesystem::path& target) {
 }  // namespace
 
 Transaction::Transaction(const FileName& target, Start start) : target_(target) {
-    try {
-        this->start(start);
-    } catch (...) {
-        removeLeftovers();
-        throw;
-    }
-}
-
-Transaction::~Transaction() {
-    removeLeftovers();
-}
-
-void Transaction::removeLeftovers() const noexcept {
-    if (workingFile_) workingFile_->remove();
-    if (folder_) folder_->remove();
-}
-
-void Transaction::start(Start start) {
     about(target_, [&] {
         saveTarget_.emplace(target_.path);
         createFolder();
-        nameWorkingFile();
     });
-    if (start == Start::Empty) return about(target_, [&] { createWorkingFile(); });
+    if (start == Start::Empty) {
+        about(target_, [&] { createWorkingFile(); });
+    } else {
+        takeContentOfTarget();
+    }
+}
+
+void Transaction::takeContentOfTarget() {
     const FileDescriptor source = openFile({target_.shown, saveTarget_->resolved()});
     about(target_, [&] {
         saveTarget_->expect(source.stamp());
         if (linkWorkingFile(source)) return;
         createWorkingFile();
-        copyFrom(source);
+        file_.copyFrom(source, 0, source.stamp().size, 0);
     });
 }
 
+// Without links in its name, so that none can be led elsewhere while the steps use the name.
 void Transaction::createFolder() {
-    for (int tries = 0; tries < kMaxNameTries; ++tries) {
-        folder_.emplace(privateFolderBeside(saveTarget_->resolved()));
-        if (::mkdir(folder_->path().c_str(), 0700) == 0) return;
-        const int reason = errno;
-        folder_.reset();
-        if (reason != EEXIST) throwNoFile(reason);
-    }
-    throwNoFile(EEXIST);
-}
-
-void Transaction::nameWorkingFile() {
-    workingFile_.emplace(folder_->path() + "/working" + extensionOf(saveTarget_->resolved()));
-    working_ = {target_.shown, fl::filesystem::path::fromBytes(workingFile_->path())};
+    const auto parent = fl::filesystem::canonical(saveTarget_->resolved().parent());
+    const std::string name = fl::filesystem::detail::make_native_access_form_i18n(parent);
+    directory_ = FileDescriptor(fl::filesystem::retryInterrupted(
+        [&] { return ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    if (!directory_) throwNoFile(errno);
+    folder_.emplace(directory_, 0700);
+    workingName_ = "working" + extensionOf(saveTarget_->resolved());
+    working_ = {target_.shown, fl::filesystem::path::fromBytes(
+                                   fmt::format("{}/{}/{}", name, folder_->name(), workingName_))};
 }
 
 // The very file that was opened, whatever its name leads to by now. False where there can be no
 // second name: the file system has none, the file is someone else's, or it has just lost its own.
 bool Transaction::linkWorkingFile(const FileDescriptor& source) const {
     const std::string self = fmt::format("/proc/self/fd/{}", source.get());
+    const int folder = folder_->descriptor().get();
     if (fl::filesystem::retryInterrupted([&] {
-            return fl::filesystem::systemCalls().linkat(
-                AT_FDCWD, self.c_str(), AT_FDCWD, workingFile_->path().c_str(), AT_SYMLINK_FOLLOW);
+            return fl::filesystem::systemCalls().linkat(AT_FDCWD, self.c_str(), folder,
+                                                        workingName_.c_str(), AT_SYMLINK_FOLLOW);
         }) == 0) {
         return true;
     }
@@ -112,28 +88,22 @@ bool Transaction::linkWorkingFile(const FileDescriptor& source) const {
 }
 
 void Transaction::createWorkingFile() {
-    const std::string& name = workingFile_->path();
     file_ = FileDescriptor(fl::filesystem::retryInterrupted([&] {
-        return fl::filesystem::systemCalls().openat(AT_FDCWD, name.c_str(),
+        return fl::filesystem::systemCalls().openat(folder_->descriptor().get(),
+                                                    workingName_.c_str(),
                                                     O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     }));
     if (!file_) throwNoFile(errno);
 }
 
-void Transaction::write(std::string_view bytes) {
-    about(target_, [&] { file_.writeAt(std::as_bytes(std::span(bytes)), 0); });
-}
-
-void Transaction::append(std::string_view bytes) {
-    about(target_, [&] { file_.writeAt(std::as_bytes(std::span(bytes)), appended_); });
-    appended_ += bytes.size();
-}
-
-void Transaction::copyFrom(const FileDescriptor& source) {
-    about(target_, [&] { file_.copyFrom(source, 0, source.stamp().size, 0); });
+void Transaction::write(std::string_view bytes, std::uint64_t offset) {
+    about(target_, [&] { file_.writeAt(std::as_bytes(std::span(bytes)), offset); });
 }
 
 void Transaction::commit() {
+    // Some file systems can tell what mode a new file gets only by one with a name, for a moment.
+    std::optional<SignalsBlocked> blocked;
+    if (!saveTarget_->stamp()) blocked.emplace();
     about(working_, [&] { fl::filesystem::replaceWithFile(*saveTarget_, working_.path); });
 }
 

@@ -23,37 +23,34 @@ public:
     enum class Start { Empty, ContentOfTarget };
 
     Transaction(const FileName& target, Start start);
-    ~Transaction();
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
 
+    // What will be replaced, behind all links.
+    const fl::filesystem::path& resolvedTarget() const noexcept { return saveTarget_->resolved(); }
     // To work on; messages about it show the target's name.
     const FileName& workingFile() const noexcept { return working_; }
 
-    // Fill an empty working file, at once or piece by piece.
-    void write(std::string_view bytes);
-    void append(std::string_view bytes);
-    void copyFrom(const fl::filesystem::FileDescriptor& source);
+    // Fills a working file that was empty at the start.
+    void write(std::string_view bytes, std::uint64_t offset);
 
     // Fails, with the target as it is, when another program has changed it since the start.
     void commit();
 
 private:
-    void start(Start start);
     void createFolder();
-    void nameWorkingFile();
+    void takeContentOfTarget();
     void createWorkingFile();
     bool linkWorkingFile(const fl::filesystem::FileDescriptor& source) const;
-    void removeLeftovers() const noexcept;
 
     FileName target_;
     std::optional<fl::filesystem::SaveTarget> saveTarget_;
     FileName working_;
+    fl::filesystem::FileDescriptor directory_;
     // All that the steps leave behind when the process is killed is in one place.
-    std::optional<Leftover> folder_;
-    std::optional<Leftover> workingFile_;
+    std::optional<PrivateFolder> folder_;
+    std::string workingName_;  // in the folder
     fl::filesystem::FileDescriptor file_;
-    std::uint64_t appended_ = 0;
 };
 
 }  // namespace qzapp

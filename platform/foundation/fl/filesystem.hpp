@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <ext/stdio_filebuf.h>
 
+#include <cerrno>
 #include <fstream>
 #include <ios>
 #include <string>

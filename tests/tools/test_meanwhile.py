@@ -1,0 +1,273 @@
+"""What other programs, and signals, do while the tool is at work."""
+
+import contextlib
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import threading
+import time
+import unittest
+
+from support import EXAMPLE, MODEL_PART, TOOL, ToolTest
+
+MEGABYTE = 1 << 20
+MIXED = "was changed while it was read; try again"
+FILES = ("code.k", "appModel.kvd", "metadata.json")
+
+
+def why_not():
+    """Why system calls cannot be watched here; empty when they can."""
+    run = subprocess.run(["strace", "-o", os.devnull, "true"], capture_output=True, text=True)
+    return run.stderr if run.returncode else ""
+
+
+@contextlib.contextmanager
+def meanwhile(action):
+    """Repeats the action beside what is done here."""
+    ended = threading.Event()
+
+    def repeat():
+        while not ended.is_set():
+            action()
+    thread = threading.Thread(target=repeat)
+    thread.start()
+    try:
+        yield
+    finally:
+        ended.set()
+        thread.join()
+
+
+class MeanwhileTest(ToolTest):
+    def version(self, number, model_size=200_000):
+        self.write("code", f"v = {number};\n")
+        self.write("model", str(number).encode() * model_size)
+        self.ok("create", f"v{number}.kvpkg", "--code", "code", "--model", "model", "--set", f"Name={number}",
+                "--force")
+        return f"v{number}.kvpkg"
+
+    def large(self, size=64 * MEGABYTE):
+        """An app that takes some time to extract."""
+        self.small("app.kvpkg")
+        self.ok("edit", "app.kvpkg", "--model", "-", input=os.urandom(size))
+
+    def start(self, *args):
+        return subprocess.Popen([TOOL, *args], cwd=self.dir, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+
+    def when_working(self, folder, action, *args):
+        """Runs the tool, with the action once it has made its private folder; status and message."""
+        tool = self.start(*args)
+        while not list((self.dir / folder).glob(".qzapp-*")) and tool.poll() is None:
+            time.sleep(0.0005)
+        action(tool)
+        message = tool.communicate(timeout=60)[1].decode()
+        return tool.returncode, message
+
+
+class OneVersion(MeanwhileTest):
+    def test_a_file_that_is_replaced_is_read_as_one_version(self):
+        versions = [self.version(number) for number in (1, 2)]
+
+        def replace():
+            for version in versions:
+                shutil.copy(self.dir / version, self.dir / "new")
+                os.rename(self.dir / "new", self.dir / "app.kvpkg")
+        replace()
+        with meanwhile(replace):
+            for _ in range(30):
+                self.ok("extract", "app.kvpkg", "-o", "out", "--force")
+                seen = {self.read("out/code.k").decode()[4], chr(self.read("out/appModel.kvd")[0]),
+                        json.loads(self.read("out/metadata.json"))["Name"]}
+                shown = self.json("show", "app.kvpkg")
+                model, = (part["sha256"] for part in shown["parts"] if part["name"] == f"/{MODEL_PART}")
+                whole = (shown["metadata"]["Name"], shown["code"][4], model)
+                self.assertEqual(len(seen), 1)
+                self.assertIn(whole, self.wholes(versions))
+
+    def wholes(self, versions):
+        if not hasattr(self, "known"):
+            self.known = []
+            for number, version in enumerate(versions, 1):
+                parts = self.json("show", version)["parts"]
+                self.known += [(str(number), str(number), part["sha256"]) for part in parts
+                               if part["name"] == f"/{MODEL_PART}"]
+        return self.known
+
+    def test_a_file_that_is_rewritten_in_place_is_not_taken_for_one(self):
+        self.large(16 * MEGABYTE)
+        before, failures = self.names(), 0
+        with meanwhile(lambda: (os.utime(self.dir / "app.kvpkg"), time.sleep(0.001))):
+            for _ in range(5):
+                result = self.run_tool("extract", "app.kvpkg")
+                failures += result.returncode
+                if result.returncode:
+                    self.assertEqual(result.stderr.decode(), f"qzapp: app.kvpkg: {MIXED}\n")
+                    self.assertEqual(self.names(), before)
+        self.assertGreater(failures, 2)
+
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_each_file_is_opened_once(self):
+        self.create("one.kvpkg")
+        shutil.copy(EXAMPLE / "heatfield.k", self.dir / "two.k")
+        os.mkdir(self.dir / "apps")
+        shutil.copy(self.dir / "one.kvpkg", self.dir / "apps/one.kvpkg")
+        shutil.copy(self.dir / "two.k", self.dir / "apps/two.k")
+        self.write("model.kvd", "model")
+        self.write("damaged.kvpkg", self.read("one.kvpkg")[:-9])
+        rows = [
+            ["extract", "one.kvpkg", "-o", "out"], ["show", "one.kvpkg"], ["diff", "one.kvpkg", "two.k"],
+            ["convert", "two.k", "new.kvpkg", "--model", "model.kvd"], ["info", "one.kvpkg", "two.k"],
+            ["check", "one.kvpkg", "damaged.kvpkg", "two.k"], ["gallery", "apps", "-o", "g.html"],
+            ["info", "apps"], ["check", "apps"], ["parts", "--verify", "one.kvpkg"],
+            ["items", "--verify", "one.kvpkg"], ["check", "--repair", "mended.kvpkg", "damaged.kvpkg"],
+            ["create", "c.kvpkg", "--code", "two.k", "--model", "model.kvd", "--screenshot", "shot.png"],
+            ["edit", "c.kvpkg", "--model", "model.kvd"],
+        ]
+        shutil.copy(EXAMPLE / "screenshot.png", self.dir / "shot.png")
+        inputs = {"one.kvpkg", "two.k", "model.kvd", "damaged.kvpkg", "apps/one.kvpkg", "apps/two.k", "shot.png"}
+        for row in rows:
+            subprocess.run(["strace", "-f", "-qq", "-e", "trace=openat,open", "-o", "log", TOOL, *row], cwd=self.dir,
+                           capture_output=True)
+            opened = re.findall(r'open(?:at\(AT_FDCWD, |\()"([^"]+)".*= \d+$', self.read("log").decode(), re.M)
+            opened = [name for name in opened if name in inputs]
+            named = {name for name in row if name in inputs} or {"apps/one.kvpkg", "apps/two.k"}
+            self.assertEqual(sorted(opened), sorted(named), row)
+
+
+class WhatWasChecked(MeanwhileTest):
+    def test_a_model_that_comes_and_goes_is_taken_whole_or_not(self):
+        self.version(1)
+        self.write("m", b"new" * 1000)
+
+        def flicker():
+            os.rename(self.dir / "m", self.dir / "away")
+            os.rename(self.dir / "away", self.dir / "m")
+        made = 0
+        with meanwhile(flicker):
+            for _ in range(40):
+                for args in (["create", "app.kvpkg", "--force", "--code", "code"], ["edit", "v1.kvpkg"]):
+                    result = self.run_tool(*args, "--model", "m")
+                    if result.returncode == 0:
+                        made += 1
+                        self.assertEqual(self.extracted(args[1], "model"), b"new" * 1000)
+        self.assertGreater(made, 10)
+
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_a_model_that_cannot_be_opened_any_more_is_no_empty_one(self):
+        self.version(1)
+        self.write("m", b"2" * 200_000)  # as long as the old one
+        made = 0
+        for call, fault in (("openat", "EACCES"), ("openat", "EIO"), ("fcntl", "EMFILE")):
+            for number in range(1, 5):
+                shutil.copy(self.dir / "v1.kvpkg", self.dir / "app.kvpkg")
+                for args in (["create", "app.kvpkg", "--force", "--code", "code"], ["edit", "app.kvpkg"]):
+                    before = self.read("app.kvpkg")
+                    run = subprocess.run(["strace", "-f", "-qq", "-o", "log", "-P", "m", "-e",
+                                          f"inject={call}:error={fault}:when={number}", TOOL, *args, "--model", "m"],
+                                         cwd=self.dir, capture_output=True)
+                    row = (call, fault, number, args[0], run)
+                    if run.returncode == 0:
+                        made += 1
+                        self.assertEqual(self.extracted("app.kvpkg", "model"), b"2" * 200_000, row)
+                    else:
+                        self.assertEqual(self.read("app.kvpkg"), before, row)
+        self.assertGreater(made, 3)
+
+class ExtractMeanwhile(MeanwhileTest):
+    def plant(self, _):
+        (self.dir / "out/metadata.json").symlink_to(self.dir / "victim")
+
+    def test_what_others_put_there_is_neither_followed_nor_replaced(self):
+        self.large()
+        self.write("victim", "theirs")
+        for names in ([], FILES[:2]):
+            shutil.rmtree(self.dir / "out", ignore_errors=True)
+            (self.dir / "out").mkdir()
+            for name in names:
+                self.write(f"out/{name}", f"old {name}")
+                os.chmod(self.dir / "out" / name, 0o640)
+            self.assertEqual(self.when_working("out", self.plant, "extract", "app.kvpkg", "-o", "out", "--force"), (
+                1, "qzapp: out/metadata.json: was made, changed or removed by another program meanwhile; nothing "
+                "is written, try again\n"))
+            self.assertEqual(self.read("victim"), b"theirs")
+            self.assertEqual(self.names("out"), sorted([*names, "metadata.json"]))
+            for name in names:
+                self.assertEqual(self.read(f"out/{name}"), f"old {name}".encode())
+
+    def test_a_folder_that_appears_is_left_alone(self):
+        self.large()
+        status, message = self.when_working(".", lambda _: (self.dir / "out").mkdir(), "extract", "app.kvpkg", "-o",
+                                            "out/deep")
+        self.assertEqual((status, message), (1, "qzapp: out/deep: was made by another program meanwhile; try again\n"))
+        self.assertEqual((self.names(), self.names("out")), (["app.kvpkg", "out", "s.k", "s.kvd"], []))
+
+    def test_a_signal_leaves_nothing(self):
+        self.large()
+        (self.dir / "there").mkdir()
+        self.write("there/code.k", "old")
+        before = self.names()
+        for args, folder in ((["-o", "a/b/c"], "."), (["-o", "there", "--force"], "there")):
+            for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+                status, _ = self.when_working(folder, lambda tool: tool.send_signal(number), "extract", "app.kvpkg",
+                                              *args)
+                self.assertEqual(status, -number)
+                self.assertEqual((self.names(), self.names("there")), (before, ["code.k"]))
+        self.assertEqual(self.read("there/code.k"), b"old")
+
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_a_rename_that_fails_takes_the_others_back(self):
+        self.small("app.kvpkg")
+        (self.dir / "out").mkdir()
+        for old in ([], FILES[:2], FILES):
+            for fault in ("error=EIO", "signal=SIGTERM:error=EIO"):
+                for number in (1, 2, 3):
+                    for name in FILES:
+                        (self.dir / "out" / name).unlink(missing_ok=True)
+                    for name in old:
+                        self.write(f"out/{name}", f"old {name}")
+                    run = subprocess.run(["strace", "-f", "-qq", "-o", "log", "-e", "trace=renameat2", "-e",
+                                          f"inject=renameat2:{fault}:when={number}", TOOL, "extract", "app.kvpkg",
+                                          "-o", "out", "--force"], cwd=self.dir, capture_output=True)
+                    self.assertNotEqual(run.returncode, 0)
+                    self.assertEqual(self.names("out"), sorted(old), (old, fault, number, run))
+                    for name in old:
+                        self.assertEqual(self.read(f"out/{name}"), f"old {name}".encode())
+
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_a_file_system_with_plain_renames_only_is_enough(self):
+        self.small("app.kvpkg")
+        for folder in ("new/folder", "new/folder"):  # the second time it is there
+            run = subprocess.run(["strace", "-f", "-qq", "-o", "log", "-e", "trace=renameat2", "-e",
+                                  "inject=renameat2:error=EINVAL:when=1+2", TOOL, "extract", "app.kvpkg", "-o", folder,
+                                  "--force"], cwd=self.dir, capture_output=True)
+            self.assertEqual((run.returncode, run.stderr), (0, b""))
+            self.assertEqual(self.names(folder), sorted(FILES))
+            self.assertEqual(self.read(f"{folder}/appModel.kvd"), b"\0\1\2model")
+
+    def test_a_link_is_a_folder_only_by_name(self):
+        self.small("app.kvpkg")
+        (self.dir / "elsewhere").mkdir()
+        (self.dir / "app").symlink_to("elsewhere")
+        self.fails(1, "app: is a symbolic link, which leads elsewhere; name a folder with -o", "extract", "app.kvpkg")
+        self.ok("extract", "app.kvpkg", "-o", "app")
+        self.assertEqual(self.names("elsewhere"), sorted(FILES))
+
+
+class Interrupted(MeanwhileTest):
+    def test_private_folders_go_wherever_a_link_leads_by_then(self):
+        self.write("c.k", "x")
+        with open(self.dir / "big", "wb") as big:
+            big.truncate(400 << 30)
+        for folder in ("a", "b"):
+            (self.dir / folder).mkdir()
+        (self.dir / "link").symlink_to("a")
+
+        def switch(tool):
+            (self.dir / "other").symlink_to("b")
+            os.rename(self.dir / "other", self.dir / "link")
+            tool.send_signal(signal.SIGINT)
+        status, _ = self.when_working("a", switch, "create", "link/x.kvpkg", "--code", "c.k", "--model", "big")
+        self.assertEqual((status, self.names("a"), self.names("b")), (-signal.SIGINT, [], []))
