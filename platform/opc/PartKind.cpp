@@ -13,6 +13,9 @@ using foundation::shown;
 
 namespace {
 
+// What says that a part is of a kind; the greater is the stronger.
+enum class Claim { None, ContentType, Name };
+
 Claim claimOf(const PartKind& kind, const PartName& name, const ContentType& type) {
     if (kind.name == name) return Claim::Name;
     return kind.contentType == type ? Claim::ContentType : Claim::None;
@@ -27,8 +30,7 @@ bool isFoundAs(const PartKind& kind, const Package& package, const Part& part) {
     });
 }
 
-}  // namespace
-
+// Of the kinds that relationships of this type lead to, the strongest.
 Claim claimOf(const ustring& relationshipType, const PartName& name, const ContentType& type,
               std::span<const PartKind> kinds) {
     Claim strongest = Claim::None;
@@ -39,13 +41,7 @@ Claim claimOf(const ustring& relationshipType, const PartName& name, const Conte
     return strongest;
 }
 
-const PartKind* strongerKind(const ustring& relationshipType, const PartName& name,
-                             const ContentType& type, std::span<const PartKind> kinds) {
-    const Claim own = claimOf(relationshipType, name, type, kinds);
-    const auto found = std::ranges::find_if(
-        kinds, [&](const PartKind& kind) { return claimOf(kind, name, type) > own; });
-    return found == kinds.end() ? nullptr : &*found;
-}
+}  // namespace
 
 Part requireOwnTarget(const Package& package, const Relationship& relationship,
                       std::span<const PartKind> kinds) {

@@ -17,17 +17,6 @@ struct PartKind {
     bool isFoundByName = false;  // as well as by relationship
 };
 
-// What says that a part is of a kind; the greater is the stronger.
-enum class Claim { None, ContentType, Name };
-
-// Of the kinds that relationships of this type lead to, the strongest.
-PLATFORM_API Claim claimOf(const ustring& relationshipType, const PartName& name,
-                           const ContentType& type, std::span<const PartKind> kinds);
-// The kind that a part is by its name or type, where that speaks stronger than for the kinds that
-// relationships of this type lead to; null otherwise.
-PLATFORM_API const PartKind* strongerKind(const ustring& relationshipType, const PartName& name,
-                                          const ContentType& type, std::span<const PartKind> kinds);
-
 // What a relationship leads to, for replacing or deleting it as the part of its type. Throws
 // opc::Exception where that would destroy a part of another one of `kinds`: where it is found as such,
 // and its name and content type do not say that it is of the relationship's own kind. Relationships of

@@ -321,21 +321,6 @@ class Repair(CheckTest):
         self.assertEqual(report["result"]["errors"], 0)
         self.assertIsNone(self.json("info", "out.kvpkg")["screenshot"])
 
-    def test_of_several_relationships_the_likeliest_is_kept_and_the_parts_stay(self):
-        kind = SCHEMA + "/lumenForge/app/2017/relationships/appScreenshot"
-        first = f'<Relationship Id="rX" Type="{kind}" Target="/odd.bin"/><Relationship '
-        self.rewrite(self.create(), "bad.kvpkg", lambda name, content: {
-            RELS: content.replace(b"<Relationship ", first.encode(), 1),
-            TYPES: content.replace(b"</Types>", b'<Default Extension="bin" ContentType="a/b"/></Types>'),
-        }.get(name, content))
-        with zipfile.ZipFile(self.dir / "bad.kvpkg", "a") as package:
-            package.writestr("odd.bin", b"kept")
-        self.assertEqual(self.repaired("bad.kvpkg")["lost"], [{
-            "name": f'relationship "rX" of type {kind}, which leads to /odd.bin',
-            "reason": "another one is likelier to be right"}])
-        self.assertEqual(self.items("out.kvpkg")["odd.bin"], b"kept")
-        self.assertEqual(self.json("info", "out.kvpkg")["screenshot"], self.json("info", "app.kvpkg")["screenshot"])
-
     def test_what_is_foreign_is_kept(self):
         self.rewrite(self.create(), "bad.kvpkg", add_relationship(
             "urn:x", "http://example.com/\" TargetMode=\"External"))

@@ -3,6 +3,7 @@
 #include <unistd.h>
 #include <fl/FileDescriptor.hpp>
 #include <fl/Retry.hpp>
+#include <foundation/Immortal.hpp>
 
 #include <algorithm>
 #include <array>
@@ -56,8 +57,8 @@ std::shared_ptr<const HeldFile> keepStandardInput() {
 
 // Kept once, whoever asks for it.
 FileName keptInput(const char16_t* filename) {
-    static const std::shared_ptr<const HeldFile> kept = keepStandardInput();
-    return {kName, kept->file.privateName(filename), kept};
+    static const foundation::Immortal<std::shared_ptr<const HeldFile>> kept(keepStandardInput());
+    return {kName, (*kept)->file.privateName(filename), *kept};
 }
 
 bool looksPackaged(const FileName& input) {

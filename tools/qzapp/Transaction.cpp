@@ -48,12 +48,12 @@ Transaction::Transaction(const FileName& target, Start start) : target_(target) 
 }
 
 void Transaction::takeContentOfTarget() {
-    const FileDescriptor source = openFile({target_.shown, saveTarget_->resolved()});
+    source_ = openFile({target_.shown, saveTarget_->resolved()});
     about(target_, [&] {
-        saveTarget_->expect(source.stamp());
-        if (linkWorkingFile(source)) return;
+        saveTarget_->expect(source_.stamp());
+        if (linkWorkingFile()) return;
         createWorkingFile();
-        file_.copyFrom(source, 0, source.stamp().size, 0);
+        file_.copyFrom(source_, 0, source_.stamp().size, 0);
     });
 }
 
@@ -72,8 +72,8 @@ void Transaction::createFolder() {
 
 // The very file that was opened, whatever its name leads to by now. False where there can be no
 // second name: the file system has none, the file is someone else's, or it has just lost its own.
-bool Transaction::linkWorkingFile(const FileDescriptor& source) const {
-    const std::string self = fmt::format("/proc/self/fd/{}", source.get());
+bool Transaction::linkWorkingFile() const {
+    const std::string self = fmt::format("/proc/self/fd/{}", source_.get());
     const int folder = folder_->descriptor().get();
     if (fl::filesystem::retryInterrupted([&] {
             return fl::filesystem::systemCalls().linkat(AT_FDCWD, self.c_str(), folder,

@@ -41,7 +41,7 @@ private:
     void createFolder();
     void takeContentOfTarget();
     void createWorkingFile();
-    bool linkWorkingFile(const fl::filesystem::FileDescriptor& source) const;
+    bool linkWorkingFile() const;
 
     FileName target_;
     std::optional<fl::filesystem::SaveTarget> saveTarget_;
@@ -50,6 +50,8 @@ private:
     // All that the steps leave behind when the process is killed is in one place.
     std::optional<PrivateFolder> folder_;
     std::string workingName_;  // in the folder
+    // The target as it was, held so that no other file gets its number meanwhile.
+    fl::filesystem::FileDescriptor source_;
     fl::filesystem::FileDescriptor file_;
 };
 
