@@ -12,9 +12,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 #include <set>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace fl::filesystem {
 namespace {
@@ -224,9 +226,9 @@ TEST_F(ReplacementFileTest, WaitsAWhileForOthersToFinishTheirSave) {
         {"nobody saves", 0, 0, "", 1},
         {"somebody does for a moment", 30, EWOULDBLOCK, "", 31},
         {"somebody keeps it locked", 5000, EWOULDBLOCK,
-         "a: another program has kept it locked for 10 seconds; it is left as it is (save again "
+         "a: someone else has kept it locked for 10 seconds; it is left as it is (save again "
          "when that is done): Device or resource busy",
-         1000},
+         1001},
         {"a signal comes", 1, EINTR, "", 2},
         {"there are no locks here", 1, EOPNOTSUPP, "", 1},
         {"the disk fails", 1, EIO, "a: cannot lock it against other savers: Input/output error", 1},
@@ -249,14 +251,47 @@ TEST_F(ReplacementFileTest, WaitsAWhileForOthersToFinishTheirSave) {
     }
 }
 
-// A child that was forked meanwhile has a copy of the descriptor, and keeps no one out with it.
+// Who has opened the old file meanwhile waits for no descriptor of the saver's to be closed, of which a
+// child that was forked has a copy.
 TEST_F(ReplacementFileTest, LetsGoOfTheLock) {
     write("a", "old");
     const SaveTarget found(name("a"));
     ReplacementFile replacement(found);
+    const FileDescriptor old = FileDescriptor::openForReading(name("a"));
     replacement.commit();
-    const FileDescriptor copy = FileDescriptor::openForReading(name("a"));
-    EXPECT_EQ(::flock(copy.get(), LOCK_EX | LOCK_NB), 0);
+    EXPECT_EQ(::flock(old.get(), LOCK_EX | LOCK_NB), 0);
+}
+
+TEST_F(ReplacementFileTest, SeesWhatChangedWhileItWaitedForTheLock) {
+    static std::function<void()> change;
+    const std::pair<const char*, std::function<void()>> rows[] = {
+        {"the file is replaced",
+         [&] {
+             write("other", "other");
+             stdfs::rename(file("other"), file("a"));
+         }},
+        {"the link leads elsewhere", [&] { stdfs::rename(file("other link"), file("link")); }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.first);
+        write("a", "old");
+        write("b", "old");
+        stdfs::remove(file("link"));
+        stdfs::create_symlink("a", file("link"));
+        stdfs::create_symlink("b", file("other link"));
+        const WatchedSystem system;
+        change = row.second;
+        systemCalls().flock = [](int, int) {
+            if (!change) return 0;
+            std::exchange(change, {})();
+            return (errno = EWOULDBLOCK, -1);
+        };
+        EXPECT_THAT(complaint(name("link")),
+                    testing::HasSubstr("someone else created, changed or removed the file"));
+        EXPECT_NE(readFile(file("a")), "new");
+        EXPECT_EQ(readFile(file("b")), "old");
+        stdfs::remove(file("other link"));
+    }
 }
 
 TEST_F(ReplacementFileTest, FindsATemporaryNameBesideTheLongestOne) {

@@ -7,6 +7,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <utility>
 
 #include "tests/support/TemporaryDirectory.hpp"
@@ -163,6 +164,21 @@ void makeOlder(SystemCalls& calls) {
     calls.cloneRange = [](int, const file_clone_range*) { return refuse(EOPNOTSUPP); };
 }
 
+// A clock that goes on by what is slept, which takes no time.
+std::chrono::nanoseconds slept{};
+
+void passTimeAtOnce(SystemCalls& calls) {
+    calls.nanosleep = [](const timespec* time, timespec*) {
+        slept += std::chrono::seconds(time->tv_sec) + std::chrono::nanoseconds(time->tv_nsec);
+        return 0;
+    };
+    calls.clock_gettime = [](clockid_t, timespec* time) {
+        time->tv_sec = slept / std::chrono::seconds(1);
+        time->tv_nsec = (slept % std::chrono::seconds(1)).count();
+        return 0;
+    };
+}
+
 void makeLinkless(SystemCalls& calls) {
     makeOlder(calls);
     calls.flock = [](int, int) { return refuse(EOPNOTSUPP); };
@@ -174,8 +190,8 @@ void makeLinkless(SystemCalls& calls) {
 WatchedSystem::WatchedSystem(FileSystem fileSystem)
     : saved_(fl::filesystem::systemCalls()), real_(saved_) {
     real_.fsync = [](int) { return 0; };
-    real_.nanosleep = [](const timespec*, timespec*) { return 0; };  // nobody is waited for
-    fl::filesystem::systemCalls().nanosleep = real_.nanosleep;
+    passTimeAtOnce(real_);
+    passTimeAtOnce(fl::filesystem::systemCalls());
     if (fileSystem == FileSystem::Sharing) real_.cloneRange = cloneByCopying;
     if (fileSystem == FileSystem::Older) makeOlder(real_);
     if (fileSystem == FileSystem::Linkless) makeLinkless(real_);

@@ -44,7 +44,7 @@ struct Fault {
     }
 };
 
-// While it lives, waits for no lock that others hold (but tries as often), counts and logs the calls through fl::filesystem::systemCalls(), and what the
+// While it lives, sleeps by putting a clock of its own on, counts and logs the calls through fl::filesystem::systemCalls(), and what the
 // standard file streams read and write, and strikes one of them. fsync is logged and not carried out:
 // what it is good for is seen in a Disk. One at a time, and one thread.
 class WatchedSystem {

@@ -279,6 +279,30 @@ class Repair(CheckTest):
                     self.write("shot.gif", gif)
                     self.ok("edit", "out.kvpkg", "--screenshot", "shot.gif")
 
+    def test_a_part_of_several_kinds_becomes_one_of_the_likeliest(self):
+        self.create()
+        rows = [  # the name and the type of what becomes odd, and the edit that then was refused
+            ("korval/code.k", "application/vnd.quorvane.korval.code", "--code", EXAMPLE / "code.k"),
+            (METADATA_PART, "application/vnd.quorvane.korval.lumenForge.appMetadata+xml", "--set", "Version=9.9"),
+        ]
+        for item, its_type, *edit in rows:
+            with self.subTest(item=item):
+                def change(name, old):
+                    old = old.replace(its_type.encode(), b"text/plain").replace(item.encode(), b"odd/part.txt")
+                    return old.replace(SHOT.encode(), b"odd/part.txt") if name == RELS else old
+                self.rewrite("app.kvpkg", "bad.kvpkg", change)
+                with zipfile.ZipFile(self.dir / "bad.kvpkg") as package:
+                    contents = {n: package.read(n) for n in package.namelist()}
+                with zipfile.ZipFile(self.dir / "bad.kvpkg", "w") as package:
+                    for name, content in contents.items():
+                        package.writestr("odd/part.txt" if name == item else name, content)
+                refusal = self.run_tool("edit", "bad.kvpkg", *edit)
+                self.assertEqual(refusal.returncode, 1)
+                self.assertIn(b"qzapp check --repair", refusal.stderr)
+                self.repaired("bad.kvpkg")
+                self.ok("edit", "out.kvpkg", *edit)
+                self.assertEqual(self.extracted("out.kvpkg", "screenshot"), self.extracted("app.kvpkg", "screenshot"))
+
     def test_reports_what_it_did_and_nothing_else(self):
         self.create()
         with zipfile.ZipFile(self.dir / "app.kvpkg", "a") as package:
@@ -297,6 +321,15 @@ class Repair(CheckTest):
             self.assertEqual({part["name"] for part in report["kept"]}, same)
             self.assertLessEqual(len(report["mended"]), 1)
         self.assertEqual(self.repaired("app.kvpkg")["mended"], ["left out the comment of the zip file"])
+        self.create("front.kvpkg")
+        with zipfile.ZipFile(self.dir / "front.kvpkg") as package:
+            contents = {name: package.read(name) for name in package.namelist()}
+        with open(self.dir / "front.kvpkg", "wb") as file:
+            file.write(b"#!/bin/run\n")
+            with zipfile.ZipFile(file, "w") as package:
+                for name, content in contents.items():
+                    package.writestr(name, content)
+        self.assertEqual(self.repaired("front.kvpkg")["mended"], ["left out 11 bytes in front of the first item"])
 
     def test_refuses_what_is_no_app(self):
         for name in ("x.kvpkg", "x.zip", "office.kvpkg"):

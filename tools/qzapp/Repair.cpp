@@ -94,6 +94,7 @@ public:
         tellOfTables();
         tellOfRest();
         if (isAppName(from_.file)) {
+            settleSharedParts();
             linkAppParts();
             loseIdleScreenshots();
         }
@@ -247,8 +248,15 @@ private:
         return *found->second;
     }
 
-    // The thumbnail is the screenshot that was set last. Then the content type says more than the name.
+    // The thumbnail is the screenshot that was set last.
     int weightOf(const ustring& type, const PartName& name) const {
+        const bool isThumbnail =
+            type == layout::app::kScreenshotRelationship && thumbnails_.contains(from_.find(name));
+        return 4 * isThumbnail + claimOf(type, name);
+    }
+
+    // How much a part says itself that it is of this kind; its content type says more than its name.
+    int claimOf(const ustring& type, const PartName& name) const {
         const auto part = std::ranges::find(layout::kParts, ustring_view(type),
                                             &layout::AppPart::relationshipType);
         const ContentType contentType = to_.getPart(name).getContentType();
@@ -263,8 +271,7 @@ private:
         const auto isUsual = [&](const auto& format) {
             return name == layout::screenshotName(format.extension);
         };
-        return 4 * thumbnails_.contains(from_.find(name)) +
-               2 * std::ranges::any_of(formats, isImage) + std::ranges::any_of(formats, isUsual);
+        return 2 * std::ranges::any_of(formats, isImage) + std::ranges::any_of(formats, isUsual);
     }
 
     bool leadsToPart(const Relationship& link) const {
@@ -291,10 +298,46 @@ private:
     void tellOfRest() {
         const opc::zip::ZipArchive& archive = *from_.archive;
         const std::uint64_t end = archive.bounds().fileEnd, size = archive.stamp().size;
+        std::uint64_t front = archive.items().empty() ? 0 : size;
+        for (const opc::zip::ZipItem& item : archive.items())
+            front = std::min(front, item.headerOffset);
+        if (front != 0)
+            mend(fmt::format("left out {} in front of the first item", byteCount(front)));
         if (!archive.comment().empty()) mend("left out the comment of the zip file");
         if (end != 0 && end < size) {
             mend(fmt::format("left out {} behind the end of the zip file", byteCount(size - end)));
         }
+    }
+
+    // A part is of one kind: of relationships of several kinds to it, all but the likeliest go, since an
+    // edit of one would destroy the others.
+    void settleSharedParts() {
+        std::map<PartName, std::vector<Relationship>> links;
+        for (const Relationship& link : to_.getRelationships()) {
+            if (!layout::isAppRelationship(link.getType()) || !leadsToPart(link)) continue;
+            links[PartName(link.getTargetURI())].push_back(link);
+        }
+        for (const auto& [name, shared] : links) {
+            const auto likelihood = [&, &part = name](const Relationship& link) {
+                return std::pair(claimOf(link.getType(), part), -rankOf(link.getType()));
+            };
+            const auto meant = std::ranges::max_element(shared, {}, likelihood);
+            for (auto link = shared.begin(); link != shared.end(); ++link) {
+                if (link == meant) continue;
+                loseLink(*link,
+                         fmt::format("it leads to {}, as \"{}\" of another kind does, which is "
+                                     "kept",
+                                     shownName(name), shown(meant->getID())));
+                to_.deleteRelationship(link->getID());
+            }
+        }
+    }
+
+    // What an app can do without least, first.
+    static std::ptrdiff_t rankOf(const ustring& type) {
+        return std::ranges::find(layout::kParts, ustring_view(type),
+                                 &layout::AppPart::relationshipType) -
+               layout::kParts.begin();
     }
 
     // A part of an app that has its usual name, and no relationship leads to any of its kind.

@@ -104,7 +104,7 @@ void Transaction::commit() {
     // Some file systems can tell what mode a new file gets only by one with a name, for a moment.
     std::optional<SignalsBlocked> blocked;
     if (!saveTarget_->stamp()) blocked.emplace();
-    about(working_, [&] { fl::filesystem::replaceWithFile(*saveTarget_, working_.path); });
+    about(target_, [&] { fl::filesystem::replaceWithFile(*saveTarget_, working_.path); });
 }
 
 }  // namespace qzapp

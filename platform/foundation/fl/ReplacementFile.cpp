@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <climits>
 #include <random>
 
@@ -210,6 +211,13 @@ Place follow(const path& given, const FileDescriptor& start) {
     throwSystemError(ELOOP, "cannot follow its symbolic links (save under another name)");
 }
 
+// Of a clock that nobody sets.
+std::chrono::nanoseconds timeOfClock() noexcept {
+    struct timespec now {};
+    systemCalls().clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+}
+
 // Keeps other savers out between the last look at a file and the rename, so that the one who comes
 // second sees what the first did. A file system without locks leaves only the look.
 class SaveLock {
@@ -225,9 +233,6 @@ public:
     SaveLock& operator=(const SaveLock&) = delete;
 
 private:
-    static constexpr int kSeconds = 10;
-    static constexpr int kTriesPerSecond = 100;
-
     int request(int operation) const noexcept {
         return systemCalls().flock(file_->get(), operation);
     }
@@ -238,17 +243,25 @@ private:
 };
 
 bool SaveLock::acquire() const {
-    for (int tries = 0; tries < kSeconds * kTriesPerSecond; ++tries) {
+    using namespace std::chrono_literals;
+    constexpr auto kLongestWait = 10s;
+    constexpr auto kPause = 10ms;
+    const auto end = timeOfClock() + kLongestWait;
+    for (;;) {
         if (retryInterrupted([this] { return request(LOCK_EX | LOCK_NB); }) == 0) return true;
         // Some network file systems lock only what is open for writing: EBADF.
         const bool hasNoLocks = errno == EOPNOTSUPP || errno == ENOSYS || errno == ENOLCK ||
                                 errno == EINVAL || errno == EBADF;
         if (hasNoLocks) return false;
         if (errno != EWOULDBLOCK) throwSystemError(errno, "cannot lock it against other savers");
-        const struct timespec pause { .tv_sec = 0, .tv_nsec = 1'000'000'000 / kTriesPerSecond };
+        if (timeOfClock() >= end) break;
+        const struct timespec pause {
+            .tv_sec = 0, .tv_nsec = std::chrono::nanoseconds(kPause).count()
+        };
         systemCalls().nanosleep(&pause, nullptr);
     }
-    throwSystemError(EBUSY, "another program has kept it locked for " + std::to_string(kSeconds) +
+    throwSystemError(EBUSY, "someone else has kept it locked for " +
+                                std::to_string(kLongestWait.count()) +
                                 " seconds; it is left as it is (save again when that is done)");
 }
 
@@ -375,7 +388,6 @@ int SaveTarget::State::linkAndUnlink(const std::string& temporary) const {
 
 void SaveTarget::State::moveIntoPlace(const std::string& temporary,
                                       const FileDescriptor& model) const {
-    checkPlace();
     const int result = stamp ? replace(temporary, model) : moveIntoFreePlace(temporary);
     if (result < 0 && errno == EEXIST) throwChanged();
     if (result < 0) throwSystemError(errno, "cannot put the new file in its place");
@@ -384,11 +396,13 @@ void SaveTarget::State::moveIntoPlace(const std::string& temporary,
 // `model` is the file that is replaced.
 int SaveTarget::State::replace(const std::string& temporary, const FileDescriptor& model) const {
     const SaveLock lock(model);
+    checkPlace();
     checkUnchanged();
     return rename(temporary, 0);
 }
 
 int SaveTarget::State::moveIntoFreePlace(const std::string& temporary) const {
+    checkPlace();
     int result = rename(temporary, RENAME_NOREPLACE);
     const bool cannotRefuse = result < 0 && (errno == EINVAL || errno == ENOSYS);
     if (cannotRefuse) result = linkAndUnlink(temporary);
@@ -397,6 +411,7 @@ int SaveTarget::State::moveIntoFreePlace(const std::string& temporary) const {
     if (!cannotLink) return result;
     // Such a file system leaves no more than to look first.
     const SaveLock lock(directory);
+    checkPlace();
     checkUnchanged();
     return rename(temporary, 0);
 }

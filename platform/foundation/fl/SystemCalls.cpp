@@ -47,6 +47,7 @@ SystemCalls& systemCalls() noexcept {
         .renameat2 = ::renameat2,
         .unlinkat = ::unlinkat,
         .flock = ::flock,
+        .clock_gettime = ::clock_gettime,
         .nanosleep = ::nanosleep,
         .close = ::close,
     };

@@ -41,7 +41,8 @@ struct SystemCalls {
                      unsigned flags);
     int (*unlinkat)(int directory, const char* name, int flags);
     int (*flock)(int file, int operation);
-    // Sleeps; only how long others hold a lock is waited for.
+    // For waiting while others hold a lock.
+    int (*clock_gettime)(clockid_t clock, struct timespec* time);
     int (*nanosleep)(const struct timespec* time, struct timespec* remaining);
     int (*close)(int file);
 };
