@@ -19,12 +19,12 @@ namespace foundation {
 // "\u001B". Bytes that are not UTF-8 show as U+FFFD.
 PLATFORM_API std::string printable(std::string_view utf8);
 
-// Like printable(), but line feeds and tabs stay. This keeps the value of a JSON document: those that
-// are escaped stand only in its strings.
+// Like printable(), but line feeds and tabs stay. A JSON document keeps its value: outside of its
+// strings it has none of the characters that are escaped.
 PLATFORM_API std::string printableText(std::string_view utf8);
 
-// Like printable(), cut where it would bury the rest of the message, and then followed by "...". Unpaired
-// surrogates become U+FFFD. Paths are not cut.
+// Like printable(), cut where it would bury the rest of the message, and then followed by "...".
+// Unpaired surrogates become U+FFFD. Paths are not cut.
 inline constexpr std::size_t kMaxShownValue = 200;    // bytes of UTF-8
 inline constexpr std::size_t kMaxShownMessage = 800;  // of one that holds shown values
 PLATFORM_API std::string shown(std::string_view utf8, std::size_t limit = kMaxShownValue);

@@ -24,8 +24,9 @@ enum class OpenMode : int {
 
 namespace opc::model {
 
-// How a part is stored. Compression 0 stores it as it is; 1 deflates it for speed, or stores it when
-// a sample shows that it shrinks by too little to be worth inflating. `sizeHint` is the expected size in bytes, 0 when unknown.
+// How a part is stored. Compression 0 stores it as it is; 1 deflates it for speed, or stores it when a
+// sample shows that it shrinks by too little to be worth inflating. `sizeHint` is the expected size in
+// bytes, 0 when unknown.
 class PLATFORM_API StandardPartInfo {
 public:
     // Throws opc::Exception for any other compression.

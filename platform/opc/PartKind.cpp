@@ -13,7 +13,7 @@ using foundation::shown;
 
 namespace {
 
-// What says that a part is of a kind; the greater is the stronger.
+// How a part says that it is of a kind, weakest first: not at all, by its content type, or by its name.
 enum class Claim { None, ContentType, Name };
 
 Claim claimOf(const PartKind& kind, const PartName& name, const ContentType& type) {

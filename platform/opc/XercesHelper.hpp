@@ -60,11 +60,11 @@ public:
 
     // Parses the rest of `stream` into a document that lives as long as `parser` does or until its
     // next call, and that has the elements, attributes and text, with their prefixes, and namespace
-    // declarations as attributes; no comments or instructions. The text is checked in linear time: UTF-8 or UTF-16, no document type, bounded
-    // depth, attributes, names and size. There are no schemas to validate
-    // against, so `validate` must be false. Messages name the document by the part that the stream
-    // reads, or by `systemId` for any other stream; they tell `expectedNamespace`, which is not
-    // enforced, when it is not empty.
+    // declarations as attributes; no comments or instructions. The text is checked in linear time:
+    // UTF-8 or UTF-16, no document type, bounded depth, attributes, names and size. There are no
+    // schemas to validate against, so `validate` must be false. Messages name the document by the
+    // part that the stream reads, or by `systemId` for any other stream; they tell
+    // `expectedNamespace`, which is not enforced, when it is not empty.
     static xercesc::DOMDocument* readDocumentFromStream(const XercesParserPtr& parser,
                                                         InputStream& stream, bool validate,
                                                         const ustring& systemId,

@@ -44,9 +44,10 @@ struct Fault {
     }
 };
 
-// While it lives, sleeps by putting a clock of its own on, counts and logs the calls through fl::filesystem::systemCalls(), and what the
-// standard file streams read and write, and strikes one of them. fsync is logged and not carried out:
-// what it is good for is seen in a Disk. One at a time, and one thread.
+// While it lives, sleeps by putting a clock of its own on, counts and logs the calls through
+// fl::filesystem::systemCalls(), and what the standard file streams read and write, and strikes one of
+// them. fsync is logged and not carried out: what it is good for is seen in a Disk. One at a time, and
+// one thread.
 class WatchedSystem {
 public:
     enum class FileSystem {

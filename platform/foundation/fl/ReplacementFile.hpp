@@ -77,9 +77,9 @@ public:
     // umask's mode), makes it durable, checks that the target is still what it was, renames over it
     // and makes the rename durable. From that check to the rename it holds an advisory lock (flock)
     // on the file that it replaces, so that of two savers the second sees what the first did; it
-    // waits 10 seconds for one that others hold. Returns the stamp of the file now in place. Throws, with the old
-    // file in place and nothing left behind, when any of this fails; only a failure of the last
-    // step leaves the new file in place, and its message says so.
+    // waits 10 seconds for one that others hold. Returns the stamp of the file now in place.
+    // Throws, with the old file in place and nothing left behind, when any of this fails; only a
+    // failure of the last step leaves the new file in place, and its message says so.
     FileStamp commit();
 
 private:

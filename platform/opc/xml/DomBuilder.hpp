@@ -17,9 +17,9 @@ XERCES_CPP_NAMESPACE_END
 
 namespace opc::xml {
 
-// Fills an empty DOM document with the elements, attributes and text of the document that is read, with
-// their prefixes, and with declarations of namespaces as attributes; what else XML has is left out. Text
-// and CDATA that touch become one node. Lets the DOM's exceptions out.
+// Fills an empty DOM document with the elements, attributes and text of the document that is read,
+// with their prefixes, and with declarations of namespaces as attributes; what else XML has is left
+// out. Text and CDATA that touch become one node. Lets the DOM's exceptions out.
 class DomBuilder final : public Handler {
 public:
     // The document must outlive the builder.

@@ -26,9 +26,9 @@ public:
     static void copyAttributes(const xercesc::DOMElement& from, xercesc::DOMElement& to,
                                const xercesc::DOMNode* except);
 
-    // Appends copies that mean the same as long as the prefixes around them are declared there, too; the
-    // default namespace need not be. Throws Refusal when its declarations, which have to be added then,
-    // would take more than a document may.
+    // Appends copies that mean the same as long as the prefixes around them are declared there,
+    // too; the default namespace need not be. Throws Refusal when its declarations, which have to
+    // be added then, would take more than a document may.
     static void appendCopies(const std::vector<const xercesc::DOMElement*>& elements,
                              xercesc::DOMElement& to);
 };
