@@ -108,6 +108,12 @@ class OneVersion(MeanwhileTest):
                     self.assertEqual(self.names(), before)
         self.assertGreater(failures, 2)
 
+    def test_no_value_of_a_file_that_is_rewritten_is_printed(self):
+        self.write("app.k", "x" * (32 * MEGABYTE))
+        with meanwhile(lambda: (os.utime(self.dir / "app.k"), time.sleep(0.001))):
+            for args in ([], ["--field", "Name"], ["--json"]):
+                self.fails(1, f"app.k: {MIXED}", "info", *args, "app.k")
+
     @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
     def test_each_file_is_opened_once(self):
         self.create("one.kvpkg")

@@ -142,7 +142,10 @@ std::string describe(const FileName& file, const InfoOptions& options) {
     const auto reader = openApp(file);
     return about(file, [&] {
         const AppMetadata record = reader->readMetadata();
-        if (options.field) return fieldText(record, *findField(*options.field));
+        if (options.field) {
+            requireUnchanged(file);
+            return fieldText(record, *findField(*options.field));
+        }
         const Screenshot screenshot = readScreenshot(file, *reader);
         requireUnchanged(file);
         if (options.json) return jsonFor(file, record, screenshot);
