@@ -367,12 +367,14 @@ class Repair(CheckTest):
     def test_never_touches_a_file_that_is_there(self):
         self.create()
         self.write("text.kvpkg", "hello")
+        self.write("none.kvpkg", b"PK\5\6" + bytes(18))
         (self.dir / "link.kvpkg").symlink_to("app.kvpkg")
         before = self.names(), self.read("app.kvpkg")
         rows = [
             (1, "app.kvpkg: exists already; give --force to replace it", "app.kvpkg", "text.kvpkg"),
             (2, "--repair: link.kvpkg is the damaged file itself; give another name", "link.kvpkg", "--force",
              "app.kvpkg"),
+            (1, "none.kvpkg: holds no items, so there is nothing to keep; get the file again", "out.kvpkg", "none.kvpkg"),
             (1, "text.kvpkg: is not a zip file but text; choose another file; nothing in it can be read, so there is "
              "nothing to keep", "out.kvpkg", "text.kvpkg"),
         ]

@@ -446,11 +446,15 @@ private:
     std::map<ustring, const Relationship*> meant_;  // by type
 };
 
+constexpr const char* kUnreadable = "nothing in it can be read, so there is nothing to keep";
+
 // A repaired copy of anything else would be a package of nothing that readers know.
 void requireWorthOfRepair(const PackageView& view) {
     if (view.items.empty() && view.lost.empty()) {
         throw Error(view.file.shown,
-                    view.zipRefusal + "; nothing in it can be read, so there is nothing to keep");
+                    view.zipRefusal.empty()
+                        ? "holds no items, so there is nothing to keep; get the file again"
+                        : view.zipRefusal + "; " + kUnreadable);
     }
     if (view.isRepairable) return;
     throw Error(
@@ -476,9 +480,7 @@ RepairReport repairPackage(const FileName& file, const FileName& out) {
         package.open(opc::interfaces::OpenMode::Create);
         Repair(view, package, transaction.workingFile(), report).run();
         if (report.kept.empty()) {
-            throw Error(file.shown,
-                        "nothing in it can be read, so there is nothing to keep; get "
-                        "the file again");
+            throw Error(file.shown, std::string(kUnreadable) + "; get the file again");
         }
         package.close();
     });
