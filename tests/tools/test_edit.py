@@ -153,6 +153,13 @@ class Edit(ToolTest):
         self.assertIn(media.encode() + b'"/><Override PartName="/meta', self.items("bad.kvpkg")["[Content_Types].xml"])
         self.ok("edit", "bad.kvpkg", "--drop-signature")
         self.assertLessEqual({MODEL_PART, METADATA_PART}, self.items("bad.kvpkg").keys())
+        types = self.items("app.kvpkg")["[Content_Types].xml"].decode()
+        own = re.search('appMetadata.xml" ContentType="([^"]*)', types)[1]
+        for name in ("origin", "xmlsignature+xml"):
+            self.rewrite("app.kvpkg", "odd.kvpkg", replacing("[Content_Types].xml", own, media.replace("origin", name)))
+            self.assertEqual(self.ok("edit", "odd.kvpkg", "--drop-signature"),
+                             "odd.kvpkg: is not signed; nothing changed\n")
+            self.assertNotIn("digital signature", self.run_tool("check", "odd.kvpkg").stdout.decode())
 
     def test_another_thumbnail_is_told(self):
         thumbnail = "http://schemas.openxmlformats.org/package/2006/relationships/metadata/thumbnail"

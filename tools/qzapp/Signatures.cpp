@@ -33,20 +33,53 @@ PartName relationshipsOf(const PartName& part) {
     return PartName(name.substr(0, slash) + u"_rels/" + name.substr(slash) + u".rels");
 }
 
-// Parts that are found as something else stay, whatever their type says.
-std::vector<PartName> partsOfSignatures(const Package& package) {
-    std::set<std::string> inUse = {PartName(appserialization::layout::kAppModel.name).key()};
+struct TypedPart {
+    PartName name;
+    ContentType type;
+};
+
+// Of all parts of a package, those of signatures. Ones that are found as something else are none,
+// whatever their type says.
+class Selection {
+public:
+    void add(const Relationship& link, const PartName& target) {
+        if (link.getType() != kOriginRelationship) inUse_.insert(target.key());
+    }
+    void add(const PartName& name, const ContentType& type) {
+        if (isPartOfSignature(type)) candidates_.push_back({name, type});
+    }
+    std::vector<TypedPart> parts() const {
+        std::vector<TypedPart> parts = candidates_;
+        std::erase_if(parts,
+                      [&](const TypedPart& part) { return inUse_.contains(part.name.key()); });
+        return parts;
+    }
+
+private:
+    std::set<std::string> inUse_ = {PartName(appserialization::layout::kAppModel.name).key()};
+    std::vector<TypedPart> candidates_;
+};
+
+std::vector<TypedPart> partsOfSignatures(const Package& package) {
+    Selection selection;
     for (const Relationship& link : package.getRelationships()) {
-        if (link.getType() != kOriginRelationship && package.hasTarget(link))
-            inUse.insert(package.getTarget(link).getName().key());
+        if (package.hasTarget(link)) selection.add(link, package.getTarget(link).getName());
     }
-    std::vector<PartName> parts;
-    for (const Part& part : package.getParts()) {
-        const PartName& name = part.getName();
-        if (isPartOfSignature(part.getContentType()) && !inUse.contains(name.key()))
-            parts.push_back(name);
+    for (const Part& part : package.getParts())
+        selection.add(part.getName(), part.getContentType());
+    return selection.parts();
+}
+
+std::vector<TypedPart> partsOfSignatures(const PackageView& package) {
+    Selection selection;
+    for (const Relationship& link : package.relationships) {
+        const ViewedItem* const target = package.target(link);
+        if (target != nullptr) selection.add(link, *target->name);
     }
-    return parts;
+    for (const ViewedItem& item : package.items) {
+        if (item.isPart()) selection.add(*item.name, *item.type);
+    }
+    return selection.parts();
 }
 
 }  // namespace
@@ -62,23 +95,19 @@ bool isSigned(const Package& package) {
 }
 
 bool isSigned(const PackageView& package) {
-    if (!package.byType(kOriginRelationship).empty()) return true;
-    return std::ranges::any_of(package.items, [](const ViewedItem& item) {
-        return item.isPart() && isPartOfSignature(*item.type);
-    });
+    return !package.byType(kOriginRelationship).empty() || !partsOfSignatures(package).empty();
 }
 
 std::size_t count(const PackageView& package) {
-    const auto number = std::ranges::count_if(package.items, [](const ViewedItem& item) {
-        return item.isPart() && *item.type == ContentType(kSignatureType);
-    });
+    const auto number = std::ranges::count(partsOfSignatures(package), ContentType(kSignatureType),
+                                           &TypedPart::type);
     return static_cast<std::size_t>(number);
 }
 
 void remove(Package& package) {
     for (const Relationship& link : package.getRelationshipsByType(kOriginRelationship))
         package.deleteRelationship(link.getID());
-    for (const PartName& name : partsOfSignatures(package)) {
+    for (const auto& [name, type] : partsOfSignatures(package)) {
         package.deletePart(name);
         const PartName relationships = relationshipsOf(name);
         if (package.hasPart(relationships)) package.deletePart(relationships);
