@@ -243,6 +243,22 @@ class ExtractMeanwhile(MeanwhileTest):
                         self.assertEqual(self.read(f"out/{name}"), f"old {name}".encode())
 
     @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_one_that_cannot_be_taken_back_does_not_keep_the_others_from_it(self):
+        self.small("app.kvpkg")
+        (self.dir / "out").mkdir()
+        for name in FILES:
+            self.write(f"out/{name}", f"old {name}")
+        run = subprocess.run(["strace", "-f", "-qq", "-o", "log", "-e", "trace=renameat2", "-e",
+                              "inject=renameat2:error=EIO:when=3..4", TOOL, "extract", "app.kvpkg", "-o", "out",
+                              "--force"], cwd=self.dir, capture_output=True)
+        kept, = (name for name in os.listdir(self.dir / "out") if name.startswith("."))
+        self.assertRegex(run.stderr.decode(), "^qzapp: out: holds only some of the new files, because of this: .*; what "
+                         rf"they replaced is in the folder {re.escape(kept)} in it\n$")
+        new = [name for name in FILES if self.read(f"out/{name}") != f"old {name}".encode()]
+        self.assertEqual(len(new), 1, run)
+        self.assertEqual(self.read(f"out/{kept}/{new[0]}"), f"old {new[0]}".encode())
+
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
     def test_a_file_system_with_plain_renames_only_is_enough(self):
         self.small("app.kvpkg")
         for folder in ("new/folder", "new/folder"):  # the second time it is there

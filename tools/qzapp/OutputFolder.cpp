@@ -248,14 +248,15 @@ void OutputFolder::moveFiles() {
 }
 
 void OutputFolder::takeBack(std::size_t count, const std::exception& reason) {
-    while (count-- > 0) {
-        if (takeBack(files_[count])) continue;
-        private_->release();  // the old files are in it
-        throw Error(folder_.shown,
-                    fmt::format("holds only some of the new files, because of this: {}; what they "
-                                "replaced is in the folder {} in it",
-                                reason.what(), private_->name()));
-    }
+    bool isAllBack = true;
+    while (count-- > 0)
+        isAllBack &= takeBack(files_[count]);
+    if (isAllBack) return;
+    private_->release();  // the old files are in it
+    throw Error(folder_.shown,
+                fmt::format("holds only some of the new files, because of this: {}; what they "
+                            "replaced is in the folder {} in it",
+                            reason.what(), private_->name()));
 }
 
 void OutputFolder::moveIn(File& file) const {
