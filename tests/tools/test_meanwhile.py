@@ -279,6 +279,16 @@ class ExtractMeanwhile(MeanwhileTest):
 
 
 class Interrupted(MeanwhileTest):
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_a_private_folder_that_is_filled_as_fast_as_it_is_emptied_is_left(self):
+        self.small("app.kvpkg")
+        self.ok("extract", "app.kvpkg", "-o", "out")
+        run = subprocess.run(["strace", "-f", "-qq", "-o", "log", "-e", "trace=unlinkat", "-e",
+                              "inject=unlinkat:retval=0", TOOL, "extract", "app.kvpkg", "-o", "out", "--force"],
+                             cwd=self.dir, capture_output=True, timeout=60)
+        self.assertEqual((run.returncode, run.stderr), (0, b""))
+        self.assertEqual(len(self.names("out")), len(FILES) + 1)
+
     def test_private_folders_go_wherever_a_link_leads_by_then(self):
         self.write("c.k", "x")
         with open(self.dir / "big", "wb") as big:

@@ -51,40 +51,47 @@ struct Entry {
 
 constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-bool removeTree(int parent, const char* name, int depth) noexcept;
+// How often directories may be read to remove one private folder. Each folder in it takes four reads, two
+// in each of two rounds, so this is far more than the tool's own folders need. Without a limit, a program
+// that keeps making files there would keep this process from its end.
+constexpr int kMaxReads = 1000;
+
+bool removeTree(int parent, const char* name, int depth, int& readsLeft) noexcept;
 
 // Of the folder that is open as `folder`. Calls of the system alone, as a signal handler must.
-void empty(int folder, int depth) noexcept {
+void empty(int folder, int depth, int& readsLeft) noexcept {
     alignas(Entry) std::array<char, 1024> entries;
     // Once more from the start when something was removed, since the order may have changed by that.
-    for (bool goesOn = true; goesOn;) {
+    for (bool goesOn = true; goesOn && readsLeft > 0;) {
         goesOn = false;
         ::lseek(folder, 0, SEEK_SET);
         long size = 0;
-        while ((size = ::syscall(SYS_getdents64, folder, entries.data(), entries.size())) > 0) {
+        while (readsLeft-- > 0 &&
+               (size = ::syscall(SYS_getdents64, folder, entries.data(), entries.size())) > 0) {
             for (long at = 0; at < size;) {
                 const auto* entry = reinterpret_cast<const Entry*>(entries.data() + at);
                 at += entry->size;
                 const std::string_view name(entry->name);
                 if (name == "." || name == "..") continue;
                 if (::unlinkat(folder, entry->name, 0) == 0 ||
-                    (depth > 0 && removeTree(folder, entry->name, depth - 1)))
+                    (depth > 0 && removeTree(folder, entry->name, depth - 1, readsLeft)))
                     goesOn = true;
             }
         }
     }
 }
 
-bool removeTree(int parent, const char* name, int depth) noexcept {
+bool removeTree(int parent, const char* name, int depth, int& readsLeft) noexcept {
     const int folder = ::openat(parent, name, kOpenFolder);
     if (folder < 0) return false;
-    empty(folder, depth);
+    empty(folder, depth, readsLeft);
     ::close(folder);
     return ::unlinkat(parent, name, AT_REMOVEDIR) == 0;
 }
 
 void remove(const Slot& slot) noexcept {
-    empty(slot.folder, kMaxNesting);
+    int readsLeft = kMaxReads;
+    empty(slot.folder, kMaxNesting, readsLeft);
     ::unlinkat(slot.parent, slot.name.data(), AT_REMOVEDIR);
 }
 
