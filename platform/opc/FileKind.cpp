@@ -41,8 +41,8 @@ constexpr Signature kSignatures[] = {
      "\x7F"
      "ELF",
      {Family::Binary, "a program"}},
-    {0, "\xFF\xFE", {Family::Binary, "text in UTF-16"}},
-    {0, "\xFE\xFF", {Family::Binary, "text in UTF-16"}},
+    {0, "\xFF\xFE", {Family::Utf16Text, "text in UTF-16"}},
+    {0, "\xFE\xFF", {Family::Utf16Text, "text in UTF-16"}},
 };
 
 bool has(std::string_view start, const Signature& signature) {

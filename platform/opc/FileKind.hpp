@@ -10,7 +10,7 @@ namespace opc {
 // What a file is, as its first bytes show it: for saying what somebody has given in the place of a
 // package or of a text.
 struct PLATFORM_API FileKind {
-    enum class Family { Unknown, Empty, Zip, Text, Binary };
+    enum class Family { Unknown, Empty, Zip, Text, Utf16Text, Binary };
     Family family;
     const char* name;  // "a PNG image", "text"
 

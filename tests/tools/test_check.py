@@ -148,6 +148,8 @@ class Check(CheckTest):
             ("a.k", self.read("app.kvpkg"), "text-kind", f"is a zip file, not a text app; {rename}"),
             ("a.k", (EXAMPLE / "screenshot.png").read_bytes(), "text-kind",
              "is a PNG image, not a text app; choose another file"),
+            *(("a.k", "\ufeffx = 1;\n".encode(encoding), "text-kind",
+               "is text in UTF-16, not a text app; save it as UTF-8") for encoding in ("utf-16-le", "utf-16-be")),
         ]
         for name, content, rule, message in rows:
             self.assertIn(rule, self.rules(self.write(name, content)))

@@ -87,6 +87,7 @@ std::optional<WrongKind> whyNoText(const opc::FileKind& kind) {
     if (kind.family == opc::FileKind::Family::Zip) {
         return WrongKind{what, "if it is a packaged app, give it a name that ends in \".kvpkg\""};
     }
+    if (kind.family == opc::FileKind::Family::Utf16Text) return WrongKind{what, "save it as UTF-8"};
     if (kind.family != opc::FileKind::Family::Binary) return std::nullopt;
     return WrongKind{what, "choose another file"};
 }

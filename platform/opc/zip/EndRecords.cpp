@@ -76,6 +76,7 @@ private:
             case FileKind::Family::Unknown:
                 fail("is not a zip file, or its end is missing" + missing);
             case FileKind::Family::Text:
+            case FileKind::Family::Utf16Text:
             case FileKind::Family::Binary:
                 break;
         }
