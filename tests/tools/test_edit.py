@@ -80,16 +80,16 @@ class Edit(ToolTest):
         app = SCHEMA + "/lumenForge/app/2017/relationships/"
         core = "http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties"
         code = SCHEMA + "/korval/2026/relationships/code"
-        copy = '"qzapp check --repair bad-repaired.kvpkg bad.kvpkg"'
+        copy = ": qzapp check --repair bad-repaired.kvpkg bad.kvpkg"
         sets = {"metadata": ["--set", "Version=9"], "code": ["--code", EXAMPLE / "code.k"],
                 "screenshot": ["--screenshot", EXAMPLE / "screenshot.png"], "none": ["--remove-screenshot"]}
 
         def leads(kind, to):
             part = {"appMetadata": "metadata/appMetadata.xml", "appScreenshot": "metadata/appScreenshot.png"}[kind]
             return replacing(RELS, f'{app}{kind}" Target="/{part}"', f'{app}{kind}" Target="{to}"')
-        several = "has 2 {} relationships, so nobody can tell which one is meant; " + copy + " writes a copy that has one"
+        several = "has 2 {} relationships, so nobody can tell which one is meant; make a copy that has one" + copy
         spoils = r'/_rels/\.rels: relationship ".*" of type ".*" leads to the app\'s model, /lumenforge/appModel\.kvd, ' \
-            "which this change would destroy; remove it, or lead it to a part of its own; " + copy + " writes such a copy"
+            "which this change would destroy; remove it, or lead it to a part of its own, or make a copy without it" + copy
         rows = [
             (add_relationship(app + "appMetadata", "/x"), "metadata", several.format("metadata")),
             (add_relationship(app + "appMetadata", "/" + METADATA_PART), "metadata", several.format("metadata")),
@@ -100,7 +100,7 @@ class Edit(ToolTest):
             (leads("appMetadata", "/" + MODEL_PART), "metadata", spoils),
             (leads("appScreenshot", "/" + MODEL_PART), "none", spoils),
             (leads("appScreenshot", "/x"), "screenshot", r"has a part /metadata/appScreenshot\.png, but no relationship "
-             "leads to it, so nobody can tell what it is; " + copy + " writes a copy in which it is the screenshot"),
+             "leads to it, so nobody can tell what it is; make a copy in which it is the screenshot" + copy),
         ]
         for change, what, message in rows:
             with self.subTest(message=message, what=what):

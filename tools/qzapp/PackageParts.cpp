@@ -54,7 +54,7 @@ void requireClear(const FileName& file, const Package& package, const EditedKind
     const auto links = package.getRelationshipsByType(kind.relationshipType);
     if (links.size() > 1 && !kind.mayHaveSeveral) {
         throw Error(file.shown, fmt::format("has {} {} relationships, so nobody can tell which one "
-                                            "is meant; \"{}\" writes a copy that has one",
+                                            "is meant; make a copy that has one: {}",
                                             links.size(), kind.name, repairCommand(file)));
     }
     // A new part is made where none is found.
@@ -65,8 +65,8 @@ void requireClear(const FileName& file, const Package& package, const EditedKind
     try {
         about(file, [&] { requireOwnTarget(package, *replaced, layout::app::partKinds()); });
     } catch (const Error& e) {
-        throw Error(file.shown,
-                    fmt::format("{}; \"{}\" writes such a copy", e.text(), repairCommand(file)));
+        throw Error(file.shown, fmt::format("{}, or make a copy without it: {}", e.text(),
+                                            repairCommand(file)));
     }
 }
 
@@ -79,8 +79,7 @@ void requireNoStrayScreenshot(const FileName& file, const Package& package, cons
     if (isKnown || !package.hasPart(name)) return;
     throw Error(file.shown,
                 fmt::format("has a part {}, but no relationship leads to it, so nobody "
-                            "can tell what it is; \"{}\" writes a copy in which it is the "
-                            "screenshot",
+                            "can tell what it is; make a copy in which it is the screenshot: {}",
                             shownName(name), repairCommand(file)));
 }
 
