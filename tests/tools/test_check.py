@@ -345,7 +345,7 @@ class Repair(CheckTest):
         for name in ("x.kvpkg", "office.kvpkg"):
             self.fails(1, f"{name}: holds nothing of an app, {what}; choose another file, and see what this one is "
                        'with "qzapp items"', "check", "--repair", "out.kvpkg", name)
-        self.fails(1, f'x.zip: is no package, {what}; see what it holds with "qzapp items"',
+        self.fails(1, f'x.zip: is not a package, {what}; see what it holds with "qzapp items"',
                    "check", "--repair", "out.zip", "x.zip")
         self.assertFalse({"out.kvpkg", "out.zip"} & set(self.names()))
 

@@ -171,7 +171,7 @@ class Extract(ReadTest):
             (2, '--only: "source" is not one of code, model, screenshot, metadata',
              ["t.k", "--only", "code,source"]),
             (2, "--only: names nothing; name some of code, model, screenshot, metadata", ["t.k", "--only", ""]),
-            (1, "t.k: is there already and is no directory; choose another with -o", ["app.kvpkg", "-o", "t.k"]),
+            (1, "t.k: is there already and is not a directory; choose another with -o", ["app.kvpkg", "-o", "t.k"]),
         ]
         for status, message, args in rows:
             self.fails(status, message, "extract", *args)

@@ -165,7 +165,7 @@ void requireThumbnail(const FileName& file, const Screenshot& screenshot) {
     if (isThumbnail({reinterpret_cast<const char*>(bytes.data()), bytes.size()})) return;
     throw Error(
         file.shown,
-        fmt::format("the screenshot is no PNG, JPEG or GIF image of at most {} and {} pixels a "
+        fmt::format("the screenshot is not a PNG, JPEG or GIF image of at most {} and {} pixels a "
                     "side; leave out --thumbnail",
                     byteCount(kMaxPictureBytes), kMaxPictureSide));
 }

@@ -26,7 +26,8 @@ using fl::filesystem::retryInterrupted;
 using fl::filesystem::systemCalls;
 using fl::filesystem::throwSystemError;
 
-constexpr const char* kNoDirectory = "is there already and is no directory; choose another with -o";
+constexpr const char* kNoDirectory =
+    "is there already and is not a directory; choose another with -o";
 constexpr mode_t kAsTheUmaskAllows = 0777;
 constexpr mode_t kPrivate = 0700;
 
@@ -157,7 +158,7 @@ void OutputFolder::settle(File& file, bool force) const {
         throw Error(shown.shown, "is a symbolic link, which leads elsewhere; remove it");
     }
     if (!S_ISREG(found->st_mode)) {
-        throw Error(shown.shown, "is no regular file; remove it, or choose another with -o");
+        throw Error(shown.shown, "is not a regular file; remove it, or choose another with -o");
     }
     // A rename would replace a read-only file without asking.
     if (retryInterrupted([&] {

@@ -462,7 +462,7 @@ void requireWorthOfRepair(const PackageView& view) {
         isAppName(view.file)
             ? "holds nothing of an app, so there is nothing to repair; choose another file, "
               "and see what this one is with \"qzapp items\""
-            : "is no package, so there is nothing to repair; see what it holds with "
+            : "is not a package, so there is nothing to repair; see what it holds with "
               "\"qzapp items\"");
 }
 
