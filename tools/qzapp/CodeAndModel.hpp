@@ -22,7 +22,7 @@ std::string readCode(const FileName& file);
 // handed out.
 std::unique_ptr<opc::InputStream> openModel(const FileName& file);
 
-// The name of its part.
+// The name of the part that holds the model of a packaged app.
 opc::model::PartName modelName(const FileName& file);
 
 using TakeBytes = std::function<void(std::span<const std::byte>)>;

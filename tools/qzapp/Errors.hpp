@@ -55,7 +55,8 @@ decltype(auto) about(const FileName& file, Action&& action) {
     }
 }
 
-// The same for what is done to `file` with the help of `other`.
+// The same for an action that also reads or writes `other`. The Error is about `file`. Where the library's
+// message names `other`, the Error calls it what the user calls it.
 template <class Action>
 decltype(auto) about(const FileName& file, const FileName& other, Action&& action) {
     try {

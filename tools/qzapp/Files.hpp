@@ -24,7 +24,8 @@ inline constexpr std::uint64_t kMaxMetadataBytes = std::uint64_t{16} << 20;
 fl::filesystem::FileDescriptor openFile(const FileName& file);
 // The same, for the sake of the error alone.
 void requireFile(const FileName& file);
-// The same file, held open: to be called once for each file that is read.
+// Opens the file and keeps it open. Whoever reads through the name that is returned reads this very file,
+// even when another one takes its place. To be called once for each file that is read.
 FileName hold(const FileName& file);
 // Throws when a file that is held was written to since it was opened: what was read of it may be a mix.
 void requireUnchanged(const FileName& file);

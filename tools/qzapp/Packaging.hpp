@@ -15,8 +15,9 @@ appserialization::AppMetadata recordOf(const FieldValues& fields);
 void writeParts(const FileName& file, appserialization::AppFileWriter& writer,
                 const Content& content);
 
-// Throws Error unless the model in the package is the one that was given, whole and as it still is: the
-// library takes a model that it cannot open for none, and leaves the old one or an empty one.
+// Throws Error unless the package holds the model that was given, whole and as it still is. The library
+// reports no error when it cannot open the model's file: the package then has its old model, or an empty
+// one.
 void requireModelArrived(const FileName& package, const Content& content);
 
 // Makes `out`, or replaces it, whole or not at all. Failures are Errors about it.

@@ -16,7 +16,7 @@ bool isPartOfSignature(const opc::model::ContentType& type);
 
 bool isSigned(const opc::model::Package& package);
 bool isSigned(const PackageView& package);
-// Of the signatures themselves.
+// How many signatures the package has. Their origin and the certificates do not count.
 std::size_t count(const PackageView& package);
 
 // Takes out the parts of signatures with their relationships. A part that a relationship of the package

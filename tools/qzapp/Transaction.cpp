@@ -101,7 +101,8 @@ void Transaction::write(std::string_view bytes, std::uint64_t offset) {
 }
 
 void Transaction::commit() {
-    // Some file systems can tell what mode a new file gets only by one with a name, for a moment.
+    // A new file gets the mode of an empty one that is made for comparison. On some file systems that one
+    // has a name, under which a signal would leave it behind, so signals wait until it is gone.
     std::optional<SignalsBlocked> blocked;
     if (!saveTarget_->stamp()) blocked.emplace();
     about(target_, [&] { fl::filesystem::replaceWithFile(*saveTarget_, working_.path); });
