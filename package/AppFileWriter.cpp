@@ -409,7 +409,12 @@ void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::u
     std::optional<Part> part;
     if (old != name) part = create();
     isHalfChanged_ = true;
-    if (old) package_->deletePart(*old);
+    // What something else leads to, too, is not ours to delete; the new content goes elsewhere then.
+    if (old && (old == name || !isUsedBesides(*package_, *old,
+                                              {layout::kScreenshotRelationship,
+                                               PackageHelper::getThumbnailRelationshipType()}))) {
+        package_->deletePart(*old);
+    }
     deleteOnlyRelationship(layout::kScreenshotRelationship);
     deleteOnlyRelationship(PackageHelper::getThumbnailRelationshipType());
     if (!part) part = create();

@@ -62,4 +62,13 @@ Part requireOwnTarget(const Package& package, const Relationship& relationship,
     return part;
 }
 
+bool isUsedBesides(const Package& package, const PartName& part,
+                   std::initializer_list<ustring> types) {
+    const auto relationships = package.getRelationships();
+    return std::ranges::any_of(relationships, [&](const Relationship& each) {
+        return std::ranges::find(types, each.getType()) == types.end() && package.hasTarget(each) &&
+               package.getTarget(each).getName() == part;
+    });
+}
+
 }  // namespace opc::model

@@ -3,6 +3,7 @@
 #include <foundation/Export.hpp>
 #include <opc/Package.hpp>
 
+#include <initializer_list>
 #include <span>
 
 namespace opc::model {
@@ -23,5 +24,9 @@ struct PartKind {
 // types that are not among the kinds, and further ones to the same part, are no obstacle.
 PLATFORM_API Part requireOwnTarget(const Package& package, const Relationship& relationship,
                                    std::span<const PartKind> kinds);
+
+// Whether relationships of the package of other types than these lead to the part.
+PLATFORM_API bool isUsedBesides(const Package& package, const PartName& part,
+                                std::initializer_list<ustring> types);
 
 }  // namespace opc::model

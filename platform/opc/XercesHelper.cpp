@@ -257,11 +257,16 @@ xercesc::DOMElement* XercesHelper::appendElementNS(xercesc::DOMNode* parent,
 
 xercesc::DOMElement* XercesHelper::getElement(const xercesc::DOMElement* parent,
                                               const ustring& name) {
-    for (auto* node = given(parent, "parent element").getFirstChild(); node != nullptr;
-         node = node->getNextSibling()) {
-        if (isElement(*node, name)) return static_cast<xercesc::DOMElement*>(node);
+    const auto& around = given(parent, "parent element");
+    xercesc::DOMElement* first = nullptr;
+    for (auto* node = around.getFirstChild(); node != nullptr; node = node->getNextSibling()) {
+        if (!isElement(*node, name)) continue;
+        auto* const element = static_cast<xercesc::DOMElement*>(node);
+        if (xercesc::XMLString::equals(node->getNamespaceURI(), around.getNamespaceURI()))
+            return element;
+        if (first == nullptr) first = element;
     }
-    return nullptr;
+    return first;
 }
 
 std::vector<xercesc::DOMElement*> XercesHelper::getElements(const xercesc::DOMElement* parent,

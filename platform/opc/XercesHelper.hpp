@@ -82,6 +82,8 @@ public:
     // other setters throw opc::Exception for a name or text that XML cannot hold.
     static xercesc::DOMElement* appendElementNS(xercesc::DOMNode* parent, const ustring& nameSpace,
                                                 const ustring& name);
+    // The first child of this local name in the namespace of its parent, else in any; null when there
+    // is none. A foreign element must not hide the one that is meant.
     static xercesc::DOMElement* getElement(const xercesc::DOMElement* parent, const ustring& name);
     static std::vector<xercesc::DOMElement*> getElements(const xercesc::DOMElement* parent,
                                                          const ustring& name);

@@ -287,6 +287,36 @@ TEST_P(SaveFaultTest, LosesNothingThatAnotherSaverHasSaved) {
     }
 }
 
+// Whoever may rename in the app's directory puts another folder in the place of the tool's private one,
+// with a link in it, before each of the calls.
+TEST_P(SaveFaultTest, FollowsNoLinkInAFolderThatTookThePlaceOfItsOwn) {
+    if (!GetParam().isTool) return;
+    const std::filesystem::path moved = inputs_.directory.path() / "moved";
+    const std::filesystem::path victim = inputs_.directory.path() / "victim.kvpkg";
+    const auto interfere = [&] {
+        std::filesystem::path folder;
+        for (const auto& entry : std::filesystem::directory_iterator(work_.path())) {
+            if (entry.is_directory()) folder = entry.path();
+        }
+        if (folder.empty()) return;
+        std::filesystem::rename(folder, moved);
+        std::filesystem::create_directory(folder);
+        std::filesystem::create_symlink(victim, folder / "working.kvpkg");
+    };
+    const std::vector<Call> calls = record(FileSystem::Current);
+    for (std::size_t number = 1; number <= calls.size(); ++number) {
+        SCOPED_TRACE("before call " + std::to_string(number));
+        reset(GetParam().isCreation);
+        inputs_.directory.write("victim.kvpkg", example_);
+        std::filesystem::remove_all(moved);
+        WatchedSystem system(FileSystem::Current);
+        system.strike(number, {"interference", Kind::Interferes}, interfere);
+        const bool failed = throws([&] { GetParam().run(app(), inputs_); });
+        EXPECT_TRUE(test_support::readFile(victim) == example_);
+        EXPECT_TRUE(content() == (failed ? stateBefore(number) : states_.back()));
+    }
+}
+
 // The access list lets user 1234 read, too.
 constexpr std::pair<const char*, std::string_view> kAttributes[] = {
     {"user.note", "kept"},

@@ -6,9 +6,12 @@
 #include <opc/Exception.hpp>
 
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <functional>
 #include <map>
+#include <random>
 
 #include "tests/package/PackageContents.hpp"
 #include "tests/support/AppPackage.hpp"
@@ -383,6 +386,61 @@ TEST_F(AppFileWriterTest, ANewAppIsMadeWhereTheWriterWasConstructed) {
     writer.close();
     EXPECT_EQ(AppFileReader(first.name("new.kvpkg")).getKORVALCodeText(), u"x = 1;");
     EXPECT_FALSE(std::filesystem::exists("new.kvpkg"));
+}
+
+// Both processes would write into one new file.
+TEST_F(AppFileWriterTest, SavesInTheProcessThatMadeItOnly) {
+    std::string model(3'000'000, '\0');
+    std::mt19937 random(1);
+    for (char& byte : model)
+        byte = static_cast<char>(random());
+    directory_.write("large.kvd", model);
+    good();
+    AppFileWriter writer(app_, false);
+    writer.setAppModelFromFile(directory_.name("large.kvd"));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        try {
+            writer.setAppMetadata(filledWith(u"child"));
+            writer.close();
+        } catch (const opc::Exception&) {
+            ::_exit(0);
+        }
+        ::_exit(1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    writer.close();
+    const auto saved = PackageContents(app_).parts;
+    EXPECT_TRUE(saved.at(kModelPart) == model);
+}
+
+// What else leads to the picture that was the screenshot keeps it.
+TEST_F(AppFileWriterTest, KeepsAnOldScreenshotThatIsSomethingElseToo) {
+    const auto* const shot = u"/metadata/appScreenshot.png";
+    good(goodPackage().withRelationship(u"urn:logo", shot));
+    const std::string picture = PackageContents(app_).parts.at(shot);
+    edit([](AppFileWriter& writer) { writer.setAppScreenshot({1}, u"gif"); });
+    const PackageContents saved(app_);
+    EXPECT_EQ(saved.parts.at(shot), picture);
+    EXPECT_THAT(saved.targets(test_support::kScreenshotType),
+                ElementsAre(u"/metadata/appScreenshot.gif"));
+}
+
+TEST_F(AppFileWriterTest, AForeignElementHidesNoneOfTheRecords) {
+    good(goodPackage().withMetadata(
+        "<d:uuid xmlns:d='urn:later'>theirs</d:uuid><d:componentProducts xmlns:d='urn:later'/>"
+        "<uuid>ours</uuid><componentProducts><product id='A'/></componentProducts>"));
+    AppMetadata metadata = AppFileReader(app_).getAppMetadata();
+    EXPECT_EQ(metadata.getUuid().value(), u"ours");
+    EXPECT_THAT(metadata.getRequiredProducts().value(), ElementsAre(u"A"));
+    metadata.setUuid(u"changed");
+    setMetadata(metadata);
+    const std::string part = PackageContents(app_).parts.at(kMetadataPart);
+    EXPECT_THAT(part, HasSubstr(">changed</uuid>"));
+    EXPECT_THAT(part, HasSubstr("theirs</d:uuid>"));
+    EXPECT_THAT(part, HasSubstr("product id=\"A\""));
 }
 
 TEST_F(AppFileWriterTest, IsClosedByASaveAlsoByOneThatFails) {

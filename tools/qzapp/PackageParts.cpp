@@ -133,7 +133,11 @@ bool removeScreenshot(Package& package) {
     // A thumbnail that is another picture stays.
     if (thumbnails.size() == 1 && leadToTheSame(package, thumbnails[0], link))
         package.deleteRelationship(thumbnails[0].getID());
-    if (package.hasTarget(link)) package.deletePart(package.getTarget(link).getName());
+    const bool isOnlyScreenshot =
+        package.hasTarget(link) && !isUsedBesides(package, package.getTarget(link).getName(),
+                                                  {layout::app::kScreenshotRelationship,
+                                                   PackageHelper::getThumbnailRelationshipType()});
+    if (isOnlyScreenshot) package.deletePart(package.getTarget(link).getName());
     package.deleteRelationship(link.getID());
     return true;
 }

@@ -393,8 +393,10 @@ private:
         remove(layout::kCoreProperties);
         remove(layout::kHostProperties);
         manager.setCoreProperties(properties);
-        mend(fmt::format("wrote the core properties anew, of the old ones with {}",
-                         names.empty() ? "none" : fmt::format("{}", fmt::join(names, ", "))));
+        const std::string kept =
+            names.empty() ? "nothing" : fmt::format("only {}", fmt::join(names, ", "));
+        mend(fmt::format("wrote the core properties and the host's anew, with {} of the old ones",
+                         kept));
     }
 
     // Adds to `names` what people call them.

@@ -57,7 +57,6 @@ void Transaction::takeContentOfTarget() {
     });
 }
 
-// Without links in its name, so that none can be led elsewhere while the steps use the name.
 void Transaction::createFolder() {
     const auto parent = fl::filesystem::canonical(saveTarget_->resolved().parent());
     const std::string name = fl::filesystem::detail::make_native_access_form_i18n(parent);
@@ -67,7 +66,15 @@ void Transaction::createFolder() {
     folder_.emplace(directory_, 0700);
     workingName_ = "working" + extensionOf(saveTarget_->resolved());
     working_ = {target_.shown, fl::filesystem::path::fromBytes(
-                                   fmt::format("{}/{}/{}", name, folder_->name(), workingName_))};
+                                   fmt::format("{}/{}", nameOfFolder(name), workingName_))};
+}
+
+// Through its descriptor, so that no other folder, or link, can take its place while the steps use the
+// name; only where /proc is not mounted, by its path.
+std::string Transaction::nameOfFolder(const std::string& parent) const {
+    std::string opened = fmt::format("/proc/self/fd/{}", folder_->descriptor().get());
+    if (::access(opened.c_str(), X_OK) == 0) return opened;
+    return fmt::format("{}/{}", parent, folder_->name());
 }
 
 // The very file that was opened, whatever its name leads to by now. False where there can be no

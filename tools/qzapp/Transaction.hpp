@@ -39,6 +39,7 @@ public:
 
 private:
     void createFolder();
+    std::string nameOfFolder(const std::string& parent) const;
     void takeContentOfTarget();
     void createWorkingFile();
     bool linkWorkingFile() const;

@@ -6,6 +6,8 @@
 #include "platform/opc/zip/FoldedName.hpp"
 #include "platform/opc/zip/NewArchive.hpp"
 
+#include <sys/types.h>
+
 #include <map>
 #include <vector>
 
@@ -63,6 +65,7 @@ private:
     fl::filesystem::SaveTarget target_;
     std::shared_ptr<const ZipArchive> base_;
     bool allowZip64_;
+    pid_t process_;
     bool isClosed_ = false;
     std::shared_ptr<DeflaterPool> deflaters_ = std::make_shared<DeflaterPool>();
 

@@ -4,6 +4,8 @@
 
 #include <foundation/Shown.hpp>
 
+#include <unistd.h>
+
 #include "platform/opc/zip/ItemOutput.hpp"
 #include "platform/opc/zip/ItemsInData.hpp"
 #include "platform/opc/zip/WriterState.hpp"
@@ -29,7 +31,8 @@ ZipWriter::State::State(const fl::filesystem::path& target, std::shared_ptr<cons
     : path_(target),
       target_(aboutTarget([&] { return fl::filesystem::SaveTarget(target); })),
       base_(std::move(base)),
-      allowZip64_(allowZip64) {
+      allowZip64_(allowZip64),
+      process_(::getpid()) {
     if (!base_) return;
     target_.expect(base_->stamp());
     fates_.resize(base_->items().size(), Fate::Waiting);
@@ -38,6 +41,11 @@ ZipWriter::State::State(const fl::filesystem::path& target, std::shared_ptr<cons
 void ZipWriter::State::checkOpen() const {
     if (isClosed_)
         throwZipError(path_, "has been saved or closed already; open it again to change it");
+    // Both processes would write into one new file.
+    if (::getpid() != process_) {
+        throwZipError(path_,
+                      "was opened before this process was forked; open it again to change it");
+    }
 }
 
 std::size_t ZipWriter::State::indexOf(const ZipItem& item) const noexcept {
