@@ -104,6 +104,20 @@ extern "C" void removeFoldersAndDie(int signal) {
     ::raise(signal);
 }
 
+bool isEmpty(int folder) noexcept {
+    alignas(Entry) std::array<char, 1024> entries;
+    long size = 0;
+    while ((size = ::syscall(SYS_getdents64, folder, entries.data(), entries.size())) > 0) {
+        for (long at = 0; at < size;) {
+            const auto* entry = reinterpret_cast<const Entry*>(entries.data() + at);
+            at += entry->size;
+            const std::string_view name(entry->name);
+            if (name != "." && name != "..") return false;
+        }
+    }
+    return size == 0;
+}
+
 std::size_t takeSlot() {
     for (std::size_t i = 0; i < slots.size(); ++i) {
         auto free = Slot::State::Free;
@@ -162,6 +176,13 @@ PrivateFolder::PrivateFolder(const FileDescriptor& parent, mode_t mode)
     try {
         name_ = makeFolder(parent, mode);
         folder_ = openFolder(parent, name_);
+        // Whoever may rename here could have put another one in its place before it was opened, and
+        // all that is in it would be deleted.
+        if (!isEmpty(folder_.get())) {
+            throwSystemError(EEXIST,
+                             "another program put a folder in the place of a new one; try "
+                             "again");
+        }
     } catch (...) {
         if (!name_.empty()) ::unlinkat(parent.get(), name_.c_str(), AT_REMOVEDIR);
         slot.state.store(Slot::State::Free);
