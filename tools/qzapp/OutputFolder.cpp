@@ -22,6 +22,7 @@ namespace {
 
 using fl::filesystem::FileDescriptor;
 using fl::filesystem::FileStamp;
+using fl::filesystem::find;
 using fl::filesystem::retryInterrupted;
 using fl::filesystem::systemCalls;
 using fl::filesystem::throwSystemError;
@@ -42,19 +43,6 @@ std::string withoutTrailingSlashes(std::string name) {
     while (name.size() > 1 && name.ends_with('/'))
         name.pop_back();
     return name;
-}
-
-// The name as such, no link followed; nothing when there is none.
-std::optional<struct stat> find(const FileDescriptor& directory, const std::string& name) {
-    struct stat status {};
-    if (retryInterrupted([&] {
-            return systemCalls().fstatat(directory.get(), name.c_str(), &status,
-                                         AT_SYMLINK_NOFOLLOW);
-        }) == 0) {
-        return status;
-    }
-    if (errno != ENOENT) throwSystemError(errno, "cannot be looked at");
-    return std::nullopt;
 }
 
 bool isThere(const FileDescriptor& directory, const std::string& name, const FileStamp& stamp) {

@@ -126,4 +126,16 @@ void copyAttributes(const FileDescriptor& from, FileDescriptor& to) {
     copyExtendedAttributes(from, to);
 }
 
+std::optional<struct stat> find(const FileDescriptor& directory, const std::string& name) {
+    struct stat status {};
+    if (retryInterrupted([&] {
+            return systemCalls().fstatat(directory.get(), name.c_str(), &status,
+                                         AT_SYMLINK_NOFOLLOW);
+        }) == 0) {
+        return status;
+    }
+    if (errno != ENOENT) throwSystemError(errno, "cannot stat");
+    return std::nullopt;
+}
+
 }  // namespace fl::filesystem

@@ -52,19 +52,6 @@ FileDescriptor openDirectory(int start, const std::string& directory) {
     return opened;
 }
 
-// The status of a name, its last link not followed; nullopt when there is no such name.
-std::optional<struct stat> find(const FileDescriptor& directory, const std::string& name) {
-    struct stat status {};
-    if (retryInterrupted([&] {
-            return systemCalls().fstatat(directory.get(), name.c_str(), &status,
-                                         AT_SYMLINK_NOFOLLOW);
-        }) == 0) {
-        return status;
-    }
-    if (errno != ENOENT) throwSystemError(errno, "cannot stat");
-    return std::nullopt;
-}
-
 std::string readLink(const FileDescriptor& directory, const std::string& name) {
     std::array<char, PATH_MAX> target{};
     const ssize_t size = retryInterrupted([&] {
