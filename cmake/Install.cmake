@@ -45,13 +45,9 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qzappserialization.pc
 if(QZ_BUNDLED_PLATFORM)
     qz_install_package(qzplatform qzplatform)
     set(platform_headers ${CMAKE_INSTALL_INCLUDEDIR}/qzplatform)
-    install(DIRECTORY platform/foundation/fl DESTINATION ${platform_headers}
-        COMPONENT development FILES_MATCHING PATTERN "*.hpp")
-    foreach(library foundation messages opc quillcode hvarray tarvo)
-        install(DIRECTORY platform/${library} DESTINATION ${platform_headers}
-            COMPONENT development FILES_MATCHING PATTERN "*.hpp"
-            PATTERN "foundation/fl" EXCLUDE PATTERN "opc/zip" EXCLUDE PATTERN "opc/xml" EXCLUDE
-            PATTERN "hvarray/ArrayData.hpp" EXCLUDE)
+    foreach(library IN LISTS QZ_PLATFORM_LIBRARIES)
+        install(DIRECTORY platform/${library}/include/ DESTINATION ${platform_headers}
+            COMPONENT development)
     endforeach()
 endif()
 

@@ -21,7 +21,7 @@
 #include "fuzz/PackageFile.hpp"
 #include "fuzz/PackageProgram.hpp"
 #include "fuzz/Records.hpp"
-#include "platform/opc/Ascii.hpp"
+#include "platform/opc/src/Ascii.hpp"
 #include "tests/support/AppPackage.hpp"
 
 namespace {

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "fuzz/Fuzzing.hpp"
-#include "platform/opc/Ascii.hpp"
-#include "platform/opc/ContentTypes.hpp"
+#include "platform/opc/src/Ascii.hpp"
+#include "platform/opc/src/package/ContentTypes.hpp"
 
 namespace {
 

@@ -8,10 +8,10 @@
 #include <optional>
 #include <string>
 
+#include <opc/HostProperties.hpp>
+#include <opc/StandardProperties.hpp>
 #include "fuzz/Fuzzing.hpp"
-#include "platform/opc/HostProperties.hpp"
-#include "platform/opc/StandardProperties.hpp"
-#include "platform/opc/W3CDate.hpp"
+#include "platform/opc/src/package/W3CDate.hpp"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "fuzz/Records.hpp"
-#include "platform/opc/xml/XmlReader.hpp"
+#include "platform/opc/src/xml/XmlReader.hpp"
 #include "tests/support/AppPackage.hpp"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "fuzz/Fuzzing.hpp"
-#include "platform/opc/Ascii.hpp"
+#include "platform/opc/src/Ascii.hpp"
 
 namespace {
 

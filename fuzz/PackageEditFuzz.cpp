@@ -16,7 +16,7 @@
 
 #include "fuzz/PackageFile.hpp"
 #include "fuzz/PackageProgram.hpp"
-#include "platform/opc/Ascii.hpp"
+#include "platform/opc/src/Ascii.hpp"
 
 namespace {
 

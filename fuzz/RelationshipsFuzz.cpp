@@ -9,7 +9,7 @@
 #include <string>
 
 #include "fuzz/Fuzzing.hpp"
-#include "platform/opc/RelationshipsPart.hpp"
+#include "platform/opc/src/package/RelationshipsPart.hpp"
 
 namespace {
 

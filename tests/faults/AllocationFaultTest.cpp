@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/opc/zip/ZipWriter.hpp"
+#include "platform/opc/src/zip/ZipWriter.hpp"
 #include "tests/faults/FaultsTest.hpp"
 #include "tests/support/AppPackage.hpp"
 

@@ -12,7 +12,7 @@
 #include <sstream>
 #include <utility>
 
-#include "platform/opc/zip/ZipWriter.hpp"
+#include "platform/opc/src/zip/ZipWriter.hpp"
 #include "tests/hostile/Corpus.hpp"
 #include "tests/hostile/Outcome.hpp"
 #include "tests/support/FailingAllocator.hpp"

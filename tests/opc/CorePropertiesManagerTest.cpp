@@ -2,8 +2,8 @@
 
 #include <opc/Exception.hpp>
 
-#include "platform/opc/W3CDate.hpp"
-#include "platform/opc/xml/XmlReader.hpp"
+#include "platform/opc/src/package/W3CDate.hpp"
+#include "platform/opc/src/xml/XmlReader.hpp"
 #include "tests/support/PackageBuilder.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
 

@@ -3,7 +3,7 @@
 #include <opc/Streams.hpp>
 #include <opc/ZipArchive.hpp>
 
-#include "platform/opc/zip/ZipWriter.hpp"
+#include "platform/opc/src/zip/ZipWriter.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
 
 #include <random>

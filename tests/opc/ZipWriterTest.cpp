@@ -1,10 +1,10 @@
-#include "platform/opc/zip/ZipWriter.hpp"
+#include "platform/opc/src/zip/ZipWriter.hpp"
 
 #include <opc/Exception.hpp>
 
 #include <fl/SystemCalls.hpp>
 
-#include "platform/opc/zip/ZipFormat.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 #include "tests/opc/ZipTestSupport.hpp"
 #include "tests/support/WatchedSystem.hpp"
 #include "tests/support/ZipBuilder.hpp"

@@ -1,0 +1,197 @@
+#include <opc/Package.hpp>
+
+#include <fl/i18n.hpp>
+#include <foundation/Immortal.hpp>
+#include <foundation/Shown.hpp>
+
+#include <opc/PackageNames.hpp>
+#include "platform/opc/src/package/PackageState.hpp"
+
+#include <optional>
+#include <system_error>
+#include <utility>
+
+namespace opc::model {
+
+using foundation::shown;
+
+using interfaces::OpenMode;
+
+namespace {
+
+// Failures of the file system become failures of the package.
+template <class Work>
+auto translated(const fl::filesystem::path& file, Work work) {
+    try {
+        return work();
+    } catch (const std::system_error& error) {
+        throw Exception(shown(file) + ": " + error.what());
+    }
+}
+
+// The part name that a relationship leads to; nullopt when it leads out of the package, or its target
+// is no part name: it may be written any way.
+std::optional<PartName> targetName(const Relationship& relationship) {
+    if (relationship.getTargetMode() == TargetMode::External) return std::nullopt;
+    try {
+        return PartName(relationship.getTargetURI());
+    } catch (const Exception&) {
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+StandardPartInfo::StandardPartInfo(int compression, std::uint64_t sizeHint)
+    : compression_(compression), sizeHint_(sizeHint) {
+    if (compression != 0 && compression != 1) {
+        throw Exception("compression " + std::to_string(compression) +
+                        " is unknown; expected 0 (stored) or 1 (deflated)");
+    }
+}
+
+Part::Part(const std::shared_ptr<PartEntry>& entry) : entry_(entry), name_(entry->name) {}
+
+std::shared_ptr<PartEntry> Part::entry() const {
+    auto entry = entry_.lock();
+    if (!entry) {
+        throw Exception("part " + shown(name_.toString()) +
+                        " was deleted, or its package is closed");
+    }
+    return entry;
+}
+
+ContentType Part::getContentType() const {
+    return entry()->type;
+}
+
+std::uint64_t Part::size() const {
+    const auto* const item = entry()->item;
+    return item ? item->size : 0;
+}
+
+std::uint64_t Part::compressedSize() const {
+    const auto* const item = entry()->item;
+    return item ? item->compressedSize : 0;
+}
+
+std::unique_ptr<InputStream> Part::getInputStream() const {
+    const auto part = entry();
+    return part->package->read(*part);
+}
+
+std::unique_ptr<OutputStream> Part::getOutputStream() {
+    const auto part = entry();
+    return part->package->write(part);
+}
+
+Package::Package(const zippackage::ZipPhysicalPackage& physical) : physical_(&physical) {}
+
+Package::~Package() = default;
+
+const fl::filesystem::path& Package::path() const noexcept {
+    return physical_->path();
+}
+
+PackageState& Package::state() const {
+    if (!state_) throw Exception(shown(path()) + ": the package is not open");
+    return *state_;
+}
+
+void Package::open(OpenMode mode) {
+    const auto file = shown(path());
+    if (state_) throw Exception(file + ": the package is open already");
+    if (mode < OpenMode::Read || mode > OpenMode::CreateNew) {
+        throw Exception(file + ": open mode " + std::to_string(int(mode)) + " is unknown");
+    }
+    state_ = translated(path(), [&] { return std::make_unique<PackageState>(*physical_, mode); });
+}
+
+void Package::close() {
+    state();
+    const auto closing = std::move(state_);
+    translated(path(), [&] { closing->save(); });
+}
+
+bool Package::hasPart(const PartName& name) const {
+    return state().findPart(name) != nullptr;
+}
+
+Part Package::getPart(const PartName& name) const {
+    const auto* const part = state().findPart(name);
+    if (part == nullptr) state().refuse("there is no part " + shown(name.toString()));
+    return Part(*part);
+}
+
+Part Package::getTarget(const Relationship& relationship) const {
+    const auto& open = state();
+    const auto from = shown(names::kRelationshipsPart) + ": relationship \"" +
+                      shown(relationship.getID()) + "\" ";
+    const auto& target = relationship.getTargetURI();
+    if (relationship.getTargetMode() == TargetMode::External) {
+        open.refuse(from + "leads out of the package, to \"" + shown(target.toString()) +
+                    "\"; expected the name of a part");
+    }
+    try {
+        if (const auto* const part = open.findPart(PartName(target))) return Part(*part);
+    } catch (const Exception& fault) {
+        open.refuse(from + "leads nowhere: " + fault.what() + "; expected the name of a part");
+    }
+    open.refuse(from + "targets \"" + shown(target.toString()) +
+                "\", which is not in the package; add the part or remove the relationship");
+}
+
+bool Package::hasTarget(const Relationship& relationship) const {
+    const auto name = targetName(relationship);
+    return name && hasPart(*name);
+}
+
+std::vector<Part> Package::getParts() const {
+    std::vector<Part> parts;
+    for (const auto& part : state().partsInOrder())
+        parts.push_back(Part(part));
+    return parts;
+}
+
+Part Package::createPart(const PartName& name, const ContentType& type,
+                         const StandardPartInfo& info) {
+    return Part(state().createPart(name, type, info));
+}
+
+void Package::deletePart(const PartName& name) {
+    state().deletePart(name);
+}
+
+std::vector<Relationship> Package::getRelationshipsByType(const ustring& type) const {
+    return state().relationships().ofType(type);
+}
+
+std::vector<Relationship> Package::getRelationships() const {
+    return state().relationships().all();
+}
+
+Relationship Package::createInternalRelationship(const ustring& type, const URI& target,
+                                                 const ustring& id) {
+    return state().createRelationship(type, target, id, TargetMode::Internal);
+}
+
+Relationship Package::createExternalRelationship(const ustring& type, const URI& target,
+                                                 const ustring& id) {
+    return state().createRelationship(type, target, id, TargetMode::External);
+}
+
+void Package::deleteRelationship(const ustring& id) {
+    state().deleteRelationship(id);
+}
+
+const ustring& PackageHelper::getThumbnailRelationshipType() {
+    static const foundation::Immortal<ustring> type(names::kThumbnailRelationship);
+    return *type;
+}
+
+const ustring& PackageHelper::getCorePropertiesRelationshipType() {
+    static const foundation::Immortal<ustring> type(names::kCorePropertiesRelationship);
+    return *type;
+}
+
+}  // namespace opc::model

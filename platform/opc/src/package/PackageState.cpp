@@ -1,0 +1,319 @@
+#include "platform/opc/src/package/PackageState.hpp"
+
+#include <opc/Exception.hpp>
+
+#include <fl/i18n.hpp>
+#include <foundation/Immortal.hpp>
+#include <foundation/Shown.hpp>
+
+#include <opc/PackageNames.hpp>
+#include "platform/opc/src/Ascii.hpp"
+#include "platform/opc/src/xml/XmlReader.hpp"
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+namespace opc::model {
+
+using foundation::shown;
+
+using fl::i18n::ustring_to_utf8;
+using interfaces::OpenMode;
+
+namespace {
+
+std::string_view asText(const std::vector<std::uint8_t>& bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+// The part that an item would be; nullopt when its name is no part name.
+std::optional<PartName> partNameOf(const zip::ZipItem& item) {
+    if (item.isDirectory()) return std::nullopt;
+    // Beyond ASCII nothing is a part name, so widening the bytes is enough.
+    ustring name = u"/";
+    name.reserve(1 + item.name.size());
+    for (const char c : item.name)
+        name += char16_t(static_cast<unsigned char>(c));
+    return PartName::fromName(std::move(name));
+}
+
+// Whether an item is a piece of a part that is stored in pieces, "part/[0].piece", which some readers
+// put together.
+bool isPiece(std::string_view item) {
+    const std::string last = ascii::lowered(item.substr(item.find_last_of("/\\") + 1));
+    return last.starts_with('[') && (last.ends_with("].piece") || last.ends_with("].last.piece"));
+}
+
+std::string itemNameOf(const PartName& name) {
+    return ustring_to_utf8(ustring_view(name.toString()).substr(1));
+}
+
+bool isRelationshipsName(const PartName& name) {
+    const auto lower = ascii::lowered(ustring_view(name.toString()));
+    const auto slash = lower.rfind(u'/');
+    return ustring_view(lower).substr(0, slash + 1).ends_with(names::kRelationshipsFolder) &&
+           lower.ends_with(names::kRelationshipsExtension);
+}
+
+bool isPackageRelationships(const PartName& name) {
+    static const foundation::Immortal<PartName> own(names::kRelationshipsPart);
+    return name == *own;
+}
+
+bool derives(std::string_view name, std::string_view parent) {
+    return name.size() > parent.size() && name.starts_with(parent) && name[parent.size()] == '/';
+}
+
+}  // namespace
+
+bool PartOrder::operator()(std::string_view a, std::string_view b) const noexcept {
+    const auto [inA, inB] = std::ranges::mismatch(a, b);
+    if (inA == a.end() || inB == b.end()) return inA == a.end() && inB != b.end();
+    const auto rank = [](char c) { return c == '/' ? 0 : static_cast<unsigned char>(c); };
+    return rank(*inA) < rank(*inB);
+}
+
+PackageState::PackageState(const zippackage::ZipPhysicalPackage& physical, OpenMode mode)
+    : physical_(&physical), mode_(mode), file_(shown(physical.path())) {
+    if (mode == OpenMode::Create || mode == OpenMode::CreateNew) {
+        typesItem_ = names::kContentTypesItem;
+        types_ = ContentTypes::initial();
+    } else {
+        load();
+    }
+    if (mode == OpenMode::Read) return;
+    loadedTypes_ = types_;
+    loadedRelationships_ = relationships_;
+    writer_ = std::make_unique<zip::ZipWriter>(physical.path(), archive_, physical.allowsZip64());
+    if (mode == OpenMode::CreateNew && writer_->replacesFile()) {
+        refuse("someone else has just created the file; open it again to change it");
+    }
+}
+
+void PackageState::load() {
+    archive_ = physical_->openArchive();
+    loadTypes();
+    // By name, which is the order of the parts, so that each goes to their end.
+    for (const auto* const item : archive_->itemsByName())
+        loadItem(*item);
+    nextOrder_ = archive_->items().size();
+    loadRelationships();
+}
+
+void PackageState::loadTypes() {
+    const auto& items = archive_->items();
+    const auto found = std::ranges::find_if(items, [](const zip::ZipItem& item) {
+        return ascii::equalIgnoringCase(std::string_view(item.name), names::kContentTypesItem);
+    });
+    if (found == items.end()) {
+        refuse("not a package: the zip file holds no \"" + std::string(names::kContentTypesItem) +
+               "\"; choose a packaged app file");
+    }
+    typesItem_ = found->name;
+    const auto name = file_ + ": " + typesItem_;
+    types_ = ContentTypes::parse(asText(readItem(*found, name)), name);
+}
+
+void PackageState::loadItem(const zip::ZipItem& item) {
+    if (isPiece(item.name)) {
+        refuse(shown(item.displayName()) +
+               ": is a piece of a part, which is not supported; save the package with parts in one "
+               "piece");
+    }
+    const auto name = partNameOf(item);
+    if (!name) return;
+    const auto* const type = types_.find(*name);
+    if (type == nullptr) {
+        untyped_.emplace(name->key(), &item);
+        return;
+    }
+    if (!parts_.empty() && derives(name->key(), parts_.rbegin()->first)) {
+        refuse("part names \"" + shown(parts_.rbegin()->second->name.toString()) + "\" and \"" +
+               shown(name->toString()) + "\" derive from each other; rename one of the parts");
+    }
+    const auto& part = insert(*name, *type, StandardPartInfo(1, 0), item.name);
+    part->item = &item;
+    part->order = static_cast<std::uint64_t>(&item - archive_->items().data());
+}
+
+void PackageState::loadRelationships() {
+    const PartName name(names::kRelationshipsPart);
+    const auto* const part = findPart(name);
+    const bool typed = part != nullptr && (*part)->type == ContentType(names::kRelationshipsType);
+    if (!typed && (part != nullptr || untyped_.contains(name.key()))) {
+        refuse(shown(name.toString()) + " has the content type \"" +
+               (part ? shown((*part)->type.toString()) : "") + "\"; expected \"" +
+               shown(names::kRelationshipsType) + "\"");
+    }
+    if (typed) {
+        const auto document = readItem(*(*part)->item, where(name));
+        relationships_ = RelationshipsPart::parse(asText(document), where(name));
+    }
+}
+
+std::vector<std::uint8_t> PackageState::readItem(const zip::ZipItem& item,
+                                                 const std::string& name) const {
+    const auto stream = archive_->read(item);
+    return readAll(*stream, 0, xml::kMaxBytes, name);
+}
+
+void PackageState::save() {
+    if (!writer_) return;
+    for (const auto& [key, part] : parts_)
+        part->revokeStreams();
+    const bool created = mode_ != OpenMode::Edit;
+    if (!(relationships_ == loadedRelationships_)) saveRelationships();
+    if (created || !(types_ == loadedTypes_)) setTable(typesItem_, types_.toXml());
+    if (const auto saved = writer_->save()) physical_->bindTo(*saved);
+}
+
+void PackageState::saveRelationships() {
+    const PartName name(names::kRelationshipsPart);
+    const auto* const part = findPart(name);
+    types_.set(name, ContentType(names::kRelationshipsType));
+    setTable(part ? (*part)->itemName : itemNameOf(name), relationships_.toXml());
+}
+
+void PackageState::setTable(const std::string& name, const std::string& content) {
+    xml::check(content, file_ + ": " + name);  // what is written can be read again
+    const auto stream = writer_->set(name, {.deflate = true, .sizeHint = content.size()});
+    stream->write(std::as_bytes(std::span(content)));
+    stream->flush();
+}
+
+const std::shared_ptr<PartEntry>* PackageState::findPart(const PartName& name) const {
+    const auto found = parts_.find(name.key());
+    return found == parts_.end() ? nullptr : &found->second;
+}
+
+std::vector<std::shared_ptr<PartEntry>> PackageState::partsInOrder() const {
+    std::vector<std::shared_ptr<PartEntry>> parts;
+    parts.reserve(parts_.size());
+    for (const auto& [key, part] : parts_)
+        parts.push_back(part);
+    std::ranges::sort(parts, {}, [](const auto& part) { return part->order; });
+    return parts;
+}
+
+const PartEntry* PackageState::relative(const PartName& name) const {
+    const auto next = parts_.lower_bound(name.key());
+    if (next != parts_.end() && derives(next->first, name.key())) return next->second.get();
+    if (next == parts_.begin()) return nullptr;
+    const auto& previous = *std::prev(next);
+    return derives(name.key(), previous.first) ? previous.second.get() : nullptr;
+}
+
+const std::shared_ptr<PartEntry>& PackageState::insert(const PartName& name,
+                                                       const ContentType& type,
+                                                       const StandardPartInfo& info,
+                                                       std::string itemName) {
+    auto part = std::make_shared<PartEntry>(*this, name, type, info);
+    part->itemName = std::move(itemName);
+    part->order = nextOrder_++;
+    auto& place = parts_.try_emplace(parts_.end(), name.key())->second;
+    place = std::move(part);
+    return place;
+}
+
+void PackageState::requireWritable() const {
+    if (!writer_) refuse("the package is open for reading only; open it for editing");
+}
+
+void PackageState::requireFree(const PartName& name, const ContentType& type) const {
+    if (isPackageRelationships(name)) {
+        refuse(shown(name.toString()) + " is kept by the package; create relationships instead");
+    }
+    if (isRelationshipsName(name) && !(type == ContentType(names::kRelationshipsType))) {
+        refuse(shown(name.toString()) +
+               " is the name of a relationships part; its type must be \"" +
+               shown(names::kRelationshipsType) + "\"");
+    }
+    if (findPart(name) != nullptr) {
+        refuse("the package already has a part " + shown(name.toString()) +
+               " (delete that one first, or choose another name)");
+    }
+    if (const auto* const other = relative(name)) {
+        refuse("there cannot be a part " + shown(name.toString()) + " beside " +
+               shown(other->name.toString()) + ": one name derives from the other");
+    }
+}
+
+const std::shared_ptr<PartEntry>& PackageState::createPart(const PartName& name,
+                                                           const ContentType& type,
+                                                           const StandardPartInfo& info) {
+    requireWritable();
+    requireFree(name, type);
+    // An item of this name without a type was no part. It is replaced, since a zip file must not
+    // hold two names that differ only in case.
+    const auto untyped = untyped_.find(name.key());
+    auto itemName = untyped == untyped_.end() ? itemNameOf(name) : untyped->second->name;
+    const zip::ItemOptions options{info.compression() != 0, info.sizeHint()};
+    writer_->set(itemName, options)->flush();
+    types_.set(name, type);
+    return insert(name, type, info, std::move(itemName));
+}
+
+void PackageState::deletePart(const PartName& name) {
+    requireWritable();
+    if (findPart(name) == nullptr) {
+        refuse("there is no part " + shown(name.toString()) + " to delete");
+    }
+    if (isPackageRelationships(name)) {
+        refuse(shown(name.toString()) + " is kept by the package; delete relationships instead");
+    }
+    const auto node = parts_.extract(name.key());
+    node.mapped()->revokeStreams();
+    types_.removeOverride(node.mapped()->name);
+    untyped_.erase(node.key());
+    writer_->remove(node.mapped()->itemName);
+}
+
+Relationship PackageState::createRelationship(const ustring& type, const URI& target,
+                                              const ustring& id, TargetMode mode) {
+    requireWritable();
+    try {
+        return relationships_.create(type, target, id, mode);
+    } catch (const Exception& fault) {
+        refuse(fault.what());
+    }
+}
+
+void PackageState::deleteRelationship(const ustring& id) {
+    requireWritable();
+    if (!relationships_.remove(id)) {
+        refuse("there is no relationship \"" + shown(id) + "\" to delete");
+    }
+}
+
+std::unique_ptr<InputStream> PackageState::read(PartEntry& part) const {
+    auto name = where(part.name);
+    if (part.item != nullptr) {
+        auto lease = std::make_shared<Lease<InputStream>>(archive_->read(*part.item));
+        return std::make_unique<PartInputStream>(std::move(name), std::move(lease));
+    }
+    return std::make_unique<PartInputStream>(std::move(name),
+                                             part.inputs.grant(writer_->read(part.itemName)));
+}
+
+std::unique_ptr<OutputStream> PackageState::write(const std::shared_ptr<PartEntry>& part) {
+    requireWritable();
+    if (isPackageRelationships(part->name)) {
+        refuse(shown(part->name.toString()) +
+               " is kept by the package; change relationships instead");
+    }
+    const zip::ItemOptions options{part->info.compression() != 0, part->info.sizeHint()};
+    auto lease = part->outputs.grant(writer_->set(part->itemName, options));
+    return std::make_unique<PartOutputStream>(where(part->name), part, std::move(lease));
+}
+
+std::string PackageState::where(const PartName& name) const {
+    return file_ + ": " + shown(name.toString());
+}
+
+void PackageState::refuse(const std::string& text) const {
+    throw Exception(file_ + ": " + text);
+}
+
+}  // namespace opc::model

@@ -1,0 +1,65 @@
+#include "platform/opc/src/package/PartStreams.hpp"
+
+#include "platform/opc/src/package/PackageState.hpp"
+
+#include <algorithm>
+
+namespace opc::model {
+
+namespace {
+
+constexpr std::uint64_t kFirstRead = 4096;
+// The most to ask memory for before anything has been read: what a file claims may be nothing.
+constexpr std::uint64_t kMostAtFirst = std::uint64_t{1} << 20;
+// The most that a byte of deflated data can stand for.
+constexpr std::uint64_t kMaxInflation = 1032;
+
+}  // namespace
+
+PartTooLarge::~PartTooLarge() = default;
+
+void PartOutputStream::flush() {
+    OutputStream& stream = lease_->get(name_);
+    // Alive: a part that goes takes its leases back first.
+    const auto part = part_.lock();
+    part->inputs.revoke();
+    stream.flush();
+    lease_->revoke();
+    part->item = nullptr;
+}
+
+std::vector<std::uint8_t> readAll(InputStream& stream, std::uint64_t expected, std::uint64_t cap,
+                                  const std::string& name) {
+    std::vector<std::uint8_t> bytes(std::min(std::clamp(expected, kFirstRead, kMostAtFirst), cap) +
+                                    1);
+    std::size_t size = 0;
+    while (const auto count = stream.read(std::as_writable_bytes(std::span(bytes).subspan(size)))) {
+        size += count;
+        if (size > cap) {
+            throw PartTooLarge(name + ": larger than the " + std::to_string(cap) +
+                               " bytes that can be read");
+        }
+        // To the size that is expected, when it is near, so that no more is taken than that.
+        if (size == bytes.size()) {
+            const auto most = size < expected ? expected : cap;
+            bytes.resize(std::min<std::uint64_t>(2 * size, most + 1));
+        }
+    }
+    bytes.resize(size);
+    return bytes;
+}
+
+std::vector<std::uint8_t> readAll(const Part& part, std::uint64_t cap) {
+    const auto stream = part.getInputStream();
+    const auto& name = dynamic_cast<const NamedStream&>(*stream).name();
+    const auto size = part.size();
+    if (size > cap) {
+        throw PartTooLarge(name + ": its " + std::to_string(size) + " bytes are more than the " +
+                           std::to_string(cap) + " that can be read");
+    }
+    const auto stored = part.compressedSize();
+    const auto possible = stored > cap / kMaxInflation ? cap : stored * kMaxInflation;
+    return readAll(*stream, std::min(size, possible), cap, name);
+}
+
+}  // namespace opc::model

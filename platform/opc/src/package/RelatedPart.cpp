@@ -1,0 +1,57 @@
+#include <opc/RelatedPart.hpp>
+
+#include <opc/PartKind.hpp>
+
+#include <opc/HostProperties.hpp>
+#include <opc/StandardProperties.hpp>
+
+#include <array>
+#include <string>
+
+namespace opc::model {
+
+namespace {
+
+// `name`, or the first of "/x1.xml", "/x2.xml" and so on that the package does not hold.
+PartName freeName(const Package& package, const ustring& name) {
+    const auto dot = name.rfind(u'.');
+    PartName free{foundation::ustring_view(name)};
+    for (std::size_t number = 1; package.hasPart(free); ++number) {
+        ustring numbered = name.substr(0, dot);
+        for (const char digit : std::to_string(number))
+            numbered += char16_t(digit);
+        free = PartName(foundation::ustring_view(numbered += name.substr(dot)));
+    }
+    return free;
+}
+
+// The kind of part that is asked for, and those that packages have of their own.
+std::array<PartKind, 3> kindsWith(const ustring& relationshipType, const ustring& name,
+                                  const ContentType& type) {
+    using qzservices::HostProperties;
+    using qzservices::StandardProperties;
+    return {
+        {{"the part", relationshipType, PartName(ustring_view(name)), type},
+         {"the core properties", PackageHelper::getCorePropertiesRelationshipType(),
+          PartName(StandardProperties::kPartName), ContentType(StandardProperties::kContentType)},
+         {"the host's properties", HostProperties::kRelationshipType,
+          PartName(HostProperties::kPartName), ContentType(HostProperties::kContentType)}}};
+}
+
+}  // namespace
+
+Part requireRelatedPart(Package& package, const ustring& relationshipType, const ustring& name,
+                        const ContentType& type) {
+    const auto relationships = package.getRelationshipsByType(relationshipType);
+    for (const auto& relationship : relationships) {
+        if (!package.hasTarget(relationship)) continue;
+        return requireOwnTarget(package, relationship, kindsWith(relationshipType, name, type));
+    }
+    auto part = package.createPart(freeName(package, name), type, StandardPartInfo(1, 0));
+    for (const auto& dangling : relationships)
+        package.deleteRelationship(dangling.getID());
+    package.createInternalRelationship(relationshipType, part.getName().getURI(), u"");
+    return part;
+}
+
+}  // namespace opc::model

@@ -1,0 +1,82 @@
+#include "platform/opc/src/zip/Deflater.hpp"
+
+#include <isa-l/igzip_lib.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+namespace opc::zip {
+
+namespace {
+
+// Level 0 would make random data a quarter larger; the higher ones gain little for much time.
+constexpr std::uint32_t kLevel = 1;
+// The library counts its buffers in 32 bits.
+constexpr std::size_t kMostInput = std::size_t{1} << 30;
+constexpr std::size_t kOutputBuffer = std::size_t{128} << 10;
+
+}  // namespace
+
+struct Deflater::State {
+    isal_zstream stream;
+    std::array<std::uint8_t, ISAL_DEF_LVL1_DEFAULT> levelBuffer;
+    std::array<std::byte, kOutputBuffer> output;
+};
+
+Deflater::Deflater() : state_(std::make_unique_for_overwrite<State>()) {
+    start();
+}
+Deflater::~Deflater() = default;
+
+void Deflater::start() {
+    isal_zstream& stream = state_->stream;
+    isal_deflate_init(&stream);
+    stream.level = kLevel;
+    stream.level_buf = state_->levelBuffer.data();
+    stream.level_buf_size = static_cast<std::uint32_t>(state_->levelBuffer.size());
+}
+
+void Deflater::write(std::span<const std::byte> bytes, ByteSink& sink) {
+    while (!bytes.empty()) {
+        const auto piece = bytes.first(std::min(bytes.size(), kMostInput));
+        // The library takes its input as not const, but does not write to it.
+        state_->stream.next_in =
+            const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(piece.data()));
+        state_->stream.avail_in = static_cast<std::uint32_t>(piece.size());
+        run(sink);
+        bytes = bytes.subspan(piece.size());
+    }
+}
+
+void Deflater::sync(ByteSink& sink) {
+    state_->stream.flush = SYNC_FLUSH;
+    state_->stream.avail_in = 0;
+    run(sink);
+    state_->stream.flush = NO_FLUSH;
+}
+
+void Deflater::finish(ByteSink& sink) {
+    state_->stream.end_of_stream = 1;
+    state_->stream.avail_in = 0;
+    run(sink);
+}
+
+// Every parameter is ours and valid, and output never runs out, so there is no failure to check for.
+void Deflater::run(ByteSink& sink) {
+    isal_zstream& stream = state_->stream;
+    do {
+        stream.next_out = reinterpret_cast<std::uint8_t*>(state_->output.data());
+        stream.avail_out = static_cast<std::uint32_t>(kOutputBuffer);
+        isal_deflate(&stream);
+        sink.append(std::span(state_->output).first(kOutputBuffer - stream.avail_out));
+    } while (stream.avail_out == 0);
+}
+
+std::unique_ptr<Deflater> DeflaterPool::take() {
+    if (!idle_) return std::make_unique<Deflater>();
+    idle_->start();
+    return std::move(idle_);
+}
+
+}  // namespace opc::zip

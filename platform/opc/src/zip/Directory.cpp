@@ -1,0 +1,166 @@
+#include "platform/opc/src/zip/Directory.hpp"
+
+#include "platform/opc/src/zip/ItemChecks.hpp"
+#include "platform/opc/src/zip/ZipError.hpp"
+
+namespace opc::zip {
+
+namespace {
+
+using namespace format;
+
+// No deflated byte stands for more than this many.
+constexpr std::uint64_t kMostDeflated = 1032;
+
+class DirectoryReader {
+public:
+    DirectoryReader(const std::string& directory, const fl::filesystem::path& file)
+        : directory_(asBytes(directory)), file_(&file) {}
+
+    std::vector<ZipItem> read(std::uint64_t count) {
+        std::vector<ZipItem> items;
+        items.reserve(count);
+        for (std::uint64_t i = 0; i < count; ++i)
+            items.push_back(next());
+        if (at_ != directory_.size()) {
+            fail("the directory has " + std::to_string(directory_.size() - at_) +
+                 " bytes behind its last item, the " + std::to_string(count) +
+                 "th: the end record does not count all items");
+        }
+        return items;
+    }
+
+private:
+    [[noreturn]] void fail(const std::string& what) const {
+        refuseZip(ZipRule::Directory, *file_, what + kGetAgain);
+    }
+
+    Bytes nextRecord() {
+        const Bytes rest = directory_.subspan(at_);
+        if (rest.size() < central::kHeaderSize || load32(rest, 0) != central::kSignature) {
+            fail("there is no item's record at byte " + std::to_string(at_) + " of the directory");
+        }
+        const std::size_t size = central::kHeaderSize + load16(rest, central::kNameLength) +
+                                 load16(rest, central::kExtraLength) +
+                                 load16(rest, central::kCommentLength);
+        if (size > rest.size()) {
+            fail("the record at byte " + std::to_string(at_) +
+                 " of the directory is longer than the directory");
+        }
+        at_ += size;
+        return rest.first(size);
+    }
+
+    ZipItem next() {
+        const Bytes record = nextRecord();
+        const std::uint16_t flags = load16(record, central::kFlags);
+        ZipItem item;
+        item.directoryRecord = asText(record);
+        item.name =
+            asText(record.subspan(central::kHeaderSize, load16(record, central::kNameLength)));
+        item.nameIsUtf8 = (flags & flag::kUtf8) != 0;
+        item.method = Method{load16(record, central::kMethod)};
+        item.crc32 = load32(record, central::kCrc);
+        const ItemChecks checks(*file_, item);
+        checks.refuseEncryption(flags);
+        readWideFields(item, record, checks);
+        checkKind(item, load32(record, central::kAttributes), checks);
+        checkContent(item, checks);
+        return item;
+    }
+
+    // Sizes and offset, each from the zip64 field where the record's own refers to it. A writer
+    // without zip64 may mean the number itself, so no field at all is no reference.
+    static void readWideFields(ZipItem& item, Bytes record, const ItemChecks& checks) {
+        const std::size_t fieldsAt = central::kHeaderSize + item.name.size();
+        const Bytes wholeField = checks.checkExtraFields(
+            record.subspan(fieldsAt, load16(record, central::kExtraLength)));
+        Bytes zip64 = wholeField;
+        const bool hasZip64 = zip64.data() != nullptr;
+        const auto read = [&](std::size_t field) -> std::uint64_t {
+            const std::uint32_t narrow = load32(record, field);
+            if (narrow != kInZip64_32 || !hasZip64) return narrow;
+            if (zip64.size() < sizeof(std::uint64_t))
+                checks.failDamaged("has a zip64 field that is too short");
+            const std::uint64_t wide = load64(zip64, 0);
+            zip64 = zip64.subspan(sizeof wide);
+            return wide;
+        };
+        item.size = read(central::kSize);
+        item.compressedSize = read(central::kCompressedSize);
+        item.headerOffset = read(central::kOffset);
+        checkDisk(load16(record, central::kDisk), zip64, checks);
+        if (zip64.size() >= sizeof(std::uint64_t)) checkIdleNumbers(wholeField, item, checks);
+    }
+
+    // Some writers list all numbers and some readers expect all of them, each at its own place: then
+    // both ways of reading must come to the same.
+    static void checkIdleNumbers(Bytes wholeField, const ZipItem& item, const ItemChecks& checks) {
+        const std::uint64_t known[] = {item.size, item.compressedSize, item.headerOffset};
+        for (std::size_t i = 0; i < std::size(known); ++i) {
+            if (wholeField.size() < (i + 1) * sizeof known[i]) return;
+            if (load64(wholeField, i * sizeof known[i]) == known[i]) continue;
+            checks.failDamaged("has a zip64 field that contradicts the rest of its record");
+        }
+    }
+
+    static void checkDisk(std::uint16_t disk, Bytes zip64, const ItemChecks& checks) {
+        const bool isWide = disk == kInZip64_16 && zip64.size() >= sizeof(std::uint32_t);
+        if (disk == 0 || (isWide && load32(zip64, 0) == 0)) return;
+        checks.failUnsupported(
+            "stands on another disk of a zip archive of several, which is not supported; join "
+            "them first");
+    }
+
+    // Some readers make links and directories of what others take for files. Which system the
+    // attributes are for does not matter: some readers do not look at that.
+    static void checkKind(const ZipItem& item, std::uint32_t all, const ItemChecks& checks) {
+        const std::uint32_t type = all >> attributes::kModeShift & attributes::kTypeOfMode;
+        const bool isMarked = type == attributes::kDirectory || (all & attributes::kDosDirectory);
+        if (type != 0 && type != attributes::kRegular && type != attributes::kDirectory) {
+            checks.failUnsupported(
+                "is marked as a symbolic link or a device, which some readers make of it; "
+                "pack what it stands for as a file");
+        }
+        // A backslash at the end is how some writers under Windows name one.
+        if (isMarked && !item.name.ends_with('/') && !item.name.ends_with('\\')) {
+            checks.failDamaged(
+                "is marked as a directory, but its name does not end in a slash: some readers "
+                "see a directory and others a file");
+        }
+    }
+
+    static void checkContent(const ZipItem& item, const ItemChecks& checks) {
+        if (item.name.find('\0') != std::string::npos) {
+            checks.failUnsupported(
+                "has a name that holds a zero byte, where some readers end it; rename it");
+        }
+        if (item.method != Method::Stored && item.method != Method::Deflated) {
+            checks.failUnsupported(
+                "is compressed by method " + std::to_string(static_cast<unsigned>(item.method)) +
+                "; packages allow only 0 (stored) and 8 (deflated); pack it anew");
+        }
+        if (item.method == Method::Stored && item.size != item.compressedSize) {
+            checks.failDamaged("is stored, but declares " + std::to_string(item.size) +
+                               " bytes and " + std::to_string(item.compressedSize) +
+                               " in the file");
+        }
+        if (item.method == Method::Deflated && item.size / kMostDeflated > item.compressedSize) {
+            checks.failDamaged("declares " + std::to_string(item.size) + " bytes, more than its " +
+                               std::to_string(item.compressedSize) + " deflated bytes can hold");
+        }
+    }
+
+    Bytes directory_;
+    std::size_t at_ = 0;
+    const fl::filesystem::path* file_;
+};
+
+}  // namespace
+
+std::vector<ZipItem> readDirectory(const std::string& directory, std::uint64_t count,
+                                   const fl::filesystem::path& file) {
+    return DirectoryReader(directory, file).read(count);
+}
+
+}  // namespace opc::zip

@@ -1,0 +1,231 @@
+#include "platform/opc/src/zip/EndRecords.hpp"
+
+#include <opc/FileKind.hpp>
+
+#include "platform/opc/src/zip/ZipError.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <vector>
+
+namespace opc::zip {
+
+namespace {
+
+using namespace format;
+
+class EndReader {
+public:
+    EndReader(ArchiveBytes& bytes, const fl::filesystem::path& file)
+        : bytes_(&bytes), file_(&file) {}
+
+    ArchiveEnd read() {
+        findEnd();
+        refuseSecondEnd();
+        const Bytes record = bytes_->tail().subspan(at_);
+        checkDisks(load16(record, end::kDisk), load16(record, end::kDirectoryDisk));
+        ArchiveEnd found;
+        found.comment = asText(record.subspan(end::kRecordSize, commentLength(at_)));
+        found.fileEnd = offsetInFile(endOf(at_));
+        found.directory = readDirectoryRecord(record);
+        checkDirectory(found.directory);
+        return found;
+    }
+
+private:
+    [[noreturn]] void fail(const std::string& what) const {
+        refuseZip(ZipRule::End, *file_, what + kGetAgain);
+    }
+
+    std::uint64_t offsetInFile(std::size_t at) const {
+        return bytes_->fileSize() - bytes_->tail().size() + at;
+    }
+
+    // Where a whole end record could stand before `limit`, from the back; npos when nowhere.
+    std::size_t lastSignatureBefore(std::size_t limit) const {
+        std::string signature;
+        append(signature, end::kSignature);
+        const std::string_view tail = asText(bytes_->tail());
+        if (tail.size() < end::kRecordSize) return std::string_view::npos;
+        // By first byte, since the library's backward search compares at every position.
+        std::size_t before = std::min(limit, tail.size() - end::kRecordSize + 1);
+        while (const void* found = memrchr(tail.data(), signature.front(), before)) {
+            before = static_cast<std::size_t>(static_cast<const char*>(found) - tail.data());
+            if (tail.substr(before).starts_with(signature)) return before;
+        }
+        return std::string_view::npos;
+    }
+
+    std::size_t commentLength(std::size_t at) const {
+        return load16(bytes_->tail(), at + end::kCommentLength);
+    }
+    std::size_t endOf(std::size_t at) const { return at + end::kRecordSize + commentLength(at); }
+
+    [[noreturn]] void failWithoutEnd() const {
+        std::vector<std::byte> start(std::min<std::uint64_t>(FileKind::kStart, bytes_->fileSize()));
+        bytes_->copy(0, start);
+        const FileKind kind = FileKind::of(start);
+        const std::string missing = ": there is no end record in its last " +
+                                    std::to_string(bytes_->tail().size()) + " bytes";
+        switch (kind.family) {
+            case FileKind::Family::Empty:
+                fail("is empty");
+            case FileKind::Family::Zip:
+                fail("begins as a zip file does, but its end is missing" + missing);
+            case FileKind::Family::Unknown:
+                fail("is not a zip file, or its end is missing" + missing);
+            case FileKind::Family::Text:
+            case FileKind::Family::Utf16Text:
+            case FileKind::Family::Binary:
+                break;
+        }
+        refuseZip(ZipRule::End, *file_,
+                  "is not a zip file but " + std::string(kind.name) + "; choose another file");
+    }
+
+    void findEnd() {
+        at_ = lastSignatureBefore(bytes_->tail().size());
+        if (at_ == std::string_view::npos) failWithoutEnd();
+        directoryEnd_ = offsetInFile(at_);
+        if (endOf(at_) > bytes_->tail().size()) {
+            fail("the end record at offset " + std::to_string(directoryEnd_) +
+                 " announces a comment of " + std::to_string(commentLength(at_)) +
+                 " bytes, but the file ends before that");
+        }
+    }
+
+    // Readers search from the back, some for any end record and some for one whose comment ends the
+    // file. An earlier one whose comment reaches into or past this one is one they could take; one
+    // that ends before is the content of an item, such as a stored zip file. So are the four bytes of
+    // the signature where no directory belongs to them: now and then compressed data holds them.
+    void refuseSecondEnd() const {
+        for (std::size_t other = lastSignatureBefore(at_); other != std::string_view::npos;
+             other = lastSignatureBefore(other)) {
+            if (endOf(other) > at_ && leadsToDirectory(other)) {
+                fail("has two end records, at offsets " + std::to_string(offsetInFile(other)) +
+                     " and " + std::to_string(directoryEnd_) +
+                     ": readers could see two different packages");
+            }
+        }
+    }
+
+    // Whether any reader would find a directory by the end record at `at`: where it says, or right
+    // before it, or by a zip64 locator, or none since it counts no items.
+    bool leadsToDirectory(std::size_t at) const {
+        const Bytes record = bytes_->tail().subspan(at);
+        const std::uint64_t size = load32(record, end::kDirectorySize);
+        const std::uint64_t before = offsetInFile(at);
+        return load16(record, end::kCount) == 0 ||
+               holds(central::kSignature, load32(record, end::kDirectoryOffset)) ||
+               (size <= before && holds(central::kSignature, before - size)) ||
+               (before >= zip64locator::kRecordSize &&
+                holds(zip64locator::kSignature, before - zip64locator::kRecordSize));
+    }
+
+    bool holds(std::uint32_t signature, std::uint64_t offset) const {
+        std::array<std::byte, sizeof signature> found;
+        if (offset > bytes_->fileSize() - found.size()) return false;
+        bytes_->copy(offset, found);
+        return load32(found, 0) == signature;
+    }
+
+    void checkDisks(std::uint32_t disk, std::uint32_t directoryDisk) const {
+        const auto isFirst = [](std::uint32_t number) {
+            return number == 0 || number == kInZip64_16;
+        };
+        if (!isFirst(disk) || !isFirst(directoryDisk)) {
+            refuseZip(ZipRule::Unsupported, *file_,
+                      "is one of several disks of a zip archive, which is not supported; join "
+                      "them first");
+        }
+    }
+
+    DirectoryRecord readDirectoryRecord(Bytes record) {
+        DirectoryRecord directory{load16(record, end::kCount), load32(record, end::kDirectorySize),
+                                  load32(record, end::kDirectoryOffset)};
+        const std::uint64_t countHere = load16(record, end::kCountOnDisk);
+        if (countHere != directory.count) {
+            fail("the end record counts " + std::to_string(countHere) + " items on this disk and " +
+                 std::to_string(directory.count) + " in all, which must be equal");
+        }
+        if (directoryEnd_ < zip64locator::kRecordSize) return directory;
+        const std::uint64_t locatorAt = directoryEnd_ - zip64locator::kRecordSize;
+        const Bytes locator = bytes_->at(locatorAt, zip64locator::kRecordSize, locatorAt);
+        if (load32(locator, 0) != zip64locator::kSignature) return directory;
+        return readZip64(directory, locatorAt, locator);
+    }
+
+    // Some readers look for the zip64 records always, some only when a field refers to them: so what
+    // does not refer to them has to say the same.
+    DirectoryRecord readZip64(const DirectoryRecord& narrow, std::uint64_t locatorAt,
+                              Bytes locator) {
+        const std::uint64_t endAt = load64(locator, zip64locator::kEndOffset);
+        if (load32(locator, zip64locator::kDisk) != 0 ||
+            load32(locator, zip64locator::kDisks) > 1) {
+            checkDisks(1, 1);
+        }
+        if (locatorAt < zip64end::kRecordSize || endAt != locatorAt - zip64end::kRecordSize) {
+            fail("the zip64 locator at offset " + std::to_string(locatorAt) +
+                 " points to a zip64 end record at offset " + std::to_string(endAt) +
+                 ", which must stand right before it");
+        }
+        const Bytes record = bytes_->at(endAt, zip64end::kRecordSize, endAt);
+        checkZip64Record(record, endAt);
+        const DirectoryRecord wide{load64(record, zip64end::kCount),
+                                   load64(record, zip64end::kDirectorySize),
+                                   load64(record, zip64end::kDirectoryOffset)};
+        checkAgreement(narrow.count, kInZip64_16, wide.count, "number of items");
+        checkAgreement(narrow.size, kInZip64_32, wide.size, "size of the directory");
+        checkAgreement(narrow.offset, kInZip64_32, wide.offset, "offset of the directory");
+        directoryEnd_ = endAt;
+        return wide;
+    }
+
+    void checkZip64Record(Bytes record, std::uint64_t at) const {
+        if (load32(record, 0) != zip64end::kSignature ||
+            load64(record, zip64end::kSizeOfRest) !=
+                zip64end::kRecordSize - zip64end::kNotInSizeOfRest) {
+            fail("there is no zip64 end record of 56 bytes at offset " + std::to_string(at) +
+                 ", where its locator points");
+        }
+        checkDisks(load32(record, zip64end::kDisk), load32(record, zip64end::kDirectoryDisk));
+        if (load64(record, zip64end::kCountOnDisk) != load64(record, zip64end::kCount)) {
+            fail("the zip64 end record counts other items on this disk than in all");
+        }
+    }
+
+    void checkAgreement(std::uint64_t narrow, std::uint64_t placeholder, std::uint64_t wide,
+                        const char* what) const {
+        if (narrow == placeholder || narrow == wide) return;
+        fail("the end records contradict each other: the " + std::string(what) + " is " +
+             std::to_string(narrow) + " in one and " + std::to_string(wide) + " in the zip64 one");
+    }
+
+    void checkDirectory(const DirectoryRecord& directory) const {
+        if (directory.size > directoryEnd_ || directory.offset != directoryEnd_ - directory.size) {
+            fail("the directory should end at offset " + std::to_string(directoryEnd_) +
+                 ", where the end record starts, but has " + std::to_string(directory.size) +
+                 " bytes from offset " + std::to_string(directory.offset) +
+                 ": something was removed from the file or put into it");
+        }
+        if (directory.count > directory.size / central::kHeaderSize) {
+            fail("the end record counts " + std::to_string(directory.count) +
+                 " items, more than a directory of " + std::to_string(directory.size) +
+                 " bytes holds");
+        }
+    }
+
+    ArchiveBytes* bytes_;
+    const fl::filesystem::path* file_;
+    std::size_t at_ = 0;              // of the end record in the tail
+    std::uint64_t directoryEnd_ = 0;  // where the first of the end records starts
+};
+
+}  // namespace
+
+ArchiveEnd readArchiveEnd(ArchiveBytes& bytes, const fl::filesystem::path& file) {
+    return EndReader(bytes, file).read();
+}
+
+}  // namespace opc::zip

@@ -1,0 +1,65 @@
+#include "platform/opc/src/zip/ItemChecks.hpp"
+
+#include <foundation/Shown.hpp>
+
+#include "platform/opc/src/zip/ZipError.hpp"
+
+#include <algorithm>
+
+namespace opc::zip {
+
+namespace {
+
+bool isAscii(std::string_view text) {
+    return std::none_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
+}
+
+}  // namespace
+
+void ItemChecks::failUnsupported(const std::string& what) const {
+    refuseItem(ZipRule::Unsupported, *file_, item_->displayName(), what);
+}
+
+void ItemChecks::failDamaged(const std::string& what) const {
+    refuseItem(ZipRule::Item, *file_, item_->displayName(), what + kGetAgain);
+}
+
+void ItemChecks::refuseEncryption(std::uint16_t flags) const {
+    if (flags & format::flag::kAnyEncryption) {
+        failUnsupported("is encrypted, which packages do not allow; decrypt the file first");
+    }
+}
+
+format::Bytes ItemChecks::checkExtraFields(format::Bytes fields) const {
+    format::Bytes zip64;
+    const bool isWhole = format::forEachExtra(fields, [&](const format::ExtraField& field) {
+        if (field.identifier == format::extra::kUnicodePath) refuseRenaming(field.content);
+        if (field.identifier == format::extra::kExtendedLocalHeader) {
+            failUnsupported(
+                "has a field that may make a link or a directory of it in some readers (0x6C78); "
+                "pack it anew");
+        }
+        if (field.identifier != format::extra::kZip64) return;
+        if (zip64.data() != nullptr)
+            failDamaged("has two zip64 fields, which readers could take either of");
+        zip64 = field.content;
+    });
+    if (!isWhole) failDamaged("has an extra field that claims more bytes than its record has");
+    return zip64;
+}
+
+// Readers that know this field take the name from it and others do not. Where both names are
+// outside ASCII neither can be a part, and archives made elsewhere have them for good reason.
+void ItemChecks::refuseRenaming(format::Bytes unicodePath) const {
+    if (unicodePath.size() < format::extra::kUnicodePathName) {
+        failDamaged("has a Unicode path field that is too short");
+    }
+    const std::string_view other =
+        format::asText(unicodePath.subspan(format::extra::kUnicodePathName));
+    if (other == item_->name || (!isAscii(other) && !isAscii(item_->name))) return;
+    failDamaged("has a Unicode path field that renames it to \"" +
+                foundation::shown(displayName(other, true)) +
+                "\": readers could see two different packages");
+}
+
+}  // namespace opc::zip

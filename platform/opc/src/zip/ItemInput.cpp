@@ -1,0 +1,201 @@
+#include "platform/opc/src/zip/ItemInput.hpp"
+
+#include <opc/Exception.hpp>
+
+#include "platform/opc/src/zip/Inflater.hpp"
+#include "platform/opc/src/zip/ZipError.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
+
+#include <algorithm>
+#include <stdexcept>
+#include <vector>
+
+namespace opc::zip {
+
+namespace {
+
+using namespace format;
+
+constexpr std::uint64_t kInputBuffer = std::uint64_t{128} << 10;
+
+class ItemInput : public InputStream {
+public:
+    explicit ItemInput(ItemContent content) : content_(std::move(content)) {}
+
+    std::size_t read(std::span<std::byte> buffer) final {
+        if (isBroken_) fail("cannot be read any further after an earlier failure");
+        if (buffer.empty() || isVerified_) return 0;
+        isBroken_ = true;  // until this call has gone well
+        const auto wanted = buffer.first(std::min<std::uint64_t>(buffer.size(), left()));
+        produce(wanted);
+        crc32_ = crc32(crc32_, wanted);
+        position_ += wanted.size();
+        if (left() == 0) verify();
+        isBroken_ = false;
+        return wanted.size();
+    }
+
+protected:
+    // Fills all of `buffer` with the next bytes of the content.
+    virtual void produce(std::span<std::byte> buffer) = 0;
+    // Called when all is produced: throws when there is more.
+    virtual void checkEnd() = 0;
+
+    const ItemContent& content() const { return content_; }
+    std::uint64_t position() const { return position_; }
+
+    [[noreturn]] void fail(const std::string& what) const {
+        throwItemError(content_.file, content_.name, what);
+    }
+
+    [[noreturn]] void failDamaged(const std::string& what) const { fail(what + kGetAgain); }
+
+    // `size` bytes of the item as it stands in the file.
+    void readRaw(std::span<std::byte> buffer, std::uint64_t at) const {
+        try {
+            if (content_.source->readAt(buffer, content_.offset + at) == buffer.size()) return;
+        } catch (const std::system_error& error) {
+            fail(error.what());
+        }
+        fail("the file became shorter while it was read");
+    }
+
+private:
+    std::uint64_t left() const { return content_.size - position_; }
+
+    void verify() {
+        checkEnd();
+        if (crc32_ != content_.crc32) {
+            failDamaged(
+                "its content is damaged: the checksum does not match the one in the directory");
+        }
+        isVerified_ = true;
+    }
+
+    ItemContent content_;
+    std::uint64_t position_ = 0;
+    std::uint32_t crc32_ = 0;
+    bool isVerified_ = false;
+    bool isBroken_ = false;
+};
+
+class StoredInput final : public ItemInput {
+public:
+    using ItemInput::ItemInput;
+
+protected:
+    void produce(std::span<std::byte> buffer) override { readRaw(buffer, position()); }
+    // Opening has compared the two sizes. A reader that starts at the front of the file has nothing
+    // but the descriptor to find the end by, and takes the first that fits.
+    void checkEnd() override {
+        if (!content().hasDescriptor) return;
+        std::vector<std::byte> window(
+            std::min<std::uint64_t>(kInputBuffer, content().compressedSize));
+        for (std::uint64_t from = 0; content().compressedSize - from >= descriptor::kSmallestSigned;
+             from += window.size() - descriptor::kLargest + 1) {
+            window.resize(std::min<std::uint64_t>(window.size(), content().compressedSize - from));
+            readRaw(window, from);
+            refuseDescriptor(window, from);
+            if (window.size() < descriptor::kLargest) return;
+        }
+    }
+
+private:
+    void refuseDescriptor(Bytes window, std::uint64_t from) const {
+        std::string signature;
+        append(signature, descriptor::kSignature);
+        const std::string_view text = asText(window);
+        for (std::size_t at = text.find(signature); at != text.npos;
+             at = text.find(signature, at + 1)) {
+            if (!endsHere(window.subspan(at), from + at)) continue;
+            failDamaged("holds a data descriptor at byte " + std::to_string(from + at) +
+                        ", where some readers end it and would find other items");
+        }
+    }
+
+    // Whether the two sizes that follow the checksum are those of what is in front.
+    static bool endsHere(Bytes bytes, std::uint64_t size) {
+        if (bytes.size() < descriptor::kSmallestSigned) return false;
+        const bool isNarrow = load32(bytes, descriptor::kSizes) == size &&
+                              load32(bytes, descriptor::kSizes + 4) == size;
+        if (isNarrow || bytes.size() < descriptor::kLargest) return isNarrow;
+        return load64(bytes, descriptor::kSizes) == size &&
+               load64(bytes, descriptor::kSizes + 8) == size;
+    }
+};
+
+class DeflatedInput final : public ItemInput {
+public:
+    explicit DeflatedInput(ItemContent content)
+        : ItemInput(std::move(content)),
+          bufferSize_(std::min(kInputBuffer, this->content().compressedSize)),
+          buffer_(std::make_unique_for_overwrite<std::byte[]>(bufferSize_)) {}
+
+protected:
+    void produce(std::span<std::byte> buffer) override {
+        const std::size_t got = decode(buffer);
+        if (got == buffer.size()) return;
+        failDamaged("its deflated data ends after " + std::to_string(position() + got) + " of " +
+                    std::to_string(content().size) + " declared bytes");
+    }
+
+    void checkEnd() override {
+        std::byte more;
+        if (decode({&more, 1}) > 0) {
+            failDamaged("holds more than the " + std::to_string(content().size) +
+                        " bytes declared");
+        }
+        if (!inflater_.hasEnded()) failDamaged("its deflated data has no end");
+        const std::uint64_t over = inflater_.unused() + content().compressedSize - fed_;
+        if (over > 0) {
+            failDamaged("has " + std::to_string(over) +
+                        " bytes behind the end of its deflated data");
+        }
+    }
+
+private:
+    // Decodes until `output` is full, the input is used up or the stream ends.
+    std::size_t decode(std::span<std::byte> output) {
+        std::size_t done = 0;
+        while (done < output.size()) {
+            const bool isFed = inflater_.needsInput() && feed();
+            const std::size_t got = decodeSome(output.subspan(done));
+            done += got;
+            if (got == 0 && !isFed && (inflater_.hasEnded() || fed_ == content().compressedSize)) {
+                break;
+            }
+        }
+        return done;
+    }
+
+    std::size_t decodeSome(std::span<std::byte> output) {
+        try {
+            return inflater_.decode(output);
+        } catch (const std::runtime_error& error) {
+            failDamaged(error.what());
+        }
+    }
+
+    bool feed() {
+        const std::uint64_t count = std::min(bufferSize_, content().compressedSize - fed_);
+        if (count == 0) return false;
+        readRaw({buffer_.get(), count}, fed_);
+        inflater_.feed({buffer_.get(), count});
+        fed_ += count;
+        return true;
+    }
+
+    std::uint64_t bufferSize_;
+    std::unique_ptr<std::byte[]> buffer_;
+    std::uint64_t fed_ = 0;
+    Inflater inflater_;
+};
+
+}  // namespace
+
+std::unique_ptr<InputStream> openItem(ItemContent content) {
+    if (content.method == Method::Stored) return std::make_unique<StoredInput>(std::move(content));
+    return std::make_unique<DeflatedInput>(std::move(content));
+}
+
+}  // namespace opc::zip

@@ -1,0 +1,165 @@
+#include "platform/opc/src/zip/ItemOutput.hpp"
+
+#include "platform/opc/src/zip/ZipError.hpp"
+
+#include <foundation/Clock.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+namespace opc::zip {
+
+namespace {
+
+// Encoded items up to this size wait in memory, so that the small ones come last in the file.
+constexpr std::size_t kLargestInMemory = std::size_t{1} << 20;
+constexpr std::size_t kWriteSize = std::size_t{256} << 10;
+
+// Years from 1980 on, months and days from 1, seconds in steps of two; the date in the upper half.
+std::uint32_t dosDateAndTime(foundation::clock::Seconds time) {
+    using namespace std::chrono;
+    constexpr sys_days kFirst = year{1980} / January / 1;
+    constexpr sys_days kBehind = year{2108} / January / 1;
+    const auto clamped = std::clamp<sys_seconds>(time, kFirst, sys_seconds(kBehind) - seconds(1));
+    const auto day = floor<days>(clamped);
+    const year_month_day date(day);
+    const hh_mm_ss clock(clamped - day);
+    const auto dosDate = static_cast<std::uint32_t>(int(date.year()) - 1980) << 9 |
+                         unsigned(date.month()) << 5 | unsigned(date.day());
+    const auto dosTime = static_cast<std::uint32_t>(
+        clock.hours().count() << 11 | clock.minutes().count() << 5 | clock.seconds().count() / 2);
+    return dosDate << 16 | dosTime;
+}
+
+std::uint16_t flagsFor(std::string_view name) {
+    const bool isAscii = std::none_of(name.begin(), name.end(), [](char c) { return c & 0x80; });
+    return isAscii ? 0 : format::flag::kUtf8;
+}
+
+// At the end of the new file.
+class SpillToArchive final : public Spill {
+public:
+    SpillToArchive(std::shared_ptr<ZipWriter::State> writer, NewArchive& archive)
+        : writer_(std::move(writer)), archive_(&archive) {}
+    ~SpillToArchive() override {
+        if (!isKept_ && !writer_->isClosed()) archive_->cancelItem();
+    }
+    void append(std::span<const std::byte> bytes) override { archive_->file().append(bytes); }
+    // Where exactly, the archive says when the item is complete.
+    void describe(NewItem& item) override { item.content = NewItem::InNewFile{nullptr, 0}; }
+    void keep() noexcept override { isKept_ = true; }
+
+private:
+    std::shared_ptr<ZipWriter::State> writer_;
+    NewArchive* archive_;
+    bool isKept_ = false;
+};
+
+// Beside it, while another large item is being written there.
+class SpillToScratchFile final : public Spill {
+public:
+    SpillToScratchFile(fl::filesystem::FileDescriptor file, const fl::filesystem::path& name)
+        : file_(std::move(file)), name_(name) {}
+    void append(std::span<const std::byte> bytes) override {
+        aboutFile(name_, [&] { file_.writeAt(bytes, size_); });
+        size_ += bytes.size();
+    }
+    void describe(NewItem& item) override {
+        item.content =
+            NewItem::InScratchFile{std::make_shared<const FileSource>(std::move(file_)), 0};
+    }
+    void keep() noexcept override {}
+
+private:
+    fl::filesystem::FileDescriptor file_;
+    fl::filesystem::path name_;
+    std::uint64_t size_ = 0;
+};
+
+}  // namespace
+
+ItemOutput::ItemOutput(std::shared_ptr<ZipWriter::State> writer, std::string name,
+                       const ItemOptions& options)
+    : writer_(std::move(writer)), encoder_(options.deflate, writer_->deflaters()) {
+    item_.flags = flagsFor(name);
+    item_.name = std::move(name);
+    item_.dosDateAndTime = dosDateAndTime(foundation::clock::now());
+}
+
+ItemOutput::~ItemOutput() = default;
+
+void ItemOutput::checkOpen() const {
+    writer_->checkOpen();
+    if (progress_ == Progress::Open) return;
+    throwItemError(writer_->path(), displayName(item_.name, true),
+                   progress_ == Progress::Failed
+                       ? "cannot be written any further after an earlier failure"
+                       : "was completed by flush() and cannot be written any further");
+}
+
+void ItemOutput::write(std::span<const std::byte> bytes) {
+    checkOpen();
+    progress_ = Progress::Failed;  // until this call has gone well
+    encoder_.write(bytes, *this);
+    refuseZip64();
+    progress_ = Progress::Open;
+}
+
+void ItemOutput::flush() {
+    if (progress_ == Progress::Complete) return;
+    checkOpen();
+    progress_ = Progress::Failed;
+    encoder_.finish(*this);
+    refuseZip64();
+    complete();
+    progress_ = Progress::Complete;
+}
+
+void ItemOutput::refuseZip64() const {
+    const format::ItemRecord record{.compressedSize = encodedSize_, .size = encoder_.size()};
+    if (writer_->allowsZip64() || !format::needsZip64(record)) return;
+    throwItemError(writer_->path(), displayName(item_.name, true),
+                   "has 4 GiB or more, which needs the zip64 extensions that the program does not "
+                   "allow");
+}
+
+void ItemOutput::append(std::span<const std::byte> bytes) {
+    encodedSize_ += bytes.size();
+    if (!spill_ && encodedSize_ > kLargestInMemory) startSpill();
+    if (spill_ && buffer_.empty() && bytes.size() >= kWriteSize) return spill_->append(bytes);
+    buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
+    if (spill_ && buffer_.size() >= kWriteSize) drain();
+}
+
+void ItemOutput::startSpill() {
+    if (NewArchive* archive = writer_->claimEnd(item_)) {
+        spill_ = std::make_unique<SpillToArchive>(writer_, *archive);
+    } else {
+        spill_ =
+            std::make_unique<SpillToScratchFile>(writer_->createScratchFile(), writer_->path());
+    }
+    drain();
+}
+
+void ItemOutput::drain() {
+    spill_->append(buffer_);
+    buffer_.clear();
+}
+
+void ItemOutput::complete() {
+    item_.method = encoder_.method();
+    item_.crc32 = encoder_.crc32();
+    item_.size = encoder_.size();
+    item_.compressedSize = encodedSize_;
+    if (spill_) {
+        drain();
+        spill_->describe(item_);
+    } else {
+        item_.content = std::make_shared<const MemorySource>(std::move(buffer_));
+    }
+    writer_->complete(std::move(item_));
+    if (spill_) spill_->keep();
+}
+
+}  // namespace opc::zip

@@ -1,0 +1,59 @@
+#include "platform/opc/src/zip/ItemsInData.hpp"
+
+#include "platform/opc/src/zip/ZipError.hpp"
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+namespace opc::zip {
+
+namespace {
+
+// Opening takes as long for a package with a large item as for one without, whether it is large as it
+// stands in the file or when it is inflated.
+constexpr std::uint64_t kLargestSmall = std::uint64_t{1} << 20;
+
+bool isLarge(const ZipItem& item) {
+    return std::max(item.compressedSize, item.size) > kLargestSmall;
+}
+
+constexpr std::size_t kBuffer = std::size_t{64} << 10;
+
+// What stands behind the end that such a reader sees: after stored data the descriptor that shows it,
+// which holds any content; after deflated data, sooner or later, the header of another item.
+std::uint32_t signatureBehindEnd(Method method) {
+    return method == Method::Stored ? format::descriptor::kSignature : format::local::kSignature;
+}
+
+void refuseItemsInData(const ZipArchive& archive, const ZipItem& item, ArchiveBytes& bytes) {
+    const std::uint64_t end = item.dataOffset + item.compressedSize;
+    if (!bytes.find(signatureBehindEnd(item.method), item.dataOffset, end)) return;
+    std::vector<std::byte> buffer(kBuffer);
+    const auto stream = archive.read(item);
+    while (stream->read(buffer) > 0) {
+    }
+}
+
+}  // namespace
+
+void refuseItemsInSmallData(const ZipArchive& archive, ArchiveBytes& bytes) {
+    for (const ZipItem& item : archive.items()) {
+        if (!item.hasDescriptor || isLarge(item)) continue;
+        try {
+            refuseItemsInData(archive, item, bytes);
+        } catch (const Exception& fault) {
+            throw ZipRefusal(ZipRule::Hidden, fault.what());
+        }
+    }
+}
+
+void refuseItemsInLargeData(const ZipArchive& archive, const ZipItem& item) {
+    if (!item.hasDescriptor || !isLarge(item)) return;
+    aboutFile(archive.path(), [&] {
+        ArchiveBytes bytes(archive.file(), archive.stamp().size, 0);
+        refuseItemsInData(archive, item, bytes);
+    });
+}
+
+}  // namespace opc::zip

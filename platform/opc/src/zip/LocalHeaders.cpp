@@ -1,0 +1,185 @@
+#include "platform/opc/src/zip/Directory.hpp"
+
+#include <foundation/Shown.hpp>
+#include "platform/opc/src/zip/ItemChecks.hpp"
+#include "platform/opc/src/zip/ZipError.hpp"
+
+#include <algorithm>
+#include <array>
+
+namespace opc::zip {
+
+namespace {
+
+using namespace format;
+
+// The local header of one item and what follows its data, up to `limit`, where the next item or the
+// directory starts.
+class LocalHeaderCheck {
+public:
+    LocalHeaderCheck(ZipItem& item, std::uint64_t limit, ArchiveBytes& bytes,
+                     const fl::filesystem::path& file)
+        : item_(&item), limit_(limit), bytes_(&bytes), checks_(file, item) {}
+
+    void run() {
+        const Bytes header = readHeader();
+        const std::uint16_t flags = load16(header, local::kFlags);
+        checkNameAndMethod(header, flags);
+        checkSizes(header, (flags & flag::kDescriptor) != 0);
+        item_->dataOffset = item_->headerOffset + header.size();
+        if (item_->compressedSize > limit_ - item_->dataOffset) failOverlap();
+        item_->endOffset = item_->dataOffset + item_->compressedSize;
+        item_->hasDescriptor = (flags & flag::kDescriptor) != 0;
+        if (item_->hasDescriptor) item_->endOffset += descriptorSize();
+    }
+
+private:
+    [[noreturn]] void failOverlap() const {
+        checks_.failDamaged("reaches from offset " + std::to_string(item_->headerOffset) +
+                            " past offset " + std::to_string(limit_) +
+                            ", where the next item or the directory starts");
+    }
+    [[noreturn]] void failContradiction(const char* what) const {
+        checks_.failDamaged("its local header at offset " + std::to_string(item_->headerOffset) +
+                            " contradicts the directory: another " + what);
+    }
+
+    Bytes readHeader() {
+        const std::uint64_t room = limit_ - item_->headerOffset;
+        if (room < local::kHeaderSize) failOverlap();
+        Bytes header = bytes_->at(item_->headerOffset, local::kHeaderSize, limit_);
+        if (load32(header, 0) != local::kSignature) {
+            checks_.failDamaged("there is no local header at offset " +
+                                std::to_string(item_->headerOffset) +
+                                ", where the directory says it is");
+        }
+        const std::size_t size = local::kHeaderSize + load16(header, local::kNameLength) +
+                                 load16(header, local::kExtraLength);
+        if (size > room) failOverlap();
+        return bytes_->at(item_->headerOffset, size, limit_);
+    }
+
+    void checkNameAndMethod(Bytes header, std::uint16_t flags) const {
+        const std::string_view name =
+            asText(header.subspan(local::kHeaderSize, load16(header, local::kNameLength)));
+        if (name != item_->name) {
+            failContradiction(
+                ("name, \"" + foundation::shown(displayName(name, item_->nameIsUtf8)) + "\"")
+                    .c_str());
+        }
+        checks_.refuseEncryption(flags);
+        if (Method{load16(header, local::kMethod)} != item_->method) failContradiction("method");
+        // Plain ASCII is the same text either way.
+        const bool isAscii =
+            std::none_of(name.begin(), name.end(), [](char c) { return c & 0x80; });
+        if (((flags & flag::kUtf8) != 0) != item_->nameIsUtf8 && !isAscii) {
+            failContradiction("encoding of the name");
+        }
+    }
+
+    // With a descriptor the fields may be left empty, but when they are not they count.
+    void checkSizes(Bytes header, bool hasDescriptor) const {
+        const auto agrees = [&](std::uint64_t here, std::uint64_t there) {
+            return here == there || (hasDescriptor && here == 0);
+        };
+        const auto [size, compressedSize] = readSizes(header, hasDescriptor);
+        if (!agrees(load32(header, local::kCrc), item_->crc32)) failContradiction("checksum");
+        if (!agrees(size, item_->size)) failContradiction("size");
+        if (!agrees(compressedSize, item_->compressedSize)) failContradiction("compressed size");
+    }
+
+    // The size and the compressed size; a local zip64 field holds both, in this order.
+    std::array<std::uint64_t, 2> readSizes(Bytes header, bool hasDescriptor) const {
+        std::array<std::uint64_t, 2> sizes{load32(header, local::kSize),
+                                           load32(header, local::kCompressedSize)};
+        const std::size_t nameEnd = local::kHeaderSize + item_->name.size();
+        const Bytes zip64 = checks_.checkExtraFields(header.subspan(nameEnd));
+        if (zip64.empty()) return sizes;
+        if (zip64.size() < 2 * sizeof(std::uint64_t)) {
+            checks_.failDamaged("has a zip64 field in its local header that is too short");
+        }
+        for (std::size_t i = 0; i < sizes.size(); ++i) {
+            const std::uint64_t wide = load64(zip64, i * sizeof(std::uint64_t));
+            // A field that nothing refers to must not say anything else either.
+            const bool isIdle = sizes[i] != kInZip64_32 && hasDescriptor && wide == 0;
+            if (!isIdle && sizes[i] != kInZip64_32 && sizes[i] != wide) failContradiction("size");
+            if (!isIdle) sizes[i] = wide;
+        }
+        return sizes;
+    }
+
+    // Four forms are in use; the one that holds the right numbers is meant. The longest first: a
+    // shorter one may match the front of it.
+    std::size_t descriptorSize() const {
+        const std::size_t room =
+            std::min<std::uint64_t>(limit_ - item_->endOffset, descriptor::kLargest);
+        if (room >= descriptor::kSmallest) {
+            const Bytes found = bytes_->at(item_->endOffset, room, limit_);
+            for (const bool isWide : {true, false}) {
+                for (const bool isSigned : {true, false}) {
+                    const std::string form = descriptorForm(isWide, isSigned);
+                    if (asText(found).starts_with(form)) return form.size();
+                }
+            }
+        }
+        checks_.failDamaged("has no data descriptor behind its data, at offset " +
+                            std::to_string(item_->endOffset) + ", that agrees with the directory");
+    }
+
+    std::string descriptorForm(bool isWide, bool isSigned) const {
+        std::string form;
+        if (isSigned) append(form, descriptor::kSignature);
+        append(form, item_->crc32);
+        for (const std::uint64_t size : {item_->compressedSize, item_->size}) {
+            if (isWide) append(form, size);
+            if (!isWide) append(form, static_cast<std::uint32_t>(size));
+        }
+        return form;
+    }
+
+    ZipItem* item_;
+    std::uint64_t limit_;
+    ArchiveBytes* bytes_;
+    ItemChecks checks_;
+};
+
+// Bytes between items do no harm unless a program that reads the file from the front would find
+// another item there.
+void refuseHiddenItem(std::uint64_t from, std::uint64_t to, ArchiveBytes& bytes,
+                      const fl::filesystem::path& file) {
+    const auto found = bytes.find(local::kSignature, from, to);
+    if (!found) return;
+    refuseZip(ZipRule::Hidden, file,
+              "there is an item at offset " + std::to_string(*found) +
+                  " that the directory does not list: readers could see two different packages" +
+                  kGetAgain);
+}
+
+}  // namespace
+
+void checkLocalHeaders(std::vector<ZipItem>& items, std::uint64_t directoryOffset,
+                       ArchiveBytes& bytes, const fl::filesystem::path& file) {
+    const auto isBefore = [](const ZipItem& a, const ZipItem& b) {
+        return a.headerOffset < b.headerOffset;
+    };
+    if (!std::is_sorted(items.begin(), items.end(), isBefore)) {
+        std::stable_sort(items.begin(), items.end(), isBefore);
+    }
+    std::uint64_t end = 0;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        ZipItem& item = items[i];
+        if (item.headerOffset > directoryOffset) {
+            ItemChecks(file, item)
+                .failDamaged("stands at offset " + std::to_string(item.headerOffset) +
+                             ", behind the start of the directory");
+        }
+        refuseHiddenItem(end, item.headerOffset, bytes, file);
+        const bool isLast = i + 1 == items.size();
+        const std::uint64_t next = isLast ? directoryOffset : items[i + 1].headerOffset;
+        LocalHeaderCheck(item, std::min(next, directoryOffset), bytes, file).run();
+        end = item.endOffset;
+    }
+    refuseHiddenItem(end, directoryOffset, bytes, file);
+}
+
+}  // namespace opc::zip

@@ -1,0 +1,213 @@
+#include "platform/opc/src/zip/NewArchive.hpp"
+
+#include <opc/Exception.hpp>
+
+#include "platform/opc/src/zip/Directory.hpp"
+#include "platform/opc/src/zip/EndRecords.hpp"
+#include "platform/opc/src/zip/NameIndex.hpp"
+#include "platform/opc/src/zip/ZipError.hpp"
+
+#include <algorithm>
+#include <iterator>
+#include <stdexcept>
+
+namespace opc::zip {
+
+NewArchive::NewArchive(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name,
+                       std::shared_ptr<const ZipArchive> base)
+    : target_(&target),
+      name_(&name),
+      base_(std::move(base)),
+      file_(std::make_shared<NewFile>(target, name)) {}
+
+// What stands in front of the base's first item, such as a program that unpacks the file.
+std::uint64_t NewArchive::frontSize() const noexcept {
+    return base_ && !base_->items().empty() ? base_->items().front().headerOffset : 0;
+}
+
+// Nothing stands in front of it, so it can only be missing at the very start.
+void NewArchive::appendFront() {
+    if (file_->tail() == 0 && frontSize() != 0) file_->appendFrom(base_->file(), 0, frontSize());
+}
+
+// A range starts at the first item's header and ends behind the last one's data, so gaps between
+// items are left out. The first range starts at the front of both files if it has the first item:
+// then a file system that shares blocks has nothing to copy but the last one.
+void NewArchive::appendKept(const std::vector<const ZipItem*>& items) {
+    for (std::size_t i = 0; i < items.size();) {
+        const bool isFirst = file_->tail() == 0 && items[i]->headerOffset == frontSize();
+        if (!isFirst) appendFront();
+        const std::uint64_t from = isFirst ? 0 : items[i]->headerOffset;
+        const std::uint64_t to = file_->tail();
+        std::uint64_t end = items[i]->headerOffset;
+        for (; i < items.size() && items[i]->headerOffset == end; ++i) {
+            end = items[i]->endOffset;
+            placed_[to + items[i]->headerOffset - from] = {to + end - from, items[i], nullptr};
+        }
+        file_->appendFrom(base_->file(), from, end - from);
+    }
+}
+
+void NewArchive::append(NewItem& item) {
+    appendFront();
+    const std::uint64_t begin = file_->tail();
+    std::string header = format::localHeader(item.recordAt(begin), format::SizeRoom::Exact);
+    const std::size_t headerSize = header.size();
+    if (const auto* memory = std::get_if<NewItem::InMemory>(&item.content)) {
+        file_->append(format::asBytes(header.append(format::asText((*memory)->bytes()))));
+    } else {
+        file_->append(format::asBytes(header));
+        const auto& scratch = std::get<NewItem::InScratchFile>(item.content);
+        file_->appendFrom(scratch.file->file(), scratch.offset, item.compressedSize);
+    }
+    placeFresh(item, begin, headerSize);
+}
+
+void NewArchive::startItem(const NewItem& item) {
+    appendFront();
+    writingFrom_ = file_->tail();
+    // As long as the final header will be, whatever its numbers.
+    writingHeader_ = format::localHeader(item.recordAt(0), format::SizeRoom::Growing).size();
+    file_->reserve(writingHeader_);
+    isWriting_ = true;
+}
+
+void NewArchive::endItem(NewItem& item) {
+    const std::string header =
+        format::localHeader(item.recordAt(writingFrom_), format::SizeRoom::Growing);
+    file_->writeAt(format::asBytes(header), writingFrom_);
+    placeFresh(item, writingFrom_, writingHeader_);
+    isWriting_ = false;
+}
+
+void NewArchive::cancelItem() noexcept {
+    if (!isWriting_) return;
+    isWriting_ = false;
+    cutAt(writingFrom_);
+}
+
+void NewArchive::cutAt(std::uint64_t offset) noexcept {
+    try {
+        file_->cutAt(offset);
+    } catch (...) {
+        // The bytes are a gap now, which finish() closes. There may be no memory for the Exception.
+    }
+}
+
+void NewArchive::placeFresh(NewItem& item, std::uint64_t begin, std::size_t headerSize) {
+    item.content = NewItem::InNewFile{file_, begin + headerSize};
+    placed_[begin] = {begin + headerSize + item.compressedSize, nullptr, &item};
+}
+
+void NewArchive::dropPlaced(PlacedItems::const_iterator dropped) noexcept {
+    const auto [begin, placed] = *dropped;
+    placed_.erase(dropped);
+    if (placed.end == file_->tail()) cutAt(begin);
+}
+
+// Only large items of the base are placed early enough to be dropped: they can be looked through.
+void NewArchive::drop(const ZipItem& item) noexcept {
+    const auto found = std::find_if(placed_.begin(), placed_.end(),
+                                    [&](const auto& each) { return each.second.kept == &item; });
+    if (found != placed_.end()) dropPlaced(found);
+}
+
+// The header of an item is in front of its data, and the next item, if any, begins behind that.
+void NewArchive::drop(const NewItem& item) noexcept {
+    const auto* const content = std::get_if<NewItem::InNewFile>(&item.content);
+    if (!content) return;
+    const auto found = placed_.lower_bound(content->dataOffset);
+    if (found == placed_.begin() || std::prev(found)->second.fresh != &item) return;
+    dropPlaced(std::prev(found));
+}
+
+bool NewArchive::hasGaps() const {
+    std::uint64_t end = frontSize();
+    for (const auto& [begin, placed] : placed_) {
+        if (begin != end) return true;
+        end = placed.end;
+    }
+    return end != file_->tail();
+}
+
+// Into another new file, in the same order; the old one can still be read by streams.
+void NewArchive::closeGaps() {
+    const auto placed = std::exchange(placed_, {});
+    const auto old = file_;
+    old->abandon();
+    file_ = std::make_shared<NewFile>(*target_, *name_);
+    for (auto at = placed.begin(); at != placed.end();) {
+        std::vector<const ZipItem*> kept;
+        for (; at != placed.end() && at->second.kept; ++at)
+            kept.push_back(at->second.kept);
+        appendKept(kept);
+        for (; at != placed.end() && at->second.fresh; ++at) {
+            appendFront();
+            NewItem& item = *at->second.fresh;
+            const std::uint64_t begin = file_->tail();
+            const std::uint64_t size = at->second.end - at->first;
+            file_->appendFrom(old->file(), at->first, size);
+            placeFresh(item, begin, size - item.compressedSize);
+        }
+    }
+}
+
+void NewArchive::refuseZip64(bool isNeeded, bool allowZip64) const {
+    if (!isNeeded || allowZip64) return;
+    throwZipError(*name_,
+                  "would need the zip64 extensions (for 4 GiB or 65,535 items), which the program "
+                  "does not allow");
+}
+
+std::string NewArchive::directory(bool allowZip64) const {
+    std::string records;
+    for (const auto& [begin, placed] : placed_) {
+        if (placed.fresh) {
+            const format::ItemRecord record = placed.fresh->recordAt(begin);
+            refuseZip64(format::needsZip64(record), allowZip64);
+            records += format::centralRecord(record);
+        } else {
+            const format::ItemRecord record{.compressedSize = placed.kept->compressedSize,
+                                            .size = placed.kept->size,
+                                            .offset = begin};
+            refuseZip64(format::needsZip64(record), allowZip64);
+            records += format::movedCentralRecord(placed.kept->directoryRecord, begin);
+        }
+    }
+    return records;
+}
+
+fl::filesystem::FileStamp NewArchive::finish(bool allowZip64) {
+    if (hasGaps()) closeGaps();
+    appendFront();
+    std::string records;
+    try {
+        records = directory(allowZip64);
+    } catch (const std::length_error& error) {
+        throwZipError(*name_, error.what());
+    }
+    const format::DirectoryRecord record{placed_.size(), records.size(), file_->tail()};
+    refuseZip64(format::needsZip64(record), allowZip64);
+    const std::string ends = format::endRecords(record, base_ ? base_->comment() : "");
+    file_->append(format::asBytes(records + ends));
+    requireOpening(records);
+    return file_->commit();
+}
+
+// What a reader would refuse is refused now, since later would be too late. The data of an item may
+// hold what could be taken for another end record.
+void NewArchive::requireOpening(const std::string& directory) const {
+    try {
+        aboutFile(*name_, [&] {
+            ArchiveBytes bytes(file_->file(), file_->tail(), kEndSearch);
+            readArchiveEnd(bytes, *name_);
+        });
+        const auto items = readDirectory(directory, placed_.size(), *name_);
+        NameIndex(items, *name_).addResolvedNames(*name_);
+    } catch (const Exception& fault) {
+        throwZipError(*name_, std::string("was not saved, since it could not be opened again: ") +
+                                  fault.what());
+    }
+}
+
+}  // namespace opc::zip

@@ -1,0 +1,92 @@
+#include "platform/opc/src/zip/NewFile.hpp"
+
+#include "platform/opc/src/zip/ZipError.hpp"
+
+#include <algorithm>
+
+namespace opc::zip {
+
+namespace {
+
+constexpr std::size_t kMostGathered = std::size_t{256} << 10;
+// The disk works on one piece while the next is made, and the fsync of a commit waits for the last.
+constexpr std::uint64_t kPiece = std::uint64_t{8} << 20;
+
+}  // namespace
+
+NewFile::NewFile(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name)
+    : name_(name),
+      replacement_(aboutTarget([&] { return fl::filesystem::ReplacementFile(target); })) {}
+
+void NewFile::append(std::span<const std::byte> bytes) {
+    if (gathered_.size() + bytes.size() > kMostGathered) writeGathered();
+    if (bytes.size() >= kMostGathered) {
+        writeAt(bytes, tail_);
+    } else {
+        gathered_.insert(gathered_.end(), bytes.begin(), bytes.end());
+    }
+    grow(bytes.size());
+}
+
+// Whole pieces only, so that no block is written twice.
+void NewFile::grow(std::uint64_t size) {
+    tail_ += size;
+    const std::uint64_t end = (tail_ - gathered_.size()) / kPiece * kPiece;
+    if (end <= onItsWay_) return;
+    aboutFile(name_, [&] { replacement_.file().startWriteback(onItsWay_, end - onItsWay_); });
+    onItsWay_ = end;
+}
+
+void NewFile::writeGathered() const {
+    if (gathered_.empty()) return;
+    aboutFile(name_, [&] { replacement_.file().writeAt(gathered_, tail_ - gathered_.size()); });
+    gathered_.clear();
+}
+
+void NewFile::appendFrom(const fl::filesystem::FileDescriptor& source, std::uint64_t offset,
+                         std::uint64_t size) {
+    writeGathered();
+    std::uint64_t done = aboutFile(
+        name_, [&] { return replacement_.file().shareFrom(source, offset, size, tail_); });
+    tail_ += done;  // shared blocks have been written already
+    while (done < size) {
+        const std::uint64_t piece = std::min(size - done, kPiece);
+        aboutFile(name_,
+                  [&] { replacement_.file().copyFrom(source, offset + done, piece, tail_); });
+        grow(piece);
+        done += piece;
+    }
+}
+
+void NewFile::reserve(std::size_t size) {
+    writeGathered();
+    tail_ += size;
+}
+
+void NewFile::writeAt(std::span<const std::byte> bytes, std::uint64_t offset) {
+    writeGathered();
+    aboutFile(name_, [&] { replacement_.file().writeAt(bytes, offset); });
+}
+
+void NewFile::cutAt(std::uint64_t offset) {
+    writeGathered();
+    aboutFile(name_, [&] { replacement_.file().truncate(offset); });
+    tail_ = offset;
+    onItsWay_ = std::min(onItsWay_, offset);
+}
+
+fl::filesystem::FileStamp NewFile::commit() {
+    writeGathered();
+    return aboutTarget([&] { return replacement_.commit(); });
+}
+
+const fl::filesystem::FileDescriptor& NewFile::file() const {
+    writeGathered();
+    return replacement_.file();
+}
+
+std::size_t NewFile::readAt(std::span<std::byte> buffer, std::uint64_t offset) const {
+    return file().readAt(buffer, offset);
+}
+
+}  // namespace opc::zip

@@ -1,0 +1,171 @@
+#include <opc/ZipArchive.hpp>
+
+#include <opc/Exception.hpp>
+
+#include <foundation/Shown.hpp>
+
+#include "platform/opc/src/zip/ArchiveBytes.hpp"
+#include "platform/opc/src/zip/Directory.hpp"
+#include "platform/opc/src/zip/EndRecords.hpp"
+#include "platform/opc/src/zip/ItemInput.hpp"
+#include "platform/opc/src/zip/ItemsInData.hpp"
+#include "platform/opc/src/zip/NameIndex.hpp"
+#include "platform/opc/src/zip/Salvage.hpp"
+#include "platform/opc/src/zip/ZipError.hpp"
+
+#include <optional>
+
+namespace opc::zip {
+
+namespace {
+
+// Far beyond any package, and no more than a machine can hold.
+constexpr std::uint64_t kLargestDirectory = std::uint64_t{1} << 30;
+
+fl::filesystem::FileDescriptor openFile(const fl::filesystem::path& file) {
+    try {
+        return fl::filesystem::FileDescriptor::openForReading(file);
+    } catch (const std::system_error& error) {
+        if (error.code() != std::errc::no_such_file_or_directory) throw;
+        throw model::PackageNotFound(foundation::shown(file) + ": there is no such file");
+    }
+}
+
+}  // namespace
+
+ZipRefusal::ZipRefusal(ZipRule rule, const std::string& message)
+    : Exception(message), rule_(rule) {}
+ZipRefusal::~ZipRefusal() = default;
+
+std::string ZipItem::displayName() const {
+    return zip::displayName(name, nameIsUtf8);
+}
+
+struct ZipArchive::State final : ByteSource {
+    explicit State(const fl::filesystem::path& name)
+        : path(name), file(openFile(name)), stamp(file.stamp()) {}
+
+    std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override {
+        return file.readAt(buffer, offset);
+    }
+
+    void read(ArchiveBytes& bytes);
+    // The directory alone, where it is whole.
+    std::optional<std::vector<ZipItem>> readDirectoryIfWhole();
+    void readDirectoryBytes(ArchiveBytes& bytes, const format::DirectoryRecord& record);
+
+    fl::filesystem::path path;
+    fl::filesystem::FileDescriptor file;
+    fl::filesystem::FileStamp stamp;
+    std::string directory;
+    std::vector<ZipItem> items;
+    NameIndex names;
+    std::string comment;
+    ArchiveBounds bounds;
+};
+
+void ZipArchive::State::read(ArchiveBytes& bytes) {
+    ArchiveEnd end = readArchiveEnd(bytes, path);
+    comment = std::move(end.comment);
+    bounds = {end.directory.offset, end.fileEnd};
+    readDirectoryBytes(bytes, end.directory);
+    items = readDirectory(directory, end.directory.count, path);
+    checkLocalHeaders(items, end.directory.offset, bytes, path);
+    names = NameIndex(items, path);
+    names.addResolvedNames(path);
+}
+
+std::optional<std::vector<ZipItem>> ZipArchive::State::readDirectoryIfWhole() {
+    try {
+        ArchiveBytes bytes(file, stamp.size, kEndSearch);
+        ArchiveEnd end = readArchiveEnd(bytes, path);
+        readDirectoryBytes(bytes, end.directory);
+        return readDirectory(directory, end.directory.count, path);
+    } catch (const Exception&) {
+        return std::nullopt;
+    }
+}
+
+void ZipArchive::State::readDirectoryBytes(ArchiveBytes& bytes,
+                                           const format::DirectoryRecord& record) {
+    if (record.size > kLargestDirectory) {
+        refuseZip(ZipRule::Directory, path,
+                  "has a directory of " + std::to_string(record.size) +
+                      " bytes; the most that is supported is " + std::to_string(kLargestDirectory));
+    }
+    directory.resize(record.size);
+    bytes.copy(record.offset, std::as_writable_bytes(std::span(directory)));
+}
+
+ZipArchive::ZipArchive(std::shared_ptr<const State> state) : state_(std::move(state)) {}
+ZipArchive::~ZipArchive() = default;
+
+std::shared_ptr<const ZipArchive> ZipArchive::open(const fl::filesystem::path& file) {
+    return aboutFile(file, [&] {
+        auto state = std::make_shared<State>(file);
+        ArchiveBytes bytes(state->file, state->stamp.size, kEndSearch);
+        state->read(bytes);
+        std::shared_ptr<const ZipArchive> archive(new ZipArchive(std::move(state)));
+        refuseItemsInSmallData(*archive, bytes);
+        return archive;
+    });
+}
+
+std::shared_ptr<const ZipArchive> ZipArchive::salvage(const fl::filesystem::path& file,
+                                                      std::vector<LostItem>& lost) {
+    return aboutFile(file, [&] {
+        auto state = std::make_shared<State>(file);
+        auto listed = state->readDirectoryIfWhole();
+        const SalvageSource source{state, state->stamp.size, &state->path};
+        state->items = salvageItems(source, std::move(listed), lost);
+        state->names = NameIndex(state->items, state->path);
+        return std::shared_ptr<const ZipArchive>(new ZipArchive(std::move(state)));
+    });
+}
+
+const std::vector<ZipItem>& ZipArchive::items() const noexcept {
+    return state_->items;
+}
+
+const std::vector<const ZipItem*>& ZipArchive::itemsByName() const noexcept {
+    return state_->names.inOrder();
+}
+
+const ZipItem* ZipArchive::find(std::string_view name) const noexcept {
+    const ZipItem* found = state_->names.find(name);
+    return found && found->name == name ? found : nullptr;
+}
+
+const ZipItem* ZipArchive::findSimilar(std::string_view name) const {
+    return state_->names.findSimilar(name);
+}
+
+std::unique_ptr<InputStream> ZipArchive::read(const ZipItem& item) const {
+    return openItem({.source = state_,
+                     .offset = item.dataOffset,
+                     .method = item.method,
+                     .crc32 = item.crc32,
+                     .compressedSize = item.compressedSize,
+                     .size = item.size,
+                     .hasDescriptor = item.hasDescriptor,
+                     .file = state_->path,
+                     .name = item.displayName()});
+}
+
+const std::string& ZipArchive::comment() const noexcept {
+    return state_->comment;
+}
+const ArchiveBounds& ZipArchive::bounds() const noexcept {
+    return state_->bounds;
+}
+const fl::filesystem::path& ZipArchive::path() const noexcept {
+    return state_->path;
+}
+const fl::filesystem::FileDescriptor& ZipArchive::file() const noexcept {
+    return state_->file;
+}
+const fl::filesystem::FileStamp& ZipArchive::stamp() const noexcept {
+    return state_->stamp;
+}
+
+}  // namespace opc::zip

@@ -1,0 +1,63 @@
+#include "platform/opc/src/zip/ZipError.hpp"
+
+#include <opc/Exception.hpp>
+
+#include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
+
+#include <algorithm>
+
+namespace opc::zip {
+
+namespace {
+
+// The upper half of code page 437, which names are in when they do not say UTF-8.
+constexpr char16_t kCodePage437[] =
+    u"ÇüéâäàåçêëèïîìÄÅÉæÆôöòûùÿÖÜ¢£¥₧ƒáíóúñÑªº¿⌐¬½¼¡«»░▒▓│┤╡╢╖╕╣║╗╝╜╛┐"
+    u"└┴┬├─┼╞╟╚╔╩╦╠═╬╧╨╤╥╙╘╒╓╫╪┘┌█▄▌▐▀αßΓπΣσµτΦΘΩδ∞φε∩≡±≥≤⌠⌡÷≈°∙·√ⁿ²■\u00A0";
+static_assert(std::size(kCodePage437) == 128 + 1);
+
+bool isAscii(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
+}
+
+std::string fromCodePage437(std::string_view name) {
+    std::u16string text;
+    for (const char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        text += byte < 0x80 ? static_cast<char16_t>(byte) : kCodePage437[byte - 0x80];
+    }
+    return fl::i18n::ustring_to_utf8(text);
+}
+
+}  // namespace
+
+void throwZipError(const fl::filesystem::path& file, const std::string& what) {
+    throw Exception(foundation::shown(file) + ": " + what);
+}
+
+void throwItemError(const fl::filesystem::path& file, const std::string& item,
+                    const std::string& what) {
+    throwZipError(file, foundation::shown(item) + ": " + what);
+}
+
+void refuseZip(ZipRule rule, const fl::filesystem::path& file, const std::string& what) {
+    throw ZipRefusal(rule, foundation::shown(file) + ": " + what);
+}
+
+void refuseItem(ZipRule rule, const fl::filesystem::path& file, const std::string& item,
+                const std::string& what) {
+    refuseZip(rule, file, foundation::shown(item) + ": " + what);
+}
+
+void throwAsException(const std::system_error& error) {
+    throw Exception(error.what());
+}
+
+std::string displayName(std::string_view name, bool isUtf8) {
+    if (isAscii(name)) return std::string(name);
+    if (!isUtf8) return fromCodePage437(name);
+    return fl::i18n::to_display(fl::i18n::utf8_to_ustring(name));
+}
+
+}  // namespace opc::zip

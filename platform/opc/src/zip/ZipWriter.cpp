@@ -1,0 +1,283 @@
+#include "platform/opc/src/zip/ZipWriter.hpp"
+
+#include <opc/Exception.hpp>
+
+#include <foundation/Shown.hpp>
+
+#include <unistd.h>
+
+#include "platform/opc/src/zip/ItemOutput.hpp"
+#include "platform/opc/src/zip/ItemsInData.hpp"
+#include "platform/opc/src/zip/WriterState.hpp"
+#include "platform/opc/src/zip/ZipError.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace opc::zip {
+
+namespace {
+
+// Items of the base from this size on are taken over before a large new one is written, so that they
+// stay in front of it; smaller ones come behind, where replacing them is cheap.
+constexpr std::uint64_t kLarge = std::uint64_t{1} << 20;
+// All encoded items that wait together; past this they go into the new file as they are completed.
+constexpr std::uint64_t kMostInMemory = std::uint64_t{8} << 20;
+
+}  // namespace
+
+ZipWriter::State::State(const fl::filesystem::path& target, std::shared_ptr<const ZipArchive> base,
+                        bool allowZip64)
+    : path_(target),
+      target_(aboutTarget([&] { return fl::filesystem::SaveTarget(target); })),
+      base_(std::move(base)),
+      allowZip64_(allowZip64),
+      process_(::getpid()) {
+    if (!base_) return;
+    target_.expect(base_->stamp());
+    fates_.resize(base_->items().size(), Fate::Waiting);
+}
+
+void ZipWriter::State::checkOpen() const {
+    if (isClosed_)
+        throwZipError(path_, "has been saved or closed already; open it again to change it");
+    // Both processes would write into one new file.
+    if (::getpid() != process_) {
+        throwZipError(path_,
+                      "was opened before this process was forked; open it again to change it");
+    }
+}
+
+std::size_t ZipWriter::State::indexOf(const ZipItem& item) const noexcept {
+    return static_cast<std::size_t>(&item - base_->items().data());
+}
+
+const ZipItem* ZipWriter::State::findKept(std::string_view name) const noexcept {
+    const ZipItem* item = base_ ? base_->find(name) : nullptr;
+    return item && fates_[indexOf(*item)] != Fate::Lost ? item : nullptr;
+}
+
+const NewItem* ZipWriter::State::findSet(std::string_view name) const {
+    const auto found = items_.find(name);
+    return found != items_.end() && found->second->name == name ? found->second.get() : nullptr;
+}
+
+bool ZipWriter::State::isSet(std::string_view name) const {
+    return findSet(name) != nullptr;
+}
+
+// What would be written could not be opened again.
+void ZipWriter::State::refuseSimilarName(std::string_view name) const {
+    const auto refuse = [&](std::string_view taken, bool isUtf8) {
+        throwItemError(path_, displayName(name, true),
+                       "some readers would take it for \"" +
+                           foundation::shown(displayName(taken, isUtf8)) +
+                           "\", which the file has; choose another name or remove that item");
+    };
+    const ZipItem* kept = base_ ? base_->findSimilar(name) : nullptr;
+    if (kept && kept->name != name && fates_[indexOf(*kept)] != Fate::Lost) {
+        refuse(kept->name, kept->nameIsUtf8);
+    }
+    const auto set = items_.find(name);
+    if (set != items_.end() && set->second->name != name) refuse(set->second->name, true);
+}
+
+std::unique_ptr<OutputStream> ZipWriter::State::set(std::string_view name,
+                                                    const ItemOptions& options) {
+    checkOpen();
+    refuseSimilarName(name);
+    if (name.size() > format::kInZip64_16 || name.find('\0') != name.npos) {
+        throwItemError(path_, displayName(name, true), "is no name that a zip file can hold");
+    }
+    return std::make_unique<ItemOutput>(shared_from_this(), std::string(name), options);
+}
+
+void ZipWriter::State::loseKept(std::string_view name) noexcept {
+    const ZipItem* item = findKept(name);
+    if (!item) return;
+    if (fateOf(*item) == Fate::Placed) archive_->drop(*item);
+    fateOf(*item) = Fate::Lost;
+    hasLostKept_ = true;
+}
+
+void ZipWriter::State::remove(std::string_view name) {
+    checkOpen();
+    loseKept(name);
+    const auto found = items_.find(name);
+    if (found == items_.end() || found->second->name != name) return;
+    forgetContent(*found->second);
+    items_.erase(found);
+}
+
+std::unique_ptr<InputStream> ZipWriter::State::read(std::string_view name) const {
+    checkOpen();
+    if (const NewItem* item = findSet(name)) return openItem(item->contentIn(path_));
+    if (const ZipItem* item = findKept(name)) return base_->read(*item);
+    throwItemError(path_, displayName(name, true), "there is no such item");
+}
+
+// Takes over the items of the base that `wanted` accepts and that wait. Where that fails they wait on.
+template <class Wanted>
+void ZipWriter::State::placeKept(NewArchive& archive, Wanted wanted) {
+    if (!base_) return;
+    std::vector<const ZipItem*> items;
+    for (const ZipItem& item : base_->items()) {
+        if (fateOf(item) == Fate::Waiting && wanted(item)) items.push_back(&item);
+    }
+    archive.appendKept(items);
+    for (const ZipItem* const item : items)
+        fateOf(*item) = Fate::Placed;
+}
+
+// `firstName` is the item that is going to be written.
+void ZipWriter::State::openArchive(std::string_view firstName) {
+    if (archive_) return;
+    auto archive = std::make_unique<NewArchive>(target_, path_, base_);
+    const ZipItem* replaced = findKept(firstName);
+    placeKept(*archive, [&](const ZipItem& item) {
+        return item.compressedSize >= kLarge && (!replaced || &item < replaced);
+    });
+    archive_ = std::move(archive);
+}
+
+NewArchive* ZipWriter::State::claimEnd(const NewItem& item) {
+    openArchive(item.name);
+    if (archive_->isWriting()) return nullptr;
+    archive_->startItem(item);
+    return archive_.get();
+}
+
+fl::filesystem::FileDescriptor ZipWriter::State::createScratchFile() const {
+    return aboutTarget([this] { return target_.createScratchFile(); });
+}
+
+// All that can fail comes first, so that a failure leaves everything as it was.
+void ZipWriter::State::complete(NewItem item) {
+    auto completed = std::make_unique<NewItem>(std::move(item));
+    const auto [slot, isNew] = items_.try_emplace(completed->name);
+    try {
+        settle(*completed);
+    } catch (...) {
+        if (isNew) items_.erase(slot);
+        throw;
+    }
+    enter(slot->second, std::move(completed));
+}
+
+// Writes what belongs into the new file now: the header of an item that has been written there, and
+// small ones when too many of them wait in memory.
+void ZipWriter::State::settle(NewItem& item) {
+    if (std::holds_alternative<NewItem::InNewFile>(item.content)) return archive_->endItem(item);
+    if (!std::holds_alternative<NewItem::InMemory>(item.content)) return;
+    if (inMemory_ + item.compressedSize <= kMostInMemory) {
+        inMemory_ += item.compressedSize;
+    } else if (archive_ && archive_->isWriting()) {
+        moveToScratchFile(item);
+    } else {
+        openArchive(item.name);
+        archive_->append(item);
+    }
+}
+
+// All behind each other in one file, since there may be more of them than descriptors.
+void ZipWriter::State::moveToScratchFile(NewItem& item) {
+    if (!overflow_) overflow_ = std::make_shared<FileSource>(createScratchFile());
+    const auto bytes = std::get<NewItem::InMemory>(item.content)->bytes();
+    aboutFile(path_, [&] { overflow_->write(bytes, overflowSize_); });
+    overflowSize_ += bytes.size();
+    item.content = NewItem::InScratchFile{overflow_, overflowSize_ - item.compressedSize};
+}
+
+// Puts the item where an earlier one of its name was, or behind all others.
+void ZipWriter::State::enter(std::unique_ptr<NewItem>& slot,
+                             std::unique_ptr<NewItem> item) noexcept {
+    loseKept(item->name);
+    if (slot) forgetContent(*slot);
+    item->turn = slot ? slot->turn : nextTurn_++;
+    slot = std::move(item);
+}
+
+std::vector<NewItem*> ZipWriter::State::itemsInTurn() const {
+    std::vector<NewItem*> items;
+    items.reserve(items_.size());
+    for (const auto& [name, item] : items_)
+        items.push_back(item.get());
+    std::ranges::sort(items, {}, &NewItem::turn);
+    return items;
+}
+
+void ZipWriter::State::forgetContent(const NewItem& item) noexcept {
+    if (std::holds_alternative<NewItem::InMemory>(item.content)) inMemory_ -= item.compressedSize;
+    if (archive_) archive_->drop(item);
+}
+
+// The new file must not be two packages, whatever the old one was.
+void ZipWriter::State::refuseItemsInKept() const {
+    if (!base_) return;
+    for (const ZipItem& item : base_->items()) {
+        if (fates_[indexOf(item)] != Fate::Lost) refuseItemsInLargeData(*base_, item);
+    }
+}
+
+std::optional<fl::filesystem::FileStamp> ZipWriter::State::save() {
+    checkOpen();
+    if (!changed()) return std::nullopt;
+    refuseItemsInKept();
+    if (!archive_) archive_ = std::make_unique<NewArchive>(target_, path_, base_);
+    archive_->cancelItem();  // a stream that is still open has set nothing
+    placeKept(*archive_, [](const ZipItem&) { return true; });
+    for (NewItem* item : itemsInTurn()) {
+        if (!std::holds_alternative<NewItem::InNewFile>(item->content)) archive_->append(*item);
+    }
+    return archive_->finish(allowZip64_);
+}
+
+void ZipWriter::State::close() noexcept {
+    isClosed_ = true;
+    archive_.reset();
+}
+
+ZipWriter::ZipWriter(const fl::filesystem::path& target, std::shared_ptr<const ZipArchive> base,
+                     bool allowZip64)
+    : state_(std::make_shared<State>(target, std::move(base), allowZip64)) {}
+
+ZipWriter::~ZipWriter() {
+    state_->close();
+}
+
+bool ZipWriter::has(std::string_view name) const {
+    return state_->has(name);
+}
+bool ZipWriter::isSet(std::string_view name) const {
+    return state_->isSet(name);
+}
+bool ZipWriter::replacesFile() const noexcept {
+    return state_->replacesFile();
+}
+bool ZipWriter::changed() const noexcept {
+    return state_->changed();
+}
+void ZipWriter::remove(std::string_view name) {
+    state_->remove(name);
+}
+
+std::unique_ptr<OutputStream> ZipWriter::set(std::string_view name, const ItemOptions& options) {
+    return state_->set(name, options);
+}
+
+std::unique_ptr<InputStream> ZipWriter::read(std::string_view name) const {
+    return state_->read(name);
+}
+
+std::optional<fl::filesystem::FileStamp> ZipWriter::save() {
+    try {
+        const auto saved = state_->save();
+        state_->close();
+        return saved;
+    } catch (...) {
+        state_->close();
+        throw;
+    }
+}
+
+}  // namespace opc::zip
