@@ -4,7 +4,7 @@ import json
 import os
 import sys
 
-FOLDERS = ("metadata", "package", "textapp", "host", "platform", "tools")
+FOLDERS = ("metadata", "package", "textapp", "host", "platform", "app", "tools")
 GOALS = {"lines": 95, "branches": 85}  # per cent, of all but the tools
 
 

@@ -13,8 +13,8 @@
 #include <stdexcept>
 
 #ifdef QZ_TEST_QZAPP
-#include "tools/qzapp/Cleanup.hpp"
-#include "tools/qzapp/CommandLine.hpp"
+#include "tools/qzapp/cli/CommandLine.hpp"
+#include "tools/qzapp/cli/Signals.hpp"
 #endif
 
 namespace faults {

@@ -64,7 +64,7 @@ class Create(ToolTest):
         create = ["create", "a.kvpkg", "--code", "c.k", "--model", "c.k"]
         rows = [
             (create[:4], 'create: --model is required; see "qzapp create --help"'),
-            ([*create, "--set", "name=x"], f'--set: "name" is no metadata field; the fields are {FIELD_LIST}'),
+            ([*create, "--set", "name=x"], f'--set: unknown metadata field "name"; the fields are {FIELD_LIST}'),
             (["create", b"\xff.kvpkg", *create[2:]],
              "\ufffd.kvpkg: the file's name is not valid UTF-8 at byte 0; rename the file"),
             (["pack"], f'"pack" is no verb; the verbs are {VERBS}; see "qzapp --help"'),
@@ -98,7 +98,7 @@ class Create(ToolTest):
     def test_metadata_files_are_judged_field_by_field(self):
         self.write("c.k", "x")
         rows = [
-            ('{"name": "x"}', f'"name" is no metadata field; the fields are {FIELD_LIST}'),
+            ('{"name": "x"}', f'unknown metadata field "name"; the fields are {FIELD_LIST}'),
             ('{"Name": "x", "Name": "x"}', '"Name" is given twice; give it once'),
             ('{"UserComponents": ["x", {}]}',
              '"UserComponents" must be an array of strings, found an object in the array'),

@@ -45,7 +45,7 @@ class Info(ReadTest):
                    "UserComponents=2")
         for field, text in (("Name", " x\ny\u0085\n"), ("UserComponents", "1\n2\n"), ("RequiredProducts", "")):
             self.assertEqual(self.ok("info", "--field", field, "a.kvpkg"), text)
-        self.fails(2, f'--field: "Nome" is no metadata field; the fields are {FIELD_LIST}',
+        self.fails(2, f'--field: unknown metadata field "Nome"; the fields are {FIELD_LIST}',
                    "info", "--field", "Nome", "a.kvpkg")
 
     def test_bad_files_do_not_stop_the_others(self):

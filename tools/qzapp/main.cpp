@@ -1,8 +1,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "tools/qzapp/Cleanup.hpp"
-#include "tools/qzapp/CommandLine.hpp"
+#include "tools/qzapp/cli/CommandLine.hpp"
+#include "tools/qzapp/cli/Signals.hpp"
 
 namespace {
 

@@ -1,0 +1,94 @@
+#include "app/AppFolder.hpp"
+
+#include <appserialization/Functions.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/Forms.hpp"
+
+namespace qzapp {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Any of the sections that a text app ends with.
+constexpr std::string_view kSectionMark = "[app:";
+
+// A source that cannot be read may be an app; reading it will tell why it cannot.
+bool holdsAppSections(const FileName& file) {
+    try {
+        return readBytes(file, kMaxContentBytes).find(kSectionMark) != std::string::npos;
+    } catch (const Error&) {
+        return true;
+    }
+}
+
+bool isSource(const std::string& name) {
+    return name.ends_with(".k");
+}
+
+bool mayBeApp(const fs::directory_entry& entry) {
+    std::error_code ignored;
+    if (!entry.is_regular_file(ignored)) return false;
+    const std::string name = entry.path().string();
+    // Also where only the case of the extension is wrong, which reading it will tell.
+    return name.ends_with(".kvpkg") || name.ends_with(".KVPKG") || isSource(name);
+}
+
+bool isHidden(const fs::path& path) {
+    return path.filename().string().starts_with('.');
+}
+
+// Adds what may be apps in one folder to `apps`, and its folders to `folders`.
+void list(const std::string& folder, std::vector<std::string>& folders,
+          std::vector<std::string>& apps) {
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+        if (isHidden(entry.path())) continue;
+        std::error_code ignored;
+        if (entry.is_directory(ignored) && !entry.is_symlink(ignored)) {
+            folders.push_back(entry.path().string());
+        } else if (mayBeApp(entry)) {
+            apps.push_back(entry.path().string());
+        }
+    }
+}
+
+}  // namespace
+
+bool isFolder(const std::string& name) {
+    std::error_code ignored;
+    return fs::is_directory(name, ignored);
+}
+
+std::vector<std::string> appsBelow(const FileName& folder, const Complain& complain) {
+    std::vector<std::string> apps;
+    std::vector<std::string> folders = {folder.bytes()};
+    while (!folders.empty()) {
+        const std::string next = std::move(folders.back());
+        folders.pop_back();
+        try {
+            list(next, folders, apps);
+        } catch (const fs::filesystem_error& e) {
+            complain(next + ": cannot be listed (" + e.code().message() +
+                     "); check its permissions");
+        }
+    }
+    std::sort(apps.begin(), apps.end());
+    return apps;
+}
+
+std::optional<FileName> openListed(const std::string& name) {
+    FileName file = hold(fileNamed(name));
+    if (isSource(name) && !holdsAppSections(file)) return std::nullopt;
+    return file;
+}
+
+}  // namespace qzapp

@@ -1,0 +1,83 @@
+#include "app/CodeAndModel.hpp"
+
+#include <appserialization/AppFileReader.hpp>
+#include <fl/i18n.hpp>
+#include <opc/Package.hpp>
+#include <quillcode/QuillCodeFileReader.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <vector>
+
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/Forms.hpp"
+#include "package/Layout.hpp"
+
+namespace qzapp {
+namespace {
+
+constexpr std::size_t kReadBytes = std::size_t{256} << 10;
+
+// What `get` makes of the model part.
+template <class Get>
+auto withModel(const FileName& file, Get get) {
+    return about(file, [&] {
+        const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
+        opc::model::Package package(zip);
+        package.open(opc::interfaces::OpenMode::Read);
+        const auto models =
+            package.getRelationshipsByType(appserialization::layout::kAppModelRelationship);
+        if (models.empty()) {
+            throw Error(file.shown,
+                        "has no relationship that leads to its model; \"qzapp check\" tells what "
+                        "can be saved");
+        }
+        return get(package.getTarget(models[0]));
+    });
+}
+
+// The package reader says only that it failed; the code library says why.
+foundation::ustring readPackagedCode(const FileName& file) {
+    try {
+        return appserialization::AppFileReader(file.native()).getKORVALCodeText();
+    } catch (const std::exception&) {
+        return quillcode::QuillCodeFileReader(file.native()).getKORVALCode();
+    }
+}
+
+}  // namespace
+
+std::string readCode(const FileName& file) {
+    if (formOf(file) == Form::Text) return readBytes(file, kMaxContentBytes);
+    return about(file, [&] { return fl::i18n::ustring_to_utf8(readPackagedCode(file)); });
+}
+
+std::unique_ptr<opc::InputStream> openModel(const FileName& file) {
+    return withModel(file, [](const opc::model::Part& model) { return model.getInputStream(); });
+}
+
+opc::model::PartName modelName(const FileName& file) {
+    return withModel(file, [](const opc::model::Part& model) { return model.getName(); });
+}
+
+void readToEnd(opc::InputStream& stream, const TakeBytes& take) {
+    std::vector<std::byte> buffer(kReadBytes);
+    while (const std::size_t count = stream.read(buffer))
+        take(std::span(buffer).first(count));
+}
+
+void readToEnd(const FileName& file, const TakeBytes& take) {
+    const auto opened = openFile(file);
+    about(file, [&] {
+        std::vector<std::byte> buffer(kReadBytes);
+        std::uint64_t offset = 0;
+        while (const std::size_t count = opened.readAt(buffer, offset)) {
+            take(std::span(buffer).first(count));
+            offset += count;
+        }
+    });
+}
+
+}  // namespace qzapp

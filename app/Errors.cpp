@@ -1,0 +1,71 @@
+#include "app/Errors.hpp"
+
+#include <fl/filesystem.hpp>
+#include <foundation/Shown.hpp>
+
+#include <exception>
+#include <new>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+namespace qzapp {
+namespace {
+
+// The ways in which the libraries spell the file's name.
+std::vector<std::string> spellings(const FileName& file) {
+    if (file.held) return {foundation::shown(file.path)};  // it has no other
+    std::vector<std::string> names;
+    const auto add = [&](const fl::filesystem::path& path) {
+        names.push_back(foundation::shown(path));
+    };
+    try {
+        add(fl::filesystem::canonical(file.path));
+    } catch (const std::system_error&) {
+        // A file that does not exist has no such name.
+    }
+    add(fl::filesystem::absolute(file.path));
+    add(file.path);
+    return names;
+}
+
+void replaceAll(std::string& text, const std::string& from, const std::string& to) {
+    if (from.empty() || from == to) return;
+    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
+        text.replace(at, from.size(), to);
+    }
+}
+
+void replaceSpellings(std::string& text, const FileName& file) {
+    for (const std::string& name : spellings(file))
+        replaceAll(text, name, file.shown);
+}
+
+// A library's message with the file called what the user calls it, and without it in front, where
+// Error puts it.
+std::string inUsersWords(const FileName& file, std::string text) {
+    for (const std::string& name : spellings(file)) {
+        const std::string prefix = name + ": ";
+        if (text.starts_with(prefix)) {
+            text.erase(0, prefix.size());
+        }
+    }
+    replaceSpellings(text, file);
+    return text;
+}
+
+}  // namespace
+
+void rethrowAbout(const FileName& file, const FileName* other) {
+    try {
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw Error(file.shown, "there is not enough memory for it");
+    } catch (const std::exception& e) {
+        std::string text = inUsersWords(file, e.what());
+        if (other != nullptr) replaceSpellings(text, *other);
+        throw Error(file.shown, text);
+    }
+}
+
+}  // namespace qzapp

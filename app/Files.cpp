@@ -1,0 +1,153 @@
+#include "app/Files.hpp"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+#include <fl/i18n.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <span>
+#include <system_error>
+#include <utility>
+
+#include "app/Errors.hpp"
+#include "app/Shown.hpp"
+#include "app/SignalsBlocked.hpp"
+
+namespace qzapp {
+namespace {
+
+using fl::filesystem::FileDescriptor;
+
+std::string whyNotOpened(const std::error_code& code) {
+    switch (code.value()) {
+        case ENOENT:
+        case ENOTDIR:
+            return "there is no such file; check the name";
+        case EISDIR:
+            return "is a directory; give the name of a file";
+        case EINVAL:
+        case ENXIO:
+            return "is not a regular file; copy its content into one";
+        case EACCES:
+            return "may not be read; check its permissions";
+        default:
+            return "cannot be opened (" + code.message() + ")";
+    }
+}
+
+[[noreturn]] void throwChanged(const FileName& file) {
+    throw Error(file.shown, "was changed while it was read; try again");
+}
+
+}  // namespace
+
+FileName fileNamed(const std::string& bytes) {
+    try {
+        return {bytes, fl::filesystem::path::fromBytes(bytes)};
+    } catch (const fl::i18n::ConversionError& e) {
+        throw Error(bytes,
+                    fmt::format("the file's name is not valid UTF-8 at byte {}; rename the file",
+                                e.index()));
+    }
+}
+
+FileDescriptor openFile(const FileName& file) {
+    try {
+        return FileDescriptor::openForReading(file.path);
+    } catch (const std::system_error& e) {
+        throw Error(file.shown, whyNotOpened(e.code()));
+    }
+}
+
+void requireFile(const FileName& file) {
+    static_cast<void>(openFile(file));
+}
+
+opc::FileKind kindOf(const FileName& file) {
+    const FileDescriptor opened = openFile(file);
+    return about(file, [&] {
+        std::array<std::byte, opc::FileKind::kStart> start;
+        return opc::FileKind::of(std::span(start).first(opened.readAt(start, 0)));
+    });
+}
+
+FileName hold(const FileName& file) {
+    FileDescriptor opened = openFile(file);
+    return about(file, [&] {
+        const auto stamp = opened.stamp();
+        const auto held = std::make_shared<HeldFile>(HeldFile{std::move(opened), stamp});
+        return FileName{file.shown, held->file.privateName(file.path.filename()), held};
+    });
+}
+
+void requireUnchanged(const FileName& file) {
+    if (!file.held || about(file, [&] { return file.held->file.stamp(); }) == file.held->stamp)
+        return;
+    throwChanged(file);
+}
+
+std::string temporaryFolder() {
+    const char* named = std::getenv("TMPDIR");
+    return named != nullptr && *named != '\0' ? named : "/tmp";
+}
+
+FileDescriptor makeNamelessFile(const std::string& shown) {
+    const std::string folder = temporaryFolder();
+    FileDescriptor file(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    if (file) return file;
+    // Not every file system has files without a name.
+    const SignalsBlocked blocked;
+    std::string name = folder + "/qzapp-XXXXXX";
+    file = FileDescriptor(::mkostemp(name.data(), O_CLOEXEC));
+    if (!file) throwNotKept(shown, std::generic_category().message(errno));
+    ::unlink(name.c_str());
+    return file;
+}
+
+void throwNotKept(const std::string& shown, const std::string& reason) {
+    throw Error(shown, fmt::format("cannot be kept in {} ({}); name a folder with room in TMPDIR",
+                                   temporaryFolder(), reason));
+}
+
+std::uint64_t sizeOf(const FileName& file) {
+    return about(file, [&] { return openFile(file).stamp().size; });
+}
+
+std::string readBytes(const FileName& file, std::uint64_t limit) {
+    const FileDescriptor opened = openFile(file);
+    return about(file, [&] {
+        const auto stamp = opened.stamp();
+        const std::uint64_t size = stamp.size;
+        if (size > limit) {
+            throw Error(file.shown, fmt::format("holds {}, more than the limit of {}",
+                                                byteCount(size), byteCount(limit)));
+        }
+        std::string bytes(size, '\0');
+        const std::size_t count = opened.readAt(std::as_writable_bytes(std::span(bytes)), 0);
+        if (count != size || opened.stamp() != stamp) throwChanged(file);
+        return bytes;
+    });
+}
+
+foundation::ustring readText(const FileName& file, std::uint64_t limit) {
+    const std::string bytes = readBytes(file, limit);
+    try {
+        return fl::i18n::utf8_to_ustring_strict(bytes);
+    } catch (const fl::i18n::ConversionError& e) {
+        throw Error(file.shown, fmt::format("not valid UTF-8 at byte {} ({}); save it as UTF-8",
+                                            e.index(), placeOf(bytes, e.index())));
+    }
+}
+
+std::string placeOf(std::string_view text, std::size_t offset) {
+    const std::string_view before = text.substr(0, offset);
+    const auto line = std::count(before.begin(), before.end(), '\n') + 1;
+    const std::size_t lineStart = before.rfind('\n') + 1;  // 0 on the first line
+    return fmt::format("line {}, column {}", line, before.size() - lineStart + 1);
+}
+
+}  // namespace qzapp

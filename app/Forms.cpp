@@ -1,0 +1,128 @@
+#include "app/Forms.hpp"
+
+#include <appserialization/Exceptions.hpp>
+#include <appserialization/Functions.hpp>
+#include <appserialization/KAppMetadataReader.hpp>
+#include <appserialization/KVPKGMetadataReader.hpp>
+#include <foundation/Base64.hpp>
+#include <opc/Exception.hpp>
+
+#include <string>
+
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+
+namespace qzapp {
+namespace {
+
+using appserialization::hasExtension;
+using appserialization::isExtensionWrongCase;
+
+std::unique_ptr<appserialization::AppMetadataReader> readerOf(const FileName& file, Form form) {
+    if (form == Form::Text) {
+        return std::make_unique<appserialization::KAppMetadataReader>(file.native());
+    }
+    return std::make_unique<appserialization::KVPKGMetadataReader>(file.native());
+}
+
+// Whether the exception in flight is about what the file holds. For use in a handler.
+bool isAboutContent() {
+    try {
+        throw;
+    } catch (const opc::Exception&) {
+        return true;
+    } catch (const appserialization::AppFileReaderGenericException&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+// What has not even begun as a zip file cannot be saved in part.
+bool mayBeZip(const FileName& file) {
+    const auto family = kindOf(file).family;
+    return family == opc::FileKind::Family::Zip || family == opc::FileKind::Family::Unknown;
+}
+
+// Readers of text apps take any bytes for text, and find nothing in them.
+void requireTextKind(const FileName& file) {
+    const auto wrong = whyNoText(kindOf(file));
+    if (wrong) throw Error(file.shown, wrong->what + "; " + wrong->fix);
+}
+
+bool isWrongCase(const FileName& file) {
+    return isExtensionWrongCase(file.native(), kPackagedExtension) ||
+           isExtensionWrongCase(file.native(), kTextExtension);
+}
+
+}  // namespace
+
+const char* nameOf(Form form) {
+    return form == Form::Packaged ? "packaged" : "text";
+}
+
+Form formOf(const FileName& file) {
+    if (hasExtension(file.native(), kPackagedExtension)) return Form::Packaged;
+    if (hasExtension(file.native(), kTextExtension)) return Form::Text;
+    if (isWrongCase(file)) {
+        throw Error(file.shown, "the extension must be in lower case; rename the file");
+    }
+    throw Error(file.shown,
+                "expected a name ending in \".kvpkg\" or \".k\"; rename the file, or use \"qzapp "
+                "parts\" for any other package");
+}
+
+void requireForm(const FileName& file, Form form) {
+    if (formOf(file) == form) return;
+    throw Error(
+        file.shown,
+        form == Form::Packaged
+            ? "expected a packaged app (\".kvpkg\"), found a text app; make one "
+              "of it with \"qzapp convert\""
+            : "expected a text app (\".k\"), found a packaged app; there is nothing to convert");
+}
+
+std::optional<WrongKind> whyNoText(const opc::FileKind& kind) {
+    const std::string what = "is " + std::string(kind.name) + ", not a text app";
+    if (kind.family == opc::FileKind::Family::Zip) {
+        return WrongKind{what, "if it is a packaged app, give it a name that ends in \".kvpkg\""};
+    }
+    if (kind.family == opc::FileKind::Family::Utf16Text) return WrongKind{what, "save it as UTF-8"};
+    if (kind.family != opc::FileKind::Family::Binary) return std::nullopt;
+    return WrongKind{what, "choose another file"};
+}
+
+std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& file) {
+    const Form form = formOf(file);
+    if (form == Form::Text) requireTextKind(file);
+    bool mayBeSaved = false;
+    try {
+        return about(file, [&] {
+            try {
+                return readerOf(file, form);
+            } catch (...) {
+                mayBeSaved = form == Form::Packaged && isAboutContent();
+                throw;
+            }
+        });
+    } catch (const Error& e) {
+        requireFile(file);  // says better what is wrong with one that cannot be opened at all
+        if (!mayBeSaved || !mayBeZip(file)) throw;
+        throw Error(file.shown, e.text() + "; \"qzapp check\" tells what can be saved");
+    }
+}
+
+appserialization::Screenshot readScreenshot(const FileName& file,
+                                            const appserialization::AppMetadataReader& reader) {
+    return about(file, [&] {
+        try {
+            return reader.readScreenshotAsBytes();
+        } catch (const foundation::crypto::utils::Base64Error& e) {
+            throw Error(file.shown,
+                        std::string("the screenshot in section app:thumbnail is damaged: ") +
+                            e.what() + "; save the app again, or take the section out");
+        }
+    });
+}
+
+}  // namespace qzapp

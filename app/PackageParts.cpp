@@ -1,0 +1,180 @@
+#include "app/PackageParts.hpp"
+
+#include <fmt/format.h>
+#include <fl/i18n.hpp>
+#include <opc/CorePropertiesManager.hpp>
+#include <opc/Package.hpp>
+
+#include <algorithm>
+#include <vector>
+
+#include "app/Errors.hpp"
+#include "app/Signatures.hpp"
+#include "app/check/AppLayout.hpp"
+#include "app/check/Checks.hpp"
+#include "package/PartKinds.hpp"
+
+namespace qzapp {
+namespace {
+
+using foundation::ustring;
+using opc::interfaces::OpenMode;
+using opc::model::Package;
+using opc::model::PackageHelper;
+using opc::model::PartName;
+using opc::model::Relationship;
+using opc::zippackage::ZipPhysicalPackage;
+
+// The kinds of parts that an edit replaces, by their relationships. Of some there may be several, because
+// readers and writers agree on which one counts.
+struct EditedKind {
+    ustring relationshipType;
+    const char* name;
+    bool mayHaveSeveral;
+    bool mustLeadSomewhere;
+};
+
+std::vector<EditedKind> kindsOf(const PartsToEdit& parts) {
+    std::vector<EditedKind> kinds;
+    if (parts.code) kinds.push_back({quillcode::codepart::kRelationshipType, "code", false, false});
+    if (parts.model) kinds.push_back({layout::app::kAppModelRelationship, "model", true, true});
+    if (parts.screenshot)
+        kinds.push_back({layout::app::kScreenshotRelationship, "screenshot", false, false});
+    if (parts.metadata) {
+        kinds.push_back({layout::app::kMetadataRelationship, "metadata", false, true});
+        kinds.push_back(
+            {PackageHelper::getCorePropertiesRelationshipType(), "core properties", false, false});
+        kinds.push_back(
+            {opc::qzservices::HostProperties::kRelationshipType, "host properties", true, false});
+    }
+    return kinds;
+}
+
+void requireClear(const FileName& file, const Package& package, const EditedKind& kind) {
+    const auto links = package.getRelationshipsByType(kind.relationshipType);
+    if (links.size() > 1 && !kind.mayHaveSeveral) {
+        throw Error(file.shown, fmt::format("has {} {} relationships, so nobody can tell which one "
+                                            "is meant; make a copy that has one: {}",
+                                            links.size(), kind.name, repairCommand(file)));
+    }
+    // A new part is made where none is found.
+    const auto replaced = std::ranges::find_if(links, [&](const Relationship& link) {
+        return kind.mustLeadSomewhere || package.hasTarget(link);
+    });
+    if (replaced == links.end()) return;
+    try {
+        about(file, [&] { requireOwnTarget(package, *replaced, layout::app::partKinds()); });
+    } catch (const Error& e) {
+        throw Error(file.shown, fmt::format("{}, or make a copy without it: {}", e.text(),
+                                            repairCommand(file)));
+    }
+}
+
+// The part that a new screenshot would become is there, but is not known as the old one.
+void requireNoStrayScreenshot(const FileName& file, const Package& package, const ustring& format) {
+    const auto links = package.getRelationshipsByType(layout::app::kScreenshotRelationship);
+    const PartName name = layout::screenshotName(fl::i18n::to_lower(format));
+    const bool isKnown = std::ranges::any_of(
+        links, [&](const Relationship& link) { return package.hasTarget(link); });
+    if (isKnown || !package.hasPart(name)) return;
+    throw Error(file.shown,
+                fmt::format("has a part {}, but no relationship leads to it, so nobody "
+                            "can tell what it is; make a copy in which it is the screenshot: {}",
+                            shownName(name), repairCommand(file)));
+}
+
+bool leadToTheSame(const Package& package, const Relationship& a, const Relationship& b) {
+    if (package.hasTarget(a) && package.hasTarget(b))
+        return package.getTarget(a).getName() == package.getTarget(b).getName();
+    return a.getTargetMode() == b.getTargetMode() &&
+           a.getTargetURI().toString() == b.getTargetURI().toString();
+}
+
+std::optional<std::string> otherThumbnailOf(const Package& package) {
+    const auto thumbnails =
+        package.getRelationshipsByType(PackageHelper::getThumbnailRelationshipType());
+    if (thumbnails.size() != 1 || !package.hasTarget(thumbnails[0])) return std::nullopt;
+    for (const Relationship& link :
+         package.getRelationshipsByType(layout::app::kScreenshotRelationship)) {
+        if (leadToTheSame(package, thumbnails[0], link)) return std::nullopt;
+    }
+    return shownName(package.getTarget(thumbnails[0]).getName());
+}
+
+std::optional<ustring> legacyReleaseOf(Package& package) {
+    const auto info = opc::qzservices::CorePropertiesManager(package, 0)
+                          .getCoreProperties()
+                          .getKORVALReleaseInfo();
+    return info && info->legacy ? std::optional(info->release) : std::nullopt;
+}
+
+PackageFacts requireEditable(const FileName& file, Package& package, const PartsToEdit& parts) {
+    if (!parts.signature && signatures::isSigned(package)) {
+        throw Error(
+            file.shown,
+            "is signed, and no signature would be valid after an edit; add --drop-signature "
+            "to take the signatures out");
+    }
+    for (const EditedKind& kind : kindsOf(parts))
+        requireClear(file, package, kind);
+    if (!parts.newFormat.empty()) requireNoStrayScreenshot(file, package, parts.newFormat);
+    PackageFacts facts;
+    if (parts.metadata) facts.legacyRelease = legacyReleaseOf(package);
+    if (parts.screenshot) facts.otherThumbnail = otherThumbnailOf(package);
+    return facts;
+}
+
+bool removeScreenshot(Package& package) {
+    const auto screenshots = package.getRelationshipsByType(layout::app::kScreenshotRelationship);
+    if (screenshots.empty()) return false;
+    const Relationship& link = screenshots[0];
+    const auto thumbnails =
+        package.getRelationshipsByType(PackageHelper::getThumbnailRelationshipType());
+    // A thumbnail that is another picture stays.
+    if (thumbnails.size() == 1 && leadToTheSame(package, thumbnails[0], link))
+        package.deleteRelationship(thumbnails[0].getID());
+    const bool isOnlyScreenshot =
+        package.hasTarget(link) && !isUsedBesides(package, package.getTarget(link).getName(),
+                                                  {layout::app::kScreenshotRelationship,
+                                                   PackageHelper::getThumbnailRelationshipType()});
+    if (isOnlyScreenshot) package.deletePart(package.getTarget(link).getName());
+    package.deleteRelationship(link.getID());
+    return true;
+}
+
+bool removeSignatures(Package& package) {
+    if (!signatures::isSigned(package)) return false;
+    signatures::remove(package);
+    return true;
+}
+
+// Opens the package and has it closed; what the work changes is saved.
+template <class Work>
+auto withPackage(const FileName& file, OpenMode mode, Work work) {
+    return about(file, [&] {
+        const ZipPhysicalPackage zip(file.path, true);
+        Package package(zip);
+        package.open(mode);
+        auto result = work(package);
+        if (mode != OpenMode::Read) package.close();
+        return result;
+    });
+}
+
+}  // namespace
+
+PackageFacts requireEditable(const FileName& file, const PartsToEdit& parts) {
+    return withPackage(file, OpenMode::Read,
+                       [&](Package& package) { return requireEditable(file, package, parts); });
+}
+
+bool removeParts(const FileName& file, const PartsToEdit& parts) {
+    return withPackage(file, OpenMode::Edit, [&](Package& package) {
+        requireEditable(file, package, parts);
+        const bool screenshot = parts.screenshot && removeScreenshot(package);
+        const bool signature = parts.signature && removeSignatures(package);
+        return screenshot || signature;
+    });
+}
+
+}  // namespace qzapp

@@ -1,0 +1,87 @@
+#include "app/Packaging.hpp"
+
+#include <fl/i18n.hpp>
+#include <opc/ZipArchive.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "app/CodeAndModel.hpp"
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/Progress.hpp"
+#include "app/Transaction.hpp"
+
+namespace qzapp {
+
+using appserialization::AppFileWriter;
+using appserialization::AppMetadata;
+
+AppMetadata recordOf(const FieldValues& fields) {
+    AppMetadata record;
+    for (const auto& [field, value] : fields)
+        setField(record, field, value);
+    return record;
+}
+
+namespace {
+
+std::uint32_t checksumOf(const FileName& file) {
+    std::uint32_t sum = 0;
+    readToEnd(file, [&](std::span<const std::byte> bytes) { sum = opc::zip::crc32(sum, bytes); });
+    return sum;
+}
+
+// The checksum of the model part, as the package's directory has it, and its size.
+std::pair<std::uint32_t, std::uint64_t> modelIn(const FileName& file) {
+    return about(file, [&] {
+        const auto archive = opc::zip::ZipArchive::open(file.path);
+        const std::string name = fl::i18n::ustring_to_utf8(modelName(file).toString());
+        const opc::zip::ZipItem* item = archive->find(std::string_view(name).substr(1));
+        if (item == nullptr) item = archive->findSimilar(std::string_view(name).substr(1));
+        return item == nullptr ? std::pair<std::uint32_t, std::uint64_t>()
+                               : std::pair(item->crc32, item->size);
+    });
+}
+
+}  // namespace
+
+void writeParts(const FileName& file, AppFileWriter& writer, const Content& content) {
+    // The code first: setting it saves what was set before, and the model would be written twice.
+    if (content.code) writer.setKORVALCodeText(*content.code);
+    if (content.model) {
+        about(file, *content.model, [&] { writer.setAppModelFromFile(content.model->native()); });
+    }
+    if (content.screenshot) {
+        writer.setAppScreenshot(content.screenshot->second, content.screenshot->first);
+    }
+}
+
+void requireModelArrived(const FileName& package, const Content& content) {
+    if (!content.model) return;
+    const FileName& model = *content.model;
+    const std::pair given(checksumOf(model), model.held->stamp.size);
+    requireUnchanged(model);
+    if (modelIn(package) == given) return;
+    throw Error(model.shown, "could not be read as the model; nothing is changed, try again");
+}
+
+void createPackage(const FileName& out, const Content& content) {
+    const Progress progress(content.model ? sizeOf(*content.model) : 0);
+    Transaction transaction(out, Transaction::Start::Empty);
+    const FileName& file = transaction.workingFile();
+    about(file, [&] {
+        AppFileWriter writer(file.native(), true);
+        writeParts(file, writer, content);
+        writer.setAppMetadata(recordOf(content.fields));
+        writer.close();
+    });
+    requireModelArrived(file, content);
+    transaction.commit();
+}
+
+}  // namespace qzapp

@@ -1,0 +1,119 @@
+#include "app/Transaction.hpp"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <fl/Retry.hpp>
+#include <fl/SystemCalls.hpp>
+
+#include <cerrno>
+#include <span>
+#include <string>
+#include <system_error>
+
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/SignalsBlocked.hpp"
+
+namespace qzapp {
+namespace {
+
+using fl::filesystem::FileDescriptor;
+
+// Of the last component, with the dot: readers insist on it, in the working file too.
+std::string extensionOf(const fl::filesystem::path& file) {
+    const std::string name =
+        fl::filesystem::detail::make_native_access_form_i18n(fl::filesystem::path(file.filename()));
+    const std::size_t dot = name.rfind('.');
+    return dot == std::string::npos ? "" : name.substr(dot);
+}
+
+[[noreturn]] void throwNoFile(int reason) {
+    throw std::system_error(reason, std::generic_category(),
+                            "no file can be made in its directory");
+}
+
+}  // namespace
+
+Transaction::Transaction(const FileName& target, Start start) : target_(target) {
+    about(target_, [&] {
+        saveTarget_.emplace(target_.path);
+        createFolder();
+    });
+    if (start == Start::Empty) {
+        about(target_, [&] { createWorkingFile(); });
+    } else {
+        takeContentOfTarget();
+    }
+}
+
+void Transaction::takeContentOfTarget() {
+    source_ = openFile({target_.shown, saveTarget_->resolved()});
+    about(target_, [&] {
+        saveTarget_->expect(source_.stamp());
+        if (linkWorkingFile()) return;
+        createWorkingFile();
+        file_.copyFrom(source_, 0, source_.stamp().size, 0);
+    });
+}
+
+void Transaction::createFolder() {
+    const auto parent = fl::filesystem::canonical(saveTarget_->resolved().parent());
+    const std::string name = fl::filesystem::detail::make_native_access_form_i18n(parent);
+    directory_ = FileDescriptor(fl::filesystem::retryInterrupted(
+        [&] { return ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    if (!directory_) throwNoFile(errno);
+    folder_.emplace(directory_, 0700);
+    workingName_ = "working" + extensionOf(saveTarget_->resolved());
+    working_ = {target_.shown, fl::filesystem::path::fromBytes(
+                                   fmt::format("{}/{}", nameOfFolder(name), workingName_))};
+}
+
+// Through its descriptor, so that no other folder, or link, can take its place while the steps use the
+// name; only where /proc is not mounted, by its path.
+std::string Transaction::nameOfFolder(const std::string& parent) const {
+    std::string opened = fmt::format("/proc/self/fd/{}", folder_->descriptor().get());
+    if (::access(opened.c_str(), X_OK) == 0) return opened;
+    return fmt::format("{}/{}", parent, folder_->name());
+}
+
+// The very file that was opened, whatever its name leads to by now. False where there can be no
+// second name: the file system has none, the file is someone else's, or it has just lost its own.
+bool Transaction::linkWorkingFile() const {
+    const std::string self = fmt::format("/proc/self/fd/{}", source_.get());
+    const int folder = folder_->descriptor().get();
+    if (fl::filesystem::retryInterrupted([&] {
+            return fl::filesystem::systemCalls().linkat(AT_FDCWD, self.c_str(), folder,
+                                                        workingName_.c_str(), AT_SYMLINK_FOLLOW);
+        }) == 0) {
+        return true;
+    }
+    const bool mustCopy = errno == EPERM || errno == EACCES || errno == ENOENT || errno == EXDEV ||
+                          errno == EMLINK || errno == EOPNOTSUPP || errno == ENOSYS;
+    if (!mustCopy) throwNoFile(errno);
+    return false;
+}
+
+void Transaction::createWorkingFile() {
+    file_ = FileDescriptor(fl::filesystem::retryInterrupted([&] {
+        return fl::filesystem::systemCalls().openat(folder_->descriptor().get(),
+                                                    workingName_.c_str(),
+                                                    O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    }));
+    if (!file_) throwNoFile(errno);
+}
+
+void Transaction::write(std::string_view bytes, std::uint64_t offset) {
+    about(target_, [&] { file_.writeAt(std::as_bytes(std::span(bytes)), offset); });
+}
+
+void Transaction::commit() {
+    // A new file gets the mode of an empty one that is made for comparison. On some file systems that one
+    // has a name, under which a signal would leave it behind, so signals wait until it is gone.
+    std::optional<SignalsBlocked> blocked;
+    if (!saveTarget_->stamp()) blocked.emplace();
+    about(target_, [&] { fl::filesystem::replaceWithFile(*saveTarget_, working_.path); });
+}
+
+}  // namespace qzapp

@@ -1,0 +1,115 @@
+#include <fmt/format.h>
+
+#include <cstdint>
+#include <optional>
+
+#include "app/Shown.hpp"
+#include "app/check/Checks.hpp"
+
+namespace qzapp {
+namespace {
+
+using opc::zip::LostItem;
+using opc::zip::ZipRule;
+
+RuleName ruleOf(std::optional<ZipRule> rule) {
+    if (!rule) return "not-readable";
+    switch (*rule) {
+        case ZipRule::End:
+            return "zip-end";
+        case ZipRule::Directory:
+            return "zip-directory";
+        case ZipRule::Item:
+            return "zip-item";
+        case ZipRule::Hidden:
+            return "zip-hidden";
+        case ZipRule::Names:
+            return "zip-names";
+        case ZipRule::Unsupported:
+            return "zip-unsupported";
+    }
+    return "not-readable";
+}
+
+void checkItem(const PackageView& package, const ViewedItem& item, Findings& findings) {
+    if (!item.fault.empty()) {
+        findings.add("item-damaged", item.shownName, item.fault, repairFix(package));
+    }
+    if (&item == package.typesItem || item.name) return;
+    if (item.item->isDirectory()) {
+        findings.add("item-folder", item.shownName, "a folder, which no package reader looks at",
+                     "zip without folders (zip -D)");
+    } else {
+        findings.add("item-name", item.shownName,
+                     "no part, since its name " + item.nameFault + "; readers pass it over",
+                     "rename it, or remove it from the zip file");
+    }
+}
+
+// Salvaged items end where their data does, and not behind its descriptor.
+constexpr std::uint64_t kLargestDescriptor = 24;
+
+// Of a file without a directory, the bytes of what is lost are in the gaps.
+void checkGaps(const PackageView& package, Findings& findings) {
+    if (!package.lost.empty()) return;
+    std::uint64_t end = 0, gaps = 0;
+    const opc::zip::ArchiveBounds& bounds = package.archive->bounds();
+    const bool isSalvaged = bounds.fileEnd == 0;
+    const auto goOn = [&](std::uint64_t start, std::uint64_t itsEnd) {
+        const std::uint64_t spare = isSalvaged && end != 0 ? kLargestDescriptor : 0;
+        if (start > end + spare) gaps += start - end;
+        end = itsEnd;
+    };
+    for (const ViewedItem& item : package.items)
+        goOn(item.item->headerOffset, item.item->endOffset);
+    if (!isSalvaged) goOn(bounds.directory, bounds.fileEnd);
+    if (gaps == 0) return;
+    findings.add("zip-gap", "", fmt::format("{} that belong to no item", byteCount(gaps)),
+                 repairFix(package));
+}
+
+void checkBehindEnd(const PackageView& package, Findings& findings) {
+    const std::uint64_t size = package.archive->stamp().size;
+    const std::uint64_t end = package.archive->bounds().fileEnd;
+    if (end == 0 || end == size) return;
+    findings.add("zip-behind", "",
+                 fmt::format("{} behind its end, at offset {}; a save drops them",
+                             byteCount(size - end), end),
+                 repairFix(package));
+}
+
+}  // namespace
+
+FileName repairedName(const FileName& file) {
+    if (file.isStandardInput) return {"OUT", {}};
+    const std::string& name = file.shown;
+    const std::size_t folder = name.rfind('/') + 1;  // 0 when there is none
+    const std::size_t dot = name.find_last_of('.');
+    const bool hasExtension = dot != std::string::npos && dot > folder;
+    const std::string stem = hasExtension ? name.substr(0, dot) : name;
+    return {stem + "-repaired" + (hasExtension ? name.substr(dot) : ""), {}};
+}
+
+std::string repairCommand(const FileName& file) {
+    return fmt::format("qzapp check --repair {} {}", shellWord(repairedName(file)),
+                       shellWord(file));
+}
+
+std::string repairFix(const PackageView& package) {
+    if (!package.isRepairable) return "choose another file, or get this one again";
+    return "get the file again, or: " + repairCommand(package.file);
+}
+
+void checkContainer(const PackageView& package, Findings& findings) {
+    if (!package.zipRefusal.empty()) {
+        findings.add(ruleOf(package.brokenRule), "", package.zipRefusal, repairFix(package));
+    }
+    for (const LostItem& lost : package.lost)
+        findings.add("item-lost", lost.name, lost.reason, "get the file again");
+    for (const ViewedItem& item : package.items)
+        checkItem(package, item, findings);
+    checkGaps(package, findings);
+    checkBehindEnd(package, findings);
+}
+
+}  // namespace qzapp

@@ -1,0 +1,110 @@
+#include "app/check/Findings.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "app/Shown.hpp"
+
+namespace qzapp {
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr std::size_t kMostOfARule = 100;
+
+constexpr std::string_view kPlainInShell =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+@%-";
+
+std::string quoted(const std::string& name) {
+    std::string word = "'";
+    for (const char c : name)
+        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
+}
+
+// With what a terminal would act on spelled by numbers. The shell drops a line end at the end of what
+// a command prints, so such a name cannot be spelled.
+std::string spelled(const std::string& name) {
+    if (name.ends_with('\n')) return "FILE";
+    std::string word = "\"$(printf '";
+    for (const char c : name) {
+        const bool isPlain = c != '%' && kPlainInShell.find(c) != std::string_view::npos;
+        word += isPlain
+                    ? std::string(1, c)
+                    : fmt::format("\\{:03o}", static_cast<unsigned>(static_cast<unsigned char>(c)));
+    }
+    return word + "')\"";
+}
+
+}  // namespace
+
+const char* nameOf(Severity severity) {
+    switch (severity) {
+        case Severity::Error:
+            return "error";
+        case Severity::Warning:
+            return "warning";
+        default:
+            return "note";
+    }
+}
+
+void Findings::add(RuleName rule, std::string part, std::string text, std::string fix) {
+    if (++counts_[&*rule] > kMostOfARule) return;
+    findings_.push_back({&*rule, std::move(part), std::move(text), std::move(fix)});
+}
+
+std::vector<Finding> Findings::sorted() const {
+    std::vector<Finding> findings = findings_;
+    for (const auto& [rule, count] : counts_) {
+        if (count <= kMostOfARule) continue;
+        findings.push_back({rule, "", fmt::format("{} more of these", count - kMostOfARule), ""});
+    }
+    std::ranges::stable_sort(findings, {},
+                             [](const Finding& finding) { return finding.rule->severity; });
+    return findings;
+}
+
+std::size_t Findings::count(Severity severity) const {
+    std::size_t total = 0;
+    for (const auto& [rule, count] : counts_)
+        total += rule->severity == severity ? count : 0;
+    return total;
+}
+
+ordered_json toJson(const FileName& file, const Findings& findings) {
+    ordered_json list = ordered_json::array();
+    for (const Finding& finding : findings.sorted()) {
+        list.push_back({{"rule", finding.rule->id},
+                        {"severity", nameOf(finding.rule->severity)},
+                        {"part", finding.part},
+                        {"text", finding.text},
+                        {"fix", finding.fix}});
+    }
+    return {{"file", file.shown},
+            {"errors", findings.count(Severity::Error)},
+            {"warnings", findings.count(Severity::Warning)},
+            {"notes", findings.count(Severity::Note)},
+            {"findings", std::move(list)}};
+}
+
+ordered_json rulesJson() {
+    ordered_json list = ordered_json::array();
+    for (const Rule& rule : kRules) {
+        list.push_back(
+            {{"rule", rule.id}, {"severity", nameOf(rule.severity)}, {"text", rule.text}});
+    }
+    return {{"rules", std::move(list)}};
+}
+
+std::string shellWord(const FileName& file) {
+    if (file.isStandardInput) return "FILE";
+    // A leading "-" would be an option.
+    const std::string name = (file.shown.starts_with('-') ? "./" : "") + file.shown;
+    if (name.find_first_not_of(kPlainInShell) == std::string::npos) return name;
+    return visible(name) == name ? quoted(name) : spelled(name);
+}
+
+}  // namespace qzapp

@@ -1,0 +1,72 @@
+#include <fmt/format.h>
+#include <fl/i18n.hpp>
+
+#include "app/ImageKind.hpp"
+#include "app/ScreenshotFormats.hpp"
+#include "app/Shown.hpp"
+#include "app/check/Checks.hpp"
+
+namespace qzapp {
+namespace {
+
+using std::string_view;
+using namespace std::string_view_literals;
+
+// Where width and height stand as PNG has them: two numbers of four bytes.
+constexpr std::size_t kPngSizesAt = 16, kPngSizesEnd = 24;
+
+bool hasNoSize(const ImageKind& kind, string_view bytes) {
+    if (kind.format != "png") return false;
+    if (bytes.size() < kPngSizesEnd) return true;
+    constexpr string_view kZero = "\0\0\0\0"sv;
+    return bytes.substr(kPngSizesAt, 4) == kZero || bytes.substr(kPngSizesAt + 4, 4) == kZero;
+}
+
+// Some programs add white space or padding behind the end.
+constexpr std::size_t kMaxBehindEnd = 64;
+
+bool hasEnd(const ImageKind& kind, string_view bytes) {
+    const std::size_t at = bytes.rfind(kind.end);
+    return at != string_view::npos && bytes.size() - at <= kind.end.size() + kMaxBehindEnd;
+}
+
+void checkWhole(const ImageKind& kind, const std::string& part, string_view bytes,
+                const std::string& fix, Findings& findings) {
+    if (hasNoSize(kind, bytes)) {
+        findings.add("screenshot-cut", part, "the image has no width or no height", fix);
+    } else if (!hasEnd(kind, bytes)) {
+        findings.add(
+            "screenshot-cut", part,
+            fmt::format("the image has no end; its {} seem to be cut", byteCount(bytes.size())),
+            fix);
+    }
+}
+
+}  // namespace
+
+void checkImage(const FileName& file, const std::string& part, string_view format,
+                string_view bytes, Findings& findings) {
+    const bool isText = file.native().ends_with(u".k");
+    const std::string fix = isText
+                                ? "set a whole image as the app's screenshot in its editor"
+                                : fmt::format("qzapp edit {} --screenshot IMAGE", shellWord(file));
+    const ImageKind* kind = imageKindOf(bytes);
+    const string_view meant = format == "jpeg" ? "jpg" : format;
+    if (!isPackagedFormat(fl::i18n::utf8_to_ustring(format))) {
+        findings.add("screenshot-format", part,
+                     fmt::format("the format is \"{}\", which a packaged app cannot hold", format),
+                     fix);
+    } else if (kind == nullptr) {
+        findings.add(
+            "screenshot-bytes", part,
+            bytes.empty() ? "the image is empty" : fmt::format("its bytes are no {} image", format),
+            fix);
+    } else if (kind->format != meant) {
+        findings.add(
+            "screenshot-bytes", part,
+            fmt::format("is called {}, but its bytes are a {} image", format, kind->format), fix);
+    }
+    if (kind != nullptr) checkWhole(*kind, part, bytes, fix, findings);
+}
+
+}  // namespace qzapp

@@ -1,0 +1,354 @@
+#include <fmt/format.h>
+#include <fl/i18n.hpp>
+#include <opc/Exception.hpp>
+#include <opc/Package.hpp>
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "app/Files.hpp"
+#include "app/Signatures.hpp"
+#include "app/check/AppLayout.hpp"
+#include "app/check/Checks.hpp"
+
+namespace qzapp {
+namespace {
+
+using foundation::ustring;
+using foundation::ustring_view;
+using layout::AppPart;
+using opc::model::ContentType;
+using opc::model::PartName;
+using opc::model::readXmlElements;
+using opc::model::Relationship;
+using opc::model::XmlElement;
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+std::string shown(ustring_view text) {
+    return fl::i18n::to_display(ustring(text));
+}
+
+class AppChecks {
+public:
+    AppChecks(const PackageView& package, Findings& findings)
+        : package_(package), findings_(findings) {}
+
+    void run() {
+        if (!package_.isRepairable) {
+            findings_.add("app-missing", "",
+                          "holds nothing of an app: no model, code, metadata or screenshot",
+                          "choose another file; see what this one holds with \"qzapp items\"");
+            return;
+        }
+        if (package_.relationshipsItem == nullptr) {
+            findings_.add("relationships-missing", shownName(packageRelationships()),
+                          "there is no such part, so readers find none of the app's",
+                          repairFix(package_));
+        }
+        checkModel();
+        checkCode();
+        checkMetadata();
+        checkProperties();
+        only(layout::kHostProperties);
+        checkScreenshot();
+        checkUnknownParts();
+    }
+
+private:
+    // `before` is what else to do.
+    std::string edit(const std::string& options, const std::string& before = "") const {
+        const bool isReady = package_.opens();
+        const FileName file = isReady ? package_.file : repairedName(package_.file);
+        std::string fix = before;
+        if (!isReady) fix += (fix.empty() ? "" : ", ") + std::string("once it is repaired");
+        return fmt::format("{}{}qzapp edit {} {}", fix, fix.empty() ? "" : ": ", shellWord(file),
+                           options);
+    }
+
+    void missing(const AppPart& part) {
+        const std::string name = shown(part.name);
+        const bool isThere = package_.find(part.name) != nullptr;
+        findings_.add(part.whenMissing, name,
+                      isThere ? "no relationship leads to it" : "there is no such part",
+                      isThere ? repairFix(package_) : edit(part.option));
+    }
+
+    // The part that the one relationship of its type leads to; otherwise null, and told why.
+    const ViewedItem* only(const AppPart& part) {
+        const auto links = package_.byType(part.relationshipType);
+        if (links.empty()) missing(part);
+        if (links.size() > 1) ambiguous(shown(part.name), links.size());
+        if (links.size() != 1) return nullptr;
+        const ViewedItem* found = follow(*links[0], shown(part.name), part.whenDangling);
+        if (found == nullptr) return nullptr;
+        used_.insert(found->name->key());
+        if (!(*found->type == ContentType(part.contentType))) {
+            findings_.add("part-type", found->shownName,
+                          fmt::format("has the content type \"{}\"; expected \"{}\"",
+                                      shown(found->type->toString()), shown(part.contentType)),
+                          repairFix(package_));
+        }
+        if (*found->name != PartName(part.name)) {
+            findings_.add("part-name", found->shownName,
+                          fmt::format("is usually called {}", shown(part.name)));
+        }
+        return found;
+    }
+
+    const ViewedItem* follow(const Relationship& link, const std::string& name, RuleName rule) {
+        const ViewedItem* found = package_.target(link);
+        if (found == nullptr) {
+            findings_.add(rule, name,
+                          fmt::format("relationship \"{}\" leads to \"{}\", which is no part of "
+                                      "the package",
+                                      shown(link.getID()), shown(link.getTargetURI().toString())),
+                          repairFix(package_));
+        }
+        return found;
+    }
+
+    void ambiguous(const std::string& name, std::size_t count) {
+        findings_.add("part-ambiguous", name,
+                      fmt::format("{} relationships lead to such a part, so nobody can tell which "
+                                  "one is meant",
+                                  count),
+                      repairFix(package_));
+    }
+
+    // A relationship that leads nowhere has to go before a model can be put in.
+    std::string modelFix() const {
+        const std::string putIn = "--model FILE";
+        if (!package_.opens() || package_.byType(layout::kModel.relationshipType).empty())
+            return edit(putIn, "get the file again, or");
+        return fmt::format("{}; qzapp edit {} {}", repairFix(package_),
+                           shellWord(repairedName(package_.file)), putIn);
+    }
+
+    void checkModel() {
+        const ViewedItem* named = package_.find(layout::kModel.name);
+        if (named == nullptr) {
+            findings_.add("model-missing", shown(layout::kModel.name),
+                          "there is no such part, so readers take the file for no app", modelFix());
+            return;
+        }
+        used_.insert(named->name->key());
+        only(layout::kModel);
+        if (named->item->size == 0) {
+            findings_.add("model-empty", named->shownName, "the model holds no byte",
+                          edit("--model FILE"));
+        }
+    }
+
+    void checkSize(const ViewedItem& part, RuleName rule, const char* option) {
+        const std::uint64_t size = part.item->size;
+        if (size <= kMaxContentBytes) return;
+        findings_.add(rule, part.shownName,
+                      fmt::format("has {} bytes; it may have at most {}", size, kMaxContentBytes),
+                      edit(option));
+    }
+
+    void checkCode() {
+        const ViewedItem* code = only(layout::kCode);
+        if (code != nullptr) checkSize(*code, "code-large", "--code FILE");
+        const auto text = code ? package_.read(*code, kMaxContentBytes) : std::nullopt;
+        if (!text) return;
+        try {
+            static_cast<void>(fl::i18n::utf8_to_ustring_strict(*text));
+        } catch (const fl::i18n::ConversionError& e) {
+            findings_.add("code-encoding", code->shownName,
+                          fmt::format("not valid UTF-8 at byte {} ({})", e.index(),
+                                      placeOf(*text, e.index())),
+                          edit("--code FILE", "save the code as UTF-8, then"));
+        }
+        if (text->starts_with(kByteOrderMark)) {
+            findings_.add("code-mark", code->shownName,
+                          "begins with a byte-order mark, which counts as a character");
+        }
+    }
+
+    // The elements of an XML part; empty when there is none, or when `fault` says what is wrong.
+    std::vector<XmlElement> elementsOf(const ViewedItem* part, std::string& fault) const {
+        if (part != nullptr && part->item->size > kMaxXmlBytes) {
+            fault = "larger than the 16 MiB that readers take";
+        }
+        const auto document = part ? package_.read(*part, kMaxXmlBytes) : std::nullopt;
+        if (!document) return {};
+        try {
+            return readXmlElements(*document, part->shownName);
+        } catch (const opc::Exception& e) {
+            fault = std::string(e.what()).substr(part->shownName.size() + 2);
+            return {};
+        }
+    }
+
+    void checkMetadata() {
+        const ViewedItem* part = only(layout::kMetadata);
+        std::string fault;
+        const auto elements = elementsOf(part, fault);
+        if (!fault.empty()) {
+            findings_.add("metadata-xml", part->shownName, fault, repairFix(package_));
+        }
+        if (elements.empty()) return;
+        std::map<std::string, std::size_t> seen;
+        const layout::MetadataElement* list = nullptr;
+        for (const XmlElement& element : elements) {
+            if (element.depth == 2)
+                list = checkField(part->shownName, element, seen[element.name]++);
+            if (element.depth == 3) checkItem(part->shownName, element, list);
+            if (element.depth == 2 && element.name == "screenshotMode") mode_ = element.text;
+            if (element.depth == 2 && element.name == "uuid") uuid_ = element.text;
+            if (element.depth == 2 && element.name == "description") description_ = element.text;
+        }
+        for (const auto& known : layout::metadataElements()) {
+            if (seen.contains(known.name)) continue;
+            findings_.add(
+                "metadata-default", part->shownName,
+                fmt::format("has no element \"{}\"; readers take the default", known.name));
+        }
+        empty("Uuid", uuid_);
+        empty("Description", description_);
+    }
+
+    // The list that the element is, or null.
+    const layout::MetadataElement* checkField(const std::string& part, const XmlElement& element,
+                                              std::size_t before) {
+        const auto& all = layout::metadataElements();
+        const auto known = std::ranges::find(all, element.name, &layout::MetadataElement::name);
+        if (known == all.end()) {
+            if (before > 0) return nullptr;
+            findings_.add(
+                "metadata-unknown", part,
+                fmt::format("has an element \"{}\", which readers pass over", element.name));
+            return nullptr;
+        }
+        if (before == 1) {
+            findings_.add(
+                "metadata-twice", part,
+                fmt::format("has several elements \"{}\"; readers take the first", element.name),
+                repairFix(package_));
+        }
+        return &*known;
+    }
+
+    void checkItem(const std::string& part, const XmlElement& element,
+                   const layout::MetadataElement* list) {
+        if (list == nullptr || list->item.empty() || element.name != list->item) return;
+        if (element.attribute(list->attribute) != nullptr) return;
+        findings_.add("metadata-item", part,
+                      fmt::format("an item of \"{}\" has no attribute \"{}\"; it reads as empty",
+                                  list->name, list->attribute),
+                      "set the list anew with \"qzapp edit --set\"");
+    }
+
+    void empty(const char* field, const std::string& value) {
+        if (!value.empty()) return;
+        findings_.add("field-empty", "", fmt::format("{} is empty", field),
+                      edit(fmt::format("--set {}=TEXT", field)));
+    }
+
+    void checkProperties() {
+        const ViewedItem* part = only(layout::kCoreProperties);
+        std::map<std::string, std::string> properties;
+        std::string fault;
+        const auto elements = elementsOf(part, fault);
+        for (const XmlElement& element : elements) {
+            if (element.depth == 2) properties.emplace(element.name, element.text);
+        }
+        // Where the package opens, its own check has told.
+        if (!fault.empty() && !package_.opens()) {
+            findings_.add("core-properties-rules", part->shownName, fault, repairFix(package_));
+        }
+        if (elements.empty()) return;  // which has been told
+        if (properties["title"].empty()) {
+            findings_.add("name-missing", "", "Name is empty; people see an app without a name",
+                          edit("--set Name=NAME"));
+        }
+        empty("Summary", properties["description"]);
+        empty("Author", properties["creator"]);
+        if (properties["contentType"] != shown(layout::app::kPackageContentType)) {
+            findings_.add(
+                "package-type", part->shownName,
+                fmt::format("contentType is \"{}\"; expected \"{}\"", properties["contentType"],
+                            shown(layout::app::kPackageContentType)),
+                edit("--set KVPKGVersion=1"));
+        }
+    }
+
+    void checkScreenshot() {
+        const auto links = package_.byType(layout::app::kScreenshotRelationship);
+        checkMode(!links.empty());
+        if (links.size() > 1) ambiguous("screenshot", links.size());
+        if (links.size() != 1) return;
+        const ViewedItem* part = follow(*links[0], "screenshot", "part-dangling");
+        if (part == nullptr) return;
+        used_.insert(part->name->key());
+        checkThumbnail(*part);
+        checkSize(*part, "screenshot-large", "--screenshot IMAGE");
+        const auto image = package_.read(*part, kMaxContentBytes);
+        if (!image) return;
+        const std::string format = shown(fl::i18n::to_lower(part->name->getExtension()));
+        checkImage(package_.file, part->shownName, format, *image, findings_);
+        checkImageType(*part, format);
+    }
+
+    void checkImageType(const ViewedItem& part, const std::string& format) {
+        const std::string expected = "image/" + (format == "jpg" ? std::string("jpeg") : format);
+        const std::string type = shown(fl::i18n::to_lower(part.type->toString()));
+        if (type == expected) return;
+        findings_.add("part-type", part.shownName,
+                      fmt::format("has the content type \"{}\"; expected \"{}\"", type, expected),
+                      edit("--screenshot IMAGE"));
+    }
+
+    void checkThumbnail(const ViewedItem& screenshot) {
+        const auto thumbnails =
+            package_.byType(opc::model::PackageHelper::getThumbnailRelationshipType());
+        for (const Relationship* link : thumbnails) {
+            const ViewedItem* target = package_.target(*link);
+            if (target != nullptr) used_.insert(target->name->key());
+        }
+        if (!thumbnails.empty()) return;
+        findings_.add("thumbnail-missing", screenshot.shownName,
+                      "is not the package's thumbnail, so file managers do not show it",
+                      edit("--screenshot IMAGE"));
+    }
+
+    void checkMode(bool hasScreenshot) {
+        const bool isOdd = hasScreenshot ? mode_ == "none" : mode_ == "manual";
+        if (!isOdd) return;
+        findings_.add(
+            "screenshot-mode", "",
+            fmt::format("ScreenshotMode is \"{}\", but there is {} screenshot", mode_,
+                        hasScreenshot ? "a" : "no"),
+            edit("--set ScreenshotMode=" + std::string(hasScreenshot ? "manual" : "none")));
+    }
+
+    void checkUnknownParts() {
+        for (const ViewedItem& item : package_.items) {
+            if (!item.isPart() || isRelationshipsName(*item.name)) continue;
+            if (used_.contains(item.name->key())) continue;
+            if (signatures::isPartOfSignature(*item.type)) continue;  // a rule of its own
+            findings_.add("part-unknown", item.shownName,
+                          fmt::format("a part of type \"{}\", which apps do not have; it is kept",
+                                      shown(item.type->toString())));
+        }
+    }
+
+    const PackageView& package_;
+    Findings& findings_;
+    std::set<std::string> used_;  // keys of the parts that an app has
+    std::string mode_, uuid_, description_;
+};
+
+}  // namespace
+
+void checkApp(const PackageView& package, Findings& findings) {
+    AppChecks(package, findings).run();
+}
+
+}  // namespace qzapp

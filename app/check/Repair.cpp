@@ -1,0 +1,494 @@
+#include "app/check/Repair.hpp"
+
+#include <fmt/format.h>
+#include <fl/i18n.hpp>
+#include <opc/CorePropertiesManager.hpp>
+#include <opc/Exception.hpp>
+#include <opc/Package.hpp>
+#include <opc/PackageTables.hpp>
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/Progress.hpp"
+#include "app/Shown.hpp"
+#include "app/Transaction.hpp"
+#include "app/check/AppLayout.hpp"
+#include "app/check/PackageView.hpp"
+
+namespace qzapp {
+namespace {
+
+using foundation::ustring;
+using foundation::ustring_view;
+using opc::model::ContentType;
+using opc::model::Package;
+using opc::model::PackageHelper;
+using opc::model::PartName;
+using opc::model::Relationship;
+using opc::model::TargetMode;
+using opc::model::URI;
+using opc::qzservices::CoreProperties;
+using opc::qzservices::CorePropertiesManager;
+
+constexpr const char16_t* kUnknownType = u"application/octet-stream";
+
+std::string shown(const ustring& text) {
+    return fl::i18n::to_display(text);
+}
+
+// Texts of an XML part's elements, by name.
+std::map<std::string, std::string> textsOf(const std::string& document) {
+    std::map<std::string, std::string> texts;
+    for (const auto& element : opc::model::readXmlElements(document, ""))
+        texts.emplace(element.name, element.text);
+    return texts;
+}
+
+// The relationship type of the parts of an app to which this one belongs, by its name or else by its
+// content type; empty when it is none.
+ustring kindOf(const ViewedItem& item) {
+    const auto isNamed = [&](const layout::AppPart& part) {
+        return *item.name == PartName(part.name);
+    };
+    const auto isTyped = [&](const layout::AppPart& part) {
+        return item.type && *item.type == ContentType(part.contentType);
+    };
+    const auto& all = layout::kParts;
+    auto found = std::ranges::find_if(all, isNamed);
+    if (found == all.end()) found = std::ranges::find_if(all, isTyped);
+    if (found != all.end()) return ustring(found->relationshipType);
+    const auto isImage = [&](const auto& format) {
+        return *item.name == layout::screenshotName(format.extension) ||
+               (item.type && *item.type == format.contentType());
+    };
+    const bool isScreenshot = std::ranges::any_of(layout::app::kScreenshotFormats, isImage);
+    return isScreenshot ? layout::app::kScreenshotRelationship : ustring();
+}
+
+class Repair {
+public:
+    // Messages call the new package what `file` is shown as.
+    Repair(const PackageView& from, Package& to, const FileName& file, RepairReport& report)
+        : from_(from),
+          to_(to),
+          file_(file),
+          report_(report),
+          xmlParts_(xmlParts()),
+          thumbnails_(thumbnails()) {}
+
+    void run() {
+        report_.lost = from_.lost;
+        for (const ViewedItem& item : from_.items)
+            takeItem(item);
+        for (const Relationship& relationship : from_.relationships)
+            takeRelationship(relationship);
+        tellOfTables();
+        tellOfRest();
+        if (isAppName(from_.file)) {
+            settleSharedParts();
+            linkAppParts();
+            loseIdleScreenshots();
+        }
+        mendProperties();
+    }
+
+private:
+    void lose(const std::string& name, const std::string& reason) {
+        report_.lost.push_back({name, reason});
+    }
+    void mend(std::string text) { report_.mended.push_back(std::move(text)); }
+
+    void takeItem(const ViewedItem& item) {
+        if (&item == from_.typesItem || &item == from_.relationshipsItem) return;
+        if (item.item->isDirectory()) return mend("left out the folder " + item.shownName);
+        if (!item.fault.empty()) return lose(item.shownName, item.fault);
+        if (!item.name) return lose(item.shownName, "its name " + item.nameFault);
+        if (const auto fault = xmlFault(item)) return lose(item.shownName, *fault);
+        const ContentType type = typeFor(item);
+        try {
+            about(file_, [&] {
+                to_.createPart(*item.name, type, opc::model::StandardPartInfo(1, item.item->size));
+            });
+        } catch (const Error& e) {
+            return lose(item.shownName, e.text());
+        }
+        const auto content = from_.archive->read(*item.item);
+        const auto stream = to_.getPart(*item.name).getOutputStream();
+        opc::StreamHelper::copyStreamToStream(*content, *stream);
+        report_.kept.push_back({item.shownName, item.item->size});
+        tellOfItem(item, type);
+    }
+
+    void tellOfItem(const ViewedItem& item, const ContentType& type) {
+        if (!item.directoryName.empty()) {
+            mend(
+                fmt::format("called {} by its name in its local header, which the package knows; "
+                            "the directory has \"{}\"",
+                            item.shownName, item.directoryName));
+        }
+        if (!item.type) {
+            mend(fmt::format("gave {} the content type {}, since it had none", item.shownName,
+                             shown(type.toString())));
+        } else if (!(*item.type == type)) {
+            mend(fmt::format("gave {} the content type of its kind", item.shownName));
+        }
+    }
+
+    // The parts whose XML readers of apps parse.
+    std::set<const ViewedItem*> xmlParts() const {
+        std::set<const ViewedItem*> parts;
+        for (const layout::AppPart& part :
+             {layout::kMetadata, layout::kCoreProperties, layout::kHostProperties}) {
+            if (isAppName(from_.file)) parts.insert(from_.find(part.name));
+            for (const Relationship* link : from_.byType(part.relationshipType)) {
+                if (!isOfAnotherKind(*link)) parts.insert(from_.target(*link));
+            }
+        }
+        return parts;
+    }
+
+    std::set<const ViewedItem*> thumbnails() const {
+        std::set<const ViewedItem*> parts;
+        for (const Relationship* link :
+             from_.byType(PackageHelper::getThumbnailRelationshipType())) {
+            parts.insert(from_.target(*link));
+        }
+        parts.erase(nullptr);  // which is what dangling ones lead to
+        return parts;
+    }
+
+    // Why readers stop at such a part; a package without it is better than one with it.
+    std::optional<std::string> xmlFault(const ViewedItem& item) const {
+        if (!xmlParts_.contains(&item)) return std::nullopt;
+        try {
+            textsOf(from_.read(item, kMaxXmlBytes).value_or(""));
+            return std::nullopt;
+        } catch (const opc::Exception& e) {
+            return "its XML cannot be read" + std::string(e.what());
+        }
+    }
+
+    static ContentType typeFor(const ViewedItem& item) {
+        if (isRelationshipsName(*item.name)) return relationshipsType();
+        for (const layout::AppPart& part : layout::kParts) {
+            if (*item.name == PartName(part.name)) return ContentType(part.contentType);
+        }
+        return item.type ? *item.type : ContentType(kUnknownType);
+    }
+
+    void takeRelationship(const Relationship& link) {
+        const bool isExternal = link.getTargetMode() == TargetMode::External;
+        const ustring& target = link.getTargetURI().toString();
+        if (layout::isAppRelationship(link.getType())) {
+            if (const auto fault = appLinkFault(link)) return loseLink(link, *fault);
+        } else if (!isExternal && !leadsToPart(link)) {
+            return loseLink(link, leadsNowhere(target));
+        }
+        if (isExternal) {
+            to_.createExternalRelationship(link.getType(), link.getTargetURI(), link.getID());
+        } else {
+            to_.createInternalRelationship(link.getType(), link.getTargetURI(), link.getID());
+        }
+    }
+
+    void loseLink(const Relationship& link, const std::string& reason) {
+        lose(fmt::format("relationship \"{}\"", shown(link.getID())), reason);
+    }
+
+    static std::string leadsNowhere(const ustring& target) {
+        return fmt::format("it leads to \"{}\", which is not there", shown(target));
+    }
+
+    // An app has one of each of these: of several, readers take none.
+    std::optional<std::string> appLinkFault(const Relationship& link) {
+        const std::string target = shown(link.getTargetURI().toString());
+        if (link.getTargetMode() == TargetMode::External) {
+            return fmt::format("it leads out of the package, to \"{}\"", target);
+        }
+        if (!leadsToPart(link)) return leadsNowhere(link.getTargetURI().toString());
+        if (isOfAnotherKind(link)) {
+            return fmt::format("it leads to {}, which is a part of another kind", target);
+        }
+        const Relationship& meant = meantLink(link.getType());
+        if (&meant == &link) return std::nullopt;
+        return fmt::format("one of several to such a part, it led to {}; \"{}\", to {}, is kept",
+                           target, shown(meant.getID()), shown(meant.getTargetURI().toString()));
+    }
+
+    bool isOfAnotherKind(const Relationship& link) const {
+        const ViewedItem* const target = from_.target(link);
+        if (target == nullptr) return false;
+        const ustring kind = kindOf(*target);
+        return !kind.empty() && kind != link.getType();
+    }
+
+    // Of those of one type that lead to a part, the one for which most speaks; there is one.
+    const Relationship& meantLink(const ustring& type) {
+        const auto [found, isNew] = meant_.try_emplace(type, nullptr);
+        if (!isNew) return *found->second;
+        int most = -1;
+        for (const Relationship* link : from_.byType(type)) {
+            if (link->getTargetMode() == TargetMode::External || !leadsToPart(*link) ||
+                isOfAnotherKind(*link)) {
+                continue;
+            }
+            const int weight = weightOf(type, PartName(link->getTargetURI()));
+            if (weight > most) found->second = link;
+            most = std::max(most, weight);
+        }
+        return *found->second;
+    }
+
+    // The thumbnail is the screenshot that was set last.
+    int weightOf(const ustring& type, const PartName& name) const {
+        const bool isThumbnail =
+            type == layout::app::kScreenshotRelationship && thumbnails_.contains(from_.find(name));
+        return 4 * isThumbnail + claimOf(type, name);
+    }
+
+    // How much a part says itself that it is of this kind; its content type says more than its name.
+    int claimOf(const ustring& type, const PartName& name) const {
+        const auto part = std::ranges::find(layout::kParts, ustring_view(type),
+                                            &layout::AppPart::relationshipType);
+        const ContentType contentType = to_.getPart(name).getContentType();
+        if (part != layout::kParts.end()) {
+            return 2 * (contentType == ContentType(part->contentType)) +
+                   (name == PartName(part->name));
+        }
+        const auto& formats = layout::app::kScreenshotFormats;
+        const auto isImage = [&](const auto& format) {
+            return contentType == format.contentType();
+        };
+        const auto isUsual = [&](const auto& format) {
+            return name == layout::screenshotName(format.extension);
+        };
+        return 2 * std::ranges::any_of(formats, isImage) + std::ranges::any_of(formats, isUsual);
+    }
+
+    bool leadsToPart(const Relationship& link) const {
+        try {
+            return to_.hasPart(PartName(link.getTargetURI()));
+        } catch (const opc::Exception&) {
+            return false;
+        }
+    }
+
+    void tellOfTables() {
+        if (!from_.types) mend("made [Content_Types].xml anew, since it is lost");
+        const auto* own = from_.relationshipsItem;
+        if (own == nullptr || !own->fault.empty()) {
+            mend("made /_rels/.rels anew, since it is lost");
+        }
+        for (const std::string& fault : from_.relationshipFaults)
+            lose("an entry of /_rels/.rels", fault);
+        if (!from_.types) return;
+        for (const std::string& fault : from_.types->faults())
+            lose("an entry of [Content_Types].xml", fault);
+    }
+
+    void tellOfRest() {
+        const opc::zip::ZipArchive& archive = *from_.archive;
+        const std::uint64_t end = archive.bounds().fileEnd, size = archive.stamp().size;
+        std::uint64_t front = archive.items().empty() ? 0 : size;
+        for (const opc::zip::ZipItem& item : archive.items())
+            front = std::min(front, item.headerOffset);
+        if (front != 0)
+            mend(fmt::format("left out {} in front of the first item", byteCount(front)));
+        if (!archive.comment().empty()) mend("left out the comment of the zip file");
+        if (end != 0 && end < size) {
+            mend(fmt::format("left out {} behind the end of the zip file", byteCount(size - end)));
+        }
+    }
+
+    // A part is of one kind: of relationships of several kinds to it, all but the likeliest go, since an
+    // edit of one would destroy the others.
+    void settleSharedParts() {
+        std::map<PartName, std::vector<Relationship>> links;
+        for (const Relationship& link : to_.getRelationships()) {
+            if (!layout::isAppRelationship(link.getType()) || !leadsToPart(link)) continue;
+            links[PartName(link.getTargetURI())].push_back(link);
+        }
+        for (const auto& [name, shared] : links) {
+            const auto likelihood = [&, &part = name](const Relationship& link) {
+                return std::pair(claimOf(link.getType(), part), -rankOf(link.getType()));
+            };
+            const auto meant = std::ranges::max_element(shared, {}, likelihood);
+            for (auto link = shared.begin(); link != shared.end(); ++link) {
+                if (link == meant) continue;
+                loseLink(*link,
+                         fmt::format("it leads to {}, as \"{}\" of another kind does, which is "
+                                     "kept",
+                                     shownName(name), shown(meant->getID())));
+                to_.deleteRelationship(link->getID());
+            }
+        }
+    }
+
+    // What an app can do without least, first.
+    static std::ptrdiff_t rankOf(const ustring& type) {
+        return std::ranges::find(layout::kParts, ustring_view(type),
+                                 &layout::AppPart::relationshipType) -
+               layout::kParts.begin();
+    }
+
+    // A part of an app that has its usual name, and no relationship leads to any of its kind.
+    void linkAppParts() {
+        for (const layout::AppPart& part : layout::kParts) {
+            link(PartName(part.name), ustring(part.relationshipType));
+        }
+        for (const auto& format : layout::app::kScreenshotFormats)
+            link(layout::screenshotName(format.extension), layout::app::kScreenshotRelationship);
+        const auto screenshots = to_.getRelationshipsByType(layout::app::kScreenshotRelationship);
+        if (screenshots.size() != 1) return;
+        link(PartName(screenshots[0].getTargetURI()),
+             PackageHelper::getThumbnailRelationshipType());
+    }
+
+    // A part of such a name that is not the screenshot would keep the next one of its format out.
+    void loseIdleScreenshots() {
+        std::set<PartName> used;
+        for (const Relationship& link : to_.getRelationships()) {
+            if (leadsToPart(link)) used.emplace(link.getTargetURI());
+        }
+        for (const auto& format : layout::app::kScreenshotFormats) {
+            const PartName name = layout::screenshotName(format.extension);
+            if (!to_.hasPart(name) || used.contains(name)) continue;
+            lose(shownName(name), "a further screenshot, which no reader shows");
+            drop(name);
+        }
+    }
+
+    void drop(const PartName& name) {
+        to_.deletePart(name);
+        std::erase_if(report_.kept,
+                      [&](const RepairReport::Kept& kept) { return kept.name == shownName(name); });
+    }
+
+    void link(const PartName& name, const ustring& type) {
+        if (!to_.hasPart(name) || !to_.getRelationshipsByType(type).empty()) return;
+        to_.createInternalRelationship(type, name.getURI(), u"");
+        mend(fmt::format("added a relationship that leads to {}", shownName(name)));
+    }
+
+    // Properties that readers refuse are written anew with what apps have of them.
+    void mendProperties() {
+        CorePropertiesManager manager(to_, 0);
+        try {
+            manager.getCoreProperties();
+            return;
+        } catch (const opc::Exception&) {
+            // Told by what is mended below.
+        }
+        std::vector<std::string> names;
+        const CoreProperties properties = understoodProperties(names);
+        remove(layout::kCoreProperties);
+        remove(layout::kHostProperties);
+        manager.setCoreProperties(properties);
+        const std::string kept =
+            names.empty() ? "nothing" : fmt::format("only {}", fmt::join(names, ", "));
+        mend(fmt::format("wrote the core properties and the host's anew, with {} of the old ones",
+                         kept));
+    }
+
+    // Adds to `names` what people call them.
+    CoreProperties understoodProperties(std::vector<std::string>& names) const {
+        CoreProperties properties;
+        auto texts = understood(layout::kCoreProperties);
+        texts.merge(understood(layout::kHostProperties));
+        const auto take = [&](const char* name, void (CoreProperties::*set)(const ustring&),
+                              const char* called) {
+            const auto found = texts.find(name);
+            if (found == texts.end()) return;
+            (properties.*set)(fl::i18n::utf8_to_ustring(found->second));
+            names.emplace_back(called);
+        };
+        take("title", &CoreProperties::setTitle, "name");
+        take("description", &CoreProperties::setDescription, "summary");
+        take("creator", &CoreProperties::setCreatedBy, "author");
+        take("version", &CoreProperties::setVersion, "version");
+        take("contentType", &CoreProperties::setContentType, "content type");
+        take("release", &CoreProperties::setKORVALRelease, "release");
+        return properties;
+    }
+
+    std::map<std::string, std::string> understood(const layout::AppPart& part) const {
+        const auto links = from_.byType(part.relationshipType);
+        const ViewedItem* item = links.empty() ? nullptr : from_.target(*links[0]);
+        const auto document = item ? from_.read(*item, kMaxXmlBytes) : std::nullopt;
+        try {
+            return document ? textsOf(*document) : std::map<std::string, std::string>();
+        } catch (const opc::Exception&) {
+            return {};
+        }
+    }
+
+    void remove(const layout::AppPart& part) {
+        for (const Relationship& link :
+             to_.getRelationshipsByType(ustring(part.relationshipType))) {
+            const PartName name(link.getTargetURI());
+            to_.deleteRelationship(link.getID());
+            if (to_.hasPart(name)) drop(name);
+        }
+    }
+
+    const PackageView& from_;
+    Package& to_;
+    const FileName& file_;
+    RepairReport& report_;
+    std::set<const ViewedItem*> xmlParts_, thumbnails_;
+    std::map<ustring, const Relationship*> meant_;  // by type
+};
+
+constexpr const char* kUnreadable = "nothing in it can be read, so there is nothing to keep";
+
+// A repaired copy of anything else would be a package of nothing that readers know.
+void requireWorthOfRepair(const PackageView& view) {
+    if (view.items.empty() && view.lost.empty()) {
+        throw Error(view.file.shown,
+                    view.zipRefusal.empty()
+                        ? "holds no items, so there is nothing to keep; get the file again"
+                        : view.zipRefusal + "; " + kUnreadable);
+    }
+    if (view.isRepairable) return;
+    throw Error(
+        view.file.shown,
+        isAppName(view.file)
+            ? "holds nothing of an app, so there is nothing to repair; choose another file, "
+              "and see what this one is with \"qzapp items\""
+            : "is not a package, so there is nothing to repair; see what it holds with "
+              "\"qzapp items\"");
+}
+
+}  // namespace
+
+RepairReport repairPackage(const FileName& file, const FileName& out) {
+    const PackageView view(file);
+    requireWorthOfRepair(view);
+    const Progress progress(sizeOf(file));
+    RepairReport report;
+    Transaction transaction(out, Transaction::Start::Empty);
+    about(transaction.workingFile(), [&] {
+        const opc::zippackage::ZipPhysicalPackage zip(transaction.workingFile().path, true);
+        Package package(zip);
+        package.open(opc::interfaces::OpenMode::Create);
+        Repair(view, package, transaction.workingFile(), report).run();
+        if (report.kept.empty()) {
+            throw Error(file.shown, std::string(kUnreadable) + "; get the file again");
+        }
+        package.close();
+    });
+    requireUnchanged(file);
+    transaction.commit();
+    return report;
+}
+
+}  // namespace qzapp

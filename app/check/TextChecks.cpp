@@ -1,0 +1,284 @@
+#include <fmt/format.h>
+#include <appserialization/Functions.hpp>
+#include <appserialization/KAppMetadataReader.hpp>
+#include <fl/i18n.hpp>
+#include <foundation/Base64.hpp>
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/Forms.hpp"
+#include "app/Progress.hpp"
+#include "app/check/Checks.hpp"
+
+namespace qzapp {
+namespace {
+
+using foundation::ustring;
+using std::string_view;
+
+constexpr string_view kMarker = "%[app:";
+constexpr string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr string_view kThumbnailSection = "app:thumbnail";
+
+struct Section {
+    string_view name;
+    std::span<const string_view> elements;
+};
+constexpr std::array<string_view, 5> kDetails = {"Name", "Author", "Summary", "Description",
+                                                 "Version"};
+constexpr std::array<string_view, 7> kInternalData = {"AppId",
+                                                      "AppType",
+                                                      "MinimumSupportedKORVALRelease",
+                                                      "KORVALRelease",
+                                                      "RequiredProducts",
+                                                      "UserComponents",
+                                                      "ImageRelativePaths"};
+constexpr std::array<string_view, 1> kThumbnail = {"Thumbnail"};
+constexpr std::array kSections = {
+    Section{"app:appDetails", kDetails},
+    Section{"app:internalData", kInternalData},
+    Section{kThumbnailSection, kThumbnail},
+};
+
+// The places of all markers, in the order of the text.
+struct Marker {
+    string_view name;  // "app:appDetails"
+    std::size_t end;   // behind the "]"
+};
+
+std::vector<Marker> markersIn(string_view text) {
+    std::vector<Marker> markers;
+    for (std::size_t at = 0; (at = text.find(kMarker, at)) != string_view::npos;
+         at += kMarker.size()) {
+        const std::size_t close = text.find_first_of("]\r\n", at);
+        if (close == string_view::npos || text[close] != ']') continue;
+        const std::size_t name = at + kMarker.find("app:");
+        markers.push_back({text.substr(name, close - name), close + 1});
+    }
+    return markers;
+}
+
+// A section's body; nullopt when it is not closed.
+std::optional<string_view> bodyOf(string_view text, const Marker& marker) {
+    const std::size_t start = text.find('{', marker.end);
+    if (start == string_view::npos) return std::nullopt;
+    const std::size_t end = text.find("%}", start + 1);
+    if (end == string_view::npos) return std::nullopt;
+    return text.substr(start + 1, end - start - 1);
+}
+
+bool isNameCharacter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+class TextChecks {
+public:
+    TextChecks(const FileName& file, const std::string& text, Findings& findings)
+        : file_(file), text_(text), findings_(findings) {}
+
+    void run() {
+        checkEncoding();
+        checkSections();
+        checkReader();
+    }
+
+private:
+    void checkEncoding() {
+        try {
+            static_cast<void>(fl::i18n::utf8_to_ustring_strict(text_));
+        } catch (const fl::i18n::ConversionError& e) {
+            findings_.add("text-encoding", "",
+                          fmt::format("not valid UTF-8 at byte {} ({}); such bytes read as U+FFFD",
+                                      e.index(), placeOf(text_, e.index())),
+                          "save the file as UTF-8");
+        }
+        if (text_.starts_with(kByteOrderMark)) {
+            findings_.add("text-mark", "",
+                          "begins with a byte-order mark, which counts as a character",
+                          "save the file as UTF-8 without byte-order mark");
+        }
+    }
+
+    void checkSections() {
+        std::map<string_view, std::size_t> seen;
+        for (const Marker& marker : markersIn(text_))
+            checkSection(marker, seen[marker.name]++);
+        hasAppendix_ = std::ranges::any_of(
+            kSections, [&](const Section& section) { return seen.contains(section.name); });
+        if (hasAppendix_) return;
+        findings_.add("appendix-missing", "",
+                      "has no appendix, so all its metadata reads as the defaults",
+                      "add the section \"%[app:appDetails]\" (docs/format-k.md shows how)");
+    }
+
+    void checkSection(const Marker& marker, std::size_t before) {
+        const std::string name(marker.name);
+        const auto known = std::ranges::find(kSections, marker.name, &Section::name);
+        if (known == kSections.end()) {
+            if (before == 0) {
+                findings_.add("section-unknown", name, "readers pass over a section of this name");
+            }
+        } else if (before == 1) {
+            findings_.add("section-twice", name,
+                          fmt::format("stands again at {}; readers take the first only",
+                                      placeOf(text_, marker.end)),
+                          "keep one of them");
+        } else if (before == 0) {
+            if (const auto body = bodyOf(text_, marker)) {
+                checkElements(*known, *body);
+            } else {
+                findings_.add("section-open", name,
+                              fmt::format("the section at {} has no \"%}}\", so it is no section",
+                                          placeOf(text_, marker.end)),
+                              "end its block comment with \"%}\"");
+            }
+        }
+    }
+
+    // The start tags of a section that stand in no other element.
+    void checkElements(const Section& section, string_view body) {
+        std::map<string_view, std::size_t> seen;
+        for (std::size_t at = 0; (at = body.find('<', at)) != string_view::npos;) {
+            std::size_t end = ++at;
+            while (end < body.size() && isNameCharacter(body[end]))
+                ++end;
+            const string_view name = body.substr(at, end - at);
+            at = end;
+            if (name.empty()) continue;  // an end tag, or a stray sign
+            const std::string endTag = fmt::format("</{}>", name);
+            const std::size_t close = body.find(endTag, at);
+            checkElement(section, name, seen[name]++, close != string_view::npos);
+            if (close == string_view::npos) return;  // what follows may be its text
+            at = close + endTag.size();
+        }
+    }
+
+    void checkElement(const Section& section, string_view name, std::size_t before, bool isClosed) {
+        const std::string part(section.name);
+        const auto& known = section.elements;
+        if (std::ranges::find(known, name) == known.end()) {
+            const auto prefix = std::ranges::find_if(
+                known, [&](string_view element) { return name.starts_with(element); });
+            if (prefix != known.end()) {
+                findings_.add("element-prefix", part,
+                              fmt::format("<{}> is taken for <{}>", name, *prefix),
+                              "rename the element, or remove it");
+            } else if (before == 0) {
+                findings_.add("element-unknown", part,
+                              fmt::format("has an element <{}>, which readers pass over", name));
+            }
+        } else if (!isClosed) {
+            findings_.add(
+                "element-open", part,
+                fmt::format("<{}> has no end tag </{}>, so it reads as absent", name, name),
+                fmt::format("add </{}>", name));
+        } else if (before == 1) {
+            findings_.add("element-twice", part,
+                          fmt::format("has several elements <{}>; readers take the first", name),
+                          "keep one of them");
+        }
+    }
+
+    void checkReader() {
+        try {
+            about(file_, [&] {
+                const appserialization::KAppMetadataReader reader(file_.native());
+                if (hasAppendix_) checkFields(reader.readMetadata());
+                checkThumbnail(reader);
+            });
+        } catch (const Error& e) {
+            findings_.add("text-refused", "", e.text());
+        }
+    }
+
+    void checkFields(const appserialization::AppMetadata& metadata) {
+        const auto fix = [](string_view element) {
+            return fmt::format("write <{}>...</{}> into section app:appDetails", element, element);
+        };
+        if (metadata.getName().value_or(u"").empty()) {
+            findings_.add("name-missing", "", "Name is empty; people see an app without a name",
+                          fix("Name"));
+        }
+        const std::pair<const char*, boost::optional<ustring>> fields[] = {
+            {"Author", metadata.getAuthor()},
+            {"Summary", metadata.getSummary()},
+            {"Description", metadata.getDescription()}};
+        for (const auto& [name, value] : fields) {
+            if (!value.value_or(u"").empty()) continue;
+            findings_.add("field-empty", "", fmt::format("{} is empty", name), fix(name));
+        }
+    }
+
+    void checkThumbnail(const appserialization::KAppMetadataReader& reader) {
+        const std::string part(kThumbnailSection);
+        const ustring section = appserialization::getKAppAppendixSection(
+            fl::i18n::utf8_to_ustring(text_), fl::i18n::utf8_to_ustring(part));
+        checkCapture(section);
+        ustring uri;
+        appserialization::readXMLElement(section, u"Thumbnail", uri);
+        try {
+            const auto [format, bytes] = reader.readScreenshotAsBytes();
+            if (!format.empty()) {
+                const string_view image(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+                const auto lower = fl::i18n::to_lower(format);
+                checkImage(file_, part, fl::i18n::to_display(lower), image, findings_);
+            } else if (!uri.empty()) {
+                findings_.add("thumbnail-uri", part,
+                              "the thumbnail's text is no data URI of an image, so there is none",
+                              "begin it with \"data:image/png;base64,\", without white space");
+            }
+        } catch (const foundation::crypto::utils::Base64Error& e) {
+            findings_.add("thumbnail-base64", part, e.what(),
+                          "encode the image again, and put it on one line");
+        }
+    }
+
+    void checkCapture(const ustring& section) {
+        const std::size_t tag = section.find(u"<Thumbnail");
+        if (tag == ustring::npos) return;
+        const ustring start = section.substr(tag, section.find(u'>', tag) - tag);
+        ustring value;
+        appserialization::readXMLElementAttribute(start + u">", u"Thumbnail", u"autoCapture",
+                                                  value);
+        const bool isGiven = start.find(u"autoCapture") != ustring::npos;
+        if (!isGiven || value == u"true" || value == u"false") return;
+        findings_.add("capture-value", std::string(kThumbnailSection),
+                      value.empty() ? "autoCapture has no value in single quotes; it reads as true"
+                                    : fmt::format("autoCapture is \"{}\"; it reads as true",
+                                                  fl::i18n::to_display(value)),
+                      "write autoCapture='true' or autoCapture='false'");
+    }
+
+    const FileName& file_;
+    const std::string& text_;
+    Findings& findings_;
+    bool hasAppendix_ = false;
+};
+
+}  // namespace
+
+void checkText(const FileName& file, Findings& findings) {
+    try {
+        const Progress progress(2 * sizeOf(file));  // here and by the reader
+        const std::string text =
+            readBytes(file, appserialization::KAppMetadataReader::kLargestFile);
+        const auto kind = opc::FileKind::of(std::as_bytes(std::span(text)));
+        if (const auto wrong = whyNoText(kind)) {
+            findings.add("text-kind", "", wrong->what, wrong->fix);
+        } else {
+            TextChecks(file, text, findings).run();
+        }
+    } catch (const Error& e) {
+        findings.add("text-refused", "", e.text());
+    }
+}
+
+}  // namespace qzapp

@@ -1,0 +1,188 @@
+#include <fmt/format.h>
+#include <CLI/Option.hpp>
+#include <fl/i18n.hpp>
+#include <nlohmann/json.hpp>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/Forms.hpp"
+#include "app/MetadataJson.hpp"
+#include "app/Shown.hpp"
+#include "app/check/Checks.hpp"
+#include "app/check/Repair.hpp"
+#include "tools/qzapp/check/FindingsSheet.hpp"
+#include "tools/qzapp/cli/Arguments.hpp"
+#include "tools/qzapp/cli/ForEachApp.hpp"
+#include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/cli/StandardInput.hpp"
+#include "tools/qzapp/verbs/Verbs.hpp"
+
+namespace qzapp {
+namespace {
+
+using nlohmann::ordered_json;
+
+struct CheckOptions {
+    std::vector<std::string> files;
+    std::optional<std::string> repair;
+    bool force = false;
+    bool strict = false;
+    bool json = false;
+    bool rules = false;
+};
+
+bool isTextName(const FileName& file) {
+    return fl::i18n::to_lower(file.native()).ends_with(kTextExtension);
+}
+
+void checkExtension(const FileName& file, const foundation::ustring& extension,
+                    Findings& findings) {
+    if (file.native().ends_with(extension)) return;
+    findings.add("extension-case", "", "the extension must be in lower case", "rename the file");
+}
+
+void checkAnyPackage(const FileName& file, Findings& findings) {
+    const PackageView package(file);
+    checkContainer(package, findings);
+    if (package.items.empty() && !package.zipRefusal.empty()) return;
+    checkPackage(package, findings);
+    if (isAppName(file)) checkApp(package, findings);
+}
+
+int statusOf(const Findings& findings, const CheckOptions& options) {
+    const bool fails = findings.count(Severity::Error) > 0 ||
+                       (options.strict && findings.count(Severity::Warning) > 0);
+    return fails ? kFailed : kDone;
+}
+
+int checkOne(const FileName& file, const CheckOptions& options) {
+    const Findings findings = checkFile(file);
+    print(options.json ? jsonLine(toJson(file, findings)) : sheetOf(file, findings));
+    return statusOf(findings, options);
+}
+
+ordered_json repairJson(const FileName& file, const FileName& out, const RepairReport& report,
+                        const Findings& result) {
+    ordered_json kept = ordered_json::array(), lost = ordered_json::array();
+    for (const RepairReport::Kept& part : report.kept)
+        kept.push_back({{"name", part.name}, {"size", part.size}});
+    for (const opc::zip::LostItem& item : report.lost)
+        lost.push_back({{"name", item.name}, {"reason", item.reason}});
+    return {{"file", file.shown},      {"out", out.shown},        {"kept", std::move(kept)},
+            {"lost", std::move(lost)}, {"mended", report.mended}, {"result", toJson(out, result)}};
+}
+
+std::string repairSheet(const FileName& out, const RepairReport& report, const Findings& result) {
+    std::string text = fmt::format("wrote {}: {} kept, {} lost, {} mended\n", visible(out.shown),
+                                   report.kept.size(), report.lost.size(), report.mended.size());
+    for (const RepairReport::Kept& part : report.kept)
+        text += fmt::format("  kept    {}, {}\n", visible(part.name), byteCount(part.size));
+    for (const opc::zip::LostItem& item : report.lost)
+        text += fmt::format("  lost    {}: {}\n", visible(item.name), visible(item.reason));
+    for (const std::string& mended : report.mended)
+        text += fmt::format("  mended  {}\n", visible(mended));
+    return text + sheetOf(out, result);
+}
+
+// The name says what readers a package is for, so it is the same for the copy.
+FileName outArgument(const FileName& file, const std::string& name) {
+    return isAppName(file) ? newPackageArgument(name) : fileArgument(name);
+}
+
+// Through whatever links: the damaged file may be all that is left.
+void requireOtherFile(const FileName& file, const FileName& out) {
+    fl::filesystem::FileStamp target;
+    try {
+        target = openFile(out).stamp();
+    } catch (const Error&) {
+        return;  // there is none
+    }
+    const auto source = openFile(file).stamp();
+    if (target.device != source.device || target.inode != source.inode) return;
+    throw UsageError("--repair",
+                     fmt::format("{} is the damaged file itself; give another name", out.shown));
+}
+
+int repair(const CheckOptions& options) {
+    if (options.files.size() != 1)
+        throw UsageError("--repair", "takes one FILE; repair them one by one");
+    const FileName file = appArgument(options.files[0]);
+    const FileName out = outArgument(file, *options.repair);
+    requireFile(file);
+    if (isTextName(file)) {
+        throw Error(file.shown, "a text app is repaired in an editor; \"qzapp check\" says where");
+    }
+    requireAbsent(out, options.force);
+    requireOtherFile(file, out);
+    const RepairReport done = repairPackage(file, out);
+    const Findings result = checkFile(hold(out));
+    print(options.json ? jsonLine(repairJson(file, out, done, result))
+                       : repairSheet(out, done, result));
+    return statusOf(result, options);
+}
+
+int check(const CheckOptions& options) {
+    if (options.rules) {
+        print(options.json ? jsonLine(rulesJson()) : rulesSheet());
+        return kDone;
+    }
+    if (options.force && !options.repair)
+        throw UsageError("--force", "goes with --repair only; leave it out");
+    if (options.files.empty())
+        throw UsageError("check", "FILE is required; see \"qzapp check --help\"");
+    if (options.repair) return repair(options);
+    return forEachApp(options.files, [&](const FileName& file) { return checkOne(file, options); });
+}
+
+}  // namespace
+
+Findings checkFile(const FileName& file) {
+    requireFile(file);
+    Findings findings;
+    const bool isText = isTextName(file);
+    if (isText || isAppName(file)) {
+        checkExtension(file, isText ? kTextExtension : kPackagedExtension, findings);
+    }
+    if (isText) {
+        checkText(file, findings);
+    } else {
+        checkAnyPackage(file, findings);
+    }
+    requireUnchanged(file);
+    return findings;
+}
+
+Action declareCheck(CLI::App& command) {
+    const auto options = std::make_shared<CheckOptions>();
+    command
+        .add_option("FILE", options->files,
+                    "Packaged (.kvpkg) or text (.k) apps, any other packages, folders of\n"
+                    "apps, or \"-\"")
+        ->type_name("");
+    command.add_flag("--strict", options->strict, "Let warnings fail, as errors do");
+    command.add_flag("--json", options->json, "One JSON object a line and file");
+    command
+        .add_option("--repair", options->repair,
+                    "Write a clean copy of FILE, of what can still be read, and check that")
+        ->type_name("OUT");
+    command.add_flag("--force", options->force, "Replace OUT if it exists");
+    command.add_flag("--rules", options->rules, "List the rules and do nothing else");
+    command.footer(
+        "Lists what is wrong with a file and what to do about it: errors, which readers refuse;\n"
+        "warnings, which they read in another way than meant; notes. Everything is read to its\n"
+        "end. The exit status is 1 when there are errors. FILE is never changed. Standard input,\n"
+        "\"-\", is taken for an app.\n\n"
+        "Examples:\n"
+        "  qzapp check --strict apps/*.kvpkg\n"
+        "  qzapp check --repair atlas-repaired.kvpkg atlas.kvpkg");
+    return [options] { return check(*options); };
+}
+
+}  // namespace qzapp

@@ -1,0 +1,71 @@
+#include "tools/qzapp/cli/Arguments.hpp"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <sys/stat.h>
+#include <appserialization/Functions.hpp>
+#include <fl/i18n.hpp>
+
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/Forms.hpp"
+#include "tools/qzapp/cli/Display.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+
+namespace qzapp {
+namespace {
+
+constexpr std::size_t kHelpWidth = 90;
+
+}  // namespace
+
+foundation::ustring textArgument(const std::string& option, const std::string& value) {
+    try {
+        return fl::i18n::utf8_to_ustring_strict(value);
+    } catch (const fl::i18n::ConversionError& e) {
+        throw UsageError(
+            option, fmt::format("\"{}\" is not valid UTF-8 at byte {}; use a UTF-8 locale", value,
+                                e.index()));
+    }
+}
+
+FileName fileArgument(const std::string& value) {
+    if (value.empty()) throw UsageError("\"\"", "a file name cannot be empty; name a file");
+    try {
+        return fileNamed(value);
+    } catch (const Error& e) {
+        throw UsageError(value, e.text());
+    }
+}
+
+Field fieldArgument(const std::string& option, const std::string& name) {
+    if (const auto field = findField(name)) return *field;
+    throw UsageError(option, unknownField(name));
+}
+
+std::string fieldHelp() {
+    std::string texts, lists;
+    for (const Field field : allFields()) {
+        std::string& names = isList(field) ? lists : texts;
+        names += (names.empty() ? "" : ", ") + std::string(nameOf(field));
+    }
+    return fmt::format("Text fields:\n  {}\nList fields:\n  {}",
+                       fmt::join(wrapped(texts, kHelpWidth), "\n  "), lists);
+}
+
+FileName newPackageArgument(const std::string& value) {
+    const FileName file = fileArgument(value);
+    if (!appserialization::hasExtension(file.native(), kPackagedExtension)) {
+        throw UsageError(value,
+                         "the name of a packaged app must end in \".kvpkg\"; choose another");
+    }
+    return file;
+}
+
+void requireAbsent(const FileName& file, bool force) {
+    struct stat found {};
+    if (force || ::lstat(file.bytes().c_str(), &found) != 0) return;
+    throw Error(file.shown, "exists already; give --force to replace it");
+}
+
+}  // namespace qzapp

@@ -1,0 +1,184 @@
+#include "tools/qzapp/cli/CommandLine.hpp"
+
+#include <fmt/format.h>
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Error.hpp>
+#include <CLI/Formatter.hpp>
+#include <foundation/Clock.hpp>
+
+#include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <new>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+#include "app/Progress.hpp"
+#include "tools/qzapp/cli/ErrorStream.hpp"
+#include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/ProgressBar.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/verbs/Verbs.hpp"
+
+namespace qzapp {
+namespace {
+
+// The last second of the year 9999: a year of five digits has no place in a package's times.
+constexpr std::int64_t kLastSecond = 253'402'300'799;
+
+// Builds that must be reproducible name the time that files are to carry.
+void takeTimeFromEnvironment() {
+    const char* value = std::getenv("SOURCE_DATE_EPOCH");
+    if (value == nullptr) return;
+    const std::string_view text(value);
+    std::int64_t seconds = -1;
+    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    if (fault != std::errc() || end != text.data() + text.size() || seconds < 0 ||
+        seconds > kLastSecond) {
+        throw UsageError(
+            "SOURCE_DATE_EPOCH",
+            fmt::format("expected seconds since 1970, found \"{}\"; correct or unset it", text));
+    }
+    foundation::clock::set(foundation::clock::Seconds(std::chrono::seconds(seconds)));
+}
+
+std::string verbNames() {
+    std::string names;
+    for (const Verb& verb : verbs())
+        names += (names.empty() ? "" : ", ") + std::string(verb.name);
+    return names;
+}
+
+// The parser leaves two blank lines between groups.
+std::string withoutDoubleGaps(std::string help) {
+    for (std::size_t at = 0; (at = help.find("\n\n\n", at)) != std::string::npos;)
+        help.erase(at, 1);
+    return help;
+}
+
+// "-" alone is a file.
+bool looksLikeOption(std::string_view argument) {
+    return argument.size() > 1 && argument.starts_with('-');
+}
+
+// The parser's own words, but for what it expected least. A misspelt option explains why another thing
+// is missing.
+std::string reasonOf(const CLI::App& verb, const CLI::ParseError& e) {
+    const auto extra = verb.remaining();
+    for (const std::string& argument : extra) {
+        if (looksLikeOption(argument)) return fmt::format("\"{}\" is no option", argument);
+    }
+    if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError) || extra.empty()) {
+        return e.what();
+    }
+    return fmt::format("\"{}\" is one argument too many", extra[0]);
+}
+
+// What is wrong, with the verb that the command line has got to.
+std::string complaint(const CLI::App& app, const CLI::ParseError& e,
+                      std::string_view firstArgument) {
+    const auto parsed = app.get_subcommands();
+    if (!parsed.empty()) {
+        const std::string verb = parsed[0]->get_name();
+        return fmt::format("{}: {}; see \"qzapp {} --help\"", verb, reasonOf(*parsed[0], e), verb);
+    }
+    constexpr const char* kSeeHelp = "see \"qzapp --help\"";
+    if (firstArgument.empty()) {
+        return fmt::format("a verb is missing, one of {}; {}", verbNames(), kSeeHelp);
+    }
+    if (looksLikeOption(firstArgument)) {
+        return fmt::format("\"{}\" is no option; {}", firstArgument, kSeeHelp);
+    }
+    return fmt::format("\"{}\" is no verb; the verbs are {}; {}", firstArgument, verbNames(),
+                       kSeeHelp);
+}
+
+// Requests for help end the parsing as errors do.
+int answer(const CLI::App& app, const CLI::ParseError& e, std::string_view firstArgument) {
+    if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success)) {
+        report(complaint(app, e, firstArgument));
+        return kWrongCommandLine;
+    }
+    std::ostringstream text, none;
+    app.exit(e, text, none);
+    print(withoutDoubleGaps(text.str()));
+    return kDone;
+}
+
+void nameThings(CLI::FormatterBase& formatter) {
+    formatter.column_width(28);
+    formatter.label("REQUIRED", "(required)");
+    formatter.label("Positionals", "Arguments");
+    formatter.label("SUBCOMMAND", "VERB");
+}
+
+void declareTool(CLI::App& app) {
+    app.name("qzapp");
+    app.description(
+        "Makes, changes, reads and checks app files: packaged apps (.kvpkg) and text apps (.k).");
+    app.set_help_flag("-h,--help", "Print this help");
+    app.set_version_flag("--version", "qzapp " QZAPP_VERSION, "Print the version");
+    app.require_subcommand(1);
+    nameThings(*app.get_formatter());
+    app.footer(
+        "\"qzapp VERB --help\" shows a verb's options with an example. Where a verb reads a file, "
+        "\"-\"\n"
+        "is standard input.\n"
+        "Exit status: 0 done, 1 failed, 2 wrong command line. SOURCE_DATE_EPOCH, in seconds since\n"
+        "1970, sets the time that files carry.");
+}
+
+int parseAndRun(int argc, const char* const* argv) {
+    setProgress([](std::uint64_t bytes) -> std::unique_ptr<ShownProgress> {
+        return std::make_unique<ProgressBar>(bytes);
+    });
+    CLI::App app;
+    declareTool(app);
+    Action action;
+    for (const Verb& verb : verbs()) {
+        CLI::App* command = app.add_subcommand(verb.name, verb.summary);
+        command->group("Verbs");
+        command->final_callback([&action, run = verb.declare(*command)] { action = run; });
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return answer(app, e, argc > 1 ? argv[1] : "");
+    }
+    takeTimeFromEnvironment();
+    return action();
+}
+
+// Reports all failures but the lack of memory.
+int runAndReport(int argc, const char* const* argv) {
+    try {
+        return parseAndRun(argc, argv);
+    } catch (const UsageError& e) {
+        report(e.what());
+        return kWrongCommandLine;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& e) {
+        report(e.what());
+        return kFailed;
+    }
+}
+
+}  // namespace
+
+int runCommandLine(int argc, const char* const* argv) {
+    try {
+        return runAndReport(argc, argv);
+    } catch (const std::bad_alloc&) {
+        // There may be too little even to report another failure: this takes none.
+        writeMessage("qzapp: there is not enough memory\n");
+        return kFailed;
+    }
+}
+
+}  // namespace qzapp

@@ -1,0 +1,111 @@
+#include "tools/qzapp/cli/ContentOptions.hpp"
+
+#include <fmt/format.h>
+#include <CLI/Option.hpp>
+
+#include <utility>
+
+#include "app/Files.hpp"
+#include "app/MetadataJson.hpp"
+#include "app/ScreenshotFormats.hpp"
+#include "tools/qzapp/cli/Arguments.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/cli/StandardInput.hpp"
+
+namespace qzapp {
+namespace {
+
+// "Field=Value"; the value may hold further "=".
+std::pair<Field, ustring> parseAssignment(const std::string& argument) {
+    const std::size_t equals = argument.find('=');
+    if (equals == std::string::npos) {
+        throw UsageError("--set", fmt::format("expected Field=Value, found \"{}\"", argument));
+    }
+    return {fieldArgument("--set", argument.substr(0, equals)),
+            textArgument("--set", argument.substr(equals + 1))};
+}
+
+// A list field collects the values of all its assignments; a text field has one.
+FieldValues parseAssignments(const std::vector<std::string>& arguments) {
+    FieldValues values;
+    for (const std::string& argument : arguments) {
+        auto [field, value] = parseAssignment(argument);
+        if (isList(field)) {
+            FieldValue& list = values.try_emplace(field, List()).first->second;
+            std::get<List>(list).push_back(std::move(value));
+        } else if (!values.emplace(field, std::move(value)).second) {
+            throw UsageError(
+                "--set",
+                fmt::format("{} is given twice and is no list; give one value", nameOf(field)));
+        }
+    }
+    return values;
+}
+
+void clearFields(FieldValues& values, const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+        const Field field = fieldArgument("--clear", name);
+        if (values.contains(field)) {
+            throw UsageError("--clear",
+                             fmt::format("{} is set as well; leave one out", nameOf(field)));
+        }
+        values[field] = isList(field) ? FieldValue(List()) : FieldValue(ustring());
+    }
+}
+
+// What the command line says wins over the metadata file.
+FieldValues loadFields(const ContentOptions& options) {
+    FieldValues values = parseAssignments(options.set);
+    clearFields(values, options.clear);
+    if (options.metadata) values.merge(readMetadataJson(inputArgument(*options.metadata)));
+    return values;
+}
+
+appserialization::Screenshot loadScreenshot(const FileName& file) {
+    const ustring format = screenshotFormatOf(file);
+    const std::string bytes = readBytes(file, kMaxContentBytes);
+    return {format, {bytes.begin(), bytes.end()}};
+}
+
+}  // namespace
+
+void addContentOptions(CLI::App& command, ContentOptions& options, bool required) {
+    command.add_option("--code", options.code, "Source code, a text file in UTF-8")
+        ->required(required)
+        ->type_name("FILE")
+        ->group("Content");
+    command.add_option("--model", options.model, "Binary app model")
+        ->required(required)
+        ->type_name("FILE")
+        ->group("Content");
+    command
+        .add_option("--screenshot", options.screenshot,
+                    "Image; its extension (png, jpg, jpeg, gif) says the format")
+        ->type_name("IMAGE")
+        ->group("Content");
+    command
+        .add_option("--metadata", options.metadata,
+                    "Metadata fields by name, as \"qzapp extract\" writes them")
+        ->type_name("FILE.json")
+        ->group("Metadata");
+    // One value an occurrence, so that what follows is never taken for another.
+    command
+        .add_option("--set", options.set,
+                    "Set one field; goes before --metadata. Repeat it for the items of a list")
+        ->type_name("FIELD=VALUE")
+        ->group("Metadata")
+        ->allow_extra_args(false);
+}
+
+Content loadContent(const ContentOptions& options) {
+    requireOneStandardInput({options.code, options.model, options.metadata});
+    Content content;
+    content.fields = loadFields(options);
+    if (options.model) content.model = inputArgument(*options.model);
+    if (options.code) content.code = readText(inputArgument(*options.code), kMaxContentBytes);
+    if (options.screenshot)
+        content.screenshot = loadScreenshot(hold(fileArgument(*options.screenshot)));
+    return content;
+}
+
+}  // namespace qzapp

@@ -1,0 +1,46 @@
+#include "tools/qzapp/cli/ErrorStream.hpp"
+
+#include <unistd.h>
+#include <fl/Retry.hpp>
+
+#include <atomic>
+#include <mutex>
+
+namespace qzapp {
+namespace {
+
+constexpr std::string_view kErase = "\r\x1B[K";
+
+std::mutex stream;
+std::atomic<bool> barIsDrawn = false;
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+void write(std::string_view text) noexcept {
+    while (!text.empty()) {
+        const auto written = fl::filesystem::retryInterrupted(
+            [&] { return ::write(STDERR_FILENO, text.data(), text.size()); });
+        if (written <= 0) return;
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+}  // namespace
+
+void writeMessage(std::string_view line) {
+    const std::lock_guard lock(stream);
+    eraseBar();
+    write(line);
+}
+
+void drawBar(const std::string& bar) {
+    const std::lock_guard lock(stream);
+    barIsDrawn = true;
+    write("\r" + bar + "\x1B[K");
+}
+
+// Without the lock, which the thread that a signal interrupts may hold.
+void eraseBar() noexcept {
+    if (barIsDrawn.exchange(false)) write(kErase);
+}
+
+}  // namespace qzapp

@@ -1,0 +1,36 @@
+#include "tools/qzapp/cli/Output.hpp"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "tools/qzapp/cli/Report.hpp"
+
+namespace qzapp {
+namespace {
+
+// A terminal or pipe that another program has switched to not waiting.
+void waitUntilWritable() {
+    pollfd request{STDOUT_FILENO, POLLOUT, 0};
+    ::poll(&request, 1, -1);
+}
+
+}  // namespace
+
+void print(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno == EAGAIN) {
+            waitUntilWritable();
+        } else if (errno != EINTR) {
+            const std::string reason = std::generic_category().message(errno);
+            throw OutputError("standard output", "cannot be written (" + reason + ")");
+        }
+    }
+}
+
+}  // namespace qzapp

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string_view>
+
+#include "tools/qzapp/cli/Report.hpp"
+
+namespace qzapp {
+
+// Writes `text` to standard output, all of it. Throws OutputError when that fails, so that a full
+// disk or a reader that went away is never taken for success.
+void print(std::string_view text);
+
+}  // namespace qzapp

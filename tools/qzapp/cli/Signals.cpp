@@ -1,0 +1,29 @@
+#include "tools/qzapp/cli/Signals.hpp"
+
+#include <signal.h>
+
+#include "app/PrivateFolder.hpp"
+#include "tools/qzapp/cli/ErrorStream.hpp"
+
+namespace qzapp {
+namespace {
+
+extern "C" void cleanUpAndDie(int signal) {
+    removePrivateFolders();
+    eraseBar();
+    ::signal(signal, SIG_DFL);
+    ::raise(signal);
+}
+
+}  // namespace
+
+void installSignalHandlers() {
+    ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGXFSZ, SIG_IGN);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        // What the caller has set to be ignored (nohup) stays ignored.
+        if (::signal(signal, SIG_IGN) != SIG_IGN) ::signal(signal, cleanUpAndDie);
+    }
+}
+
+}  // namespace qzapp

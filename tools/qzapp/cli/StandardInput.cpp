@@ -1,0 +1,87 @@
+#include "tools/qzapp/cli/StandardInput.hpp"
+
+#include <unistd.h>
+#include <fl/FileDescriptor.hpp>
+#include <fl/Retry.hpp>
+#include <foundation/Immortal.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <system_error>
+#include <utility>
+
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "tools/qzapp/cli/Arguments.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+
+namespace qzapp {
+namespace {
+
+using fl::filesystem::FileDescriptor;
+
+constexpr const char* kName = "standard input";
+constexpr std::size_t kReadBytes = std::size_t{256} << 10;
+
+// A zip file has a zero byte in its first record, and text has none: these bytes tell the two apart
+// unless more than that stands in front of the record.
+constexpr std::size_t kSniffedBytes = 4096;
+
+std::size_t readSome(std::span<std::byte> buffer) {
+    const auto count = fl::filesystem::retryInterrupted(
+        [&] { return ::read(STDIN_FILENO, buffer.data(), buffer.size()); });
+    if (count >= 0) return static_cast<std::size_t>(count);
+    throw Error(kName, "cannot be read (" + std::generic_category().message(errno) + ")");
+}
+
+std::shared_ptr<const HeldFile> keepStandardInput() {
+    FileDescriptor file = makeNamelessFile(kName);
+    std::vector<std::byte> buffer(kReadBytes);
+    std::uint64_t size = 0;
+    while (const std::size_t count = readSome(buffer)) {
+        try {
+            file.writeAt(std::span(buffer).first(count), size);
+        } catch (const std::system_error& e) {
+            throwNotKept(kName, e.code().message());
+        }
+        size += count;
+    }
+    if (size == 0) throw Error(kName, "holds nothing; check the program that writes to it");
+    const auto stamp = file.stamp();
+    return std::make_shared<HeldFile>(HeldFile{std::move(file), stamp});
+}
+
+// Kept once, whoever asks for it.
+FileName keptInput(const char16_t* filename) {
+    static const foundation::Immortal<std::shared_ptr<const HeldFile>> kept(keepStandardInput());
+    return {kName, (*kept)->file.privateName(filename), *kept, true};
+}
+
+bool looksPackaged(const FileName& input) {
+    std::array<std::byte, kSniffedBytes> start;
+    const auto count = input.held->file.readAt(start, 0);
+    return std::find(start.begin(), start.begin() + count, std::byte{0}) != start.begin() + count;
+}
+
+}  // namespace
+
+FileName inputArgument(const std::string& value) {
+    return value == kStandardStream ? keptInput(u"input") : hold(fileArgument(value));
+}
+
+FileName appArgument(const std::string& value) {
+    if (value != kStandardStream) return inputArgument(value);
+    return keptInput(looksPackaged(keptInput(u"input")) ? u"app.kvpkg" : u"app.k");
+}
+
+void requireOneStandardInput(const std::vector<std::optional<std::string>>& values) {
+    if (std::count(values.begin(), values.end(), kStandardStream) <= 1) return;
+    throw UsageError(kStandardStream, "standard input can be one file only; name the others");
+}
+
+}  // namespace qzapp

@@ -1,0 +1,168 @@
+#include <fmt/format.h>
+#include <CLI/Option.hpp>
+#include <fl/i18n.hpp>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "app/AppFolder.hpp"
+#include "app/CodeAndModel.hpp"
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/Forms.hpp"
+#include "app/Shown.hpp"
+#include "app/Transaction.hpp"
+#include "tools/qzapp/cli/Arguments.hpp"
+#include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/ProgressBar.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/cli/StandardInput.hpp"
+#include "tools/qzapp/gallery/GalleryPage.hpp"
+#include "tools/qzapp/verbs/Verbs.hpp"
+
+namespace qzapp {
+namespace {
+
+struct GalleryOptions {
+    std::string folder;
+    std::string out;
+    std::optional<std::string> title;
+    bool force = false;
+};
+
+using WriteAt = std::function<void(std::string_view, std::uint64_t)>;
+
+// Nothing for a source that is no app.
+std::optional<std::string> cardOf(const std::string& name, const std::string& shown,
+                                  const Complain& complain) {
+    try {
+        const auto file = openListed(name);
+        if (!file) return std::nullopt;
+        const auto reader = openApp(*file);
+        return about(*file, [&] {
+            std::string card =
+                appCard(shown, reader->readMetadata(), readScreenshot(*file, *reader));
+            requireUnchanged(*file);
+            return card;
+        });
+    } catch (const Error& e) {
+        complain(e.what());
+        return failedCard(shown, e.text());
+    }
+}
+
+// One app at a time, since all of them may not fit into memory. Returns how many there are, which is
+// written where there was room for it: that a source is an app shows when it is read.
+std::size_t writePage(const WriteAt& write, const std::string& title, const FileName& folder,
+                      const Complain& complain) {
+    const auto files = appsBelow(folder, complain);
+    const PageFrame frame = pageFrame(title);
+    const std::size_t prefix = folder.bytes().size() + (folder.bytes().ends_with('/') ? 0 : 1);
+    std::uint64_t end = 0;
+    const auto append = [&](std::string_view text) {
+        write(text, end);
+        end += text.size();
+    };
+    std::atomic<std::uint64_t> done = 0;
+    const ProgressBar progress(files.size(), done);
+    std::size_t apps = 0;
+    append(frame.head);
+    for (const std::string& file : files) {
+        if (const auto card = cardOf(file, file.substr(prefix), complain)) {
+            append(*card);
+            ++apps;
+        }
+        ++done;
+    }
+    append(frame.tail);
+    write(appCount(apps), frame.placeOfCount);
+    return apps;
+}
+
+// As a whole, when all of it is there.
+void printPage(const std::string& title, const FileName& folder, const Complain& complain) {
+    constexpr const char* kPage = "the page";
+    fl::filesystem::FileDescriptor kept = makeNamelessFile(kPage);
+    const auto write = [&](std::string_view text, std::uint64_t offset) {
+        try {
+            kept.writeAt(std::as_bytes(std::span(text)), offset);
+        } catch (const std::system_error& e) {
+            throwNotKept(kPage, e.code().message());
+        }
+    };
+    writePage(write, title, folder, complain);
+    readToEnd({kPage, kept.privateName(u"page.html")}, [](std::span<const std::byte> bytes) {
+        print({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    });
+}
+
+// A page in the place of an app would be the end of the app.
+void requireNoApp(const FileName& out, const fl::filesystem::path& target) {
+    const auto name = fl::i18n::to_lower(target.filename());
+    if (!name.ends_with(kPackagedExtension) && !name.ends_with(kTextExtension)) return;
+    throw UsageError(out.shown,
+                     "leads to the name of an app, and a page is none; choose another, "
+                     "such as apps.html");
+}
+
+int gallery(const GalleryOptions& options) {
+    const FileName folder = fileArgument(options.folder);
+    if (!isFolder(options.folder))
+        throw Error(folder.shown, "is no folder; name the one with the apps");
+    int status = kDone;
+    const auto complain = [&](const std::string& text) {
+        report(text);
+        status = kFailed;
+    };
+    const std::string title = options.title.value_or("Apps in " + folder.shown);
+    if (options.out == kStandardStream) {
+        printPage(title, folder, complain);
+        return status;
+    }
+    const FileName out = fileArgument(options.out);
+    requireNoApp(out, out.path);
+    requireAbsent(out, options.force);
+    Transaction transaction(out, Transaction::Start::Empty);
+    requireNoApp(out, transaction.resolvedTarget());
+    const auto write = [&](std::string_view text, std::uint64_t offset) {
+        transaction.write(text, offset);
+    };
+    const std::size_t apps = writePage(write, title, folder, complain);
+    transaction.commit();
+    print(fmt::format("wrote {} with {} apps\n", visible(out.shown), apps));
+    return status;
+}
+
+}  // namespace
+
+Action declareGallery(CLI::App& command) {
+    const auto options = std::make_shared<GalleryOptions>();
+    command
+        .add_option("DIR", options->folder, "The folder with the apps; those below it count too")
+        ->required()
+        ->type_name("");
+    command.add_option("-o,--output", options->out, "The page to make; \"-\" is standard output")
+        ->required()
+        ->type_name("OUT.html");
+    command.add_option("--title", options->title, "What stands above the apps")->type_name("TEXT");
+    command.add_flag("--force", options->force, "Replace OUT.html if it exists; never an app");
+    command.footer(
+        "Makes one page of all apps, with search and sort, that needs no network and no other\n"
+        "file. Screenshots go in as they are, up to 4 MiB each, so the page is a third larger "
+        "than\n"
+        "all of them. An app that cannot be read appears with the reason; the exit status is then\n"
+        "1. Folders and files whose names start with a dot are left out.\n\n"
+        "Example:\n"
+        "  qzapp gallery apps -o apps.html --title \"Apps of the lab\"");
+    return [options] { return gallery(*options); };
+}
+
+}  // namespace qzapp

@@ -1,0 +1,126 @@
+#include <fmt/format.h>
+#include <CLI/Option.hpp>
+#include <fl/i18n.hpp>
+#include <foundation/ReleaseInfo.hpp>
+#include <opc/XercesHelper.hpp>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/Forms.hpp"
+#include "app/Packaging.hpp"
+#include "app/ScreenshotFormats.hpp"
+#include "app/Shown.hpp"
+#include "tools/qzapp/cli/Arguments.hpp"
+#include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/cli/StandardInput.hpp"
+#include "tools/qzapp/verbs/Verbs.hpp"
+
+namespace qzapp {
+namespace {
+
+struct ConvertOptions {
+    std::string in;
+    std::string out;
+    std::string model;
+    bool force = false;
+};
+
+// A converted app, and what of the text app it cannot hold, for people.
+struct Conversion {
+    Content content;
+    std::vector<std::string> losses;
+};
+
+// Here, so that the text app is blamed and not the package that would be made of it.
+void requireXmlText(Field field, const FieldValue& value) {
+    const ustring name = fl::i18n::utf8_to_ustring(nameOf(field));
+    const auto check = [&](const ustring& text) { opc::model::requireXmlText(text, name); };
+    if (const auto* text = std::get_if<ustring>(&value)) return check(*text);
+    for (const ustring& item : std::get<List>(value))
+        check(item);
+}
+
+void takeMetadata(Conversion& conversion, const appserialization::AppMetadata& record) {
+    FieldValues& fields = conversion.content.fields;
+    for (const Field field : allFields()) {
+        requireXmlText(field, fields[field] = valueOf(record, field));
+    }
+    // A text app has no package format, so its version says nothing.
+    fields.erase(Field::KVPKGVersion);
+    const ustring written = std::get<ustring>(fields.at(Field::KORVALRelease));
+    // No release is not a release of the past.
+    if (written.empty()) fields.erase(Field::KORVALRelease);
+    const ustring current = foundation::release_info::ReleaseInfo::current().release;
+    if (written.empty() || written == current) return;
+    conversion.losses.push_back(fmt::format(
+        "KORVALRelease \"{}\" is kept as release info only: a packaged app reads as written by {}",
+        visible(written), visible(current)));
+}
+
+void takeScreenshot(Conversion& conversion, appserialization::Screenshot screenshot) {
+    if (screenshot.first.empty() && screenshot.second.empty()) return;
+    if (isPackagedFormat(screenshot.first)) {
+        conversion.content.screenshot = std::move(screenshot);
+        return;
+    }
+    conversion.losses.push_back(fmt::format(
+        "the screenshot has the format \"{}\" and is left out: a packaged app holds png, "
+        "jpg, jpeg or gif",
+        visible(screenshot.first)));
+}
+
+Conversion convertText(const FileName& in) {
+    const auto reader = openApp(in);
+    Conversion conversion;
+    conversion.content.code = readText(in, kMaxContentBytes);
+    about(in, [&] { takeMetadata(conversion, reader->readMetadata()); });
+    takeScreenshot(conversion, readScreenshot(in, *reader));
+    requireUnchanged(in);
+    return conversion;
+}
+
+int convert(const ConvertOptions& options) {
+    const FileName out = newPackageArgument(options.out);
+    requireOneStandardInput({options.in, options.model});
+    const FileName in = appArgument(options.in);
+    requireForm(in, Form::Text);
+    Conversion conversion = convertText(in);
+    conversion.content.model = inputArgument(options.model);
+    requireAbsent(out, options.force);
+    createPackage(out, conversion.content);
+    std::string text = fmt::format("wrote {}\n", visible(out.shown));
+    for (const std::string& loss : conversion.losses)
+        text += "note: " + loss + "\n";
+    print(text);
+    return kDone;
+}
+
+}  // namespace
+
+Action declareConvert(CLI::App& command) {
+    const auto options = std::make_shared<ConvertOptions>();
+    command.add_option("IN.k", options->in, "The text app, or \"-\"")->required()->type_name("");
+    command.add_option("OUT.kvpkg", options->out, "The packaged app to make")
+        ->required()
+        ->type_name("");
+    command
+        .add_option("--model", options->model,
+                    "Binary app model, which a text app does not have, or \"-\"")
+        ->required()
+        ->type_name("FILE");
+    command.add_flag("--force", options->force, "Replace OUT.kvpkg if it exists");
+    command.footer(
+        "The code text is the whole source as it stands. Says what a packaged app cannot hold.\n"
+        "One of IN.k and model may be \"-\", standard input.\n\n"
+        "Example:\n"
+        "  qzapp convert atlas.k atlas.kvpkg --model atlas.kvd");
+    return [options] { return convert(*options); };
+}
+
+}  // namespace qzapp

@@ -1,0 +1,52 @@
+#include <fmt/format.h>
+#include <CLI/Option.hpp>
+
+#include <memory>
+
+#include "app/Files.hpp"
+#include "app/Packaging.hpp"
+#include "app/Shown.hpp"
+#include "tools/qzapp/cli/Arguments.hpp"
+#include "tools/qzapp/cli/ContentOptions.hpp"
+#include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/verbs/Verbs.hpp"
+
+namespace qzapp {
+namespace {
+
+struct CreateOptions {
+    std::string out;
+    ContentOptions content;
+    bool force = false;
+};
+
+int create(const CreateOptions& options) {
+    const FileName out = newPackageArgument(options.out);
+    const Content content = loadContent(options.content);
+    requireAbsent(out, options.force);
+    createPackage(out, content);
+    print(fmt::format("wrote {}\n", visible(out.shown)));
+    return kDone;
+}
+
+}  // namespace
+
+Action declareCreate(CLI::App& command) {
+    const auto options = std::make_shared<CreateOptions>();
+    command.add_option("OUT.kvpkg", options->out, "The file to make")->required()->type_name("");
+    addContentOptions(command, options->content, true);
+    command.add_flag("--force", options->force, "Replace OUT.kvpkg if it exists");
+    command.footer(
+        "Fields that are not given get their defaults. A create that fails leaves nothing "
+        "behind.\n"
+        "One of code, model and metadata may be \"-\", standard input.\n" +
+        fieldHelp() +
+        "\n\n"
+        "Example:\n"
+        "  qzapp create atlas.kvpkg --code atlas.k --model atlas.kvd --set Name=Atlas \\\n"
+        "      --set RequiredProducts=Core --set RequiredProducts=Signals --screenshot atlas.png");
+    return [options] { return create(*options); };
+}
+
+}  // namespace qzapp

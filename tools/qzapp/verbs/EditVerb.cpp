@@ -1,0 +1,227 @@
+#include <fmt/format.h>
+#include <CLI/Option.hpp>
+#include <appserialization/AppFileWriter.hpp>
+#include <appserialization/KVPKGMetadataReader.hpp>
+#include <fl/FileDescriptor.hpp>
+#include <fl/i18n.hpp>
+#include <opc/CoreProperties.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/Forms.hpp"
+#include "app/PackageParts.hpp"
+#include "app/Packaging.hpp"
+#include "app/Shown.hpp"
+#include "app/Transaction.hpp"
+#include "tools/qzapp/cli/Arguments.hpp"
+#include "tools/qzapp/cli/ContentOptions.hpp"
+#include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/ProgressBar.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/verbs/Verbs.hpp"
+
+namespace qzapp {
+namespace {
+
+using appserialization::AppMetadata;
+
+struct EditOptions {
+    std::string file;
+    ContentOptions content;
+    bool removeScreenshot = false;
+    bool dropSignature = false;
+
+    bool removesParts() const { return removeScreenshot || dropSignature; }
+};
+
+// What became of a file.
+struct Outcome {
+    bool isChanged = false;
+    std::vector<std::string> notes;  // what is other than its owner may think
+};
+
+// The library takes an empty text of these in the file for none, and writes the default instead.
+bool hasDefaultInTheFile(Field field) {
+    return field == Field::ScreenshotMode || field == Field::KVPKGVersion ||
+           field == Field::MinimumSupportedKORVALRelease || field == Field::AppType;
+}
+
+// Whether a field that is not named must be handed to the library as it was read. It keeps a text
+// that is absent from the record, and one that was read may be a default that is not in the file; an
+// empty one is no default. It empties a list that is absent.
+bool mustBePassedOn(Field field, const FieldValue& value) {
+    return isList(field) || (hasDefaultInTheFile(field) && std::get<ustring>(value).empty());
+}
+
+// The library keeps another release than that of the running host as legacy information, unless the record
+// lacks it. One that is cleared is one that is not there.
+std::optional<ustring> releaseFor(const FieldValues& named, const PackageFacts& facts) {
+    const auto found = named.find(Field::KORVALRelease);
+    if (found == named.end()) return facts.legacyRelease;
+    const ustring& release = std::get<ustring>(found->second);
+    return release.empty() ? std::nullopt : std::optional(release);
+}
+
+// What to hand to the library so that the fields that are not named stay.
+AppMetadata recordForEdit(const FileName& file, FieldValues named, const PackageFacts& facts) {
+    const AppMetadata present = appserialization::KVPKGMetadataReader(file.native()).readMetadata();
+    const auto release = releaseFor(named, facts);
+    named.erase(Field::KORVALRelease);
+    AppMetadata record = recordOf(named);
+    if (release) record.setKORVALRelease(*release);
+    for (const Field field : allFields()) {
+        const FieldValue value = valueOf(present, field);
+        if (!named.contains(field) && mustBePassedOn(field, value)) setField(record, field, value);
+    }
+    return record;
+}
+
+std::vector<std::string> notesOn(const Content& content, const PackageFacts& facts) {
+    std::vector<std::string> notes;
+    if (content.screenshot && facts.otherThumbnail) {
+        notes.push_back(
+            fmt::format("{} is not the thumbnail any more, since the screenshot is; the "
+                        "picture stays in the file",
+                        *facts.otherThumbnail));
+    }
+    const auto release = content.fields.find(Field::KORVALRelease);
+    if (release == content.fields.end()) return notes;
+    const ustring current = opc::qzservices::CoreProperties::getCurrentKORVALRelease();
+    const ustring& given = std::get<ustring>(release->second);
+    if (given == current) return notes;
+    notes.push_back(fmt::format("KORVALRelease is {}, that of the host that saves",
+                                fl::i18n::to_display(current)));
+    if (!given.empty()) {
+        notes.back() +=
+            fmt::format("; {} is kept as legacy information", fl::i18n::to_display(given));
+    }
+    return notes;
+}
+
+PartsToEdit partsIn(const Content& content) {
+    PartsToEdit parts{.code = content.code.has_value(),
+                      .model = content.model.has_value(),
+                      .metadata = !content.fields.empty(),
+                      .screenshot = content.screenshot.has_value()};
+    if (content.screenshot) parts.newFormat = content.screenshot->first;
+    return parts;
+}
+
+// One save, except that setting the code saves first.
+std::vector<std::string> writeContent(const FileName& file, const Content& content) {
+    return about(file, [&] {
+        const fl::filesystem::FileStamp before = openFile(file).stamp();
+        const bool hasMetadata = !content.fields.empty();
+        const PackageFacts facts = requireEditable(file, partsIn(content));
+        const AppMetadata record =
+            hasMetadata ? recordForEdit(file, content.fields, facts) : AppMetadata();
+        appserialization::AppFileWriter writer(file.native(), false);
+        if (openFile(file).stamp() != before) {
+            throw Error(file.shown, "was changed by another program meanwhile; try again");
+        }
+        writeParts(file, writer, content);
+        if (hasMetadata) writer.setAppMetadata(record);
+        writer.close();
+        return notesOn(content, facts);
+    });
+}
+
+Outcome apply(const FileName& file, const Content& content, const EditOptions& options) {
+    const bool isRemoved =
+        options.removesParts() && removeParts(file, {.screenshot = options.removeScreenshot,
+                                                     .signature = options.dropSignature});
+    if (content.empty()) return {isRemoved, {}};
+    return {true, writeContent(file, content)};
+}
+
+// About: a save reads all that it keeps, and the old model is the most of that. Where there are several
+// saves, the first keeps it.
+std::uint64_t bytesToRead(const FileName& file, const Content& content, bool severalSaves) {
+    const std::uint64_t old = sizeOf(file);
+    return (severalSaves ? old : 0) + (content.model ? sizeOf(*content.model) : old);
+}
+
+// An edit happens beside the file, of however many saves: there it is checked before it counts, and a
+// signal finds all that it leaves in one place.
+Outcome applyAtOnce(const FileName& file, const Content& content, const EditOptions& options) {
+    const bool severalSaves = content.code || (options.removesParts() && !content.empty());
+    const ProgressBar progress(bytesToRead(file, content, severalSaves));
+    Transaction transaction(file, Transaction::Start::ContentOfTarget);
+    Outcome outcome = apply(transaction.workingFile(), content, options);
+    if (!outcome.isChanged) return outcome;
+    requireModelArrived(transaction.workingFile(), content);
+    transaction.commit();
+    return outcome;
+}
+
+std::string nothingToRemove(const EditOptions& options) {
+    if (!options.dropSignature) return "has no screenshot";
+    return options.removeScreenshot ? "has neither a screenshot nor a signature" : "is not signed";
+}
+
+int edit(const EditOptions& options) {
+    const FileName file = fileArgument(options.file);
+    if (options.removeScreenshot && options.content.screenshot) {
+        throw UsageError("--remove-screenshot",
+                         "cannot be given with --screenshot, which replaces it");
+    }
+    requireForm(file, Form::Packaged);
+    requireFile(file);
+    const Content content = loadContent(options.content);
+    const std::string name = visible(file.shown);
+    if (content.empty() && !options.removesParts()) {
+        openApp(file);
+        print(fmt::format(
+            "{}: nothing to change; say what with an option, see \"qzapp edit --help\"\n", name));
+        return kDone;
+    }
+    const Outcome outcome = applyAtOnce(file, content, options);
+    std::string text = outcome.isChanged ? fmt::format("edited {}\n", name)
+                                         : fmt::format("{}: {}; nothing changed\n", name,
+                                                       nothingToRemove(options));
+    for (const std::string& note : outcome.notes)
+        text += fmt::format("{}: {}\n", name, visible(note));
+    print(text);
+    return kDone;
+}
+
+}  // namespace
+
+Action declareEdit(CLI::App& command) {
+    const auto options = std::make_shared<EditOptions>();
+    command.add_option("FILE.kvpkg", options->file, "The packaged app to change")
+        ->required()
+        ->type_name("");
+    addContentOptions(command, options->content, false);
+    command
+        .add_option("--clear", options->content.clear,
+                    "Make a text or a list empty; may be repeated")
+        ->type_name("FIELD")
+        ->group("Metadata")
+        ->allow_extra_args(false);
+    command.add_flag("--remove-screenshot", options->removeScreenshot, "Take the screenshot out")
+        ->group("Content");
+    command
+        .add_flag("--drop-signature", options->dropSignature,
+                  "Take digital signatures out, which no edit leaves valid")
+        ->group("Content");
+    command.footer(
+        "What is not named stays as it is. An edit happens as a whole or not at all.\n"
+        "KORVALRelease is that of the host that saves; another one is kept as legacy information.\n"
+        "One of code, model and metadata may be \"-\", standard input.\n" +
+        fieldHelp() +
+        "\n\n"
+        "Example:\n"
+        "  qzapp edit atlas.kvpkg --set Version=2.1 --clear Summary --code atlas.k");
+    return [options] { return edit(*options); };
+}
+
+}  // namespace qzapp

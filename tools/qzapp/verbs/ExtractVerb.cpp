@@ -1,0 +1,324 @@
+#include <fmt/format.h>
+#include <CLI/Option.hpp>
+#include <fl/i18n.hpp>
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <span>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "app/CodeAndModel.hpp"
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/Forms.hpp"
+#include "app/ImageKind.hpp"
+#include "app/MetadataJson.hpp"
+#include "app/Shown.hpp"
+#include "tools/qzapp/cli/Arguments.hpp"
+#include "tools/qzapp/cli/Display.hpp"
+#include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/ProgressBar.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/cli/StandardInput.hpp"
+#include "tools/qzapp/verbs/OutputFolder.hpp"
+#include "tools/qzapp/verbs/Verbs.hpp"
+
+namespace qzapp {
+namespace {
+
+using appserialization::AppMetadataReader;
+using appserialization::Screenshot;
+using fl::filesystem::FileDescriptor;
+
+constexpr std::array<const char*, 4> kKinds = {"code", "model", "screenshot", "metadata"};
+// A longer "format" is none.
+constexpr std::size_t kMaxFormatLength = 16;
+
+struct ExtractOptions {
+    std::string file;
+    std::optional<std::string> directory;
+    std::optional<std::string> only;  // kinds with commas between
+    bool force = false;
+    bool thumbnail = false;
+};
+
+enum class Kind { Text, Binary };
+
+// A file to be written: its name in the directory, and how to fill it, or else standard output.
+struct ExtractedFile {
+    std::string name;
+    Kind kind;
+    std::function<void(FileDescriptor&)> fill;
+    std::function<void()> send;
+};
+
+// What was asked for. By default that is all there is; what was named must be there.
+class Selection {
+public:
+    explicit Selection(const ExtractOptions& options) : wantsThumbnail_(options.thumbnail) {
+        const auto& only = options.only;
+        if (wantsThumbnail_ && only != "screenshot")
+            throw UsageError("--thumbnail", "goes with --only screenshot; leave it out");
+        if (!only) return;
+        if (only->empty())
+            throw UsageError(
+                "--only", fmt::format("names nothing; name some of {}", fmt::join(kKinds, ", ")));
+        std::istringstream kinds(*only);
+        for (std::string kind; std::getline(kinds, kind, ',');) {
+            if (std::find(kKinds.begin(), kKinds.end(), kind) == kKinds.end()) {
+                throw UsageError("--only", fmt::format("\"{}\" is not one of {}", kind,
+                                                       fmt::join(kKinds, ", ")));
+            }
+            only_.insert(kind);
+        }
+    }
+    bool wants(const char* kind) const { return only_.empty() || only_.contains(kind); }
+    bool names(const char* kind) const { return only_.contains(kind); }
+    // How many kinds were named.
+    std::size_t count() const { return only_.size(); }
+
+    bool wantsThumbnail() const { return wantsThumbnail_; }
+
+private:
+    std::set<std::string> only_;
+    bool wantsThumbnail_;
+};
+
+// Reads something out of the app; what is damaged need not keep anybody from the rest.
+template <class Read>
+auto salvage(const FileName& file, const char* kind, Read read) {
+    try {
+        return about(file, read);
+    } catch (const Error& e) {
+        throw Error(file.shown,
+                    fmt::format("{}; leave {} out with --only to get the rest", e.text(), kind));
+    }
+}
+
+// Text as it is, for a terminal without what would drive it.
+void send(const std::string& bytes, Kind kind) {
+    print(kind == Kind::Text && outputIsTerminal() ? visibleText(bytes) : bytes);
+}
+
+// What comes out before a damaged place cannot be taken back; the exit status tells.
+void sendModel(const FileName& file) {
+    const auto stream = openModel(file);
+    about(file, [&] {
+        readToEnd(*stream, [](std::span<const std::byte> bytes) {
+            print({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+        });
+    });
+}
+
+ExtractedFile madeOf(const std::string& name, Kind kind, std::function<std::string()> bytes) {
+    return {name, kind,
+            [bytes](FileDescriptor& to) {
+                const std::string content = bytes();
+                to.writeAt(std::as_bytes(std::span(content)), 0);
+            },
+            [bytes, kind] { send(bytes(), kind); }};
+}
+
+ExtractedFile codeFile(const FileName& file) {
+    if (formOf(file) == Form::Packaged) {
+        return madeOf("code.k", Kind::Text,
+                      [file] { return salvage(file, "code", [&] { return readCode(file); }); });
+    }
+    const auto fill = [file](FileDescriptor& to) {
+        const FileDescriptor source = openFile(file);
+        to.copyFrom(source, 0, source.stamp().size, 0);
+    };
+    return {"code.k", Kind::Text, fill, [file] { send(readCode(file), Kind::Text); }};
+}
+
+void fillWithModel(const FileName& file, FileDescriptor& to) {
+    std::uint64_t size = 0;
+    readToEnd(*openModel(file), [&](std::span<const std::byte> bytes) {
+        to.writeAt(bytes, size);
+        size += bytes.size();
+    });
+}
+
+ExtractedFile modelFile(const FileName& file) {
+    const auto fill = [file](FileDescriptor& to) {
+        salvage(file, "model", [&] { fillWithModel(file, to); });
+    };
+    return {"appModel.kvd", Kind::Binary, fill, [file] { sendModel(file); }};
+}
+
+// A format is whatever the file says, and must not lead the name out of the directory.
+bool isPlain(const foundation::ustring& format) {
+    return !format.empty() && format.size() <= kMaxFormatLength &&
+           std::all_of(format.begin(), format.end(), [](char16_t c) {
+               return (c >= u'0' && c <= u'9') || (c >= u'A' && c <= u'Z') ||
+                      (c >= u'a' && c <= u'z');
+           });
+}
+
+// Desktops hand it to whatever shows images.
+void requireThumbnail(const FileName& file, const Screenshot& screenshot) {
+    const auto& bytes = screenshot.second;
+    if (isThumbnail({reinterpret_cast<const char*>(bytes.data()), bytes.size()})) return;
+    throw Error(
+        file.shown,
+        fmt::format("the screenshot is not a PNG, JPEG or GIF image of at most {} and {} pixels a "
+                    "side; leave out --thumbnail",
+                    byteCount(kMaxPictureBytes), kMaxPictureSide));
+}
+
+ExtractedFile screenshotFile(const Screenshot& screenshot, std::vector<std::string>& notes) {
+    std::string extension = "image";
+    if (isPlain(screenshot.first)) {
+        extension = fl::i18n::ustring_to_utf8(screenshot.first);
+    } else {
+        notes.push_back(fmt::format("the screenshot's format \"{}\" is no file extension",
+                                    visible(screenshot.first)));
+    }
+    return madeOf("screenshot." + extension, Kind::Binary,
+                  [bytes = screenshot.second] { return std::string(bytes.begin(), bytes.end()); });
+}
+
+ExtractedFile metadataFile(const FileName& file, const AppMetadataReader& reader) {
+    const auto record = salvage(file, "metadata", [&] { return reader.readMetadata(); });
+    return madeOf("metadata.json", Kind::Text,
+                  [text = jsonDocument(toJson(record))] { return text; });
+}
+
+[[noreturn]] void lacks(const FileName& file, const char* what) {
+    throw Error(file.shown, fmt::format("has no {}; leave it out of --only", what));
+}
+
+// The files to write, and what there is to say about them.
+struct Plan {
+    std::vector<ExtractedFile> files;
+    std::vector<std::string> notes;
+};
+
+void planModel(Plan& plan, const FileName& file, const Selection& selection) {
+    if (!selection.wants("model")) return;
+    if (formOf(file) == Form::Packaged) {
+        plan.files.push_back(modelFile(file));
+    } else if (selection.names("model")) {
+        lacks(file, "model, being a text app");
+    }
+}
+
+void planScreenshot(Plan& plan, const FileName& file, const Selection& selection,
+                    const AppMetadataReader& reader) {
+    if (!selection.wants("screenshot")) return;
+    const auto screenshot =
+        salvage(file, "screenshot", [&] { return readScreenshot(file, reader); });
+    if (!screenshot.first.empty() || !screenshot.second.empty()) {
+        if (selection.wantsThumbnail()) requireThumbnail(file, screenshot);
+        plan.files.push_back(screenshotFile(screenshot, plan.notes));
+    } else if (selection.names("screenshot")) {
+        lacks(file, "screenshot");
+    }
+}
+
+Plan planFor(const FileName& file, const Selection& selection) {
+    const auto reader = openApp(file);
+    Plan plan;
+    if (selection.wants("code")) plan.files.push_back(codeFile(file));
+    planModel(plan, file, selection);
+    planScreenshot(plan, file, selection, *reader);
+    if (selection.wants("metadata")) plan.files.push_back(metadataFile(file, *reader));
+    return plan;
+}
+
+// The app's name without its extension.
+FileName directoryFor(const FileName& file, const ExtractOptions& options) {
+    if (options.directory) return fileArgument(*options.directory);
+    if (file.isStandardInput)
+        throw UsageError(file.shown, "has no name for a folder; name one with -o");
+    return fileArgument(file.shown.substr(0, file.shown.rfind('.')));
+}
+
+int extractToFolder(const FileName& file, const Selection& selection,
+                    const ExtractOptions& options) {
+    const Plan plan = planFor(file, selection);
+    const FileName directory = directoryFor(file, options);
+    std::vector<std::string> names;
+    for (const ExtractedFile& each : plan.files)
+        names.push_back(each.name);
+    // A link that nobody has named may be another's.
+    const auto links =
+        options.directory ? OutputFolder::Links::Follow : OutputFolder::Links::Refuse;
+    OutputFolder folder(directory, links, names, options.force);
+    {
+        const ProgressBar progress(sizeOf(file));
+        for (const ExtractedFile& each : plan.files)
+            about(folder.nameOf(each.name), [&] { each.fill(folder.create(each.name)); });
+    }
+    requireUnchanged(file);
+    folder.commit();
+    std::string text;
+    for (const std::string& name : names)
+        text += fmt::format("wrote {}\n", visible(folder.nameOf(name).shown));
+    for (const std::string& note : plan.notes)
+        text += "note: " + note + "\n";
+    print(text);
+    return kDone;
+}
+
+int extractToOutput(const FileName& file, const Selection& selection) {
+    if (selection.count() != 1) {
+        throw UsageError("-o -", fmt::format("standard output takes one thing; name one of {} "
+                                             "with --only",
+                                             fmt::join(kKinds, ", ")));
+    }
+    const Plan plan = planFor(file, selection);
+    const ExtractedFile& only = plan.files.front();
+    if (only.kind == Kind::Binary && outputIsTerminal()) {
+        throw Error(
+            "standard output",
+            fmt::format("{} is no text for a terminal; send it to a file or a program", only.name));
+    }
+    // On a terminal the text itself tells how far it is.
+    const ProgressBar progress(outputIsTerminal() ? 0 : sizeOf(file));
+    only.send();
+    requireUnchanged(file);
+    return kDone;
+}
+
+int extract(const ExtractOptions& options) {
+    const FileName file = appArgument(options.file);
+    const Selection selection(options);
+    if (options.directory == kStandardStream) return extractToOutput(file, selection);
+    return extractToFolder(file, selection, options);
+}
+
+}  // namespace
+
+Action declareExtract(CLI::App& command) {
+    const auto options = std::make_shared<ExtractOptions>();
+    command.add_option("FILE", options->file, "A packaged (.kvpkg) or text (.k) app, or \"-\"")
+        ->required()
+        ->type_name("");
+    command
+        .add_option("-o,--output", options->directory,
+                    "Where to; made if need be. Default: FILE without its extension")
+        ->type_name("DIR");
+    command.add_option("--only", options->only, "What to write: code, model, screenshot, metadata")
+        ->type_name("KIND,...");
+    command.add_flag("--force", options->force, "Replace files that exist");
+    command.add_flag("--thumbnail", options->thumbnail,
+                     "With --only screenshot: give it only when it is a PNG, JPEG or GIF\n"
+                     "image of modest size");
+    command.footer(
+        "Writes code.k, appModel.kvd, screenshot.FORMAT and metadata.json, all or none. A text "
+        "app\n"
+        "has no model. With one KIND, DIR may be \"-\", standard output.\n\n"
+        "Examples:\n"
+        "  qzapp extract atlas.kvpkg -o work --only code,metadata\n"
+        "  qzapp extract atlas.kvpkg --only screenshot -o - > atlas.png");
+    return [options] { return extract(*options); };
+}
+
+}  // namespace qzapp

@@ -1,0 +1,208 @@
+#include <fmt/format.h>
+#include <CLI/Option.hpp>
+#include <fl/i18n.hpp>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/Errors.hpp"
+#include "app/Fields.hpp"
+#include "app/Files.hpp"
+#include "app/Forms.hpp"
+#include "app/MetadataJson.hpp"
+#include "app/Shown.hpp"
+#include "tools/qzapp/cli/Arguments.hpp"
+#include "tools/qzapp/cli/Display.hpp"
+#include "tools/qzapp/cli/ForEachApp.hpp"
+#include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/Program.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/verbs/Verbs.hpp"
+
+namespace qzapp {
+namespace {
+
+using appserialization::AppMetadata;
+using appserialization::Screenshot;
+
+constexpr std::size_t kLabelWidth = 33;  // the longest field name, indented, and two blanks
+constexpr std::size_t kMinTextWidth = 24;
+constexpr std::size_t kIndent = 2;
+constexpr std::size_t kPictureRows = 20;
+
+struct InfoOptions {
+    std::vector<std::string> files;
+    bool json = false;
+    bool picture = false;
+    std::optional<std::string> field;
+};
+
+bool isPresent(const Screenshot& screenshot) {
+    return !screenshot.first.empty() || !screenshot.second.empty();
+}
+
+nlohmann::ordered_json screenshotJson(const Screenshot& screenshot) {
+    if (!isPresent(screenshot)) return nullptr;
+    return {{"format", fl::i18n::ustring_to_utf8(screenshot.first)},
+            {"bytes", screenshot.second.size()}};
+}
+
+std::string screenshotText(const Screenshot& screenshot) {
+    if (!isPresent(screenshot)) return "(none)";
+    return fmt::format("{}, {}", visible(screenshot.first), byteCount(screenshot.second.size()));
+}
+
+// The lines that people see of a value.
+std::vector<std::string> linesOf(const FieldValue& value, std::size_t width) {
+    if (const auto* text = std::get_if<ustring>(&value)) {
+        return text->empty() ? std::vector<std::string>{"(empty)"} : visibleLines(*text, width);
+    }
+    std::vector<std::string> lines;
+    for (const ustring& item : std::get<List>(value)) {
+        lines.push_back(item.empty() ? "(empty)" : visible(item));
+    }
+    return lines.empty() ? std::vector<std::string>{"(none)"} : lines;
+}
+
+// A label with its lines in one column beside it.
+std::string entry(std::string_view label, const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) {
+        const std::string name = styled(std::string(label), Style::Label);
+        const std::string gap(line.empty() ? 0 : kLabelWidth - kIndent - label.size(), ' ');
+        std::string row = std::string(kIndent, ' ') + name + gap + line;
+        row.erase(row.find_last_not_of(' ') + 1);
+        text += row + "\n";
+        label = "";
+    }
+    return text;
+}
+
+std::string sheetFor(const FileName& file, const AppMetadata& record,
+                     const Screenshot& screenshot) {
+    const std::size_t width = std::max(outputWidth(), kLabelWidth + kMinTextWidth) - kLabelWidth;
+    std::string text = styled(visible(file.shown), Style::Heading) +
+                       fmt::format(" ({} app)\n", nameOf(formOf(file)));
+    for (const Field field : allFields()) {
+        text += entry(nameOf(field), linesOf(valueOf(record, field), width));
+    }
+    return text + entry("Screenshot", {screenshotText(screenshot)});
+}
+
+std::string jsonFor(const FileName& file, const AppMetadata& record, const Screenshot& screenshot) {
+    return jsonLine({{"file", file.shown},
+                     {"form", nameOf(formOf(file))},
+                     {"metadata", toJson(record)},
+                     {"screenshot", screenshotJson(screenshot)}});
+}
+
+// The value itself, for scripts; for a terminal without what would drive it.
+std::string plain(const ustring& value) {
+    return outputIsTerminal()
+               ? fmt::format("{}", fmt::join(visibleLines(value, ustring::npos), "\n"))
+               : fl::i18n::ustring_to_utf8(value);
+}
+
+std::string fieldText(const AppMetadata& record, Field field) {
+    const FieldValue value = valueOf(record, field);
+    if (const auto* text = std::get_if<ustring>(&value)) return plain(*text) + "\n";
+    std::string lines;
+    for (const ustring& item : std::get<List>(value))
+        lines += plain(item) + "\n";
+    return lines;
+}
+
+// Drawn by the first program that is there.
+std::string drawing(const FileName& file, const Screenshot& screenshot) {
+    if (screenshot.second.empty()) return "";
+    const MemoryFile image(
+        {reinterpret_cast<const char*>(screenshot.second.data()), screenshot.second.size()});
+    const std::string size = fmt::format("--size={}x{}", outputWidth(), kPictureRows);
+    const char* colours = outputIsColoured() ? "--colors=full" : "--colors=none";
+    const std::vector<std::vector<std::string>> drawers = {
+        {"chafa", "--animate=off", size, colours, image.name()},
+        {"img2sixel", "--static", image.name()},
+    };
+    for (const auto& drawer : drawers) {
+        const auto end = runProgram(drawer);
+        if (!end) continue;
+        if (end->status == 0) return end->output;
+        throw Error(file.shown, fmt::format("its screenshot cannot be drawn: {} ended with status "
+                                            "{}; see what it is with \"qzapp extract\"",
+                                            drawer[0], end->status));
+    }
+    throw Error(
+        "--picture",
+        "needs chafa or img2sixel to draw; install the package chafa, or get the picture with "
+        "\"qzapp extract --only screenshot\"");
+}
+
+std::string describe(const FileName& file, const InfoOptions& options) {
+    const auto reader = openApp(file);
+    return about(file, [&] {
+        const AppMetadata record = reader->readMetadata();
+        if (options.field) {
+            requireUnchanged(file);
+            return fieldText(record, *findField(*options.field));
+        }
+        const Screenshot screenshot = readScreenshot(file, *reader);
+        requireUnchanged(file);
+        if (options.json) return jsonFor(file, record, screenshot);
+        const std::string sheet = sheetFor(file, record, screenshot);
+        return options.picture ? sheet + drawing(file, screenshot) : sheet;
+    });
+}
+
+void requireSense(const InfoOptions& options) {
+    if (options.field && options.json)
+        throw UsageError("--field", "cannot be given with --json; leave one out");
+    if (options.picture && (options.field || options.json)) {
+        throw UsageError("--picture", "cannot be given with --json or --field; leave one out");
+    }
+    if (options.picture && !outputIsTerminal()) {
+        throw UsageError("--picture",
+                         "draws on a terminal only; leave it out, or see \"qzapp "
+                         "extract --only screenshot\"");
+    }
+    if (options.field) static_cast<void>(fieldArgument("--field", *options.field));
+}
+
+int info(const InfoOptions& options) {
+    requireSense(options);
+    return forEachApp(options.files, [&](const FileName& file) {
+        print(describe(file, options));
+        return kDone;
+    });
+}
+
+}  // namespace
+
+Action declareInfo(CLI::App& command) {
+    const auto options = std::make_shared<InfoOptions>();
+    command
+        .add_option("FILE", options->files,
+                    "Packaged (.kvpkg) or text (.k) apps, folders of them, or \"-\"")
+        ->required()
+        ->type_name("");
+    command.add_flag("--json", options->json, "One JSON object a line and file");
+    command.add_option("--field", options->field, "Print this field's value and nothing else")
+        ->type_name("NAME");
+    command.add_flag("--picture", options->picture,
+                     "Draw the screenshot on the terminal, with chafa or img2sixel");
+    command.footer(
+        "A file that cannot be read is reported and does not stop the others; the exit status is\n"
+        "then 1. Colours are for terminals, and not where NO_COLOR is set.\n" +
+        fieldHelp() +
+        "\n\n"
+        "Examples:\n"
+        "  qzapp info atlas.kvpkg atlas.k\n"
+        "  qzapp info --json apps | jq -r .metadata.Name\n"
+        "  version=$(qzapp info --field Version atlas.kvpkg)");
+    return [options] { return info(*options); };
+}
+
+}  // namespace qzapp

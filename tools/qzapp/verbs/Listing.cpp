@@ -1,0 +1,54 @@
+#include "tools/qzapp/verbs/Listing.hpp"
+
+#include <CLI/Option.hpp>
+
+#include <cstddef>
+#include <span>
+
+#include "app/CodeAndModel.hpp"
+#include "app/Errors.hpp"
+#include "app/Shown.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+
+namespace qzapp {
+
+using nlohmann::ordered_json;
+
+void addListOptions(CLI::App& command, ListOptions& options, const char* fileHelp) {
+    command.add_option("FILE", options.file, fileHelp)->required()->type_name("");
+    command.add_flag("--verify", options.verify, "Read everything to its end and check it");
+    command.add_flag("--json", options.json, "One JSON object");
+}
+
+void addFault(ordered_json& entry, const FileName& file,
+              const std::function<std::unique_ptr<opc::InputStream>()>& open) {
+    try {
+        about(file, [&] { readToEnd(*open(), [](std::span<const std::byte>) {}); });
+    } catch (const Error& e) {
+        entry["error"] = e.text();
+    }
+}
+
+std::string shownText(const ordered_json& value) {
+    return value.is_string() ? visible(value.get<std::string>()) : value.dump();
+}
+
+std::string shownCheck(const ordered_json& entry) {
+    return entry.contains("error") ? shownText(entry["error"]) : "ok";
+}
+
+int reportFaults(const FileName& file, const ordered_json& entries) {
+    int status = kDone;
+    for (const ordered_json& entry : entries) {
+        if (!entry.contains("error")) continue;
+        const auto name = entry["name"].get<std::string>();
+        const auto error = entry["error"].get<std::string>();
+        // The library names the part, as a rule.
+        const std::string where = error.starts_with(name) ? "" : name + ": ";
+        report(file.shown + ": " + where + error);
+        status = kFailed;
+    }
+    return status;
+}
+
+}  // namespace qzapp

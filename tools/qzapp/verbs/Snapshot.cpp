@@ -1,0 +1,185 @@
+#include "tools/qzapp/verbs/Snapshot.hpp"
+
+#include <fmt/format.h>
+#include <fl/i18n.hpp>
+#include <opc/Package.hpp>
+#include <opc/PackageNames.hpp>
+
+#include <algorithm>
+#include <functional>
+#include <set>
+#include <span>
+#include <string_view>
+
+#include "app/CodeAndModel.hpp"
+#include "app/Errors.hpp"
+#include "app/Files.hpp"
+#include "app/Sha256.hpp"
+#include "app/Shown.hpp"
+#include "tools/qzapp/cli/ProgressBar.hpp"
+
+namespace qzapp {
+namespace {
+
+using appserialization::AppMetadataReader;
+using opc::model::Package;
+using opc::model::PackageHelper;
+using opc::model::Part;
+
+constexpr std::size_t kMaxLineBytes = 2000;
+constexpr std::size_t kShownLineBytes = 120;
+
+std::string_view textOf(const std::vector<std::uint8_t>& bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+// Without the text of the element, whatever its prefix.
+std::string withoutModifiedTime(std::string xml) {
+    const std::size_t name = xml.find(":modified");
+    const std::size_t start = xml.find('>', name);
+    const std::size_t end = xml.find('<', start);
+    if (end != std::string::npos) xml.erase(start + 1, end - start - 1);
+    return xml;
+}
+
+std::string relationshipsHash(const Package& package) {
+    std::multiset<std::string> lines;
+    for (const auto& relationship : package.getRelationships()) {
+        lines.insert(fmt::format("{}\n{}\n{}\n", fl::i18n::to_display(relationship.getType()),
+                                 fl::i18n::to_display(relationship.getTargetURI().toString()),
+                                 static_cast<int>(relationship.getTargetMode())));
+    }
+    return sha256Hex(fmt::format("{}", fmt::join(lines, "")));
+}
+
+using Names = std::set<opc::model::PartName>;
+
+// Found once, since a package may have as many relationships as parts.
+Names corePropertiesOf(const Package& package) {
+    Names names;
+    for (const auto& link :
+         package.getRelationshipsByType(PackageHelper::getCorePropertiesRelationshipType())) {
+        if (package.hasTarget(link)) names.insert(package.getTarget(link).getName());
+    }
+    return names;
+}
+
+std::string meaningHash(const Package& package, const Names& coreProperties, const Part& part,
+                        const std::string& hash) {
+    if (part.getName().toString() == opc::names::kRelationshipsPart)
+        return relationshipsHash(package);
+    if (!coreProperties.contains(part.getName())) return hash;
+    return sha256Hex(
+        withoutModifiedTime(std::string(textOf(opc::model::readAll(part, kMaxXmlBytes)))));
+}
+
+void addHashes(PartFacts& facts, const Package& package, const Names& coreProperties,
+               const Part& part) {
+    Sha256 sum;
+    readToEnd(*part.getInputStream(), [&](std::span<const std::byte> bytes) { sum.update(bytes); });
+    facts.sha256 = sum.hex();
+    facts.sha256OfMeaning = meaningHash(package, coreProperties, part, facts.sha256);
+}
+
+PartFacts factsOf(const FileName& file, const Package& package, const Names& coreProperties,
+                  const Part& part) {
+    PartFacts facts;
+    facts.name = fl::i18n::to_display(part.getName().toString());
+    facts.contentType = fl::i18n::to_display(part.getContentType().toString());
+    facts.size = part.size();
+    try {
+        about(file, [&] { addHashes(facts, package, coreProperties, part); });
+    } catch (const Error& e) {
+        facts.error = e.text();
+    }
+    return facts;
+}
+
+std::vector<PartFacts> readParts(const FileName& file) {
+    const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
+    Package package(zip);
+    package.open(opc::interfaces::OpenMode::Read);
+    const Names coreProperties = corePropertiesOf(package);
+    std::vector<PartFacts> parts;
+    for (const Part& part : package.getParts())
+        parts.push_back(factsOf(file, package, coreProperties, part));
+    std::sort(parts.begin(), parts.end(),
+              [](const PartFacts& a, const PartFacts& b) { return a.name < b.name; });
+    return parts;
+}
+
+FieldValues readFields(const FileName& file) {
+    const auto record = openApp(file)->readMetadata();
+    FieldValues values;
+    for (const Field field : allFields())
+        values[field] = valueOf(record, field);
+    return values;
+}
+
+std::optional<ScreenshotFacts> readScreenshotFacts(const FileName& file) {
+    const auto [format, bytes] = readScreenshot(file, *openApp(file));
+    if (format.empty() && bytes.empty()) return std::nullopt;
+    return ScreenshotFacts{fl::i18n::to_display(format), bytes.size(), sha256Hex(textOf(bytes))};
+}
+
+// Reads one thing; what is wrong with it does not keep anybody from the others.
+template <class Value>
+void take(Snapshot& snapshot, const FileName& file, const char* what, std::optional<Value>& value,
+          const std::function<std::optional<Value>()>& read) {
+    try {
+        about(file, [&] { value = read(); });
+    } catch (const Error& e) {
+        snapshot.faults.push_back({what, e.text()});
+    }
+}
+
+std::string shownLine(std::string_view line) {
+    if (line.size() <= kMaxLineBytes) return visibleText(line);
+    std::size_t end = kShownLineBytes;
+    while (end > 0 && (static_cast<unsigned char>(line[end]) & 0xC0) == 0x80)
+        --end;
+    return fmt::format("{}... ({}, sha256:{})", visibleText(line.substr(0, end)),
+                       byteCount(line.size()), sha256Hex(line));
+}
+
+}  // namespace
+
+Snapshot takeSnapshot(const FileName& file) {
+    Snapshot snapshot;
+    snapshot.form = formOf(file);
+    const ProgressBar progress(sizeOf(file));
+    take<FieldValues>(snapshot, file, "metadata", snapshot.metadata,
+                      [&] { return readFields(file); });
+    take<ScreenshotFacts>(snapshot, file, "screenshot", snapshot.screenshot,
+                          [&] { return readScreenshotFacts(file); });
+    if (snapshot.form == Form::Packaged) {
+        take<std::vector<PartFacts>>(snapshot, file, "parts", snapshot.parts,
+                                     [&] { return readParts(file); });
+    }
+    take<std::string>(snapshot, file, "code", snapshot.code, [&] { return readCode(file); });
+    requireUnchanged(file);
+    return snapshot;
+}
+
+bool endsLinesInCrLf(const std::string& code) {
+    std::size_t lines = 0;
+    for (std::size_t at = 0; (at = code.find('\n', at)) != std::string::npos; ++at, ++lines) {
+        if (at == 0 || code[at - 1] != '\r') return false;
+    }
+    return lines > 0;
+}
+
+std::string codeLines(const std::string& code) {
+    const std::size_t endLength = endsLinesInCrLf(code) ? 2 : 1;
+    std::string text;
+    std::size_t start = 0;
+    for (std::size_t at = 0; (at = code.find('\n', start)) != std::string::npos; start = at + 1) {
+        const std::string_view line(code.data() + start, at + 1 - start - endLength);
+        text += shownLine(line) + "\n";
+    }
+    if (start == code.size()) return text;
+    return text + shownLine(std::string_view(code).substr(start)) +
+           "\n\\ No line end at the end of the code\n";
+}
+
+}  // namespace qzapp

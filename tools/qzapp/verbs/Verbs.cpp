@@ -1,0 +1,25 @@
+#include "tools/qzapp/verbs/Verbs.hpp"
+
+#include <array>
+
+namespace qzapp {
+
+std::span<const Verb> verbs() {
+    static constexpr std::array kVerbs = {
+        Verb{"create", "Make a packaged app of code, model, metadata and screenshot",
+             declareCreate},
+        Verb{"edit", "Change what is named in a packaged app and keep the rest", declareEdit},
+        Verb{"convert", "Make a packaged app of a text app", declareConvert},
+        Verb{"info", "Show an app's metadata and screenshot facts", declareInfo},
+        Verb{"show", "Show a whole app as text, for people and for git", declareShow},
+        Verb{"diff", "Compare two apps: metadata, code and parts", declareDiff},
+        Verb{"gallery", "Make one page, to look through, of all apps in a folder", declareGallery},
+        Verb{"extract", "Write an app's content to files", declareExtract},
+        Verb{"parts", "List and check the parts of any package", declareParts},
+        Verb{"items", "List and check the items of any zip file", declareItems},
+        Verb{"check", "Report what is wrong with apps and packages, and repair them", declareCheck},
+    };
+    return kVerbs;
+}
+
+}  // namespace qzapp
