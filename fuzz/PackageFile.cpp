@@ -7,7 +7,7 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/opc/src/zip/ExtraFields.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
 namespace fuzz {
 

@@ -2,7 +2,7 @@
 
 #include <opc/ZipArchive.hpp>
 
-#include "platform/opc/src/zip/ExtraFields.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <fl/filesystem.hpp>
 

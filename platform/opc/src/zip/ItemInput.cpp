@@ -2,7 +2,7 @@
 
 #include <opc/Exception.hpp>
 
-#include "platform/opc/src/zip/Inflater.hpp"
+#include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 

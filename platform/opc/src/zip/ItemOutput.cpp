@@ -12,6 +12,24 @@ namespace opc::zip {
 
 namespace {
 
+constexpr std::size_t kSample = std::size_t{256} << 10;
+
+// Less than three per cent is not worth inflating at every reading, nor is less than a kilobyte: the
+// tables of a deflated stream take longer to set up than the bytes to read.
+constexpr std::size_t kLeastSaving = 1024;
+
+bool isWorthwhile(std::size_t size, std::size_t deflated) {
+    return deflated + std::max(kLeastSaving, size / 32) <= size;
+}
+
+class MemorySink final : public ByteSink {
+public:
+    void append(std::span<const std::byte> more) override {
+        bytes.insert(bytes.end(), more.begin(), more.end());
+    }
+    std::vector<std::byte> bytes;
+};
+
 // Encoded items up to this size wait in memory, so that the small ones come last in the file.
 constexpr std::size_t kLargestInMemory = std::size_t{1} << 20;
 constexpr std::size_t kWriteSize = std::size_t{256} << 10;
@@ -37,26 +55,25 @@ std::uint16_t flagsFor(std::string_view name) {
     return isAscii ? 0 : format::flag::kUtf8;
 }
 
-// At the end of the new file.
+// Spills to the end of the new archive.
 class SpillToArchive final : public Spill {
 public:
-    SpillToArchive(std::shared_ptr<ZipWriter::State> writer, NewArchive& archive)
-        : writer_(std::move(writer)), archive_(&archive) {}
+    // `archive` is null once its writer is spent.
+    explicit SpillToArchive(const std::unique_ptr<NewArchive>& archive) : archive_(&archive) {}
     ~SpillToArchive() override {
-        if (!isKept_ && !writer_->isClosed()) archive_->cancelItem();
+        if (!isKept_ && *archive_) (*archive_)->cancelItem();
     }
-    void append(std::span<const std::byte> bytes) override { archive_->file().append(bytes); }
+    void append(std::span<const std::byte> bytes) override { (*archive_)->file().append(bytes); }
     // Where exactly, the archive says when the item is complete.
     void describe(NewItem& item) override { item.content = NewItem::InNewFile{nullptr, 0}; }
     void keep() noexcept override { isKept_ = true; }
 
 private:
-    std::shared_ptr<ZipWriter::State> writer_;
-    NewArchive* archive_;
+    const std::unique_ptr<NewArchive>* archive_;
     bool isKept_ = false;
 };
 
-// Beside it, while another large item is being written there.
+// Spills to an unnamed scratch file, because another item is being written at the archive's end.
 class SpillToScratchFile final : public Spill {
 public:
     SpillToScratchFile(fl::filesystem::FileDescriptor file, const fl::filesystem::path& name)
@@ -79,9 +96,69 @@ private:
 
 }  // namespace
 
-ItemOutput::ItemOutput(std::shared_ptr<ZipWriter::State> writer, std::string name,
-                       const ItemOptions& options)
-    : writer_(std::move(writer)), encoder_(options.deflate, writer_->deflaters()) {
+ItemEncoder::ItemEncoder(bool deflate, DeflaterPool& deflaters)
+    : mode_(deflate ? Mode::Sampling : Mode::Storing), deflaters_(&deflaters) {}
+
+ItemEncoder::~ItemEncoder() {
+    if (deflater_) deflaters_->giveBack(std::move(deflater_));
+}
+
+Method ItemEncoder::method() const noexcept {
+    return mode_ == Mode::Deflating ? Method::Deflated : Method::Stored;
+}
+
+void ItemEncoder::write(std::span<const std::byte> bytes, ByteSink& sink) {
+    size_ += bytes.size();
+    crc32_ = zip::crc32(crc32_, bytes);
+    if (mode_ == Mode::Sampling) {
+        const auto taken = bytes.first(std::min(bytes.size(), kSample - sample_.size()));
+        sample_.insert(sample_.end(), taken.begin(), taken.end());
+        bytes = bytes.subspan(taken.size());
+        if (sample_.size() == kSample) decide(false, sink);
+    }
+    encode(bytes, sink);
+}
+
+void ItemEncoder::finish(ByteSink& sink) {
+    if (mode_ == Mode::Sampling) {
+        decide(true, sink);
+    } else if (mode_ == Mode::Deflating) {
+        deflater_->finish(sink);
+    }
+}
+
+void ItemEncoder::encode(std::span<const std::byte> bytes, ByteSink& sink) {
+    if (bytes.empty()) return;
+    if (mode_ == Mode::Deflating) deflater_->write(bytes, sink);
+    if (mode_ == Mode::Storing) sink.append(bytes);
+}
+
+// The deflated sample is not thrown away: the stream goes on from it.
+void ItemEncoder::decide(bool isAll, ByteSink& sink) {
+    if (sample_.empty()) {
+        mode_ = Mode::Storing;
+        return;
+    }
+    MemorySink deflated;
+    deflater_ = deflaters_->take();
+    deflater_->write(sample_, deflated);
+    if (isAll) {
+        deflater_->finish(deflated);
+    } else {
+        deflater_->sync(deflated);
+    }
+    if (isWorthwhile(sample_.size(), deflated.bytes.size())) {
+        mode_ = Mode::Deflating;
+        sink.append(deflated.bytes);
+    } else {
+        mode_ = Mode::Storing;
+        sink.append(sample_);
+    }
+    std::vector<std::byte>().swap(sample_);
+}
+
+ItemOutput::ItemOutput(ZipWriter& writer, std::string name, const ItemOptions& options)
+    : writer_(&writer), encoder_(options.deflate, writer.deflaters_) {
     item_.flags = flagsFor(name);
     item_.name = std::move(name);
     item_.dosDateAndTime = dosDateAndTime(foundation::clock::now());
@@ -92,7 +169,7 @@ ItemOutput::~ItemOutput() = default;
 void ItemOutput::checkOpen() const {
     writer_->checkOpen();
     if (progress_ == Progress::Open) return;
-    throwItemError(writer_->path(), displayName(item_.name, true),
+    throwItemError(writer_->path_, displayName(item_.name, true),
                    progress_ == Progress::Failed
                        ? "cannot be written any further after an earlier failure"
                        : "was completed by flush() and cannot be written any further");
@@ -118,8 +195,8 @@ void ItemOutput::flush() {
 
 void ItemOutput::refuseZip64() const {
     const format::ItemRecord record{.compressedSize = encodedSize_, .size = encoder_.size()};
-    if (writer_->allowsZip64() || !format::needsZip64(record)) return;
-    throwItemError(writer_->path(), displayName(item_.name, true),
+    if (writer_->allowZip64_ || !format::needsZip64(record)) return;
+    throwItemError(writer_->path_, displayName(item_.name, true),
                    "has 4 GiB or more, which needs the zip64 extensions that the program does not "
                    "allow");
 }
@@ -133,11 +210,10 @@ void ItemOutput::append(std::span<const std::byte> bytes) {
 }
 
 void ItemOutput::startSpill() {
-    if (NewArchive* archive = writer_->claimEnd(item_)) {
-        spill_ = std::make_unique<SpillToArchive>(writer_, *archive);
+    if (writer_->claimEnd(item_)) {
+        spill_ = std::make_unique<SpillToArchive>(writer_->archive_);
     } else {
-        spill_ =
-            std::make_unique<SpillToScratchFile>(writer_->createScratchFile(), writer_->path());
+        spill_ = std::make_unique<SpillToScratchFile>(writer_->createScratchFile(), writer_->path_);
     }
     drain();
 }

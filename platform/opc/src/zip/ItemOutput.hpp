@@ -1,9 +1,43 @@
 #pragma once
 
-#include "platform/opc/src/zip/ItemEncoder.hpp"
-#include "platform/opc/src/zip/WriterState.hpp"
+#include "platform/opc/src/zip/Deflate.hpp"
+#include "platform/opc/src/zip/ZipWriter.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace opc::zip {
+
+// Turns the content of an item into the bytes that stand in the file: deflated, or as they are when
+// they are not to be deflated or the first part of them shrinks too little.
+class ItemEncoder {
+public:
+    ItemEncoder(bool deflate, DeflaterPool& deflaters);
+    ~ItemEncoder();
+
+    void write(std::span<const std::byte> bytes, ByteSink& sink);
+    void finish(ByteSink& sink);
+
+    // Of all that was written so far; the method counts once the encoder is finished.
+    std::uint64_t size() const noexcept { return size_; }
+    std::uint32_t crc32() const noexcept { return crc32_; }
+    Method method() const noexcept;
+
+private:
+    enum class Mode { Sampling, Deflating, Storing };
+
+    void encode(std::span<const std::byte> bytes, ByteSink& sink);
+    void decide(bool isAll, ByteSink& sink);
+
+    Mode mode_;
+    std::vector<std::byte> sample_;
+    DeflaterPool* deflaters_;
+    std::unique_ptr<Deflater> deflater_;
+    std::uint64_t size_ = 0;
+    std::uint32_t crc32_ = 0;
+};
 
 // Where the encoded bytes of an item go that has become too large for memory. Destroying it before
 // keep() takes them back.
@@ -18,8 +52,7 @@ public:
 // The stream that sets one item.
 class ItemOutput final : public OutputStream, private ByteSink {
 public:
-    ItemOutput(std::shared_ptr<ZipWriter::State> writer, std::string name,
-               const ItemOptions& options);
+    ItemOutput(ZipWriter& writer, std::string name, const ItemOptions& options);
     ~ItemOutput() override;
 
     void write(std::span<const std::byte> bytes) override;
@@ -35,7 +68,7 @@ private:
     void refuseZip64() const;
     void complete();
 
-    std::shared_ptr<ZipWriter::State> writer_;
+    ZipWriter* writer_;
     ItemEncoder encoder_;
     NewItem item_;
     std::uint64_t encodedSize_ = 0;

@@ -1,6 +1,7 @@
 #include "platform/opc/src/zip/Directory.hpp"
 
 #include <foundation/Shown.hpp>
+#include "platform/opc/src/zip/HiddenItems.hpp"
 #include "platform/opc/src/zip/ItemChecks.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
@@ -142,18 +143,6 @@ private:
     ArchiveBytes* bytes_;
     ItemChecks checks_;
 };
-
-// Bytes between items do no harm unless a program that reads the file from the front would find
-// another item there.
-void refuseHiddenItem(std::uint64_t from, std::uint64_t to, ArchiveBytes& bytes,
-                      const fl::filesystem::path& file) {
-    const auto found = bytes.find(local::kSignature, from, to);
-    if (!found) return;
-    refuseZip(ZipRule::Hidden, file,
-              "there is an item at offset " + std::to_string(*found) +
-                  " that the directory does not list: readers could see two different packages" +
-                  kGetAgain);
-}
 
 }  // namespace
 

@@ -3,11 +3,11 @@
 #include <foundation/Shown.hpp>
 #include <opc/Exception.hpp>
 
+#include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
-#include "platform/opc/src/zip/ExtraFields.hpp"
-#include "platform/opc/src/zip/FoldedName.hpp"
-#include "platform/opc/src/zip/Inflater.hpp"
+#include "platform/opc/src/zip/NameIndex.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
 #include <iterator>

@@ -1,7 +1,5 @@
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
-#include "platform/opc/src/zip/ExtraFields.hpp"
-
 #include <algorithm>
 #include <optional>
 #include <stdexcept>

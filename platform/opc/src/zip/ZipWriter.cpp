@@ -6,9 +6,8 @@
 
 #include <unistd.h>
 
+#include "platform/opc/src/zip/HiddenItems.hpp"
 #include "platform/opc/src/zip/ItemOutput.hpp"
-#include "platform/opc/src/zip/ItemsInData.hpp"
-#include "platform/opc/src/zip/WriterState.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <algorithm>
@@ -26,8 +25,8 @@ constexpr std::uint64_t kMostInMemory = std::uint64_t{8} << 20;
 
 }  // namespace
 
-ZipWriter::State::State(const fl::filesystem::path& target, std::shared_ptr<const ZipArchive> base,
-                        bool allowZip64)
+ZipWriter::ZipWriter(const fl::filesystem::path& target, std::shared_ptr<const ZipArchive> base,
+                     bool allowZip64)
     : path_(target),
       target_(aboutTarget([&] { return fl::filesystem::SaveTarget(target); })),
       base_(std::move(base)),
@@ -38,8 +37,8 @@ ZipWriter::State::State(const fl::filesystem::path& target, std::shared_ptr<cons
     fates_.resize(base_->items().size(), Fate::Waiting);
 }
 
-void ZipWriter::State::checkOpen() const {
-    if (isClosed_)
+void ZipWriter::checkOpen() const {
+    if (isSpent_)
         throwZipError(path_, "has been saved or closed already; open it again to change it");
     // Both processes would write into one new file.
     if (::getpid() != process_) {
@@ -48,26 +47,22 @@ void ZipWriter::State::checkOpen() const {
     }
 }
 
-std::size_t ZipWriter::State::indexOf(const ZipItem& item) const noexcept {
+std::size_t ZipWriter::indexOf(const ZipItem& item) const noexcept {
     return static_cast<std::size_t>(&item - base_->items().data());
 }
 
-const ZipItem* ZipWriter::State::findKept(std::string_view name) const noexcept {
+const ZipItem* ZipWriter::findKept(std::string_view name) const noexcept {
     const ZipItem* item = base_ ? base_->find(name) : nullptr;
     return item && fates_[indexOf(*item)] != Fate::Lost ? item : nullptr;
 }
 
-const NewItem* ZipWriter::State::findSet(std::string_view name) const {
+const NewItem* ZipWriter::findSet(std::string_view name) const {
     const auto found = items_.find(name);
     return found != items_.end() && found->second->name == name ? found->second.get() : nullptr;
 }
 
-bool ZipWriter::State::isSet(std::string_view name) const {
-    return findSet(name) != nullptr;
-}
-
 // What would be written could not be opened again.
-void ZipWriter::State::refuseSimilarName(std::string_view name) const {
+void ZipWriter::refuseSimilarName(std::string_view name) const {
     const auto refuse = [&](std::string_view taken, bool isUtf8) {
         throwItemError(path_, displayName(name, true),
                        "some readers would take it for \"" +
@@ -82,17 +77,16 @@ void ZipWriter::State::refuseSimilarName(std::string_view name) const {
     if (set != items_.end() && set->second->name != name) refuse(set->second->name, true);
 }
 
-std::unique_ptr<OutputStream> ZipWriter::State::set(std::string_view name,
-                                                    const ItemOptions& options) {
+std::unique_ptr<OutputStream> ZipWriter::set(std::string_view name, const ItemOptions& options) {
     checkOpen();
     refuseSimilarName(name);
     if (name.size() > format::kInZip64_16 || name.find('\0') != name.npos) {
         throwItemError(path_, displayName(name, true), "is no name that a zip file can hold");
     }
-    return std::make_unique<ItemOutput>(shared_from_this(), std::string(name), options);
+    return std::make_unique<ItemOutput>(*this, std::string(name), options);
 }
 
-void ZipWriter::State::loseKept(std::string_view name) noexcept {
+void ZipWriter::loseKept(std::string_view name) noexcept {
     const ZipItem* item = findKept(name);
     if (!item) return;
     if (fateOf(*item) == Fate::Placed) archive_->drop(*item);
@@ -100,7 +94,7 @@ void ZipWriter::State::loseKept(std::string_view name) noexcept {
     hasLostKept_ = true;
 }
 
-void ZipWriter::State::remove(std::string_view name) {
+void ZipWriter::remove(std::string_view name) {
     checkOpen();
     loseKept(name);
     const auto found = items_.find(name);
@@ -109,7 +103,7 @@ void ZipWriter::State::remove(std::string_view name) {
     items_.erase(found);
 }
 
-std::unique_ptr<InputStream> ZipWriter::State::read(std::string_view name) const {
+std::unique_ptr<InputStream> ZipWriter::read(std::string_view name) const {
     checkOpen();
     if (const NewItem* item = findSet(name)) return openItem(item->contentIn(path_));
     if (const ZipItem* item = findKept(name)) return base_->read(*item);
@@ -118,7 +112,7 @@ std::unique_ptr<InputStream> ZipWriter::State::read(std::string_view name) const
 
 // Takes over the items of the base that `wanted` accepts and that wait. Where that fails they wait on.
 template <class Wanted>
-void ZipWriter::State::placeKept(NewArchive& archive, Wanted wanted) {
+void ZipWriter::placeKept(NewArchive& archive, Wanted wanted) {
     if (!base_) return;
     std::vector<const ZipItem*> items;
     for (const ZipItem& item : base_->items()) {
@@ -130,7 +124,7 @@ void ZipWriter::State::placeKept(NewArchive& archive, Wanted wanted) {
 }
 
 // `firstName` is the item that is going to be written.
-void ZipWriter::State::openArchive(std::string_view firstName) {
+void ZipWriter::openArchive(std::string_view firstName) {
     if (archive_) return;
     auto archive = std::make_unique<NewArchive>(target_, path_, base_);
     const ZipItem* replaced = findKept(firstName);
@@ -140,19 +134,19 @@ void ZipWriter::State::openArchive(std::string_view firstName) {
     archive_ = std::move(archive);
 }
 
-NewArchive* ZipWriter::State::claimEnd(const NewItem& item) {
+bool ZipWriter::claimEnd(const NewItem& item) {
     openArchive(item.name);
-    if (archive_->isWriting()) return nullptr;
+    if (archive_->isWriting()) return false;
     archive_->startItem(item);
-    return archive_.get();
+    return true;
 }
 
-fl::filesystem::FileDescriptor ZipWriter::State::createScratchFile() const {
+fl::filesystem::FileDescriptor ZipWriter::createScratchFile() const {
     return aboutTarget([this] { return target_.createScratchFile(); });
 }
 
 // All that can fail comes first, so that a failure leaves everything as it was.
-void ZipWriter::State::complete(NewItem item) {
+void ZipWriter::complete(NewItem item) {
     auto completed = std::make_unique<NewItem>(std::move(item));
     const auto [slot, isNew] = items_.try_emplace(completed->name);
     try {
@@ -166,7 +160,7 @@ void ZipWriter::State::complete(NewItem item) {
 
 // Writes what belongs into the new file now: the header of an item that has been written there, and
 // small ones when too many of them wait in memory.
-void ZipWriter::State::settle(NewItem& item) {
+void ZipWriter::settle(NewItem& item) {
     if (std::holds_alternative<NewItem::InNewFile>(item.content)) return archive_->endItem(item);
     if (!std::holds_alternative<NewItem::InMemory>(item.content)) return;
     if (inMemory_ + item.compressedSize <= kMostInMemory) {
@@ -180,7 +174,7 @@ void ZipWriter::State::settle(NewItem& item) {
 }
 
 // All behind each other in one file, since there may be more of them than descriptors.
-void ZipWriter::State::moveToScratchFile(NewItem& item) {
+void ZipWriter::moveToScratchFile(NewItem& item) {
     if (!overflow_) overflow_ = std::make_shared<FileSource>(createScratchFile());
     const auto bytes = std::get<NewItem::InMemory>(item.content)->bytes();
     aboutFile(path_, [&] { overflow_->write(bytes, overflowSize_); });
@@ -189,15 +183,14 @@ void ZipWriter::State::moveToScratchFile(NewItem& item) {
 }
 
 // Puts the item where an earlier one of its name was, or behind all others.
-void ZipWriter::State::enter(std::unique_ptr<NewItem>& slot,
-                             std::unique_ptr<NewItem> item) noexcept {
+void ZipWriter::enter(std::unique_ptr<NewItem>& slot, std::unique_ptr<NewItem> item) noexcept {
     loseKept(item->name);
     if (slot) forgetContent(*slot);
     item->turn = slot ? slot->turn : nextTurn_++;
     slot = std::move(item);
 }
 
-std::vector<NewItem*> ZipWriter::State::itemsInTurn() const {
+std::vector<NewItem*> ZipWriter::itemsInTurn() const {
     std::vector<NewItem*> items;
     items.reserve(items_.size());
     for (const auto& [name, item] : items_)
@@ -206,22 +199,20 @@ std::vector<NewItem*> ZipWriter::State::itemsInTurn() const {
     return items;
 }
 
-void ZipWriter::State::forgetContent(const NewItem& item) noexcept {
+void ZipWriter::forgetContent(const NewItem& item) noexcept {
     if (std::holds_alternative<NewItem::InMemory>(item.content)) inMemory_ -= item.compressedSize;
     if (archive_) archive_->drop(item);
 }
 
 // The new file must not be two packages, whatever the old one was.
-void ZipWriter::State::refuseItemsInKept() const {
+void ZipWriter::refuseItemsInKept() const {
     if (!base_) return;
     for (const ZipItem& item : base_->items()) {
         if (fates_[indexOf(item)] != Fate::Lost) refuseItemsInLargeData(*base_, item);
     }
 }
 
-std::optional<fl::filesystem::FileStamp> ZipWriter::State::save() {
-    checkOpen();
-    if (!changed()) return std::nullopt;
+std::optional<fl::filesystem::FileStamp> ZipWriter::writeAll() {
     refuseItemsInKept();
     if (!archive_) archive_ = std::make_unique<NewArchive>(target_, path_, base_);
     archive_->cancelItem();  // a stream that is still open has set nothing
@@ -232,52 +223,14 @@ std::optional<fl::filesystem::FileStamp> ZipWriter::State::save() {
     return archive_->finish(allowZip64_);
 }
 
-void ZipWriter::State::close() noexcept {
-    isClosed_ = true;
-    archive_.reset();
-}
-
-ZipWriter::ZipWriter(const fl::filesystem::path& target, std::shared_ptr<const ZipArchive> base,
-                     bool allowZip64)
-    : state_(std::make_shared<State>(target, std::move(base), allowZip64)) {}
-
-ZipWriter::~ZipWriter() {
-    state_->close();
-}
-
-bool ZipWriter::has(std::string_view name) const {
-    return state_->has(name);
-}
-bool ZipWriter::isSet(std::string_view name) const {
-    return state_->isSet(name);
-}
-bool ZipWriter::replacesFile() const noexcept {
-    return state_->replacesFile();
-}
-bool ZipWriter::changed() const noexcept {
-    return state_->changed();
-}
-void ZipWriter::remove(std::string_view name) {
-    state_->remove(name);
-}
-
-std::unique_ptr<OutputStream> ZipWriter::set(std::string_view name, const ItemOptions& options) {
-    return state_->set(name, options);
-}
-
-std::unique_ptr<InputStream> ZipWriter::read(std::string_view name) const {
-    return state_->read(name);
-}
-
 std::optional<fl::filesystem::FileStamp> ZipWriter::save() {
-    try {
-        const auto saved = state_->save();
-        state_->close();
-        return saved;
-    } catch (...) {
-        state_->close();
-        throw;
-    }
+    checkOpen();
+    const auto spend = [this](ZipWriter*) {
+        isSpent_ = true;
+        archive_.reset();
+    };
+    const std::unique_ptr<ZipWriter, decltype(spend)> spent(this, spend);
+    return changed() ? writeAll() : std::nullopt;
 }
 
 }  // namespace opc::zip

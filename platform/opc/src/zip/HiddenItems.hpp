@@ -4,9 +4,19 @@
 
 #include "platform/opc/src/zip/ArchiveBytes.hpp"
 
+#include <fl/filesystem.hpp>
+
+#include <cstdint>
+
+// Items that the directory does not list, but that a reader finds who starts at the front of the file.
 namespace opc::zip {
 
-// A reader that starts at the front of the file ends an item with a descriptor where its data seem to
+// Looks through the bytes between two items, which do no harm unless such a reader would find another
+// item there. Throws ZipRefusal about `file`.
+void refuseHiddenItem(std::uint64_t from, std::uint64_t to, ArchiveBytes& bytes,
+                      const fl::filesystem::path& file);
+
+// Such a reader ends an item with a descriptor where its data seem to
 // end, and may find another item behind that, within what the directory says are the item's data.
 // An item that may be one is read to its end, which tells.
 

@@ -1,10 +1,14 @@
-#include "platform/opc/src/zip/Deflater.hpp"
+#include "platform/opc/src/zip/Deflate.hpp"
 
+#include <opc/ZipArchive.hpp>
+
+#include <isa-l/crc.h>
 #include <isa-l/igzip_lib.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <stdexcept>
 
 namespace opc::zip {
 
@@ -13,8 +17,13 @@ namespace {
 // Level 0 would make random data a quarter larger; the higher ones gain little for much time.
 constexpr std::uint32_t kLevel = 1;
 // The library counts its buffers in 32 bits.
-constexpr std::size_t kMostInput = std::size_t{1} << 30;
+constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
 constexpr std::size_t kOutputBuffer = std::size_t{128} << 10;
+
+// It takes its input as not const, but does not write to it.
+std::uint8_t* inputOf(std::span<const std::byte> bytes) {
+    return const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(bytes.data()));
+}
 
 }  // namespace
 
@@ -39,10 +48,8 @@ void Deflater::start() {
 
 void Deflater::write(std::span<const std::byte> bytes, ByteSink& sink) {
     while (!bytes.empty()) {
-        const auto piece = bytes.first(std::min(bytes.size(), kMostInput));
-        // The library takes its input as not const, but does not write to it.
-        state_->stream.next_in =
-            const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(piece.data()));
+        const auto piece = bytes.first(std::min(bytes.size(), kMostAtOnce));
+        state_->stream.next_in = inputOf(piece);
         state_->stream.avail_in = static_cast<std::uint32_t>(piece.size());
         run(sink);
         bytes = bytes.subspan(piece.size());
@@ -77,6 +84,46 @@ std::unique_ptr<Deflater> DeflaterPool::take() {
     if (!idle_) return std::make_unique<Deflater>();
     idle_->start();
     return std::move(idle_);
+}
+
+struct Inflater::State {
+    inflate_state stream;
+};
+
+Inflater::Inflater() : state_(std::make_unique_for_overwrite<State>()) {
+    isal_inflate_init(&state_->stream);
+}
+Inflater::~Inflater() = default;
+
+void Inflater::feed(std::span<const std::byte> input) {
+    state_->stream.next_in = inputOf(input);
+    state_->stream.avail_in = static_cast<std::uint32_t>(input.size());
+}
+
+bool Inflater::needsInput() const noexcept {
+    return state_->stream.avail_in == 0;
+}
+
+std::size_t Inflater::decode(std::span<std::byte> output) {
+    inflate_state& stream = state_->stream;
+    const auto room = static_cast<std::uint32_t>(std::min(output.size(), kMostAtOnce));
+    stream.next_out = reinterpret_cast<std::uint8_t*>(output.data());
+    stream.avail_out = room;
+    if (isal_inflate(&stream) < 0) throw std::runtime_error("the deflated data is damaged");
+    return room - stream.avail_out;
+}
+
+bool Inflater::hasEnded() const noexcept {
+    return state_->stream.block_state == ISAL_BLOCK_FINISH;
+}
+
+// Whole bytes in the bit buffer were read from the input but do not belong to the stream.
+std::size_t Inflater::unused() const noexcept {
+    return state_->stream.avail_in + static_cast<std::size_t>(state_->stream.read_in_length) / 8;
+}
+
+std::uint32_t crc32(std::uint32_t sofar, std::span<const std::byte> bytes) {
+    return crc32_gzip_refl(sofar, inputOf(bytes), bytes.size());
 }
 
 }  // namespace opc::zip

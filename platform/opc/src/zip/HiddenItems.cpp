@@ -1,9 +1,10 @@
-#include "platform/opc/src/zip/ItemsInData.hpp"
+#include "platform/opc/src/zip/HiddenItems.hpp"
 
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <algorithm>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace opc::zip {
@@ -36,6 +37,16 @@ void refuseItemsInData(const ZipArchive& archive, const ZipItem& item, ArchiveBy
 }
 
 }  // namespace
+
+void refuseHiddenItem(std::uint64_t from, std::uint64_t to, ArchiveBytes& bytes,
+                      const fl::filesystem::path& file) {
+    const auto found = bytes.find(format::local::kSignature, from, to);
+    if (!found) return;
+    refuseZip(ZipRule::Hidden, file,
+              "there is an item at offset " + std::to_string(*found) +
+                  " that the directory does not list: readers could see two different packages" +
+                  kGetAgain);
+}
 
 void refuseItemsInSmallData(const ZipArchive& archive, ArchiveBytes& bytes) {
     for (const ZipItem& item : archive.items()) {
