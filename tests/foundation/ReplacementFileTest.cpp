@@ -140,6 +140,52 @@ TEST_F(ReplacementFileTest, ReplacesWhatALinkPointsTo) {
     EXPECT_THAT(complaint(name("loop")), testing::StartsWith("loop: cannot follow its symbolic"));
 }
 
+TEST_F(ReplacementFileTest, FollowsNoLinkThatAnotherUserPutIntoADirectoryForAll) {
+    static uid_t ownerOfLink, ownerOfDirectory;
+    const uid_t self = ::geteuid();
+    const struct {
+        const char* why;
+        mode_t mode;
+        uid_t ownerOfLink, ownerOfDirectory;
+        bool isFollowed;
+    } rows[] = {
+        {"another user's, in a directory for all", 01777, self + 1, self, false},
+        {"another user's, in a third user's directory for all", 01777, self + 1, self + 2, false},
+        {"one's own", 01777, self, self + 2, true},
+        {"that of the directory's owner", 01777, self + 2, self + 2, true},
+        {"another user's, in a directory for all that protects nobody", 0777, self + 1, self, true},
+        {"another user's, in a directory for some", 01775, self + 1, self, true},
+    };
+    stdfs::create_directory(file("d"));
+    for (const char* target : {"there", "missing"}) {
+        stdfs::remove(file("d/link"));
+        stdfs::create_symlink(file(target), file("d/link"));
+        for (const auto& row : rows) {
+            SCOPED_TRACE(row.why);
+            stdfs::remove(file("missing"));
+            write("there", "old");
+            stdfs::permissions(file("d"), stdfs::perms(row.mode));
+            ownerOfLink = row.ownerOfLink;
+            ownerOfDirectory = row.ownerOfDirectory;
+            const WatchedSystem system;
+            systemCalls().fstat = [](int opened, struct stat* result) {
+                const int status = ::fstat(opened, result);
+                if (S_ISLNK(result->st_mode)) result->st_uid = ownerOfLink;
+                if (S_ISDIR(result->st_mode)) result->st_uid = ownerOfDirectory;
+                return status;
+            };
+            EXPECT_EQ(complaint(name("d/link")),
+                      row.isFollowed
+                          ? ""
+                          : "d/link: is another user's symbolic link, in a directory where "
+                            "everybody may put one (save under another name): Permission denied");
+            const bool isNew = std::string_view(target) == "missing";
+            EXPECT_EQ(stdfs::exists(file("missing")), row.isFollowed && isNew);
+            EXPECT_EQ(readFile(file("there")), row.isFollowed && !isNew ? "new" : "old");
+        }
+    }
+}
+
 TEST_F(ReplacementFileTest, RefusesWhatMayNotBeReplaced) {
     stdfs::create_directory(file("d"));
     ASSERT_EQ(::mkfifo(file("fifo").c_str(), 0600), 0);

@@ -52,12 +52,39 @@ FileDescriptor openDirectory(int start, const std::string& directory) {
     return opened;
 }
 
+// For looking at the link itself, which stays the one that was looked at.
+FileDescriptor openLink(const FileDescriptor& directory, const std::string& name) {
+    FileDescriptor link(retryInterrupted([&] {
+        return systemCalls().openat(directory.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC,
+                                    0);
+    }));
+    if (!link) throwSystemError(errno, "cannot open the symbolic link");
+    return link;
+}
+
+// The system asks this (protected_symlinks) of the links that it follows itself. Here links are read, so
+// anybody could plant one in a directory for all, such as /tmp, and choose what is replaced.
+void requireTrusted(const FileDescriptor& link, const FileDescriptor& directory) {
+    struct stat ofLink {};
+    struct stat ofDirectory {};
+    if (systemCalls().fstat(link.get(), &ofLink) < 0 ||
+        systemCalls().fstat(directory.get(), &ofDirectory) < 0) {
+        throwSystemError(errno, "cannot look at the symbolic link");
+    }
+    constexpr mode_t kForAll = S_ISVTX | S_IWOTH;
+    if ((ofDirectory.st_mode & kForAll) != kForAll) return;
+    if (ofLink.st_uid == ::geteuid() || ofLink.st_uid == ofDirectory.st_uid) return;
+    throwSystemError(EACCES,
+                     "is another user's symbolic link, in a directory where everybody may put one "
+                     "(save under another name)");
+}
+
 std::string readLink(const FileDescriptor& directory, const std::string& name) {
+    const FileDescriptor link = openLink(directory, name);
+    requireTrusted(link, directory);
     std::array<char, PATH_MAX> target{};
-    const ssize_t size = retryInterrupted([&] {
-        return systemCalls().readlinkat(directory.get(), name.c_str(), target.data(),
-                                        target.size());
-    });
+    const ssize_t size = retryInterrupted(
+        [&] { return systemCalls().readlinkat(link.get(), "", target.data(), target.size()); });
     if (size < 0) throwSystemError(errno, "cannot read the symbolic link");
     return {target.data(), static_cast<std::size_t>(size)};
 }
