@@ -2,17 +2,21 @@
 
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
-#include <opc/CorePropertiesManager.hpp>
+#include <opc/CoreProperties.hpp>
 #include <opc/Exception.hpp>
+#include <opc/HostProperties.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageTables.hpp>
+#include <opc/StandardProperties.hpp>
 
 #include <algorithm>
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -36,8 +40,10 @@ using opc::model::PartName;
 using opc::model::Relationship;
 using opc::model::TargetMode;
 using opc::model::URI;
+using opc::model::XmlElement;
 using opc::qzservices::CoreProperties;
-using opc::qzservices::CorePropertiesManager;
+using opc::qzservices::HostProperties;
+using opc::qzservices::StandardProperties;
 
 constexpr const char16_t* kUnknownType = u"application/octet-stream";
 
@@ -45,13 +51,62 @@ std::string shown(const ustring& text) {
     return fl::i18n::to_display(text);
 }
 
-// Texts of an XML part's elements, by name.
-std::map<std::string, std::string> textsOf(const std::string& document) {
-    std::map<std::string, std::string> texts;
-    for (const auto& element : opc::model::readXmlElements(document, ""))
-        texts.emplace(element.name, element.text);
-    return texts;
+template <auto kSet>
+void setText(CoreProperties& properties, const XmlElement& element) {
+    (properties.*kSet)(fl::i18n::utf8_to_ustring(element.text));
 }
+
+void setReleaseInfo(CoreProperties& properties, const XmlElement& element) {
+    const std::string* legacy = element.attribute("legacy");
+    properties.setKORVALReleaseInfo(
+        {fl::i18n::utf8_to_ustring(element.text), legacy != nullptr && *legacy == "true"});
+}
+
+// A property that is worth keeping of a part that breaks its rules.
+struct Property {
+    std::string_view element;
+    void (*set)(CoreProperties& properties, const XmlElement& element);
+    const char* called;  // by people
+};
+constexpr Property kStandardProperties[] = {
+    {"title", setText<&CoreProperties::setTitle>, "name"},
+    {"description", setText<&CoreProperties::setDescription>, "summary"},
+    {"creator", setText<&CoreProperties::setCreatedBy>, "author"},
+    {"version", setText<&CoreProperties::setVersion>, "version"},
+    {"contentType", setText<&CoreProperties::setContentType>, "content type"},
+};
+constexpr Property kHostProperties[] = {
+    {"contentTypeFriendlyName", setText<&CoreProperties::setContentTypeFriendlyName>,
+     "friendly name"},
+    {"release", setText<&CoreProperties::setKORVALRelease>, "release"},
+    {"releaseInfo", setReleaseInfo, "release info"},
+};
+
+// A part that holds properties of the package, each by itself.
+struct PropertiesPart {
+    layout::AppPart part;
+    const char* called;
+    std::span<const Property> properties;
+    void (*parse)(std::string_view document, const std::string& where, CoreProperties& properties);
+    std::string (*toXml)(const CoreProperties& properties);
+
+    // Whether readers understand it.
+    bool isSound(const std::string& document) const {
+        try {
+            CoreProperties ignored;
+            parse(document, "", ignored);
+            return true;
+        } catch (const opc::Exception&) {
+            return false;
+        }
+    }
+};
+constexpr PropertiesPart kPropertiesParts[] = {
+    {layout::kCoreProperties, "the core properties", kStandardProperties, StandardProperties::parse,
+     StandardProperties::toXml},
+    {layout::kHostProperties, "the host's properties", kHostProperties, HostProperties::parse,
+     HostProperties::toXml},
+};
 
 // The relationship type of the parts of an app to which this one belongs, by its name or else by its
 // content type; empty when it is none.
@@ -170,7 +225,7 @@ private:
     std::optional<std::string> xmlFault(const ViewedItem& item) const {
         if (!xmlParts_.contains(&item)) return std::nullopt;
         try {
-            textsOf(from_.read(item, kMaxXmlBytes).value_or(""));
+            opc::model::readXmlElements(textOf(item), "");
             return std::nullopt;
         } catch (const opc::Exception& e) {
             return "its XML cannot be read" + std::string(e.what());
@@ -248,11 +303,19 @@ private:
         return *found->second;
     }
 
-    // The thumbnail is the screenshot that was set last.
+    // The thumbnail is the screenshot that was set last. Of properties, those that can be read count.
     int weightOf(const ustring& type, const PartName& name) const {
+        const ViewedItem* item = from_.find(name);
         const bool isThumbnail =
-            type == layout::app::kScreenshotRelationship && thumbnails_.contains(from_.find(name));
-        return 4 * isThumbnail + claimOf(type, name);
+            type == layout::app::kScreenshotRelationship && thumbnails_.contains(item);
+        const bool isReadable = std::ranges::any_of(kPropertiesParts, [&](const auto& each) {
+            return type == each.part.relationshipType && each.isSound(textOf(*item));
+        });
+        return 4 * (isThumbnail || isReadable) + claimOf(type, name);
+    }
+
+    std::string textOf(const ViewedItem& item) const {
+        return from_.read(item, kMaxXmlBytes).value_or("");
     }
 
     // How much a part says itself that it is of this kind; its content type says more than its name.
@@ -345,8 +408,13 @@ private:
         for (const layout::AppPart& part : layout::kParts) {
             link(PartName(part.name), ustring(part.relationshipType));
         }
-        for (const auto& format : layout::app::kScreenshotFormats)
-            link(layout::screenshotName(format.extension), layout::app::kScreenshotRelationship);
+        for (const bool isThumbnail : {true, false}) {
+            for (const auto& format : layout::app::kScreenshotFormats) {
+                const PartName name = layout::screenshotName(format.extension);
+                if (thumbnails_.contains(from_.find(name)) == isThumbnail)
+                    link(name, layout::app::kScreenshotRelationship);
+            }
+        }
         const auto screenshots = to_.getRelationshipsByType(layout::app::kScreenshotRelationship);
         if (screenshots.size() != 1) return;
         link(PartName(screenshots[0].getTargetURI()),
@@ -379,65 +447,44 @@ private:
         mend(fmt::format("added a relationship that leads to {}", shownName(name)));
     }
 
-    // Properties that readers refuse are written anew with what apps have of them.
+    // Properties that readers refuse are written anew with what apps have of them; a part that they
+    // understand stays as it is.
     void mendProperties() {
-        CorePropertiesManager manager(to_, 0);
-        try {
-            manager.getCoreProperties();
-            return;
-        } catch (const opc::Exception&) {
-            // Told by what is mended below.
+        for (const PropertiesPart& part : kPropertiesParts) {
+            const ustring type(part.part.relationshipType);
+            for (const Relationship& link : to_.getRelationshipsByType(type))
+                mendProperties(part, PartName(link.getTargetURI()));
         }
+    }
+
+    void mendProperties(const PropertiesPart& part, const PartName& name) {
+        const std::string document = textOf(*from_.find(name));
+        if (part.isSound(document)) return;
         std::vector<std::string> names;
-        const CoreProperties properties = understoodProperties(names);
-        remove(layout::kCoreProperties);
-        remove(layout::kHostProperties);
-        manager.setCoreProperties(properties);
+        const std::string content = part.toXml(understood(part, document, names));
+        drop(name);
+        to_.createPart(name, ContentType(part.part.contentType),
+                       opc::model::StandardPartInfo(1, content.size()));
+        const auto stream = to_.getPart(name).getOutputStream();
+        stream->write(std::as_bytes(std::span(content)));
+        stream->flush();
         const std::string kept =
             names.empty() ? "nothing" : fmt::format("only {}", fmt::join(names, ", "));
-        mend(fmt::format("wrote the core properties and the host's anew, with {} of the old ones",
-                         kept));
+        mend(fmt::format("wrote {} anew, with {} of the old ones", part.called, kept));
     }
 
-    // Adds to `names` what people call them.
-    CoreProperties understoodProperties(std::vector<std::string>& names) const {
+    // Adds to `names` what people call the properties that are there.
+    static CoreProperties understood(const PropertiesPart& part, const std::string& document,
+                                     std::vector<std::string>& names) {
+        const auto elements = opc::model::readXmlElements(document, "");
         CoreProperties properties;
-        auto texts = understood(layout::kCoreProperties);
-        texts.merge(understood(layout::kHostProperties));
-        const auto take = [&](const char* name, void (CoreProperties::*set)(const ustring&),
-                              const char* called) {
-            const auto found = texts.find(name);
-            if (found == texts.end()) return;
-            (properties.*set)(fl::i18n::utf8_to_ustring(found->second));
-            names.emplace_back(called);
-        };
-        take("title", &CoreProperties::setTitle, "name");
-        take("description", &CoreProperties::setDescription, "summary");
-        take("creator", &CoreProperties::setCreatedBy, "author");
-        take("version", &CoreProperties::setVersion, "version");
-        take("contentType", &CoreProperties::setContentType, "content type");
-        take("release", &CoreProperties::setKORVALRelease, "release");
+        for (const Property& property : part.properties) {
+            const auto found = std::ranges::find(elements, property.element, &XmlElement::name);
+            if (found == elements.end()) continue;
+            property.set(properties, *found);
+            names.emplace_back(property.called);
+        }
         return properties;
-    }
-
-    std::map<std::string, std::string> understood(const layout::AppPart& part) const {
-        const auto links = from_.byType(part.relationshipType);
-        const ViewedItem* item = links.empty() ? nullptr : from_.target(*links[0]);
-        const auto document = item ? from_.read(*item, kMaxXmlBytes) : std::nullopt;
-        try {
-            return document ? textsOf(*document) : std::map<std::string, std::string>();
-        } catch (const opc::Exception&) {
-            return {};
-        }
-    }
-
-    void remove(const layout::AppPart& part) {
-        for (const Relationship& link :
-             to_.getRelationshipsByType(ustring(part.relationshipType))) {
-            const PartName name(link.getTargetURI());
-            to_.deleteRelationship(link.getID());
-            if (to_.hasPart(name)) drop(name);
-        }
     }
 
     const PackageView& from_;

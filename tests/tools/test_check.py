@@ -12,7 +12,8 @@ import zipfile
 from support import (DOCS, EXAMPLE, METADATA_PART, MODEL_PART, SCHEMA, TOOL, ToolTest, add_relationship, replacing,
                      setting, without)
 
-CORE, RELS, TYPES, SHOT = ("docProps/core.xml", "_rels/.rels", "[Content_Types].xml", "metadata/appScreenshot.png")
+CORE, HOST, RELS, TYPES, SHOT = ("docProps/core.xml", "docProps/korval.xml", "_rels/.rels", "[Content_Types].xml",
+                                 "metadata/appScreenshot.png")
 
 
 def damaged(content, dice):
@@ -333,6 +334,41 @@ class Repair(CheckTest):
                     package.writestr(name, content)
         self.assertEqual(self.repaired("front.kvpkg")["mended"], ["left out 11 bytes in front of the first item"])
 
+    def test_properties_that_can_be_read_stay_as_they_are(self):
+        self.create()
+        self.ok("edit", "app.kvpkg", "--set", "KORVALRelease=R2020a")
+        typed = '<Override PartName="/docProps/other.xml" ContentType="application/xml"/></Types>'
+        self.rewrite("app.kvpkg", "whole.kvpkg", lambda name, old: replacing(TYPES, "</Types>", typed)(name, replacing(
+            HOST, "</hostProperties>", '<later xmlns="urn:later">&#169;</later></hostProperties>')(name, old)))
+        record = self.metadata("whole.kvpkg")
+        with zipfile.ZipFile(self.dir / "whole.kvpkg", "a") as package:
+            package.writestr("docProps/other.xml", package.read(CORE).replace(record["Name"].encode(), b"Other"))
+        whole = self.items("whole.kvpkg")
+        with_other = add_relationship("http://schemas.openxmlformats.org/package/2006/relationships/metadata/"
+                                      "core-properties", "/docProps/other.xml")
+        spoilt_core = replacing(CORE, "<cp:version>", "<cp:version x='1'>")
+        mended = "wrote the {} anew, with only {} of the old ones".format
+        of_core = mended("core properties", "name, summary, author, version, content type")
+        of_host = mended("host's properties", "friendly name, release, release info")
+        # `release` twice, of which readers take neither.
+        spoilt_host = replacing(HOST, "<releaseInfo", "<release>R1</release><releaseInfo")
+        rows = [
+            (spoilt_core, {HOST}, [of_core]),
+            (spoilt_host, {CORE}, [of_host]),
+            (lambda name, old: spoilt_core(name, spoilt_host(name, old)), set(), [of_core, of_host]),
+            (lambda name, old: spoilt_core(name, with_other(name, old)), {HOST, "docProps/other.xml"}, []),
+            (with_other, {HOST, CORE}, []),
+        ]
+        for change, same, text in rows:
+            self.rewrite("whole.kvpkg", "bad.kvpkg", change)
+            report, after = self.repaired("bad.kvpkg"), self.items("out.kvpkg")
+            self.assertEqual(report["mended"], text)
+            self.assertEqual({name: after[name] for name in same}, {name: whole[name] for name in same})
+            self.assertLessEqual({"/" + name for name in same}, {part["name"] for part in report["kept"]})
+            name = "Other" if "docProps/other.xml" in same else record["Name"]
+            self.assertEqual(self.metadata("out.kvpkg"), {**record, "Name": name})
+            self.assertEqual(self.json("parts", "out.kvpkg")["coreProperties"]["KORVALReleaseInfo"], "R2020a (legacy)")
+
     def test_refuses_what_is_no_app(self):
         for name in ("x.kvpkg", "x.zip", "office.kvpkg"):
             with zipfile.ZipFile(self.dir / name, "w") as package:
@@ -409,7 +445,7 @@ class Repair(CheckTest):
         is_lost = report["lost"] or MODEL_PART.encode() not in self.read(name)
         self.assertLessEqual(errors, {"model-missing"} if is_lost else set())
         for item, content in self.contents("out.kvpkg").items():
-            if item not in (CORE, "docProps/korval.xml"):
+            if item not in (CORE, HOST):
                 self.assertIn(known.get(item), (content, None), item)
 
 

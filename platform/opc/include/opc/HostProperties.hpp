@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/Export.hpp>
 #include <opc/CoreProperties.hpp>
 
 #include <string>
@@ -24,11 +25,11 @@ public:
     // those that are known are kept there, and so is the root; what is inside of the known ones, but
     // for text, is not.
     // Throws opc::Exception that starts with `where` for a part that cannot be understood.
-    static void parse(std::string_view document, const std::string& where,
-                      CoreProperties& properties);
+    PLATFORM_API static void parse(std::string_view document, const std::string& where,
+                                   CoreProperties& properties);
 
     // Throws opc::Exception, naming property and position, for text that XML cannot hold.
-    static std::string toXml(const CoreProperties& properties);
+    PLATFORM_API static std::string toXml(const CoreProperties& properties);
 
 private:
     class Reader;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/Export.hpp>
 #include <opc/CoreProperties.hpp>
 
 #include <foundation/ustring.hpp>
@@ -25,11 +26,11 @@ public:
 
     // Adds what the part says to `properties`. Throws opc::Exception that starts with `where` for a
     // part that breaks a rule of core properties.
-    static void parse(std::string_view document, const std::string& where,
-                      CoreProperties& properties);
+    PLATFORM_API static void parse(std::string_view document, const std::string& where,
+                                   CoreProperties& properties);
 
     // Throws opc::Exception, naming property and position, for text that XML cannot hold.
-    static std::string toXml(const CoreProperties& properties);
+    PLATFORM_API static std::string toXml(const CoreProperties& properties);
 
 private:
     class Reader;
