@@ -6,6 +6,8 @@
 #include <opc/Package.hpp>
 
 #include <algorithm>
+#include <cstddef>
+#include <span>
 #include <vector>
 
 #include "app/Errors.hpp"
@@ -50,6 +52,21 @@ std::vector<EditedKind> kindsOf(const PartsToEdit& parts) {
     return kinds;
 }
 
+[[noreturn]] void throwStray(const FileName& file, const PartName& name, const char* kind) {
+    throw Error(file.shown,
+                fmt::format("has a part {}, but no {} relationship leads to it, so nobody can tell "
+                            "what it is; make a copy in which it is the {}: {}",
+                            shownName(name), kind, kind, repairCommand(file)));
+}
+
+// The part that would be made is there, and is not known as what is to be set.
+void requireNoStray(const FileName& file, const Package& package, const EditedKind& kind) {
+    if (!package.getRelationshipsByType(kind.relationshipType).empty()) return;
+    const auto part = std::ranges::find(layout::kParts, kind.relationshipType,
+                                        &layout::AppPart::relationshipType);
+    if (package.hasPart(PartName(part->name))) throwStray(file, PartName(part->name), kind.name);
+}
+
 void requireClear(const FileName& file, const Package& package, const EditedKind& kind) {
     const auto links = package.getRelationshipsByType(kind.relationshipType);
     if (links.size() > 1 && !kind.mayHaveSeveral) {
@@ -57,6 +74,7 @@ void requireClear(const FileName& file, const Package& package, const EditedKind
                                             "is meant; make a copy that has one: {}",
                                             links.size(), kind.name, repairCommand(file)));
     }
+    if (kind.mustLeadSomewhere) requireNoStray(file, package, kind);
     // A new part is made where none is found.
     const auto replaced = std::ranges::find_if(links, [&](const Relationship& link) {
         return kind.mustLeadSomewhere || package.hasTarget(link);
@@ -70,17 +88,19 @@ void requireClear(const FileName& file, const Package& package, const EditedKind
     }
 }
 
-// The part that a new screenshot would become is there, but is not known as the old one.
-void requireNoStrayScreenshot(const FileName& file, const Package& package, const ustring& format) {
-    const auto links = package.getRelationshipsByType(layout::app::kScreenshotRelationship);
-    const PartName name = layout::screenshotName(fl::i18n::to_lower(format));
-    const bool isKnown = std::ranges::any_of(
-        links, [&](const Relationship& link) { return package.hasTarget(link); });
-    if (isKnown || !package.hasPart(name)) return;
-    throw Error(file.shown,
-                fmt::format("has a part {}, but no relationship leads to it, so nobody "
-                            "can tell what it is; make a copy in which it is the screenshot: {}",
-                            shownName(name), repairCommand(file)));
+// Whether the part that a new screenshot would become is something else. Throws where it may be the old
+// screenshot, which is all that can be there without any relationship but the thumbnail's.
+bool isNameTaken(const FileName& file, const Package& package, const PartName& name) {
+    if (!package.hasPart(name)) return false;
+    for (const Relationship& link :
+         package.getRelationshipsByType(layout::app::kScreenshotRelationship)) {
+        if (package.hasTarget(link)) return !(package.getTarget(link).getName() == name);
+    }
+    const bool isOther = isUsedBesides(
+        package, name,
+        {layout::app::kScreenshotRelationship, PackageHelper::getThumbnailRelationshipType()});
+    if (!isOther) throwStray(file, name, "screenshot");
+    return true;
 }
 
 bool leadToTheSame(const Package& package, const Relationship& a, const Relationship& b) {
@@ -117,8 +137,11 @@ PackageFacts requireEditable(const FileName& file, Package& package, const Parts
     }
     for (const EditedKind& kind : kindsOf(parts))
         requireClear(file, package, kind);
-    if (!parts.newFormat.empty()) requireNoStrayScreenshot(file, package, parts.newFormat);
     PackageFacts facts;
+    if (!parts.newFormat.empty()) {
+        const PartName name = layout::screenshotName(fl::i18n::to_lower(parts.newFormat));
+        if (isNameTaken(file, package, name)) facts.takenName = shownName(name);
+    }
     if (parts.metadata) facts.legacyRelease = legacyReleaseOf(package);
     if (parts.screenshot) facts.otherThumbnail = otherThumbnailOf(package);
     return facts;
@@ -140,6 +163,40 @@ bool removeScreenshot(Package& package) {
     if (isOnlyScreenshot) package.deletePart(package.getTarget(link).getName());
     package.deleteRelationship(link.getID());
     return true;
+}
+
+// "/metadata/appScreenshot.1.png", or with the first number that is free.
+PartName freeScreenshotName(const Package& package, const ustring& extension) {
+    for (std::size_t number = 1;; ++number) {
+        const ustring digits = fl::i18n::utf8_to_ustring(std::to_string(number));
+        const PartName name = layout::screenshotName(digits + u"." + extension);
+        if (!package.hasPart(name)) return name;
+    }
+}
+
+// Where there are several thumbnails, nobody can tell which one the old screenshot's was.
+void deleteOnlyThumbnail(Package& package) {
+    const auto thumbnails =
+        package.getRelationshipsByType(PackageHelper::getThumbnailRelationshipType());
+    if (thumbnails.size() == 1) package.deleteRelationship(thumbnails[0].getID());
+}
+
+PartName setScreenshotBeside(Package& package, const appserialization::Screenshot& screenshot) {
+    removeScreenshot(package);
+    deleteOnlyThumbnail(package);
+    const ustring extension = fl::i18n::to_lower(screenshot.first);
+    const auto format = std::ranges::find(layout::app::kScreenshotFormats, extension,
+                                          &layout::app::ScreenshotFormatRow::extension);
+    const PartName name = freeScreenshotName(package, extension);
+    const auto stream =
+        package.createPart(name, format->contentType(), layout::app::partInfo()).getOutputStream();
+    for (const ustring& type : {ustring(layout::app::kScreenshotRelationship),
+                                PackageHelper::getThumbnailRelationshipType()}) {
+        package.createInternalRelationship(type, name.getURI(), u"");
+    }
+    stream->write(std::as_bytes(std::span(screenshot.second)));
+    stream->flush();
+    return name;
 }
 
 bool removeSignatures(Package& package) {
@@ -166,6 +223,13 @@ auto withPackage(const FileName& file, OpenMode mode, Work work) {
 PackageFacts requireEditable(const FileName& file, const PartsToEdit& parts) {
     return withPackage(file, OpenMode::Read,
                        [&](Package& package) { return requireEditable(file, package, parts); });
+}
+
+std::string setScreenshotBeside(const FileName& file,
+                                const appserialization::Screenshot& screenshot) {
+    return withPackage(file, OpenMode::Edit, [&](Package& package) {
+        return shownName(setScreenshotBeside(package, screenshot));
+    });
 }
 
 bool removeParts(const FileName& file, const PartsToEdit& parts) {

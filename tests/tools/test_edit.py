@@ -7,7 +7,7 @@ import zipfile
 
 from support import EXAMPLE, METADATA_PART, MODEL_PART, SCHEMA, ToolTest, add_relationship, replacing
 
-RELS = "_rels/.rels"
+RELS, TYPES = "_rels/.rels", "[Content_Types].xml"
 
 
 class Edit(ToolTest):
@@ -99,8 +99,8 @@ class Edit(ToolTest):
             (add_relationship(app + "appScreenshot", "/x"), "none", several.format("screenshot")),
             (leads("appMetadata", "/" + MODEL_PART), "metadata", spoils),
             (leads("appScreenshot", "/" + MODEL_PART), "none", spoils),
-            (leads("appScreenshot", "/x"), "screenshot", r"has a part /metadata/appScreenshot\.png, but no relationship "
-             "leads to it, so nobody can tell what it is; make a copy in which it is the screenshot" + copy),
+            (leads("appScreenshot", "/x"), "screenshot", r"has a part /metadata/appScreenshot\.png, but no screenshot "
+             "relationship leads to it, so nobody can tell what it is; make a copy in which it is the screenshot" + copy),
         ]
         for change, what, message in rows:
             with self.subTest(message=message, what=what):
@@ -117,6 +117,62 @@ class Edit(ToolTest):
                 self.assertEqual(self.json("info", "bad-repaired.kvpkg")["screenshot"],
                                  self.json("info", "app.kvpkg")["screenshot"])
                 self.ok("edit", "bad-repaired.kvpkg", *sets[what])
+
+    def test_what_has_a_usual_name_blocks_no_edit_for_good(self):
+        self.create()
+        app = SCHEMA + "/lumenForge/app/2017/relationships/"
+        shot, metadata, model = "/metadata/appScreenshot.png", "/" + METADATA_PART, "/" + MODEL_PART
+        thumbnail = "http://schemas.openxmlformats.org/package/2006/relationships/metadata/thumbnail"
+        foreign = '<Relationship Id="f" Type="urn:f" Target="{}"/>'
+
+        def linked(without, *more):
+            """A package without the relationships to the part or of the type, and with more."""
+            return lambda name, content: content if name != RELS else re.sub(
+                rf'<Relationship [^>]*"{without}"[^>]*/>', "", content.decode()).replace(
+                "</Relationships>", "".join(more) + "</Relationships>").encode()
+        elsewhere = f'<Relationship Id="e" Type="{app}appScreenshot" Target="/media/s.gif"/>'
+        sets = {"screenshot": ["--screenshot", EXAMPLE / "screenshot.png"], "metadata": ["--set", "Version=9"],
+                "model": ["--model", EXAMPLE / "appModel.kvd"]}
+        rows = [  # what is set, and whether that works without a repair
+            ("screenshot", linked(shot, elsewhere, foreign.format(shot)), True),
+            ("screenshot", linked(shot, elsewhere), True),
+            ("screenshot", linked(shot, foreign.format(shot)), True),
+            ("screenshot", linked(app + "appScreenshot"), False),  # is the thumbnail
+            ("metadata", linked(metadata), False),
+            ("metadata", linked(metadata, foreign.format(metadata)), False),
+            ("model", linked(model, foreign.format(model)), False),
+            *((what, lambda name, content: None if name == RELS else content, False) for what in sets),
+        ]
+        for what, change, works in rows:
+            self.rewrite("app.kvpkg", "bad.kvpkg", lambda name, old: change(name, old) if name != TYPES else
+                         old.replace(b"</Types>", b'<Default Extension="gif" ContentType="image/gif"/></Types>'))
+            with zipfile.ZipFile(self.dir / "bad.kvpkg", "a") as package:
+                package.writestr("media/s.gif", b"GIF89a")
+            before, edited = self.items("bad.kvpkg"), "bad.kvpkg"
+            with self.subTest(what=what, rels=before.get(RELS)):
+                if works:
+                    for _ in range(2):  # the second time, to a package of its own making
+                        self.assertEqual(self.ok("edit", "bad.kvpkg", *sets[what]), "edited bad.kvpkg\nbad.kvpkg: /metadata/"
+                                         "appScreenshot.png is something else, and stays; the screenshot is /metadata/"
+                                         "appScreenshot.1.png\n")
+                else:
+                    part = {"screenshot": shot, "metadata": metadata, "model": model}[what]
+                    self.fails(1, f"bad.kvpkg: has a part {part}, but no {what} relationship leads to it, so nobody can "
+                               f"tell what it is; make a copy in which it is the {what}: qzapp check --repair "
+                               "bad-repaired.kvpkg bad.kvpkg", "edit", "bad.kvpkg", *sets[what])
+                    self.assertEqual(self.items("bad.kvpkg"), before)
+                    edited = "bad-repaired.kvpkg"
+                    self.ok("check", "--repair", edited, "--force", "bad.kvpkg")
+                    self.ok("edit", edited, *sets[what])
+                changing = {RELS, TYPES, "docProps/core.xml", "docProps/korval.xml", METADATA_PART, "media/s.gif"}
+                self.assertLessEqual({item for item in before.items() if item[0] not in changing},
+                                     set(self.items(edited).items()))
+                # Only the old screenshot goes.
+                self.assertEqual("media/s.gif" in self.items(edited), elsewhere.encode() not in before.get(RELS, b""))
+                self.assertEqual(self.extracted(edited, "screenshot"), (EXAMPLE / "screenshot.png").read_bytes())
+                links = {link["type"]: link["target"] for link in self.json("parts", edited)["relationships"]}
+                self.assertEqual("urn:f" in links, b"urn:f" in before.get(RELS, b""))
+                self.assertEqual(links[thumbnail], links[app + "appScreenshot"])
 
     def test_an_external_screenshot_is_no_part_to_remove(self):
         self.rewrite(self.create(), "bad.kvpkg", replacing(

@@ -115,7 +115,13 @@ PartsToEdit partsIn(const Content& content) {
     return parts;
 }
 
-// One save, except that setting the code saves first.
+Content withoutScreenshot(Content content) {
+    content.screenshot.reset();
+    return content;
+}
+
+// One save, except that setting the code saves first, and that a screenshot beside another part of its
+// name is set at last.
 std::vector<std::string> writeContent(const FileName& file, const Content& content) {
     return about(file, [&] {
         const fl::filesystem::FileStamp before = openFile(file).stamp();
@@ -127,10 +133,21 @@ std::vector<std::string> writeContent(const FileName& file, const Content& conte
         if (openFile(file).stamp() != before) {
             throw Error(file.shown, "was changed by another program meanwhile; try again");
         }
-        writeParts(file, writer, content);
+        // Where something else has the screenshot's name, the writer would refuse it.
+        if (facts.takenName) {
+            writeParts(file, writer, withoutScreenshot(content));
+        } else {
+            writeParts(file, writer, content);
+        }
         if (hasMetadata) writer.setAppMetadata(record);
         writer.close();
-        return notesOn(content, facts);
+        std::vector<std::string> notes = notesOn(content, facts);
+        if (facts.takenName) {
+            notes.push_back(fmt::format("{} is something else, and stays; the screenshot is {}",
+                                        *facts.takenName,
+                                        setScreenshotBeside(file, *content.screenshot)));
+        }
+        return notes;
     });
 }
 
