@@ -261,8 +261,8 @@ class Edit(ToolTest):
 
     def test_without_standard_output_no_file_takes_its_place(self):
         self.small("a.kvpkg")
-        self.fails(1, "standard output: cannot be written (Bad file descriptor)", "edit", "a.kvpkg", "--set",
-                   "Name=M", stdout=None, preexec_fn=lambda: os.close(1))
+        self.fails(3, "a.kvpkg: was saved; only the report is missing: standard output: cannot be written (Bad file "
+                   "descriptor)", "edit", "a.kvpkg", "--set", "Name=M", stdout=None, preexec_fn=lambda: os.close(1))
         self.assertEqual(self.metadata("a.kvpkg")["Name"], "M")
 
     def test_wrong_targets(self):

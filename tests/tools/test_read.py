@@ -105,6 +105,29 @@ class Info(ReadTest):
         self.fails(1, "standard output: cannot be written (Broken pipe)", "info", "a.kvpkg", stdout=writer)
         os.close(writer)
 
+    def test_what_is_saved_before_output_fails_is_told(self):
+        self.small("a.kvpkg")
+        self.write("t.k", "x = 1;\n")
+        rows = [
+            ("c.kvpkg", "create", "c.kvpkg", "--code", "s.k", "--model", "s.kvd"),
+            ("t.kvpkg", "convert", "t.k", "t.kvpkg", "--model", "s.kvd"),
+            ("a.kvpkg", "edit", "a.kvpkg", "--set", "Name=N"),
+            ("r.kvpkg", "check", "--repair", "r.kvpkg", "a.kvpkg"),
+            ("g.html", "gallery", ".", "-o", "g.html"),
+            ("out", "extract", "a.kvpkg", "-o", "out"),
+            ("out", "extract", "a.kvpkg", "-o", "out", "--force"),
+        ]
+        for saved, *args in rows:
+            with open("/dev/full", "wb") as full:
+                self.fails(3, f"{saved}: was saved; only the report is missing: standard output: cannot be written (No "
+                           "space left on device)", *args, stdout=full)
+            self.assertIn(saved, self.names())
+        self.assertEqual(self.metadata("a.kvpkg")["Name"], "N")
+        with open("/dev/full", "wb") as full:
+            for args in (["edit", "a.kvpkg"], ["edit", "a.kvpkg", "--remove-screenshot"],
+                         ["extract", "a.kvpkg", "--only", "code", "-o", "-"]):
+                self.fails(1, "standard output: cannot be written (No space left on device)", *args, stdout=full)
+
     def test_help_and_version(self):
         self.assertRegex(self.ok("--version"), r"^qzapp \d+\.\d+\.\d+\n$")
         for verb in ("create", "edit", "convert", "info", "show", "diff", "gallery", "extract", "parts", "items"):

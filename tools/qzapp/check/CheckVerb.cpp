@@ -123,8 +123,8 @@ int repair(const CheckOptions& options) {
     requireOtherFile(file, out);
     const RepairReport done = repairPackage(file, out);
     const Findings result = checkFile(hold(out));
-    print(options.json ? jsonLine(repairJson(file, out, done, result))
-                       : repairSheet(out, done, result));
+    printReport(out, options.json ? jsonLine(repairJson(file, out, done, result))
+                                  : repairSheet(out, done, result));
     return statusOf(result, options);
 }
 

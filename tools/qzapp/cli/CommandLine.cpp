@@ -129,8 +129,10 @@ void declareTool(CLI::App& app) {
         "\"qzapp VERB --help\" shows a verb's options with an example. Where a verb reads a file, "
         "\"-\"\n"
         "is standard input.\n"
-        "Exit status: 0 done, 1 failed, 2 wrong command line. SOURCE_DATE_EPOCH, in seconds since\n"
-        "1970, sets the time that files carry.");
+        "Exit status: 0 done, 1 failed, 2 wrong command line, 3 saved, but standard output could "
+        "not\n"
+        "take the report. SOURCE_DATE_EPOCH, in seconds since 1970, sets the time that files "
+        "carry.");
 }
 
 int parseAndRun(int argc, const char* const* argv) {
@@ -161,6 +163,9 @@ int runAndReport(int argc, const char* const* argv) {
     } catch (const UsageError& e) {
         report(e.what());
         return kWrongCommandLine;
+    } catch (const ReportError& e) {
+        report(e.what());
+        return kSavedUnreported;
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& e) {

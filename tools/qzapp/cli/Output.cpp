@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 #include <system_error>
 
 #include "tools/qzapp/cli/Report.hpp"
@@ -30,6 +31,15 @@ void print(std::string_view text) {
             const std::string reason = std::generic_category().message(errno);
             throw OutputError("standard output", "cannot be written (" + reason + ")");
         }
+    }
+}
+
+void printReport(const FileName& saved, std::string_view text) {
+    try {
+        print(text);
+    } catch (const OutputError& e) {
+        throw ReportError(saved.shown,
+                          std::string("was saved; only the report is missing: ") + e.what());
     }
 }
 

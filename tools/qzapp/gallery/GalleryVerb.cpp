@@ -137,7 +137,7 @@ int gallery(const GalleryOptions& options) {
     };
     const std::size_t apps = writePage(write, title, folder, complain);
     transaction.commit();
-    print(fmt::format("wrote {} with {} apps\n", visible(out.shown), apps));
+    printReport(out, fmt::format("wrote {} with {} apps\n", visible(out.shown), apps));
     return status;
 }
 

@@ -97,7 +97,7 @@ int convert(const ConvertOptions& options) {
     std::string text = fmt::format("wrote {}\n", visible(out.shown));
     for (const std::string& loss : conversion.losses)
         text += "note: " + loss + "\n";
-    print(text);
+    printReport(out, text);
     return kDone;
 }
 

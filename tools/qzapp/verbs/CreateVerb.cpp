@@ -26,7 +26,7 @@ int create(const CreateOptions& options) {
     const Content content = loadContent(options.content);
     requireAbsent(out, options.force);
     createPackage(out, content);
-    print(fmt::format("wrote {}\n", visible(out.shown)));
+    printReport(out, fmt::format("wrote {}\n", visible(out.shown)));
     return kDone;
 }
 
@@ -38,8 +38,8 @@ Action declareCreate(CLI::App& command) {
     addContentOptions(command, options->content, true);
     command.add_flag("--force", options->force, "Replace OUT.kvpkg if it exists");
     command.footer(
-        "Fields that are not given get their defaults. A create that fails leaves nothing "
-        "behind.\n"
+        "Fields that are not given get their defaults. A create with exit status 1 or 2 leaves\n"
+        "nothing behind.\n"
         "One of code, model and metadata may be \"-\", standard input.\n" +
         fieldHelp() +
         "\n\n"

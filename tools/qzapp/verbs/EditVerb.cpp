@@ -201,12 +201,14 @@ int edit(const EditOptions& options) {
         return kDone;
     }
     const Outcome outcome = applyAtOnce(file, content, options);
-    std::string text = outcome.isChanged ? fmt::format("edited {}\n", name)
-                                         : fmt::format("{}: {}; nothing changed\n", name,
-                                                       nothingToRemove(options));
+    if (!outcome.isChanged) {
+        print(fmt::format("{}: {}; nothing changed\n", name, nothingToRemove(options)));
+        return kDone;
+    }
+    std::string text = fmt::format("edited {}\n", name);
     for (const std::string& note : outcome.notes)
         text += fmt::format("{}: {}\n", name, visible(note));
-    print(text);
+    printReport(file, text);
     return kDone;
 }
 

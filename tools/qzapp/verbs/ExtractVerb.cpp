@@ -263,7 +263,7 @@ int extractToFolder(const FileName& file, const Selection& selection,
         text += fmt::format("wrote {}\n", visible(folder.nameOf(name).shown));
     for (const std::string& note : plan.notes)
         text += "note: " + note + "\n";
-    print(text);
+    printReport(directory, text);
     return kDone;
 }
 
