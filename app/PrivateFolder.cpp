@@ -14,11 +14,15 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
+#include <exception>
+#include <filesystem>
 #include <random>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 #include "app/SignalsBlocked.hpp"
+#include "app/Warnings.hpp"
 
 namespace qzapp {
 namespace {
@@ -117,6 +121,29 @@ std::size_t takeSlot() {
     throw std::length_error("too many files in the making");
 }
 
+// Whether the name leads to this folder still.
+bool isThere(const FileDescriptor& parent, const std::string& name,
+             const FileDescriptor& folder) noexcept {
+    struct stat named {};
+    struct stat own {};
+    return ::fstatat(parent.get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+           ::fstat(folder.get(), &own) == 0 && named.st_dev == own.st_dev &&
+           named.st_ino == own.st_ino;
+}
+
+// By its whole path, where the system tells it.
+void reportLeft(const FileDescriptor& folder, const std::string& name) noexcept {
+    try {
+        std::error_code ignored;
+        const auto path =
+            std::filesystem::read_symlink(fmt::format("/proc/self/fd/{}", folder.get()), ignored);
+        warn(fmt::format("{}: this folder for temporary files cannot be removed; remove it",
+                         path.empty() ? name : path.string()));
+    } catch (const std::exception&) {
+        // There is no memory left to say it.
+    }
+}
+
 std::string randomName() {
     std::random_device random;
     return fmt::format(".qzapp-{}-{:08x}", ::getpid(), random());
@@ -174,8 +201,10 @@ PrivateFolder::PrivateFolder(const FileDescriptor& parent, mode_t mode)
 
 PrivateFolder::~PrivateFolder() {
     Slot& slot = slots[slot_];
-    if (slot.state.load() == Slot::State::InUse) remove(slot);
+    const bool mustGo = slot.state.load() == Slot::State::InUse;
+    if (mustGo) remove(slot);
     slot.state.store(Slot::State::Free);
+    if (mustGo && isThere(parent_, name_, folder_)) reportLeft(folder_, name_);
 }
 
 void PrivateFolder::release() noexcept {

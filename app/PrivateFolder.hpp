@@ -11,7 +11,8 @@ namespace qzapp {
 inline constexpr int kMaxNesting = 32;
 
 // A folder beside the place of what is made in it, which must not outlive this object or a process that
-// a signal ends: then it is removed with all that is in it. That happens through the directories as
+// a signal ends: then it is removed with all that is in it (and where that fails, this object says so on
+// standard error). That happens through the directories as
 // they were opened, wherever their names lead by then. Failures are std::system_error.
 class PrivateFolder {
 public:

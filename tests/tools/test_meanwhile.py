@@ -286,8 +286,50 @@ class Interrupted(MeanwhileTest):
         run = subprocess.run(["strace", "-f", "-qq", "-o", "log", "-e", "trace=unlinkat", "-e",
                               "inject=unlinkat:retval=0", TOOL, "extract", "app.kvpkg", "-o", "out", "--force"],
                              cwd=self.dir, capture_output=True, timeout=60)
-        self.assertEqual((run.returncode, run.stderr), (0, b""))
-        self.assertEqual(len(self.names("out")), len(FILES) + 1)
+        left, = (name for name in self.names("out") if name not in FILES)
+        self.assertEqual((run.returncode, run.stderr.decode()), (0, self.left(f"out/{left}")))
+
+    def left(self, folder):
+        return f"qzapp: {self.dir.resolve()}/{folder}: this folder for temporary files cannot be removed; remove it\n"
+
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_a_private_folder_that_cannot_be_removed_is_told(self):
+        self.small("app.kvpkg")
+        self.ok("extract", "app.kvpkg", "-o", "out")
+        for folder, *args in (("out", "extract", "app.kvpkg", "-o", "out", "--force"),
+                              (".", "edit", "app.kvpkg", "--set", "Name=N"),
+                              (".", "create", "new.kvpkg", "--code", "s.k", "--model", "s.kvd")):
+            run = subprocess.run(["strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=unlinkat", "-e",
+                                  "inject=unlinkat:error=EPERM", TOOL, *args], cwd=self.dir, capture_output=True)
+            left, = (name for name in self.names(folder) if name.startswith(".qzapp-"))
+            self.assertEqual((run.returncode, run.stderr.decode()), (0, self.left(os.path.normpath(f"{folder}/{left}"))))
+            shutil.rmtree(self.dir / folder / left)
+        self.assertEqual(self.metadata("app.kvpkg")["Name"], "N")
+
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_a_folder_that_was_put_in_the_place_of_the_private_one_is_left_alone(self):
+        self.small("app.kvpkg")
+        (self.dir / "out").mkdir()
+        for folder, *args in (("out", "extract", "app.kvpkg", "-o", "out"), (".", "extract", "app.kvpkg", "-o", "new"),
+                              (".", "edit", "app.kvpkg", "--set", "Name=N")):
+            before, old = self.read("app.kvpkg"), self.names()
+            (self.dir / "theirs").mkdir()
+            self.write("theirs/file", "theirs")
+            with subprocess.Popen(["strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=mkdirat", "-e",
+                                   "inject=mkdirat:delay_exit=500000", TOOL, *args], cwd=self.dir,
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) as run:
+                while not (made := list((self.dir / folder).glob(".qzapp-*"))):
+                    time.sleep(0.0005)
+                made[0].rename(self.dir / "moved")
+                (self.dir / "theirs").rename(made[0])
+                message = run.communicate(timeout=60)[1].decode()
+            self.assertEqual(run.returncode, 1)
+            self.assertRegex(message, "^qzapp: (out|new|app.kvpkg): another program put a folder in the place of a new "
+                             r"one; try again: File exists\n$")
+            self.assertEqual((made[0] / "file").read_text(), "theirs")
+            shutil.rmtree(made[0])
+            (self.dir / "moved").rmdir()
+            self.assertEqual((self.read("app.kvpkg"), self.names(), self.names("out")), (before, old, []))
 
     def test_private_folders_go_wherever_a_link_leads_by_then(self):
         self.write("c.k", "x")

@@ -19,6 +19,7 @@
 #include <string_view>
 
 #include "app/Progress.hpp"
+#include "app/Warnings.hpp"
 #include "tools/qzapp/cli/ErrorStream.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
@@ -136,6 +137,7 @@ void declareTool(CLI::App& app) {
 }
 
 int parseAndRun(int argc, const char* const* argv) {
+    setWarnings(report);
     setProgress([](std::uint64_t bytes) -> std::unique_ptr<ShownProgress> {
         return std::make_unique<ProgressBar>(bytes);
     });
