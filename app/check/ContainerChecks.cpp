@@ -85,9 +85,11 @@ FileName repairedName(const FileName& file) {
     const std::string& name = file.shown;
     const std::size_t folder = name.rfind('/') + 1;  // 0 when there is none
     const std::size_t dot = name.find_last_of('.');
-    const bool hasExtension = dot != std::string::npos && dot > folder;
+    const bool hasExtension = dot != std::string::npos && dot >= folder;
     const std::string stem = hasExtension ? name.substr(0, dot) : name;
-    return {stem + "-repaired" + (hasExtension ? name.substr(dot) : ""), {}};
+    const char* const mark =
+        stem.size() > folder ? "-repaired" : "repaired";  // "-" begins an option
+    return {stem + mark + (hasExtension ? name.substr(dot) : ""), {}};
 }
 
 std::string repairCommand(const FileName& file) {

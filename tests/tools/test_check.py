@@ -171,7 +171,8 @@ class Check(CheckTest):
         (self.dir / "bin" / "qzapp").symlink_to(TOOL)
         environment = {**os.environ, "PATH": f"{self.dir / 'bin'}:{os.environ['PATH']}"}
         stems = ["plain", "a long name of many words " * 6, "it's", 'quo"te', "$(touch x)", "`touch x`", "-dash", "two\nlines",
-                 "tab\t'", "Wärme", "\u202e100% \\n\\0", "*", "[a]", "~", "#;&|", "\x1b[2J"]
+                 "tab\t'", "Wärme", "\u202e100% \\n\\0", "*", "[a]", "~", "#;&|", "\x1b[2J",
+                 "", ".", ".."]
         for stem in stems:
             with self.subTest(stem=stem):
                 name = f"{stem}.kvpkg"
@@ -183,7 +184,8 @@ class Check(CheckTest):
                 self.assertEqual((status, command.startswith("qzapp check --repair ")), (1, True), text)
                 ran = subprocess.run(["sh", "-c", command], cwd=self.dir, env=environment, capture_output=True)
                 self.assertEqual((ran.returncode, ran.stderr), (0, b""), command)
-                self.assertEqual(set(self.names()) - before, {f"{stem}-repaired.kvpkg"})
+                made = f"{stem}-repaired.kvpkg" if stem else "repaired.kvpkg"
+                self.assertEqual(set(self.names()) - before, {made})
 
     def test_the_page_lists_the_rules(self):
         rules = self.json("check", "--rules")["rules"]

@@ -184,6 +184,26 @@ class Extract(ReadTest):
             self.assertEqual(self.read(f"out/{written}"), b"\0\1\2")
         self.assertEqual(self.names(), ["out", "t.k"])
 
+    def test_the_folder_without_a_name_is_never_another(self):
+        (self.dir / "in").mkdir()
+        for ending in (".kvpkg", ".k"):
+            for stem in (".", "..", "in/", "in/.", "in/.."):
+                name = stem + ending
+                with self.subTest(name=name):
+                    if ending == ".k":
+                        self.write(name, "x = 1;\n")
+                    else:
+                        self.small(name)
+                    before = self.names(), self.names("in")
+                    self.fails(2, f"{name}: has no name for a folder in front of its extension; name one with -o",
+                               "extract", name)
+                    self.assertEqual((self.names(), self.names("in")), before)
+                    self.ok("extract", name, "-o", "out")
+                    shutil.rmtree(self.dir / "out")
+        self.small("....kvpkg")
+        self.ok("extract", "....kvpkg")
+        self.assertEqual(self.names("..."), ["appModel.kvd", "code.k", "metadata.json"])
+
     def test_failures_leave_no_directory(self):
         self.small("app.kvpkg")
         self.write("t.k", "x")

@@ -232,12 +232,18 @@ Plan planFor(const FileName& file, const Selection& selection) {
     return plan;
 }
 
-// The app's name without its extension.
+// A folder of its own beside the app, called as the app is without its extension.
 FileName directoryFor(const FileName& file, const ExtractOptions& options) {
     if (options.directory) return fileArgument(*options.directory);
     if (file.isStandardInput)
         throw UsageError(file.shown, "has no name for a folder; name one with -o");
-    return fileArgument(file.shown.substr(0, file.shown.rfind('.')));
+    const std::string name = file.shown.substr(0, file.shown.rfind('.'));
+    const std::string last = name.substr(name.rfind('/') + 1);  // all of it when there is no slash
+    if (last.empty() || last == "." || last == "..") {
+        throw UsageError(file.shown,
+                         "has no name for a folder in front of its extension; name one with -o");
+    }
+    return fileArgument(name);
 }
 
 int extractToFolder(const FileName& file, const Selection& selection,
