@@ -7,6 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
+#include <string>
+#include <vector>
+
 namespace opc::zip {
 namespace {
 
@@ -75,6 +80,13 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     headless.items[1].localSignature = "XX\3\4";
     described.items[0].descriptor = 16;
     encrypted.items[1].flags = 1;
+    BuiltZip again = good(), unsure = good();
+    again.items.push_back({.name = "B", .content = "newer"});
+    unsure.items[1].localSignature = std::string(4, '\0');
+    unsure.items[1].localMethod = 99;
+    unsure.items.push_back({.name = "a", .content = "another"});
+    const std::string behind =
+        ": it stands behind a damaged place, and may be of a zip file that an item held;";
     const std::string all = "a=aaaaaaaaaa;b=bb;c=ccc;", others = "a=aaaaaaaaaa;c=ccc;";
     const std::string headers = withoutDirectory(good());
     const struct {
@@ -100,12 +112,178 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          "a=aaaaaaaaaa;b=bb;A: there is another item of this name;"},
         {"left out of the directory on purpose", hidden.bytes(),
          others + "b: the directory does not list it;"},
+        {"two of one name, and no directory", withoutDirectory(again),
+         "a=aaaaaaaaaa;c=ccc;b: there are several of this name, and no directory says which "
+         "counts;"},
+        {"a name that comes again behind a gap", withoutDirectory(unsure),
+         "a=aaaaaaaaaa;a: there is another item of this name;c" + behind},
         {"encrypted", withoutDirectory(encrypted), others + "b: it is encrypted;"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
         EXPECT_EQ(salvaged(row.bytes), row.outcome);
     }
+}
+
+// A package with archives among its stored items, as an app has whose model or backup is an app itself.
+struct Nest {
+    std::string bytes;
+    std::map<std::string, std::string> contents;
+    std::size_t header = 0, data = 0, end = 0;  // of the item that a row damages
+    std::size_t directory = 0, endRecord = 0;
+
+    Nest(const std::vector<BuiltItem>& items, const std::string& name) {
+        bytes = BuiltZip{.items = items}.bytes();
+        for (const BuiltItem& item : items) {
+            contents[item.name] = item.content;
+            if (item.name == name) data = bytes.find(item.content);
+            if (item.name == name) end = data + item.content.size();
+        }
+        header = data - 30 - name.size();
+        endRecord = bytes.rfind("PK\5\6");
+        directory = endRecord;
+        for (std::size_t i = 0; i < items.size(); ++i)
+            directory = bytes.rfind("PK\1\2", directory - 1);
+    }
+};
+
+std::vector<Nest> nests() {
+    const auto archive = [](const std::string& mark, const std::string& code) {
+        return BuiltZip{.items = {{.name = "code", .content = code},
+                                  {.name = "model", .content = mark + " model", .method = 0},
+                                  {.name = "shot", .content = mark + " shot", .method = 0},
+                                  {.name = "core", .content = mark + " core"}}}
+            .bytes();
+    };
+    const BuiltItem code{.name = "code", .content = "outer code"},
+        core{.name = "core", .content = "c"};
+    const BuiltItem other{.name = "model", .content = archive("inner", "inner code"), .method = 0};
+    const BuiltItem same{.name = "model", .content = archive("inner", "outer code"), .method = 0};
+    const BuiltItem model{.name = "model", .content = "outer model"};
+    const BuiltItem backup{.name = "bak", .content = archive("old", "old code"), .method = 0};
+    return {Nest({code, other, core}, "model"), Nest({code, same, core}, "model"),
+            Nest({backup, code, model, core}, "bak"), Nest({code, model, core, backup}, "bak"),
+            Nest({backup, code, other, core}, "model")};
+}
+
+// What the damage leaves, and whether names are left of all that it hurts.
+struct Damage {
+    const char* why;
+    std::string (*damaged)(const Nest& nest);
+    bool isTold = true;
+};
+
+constexpr Damage kDamages[] = {
+    {"none", [](const Nest& nest) { return nest.bytes; }},
+    {"a bit of the content",
+     [](const Nest& nest) {
+         std::string bytes = nest.bytes;
+         bytes[nest.data + 45] ^= 1;
+         return bytes;
+     }},
+    {"a bit of the checksum",
+     [](const Nest& nest) {
+         std::string bytes = nest.bytes;
+         bytes[nest.header + 14] ^= 1;
+         return bytes;
+     }},
+    {"the header's signature",
+     [](const Nest& nest) { return std::string(nest.bytes).replace(nest.header, 4, "XXXX"); }},
+    {"a bit of the header's signature",
+     [](const Nest& nest) { return std::string(nest.bytes).replace(nest.header, 1, "Q"); }},
+    {"sizes of 0",
+     [](const Nest& nest) {
+         return std::string(nest.bytes).replace(nest.header + 18, 8, std::string(8, '\0'));
+     }},
+    {"sizes of 0xffffffff",
+     [](const Nest& nest) {
+         return std::string(nest.bytes).replace(nest.header + 18, 8, std::string(8, '\xff'));
+     }},
+    {"one of two sizes",
+     [](const Nest& nest) {
+         std::string bytes = nest.bytes;
+         bytes[nest.header + 18] ^= 0x40;
+         return bytes;
+     }},
+    {"a method",
+     [](const Nest& nest) { return std::string(nest.bytes).replace(nest.header + 8, 1, "\x09"); }},
+    {"the length of the name",
+     [](const Nest& nest) { return std::string(nest.bytes).replace(nest.header + 27, 1, "\x01"); },
+     false},
+};
+
+class NestTest : public ZipArchiveTest {
+protected:
+    // Nothing is kept that is not the outer package's, and what is not kept is told.
+    void check(const Nest& nest, const std::string& bytes, bool isTold) const {
+        std::vector<LostItem> lost;
+        const auto archive = ZipArchive::salvage(write(bytes), lost);
+        for (const ZipItem& item : archive->items()) {
+            const auto known = nest.contents.find(item.name);
+            ASSERT_TRUE(known != nest.contents.end()) << item.name;
+            ASSERT_EQ(readAll(*archive->read(item)), known->second) << item.name;
+        }
+        for (const auto& [name, content] : nest.contents) {
+            const auto isIt = [&, &its = name](const LostItem& item) { return item.name == its; };
+            if (!isTold || archive->find(name) != nullptr) continue;
+            ASSERT_TRUE(std::ranges::any_of(lost, isIt)) << name;
+        }
+    }
+};
+
+TEST_F(NestTest, SalvageTakesNothingOutOfAnArchiveThatAnItemHolds) {
+    for (const Nest& nest : nests()) {
+        for (const Damage& damage : kDamages) {
+            const std::string bytes = damage.damaged(nest);
+            const std::string wrongOffset =
+                std::string(bytes).replace(nest.endRecord + 16, 4, 4, '\0');
+            const struct {
+                const char* why;
+                std::string bytes;
+                bool isTold;
+            } rows[] = {
+                {"as it is", bytes, true},
+                {"without end record", bytes.substr(0, nest.endRecord), damage.isTold},
+                {"without directory", bytes.substr(0, nest.directory), damage.isTold},
+                {"directory at a wrong offset", wrongOffset, true},
+                {"directory after an insertion", std::string(bytes).insert(nest.directory, "12345"),
+                 true},
+                {"something in front", "junk" + bytes, true},
+                {"without front, header included", bytes.substr(nest.data), true},
+                {"without front, half of the header", bytes.substr(nest.data - 20), true},
+                {"without front and directory", bytes.substr(nest.data, nest.directory - nest.data),
+                 false},
+            };
+            for (const auto& row : rows) {
+                SCOPED_TRACE(damage.why + std::string(", ") + row.why);
+                // An archive of which nothing else is left cannot be told from a package of its own.
+                const bool isAlone = row.bytes.size() == nest.end - nest.data;
+                if (!isAlone) check(nest, row.bytes, row.isTold);
+            }
+        }
+    }
+}
+
+TEST_F(NestTest, SalvageTakesNothingOutOfAnArchiveThatIsCut) {
+    for (const Nest& nest : nests()) {
+        for (const Damage& damage : kDamages) {
+            const std::string bytes = damage.damaged(nest);
+            for (std::size_t size = nest.data; size < bytes.size(); size += 7) {
+                SCOPED_TRACE(damage.why + std::string(", cut to ") + std::to_string(size));
+                check(nest, bytes.substr(0, size), false);
+            }
+        }
+    }
+}
+
+// Of two archives one behind the other none is the file's own, unless they hold the same.
+TEST_F(ZipArchiveTest, SalvageMixesNoFilesThatWereJoined) {
+    BuiltZip changed = good();
+    changed.items[0].content = "A";
+    EXPECT_EQ(salvaged(good().bytes() + good().bytes()).substr(0, 24), "a=aaaaaaaaaa;b=bb;c=ccc;");
+    const std::string within = ": it is of a zip file that stands within this one;";
+    EXPECT_EQ(salvaged(good().bytes() + changed.bytes()),
+              "a" + within + "b" + within + "c" + within);
 }
 
 TEST_F(ZipArchiveTest, SalvageEndsWhateverTheFileHolds) {

@@ -3,14 +3,14 @@
 #include <foundation/Shown.hpp>
 #include <opc/Exception.hpp>
 
+#include "platform/opc/src/zip/ArchivesWithin.hpp"
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
-#include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
-#include <iterator>
+#include <functional>
 #include <map>
 #include <set>
 #include <stdexcept>
@@ -24,7 +24,6 @@ namespace {
 
 using namespace format;
 
-constexpr std::size_t kBlock = std::size_t{1} << 20;
 constexpr std::size_t kPiece = std::size_t{128} << 10;
 // What may be read again in vain before the search gives up, as a multiple of the file and on top of
 // it, and what each attempt counts for at least. Whatever a file holds, its search ends.
@@ -33,66 +32,12 @@ constexpr std::uint64_t kWaste = std::uint64_t{64} << 20;
 constexpr std::uint64_t kAttempt = 4096;
 
 constexpr const char* kSameName = "there is another item of this name";
-
-std::vector<std::byte> bytesAt(const SalvageSource& source, std::uint64_t offset,
-                               std::uint64_t size) {
-    std::vector<std::byte> bytes(offset < source.size ? std::min(size, source.size - offset)
-                                                      : std::uint64_t{0});
-    bytes.resize(source.bytes->readAt(bytes, offset));
-    return bytes;
-}
-
-// Intervals of the file, no two of which overlap.
-class Ranges {
-public:
-    bool overlap(std::uint64_t from, std::uint64_t to) const {
-        const auto next = endOf_.upper_bound(from);
-        return (next != endOf_.begin() && std::prev(next)->second > from) ||
-               (next != endOf_.end() && next->first < to);
-    }
-    void add(std::uint64_t from, std::uint64_t to) {
-        if (from < to) endOf_.emplace(from, to);
-    }
-    // By their starts.
-    const std::map<std::uint64_t, std::uint64_t>& all() const { return endOf_; }
-
-private:
-    std::map<std::uint64_t, std::uint64_t> endOf_;
-};
-
-// Finds a record's signature, moving forward through the file.
-class SignatureSearch {
-public:
-    SignatureSearch(const SalvageSource& source, std::uint32_t signature) : source_(&source) {
-        append(signature_, signature);
-    }
-
-    std::optional<std::uint64_t> next(std::uint64_t from, std::uint64_t to) {
-        while (from + signature_.size() <= to) {
-            load(from);
-            const std::string_view held =
-                asText(Bytes(block_))
-                    .substr(0, std::min<std::uint64_t>(block_.size(), to - start_));
-            const std::size_t at = held.find(signature_, from - start_);
-            if (at != std::string_view::npos) return start_ + at;
-            if (held.size() < kBlock) return std::nullopt;
-            from = start_ + held.size() - signature_.size() + 1;
-        }
-        return std::nullopt;
-    }
-
-private:
-    void load(std::uint64_t from) {
-        if (from >= start_ && from + signature_.size() <= start_ + block_.size()) return;
-        start_ = from;
-        block_ = bytesAt(*source_, from, kBlock);
-    }
-
-    const SalvageSource* source_;
-    std::string signature_;
-    std::uint64_t start_ = 0;
-    std::vector<std::byte> block_;
-};
+constexpr const char* kTwice = "there are several of this name, and no directory says which counts";
+constexpr const char* kUnsure =
+    "it stands behind a damaged place, and may be of a zip file that an item held";
+constexpr const char* kNotListed = "the directory does not list it";
+constexpr const char* kWithin = "it is of a zip file that stands within this one";
+constexpr const char* kCut = "the file ends before its data does";
 
 // A deflate stream that says itself where it ends.
 struct Measured {
@@ -116,8 +61,7 @@ std::optional<Measured> measureDeflated(const SalvageSource& source, std::uint64
     while (true) {
         const bool isFed = inflater.needsInput() && offset + fed < limit;
         if (isFed) {
-            input = bytesAt(source, offset + fed,
-                            std::min<std::uint64_t>(kPiece, limit - offset - fed));
+            input = source.at(offset + fed, std::min<std::uint64_t>(kPiece, limit - offset - fed));
             if (input.empty()) return std::nullopt;
             inflater.feed(input);
             fed += input.size();
@@ -139,16 +83,19 @@ public:
     Salvage(const SalvageSource& source, std::vector<LostItem>& lost)
         : source_(&source), lost_(&lost), patience_(kWaste + kWastePerByte * source.size) {}
 
-    std::vector<ZipItem> run(std::optional<std::vector<ZipItem>> directory) {
-        isWhole_ = directory.has_value();
-        if (directory) {
-            takeDirectory(std::move(*directory));
+    std::vector<ZipItem> run() {
+        ArchivesWithin archives = findArchives(*source_);
+        isWhole_ = archives.own.has_value();
+        if (isWhole_) {
+            takeDirectory(*archives.own);
         } else {
+            within_ = std::move(archives.others);
             searchRecords();
+            takeWithoutHeaders();
         }
         searchHeaders();
-        takeDoubtful();
         reportFailures();
+        dropUnsure();
         std::ranges::sort(items_, {}, &ZipItem::headerOffset);
         return std::move(items_);
     }
@@ -163,9 +110,21 @@ private:
     // Offset and size of the data, size and checksum of the content, method.
     using Numbers = std::tuple<std::uint64_t, std::uint64_t, std::uint64_t, std::uint32_t, Method>;
 
+    // Where the search for local headers is. An item is surely the file's own where it joins the one in
+    // front, up to the front of the file or to one that a directory record knows.
+    struct Position {
+        std::uint64_t at;
+        bool isSure = true;
+    };
+
+    // What was said first of a name.
+    struct Seen {
+        std::uint64_t size;
+        std::uint32_t crc32;
+        bool isSure;
+    };
+
     void fail(const ZipItem& item, std::uint64_t at, std::string reason) {
-        failedNames_.insert(item.name);
-        if (!item.localName.empty()) failedNames_.insert(item.localName);
         failures_.push_back({item.name, item.displayName(), std::move(reason), at});
     }
 
@@ -185,9 +144,7 @@ private:
     // Takes the item when its bytes are free and its content is whole; otherwise says why not.
     std::string take(ZipItem item) {
         item.endOffset = item.dataOffset + item.compressedSize;
-        if (item.endOffset > source_->size || item.endOffset < item.dataOffset) {
-            return "the file ends before its data does";
-        }
+        if (item.endOffset > source_->size || item.endOffset < item.dataOffset) return kCut;
         if (taken_.overlap(item.headerOffset, item.endOffset)) {
             return "its bytes belong to another item";
         }
@@ -238,49 +195,75 @@ private:
         }
     }
 
-    std::vector<std::byte> fixedHeaderAt(std::uint64_t offset) const {
-        return bytesAt(*source_, offset, local::kHeaderSize);
-    }
-    static bool isHeader(Bytes header) {
-        return header.size() == local::kHeaderSize && load32(header, 0) == local::kSignature;
-    }
-
     // Adds what the local header says: where the data starts, and its name where that is another of the
     // same length, as when a bit was flipped. Without one, the data are where it would end.
     void addLocal(ZipItem& item) const {
         const std::size_t likely = local::kHeaderSize + item.name.size();
         item.dataOffset = item.headerOffset + likely;
-        const auto header = bytesAt(*source_, item.headerOffset, likely);
-        if (header.size() < likely || !isHeader(Bytes(header).first(local::kHeaderSize))) return;
+        const auto header = source_->at(item.headerOffset, likely);
+        if (header.size() < likely) return;
         const std::size_t size = load16(header, local::kNameLength);
+        const std::string_view name = asText(Bytes(header).subspan(local::kHeaderSize));
+        const bool isSame = size == name.size() && name == item.name;
+        if (load32(header, 0) != local::kSignature && !isSame) return;
         item.dataOffset =
             item.headerOffset + local::kHeaderSize + size + load16(header, local::kExtraLength);
-        const std::string_view name = asText(Bytes(header).subspan(local::kHeaderSize));
-        if (size == name.size() && name != item.name && isName(name)) item.localName = name;
+        if (size == name.size() && !isSame && isName(name)) item.localName = name;
     }
 
     static bool isName(std::string_view name) {
         return !name.empty() && name.find('\0') == std::string_view::npos;
     }
 
-    // Those whose name both records have come first, so that a damaged name takes nobody else's.
-    void takeDirectory(std::vector<ZipItem> directory) {
-        for (ZipItem& item : directory) {
-            if (item.headerOffset < source_->size) addLocal(item);
+    // The places where an item of the directory may be, the likeliest first.
+    std::vector<ZipItem> placesOf(const ZipItem& item, std::int64_t shift) const {
+        std::vector<std::pair<int, ZipItem>> places;
+        for (const std::int64_t moved : {std::int64_t{0}, shift}) {
+            ZipItem placed = item;
+            placed.headerOffset += static_cast<std::uint64_t>(moved);
+            if (placed.headerOffset >= source_->size || (moved == 0 && !places.empty())) continue;
+            addLocal(placed);
+            const auto header = localHeaderAt(*source_, placed.headerOffset);
+            const bool isSame = header && header->item.name == item.name;
+            places.emplace_back(isSame + (header && header->agreesWith(item)), std::move(placed));
         }
+        std::ranges::stable_sort(places, std::greater(), &std::pair<int, ZipItem>::first);
+        std::vector<ZipItem> sorted;
+        for (auto& [likelihood, placed] : places)
+            sorted.push_back(std::move(placed));
+        return sorted;
+    }
+
+    // Those whose name both records have come first, so that a damaged name takes nobody else's.
+    void takeDirectory(const WholeDirectory& directory) {
+        isExact_ = directory.shift == 0;
         for (const bool isAgreed : {true, false}) {
-            for (ZipItem& item : directory) {
-                if (item.localName.empty() == isAgreed) takeListed(std::move(item), source_->size);
+            for (const ZipItem& item : directory.items) {
+                const auto places = placesOf(item, directory.shift);
+                const bool isSame = !places.empty() && places.front().localName.empty();
+                if (isSame == isAgreed) takeListed(item, places);
             }
         }
     }
 
-    void takeListed(ZipItem item, std::uint64_t recordAt) {
-        if (item.headerOffset >= source_->size) {
-            return fail(item, recordAt, "the file ends before its data does");
+    // Where offsets are right, a local header may know better than the directory. Elsewhere it may be
+    // that of an archive within the file.
+    void takeListed(const ZipItem& item, const std::vector<ZipItem>& places) {
+        std::string reason = kCut;
+        for (const ZipItem& placed : places) {
+            std::string fault = take(placed);
+            if (fault.empty()) return;
+            if (&placed == &places.front()) reason = std::move(fault);
         }
-        if (std::string reason = take(item); !reason.empty()) {
-            fail(item, recordAt, std::move(reason));
+        listed_.emplace(item.name, item);
+        fail(places.empty() ? item : places.front(), source_->size, std::move(reason));
+        if (places.empty()) return;
+        auto header = localHeaderAt(*source_, places.front().headerOffset);
+        if (!header || header->item.name != item.name) return;
+        if (isExact_ && takeWhole(*header, source_->size).empty()) return;
+        if (isExact_ || header->agreesWith(item)) {
+            claimed_.add(places.front().headerOffset,
+                         places.front().dataOffset + item.compressedSize);
         }
     }
 
@@ -296,23 +279,23 @@ private:
 
     // The size of the directory record that stands there; 0 when it is none.
     std::uint64_t takeRecord(std::uint64_t at) {
-        const auto header = bytesAt(*source_, at, central::kHeaderSize);
-        if (header.size() < central::kHeaderSize) return 0;
-        const std::size_t size = central::kHeaderSize + load16(header, central::kNameLength) +
-                                 load16(header, central::kExtraLength) +
-                                 load16(header, central::kCommentLength);
-        const auto record = bytesAt(*source_, at, size);
-        if (record.size() < size) return 0;
+        const std::uint64_t size = centralRecordSize(*source_, at);
+        if (size == 0) return 0;
+        const auto record = source_->at(at, size);
         try {
             const std::string text(asText(Bytes(record)));
-            auto items = readDirectory(text, 1, *source_->file);
-            ZipItem& item = items.front();
+            ZipItem item = readDirectory(text, 1, *source_->file).front();
             item.directoryRecord = {};
-            if (isConfirmed(item)) {
-                addLocal(item);
-                takeListed(std::move(item), at);
+            if (within_.endAround(at)) {
+                fail(item, at, kWithin);
+                return size;
+            }
+            if (item.headerOffset < source_->size) addLocal(item);
+            const auto header = localHeaderAt(*source_, item.headerOffset);
+            if (header && header->agreesWith(item)) {
+                takeConfirmed(item, at);
             } else {
-                doubtful_.try_emplace(item.headerOffset, std::move(item), at);
+                records_.emplace(item.headerOffset, Record{std::move(item), at});
             }
             return size;
         } catch (const Exception&) {
@@ -321,29 +304,35 @@ private:
         }
     }
 
-    // Whether a local header of this name stands where the record says. Otherwise the record may be
-    // one of a zip file within this one.
-    bool isConfirmed(const ZipItem& item) const {
-        if (!isHeader(fixedHeaderAt(item.headerOffset))) return false;
-        const auto name =
-            bytesAt(*source_, item.headerOffset + local::kHeaderSize, item.name.size());
-        return asText(Bytes(name)) == item.name;
+    // An item of which a directory record and a local header say the same.
+    void takeConfirmed(const ZipItem& item, std::uint64_t recordAt) {
+        see(item, true);
+        std::string reason = take(item);
+        if (reason.empty()) return;
+        fail(item, recordAt, std::move(reason));
+        claimed_.add(item.headerOffset, item.dataOffset + item.compressedSize);
     }
 
-    // What no local header has settled: its own may be damaged.
-    void takeDoubtful() {
-        for (auto& [offset, record] : doubtful_) {
-            auto& [item, at] = record;
-            if (taken_.overlap(at, at + 1) || names_.contains(item.name)) continue;
-            if (item.headerOffset < source_->size) addLocal(item);
-            takeListed(std::move(item), at);
+    // Items whose local headers are damaged, by their directory records.
+    void takeWithoutHeaders() {
+        for (auto& [offset, record] : records_) {
+            if (localHeaderAt(*source_, offset)) continue;
+            std::string reason = offset < source_->size ? take(record.item) : kCut;
+            if (reason.empty()) {
+                see(items_.back(), true);
+            } else {
+                fail(record.item, record.at, std::move(reason));
+            }
         }
     }
 
     void searchHeaders() {
+        Ranges closed = claimed_;
+        for (const auto& [start, end] : taken_.all())
+            closed.add(start, end);
         std::vector<std::pair<std::uint64_t, std::uint64_t>> gaps;
         std::uint64_t from = 0;
-        for (const auto& [start, end] : taken_.all()) {
+        for (const auto& [start, end] : closed.all()) {
             gaps.emplace_back(from, start);
             from = end;
         }
@@ -354,79 +343,107 @@ private:
     }
 
     void searchGap(SignatureSearch& search, std::uint64_t from, std::uint64_t end) {
-        while (const auto at = search.next(from, end)) {
+        Position position{from};
+        while (position.at < end) {
+            const auto next = nextHeader(search, position, end);
+            if (!next) return;
+            if (const auto archiveEnd = within_.endAround(next->at)) {
+                position = {*archiveEnd, next->isSure};
+                continue;
+            }
             const std::size_t before = items_.size();
-            takeUnlisted(*at, end);
-            const bool isNew = items_.size() > before;
-            if (!isNew && !isPatient(kAttempt)) return;
-            from = isNew ? items_.back().endOffset : *at + sizeof local::kSignature;
+            position = takeUnlisted(*next, end);
+            if (items_.size() == before && !isPatient(kAttempt)) return;
         }
     }
 
-    void takeUnlisted(std::uint64_t at, std::uint64_t limit) {
-        const auto fixed = fixedHeaderAt(at);
-        if (!isHeader(fixed) || takeByRecord(at)) return;
-        const std::size_t size = local::kHeaderSize + load16(fixed, local::kNameLength) +
-                                 load16(fixed, local::kExtraLength);
-        if (at + size > limit) return;
-        isPatient(size);  // headers may overlap
-        const auto header = bytesAt(*source_, at, size);
-        if (header.size() < size) return;
-        ZipItem item = itemOf(header);
-        if (!isName(item.name)) return;
-        item.headerOffset = at;
-        item.dataOffset = at + size;
-        std::string reason = takeWhole(item, load16(header, local::kFlags), limit);
-        if (reason.empty() || at < failedUntil_) return;
-        fail(item, at, std::move(reason));
-        failedUntil_ = at + size;
+    // The next local header, signed or, where one must be, not.
+    std::optional<Position> nextHeader(SignatureSearch& search, const Position& from,
+                                       std::uint64_t end) const {
+        const std::uint64_t joined = from.at + descriptor::kLargest;
+        const auto at = search.next(from.at, end);
+        if (at && *at <= joined) return Position{*at, from.isSure};
+        if (from.isSure && !isWhole_ && localHeaderAt(*source_, from.at, Place::Expected))
+            return from;
+        if (!at) return std::nullopt;
+        return Position{*at, false};
+    }
+
+    // Takes the item of a local header. Returns where to go on: its data are not searched, whole or not.
+    Position takeUnlisted(const Position& position, std::uint64_t limit) {
+        auto header = localHeaderAt(*source_, position.at,
+                                    position.isSure && !isWhole_ ? Place::Expected : Place::Any);
+        if (!header) {
+            // An item of the file's own whose header says nonsense, or is cut, may hold all that follows.
+            const bool isOwn = position.isSure && !isWhole_;
+            return {isOwn ? limit : position.at + sizeof local::kSignature, false};
+        }
+        if (takeByRecord(position.at)) return {items_.back().endOffset};
+        std::string reason = takeWhole(*header, limit);
+        see(header->item, position.isSure);
+        if (reason.empty()) {
+            if (!position.isSure) unsure_.insert(position.at);
+            return {items_.back().endOffset, position.isSure};
+        }
+        fail(header->item, position.at, std::move(reason));
+        const Position next = behindLost(*header, position, limit);
+        claimed_.add(header->item.dataOffset, next.at);
+        return next;
+    }
+
+    // Data of unknown length that begin as a zip file does are one, up to its end where that is known.
+    Position behindLost(const LocalHeader& header, const Position& position,
+                        std::uint64_t limit) const {
+        const std::uint64_t data = header.item.dataOffset;
+        if (const auto end = header.claimedEnd()) return {std::min(*end, limit), position.isSure};
+        if (const auto end = within_.endAround(data)) return {*end, position.isSure};
+        return {source_->number(data) == local::kSignature ? limit : data, false};
     }
 
     // The directory's numbers and name where they fit this local header's content.
     bool takeByRecord(std::uint64_t headerOffset) {
-        const auto record = doubtful_.find(headerOffset);
-        if (record == doubtful_.end()) return false;
-        ZipItem item = record->second.first;
-        addLocal(item);
-        return take(std::move(item)).empty();
-    }
-
-    static ZipItem itemOf(Bytes header) {
-        const std::size_t nameSize = load16(header, local::kNameLength);
-        ZipItem item;
-        item.name = asText(header.subspan(local::kHeaderSize, nameSize));
-        item.nameIsUtf8 = (load16(header, local::kFlags) & flag::kUtf8) != 0;
-        item.method = Method{load16(header, local::kMethod)};
-        item.crc32 = load32(header, local::kCrc);
-        item.size = load32(header, local::kSize);
-        item.compressedSize = load32(header, local::kCompressedSize);
-        const auto wide = findExtra(header.subspan(local::kHeaderSize + nameSize), extra::kZip64);
-        if (wide && wide->content.size() >= 2 * sizeof(std::uint64_t)) {
-            if (item.size == kInZip64_32) item.size = load64(wide->content, 0);
-            if (item.compressedSize == kInZip64_32) {
-                item.compressedSize = load64(wide->content, sizeof(std::uint64_t));
-            }
+        const auto [first, last] = records_.equal_range(headerOffset);
+        for (auto record = first; record != last; ++record) {
+            if (!take(record->second.item).empty()) continue;
+            see(items_.back(), true);
+            return true;
         }
-        return item;
+        return false;
     }
 
-    std::string takeWhole(ZipItem item, std::uint16_t flags, std::uint64_t limit) {
-        if (flags & flag::kAnyEncryption) return "it is encrypted";
+    std::string takeWhole(LocalHeader& header, std::uint64_t limit) {
+        ZipItem& item = header.item;
+        if (header.flags & flag::kAnyEncryption) return "it is encrypted";
         if (item.method != Method::Stored && item.method != Method::Deflated) {
             return "it is compressed by method " +
                    std::to_string(static_cast<unsigned>(item.method)) +
                    "; packages allow only 0 (stored) and 8 (deflated)";
         }
-        if (isWhole_ && !failedNames_.contains(item.name)) {
-            return names_.contains(item.name) ? kSameName : "the directory does not list it";
+        if (isWhole_ && !listed_.contains(item.name)) {
+            return names_.contains(item.name) ? kSameName : kNotListed;
         }
         if (names_.contains(item.name)) return kSameName;
-        const bool isMeasured = (flags & flag::kDescriptor) != 0 && item.compressedSize == 0;
-        if (isMeasured && !measure(item, limit)) return "its data has no end that can be told";
-        if (item.method == Method::Stored && item.size != item.compressedSize) {
-            return "it is stored, but declares two sizes";
+        if (header.isMeasured() && !measure(item, limit)) {
+            return "its data has no end that can be told";
         }
-        return take(std::move(item));
+        if (isWhole_ && !isListed(item)) return kNotListed;
+        if (item.method != Method::Stored || item.size == item.compressedSize) return take(item);
+        for (const std::uint64_t size : {item.compressedSize, item.size}) {
+            ZipItem likely = item;
+            likely.size = likely.compressedSize = size;
+            if (take(std::move(likely)).empty()) return {};
+        }
+        return "it is stored, but declares two sizes";
+    }
+
+    // Whether the directory says the same of the content, or has the header in this place.
+    bool isListed(const ZipItem& item) const {
+        const auto [first, last] = listed_.equal_range(item.name);
+        return std::any_of(first, last, [&](const auto& listed) {
+            const ZipItem& there = listed.second;
+            return (isExact_ && there.headerOffset == item.headerOffset) ||
+                   (there.crc32 == item.crc32 && there.size == item.size);
+        });
     }
 
     // The numbers of an item whose local header leaves them to a descriptor behind its data.
@@ -450,10 +467,36 @@ private:
     }
 
     bool describes(std::uint64_t descriptorAt, std::uint32_t checksum) const {
-        const auto found = bytesAt(*source_, descriptorAt, 2 * sizeof checksum);
+        const auto found = source_->at(descriptorAt, 2 * sizeof checksum);
         if (found.size() < 2 * sizeof checksum) return false;
         const bool isSigned = load32(found, 0) == descriptor::kSignature;
         return load32(found, isSigned ? sizeof checksum : 0) == checksum;
+    }
+
+    // Two of one name that differ, one of which joins nothing, show that items of an archive within
+    // the file are among those that were found.
+    void see(const ZipItem& item, bool isSure) {
+        if (isWhole_) return;
+        const auto [found, isNew] = seen_.try_emplace(item.name, item.size, item.crc32, isSure);
+        const Seen& other = found->second;
+        if (isNew || (other.size == item.size && other.crc32 == item.crc32)) return;
+        if (isSure && other.isSure) {
+            twice_.insert(item.name);
+        } else {
+            isMixed_ = true;
+        }
+    }
+
+    // No copy is made of two packages: what may be another's is left out.
+    void dropUnsure() {
+        std::erase_if(items_, [this](const ZipItem& item) {
+            const bool isTwice = twice_.contains(item.name);
+            const bool isUnsure = isMixed_ && unsure_.contains(item.headerOffset);
+            if (isTwice || isUnsure) {
+                lost_->push_back({item.displayName(), isTwice ? kTwice : kUnsure});
+            }
+            return isTwice || isUnsure;
+        });
     }
 
     // What was taken under the same name after all is not lost, and neither is what was only seen in
@@ -463,36 +506,47 @@ private:
         for (Failure& failure : failures_) {
             const bool isOther = failure.reason == kSameName;
             if (names_.contains(failure.name) && !isOther) continue;
+            if (isOther && twice_.contains(failure.name)) continue;
             if (taken_.overlap(failure.at, failure.at + 1)) continue;
+            if (claimed_.overlap(failure.at, failure.at + 1)) continue;
             if (!told.emplace(failure.name, isOther ? failure.reason : "").second) continue;
             lost_->push_back({std::move(failure.shownName), std::move(failure.reason)});
         }
     }
 
+    struct Record {
+        ZipItem item;
+        std::uint64_t at;
+    };
+
     const SalvageSource* source_;
     std::vector<LostItem>* lost_;
     std::uint64_t patience_;
-    bool isWhole_ = false;
+    bool isWhole_ = false;  // the directory
+    bool isExact_ = false;  // and its offsets
+    bool isMixed_ = false;
     std::vector<ZipItem> items_;
     Ranges taken_;                             // of items_
     Ranges tried_;                             // of what was read in vain
+    Ranges claimed_;                           // of items that are lost
+    Ranges within_;                            // of archives that are not the file's own
     std::set<std::string, FoldedLess> names_;  // of items_
-    std::set<std::string, FoldedLess> failedNames_;
+    std::set<std::string, FoldedLess> twice_;  // of several items that are the file's own
+    std::map<std::string, Seen, FoldedLess> seen_;
+    std::set<std::uint64_t> unsure_;  // header offsets
+    // What a whole directory says of items that are not where it says, or damaged.
+    std::multimap<std::string, ZipItem, FoldedLess> listed_;
+    // Directory records that no local header confirms, by header offset.
+    std::multimap<std::uint64_t, Record> records_;
     std::map<Numbers, std::string> faults_;
     std::vector<Failure> failures_;
-    // Where the last local header that failed ends. Those that begin within it are not told as well.
-    std::uint64_t failedUntil_ = 0;
-    // Items of unconfirmed directory records, with the records' places, by header offset.
-    std::map<std::uint64_t, std::pair<ZipItem, std::uint64_t>> doubtful_;
     std::vector<std::byte> piece_;
 };
 
 }  // namespace
 
-std::vector<ZipItem> salvageItems(const SalvageSource& source,
-                                  std::optional<std::vector<ZipItem>> directory,
-                                  std::vector<LostItem>& lost) {
-    return Salvage(source, lost).run(std::move(directory));
+std::vector<ZipItem> salvageItems(const SalvageSource& source, std::vector<LostItem>& lost) {
+    return Salvage(source, lost).run();
 }
 
 }  // namespace opc::zip

@@ -13,8 +13,6 @@
 #include "platform/opc/src/zip/Salvage.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
-#include <optional>
-
 namespace opc::zip {
 
 namespace {
@@ -50,8 +48,6 @@ struct ZipArchive::State final : ByteSource {
     }
 
     void read(ArchiveBytes& bytes);
-    // The directory alone, where it is whole.
-    std::optional<std::vector<ZipItem>> readDirectoryIfWhole();
     void readDirectoryBytes(ArchiveBytes& bytes, const format::DirectoryRecord& record);
 
     fl::filesystem::path path;
@@ -73,17 +69,6 @@ void ZipArchive::State::read(ArchiveBytes& bytes) {
     checkLocalHeaders(items, end.directory.offset, bytes, path);
     names = NameIndex(items, path);
     names.addResolvedNames(path);
-}
-
-std::optional<std::vector<ZipItem>> ZipArchive::State::readDirectoryIfWhole() {
-    try {
-        ArchiveBytes bytes(file, stamp.size, kEndSearch);
-        ArchiveEnd end = readArchiveEnd(bytes, path);
-        readDirectoryBytes(bytes, end.directory);
-        return readDirectory(directory, end.directory.count, path);
-    } catch (const Exception&) {
-        return std::nullopt;
-    }
 }
 
 void ZipArchive::State::readDirectoryBytes(ArchiveBytes& bytes,
@@ -115,9 +100,8 @@ std::shared_ptr<const ZipArchive> ZipArchive::salvage(const fl::filesystem::path
                                                       std::vector<LostItem>& lost) {
     return aboutFile(file, [&] {
         auto state = std::make_shared<State>(file);
-        auto listed = state->readDirectoryIfWhole();
         const SalvageSource source{state, state->stamp.size, &state->path};
-        state->items = salvageItems(source, std::move(listed), lost);
+        state->items = salvageItems(source, lost);
         state->names = NameIndex(state->items, state->path);
         return std::shared_ptr<const ZipArchive>(new ZipArchive(std::move(state)));
     });

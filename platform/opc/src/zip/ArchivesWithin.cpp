@@ -1,0 +1,231 @@
+#include "platform/opc/src/zip/ArchivesWithin.hpp"
+
+#include <opc/Exception.hpp>
+
+#include "platform/opc/src/zip/Directory.hpp"
+
+#include <algorithm>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+namespace opc::zip {
+
+namespace {
+
+using namespace format;
+
+// What may be read of directories and in front of them, as a multiple of the file and on top of it, and
+// what each end record counts for at least.
+constexpr std::uint64_t kWorkPerByte = 2;
+constexpr std::uint64_t kWork = std::uint64_t{64} << 20;
+constexpr std::uint64_t kAttempt = 64;
+
+// Where an end record says that its directory is, and where that stands.
+struct EndPlace {
+    DirectoryRecord stated;
+    std::uint64_t start, end;  // of the directory
+    std::uint64_t fileEnd;     // of the archive, with its comment
+};
+
+class Archive {
+public:
+    Archive(const SalvageSource& source, const EndPlace& place, std::vector<ZipItem> items)
+        : source_(&source), fileEnd_(place.fileEnd) {
+        directory_.items = std::move(items);
+        directory_.shift = static_cast<std::int64_t>(place.start - place.stated.offset);
+        findBase();
+    }
+
+    // Whether any of its items is there.
+    bool isConfirmed() const { return isConfirmed_; }
+    std::uint64_t start() const {
+        return static_cast<std::uint64_t>(std::max<std::int64_t>(base_, 0));
+    }
+    std::uint64_t end() const { return fileEnd_; }
+
+    // Whether there are items in front that it does not list.
+    bool hasForeignItems() const {
+        if (isForeign(0, Place::Expected)) return true;
+        SignatureSearch search(*source_, local::kSignature);
+        std::uint64_t from = 0;
+        while (const auto at = search.next(from, start())) {
+            if (isForeign(*at, Place::Any)) return true;
+            from = *at + sizeof local::kSignature;
+            const auto header = localHeaderAt(*source_, *at);
+            if (!header || !isListed(*header)) continue;
+            from = std::max(from, header->item.dataOffset + header->item.compressedSize);
+            if (isForeign(from, Place::Expected)) return true;
+        }
+        return false;
+    }
+
+    WholeDirectory takeDirectory() { return std::move(directory_); }
+
+private:
+    // Most items tell where the offsets count from. The others may stand where the directory says, when
+    // bytes were put in behind them.
+    void findBase() {
+        const auto shifted = confirmedAt(directory_.shift), stated = confirmedAt(0);
+        const bool isShifted = shifted.size() >= stated.size();
+        base_ = isShifted ? directory_.shift : 0;
+        isConfirmed_ = !shifted.empty() || !stated.empty();
+        for (std::size_t i = 0; i < directory_.items.size(); ++i) {
+            const ZipItem& item = directory_.items[i];
+            byName_.emplace(item.name, i);
+            if (shifted.contains(i)) continue;
+            const auto header = localHeaderAt(*source_, item.headerOffset);
+            if (!header || header->item.name == item.name) inFront_.insert(item.headerOffset);
+        }
+    }
+
+    bool isForeign(std::uint64_t at, Place place) const {
+        if (at >= start() || inFront_.contains(at)) return false;
+        const auto header = localHeaderAt(*source_, at, place);
+        if (header && isListed(*header)) return false;
+        const bool isWhole = header && header->item.dataOffset <= start();
+        return isWhole || (place == Place::Expected && source_->number(at) == local::kSignature);
+    }
+
+    bool isListed(const LocalHeader& header) const {
+        const auto found = byName_.find(header.item.name);
+        return found != byName_.end() && header.agreesWith(directory_.items[found->second]);
+    }
+
+    std::uint64_t offsetOf(std::size_t index, std::int64_t base) const {
+        return directory_.items[index].headerOffset + static_cast<std::uint64_t>(base);
+    }
+
+    // Those items whose local headers are there when offsets count from `base`.
+    std::unordered_set<std::size_t> confirmedAt(std::int64_t base) const {
+        std::unordered_set<std::size_t> confirmed;
+        for (std::size_t i = 0; i < directory_.items.size(); ++i) {
+            const ZipItem& item = directory_.items[i];
+            const auto header = localHeaderAt(*source_, offsetOf(i, base));
+            if (header && header->agreesWith(item)) confirmed.insert(i);
+        }
+        return confirmed;
+    }
+
+    const SalvageSource* source_;
+    std::uint64_t fileEnd_;
+    WholeDirectory directory_;
+    std::int64_t base_ = 0;
+    bool isConfirmed_ = false;
+    std::unordered_set<std::uint64_t> inFront_;  // where it says that the other items are
+    std::unordered_map<std::string, std::size_t> byName_;
+};
+
+class Search {
+public:
+    explicit Search(const SalvageSource& source)
+        : source_(&source), work_(kWork + kWorkPerByte * source.size) {}
+
+    ArchivesWithin run() {
+        findLastRecord();
+        SignatureSearch search(*source_, end::kSignature);
+        std::uint64_t from = 0;
+        while (const auto at = search.next(from, source_->size)) {
+            from = *at + sizeof end::kSignature;
+            if (!spend(kAttempt)) break;
+            const auto place = placeOf(*at);
+            if (place && spend(place->end - place->start)) readArchive(*place);
+        }
+        return std::move(found_);
+    }
+
+private:
+    bool spend(std::uint64_t amount) {
+        work_ -= std::min(work_, amount);
+        return work_ > 0;
+    }
+
+    // Of an item or of a directory.
+    void findLastRecord() {
+        for (const auto signature : {local::kSignature, central::kSignature}) {
+            SignatureSearch search(*source_, signature);
+            std::uint64_t from = 0;
+            while (const auto at = search.next(from, source_->size)) {
+                from = *at + sizeof signature;
+                if (!spend(kAttempt)) {
+                    lastRecord_ = source_->size;
+                    return;
+                }
+                const bool isRecord = signature == local::kSignature
+                                          ? localHeaderAt(*source_, *at).has_value()
+                                          : centralRecordSize(*source_, *at) != 0;
+                if (isRecord) lastRecord_ = std::max(lastRecord_, *at);
+            }
+        }
+    }
+
+    std::optional<EndPlace> placeOf(std::uint64_t at) const {
+        const auto record = source_->at(at, end::kRecordSize);
+        if (record.size() < end::kRecordSize) return std::nullopt;
+        EndPlace place{
+            {load16(record, end::kCount), load32(record, end::kDirectorySize),
+             load32(record, end::kDirectoryOffset)},
+            0,
+            at,
+            std::min<std::uint64_t>(at + end::kRecordSize + load16(record, end::kCommentLength),
+                                    source_->size)};
+        readWide(place);
+        const DirectoryRecord& stated = place.stated;
+        if (stated.count == 0 || stated.size > place.end ||
+            stated.count > stated.size / central::kHeaderSize) {
+            return std::nullopt;
+        }
+        place.start = place.end - stated.size;
+        if (source_->number(place.start) != central::kSignature) return std::nullopt;
+        return place;
+    }
+
+    // The zip64 records, where they stand in front of the end record.
+    void readWide(EndPlace& place) const {
+        constexpr std::size_t kSize = zip64end::kRecordSize + zip64locator::kRecordSize;
+        if (place.end < kSize) return;
+        const auto record = source_->at(place.end - kSize, kSize);
+        if (record.size() < kSize || load32(record, 0) != zip64end::kSignature ||
+            load32(record, zip64end::kRecordSize) != zip64locator::kSignature) {
+            return;
+        }
+        place.end -= kSize;
+        place.stated = {load64(record, zip64end::kCount), load64(record, zip64end::kDirectorySize),
+                        load64(record, zip64end::kDirectoryOffset)};
+    }
+
+    void readArchive(const EndPlace& place) {
+        try {
+            const auto bytes = source_->at(place.start, place.stated.size);
+            const std::string text(asText(bytes));
+            auto items = readDirectory(text, place.stated.count, *source_->file);
+            for (ZipItem& item : items)
+                item.directoryRecord = {};
+            settle(Archive(*source_, place, std::move(items)));
+        } catch (const Exception&) {
+            // The directory is not whole.
+        }
+    }
+
+    // Of several that could be the file's own, each is within the last.
+    void settle(Archive archive) {
+        const bool isLast = lastRecord_ < archive.end();
+        const bool isAlone = isLast && spend(archive.start()) && !archive.hasForeignItems();
+        if (archive.isConfirmed()) found_.others.add(archive.start(), archive.end());
+        if (isAlone) found_.own = archive.takeDirectory();
+    }
+
+    const SalvageSource* source_;
+    std::uint64_t work_;
+    std::uint64_t lastRecord_ = 0;
+    ArchivesWithin found_;
+};
+
+}  // namespace
+
+ArchivesWithin findArchives(const SalvageSource& source) {
+    return Search(source).run();
+}
+
+}  // namespace opc::zip
