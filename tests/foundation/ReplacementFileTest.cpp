@@ -99,6 +99,26 @@ TEST_F(ReplacementFileTest, KeepsWhatItMayAndRefusesToLoseTheRest) {
     }
 }
 
+// The system would refuse to open new content that has the digest of the old.
+TEST_F(ReplacementFileTest, CopiesNoDigestOfTheOldContent) {
+    static std::set<std::string> copied;
+    copied.clear();
+    write("a", "old");
+    const WatchedSystem system;
+    systemCalls().flistxattr = [](int, char* names, std::size_t size) {
+        constexpr std::string_view kNames("security.evm\0security.ima\0security.note\0", 40);
+        if (size >= kNames.size()) kNames.copy(names, size);
+        return static_cast<ssize_t>(kNames.size());
+    };
+    systemCalls().fgetxattr = [](int, const char*, void*, std::size_t) { return ssize_t{1}; };
+    systemCalls().fsetxattr = [](int, const char* name, const void*, std::size_t, int) {
+        copied.insert(name);
+        return 0;
+    };
+    save(name("a"));
+    EXPECT_EQ(copied, std::set<std::string>{"security.note"});
+}
+
 // A directory may give an access list to whatever is created in it.
 TEST_F(ReplacementFileTest, GivesTheDirectorysAccessListToNewFilesOnly) {
     constexpr std::string_view kList(

@@ -1,6 +1,7 @@
 #include <fl/filesystem.hpp>
 
 #include <fl/FileDescriptor.hpp>
+#include <fl/SystemCalls.hpp>
 
 #include "tests/support/TemporaryDirectory.hpp"
 
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <iterator>
 #include <string>
@@ -51,6 +53,18 @@ TEST_F(FilesystemTest, TellsWhatANameStandsFor) {
         if (row.exists && !row.isRegular) continue;  // opening the FIFO would wait for a writer
         EXPECT_EQ(ifstream(path(row.name), std::ios::in).is_open(), row.exists);
     }
+}
+
+// Opening a FIFO or a device is noticed at its other end.
+TEST_F(FilesystemTest, OpensOnlyRegularFiles) {
+    const SystemCalls saved = systemCalls();
+    systemCalls().openat = [](int, const char* name, int, mode_t) {
+        ADD_FAILURE() << name << " was opened";
+        return (errno = EIO, -1);
+    };
+    EXPECT_THROW(FileDescriptor::openForReading(path(u"fifo")), std::system_error);
+    EXPECT_THROW(FileDescriptor::openForReading(path(u"dir")), std::system_error);
+    systemCalls() = saved;
 }
 
 // Whatever becomes of the file's own name, and with no more descriptors than there are by then.

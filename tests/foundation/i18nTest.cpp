@@ -61,6 +61,7 @@ TEST(UstringToUtf8, RefusesAnUnpairedSurrogateAtEveryPlace) {
             const ustring text(length, filler);
             EXPECT_EQ(errorIndex(ustring_to_utf8, text + lead), length);
             EXPECT_EQ(errorIndex(ustring_to_utf8, text + trail + lead), length);
+            EXPECT_EQ(errorIndex(ustring_to_utf8, text + lead + u"x"), length);
             EXPECT_EQ(errorIndex(ustring_to_utf8, text + lead + trail + trail), length + 2);
             EXPECT_EQ(to_display(text + lead), ustring_to_utf8(text) + "\xEF\xBF\xBD");
         }

@@ -18,6 +18,7 @@ TEST(Messages, PutTheFileNameIn) {
 
 TEST(MessageId, StillSaysSomethingOutsideTheCatalog) {
     EXPECT_EQ(MessageId("a:b", "C", {u"x", u"y"}).text(), u"a:b:C x y");
+    EXPECT_EQ(MessageId("KORVAL:other", "LoadFailed", {}).text(), u"KORVAL:other:LoadFailed");
     // The catalog's name and the message's do not mix.
     EXPECT_EQ(MessageId("KORVAL:lumenforge", "lumenforge:LoadFailed", {}).text(),
               u"KORVAL:lumenforge:lumenforge:LoadFailed");

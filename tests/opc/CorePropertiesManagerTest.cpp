@@ -133,6 +133,39 @@ TEST_F(CorePropertiesManagerTest, KeepsWhatLaterHostsAdd) {
                 ThrowsMessage<Exception>(EndsWith("a second release; remove one of them")));
 }
 
+TEST_F(CorePropertiesManagerTest, ReadsTheHostPartThatASaveReplaces) {
+    const auto host = [](const std::string& release) {
+        return "<hostProperties "
+               "xmlns='http://schemas.quorvane.com/package/2026/hostProperties'><release>" +
+               release + "</release></hostProperties>";
+    };
+    const auto link = [](const std::string& id) {
+        return "<Relationship Id='" + id +
+               "' Type='http://schemas.quorvane.com/package/2026/relationships/hostProperties' "
+               "Target='" +
+               id + ".xml'/>";
+    };
+    auto properties = readFrom(goodPlainPackage()
+                                   .withRelationships(link("none") + link("first") + link("second"))
+                                   .with("first.xml", host("first"))
+                                   .with("second.xml", host("second")));
+    EXPECT_EQ(properties.getKORVALRelease(), u"first");
+    properties.setKORVALRelease(u"new");
+    write(properties);
+    EXPECT_THAT(part(u"/first.xml"), HasSubstr("new"));
+    EXPECT_THAT(part(u"/second.xml"), HasSubstr("second"));
+}
+
+TEST_F(CorePropertiesManagerTest, RefusesToChooseBetweenCoreProperties) {
+    std::string second(kCorePropertiesRelationship);
+    second.replace(second.find("core"), 4, "more");
+    const auto several =
+        withCore("").withRelationships(std::string(kCorePropertiesRelationship) + second);
+    EXPECT_THAT([&] { readFrom(several); },
+                ThrowsMessage<Exception>(
+                    EndsWith("2 relationships lead to core properties; remove all but one")));
+}
+
 TEST_F(CorePropertiesManagerTest, ReplacesADanglingRelationshipButNoForeignPart) {
     readFrom(
         goodPlainPackage()
@@ -185,6 +218,9 @@ TEST(W3CDate, ReadsEachPrecision) {
         {"1970-01-01T01:00:00+01:00", 0},
         {"2020-02-29T23:59:59Z", 1583020799},
         {"0000-01-01", -62167219200},
+        {"1970-01-31", 30 * 86400},
+        {"1970-01-01T00:00:00-01:30", 5400},
+        {"1970-02-30", {}},
         {"9999-12-31T23:59:59Z", 253402300799},
         {"1970-00", {}},
         {"1970-01-01T00:00", {}},

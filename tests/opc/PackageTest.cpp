@@ -88,6 +88,23 @@ TEST_F(PackageTest, KeepsEverythingThatIsNotSetAgain) {
     EXPECT_THAT(bytes(), HasSubstr("untyped.bin"));
 }
 
+TEST_F(PackageTest, ANewRelationshipsPartHasItsType) {
+    put(goodPlainPackage()
+            .without("_rels/.rels")
+            .without("foreign/_rels/a.xml.rels")
+            .withTypes(R"(<Override PartName="/data" ContentType="application/octet-stream"/>)"));
+    session(OpenMode::Edit, [](Package& package) {
+        package.createInternalRelationship(u"t", URI(u"/data"), u"");
+        package.createExternalRelationship(u"t", URI(u"urn:x"), u"");
+    });
+    session(OpenMode::Read, [](Package& package) {
+        const auto found = package.getRelationshipsByType(u"t");
+        ASSERT_EQ(found.size(), 2u);
+        EXPECT_EQ(found[0].getTargetMode(), TargetMode::Internal);
+        EXPECT_EQ(found[1].getTargetMode(), TargetMode::External);
+    });
+}
+
 TEST_F(PackageTest, PartsOfOneNameFollowEachOtherInOneSession) {
     put(goodPlainPackage().with("Untyped.bin", "old"));
     session(OpenMode::Edit, [](Package& package) {
@@ -128,6 +145,9 @@ TEST_F(PackageTest, RefusesChangesThatBreakARule) {
          [&](auto& p) { create(p, u"/DATA"); }},
         {"there cannot be a part /data/x beside /data: one name derives from the other",
          [&](auto& p) { create(p, u"/data/x"); }},
+        {"there cannot be a part /foreign beside /foreign/_rels/a.xml.rels: one name derives from "
+         "the other",
+         [&](auto& p) { create(p, u"/foreign"); }},
         {"is kept by the package; create relationships instead",
          [&](auto& p) { create(p, u"/_rels/.rels"); }},
         {"is kept by the package; delete relationships instead",

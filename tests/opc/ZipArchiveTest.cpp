@@ -65,6 +65,15 @@ std::string withoutDirectory(const BuiltZip& zip) {
     return bytes.substr(0, directory);
 }
 
+// The front of a wide descriptor of nothing is a narrow one.
+TEST_F(ZipArchiveTest, TakesTheLongestDescriptorThatFits) {
+    for (const int size : {12, 16, 20, 24}) {
+        BuiltZip zip{.items = {{.name = "a", .method = 0, .descriptor = size}}};
+        const auto archive = ZipArchive::open(write(zip.bytes()));
+        EXPECT_EQ(archive->items()[0].endOffset, 31u + unsigned(size));
+    }
+}
+
 TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     BuiltZip renamed = good(), nested = good(), crc = good(), twice = good(), hidden = good();
     renamed.items[1].localName = "x";

@@ -3,6 +3,7 @@
 #include <opc/Exception.hpp>
 
 #include <fl/SystemCalls.hpp>
+#include <foundation/Clock.hpp>
 
 #include "platform/opc/src/zip/ZipFormat.hpp"
 #include "tests/opc/ZipTestSupport.hpp"
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -252,6 +254,30 @@ TEST_F(ZipWriterTest, LeavesNothingOfWhatWasReplacedOrAbandoned) {
     EXPECT_THROW(open->write({}), Exception);
     EXPECT_THROW(open->flush(), Exception);
     EXPECT_THROW(writer->set("late", {}), Exception);
+}
+
+TEST_F(ZipWriterTest, LeavesNothingOfWhatCouldNotBeCutOff) {
+    const auto saved = fl::filesystem::systemCalls();
+    fl::filesystem::systemCalls().ftruncate = [](int, off_t) { return (errno = EIO, -1); };
+    const std::string large = noise(2 << 20);
+    const auto writer = create();
+    writeItem(*writer, "model", large);
+    writer->set("abandoned", {})->write(std::as_bytes(std::span(large)));
+    save(*writer);
+    fl::filesystem::systemCalls() = saved;
+    EXPECT_EQ(names(), "model ");
+}
+
+TEST_F(ZipWriterTest, DatesItemsAsTheyAreWritten) {
+    using namespace std::chrono;
+    foundation::clock::set(sys_days(year(2026) / 11 / 21) + 10h + 15min + 30s);
+    const auto writer = create();
+    writeItem(*writer, "a", "a");
+    save(*writer);
+    foundation::clock::set(std::nullopt);
+    const std::string dosTime = test_support::little(10 << 11 | 15 << 5 | 30 / 2, 2);
+    const std::string dosDate = test_support::little((2026 - 1980) << 9 | 11 << 5 | 21, 2);
+    EXPECT_EQ(bytes().substr(10, 4), dosTime + dosDate);
 }
 
 TEST_F(ZipWriterTest, KeepsLargeItemsInFront) {

@@ -138,6 +138,19 @@ TEST_F(AppFileWriterTest, EachFieldHasItsPlace) {
     EXPECT_EQ(package.properties.getKORVALReleaseInfo()->toString(), u"r2026b (legacy)");
 }
 
+TEST_F(AppFileWriterTest, OnlyAnotherReleaseIsLegacy) {
+    const struct {
+        const char16_t* release;
+        const char16_t* info;
+    } rows[] = {{u"R2026b", u"R2026b"}, {u"R2016a", u"R2016a (legacy)"}};
+    for (const auto& row : rows) {
+        AppMetadata metadata;
+        metadata.setKORVALRelease(row.release);
+        setMetadata(metadata);
+        EXPECT_EQ(PackageContents(app_).properties.getKORVALReleaseInfo()->toString(), row.info);
+    }
+}
+
 TEST_F(AppFileWriterTest, AbsentTextsKeepTheirValuesAndListsDoNot) {
     good();
     edit([&](AppFileWriter& writer) {
@@ -491,6 +504,14 @@ TEST_F(AppFileWriterTest, TheScreenshotsFormatDecidesItsNameAndType) {
 }
 
 // What a screenshot of another format leaves of those that were there.
+TEST_F(AppFileWriterTest, WritesNoScreenshotThatNoReaderTakes) {
+    AppFileWriter writer(app_, false);
+    EXPECT_THAT(
+        [&] { writer.setAppScreenshot(std::vector<std::uint8_t>((256 << 20) + 1), u"png"); },
+        ThrowsMessage<opc::model::PartTooLarge>(
+            HasSubstr("a screenshot of 268435457 bytes; it may have at most 268435456")));
+}
+
 TEST_F(AppFileWriterTest, DeletesNoScreenshotThatItCannotTellFromOtherParts) {
     const struct {
         AppPackage before;

@@ -67,6 +67,13 @@ TEST_F(QuillCodeTest, RefusesInvalidTextBeforeTheFileIsTouched) {
     EXPECT_THROW(writer.setKORVALCode(u"more"), opc::Exception);
 }
 
+TEST_F(QuillCodeTest, WritesNoMoreThanReadersTake) {
+    QuillCodeFileWriter writer(file, {u"a/b", u"Friendly"});
+    EXPECT_THAT([&] { writer.setKORVALCode(ustring((256 << 20) + 1, u'x')); },
+                testing::ThrowsMessage<opc::Exception>(testing::EndsWith(
+                    "the code has 268435457 bytes; no more than 256 MiB can be written")));
+}
+
 TEST_F(QuillCodeTest, DoesNotChooseBetweenTwoCodeParts) {
     std::string second = kCodeRelationship;
     second.replace(second.find("Id='c'"), 6, "Id='d'");

@@ -7,6 +7,7 @@
 #include <functional>
 #include <new>
 #include <thread>
+#include <utility>
 
 #include <hvarray/hvarray.hpp>
 #include <messages/HostError.hpp>
@@ -23,6 +24,8 @@ using tarvo::factory::TarvoNamespace;
 using tarvo::internal::makeInterned;
 
 std::atomic<int> liveEchoes{0};
+class Echo;
+Echo* lastEcho = nullptr;
 std::atomic<int> definerCalls{0};
 bool definerFails = false;
 
@@ -36,6 +39,7 @@ public:
     }
     void construct(const foundation::ustring& text) {
         if (text == u"bad") throw std::runtime_error("bad text");
+        if (text == u"leaves") lastEcho = this;
         text_ = text;
     }
     tarvo::factory::hvArrayProxy text() const { return adopt(hvCreateString_UTF16(text_.c_str())); }
@@ -141,6 +145,15 @@ TEST_F(ClassSystem, ADestroyedObjectLeavesItsHandlesInvalid) {
     EXPECT_EQ(liveEchoes, 0);
     EXPECT_FALSE(tarvo::isValidHandle(*handle));
     EXPECT_EQ(errorOf([&] { echo(handle); }), "DestroyedObject: The object has been destroyed.");
+}
+
+TEST_F(ClassSystem, AnObjectThatRetractsItselfLeavesItsHandlesInvalid) {
+    const ArrayPtr handle = construct("test.Echo", u"leaves");
+    tarvo::factory::full::retract(*lastEcho);
+    EXPECT_FALSE(tarvo::isValidHandle(*handle));
+    EXPECT_EQ(errorOf([&] { echo(handle); }), "DestroyedObject: The object has been destroyed.");
+    delete std::exchange(lastEcho, nullptr);
+    EXPECT_EQ(tarvo::boundObjectCount(), 0u);
 }
 
 TEST_F(ClassSystem, UnregisteringDestroysTheObjectsOfItsClassesOnly) {
