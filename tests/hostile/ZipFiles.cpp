@@ -184,6 +184,12 @@ const ChangeRow kChanges[] = {
     {"end record in an item with a comment up to the end",
      [](auto& zip) { zip.items[8].content += BuiltZip{.commentLength = 900}.bytes(); },
      "has two end records, at offsets 2669 and 3250$TWO"},
+    {"end record in an item that leads to nothing but a zip64 locator",
+     [](auto& zip) {
+         zip.items[8].content += "PK\6\7" + std::string(16, '\0') + "PK\5\6" + little(0, 4) +
+                                 little(1, 2) + little(1, 2) + little(0, 8) + little(900, 2);
+     },
+     "has two end records, at offsets 2689 and 3270$TWO"},
     {"zero byte in a name", [](auto& zip) { zip.items[0].name = std::string("a\0b", 3); },
      "a\\u0000b: has a name that holds a zero byte, where some readers end it; rename it"},
     {"many records that share a local header with a long name",

@@ -1,6 +1,5 @@
 #include <appserialization/Exceptions.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
-#include <fl/SystemCalls.hpp>
 #include <fl/i18n.hpp>
 
 #include <gmock/gmock.h>
@@ -8,7 +7,6 @@
 
 #include <sys/stat.h>
 
-#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -146,20 +144,6 @@ TEST_F(KAppMetadataReaderTest, RefusesAHugeFileBeforeItAsksForMemory) {
     std::filesystem::resize_file(directory_.path() / "app.k", KAppMetadataReader::kLargestFile + 1);
     EXPECT_THAT([&] { KAppMetadataReader reader(name); },
                 ThrowsMessage<AppFileReaderGenericException>(HasSubstr("app.k: the file has ")));
-}
-
-// Files of /proc say that they are empty, and others grow.
-TEST_F(KAppMetadataReaderTest, RefusesAFileThatTurnsOutToBeHuge) {
-    const ustring name = directory_.write("app.k", "");
-    const auto saved = fl::filesystem::systemCalls();
-    fl::filesystem::systemCalls().pread = [](int, void* buffer, std::size_t size, off_t offset) {
-        if (offset > off_t(KAppMetadataReader::kLargestFile) + (2 << 20)) return ssize_t{0};
-        std::memset(buffer, 'x', size);
-        return static_cast<ssize_t>(size);
-    };
-    EXPECT_THAT([&] { KAppMetadataReader reader(name); },
-                ThrowsMessage<AppFileReaderGenericException>(HasSubstr("app.k: the file has ")));
-    fl::filesystem::systemCalls() = saved;
 }
 
 TEST_F(KAppMetadataReaderTest, DecodesCharactersThatPiecesOfTheFileCut) {
