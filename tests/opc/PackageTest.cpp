@@ -62,6 +62,25 @@ TEST_F(PackageTest, CreatesAnEmptyPackageThatCanBeOpened) {
     }
 }
 
+TEST_F(PackageTest, CreatesNoNewFileWhereThereIsOne) {
+    put(goodPlainPackage());
+    Package package(zip);
+    EXPECT_THAT([&] { package.open(OpenMode::CreateNew); },
+                ThrowsMessage<Exception>(EndsWith("someone else has just created the file; open "
+                                                  "it again to change it")));
+}
+
+TEST_F(PackageTest, ReadsNoPartThatIsLargerThanAsked) {
+    put(goodPlainPackage());
+    session(OpenMode::Read, [](const Package& package) {
+        const auto part = package.getPart(PartName(u"/data"));
+        EXPECT_EQ(readAll(part, 4).size(), 4u);
+        EXPECT_THAT([&] { readAll(part, 3); },
+                    ThrowsMessage<PartTooLarge>(
+                        EndsWith("/data: its 4 bytes are more than the 3 that can be read")));
+    });
+}
+
 TEST_F(PackageTest, KeepsEverythingThatIsNotSetAgain) {
     put(goodPlainPackage().with("untyped.bin", "untyped"));
     const auto before = bytes();
