@@ -18,16 +18,20 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+# What all of our own targets are compiled and linked with: they link it privately.
+add_library(qz_build_options INTERFACE)
+target_compile_options(qz_build_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # GCC 12 takes joined strings, when it optimises them, for copies that overlap or are too long.
-    add_compile_options("$<$<CONFIG:Release,RelWithDebInfo>:-Wno-restrict;-Wno-stringop-overflow;-Wno-stringop-overread;-Wno-array-bounds>")
+    target_compile_options(qz_build_options INTERFACE
+        "$<$<CONFIG:Release,RelWithDebInfo>:-Wno-restrict;-Wno-stringop-overflow;-Wno-stringop-overread;-Wno-array-bounds>")
 endif()
 if(QZ_WARNINGS_AS_ERRORS)
-    add_compile_options(-Werror)
+    target_compile_options(qz_build_options INTERFACE -Werror)
 endif()
 if(QZ_SANITIZE)
-    add_compile_options(-fsanitize=${QZ_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-    add_link_options(-fsanitize=${QZ_SANITIZE})
-    add_compile_definitions(QZ_SANITIZED)
+    target_compile_options(qz_build_options INTERFACE
+        -fsanitize=${QZ_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(qz_build_options INTERFACE -fsanitize=${QZ_SANITIZE})
+    target_compile_definitions(qz_build_options INTERFACE QZ_SANITIZED)
 endif()
