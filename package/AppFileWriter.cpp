@@ -10,6 +10,7 @@
 #include <opc/Streams.hpp>
 #include <opc/XercesHelper.hpp>
 #include <opc/ZipPhysicalPackage.hpp>
+#include <quillcode/CodePart.hpp>
 #include <quillcode/QuillCodeFileWriter.hpp>
 
 #include <xercesc/dom/DOMDocument.hpp>
@@ -193,13 +194,15 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(const ustring& 
 void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText) {
     requireUsable("setKORVALCodeText");
     requireOwnTargetOf(QuillCodeFileWriter::getRelationshipType());
+    quillcode::codepart::findRelationships(*package_, 0);
     // Means this very file through all three steps, whatever its name leads to by then.
     const ZipPhysicalPackage file = *physicalPackage_;
-    close();
-    // The code-file library opens the file itself, and owns the form of the code part.
+    // The code-file library opens the file itself, and owns the form of the code part. It is given
+    // the text while nothing has been saved: what it refuses must not cost a good app.
     {
         QuillCodeFileWriter code(file, {layout::kPackageContentType, layout::kPackageFriendlyName});
         code.setKORVALCode(codeText);
+        close();
         code.close(false);
     }
     open(file, OpenMode::Edit);

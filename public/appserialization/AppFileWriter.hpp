@@ -32,9 +32,10 @@ public:
     // Saves. Afterwards every call, another close() included, throws the package library's error.
     void close();
 
-    // Sets the app's source code. Saves everything set so far, then the code, each whole or not at
-    // all, so call it first: what is set before it is written twice. When it fails after the first
-    // save the writer is closed.
+    // Sets the app's source code. Text that is not valid UTF-16 is refused with the string library's
+    // error, and more than 256 MiB of it in UTF-8 with the package library's, before anything
+    // changes. Saves everything set so far, then the code, each whole or not at all, so call it
+    // first: what is set before it is written twice. When a save fails the writer is closed.
     void setKORVALCodeText(const ustring& codeText);
 
     // Sets the binary app model to the bytes of a file. A file that does not open leaves the model as

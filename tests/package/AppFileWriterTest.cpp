@@ -457,11 +457,10 @@ TEST_F(AppFileWriterTest, AForeignElementHidesNoneOfTheRecords) {
 }
 
 TEST_F(AppFileWriterTest, IsClosedByASaveAlsoByOneThatFails) {
-    AppFileWriter refused(app_, true);
-    refused.setAppModelFromFile(model_);
-    EXPECT_THROW(refused.setKORVALCodeText(u"unpaired \xDC00"), std::exception);
-    EXPECT_TRUE(AppFileReader(app_).hasParts()) << "saved before the code was looked at";
-    EXPECT_THAT([&] { refused.close(); },
+    AppFileWriter saved(app_, true);
+    saved.setAppModelFromFile(model_);
+    saved.close();
+    EXPECT_THAT([&] { saved.close(); },
                 ThrowsMessage<opc::Exception>(HasSubstr("app.kvpkg: close()")));
 
     std::filesystem::create_directory(directory_.path() / "gone");
@@ -595,6 +594,41 @@ TEST_F(AppFileWriterTest, SavesNothingAfterAChangeThatFailedHalfway) {
                 ThrowsMessage<opc::Exception>(
                     HasSubstr("app.kvpkg: not saved, since an earlier change failed halfway")));
     EXPECT_FALSE(std::filesystem::exists(directory_.path() / "app.kvpkg"));
+}
+
+// It saves what was set before, and an app that is to be replaced is gone by that.
+TEST_F(AppFileWriterTest, RefusesCodeBeforeItSavesAnything) {
+    const ustring unpaired = u"x = '\xD800';";
+    const ustring tooLong((std::size_t{256} << 20) / 3 + 1, u'\u4e2d');  // three bytes each
+    const ustring fine = u"x = 2;";
+    const std::string app = goodPackage().bytes();
+    const std::string withTwo = goodPackage()
+                                    .with(u"/other.k", "y")
+                                    .withRelationship(test_support::kCodeType, u"/other.k")
+                                    .bytes();
+    const struct {
+        const char* complaint;
+        const std::string& before;
+        const ustring& code;
+        bool createNew;
+    } rows[] = {
+        {"ill-formed at index 5", app, unpaired, true},
+        {"ill-formed at index 5", app, unpaired, false},
+        {"no more than 256 MiB", app, tooLong, true},
+        {"2 relationships lead to a code part", withTwo, fine, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.complaint);
+        directory_.write("app.kvpkg", row.before);
+        AppFileWriter writer(app_, row.createNew);
+        writer.setAppModelFromFile(model_);
+        EXPECT_THAT([&] { writer.setKORVALCodeText(row.code); },
+                    ThrowsMessage<std::exception>(HasSubstr(row.complaint)));
+        EXPECT_TRUE(bytes() == row.before);
+        writer.close();
+        EXPECT_EQ(PackageContents(app_).parts.at(kModelPart), std::string("new \0 model", 11))
+            << "the writer goes on";
+    }
 }
 
 // What each setter goes by, and where it finds its part in a good app.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/Export.hpp>
 #include <opc/Package.hpp>
 
 #include <cstddef>
@@ -17,7 +18,7 @@ inline constexpr std::uint64_t kMaxBytes = std::uint64_t(256) << 20;
 
 // The relationships that lead to the code. Throws opc::Exception when there are several, since nobody
 // can tell which one is meant, or fewer than `least`.
-std::vector<opc::model::Relationship> findRelationships(const opc::model::Package& package,
-                                                        std::size_t least);
+PLATFORM_API std::vector<opc::model::Relationship> findRelationships(
+    const opc::model::Package& package, std::size_t least);
 
 }  // namespace quillcode::codepart
