@@ -65,6 +65,27 @@ class QzhostTest(ToolTest):
         self.assertEqual(metadata["Name"], "Wärmefeld")
         self.assertEqual(metadata["RequiredProducts"], ["KORVAL", "Signal & Field Kit"])
 
+    def test_replaces_nothing_unasked_and_never_the_app(self):
+        sample = (EXAMPLE / "heatfield.k").read_bytes()
+        picture = (EXAMPLE / "screenshot.png").read_bytes()
+        self.write("app.k", sample)
+        self.write("note.txt", b"a note")
+        (self.dir / "symbolic.k").symlink_to("app.k")
+        (self.dir / "hard.k").hardlink_to(self.dir / "app.k")
+        (self.dir / "to-note").symlink_to("note.txt")
+        for out in ("app.k", "./app.k", "symbolic.k", "hard.k"):
+            for force in ([], ["--force"]):
+                self.refused(1, f"qzhost: {out}: is the app that is read", "read", "app.k", "--screenshot", out, *force)
+        self.refused(1, "is the app that is read", "read", "symbolic.k", "--screenshot", "app.k", "--force")
+        for out in ("note.txt", "to-note"):
+            self.refused(1, f"qzhost: {out}: exists already; give --force to replace it\n",
+                         "read", "app.k", "--screenshot", out)
+        self.assertEqual((self.read("app.k"), self.read("note.txt")), (sample, b"a note"))
+        self.ok("read", "app.k", "--screenshot", "to-note", "--force")
+        self.assertEqual((self.read("app.k"), self.read("note.txt")), (sample, picture))
+        self.assertEqual(sorted(entry.name for entry in self.dir.iterdir()),
+                         ["app.k", "hard.k", "note.txt", "symbolic.k", "to-note"])
+
     def test_displays_the_struct_on_one_line_a_field(self):
         app = self.write("demo.k", "%[app:appDetails]{\n<Name>a\nb\x1b[2J</Name>\n%}\n")
         lines = [line.strip() for line in self.ok("read", app).splitlines()]

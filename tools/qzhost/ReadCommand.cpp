@@ -2,11 +2,14 @@
 
 #include <fmt/format.h>
 #include <fl/ReplacementFile.hpp>
+#include <fl/filesystem.hpp>
 #include <hvarray/hvarray.hpp>
 #include <tarvo/ClassSystem.hpp>
 
 #include <cstdio>
 #include <span>
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "tools/qzhost/Display.hpp"
@@ -47,15 +50,25 @@ private:
     ArrayPtr handle_;
 };
 
-void writeFile(const ustring& name, std::span<const std::uint8_t> bytes) {
-    const fl::filesystem::SaveTarget target{fl::filesystem::path(name)};
+// Whole or not at all, and never over the app, whatever links lead to it.
+void writeFile(const ReadOptions& options, std::span<const std::uint8_t> bytes) {
+    const fl::filesystem::path out(*options.screenshot);
+    if (fl::filesystem::isSameFile(fl::filesystem::path(options.file), out)) {
+        throw std::runtime_error(visible(out.native()) +
+                                 ": is the app that is read; write its screenshot to another file");
+    }
+    const fl::filesystem::SaveTarget target(out);
+    if (target.stamp() && !options.force) {
+        throw std::runtime_error(visible(out.native()) +
+                                 ": exists already; give --force to replace it");
+    }
     fl::filesystem::ReplacementFile file(target);
     file.file().writeAt(std::as_bytes(bytes), 0);
     file.commit();
 }
 
 void writeScreenshot(const ReadOptions& options, std::span<const std::uint8_t> bytes) {
-    if (!bytes.empty()) return writeFile(*options.screenshot, bytes);
+    if (!bytes.empty()) return writeFile(options, bytes);
     fmt::print(stderr, "qzhost: {} has no screenshot; {} is not written\n", visible(options.file),
                visible(*options.screenshot));
 }

@@ -60,8 +60,9 @@ void declareCommands(CLI::App& app, Options& options) {
     read->add_option_function<std::string>(
             "--screenshot",
             [&](const std::string& name) { options.read.screenshot = toFileName(name); },
-            "Write the screenshot to a file")
+            "Write the screenshot to a file that does not exist")
         ->type_name("OUT");
+    read->add_flag("--force", options.read.force, "Replace OUT if it exists; never FILE");
 }
 
 void print(const std::string& text) {
