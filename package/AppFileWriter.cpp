@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <ios>
 #include <map>
 #include <new>
@@ -97,6 +98,8 @@ private:
     ustring fileName_;
     // Since a change began, until it is complete.
     bool isHalfChanged_ = false;
+    // Why the file could not be opened again once its code was saved; null when it could.
+    std::exception_ptr reopenFailure_;
     // Destroyed from the bottom up: the package lets go before the zip file under it does. All three
     // are null while the writer is closed.
     std::unique_ptr<ZipPhysicalPackage> physicalPackage_;
@@ -136,6 +139,7 @@ void AppFileWriter::AppFileWriterImpl::open(const ZipPhysicalPackage& file, Open
 }
 
 void AppFileWriter::AppFileWriterImpl::requireUsable(const char* method) const {
+    if (reopenFailure_) std::rethrow_exception(reopenFailure_);
     if (!package_) {
         throw opc::Exception(shownName(fileName_) + ": " + method +
                              "() was called on a writer that is closed; construct another one to "
@@ -158,6 +162,8 @@ void AppFileWriter::AppFileWriterImpl::requireOwnTargetOf(const ustring& relatio
 }
 
 void AppFileWriter::AppFileWriterImpl::close() {
+    const bool isAllSaved = std::exchange(reopenFailure_, nullptr) != nullptr;
+    if (isAllSaved) return;
     requireUsable("close");
     // Locals are destroyed from the bottom up as well, and leave the writer closed when saving fails.
     const auto physicalPackage = std::move(physicalPackage_);
@@ -205,7 +211,12 @@ void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText
         close();
         code.close(false);
     }
-    open(file, OpenMode::Edit);
+    // The code is in the file by now. An exception would have it set a second time.
+    try {
+        open(file, OpenMode::Edit);
+    } catch (...) {
+        reopenFailure_ = std::current_exception();
+    }
 }
 
 void AppFileWriter::AppFileWriterImpl::setAppModelFromFile(const ustring& modelFilePath) {

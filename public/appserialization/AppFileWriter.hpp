@@ -35,7 +35,9 @@ public:
     // Sets the app's source code. Text that is not valid UTF-16 is refused with the string library's
     // error, and more than 256 MiB of it in UTF-8 with the package library's, before anything
     // changes. Saves everything set so far, then the code, each whole or not at all, so call it
-    // first: what is set before it is written twice. When a save fails the writer is closed.
+    // first: what is set before it is written twice. When a save fails the writer is closed. Once the
+    // code is in the file this has succeeded: where the file cannot be opened again then, or someone
+    // else has saved it already, the next setter throws, and close() has nothing left to do.
     void setKORVALCodeText(const ustring& codeText);
 
     // Sets the binary app model to the bytes of a file. A file that does not open leaves the model as

@@ -1,6 +1,7 @@
 #include <appserialization/AppFileReader.hpp>
 #include <appserialization/AppFileWriter.hpp>
 #include <appserialization/KVPKGMetadataReader.hpp>
+#include <fl/SystemCalls.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/Exception.hpp>
@@ -9,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <functional>
 #include <map>
 #include <random>
@@ -628,6 +630,61 @@ TEST_F(AppFileWriterTest, RefusesCodeBeforeItSavesAnything) {
         writer.close();
         EXPECT_EQ(PackageContents(app_).parts.at(kModelPart), std::string("new \0 model", 11))
             << "the writer goes on";
+    }
+}
+
+// Another save, or a lack of descriptors, comes when the code is in its place.
+TEST_F(AppFileWriterTest, HasSetTheCodeOnceItIsInTheFile) {
+    using fl::filesystem::SystemCalls;
+    using fl::filesystem::systemCalls;
+    static SystemCalls system;
+    static std::function<void()> happens;
+    const auto app = directory_.path() / "app.kvpkg";
+    const struct {
+        const char* complaint;
+        std::function<void()> happens;
+    } rows[] = {
+        {"someone else created, changed or removed the file",
+         [&] {
+             edit([](AppFileWriter& writer) { writer.setAppMetadata(filledWith(u"theirs")); });
+         }},
+        {"someone else created, changed or removed the file",
+         [&] { std::filesystem::remove(app); }},
+        {"Too many open files",
+         [&] {
+             systemCalls().openat = [](int, const char*, int, mode_t) {
+                 errno = EMFILE;
+                 return -1;
+             };
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.complaint);
+        good();
+        std::string after;
+        AppFileWriter writer(app_, false);
+        system = systemCalls();
+        happens = [&] {
+            EXPECT_EQ(AppFileReader(app_).getKORVALCodeText(), u"y = 2;");
+            row.happens();
+            after = std::filesystem::exists(app) ? bytes() : "";
+        };
+        systemCalls().renameat2 = [](int from, const char* name, int to, const char* newName,
+                                     unsigned flags) {
+            const int result = system.renameat2(from, name, to, newName, flags);
+            systemCalls() = system;
+            happens();
+            return result;
+        };
+        EXPECT_NO_THROW(writer.setKORVALCodeText(u"y = 2;"));
+        systemCalls() = system;
+        for (int attempts = 0; attempts < 2; ++attempts) {
+            EXPECT_THAT([&] { writer.setAppScreenshot({1}, u"png"); },
+                        ThrowsMessage<opc::Exception>(HasSubstr(row.complaint)));
+        }
+        EXPECT_NO_THROW(writer.close()) << "there is nothing to save";
+        EXPECT_THROW(writer.close(), opc::Exception);
+        EXPECT_EQ(std::filesystem::exists(app) ? bytes() : "", after);
     }
 }
 
