@@ -45,9 +45,10 @@ public:
     void setAppModelFromFile(const ustring& modelFilePath);
 
     // Sets the metadata. A text that the record lacks keeps the value that the package has, else gets
-    // its default; a list that it lacks becomes empty. What a later host has put beside the record's
-    // elements stays. Text that XML cannot hold is refused, with the field and the position, before
-    // anything changes.
+    // its default. For AppType, KVPKGVersion, MinimumSupportedKORVALRelease and ScreenshotMode an empty
+    // text counts as no value there: it stays empty only if every record sets it so. A list that the
+    // record lacks becomes empty. What a later host has put beside the record's elements stays. Text
+    // that XML cannot hold is refused, with the field and the position, before anything changes.
     void setAppMetadata(const AppMetadata& metadata);
 
     // Sets the screenshot to the encoded image `bytes`, kept exactly as they are. `format` is "png",

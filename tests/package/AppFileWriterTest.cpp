@@ -168,15 +168,23 @@ TEST_F(AppFileWriterTest, AbsentTextsKeepTheirValuesAndListsDoNot) {
     EXPECT_TRUE(AppFileReader(app_).getAppMetadata().toMap() == expected.toMap());
 }
 
+// Readers take an empty element for an empty text, and the next edit for none.
 TEST_F(AppFileWriterTest, AnEarlierElementWithoutTextGivesTheDefault) {
     good(goodPackage().withMetadata("<AppType/><uuid><![CDATA[ id ]]></uuid><description/>"));
     AppMetadata metadata;
     metadata.setScreenshotMode(u"");
+    metadata.setVersion(u"");
     setMetadata(metadata);
     const AppMetadata read = AppFileReader(app_).getAppMetadata();
     EXPECT_EQ(read.getAppType().value(), u"Standard");
     EXPECT_EQ(read.getUuid().value(), u" id ");
     EXPECT_EQ(read.getScreenshotMode().value(), u"");
+    EXPECT_EQ(read.getVersion().value(), u"");
+
+    setMetadata(AppMetadata());
+    const AppMetadata next = AppFileReader(app_).getAppMetadata();
+    EXPECT_EQ(next.getScreenshotMode().value(), u"auto");
+    EXPECT_EQ(next.getVersion().value(), u"") << "no text of the metadata part";
 }
 
 // A metadata part of a later host: the attributes of its root, and the root's content.
