@@ -227,6 +227,28 @@ TEST_F(ReplacementFileTest, LeavesAFileThatWasRemovedMeanwhileAlone) {
                     "/a: someone else created, changed or removed the file in the meantime")));
 }
 
+// As where times are coarse and a new file gets the number of one that was just removed.
+TEST_F(ReplacementFileTest, KnowsItsFileFromAnotherOfTheSameTimeAndSize) {
+    write("a", "old");
+    const WatchedSystem system;
+    systemCalls().fstat = [](int descriptor, struct stat* result) {
+        const int status = ::fstat(descriptor, result);
+        result->st_mtim = {};
+        return status;
+    };
+    systemCalls().fstatat = [](int directory, const char* file, struct stat* result, int flags) {
+        const int status = ::fstatat(directory, file, result, flags);
+        result->st_mtim = {};
+        return status;
+    };
+    for (int round = 0; round < 20; ++round) {
+        const SaveTarget found(name("a"));
+        save(name("a"));
+        save(name("a"));
+        EXPECT_THROW(ReplacementFile(found).commit(), std::system_error);
+    }
+}
+
 // What the name leads to by then is another's, and must stay as it is.
 TEST_F(ReplacementFileTest, FailsWhereTheNameLeadsElsewhereByThen) {
     const struct {

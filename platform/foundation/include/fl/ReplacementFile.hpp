@@ -23,7 +23,7 @@ inline constexpr const char* kChangedMeanwhile =
 PLATFORM_API void replaceWithFile(const SaveTarget& target, const path& content);
 
 // What a save is going to replace: the file at the end of any symbolic links (a link keeps pointing;
-// a dangling one gets its target), held by its open directory and its name in it, and as it was when
+// a dangling one gets its target), held open, by its directory and its name in it, and as it was when
 // it was looked at. A relative name counts from the working directory of the construction. A save
 // fails when the name, or a link on the way, leads elsewhere by then.
 class PLATFORM_API SaveTarget {
@@ -39,8 +39,8 @@ public:
     const path& resolved() const noexcept;
     const std::optional<FileStamp>& stamp() const noexcept;
 
-    // Takes `opened`, which the caller opened as this target and made the new content from, as the
-    // file that a save may replace.
+    // Takes `opened`, which the caller opened as this target, made the new content from and keeps
+    // open, as the file that a save may replace.
     void expect(const FileStamp& opened);
 
     // An empty file in the target's directory that has no name and vanishes when it is closed: for

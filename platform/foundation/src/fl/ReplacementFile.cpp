@@ -288,6 +288,9 @@ struct SaveTarget::State {
     FileDescriptor directory;
     std::string name;
     std::optional<FileStamp> stamp;
+    // While it is held, no other file gets its number, by which the two could be taken for one where
+    // times are coarse.
+    FileDescriptor held;
 
     // Runs `step` and puts the name of the target before the message of what fails in it.
     template <class Step>
@@ -305,6 +308,7 @@ struct SaveTarget::State {
 
     void resolve();
     void look(const std::optional<struct stat>& found);
+    void hold();
     FileDescriptor openModel() const;
     Place followAgain() const;
     void checkPlace() const;
@@ -338,6 +342,17 @@ void SaveTarget::State::look(const std::optional<struct stat>& found) {
         throwSystemError(errno, "may not be written (change its mode, or save under another name)");
     }
     stamp = stampOf(*found);
+    hold();
+}
+
+void SaveTarget::State::hold() {
+    held = FileDescriptor(retryInterrupted([&] {
+        return systemCalls().openat(directory.get(), name.c_str(), O_PATH | O_CLOEXEC | O_NOFOLLOW,
+                                    0);
+    }));
+    if (!held && errno == ENOENT) throwChanged();
+    if (!held) throwSystemError(errno, "cannot open it to know it again");
+    if (held.stamp() != *stamp) throwChanged();
 }
 
 // The file whose attributes the new content gets: the target; or, for a new file, an empty one made
