@@ -8,11 +8,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string_view>
 #include <system_error>
@@ -380,6 +382,22 @@ TEST_F(ReplacementFileTest, SeesWhatChangedWhileItWaitedForTheLock) {
         EXPECT_EQ(readFile(file("b")), "old");
         stdfs::remove(file("other link"));
     }
+}
+
+TEST_F(ReplacementFileTest, StaysWhenAForkedProcessDestroysItsCopy) {
+    const WatchedSystem system(WatchedSystem::FileSystem::Older);
+    const SaveTarget found(name("a"));
+    std::optional<ReplacementFile> replacement(std::in_place, found);
+    replacement->file().writeAt(std::as_bytes(std::span("new", 3)), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        replacement.reset();
+        ::_exit(0);
+    }
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    replacement->commit();
+    EXPECT_EQ(readFile(file("a")), "new");
+    EXPECT_EQ(files(), std::set<std::string>{"a"});
 }
 
 TEST_F(ReplacementFileTest, FindsATemporaryNameBesideTheLongestOne) {

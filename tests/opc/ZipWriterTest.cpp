@@ -12,6 +12,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -278,6 +280,24 @@ TEST_F(ZipWriterTest, DatesItemsAsTheyAreWritten) {
     const std::string dosTime = test_support::little(10 << 11 | 15 << 5 | 30 / 2, 2);
     const std::string dosDate = test_support::little((2026 - 1980) << 9 | 11 << 5 | 21, 2);
     EXPECT_EQ(bytes().substr(10, 4), dosTime + dosDate);
+}
+
+// What a stream takes back when it is destroyed is its own process's.
+TEST_F(ZipWriterTest, LosesNothingToAForkedProcessThatDestroysItsCopies) {
+    const std::string large = noise(3 << 20, 1);
+    auto writer = create();
+    auto stream = writer->set("model", {});
+    stream->write(std::as_bytes(std::span(large)));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        stream.reset();
+        writer.reset();
+        ::_exit(0);
+    }
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    stream->flush();
+    save(*writer);
+    EXPECT_TRUE(readItem(*open(), "model") == large);
 }
 
 TEST_F(ZipWriterTest, KeepsLargeItemsInFront) {

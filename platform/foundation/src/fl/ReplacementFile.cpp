@@ -8,6 +8,7 @@
 
 #include <linux/fs.h>
 #include <sys/file.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <array>
@@ -484,6 +485,7 @@ struct ReplacementFile::State {
     FileDescriptor model;
     FileDescriptor file;
     std::string name;  // in the directory, empty while the file has none
+    pid_t process = ::getpid();
 
     void create();
     void link();
@@ -516,8 +518,9 @@ FileStamp ReplacementFile::State::commit() {
     return stamp;
 }
 
+// A process that was forked has a copy of this object, but the file is still its parent's.
 void ReplacementFile::State::unlink() noexcept {
-    if (!name.empty()) removeName(target->directory, name);
+    if (!name.empty() && process == ::getpid()) removeName(target->directory, name);
     name.clear();
 }
 

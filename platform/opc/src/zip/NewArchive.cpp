@@ -123,7 +123,7 @@ void NewArchive::endItem(NewItem& item) {
 }
 
 void NewArchive::cancelItem() noexcept {
-    if (!isWriting_) return;
+    if (!isWriting_ || ::getpid() != process_) return;
     isWriting_ = false;
     cutAt(writingFrom_);
 }

@@ -6,6 +6,9 @@
 
 #include <opc/ZipArchive.hpp>
 
+#include <sys/types.h>
+#include <unistd.h>
+
 #include <map>
 #include <memory>
 #include <string>
@@ -82,6 +85,7 @@ public:
     // content through file(), then either endItem() or cancelItem().
     void startItem(const NewItem& item);
     void endItem(NewItem& item);
+    // A process that was forked meanwhile takes nothing back: the file is its parent's.
     void cancelItem() noexcept;
     bool isWriting() const noexcept { return isWriting_; }
     NewFile& file() noexcept { return *file_; }
@@ -118,6 +122,7 @@ private:
     std::shared_ptr<const ZipArchive> base_;
     std::shared_ptr<NewFile> file_;
     PlacedItems placed_;
+    pid_t process_ = ::getpid();
     bool isWriting_ = false;
     std::uint64_t writingFrom_ = 0;
     std::size_t writingHeader_ = 0;
