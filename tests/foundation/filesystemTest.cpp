@@ -10,8 +10,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cwchar>
 #include <filesystem>
 #include <iterator>
+#include <locale>
 #include <string>
 #include <system_error>
 
@@ -84,6 +86,39 @@ TEST_F(FilesystemTest, ReadsAnOpenFileByItsPrivateName) {
     EXPECT_THROW(canonical(name), std::system_error);
     std::error_code error;
     EXPECT_FALSE(std::filesystem::exists(std::filesystem::path(name.native()), error)) << error;
+}
+
+// As a program may have it for the text files of another system.
+class Inverting : public std::codecvt<char, char, std::mbstate_t> {
+    bool do_always_noconv() const noexcept override { return false; }
+    int do_encoding() const noexcept override { return 1; }
+    result do_in(std::mbstate_t&, const char* from, const char* fromEnd, const char*& fromNext,
+                 char* to, char* toEnd, char*& toNext) const override {
+        while (from < fromEnd && to < toEnd)
+            *to++ = static_cast<char>(~*from++);
+        fromNext = from;
+        toNext = to;
+        return from == fromEnd ? ok : partial;
+    }
+    result do_out(std::mbstate_t& state, const char* from, const char* fromEnd,
+                  const char*& fromNext, char* to, char* toEnd, char*& toNext) const override {
+        return do_in(state, from, fromEnd, fromNext, to, toEnd, toNext);
+    }
+};
+
+TEST_F(FilesystemTest, KeepsBytesWhateverTheGlobalLocaleConverts) {
+    const std::locale before = std::locale::global(std::locale(std::locale(), new Inverting));
+    const FileDescriptor file = FileDescriptor::openForReading(path(u"file"));
+    std::string read[2];
+    for (const path& name : {path(u"file"), file.privateName(u"file")}) {
+        ifstream stream(name, std::ios::in | std::ios::binary);
+        read[name == path(u"file")] = std::string(std::istreambuf_iterator<char>(stream), {});
+    }
+    fstream(path(u"written"), std::ios::out | std::ios::binary) << "bytes";
+    std::locale::global(before);
+    EXPECT_EQ(read[0], "bytes");
+    EXPECT_EQ(read[1], "bytes");
+    EXPECT_EQ(test_support::readFile("written"), "bytes");
 }
 
 TEST_F(FilesystemTest, TakesNothingElseForAPrivateName) {

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <fstream>
 #include <ios>
+#include <locale>
 #include <string>
 #include <utility>
 
@@ -76,7 +77,8 @@ PLATFORM_API int openPrivateName(const path& refused, int error);
 
 }  // namespace detail
 
-// Byte file streams opened by path; otherwise the standard library's. One that only reads also opens
+// Byte file streams opened by path; otherwise the standard library's. They read and write bytes as they
+// are, in the classic locale, whatever the global one converts. One that only reads also opens
 // the private name of an open file (FileDescriptor::privateName); one such stream at a time, since
 // they share their position in the file.
 template <class Stream>
@@ -87,7 +89,14 @@ public:
 
     void open(const path& file, std::ios_base::openmode mode) {
         Stream::open(detail::make_native_access_form_i18n(file), mode);
-        if (this->is_open() || (mode & std::ios_base::out) != 0) return;
+        const bool mayBePrivate = !this->is_open() && (mode & std::ios_base::out) == 0;
+        if (mayBePrivate) openPrivate(file, mode);
+        // Last, because the buffer that was opened by another way brings a locale of its own.
+        this->imbue(std::locale::classic());
+    }
+
+private:
+    void openPrivate(const path& file, std::ios_base::openmode mode) {
         const int descriptor = detail::openPrivateName(file, errno);
         if (descriptor < 0) return;
         __gnu_cxx::stdio_filebuf<typename Stream::char_type> opened(descriptor, mode);
