@@ -5,6 +5,7 @@
 #include "tests/support/TemporaryDirectory.hpp"
 #include "tests/support/WatchedSystem.hpp"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -227,6 +228,34 @@ TEST_F(ReplacementFileTest, LeavesAFileThatWasRemovedMeanwhileAlone) {
     EXPECT_THAT([&] { replacement.commit(); },
                 testing::ThrowsMessage<std::system_error>(testing::HasSubstr(
                     "/a: someone else created, changed or removed the file in the meantime")));
+}
+
+// The system's own links to open files say what name the file had.
+TEST_F(ReplacementFileTest, SavesThroughALinkToAnOpenFileUnderItsNameOnly) {
+    write("a", "old");
+    write("b", "old");
+    stdfs::create_directory(file("d"));
+    const auto opened = [&](const char* each) {
+        return FileDescriptor(::open(file(each).c_str(), O_RDWR | O_CLOEXEC));
+    };
+    const FileDescriptor named = opened("a"), removed = opened("b"),
+                         nameless(::open(file("d").c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    const auto linkTo = [](const FileDescriptor& descriptor) {
+        const std::string link = "/proc/self/fd/" + std::to_string(descriptor.get());
+        return path(ustring(link.begin(), link.end()));
+    };
+    save(linkTo(named));
+    EXPECT_EQ(readFile(file("a")), "new");
+
+    stdfs::remove(file("b"));
+    stdfs::create_symlink(linkTo(removed).native(), file("link"));
+    for (const path& target : {linkTo(removed), linkTo(nameless), name("link")}) {
+        EXPECT_THAT([&] { save(target); },
+                    testing::ThrowsMessage<std::system_error>(
+                        testing::HasSubstr("is a link to an open file, which has no name here")));
+    }
+    EXPECT_EQ(files(), (std::set<std::string>{"a", "d", "link"}));
+    EXPECT_TRUE(stdfs::is_empty(file("d")));
 }
 
 // As where times are coarse and a new file gets the number of one that was just removed.

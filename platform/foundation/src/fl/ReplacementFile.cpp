@@ -194,6 +194,7 @@ struct Place {
     FileDescriptor directory;
     std::string name;                  // in the directory
     std::optional<struct stat> found;  // what is there, if anything
+    bool isLinked = false;             // led to by a link
 };
 
 // The directory that relative names count from, held so that they mean the same later; none for an
@@ -220,10 +221,36 @@ Place follow(const path& given, const FileDescriptor& start) {
         place.found = find(place.directory, place.name);
         if (!place.found || !S_ISLNK(place.found->st_mode)) return place;
         const std::string target = readLink(place.directory, place.name);
+        place.isLinked = true;
         place.path =
             target.starts_with('/') ? target : parentOf(place.path).append("/").append(target);
     }
     throwSystemError(ELOOP, "cannot follow its symbolic links (save under another name)");
+}
+
+// What a link says and what it leads to are two things in /proc: the file of "/proc/self/fd/7" may have
+// been removed, may never have had a name, or has it where this process does not see it. Another file
+// must not be made or replaced in its stead.
+void requireWhatLinkLeadsTo(Place& place, const path& given, const FileDescriptor& start) {
+    const std::string name = detail::make_native_access_form_i18n(given);
+    struct stat meant {};
+    if (retryInterrupted([&] {
+            return systemCalls().fstatat(start ? start.get() : AT_FDCWD, name.c_str(), &meant, 0);
+        }) < 0) {
+        if (errno == ENOENT || errno == ENOTDIR) return;  // it dangles
+        throwSystemError(errno, "cannot follow its symbolic links");
+    }
+    const auto isFound = [&] {
+        return place.found && place.found->st_dev == meant.st_dev &&
+               place.found->st_ino == meant.st_ino;
+    };
+    if (isFound()) return;
+    place.found = find(place.directory, place.name);  // someone may have saved it in between
+    if (!isFound()) {
+        throwSystemError(ENOENT,
+                         "is a link to an open file, which has no name here to be saved under "
+                         "(save under another name)");
+    }
 }
 
 // Of a clock that nobody sets.
@@ -325,6 +352,7 @@ struct SaveTarget::State {
 void SaveTarget::State::resolve() {
     start = openStart(given);
     Place place = follow(given, start);
+    if (place.isLinked) requireWhatLinkLeadsTo(place, given, start);
     resolved = pathOf(place.path);
     directory = std::move(place.directory);
     name = std::move(place.name);
