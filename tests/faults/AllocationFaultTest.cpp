@@ -91,6 +91,56 @@ TEST_P(ReadAllocationTest, ThrowsOrIsRight) {
              [&](bool) { EXPECT_EQ(content(), example_); });
 }
 
+// A setter that fails has changed nothing, or the writer saves nothing any more.
+TEST_F(AllocationFaultTest, SavesNothingThatASetterLeftHalfDone) {
+    using namespace appserialization;
+    const auto set = [](auto value) {
+        AppMetadata metadata;
+        metadata.setName(ustring(value));
+        metadata.setAppType(ustring(value));
+        return metadata;
+    };
+    const std::string whole = test_support::goodPackage().bytes();
+    const struct {
+        const char* name;
+        std::string app;
+        std::function<void(AppFileWriter&)> set;
+    } rows[] = {
+        {"metadata", whole, [&](auto& writer) { writer.setAppMetadata(set(u"new")); }},
+        {"screenshot of the same format", whole,
+         [](auto& writer) {
+             writer.setAppScreenshot({1, 2, 3}, u"png");
+         }},
+        {"screenshot of another format", whole,
+         [](auto& writer) {
+             writer.setAppScreenshot({1, 2, 3}, u"gif");
+         }},
+        {"model of an app without one",
+         test_support::goodPackage()
+             .without(u"/lumenforge/appModel.kvd")
+             .withoutRelationships(test_support::kModelType)
+             .bytes(),
+         [&](auto& writer) { writer.setAppModelFromFile(inputs_.model); }},
+    };
+    for (const auto& row : rows) {
+        for (const Memory then : test_support::kMemories) {
+            for (std::size_t number = 1; !HasFailure(); number += kStep) {
+                SCOPED_TRACE(row.name + std::string(", allocation ") + std::to_string(number));
+                work_.write(kApp, row.app);
+                AppFileWriter writer(app(), false);
+                test_support::failAllocation(number, then);
+                const bool threw = throws([&] { row.set(writer); });
+                const bool failed = test_support::allocationFailed();
+                test_support::failAllocation(0);
+                if (!failed) break;
+                if (!threw) continue;
+                throws([&] { writer.close(); });
+                EXPECT_TRUE(content() == row.app);
+            }
+        }
+    }
+}
+
 TEST_F(AllocationFaultTest, TakesBackALargeItemWithNeitherMemoryNorDisk) {
     using fl::filesystem::systemCalls;
     opc::zip::ZipWriter writer(fl::filesystem::path(app()), nullptr, true);
