@@ -4,6 +4,7 @@
 #include <fl/i18n.hpp>
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/Package.hpp>
+#include <opc/RelatedPart.hpp>
 
 #include <algorithm>
 #include <cstddef>
@@ -67,6 +68,30 @@ void requireNoStray(const FileName& file, const Package& package, const EditedKi
     if (package.hasPart(PartName(part->name))) throwStray(file, PartName(part->name), kind.name);
 }
 
+// Runs what refuses an edit of which a repaired copy would be capable; `copy` says what that one has.
+template <class Require>
+void orRepair(const FileName& file, const char* copy, Require require) {
+    try {
+        about(file, require);
+    } catch (const Error& e) {
+        throw Error(file.shown,
+                    fmt::format("{}, or make a copy {}: {}", e.text(), copy, repairCommand(file)));
+    }
+}
+
+// Neither what is going to be replaced nor the name of what would be made may be an item without a type.
+void requireTyped(const FileName& file, const Package& package, const EditedKind& kind,
+                  const ustring& screenshotFormat) {
+    const auto part = std::ranges::find(layout::kParts, kind.relationshipType,
+                                        &layout::AppPart::relationshipType);
+    const bool isScreenshot = part == layout::kParts.end();
+    if (isScreenshot && screenshotFormat.empty()) return;  // it is taken out, and nothing is made
+    const PartName name =
+        isScreenshot ? layout::screenshotName(screenshotFormat) : PartName(part->name);
+    orRepair(file, "in which it has one",
+             [&] { requireNoUntypedItem(package, kind.relationshipType, name); });
+}
+
 void requireClear(const FileName& file, const Package& package, const EditedKind& kind) {
     const auto links = package.getRelationshipsByType(kind.relationshipType);
     if (links.size() > 1 && !kind.mayHaveSeveral) {
@@ -80,17 +105,14 @@ void requireClear(const FileName& file, const Package& package, const EditedKind
         return kind.mustLeadSomewhere || package.hasTarget(link);
     });
     if (replaced == links.end()) return;
-    try {
-        about(file, [&] { requireOwnTarget(package, *replaced, layout::app::partKinds()); });
-    } catch (const Error& e) {
-        throw Error(file.shown, fmt::format("{}, or make a copy without it: {}", e.text(),
-                                            repairCommand(file)));
-    }
+    orRepair(file, "without it",
+             [&] { requireOwnTarget(package, *replaced, layout::app::partKinds()); });
 }
 
 // Whether the part that a new screenshot would become is something else. Throws where it may be the old
 // screenshot, which is all that can be there without any relationship but the thumbnail's.
 bool isNameTaken(const FileName& file, const Package& package, const PartName& name) {
+    if (package.hasUntypedItem(name)) return true;
     if (!package.hasPart(name)) return false;
     for (const Relationship& link :
          package.getRelationshipsByType(layout::app::kScreenshotRelationship)) {
@@ -135,11 +157,14 @@ PackageFacts requireEditable(const FileName& file, Package& package, const Parts
             "is signed, and no signature would be valid after an edit; add --drop-signature "
             "to take the signatures out");
     }
-    for (const EditedKind& kind : kindsOf(parts))
+    const ustring format = fl::i18n::to_lower(parts.newFormat);
+    for (const EditedKind& kind : kindsOf(parts)) {
+        requireTyped(file, package, kind, format);
         requireClear(file, package, kind);
+    }
     PackageFacts facts;
-    if (!parts.newFormat.empty()) {
-        const PartName name = layout::screenshotName(fl::i18n::to_lower(parts.newFormat));
+    if (!format.empty()) {
+        const PartName name = layout::screenshotName(format);
         if (isNameTaken(file, package, name)) facts.takenName = shownName(name);
     }
     if (parts.metadata) facts.legacyRelease = legacyReleaseOf(package);
@@ -170,7 +195,7 @@ PartName freeScreenshotName(const Package& package, const ustring& extension) {
     for (std::size_t number = 1;; ++number) {
         const ustring digits = fl::i18n::utf8_to_ustring(std::to_string(number));
         const PartName name = layout::screenshotName(digits + u"." + extension);
-        if (!package.hasPart(name)) return name;
+        if (!package.hasPart(name) && !package.hasUntypedItem(name)) return name;
     }
 }
 

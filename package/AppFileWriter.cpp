@@ -7,6 +7,8 @@
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/Exception.hpp>
 #include <opc/Package.hpp>
+#include <opc/RelatedPart.hpp>
+#include <opc/StandardProperties.hpp>
 #include <opc/Streams.hpp>
 #include <opc/XercesHelper.hpp>
 #include <opc/ZipPhysicalPackage.hpp>
@@ -44,6 +46,7 @@ using opc::qzservices::CoreProperties;
 using opc::qzservices::CorePropertiesManager;
 using opc::qzservices::DeterministicMode;
 using opc::qzservices::HostProperties;
+using opc::qzservices::StandardProperties;
 using opc::zippackage::ZipPhysicalPackage;
 using quillcode::QuillCodeFileWriter;
 using xercesc::DOMElement;
@@ -73,7 +76,7 @@ private:
     void openOPCPackage(const ustring& fileName, bool createNew);
     void open(const ZipPhysicalPackage& file, OpenMode mode);
     void requireUsable(const char* method) const;
-    void requireOwnTargetOf(const ustring& relationshipType) const;
+    void requireReplaceable(const ustring& relationshipType, const ustring& partName) const;
     void writeMinimalSetOfOPCProperties();
     Part createPartAndRelationship(const ustring& partName, const ustring& contentType,
                                    const ustring& relationshipType);
@@ -152,8 +155,10 @@ void AppFileWriter::AppFileWriterImpl::requireUsable(const char* method) const {
     }
 }
 
-// What the first of these relationships leads to is going to be replaced.
-void AppFileWriter::AppFileWriterImpl::requireOwnTargetOf(const ustring& relationshipType) const {
+// What the first of these relationships leads to is going to be replaced, or else the part made.
+void AppFileWriter::AppFileWriterImpl::requireReplaceable(const ustring& relationshipType,
+                                                          const ustring& partName) const {
+    requireNoUntypedItem(*package_, relationshipType, PartName(partName));
     for (const auto& relationship : package_->getRelationshipsByType(relationshipType)) {
         if (!package_->hasTarget(relationship)) continue;
         requireOwnTarget(*package_, relationship, layout::partKinds());
@@ -199,7 +204,7 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(const ustring& 
 
 void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText) {
     requireUsable("setKORVALCodeText");
-    requireOwnTargetOf(QuillCodeFileWriter::getRelationshipType());
+    requireReplaceable(quillcode::codepart::kRelationshipType, quillcode::codepart::kName);
     quillcode::codepart::findRelationships(*package_, 0);
     // Means this very file through all three steps, whatever its name leads to by then.
     const ZipPhysicalPackage file = *physicalPackage_;
@@ -276,11 +281,10 @@ void AppFileWriter::AppFileWriterImpl::setAppMetadata(const AppMetadata& metadat
     requireUsable("setAppMetadata");
     // Before anything changes: the serialiser would stop in the middle of the part.
     requireXmlText(metadata);
-    for (const ustring& type : {ustring(layout::kMetadataRelationship),
-                                PackageHelper::getCorePropertiesRelationshipType(),
-                                ustring(HostProperties::kRelationshipType)}) {
-        requireOwnTargetOf(type);
-    }
+    requireReplaceable(layout::kMetadata.relationshipType, layout::kMetadata.name);
+    requireReplaceable(PackageHelper::getCorePropertiesRelationshipType(),
+                       StandardProperties::kPartName);
+    requireReplaceable(HostProperties::kRelationshipType, HostProperties::kPartName);
     const auto earlier = readEarlierMetadata();
     // Core properties that cannot be read are refused now, not when the metadata part has changed.
     static_cast<void>(coreProperties_->getCoreProperties());
@@ -413,6 +417,7 @@ void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::u
     const auto& row = findScreenshotFormat(foundation::asciiLower(format, kMaxFormatLength));
     const PartName name(ustring(layout::kScreenshotNameStem) + row.extension);
     requireScreenshotSize(fileName_, name, bytes.size());
+    requireNoUntypedItem(*package_, layout::kScreenshotRelationship, name);
 
     // First the new part, so that a name that is taken is refused while nothing has changed; unless
     // it takes the place of the old one.

@@ -28,6 +28,10 @@ using opc::model::PartName;
 using opc::zip::ZipArchive;
 using opc::zip::ZipItem;
 
+const ViewedItem* partOf(const ViewedItem* item) {
+    return item != nullptr && item->isPart() ? item : nullptr;
+}
+
 constexpr std::size_t kReadBytes = std::size_t{256} << 10;
 
 bool equalIgnoringCase(std::string_view a, std::string_view b) {
@@ -196,7 +200,7 @@ void PackageView::readTypes() {
     for (ViewedItem& item : items) {
         if (!item.name || &item == typesItem) continue;
         item.type = types ? types->find(*item.name) : assumedType(*item.name);
-        if (item.isPart()) parts_.emplace(item.name->key(), &item);
+        named_.emplace(item.name->key(), &item);
     }
 }
 
@@ -264,9 +268,13 @@ bool PackageView::holdsTables() const {
            std::ranges::any_of(lost, isTable);
 }
 
+const ViewedItem* PackageView::findItem(const PartName& name) const {
+    const auto found = named_.find(name.key());
+    return found == named_.end() ? nullptr : found->second;
+}
+
 const ViewedItem* PackageView::find(const PartName& name) const {
-    const auto found = parts_.find(name.key());
-    return found == parts_.end() ? nullptr : found->second;
+    return partOf(findItem(name));
 }
 
 const ViewedItem* PackageView::find(ustring_view name) const {
@@ -274,9 +282,13 @@ const ViewedItem* PackageView::find(ustring_view name) const {
 }
 
 const ViewedItem* PackageView::target(const opc::model::Relationship& relationship) const {
+    return partOf(targetItem(relationship));
+}
+
+const ViewedItem* PackageView::targetItem(const opc::model::Relationship& relationship) const {
     if (relationship.getTargetMode() == opc::model::TargetMode::External) return nullptr;
     try {
-        return find(PartName(relationship.getTargetURI()));
+        return findItem(PartName(relationship.getTargetURI()));
     } catch (const opc::Exception&) {
         return nullptr;
     }

@@ -58,6 +58,10 @@ public:
 
     bool opens() const { return zipRefusal.empty() && packageRefusal.empty(); }
 
+    // Null when there is no item of this name. Without a content type it is no part.
+    const ViewedItem* findItem(const opc::model::PartName& name) const;
+    // What a relationship leads to; null when it is external or there is no such item.
+    const ViewedItem* targetItem(const opc::model::Relationship& relationship) const;
     // Null when there is no part of this name.
     const ViewedItem* find(const opc::model::PartName& name) const;
     const ViewedItem* find(foundation::ustring_view name) const;
@@ -81,7 +85,7 @@ private:
     bool holdsTables() const;
 
     std::map<std::string, opc::zip::ZipItem> renamed_;  // items under their local names
-    std::map<std::string, const ViewedItem*> parts_;    // by part name key
+    std::map<std::string, const ViewedItem*> named_;    // by part name key
 };
 
 inline constexpr const char* kTypesItem = "[Content_Types].xml";

@@ -138,7 +138,8 @@ public:
           file_(file),
           report_(report),
           xmlParts_(xmlParts()),
-          thumbnails_(thumbnails()) {}
+          thumbnails_(thumbnails()),
+          linkedParts_(linkedParts()) {}
 
     void run() {
         report_.lost = from_.lost;
@@ -203,9 +204,9 @@ private:
         std::set<const ViewedItem*> parts;
         for (const layout::AppPart& part :
              {layout::kMetadata, layout::kCoreProperties, layout::kHostProperties}) {
-            if (isAppName(from_.file)) parts.insert(from_.find(part.name));
+            if (isAppName(from_.file)) parts.insert(from_.findItem(PartName(part.name)));
             for (const Relationship* link : from_.byType(part.relationshipType)) {
-                if (!isOfAnotherKind(*link)) parts.insert(from_.target(*link));
+                if (!isOfAnotherKind(*link)) parts.insert(from_.targetItem(*link));
             }
         }
         return parts;
@@ -215,9 +216,19 @@ private:
         std::set<const ViewedItem*> parts;
         for (const Relationship* link :
              from_.byType(PackageHelper::getThumbnailRelationshipType())) {
-            parts.insert(from_.target(*link));
+            parts.insert(from_.targetItem(*link));
         }
         parts.erase(nullptr);  // which is what dangling ones lead to
+        return parts;
+    }
+
+    // What relationships say that items are; of several kinds the first.
+    std::map<const ViewedItem*, const layout::AppPart*> linkedParts() const {
+        std::map<const ViewedItem*, const layout::AppPart*> parts;
+        for (const layout::AppPart& part : layout::kParts) {
+            for (const Relationship* link : from_.byType(part.relationshipType))
+                parts.try_emplace(from_.targetItem(*link), &part);
+        }
         return parts;
     }
 
@@ -232,12 +243,22 @@ private:
         }
     }
 
-    static ContentType typeFor(const ViewedItem& item) {
+    ContentType typeFor(const ViewedItem& item) const {
         if (isRelationshipsName(*item.name)) return relationshipsType();
         for (const layout::AppPart& part : layout::kParts) {
             if (*item.name == PartName(part.name)) return ContentType(part.contentType);
         }
-        return item.type ? *item.type : ContentType(kUnknownType);
+        return item.type ? *item.type : likelyType(item);
+    }
+
+    // Of an item that has none.
+    ContentType likelyType(const ViewedItem& item) const {
+        for (const auto& format : layout::app::kScreenshotFormats) {
+            if (*item.name == layout::screenshotName(format.extension)) return format.contentType();
+        }
+        const auto linked = linkedParts_.find(&item);
+        return ContentType(linked == linkedParts_.end() ? ustring_view(kUnknownType)
+                                                        : linked->second->contentType);
     }
 
     void takeRelationship(const Relationship& link) {
@@ -280,7 +301,7 @@ private:
     }
 
     bool isOfAnotherKind(const Relationship& link) const {
-        const ViewedItem* const target = from_.target(link);
+        const ViewedItem* const target = from_.targetItem(link);
         if (target == nullptr) return false;
         const ustring kind = kindOf(*target);
         return !kind.empty() && kind != link.getType();
@@ -305,7 +326,7 @@ private:
 
     // The thumbnail is the screenshot that was set last. Of properties, those that can be read count.
     int weightOf(const ustring& type, const PartName& name) const {
-        const ViewedItem* item = from_.find(name);
+        const ViewedItem* item = from_.findItem(name);
         const bool isThumbnail =
             type == layout::app::kScreenshotRelationship && thumbnails_.contains(item);
         const bool isReadable = std::ranges::any_of(kPropertiesParts, [&](const auto& each) {
@@ -411,7 +432,7 @@ private:
         for (const bool isThumbnail : {true, false}) {
             for (const auto& format : layout::app::kScreenshotFormats) {
                 const PartName name = layout::screenshotName(format.extension);
-                if (thumbnails_.contains(from_.find(name)) == isThumbnail)
+                if (thumbnails_.contains(from_.findItem(name)) == isThumbnail)
                     link(name, layout::app::kScreenshotRelationship);
             }
         }
@@ -458,7 +479,7 @@ private:
     }
 
     void mendProperties(const PropertiesPart& part, const PartName& name) {
-        const std::string document = textOf(*from_.find(name));
+        const std::string document = textOf(*from_.findItem(name));
         if (part.isSound(document)) return;
         std::vector<std::string> names;
         const std::string content = part.toXml(understood(part, document, names));
@@ -492,6 +513,7 @@ private:
     const FileName& file_;
     RepairReport& report_;
     std::set<const ViewedItem*> xmlParts_, thumbnails_;
+    std::map<const ViewedItem*, const layout::AppPart*> linkedParts_;
     std::map<ustring, const Relationship*> meant_;  // by type
 };
 

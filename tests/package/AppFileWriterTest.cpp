@@ -696,6 +696,9 @@ TEST_F(AppFileWriterTest, HasSetTheCodeOnceItIsInTheFile) {
     }
 }
 
+constexpr const char16_t* kCorePropertiesType =
+    u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties";
+
 // What each setter goes by, and where it finds its part in a good app.
 struct Setter {
     const char16_t *type, *part;
@@ -739,6 +742,42 @@ TEST_F(AppFileWriterTest, IsRefusedWhatWouldDestroyAPartOfAnotherKindAndNothingE
                           row.part == kModelPart || setter.type != test_support::kMetadataType)
                     << "setting metadata sets the core properties, too";
             }
+        }
+    }
+}
+
+TEST_F(AppFileWriterTest, NeverReplacesAnItemWithoutAContentType) {
+    const struct {
+        const char16_t *type, *item;
+        bool isLinked;
+        const char16_t* setterType;
+    } rows[] = {
+        {test_support::kScreenshotType, u"/media/shot.gif", true, test_support::kScreenshotType},
+        {test_support::kScreenshotType, u"/METADATA/appScreenshot.gif", false,
+         test_support::kScreenshotType},
+        {test_support::kCodeType, u"/korval/code.q", true, test_support::kCodeType},
+        {test_support::kMetadataType, u"/metadata/data.q", true, test_support::kMetadataType},
+        {kCorePropertiesType, u"/docProps/core.q", true, test_support::kMetadataType},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(fl::i18n::to_display(row.item));
+        const auto before = (row.isLinked ? leadingTo(row.type, row.item) : goodPackage())
+                                .with(row.item, "no part");
+        for (const Setter& setter : kSetters) {
+            good(before);
+            if (setter.type != row.setterType) {
+                edit(setter.change);
+            } else {
+                const auto change = setter.type == test_support::kScreenshotType
+                                        ? [](AppFileWriter& w) { w.setAppScreenshot({1}, u"gif"); }
+                                        : setter.change;
+                edit([&](AppFileWriter& writer) {
+                    EXPECT_THAT([&] { change(writer); },
+                                ThrowsMessage<opc::Exception>(HasSubstr("has no content type")));
+                });
+                EXPECT_TRUE(bytes() == before.bytes());
+            }
+            EXPECT_THAT(bytes(), HasSubstr("no part"));
         }
     }
 }

@@ -174,6 +174,62 @@ class Edit(ToolTest):
                 self.assertEqual("urn:f" in links, b"urn:f" in before.get(RELS, b""))
                 self.assertEqual(links[thumbnail], links[app + "appScreenshot"])
 
+    def test_an_item_without_a_type_is_never_written_over(self):
+        self.create()
+        sets = {"screenshot": ["--screenshot", EXAMPLE / "screenshot.png"], "metadata": ["--set", "Version=9"],
+                "model": ["--model", EXAMPLE / "appModel.kvd"], "code": ["--code", EXAMPLE / "code.k"]}
+        record = self.metadata("app.kvpkg")
+
+        def untyped(item, linked, new_name=None):
+            """A package whose content types lack one part, with or without the relationships to it."""
+            def change(name, content):
+                if name == TYPES:
+                    content = re.sub(rf'<Override PartName="/{item}"[^>]*/>'.encode(), b"", content)
+                if name == RELS and not linked:
+                    content = re.sub(rf'<Relationship [^>]*"/{item}"/>'.encode(), b"", content)
+                return content.replace(item.encode(), new_name.encode()) if name == RELS and new_name else content
+            self.rewrite("app.kvpkg", "bad.kvpkg", change)
+            with zipfile.ZipFile(self.dir / "renamed.kvpkg", "w") as package:
+                for name, content in self.items("bad.kvpkg").items():
+                    package.writestr(new_name if name == item and new_name else name, content)
+            (self.dir / "renamed.kvpkg").rename(self.dir / "bad.kvpkg")
+            return f"/{new_name or item}"
+        rows = [(what, item, linked, None) for linked in (True, False) for what, item in (
+            ("screenshot", "metadata/appScreenshot.png"), ("metadata", "docProps/core.xml"),
+            ("metadata", "docProps/korval.xml"), ("metadata", METADATA_PART), ("model", MODEL_PART),
+            ("code", "korval/code.k"))]
+        rows += [("metadata", "docProps/core.xml", True, "docProps/mine.prop"),
+                 ("metadata", "docProps/core.xml", False, "docProps/CORE.xml"),
+                 ("code", "korval/code.k", True, "korval/mine.q"), ("code", "korval/code.k", False, "korval/CODE.K")]
+        for what, item, linked, new_name in rows:
+            with self.subTest(item=item, linked=linked, new_name=new_name):
+                shown = untyped(item, linked, new_name)
+                before = self.items("bad.kvpkg")
+                self.assertNotIn(shown, [part["name"] for part in self.json("parts", "bad.kvpkg")["parts"]])
+                usual = shown if linked else f"/{item}"
+                self.fails_like(rf".*{re.escape(usual)}\"?,? (which )?has no content type and so is no part.*; give it one "
+                                r"in \[Content_Types\].xml.* or make a copy in which it has one: qzapp check --repair "
+                                r"bad-repaired\.kvpkg bad\.kvpkg", "edit", "bad.kvpkg", *sets[what])
+                self.assertEqual(self.items("bad.kvpkg"), before)
+                for other in sets.keys() - {what} - ({"metadata"} if what == "model" else set()):
+                    untyped(item, linked, new_name)
+                    self.ok("edit", "bad.kvpkg", *sets[other])
+                    self.assertEqual(self.items("bad.kvpkg")[shown[1:]], before[shown[1:]], other)
+                untyped(item, linked, new_name)
+                self.ok("check", "--repair", "bad-repaired.kvpkg", "--force", "bad.kvpkg")
+                self.assertEqual(self.metadata("bad-repaired.kvpkg"), record)
+                self.assertNotIn("warning", self.ok("check", "bad-repaired.kvpkg"))
+                self.ok("edit", "bad-repaired.kvpkg", *sets[what])
+        # The screenshot is another one, and the item something else.
+        self.rewrite("app.kvpkg", "bad.kvpkg", lambda name, content: content.replace(
+            b"metadata/appScreenshot.png", b"media/s.png") if name in (TYPES, RELS) else content)
+        with zipfile.ZipFile(self.dir / "bad.kvpkg", "a") as package:
+            package.writestr("media/s.png", b"old")
+            package.writestr("metadata/appScreenshot.1.PNG", b"also no part")
+        self.assertEqual(self.ok("edit", "bad.kvpkg", *sets["screenshot"]), "edited bad.kvpkg\nbad.kvpkg: /metadata/"
+                         "appScreenshot.png is something else, and stays; the screenshot is /metadata/appScreenshot.2.png\n")
+        self.assertEqual(self.items("bad.kvpkg")["metadata/appScreenshot.1.PNG"], b"also no part")
+
     def test_an_external_screenshot_is_no_part_to_remove(self):
         self.rewrite(self.create(), "bad.kvpkg", replacing(
             RELS, '/appScreenshot" Target="/metadata/appScreenshot.png"',

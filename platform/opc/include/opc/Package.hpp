@@ -109,8 +109,14 @@ public:
     bool hasTarget(const Relationship& relationship) const;
     // In the order of the file; new parts last.
     std::vector<Part> getParts() const;
-    // Throws when the package holds the name, or one that derives from it or that it derives from.
-    // The part starts empty.
+    // Items that have the name of a part but no content type are no parts. They stay as they are, and
+    // nothing but their name can be known here.
+    bool hasUntypedItem(const PartName& name) const;
+    void requireNoUntypedItem(const PartName& name) const;
+    // Whether it leads to such an item.
+    bool hasUntypedTarget(const Relationship& relationship) const;
+    // Throws when the package holds the name, as a part or as an item without a type, or a part whose
+    // name derives from it or that it derives from. The part starts empty.
     Part createPart(const PartName& name, const ContentType& type, const StandardPartInfo& info);
     // Relationships that lead to the part stay, and so does the part with those that start from it.
     // Throws when there is no such part, and for the package's own relationships part.

@@ -132,6 +132,11 @@ Part Package::getTarget(const Relationship& relationship) const {
         open.refuse(from + "leads out of the package, to \"" + shown(target.toString()) +
                     "\"; expected the name of a part");
     }
+    if (hasUntypedTarget(relationship)) {
+        open.refuse(from + "targets \"" + shown(target.toString()) +
+                    "\", which has no content type and so is no part; give it one in " +
+                    std::string(names::kContentTypesItem));
+    }
     try {
         if (const auto* const part = open.findPart(PartName(target))) return Part(*part);
     } catch (const Exception& fault) {
@@ -144,6 +149,19 @@ Part Package::getTarget(const Relationship& relationship) const {
 bool Package::hasTarget(const Relationship& relationship) const {
     const auto name = targetName(relationship);
     return name && hasPart(*name);
+}
+
+bool Package::hasUntypedItem(const PartName& name) const {
+    return state().hasUntypedItem(name);
+}
+
+void Package::requireNoUntypedItem(const PartName& name) const {
+    state().requireNoUntypedItem(name);
+}
+
+bool Package::hasUntypedTarget(const Relationship& relationship) const {
+    const auto name = targetName(relationship);
+    return name && hasUntypedItem(*name);
 }
 
 std::vector<Part> Package::getParts() const {

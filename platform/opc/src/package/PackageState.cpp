@@ -126,7 +126,7 @@ void PackageState::loadItem(const zip::ZipItem& item) {
     if (!name) return;
     const auto* const type = types_.find(*name);
     if (type == nullptr) {
-        untyped_.emplace(name->key(), &item);
+        untyped_.insert(name->key());
         return;
     }
     if (!parts_.empty() && derives(name->key(), parts_.rbegin()->first)) {
@@ -234,10 +234,20 @@ void PackageState::requireFree(const PartName& name, const ContentType& type) co
         refuse("the package already has a part " + shown(name.toString()) +
                " (delete that one first, or choose another name)");
     }
+    requireNoUntypedItem(name);
     if (const auto* const other = relative(name)) {
         refuse("there cannot be a part " + shown(name.toString()) + " beside " +
                shown(other->name.toString()) + ": one name derives from the other");
     }
+}
+
+void PackageState::requireNoUntypedItem(const PartName& name) const {
+    if (!hasUntypedItem(name)) return;
+    refuse(shown(name.toString()) +
+           " has no content type and so is no part, and a new part of that name would replace it; "
+           "give "
+           "it one in " +
+           std::string(names::kContentTypesItem) + ", or remove it from the zip file");
 }
 
 const std::shared_ptr<PartEntry>& PackageState::createPart(const PartName& name,
@@ -245,10 +255,7 @@ const std::shared_ptr<PartEntry>& PackageState::createPart(const PartName& name,
                                                            const StandardPartInfo& info) {
     requireWritable();
     requireFree(name, type);
-    // An item of this name without a type was no part. It is replaced, since a zip file must not
-    // hold two names that differ only in case.
-    const auto untyped = untyped_.find(name.key());
-    auto itemName = untyped == untyped_.end() ? itemNameOf(name) : untyped->second->name;
+    auto itemName = itemNameOf(name);
     const zip::ItemOptions options{info.compression() != 0, info.sizeHint()};
     writer_->set(itemName, options)->flush();
     types_.set(name, type);
@@ -266,7 +273,6 @@ void PackageState::deletePart(const PartName& name) {
     const auto node = parts_.extract(name.key());
     node.mapped()->revokeStreams();
     types_.removeOverride(node.mapped()->name);
-    untyped_.erase(node.key());
     writer_->remove(node.mapped()->itemName);
 }
 

@@ -13,7 +13,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace opc::model {
@@ -66,6 +66,8 @@ public:
     const std::shared_ptr<PartEntry>& createPart(const PartName& name, const ContentType& type,
                                                  const StandardPartInfo& info);
     void deletePart(const PartName& name);
+    bool hasUntypedItem(const PartName& name) const { return untyped_.contains(name.key()); }
+    void requireNoUntypedItem(const PartName& name) const;
 
     const RelationshipsPart& relationships() const noexcept { return relationships_; }
     Relationship createRelationship(const ustring& type, const URI& target, const ustring& id,
@@ -104,7 +106,7 @@ private:
     ContentTypes types_, loadedTypes_;
     RelationshipsPart relationships_, loadedRelationships_;
     // Items that could be parts but have no type, by part name key.
-    std::unordered_map<std::string, const zip::ZipItem*> untyped_;
+    std::unordered_set<std::string> untyped_;
     std::uint64_t nextOrder_ = 0;
     // Destroyed before the writer and the archive, which the streams of parts work on.
     std::map<std::string, std::shared_ptr<PartEntry>, PartOrder> parts_;

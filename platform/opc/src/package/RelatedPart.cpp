@@ -5,6 +5,7 @@
 #include <opc/HostProperties.hpp>
 #include <opc/StandardProperties.hpp>
 
+#include <algorithm>
 #include <array>
 #include <string>
 
@@ -40,6 +41,19 @@ std::array<PartKind, 3> kindsWith(const ustring& relationshipType, const ustring
 
 }  // namespace
 
+void requireNoUntypedItem(const Package& package, const ustring& relationshipType,
+                          const PartName& name) {
+    const auto relationships = package.getRelationshipsByType(relationshipType);
+    if (std::ranges::any_of(relationships,
+                            [&](const auto& each) { return package.hasTarget(each); })) {
+        return;
+    }
+    for (const auto& relationship : relationships) {
+        if (package.hasUntypedTarget(relationship)) package.getTarget(relationship);  // throws
+    }
+    package.requireNoUntypedItem(name);
+}
+
 Part requireRelatedPart(Package& package, const ustring& relationshipType, const ustring& name,
                         const ContentType& type) {
     const auto relationships = package.getRelationshipsByType(relationshipType);
@@ -47,6 +61,7 @@ Part requireRelatedPart(Package& package, const ustring& relationshipType, const
         if (!package.hasTarget(relationship)) continue;
         return requireOwnTarget(package, relationship, kindsWith(relationshipType, name, type));
     }
+    requireNoUntypedItem(package, relationshipType, PartName(ustring_view(name)));
     auto part = package.createPart(freeName(package, name), type, StandardPartInfo(1, 0));
     for (const auto& dangling : relationships)
         package.deleteRelationship(dangling.getID());
