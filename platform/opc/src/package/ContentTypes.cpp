@@ -210,8 +210,15 @@ bool operator==(const ContentTypes& a, const ContentTypes& b) {
 }
 
 bool ContentTypes::add(Index& index, std::string key, Entry entry) {
-    if (!index.emplace(std::move(key), next_).second) return false;
-    entries_.emplace_hint(entries_.end(), next_++, std::move(entry));
+    const auto [place, isNew] = index.emplace(std::move(key), next_);
+    if (!isNew) return false;
+    try {
+        entries_.emplace_hint(entries_.end(), next_, std::move(entry));
+    } catch (...) {
+        index.erase(place);
+        throw;
+    }
+    ++next_;
     return true;
 }
 

@@ -173,7 +173,13 @@ std::vector<Part> Package::getParts() const {
 
 Part Package::createPart(const PartName& name, const ContentType& type,
                          const StandardPartInfo& info) {
-    return Part(state().createPart(name, type, info));
+    const auto& entry = state().createPart(name, type, info);
+    try {
+        return Part(entry);
+    } catch (...) {
+        state().deletePart(name);  // which nobody was given
+        throw;
+    }
 }
 
 void Package::deletePart(const PartName& name) {

@@ -255,11 +255,18 @@ const std::shared_ptr<PartEntry>& PackageState::createPart(const PartName& name,
                                                            const StandardPartInfo& info) {
     requireWritable();
     requireFree(name, type);
-    auto itemName = itemNameOf(name);
+    const auto& part = insert(name, type, info, itemNameOf(name));
     const zip::ItemOptions options{info.compression() != 0, info.sizeHint()};
-    writer_->set(itemName, options)->flush();
-    types_.set(name, type);
-    return insert(name, type, info, std::move(itemName));
+    try {
+        writer_->set(part->itemName, options)->flush();
+        types_.set(name, type);
+    } catch (...) {
+        // A later save must not write half a part.
+        writer_->remove(part->itemName);
+        parts_.erase(name.key());
+        throw;
+    }
+    return part;
 }
 
 void PackageState::deletePart(const PartName& name) {
