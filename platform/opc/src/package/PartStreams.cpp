@@ -1,6 +1,7 @@
 #include "platform/opc/src/package/PartStreams.hpp"
 
 #include "platform/opc/src/package/PackageState.hpp"
+#include "platform/opc/src/zip/Methods.hpp"
 
 #include <algorithm>
 
@@ -11,8 +12,6 @@ namespace {
 constexpr std::uint64_t kFirstRead = 4096;
 // The most to ask memory for before anything has been read: what a file claims may be nothing.
 constexpr std::uint64_t kMostAtFirst = std::uint64_t{1} << 20;
-// The most that a byte of deflated data can stand for.
-constexpr std::uint64_t kMaxInflation = 1032;
 
 }  // namespace
 
@@ -58,7 +57,7 @@ std::vector<std::uint8_t> readAll(const Part& part, std::uint64_t cap) {
                            std::to_string(cap) + " that can be read");
     }
     const auto stored = part.compressedSize();
-    const auto possible = stored > cap / kMaxInflation ? cap : stored * kMaxInflation;
+    const auto possible = stored > cap / zip::worstRatio() ? cap : stored * zip::worstRatio();
     return readAll(*stream, std::min(size, possible), cap, name);
 }
 

@@ -1,5 +1,6 @@
 #include "platform/opc/src/zip/DamagedFile.hpp"
 
+#include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
@@ -25,8 +26,7 @@ bool isItemName(std::string_view name) {
 
 // Whether the fields in front of the name can be those of a local header whose signature is damaged.
 bool areLikelyFields(Bytes fixed) {
-    const Method method{load16(fixed, local::kMethod)};
-    return (method == Method::Stored || method == Method::Deflated) &&
+    return findMethod(Method{load16(fixed, local::kMethod)}) != nullptr &&
            load16(fixed, local::kVersionNeeded) <= kHighestVersion;
 }
 

@@ -1,6 +1,7 @@
 #include "platform/opc/src/zip/Directory.hpp"
 
 #include "platform/opc/src/zip/ItemChecks.hpp"
+#include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
 namespace opc::zip {
@@ -8,9 +9,6 @@ namespace opc::zip {
 namespace {
 
 using namespace format;
-
-// No deflated byte stands for more than this many.
-constexpr std::uint64_t kMostDeflated = 1032;
 
 class DirectoryReader {
 public:
@@ -135,19 +133,17 @@ private:
             checks.failUnsupported(
                 "has a name that holds a zero byte, where some readers end it; rename it");
         }
-        if (item.method != Method::Stored && item.method != Method::Deflated) {
-            checks.failUnsupported(
-                "is compressed by method " + std::to_string(static_cast<unsigned>(item.method)) +
-                "; packages allow only 0 (stored) and 8 (deflated); pack it anew");
-        }
+        const MethodRow* const method = findMethod(item.method);
+        if (method == nullptr) checks.failUnsupported(methodFault(item.method) + "; pack it anew");
         if (item.method == Method::Stored && item.size != item.compressedSize) {
             checks.failDamaged("is stored, but declares " + std::to_string(item.size) +
                                " bytes and " + std::to_string(item.compressedSize) +
                                " in the file");
         }
-        if (item.method == Method::Deflated && item.size / kMostDeflated > item.compressedSize) {
+        if (item.size / method->worstRatio > item.compressedSize) {
             checks.failDamaged("declares " + std::to_string(item.size) + " bytes, more than its " +
-                               std::to_string(item.compressedSize) + " deflated bytes can hold");
+                               std::to_string(item.compressedSize) + " " + method->name +
+                               " bytes can hold");
         }
     }
 

@@ -1,5 +1,6 @@
 #include "platform/opc/src/zip/HiddenItems.hpp"
 
+#include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <algorithm>
@@ -24,7 +25,7 @@ constexpr std::size_t kBuffer = std::size_t{64} << 10;
 // What stands behind the end that such a reader sees: after stored data the descriptor that shows it,
 // which holds any content; after deflated data, sooner or later, the header of another item.
 std::uint32_t signatureBehindEnd(Method method) {
-    return method == Method::Stored ? format::descriptor::kSignature : format::local::kSignature;
+    return rowOf(method).endsItself ? format::local::kSignature : format::descriptor::kSignature;
 }
 
 void refuseItemsInData(const ZipArchive& archive, const ZipItem& item, ArchiveBytes& bytes) {

@@ -3,6 +3,7 @@
 #include <opc/Exception.hpp>
 
 #include "platform/opc/src/zip/Deflate.hpp"
+#include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
@@ -194,7 +195,14 @@ private:
 }  // namespace
 
 std::unique_ptr<InputStream> openItem(ItemContent content) {
-    if (content.method == Method::Stored) return std::make_unique<StoredInput>(std::move(content));
+    return rowOf(content.method).open(std::move(content));
+}
+
+std::unique_ptr<InputStream> openStored(ItemContent content) {
+    return std::make_unique<StoredInput>(std::move(content));
+}
+
+std::unique_ptr<InputStream> openDeflated(ItemContent content) {
     return std::make_unique<DeflatedInput>(std::move(content));
 }
 

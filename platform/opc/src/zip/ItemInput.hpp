@@ -37,5 +37,8 @@ struct ItemContent {
 // exactly as long as declared, has another checksum, leaves deflated bytes over, or is stored and holds
 // what its descriptor would be if it ended there.
 std::unique_ptr<InputStream> openItem(ItemContent content);
+// The same for content of one method, whatever it says itself.
+std::unique_ptr<InputStream> openStored(ItemContent content);
+std::unique_ptr<InputStream> openDeflated(ItemContent content);
 
 }  // namespace opc::zip

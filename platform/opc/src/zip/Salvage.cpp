@@ -1,16 +1,17 @@
 #include "platform/opc/src/zip/Salvage.hpp"
 
-#include <foundation/Shown.hpp>
 #include <opc/Exception.hpp>
 
 #include "platform/opc/src/zip/ArchivesWithin.hpp"
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
+#include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <set>
 #include <stdexcept>
@@ -31,13 +32,57 @@ constexpr std::uint64_t kWastePerByte = 2;
 constexpr std::uint64_t kWaste = std::uint64_t{64} << 20;
 constexpr std::uint64_t kAttempt = 4096;
 
-constexpr const char* kSameName = "there is another item of this name";
-constexpr const char* kTwice = "there are several of this name, and no directory says which counts";
-constexpr const char* kUnsure =
-    "it stands behind a damaged place, and may be of a zip file that an item held";
-constexpr const char* kNotListed = "the directory does not list it";
-constexpr const char* kWithin = "it is of a zip file that stands within this one";
-constexpr const char* kCut = "the file ends before its data does";
+// Why something that was found is not kept.
+enum class Loss {
+    SameName,
+    Twice,
+    Unsure,
+    NotListed,
+    Within,
+    Cut,
+    Overlap,
+    NotTried,
+    Encrypted,
+    NoEnd,
+    TwoSizes,
+    Method,
+    Content
+};
+
+// What people are told of it; of the last two there is more to say, and no row.
+struct LossRow {
+    Loss loss;
+    const char* text;
+};
+constexpr LossRow kLosses[] = {
+    {Loss::SameName, "there is another item of this name"},
+    {Loss::Twice, "there are several of this name, and no directory says which counts"},
+    {Loss::Unsure, "it stands behind a damaged place, and may be of a zip file that an item held"},
+    {Loss::NotListed, "the directory does not list it"},
+    {Loss::Within, "it is of a zip file that stands within this one"},
+    {Loss::Cut, "the file ends before its data does"},
+    {Loss::Overlap, "its bytes belong to another item"},
+    {Loss::NotTried, "not tried, since the file holds too many damaged items"},
+    {Loss::Encrypted, "it is encrypted"},
+    {Loss::NoEnd, "its data has no end that can be told"},
+    {Loss::TwoSizes, "it is stored, but declares two sizes"},
+};
+
+std::string textOf(Loss loss, const std::string& detail = "") {
+    const auto* const found = std::ranges::find(kLosses, loss, &LossRow::loss);
+    return found == std::end(kLosses) ? detail : found->text;
+}
+
+// What came of taking an item: nothing is lost where it was taken.
+struct Verdict {
+    std::optional<Loss> loss = std::nullopt;
+    std::string detail = {};
+
+    bool isTaken() const { return !loss; }
+};
+Verdict lostBy(Loss loss, std::string detail = {}) {
+    return {loss, std::move(detail)};
+}
 
 // A deflate stream that says itself where it ends.
 struct Measured {
@@ -103,7 +148,9 @@ public:
 private:
     // Something of this name was found, and could not be taken. `at` is where the file says so.
     struct Failure {
-        std::string name, shownName, reason;
+        std::string name, shownName;
+        Loss loss;
+        std::string detail;
         std::uint64_t at;
     };
 
@@ -124,8 +171,9 @@ private:
         bool isSure;
     };
 
-    void fail(const ZipItem& item, std::uint64_t at, std::string reason) {
-        failures_.push_back({item.name, item.displayName(), std::move(reason), at});
+    void fail(const ZipItem& item, std::uint64_t at, Verdict verdict) {
+        failures_.push_back(
+            {item.name, item.displayName(), *verdict.loss, std::move(verdict.detail), at});
     }
 
     bool isPatient(std::uint64_t wasted) {
@@ -142,17 +190,16 @@ private:
     }
 
     // Takes the item when its bytes are free and its content is whole; otherwise says why not.
-    std::string take(ZipItem item) {
+    Verdict take(ZipItem item) {
         item.endOffset = item.dataOffset + item.compressedSize;
-        if (item.endOffset > source_->size || item.endOffset < item.dataOffset) return kCut;
-        if (taken_.overlap(item.headerOffset, item.endOffset)) {
-            return "its bytes belong to another item";
-        }
+        if (item.endOffset > source_->size || item.endOffset < item.dataOffset)
+            return lostBy(Loss::Cut);
+        if (taken_.overlap(item.headerOffset, item.endOffset)) return lostBy(Loss::Overlap);
         if (names_.contains(item.name) && !item.localName.empty()) {
             std::swap(item.name, item.localName);
         }
-        if (names_.contains(item.name)) return kSameName;
-        if (std::string reason = faultOf(item); !reason.empty()) return reason;
+        if (names_.contains(item.name)) return lostBy(Loss::SameName);
+        if (Verdict verdict = judgeContent(item); !verdict.isTaken()) return verdict;
         taken_.add(item.headerOffset, item.endOffset);
         names_.insert(item.name);
         item.directoryRecord = {};
@@ -160,20 +207,21 @@ private:
         return {};
     }
 
-    // Why the content is not what the item's numbers say; empty when it is. What has failed once is
-    // not read again: the directory and the local header mostly say the same.
-    std::string faultOf(const ZipItem& item) {
+    // Whether the content is what the item's numbers say. What has failed once is not read again: the
+    // directory and the local header mostly say the same.
+    Verdict judgeContent(const ZipItem& item) {
         const Numbers numbers{item.dataOffset, item.compressedSize, item.size, item.crc32,
                               item.method};
         const auto known = faults_.find(numbers);
-        if (known != faults_.end()) return known->second;
-        if (!isPatient(0)) return "not tried, since the file holds too many damaged items";
-        std::string fault = readThrough(item);
-        if (!fault.empty()) faults_.emplace(numbers, fault);
-        return fault;
+        if (known != faults_.end()) return lostBy(Loss::Content, known->second);
+        if (!isPatient(0)) return lostBy(Loss::NotTried);
+        const auto fault = readThrough(item);
+        if (!fault) return {};
+        faults_.emplace(numbers, *fault);
+        return lostBy(Loss::Content, *fault);
     }
 
-    std::string readThrough(const ZipItem& item) {
+    std::optional<std::string> readThrough(const ZipItem& item) {
         Reading reading{item.dataOffset, item.endOffset};
         try {
             const auto stream = openItem({.source = source_->bytes,
@@ -186,12 +234,10 @@ private:
             piece_.resize(kPiece);
             while (const std::size_t got = stream->read(piece_))
                 reading.produced += got;
-            return {};
-        } catch (const Exception& fault) {
+            return std::nullopt;
+        } catch (const ItemError& error) {
             count(reading);
-            const std::string prefix = ": " + foundation::shown(item.displayName()) + ": ";
-            const std::string text = fault.what();
-            return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
+            return error.fault();
         }
     }
 
@@ -249,18 +295,18 @@ private:
     // Where offsets are right, a local header may know better than the directory. Elsewhere it may be
     // that of an archive within the file.
     void takeListed(const ZipItem& item, const std::vector<ZipItem>& places) {
-        std::string reason = kCut;
+        Verdict verdict = lostBy(Loss::Cut);
         for (const ZipItem& placed : places) {
-            std::string fault = take(placed);
-            if (fault.empty()) return;
-            if (&placed == &places.front()) reason = std::move(fault);
+            Verdict there = take(placed);
+            if (there.isTaken()) return;
+            if (&placed == &places.front()) verdict = std::move(there);
         }
         listed_.emplace(item.name, item);
-        fail(places.empty() ? item : places.front(), source_->size, std::move(reason));
+        fail(places.empty() ? item : places.front(), source_->size, std::move(verdict));
         if (places.empty()) return;
         auto header = localHeaderAt(*source_, places.front().headerOffset);
         if (!header || header->item.name != item.name) return;
-        if (isExact_ && takeWhole(*header, source_->size).empty()) return;
+        if (isExact_ && takeWhole(*header, source_->size).isTaken()) return;
         if (isExact_ || header->agreesWith(item)) {
             claimed_.add(places.front().headerOffset,
                          places.front().dataOffset + item.compressedSize);
@@ -287,7 +333,7 @@ private:
             ZipItem item = readDirectory(text, 1, *source_->file).front();
             item.directoryRecord = {};
             if (within_.endAround(at)) {
-                fail(item, at, kWithin);
+                fail(item, at, lostBy(Loss::Within));
                 return size;
             }
             if (item.headerOffset < source_->size) addLocal(item);
@@ -307,9 +353,9 @@ private:
     // An item of which a directory record and a local header say the same.
     void takeConfirmed(const ZipItem& item, std::uint64_t recordAt) {
         see(item, true);
-        std::string reason = take(item);
-        if (reason.empty()) return;
-        fail(item, recordAt, std::move(reason));
+        Verdict verdict = take(item);
+        if (verdict.isTaken()) return;
+        fail(item, recordAt, std::move(verdict));
         claimed_.add(item.headerOffset, item.dataOffset + item.compressedSize);
     }
 
@@ -317,11 +363,11 @@ private:
     void takeWithoutHeaders() {
         for (auto& [offset, record] : records_) {
             if (localHeaderAt(*source_, offset)) continue;
-            std::string reason = offset < source_->size ? take(record.item) : kCut;
-            if (reason.empty()) {
+            Verdict verdict = offset < source_->size ? take(record.item) : lostBy(Loss::Cut);
+            if (verdict.isTaken()) {
                 see(items_.back(), true);
             } else {
-                fail(record.item, record.at, std::move(reason));
+                fail(record.item, record.at, std::move(verdict));
             }
         }
     }
@@ -379,13 +425,13 @@ private:
             return {isOwn ? limit : position.at + sizeof local::kSignature, false};
         }
         if (takeByRecord(position.at)) return {items_.back().endOffset};
-        std::string reason = takeWhole(*header, limit);
+        Verdict verdict = takeWhole(*header, limit);
         see(header->item, position.isSure);
-        if (reason.empty()) {
+        if (verdict.isTaken()) {
             if (!position.isSure) unsure_.insert(position.at);
             return {items_.back().endOffset, position.isSure};
         }
-        fail(header->item, position.at, std::move(reason));
+        fail(header->item, position.at, std::move(verdict));
         const Position next = behindLost(*header, position, limit);
         claimed_.add(header->item.dataOffset, next.at);
         return next;
@@ -404,36 +450,29 @@ private:
     bool takeByRecord(std::uint64_t headerOffset) {
         const auto [first, last] = records_.equal_range(headerOffset);
         for (auto record = first; record != last; ++record) {
-            if (!take(record->second.item).empty()) continue;
+            if (!take(record->second.item).isTaken()) continue;
             see(items_.back(), true);
             return true;
         }
         return false;
     }
 
-    std::string takeWhole(LocalHeader& header, std::uint64_t limit) {
+    Verdict takeWhole(LocalHeader& header, std::uint64_t limit) {
         ZipItem& item = header.item;
-        if (header.flags & flag::kAnyEncryption) return "it is encrypted";
-        if (item.method != Method::Stored && item.method != Method::Deflated) {
-            return "it is compressed by method " +
-                   std::to_string(static_cast<unsigned>(item.method)) +
-                   "; packages allow only 0 (stored) and 8 (deflated)";
-        }
-        if (isWhole_ && !listed_.contains(item.name)) {
-            return names_.contains(item.name) ? kSameName : kNotListed;
-        }
-        if (names_.contains(item.name)) return kSameName;
-        if (header.isMeasured() && !measure(item, limit)) {
-            return "its data has no end that can be told";
-        }
-        if (isWhole_ && !isListed(item)) return kNotListed;
+        if (header.flags & flag::kAnyEncryption) return lostBy(Loss::Encrypted);
+        if (findMethod(item.method) == nullptr)
+            return lostBy(Loss::Method, "it " + methodFault(item.method));
+        if (names_.contains(item.name)) return lostBy(Loss::SameName);
+        if (isWhole_ && !listed_.contains(item.name)) return lostBy(Loss::NotListed);
+        if (header.isMeasured() && !measure(item, limit)) return lostBy(Loss::NoEnd);
+        if (isWhole_ && !isListed(item)) return lostBy(Loss::NotListed);
         if (item.method != Method::Stored || item.size == item.compressedSize) return take(item);
         for (const std::uint64_t size : {item.compressedSize, item.size}) {
             ZipItem likely = item;
             likely.size = likely.compressedSize = size;
-            if (take(std::move(likely)).empty()) return {};
+            if (take(std::move(likely)).isTaken()) return {};
         }
-        return "it is stored, but declares two sizes";
+        return lostBy(Loss::TwoSizes);
     }
 
     // Whether the directory says the same of the content, or has the header in this place.
@@ -448,7 +487,7 @@ private:
 
     // The numbers of an item whose local header leaves them to a descriptor behind its data.
     bool measure(ZipItem& item, std::uint64_t limit) {
-        if (item.method != Method::Deflated || !isPatient(0)) return false;
+        if (!rowOf(item.method).endsItself || !isPatient(0)) return false;
         Reading reading{item.dataOffset, item.dataOffset};
         try {
             const auto found = measureDeflated(*source_, item.dataOffset, limit, reading);
@@ -493,7 +532,8 @@ private:
             const bool isTwice = twice_.contains(item.name);
             const bool isUnsure = isMixed_ && unsure_.contains(item.headerOffset);
             if (isTwice || isUnsure) {
-                lost_->push_back({item.displayName(), isTwice ? kTwice : kUnsure});
+                lost_->push_back(
+                    {item.displayName(), textOf(isTwice ? Loss::Twice : Loss::Unsure)});
             }
             return isTwice || isUnsure;
         });
@@ -502,15 +542,15 @@ private:
     // What was taken under the same name after all is not lost, and neither is what was only seen in
     // the content of an item, such as a zip file within.
     void reportFailures() {
-        std::set<std::pair<std::string, std::string>> told;
+        std::set<std::pair<std::string, bool>> told;  // name, whether another has it
         for (Failure& failure : failures_) {
-            const bool isOther = failure.reason == kSameName;
+            const bool isOther = failure.loss == Loss::SameName;
             if (names_.contains(failure.name) && !isOther) continue;
             if (isOther && twice_.contains(failure.name)) continue;
             if (taken_.overlap(failure.at, failure.at + 1)) continue;
             if (claimed_.overlap(failure.at, failure.at + 1)) continue;
-            if (!told.emplace(failure.name, isOther ? failure.reason : "").second) continue;
-            lost_->push_back({std::move(failure.shownName), std::move(failure.reason)});
+            if (!told.emplace(failure.name, isOther).second) continue;
+            lost_->push_back({std::move(failure.shownName), textOf(failure.loss, failure.detail)});
         }
     }
 

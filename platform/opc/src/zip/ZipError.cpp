@@ -6,6 +6,7 @@
 #include <foundation/Shown.hpp>
 
 #include <algorithm>
+#include <utility>
 
 namespace opc::zip {
 
@@ -36,9 +37,13 @@ void throwZipError(const fl::filesystem::path& file, const std::string& what) {
     throw Exception(foundation::shown(file) + ": " + what);
 }
 
+ItemError::ItemError(const fl::filesystem::path& file, const std::string& item, std::string fault)
+    : Exception(foundation::shown(file) + ": " + foundation::shown(item) + ": " + fault),
+      fault_(std::move(fault)) {}
+
 void throwItemError(const fl::filesystem::path& file, const std::string& item,
                     const std::string& what) {
-    throwZipError(file, foundation::shown(item) + ": " + what);
+    throw ItemError(file, item, what);
 }
 
 void refuseZip(ZipRule rule, const fl::filesystem::path& file, const std::string& what) {

@@ -10,6 +10,16 @@
 
 namespace opc::zip {
 
+// About one item. `fault` is the message without file and item in front.
+class ItemError : public Exception {
+public:
+    ItemError(const fl::filesystem::path& file, const std::string& item, std::string fault);
+    const std::string& fault() const noexcept { return fault_; }
+
+private:
+    std::string fault_;
+};
+
 // All messages are one line, "FILE: ITEM: what is wrong". `item` is the item's displayName().
 [[noreturn]] void throwZipError(const fl::filesystem::path& file, const std::string& what);
 [[noreturn]] void throwItemError(const fl::filesystem::path& file, const std::string& item,

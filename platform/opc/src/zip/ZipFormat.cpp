@@ -1,5 +1,7 @@
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
+#include "platform/opc/src/zip/Methods.hpp"
+
 #include <algorithm>
 #include <optional>
 #include <stdexcept>
@@ -38,8 +40,8 @@ std::string growthHint() {
     return extraField(extra::kGrowthHint, hint);
 }
 
-std::uint16_t versionFor(bool zip64) {
-    return zip64 ? kVersionZip64 : kVersionDeflate;
+std::uint16_t versionFor(const ItemRecord& item, bool zip64) {
+    return zip64 ? kVersionZip64 : rowOf(Method{item.method}).versionNeeded;
 }
 
 // The fields that both records of an item share, in the same order: from the flags to the length of
@@ -137,7 +139,7 @@ std::string localHeader(const ItemRecord& item, SizeRoom room) {
     if (!large && room == SizeRoom::Growing) fields = growthHint();
     std::string header;
     append(header, local::kSignature);
-    append(header, versionFor(large));
+    append(header, versionFor(item, large));
     // Readers take both sizes from the zip64 field or none.
     appendCommon(header, item, large ? kInZip64_32 : narrow(item.compressedSize),
                  large ? kInZip64_32 : narrow(item.size));
@@ -153,8 +155,8 @@ std::string centralRecord(const ItemRecord& item) {
     const std::string fields = wide.empty() ? wide : extraField(extra::kZip64, wide);
     std::string record;
     append(record, central::kSignature);
-    append(record, versionFor(!wide.empty()));
-    append(record, versionFor(!wide.empty()));
+    append(record, versionFor(item, !wide.empty()));
+    append(record, versionFor(item, !wide.empty()));
     appendCommon(record, item, narrow(item.compressedSize), narrow(item.size));
     append(record, static_cast<std::uint16_t>(fields.size()));
     append(record, std::uint16_t{0});  // comment

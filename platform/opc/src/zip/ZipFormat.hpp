@@ -51,7 +51,6 @@ inline Bytes asBytes(std::string_view text) {
 inline constexpr std::uint16_t kInZip64_16 = 0xFFFF;
 inline constexpr std::uint32_t kInZip64_32 = 0xFFFFFFFF;
 
-inline constexpr std::uint16_t kVersionDeflate = 20;
 inline constexpr std::uint16_t kVersionZip64 = 45;
 
 namespace flag {
