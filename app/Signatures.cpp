@@ -1,5 +1,7 @@
 #include "app/Signatures.hpp"
 
+#include <opc/PackageNames.hpp>
+
 #include <algorithm>
 #include <set>
 #include <string>
@@ -11,6 +13,7 @@ namespace {
 
 using foundation::ustring;
 using opc::model::ContentType;
+using opc::model::FoundItem;
 using opc::model::Package;
 using opc::model::Part;
 using opc::model::PartName;
@@ -25,13 +28,6 @@ constexpr const char16_t* kTypes[] = {
     kSignatureType,
     u"application/vnd.openxmlformats-package.digital-signature-certificate",
 };
-
-// Where the relationships that start from a part stand.
-PartName relationshipsOf(const PartName& part) {
-    const ustring& name = part.toString();
-    const std::size_t slash = name.rfind(u'/') + 1;
-    return PartName(name.substr(0, slash) + u"_rels/" + name.substr(slash) + u".rels");
-}
 
 struct TypedPart {
     PartName name;
@@ -73,10 +69,10 @@ std::vector<TypedPart> partsOfSignatures(const Package& package) {
 std::vector<TypedPart> partsOfSignatures(const PackageView& package) {
     Selection selection;
     for (const Relationship& link : package.relationships) {
-        const ViewedItem* const target = package.target(link);
+        const FoundItem* const target = package.target(link);
         if (target != nullptr) selection.add(link, *target->name);
     }
-    for (const ViewedItem& item : package.items) {
+    for (const FoundItem& item : package.items) {
         if (item.isPart()) selection.add(*item.name, *item.type);
     }
     return selection.parts();
@@ -109,7 +105,7 @@ void remove(Package& package) {
         package.deleteRelationship(link.getID());
     for (const auto& [name, type] : partsOfSignatures(package)) {
         package.deletePart(name);
-        const PartName relationships = relationshipsOf(name);
+        const PartName relationships = opc::names::relationshipsOf(name);
         if (package.hasPart(relationships)) package.deletePart(relationships);
     }
 }

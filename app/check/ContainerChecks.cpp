@@ -9,6 +9,7 @@
 namespace qzapp {
 namespace {
 
+using opc::model::FoundItem;
 using opc::zip::LostItem;
 using opc::zip::ZipRule;
 
@@ -31,7 +32,7 @@ RuleName ruleOf(std::optional<ZipRule> rule) {
     return "not-readable";
 }
 
-void checkItem(const PackageView& package, const ViewedItem& item, Findings& findings) {
+void checkItem(const PackageView& package, const FoundItem& item, Findings& findings) {
     if (!item.fault.empty()) {
         findings.add("item-damaged", item.shownName, item.fault, repairFix(package));
     }
@@ -60,7 +61,7 @@ void checkGaps(const PackageView& package, Findings& findings) {
         if (start > end + spare) gaps += start - end;
         end = itsEnd;
     };
-    for (const ViewedItem& item : package.items)
+    for (const FoundItem& item : package.items)
         goOn(item.item->headerOffset, item.item->endOffset);
     if (!isSalvaged) goOn(bounds.directory, bounds.fileEnd);
     if (gaps == 0) return;
@@ -108,7 +109,7 @@ void checkContainer(const PackageView& package, Findings& findings) {
     }
     for (const LostItem& lost : package.lost)
         findings.add("item-lost", lost.name, lost.reason, "get the file again");
-    for (const ViewedItem& item : package.items)
+    for (const FoundItem& item : package.items)
         checkItem(package, item, findings);
     checkGaps(package, findings);
     checkBehindEnd(package, findings);

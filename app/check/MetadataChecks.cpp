@@ -2,6 +2,8 @@
 #include <fl/i18n.hpp>
 #include <opc/Exception.hpp>
 #include <opc/Package.hpp>
+#include <opc/PackageNames.hpp>
+#include <opc/XmlElements.hpp>
 
 #include <algorithm>
 #include <cstdint>
@@ -22,6 +24,7 @@ using foundation::ustring;
 using foundation::ustring_view;
 using layout::AppPart;
 using opc::model::ContentType;
+using opc::model::FoundItem;
 using opc::model::PartName;
 using opc::model::readXmlElements;
 using opc::model::Relationship;
@@ -46,7 +49,7 @@ public:
             return;
         }
         if (package_.relationshipsItem == nullptr) {
-            findings_.add("relationships-missing", shownName(packageRelationships()),
+            findings_.add("relationships-missing", shownName(opc::names::packageRelationships()),
                           "there is no such part, so readers find none of the app's",
                           repairFix(package_));
         }
@@ -79,12 +82,12 @@ private:
     }
 
     // The part that the one relationship of its type leads to; otherwise null, and told why.
-    const ViewedItem* only(const AppPart& part) {
+    const FoundItem* only(const AppPart& part) {
         const auto links = package_.byType(part.relationshipType);
         if (links.empty()) missing(part);
         if (links.size() > 1) ambiguous(shown(part.name), links.size());
         if (links.size() != 1) return nullptr;
-        const ViewedItem* found = follow(*links[0], shown(part.name), part.whenDangling);
+        const FoundItem* found = follow(*links[0], shown(part.name), part.whenDangling);
         if (found == nullptr) return nullptr;
         used_.insert(found->name->key());
         if (!(*found->type == ContentType(part.contentType))) {
@@ -100,8 +103,8 @@ private:
         return found;
     }
 
-    const ViewedItem* follow(const Relationship& link, const std::string& name, RuleName rule) {
-        const ViewedItem* found = package_.target(link);
+    const FoundItem* follow(const Relationship& link, const std::string& name, RuleName rule) {
+        const FoundItem* found = package_.target(link);
         if (found == nullptr) {
             findings_.add(rule, name,
                           fmt::format("relationship \"{}\" leads to \"{}\", which is no part of "
@@ -130,7 +133,7 @@ private:
     }
 
     void checkModel() {
-        const ViewedItem* named = package_.find(layout::kModel.name);
+        const FoundItem* named = package_.find(layout::kModel.name);
         if (named == nullptr) {
             findings_.add("model-missing", shown(layout::kModel.name),
                           "there is no such part, so readers take the file for no app", modelFix());
@@ -144,7 +147,7 @@ private:
         }
     }
 
-    void checkSize(const ViewedItem& part, RuleName rule, const char* option) {
+    void checkSize(const FoundItem& part, RuleName rule, const char* option) {
         const std::uint64_t size = part.item->size;
         if (size <= kMaxContentBytes) return;
         findings_.add(rule, part.shownName,
@@ -153,7 +156,7 @@ private:
     }
 
     void checkCode() {
-        const ViewedItem* code = only(layout::kCode);
+        const FoundItem* code = only(layout::kCode);
         if (code != nullptr) checkSize(*code, "code-large", "--code FILE");
         const auto text = code ? package_.read(*code, kMaxContentBytes) : std::nullopt;
         if (!text) return;
@@ -172,7 +175,7 @@ private:
     }
 
     // The elements of an XML part; empty when there is none, or when `fault` says what is wrong.
-    std::vector<XmlElement> elementsOf(const ViewedItem* part, std::string& fault) const {
+    std::vector<XmlElement> elementsOf(const FoundItem* part, std::string& fault) const {
         if (part != nullptr && part->item->size > kMaxXmlBytes) {
             fault = "larger than the 16 MiB that readers take";
         }
@@ -187,7 +190,7 @@ private:
     }
 
     void checkMetadata() {
-        const ViewedItem* part = only(layout::kMetadata);
+        const FoundItem* part = only(layout::kMetadata);
         std::string fault;
         const auto elements = elementsOf(part, fault);
         if (!fault.empty()) {
@@ -252,7 +255,7 @@ private:
     }
 
     void checkProperties() {
-        const ViewedItem* part = only(layout::kCoreProperties);
+        const FoundItem* part = only(layout::kCoreProperties);
         std::map<std::string, std::string> properties;
         std::string fault;
         const auto elements = elementsOf(part, fault);
@@ -284,7 +287,7 @@ private:
         checkMode(!links.empty());
         if (links.size() > 1) ambiguous("screenshot", links.size());
         if (links.size() != 1) return;
-        const ViewedItem* part = follow(*links[0], "screenshot", "part-dangling");
+        const FoundItem* part = follow(*links[0], "screenshot", "part-dangling");
         if (part == nullptr) return;
         used_.insert(part->name->key());
         checkThumbnail(*part);
@@ -296,7 +299,7 @@ private:
         checkImageType(*part, format);
     }
 
-    void checkImageType(const ViewedItem& part, const std::string& format) {
+    void checkImageType(const FoundItem& part, const std::string& format) {
         const std::string expected = "image/" + (format == "jpg" ? std::string("jpeg") : format);
         const std::string type = shown(fl::i18n::to_lower(part.type->toString()));
         if (type == expected) return;
@@ -305,11 +308,11 @@ private:
                       edit("--screenshot IMAGE"));
     }
 
-    void checkThumbnail(const ViewedItem& screenshot) {
+    void checkThumbnail(const FoundItem& screenshot) {
         const auto thumbnails =
             package_.byType(opc::model::PackageHelper::getThumbnailRelationshipType());
         for (const Relationship* link : thumbnails) {
-            const ViewedItem* target = package_.target(*link);
+            const FoundItem* target = package_.target(*link);
             if (target != nullptr) used_.insert(target->name->key());
         }
         if (!thumbnails.empty()) return;
@@ -329,8 +332,8 @@ private:
     }
 
     void checkUnknownParts() {
-        for (const ViewedItem& item : package_.items) {
-            if (!item.isPart() || isRelationshipsName(*item.name)) continue;
+        for (const FoundItem& item : package_.items) {
+            if (!item.isPart() || opc::names::isRelationshipsName(*item.name)) continue;
             if (used_.contains(item.name->key())) continue;
             if (signatures::isPartOfSignature(*item.type)) continue;  // a rule of its own
             findings_.add("part-unknown", item.shownName,

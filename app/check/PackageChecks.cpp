@@ -3,14 +3,12 @@
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/Exception.hpp>
 #include <opc/Package.hpp>
+#include <opc/PackageNames.hpp>
 
 #include <algorithm>
-#include <set>
 #include <string>
-#include <vector>
 
 #include "app/Errors.hpp"
-#include "app/Files.hpp"
 #include "app/Signatures.hpp"
 #include "app/check/AppLayout.hpp"
 #include "app/check/Checks.hpp"
@@ -19,13 +17,10 @@ namespace qzapp {
 namespace {
 
 using foundation::ustring;
+using opc::model::FoundItem;
 using opc::model::PartName;
 using opc::model::Relationship;
-using opc::model::RelationshipsTable;
 using opc::model::TargetMode;
-using opc::model::URI;
-
-constexpr const char* kTypes = "[Content_Types].xml";
 
 std::string shown(const ustring& text) {
     return fl::i18n::to_display(text);
@@ -40,20 +35,19 @@ bool isNoPackage(const PackageView& package) {
 void checkTypes(const PackageView& package, Findings& findings) {
     if (package.typesItem == nullptr) {
         const bool isOther = !package.isRepairable && package.zipRefusal.empty();
-        findings.add("types-missing", kTypes,
+        findings.add("types-missing", std::string(opc::names::kContentTypesItem),
                      "not a package: the zip file holds no \"[Content_Types].xml\"",
                      isOther ? "see what it holds with \"qzapp items\"" : repairFix(package));
         return;
     }
     const std::string& name = package.typesItem->item->name;
-    if (name != kTypes) {
+    if (name != opc::names::kContentTypesItem) {
         findings.add("types-spelling", name, "other readers may look for the usual spelling only",
                      repairFix(package));
     }
-    if (!package.types) return;
-    for (const std::string& fault : package.types->faults())
+    for (const std::string& fault : package.typeFaults)
         findings.add("types-entry", name, fault, repairFix(package));
-    for (const PartName& part : package.types->overrides()) {
+    for (const PartName& part : package.typedNames) {
         if (package.find(part) != nullptr) continue;
         findings.add(
             "types-unused", name,
@@ -62,37 +56,20 @@ void checkTypes(const PackageView& package, Findings& findings) {
 }
 
 void checkUntyped(const PackageView& package, Findings& findings) {
-    for (const ViewedItem& item : package.items) {
+    for (const FoundItem& item : package.items) {
         if (!item.name || item.type || &item == package.typesItem) continue;
-        if (*item.name == packageRelationships()) continue;  // it has a rule of its own
+        if (*item.name == opc::names::packageRelationships()) continue;  // it has a rule of its own
         findings.add("item-untyped", item.shownName,
                      "no part, since [Content_Types].xml has no type for it; readers pass it over",
                      "add a Default or Override for it, or remove it from the zip file");
     }
 }
 
-// Orders part name keys so that those derived from a name follow it directly.
-bool isBefore(const ViewedItem* a, const ViewedItem* b) {
-    const auto rank = [](char c) { return c == '/' ? 0 : static_cast<unsigned char>(c); };
-    return std::ranges::lexicographical_compare(a->name->key(), b->name->key(), {}, rank, rank);
-}
-
 void checkDerivedNames(const PackageView& package, Findings& findings) {
-    std::vector<const ViewedItem*> parts, folders;
-    for (const ViewedItem& item : package.items) {
-        if (item.isPart()) parts.push_back(&item);
-    }
-    std::ranges::sort(parts, isBefore);
-    for (const ViewedItem* part : parts) {
-        const std::string& key = part->name->key();
-        while (!folders.empty() && !key.starts_with(folders.back()->name->key() + "/"))
-            folders.pop_back();
-        if (!folders.empty()) {
-            findings.add("names-derive", part->shownName,
-                         "its name derives from that of " + folders.back()->shownName,
-                         "rename one of the parts");
-        }
-        folders.push_back(part);
+    for (const auto& [part, parent] : package.derivedNames()) {
+        findings.add("names-derive", part->shownName,
+                     "its name derives from that of " + parent->shownName,
+                     "rename one of the parts");
     }
 }
 
@@ -100,87 +77,28 @@ void checkOwnRelationships(const PackageView& package, Findings& findings) {
     if (package.relationshipsItem == nullptr) return;
     const std::string& name = package.relationshipsItem->shownName;
     const auto& type = package.relationshipsItem->type;
-    if (!type || !(*type == relationshipsType())) {
-        findings.add(
-            "relationships-type", name,
-            fmt::format("has the content type \"{}\"; expected \"{}\"",
-                        type ? shown(type->toString()) : "", shown(relationshipsType().toString())),
-            repairFix(package));
+    const auto& expected = opc::names::relationshipsType();
+    if (!type || !(*type == expected)) {
+        findings.add("relationships-type", name,
+                     fmt::format("has the content type \"{}\"; expected \"{}\"",
+                                 type ? shown(type->toString()) : "", shown(expected.toString())),
+                     repairFix(package));
     }
     for (const std::string& fault : package.relationshipFaults)
         findings.add("relationships-entry", name, fault, repairFix(package));
 }
 
-// The name of the part whose relationships stand in `name`: "/a/_rels/b.rels" belongs to "/a/b".
-std::optional<PartName> sourceOf(const PartName& name) {
-    ustring text = name.toString();
-    const std::size_t folder = text.rfind(u'/', text.rfind(u'/') - 1);
-    text = text.substr(0, folder + 1) + text.substr(text.rfind(u'/') + 1);
-    text.resize(text.size() - std::u16string_view(u".rels").size());
-    if (!PartName::isValid(text)) return std::nullopt;
-    return PartName(std::u16string_view(text));
-}
-
-// A target as it is meant where `source` says it: relative to the source's folder.
-URI resolved(const PartName& source, const URI& target) {
-    const ustring& text = target.toString();
-    if (text.starts_with(u'/')) return target;
-    const ustring& name = source.toString();
-    return URI(name.substr(0, name.rfind(u'/') + 1) + text);
-}
-
-// Follows relationships from the package on.
-class Reach {
-public:
-    explicit Reach(const PackageView& package) : package_(&package) {}
-
-    void follow() {
-        for (const Relationship& relationship : package_->relationships)
-            visit(package_->target(relationship));
-        while (!open_.empty()) {
-            const ViewedItem* part = open_.back();
-            open_.pop_back();
-            followFrom(*part);
-        }
-    }
-    bool holds(const PartName& name) const { return reached_.contains(name.key()); }
-
-private:
-    void visit(const ViewedItem* part) {
-        if (part != nullptr && reached_.insert(part->name->key()).second) open_.push_back(part);
-    }
-
-    void followFrom(const ViewedItem& part) {
-        const ustring& name = part.name->toString();
-        const std::size_t slash = name.rfind(u'/') + 1;
-        const ustring table = name.substr(0, slash) + u"_rels/" + name.substr(slash) + u".rels";
-        const ViewedItem* found = PartName::isValid(table) ? package_->find(table) : nullptr;
-        const auto document = found ? package_->read(*found, kMaxXmlBytes) : std::nullopt;
-        if (!document) return;
-        for (const Relationship& relationship : RelationshipsTable(*document).relationships) {
-            visit(package_->target(Relationship(relationship.getID(), relationship.getType(),
-                                                resolved(*part.name, relationship.getTargetURI()),
-                                                relationship.getTargetMode())));
-        }
-    }
-
-    const PackageView* package_;
-    std::set<std::string> reached_;  // part name keys
-    std::vector<const ViewedItem*> open_;
-};
-
 void checkReach(const PackageView& package, Findings& findings) {
-    Reach reach(package);
-    reach.follow();
-    for (const ViewedItem& item : package.items) {
-        if (!item.isPart() || *item.name == packageRelationships()) continue;
-        if (isRelationshipsName(*item.name)) {
-            const auto source = sourceOf(*item.name);
+    const auto reachable = package.reachable();
+    for (const FoundItem& item : package.items) {
+        if (!item.isPart() || *item.name == opc::names::packageRelationships()) continue;
+        if (opc::names::isRelationshipsName(*item.name)) {
+            const auto source = opc::names::sourceOf(*item.name);
             if (source && package.find(*source) != nullptr) continue;
             findings.add("relationships-orphan", item.shownName,
                          "the part that it belongs to is not in the package",
                          "remove it from the zip file");
-        } else if (!reach.holds(*item.name)) {
+        } else if (!reachable.contains(&item)) {
             findings.add("part-unreachable", item.shownName,
                          "no relationship leads to it, so readers pass it over",
                          "add a relationship that leads to it, or remove it");
@@ -237,7 +155,7 @@ void checkCoreProperties(const PackageView& package, Findings& findings) {
         });
     } catch (const Error& e) {
         // Damaged bytes have been told.
-        const auto isDamaged = [](const ViewedItem& item) { return !item.fault.empty(); };
+        const auto isDamaged = [](const FoundItem& item) { return !item.fault.empty(); };
         if (std::ranges::any_of(package.items, isDamaged)) return;
         const std::size_t colon = e.text().find(": ");
         const bool namesPart = e.text().starts_with('/') && colon != std::string::npos;

@@ -6,8 +6,9 @@
 #include <opc/Exception.hpp>
 #include <opc/HostProperties.hpp>
 #include <opc/Package.hpp>
-#include <opc/PackageTables.hpp>
+#include <opc/PackageNames.hpp>
 #include <opc/StandardProperties.hpp>
+#include <opc/XmlElements.hpp>
 
 #include <algorithm>
 #include <cstdint>
@@ -34,6 +35,7 @@ namespace {
 using foundation::ustring;
 using foundation::ustring_view;
 using opc::model::ContentType;
+using opc::model::FoundItem;
 using opc::model::Package;
 using opc::model::PackageHelper;
 using opc::model::PartName;
@@ -110,7 +112,7 @@ constexpr PropertiesPart kPropertiesParts[] = {
 
 // The relationship type of the parts of an app to which this one belongs, by its name or else by its
 // content type; empty when it is none.
-ustring kindOf(const ViewedItem& item) {
+ustring kindOf(const FoundItem& item) {
     const auto isNamed = [&](const layout::AppPart& part) {
         return *item.name == PartName(part.name);
     };
@@ -143,7 +145,7 @@ public:
 
     void run() {
         report_.lost = from_.lost;
-        for (const ViewedItem& item : from_.items)
+        for (const FoundItem& item : from_.items)
             takeItem(item);
         for (const Relationship& relationship : from_.relationships)
             takeRelationship(relationship);
@@ -163,7 +165,7 @@ private:
     }
     void mend(std::string text) { report_.mended.push_back(std::move(text)); }
 
-    void takeItem(const ViewedItem& item) {
+    void takeItem(const FoundItem& item) {
         if (&item == from_.typesItem || &item == from_.relationshipsItem) return;
         if (item.item->isDirectory()) return mend("left out the folder " + item.shownName);
         if (!item.fault.empty()) return lose(item.shownName, item.fault);
@@ -184,7 +186,7 @@ private:
         tellOfItem(item, type);
     }
 
-    void tellOfItem(const ViewedItem& item, const ContentType& type) {
+    void tellOfItem(const FoundItem& item, const ContentType& type) {
         if (!item.directoryName.empty()) {
             mend(
                 fmt::format("called {} by its name in its local header, which the package knows; "
@@ -200,8 +202,8 @@ private:
     }
 
     // The parts whose XML readers of apps parse.
-    std::set<const ViewedItem*> xmlParts() const {
-        std::set<const ViewedItem*> parts;
+    std::set<const FoundItem*> xmlParts() const {
+        std::set<const FoundItem*> parts;
         for (const layout::AppPart& part :
              {layout::kMetadata, layout::kCoreProperties, layout::kHostProperties}) {
             if (isAppName(from_.file)) parts.insert(from_.findItem(PartName(part.name)));
@@ -212,8 +214,8 @@ private:
         return parts;
     }
 
-    std::set<const ViewedItem*> thumbnails() const {
-        std::set<const ViewedItem*> parts;
+    std::set<const FoundItem*> thumbnails() const {
+        std::set<const FoundItem*> parts;
         for (const Relationship* link :
              from_.byType(PackageHelper::getThumbnailRelationshipType())) {
             parts.insert(from_.targetItem(*link));
@@ -223,8 +225,8 @@ private:
     }
 
     // What relationships say that items are; of several kinds the first.
-    std::map<const ViewedItem*, const layout::AppPart*> linkedParts() const {
-        std::map<const ViewedItem*, const layout::AppPart*> parts;
+    std::map<const FoundItem*, const layout::AppPart*> linkedParts() const {
+        std::map<const FoundItem*, const layout::AppPart*> parts;
         for (const layout::AppPart& part : layout::kParts) {
             for (const Relationship* link : from_.byType(part.relationshipType))
                 parts.try_emplace(from_.targetItem(*link), &part);
@@ -233,7 +235,7 @@ private:
     }
 
     // Why readers stop at such a part; a package without it is better than one with it.
-    std::optional<std::string> xmlFault(const ViewedItem& item) const {
+    std::optional<std::string> xmlFault(const FoundItem& item) const {
         if (!xmlParts_.contains(&item)) return std::nullopt;
         try {
             opc::model::readXmlElements(textOf(item), "");
@@ -243,8 +245,8 @@ private:
         }
     }
 
-    ContentType typeFor(const ViewedItem& item) const {
-        if (isRelationshipsName(*item.name)) return relationshipsType();
+    ContentType typeFor(const FoundItem& item) const {
+        if (opc::names::isRelationshipsName(*item.name)) return opc::names::relationshipsType();
         for (const layout::AppPart& part : layout::kParts) {
             if (*item.name == PartName(part.name)) return ContentType(part.contentType);
         }
@@ -252,7 +254,7 @@ private:
     }
 
     // Of an item that has none.
-    ContentType likelyType(const ViewedItem& item) const {
+    ContentType likelyType(const FoundItem& item) const {
         for (const auto& format : layout::app::kScreenshotFormats) {
             if (*item.name == layout::screenshotName(format.extension)) return format.contentType();
         }
@@ -266,7 +268,7 @@ private:
         const ustring& target = link.getTargetURI().toString();
         if (layout::isAppRelationship(link.getType())) {
             if (const auto fault = appLinkFault(link)) return loseLink(link, *fault);
-        } else if (!isExternal && !leadsToPart(link)) {
+        } else if (!isExternal && !to_.hasTarget(link)) {
             return loseLink(link, leadsNowhere(target));
         }
         if (isExternal) {
@@ -290,7 +292,7 @@ private:
         if (link.getTargetMode() == TargetMode::External) {
             return fmt::format("it leads out of the package, to \"{}\"", target);
         }
-        if (!leadsToPart(link)) return leadsNowhere(link.getTargetURI().toString());
+        if (!to_.hasTarget(link)) return leadsNowhere(link.getTargetURI().toString());
         if (isOfAnotherKind(link)) {
             return fmt::format("it leads to {}, which is a part of another kind", target);
         }
@@ -301,7 +303,7 @@ private:
     }
 
     bool isOfAnotherKind(const Relationship& link) const {
-        const ViewedItem* const target = from_.targetItem(link);
+        const FoundItem* const target = from_.targetItem(link);
         if (target == nullptr) return false;
         const ustring kind = kindOf(*target);
         return !kind.empty() && kind != link.getType();
@@ -313,10 +315,7 @@ private:
         if (!isNew) return *found->second;
         int most = -1;
         for (const Relationship* link : from_.byType(type)) {
-            if (link->getTargetMode() == TargetMode::External || !leadsToPart(*link) ||
-                isOfAnotherKind(*link)) {
-                continue;
-            }
+            if (!to_.hasTarget(*link) || isOfAnotherKind(*link)) continue;
             const int weight = weightOf(type, PartName(link->getTargetURI()));
             if (weight > most) found->second = link;
             most = std::max(most, weight);
@@ -326,7 +325,7 @@ private:
 
     // The thumbnail is the screenshot that was set last. Of properties, those that can be read count.
     int weightOf(const ustring& type, const PartName& name) const {
-        const ViewedItem* item = from_.findItem(name);
+        const FoundItem* item = from_.findItem(name);
         const bool isThumbnail =
             type == layout::app::kScreenshotRelationship && thumbnails_.contains(item);
         const bool isReadable = std::ranges::any_of(kPropertiesParts, [&](const auto& each) {
@@ -335,7 +334,7 @@ private:
         return 4 * (isThumbnail || isReadable) + claimOf(type, name);
     }
 
-    std::string textOf(const ViewedItem& item) const {
+    std::string textOf(const FoundItem& item) const {
         return from_.read(item, kMaxXmlBytes).value_or("");
     }
 
@@ -358,24 +357,15 @@ private:
         return 2 * std::ranges::any_of(formats, isImage) + std::ranges::any_of(formats, isUsual);
     }
 
-    bool leadsToPart(const Relationship& link) const {
-        try {
-            return to_.hasPart(PartName(link.getTargetURI()));
-        } catch (const opc::Exception&) {
-            return false;
-        }
-    }
-
     void tellOfTables() {
-        if (!from_.types) mend("made [Content_Types].xml anew, since it is lost");
+        if (!from_.hasTypes) mend("made [Content_Types].xml anew, since it is lost");
         const auto* own = from_.relationshipsItem;
         if (own == nullptr || !own->fault.empty()) {
             mend("made /_rels/.rels anew, since it is lost");
         }
         for (const std::string& fault : from_.relationshipFaults)
             lose("an entry of /_rels/.rels", fault);
-        if (!from_.types) return;
-        for (const std::string& fault : from_.types->faults())
+        for (const std::string& fault : from_.typeFaults)
             lose("an entry of [Content_Types].xml", fault);
     }
 
@@ -398,7 +388,7 @@ private:
     void settleSharedParts() {
         std::map<PartName, std::vector<Relationship>> links;
         for (const Relationship& link : to_.getRelationships()) {
-            if (!layout::isAppRelationship(link.getType()) || !leadsToPart(link)) continue;
+            if (!layout::isAppRelationship(link.getType()) || !to_.hasTarget(link)) continue;
             links[PartName(link.getTargetURI())].push_back(link);
         }
         for (const auto& [name, shared] : links) {
@@ -446,7 +436,7 @@ private:
     void loseIdleScreenshots() {
         std::set<PartName> used;
         for (const Relationship& link : to_.getRelationships()) {
-            if (leadsToPart(link)) used.emplace(link.getTargetURI());
+            if (to_.hasTarget(link)) used.emplace(link.getTargetURI());
         }
         for (const auto& format : layout::app::kScreenshotFormats) {
             const PartName name = layout::screenshotName(format.extension);
@@ -512,8 +502,8 @@ private:
     Package& to_;
     const FileName& file_;
     RepairReport& report_;
-    std::set<const ViewedItem*> xmlParts_, thumbnails_;
-    std::map<const ViewedItem*, const layout::AppPart*> linkedParts_;
+    std::set<const FoundItem*> xmlParts_, thumbnails_;
+    std::map<const FoundItem*, const layout::AppPart*> linkedParts_;
     std::map<ustring, const Relationship*> meant_;  // by type
 };
 

@@ -36,8 +36,10 @@ public:
     explicit PartName(ustring_view name);
     explicit PartName(const URI& target);
 
-    // For names that may well be none: nothing, where the constructor would throw.
-    static std::optional<PartName> fromName(ustring name);
+    // For names and targets that may well be none: nothing, where the constructor would throw. Says why
+    // not in `reason` when given.
+    static std::optional<PartName> fromName(ustring name, std::string* reason = nullptr);
+    static std::optional<PartName> fromTarget(const URI& target);
 
     // Whether `name` is a part name; says why not in `reason` when given.
     static bool isValid(ustring_view name, std::string* reason = nullptr);

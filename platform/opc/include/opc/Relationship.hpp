@@ -3,6 +3,7 @@
 #include <foundation/Export.hpp>
 #include <opc/Names.hpp>
 
+#include <optional>
 #include <vector>
 
 namespace opc::model {
@@ -18,6 +19,9 @@ public:
     const ustring& getType() const noexcept { return type_; }
     const URI& getTargetURI() const noexcept { return target_; }
     TargetMode getTargetMode() const noexcept { return mode_; }
+    // The part that it leads to, there or not, where the package is the source; nullopt when it leads out
+    // of the package or its target is no part name.
+    std::optional<PartName> getTargetName() const;
     friend bool operator==(const Relationship&, const Relationship&) = default;
 
 private:

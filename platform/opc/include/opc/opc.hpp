@@ -3,13 +3,15 @@
 #include <opc/CoreProperties.hpp>
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/Exception.hpp>
+#include <opc/FoundPackage.hpp>
 #include <opc/ImageTypes.hpp>
 #include <opc/Names.hpp>
 #include <opc/Package.hpp>
-#include <opc/PackageTables.hpp>
+#include <opc/PackageNames.hpp>
 #include <opc/PartKind.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/Streams.hpp>
 #include <opc/XercesHelper.hpp>
+#include <opc/XmlElements.hpp>
 #include <opc/ZipArchive.hpp>
 #include <opc/ZipPhysicalPackage.hpp>

@@ -142,11 +142,11 @@ ContentTypes ContentTypes::parse(std::string_view document, const std::string& w
     return types;
 }
 
-ContentTypes ContentTypes::parseLeniently(std::string_view document, const std::string& where,
+ContentTypes ContentTypes::parseLeniently(std::string_view document,
                                           std::vector<std::string>& faults) {
     ContentTypes types;
     ContentTypesHandler handler(types, &faults);
-    readLeniently(document, where, handler, faults);
+    readLeniently(document, handler, faults);
     return types;
 }
 

@@ -20,8 +20,7 @@ public:
     // Throws opc::Exception that starts with `where` for a table that breaks a rule.
     static ContentTypes parse(std::string_view document, const std::string& where);
     // Takes what can be understood, and adds what breaks a rule to `faults`.
-    static ContentTypes parseLeniently(std::string_view document, const std::string& where,
-                                       std::vector<std::string>& faults);
+    static ContentTypes parseLeniently(std::string_view document, std::vector<std::string>& faults);
 
     // Null when the table has no type for the name.
     const ContentType* find(const PartName& name) const;

@@ -244,9 +244,17 @@ PartName::PartName(ustring_view name) : PartName(Checked(), checkedName(name)) {
 
 PartName::PartName(const URI& target) : PartName(ustring_view(resolvedPath(target))) {}
 
-std::optional<PartName> PartName::fromName(ustring name) {
-    if (!isValid(name)) return std::nullopt;
+std::optional<PartName> PartName::fromName(ustring name, std::string* reason) {
+    if (!isValid(name, reason)) return std::nullopt;
     return PartName(Checked(), std::move(name));
+}
+
+std::optional<PartName> PartName::fromTarget(const URI& target) {
+    try {
+        return PartName(target);
+    } catch (const Exception&) {
+        return std::nullopt;
+    }
 }
 
 bool PartName::isValid(ustring_view name, std::string* reason) {

@@ -7,7 +7,6 @@
 #include <opc/PackageNames.hpp>
 #include "platform/opc/src/package/PackageState.hpp"
 
-#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -26,17 +25,6 @@ auto translated(const fl::filesystem::path& file, Work work) {
         return work();
     } catch (const std::system_error& error) {
         throw Exception(shown(file) + ": " + error.what());
-    }
-}
-
-// The part name that a relationship leads to; nullopt when it leads out of the package, or its target
-// is no part name: it may be written any way.
-std::optional<PartName> targetName(const Relationship& relationship) {
-    if (relationship.getTargetMode() == TargetMode::External) return std::nullopt;
-    try {
-        return PartName(relationship.getTargetURI());
-    } catch (const Exception&) {
-        return std::nullopt;
     }
 }
 
@@ -147,7 +135,7 @@ Part Package::getTarget(const Relationship& relationship) const {
 }
 
 bool Package::hasTarget(const Relationship& relationship) const {
-    const auto name = targetName(relationship);
+    const auto name = relationship.getTargetName();
     return name && hasPart(*name);
 }
 
@@ -160,7 +148,7 @@ void Package::requireNoUntypedItem(const PartName& name) const {
 }
 
 bool Package::hasUntypedTarget(const Relationship& relationship) const {
-    const auto name = targetName(relationship);
+    const auto name = relationship.getTargetName();
     return name && hasUntypedItem(*name);
 }
 

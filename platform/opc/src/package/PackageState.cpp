@@ -2,8 +2,6 @@
 
 #include <opc/Exception.hpp>
 
-#include <fl/i18n.hpp>
-#include <foundation/Immortal.hpp>
 #include <foundation/Shown.hpp>
 
 #include <opc/PackageNames.hpp>
@@ -12,31 +10,20 @@
 
 #include <algorithm>
 #include <iterator>
-#include <optional>
 #include <utility>
 
 namespace opc::model {
 
 using foundation::shown;
 
-using fl::i18n::ustring_to_utf8;
 using interfaces::OpenMode;
+using names::isRelationshipsName;
+using names::itemNameOf;
 
 namespace {
 
 std::string_view asText(const std::vector<std::uint8_t>& bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
-
-// The part that an item would be; nullopt when its name is no part name.
-std::optional<PartName> partNameOf(const zip::ZipItem& item) {
-    if (item.isDirectory()) return std::nullopt;
-    // Beyond ASCII nothing is a part name, so widening the bytes is enough.
-    ustring name = u"/";
-    name.reserve(1 + item.name.size());
-    for (const char c : item.name)
-        name += char16_t(static_cast<unsigned char>(c));
-    return PartName::fromName(std::move(name));
 }
 
 // Whether an item is a piece of a part that is stored in pieces, "part/[0].piece", which some readers
@@ -46,34 +33,11 @@ bool isPiece(std::string_view item) {
     return last.starts_with('[') && (last.ends_with("].piece") || last.ends_with("].last.piece"));
 }
 
-std::string itemNameOf(const PartName& name) {
-    return ustring_to_utf8(ustring_view(name.toString()).substr(1));
-}
-
-bool isRelationshipsName(const PartName& name) {
-    const auto lower = ascii::lowered(ustring_view(name.toString()));
-    const auto slash = lower.rfind(u'/');
-    return ustring_view(lower).substr(0, slash + 1).ends_with(names::kRelationshipsFolder) &&
-           lower.ends_with(names::kRelationshipsExtension);
-}
-
 bool isPackageRelationships(const PartName& name) {
-    static const foundation::Immortal<PartName> own(names::kRelationshipsPart);
-    return name == *own;
-}
-
-bool derives(std::string_view name, std::string_view parent) {
-    return name.size() > parent.size() && name.starts_with(parent) && name[parent.size()] == '/';
+    return name == names::packageRelationships();
 }
 
 }  // namespace
-
-bool PartOrder::operator()(std::string_view a, std::string_view b) const noexcept {
-    const auto [inA, inB] = std::ranges::mismatch(a, b);
-    if (inA == a.end() || inB == b.end()) return inA == a.end() && inB != b.end();
-    const auto rank = [](char c) { return c == '/' ? 0 : static_cast<unsigned char>(c); };
-    return rank(*inA) < rank(*inB);
-}
 
 PackageState::PackageState(const zippackage::ZipPhysicalPackage& physical, OpenMode mode)
     : physical_(&physical), mode_(mode), file_(shown(physical.path())) {
@@ -104,9 +68,8 @@ void PackageState::load() {
 
 void PackageState::loadTypes() {
     const auto& items = archive_->items();
-    const auto found = std::ranges::find_if(items, [](const zip::ZipItem& item) {
-        return ascii::equalIgnoringCase(std::string_view(item.name), names::kContentTypesItem);
-    });
+    const auto found = std::ranges::find_if(
+        items, [](const zip::ZipItem& item) { return names::isContentTypesItem(item.name); });
     if (found == items.end()) {
         refuse("not a package: the zip file holds no \"" + std::string(names::kContentTypesItem) +
                "\"; choose a packaged app file");
@@ -122,7 +85,7 @@ void PackageState::loadItem(const zip::ZipItem& item) {
                ": is a piece of a part, which is not supported; save the package with parts in one "
                "piece");
     }
-    const auto name = partNameOf(item);
+    const auto name = names::partNameOf(item.name);
     if (!name) return;
     const auto* const type = types_.find(*name);
     if (type == nullptr) {
@@ -139,9 +102,9 @@ void PackageState::loadItem(const zip::ZipItem& item) {
 }
 
 void PackageState::loadRelationships() {
-    const PartName name(names::kRelationshipsPart);
+    const PartName& name = names::packageRelationships();
     const auto* const part = findPart(name);
-    const bool typed = part != nullptr && (*part)->type == ContentType(names::kRelationshipsType);
+    const bool typed = part != nullptr && (*part)->type == names::relationshipsType();
     if (!typed && (part != nullptr || untyped_.contains(name.key()))) {
         refuse(shown(name.toString()) + " has the content type \"" +
                (part ? shown((*part)->type.toString()) : "") + "\"; expected \"" +
@@ -170,9 +133,9 @@ void PackageState::save() {
 }
 
 void PackageState::saveRelationships() {
-    const PartName name(names::kRelationshipsPart);
+    const PartName& name = names::packageRelationships();
     const auto* const part = findPart(name);
-    types_.set(name, ContentType(names::kRelationshipsType));
+    types_.set(name, names::relationshipsType());
     setTable(part ? (*part)->itemName : itemNameOf(name), relationships_.toXml());
 }
 
@@ -225,7 +188,7 @@ void PackageState::requireFree(const PartName& name, const ContentType& type) co
     if (isPackageRelationships(name)) {
         refuse(shown(name.toString()) + " is kept by the package; create relationships instead");
     }
-    if (isRelationshipsName(name) && !(type == ContentType(names::kRelationshipsType))) {
+    if (isRelationshipsName(name) && !(type == names::relationshipsType())) {
         refuse(shown(name.toString()) +
                " is the name of a relationships part; its type must be \"" +
                shown(names::kRelationshipsType) + "\"");

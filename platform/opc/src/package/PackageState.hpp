@@ -4,6 +4,7 @@
 #include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/package/ContentTypes.hpp"
+#include "platform/opc/src/package/PartOrder.hpp"
 #include "platform/opc/src/package/PartStreams.hpp"
 #include "platform/opc/src/package/RelationshipsPart.hpp"
 #include "platform/opc/src/zip/ZipWriter.hpp"
@@ -42,13 +43,6 @@ struct PartEntry {
     std::uint64_t order = 0;
     Leases<InputStream> inputs;  // of content set in this session
     Leases<OutputStream> outputs;
-};
-
-// Part name keys, ordered so that the names derived from a name follow it directly: "/" comes before
-// every other character. So among names none of which derives from another, the parent of a new name
-// can only be its predecessor, and a child only its successor.
-struct PartOrder {
-    bool operator()(std::string_view a, std::string_view b) const noexcept;
 };
 
 // Everything that a package has while it is open.

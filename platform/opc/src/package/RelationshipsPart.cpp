@@ -104,11 +104,10 @@ RelationshipsPart RelationshipsPart::parse(std::string_view document, const std:
 }
 
 RelationshipsPart RelationshipsPart::parseLeniently(std::string_view document,
-                                                    const std::string& where,
                                                     std::vector<std::string>& faults) {
     RelationshipsPart part;
     RelationshipsHandler handler(part, &faults);
-    readLeniently(document, where, handler, faults);
+    readLeniently(document, handler, faults);
     return part;
 }
 

@@ -19,7 +19,7 @@ public:
     // judged: a dangling or oddly written one harms only whoever follows it.
     static RelationshipsPart parse(std::string_view document, const std::string& where);
     // Takes what can be understood, and adds what breaks a rule to `faults`.
-    static RelationshipsPart parseLeniently(std::string_view document, const std::string& where,
+    static RelationshipsPart parseLeniently(std::string_view document,
                                             std::vector<std::string>& faults);
 
     std::vector<Relationship> all() const;

@@ -6,6 +6,13 @@
 
 namespace opc::model {
 
+namespace {
+
+// In front of messages about a document that is called "": faults are told without it.
+constexpr std::string_view kNoPlace = ": ";
+
+}  // namespace
+
 void TableHandler::start(const xml::StartTag& tag) {
     try {
         startElement(tag);
@@ -27,12 +34,12 @@ void TableHandler::fault(const xml::Refusal& refusal) {
     if (faults_->empty() || faults_->back() != refusal.what()) faults_->push_back(refusal.what());
 }
 
-void readLeniently(std::string_view document, const std::string& where, TableHandler& handler,
+void readLeniently(std::string_view document, TableHandler& handler,
                    std::vector<std::string>& faults) {
     try {
-        xml::read(document, where, handler);
+        xml::read(document, "", handler);
     } catch (const Exception& fault) {
-        faults.push_back(std::string(fault.what()).substr(where.size() + 2));
+        faults.push_back(std::string(fault.what()).substr(kNoPlace.size()));
     }
 }
 

@@ -25,7 +25,7 @@ private:
 };
 
 // Reads as far as the document is well-formed, and adds where it is not to `faults`, too.
-void readLeniently(std::string_view document, const std::string& where, TableHandler& handler,
+void readLeniently(std::string_view document, TableHandler& handler,
                    std::vector<std::string>& faults);
 
 }  // namespace opc::model

@@ -1,15 +1,10 @@
-#include <opc/PackageTables.hpp>
+#include <opc/XmlElements.hpp>
 
-#include "platform/opc/src/package/ContentTypes.hpp"
-#include "platform/opc/src/package/RelationshipsPart.hpp"
 #include "platform/opc/src/xml/XmlReader.hpp"
 
 namespace opc::model {
 
 namespace {
-
-// Faults are told without it.
-constexpr const char* kNowhere = "";
 
 class ElementCollector final : public xml::Handler {
 public:
@@ -36,22 +31,6 @@ private:
 };
 
 }  // namespace
-
-ContentTypesTable::ContentTypesTable(std::string_view document)
-    : types_(std::make_shared<ContentTypes>(
-          ContentTypes::parseLeniently(document, kNowhere, faults_))) {}
-
-std::optional<ContentType> ContentTypesTable::find(const PartName& name) const {
-    const ContentType* const found = types_->find(name);
-    return found ? std::optional(*found) : std::nullopt;
-}
-
-std::vector<PartName> ContentTypesTable::overrides() const {
-    return types_->overrides();
-}
-
-RelationshipsTable::RelationshipsTable(std::string_view document)
-    : relationships(RelationshipsPart::parseLeniently(document, kNowhere, faults).all()) {}
 
 const std::string* XmlElement::attribute(std::string_view attributeName) const {
     for (const auto& [key, value] : attributes) {
