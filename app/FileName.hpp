@@ -4,6 +4,7 @@
 #include <fl/filesystem.hpp>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace qzapp {
@@ -12,6 +13,8 @@ namespace qzapp {
 struct HeldFile {
     fl::filesystem::FileDescriptor file;
     fl::filesystem::FileStamp stamp;
+    // The file that it is a copy of, if any: standard input may be one.
+    std::optional<fl::filesystem::FileStamp> original = {};
 };
 
 // A file as the user named it. Messages show `shown`, which for a private working copy is the name of

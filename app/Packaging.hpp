@@ -6,6 +6,7 @@
 #include <foundation/ustring.hpp>
 
 #include <optional>
+#include <vector>
 
 #include "app/Fields.hpp"
 #include "app/FileName.hpp"
@@ -19,6 +20,7 @@ struct Content {
     std::optional<FileName> model;
     std::optional<appserialization::Screenshot> screenshot;
     FieldValues fields;
+    std::vector<FileName> sources;  // all files that it was read from, held open
 
     bool empty() const { return !code && !model && !screenshot && fields.empty(); }
 };

@@ -36,7 +36,7 @@ class ToolTest(unittest.TestCase):
     def run_tool(self, *args, limit=None, env={}, **options):
         """`limit` is a bound of the shell, such as "-s 128"."""
         options = {"stdout": subprocess.PIPE, **options}
-        if "input" not in options:
+        if "input" not in options and "stdin" not in options:
             options["stdin"] = subprocess.DEVNULL
         shell = ["sh", "-c", f'ulimit {limit} && exec "$0" "$@"'] if limit else []
         return subprocess.run([*shell, TOOL, *args], cwd=self.dir, env={**os.environ, **env}, timeout=120,

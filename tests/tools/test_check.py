@@ -412,7 +412,7 @@ class Repair(CheckTest):
         before = self.names(), self.read("app.kvpkg")
         rows = [
             (1, "app.kvpkg: exists already; give --force to replace it", "app.kvpkg", "text.kvpkg"),
-            (2, "--repair: link.kvpkg is the damaged file itself; give another name", "link.kvpkg", "--force",
+            (2, "link.kvpkg: is itself what is read, app.kvpkg; name another file", "link.kvpkg", "--force",
              "app.kvpkg"),
             (1, "none.kvpkg: holds no items, so there is nothing to keep; get the file again", "out.kvpkg", "none.kvpkg"),
             (1, "text.kvpkg: is not a zip file but text; choose another file; nothing in it can be read, so there is "
@@ -420,6 +420,10 @@ class Repair(CheckTest):
         ]
         for status, message, *args in rows:
             self.fails(status, message, "check", "--repair", *args)
+        for name in ("app.kvpkg", "link.kvpkg"):
+            with open(self.dir / "app.kvpkg", "rb") as standard_input:
+                self.fails(2, f"{name}: is itself what is read, standard input; name another file", "check", "--repair",
+                           name, "--force", "-", stdin=standard_input)
         self.assertEqual((self.names(), self.read("app.kvpkg")), before)
 
     def test_whatever_the_damage_repair_ends_and_its_output_passes(self):

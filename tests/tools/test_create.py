@@ -59,6 +59,33 @@ class Create(ToolTest):
         self.create("a.kvpkg", "--force")
         self.assertEqual(self.metadata("a.kvpkg")["Name"], "Wärmefeld")
 
+    def test_no_output_takes_the_place_of_an_input(self):
+        inputs = {"c.k": b"x = 1;\n", "m.kvd": b"model", "m.json": b"{}", "s.png": b"\x89PNG", "e/code.k": b"y = 2;\n"}
+        (self.dir / "e").mkdir()
+        for name, content in inputs.items():
+            self.write(name, content)
+        rows = [(args, name, link) for args, names in (
+            (["create", "o.kvpkg", "--force", "--code", "c.k", "--model", "m.kvd", "--metadata", "m.json",
+              "--screenshot", "s.png"], ["c.k", "m.kvd", "m.json", "s.png"]),
+            (["convert", "c.k", "o.kvpkg", "--force", "--model", "m.kvd"], ["c.k", "m.kvd"]),
+        ) for name in names for link in (os.symlink, os.link)]
+        for args, name, link in rows:
+            with self.subTest(args=args[0], name=name, link=link):
+                link(self.dir / name, self.dir / "o.kvpkg")
+                self.fails(2, f"o.kvpkg: is itself what is read, {name}; name another file", *args)
+                if name != "s.png":
+                    with open(self.dir / name, "rb") as standard_input:
+                        self.fails(2, "o.kvpkg: is itself what is read, standard input; name another file",
+                                   *("-" if arg == name else arg for arg in args), stdin=standard_input)
+                self.assertEqual(self.read(name), inputs[name])
+                (self.dir / "o.kvpkg").unlink()
+        (self.dir / "e/metadata.json").hardlink_to(self.dir / "e/code.k")
+        self.fails(2, "e/metadata.json: is itself what is read, e/code.k; name another file", "extract", "e/code.k", "-o",
+                   "e", "--force", "--only", "metadata")
+        self.assertEqual(self.names("e"), ["code.k", "metadata.json"])
+        self.small("a.kvpkg")
+        self.fails(2, "a.kvpkg: is itself what is read, a.kvpkg; name another file", "edit", "a.kvpkg", "--model", "a.kvpkg")
+
     def test_wrong_command_lines(self):
         self.write("c.k", "x")
         create = ["create", "a.kvpkg", "--code", "c.k", "--model", "c.k"]

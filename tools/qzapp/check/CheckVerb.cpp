@@ -96,20 +96,6 @@ FileName outArgument(const FileName& file, const std::string& name) {
     return isAppName(file) ? newPackageArgument(name) : fileArgument(name);
 }
 
-// Through whatever links: the damaged file may be all that is left.
-void requireOtherFile(const FileName& file, const FileName& out) {
-    fl::filesystem::FileStamp target;
-    try {
-        target = openFile(out).stamp();
-    } catch (const Error&) {
-        return;  // there is none
-    }
-    const auto source = openFile(file).stamp();
-    if (target.device != source.device || target.inode != source.inode) return;
-    throw UsageError("--repair",
-                     fmt::format("{} is the damaged file itself; give another name", out.shown));
-}
-
 int repair(const CheckOptions& options) {
     if (options.files.size() != 1)
         throw UsageError("--repair", "takes one FILE; repair them one by one");
@@ -120,7 +106,7 @@ int repair(const CheckOptions& options) {
         throw Error(file.shown, "a text app is repaired in an editor; \"qzapp check\" says where");
     }
     requireAbsent(out, options.force);
-    requireOtherFile(file, out);
+    requireNoInput(out, {file});
     const RepairReport done = repairPackage(file, out);
     const Findings result = checkFile(hold(out));
     printReport(out, options.json ? jsonLine(repairJson(file, out, done, result))

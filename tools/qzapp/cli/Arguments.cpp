@@ -68,4 +68,17 @@ void requireAbsent(const FileName& file, bool force) {
     throw Error(file.shown, "exists already; give --force to replace it");
 }
 
+void requireNoInput(const FileName& out, const std::vector<FileName>& inputs) {
+    const auto target = about(out, [&] { return fl::filesystem::findStamp(out.path); });
+    if (!target) return;
+    const auto isTarget = [&](const fl::filesystem::FileStamp& stamp) {
+        return stamp.device == target->device && stamp.inode == target->inode;
+    };
+    for (const FileName& input : inputs) {
+        if (!isTarget(input.held->original.value_or(input.held->stamp))) continue;
+        throw UsageError(out.shown,
+                         fmt::format("is itself what is read, {}; name another file", input.shown));
+    }
+}
+
 }  // namespace qzapp

@@ -3,6 +3,7 @@
 #include <foundation/ustring.hpp>
 
 #include <string>
+#include <vector>
 
 #include "app/Fields.hpp"
 #include "app/FileName.hpp"
@@ -24,5 +25,9 @@ FileName newPackageArgument(const std::string& value);
 
 // Throws unless nothing has this name, not even a dangling link, or `force` allows to replace it.
 void requireAbsent(const FileName& file, bool force);
+
+// Throws where a file that is made would take the place, by whatever link, of one of those that are read
+// for it and held open, or of the one that standard input comes from.
+void requireNoInput(const FileName& out, const std::vector<FileName>& inputs);
 
 }  // namespace qzapp

@@ -54,10 +54,13 @@ void clearFields(FieldValues& values, const std::vector<std::string>& names) {
 }
 
 // What the command line says wins over the metadata file.
-FieldValues loadFields(const ContentOptions& options) {
+FieldValues loadFields(const ContentOptions& options, std::vector<FileName>& sources) {
     FieldValues values = parseAssignments(options.set);
     clearFields(values, options.clear);
-    if (options.metadata) values.merge(readMetadataJson(inputArgument(*options.metadata)));
+    if (options.metadata) {
+        sources.push_back(inputArgument(*options.metadata));
+        values.merge(readMetadataJson(sources.back()));
+    }
     return values;
 }
 
@@ -100,11 +103,15 @@ void addContentOptions(CLI::App& command, ContentOptions& options, bool required
 Content loadContent(const ContentOptions& options) {
     requireOneStandardInput({options.code, options.model, options.metadata});
     Content content;
-    content.fields = loadFields(options);
-    if (options.model) content.model = inputArgument(*options.model);
-    if (options.code) content.code = readText(inputArgument(*options.code), kMaxContentBytes);
+    content.fields = loadFields(options, content.sources);
+    const auto source = [&](FileName file) {
+        return content.sources.emplace_back(std::move(file));
+    };
+    if (options.model) content.model = source(inputArgument(*options.model));
+    if (options.code)
+        content.code = readText(source(inputArgument(*options.code)), kMaxContentBytes);
     if (options.screenshot)
-        content.screenshot = loadScreenshot(hold(fileArgument(*options.screenshot)));
+        content.screenshot = loadScreenshot(source(hold(fileArgument(*options.screenshot))));
     return content;
 }
 

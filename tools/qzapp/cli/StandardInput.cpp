@@ -1,5 +1,6 @@
 #include "tools/qzapp/cli/StandardInput.hpp"
 
+#include <sys/stat.h>
 #include <unistd.h>
 #include <fl/FileDescriptor.hpp>
 #include <fl/Retry.hpp>
@@ -11,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <system_error>
 #include <utility>
@@ -39,6 +41,12 @@ std::size_t readSome(std::span<std::byte> buffer) {
     throw Error(kName, "cannot be read (" + std::generic_category().message(errno) + ")");
 }
 
+std::optional<fl::filesystem::FileStamp> originalOfStandardInput() {
+    struct stat status {};
+    if (::fstat(STDIN_FILENO, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+    return fl::filesystem::stampOf(status);
+}
+
 std::shared_ptr<const HeldFile> keepStandardInput() {
     FileDescriptor file = makeNamelessFile(kName);
     std::vector<std::byte> buffer(kReadBytes);
@@ -53,7 +61,7 @@ std::shared_ptr<const HeldFile> keepStandardInput() {
     }
     if (size == 0) throw Error(kName, "holds nothing; check the program that writes to it");
     const auto stamp = file.stamp();
-    return std::make_shared<HeldFile>(HeldFile{std::move(file), stamp});
+    return std::make_shared<HeldFile>(HeldFile{std::move(file), stamp, originalOfStandardInput()});
 }
 
 // Kept once, whoever asks for it.

@@ -93,6 +93,7 @@ int convert(const ConvertOptions& options) {
     Conversion conversion = convertText(in);
     conversion.content.model = inputArgument(options.model);
     requireAbsent(out, options.force);
+    requireNoInput(out, {in, *conversion.content.model});
     createPackage(out, conversion.content);
     std::string text = fmt::format("wrote {}\n", visible(out.shown));
     for (const std::string& loss : conversion.losses)

@@ -25,6 +25,7 @@ int create(const CreateOptions& options) {
     const FileName out = newPackageArgument(options.out);
     const Content content = loadContent(options.content);
     requireAbsent(out, options.force);
+    requireNoInput(out, content.sources);
     createPackage(out, content);
     printReport(out, fmt::format("wrote {}\n", visible(out.shown)));
     return kDone;

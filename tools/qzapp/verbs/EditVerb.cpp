@@ -193,6 +193,7 @@ int edit(const EditOptions& options) {
     requireForm(file, Form::Packaged);
     requireFile(file);
     const Content content = loadContent(options.content);
+    requireNoInput(file, content.sources);
     const std::string name = visible(file.shown);
     if (content.empty() && !options.removesParts()) {
         openApp(file);

@@ -257,6 +257,8 @@ int extractToFolder(const FileName& file, const Selection& selection,
     const auto links =
         options.directory ? OutputFolder::Links::Follow : OutputFolder::Links::Refuse;
     OutputFolder folder(directory, links, names, options.force);
+    for (const std::string& name : names)
+        requireNoInput(folder.nameOf(name), {file});
     {
         const ProgressBar progress(sizeOf(file));
         for (const ExtractedFile& each : plan.files)
