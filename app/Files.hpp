@@ -12,11 +12,9 @@
 
 namespace qzapp {
 
-// The most that the package library takes as code text or screenshot, and as a part of XML, and far
-// more than any metadata.
+// The most that the package library takes as code text or screenshot, and as a part of XML.
 inline constexpr std::uint64_t kMaxContentBytes = std::uint64_t{256} << 20;
 inline constexpr std::uint64_t kMaxXmlBytes = std::uint64_t{16} << 20;
-inline constexpr std::uint64_t kMaxMetadataBytes = std::uint64_t{16} << 20;
 
 // All of these throw Error about the file.
 

@@ -18,6 +18,9 @@ namespace {
 using nlohmann::ordered_json;
 
 constexpr std::size_t kMaxShownToken = 40;
+// All that a packaged app can hold: three parts of XML (metadata, core properties, host's properties), of
+// which each byte may be a control character that is written as "\u007f".
+constexpr std::uint64_t kMaxMetadataBytes = 3 * 6 * kMaxXmlBytes;
 constexpr int kIndent = 2;
 
 // What the parser stumbled over. Its own token starts at the last string, which it may have taken

@@ -138,6 +138,17 @@ class Create(ToolTest):
             self.fails(1, f"m.json: {message}", *args)
         self.assertEqual(self.names(), ["c.k", "m.json"])
 
+    def test_whatever_an_app_holds_comes_out_and_goes_in_again(self):
+        self.small("a.kvpkg")
+        for field in ("Description", "Summary"):  # in parts of their own
+            self.write("m.json", json.dumps({field: '"' * (7 << 20)}))
+            self.ok("edit", "a.kvpkg", "--metadata", "m.json")
+        self.ok("extract", "a.kvpkg", "-o", "out", "--only", "metadata")
+        self.assertGreater((self.dir / "out/metadata.json").stat().st_size, 27 << 20)
+        self.small("b.kvpkg", "--metadata", "out/metadata.json")
+        self.assertEqual(self.items("b.kvpkg")["metadata/appMetadata.xml"],
+                         self.items("a.kvpkg")["metadata/appMetadata.xml"])
+
     def test_one_input_may_be_standard_input(self):
         self.write("c.k", "x = 1;\n")
         model = os.urandom(1 << 20)
