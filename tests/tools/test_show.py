@@ -6,6 +6,7 @@ import os
 import shutil
 import subprocess
 import unittest
+import zipfile
 
 from support import DOCS, EXAMPLE, MODEL_PART, TOOL, ToolTest
 
@@ -63,6 +64,25 @@ class Diff(ToolTest):
         self.ok("edit", "b.kvpkg", "--screenshot", EXAMPLE / "screenshot.png")
         self.assertNotEqual(self.read("a.kvpkg"), self.read("b.kvpkg"))
         self.assertEqual(self.diff("a.kvpkg", "b.kvpkg"), (0, ""))
+
+    def test_items_that_are_no_parts_count(self):
+        self.small("a.kvpkg")
+        for name, content in (("b", b"more"), ("c", b"less"), ("d", None)):
+            shutil.copy(self.dir / "a.kvpkg", self.dir / f"{name}.kvpkg")
+            with zipfile.ZipFile(self.dir / f"{name}.kvpkg", "a") as package:
+                package.comment = b"no difference"
+                package.writestr("folder/", b"")
+                if content:
+                    package.writestr("notes.zzz", content)
+                    package.writestr("no part name.", b"the same")
+        self.assertEqual(self.diff("a.kvpkg", "d.kvpkg"), (0, ""))
+        status, text = self.diff("b.kvpkg", "c.kvpkg")
+        self.assertEqual(status, 1)
+        self.assertTrue(text.endswith(
+            f"\nparts\n-   /notes.zzz  without a content type  4 bytes  sha256:{sha256(b'more')}\n"
+            f"+   /notes.zzz  without a content type  4 bytes  sha256:{sha256(b'less')}\n"), text)
+        self.assertEqual([part["name"] for part in json.loads(self.diff("--json", "a.kvpkg", "b.kvpkg")[1])["parts"]],
+                         ["/notes.zzz", "no part name."])
 
     def test_what_differs_is_shown(self):
         self.small("a.kvpkg", "--set", "Version=1", "--set", "Description=one\ntwo", "--set",

@@ -97,6 +97,10 @@ std::string screenshotText(const ordered_json& change) {
     return text;
 }
 
+std::string typeText(const std::string& contentType) {
+    return contentType.empty() ? "without a content type" : visible(contentType);
+}
+
 std::string partsText(const ordered_json& changes) {
     std::string text;
     for (const ordered_json& change : changes) {
@@ -106,7 +110,7 @@ std::string partsText(const ordered_json& changes) {
             text +=
                 line(sign, fmt::format("{}  {}  {}  sha256:{}",
                                        visible(change["name"].get<std::string>()),
-                                       visible(part["contentType"].get<std::string>()),
+                                       typeText(part["contentType"].get<std::string>()),
                                        byteCount(part["size"]), part["sha256"].get<std::string>()));
         }
     }
@@ -218,9 +222,11 @@ Action declareDiff(CLI::App& command) {
     command.add_flag("--json", options->json, "One JSON object");
     command.footer(
         "Compares metadata, code (as \"diff -u\", beyond 16 MiB or 250,000 lines by SHA-256) and\n"
-        "parts (by size and SHA-256). The time of the last save and the order of relationships "
-        "are\n"
-        "no difference. Exit status: 0 the same, 1 different, 2 trouble.\n\n"
+        "parts and other items (by content type, size and SHA-256). The time of the last save, "
+        "the\n"
+        "order of relationships, content types of nothing, folder items and the comment of the "
+        "zip\n"
+        "file are no difference. Exit status: 0 the same, 1 different, 2 trouble.\n\n"
         "Example:\n"
         "  qzapp diff atlas-1.0.kvpkg atlas.kvpkg");
     return [options] { return diffOrTrouble(*options); };

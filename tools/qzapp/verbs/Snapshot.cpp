@@ -4,6 +4,7 @@
 #include <fl/i18n.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/ZipArchive.hpp>
 
 #include <algorithm>
 #include <functional>
@@ -95,6 +96,37 @@ PartFacts factsOf(const FileName& file, const Package& package, const Names& cor
     return facts;
 }
 
+PartFacts factsOf(const FileName& file, const opc::zip::ZipArchive& archive,
+                  const opc::zip::ZipItem& item, const std::string& name) {
+    PartFacts facts;
+    facts.name = name;
+    facts.size = item.size;
+    try {
+        about(file, [&] {
+            Sha256 sum;
+            readToEnd(*archive.read(item),
+                      [&](std::span<const std::byte> bytes) { sum.update(bytes); });
+            facts.sha256 = facts.sha256OfMeaning = sum.hex();
+        });
+    } catch (const Error& e) {
+        facts.error = e.text();
+    }
+    return facts;
+}
+
+// What is no part, for want of a content type or by its name. Folders hold nothing, and the content types
+// are compared part by part.
+void addOtherItems(const FileName& file, const Package& package, std::vector<PartFacts>& parts) {
+    const auto archive = opc::zip::ZipArchive::open(file.path);
+    for (const opc::zip::ZipItem& item : archive->items()) {
+        if (item.isDirectory() || opc::names::isContentTypesItem(item.name)) continue;
+        const auto name = opc::names::partNameOf(item.name);
+        if (name && package.hasPart(*name)) continue;
+        parts.push_back(
+            factsOf(file, *archive, item, name ? shownName(*name) : item.displayName()));
+    }
+}
+
 std::vector<PartFacts> readParts(const FileName& file) {
     const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
     Package package(zip);
@@ -103,6 +135,7 @@ std::vector<PartFacts> readParts(const FileName& file) {
     std::vector<PartFacts> parts;
     for (const Part& part : package.getParts())
         parts.push_back(factsOf(file, package, coreProperties, part));
+    addOtherItems(file, package, parts);
     std::sort(parts.begin(), parts.end(),
               [](const PartFacts& a, const PartFacts& b) { return a.name < b.name; });
     return parts;
