@@ -3,8 +3,8 @@
 #include <appserialization/Functions.hpp>
 
 #include <algorithm>
-#include <atomic>
-#include <cstdint>
+#include <array>
+#include <cstddef>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
@@ -37,7 +37,10 @@ bool isSource(const std::string& name) {
 
 bool mayBeApp(const fs::directory_entry& entry) {
     std::error_code ignored;
-    if (!entry.is_regular_file(ignored)) return false;
+    const fs::file_status status = entry.status(ignored);
+    // A link that leads to nothing has the name of an app, and reading it will tell.
+    const bool isBrokenLink = entry.is_symlink(ignored) && !fs::exists(status);
+    if (!fs::is_regular_file(status) && !isBrokenLink) return false;
     const std::string name = entry.path().string();
     // Also where only the case of the extension is wrong, which reading it will tell.
     return name.ends_with(".kvpkg") || name.ends_with(".KVPKG") || isSource(name);
@@ -68,21 +71,31 @@ bool isFolder(const std::string& name) {
     return fs::is_directory(name, ignored);
 }
 
-std::vector<std::string> appsBelow(const FileName& folder, const Complain& complain) {
-    std::vector<std::string> apps;
+AppsBelow appsBelow(const FileName& folder) {
+    AppsBelow apps;
     std::vector<std::string> folders = {folder.bytes()};
     while (!folders.empty()) {
         const std::string next = std::move(folders.back());
         folders.pop_back();
         try {
-            list(next, folders, apps);
+            list(next, folders, apps.files);
         } catch (const fs::filesystem_error& e) {
-            complain(next + ": cannot be listed (" + e.code().message() +
-                     "); check its permissions");
+            const std::string reason =
+                "cannot be listed (" + e.code().message() + "); check its permissions";
+            if (next == folder.bytes()) throw Error(folder.shown, reason);
+            apps.unlisted.push_back({next, reason});
         }
     }
-    std::sort(apps.begin(), apps.end());
+    std::ranges::sort(apps.files);
+    std::ranges::sort(apps.unlisted, {}, &UnlistedFolder::name);
     return apps;
+}
+
+bool isTextApp(const FileName& file) {
+    std::array<std::byte, 1> start{};
+    const auto opened = openFile(file);
+    about(file, [&] { opened.readAt(start, 0); });
+    return start[0] != std::byte{'<'} && holdsAppSections(file);
 }
 
 std::optional<FileName> openListed(const std::string& name) {

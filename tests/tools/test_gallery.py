@@ -66,6 +66,43 @@ class Gallery(ToolTest):
             self.fails(2, f"{name}: leads to the name of an app, and a page is none; choose another, such as apps.html",
                        "gallery", "apps", "--force", "-o", name)
         self.assertEqual((self.read("apps/a.kvpkg"), self.names()), (before, ["apps", "link.html"]))
+        source = (EXAMPLE / "heatfield.k").read_bytes()
+        for name, content in (("copy.html", before), ("text.html", source), ("page.html", b"<p>" + source)):
+            self.write(name, content)
+        for name in ("copy.html", "text.html"):
+            self.fails(2, f"{name}: holds an app, and a page is none; choose another, such as apps.html",
+                       "gallery", "apps", "--force", "-o", name)
+        self.assertEqual((self.read("copy.html"), self.read("text.html")), (before, source))
+        self.ok("gallery", "apps", "--force", "-o", "page.html")
+
+    def test_what_cannot_be_listed_or_leads_nowhere_is_told(self):
+        os.symlink("nowhere", self.dir / "apps/gone.kvpkg")
+        os.symlink("loop.k", self.dir / "apps/loop.k")
+        (self.dir / "apps/closed").mkdir()
+        self.write("g.html", "<p>the old page")
+        # Rights do not keep everybody out.
+        closed = {"preexec_fn": lambda: os.setuid(65534)} if os.getuid() == 0 else {}
+        self.dir.chmod(0o777)
+        (self.dir / "g.html").chmod(0o666)
+        links = ["apps/gone.kvpkg: there is no such file; check the name",
+                 "apps/loop.k: cannot be opened (Too many levels of symbolic links)"]
+        folder = "cannot be listed (Permission denied); check its permissions"
+        (self.dir / "apps/closed").chmod(0)
+        result = self.run_tool("gallery", "apps", "-o", "g.html", "--force", **closed)
+        told = "".join(f"qzapp: {text}\n" for text in [*links, f"apps/closed: {folder}"])
+        self.assertEqual((result.returncode, result.stderr.decode()), (1, told))
+        page = Page(self.read("g.html").decode())
+        self.assertEqual(page.texts["reason"], [*(text.split(": ", 1)[1] for text in links), folder])
+        for verb in ("info", "check"):
+            result = self.run_tool(verb, "apps", **closed)
+            self.assertEqual((result.returncode, sorted(result.stderr.decode().splitlines(True))),
+                             (1, sorted(told.splitlines(True))))
+        (self.dir / "apps").chmod(0o311)
+        before = self.read("g.html")
+        self.fails(1, f"apps: {folder}", "gallery", "apps", "-o", "g.html", "--force", **closed)
+        self.assertEqual(self.read("g.html"), before)
+        (self.dir / "apps").chmod(0o755)
+        (self.dir / "apps/closed").chmod(0o755)
 
     def test_nothing_in_an_app_can_run(self):
         clean = Page(self.ok("gallery", "apps/sub", "-o", "-"))

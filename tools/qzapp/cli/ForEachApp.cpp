@@ -24,12 +24,24 @@ struct Named {
     bool isListed;  // being a folder
 };
 
+std::vector<std::string> listed(const FileName& folder, const Complain& complain) {
+    try {
+        AppsBelow apps = appsBelow(folder);
+        for (const UnlistedFolder& unlisted : apps.unlisted)
+            complain(unlisted.name + ": " + unlisted.reason);
+        return std::move(apps.files);
+    } catch (const Error& e) {
+        complain(e.what());
+        return {};
+    }
+}
+
 std::vector<Named> filesOf(const std::vector<std::string>& names, const Complain& complain) {
     std::vector<Named> all;
     for (const std::string& name : names) {
         const bool isListed = name != kStandardStream && isFolder(name);
         all.push_back({name, {name}, isListed});
-        if (isListed) all.back().files = appsBelow(fileArgument(name), complain);
+        if (isListed) all.back().files = listed(fileArgument(name), complain);
     }
     return all;
 }

@@ -63,7 +63,7 @@ std::optional<std::string> cardOf(const std::string& name, const std::string& sh
 // written where there was room for it: that a source is an app shows when it is read.
 std::size_t writePage(const WriteAt& write, const std::string& title, const FileName& folder,
                       const Complain& complain) {
-    const auto files = appsBelow(folder, complain);
+    const auto [files, unlisted] = appsBelow(folder);
     const PageFrame frame = pageFrame(title);
     const std::size_t prefix = folder.bytes().size() + (folder.bytes().ends_with('/') ? 0 : 1);
     std::uint64_t end = 0;
@@ -81,6 +81,10 @@ std::size_t writePage(const WriteAt& write, const std::string& title, const File
             ++apps;
         }
         ++done;
+    }
+    for (const UnlistedFolder& each : unlisted) {
+        complain(each.name + ": " + each.reason);
+        append(failedCard(each.name.substr(prefix), each.reason));
     }
     append(frame.tail);
     write(appCount(apps), frame.placeOfCount);
@@ -113,6 +117,15 @@ void requireNoApp(const FileName& out, const fl::filesystem::path& target) {
                      "such as apps.html");
 }
 
+// Whatever it is called.
+void requireHoldsNoApp(const FileName& out) {
+    if (!fl::filesystem::isRegularFile(out.path)) return;
+    const bool isPackage = kindOf(out).family == opc::FileKind::Family::Zip;
+    if (!isPackage && !isTextApp(out)) return;
+    throw UsageError(out.shown,
+                     "holds an app, and a page is none; choose another, such as apps.html");
+}
+
 int gallery(const GalleryOptions& options) {
     const FileName folder = fileArgument(options.folder);
     if (!isFolder(options.folder))
@@ -132,6 +145,7 @@ int gallery(const GalleryOptions& options) {
     requireAbsent(out, options.force);
     Transaction transaction(out, Transaction::Start::Empty);
     requireNoApp(out, transaction.resolvedTarget());
+    requireHoldsNoApp(out);
     const auto write = [&](std::string_view text, std::uint64_t offset) {
         transaction.write(text, offset);
     };
@@ -158,8 +172,9 @@ Action declareGallery(CLI::App& command) {
         "Makes one page of all apps, with search and sort, that needs no network and no other\n"
         "file. Screenshots go in as they are, up to 4 MiB each, so the page is a third larger "
         "than\n"
-        "all of them. An app that cannot be read appears with the reason; the exit status is then\n"
-        "1. Folders and files whose names start with a dot are left out.\n\n"
+        "all of them. An app or folder that cannot be read appears with the reason; the exit "
+        "status\n"
+        "is then 1. Folders and files whose names start with a dot are left out.\n\n"
         "Example:\n"
         "  qzapp gallery apps -o apps.html --title \"Apps of the lab\"");
     return [options] { return gallery(*options); };
