@@ -19,6 +19,9 @@ bool isOf(const ImageKind& kind, std::string_view bytes) {
            bytes.substr(kind.markAt).starts_with(kind.mark);
 }
 
+// In all frames of an image.
+constexpr std::uint64_t kMaxPicturePixels = std::uint64_t{kMaxPictureSide} * kMaxPictureSide;
+
 struct ImageSize {
     std::uint32_t width = 0, height = 0;
 };
@@ -38,28 +41,108 @@ std::uint32_t littleEndian16(std::string_view bytes, std::size_t at) {
     return byteAt(bytes, at + 1) << 8 | byteAt(bytes, at);
 }
 
-// Of the frame header, which other segments may precede.
-ImageSize sizeOfJpeg(std::string_view bytes) {
-    for (std::size_t at = 2; byteAt(bytes, at) == 0xFF;) {
+bool isModest(const ImageSize& size) {
+    return size.width > 0 && size.width <= kMaxPictureSide && size.height > 0 &&
+           size.height <= kMaxPictureSide;
+}
+
+// Of an image that is cut, what there is counts.
+
+// Where the blocks of data from `at` end, behind the empty one.
+std::size_t behindGifData(std::string_view bytes, std::size_t at) {
+    while (const std::uint32_t length = byteAt(bytes, at))
+        at += 1 + length;
+    return at + 1;
+}
+
+// The bytes of a colour table whose size is in such flags.
+std::size_t gifTableBytes(std::uint32_t flags) {
+    return (flags & 0x80) == 0 ? 0 : std::size_t{3} << ((flags & 7) + 1);
+}
+
+// A frame may be larger than the image, and there may be any number of them.
+bool isModestGif(std::string_view bytes) {
+    if (!isModest({littleEndian16(bytes, 6), littleEndian16(bytes, 8)})) return false;
+    std::uint64_t pixels = 0;
+    for (std::size_t at = 13 + gifTableBytes(byteAt(bytes, 10)); at < bytes.size();) {
+        const std::uint32_t block = byteAt(bytes, at);
+        if (block == ';') return true;
+        if (block == '!') {
+            at = behindGifData(bytes, at + 2);
+            continue;
+        }
+        const ImageSize frame{littleEndian16(bytes, at + 5), littleEndian16(bytes, at + 7)};
+        pixels += std::uint64_t{frame.width} * frame.height;
+        if (block != ',' || !isModest(frame) || pixels > kMaxPicturePixels) return false;
+        at = behindGifData(bytes, at + 11 + gifTableBytes(byteAt(bytes, at + 9)));
+    }
+    return true;
+}
+
+// The next marker behind the data of a scan, in which 0xFF stands before a zero or a restart marker.
+std::size_t behindJpegScan(std::string_view bytes, std::size_t at) {
+    const auto isData = [](std::uint32_t next) {
+        return next == 0 || (next >= 0xD0 && next <= 0xD7);
+    };
+    while (at < bytes.size() && (byteAt(bytes, at) != 0xFF || isData(byteAt(bytes, at + 1))))
+        ++at;
+    return at;
+}
+
+// Each frame header counts, since decoders differ in which one they take.
+bool isModestJpeg(std::string_view bytes) {
+    bool hasFrame = false;
+    for (std::size_t at = 2; at < bytes.size();) {
         const std::uint32_t marker = byteAt(bytes, at + 1);
-        const bool isFill = marker == 0xFF;
+        // Some markers have no segment, and no place between segments.
+        if (byteAt(bytes, at) != 0xFF || marker < 0xC0 || (marker >= 0xD0 && marker <= 0xD8))
+            return false;
+        if (marker == 0xD9) break;
+        if (marker == 0xFF) {  // a fill byte
+            ++at;
+            continue;
+        }
         const bool isFrame =
             marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
-        if (isFrame) return {bigEndian(bytes, at + 7, 2), bigEndian(bytes, at + 5, 2)};
-        at += isFill ? 1 : 2 + bigEndian(bytes, at + 2, 2);
+        const ImageSize size{bigEndian(bytes, at + 7, 2), bigEndian(bytes, at + 5, 2)};
+        // 0xDC gives another height.
+        if ((isFrame && !isModest(size)) || marker == 0xDC) return false;
+        hasFrame |= isFrame;
+        at += 2 + bigEndian(bytes, at + 2, 2);
+        if (marker == 0xDA) at = behindJpegScan(bytes, at);
     }
-    return {};
+    return hasFrame;
 }
 
-// Nothing, as 0, where it cannot be found.
-ImageSize sizeOf(const ImageKind& kind, std::string_view bytes) {
-    if (kind.format == "png") return {bigEndian(bytes, 16, 4), bigEndian(bytes, 20, 4)};
-    if (kind.format == "gif") return {littleEndian16(bytes, 6), littleEndian16(bytes, 8)};
-    return kind.format == "jpg" ? sizeOfJpeg(bytes) : ImageSize();
-}
+// Chunks that every decoder reads in no more memory than they have bytes.
+constexpr std::array<std::string_view, 12> kPlainChunks = {
+    "PLTE", "IEND", "tRNS", "gAMA", "cHRM", "sRGB", "sBIT", "bKGD", "hIST", "pHYs", "tIME", "tEXt"};
+// Chunks of deflated data, which unpacks to at most a thousand times its size.
+constexpr std::array<std::string_view, 3> kPackedChunks = {"iCCP", "zTXt", "iTXt"};
+constexpr std::uint64_t kMaxPackedBytes = std::uint64_t{16} << 10;
 
-bool isModest(std::uint32_t side) {
-    return side > 0 && side <= kMaxPictureSide;
+// The pixels' deflated data cannot be much more than 8 bytes a pixel.
+bool isModestPng(std::string_view bytes) {
+    const ImageSize size{bigEndian(bytes, 16, 4), bigEndian(bytes, 20, 4)};
+    if (!isModest(size) || bytes.substr(12, 4) != "IHDR") return false;
+    const std::uint64_t maxPixelBytes =
+        size.height * (std::uint64_t{8} * size.width + 1) + kMaxPackedBytes / 16;
+    std::uint64_t pixelBytes = 0, packedBytes = 0;
+    for (std::size_t at = 33; at < bytes.size();) {
+        const std::uint64_t length = bigEndian(bytes, at, 4);
+        const std::string_view type = bytes.substr(std::min(at + 4, bytes.size()), 4);
+        if (type == "IDAT") {
+            pixelBytes += length;
+        } else if (std::ranges::find(kPackedChunks, type) != kPackedChunks.end()) {
+            packedBytes += length;
+        } else if (std::ranges::find(kPlainChunks, type) == kPlainChunks.end()) {
+            return false;
+        }
+        if (pixelBytes > maxPixelBytes || packedBytes > kMaxPackedBytes) return false;
+        if (type == "IEND") break;
+        at += 12 + length;
+    }
+    return true;
 }
 
 }  // namespace
@@ -67,8 +150,9 @@ bool isModest(std::uint32_t side) {
 bool isThumbnail(std::string_view bytes) {
     const ImageKind* const kind = imageKindOf(bytes);
     if (kind == nullptr || bytes.size() > kMaxPictureBytes) return false;
-    const ImageSize size = sizeOf(*kind, bytes);
-    return isModest(size.width) && isModest(size.height);
+    if (kind->format == "png") return isModestPng(bytes);
+    if (kind->format == "gif") return isModestGif(bytes);
+    return kind->format == "jpg" && isModestJpeg(bytes);
 }
 
 const ImageKind* imageKindOf(std::string_view bytes) {

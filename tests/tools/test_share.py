@@ -3,8 +3,10 @@
 import gzip
 import os
 import shlex
+import struct
 import subprocess
 import unittest
+import zlib
 import xml.etree.ElementTree as ElementTree
 
 from support import DOCS, EXAMPLE, TOOL, ToolTest
@@ -64,6 +66,15 @@ class Share(ToolTest):
             self.assertEqual(self.read("thumbnail.png"), (EXAMPLE / "screenshot.png").read_bytes())
         png = b"\x89PNG\r\n\x1a\n\0\0\0\rIHDR"
         jpeg = b"\xff\xd8\xff\xe0\0\x04JF\xff\xff\xc2\0\x0b\x08"
+        scan = b"\xff\xda\0\x08\1\1\0\0\x3f\0data\xff\0\xff\xd0data"
+
+        def gif(frames, size=b"\1\0\1\0"):
+            return (b"GIF89a\1\0\1\0\x80\0\0" + bytes(6) + b"!\xff\x0bNETSCAPE2.0\3\1\0\0\0" +
+                    (b"," + bytes(4) + size + b"\0\2\2D\1\0") * frames + b";")
+
+        def chunk(kind, content):
+            return struct.pack(">I", len(content)) + kind + content + struct.pack(">I", zlib.crc32(kind + content))
+        small_png = png[:8] + chunk(b"IHDR", b"\0\0\0\x0a" * 2 + b"\x08\2\0\0\0")
         for why, image, is_given in [
             ("a drawing that may hold a script", b"<svg xmlns='http://www.w3.org/2000/svg'/>", False),
             ("another kind", b"RIFF\0\0\0\0WEBP", False),
@@ -76,6 +87,17 @@ class Share(ToolTest):
             ("a wide JPEG image", jpeg + b"\0\1\x20\1", False),
             ("a GIF image", b"GIF89a\1\0\1\0", True),
             ("a high GIF image", b"GIF89a\1\0\1\x20", False),
+            ("a whole GIF image", gif(1), True),
+            ("a GIF image of which a frame is wider than all of it", gif(1, b"\1\x20\1\0"), False),
+            ("a GIF image of many large frames", gif(100, b"\0\x10\0\x10"), False),
+            ("a whole JPEG image", jpeg + b"\0\1\0\2\1\1\x11\0" + scan + b"\xff\xd9\xff\xc0\0\x0b\x08" + bytes(4),
+             True),
+            ("a JPEG image with a second, wide frame behind a scan",
+             jpeg + b"\0\1\0\2\1\1\x11\0" + scan + b"\xff\xc0\0\x0b\x08\0\1\x20\1", False),
+            ("a PNG image with a small text", small_png + chunk(b"zTXt", bytes(900)) + chunk(b"IDAT", bytes(20)), True),
+            ("a PNG image with a text that unpacks to much", small_png + chunk(b"zTXt", bytes(100_000)), False),
+            ("a PNG image with more pixels than its size", small_png + chunk(b"IDAT", bytes(290_000)), False),
+            ("an animation", small_png + chunk(b"acTL", bytes(8)), False),
         ]:
             self.write("shot.png", image)
             self.small("small.kvpkg", "--screenshot", "shot.png", "--force")
