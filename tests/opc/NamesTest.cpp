@@ -1,6 +1,7 @@
 #include <opc/Names.hpp>
 
 #include <opc/Exception.hpp>
+#include <opc/PackageNames.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -48,6 +49,22 @@ TEST(PartName, ComesFromATargetResolvedAgainstTheRoot) {
     for (const auto& [target, name] : rows)
         EXPECT_EQ(PartName(URI(target)).toString(), name);
     EXPECT_THROW(PartName{URI(u"/\xD800")}, Exception);
+}
+
+TEST(PackageNames, LeadFromAPartToItsRelationshipsAndBack) {
+    const std::pair<const char16_t*, const char16_t*> rows[] = {
+        {u"/a.xml", u"/_rels/a.xml.rels"},
+        {u"/b/c/a.xml", u"/b/c/_rels/a.xml.rels"},
+        {u"/b/_rels/a.xml.rels", u"/b/_rels/_rels/a.xml.rels.rels"},
+    };
+    for (const auto& [part, table] : rows) {
+        EXPECT_EQ(names::relationshipsOf(PartName(part)).toString(), table);
+        EXPECT_EQ(names::sourceOf(PartName(table)), PartName(part));
+    }
+    EXPECT_EQ(names::sourceOf(PartName(u"/_RELS/.rels")), std::nullopt);
+    for (const auto* other : {u"/_rels/a.xml", u"/b_rels/a.rels", u"/a.rels", u"/_rels/b/a.rels"})
+        EXPECT_FALSE(names::isRelationshipsName(PartName(other)));
+    EXPECT_TRUE(names::isRelationshipsName(PartName(u"/b/_Rels/a.RELS")));
 }
 
 TEST(ContentType, IsAMediaTypeWithoutBlanks) {
