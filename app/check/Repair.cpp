@@ -28,6 +28,7 @@
 #include "app/Transaction.hpp"
 #include "app/check/AppLayout.hpp"
 #include "app/check/PackageView.hpp"
+#include "package/PartKinds.hpp"
 
 namespace qzapp {
 namespace {
@@ -38,6 +39,7 @@ using opc::model::ContentType;
 using opc::model::FoundItem;
 using opc::model::Package;
 using opc::model::PackageHelper;
+using opc::model::PartKind;
 using opc::model::PartName;
 using opc::model::Relationship;
 using opc::model::TargetMode;
@@ -340,21 +342,14 @@ private:
 
     // How much a part says itself that it is of this kind; its content type says more than its name.
     int claimOf(const ustring& type, const PartName& name) const {
-        const auto part = std::ranges::find(layout::kParts, ustring_view(type),
-                                            &layout::AppPart::relationshipType);
         const ContentType contentType = to_.getPart(name).getContentType();
-        if (part != layout::kParts.end()) {
-            return 2 * (contentType == ContentType(part->contentType)) +
-                   (name == PartName(part->name));
+        bool isTyped = false, isNamed = false;
+        for (const PartKind& kind : kinds_) {
+            if (kind.relationshipType != type) continue;
+            isTyped = isTyped || kind.contentType == contentType;
+            isNamed = isNamed || kind.name == name;
         }
-        const auto& formats = layout::app::kScreenshotFormats;
-        const auto isImage = [&](const auto& format) {
-            return contentType == format.contentType();
-        };
-        const auto isUsual = [&](const auto& format) {
-            return name == layout::screenshotName(format.extension);
-        };
-        return 2 * std::ranges::any_of(formats, isImage) + std::ranges::any_of(formats, isUsual);
+        return 2 * isTyped + isNamed;
     }
 
     void tellOfTables() {
@@ -502,6 +497,7 @@ private:
     Package& to_;
     const FileName& file_;
     RepairReport& report_;
+    const std::vector<PartKind> kinds_ = layout::app::partKinds();
     std::set<const FoundItem*> xmlParts_, thumbnails_;
     std::map<const FoundItem*, const layout::AppPart*> linkedParts_;
     std::map<ustring, const Relationship*> meant_;  // by type
