@@ -130,8 +130,4 @@ bool PackageView::holdsTables() const {
            std::ranges::any_of(lost, isTable);
 }
 
-const FoundItem* PackageView::find(foundation::ustring_view name) const {
-    return find(PartName(name));
-}
-
 }  // namespace qzapp

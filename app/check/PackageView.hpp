@@ -32,9 +32,6 @@ public:
 
     bool opens() const { return zipRefusal.empty() && packageRefusal.empty(); }
 
-    using FoundPackage::find;
-    const opc::model::FoundItem* find(foundation::ustring_view name) const;
-
 private:
     struct Source;
 

@@ -40,8 +40,8 @@ class PLATFORM_API FoundPackage {
 public:
     // `kinds` are the parts that such a package usually has. They stand in for what is damaged: where one of
     // the two tables cannot be read, parts have the types and relationships of the kinds, and their names
-    // help to tell which of an item's two names is right. Throws opc::Exception when the file cannot be
-    // read any more.
+    // help to tell which of an item's two names is right. Throws opc::Exception, as read() and
+    // reachable() do, when the file has changed since an item was read to its end.
     FoundPackage(std::shared_ptr<const zip::ZipArchive> archive, std::span<const PartKind> kinds);
     FoundPackage(const FoundPackage&) = delete;
     FoundPackage& operator=(const FoundPackage&) = delete;
@@ -67,6 +67,7 @@ public:
     const FoundItem* targetItem(const Relationship& relationship) const;
     // Null when there is no part of this name.
     const FoundItem* find(const PartName& name) const;
+    const FoundItem* find(ustring_view name) const { return find(PartName(name)); }
     // The part that a relationship of the package leads to; null when it is external or dangles.
     const FoundItem* target(const Relationship& relationship) const;
     std::vector<const Relationship*> byType(ustring_view type) const;
