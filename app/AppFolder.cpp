@@ -1,38 +1,45 @@
 #include "app/AppFolder.hpp"
 
 #include <appserialization/Functions.hpp>
+#include <fl/i18n.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <filesystem>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
 #include "app/Errors.hpp"
 #include "app/Files.hpp"
 #include "app/Forms.hpp"
+#include "textapp/Layout.hpp"
 
 namespace qzapp {
 namespace {
 
 namespace fs = std::filesystem;
+namespace textapp = appserialization::textapp;
+using foundation::ustring;
+using foundation::ustring_view;
 
-// Any of the sections that a text app ends with.
-constexpr std::string_view kSectionMark = "[app:";
+// How each of the sections begins that a text app ends with.
+std::string sectionMark() {
+    return fl::i18n::ustring_to_utf8(
+        ustring(textapp::kSectionOpen).append(textapp::kSectionPrefix));
+}
 
 // A source that cannot be read may be an app; reading it will tell why it cannot.
 bool holdsAppSections(const FileName& file) {
     try {
-        return readBytes(file, kMaxContentBytes).find(kSectionMark) != std::string::npos;
+        return readBytes(file, kMaxContentBytes).find(sectionMark()) != std::string::npos;
     } catch (const Error&) {
         return true;
     }
 }
 
-bool isSource(const std::string& name) {
-    return name.ends_with(".k");
+bool isSource(ustring_view name) {
+    return name.ends_with(kTextExtension);
 }
 
 bool mayBeApp(const fs::directory_entry& entry) {
@@ -41,9 +48,9 @@ bool mayBeApp(const fs::directory_entry& entry) {
     // A link that leads to nothing has the name of an app, and reading it will tell.
     const bool isBrokenLink = entry.is_symlink(ignored) && !fs::exists(status);
     if (!fs::is_regular_file(status) && !isBrokenLink) return false;
-    const std::string name = entry.path().string();
+    const ustring name = fl::i18n::utf8_to_ustring(entry.path().string());
     // Also where only the case of the extension is wrong, which reading it will tell.
-    return name.ends_with(".kvpkg") || name.ends_with(".KVPKG") || isSource(name);
+    return fl::i18n::to_lower(name).ends_with(kPackagedExtension) || isSource(name);
 }
 
 bool isHidden(const fs::path& path) {
@@ -100,7 +107,7 @@ bool isTextApp(const FileName& file) {
 
 std::optional<FileName> openListed(const std::string& name) {
     FileName file = hold(fileNamed(name));
-    if (isSource(name) && !holdsAppSections(file)) return std::nullopt;
+    if (isSource(file.native()) && !holdsAppSections(file)) return std::nullopt;
     return file;
 }
 

@@ -1,9 +1,11 @@
 #include "app/Forms.hpp"
 
+#include <fmt/format.h>
 #include <appserialization/Exceptions.hpp>
 #include <appserialization/Functions.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
 #include <appserialization/KVPKGMetadataReader.hpp>
+#include <fl/i18n.hpp>
 #include <foundation/Base64.hpp>
 #include <opc/Exception.hpp>
 
@@ -15,8 +17,11 @@
 namespace qzapp {
 namespace {
 
+namespace textapp = appserialization::textapp;
+
 using appserialization::hasExtension;
 using appserialization::isExtensionWrongCase;
+using fl::i18n::ustring_to_utf8;
 
 std::unique_ptr<appserialization::AppMetadataReader> readerOf(const FileName& file, Form form) {
     if (form == Form::Text) {
@@ -61,6 +66,10 @@ const char* nameOf(Form form) {
     return form == Form::Packaged ? "packaged" : "text";
 }
 
+std::string shownExtension(Form form) {
+    return ustring_to_utf8(form == Form::Packaged ? kPackagedExtension : kTextExtension);
+}
+
 Form formOf(const FileName& file) {
     if (hasExtension(file.native(), kPackagedExtension)) return Form::Packaged;
     if (hasExtension(file.native(), kTextExtension)) return Form::Text;
@@ -68,24 +77,27 @@ Form formOf(const FileName& file) {
         throw Error(file.shown, "the extension must be in lower case; rename the file");
     }
     throw Error(file.shown,
-                "expected a name ending in \".kvpkg\" or \".k\"; rename the file, or use \"qzapp "
-                "parts\" for any other package");
+                fmt::format("expected a name ending in \"{}\" or \"{}\"; rename the file, or use "
+                            "\"qzapp parts\" for any other package",
+                            shownExtension(Form::Packaged), shownExtension(Form::Text)));
 }
 
 void requireForm(const FileName& file, Form form) {
     if (formOf(file) == form) return;
-    throw Error(
-        file.shown,
-        form == Form::Packaged
-            ? "expected a packaged app (\".kvpkg\"), found a text app; make one "
-              "of it with \"qzapp convert\""
-            : "expected a text app (\".k\"), found a packaged app; there is nothing to convert");
+    const Form found = form == Form::Packaged ? Form::Text : Form::Packaged;
+    throw Error(file.shown,
+                fmt::format("expected a {} app (\"{}\"), found a {} app; {}", nameOf(form),
+                            shownExtension(form), nameOf(found),
+                            form == Form::Packaged ? "make one of it with \"qzapp convert\""
+                                                   : "there is nothing to convert"));
 }
 
 std::optional<WrongKind> whyNoText(const opc::FileKind& kind) {
     const std::string what = "is " + std::string(kind.name) + ", not a text app";
     if (kind.family == opc::FileKind::Family::Zip) {
-        return WrongKind{what, "if it is a packaged app, give it a name that ends in \".kvpkg\""};
+        return WrongKind{what,
+                         fmt::format("if it is a packaged app, give it a name that ends in \"{}\"",
+                                     shownExtension(Form::Packaged))};
     }
     if (kind.family == opc::FileKind::Family::Utf16Text) return WrongKind{what, "save it as UTF-8"};
     if (kind.family != opc::FileKind::Family::Binary) return std::nullopt;
@@ -118,9 +130,11 @@ appserialization::Screenshot readScreenshot(const FileName& file,
         try {
             return reader.readScreenshotAsBytes();
         } catch (const foundation::crypto::utils::Base64Error& e) {
-            throw Error(file.shown,
-                        std::string("the screenshot in section app:thumbnail is damaged: ") +
-                            e.what() + "; save the app again, or take the section out");
+            throw Error(
+                file.shown,
+                fmt::format("the screenshot in section {} is damaged: {}; save the app again, "
+                            "or take the section out",
+                            ustring_to_utf8(textapp::kThumbnailSection.name), e.what()));
         }
     });
 }

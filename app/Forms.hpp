@@ -9,16 +9,20 @@
 #include <string>
 
 #include "app/FileName.hpp"
+#include "package/Layout.hpp"
+#include "textapp/Layout.hpp"
 
 namespace qzapp {
 
-inline constexpr const char16_t* kPackagedExtension = u".kvpkg";
-inline constexpr const char16_t* kTextExtension = u".k";
+inline constexpr const char16_t* kPackagedExtension = appserialization::layout::kExtension;
+inline constexpr const char16_t* kTextExtension = appserialization::textapp::kExtension;
 
 enum class Form { Packaged, Text };
 
 // "packaged", "text".
 const char* nameOf(Form form);
+// ".kvpkg", ".k".
+std::string shownExtension(Form form);
 
 // Which form of app the file's name says it has. Throws Error, with the way out, when neither.
 Form formOf(const FileName& file);

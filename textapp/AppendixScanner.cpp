@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <initializer_list>
 
+#include "textapp/Layout.hpp"
+
 // A lookup is defined as one search, over UTF-8, with a regular expression in ECMAScript grammar. The
 // functions below give the same answers without one, in linear time and constant stack. The reasons:
 //
@@ -78,7 +80,6 @@ std::optional<ustring_view> findQuoted(ustring_view text, std::size_t from) {
 
 // The data URI in a text that has no line end.
 std::optional<ImageDataUri> findUriInLine(std::string_view line) {
-    constexpr std::string_view kPayloadMarker = ";base64,";
     const std::size_t start = line.find(kImageUriStart);
     if (start == npos) return std::nullopt;
     const std::string_view uri = line.substr(start + kImageUriStart.size());
@@ -131,8 +132,9 @@ void unescape(std::basic_string<Char>& text) {
 }  // namespace
 
 std::optional<ustring_view> findSection(ustring_view text, ustring_view sectionName) {
-    const std::size_t marked = findBehind(text, concat({u"%[", sectionName, u"]"}), 0);
-    return upTo(text, u"%}", findBehind(text, u"{", marked));
+    const std::size_t marked =
+        findBehind(text, concat({kSectionOpen, sectionName, kSectionClose}), 0);
+    return upTo(text, kBodyClose, findBehind(text, kBodyOpen, marked));
 }
 
 ElementFinder::ElementFinder(ustring_view elementName)

@@ -44,10 +44,7 @@ std::optional<ustring_view> findElement(ustring_view text, ustring_view elementN
 std::optional<ustring_view> findAttribute(ustring_view text, ustring_view elementName,
                                           ustring_view attributeName);
 
-// How the data URI of an image begins.
-inline constexpr std::string_view kImageUriStart = "data:image/";
-
-// A data URI's parts: "data:image/" format ";base64," payload. Views into the text, which is UTF-8.
+// The parts of an image's data URI. Views into the text, which is UTF-8.
 struct ImageDataUri {
     std::string_view format;
     std::string_view payload;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "textapp/AppendixScanner.hpp"
+#include "textapp/Layout.hpp"
 #include "textapp/TextFile.hpp"
 
 namespace appserialization {
@@ -20,13 +21,6 @@ namespace appserialization {
 namespace {
 
 using namespace textapp;
-
-constexpr const char16_t* kExtension = u".k";
-
-constexpr ustring_view kDetailsSection = u"app:appDetails";
-constexpr ustring_view kInternalSection = u"app:internalData";
-constexpr ustring_view kThumbnailSection = u"app:thumbnail";
-constexpr ustring_view kThumbnail = u"Thumbnail";
 
 ustring trimmed(ustring text) {
     trim(text);
@@ -40,37 +34,21 @@ ustring elementText(ustring_view section, ustring_view elementName, ustring_view
     return text;
 }
 
-std::vector<ustring> elementList(ustring_view section, ustring_view listName,
-                                 const ustring& itemName) {
+void setText(AppMetadata& metadata, ustring_view section, const TextElementRow& row) {
+    ustring text = elementText(section, row.name, row.missing);
+    (metadata.*row.set)(row.isTrimmed ? trimmed(std::move(text)) : text);
+}
+
+void setList(AppMetadata& metadata, ustring_view section, const ListElementRow& row) {
     std::vector<ustring> items;
-    readXMLElements(elementText(section, listName), itemName, items);
-    return items;
-}
-
-void setDetails(AppMetadata& metadata, ustring_view section) {
-    metadata.setName(trimmed(elementText(section, u"Name")));
-    metadata.setAuthor(trimmed(elementText(section, u"Author")));
-    metadata.setVersion(trimmed(elementText(section, u"Version", u"1.0")));
-    // White space around these two is kept as written.
-    metadata.setSummary(elementText(section, u"Summary"));
-    metadata.setDescription(elementText(section, u"Description"));
-}
-
-void setInternalData(AppMetadata& metadata, ustring_view section) {
-    metadata.setUuid(trimmed(elementText(section, u"AppId")));
-    metadata.setAppType(trimmed(elementText(section, u"AppType", u"Standard")));
-    metadata.setMinimumSupportedKORVALRelease(
-        trimmed(elementText(section, u"MinimumSupportedKORVALRelease", u"R2025a")));
-    metadata.setKORVALRelease(trimmed(elementText(section, u"KORVALRelease")));
-    metadata.setRequiredProducts(elementList(section, u"RequiredProducts", u"Product"));
-    metadata.setUserComponents(elementList(section, u"UserComponents", u"Component"));
-    metadata.setImageRelativePaths(elementList(section, u"ImageRelativePaths", u"Path"));
+    readXMLElements(elementText(section, row.name), row.item, items);
+    (metadata.*row.set)(items);
 }
 
 // The screenshot is taken by the host unless the app says otherwise; then it is the one in the file,
 // and white space counts as one.
 const char16_t* screenshotMode(ustring_view section) {
-    ustring autoCapture(findAttribute(section, kThumbnail, u"autoCapture").value_or(u"true"));
+    ustring autoCapture(findAttribute(section, kThumbnail, kAutoCapture).value_or(u"true"));
     unescapeXMLEntities(autoCapture);
     if (autoCapture != u"false") return u"auto";
     return findElement(section, kThumbnail).value_or(u"").empty() ? u"none" : u"manual";
@@ -87,8 +65,13 @@ public:
 
     AppMetadata getAppMetadata() const {
         AppMetadata metadata;
-        setDetails(metadata, section(kDetailsSection));
-        setInternalData(metadata, section(kInternalSection));
+        for (const SectionRow& row : kSections) {
+            const ustring_view body = section(row);
+            for (const TextElementRow& text : row.texts)
+                setText(metadata, body, text);
+            for (const ListElementRow& list : row.lists)
+                setList(metadata, body, list);
+        }
         metadata.setScreenshotMode(screenshotMode(section(kThumbnailSection)));
         metadata.setKVPKGVersion(u"");  // no package, so no version of its format
         return metadata;
@@ -113,8 +96,8 @@ private:
 
     // Empty when there is none. The text is valid UTF-16, since it was made from UTF-8, so the
     // scanner may work on it directly.
-    ustring_view section(ustring_view name) const {
-        return findSection(text_, name).value_or(ustring_view());
+    ustring_view section(const SectionRow& row) const {
+        return findSection(text_, row.name).value_or(ustring_view());
     }
 
     ustring fileName_;

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
 
+#include "app/Forms.hpp"
 #include "app/ImageKind.hpp"
 #include "app/ScreenshotFormats.hpp"
 #include "app/Shown.hpp"
@@ -46,7 +47,7 @@ void checkWhole(const ImageKind& kind, const std::string& part, string_view byte
 
 void checkImage(const FileName& file, const std::string& part, string_view format,
                 string_view bytes, Findings& findings) {
-    const bool isText = file.native().ends_with(u".k");
+    const bool isText = file.native().ends_with(kTextExtension);
     const std::string fix = isText
                                 ? "set a whole image as the app's screenshot in its editor"
                                 : fmt::format("qzapp edit {} --screenshot IMAGE", shellWord(file));

@@ -3,12 +3,11 @@
 #include <appserialization/KAppMetadataReader.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Base64.hpp>
+#include <foundation/Immortal.hpp>
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -17,36 +16,44 @@
 #include "app/Forms.hpp"
 #include "app/Progress.hpp"
 #include "app/check/Checks.hpp"
+#include "textapp/Layout.hpp"
 
 namespace qzapp {
 namespace {
 
+namespace textapp = appserialization::textapp;
+
+using fl::i18n::ustring_to_utf8;
 using foundation::ustring;
 using std::string_view;
 
-constexpr string_view kMarker = "%[app:";
 constexpr string_view kByteOrderMark = "\xEF\xBB\xBF";
-constexpr string_view kThumbnailSection = "app:thumbnail";
 
+// A section that readers know, and the elements that they take from it.
 struct Section {
-    string_view name;
-    std::span<const string_view> elements;
+    std::string name;
+    std::vector<std::string> elements;
 };
-constexpr std::array<string_view, 5> kDetails = {"Name", "Author", "Summary", "Description",
-                                                 "Version"};
-constexpr std::array<string_view, 7> kInternalData = {"AppId",
-                                                      "AppType",
-                                                      "MinimumSupportedKORVALRelease",
-                                                      "KORVALRelease",
-                                                      "RequiredProducts",
-                                                      "UserComponents",
-                                                      "ImageRelativePaths"};
-constexpr std::array<string_view, 1> kThumbnail = {"Thumbnail"};
-constexpr std::array kSections = {
-    Section{"app:appDetails", kDetails},
-    Section{"app:internalData", kInternalData},
-    Section{kThumbnailSection, kThumbnail},
-};
+
+Section sectionOf(const textapp::SectionRow& row) {
+    Section section{ustring_to_utf8(row.name), {}};
+    for (const auto& text : row.texts)
+        section.elements.push_back(ustring_to_utf8(text.name));
+    for (const auto& list : row.lists)
+        section.elements.push_back(ustring_to_utf8(list.name));
+    if (row.screenshot != nullptr) section.elements.push_back(ustring_to_utf8(row.screenshot));
+    return section;
+}
+
+const std::vector<Section>& knownSections() {
+    static const foundation::Immortal<std::vector<Section>> sections([] {
+        std::vector<Section> all;
+        for (const auto& row : textapp::kSections)
+            all.push_back(sectionOf(row));
+        return all;
+    }());
+    return *sections;
+}
 
 // The places of all markers, in the order of the text.
 struct Marker {
@@ -56,23 +63,27 @@ struct Marker {
 
 std::vector<Marker> markersIn(string_view text) {
     std::vector<Marker> markers;
-    for (std::size_t at = 0; (at = text.find(kMarker, at)) != string_view::npos;
-         at += kMarker.size()) {
-        const std::size_t close = text.find_first_of("]\r\n", at);
-        if (close == string_view::npos || text[close] != ']') continue;
-        const std::size_t name = at + kMarker.find("app:");
-        markers.push_back({text.substr(name, close - name), close + 1});
+    const std::string open = ustring_to_utf8(textapp::kSectionOpen),
+                      close = ustring_to_utf8(textapp::kSectionClose);
+    const std::string start = open + ustring_to_utf8(textapp::kSectionPrefix);
+    for (std::size_t at = 0; (at = text.find(start, at)) != string_view::npos; at += start.size()) {
+        const std::size_t end = text.find_first_of(close + "\r\n", at);
+        if (end == string_view::npos || !text.substr(end).starts_with(close)) continue;
+        const std::size_t name = at + open.size();
+        markers.push_back({text.substr(name, end - name), end + close.size()});
     }
     return markers;
 }
 
 // A section's body; nullopt when it is not closed.
 std::optional<string_view> bodyOf(string_view text, const Marker& marker) {
-    const std::size_t start = text.find('{', marker.end);
+    const std::string open = ustring_to_utf8(textapp::kBodyOpen);
+    const std::size_t start = text.find(open, marker.end);
     if (start == string_view::npos) return std::nullopt;
-    const std::size_t end = text.find("%}", start + 1);
+    const std::size_t body = start + open.size();
+    const std::size_t end = text.find(ustring_to_utf8(textapp::kBodyClose), body);
     if (end == string_view::npos) return std::nullopt;
-    return text.substr(start + 1, end - start - 1);
+    return text.substr(body, end - body);
 }
 
 bool isNameCharacter(char c) {
@@ -112,17 +123,20 @@ private:
         for (const Marker& marker : markersIn(text_))
             checkSection(marker, seen[marker.name]++);
         hasAppendix_ = std::ranges::any_of(
-            kSections, [&](const Section& section) { return seen.contains(section.name); });
+            knownSections(), [&](const Section& section) { return seen.contains(section.name); });
         if (hasAppendix_) return;
         findings_.add("appendix-missing", "",
                       "has no appendix, so all its metadata reads as the defaults",
-                      "add the section \"%[app:appDetails]\" (docs/format-k.md shows how)");
+                      fmt::format("add the section \"{}{}{}\" (docs/format-k.md shows how)",
+                                  ustring_to_utf8(textapp::kSectionOpen),
+                                  ustring_to_utf8(textapp::kDetailsSection.name),
+                                  ustring_to_utf8(textapp::kSectionClose)));
     }
 
     void checkSection(const Marker& marker, std::size_t before) {
-        const std::string name(marker.name);
-        const auto known = std::ranges::find(kSections, marker.name, &Section::name);
-        if (known == kSections.end()) {
+        const std::string name(marker.name), bodyClose = ustring_to_utf8(textapp::kBodyClose);
+        const auto known = std::ranges::find(knownSections(), marker.name, &Section::name);
+        if (known == knownSections().end()) {
             if (before == 0) {
                 findings_.add("section-unknown", name, "readers pass over a section of this name");
             }
@@ -136,9 +150,9 @@ private:
                 checkElements(*known, *body);
             } else {
                 findings_.add("section-open", name,
-                              fmt::format("the section at {} has no \"%}}\", so it is no section",
-                                          placeOf(text_, marker.end)),
-                              "end its block comment with \"%}\"");
+                              fmt::format("the section at {} has no \"{}\", so it is no section",
+                                          placeOf(text_, marker.end), bodyClose),
+                              fmt::format("end its block comment with \"{}\"", bodyClose));
             }
         }
     }
@@ -166,7 +180,7 @@ private:
         const auto& known = section.elements;
         if (std::ranges::find(known, name) == known.end()) {
             const auto prefix = std::ranges::find_if(
-                known, [&](string_view element) { return name.starts_with(element); });
+                known, [&](const std::string& element) { return name.starts_with(element); });
             if (prefix != known.end()) {
                 findings_.add("element-prefix", part,
                               fmt::format("<{}> is taken for <{}>", name, *prefix),
@@ -201,7 +215,8 @@ private:
 
     void checkFields(const appserialization::AppMetadata& metadata) {
         const auto fix = [](string_view element) {
-            return fmt::format("write <{}>...</{}> into section app:appDetails", element, element);
+            return fmt::format("write <{}>...</{}> into section {}", element, element,
+                               ustring_to_utf8(textapp::kDetailsSection.name));
         };
         if (metadata.getName().value_or(u"").empty()) {
             findings_.add("name-missing", "", "Name is empty; people see an app without a name",
@@ -218,12 +233,12 @@ private:
     }
 
     void checkThumbnail(const appserialization::KAppMetadataReader& reader) {
-        const std::string part(kThumbnailSection);
+        const std::string part = ustring_to_utf8(textapp::kThumbnailSection.name);
         const ustring section = appserialization::getKAppAppendixSection(
-            fl::i18n::utf8_to_ustring(text_), fl::i18n::utf8_to_ustring(part));
+            fl::i18n::utf8_to_ustring(text_), ustring(textapp::kThumbnailSection.name));
         checkCapture(section);
         ustring uri;
-        appserialization::readXMLElement(section, u"Thumbnail", uri);
+        appserialization::readXMLElement(section, textapp::kThumbnail, uri);
         try {
             const auto [format, bytes] = reader.readScreenshotAsBytes();
             if (!format.empty()) {
@@ -233,7 +248,8 @@ private:
             } else if (!uri.empty()) {
                 findings_.add("thumbnail-uri", part,
                               "the thumbnail's text is no data URI of an image, so there is none",
-                              "begin it with \"data:image/png;base64,\", without white space");
+                              fmt::format("begin it with \"{}png{}\", without white space",
+                                          textapp::kImageUriStart, textapp::kPayloadMarker));
             }
         } catch (const foundation::crypto::utils::Base64Error& e) {
             findings_.add("thumbnail-base64", part, e.what(),
@@ -242,19 +258,20 @@ private:
     }
 
     void checkCapture(const ustring& section) {
-        const std::size_t tag = section.find(u"<Thumbnail");
+        const std::size_t tag = section.find(ustring(u"<") + textapp::kThumbnail);
         if (tag == ustring::npos) return;
         const ustring start = section.substr(tag, section.find(u'>', tag) - tag);
         ustring value;
-        appserialization::readXMLElementAttribute(start + u">", u"Thumbnail", u"autoCapture",
-                                                  value);
-        const bool isGiven = start.find(u"autoCapture") != ustring::npos;
+        appserialization::readXMLElementAttribute(start + u">", textapp::kThumbnail,
+                                                  textapp::kAutoCapture, value);
+        const bool isGiven = start.find(textapp::kAutoCapture) != ustring::npos;
         if (!isGiven || value == u"true" || value == u"false") return;
-        findings_.add("capture-value", std::string(kThumbnailSection),
-                      value.empty() ? "autoCapture has no value in single quotes; it reads as true"
-                                    : fmt::format("autoCapture is \"{}\"; it reads as true",
+        const std::string name = ustring_to_utf8(textapp::kAutoCapture);
+        findings_.add("capture-value", ustring_to_utf8(textapp::kThumbnailSection.name),
+                      value.empty() ? name + " has no value in single quotes; it reads as true"
+                                    : fmt::format("{} is \"{}\"; it reads as true", name,
                                                   fl::i18n::to_display(value)),
-                      "write autoCapture='true' or autoCapture='false'");
+                      fmt::format("write {}='true' or {}='false'", name, name));
     }
 
     const FileName& file_;

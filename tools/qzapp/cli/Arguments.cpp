@@ -56,8 +56,9 @@ std::string fieldHelp() {
 FileName newPackageArgument(const std::string& value) {
     const FileName file = fileArgument(value);
     if (!appserialization::hasExtension(file.native(), kPackagedExtension)) {
-        throw UsageError(value,
-                         "the name of a packaged app must end in \".kvpkg\"; choose another");
+        throw UsageError(
+            value, fmt::format("the name of a packaged app must end in \"{}\"; choose another",
+                               shownExtension(Form::Packaged)));
     }
     return file;
 }

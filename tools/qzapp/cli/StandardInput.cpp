@@ -19,6 +19,7 @@
 
 #include "app/Errors.hpp"
 #include "app/Files.hpp"
+#include "app/Forms.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 
@@ -65,7 +66,7 @@ std::shared_ptr<const HeldFile> keepStandardInput() {
 }
 
 // Kept once, whoever asks for it.
-FileName keptInput(const char16_t* filename) {
+FileName keptInput(const foundation::ustring& filename) {
     static const foundation::Immortal<std::shared_ptr<const HeldFile>> kept(keepStandardInput());
     return {kName, (*kept)->file.privateName(filename), *kept, true};
 }
@@ -84,7 +85,9 @@ FileName inputArgument(const std::string& value) {
 
 FileName appArgument(const std::string& value) {
     if (value != kStandardStream) return inputArgument(value);
-    return keptInput(looksPackaged(keptInput(u"input")) ? u"app.kvpkg" : u"app.k");
+    const bool isPackaged = looksPackaged(keptInput(u"input"));
+    return keptInput(foundation::ustring(u"app") +
+                     (isPackaged ? kPackagedExtension : kTextExtension));
 }
 
 void requireOneStandardInput(const std::vector<std::optional<std::string>>& values) {
