@@ -6,6 +6,7 @@
 #include <array>
 
 #include "app/Shown.hpp"
+#include "metadata/Fields.hpp"
 
 namespace qzapp {
 namespace {
@@ -13,25 +14,8 @@ namespace {
 using appserialization::AppMetadata;
 namespace appmetadata = appserialization::appmetadata;
 
-// The record's setters in the order of its fields: texts, then lists.
-constexpr std::array<void (AppMetadata::*)(const ustring&), 11> kTextSetters = {
-    &AppMetadata::setName,          &AppMetadata::setSummary,
-    &AppMetadata::setAuthor,        &AppMetadata::setVersion,
-    &AppMetadata::setDescription,   &AppMetadata::setScreenshotMode,
-    &AppMetadata::setKVPKGVersion,  &AppMetadata::setMinimumSupportedKORVALRelease,
-    &AppMetadata::setKORVALRelease, &AppMetadata::setUuid,
-    &AppMetadata::setAppType,
-};
-constexpr std::array<void (AppMetadata::*)(const List&), 3> kListSetters = {
-    &AppMetadata::setRequiredProducts,
-    &AppMetadata::setUserComponents,
-    &AppMetadata::setImageRelativePaths,
-};
-static_assert(kTextSetters.size() + kListSetters.size() == appmetadata::kFieldNames.size());
-static_assert(static_cast<std::size_t>(Field::RequiredProducts) == kTextSetters.size());
-
-std::size_t indexOf(Field field) {
-    return static_cast<std::size_t>(field);
+const appmetadata::FieldRow& rowOf(Field field) {
+    return appmetadata::kFields.at(static_cast<std::size_t>(field));
 }
 
 }  // namespace
@@ -40,18 +24,18 @@ std::span<const Field> allFields() {
     static constexpr auto kFields = [] {
         std::array<Field, appmetadata::kFieldNames.size()> all{};
         for (std::size_t i = 0; i < all.size(); ++i)
-            all[i] = static_cast<Field>(i);
+            all[i] = appmetadata::kFields[i].field;
         return all;
     }();
     return kFields;
 }
 
 const char* nameOf(Field field) {
-    return appmetadata::kFieldNames[indexOf(field)];
+    return appmetadata::kFieldNames.at(static_cast<std::size_t>(field));
 }
 
 bool isList(Field field) {
-    return indexOf(field) >= kTextSetters.size();
+    return std::holds_alternative<appmetadata::ListAccess>(rowOf(field).access);
 }
 
 std::optional<Field> findField(std::string_view name) {
@@ -75,10 +59,11 @@ FieldValue valueOf(const AppMetadata& record, Field field) {
 }
 
 void setField(AppMetadata& record, Field field, const FieldValue& value) {
-    if (isList(field)) {
-        (record.*kListSetters[indexOf(field) - kTextSetters.size()])(std::get<List>(value));
+    if (const auto* list = std::get_if<appmetadata::ListAccess>(&rowOf(field).access)) {
+        (record.*list->set)(std::get<List>(value));
     } else {
-        (record.*kTextSetters[indexOf(field)])(std::get<ustring>(value));
+        (record.*
+         std::get<appmetadata::TextAccess>(rowOf(field).access).set)(std::get<ustring>(value));
     }
 }
 

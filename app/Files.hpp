@@ -3,18 +3,22 @@
 #include <fl/FileDescriptor.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/FileKind.hpp>
+#include <opc/Limits.hpp>
+#include <quillcode/CodePart.hpp>
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "app/FileName.hpp"
+#include "package/Layout.hpp"
 
 namespace qzapp {
 
 // The most that the package library takes as code text or screenshot, and as a part of XML.
-inline constexpr std::uint64_t kMaxContentBytes = std::uint64_t{256} << 20;
-inline constexpr std::uint64_t kMaxXmlBytes = std::uint64_t{16} << 20;
+inline constexpr std::uint64_t kMaxContentBytes = quillcode::codepart::kMaxBytes;
+static_assert(kMaxContentBytes == appserialization::layout::kMaxScreenshotBytes);
+using opc::kMaxXmlBytes;
 
 // All of these throw Error about the file.
 

@@ -18,10 +18,15 @@ using appserialization::layout::ScreenshotFormatRow;
 
 }  // namespace
 
-bool isPackagedFormat(ustring_view format) {
+const opc::ImageType* packagedType(ustring_view format) {
     const ustring lower = fl::i18n::to_lower(format);
-    return std::ranges::any_of(
-        kScreenshotFormats, [&](const ScreenshotFormatRow& row) { return lower == row.extension; });
+    const auto found =
+        std::ranges::find(kScreenshotFormats, lower, &ScreenshotFormatRow::extension);
+    return found == kScreenshotFormats.end() ? nullptr : found->type;
+}
+
+bool isPackagedFormat(ustring_view format) {
+    return packagedType(format) != nullptr;
 }
 
 ustring screenshotFormatOf(const FileName& image) {
@@ -29,8 +34,18 @@ ustring screenshotFormatOf(const FileName& image) {
     const std::size_t dot = name.rfind(u'.');
     ustring format = dot == ustring::npos ? ustring() : name.substr(dot + 1);
     if (isPackagedFormat(format)) return format;
-    throw Error(image.shown,
-                "expected an image whose name ends in .png, .jpg, .jpeg or .gif; convert it first");
+    throw Error(image.shown, "expected an image whose name ends in " + packagedFormats(".") +
+                                 "; convert it first");
+}
+
+std::string packagedFormats(std::string_view before, std::string_view lastly) {
+    std::string list;
+    for (const ScreenshotFormatRow& row : kScreenshotFormats) {
+        const bool isLast = &row == &kScreenshotFormats.back();
+        if (!list.empty()) list += isLast ? lastly : ", ";
+        list.append(before).append(fl::i18n::ustring_to_utf8(row.extension));
+    }
+    return list;
 }
 
 }  // namespace qzapp

@@ -18,10 +18,7 @@ std::string visibleText(std::string_view text) {
 }
 
 std::string byteCount(std::uint64_t bytes) {
-    std::string digits = std::to_string(bytes);
-    for (std::size_t at = digits.size(); at > 3; at -= 3)
-        digits.insert(at - 3, 1, ',');
-    return digits + (bytes == 1 ? " byte" : " bytes");
+    return foundation::shownCount(bytes) + (bytes == 1 ? " byte" : " bytes");
 }
 
 }  // namespace qzapp

@@ -2,17 +2,16 @@
 
 #include <foundation/Diagnostics.hpp>
 
+#include <cstddef>
+#include <variant>
+
+#include "metadata/Fields.hpp"
+
 namespace appserialization {
 
-namespace {
-
+using appmetadata::FieldRow;
 using appmetadata::MetadataFieldEnum;
-
-constexpr auto kFieldCount = static_cast<std::int32_t>(appmetadata::kFieldNames.size());
-static_assert(static_cast<std::int32_t>(MetadataFieldEnum::ImageRelativePaths) == kFieldCount - 1,
-              "the fields and their names are one table");
-
-}  // namespace
+using appmetadata::MetadataPropertyVariant;
 
 AppMetadata::AppMetadata() = default;
 AppMetadata::AppMetadata(const AppMetadata& other) = default;
@@ -106,49 +105,23 @@ void AppMetadata::setImageRelativePaths(const std::vector<ustring>& value) {
     imageRelativePaths_ = std::vector<ustring>(value);
 }
 
-appmetadata::MetadataPropertyVariant AppMetadata::getFieldValue(MetadataFieldEnum field) const {
-    switch (field) {
-        case MetadataFieldEnum::Name:
-            return getName();
-        case MetadataFieldEnum::Summary:
-            return getSummary();
-        case MetadataFieldEnum::Author:
-            return getAuthor();
-        case MetadataFieldEnum::Version:
-            return getVersion();
-        case MetadataFieldEnum::Description:
-            return getDescription();
-        case MetadataFieldEnum::ScreenshotMode:
-            return getScreenshotMode();
-        case MetadataFieldEnum::KVPKGVersion:
-            return getKVPKGVersion();
-        case MetadataFieldEnum::MinimumSupportedKORVALRelease:
-            return getMinimumSupportedKORVALRelease();
-        case MetadataFieldEnum::KORVALRelease:
-            return getKORVALRelease();
-        case MetadataFieldEnum::Uuid:
-            return getUuid();
-        case MetadataFieldEnum::AppType:
-            return getAppType();
-        case MetadataFieldEnum::RequiredProducts:
-            return getRequiredProducts();
-        case MetadataFieldEnum::UserComponents:
-            return getUserComponents();
-        case MetadataFieldEnum::ImageRelativePaths:
-            return getImageRelativePaths();
+MetadataPropertyVariant AppMetadata::getFieldValue(MetadataFieldEnum field) const {
+    const auto number = static_cast<std::size_t>(field);
+    if (number >= appmetadata::kFields.size()) {
+        foundation::core::diag::fatal("Should never get here", "AppMetadata", __LINE__,
+                                      "appserialization::appmetadata::MetadataPropertyVariant "
+                                      "appserialization::AppMetadata::getFieldValue("
+                                      "appserialization::appmetadata::MetadataFieldEnum) const");
     }
-    foundation::core::diag::fatal("Should never get here", "AppMetadata", __LINE__,
-                                  "appserialization::appmetadata::MetadataPropertyVariant "
-                                  "appserialization::AppMetadata::getFieldValue("
-                                  "appserialization::appmetadata::MetadataFieldEnum) const");
+    return std::visit(
+        [this](const auto& access) { return MetadataPropertyVariant((this->*access.get)()); },
+        appmetadata::kFields[number].access);
 }
 
 appmetadata::MetadataMap AppMetadata::toMap() const {
     appmetadata::MetadataMap map;
-    for (std::int32_t number = 0; number < kFieldCount; ++number) {
-        const auto field = static_cast<MetadataFieldEnum>(number);
-        map[field] = getFieldValue(field);
-    }
+    for (const FieldRow& row : appmetadata::kFields)
+        map[row.field] = getFieldValue(row.field);
     return map;
 }
 

@@ -101,7 +101,7 @@ void AppFileReader::AppFileReaderImpl::getAppScreenshot(std::vector<std::uint8_t
 
 void AppFileReader::AppFileReaderImpl::copyAppDataToTempFile(const ustring& destination) const {
     validateFileParts();
-    const auto found = package().getRelationshipsByType(layout::kAppModel.relationshipType);
+    const auto found = package().getRelationshipsByType(layout::kAppModelRelationship);
     const opc::model::Part model = package().getTarget(found.at(0));
     const auto stream = model.getInputStream();
 

@@ -36,6 +36,7 @@
 
 namespace appserialization {
 
+using foundation::ustring_view;
 using opc::interfaces::OpenMode;
 using opc::model::ContentType;
 using opc::model::PackageHelper;
@@ -76,10 +77,9 @@ private:
     void openOPCPackage(const ustring& fileName, bool createNew);
     void open(const ZipPhysicalPackage& file, OpenMode mode);
     void requireUsable(const char* method) const;
-    void requireReplaceable(const ustring& relationshipType, const ustring& partName) const;
+    void requireReplaceable(ustring_view relationshipType, ustring_view partName) const;
     void writeMinimalSetOfOPCProperties();
-    Part createPartAndRelationship(const ustring& partName, const ustring& contentType,
-                                   const ustring& relationshipType);
+    Part createPartAndRelationship(const opc::model::PartKindRow& kind);
 
     std::optional<MetadataDocument> readEarlierMetadata() const;
     static Fallbacks fallbacksIn(const DOMElement* earlier);
@@ -156,10 +156,11 @@ void AppFileWriter::AppFileWriterImpl::requireUsable(const char* method) const {
 }
 
 // What the first of these relationships leads to is going to be replaced, or else the part made.
-void AppFileWriter::AppFileWriterImpl::requireReplaceable(const ustring& relationshipType,
-                                                          const ustring& partName) const {
-    requireNoUntypedItem(*package_, relationshipType, PartName(partName));
-    for (const auto& relationship : package_->getRelationshipsByType(relationshipType)) {
+void AppFileWriter::AppFileWriterImpl::requireReplaceable(ustring_view relationshipType,
+                                                          ustring_view partName) const {
+    const ustring type(relationshipType);
+    requireNoUntypedItem(*package_, type, PartName(partName));
+    for (const auto& relationship : package_->getRelationshipsByType(type)) {
         if (!package_->hasTarget(relationship)) continue;
         requireOwnTarget(*package_, relationship, layout::partKinds());
         return;
@@ -186,15 +187,15 @@ void AppFileWriter::AppFileWriterImpl::writeMinimalSetOfOPCProperties() {
     coreProperties_->setCoreProperties(properties);
 }
 
-Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(const ustring& partName,
-                                                                 const ustring& contentType,
-                                                                 const ustring& relationshipType) {
+Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(
+    const opc::model::PartKindRow& kind) {
+    const ustring relationshipType(kind.relationshipType);
     const auto found = package_->getRelationshipsByType(relationshipType);
     // Written through whatever its name: a second part would leave readers with the first.
     if (!found.empty()) return requireOwnTarget(*package_, found.front(), layout::partKinds());
 
-    Part part =
-        package_->createPart(PartName(partName), ContentType(contentType), layout::partInfo());
+    Part part = package_->createPart(PartName(kind.name), ContentType(kind.contentType),
+                                     layout::partInfo());
     isHalfChanged_ = true;
     package_->createInternalRelationship(relationshipType, part.getName().getURI(), u"");
     return part;
@@ -226,8 +227,7 @@ void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText
 
 void AppFileWriter::AppFileWriterImpl::setAppModelFromFile(const ustring& modelFilePath) {
     requireUsable("setAppModelFromFile");
-    Part part = createPartAndRelationship(layout::kAppModel.name, layout::kAppModel.contentType,
-                                          layout::kAppModel.relationshipType);
+    Part part = createPartAndRelationship(layout::kAppModel);
     fl::filesystem::path path;
     if (!modelFilePath.empty()) {
         path = fl::filesystem::detail::make_native_form(modelFilePath, true);
@@ -288,8 +288,7 @@ void AppFileWriter::AppFileWriterImpl::setAppMetadata(const AppMetadata& metadat
     const auto earlier = readEarlierMetadata();
     // Core properties that cannot be read are refused now, not when the metadata part has changed.
     static_cast<void>(coreProperties_->getCoreProperties());
-    Part part = createPartAndRelationship(layout::kMetadata.name, layout::kMetadata.contentType,
-                                          layout::kMetadata.relationshipType);
+    Part part = createPartAndRelationship(layout::kMetadata);
     writeMetadataPart(part, metadata, earlier ? earlier->root() : nullptr);
     isHalfChanged_ = true;
     writeCoreProperties(metadata);
@@ -297,7 +296,7 @@ void AppFileWriter::AppFileWriterImpl::setAppMetadata(const AppMetadata& metadat
 }
 
 std::optional<MetadataDocument> AppFileWriter::AppFileWriterImpl::readEarlierMetadata() const {
-    const auto found = package_->getRelationshipsByType(layout::kMetadata.relationshipType);
+    const auto found = package_->getRelationshipsByType(layout::kMetadataRelationship);
     if (found.empty()) return std::nullopt;
     return std::optional<MetadataDocument>(std::in_place, package_->getTarget(found.front()));
 }

@@ -5,7 +5,11 @@
 #include <appserialization/AppMetadata.hpp>
 #include <opc/ImageTypes.hpp>
 #include <opc/Package.hpp>
+#include <opc/PackageNames.hpp>
+#include <opc/PartKind.hpp>
+#include <quillcode/CodePart.hpp>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <vector>
@@ -18,35 +22,50 @@ inline constexpr const char16_t* kExtension = u".kvpkg";
 inline constexpr const char16_t* kPackageContentType = u"application/vnd.quorvane.korval.app";
 inline constexpr const char16_t* kPackageFriendlyName = u"KORVAL App";
 
-// A macro, because only literals are joined by the compiler. The years differ on purpose.
-#define SCHEMA_BASE u"http://schemas.quorvane.com"
+// The years differ on purpose.
 inline constexpr const char16_t* kMetadataNamespace =
-    SCHEMA_BASE u"/lumenForge/app/2017/appMetadata";
+    foundation::kJoinedText<opc::names::kHostSchemas, u"/lumenForge/app/2017/appMetadata">.data();
 inline constexpr const char16_t* kAppModelRelationship =
-    SCHEMA_BASE u"/lumenForge/app/2014/relationships/appModel";
+    foundation::kJoinedText<opc::names::kHostSchemas,
+                            u"/lumenForge/app/2014/relationships/appModel">.data();
 inline constexpr const char16_t* kMetadataRelationship =
-    SCHEMA_BASE u"/lumenForge/app/2017/relationships/appMetadata";
+    foundation::kJoinedText<opc::names::kHostSchemas,
+                            u"/lumenForge/app/2017/relationships/appMetadata">.data();
 inline constexpr const char16_t* kScreenshotRelationship =
-    SCHEMA_BASE u"/lumenForge/app/2017/relationships/appScreenshot";
-#undef SCHEMA_BASE
+    foundation::kJoinedText<opc::names::kHostSchemas,
+                            u"/lumenForge/app/2017/relationships/appScreenshot">.data();
 
-// A part with one name. All relationships start from the package; readers find the model by its name
-// and the others by relationship.
-struct PartRow {
-    const char16_t* name;
-    const char16_t* contentType;
-    const char16_t* relationshipType;
+// The parts that an app has once under one name. All relationships start from the package; readers find
+// the model by its name and the others by relationship. Whatever changes a part compares it with all of
+// these, so that no edit takes one for another: a part that is not in this table is not protected.
+inline constexpr std::array kParts = {
+    opc::model::PartKindRow{
+        "the app's model",
+        u"/lumenforge/appModel.kvd",
+        u"application/vnd.quorvane.korval.lumenForge.appModel+kvd",
+        kAppModelRelationship,
+        true,
+    },
+    quillcode::codepart::kKind,
+    opc::model::PartKindRow{
+        "the app's metadata",
+        u"/metadata/appMetadata.xml",
+        u"application/vnd.quorvane.korval.lumenForge.appMetadata+xml",
+        kMetadataRelationship,
+    },
+    opc::model::kCorePropertiesKind,
+    opc::model::kHostPropertiesKind,
 };
-inline constexpr PartRow kAppModel{
-    u"/lumenforge/appModel.kvd",
-    u"application/vnd.quorvane.korval.lumenForge.appModel+kvd",
-    kAppModelRelationship,
-};
-inline constexpr PartRow kMetadata{
-    u"/metadata/appMetadata.xml",
-    u"application/vnd.quorvane.korval.lumenForge.appMetadata+xml",
-    kMetadataRelationship,
-};
+
+// The row of a relationship type; a part that has none does not compile.
+consteval const opc::model::PartKindRow& partOf(opc::model::ustring_view relationshipType) {
+    const auto found =
+        std::ranges::find(kParts, relationshipType, &opc::model::PartKindRow::relationshipType);
+    if (found == kParts.end()) throw "there is no such part";
+    return *found;
+}
+inline constexpr const opc::model::PartKindRow& kAppModel = partOf(kAppModelRelationship);
+inline constexpr const opc::model::PartKindRow& kMetadata = partOf(kMetadataRelationship);
 
 // How every part is stored: deflated for speed, size unknown beforehand.
 inline opc::model::StandardPartInfo partInfo() {
@@ -59,14 +78,16 @@ inline constexpr const char16_t* kScreenshotNameStem = u"/metadata/appScreenshot
 inline constexpr std::size_t kMaxScreenshotBytes = std::size_t{256} << 20;
 struct ScreenshotFormatRow {
     const char16_t* extension;
-    opc::model::ContentType (*contentType)();
+    const opc::ImageType* type;
+
+    opc::model::ContentType contentType() const { return type->contentType(); }
 };
 // The first stands for every format that is not in the table.
 inline constexpr std::array kScreenshotFormats = {
-    ScreenshotFormatRow{u"png", opc::qzservices::getPNGContentType},
-    ScreenshotFormatRow{u"jpg", opc::qzservices::getJPEGContentType},
-    ScreenshotFormatRow{u"jpeg", opc::qzservices::getJPEGContentType},
-    ScreenshotFormatRow{u"gif", opc::qzservices::getGIFContentType},
+    ScreenshotFormatRow{u"png", opc::imageType("png")},
+    ScreenshotFormatRow{u"jpg", opc::imageType("jpg")},
+    ScreenshotFormatRow{u"jpeg", opc::imageType("jpg")},
+    ScreenshotFormatRow{u"gif", opc::imageType("gif")},
 };
 
 inline constexpr const char16_t* kMetadataRoot = u"metadata";

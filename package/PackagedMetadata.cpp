@@ -61,7 +61,7 @@ AppMetadata PackagedMetadata::getAppMetadata() const {
 }
 
 void PackagedMetadata::readMetadataPart(AppMetadata& metadata) const {
-    const auto found = package().getRelationshipsByType(layout::kMetadata.relationshipType);
+    const auto found = package().getRelationshipsByType(layout::kMetadataRelationship);
     // Two are as bad as none: nobody can tell which part is meant.
     if (found.size() != 1) return;
     const MetadataDocument document(package().getTarget(found.front()));

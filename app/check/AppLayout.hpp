@@ -1,10 +1,8 @@
 #pragma once
 
 #include <foundation/ustring.hpp>
-#include <opc/HostProperties.hpp>
 #include <opc/Package.hpp>
-#include <opc/PackageNames.hpp>
-#include <opc/StandardProperties.hpp>
+#include <opc/PartKind.hpp>
 #include <quillcode/CodePart.hpp>
 
 #include <algorithm>
@@ -21,48 +19,35 @@ namespace qzapp::layout {
 
 namespace app = appserialization::layout;
 
-// A part that an app has once, found by its relationship (the model by its name, too).
-struct AppPart {
-    foundation::ustring_view name, contentType, relationshipType;
+// A part that an app has once, found by its relationship (the model by its name, too), and what the
+// checks say of it.
+struct AppPart : opc::model::PartKindRow {
     RuleName whenMissing;
     const char* option;  // of "qzapp edit", which sets it
     RuleName whenDangling = "part-dangling";
+
+    // Whether readers of apps parse it as XML.
+    constexpr bool isXml() const { return contentType.ends_with(u"+xml"); }
 };
-inline constexpr AppPart kModel{
-    app::kAppModel.name,
-    app::kAppModel.contentType,
-    app::kAppModel.relationshipType,
-    "model-unlinked",
-    "--model FILE",
-};
-inline constexpr AppPart kCode{
-    quillcode::codepart::kName,
-    quillcode::codepart::kContentType,
-    quillcode::codepart::kRelationshipType,
-    "code-missing",
-    "--code FILE",
-};
-inline constexpr AppPart kMetadata{
-    app::kMetadata.name, app::kMetadata.contentType, app::kMetadata.relationshipType,
-    "metadata-missing",  "--set KVPKGVersion=1",
-};
+inline constexpr AppPart kModel{app::kAppModel, "model-unlinked", "--model FILE"};
+inline constexpr AppPart kCode{quillcode::codepart::kKind, "code-missing", "--code FILE"};
+inline constexpr AppPart kMetadata{app::kMetadata, "metadata-missing", "--set KVPKGVersion=1"};
 inline constexpr AppPart kCoreProperties{
-    opc::qzservices::StandardProperties::kPartName,
-    opc::qzservices::StandardProperties::kContentType,
-    opc::names::kCorePropertiesRelationship,
+    opc::model::kCorePropertiesKind,
     "core-properties-missing",
     "--set Name=NAME",
     "relationship-dangling",
 };
 inline constexpr AppPart kHostProperties{
-    opc::qzservices::HostProperties::kPartName,
-    opc::qzservices::HostProperties::kContentType,
-    opc::qzservices::HostProperties::kRelationshipType,
+    opc::model::kHostPropertiesKind,
     "host-properties-missing",
     "--set KVPKGVersion=1",
     "relationship-dangling",
 };
 inline constexpr std::array kParts = {kModel, kCode, kMetadata, kCoreProperties, kHostProperties};
+static_assert(std::ranges::equal(kParts, app::kParts, {}, &AppPart::relationshipType,
+                                 &opc::model::PartKindRow::relationshipType),
+              "the checks know each part of an app");
 
 // Whether relationships of this type lead to a part of an app.
 inline bool isAppRelationship(foundation::ustring_view type) {

@@ -85,7 +85,7 @@ inline constexpr std::array kRules = {
     Rule{"package-type", Severity::Note, "the core properties say that this is an app"},
     Rule{"name-missing", Severity::Warning, "an app has a name"},
     Rule{"field-empty", Severity::Note, "an app says who made it and what it does"},
-    Rule{"screenshot-format", Severity::Warning, "the screenshot is png, jpg, jpeg or gif"},
+    Rule{"screenshot-format", Severity::Warning, "a packaged app can hold the screenshot's format"},
     Rule{"screenshot-bytes", Severity::Warning, "the screenshot's bytes are of its format"},
     Rule{"screenshot-cut", Severity::Warning, "the screenshot is a whole image of some size"},
     Rule{"screenshot-large", Severity::Error, "the screenshot is no larger than readers take"},

@@ -1,8 +1,8 @@
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
+#include <opc/ImageTypes.hpp>
 
 #include "app/Forms.hpp"
-#include "app/ImageKind.hpp"
 #include "app/ScreenshotFormats.hpp"
 #include "app/Shown.hpp"
 #include "app/check/Checks.hpp"
@@ -10,14 +10,15 @@
 namespace qzapp {
 namespace {
 
+using opc::ImageType;
 using std::string_view;
 using namespace std::string_view_literals;
 
 // Where width and height stand as PNG has them: two numbers of four bytes.
 constexpr std::size_t kPngSizesAt = 16, kPngSizesEnd = 24;
 
-bool hasNoSize(const ImageKind& kind, string_view bytes) {
-    if (kind.format != "png") return false;
+bool hasNoSize(const ImageType& type, string_view bytes) {
+    if (&type != opc::imageType("png")) return false;
     if (bytes.size() < kPngSizesEnd) return true;
     constexpr string_view kZero = "\0\0\0\0"sv;
     return bytes.substr(kPngSizesAt, 4) == kZero || bytes.substr(kPngSizesAt + 4, 4) == kZero;
@@ -26,12 +27,12 @@ bool hasNoSize(const ImageKind& kind, string_view bytes) {
 // Some programs add white space or padding behind the end.
 constexpr std::size_t kMaxBehindEnd = 64;
 
-bool hasEnd(const ImageKind& kind, string_view bytes) {
+bool hasEnd(const ImageType& kind, string_view bytes) {
     const std::size_t at = bytes.rfind(kind.end);
     return at != string_view::npos && bytes.size() - at <= kind.end.size() + kMaxBehindEnd;
 }
 
-void checkWhole(const ImageKind& kind, const std::string& part, string_view bytes,
+void checkWhole(const ImageType& kind, const std::string& part, string_view bytes,
                 const std::string& fix, Findings& findings) {
     if (hasNoSize(kind, bytes)) {
         findings.add("screenshot-cut", part, "the image has no width or no height", fix);
@@ -51,9 +52,9 @@ void checkImage(const FileName& file, const std::string& part, string_view forma
     const std::string fix = isText
                                 ? "set a whole image as the app's screenshot in its editor"
                                 : fmt::format("qzapp edit {} --screenshot IMAGE", shellWord(file));
-    const ImageKind* kind = imageKindOf(bytes);
-    const string_view meant = format == "jpeg" ? "jpg" : format;
-    if (!isPackagedFormat(fl::i18n::utf8_to_ustring(format))) {
+    const ImageType* kind = opc::imageTypeOf(bytes);
+    const ImageType* meant = packagedType(fl::i18n::utf8_to_ustring(format));
+    if (meant == nullptr) {
         findings.add("screenshot-format", part,
                      fmt::format("the format is \"{}\", which a packaged app cannot hold", format),
                      fix);
@@ -62,7 +63,7 @@ void checkImage(const FileName& file, const std::string& part, string_view forma
             "screenshot-bytes", part,
             bytes.empty() ? "the image is empty" : fmt::format("its bytes are no {} image", format),
             fix);
-    } else if (kind->format != meant) {
+    } else if (kind->format != meant->format) {
         findings.add(
             "screenshot-bytes", part,
             fmt::format("is called {}, but its bytes are a {} image", format, kind->format), fix);

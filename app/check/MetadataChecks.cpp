@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 #include <opc/Exception.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "app/Files.hpp"
+#include "app/ScreenshotFormats.hpp"
 #include "app/Signatures.hpp"
 #include "app/check/AppLayout.hpp"
 #include "app/check/Checks.hpp"
@@ -177,7 +179,8 @@ private:
     // The elements of an XML part; empty when there is none, or when `fault` says what is wrong.
     std::vector<XmlElement> elementsOf(const FoundItem* part, std::string& fault) const {
         if (part != nullptr && part->item->size > kMaxXmlBytes) {
-            fault = "larger than the 16 MiB that readers take";
+            fault = fmt::format("larger than the {} that readers take",
+                                foundation::shownMebibytes(kMaxXmlBytes));
         }
         const auto document = part ? package_.read(*part, kMaxXmlBytes) : std::nullopt;
         if (!document) return {};
@@ -296,15 +299,15 @@ private:
         if (!image) return;
         const std::string format = shown(fl::i18n::to_lower(part->name->getExtension()));
         checkImage(package_.file, part->shownName, format, *image, findings_);
-        checkImageType(*part, format);
+        if (const auto* type = packagedType(part->name->getExtension()))
+            checkImageType(*part, type->contentType());
     }
 
-    void checkImageType(const FoundItem& part, const std::string& format) {
-        const std::string expected = "image/" + (format == "jpg" ? std::string("jpeg") : format);
-        const std::string type = shown(fl::i18n::to_lower(part.type->toString()));
-        if (type == expected) return;
+    void checkImageType(const FoundItem& part, const ContentType& expected) {
+        if (*part.type == expected) return;
         findings_.add("part-type", part.shownName,
-                      fmt::format("has the content type \"{}\"; expected \"{}\"", type, expected),
+                      fmt::format("has the content type \"{}\"; expected \"{}\"",
+                                  shown(part.type->toString()), shown(expected.toString())),
                       edit("--screenshot IMAGE"));
     }
 

@@ -206,8 +206,8 @@ private:
     // The parts whose XML readers of apps parse.
     std::set<const FoundItem*> xmlParts() const {
         std::set<const FoundItem*> parts;
-        for (const layout::AppPart& part :
-             {layout::kMetadata, layout::kCoreProperties, layout::kHostProperties}) {
+        for (const layout::AppPart& part : layout::kParts) {
+            if (!part.isXml()) continue;
             if (isAppName(from_.file)) parts.insert(from_.findItem(PartName(part.name)));
             for (const Relationship* link : from_.byType(part.relationshipType)) {
                 if (!isOfAnotherKind(*link)) parts.insert(from_.targetItem(*link));

@@ -37,7 +37,8 @@ enum class MetadataFieldEnum : std::int32_t {
 using OptionalString = boost::optional<ustring>;
 using OptionalStringList = boost::optional<std::vector<ustring>>;
 
-// A field's value: a text (fields 0 to 10) or a list of texts (11 to 13), each present or absent.
+// A field's value, present or absent: a text, or for RequiredProducts, UserComponents and
+// ImageRelativePaths a list of texts.
 using MetadataPropertyVariant = boost::variant<OptionalString, OptionalStringList>;
 
 // Ordered by the fields' numbers.
@@ -103,7 +104,7 @@ public:
     // process.
     appmetadata::MetadataPropertyVariant getFieldValue(appmetadata::MetadataFieldEnum field) const;
 
-    // All fourteen fields; an absent field is an entry with an absent value.
+    // All fields; an absent field is an entry with an absent value.
     appmetadata::MetadataMap toMap() const;
 
 private:

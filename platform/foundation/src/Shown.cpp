@@ -99,4 +99,15 @@ std::string shown(const fl::filesystem::path& file) {
     return printable(fl::i18n::to_display(file.native()));
 }
 
+std::string shownCount(std::uint64_t count) {
+    std::string digits = std::to_string(count);
+    for (std::size_t at = digits.size(); at > 3; at -= 3)
+        digits.insert(at - 3, 1, ',');
+    return digits;
+}
+
+std::string shownMebibytes(std::uint64_t bytes) {
+    return shownCount(bytes >> 20) + " MiB";
+}
+
 }  // namespace foundation

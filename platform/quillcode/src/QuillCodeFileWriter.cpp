@@ -57,8 +57,8 @@ void QuillCodeFileWriter::setKORVALCode(const ustring& code) {
     auto bytes = fl::i18n::ustring_to_utf8(code);
     if (bytes.size() > codepart::kMaxBytes) {
         throw opc::Exception(foundation::shown(file_.path()) + ": the code has " +
-                             std::to_string(bytes.size()) +
-                             " bytes; no more than 256 MiB can be written");
+                             std::to_string(bytes.size()) + " bytes; no more than " +
+                             foundation::shownMebibytes(codepart::kMaxBytes) + " can be written");
     }
     code_ = std::move(bytes);
 }

@@ -82,8 +82,9 @@ void addContentOptions(CLI::App& command, ContentOptions& options, bool required
         ->type_name("FILE")
         ->group("Content");
     command
-        .add_option("--screenshot", options.screenshot,
-                    "Image; its extension (png, jpg, jpeg, gif) says the format")
+        .add_option(
+            "--screenshot", options.screenshot,
+            fmt::format("Image; its extension ({}) says the format", packagedFormats("", ", ")))
         ->type_name("IMAGE")
         ->group("Content");
     command

@@ -3,15 +3,16 @@
 #include <fmt/format.h>
 #include <nettle/base64.h>
 #include <fl/i18n.hpp>
+#include <opc/ImageTypes.hpp>
 
 #include <array>
 #include <cstdint>
 #include <string_view>
 #include <vector>
 
-#include "app/ImageKind.hpp"
 #include "app/Sha256.hpp"
 #include "app/Shown.hpp"
+#include "app/Thumbnails.hpp"
 #include "tools/qzapp/gallery/GalleryFiles.hpp"
 
 namespace qzapp {
@@ -68,9 +69,9 @@ std::string noPicture(const std::string& reason) {
 std::string pictureOf(const std::string& name, const appserialization::Screenshot& screenshot) {
     const Bytes& bytes = screenshot.second;
     if (bytes.empty()) return noPicture("No screenshot");
-    const ImageKind* kind =
-        imageKindOf({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
-    if (kind == nullptr) return noPicture("The screenshot is no PNG, JPEG, GIF or WebP image");
+    const opc::ImageType* const type =
+        opc::imageTypeOf({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    if (type == nullptr) return noPicture("The screenshot is no image that browsers show");
     // There may be a thousand of them.
     if (bytes.size() > kMaxPictureBytes) {
         return noPicture(fmt::format("The screenshot of {} is too large for this page",
@@ -79,7 +80,7 @@ std::string pictureOf(const std::string& name, const appserialization::Screensho
     return fmt::format(
         "<img class=\"picture\" loading=\"lazy\" decoding=\"async\" alt=\"Screenshot of {}\" "
         "src=\"data:{};base64,{}\">",
-        html(name), kind->mediaType, base64(bytes));
+        html(name), type->mediaType, base64(bytes));
 }
 
 std::string textOf(const FieldValue& value) {

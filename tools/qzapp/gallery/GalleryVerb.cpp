@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <CLI/Option.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 
 #include <atomic>
 #include <cstddef>
@@ -19,6 +20,7 @@
 #include "app/Files.hpp"
 #include "app/Forms.hpp"
 #include "app/Shown.hpp"
+#include "app/Thumbnails.hpp"
 #include "app/Transaction.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Output.hpp"
@@ -170,7 +172,9 @@ Action declareGallery(CLI::App& command) {
     command.add_flag("--force", options->force, "Replace OUT.html if it exists; never an app");
     command.footer(
         "Makes one page of all apps, with search and sort, that needs no network and no other\n"
-        "file. Screenshots go in as they are, up to 4 MiB each, so the page is a third larger "
+        "file. Screenshots go in as they are, up to " +
+        foundation::shownMebibytes(kMaxPictureBytes) +
+        " each, so the page is a third larger "
         "than\n"
         "all of them. An app or folder that cannot be read appears with the reason; the exit "
         "status\n"

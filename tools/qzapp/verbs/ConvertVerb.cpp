@@ -69,10 +69,9 @@ void takeScreenshot(Conversion& conversion, appserialization::Screenshot screens
         conversion.content.screenshot = std::move(screenshot);
         return;
     }
-    conversion.losses.push_back(fmt::format(
-        "the screenshot has the format \"{}\" and is left out: a packaged app holds png, "
-        "jpg, jpeg or gif",
-        visible(screenshot.first)));
+    conversion.losses.push_back(
+        fmt::format("the screenshot has the format \"{}\" and is left out: a packaged app holds {}",
+                    visible(screenshot.first), packagedFormats()));
 }
 
 Conversion convertText(const FileName& in) {

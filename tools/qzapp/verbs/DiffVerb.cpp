@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <CLI/Option.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -125,8 +126,9 @@ std::string longCodeText(const ordered_json& change) {
         text += line(sign, fmt::format("{}, {} line{}  sha256:{}", byteCount(facts["bytes"]), lines,
                                        lines == 1 ? "" : "s", facts["sha256"].get<std::string>()));
     }
-    return text + line(' ', fmt::format("differs; lines are shown of up to {} MiB and {} lines",
-                                        kMostDiffBytes >> 20, kMostDiffLines));
+    return text +
+           line(' ', fmt::format("differs; lines are shown of up to {} and {} lines",
+                                 foundation::shownMebibytes(kMostDiffBytes), kMostDiffLines));
 }
 
 std::string codeText(const ordered_json& change) {
@@ -221,7 +223,10 @@ Action declareDiff(CLI::App& command) {
     command.add_option("B", options->b, "Another, of either form")->required()->type_name("");
     command.add_flag("--json", options->json, "One JSON object");
     command.footer(
-        "Compares metadata, code (as \"diff -u\", beyond 16 MiB or 250,000 lines by SHA-256) and\n"
+        "Compares metadata, code (as \"diff -u\", beyond " +
+        foundation::shownMebibytes(kMostDiffBytes) + " or " +
+        foundation::shownCount(kMostDiffLines) +
+        " lines by SHA-256) and\n"
         "parts and other items (by content type, size and SHA-256). The time of the last save, "
         "the\n"
         "order of relationships, content types of nothing, folder items and the comment of the "

@@ -123,7 +123,8 @@ void addOtherItems(const FileName& file, const Package& package, std::vector<Par
         const auto name = opc::names::partNameOf(item.name);
         if (name && package.hasPart(*name)) continue;
         parts.push_back(
-            factsOf(file, *archive, item, name ? shownName(*name) : item.displayName()));
+            factsOf(file, *archive, item,
+                    name ? fl::i18n::to_display(name->toString()) : item.displayName()));
     }
 }
 

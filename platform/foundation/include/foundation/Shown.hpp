@@ -4,6 +4,7 @@
 #include <foundation/ustring.hpp>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -30,5 +31,9 @@ inline constexpr std::size_t kMaxShownMessage = 800;  // of one that holds shown
 PLATFORM_API std::string shown(std::string_view utf8, std::size_t limit = kMaxShownValue);
 PLATFORM_API std::string shown(ustring_view text);
 PLATFORM_API std::string shown(const fl::filesystem::path& file);
+
+// Numbers for people: "23,456", and a limit in mebibytes as "16 MiB".
+PLATFORM_API std::string shownCount(std::uint64_t count);
+PLATFORM_API std::string shownMebibytes(std::uint64_t bytes);
 
 }  // namespace foundation

@@ -2,6 +2,7 @@
 
 #include <foundation/Export.hpp>
 #include <opc/CoreProperties.hpp>
+#include <opc/PackageNames.hpp>
 
 #include <string>
 #include <string_view>
@@ -16,7 +17,8 @@ public:
     static constexpr const char16_t* kContentType =
         u"application/vnd.quorvane.korval.hostProperties+xml";
     static constexpr const char16_t* kRelationshipType =
-        u"http://schemas.quorvane.com/package/2026/relationships/hostProperties";
+        foundation::kJoinedText<names::kHostSchemas,
+                                u"/package/2026/relationships/hostProperties">.data();
 
     // Whether `properties` has any that stand in this part.
     static bool any(const CoreProperties& properties);

@@ -3,6 +3,49 @@
 #include <foundation/Export.hpp>
 #include <opc/Names.hpp>
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace opc {
+
+// A kind of image, as media types name it and as its bytes show it.
+struct ImageType {
+    std::string_view format;     // "png", which is also the usual extension
+    std::string_view mediaType;  // "image/png"
+    const char* name;            // for messages: "a PNG image"
+    std::string_view signature;  // its first bytes
+    std::string_view mark;       // further ones, where those are not enough, at `markAt`
+    std::size_t markAt;
+    std::string_view end;  // its last bytes, where they are always the same
+
+    PLATFORM_API model::ContentType contentType() const;
+};
+
+// Of those that browsers show. One that begins in several ways has a row for each.
+inline constexpr std::array kImageTypes = {
+    ImageType{"png", "image/png", "a PNG image", "\x89PNG\r\n\x1A\n", "", 0,
+              "IEND\xAE\x42\x60\x82"},
+    ImageType{"jpg", "image/jpeg", "a JPEG image", "\xFF\xD8\xFF", "", 0, "\xFF\xD9"},
+    ImageType{"gif", "image/gif", "a GIF image", "GIF87a", "", 0, ";"},
+    ImageType{"gif", "image/gif", "a GIF image", "GIF89a", "", 0, ";"},
+    ImageType{"webp", "image/webp", "a WebP image", "RIFF", "WEBP", 8, ""},
+};
+
+// The first row of a format; one that has none does not compile.
+consteval const ImageType* imageType(std::string_view format) {
+    const auto* const found = std::ranges::find(kImageTypes, format, &ImageType::format);
+    if (found == kImageTypes.end()) throw "there is no such image type";
+    return found;
+}
+
+// What the image is that these bytes are or begin; null when it is none of the table.
+PLATFORM_API const ImageType* imageTypeOf(std::string_view bytes);
+
+}  // namespace opc
+
 namespace opc::qzservices {
 
 PLATFORM_API model::ContentType getPNGContentType();

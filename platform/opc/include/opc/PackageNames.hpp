@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/Export.hpp>
+#include <foundation/JoinedText.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/Names.hpp>
 
@@ -8,9 +9,11 @@
 #include <string>
 #include <string_view>
 
-// The names that the packaging standard itself gives, and how names of parts and of items in the zip file
-// belong together.
+// The names that the packaging standard itself gives, how names of parts and of items in the zip file belong
+// together, and how the host's own schemas begin.
 namespace opc::names {
+
+inline constexpr foundation::FixedText kHostSchemas = "http://schemas.quorvane.com";
 
 inline constexpr std::string_view kContentTypesItem = "[Content_Types].xml";
 inline constexpr foundation::ustring_view kRelationshipsPart = u"/_rels/.rels";

@@ -1,8 +1,12 @@
 #pragma once
 
 #include <foundation/Export.hpp>
+#include <opc/HostProperties.hpp>
 #include <opc/Package.hpp>
+#include <opc/PackageNames.hpp>
+#include <opc/StandardProperties.hpp>
 
+#include <array>
 #include <initializer_list>
 #include <span>
 
@@ -16,6 +20,30 @@ struct PartKind {
     PartName name;  // the usual one
     ContentType contentType;
     bool isFoundByName = false;  // as well as by relationship
+};
+
+// A kind as a constant.
+struct PartKindRow {
+    const char* what;
+    ustring_view name, contentType, relationshipType;
+    bool isFoundByName = false;
+
+    PartKind kind() const {
+        return {what, ustring(relationshipType), PartName(name), ContentType(contentType),
+                isFoundByName};
+    }
+};
+inline constexpr PartKindRow kCorePropertiesKind{
+    "the core properties",
+    qzservices::StandardProperties::kPartName,
+    qzservices::StandardProperties::kContentType,
+    names::kCorePropertiesRelationship,
+};
+inline constexpr PartKindRow kHostPropertiesKind{
+    "the host's properties",
+    qzservices::HostProperties::kPartName,
+    qzservices::HostProperties::kContentType,
+    qzservices::HostProperties::kRelationshipType,
 };
 
 // What a relationship leads to, for replacing or deleting it as the part of its type. Throws

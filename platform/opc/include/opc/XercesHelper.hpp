@@ -107,7 +107,7 @@ public:
     static void copyAttributes(const xercesc::DOMElement* from, xercesc::DOMElement* to,
                                const ustring& except);
     // Appends copies of elements that have one parent. Throws opc::Exception where it would take more
-    // than 16 MiB to declare their default namespace for each.
+    // than kMaxXmlBytes to declare their default namespace for each.
     static void appendCopies(xercesc::DOMElement* parent,
                              const std::vector<const xercesc::DOMElement*>& elements);
 };

@@ -1,5 +1,7 @@
 #include <opc/FileKind.hpp>
 
+#include <opc/ImageTypes.hpp>
+
 #include <algorithm>
 #include <string_view>
 
@@ -16,15 +18,10 @@ struct Signature {
     FileKind kind;
 };
 
-// More telling ones first.
+// Of what is no image. More telling ones first.
 constexpr Signature kSignatures[] = {
     {0, "PK\3\4", {Family::Zip, "a zip file"}},
     {0, "PK\5\6", {Family::Zip, "a zip file"}},
-    {0, "\x89PNG\r\n\x1A\n", {Family::Binary, "a PNG image"}},
-    {0, "\xFF\xD8\xFF", {Family::Binary, "a JPEG image"}},
-    {0, "GIF87a", {Family::Binary, "a GIF image"}},
-    {0, "GIF89a", {Family::Binary, "a GIF image"}},
-    {8, "WEBP", {Family::Binary, "a WebP image"}},
     {0, "%PDF-", {Family::Binary, "a PDF document"}},
     {0, "\x1F\x8B\x08", {Family::Binary, "gzip data"}},
     {0, "BZh", {Family::Binary, "bzip2 data"}},
@@ -73,6 +70,7 @@ FileKind FileKind::of(std::span<const std::byte> start) {
     if (text.empty()) return {Family::Empty, "empty"};
     // Before the signatures: a text may begin with "GIF89a = 1" or "%PDF-".
     if (isText(text)) return textKind(text);
+    if (const auto* const image = imageTypeOf(text)) return {Family::Binary, image->name};
     for (const Signature& signature : kSignatures) {
         if (has(text, signature)) return signature.kind;
     }

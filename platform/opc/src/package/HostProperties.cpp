@@ -18,7 +18,8 @@ using foundation::release_info::ReleaseInfo;
 
 namespace {
 
-constexpr std::string_view kNamespace = "http://schemas.quorvane.com/package/2026/hostProperties";
+constexpr std::string_view kNamespace =
+    foundation::kJoinedText<names::kHostSchemas, "/package/2026/hostProperties">.data();
 constexpr std::string_view kRoot = "hostProperties";
 constexpr std::string_view kFriendlyName = "contentTypeFriendlyName";
 constexpr std::string_view kRelease = "release";

@@ -2,9 +2,6 @@
 
 #include <opc/PartKind.hpp>
 
-#include <opc/HostProperties.hpp>
-#include <opc/StandardProperties.hpp>
-
 #include <algorithm>
 #include <array>
 #include <string>
@@ -29,14 +26,9 @@ PartName freeName(const Package& package, const ustring& name) {
 // The kind of part that is asked for, and those that packages have of their own.
 std::array<PartKind, 3> kindsWith(const ustring& relationshipType, const ustring& name,
                                   const ContentType& type) {
-    using qzservices::HostProperties;
-    using qzservices::StandardProperties;
-    return {
-        {{"the part", relationshipType, PartName(ustring_view(name)), type},
-         {"the core properties", PackageHelper::getCorePropertiesRelationshipType(),
-          PartName(StandardProperties::kPartName), ContentType(StandardProperties::kContentType)},
-         {"the host's properties", HostProperties::kRelationshipType,
-          PartName(HostProperties::kPartName), ContentType(HostProperties::kContentType)}}};
+    return {{{"the part", relationshipType, PartName(ustring_view(name)), type},
+             kCorePropertiesKind.kind(),
+             kHostPropertiesKind.kind()}};
 }
 
 }  // namespace

@@ -111,8 +111,7 @@ void DomCopier::appendCopies(const std::vector<const DOMElement*>& elements, DOM
         DOMElement* const copy = copyOfTree(*element, *to.getOwnerDocument());
         if (mustDeclare && !declaresDefault(*copy)) {
             copy->setAttributeNS(XMLUni::fgXMLNSURIName, XMLUni::fgXMLNSString, inherited);
-            if ((added += XMLString::stringLen(inherited)) > kMaxBytes)
-                throw Refusal("what is kept would take more than 16 MiB; remove some of it");
+            requireRoomToKeep(added += XMLString::stringLen(inherited));
         }
         to.appendChild(copy);
     }

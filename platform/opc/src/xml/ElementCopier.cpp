@@ -44,8 +44,7 @@ void ElementCopier::end() {
 }
 
 void ElementCopier::requireRoom() const {
-    if (writer_.size() > kMaxBytes)
-        throw Refusal("what is kept would take more than 16 MiB; remove some of it");
+    requireRoomToKeep(writer_.size());
 }
 
 }  // namespace opc::xml

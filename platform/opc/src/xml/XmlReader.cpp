@@ -48,8 +48,12 @@ namespace {
 // Between the parts of a name that expat hands out; no character of XML.
 constexpr char kSeparator = '\x01';
 
-void refuseIf(bool broken, const char* tooMuch) {
-    if (broken) throw Refusal(std::string(tooMuch) + "; remove some");
+// `of` is what there is too much of: "more than {} elements".
+void refuseAbove(std::size_t most, std::size_t found, std::string_view of) {
+    if (found <= most) return;
+    const std::size_t at = of.find("{}");
+    throw Refusal(std::string(of.substr(0, at)) + foundation::shownCount(most) +
+                  std::string(of.substr(at + 2)) + "; remove some");
 }
 
 std::string quoted(std::string_view text) {
@@ -219,16 +223,17 @@ private:
     void countName(std::string_view name) {
         if (!mayHaveManyNames_ || names_.contains(name)) return;
         names_.emplace(name);
-        refuseIf(names_.size() > kMaxDistinctNames, "more than 1,000 distinct names");
+        refuseAbove(kMaxDistinctNames, names_.size(), "more than {} distinct names");
     }
     void countOther(std::size_t nodes) {
-        refuseIf((others_ += nodes) > kMaxOtherNodes, "more than 400,000 attributes and comments");
+        refuseAbove(kMaxOtherNodes, others_ += nodes, "more than {} attributes and comments");
     }
 
     static void requireShort(std::string_view name) {
         if (name.size() <= kMaxNamespaceBytes) return;
         throw Refusal("the namespace or prefix \"" + shown(name, kShownOfLongName) +
-                      "\" is longer than 1,024 bytes; use a shorter one");
+                      "\" is longer than " + foundation::shownCount(kMaxNamespaceBytes) +
+                      " bytes; use a shorter one");
     }
 
     // Called for each declaration of a start tag before the tag itself.
@@ -242,19 +247,19 @@ private:
     }
 
     void start(const char* name, const char** attributes) {
-        refuseIf(++depth_ > kMaxDepth, "elements nest deeper than 64");
-        refuseIf(++elements_ > kMaxElements, "more than 200,000 elements");
+        refuseAbove(kMaxDepth, ++depth_, "elements nest deeper than {}");
+        refuseAbove(kMaxElements, ++elements_, "more than {} elements");
         countName(name);
         attributes_.clear();
         const auto declarations = bindings_.last(std::exchange(declarations_, 0));
         std::size_t count = declarations.size();
         for (; *attributes != nullptr; attributes += 2) {
-            refuseIf(++count > kMaxAttributes, "an element has more than 64 attributes");
+            refuseAbove(kMaxAttributes, ++count, "an element has more than {} attributes");
             countName(attributes[0]);
             attributes_.push_back(
                 {splitName(attributes[0]), attributes[1], prefixOf(attributes[0])});
         }
-        refuseIf(count > kMaxAttributes, "an element has more than 64 attributes");
+        refuseAbove(kMaxAttributes, count, "an element has more than {} attributes");
         countOther(count);
         if (handler_ == nullptr) return;
         handler_->start(
@@ -283,7 +288,8 @@ private:
 
 void run(std::string_view document, const std::string& where, Handler* handler) {
     if (document.size() > kMaxBytes) {
-        throw Exception(where + ": the XML is larger than 16 MiB; remove some of it");
+        throw Exception(where + ": the XML is larger than " +
+                        foundation::shownMebibytes(kMaxBytes) + "; remove some of it");
     }
     Run(document, handler).parse(where);
 }
@@ -291,6 +297,12 @@ void run(std::string_view document, const std::string& where, Handler* handler) 
 }  // namespace
 
 Handler::~Handler() = default;
+
+void requireRoomToKeep(std::size_t bytes) {
+    if (bytes <= kMaxBytes) return;
+    throw Refusal("what is kept would take more than " + foundation::shownMebibytes(kMaxBytes) +
+                  "; remove some of it");
+}
 
 std::optional<std::string_view> StartTag::find(std::string_view attribute) const {
     for (const Attribute& candidate : attributes_) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/ustring.hpp>
+#include <opc/Limits.hpp>
 
 #include <cstddef>
 #include <optional>
@@ -14,7 +15,7 @@
 namespace opc::xml {
 
 // What an XML part may hold. Real parts stay far below; a part beyond is refused by name.
-inline constexpr std::size_t kMaxBytes = std::size_t(16) << 20;
+inline constexpr std::size_t kMaxBytes = kMaxXmlBytes;
 inline constexpr std::size_t kMaxDepth = 64;
 inline constexpr std::size_t kMaxAttributes = 64;       // of one element
 inline constexpr std::size_t kMaxElements = 200'000;    // of the document
@@ -104,6 +105,9 @@ void read(std::string_view document, const std::string& where, Handler& handler)
 
 // The same without a handler: whether another parser may be given this document.
 void check(std::string_view document, const std::string& where);
+
+// Throws Refusal where what is kept of a document would grow beyond what may be read.
+void requireRoomToKeep(std::size_t bytes);
 
 // Whether `text` is nothing but XML white space.
 bool isBlank(std::string_view text) noexcept;

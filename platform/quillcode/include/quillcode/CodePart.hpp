@@ -2,6 +2,8 @@
 
 #include <foundation/Export.hpp>
 #include <opc/Package.hpp>
+#include <opc/PackageNames.hpp>
+#include <opc/PartKind.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +15,10 @@ namespace quillcode::codepart {
 inline constexpr const char16_t* kName = u"/korval/code.k";
 inline constexpr const char16_t* kContentType = u"application/vnd.quorvane.korval.code";
 inline constexpr const char16_t* kRelationshipType =
-    u"http://schemas.quorvane.com/korval/2026/relationships/code";
+    foundation::kJoinedText<opc::names::kHostSchemas, u"/korval/2026/relationships/code">.data();
+inline constexpr opc::model::PartKindRow kKind{"the app's code", kName, kContentType,
+                                               kRelationshipType};
+// The most code that is read or written.
 inline constexpr std::uint64_t kMaxBytes = std::uint64_t(256) << 20;
 
 // The relationships that lead to the code. Throws opc::Exception when there are several, since nobody
