@@ -7,6 +7,7 @@
 #include <opc/XmlElements.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -59,7 +60,7 @@ public:
         checkCode();
         checkMetadata();
         checkProperties();
-        only(layout::kHostProperties);
+        checkOtherParts();
         checkScreenshot();
         checkUnknownParts();
     }
@@ -206,9 +207,9 @@ private:
             if (element.depth == 2)
                 list = checkField(part->shownName, element, seen[element.name]++);
             if (element.depth == 3) checkItem(part->shownName, element, list);
-            if (element.depth == 2 && element.name == "screenshotMode") mode_ = element.text;
-            if (element.depth == 2 && element.name == "uuid") uuid_ = element.text;
-            if (element.depth == 2 && element.name == "description") description_ = element.text;
+            if (isText(element, layout::app::kScreenshotMode)) mode_ = element.text;
+            if (isText(element, layout::app::kUuid)) uuid_ = element.text;
+            if (isText(element, layout::app::kDescription)) description_ = element.text;
         }
         for (const auto& known : layout::metadataElements()) {
             if (seen.contains(known.name)) continue;
@@ -218,6 +219,10 @@ private:
         }
         empty("Uuid", uuid_);
         empty("Description", description_);
+    }
+
+    static bool isText(const XmlElement& element, const layout::app::TextElementRow& row) {
+        return element.depth == 2 && element.name == shown(row.name);
     }
 
     // The list that the element is, or null.
@@ -282,6 +287,19 @@ private:
                 fmt::format("contentType is \"{}\"; expected \"{}\"", properties["contentType"],
                             shown(layout::app::kPackageContentType)),
                 edit("--set KVPKGVersion=1"));
+        }
+    }
+
+    // Those of which there is nothing to check but that they are there.
+    void checkOtherParts() {
+        for (const AppPart& part : layout::kParts) {
+            const bool isChecked =
+                std::ranges::any_of(std::array{layout::kModel, layout::kCode, layout::kMetadata,
+                                               layout::kCoreProperties},
+                                    [&](const AppPart& each) {
+                                        return each.relationshipType == part.relationshipType;
+                                    });
+            if (!isChecked) only(part);
         }
     }
 

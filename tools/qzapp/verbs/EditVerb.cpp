@@ -6,6 +6,8 @@
 #include <fl/i18n.hpp>
 #include <opc/CoreProperties.hpp>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -21,6 +23,8 @@
 #include "app/Packaging.hpp"
 #include "app/Shown.hpp"
 #include "app/Transaction.hpp"
+#include "metadata/Fields.hpp"
+#include "package/Layout.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/ContentOptions.hpp"
 #include "tools/qzapp/cli/Output.hpp"
@@ -50,8 +54,13 @@ struct Outcome {
 
 // The library takes an empty text of these in the file for none, and writes the default instead.
 bool hasDefaultInTheFile(Field field) {
-    return field == Field::ScreenshotMode || field == Field::KVPKGVersion ||
-           field == Field::MinimumSupportedKORVALRelease || field == Field::AppType;
+    const auto& access =
+        appserialization::appmetadata::kFields.at(static_cast<std::size_t>(field)).access;
+    const auto* const text = std::get_if<appserialization::appmetadata::TextAccess>(&access);
+    if (text == nullptr) return false;
+    return std::ranges::any_of(
+        appserialization::layout::kTextElementsAsWritten,
+        [&](const auto* row) { return row->set == text->set && *row->defaultText != u'\0'; });
 }
 
 // Whether a field that is not named must be handed to the library as it was read. It keeps a text
