@@ -51,7 +51,6 @@ TEST_F(FilesystemTest, TellsWhatANameStandsFor) {
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.name.substr(0, 40)));
         EXPECT_EQ(exists(path(row.name)), row.exists);
-        EXPECT_EQ(isRegularFile(path(row.name)), row.isRegular);
         if (row.exists && !row.isRegular) continue;  // opening the FIFO would wait for a writer
         EXPECT_EQ(ifstream(path(row.name), std::ios::in).is_open(), row.exists);
     }
@@ -76,7 +75,7 @@ TEST_F(FilesystemTest, ReadsAnOpenFileByItsPrivateName) {
     EXPECT_EQ(name.filename(), u"other.kvpkg");
     std::filesystem::remove("file");
     for (int times = 0; times < 2; ++times) {
-        EXPECT_TRUE(exists(name) && isRegularFile(name) && isSameFile(name, name));
+        EXPECT_TRUE(exists(name) && isSameFile(name, name));
         EXPECT_EQ(FileDescriptor::openForReading(name).stamp(), file.stamp());
         ifstream stream(name, std::ios::in | std::ios::binary);
         EXPECT_EQ(std::string(std::istreambuf_iterator<char>(stream), {}), "bytes");

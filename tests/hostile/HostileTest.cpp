@@ -101,12 +101,12 @@ TEST(ZipWriterCost, HoldsNoMoreThanItsBudgetBesideALargeItem) {
     const auto piece = [](int number) {
         return std::vector<std::byte>(std::size_t{1} << 19, std::byte(number));
     };
-    const auto large = writer.set("large", {.deflate = false, .sizeHint = 0});
+    const auto large = writer.set("large", {.deflate = false});
     for (int i = 0; i < 4; ++i)
         large->write(piece(99));
     test_support::startPeak();
     for (int i = 0; i < 60; ++i) {
-        const auto small = writer.set(std::to_string(i), {.deflate = false, .sizeHint = 0});
+        const auto small = writer.set(std::to_string(i), {.deflate = false});
         small->write(piece(i));
         small->flush();
     }

@@ -49,7 +49,7 @@ public:
     // A name for this open regular file, by which whatever takes names reads it, and nothing else,
     // wherever its own name leads by now: "/proc/self/fd/7/FILENAME". The system says of it that there
     // is no such file, since nothing is below a regular file; openForReading(), exists(),
-    // isRegularFile(), isSameFile() and streams that read take it for the open file, in this process
+    // isSameFile() and streams that read take it for the open file, in this process
     // and as long as this descriptor is open. Nothing is written or replaced under it.
     path privateName(const ustring& filename) const;
 

@@ -43,9 +43,6 @@ private:
 // False for whatever cannot be stat'ed; symbolic links are followed.
 PLATFORM_API bool exists(const path& file);
 
-// True only for a regular file, symbolic links followed.
-PLATFORM_API bool isRegularFile(const path& file);
-
 // Whether both names lead to one file that exists, by links of any kind. Throws std::system_error when
 // that cannot be told.
 PLATFORM_API bool isSameFile(const path& a, const path& b);

@@ -82,11 +82,6 @@ bool exists(const path& file) {
     return statOf(file).has_value();
 }
 
-bool isRegularFile(const path& file) {
-    const auto status = statOf(file);
-    return status && S_ISREG(status->st_mode);
-}
-
 std::optional<FileStamp> findStamp(const path& file) {
     const auto status = knownStatOf(file);
     if (!status) return std::nullopt;

@@ -26,17 +26,15 @@ namespace opc::model {
 
 // How a part is stored. Compression 0 stores it as it is; 1 deflates it for speed, or stores it when a
 // sample shows that it shrinks by too little to be worth inflating. `sizeHint` is the expected size in
-// bytes, 0 when unknown.
+// bytes, 0 when unknown; how a part is stored does not depend on it.
 class PLATFORM_API StandardPartInfo {
 public:
     // Throws opc::Exception for any other compression.
     StandardPartInfo(int compression, std::uint64_t sizeHint);
     int compression() const noexcept { return compression_; }
-    std::uint64_t sizeHint() const noexcept { return sizeHint_; }
 
 private:
     int compression_;
-    std::uint64_t sizeHint_;
 };
 
 class PackageState;

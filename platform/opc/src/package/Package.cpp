@@ -30,8 +30,8 @@ auto translated(const fl::filesystem::path& file, Work work) {
 
 }  // namespace
 
-StandardPartInfo::StandardPartInfo(int compression, std::uint64_t sizeHint)
-    : compression_(compression), sizeHint_(sizeHint) {
+StandardPartInfo::StandardPartInfo(int compression, std::uint64_t /*sizeHint*/)
+    : compression_(compression) {
     if (compression != 0 && compression != 1) {
         throw Exception("compression " + std::to_string(compression) +
                         " is unknown; expected 0 (stored) or 1 (deflated)");

@@ -141,7 +141,7 @@ void PackageState::saveRelationships() {
 
 void PackageState::setTable(const std::string& name, const std::string& content) {
     xml::check(content, file_ + ": " + name);  // what is written can be read again
-    const auto stream = writer_->set(name, {.deflate = true, .sizeHint = content.size()});
+    const auto stream = writer_->set(name, {.deflate = true});
     stream->write(std::as_bytes(std::span(content)));
     stream->flush();
 }
@@ -219,7 +219,7 @@ const std::shared_ptr<PartEntry>& PackageState::createPart(const PartName& name,
     requireWritable();
     requireFree(name, type);
     const auto& part = insert(name, type, info, itemNameOf(name));
-    const zip::ItemOptions options{info.compression() != 0, info.sizeHint()};
+    const zip::ItemOptions options{info.compression() != 0};
     try {
         writer_->set(part->itemName, options)->flush();
         types_.set(name, type);
@@ -279,7 +279,7 @@ std::unique_ptr<OutputStream> PackageState::write(const std::shared_ptr<PartEntr
         refuse(shown(part->name.toString()) +
                " is kept by the package; change relationships instead");
     }
-    const zip::ItemOptions options{part->info.compression() != 0, part->info.sizeHint()};
+    const zip::ItemOptions options{part->info.compression() != 0};
     auto lease = part->outputs.grant(writer_->set(part->itemName, options));
     return std::make_unique<PartOutputStream>(where(part->name), part, std::move(lease));
 }

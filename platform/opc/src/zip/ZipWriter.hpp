@@ -24,7 +24,6 @@ namespace opc::zip {
 
 struct ItemOptions {
     bool deflate = true;  // store instead when a sample shows that the content hardly shrinks
-    std::uint64_t sizeHint = 0;  // expected size in bytes, 0 when unknown
 };
 
 // The new content of a zip file: items of an earlier archive that are kept as they are, and items set
