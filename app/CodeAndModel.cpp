@@ -13,6 +13,7 @@
 #include "app/Errors.hpp"
 #include "app/Files.hpp"
 #include "app/Forms.hpp"
+#include "app/WithPackage.hpp"
 #include "package/Layout.hpp"
 
 namespace qzapp {
@@ -23,10 +24,7 @@ constexpr std::size_t kReadBytes = std::size_t{256} << 10;
 // What `get` makes of the model part.
 template <class Get>
 auto withModel(const FileName& file, Get get) {
-    return about(file, [&] {
-        const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
-        opc::model::Package package(zip);
-        package.open(opc::interfaces::OpenMode::Read);
+    return withPackage(file, [&](const opc::model::Package& package) {
         const auto models =
             package.getRelationshipsByType(appserialization::layout::kAppModelRelationship);
         if (models.empty()) {

@@ -13,6 +13,7 @@
 
 #include "app/Errors.hpp"
 #include "app/Signatures.hpp"
+#include "app/WithPackage.hpp"
 #include "app/check/AppLayout.hpp"
 #include "app/check/Checks.hpp"
 #include "package/PartKinds.hpp"
@@ -230,15 +231,15 @@ bool removeSignatures(Package& package) {
     return true;
 }
 
-// Opens the package and has it closed; what the work changes is saved.
+// Opens the package and saves what the work changes.
 template <class Work>
-auto withPackage(const FileName& file, OpenMode mode, Work work) {
+auto editPackage(const FileName& file, Work work) {
     return about(file, [&] {
         const ZipPhysicalPackage zip(file.path, true);
         Package package(zip);
-        package.open(mode);
+        package.open(OpenMode::Edit);
         auto result = work(package);
-        if (mode != OpenMode::Read) package.close();
+        package.close();
         return result;
     });
 }
@@ -246,19 +247,19 @@ auto withPackage(const FileName& file, OpenMode mode, Work work) {
 }  // namespace
 
 PackageFacts requireEditable(const FileName& file, const PartsToEdit& parts) {
-    return withPackage(file, OpenMode::Read,
+    return withPackage(file,
                        [&](Package& package) { return requireEditable(file, package, parts); });
 }
 
 std::string setScreenshotBeside(const FileName& file,
                                 const appserialization::Screenshot& screenshot) {
-    return withPackage(file, OpenMode::Edit, [&](Package& package) {
+    return editPackage(file, [&](Package& package) {
         return shownName(setScreenshotBeside(package, screenshot));
     });
 }
 
 bool removeParts(const FileName& file, const PartsToEdit& parts) {
-    return withPackage(file, OpenMode::Edit, [&](Package& package) {
+    return editPackage(file, [&](Package& package) {
         requireEditable(file, package, parts);
         const bool screenshot = parts.screenshot && removeScreenshot(package);
         const bool signature = parts.signature && removeSignatures(package);

@@ -10,6 +10,7 @@
 
 #include "app/Errors.hpp"
 #include "app/Signatures.hpp"
+#include "app/WithPackage.hpp"
 #include "app/check/AppLayout.hpp"
 #include "app/check/Checks.hpp"
 
@@ -147,10 +148,7 @@ void checkCoreProperties(const PackageView& package, Findings& findings) {
     }
     if (!package.opens()) return;
     try {
-        about(package.file, [&] {
-            const opc::zippackage::ZipPhysicalPackage zip(package.file.path, true);
-            opc::model::Package opened(zip);
-            opened.open(opc::interfaces::OpenMode::Read);
+        withPackage(package.file, [](opc::model::Package& opened) {
             opc::qzservices::CorePropertiesManager(opened, 0).getCoreProperties();
         });
     } catch (const Error& e) {

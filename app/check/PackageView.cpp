@@ -12,6 +12,7 @@
 #include "app/Files.hpp"
 #include "app/Forms.hpp"
 #include "app/Progress.hpp"
+#include "app/WithPackage.hpp"
 #include "app/check/AppLayout.hpp"
 #include "package/PartKinds.hpp"
 
@@ -37,11 +38,7 @@ std::string refusalOf(const FileName& file, Action action) {
 }
 
 std::string packageRefusalOf(const FileName& file) {
-    return refusalOf(file, [&] {
-        const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
-        opc::model::Package package(zip);
-        package.open(opc::interfaces::OpenMode::Read);
-    });
+    return refusalOf(file, [&] { withPackage(file, [](const opc::model::Package&) {}); });
 }
 
 }  // namespace

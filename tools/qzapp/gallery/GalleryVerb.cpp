@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -121,7 +122,8 @@ void requireNoApp(const FileName& out, const fl::filesystem::path& target) {
 
 // Whatever it is called.
 void requireHoldsNoApp(const FileName& out) {
-    if (!fl::filesystem::isRegularFile(out.path)) return;
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(out.bytes(), ignored)) return;
     const bool isPackage = kindOf(out).family == opc::FileKind::Family::Zip;
     if (!isPackage && !isTextApp(out)) return;
     throw UsageError(out.shown,

@@ -15,6 +15,7 @@
 #include "app/Errors.hpp"
 #include "app/Files.hpp"
 #include "app/MetadataJson.hpp"
+#include "app/WithPackage.hpp"
 #include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
@@ -86,10 +87,7 @@ ordered_json corePropertiesJson(const FileName& file, Package& package) {
 // The listing is made as JSON, and people get tables of that.
 ordered_json readPackage(const FileName& file, bool verify) {
     const ProgressBar progress(verify ? sizeOf(file) : 0);
-    return about(file, [&] {
-        const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
-        Package package(zip);
-        package.open(opc::interfaces::OpenMode::Read);
+    return withPackage(file, [&](Package& package) {
         ordered_json parts = ordered_json::array();
         for (const Part& part : package.getParts())
             parts.push_back(partJson(file, part, verify));

@@ -17,6 +17,7 @@
 #include "app/Files.hpp"
 #include "app/Sha256.hpp"
 #include "app/Shown.hpp"
+#include "app/WithPackage.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
 
 namespace qzapp {
@@ -129,17 +130,16 @@ void addOtherItems(const FileName& file, const Package& package, std::vector<Par
 }
 
 std::vector<PartFacts> readParts(const FileName& file) {
-    const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
-    Package package(zip);
-    package.open(opc::interfaces::OpenMode::Read);
-    const Names coreProperties = corePropertiesOf(package);
-    std::vector<PartFacts> parts;
-    for (const Part& part : package.getParts())
-        parts.push_back(factsOf(file, package, coreProperties, part));
-    addOtherItems(file, package, parts);
-    std::sort(parts.begin(), parts.end(),
-              [](const PartFacts& a, const PartFacts& b) { return a.name < b.name; });
-    return parts;
+    return withPackage(file, [&](Package& package) {
+        const Names coreProperties = corePropertiesOf(package);
+        std::vector<PartFacts> parts;
+        for (const Part& part : package.getParts())
+            parts.push_back(factsOf(file, package, coreProperties, part));
+        addOtherItems(file, package, parts);
+        std::sort(parts.begin(), parts.end(),
+                  [](const PartFacts& a, const PartFacts& b) { return a.name < b.name; });
+        return parts;
+    });
 }
 
 FieldValues readFields(const FileName& file) {

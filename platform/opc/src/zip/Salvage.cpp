@@ -516,7 +516,8 @@ private:
     // the file are among those that were found.
     void see(const ZipItem& item, bool isSure) {
         if (isWhole_) return;
-        const auto [found, isNew] = seen_.try_emplace(item.name, Seen{item.size, item.crc32, isSure});
+        const auto [found, isNew] =
+            seen_.try_emplace(item.name, Seen{item.size, item.crc32, isSure});
         const Seen& other = found->second;
         if (isNew || (other.size == item.size && other.crc32 == item.crc32)) return;
         if (isSure && other.isSure) {

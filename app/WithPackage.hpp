@@ -1,0 +1,23 @@
+#pragma once
+
+#include <opc/Package.hpp>
+#include <opc/ZipPhysicalPackage.hpp>
+
+#include "app/Errors.hpp"
+#include "app/FileName.hpp"
+
+namespace qzapp {
+
+// Opens the package for reading and returns what `work` makes of it. All failures are Errors about the
+// file.
+template <class Work>
+auto withPackage(const FileName& file, Work work) {
+    return about(file, [&] {
+        const opc::zippackage::ZipPhysicalPackage zip(file.path, true);
+        opc::model::Package package(zip);
+        package.open(opc::interfaces::OpenMode::Read);
+        return work(package);
+    });
+}
+
+}  // namespace qzapp
