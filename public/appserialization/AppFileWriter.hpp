@@ -14,8 +14,8 @@ namespace appserialization {
 // it puts the new file in the place of the old one, whole or not at all. What is not set stays as it
 // was. Only close() and setKORVALCodeText() touch the file; a writer that is destroyed without close()
 // changes nothing more. A writer means the file that it was constructed on: both fail, and touch
-// nothing, when the file was changed, renamed or replaced since, or the name leads elsewhere; a
-// working directory that changed makes no difference. Errors of the package library, the XML library
+// nothing, when the file was changed, renamed or replaced since, or the name leads elsewhere, unless
+// there is nothing to save; a working directory that changed makes no difference. Errors of the package library, the XML library
 // and the file system pass unchanged. When a setter fails, what it sets stays as it was; where it had
 // begun to change the app already, every later call but the destructor throws, so that half of a
 // change is never saved. A setter whose relationship leads to another part of the app, which it would

@@ -4,7 +4,9 @@
 #include <appserialization/AppFileWriter.hpp>
 #include <fl/SystemCalls.hpp>
 #include <opc/Exception.hpp>
+#include <opc/Package.hpp>
 #include <opc/Streams.hpp>
+#include <opc/ZipPhysicalPackage.hpp>
 
 #include <cerrno>
 #include <functional>
@@ -139,6 +141,46 @@ TEST_F(AllocationFaultTest, SavesNothingThatASetterLeftHalfDone) {
             }
         }
     }
+}
+
+TEST_F(AllocationFaultTest, MakesNothingInAPackageThatNobodyIsGiven) {
+    using namespace opc::model;
+    const opc::zippackage::ZipPhysicalPackage zip(app(), true);
+    Package package(zip);
+    package.open(opc::interfaces::OpenMode::Edit);
+    const PartName name(u"/made/by/nobody.bin");
+    const ContentType type(u"application/x-made");
+    const StandardPartInfo info(1, 0);
+    const auto relationships = package.getRelationships().size();
+    const struct {
+        const char* what;
+        std::function<void()> make;
+        std::function<bool()> isThere;
+        std::function<void()> takeBack;
+    } rows[] = {
+        {"part", [&] { package.createPart(name, type, info); },
+         [&] { return package.hasPart(name); }, [&] { package.deletePart(name); }},
+        {"relationship", [&] { package.createInternalRelationship(u"t", name.getURI(), u"made"); },
+         [&] { return package.getRelationships().size() != relationships; },
+         [&] { package.deleteRelationship(u"made"); }},
+    };
+    for (const auto& row : rows) {
+        for (const Memory then : test_support::kMemories) {
+            bool failed = true;
+            for (std::size_t number = 1; failed && !HasFailure(); ++number) {
+                SCOPED_TRACE(row.what + std::string(", allocation ") + std::to_string(number));
+                test_support::failAllocation(number, then);
+                const bool threw = throws([&] { row.make(); });
+                failed = test_support::allocationFailed();
+                test_support::failAllocation(0);
+                EXPECT_EQ(threw, failed);
+                EXPECT_EQ(row.isThere(), !failed);
+            }
+            row.takeBack();
+        }
+    }
+    package.close();
+    EXPECT_TRUE(content() == example_);
 }
 
 TEST_F(AllocationFaultTest, TakesBackALargeItemWithNeitherMemoryNorDisk) {

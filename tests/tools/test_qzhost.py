@@ -2,9 +2,10 @@
 
 import json
 import os
+import subprocess
 import unittest
 
-from support import EXAMPLE, FIELDS, ToolTest
+from support import EXAMPLE, FIELDS, TOOL, ToolTest
 
 NAMESPACE = "lumenforge.internal.serialization"
 CATALOG = "KORVAL:lumenforge:lumenforge"
@@ -113,6 +114,11 @@ class QzhostTest(ToolTest):
         ]
         for name, message in rows:
             self.refused(1, f"{CATALOG}:{message}\n", "read", name)
+
+    def test_fails_as_ever_where_nobody_can_be_told(self):
+        with open("/dev/full", "wb") as full:
+            result = subprocess.run([TOOL, "read", "missing.k"], cwd=self.dir, stderr=full, check=False)
+        self.assertEqual(result.returncode, 1)
 
     def test_refuses_a_wrong_command_line(self):
         for args in ([], ["read"], ["forget"], ["read", b"\xff.k"]):

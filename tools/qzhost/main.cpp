@@ -71,15 +71,20 @@ void print(const std::string& text) {
     throw std::system_error(errno, std::generic_category(), "writing to standard output");
 }
 
+// What cannot be told there is no reason to end in another way.
+void report(const std::string& message) {
+    std::fputs(message.c_str(), stderr);
+}
+
 int reportFailures(const std::function<void()>& command) {
     try {
         command();
         return kSuccess;
     } catch (const messages::HostError& error) {
-        fmt::print(stderr, "{}: {}\n", error.message().fullIdentifier(),
-                   qzhost::visible(error.message().text()));
+        report(fmt::format("{}: {}\n", error.message().fullIdentifier(),
+                           qzhost::visible(error.message().text())));
     } catch (const std::exception& error) {
-        fmt::print(stderr, "qzhost: {}\n", foundation::printable(error.what()));
+        report(fmt::format("qzhost: {}\n", foundation::printable(error.what())));
     }
     return kFailure;
 }

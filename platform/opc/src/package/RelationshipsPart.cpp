@@ -111,8 +111,8 @@ RelationshipsPart RelationshipsPart::parseLeniently(std::string_view document,
     return part;
 }
 
-const Relationship& RelationshipsPart::create(const ustring& type, const URI& target,
-                                              const ustring& id, TargetMode mode) {
+Relationship RelationshipsPart::create(const ustring& type, const URI& target, const ustring& id,
+                                       TargetMode mode) {
     if (!id.empty() && !isXmlName(id)) {
         throw Exception("relationship id \"" + shown(id) +
                         "\" is not an XML name; leave it empty to get a free one");
@@ -124,8 +124,9 @@ const Relationship& RelationshipsPart::create(const ustring& type, const URI& ta
     if (type.empty()) throw Exception("the type of a relationship must not be empty");
     requireXmlText(type, u"relationship type");
     requireXmlText(target.toString(), u"relationship target");
-    add(Relationship(id.empty() ? freeId() : id, type, target, mode));
-    return std::prev(all_.end())->second;
+    Relationship created(id.empty() ? freeId() : id, type, target, mode);
+    add(created);
+    return created;
 }
 
 bool RelationshipsPart::remove(const ustring& id) {
@@ -177,8 +178,13 @@ std::string RelationshipsPart::toXml() const {
 }
 
 void RelationshipsPart::add(Relationship relationship) {
-    places_.emplace(relationship.getID(), nextPlace_);
-    all_.emplace_hint(all_.end(), nextPlace_, std::move(relationship));
+    const auto [id, isNew] = places_.emplace(relationship.getID(), nextPlace_);
+    try {
+        all_.emplace_hint(all_.end(), nextPlace_, std::move(relationship));
+    } catch (...) {
+        if (isNew) places_.erase(id);
+        throw;
+    }
     ++nextPlace_;
 }
 

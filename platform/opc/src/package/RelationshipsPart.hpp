@@ -26,8 +26,8 @@ public:
     std::vector<Relationship> ofType(const ustring& type) const;
     // An empty `id` gets the first free one of "rId1", "rId2" and so on. Throws opc::Exception for
     // one that is taken or no XML name.
-    const Relationship& create(const ustring& type, const URI& target, const ustring& id,
-                               TargetMode mode = TargetMode::Internal);
+    Relationship create(const ustring& type, const URI& target, const ustring& id,
+                        TargetMode mode = TargetMode::Internal);
     // False when there is none.
     bool remove(const ustring& id);
 
