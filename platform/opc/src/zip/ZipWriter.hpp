@@ -67,7 +67,8 @@ public:
 private:
     friend class ItemOutput;  // the streams of set()
 
-    // For the streams. Whether the end of the new file was free, so that this item can be written there.
+    // Lets a stream write this item at the end of the new file; false when another item is being written
+    // there.
     bool claimEnd(const NewItem& item);
     fl::filesystem::FileDescriptor createScratchFile() const;
     void complete(NewItem item);
