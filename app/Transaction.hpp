@@ -13,9 +13,9 @@
 namespace qzapp {
 
 // The making of a file in several steps that count as one: the steps work on a file in a private
-// folder beside the target, and commit() puts it in the target's place. A transaction that ends without commit(),
-// by an exception or by a signal, leaves the target as it was and nothing beside it. Failures are
-// Errors about the target.
+// folder beside the target, and commit() puts it in the target's place. A transaction that ends
+// without commit(), by an exception or by a signal, leaves the target as it was and nothing beside
+// it. Failures are Errors about the target.
 class Transaction {
 public:
     // The content of the target is for steps that save anew, and never write into the working file:

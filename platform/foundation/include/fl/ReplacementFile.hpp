@@ -56,8 +56,8 @@ private:
 
 // The new content of a file, written beside it and put in its place by commit() so that the name
 // always holds the old bytes or the new, whatever fails or kills the process. Destroying it without
-// commit() removes what was written, but not in a process that was forked since. Failures are std::system_error; their message says what was
-// being done to which file.
+// commit() removes what was written, but not in a process that was forked since. Failures are
+// std::system_error; their message says what was being done to which file.
 class PLATFORM_API ReplacementFile {
 public:
     // Creates an empty temporary file (mode 0600) in the target's directory, without a name where

@@ -11,10 +11,11 @@ namespace opc::model {
 PLATFORM_API void requireNoUntypedItem(const Package& package, const ustring& relationshipType,
                                        const PartName& name);
 
-// The part of a relationship type that a package is to have once, for replacing its content: what the
-// first relationship leads to, unless that is the package's properties and this is not their type
-// (then it throws). When none leads anywhere, nor to an item without a content type (then it throws), the part is created, as `name` or with a number added
-// where that is taken, and the relationships that dangle make room for one to it.
+// The part of a relationship type that a package is to have once, for replacing its content: the part
+// that the first such relationship targets. When none targets a part, the part is created, as `name`
+// or with a number added where that is taken, and one relationship to it replaces those that dangle.
+// Throws when the target is the package's properties and this is not their type, and when it is an
+// item without a content type.
 Part requireRelatedPart(Package& package, const ustring& relationshipType, const ustring& name,
                         const ContentType& type);
 
