@@ -27,7 +27,7 @@ constexpr std::pair<std::string_view, std::string_view> kAbbreviations[] = {
      "file$AGAIN"},
     {"$PAST", ", where the next item or the directory starts$AGAIN"},
     {"$UNLISTED", " that the directory does not list$TWO"},
-    {"$LOCAL", "its local header at offset 0 contradicts the directory: another"},
+    {"$LOCAL", "its local header at offset 0 contradicts the directory: a different"},
     {"$CRC", "its content is damaged: the checksum does not match the one in the directory$AGAIN"},
     {"$TWO", ": readers could see two different packages$AGAIN"},
     {"$AGAIN", "; get the file again from where it came from"},

@@ -41,8 +41,8 @@ std::string asIfEnded(const std::string& data, std::size_t size, int width) {
            kLocalPart;
 }
 
-// Without its directory: an item, and then local headers of the same name which all lead to one stream
-// that inflates to many times the file's size.
+// Without its directory: an item, and then local headers of the same name which all lead to one
+// stream that inflates to many times the file's size.
 std::string sharedTail() {
     constexpr std::size_t kHeaders = 2000, kHeaderSize = 31;
     const std::string content(std::size_t{32} << 20, '\0'), tail = test_support::deflated(content);
@@ -58,9 +58,9 @@ std::string sharedTail() {
 
 // Refused when it is opened.
 const ZipRow kEndRecords[] = {
-    {{.count = 10}, "there is no item's record at byte 559 of the directory$AGAIN"},
+    {{.count = 10}, "there is no item record at byte 559 of the directory$AGAIN"},
     {{.count = 8},
-     "the directory has 57 bytes behind its last item, the 8th: the end record does not count all "
+     "the directory has 57 bytes after its last item, the 8th: the end record does not count all "
      "items$AGAIN"},
     {{.count = 60000},
      "the end record counts 60000 items, more than a directory of 559 bytes holds$AGAIN"},
@@ -69,7 +69,7 @@ const ZipRow kEndRecords[] = {
     {{.directorySize = 100},
      "the directory should end at offset 3228$BUT 100 bytes from offset 2669$MOVED"},
     {{.disk = 1},
-     "is one of several disks of a zip archive, which is not supported; join them first"},
+     "is one disk of a multi-disk zip archive, which is not supported; join the disks first"},
     {{.commentLength = 1},
      "the end record at offset 3228 announces a comment of 1 bytes, but the file ends before "
      "that$AGAIN"},
@@ -93,29 +93,29 @@ const ZipRow kEndRecords[] = {
     {{.behindEnd = BuiltZip().bytes()},
      "the directory should end at offset 3250$BUT 0 bytes from offset 0$MOVED"},
     {{.zip64 = true, .disks = 2},
-     "is one of several disks of a zip archive, which is not supported; join them first"},
+     "is one disk of a multi-disk zip archive, which is not supported; join the disks first"},
 };
 
 // Of the first item, "a.txt", deflated, at offset 0.
 const ItemRow kItems[] = {
     {{.disk = 1},
-     "stands on another disk of a zip archive of several, which is not supported; join them "
+     "is on another disk of a multi-disk zip archive, which is not supported; join the disks "
      "first"},
     {{.flags = 1}, "is encrypted$DECRYPT"},
     {{.localFlags = 1}, "is encrypted$DECRYPT"},
     {{.flags = 1 << 13}, "is encrypted$DECRYPT"},
     {{.method = 1},
-     "is compressed by method 1; packages allow only 0 (stored) and 8 (deflated); pack it anew"},
+     "is compressed by method 1; packages allow only 0 (stored) and 8 (deflated); pack it again"},
     {{.size = 1 << 20}, "declares 1048576 bytes, more than its 45 deflated bytes can hold$AGAIN"},
     {{.compressedSize = 60}, "reaches from offset 0 past offset 80$PAST"},
     {{.data = asIfEnded(kDeflated, 40, 4), .descriptor = 16},
-     "has 50 bytes behind the end of its deflated data$AGAIN"},
+     "has 50 bytes after the end of its deflated data$AGAIN"},
     {{.extra = little(9, 2) + little(9, 2)},
      "has an extra field that claims more bytes than its record has$AGAIN"},
     {{.localExtra = little(9, 2) + little(9, 2)},
      "has an extra field that claims more bytes than its record has$AGAIN"},
     {{.extra = extraField(1, little(0, 24)), .zip64 = true},
-     "has two zip64 fields, which readers could take either of$AGAIN"},
+     "has two zip64 fields, of which readers could take either$AGAIN"},
     {{.size = ~0U, .extra = extraField(1, "1234")}, "has a zip64 field that is too short$AGAIN"},
     {{.localExtra = extraField(1, "1234")},
      "has a zip64 field in its local header that is too short$AGAIN"},
@@ -124,13 +124,13 @@ const ItemRow kItems[] = {
     {{.offset = ~0U, .extra = extraField(1, little(0, 8) + little(45, 8) + little(50, 8))},
      "has a zip64 field that contradicts the rest of its record$AGAIN"},
     {{.attributes = 0120777U << 16},
-     "is marked as a symbolic link or a device, which some readers make of it; pack what it "
-     "stands for as a file"},
+     "is marked as a symbolic link or a device, and some readers would create one; pack what "
+     "it stands for as a file"},
     {{.attributes = 040755U << 16}, "is marked as a directory$FOLDER"},
     {{.attributes = 1 << 4}, "is marked as a directory$FOLDER"},
     {{.localExtra = extraField(0x6C78, "\5" + little(0x314, 2) + little(0120777U << 16, 4))},
-     "has a field that may make a link or a directory of it in some readers (0x6C78); pack it "
-     "anew"},
+     "has an extra field (0x6C78) from which some readers may make it a link or a directory; "
+     "pack it again"},
     {{.localName = "b.txt"}, "$LOCAL name, \"b.txt\"$AGAIN"},
     {{.localMethod = 0}, "$LOCAL method$AGAIN"},
     {{.localCrc = 1}, "$LOCAL checksum$AGAIN"},
@@ -139,10 +139,10 @@ const ItemRow kItems[] = {
     {{.localSize = 1, .descriptor = 16}, "$LOCAL size$AGAIN"},
     {{.localExtra = extraField(1, little(1, 8) + little(7, 8))}, "$LOCAL size$AGAIN"},
     {{.descriptor = 16, .descriptorBytes = ""},
-     "has no data descriptor behind its data, at offset 80, that agrees with the directory$AGAIN"},
+     "has no data descriptor after its data, at offset 80, that agrees with the directory$AGAIN"},
     {{.descriptor = 24,
       .descriptorBytes = "PK\7\10" + little(1, 4) + little(45, 8) + little(40, 8)},
-     "has no data descriptor behind its data, at offset 80, that agrees with the directory$AGAIN"},
+     "has no data descriptor after its data, at offset 80, that agrees with the directory$AGAIN"},
     {{.extra = unicodePath("a.txt", "korval/code.k")},
      "has a Unicode path field that renames it to \"korval/code.k\"$TWO"},
     {{.localExtra = unicodePath("a.txt", "korval/code.k")},
@@ -152,7 +152,9 @@ const ItemRow kItems[] = {
 
 // Of the second item, "b/c.txt", stored.
 const ItemRow kStoredItems[] = {
-    {{.size = 7}, "b/c.txt: is stored, but declares 7 bytes and 6 in the file$AGAIN"},
+    {{.size = 7},
+     "b/c.txt: is stored, but declares 7 bytes of content and 6 bytes of data, which "
+     "must be equal$AGAIN"},
     {{.size = kMost, .compressedSize = kMost, .zip64 = true},
      "b/c.txt: reaches from offset 80 past offset 143$PAST"},
     {{.localSignature = "PK\3\5"},
@@ -163,11 +165,11 @@ const ItemRow kStoredItems[] = {
      "a.txt: reaches from offset 0 past offset 0$PAST"},
     {{.before = std::string(70000, '-') + kLocalPart}, "there is an item at offset 70080$UNLISTED"},
     {{.content = asIfEnded("stored", 6, 4), .descriptor = 16},
-     "b/c.txt: holds a data descriptor at byte 6, where some readers end it and would find other "
-     "items$AGAIN"},
+     "b/c.txt: holds a data descriptor at byte 6, at which some readers would end it and then "
+     "find other items$AGAIN"},
     {{.content = asIfEnded(std::string(131062, '-'), 131062, 8), .descriptor = 24},
-     "b/c.txt: holds a data descriptor at byte 131062, where some readers end it and would find "
-     "other items$AGAIN"},
+     "b/c.txt: holds a data descriptor at byte 131062, at which some readers would end it and then "
+     "find other items$AGAIN"},
 };
 
 const ChangeRow kChanges[] = {
@@ -191,7 +193,7 @@ const ChangeRow kChanges[] = {
      },
      "has two end records, at offsets 2689 and 3270$TWO"},
     {"zero byte in a name", [](auto& zip) { zip.items[0].name = std::string("a\0b", 3); },
-     "a\\u0000b: has a name that holds a zero byte, where some readers end it; rename it"},
+     "a\\u0000b: has a name with a zero byte, at which some readers end the name; rename it"},
     {"many records that share a local header with a long name",
      [](auto& zip) {
          zip.items[0].name.assign(60000, 'n');
@@ -230,7 +232,7 @@ const ItemRow kContents[] = {
     {{.crc = 1}, "$CRC"},
     {{.size = 39}, "holds more than the 39 bytes declared$AGAIN"},
     {{.size = 41}, "its deflated data ends after 40 of 41 declared bytes$AGAIN"},
-    {{.data = kDeflated + "12345678901"}, "has 11 bytes behind the end of its deflated data$AGAIN"},
+    {{.data = kDeflated + "12345678901"}, "has 11 bytes after the end of its deflated data$AGAIN"},
     {{.data = kDeflated.substr(0, kDeflated.size() - 1)},
      "its deflated data ends after 39 of 40 declared bytes$AGAIN"},
     {{.data = std::string(20, '\xFF')}, "the deflated data is damaged$AGAIN"},

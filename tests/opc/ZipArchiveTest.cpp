@@ -31,7 +31,8 @@ protected:
         std::filesystem::remove(directory_.path() / "a.zip");
         return pathOf(directory_.write("a.zip", bytes));
     }
-    // "name=content" of each item that is kept, in file order, then "name: reason" of each that is lost.
+    // "name=content" of each item that is kept, in file order, then "name: reason" of each that is
+    // lost.
     std::string salvaged(const std::string& bytes) const {
         std::vector<LostItem> lost;
         const auto archive = ZipArchive::salvage(write(bytes), lost);
@@ -95,7 +96,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     unsure.items[1].localMethod = 99;
     unsure.items.push_back({.name = "a", .content = "another"});
     const std::string behind =
-        ": it stands behind a damaged place, and may be of a zip file that an item held;";
+        ": it follows a damaged place and may belong to a zip file that an item contained;";
     const std::string all = "a=aaaaaaaaaa;b=bb;c=ccc;", others = "a=aaaaaaaaaa;c=ccc;";
     const std::string headers = withoutDirectory(good());
     const struct {
@@ -134,7 +135,8 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     }
 }
 
-// A package with archives among its stored items, as an app has whose model or backup is an app itself.
+// A package with archives among its stored items, as an app has whose model or backup is an app
+// itself.
 struct Nest {
     std::string bytes;
     std::map<std::string, std::string> contents;
@@ -265,7 +267,8 @@ TEST_F(NestTest, SalvageTakesNothingOutOfAnArchiveThatAnItemHolds) {
             };
             for (const auto& row : rows) {
                 SCOPED_TRACE(damage.why + std::string(", ") + row.why);
-                // An archive of which nothing else is left cannot be told from a package of its own.
+                // An archive of which nothing else is left cannot be told from a package of its
+                // own.
                 const bool isAlone = row.bytes.size() == nest.end - nest.data;
                 if (!isAlone) check(nest, row.bytes, row.isTold);
             }
@@ -290,7 +293,7 @@ TEST_F(ZipArchiveTest, SalvageMixesNoFilesThatWereJoined) {
     BuiltZip changed = good();
     changed.items[0].content = "A";
     EXPECT_EQ(salvaged(good().bytes() + good().bytes()).substr(0, 24), "a=aaaaaaaaaa;b=bb;c=ccc;");
-    const std::string within = ": it is of a zip file that stands within this one;";
+    const std::string within = ": it belongs to a zip file inside this one;";
     EXPECT_EQ(salvaged(good().bytes() + changed.bytes()),
               "a" + within + "b" + within + "c" + within);
 }

@@ -9,10 +9,12 @@ namespace opc::zip {
 namespace {
 
 constexpr std::size_t kWindow = std::size_t{64} << 10;
-// Holds a header with its name and extra fields, almost always.
+// What is read of a header whose neighbours are far away: enough for almost any name and extra
+// fields.
 constexpr std::size_t kLoneHeader = 512;
 
-// The part of `held`, which starts at `start`, that is asked for; empty when it is not all there.
+// The `size` bytes from `offset` if `held`, which begins at `start`, has all of them; otherwise
+// empty.
 format::Bytes within(format::Bytes held, std::uint64_t start, std::uint64_t offset,
                      std::size_t size) {
     if (offset < start || offset - start > held.size()) return {};

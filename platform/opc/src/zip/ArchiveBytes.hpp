@@ -11,25 +11,30 @@
 
 namespace opc::zip {
 
-// The bytes of a zip file around the places that are being looked at: its end, where the directory
-// and the last items are, and one window that moves through the rest. So a file of many small items
-// is read in few calls, and one large item costs no more than a small one.
+// Buffered reading of a zip file for the checks that open it. Two parts of the file are in memory:
+// its tail, where the directory and the last items are, and a window of 64 KiB that moves to where
+// it is needed. So a file of many small items is read in few calls, and of a large item no more is
+// read than of a small one. Made for the duration of one opening, and used by one thread. A failure
+// to read is a std::system_error, also when the file has become shorter than `fileSize`.
 class ArchiveBytes {
 public:
-    // Reads the last `tailSize` bytes. Failures are std::system_error, here and below.
+    // Reads the last `tailSize` bytes of `file`, which must outlive this object.
     ArchiveBytes(const fl::filesystem::FileDescriptor& file, std::uint64_t fileSize,
                  std::size_t tailSize);
 
     std::uint64_t fileSize() const noexcept { return fileSize_; }
+    // The last bytes of the file: as many as were asked for, or all of a shorter file.
     format::Bytes tail() const noexcept { return tail_; }
 
-    // `size` bytes from `offset`, which must lie within the file; valid until the next call. The
-    // next places to be looked at are expected before `nearby`, when that is near.
+    // `size` bytes from `offset`; both must lie within the file. The view is valid until the next
+    // call. `nearby` is where the following item or record begins: if that is less than a window
+    // away, a whole window is read, in the expectation that the next call finds its bytes there.
     format::Bytes at(std::uint64_t offset, std::size_t size, std::uint64_t nearby);
-    // Where a record of this signature first starts in the bytes [from, to); nullopt when none does.
+    // The offset of the first occurrence of a record's signature that lies wholly in the bytes
+    // [from, to); nullopt if there is none. Invalidates the view that at() returned.
     std::optional<std::uint64_t> find(std::uint32_t signature, std::uint64_t from,
                                       std::uint64_t to);
-    // Fills `target`, past the window.
+    // Fills `target` with the bytes from `offset`. The window stays where it is.
     void copy(std::uint64_t offset, std::span<std::byte> target);
 
 private:
@@ -38,7 +43,7 @@ private:
     const fl::filesystem::FileDescriptor* file_;
     std::uint64_t fileSize_;
     std::uint64_t tailOffset_;
-    std::unique_ptr<std::byte[]> tailBytes_;  // no vector, which would zero them first
+    std::unique_ptr<std::byte[]> tailBytes_;  // not a vector, which would fill it with zeros first
     std::span<std::byte> tail_;
     std::uint64_t windowOffset_ = 0;
     std::vector<std::byte> window_;

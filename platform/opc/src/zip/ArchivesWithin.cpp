@@ -16,19 +16,22 @@ namespace {
 
 using namespace format;
 
-// What may be read of directories and in front of them, as a multiple of the file and on top of it, and
-// what each end record counts for at least.
+// The budget of a search in bytes that are read, because hostile end records can all point to the
+// same large directory. It is kWorkPerByte for each byte of the file plus kWork. Each signature
+// that is found costs at least kAttempt.
 constexpr std::uint64_t kWorkPerByte = 2;
 constexpr std::uint64_t kWork = std::uint64_t{64} << 20;
 constexpr std::uint64_t kAttempt = 64;
 
-// Where an end record says that its directory is, and where that stands.
+// An end record and the directory that is right in front of it.
 struct EndPlace {
-    DirectoryRecord stated;
-    std::uint64_t start, end;  // of the directory
-    std::uint64_t fileEnd;     // of the archive, with its comment
+    DirectoryRecord stated;    // what the end record says of the directory
+    std::uint64_t start, end;  // where the directory really is
+    std::uint64_t fileEnd;     // where the archive ends, with its comment
 };
 
+// An archive whose directory could be read. Finds out where its offsets count from and whether it
+// is the file's own.
 class Archive {
 public:
     Archive(const SalvageSource& source, const EndPlace& place, std::vector<ZipItem> items)
@@ -38,14 +41,15 @@ public:
         findBase();
     }
 
-    // Whether any of its items is there.
+    // Whether there is a matching local header for at least one of its items.
     bool isConfirmed() const { return isConfirmed_; }
     std::uint64_t start() const {
         return static_cast<std::uint64_t>(std::max<std::int64_t>(base_, 0));
     }
     std::uint64_t end() const { return fileEnd_; }
 
-    // Whether there are items in front that it does not list.
+    // Whether there are items in front of the archive that it does not list: it is then the content
+    // of an item of another archive.
     bool hasForeignItems() const {
         if (isForeign(0, Place::Expected)) return true;
         SignatureSearch search(*source_, local::kSignature);
@@ -64,8 +68,8 @@ public:
     WholeDirectory takeDirectory() { return std::move(directory_); }
 
 private:
-    // Most items tell where the offsets count from. The others may stand where the directory says, when
-    // bytes were put in behind them.
+    // The archive starts where most of its items' offsets count from. If bytes were put into the
+    // file, the items in front of those bytes are still at the offsets that the directory says.
     void findBase() {
         const auto shifted = confirmedAt(directory_.shift), stated = confirmedAt(0);
         const bool isShifted = shifted.size() >= stated.size();
@@ -97,7 +101,7 @@ private:
         return directory_.items[index].headerOffset + static_cast<std::uint64_t>(base);
     }
 
-    // Those items whose local headers are there when offsets count from `base`.
+    // The indexes of the items whose local headers are found if offsets count from `base`.
     std::unordered_set<std::size_t> confirmedAt(std::int64_t base) const {
         std::unordered_set<std::size_t> confirmed;
         for (std::size_t i = 0; i < directory_.items.size(); ++i) {
@@ -113,7 +117,7 @@ private:
     WholeDirectory directory_;
     std::int64_t base_ = 0;
     bool isConfirmed_ = false;
-    std::unordered_set<std::uint64_t> inFront_;  // where it says that the other items are
+    std::unordered_set<std::uint64_t> inFront_;  // header offsets of items in front of base_
     std::unordered_map<std::string, std::size_t> byName_;
 };
 
@@ -141,7 +145,8 @@ private:
         return work_ > 0;
     }
 
-    // Of an item or of a directory.
+    // Finds the last local header or directory record of the file, after which its own end record
+    // is.
     void findLastRecord() {
         for (const auto signature : {local::kSignature, central::kSignature}) {
             SignatureSearch search(*source_, signature);
@@ -181,7 +186,7 @@ private:
         return place;
     }
 
-    // The zip64 records, where they stand in front of the end record.
+    // Takes the numbers from the zip64 records if they are right in front of the end record.
     void readWide(EndPlace& place) const {
         constexpr std::size_t kSize = zip64end::kRecordSize + zip64locator::kRecordSize;
         if (place.end < kSize) return;
@@ -204,11 +209,11 @@ private:
                 item.directoryRecord = {};
             settle(Archive(*source_, place, std::move(items)));
         } catch (const Exception&) {
-            // The directory is not whole.
+            // The directory is damaged, so the search for single records has to find its items.
         }
     }
 
-    // Of several that could be the file's own, each is within the last.
+    // Of several archives that could be the file's own, the last one contains all others.
     void settle(Archive archive) {
         const bool isLast = lastRecord_ < archive.end();
         const bool isAlone = isLast && spend(archive.start()) && !archive.hasForeignItems();

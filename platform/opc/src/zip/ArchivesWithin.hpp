@@ -10,24 +10,26 @@
 
 namespace opc::zip {
 
-// A directory that can be read whole. Where bytes were put into the file or removed from it, some items
-// are at the offset that the directory says and some are `shift` bytes further.
+// A directory that can be read as a whole. If bytes were put into the file or removed from it, some
+// items are at the offset that the directory says and others are `shift` bytes after it.
 struct WholeDirectory {
-    std::vector<ZipItem> items;
-    std::int64_t shift = 0;
+    std::vector<ZipItem> items;  // as readDirectory() gives them, without `directoryRecord`
+    std::int64_t shift = 0;      // negative if bytes were removed
 };
 
+// What findArchives() returns.
 struct ArchivesWithin {
-    // The file's own directory: outside of what it describes there are no items.
+    // The file's own directory if it was found. The file has no items but those that it lists.
     std::optional<WholeDirectory> own;
-    // Zip files within the file, such as one that is an item's stored content. What they hold is not
-    // the file's.
+    // The ranges of zip files within the file, such as one that is the stored content of an item.
+    // Their items are not the file's.
     Ranges others;
 };
 
-// Finds what the end records in a damaged file describe, whose directories stand right before them. An
-// archive that was an item of another one looks like the file's own when the other one's end is lost; it
-// is told by the items in front of it and behind it. Takes time linear in the file.
+// Finds the archives in a damaged file by their end records, each with its directory right in front
+// of it. If the file's own end is lost, an archive that is an item's content looks like the file's
+// own; it differs in having records after it or, in front of it, items that it does not list. Takes
+// time linear in the size of the file. A failure to read is a std::system_error.
 ArchivesWithin findArchives(const SalvageSource& source);
 
 }  // namespace opc::zip

@@ -13,18 +13,20 @@ namespace {
 using namespace format;
 
 constexpr std::size_t kBlock = std::size_t{1} << 20;
-// Of the versions of the format that writers say a reader needs.
+// The highest version of the format that a writer may say a reader needs (6.3).
 constexpr unsigned kHighestVersion = 63;
-// Of a path; a search of headers that overlap reads no more than this of each.
+// As long as a path may be. Headers in hostile data may overlap, and the bound keeps a search from
+// reading a long name for each of them.
 constexpr std::size_t kLongestName = 4096;
 
-// Whether bytes can be the name of an item: there are any, and no control characters.
+// Whether bytes can be the name of an item: it is not empty and holds no control characters.
 bool isItemName(std::string_view name) {
     const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' '; };
     return !name.empty() && name.size() <= kLongestName && std::ranges::none_of(name, isControl);
 }
 
-// Whether the fields in front of the name can be those of a local header whose signature is damaged.
+// Whether the fields in front of the name can be those of a local header whose signature is
+// damaged.
 bool areLikelyFields(Bytes fixed) {
     return findMethod(Method{load16(fixed, local::kMethod)}) != nullptr &&
            load16(fixed, local::kVersionNeeded) <= kHighestVersion;

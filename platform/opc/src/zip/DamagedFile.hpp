@@ -16,37 +16,46 @@
 
 namespace opc::zip {
 
-// A file that was a zip file before it was damaged, as those look at it who search what is left.
+// What salvaging a damaged zip file builds on: its bytes, ranges of them, a search for signatures,
+// and single records. Nothing here trusts a number of the file, and no function fails because of
+// what the file holds. A failure to read is a std::system_error.
+
+// The bytes of a file that was a zip file before it was damaged.
 struct SalvageSource {
     std::shared_ptr<const ByteSource> bytes;
     std::uint64_t size;
     const fl::filesystem::path* file;  // for messages
 
-    // As many of these bytes as there are.
+    // The `count` bytes from `offset`, or as many of them as the file has. Allocates no more than
+    // the size of the file, whatever `count` is.
     std::vector<std::byte> at(std::uint64_t offset, std::uint64_t count) const;
-    // The number that stands there; nullopt behind the end.
+    // The 32-bit number at `offset`; nullopt if the file ends before it does.
     std::optional<std::uint32_t> number(std::uint64_t offset) const;
 };
 
-// Intervals of a file, no two of which overlap.
+// A set of ranges [from, to) of a file, none of which overlap.
 class Ranges {
 public:
+    // Whether a range of the set has bytes in [from, to).
     bool overlap(std::uint64_t from, std::uint64_t to) const;
-    // Where the interval ends that holds this place; nullopt when none does.
+    // The end of the range that contains the offset `place`; nullopt if there is none.
     std::optional<std::uint64_t> endAround(std::uint64_t place) const;
-    // Makes one interval of those that overlap.
+    // Adds a range and merges it with those that it overlaps. An empty range is ignored.
     void add(std::uint64_t from, std::uint64_t to);
-    // By their starts.
+    // All ranges as start and end, in the order of their starts.
     const std::map<std::uint64_t, std::uint64_t>& all() const { return endOf_; }
 
 private:
     std::map<std::uint64_t, std::uint64_t> endOf_;
 };
 
-// Finds a record's signature, moving forward through the file.
+// Finds the occurrences of a record's signature. It keeps the block of the file that it read last,
+// so a search that moves forward reads every byte about once.
 class SignatureSearch {
 public:
+    // `source` must outlive the search.
     SignatureSearch(const SalvageSource& source, std::uint32_t signature);
+    // The offset of the first occurrence that lies wholly in [from, to), or nullopt.
     std::optional<std::uint64_t> next(std::uint64_t from, std::uint64_t to);
 
 private:
@@ -58,26 +67,32 @@ private:
     std::vector<std::byte> block_;
 };
 
-// What a local header says, right or wrong. The item has no end yet.
+// What a local header says, right or wrong.
 struct LocalHeader {
-    ZipItem item;
+    ZipItem item;  // without `endOffset` and `directoryRecord`
     std::uint16_t flags;
 
-    // Whether the sizes stand behind the data.
+    // Whether the header leaves the sizes to a descriptor after the data, so that only the data
+    // itself shows where it ends.
     bool isMeasured() const;
-    // Where the data ends by the sizes; nullopt when those say nothing.
+    // The offset at which the data ends according to the sizes; nullopt if they say nothing. It may
+    // be past the end of the file.
     std::optional<std::uint64_t> claimedEnd() const;
-    // Whether this is the header of the item that a directory's record describes.
+    // Whether the header belongs to the item that the directory describes as `record`: name,
+    // checksum and sizes are equal, except for numbers that the header leaves to a descriptor.
     bool agreesWith(const ZipItem& record) const;
 };
 
+// Whether a local header could be at an offset by chance only (`Any`), because data may hold its
+// signature, or is known to have been there (`Expected`).
 enum class Place { Any, Expected };
-// The local header at this offset; nullopt when there is none. Where one is expected, either its signature
-// or its other fields may be damaged. Elsewhere both must be right, since data may hold the signature.
+// The local header at `offset`; nullopt if there is none. At any place, the signature and the other
+// fields must be right. Where a header is expected, either of the two may be damaged.
 std::optional<LocalHeader> localHeaderAt(const SalvageSource& source, std::uint64_t offset,
                                          Place place = Place::Any);
 
-// The size of the directory record at this offset; 0 when there is none.
+// The size in bytes of the directory record at `offset`, with name, extra fields and comment; 0 if
+// there is no record that the file holds wholly.
 std::uint64_t centralRecordSize(const SalvageSource& source, std::uint64_t offset);
 
 }  // namespace opc::zip

@@ -14,13 +14,14 @@ namespace opc::zip {
 
 namespace {
 
-// Level 0 would make random data a quarter larger; the higher ones gain little for much time.
+// Level 0 would make random data larger by a quarter. Higher levels take much longer for little
+// gain.
 constexpr std::uint32_t kLevel = 1;
-// The library counts its buffers in 32 bits.
+// The library counts the bytes of a buffer in 32 bits.
 constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
 constexpr std::size_t kOutputBuffer = std::size_t{128} << 10;
 
-// It takes its input as not const, but does not write to it.
+// The library's pointers to input are not const, although it only reads the input.
 std::uint8_t* inputOf(std::span<const std::byte> bytes) {
     return const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(bytes.data()));
 }
@@ -69,7 +70,8 @@ void Deflater::finish(ByteSink& sink) {
     run(sink);
 }
 
-// Every parameter is ours and valid, and output never runs out, so there is no failure to check for.
+// The result of isal_deflate() needs no check: it reports invalid parameters, and ours are
+// constants.
 void Deflater::run(ByteSink& sink) {
     isal_zstream& stream = state_->stream;
     do {
@@ -117,7 +119,7 @@ bool Inflater::hasEnded() const noexcept {
     return state_->stream.block_state == ISAL_BLOCK_FINISH;
 }
 
-// Whole bytes in the bit buffer were read from the input but do not belong to the stream.
+// The library reads ahead into a bit buffer, so the whole bytes in it belong to the unused input.
 std::size_t Inflater::unused() const noexcept {
     return state_->stream.avail_in + static_cast<std::size_t>(state_->stream.read_in_length) / 8;
 }

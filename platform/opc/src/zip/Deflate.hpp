@@ -8,25 +8,31 @@
 
 namespace opc::zip {
 
-// Takes bytes in order.
+// A destination that bytes are appended to.
 class ByteSink {
 public:
     virtual ~ByteSink() = default;
+    // `bytes` may be empty. What this throws passes through the encoder that called it unchanged.
     virtual void append(std::span<const std::byte> bytes) = 0;
 };
 
-// Encodes deflate streams, one after the other. The state is large, and lives on the heap.
+// Encodes deflate streams, one after another. A new deflater is ready to write; start() comes
+// before each further stream. After an exception from a sink, only start() may be called. The large
+// state is on the heap, because the stacks of the host's threads may be small. For one thread at a
+// time.
 class Deflater {
 public:
     Deflater();
     ~Deflater();
 
-    // Starts a new stream; what is left of an unfinished one is dropped.
+    // Starts a new stream and drops what is left of an unfinished one.
     void start();
+    // Encodes `bytes`. Part of them stays in the deflater until a later call needs the room.
     void write(std::span<const std::byte> bytes, ByteSink& sink);
-    // Hands out everything written so far, so that what it takes can be counted.
+    // Hands out everything that was written so far, in whole bytes, so that a caller can see how
+    // much the data shrinks. The stream can be continued.
     void sync(ByteSink& sink);
-    // Writes the end of the stream.
+    // Hands out the rest of the stream with its end. Only start() may follow.
     void finish(ByteSink& sink);
 
 private:
@@ -36,32 +42,39 @@ private:
     std::unique_ptr<State> state_;
 };
 
-// Setting up a deflater costs more than deflating a small item, and most items are small: so one
-// that is not in use is kept for the next.
+// Keeps one idle deflater for the next item. Most items are small, and setting up a deflater costs
+// more than deflating a small item.
 class DeflaterPool {
 public:
+    // The idle deflater or a new one, ready to write.
     std::unique_ptr<Deflater> take();
+    // Accepts a deflater in any state.
     void giveBack(std::unique_ptr<Deflater> deflater) noexcept { idle_ = std::move(deflater); }
 
 private:
     std::unique_ptr<Deflater> idle_;
 };
 
-// Decodes one deflate stream. The state is large, and lives on the heap.
+// Decodes one deflate stream: feed() whenever needsInput(), then decode(). The state is on the
+// heap, as that of Deflater. For one thread at a time.
 class Inflater {
 public:
     Inflater();
     ~Inflater();
 
-    // More input, to be kept until it is used up.
+    // Sets the next input, of less than 4 GiB. It is not copied: the caller keeps it until
+    // needsInput() or the end of the stream. Input that was not used up yet is dropped.
     void feed(std::span<const std::byte> input);
+    // Whether all of the input has been taken in; some of its content may still have to be decoded.
     bool needsInput() const noexcept;
-    // Decodes into `output` and returns how much: less than there is room for when the input is
-    // used up or the stream has ended. Throws std::runtime_error for what is not deflate.
+    // Decodes into `output` from its front and returns the number of bytes. It is smaller than the
+    // room when the input is used up or the stream has ended. Throws std::runtime_error if the
+    // input is not a deflate stream; the inflater is of no use after that.
     std::size_t decode(std::span<std::byte> output);
-    // Whether the last block has been decoded and everything handed out when decode() returns 0.
+    // Whether the end of the last block has been decoded. All content has been handed out once
+    // decode() returns 0, too.
     bool hasEnded() const noexcept;
-    // Bytes of the input that are not part of the stream, once it has ended.
+    // Once the stream has ended: the number of bytes of the last input that are not part of it.
     std::size_t unused() const noexcept;
 
 private:

@@ -22,7 +22,7 @@ public:
             items.push_back(next());
         if (at_ != directory_.size()) {
             fail("the directory has " + std::to_string(directory_.size() - at_) +
-                 " bytes behind its last item, the " + std::to_string(count) +
+                 " bytes after its last item, the " + std::to_string(count) +
                  "th: the end record does not count all items");
         }
         return items;
@@ -36,7 +36,7 @@ private:
     Bytes nextRecord() {
         const Bytes rest = directory_.subspan(at_);
         if (rest.size() < central::kHeaderSize || load32(rest, 0) != central::kSignature) {
-            fail("there is no item's record at byte " + std::to_string(at_) + " of the directory");
+            fail("there is no item record at byte " + std::to_string(at_) + " of the directory");
         }
         const std::size_t size = central::kHeaderSize + load16(rest, central::kNameLength) +
                                  load16(rest, central::kExtraLength) +
@@ -67,8 +67,9 @@ private:
         return item;
     }
 
-    // Sizes and offset, each from the zip64 field where the record's own refers to it. A writer
-    // without zip64 may mean the number itself, so no field at all is no reference.
+    // Reads the sizes and the offset, each from the zip64 field if the record's own field refers to
+    // it. Without a zip64 field, the placeholder counts as the number itself: a writer that does
+    // not know zip64 may mean it.
     static void readWideFields(ZipItem& item, Bytes record, const ItemChecks& checks) {
         const std::size_t fieldsAt = central::kHeaderSize + item.name.size();
         const Bytes wholeField = checks.checkExtraFields(
@@ -91,8 +92,9 @@ private:
         if (zip64.size() >= sizeof(std::uint64_t)) checkIdleNumbers(wholeField, item, checks);
     }
 
-    // Some writers list all numbers and some readers expect all of them, each at its own place: then
-    // both ways of reading must come to the same.
+    // Some writers put all three numbers into the zip64 field, also those that nothing refers to,
+    // and some readers expect each at its fixed place. Both ways of reading must give the same
+    // numbers.
     static void checkIdleNumbers(Bytes wholeField, const ZipItem& item, const ItemChecks& checks) {
         const std::uint64_t known[] = {item.size, item.compressedSize, item.headerOffset};
         for (std::size_t i = 0; i < std::size(known); ++i) {
@@ -106,21 +108,22 @@ private:
         const bool isWide = disk == kInZip64_16 && zip64.size() >= sizeof(std::uint32_t);
         if (disk == 0 || (isWide && load32(zip64, 0) == 0)) return;
         checks.failUnsupported(
-            "stands on another disk of a zip archive of several, which is not supported; join "
-            "them first");
+            "is on another disk of a multi-disk zip archive, which is not supported; join the "
+            "disks first");
     }
 
-    // Some readers make links and directories of what others take for files. Which system the
-    // attributes are for does not matter: some readers do not look at that.
+    // Refuses an item of which some readers make a link or a directory and others a file. The
+    // record also says for which system its attributes are; that is ignored here because some
+    // readers ignore it.
     static void checkKind(const ZipItem& item, std::uint32_t all, const ItemChecks& checks) {
         const std::uint32_t type = all >> attributes::kModeShift & attributes::kTypeOfMode;
         const bool isMarked = type == attributes::kDirectory || (all & attributes::kDosDirectory);
         if (type != 0 && type != attributes::kRegular && type != attributes::kDirectory) {
             checks.failUnsupported(
-                "is marked as a symbolic link or a device, which some readers make of it; "
-                "pack what it stands for as a file");
+                "is marked as a symbolic link or a device, and some readers would create one; pack "
+                "what it stands for as a file");
         }
-        // A backslash at the end is how some writers under Windows name one.
+        // Some writers under Windows end a directory's name in a backslash.
         if (isMarked && !item.name.ends_with('/') && !item.name.ends_with('\\')) {
             checks.failDamaged(
                 "is marked as a directory, but its name does not end in a slash: some readers "
@@ -131,14 +134,14 @@ private:
     static void checkContent(const ZipItem& item, const ItemChecks& checks) {
         if (item.name.find('\0') != std::string::npos) {
             checks.failUnsupported(
-                "has a name that holds a zero byte, where some readers end it; rename it");
+                "has a name with a zero byte, at which some readers end the name; rename it");
         }
         const MethodRow* const method = findMethod(item.method);
-        if (method == nullptr) checks.failUnsupported(methodFault(item.method) + "; pack it anew");
+        if (method == nullptr) checks.failUnsupported(methodFault(item.method) + "; pack it again");
         if (item.method == Method::Stored && item.size != item.compressedSize) {
             checks.failDamaged("is stored, but declares " + std::to_string(item.size) +
-                               " bytes and " + std::to_string(item.compressedSize) +
-                               " in the file");
+                               " bytes of content and " + std::to_string(item.compressedSize) +
+                               " bytes of data, which must be equal");
         }
         if (item.size / method->worstRatio > item.compressedSize) {
             checks.failDamaged("declares " + std::to_string(item.size) + " bytes, more than its " +

@@ -11,14 +11,22 @@
 
 namespace opc::zip {
 
-// Reads the `count` records that `directory` consists of. The items have no data or end offset yet;
-// their records are views of `directory`. Throws opc::Exception for a record that breaks a rule and
-// when the records do not fill the directory exactly.
+// The two steps that make a list of items from a zip file whose end records have been read. Both
+// throw ZipRefusal about `file`, with the rule that was broken and the item at fault.
+
+// Reads the `count` records that `directory` consists of, in their order. `count` must be possible
+// for the directory's size, as readArchiveEnd() makes sure, because room for as many items is
+// reserved. The items' `dataOffset`, `endOffset` and `hasDescriptor` are not known yet. Their
+// `directoryRecord`s are views of `directory`, which must outlive their use. Refuses records that
+// break a rule, and records that do not fill the directory exactly.
 std::vector<ZipItem> readDirectory(const std::string& directory, std::uint64_t count,
                                    const fl::filesystem::path& file);
 
-// Compares every item's local header with its directory record, finds where its data starts and
-// ends, and checks that no two items share bytes. Puts the items in the order of their data.
+// Compares every item's local header with its directory record and sets the rest of the item: where
+// its data starts and ends, and whether a data descriptor follows. Sorts the items in the order of
+// their data. Refuses items that share bytes with each other or with the directory, and items
+// between them that the directory does not list. Reads only headers, descriptors and gaps, never
+// data. A failure to read is a std::system_error.
 void checkLocalHeaders(std::vector<ZipItem>& items, std::uint64_t directoryOffset,
                        ArchiveBytes& bytes, const fl::filesystem::path& file);
 

@@ -42,13 +42,14 @@ private:
         return bytes_->fileSize() - bytes_->tail().size() + at;
     }
 
-    // Where a whole end record could stand before `limit`, from the back; npos when nowhere.
+    // The last place in the tail, before `limit`, where a whole end record could stand; npos if
+    // there is none.
     std::size_t lastSignatureBefore(std::size_t limit) const {
         std::string signature;
         append(signature, end::kSignature);
         const std::string_view tail = asText(bytes_->tail());
         if (tail.size() < end::kRecordSize) return std::string_view::npos;
-        // By first byte, since the library's backward search compares at every position.
+        // memrchr finds the first byte fast; std::string_view::rfind would compare everywhere.
         std::size_t before = std::min(limit, tail.size() - end::kRecordSize + 1);
         while (const void* found = memrchr(tail.data(), signature.front(), before)) {
             before = static_cast<std::size_t>(static_cast<const char*>(found) - tail.data());
@@ -96,9 +97,9 @@ private:
     }
 
     // Readers search from the back, some for any end record and some for one whose comment ends the
-    // file. An earlier one whose comment reaches into or past this one is one they could take; one
-    // that ends before is the content of an item, such as a stored zip file. So are the four bytes of
-    // the signature where no directory belongs to them: now and then compressed data holds them.
+    // file. They could use an earlier end record whose comment reaches into or past this one. An
+    // earlier record that ends before this one is an item's content, such as a stored zip file. A
+    // signature to which no directory belongs is content too: compressed data sometimes holds it.
     void refuseSecondEnd() const {
         for (std::size_t other = lastSignatureBefore(at_); other != std::string_view::npos;
              other = lastSignatureBefore(other)) {
@@ -110,8 +111,9 @@ private:
         }
     }
 
-    // Whether any reader would find a directory by the end record at `at`: where it says, or right
-    // before it, or by a zip64 locator, or none since it counts no items.
+    // Whether some reader would find a directory from the end record at `at`: at the offset it
+    // gives, right before it, or through a zip64 locator. A record that counts no items needs no
+    // directory.
     bool leadsToDirectory(std::size_t at) const {
         const Bytes record = bytes_->tail().subspan(at);
         const std::uint64_t size = load32(record, end::kDirectorySize);
@@ -136,8 +138,8 @@ private:
         };
         if (!isFirst(disk) || !isFirst(directoryDisk)) {
             refuseZip(ZipRule::Unsupported, *file_,
-                      "is one of several disks of a zip archive, which is not supported; join "
-                      "them first");
+                      "is one disk of a multi-disk zip archive, which is not supported; join the "
+                      "disks first");
         }
     }
 
@@ -156,8 +158,8 @@ private:
         return readZip64(directory, locatorAt, locator);
     }
 
-    // Some readers look for the zip64 records always, some only when a field refers to them: so what
-    // does not refer to them has to say the same.
+    // Some readers always use the zip64 records, others only for fields that refer to them. So a
+    // field that does not refer to them must hold the same number as they do.
     DirectoryRecord readZip64(const DirectoryRecord& narrow, std::uint64_t locatorAt,
                               Bytes locator) {
         const std::uint64_t endAt = load64(locator, zip64locator::kEndOffset);
@@ -191,7 +193,7 @@ private:
         }
         checkDisks(load32(record, zip64end::kDisk), load32(record, zip64end::kDirectoryDisk));
         if (load64(record, zip64end::kCountOnDisk) != load64(record, zip64end::kCount)) {
-            fail("the zip64 end record counts other items on this disk than in all");
+            fail("the zip64 end record has one number of items for this disk and another in all");
         }
     }
 
@@ -218,7 +220,7 @@ private:
 
     ArchiveBytes* bytes_;
     const fl::filesystem::path* file_;
-    std::size_t at_ = 0;              // of the end record in the tail
+    std::size_t at_ = 0;              // where the end record starts in the tail
     std::uint64_t directoryEnd_ = 0;  // where the first of the end records starts
 };
 

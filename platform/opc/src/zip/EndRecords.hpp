@@ -9,8 +9,8 @@
 
 namespace opc::zip {
 
-// How much of a file's end to hold for finding the end record: the longest comment behind it, or as
-// many stray bytes.
+// The size of the tail that ArchiveBytes must hold to find the end record: the record itself and
+// the longest comment, or as many stray bytes, after it.
 inline constexpr std::size_t kEndSearch = format::end::kRecordSize + format::end::kLongestComment;
 
 struct ArchiveEnd {

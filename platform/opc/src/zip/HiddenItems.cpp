@@ -12,8 +12,8 @@ namespace opc::zip {
 
 namespace {
 
-// Opening takes as long for a package with a large item as for one without, whether it is large as it
-// stands in the file or when it is inflated.
+// Items up to this size are looked through at opening. Larger ones are not, whether their data or
+// their content is large: they would make opening a package take as long as reading it.
 constexpr std::uint64_t kLargestSmall = std::uint64_t{1} << 20;
 
 bool isLarge(const ZipItem& item) {
@@ -22,8 +22,9 @@ bool isLarge(const ZipItem& item) {
 
 constexpr std::size_t kBuffer = std::size_t{64} << 10;
 
-// What stands behind the end that such a reader sees: after stored data the descriptor that shows it,
-// which holds any content; after deflated data, sooner or later, the header of another item.
+// The signature that the data must hold if a streaming reader ends it too early. It finds the end
+// of stored data only by the descriptor. A deflate stream ends by itself, and the descriptor after
+// it may have no signature, but the local header of a hidden item follows sooner or later.
 std::uint32_t signatureBehindEnd(Method method) {
     return rowOf(method).endsItself ? format::local::kSignature : format::descriptor::kSignature;
 }

@@ -36,20 +36,21 @@ format::Bytes ItemChecks::checkExtraFields(format::Bytes fields) const {
         if (field.identifier == format::extra::kUnicodePath) refuseRenaming(field.content);
         if (field.identifier == format::extra::kExtendedLocalHeader) {
             failUnsupported(
-                "has a field that may make a link or a directory of it in some readers (0x6C78); "
-                "pack it anew");
+                "has an extra field (0x6C78) from which some readers may make it a link or a "
+                "directory; pack it again");
         }
         if (field.identifier != format::extra::kZip64) return;
         if (zip64.data() != nullptr)
-            failDamaged("has two zip64 fields, which readers could take either of");
+            failDamaged("has two zip64 fields, of which readers could take either");
         zip64 = field.content;
     });
     if (!isWhole) failDamaged("has an extra field that claims more bytes than its record has");
     return zip64;
 }
 
-// Readers that know this field take the name from it and others do not. Where both names are
-// outside ASCII neither can be a part, and archives made elsewhere have them for good reason.
+// Readers that know this field take the name from it, and others do not. The difference does no
+// harm if both names have characters outside ASCII: neither can be a part's name then, and ordinary
+// writers put the field into such items.
 void ItemChecks::refuseRenaming(format::Bytes unicodePath) const {
     if (unicodePath.size() < format::extra::kUnicodePathName) {
         failDamaged("has a Unicode path field that is too short");

@@ -10,19 +10,23 @@
 
 namespace opc::zip {
 
-// What the checks of directory records and of local headers have in common: an item to complain
-// about, and rules for flags and extra fields.
+// The checks that directory records and local headers have in common, about one item, and the
+// errors that name it. Short-lived: file and item are referred to, and the item's name must have
+// been read.
 class ItemChecks {
 public:
     ItemChecks(const fl::filesystem::path& file, const ZipItem& item)
         : file_(&file), item_(&item) {}
 
+    // Throws ZipRefusal with ZipRule::Unsupported. `what` names the remedy.
     [[noreturn]] void failUnsupported(const std::string& what) const;
-    // Tells to get the file again.
+    // Throws ZipRefusal with ZipRule::Item, and appends the remedy to `what`: get the file again.
     [[noreturn]] void failDamaged(const std::string& what) const;
+    // `flags` are those of either record.
     void refuseEncryption(std::uint16_t flags) const;
-    // The content of the zip64 field, empty when there is none. Refuses malformed fields, a second
-    // zip64 field and fields that rename the item or say what kind of file it is.
+    // Returns the content of the zip64 field; its data() is null if there is no such field. Refuses
+    // extra fields that are malformed, a second zip64 field, and fields that give the item another
+    // name or say what kind of file it is.
     format::Bytes checkExtraFields(format::Bytes fields) const;
 
 private:

@@ -19,6 +19,7 @@ using namespace format;
 
 constexpr std::uint64_t kInputBuffer = std::uint64_t{128} << 10;
 
+// What the streams of all methods have in common: counting, the checksum, and failing for good.
 class ItemInput : public InputStream {
 public:
     explicit ItemInput(ItemContent content) : content_(std::move(content)) {}
@@ -37,9 +38,9 @@ public:
     }
 
 protected:
-    // Fills all of `buffer` with the next bytes of the content.
+    // Fills all of `buffer` with the next bytes of the content, or throws.
     virtual void produce(std::span<std::byte> buffer) = 0;
-    // Called when all is produced: throws when there is more.
+    // Called when the declared size has been produced; throws if the data does not end there.
     virtual void checkEnd() = 0;
 
     const ItemContent& content() const { return content_; }
@@ -51,7 +52,7 @@ protected:
 
     [[noreturn]] void failDamaged(const std::string& what) const { fail(what + kGetAgain); }
 
-    // `size` bytes of the item as it stands in the file.
+    // Fills `buffer` with the item's data as it is in the file, from the byte `at` of the data.
     void readRaw(std::span<std::byte> buffer, std::uint64_t at) const {
         try {
             if (content_.source->readAt(buffer, content_.offset + at) == buffer.size()) return;
@@ -86,8 +87,10 @@ public:
 
 protected:
     void produce(std::span<std::byte> buffer) override { readRaw(buffer, position()); }
-    // Opening has compared the two sizes. A reader that starts at the front of the file has nothing
-    // but the descriptor to find the end by, and takes the first that fits.
+    // Size and compressed size were compared when the archive was opened. What is left is that a
+    // reader which starts at the front of the file can find the end only by the descriptor, and
+    // takes the first one that fits. Neighbouring windows overlap so that none is missed between
+    // them.
     void checkEnd() override {
         if (!content().hasDescriptor) return;
         std::vector<std::byte> window(
@@ -110,11 +113,11 @@ private:
              at = text.find(signature, at + 1)) {
             if (!endsHere(window.subspan(at), from + at)) continue;
             failDamaged("holds a data descriptor at byte " + std::to_string(from + at) +
-                        ", where some readers end it and would find other items");
+                        ", at which some readers would end it and then find other items");
         }
     }
 
-    // Whether the two sizes that follow the checksum are those of what is in front.
+    // Whether the descriptor at the front of `bytes` fits stored data of `size` bytes.
     static bool endsHere(Bytes bytes, std::uint64_t size) {
         if (bytes.size() < descriptor::kSmallestSigned) return false;
         const bool isNarrow = load32(bytes, descriptor::kSizes) == size &&
@@ -150,7 +153,7 @@ protected:
         const std::uint64_t over = inflater_.unused() + content().compressedSize - fed_;
         if (over > 0) {
             failDamaged("has " + std::to_string(over) +
-                        " bytes behind the end of its deflated data");
+                        " bytes after the end of its deflated data");
         }
     }
 

@@ -11,33 +11,37 @@
 
 namespace opc::zip {
 
-// Bytes that can be read at any place: a file, or memory. Readers share it.
+// Bytes that can be read at any offset: a file or memory. Several readers may share a source.
 class ByteSource {
 public:
     virtual ~ByteSource() = default;
-    // Fills `buffer` from `offset` and returns how much there was. Throws std::system_error.
+    // Fills `buffer` with the bytes from `offset` and returns how many there were: fewer than there
+    // is room for only at the end of the source. Throws std::system_error if reading fails.
     virtual std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const = 0;
 };
 
-// Where the content of an item is, and what it must turn out to be.
+// Where the data of an item is, and what its content must turn out to be.
 struct ItemContent {
     std::shared_ptr<const ByteSource> source = {};
-    std::uint64_t offset = 0;
+    std::uint64_t offset = 0;  // of the data in the source
     Method method = Method::Stored;
     std::uint32_t crc32 = 0;
     std::uint64_t compressedSize = 0;
     std::uint64_t size = 0;
-    bool hasDescriptor = false;
-    // For messages.
-    fl::filesystem::path file = {};
-    std::string name = {};
+    bool hasDescriptor = false;      // as in ZipItem
+    fl::filesystem::path file = {};  // for messages, like the name
+    std::string name = {};           // the item's displayName()
 };
 
-// A stream of the content that throws rather than hand out the last byte of anything that is not
-// exactly as long as declared, has another checksum, leaves deflated bytes over, or is stored and holds
-// what its descriptor would be if it ended there.
+// Opens the content for reading. Nothing is read before the first call of read(). That call or a
+// later one throws ItemError, and every call after it does, if the content is shorter or longer
+// than declared, has another checksum, leaves bytes of the data over, or is stored and holds a
+// data descriptor at which some readers would end it. An item that fails never hands out its last
+// byte. An empty item is verified by the first call too. The stream shares the source and takes
+// memory that does not depend on the item's size. For one thread at a time; streams of one source
+// are independent.
 std::unique_ptr<InputStream> openItem(ItemContent content);
-// The same for content of one method, whatever it says itself.
+// What openItem() calls, by `content.method`.
 std::unique_ptr<InputStream> openStored(ItemContent content);
 std::unique_ptr<InputStream> openDeflated(ItemContent content);
 

@@ -14,8 +14,9 @@ namespace {
 
 constexpr std::size_t kSample = std::size_t{256} << 10;
 
-// Less than three per cent is not worth inflating at every reading, nor is less than a kilobyte: the
-// tables of a deflated stream take longer to set up than the bytes to read.
+// Whether the saving is worth inflating the item at every reading. Less than three per cent is not,
+// and less than a kilobyte is not either: setting up the tables of a deflated stream takes longer
+// than reading that much.
 constexpr std::size_t kLeastSaving = 1024;
 
 bool isWorthwhile(std::size_t size, std::size_t deflated) {
@@ -30,11 +31,13 @@ public:
     std::vector<std::byte> bytes;
 };
 
-// Encoded items up to this size wait in memory, so that the small ones come last in the file.
+// Encoded items up to this size stay in memory until the save, so that small items come last in the
+// file, where they are cheap to replace.
 constexpr std::size_t kLargestInMemory = std::size_t{1} << 20;
 constexpr std::size_t kWriteSize = std::size_t{256} << 10;
 
-// Years from 1980 on, months and days from 1, seconds in steps of two; the date in the upper half.
+// The zip format's date (upper half) and time (lower half): years count from 1980, seconds in steps
+// of two. Times that cannot be represented become the nearest one that can.
 std::uint32_t dosDateAndTime(foundation::clock::Seconds time) {
     using namespace std::chrono;
     constexpr sys_days kFirst = year{1980} / January / 1;
@@ -58,13 +61,13 @@ std::uint16_t flagsFor(std::string_view name) {
 // Spills to the end of the new archive.
 class SpillToArchive final : public Spill {
 public:
-    // `archive` is null once its writer is spent.
+    // `archive` is the writer's own pointer, which becomes null when the writer is spent.
     explicit SpillToArchive(const std::unique_ptr<NewArchive>& archive) : archive_(&archive) {}
     ~SpillToArchive() override {
         if (!isKept_ && *archive_) (*archive_)->cancelItem();
     }
     void append(std::span<const std::byte> bytes) override { (*archive_)->file().append(bytes); }
-    // Where exactly, the archive says when the item is complete.
+    // NewArchive::endItem() replaces these placeholders.
     void describe(NewItem& item) override { item.content = NewItem::InNewFile{nullptr, 0}; }
     void keep() noexcept override { isKept_ = true; }
 
@@ -133,7 +136,9 @@ void ItemEncoder::encode(std::span<const std::byte> bytes, ByteSink& sink) {
     if (mode_ == Mode::Storing) sink.append(bytes);
 }
 
-// The deflated sample is not thrown away: the stream goes on from it.
+// Decides by the sample whether to deflate. If so, its deflated form is the start of the stream,
+// which goes on from there, so nothing is deflated twice. `isAll` says that the sample is the whole
+// content.
 void ItemEncoder::decide(bool isAll, ByteSink& sink) {
     if (sample_.empty()) {
         mode_ = Mode::Storing;

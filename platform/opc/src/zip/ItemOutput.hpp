@@ -10,19 +10,24 @@
 
 namespace opc::zip {
 
-// Turns the content of an item into the bytes that stand in the file: deflated, or as they are when
-// they are not to be deflated or the first part of them shrinks too little.
+// Turns the content of one item into its data. The data is deflated, unless the caller wants it
+// stored or the first 256 KiB hardly shrink. Holds up to that much of the content until it has
+// decided.
 class ItemEncoder {
 public:
+    // `deflate` is false to store. `deflaters`, which lends the encoder a deflater, must outlive
+    // it.
     ItemEncoder(bool deflate, DeflaterPool& deflaters);
     ~ItemEncoder();
 
     void write(std::span<const std::byte> bytes, ByteSink& sink);
+    // Hands out the rest of the data. Nothing may be written after that.
     void finish(ByteSink& sink);
 
-    // Of all that was written so far; the method counts once the encoder is finished.
+    // Size and checksum of the content that was written so far.
     std::uint64_t size() const noexcept { return size_; }
     std::uint32_t crc32() const noexcept { return crc32_; }
+    // Not decided before finish() was called.
     Method method() const noexcept;
 
 private:
@@ -39,17 +44,20 @@ private:
     std::uint32_t crc32_ = 0;
 };
 
-// Where the encoded bytes of an item go that has become too large for memory. Destroying it before
-// keep() takes them back.
+// The file that takes an item's encoded bytes when they have become too many for memory. Destroying
+// it without keep() takes the bytes back.
 class Spill : public ByteSink {
 public:
-    // Says in `item` where the content is.
+    // Sets `item.content` to where the bytes are.
     virtual void describe(NewItem& item) = 0;
-    // The item is complete: nothing is to be taken back any more.
+    // Called when the item has been handed to the writer, which owns the bytes from then on.
     virtual void keep() noexcept = 0;
 };
 
-// The stream that sets one item.
+// The stream that sets one item, as ZipWriter::set() returns it. It gathers the encoded bytes in
+// memory and, past 1 MiB, in a spill. flush() hands the complete item to the writer; a stream that
+// is destroyed before that leaves the writer's item as it was. A call that throws makes all further
+// writing fail.
 class ItemOutput final : public OutputStream, private ByteSink {
 public:
     ItemOutput(ZipWriter& writer, std::string name, const ItemOptions& options);
@@ -72,7 +80,7 @@ private:
     ItemEncoder encoder_;
     NewItem item_;
     std::uint64_t encodedSize_ = 0;
-    std::vector<std::byte> buffer_;  // all of the encoded bytes, or those that the spill lacks
+    std::vector<std::byte> buffer_;  // encoded bytes that are not in the spill (yet)
     std::unique_ptr<Spill> spill_;
     Progress progress_ = Progress::Open;
 };

@@ -14,8 +14,8 @@ namespace {
 
 using namespace format;
 
-// The local header of one item and what follows its data, up to `limit`, where the next item or the
-// directory starts.
+// Checks the local header of one item and the descriptor after its data, and sets the item's fields
+// that depend on them. `limit` is where the next item or the directory starts.
 class LocalHeaderCheck {
 public:
     LocalHeaderCheck(ZipItem& item, std::uint64_t limit, ArchiveBytes& bytes,
@@ -42,7 +42,7 @@ private:
     }
     [[noreturn]] void failContradiction(const char* what) const {
         checks_.failDamaged("its local header at offset " + std::to_string(item_->headerOffset) +
-                            " contradicts the directory: another " + what);
+                            " contradicts the directory: a different " + what);
     }
 
     Bytes readHeader() {
@@ -70,7 +70,7 @@ private:
         }
         checks_.refuseEncryption(flags);
         if (Method{load16(header, local::kMethod)} != item_->method) failContradiction("method");
-        // Plain ASCII is the same text either way.
+        // The flag makes no difference to a name in ASCII.
         const bool isAscii =
             std::none_of(name.begin(), name.end(), [](char c) { return c & 0x80; });
         if (((flags & flag::kUtf8) != 0) != item_->nameIsUtf8 && !isAscii) {
@@ -78,7 +78,8 @@ private:
         }
     }
 
-    // With a descriptor the fields may be left empty, but when they are not they count.
+    // If a descriptor follows the data, checksum and sizes may be 0 here. Any other number must be
+    // right, because some readers use it.
     void checkSizes(Bytes header, bool hasDescriptor) const {
         const auto agrees = [&](std::uint64_t here, std::uint64_t there) {
             return here == there || (hasDescriptor && here == 0);
@@ -89,7 +90,8 @@ private:
         if (!agrees(compressedSize, item_->compressedSize)) failContradiction("compressed size");
     }
 
-    // The size and the compressed size; a local zip64 field holds both, in this order.
+    // Returns the size and the compressed size, in the order of the local zip64 field, which holds
+    // both.
     std::array<std::uint64_t, 2> readSizes(Bytes header, bool hasDescriptor) const {
         std::array<std::uint64_t, 2> sizes{load32(header, local::kSize),
                                            load32(header, local::kCompressedSize)};
@@ -101,7 +103,8 @@ private:
         }
         for (std::size_t i = 0; i < sizes.size(); ++i) {
             const std::uint64_t wide = load64(zip64, i * sizeof(std::uint64_t));
-            // A field that nothing refers to must not say anything else either.
+            // A number to which the header's own field does not refer must be equal to that field,
+            // or be 0 if a descriptor follows.
             const bool isIdle = sizes[i] != kInZip64_32 && hasDescriptor && wide == 0;
             if (!isIdle && sizes[i] != kInZip64_32 && sizes[i] != wide) failContradiction("size");
             if (!isIdle) sizes[i] = wide;
@@ -109,8 +112,9 @@ private:
         return sizes;
     }
 
-    // Four forms are in use; the one that holds the right numbers is meant. The longest first: a
-    // shorter one may match the front of it.
+    // Returns the size of the descriptor after the item's data: the form that holds the right
+    // numbers is the one that was written. Longer forms are tried first because a shorter one may
+    // match the front of a longer.
     std::size_t descriptorSize() const {
         const std::size_t room =
             std::min<std::uint64_t>(limit_ - item_->endOffset, descriptor::kLargest);
@@ -123,7 +127,7 @@ private:
                 }
             }
         }
-        checks_.failDamaged("has no data descriptor behind its data, at offset " +
+        checks_.failDamaged("has no data descriptor after its data, at offset " +
                             std::to_string(item_->endOffset) + ", that agrees with the directory");
     }
 
@@ -159,8 +163,8 @@ void checkLocalHeaders(std::vector<ZipItem>& items, std::uint64_t directoryOffse
         ZipItem& item = items[i];
         if (item.headerOffset > directoryOffset) {
             ItemChecks(file, item)
-                .failDamaged("stands at offset " + std::to_string(item.headerOffset) +
-                             ", behind the start of the directory");
+                .failDamaged("is at offset " + std::to_string(item.headerOffset) +
+                             ", after the start of the directory");
         }
         refuseHiddenItem(end, item.headerOffset, bytes, file);
         const bool isLast = i + 1 == items.size();

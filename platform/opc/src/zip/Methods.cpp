@@ -7,7 +7,8 @@ namespace opc::zip {
 
 namespace {
 
-// Stored items say 2.0, too: every reader of packages knows deflate.
+// 2.0 is the version that deflate needs. Stored items say it too, because every reader of packages
+// knows deflate.
 constexpr MethodRow kMethods[] = {
     {Method::Stored, "stored", 20, 1, false, openStored},
     {Method::Deflated, "deflated", 20, 1032, true, openDeflated},

@@ -10,27 +10,30 @@
 
 namespace opc::zip {
 
-// A way in which packages may hold the data of an item. Packages allow no others.
+// What there is to know about a compression method that packages allow: stored or deflated. All
+// that depends on the method is asked for here.
 struct MethodRow {
     Method method;
     const char* name;  // for messages
-    // Of the zip format, as our own records say it.
+    // The version of the zip format that a reader needs, as the records that we write say it.
     std::uint16_t versionNeeded;
     // The most bytes of content that one byte of data can stand for.
     std::uint64_t worstRatio;
-    // Whether the data themselves say where they end.
+    // Whether the data itself shows where it ends.
     bool endsItself;
+    // Opens the content of an item for reading, as openItem() describes it.
     std::unique_ptr<InputStream> (*open)(ItemContent content);
 };
 
-// Null when packages do not allow the method.
+// The row of `method`, or null if packages do not allow it.
 const MethodRow* findMethod(Method method) noexcept;
-// For a method that is allowed: items of any other one are refused before anybody asks this.
+// The row of a method that packages allow, as those of all items of an open archive are.
 const MethodRow& rowOf(Method method) noexcept;
 
-// The largest of all methods.
+// The largest `worstRatio` of all methods: no item is larger than so many times its data.
 std::uint64_t worstRatio() noexcept;
-// What is wrong with an item of a method that is not allowed: "is compressed by method 9; ...".
+// What a message says about an item whose method is not allowed: "is compressed by method 9;
+// packages allow only 0 (stored) and 8 (deflated)".
 std::string methodFault(Method method);
 
 }  // namespace opc::zip

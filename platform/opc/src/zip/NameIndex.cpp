@@ -34,7 +34,7 @@ std::string percentDecoded(std::string_view name) {
     return decoded;
 }
 
-// Without the dots and blanks that file systems let go of.
+// Without the dots and blanks at its end, which some file systems drop.
 std::string_view stripped(std::string_view segment) {
     return segment.substr(0, segment.find_last_not_of(". ") + 1);
 }
@@ -75,8 +75,8 @@ std::string resolvedName(std::string_view name) {
 }
 
 NameIndex::NameIndex(const std::vector<ZipItem>& items, const fl::filesystem::path& file) {
-    // Folded once, so that comparing is comparing memory. Sorted rather than hashed: names can be
-    // chosen so that hashes collide.
+    // The names are folded once, so that comparing two is comparing memory. They are sorted and not
+    // hashed because names can be chosen so that their hashes collide.
     std::size_t size = 0;
     for (const ZipItem& item : items)
         size += item.name.size();

@@ -12,16 +12,16 @@
 
 namespace opc::zip {
 
-// One byte of a name as the loosest reader compares it: ASCII case does not count, and a backslash
-// is a slash. That comes before every other byte (no name holds a zero byte), so that what stands in
-// a folder follows an item of the folder's name directly.
+// One byte of a name as the loosest reader compares it: ASCII letters in lower case, and a zero
+// byte for a slash or a backslash. Names hold no zero byte, so a slash comes before every other
+// byte, and what is in a folder directly follows an item with the folder's name.
 constexpr unsigned char foldedByte(char c) noexcept {
     if (c >= 'A' && c <= 'Z') return static_cast<unsigned char>(c + ('a' - 'A'));
     return static_cast<unsigned char>(c == '\\' || c == '/' ? '\0' : c);
 }
 
-// Order of names that holds two for equal when some reader might. Two such names may not stand in
-// one archive.
+// Compares names byte by byte as foldedByte() gives them. Names that are equal in this order may
+// not both be in one archive, because some reader would take them for one.
 constexpr std::weak_ordering compareFolded(std::string_view a, std::string_view b) noexcept {
     const std::size_t common = a.size() < b.size() ? a.size() : b.size();
     for (std::size_t i = 0; i < common; ++i) {
@@ -32,10 +32,12 @@ constexpr std::weak_ordering compareFolded(std::string_view a, std::string_view 
     return a.size() <=> b.size();
 }
 
-// Whether a reader that resolves names, as those of files are resolved, may take this one for another.
+// A quick test of whether resolvedName() may be another name. If it returns false, the two are
+// equal in FoldedLess order.
 bool mayResolve(std::string_view name) noexcept;
-// What such a reader takes it for: percent-encodings decoded, without empty segments, dot segments, and
-// dots and blanks at the end of a segment.
+// The name as a reader sees it that resolves names like paths of a file system: percent-encodings
+// are decoded; empty segments, dot segments, and dots and blanks at the end of a segment are
+// dropped.
 std::string resolvedName(std::string_view name);
 
 struct FoldedLess {
@@ -45,23 +47,25 @@ struct FoldedLess {
     }
 };
 
-// The items of an archive by their names. No two of them may have names that a reader could take for
-// the same.
+// Finds the items of an archive by name, in logarithmic time. It points into the vector of items
+// that it was made from, whose items must stay where they are. Once made, it is safe to use from
+// several threads.
 class NameIndex {
 public:
     NameIndex() = default;
-    // Of `items`, which must stay where they are. Throws opc::Exception about `file` for two names
-    // that are equal in FoldedLess order.
+    // Sorts `items` by name. Throws ZipRefusal about `file` if two names are equal in FoldedLess
+    // order.
     NameIndex(const std::vector<ZipItem>& items, const fl::filesystem::path& file);
-    // Enters those that some readers resolve to other names under these names too. Throws
-    // opc::Exception likewise.
+    // Makes items with a name that some readers resolve to another one known under that name too,
+    // for findSimilar(). Throws ZipRefusal about `file` if that is the name of another item. A
+    // salvaged archive does without: its items are all kept, whatever their names resolve to.
     void addResolvedNames(const fl::filesystem::path& file);
 
-    // In FoldedLess order.
+    // All items in FoldedLess order.
     const std::vector<const ZipItem*>& inOrder() const noexcept { return byName_; }
-    // The item whose name is equal in that order, or null.
+    // The item whose name is equal in FoldedLess order, or null.
     const ZipItem* find(std::string_view name) const noexcept;
-    // The item of which this is a name, or may be one to a reader that resolves names; or null.
+    // The item that some reader would find by this name, or null: either name may be resolved.
     const ZipItem* findSimilar(std::string_view name) const;
 
 private:

@@ -62,19 +62,20 @@ NewArchive::NewArchive(const fl::filesystem::SaveTarget& target, const fl::files
       base_(std::move(base)),
       file_(std::make_shared<NewFile>(target, name)) {}
 
-// What stands in front of the base's first item, such as a program that unpacks the file.
+// The number of bytes in front of the base's first item.
 std::uint64_t NewArchive::frontSize() const noexcept {
     return base_ && !base_->items().empty() ? base_->items().front().headerOffset : 0;
 }
 
-// Nothing stands in front of it, so it can only be missing at the very start.
+// Takes over the bytes in front of the base's first item, unless something has been written
+// already: they come first, so they are there by then.
 void NewArchive::appendFront() {
     if (file_->tail() == 0 && frontSize() != 0) file_->appendFrom(base_->file(), 0, frontSize());
 }
 
-// A range starts at the first item's header and ends behind the last one's data, so gaps between
-// items are left out. The first range starts at the front of both files if it has the first item:
-// then a file system that shares blocks has nothing to copy but the last one.
+// A range goes from the first item's header to the end of the last one, so gaps between items are
+// left out. A range with the base's first item starts at the front of both files: then a file
+// system that shares blocks has to copy only the last, incomplete block.
 void NewArchive::appendKept(const std::vector<const ZipItem*>& items) {
     for (std::size_t i = 0; i < items.size();) {
         const bool isFirst = file_->tail() == 0 && items[i]->headerOffset == frontSize();
@@ -108,7 +109,7 @@ void NewArchive::append(NewItem& item) {
 void NewArchive::startItem(const NewItem& item) {
     appendFront();
     writingFrom_ = file_->tail();
-    // As long as the final header will be, whatever its numbers.
+    // The final header will be as long, whatever its numbers are.
     writingHeader_ = format::localHeader(item.recordAt(0), format::SizeRoom::Growing).size();
     file_->reserve(writingHeader_);
     isWriting_ = true;
@@ -132,7 +133,8 @@ void NewArchive::cutAt(std::uint64_t offset) noexcept {
     try {
         file_->cutAt(offset);
     } catch (...) {
-        // The bytes are a gap now, which finish() closes. There may be no memory for the Exception.
+        // The bytes are a gap now, which finish() closes. All exceptions are caught because there
+        // may be no memory to make an opc::Exception.
     }
 }
 
@@ -147,14 +149,15 @@ void NewArchive::dropPlaced(PlacedItems::const_iterator dropped) noexcept {
     if (placed.end == file_->tail()) cutAt(begin);
 }
 
-// Only large items of the base are placed early enough to be dropped: they can be looked through.
+// A linear search is fast enough: only large items of the base are placed early enough to be
+// dropped.
 void NewArchive::drop(const ZipItem& item) noexcept {
     const auto found = std::find_if(placed_.begin(), placed_.end(),
                                     [&](const auto& each) { return each.second.kept == &item; });
     if (found != placed_.end()) dropPlaced(found);
 }
 
-// The header of an item is in front of its data, and the next item, if any, begins behind that.
+// The item begins at the last place before its data, because its header is in front of the data.
 void NewArchive::drop(const NewItem& item) noexcept {
     const auto* const content = std::get_if<NewItem::InNewFile>(&item.content);
     if (!content) return;
@@ -172,7 +175,7 @@ bool NewArchive::hasGaps() const {
     return end != file_->tail();
 }
 
-// Into another new file, in the same order; the old one can still be read by streams.
+// Copies the items into another new file, in the same order. Streams can still read the first one.
 void NewArchive::closeGaps() {
     const auto placed = std::exchange(placed_, {});
     const auto old = file_;
@@ -236,8 +239,8 @@ fl::filesystem::FileStamp NewArchive::finish(bool allowZip64) {
     return file_->commit();
 }
 
-// What a reader would refuse is refused now, since later would be too late. The data of an item may
-// hold what could be taken for another end record.
+// Throws if the new file could not be opened again, before it replaces the old one. For example,
+// the data of an item near the end may hold what a reader could take for another end record.
 void NewArchive::requireOpening(const std::string& directory) const {
     try {
         aboutFile(*name_, [&] {
@@ -247,7 +250,7 @@ void NewArchive::requireOpening(const std::string& directory) const {
         const auto items = readDirectory(directory, placed_.size(), *name_);
         NameIndex(items, *name_).addResolvedNames(*name_);
     } catch (const Exception& fault) {
-        throwZipError(*name_, std::string("was not saved, since it could not be opened again: ") +
+        throwZipError(*name_, std::string("was not saved, because it could not be opened again: ") +
                                   fault.what());
     }
 }

@@ -17,6 +17,7 @@
 
 namespace opc::zip {
 
+// A source of bytes in memory.
 class MemorySource final : public ByteSource {
 public:
     explicit MemorySource(std::vector<std::byte> bytes) : bytes_(std::move(bytes)) {}
@@ -27,6 +28,7 @@ private:
     std::vector<std::byte> bytes_;
 };
 
+// A source of the bytes in a file, which it owns.
 class FileSource final : public ByteSource {
 public:
     explicit FileSource(fl::filesystem::FileDescriptor file) : file_(std::move(file)) {}
@@ -40,8 +42,8 @@ private:
     fl::filesystem::FileDescriptor file_;
 };
 
-// An item that was set in this session. Its encoded content waits in memory or in a file without a
-// name, or stands in its place in the new file already.
+// An item that was set since the archive was opened. Its data is in memory or in an unnamed scratch
+// file, or already at its place in the new file.
 struct NewItem {
     using InMemory = std::shared_ptr<const MemorySource>;
     struct InScratchFile {
@@ -60,51 +62,66 @@ struct NewItem {
     std::uint32_t crc32 = 0;
     std::uint64_t compressedSize = 0;
     std::uint64_t size = 0;
-    std::uint64_t turn = 0;  // when an item of this name was first set
+    // The order in which names were first set, which is the order in the file of items that waited.
+    std::uint64_t turn = 0;
     std::variant<InMemory, InScratchFile, InNewFile> content;
 
+    // What the zip records say of the item when its local header is at `offset`.
     format::ItemRecord recordAt(std::uint64_t offset) const;
-    // For reading it back; `file` is for messages.
+    // What openItem() needs for reading the item back; `file` is for messages.
     ItemContent contentIn(const fl::filesystem::path& file) const;
 };
 
-// The zip file that a save makes: which items stand where in it. Items are appended, and may be
-// dropped again before it is finished. Bytes in front of the base's first item come first here, too.
-// Failures are opc::Exception.
+// The zip file that a save makes. It knows which items are where in it: items of the base, which
+// are the archive that is replaced, and new items. Items are appended in any order and may be
+// dropped again. finish() comes last and only once. Bytes in front of the base's first item, such
+// as a program that unpacks the file, are taken over to the front. Destroying it before finish()
+// leaves nothing behind. Failures are opc::Exception. Called by ZipWriter and its streams, from one
+// thread at a time.
 class NewArchive {
 public:
     // `target` and `name` (for messages) must outlive it; `base` may be null.
     NewArchive(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name,
                std::shared_ptr<const ZipArchive> base);
 
-    // Takes over items of the base, in one range where they follow each other there too.
+    // Takes over items of the base, which must be in the order of their data. Items that directly
+    // follow each other are taken over as one range.
     void appendKept(const std::vector<const ZipItem*>& items);
-    // Writes an item that waits in memory or a scratch file, which then stands here.
+    // Writes an item that is in memory or in a scratch file. `item.content` then is its place here.
     void append(NewItem& item);
-    // Lets one item at a time be written at the end piece by piece: startItem(), then the encoded
-    // content through file(), then either endItem() or cancelItem().
+
+    // The next three write an item whose size is not known yet at the archive's end: startItem(),
+    // then the encoded content through file(), then either endItem() or cancelItem(). Only one item
+    // at a time can be written so, and nothing else may be appended meanwhile.
     void startItem(const NewItem& item);
+    // Writes the local header. `item` has its final numbers, and `item.content` becomes its place
+    // here.
     void endItem(NewItem& item);
-    // A process that was forked meanwhile takes nothing back: the file is its parent's.
+    // Takes back what was written of the item. Does nothing if no item is being written, or in a
+    // process that was forked since: the file is its parent's.
     void cancelItem() noexcept;
     bool isWriting() const noexcept { return isWriting_; }
     NewFile& file() noexcept { return *file_; }
 
+    // Takes an item out of the archive again. Its bytes are cut off if they are the last, and
+    // remain as a gap otherwise, which finish() closes. An item that is not here is ignored.
     void drop(const ZipItem& item) noexcept;
     void drop(const NewItem& item) noexcept;
 
-    // Closes the gaps that dropped items left, writes the directory and puts the file in place.
-    // Returns its stamp.
+    // Closes the gaps, writes the directory and the end records, makes sure that the archive can be
+    // opened again, and puts the file in the place of the target. Returns the stamp of the new
+    // file. Throws if zip64 is needed and not allowed.
     fl::filesystem::FileStamp finish(bool allowZip64);
 
 private:
+    // Either `kept` or `fresh` is null.
     struct Placed {
         std::uint64_t end;
-        const ZipItem* kept;  // one of these two
+        const ZipItem* kept;
         NewItem* fresh;
     };
 
-    using PlacedItems = std::map<std::uint64_t, Placed>;  // by where they begin
+    using PlacedItems = std::map<std::uint64_t, Placed>;  // by the offsets where they begin
 
     std::uint64_t frontSize() const noexcept;
     void appendFront();
@@ -123,9 +140,9 @@ private:
     std::shared_ptr<NewFile> file_;
     PlacedItems placed_;
     pid_t process_ = ::getpid();
-    bool isWriting_ = false;
-    std::uint64_t writingFrom_ = 0;
-    std::size_t writingHeader_ = 0;
+    bool isWriting_ = false;         // between startItem() and endItem() or cancelItem()
+    std::uint64_t writingFrom_ = 0;  // where that item begins
+    std::size_t writingHeader_ = 0;  // the size of its local header
 };
 
 }  // namespace opc::zip

@@ -9,7 +9,8 @@ namespace opc::zip {
 namespace {
 
 constexpr std::size_t kMostGathered = std::size_t{256} << 10;
-// The disk works on one piece while the next is made, and the fsync of a commit waits for the last.
+// The disk writes one piece while the next is made, so the fsync of a commit waits only for the
+// last.
 constexpr std::uint64_t kPiece = std::uint64_t{8} << 20;
 
 }  // namespace
@@ -28,7 +29,7 @@ void NewFile::append(std::span<const std::byte> bytes) {
     grow(bytes.size());
 }
 
-// Whole pieces only, so that no block is written twice.
+// Starts to write whole pieces only, so that no block goes to the disk twice.
 void NewFile::grow(std::uint64_t size) {
     tail_ += size;
     const std::uint64_t end = (tail_ - gathered_.size()) / kPiece * kPiece;
@@ -48,7 +49,7 @@ void NewFile::appendFrom(const fl::filesystem::FileDescriptor& source, std::uint
     writeGathered();
     std::uint64_t done = aboutFile(
         name_, [&] { return replacement_.file().shareFrom(source, offset, size, tail_); });
-    tail_ += done;  // shared blocks have been written already
+    tail_ += done;  // grow() would be wrong here: shared blocks are on the disk already
     while (done < size) {
         const std::uint64_t piece = std::min(size - done, kPiece);
         aboutFile(name_,

@@ -26,8 +26,9 @@ namespace {
 using namespace format;
 
 constexpr std::size_t kPiece = std::size_t{128} << 10;
-// What may be read again in vain before the search gives up, as a multiple of the file and on top of
-// it, and what each attempt counts for at least. Whatever a file holds, its search ends.
+// The budget of a search, in bytes that are read again without finding an item. It is kWastePerByte
+// for each byte of the file plus kWaste, and each failed attempt costs at least kAttempt. When the
+// budget is used up, the search gives up, so it ends whatever the file holds.
 constexpr std::uint64_t kWastePerByte = 2;
 constexpr std::uint64_t kWaste = std::uint64_t{64} << 20;
 constexpr std::uint64_t kAttempt = 4096;
@@ -49,7 +50,8 @@ enum class Loss {
     Content
 };
 
-// What people are told of it; of the last two there is more to say, and no row.
+// The reason that LostItem gives. Loss::Method and Loss::Content have no row, because their reason
+// depends on the item.
 struct LossRow {
     Loss loss;
     const char* text;
@@ -57,15 +59,16 @@ struct LossRow {
 constexpr LossRow kLosses[] = {
     {Loss::SameName, "there is another item of this name"},
     {Loss::Twice, "there are several of this name, and no directory says which counts"},
-    {Loss::Unsure, "it stands behind a damaged place, and may be of a zip file that an item held"},
+    {Loss::Unsure,
+     "it follows a damaged place and may belong to a zip file that an item contained"},
     {Loss::NotListed, "the directory does not list it"},
-    {Loss::Within, "it is of a zip file that stands within this one"},
+    {Loss::Within, "it belongs to a zip file inside this one"},
     {Loss::Cut, "the file ends before its data does"},
     {Loss::Overlap, "its bytes belong to another item"},
-    {Loss::NotTried, "not tried, since the file holds too many damaged items"},
+    {Loss::NotTried, "not tried, because the file holds too many damaged items"},
     {Loss::Encrypted, "it is encrypted"},
-    {Loss::NoEnd, "its data has no end that can be told"},
-    {Loss::TwoSizes, "it is stored, but declares two sizes"},
+    {Loss::NoEnd, "the end of its data cannot be determined"},
+    {Loss::TwoSizes, "it is stored, but declares two different sizes"},
 };
 
 std::string textOf(Loss loss, const std::string& detail = "") {
@@ -73,7 +76,7 @@ std::string textOf(Loss loss, const std::string& detail = "") {
     return found == std::end(kLosses) ? detail : found->text;
 }
 
-// What came of taking an item: nothing is lost where it was taken.
+// The result of an attempt to take an item: it was taken unless there is a `loss`.
 struct Verdict {
     std::optional<Loss> loss = std::nullopt;
     std::string detail = {};
@@ -84,19 +87,21 @@ Verdict lostBy(Loss loss, std::string detail = {}) {
     return {loss, std::move(detail)};
 }
 
-// A deflate stream that says itself where it ends.
+// What decoding a deflate stream to its end finds out about it.
 struct Measured {
     std::uint64_t compressedSize = 0, size = 0;
     std::uint32_t crc32 = 0;
 };
 
-// What an attempt at an item's content has taken from the file, and what it came to.
+// The bytes [from, to) that an attempt to read an item's content has taken from the file, and the
+// number of bytes that they inflated to.
 struct Reading {
     std::uint64_t from, to;
     std::uint64_t produced = 0;
 };
 
-// Nothing when the stream has no end before `limit`.
+// Decodes the deflate stream at `offset`. Returns nullopt if it does not end before `limit`, and
+// throws std::runtime_error if there is no deflate stream. `reading` is up to date in each case.
 std::optional<Measured> measureDeflated(const SalvageSource& source, std::uint64_t offset,
                                         std::uint64_t limit, Reading& reading) {
     Inflater inflater;
@@ -123,6 +128,9 @@ std::optional<Measured> measureDeflated(const SalvageSource& source, std::uint64
     }
 }
 
+// One run over a damaged file. An item is taken, from the most trustworthy source first, when its
+// bytes are still free and its content is whole; every other one becomes a failure. In the end,
+// failures of items that nothing else explains are reported as lost.
 class Salvage {
 public:
     Salvage(const SalvageSource& source, std::vector<LostItem>& lost)
@@ -146,7 +154,8 @@ public:
     }
 
 private:
-    // Something of this name was found, and could not be taken. `at` is where the file says so.
+    // An item that was found and could not be taken. `at` is the offset of the record that names
+    // it.
     struct Failure {
         std::string name, shownName;
         Loss loss;
@@ -154,17 +163,19 @@ private:
         std::uint64_t at;
     };
 
-    // Offset and size of the data, size and checksum of the content, method.
+    // What an attempt to read depends on: offset and size of the data, size and checksum of the
+    // content, and method.
     using Numbers = std::tuple<std::uint64_t, std::uint64_t, std::uint64_t, std::uint32_t, Method>;
 
-    // Where the search for local headers is. An item is surely the file's own where it joins the one in
-    // front, up to the front of the file or to one that a directory record knows.
+    // Where the search for local headers is. An item there is surely the file's own if it directly
+    // follows another such item, is at the front of the file, or follows an item that a directory
+    // record lists.
     struct Position {
         std::uint64_t at;
         bool isSure = true;
     };
 
-    // What was said first of a name.
+    // What the first record with a given name says of the item.
     struct Seen {
         std::uint64_t size;
         std::uint32_t crc32;
@@ -176,20 +187,23 @@ private:
             {item.name, item.displayName(), *verdict.loss, std::move(verdict.detail), at});
     }
 
+    // Takes `wasted` off the budget, and returns whether any is left.
     bool isPatient(std::uint64_t wasted) {
         patience_ -= std::min(patience_, wasted);
         return patience_ > 0;
     }
 
-    // Bytes that are read for the first time cost no patience: a large damaged item must not take
-    // it from those behind it, and all such readings together are one of the file.
+    // Charges the budget for a reading that found no item. Bytes that are read for the first time
+    // are free: all such readings together read the file once, and a large damaged item must not
+    // use up the budget of those after it.
     void count(const Reading& reading) {
         const bool isAgain = tried_.overlap(reading.from, reading.to);
         if (!isAgain) tried_.add(reading.from, reading.to);
         isPatient(kAttempt + (isAgain ? reading.produced : 0));
     }
 
-    // Takes the item when its bytes are free and its content is whole; otherwise says why not.
+    // Takes the item if its bytes are free, its name is new and its content is whole. Otherwise
+    // returns why not.
     Verdict take(ZipItem item) {
         item.endOffset = item.dataOffset + item.compressedSize;
         if (item.endOffset > source_->size || item.endOffset < item.dataOffset)
@@ -207,8 +221,8 @@ private:
         return {};
     }
 
-    // Whether the content is what the item's numbers say. What has failed once is not read again: the
-    // directory and the local header mostly say the same.
+    // Checks whether the content agrees with the item's numbers. Numbers that have failed once are
+    // not tried again: directory and local header mostly say the same.
     Verdict judgeContent(const ZipItem& item) {
         const Numbers numbers{item.dataOffset, item.compressedSize, item.size, item.crc32,
                               item.method};
@@ -241,8 +255,9 @@ private:
         }
     }
 
-    // Adds what the local header says: where the data starts, and its name where that is another of the
-    // same length, as when a bit was flipped. Without one, the data are where it would end.
+    // Adds what the local header says to an item of the directory: where the data starts, and the
+    // header's name if it is a different one of the same length, as when a bit was flipped. If the
+    // header is damaged, the data starts where a header without extra fields would end.
     void addLocal(ZipItem& item) const {
         const std::size_t likely = local::kHeaderSize + item.name.size();
         item.dataOffset = item.headerOffset + likely;
@@ -261,7 +276,9 @@ private:
         return !name.empty() && name.find('\0') == std::string_view::npos;
     }
 
-    // The places where an item of the directory may be, the likeliest first.
+    // Returns `item`, of the directory, once for each place where its local header may be, the
+    // likeliest first: the offset that the directory says, and the one `shift` bytes after it if
+    // that is another.
     std::vector<ZipItem> placesOf(const ZipItem& item, std::int64_t shift) const {
         std::vector<std::pair<int, ZipItem>> places;
         for (const std::int64_t moved : {std::int64_t{0}, shift}) {
@@ -280,7 +297,8 @@ private:
         return sorted;
     }
 
-    // Those whose name both records have come first, so that a damaged name takes nobody else's.
+    // Takes the items of a whole directory. Items whose name is the same in both records come
+    // first, so that an item with a damaged name does not take the name of another.
     void takeDirectory(const WholeDirectory& directory) {
         isExact_ = directory.shift == 0;
         for (const bool isAgreed : {true, false}) {
@@ -292,8 +310,10 @@ private:
         }
     }
 
-    // Where offsets are right, a local header may know better than the directory. Elsewhere it may be
-    // that of an archive within the file.
+    // Takes an item of a whole directory from one of its places. If that fails and the directory's
+    // offsets are right, the local header's numbers may be better than the directory's. If the
+    // offsets are shifted, the header may belong to an archive within the file, so its numbers are
+    // not used.
     void takeListed(const ZipItem& item, const std::vector<ZipItem>& places) {
         Verdict verdict = lostBy(Loss::Cut);
         for (const ZipItem& placed : places) {
@@ -323,7 +343,8 @@ private:
         }
     }
 
-    // The size of the directory record that stands there; 0 when it is none.
+    // Takes the item of the directory record at `at`, or remembers the record until the local
+    // headers are searched. Returns the record's size; 0 if there is no directory record.
     std::uint64_t takeRecord(std::uint64_t at) {
         const std::uint64_t size = centralRecordSize(*source_, at);
         if (size == 0) return 0;
@@ -350,7 +371,7 @@ private:
         }
     }
 
-    // An item of which a directory record and a local header say the same.
+    // Takes an item whose directory record and local header agree.
     void takeConfirmed(const ZipItem& item, std::uint64_t recordAt) {
         see(item, true);
         Verdict verdict = take(item);
@@ -359,7 +380,7 @@ private:
         claimed_.add(item.headerOffset, item.dataOffset + item.compressedSize);
     }
 
-    // Items whose local headers are damaged, by their directory records.
+    // Takes the items of directory records that point to a damaged local header.
     void takeWithoutHeaders() {
         for (auto& [offset, record] : records_) {
             if (localHeaderAt(*source_, offset)) continue;
@@ -372,6 +393,7 @@ private:
         }
     }
 
+    // Searches the bytes between the items that were taken or lost so far for local headers.
     void searchHeaders() {
         Ranges closed = claimed_;
         for (const auto& [start, end] : taken_.all())
@@ -403,7 +425,7 @@ private:
         }
     }
 
-    // The next local header, signed or, where one must be, not.
+    // The next local header. Right after an item of the file's own its signature may be damaged.
     std::optional<Position> nextHeader(SignatureSearch& search, const Position& from,
                                        std::uint64_t end) const {
         const std::uint64_t joined = from.at + descriptor::kLargest;
@@ -415,12 +437,14 @@ private:
         return Position{*at, false};
     }
 
-    // Takes the item of a local header. Returns where to go on: its data are not searched, whole or not.
+    // Takes the item of a local header. Returns where the search goes on: after the item's data,
+    // which is not searched, whether it is whole or not.
     Position takeUnlisted(const Position& position, std::uint64_t limit) {
         auto header = localHeaderAt(*source_, position.at,
                                     position.isSure && !isWhole_ ? Place::Expected : Place::Any);
         if (!header) {
-            // An item of the file's own whose header says nonsense, or is cut, may hold all that follows.
+            // If the header of an item of the file's own is cut or says nonsense, the item may
+            // contain all that follows.
             const bool isOwn = position.isSure && !isWhole_;
             return {isOwn ? limit : position.at + sizeof local::kSignature, false};
         }
@@ -437,7 +461,8 @@ private:
         return next;
     }
 
-    // Data of unknown length that begin as a zip file does are one, up to its end where that is known.
+    // Where the search goes on after an item that could not be taken. Data of unknown length that
+    // begins like a zip file is skipped, up to that file's end if it is known.
     Position behindLost(const LocalHeader& header, const Position& position,
                         std::uint64_t limit) const {
         const std::uint64_t data = header.item.dataOffset;
@@ -446,7 +471,8 @@ private:
         return {source_->number(data) == local::kSignature ? limit : data, false};
     }
 
-    // The directory's numbers and name where they fit this local header's content.
+    // Takes the item at this local header with the numbers and the name of a directory record for
+    // the same offset, if they fit its content.
     bool takeByRecord(std::uint64_t headerOffset) {
         const auto [first, last] = records_.equal_range(headerOffset);
         for (auto record = first; record != last; ++record) {
@@ -457,6 +483,9 @@ private:
         return false;
     }
 
+    // Takes an item by the numbers of its local header, which is adjusted: numbers that the header
+    // leaves to a descriptor are measured, up to `limit`. Of two different sizes of a stored item,
+    // the one that fits the checksum counts.
     Verdict takeWhole(LocalHeader& header, std::uint64_t limit) {
         ZipItem& item = header.item;
         if (header.flags & flag::kAnyEncryption) return lostBy(Loss::Encrypted);
@@ -475,7 +504,7 @@ private:
         return lostBy(Loss::TwoSizes);
     }
 
-    // Whether the directory says the same of the content, or has the header in this place.
+    // Whether a whole directory lists an item of this name with the same content or the same place.
     bool isListed(const ZipItem& item) const {
         const auto [first, last] = listed_.equal_range(item.name);
         return std::any_of(first, last, [&](const auto& listed) {
@@ -485,7 +514,8 @@ private:
         });
     }
 
-    // The numbers of an item whose local header leaves them to a descriptor behind its data.
+    // Sets the numbers of an item whose local header leaves them to a descriptor, by decoding the
+    // data. Returns false if the data has no end or the descriptor has another checksum.
     bool measure(ZipItem& item, std::uint64_t limit) {
         if (!rowOf(item.method).endsItself || !isPatient(0)) return false;
         Reading reading{item.dataOffset, item.dataOffset};
@@ -505,6 +535,7 @@ private:
         }
     }
 
+    // Whether there is a descriptor with this checksum.
     bool describes(std::uint64_t descriptorAt, std::uint32_t checksum) const {
         const auto found = source_->at(descriptorAt, 2 * sizeof checksum);
         if (found.size() < 2 * sizeof checksum) return false;
@@ -512,8 +543,8 @@ private:
         return load32(found, isSigned ? sizeof checksum : 0) == checksum;
     }
 
-    // Two of one name that differ, one of which joins nothing, show that items of an archive within
-    // the file are among those that were found.
+    // Records what was found under a name. If two items of one name differ and one of them is not
+    // surely the file's own, items of an archive within the file are among those that were found.
     void see(const ZipItem& item, bool isSure) {
         if (isWhole_) return;
         const auto [found, isNew] =
@@ -527,7 +558,8 @@ private:
         }
     }
 
-    // No copy is made of two packages: what may be another's is left out.
+    // Drops items that may belong to an archive within the file, and all items of an ambiguous
+    // name: a repaired copy must not be a mixture of two packages.
     void dropUnsure() {
         std::erase_if(items_, [this](const ZipItem& item) {
             const bool isTwice = twice_.contains(item.name);
@@ -540,10 +572,10 @@ private:
         });
     }
 
-    // What was taken under the same name after all is not lost, and neither is what was only seen in
-    // the content of an item, such as a zip file within.
+    // Reports failures as lost, each name once. A failure does not count if an item of its name was
+    // taken after all, or if its record is in the content of an item, such as a zip file within.
     void reportFailures() {
-        std::set<std::pair<std::string, bool>> told;  // name, whether another has it
+        std::set<std::pair<std::string, bool>> told;  // the name, and whether another item has it
         for (Failure& failure : failures_) {
             const bool isOther = failure.loss == Loss::SameName;
             if (names_.contains(failure.name) && !isOther) continue;
@@ -555,6 +587,7 @@ private:
         }
     }
 
+    // A directory record and its offset.
     struct Record {
         ZipItem item;
         std::uint64_t at;
@@ -562,24 +595,24 @@ private:
 
     const SalvageSource* source_;
     std::vector<LostItem>* lost_;
-    std::uint64_t patience_;
-    bool isWhole_ = false;  // the directory
-    bool isExact_ = false;  // and its offsets
-    bool isMixed_ = false;
-    std::vector<ZipItem> items_;
-    Ranges taken_;                             // of items_
-    Ranges tried_;                             // of what was read in vain
-    Ranges claimed_;                           // of items that are lost
-    Ranges within_;                            // of archives that are not the file's own
+    std::uint64_t patience_;                   // what is left of the budget
+    bool isWhole_ = false;                     // the file's own directory could be read as a whole
+    bool isExact_ = false;                     // and its offsets are not shifted
+    bool isMixed_ = false;                     // items of an archive within the file were found
+    std::vector<ZipItem> items_;               // taken so far
+    Ranges taken_;                             // the bytes of items_
+    Ranges tried_;                             // bytes that were read without finding an item
+    Ranges claimed_;                           // the bytes of items that are lost
+    Ranges within_;                            // archives that are not the file's own
     std::set<std::string, FoldedLess> names_;  // of items_
     std::set<std::string, FoldedLess> twice_;  // of several items that are the file's own
-    std::map<std::string, Seen, FoldedLess> seen_;
-    std::set<std::uint64_t> unsure_;  // header offsets
-    // What a whole directory says of items that are not where it says, or damaged.
+    std::map<std::string, Seen, FoldedLess> seen_;  // what see() records
+    std::set<std::uint64_t> unsure_;  // header offsets of items that may not be the file's own
+    // Items of a whole directory that could not be taken as it describes them, by name.
     std::multimap<std::string, ZipItem, FoldedLess> listed_;
     // Directory records that no local header confirms, by header offset.
     std::multimap<std::uint64_t, Record> records_;
-    std::map<Numbers, std::string> faults_;
+    std::map<Numbers, std::string> faults_;  // why reading failed
     std::vector<Failure> failures_;
     std::vector<std::byte> piece_;
 };

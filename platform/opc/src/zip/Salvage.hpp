@@ -8,14 +8,20 @@
 
 namespace opc::zip {
 
-// Finds the items of a damaged zip file whose content is whole, each read to its end, in the order of
-// their data; no two share bytes or a name. Where the directory can be read whole, what it does not list
-// is lost. Otherwise its single records and the local headers count. What a local header claims as its
-// data is that item's, whole or not, and is not searched: it may be a zip file itself. What follows a
-// place where the items do not join is kept only while nothing shows that it is of such a file.
-// Adds to `lost` what was found but not kept. Reads each byte once for free, to its end, and again
-// only so often, so that time is linear in what disjoint items inflate to; memory is linear in the
-// file.
+// Finds the items of a damaged zip file whose content is whole, and returns them in the order of
+// their data. Each was read to its end; no two share bytes or a name. Adds to `lost` what was found
+// but not kept.
+//
+// If the directory can be read as a whole, only items that it lists are kept. Otherwise its single
+// records and the local headers are searched for. The bytes that a local header claims as its data
+// are not searched, whether the item is whole or not, because they may be a zip file themselves.
+// For the same reason, items after a place where one does not directly follow the other are dropped
+// if there is a sign that such a file was found there: two items with the same name and different
+// content.
+//
+// Takes time linear in what disjoint items inflate to, because bytes that are read more than once
+// count against a budget, and memory linear in the size of the file. A failure to read is a
+// std::system_error.
 std::vector<ZipItem> salvageItems(const SalvageSource& source, std::vector<LostItem>& lost);
 
 }  // namespace opc::zip

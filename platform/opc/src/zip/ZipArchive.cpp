@@ -17,7 +17,7 @@ namespace opc::zip {
 
 namespace {
 
-// Far beyond any package, and no more than a machine can hold.
+// Far more than any package has, and little enough to be read into memory.
 constexpr std::uint64_t kLargestDirectory = std::uint64_t{1} << 30;
 
 fl::filesystem::FileDescriptor openFile(const fl::filesystem::path& file) {

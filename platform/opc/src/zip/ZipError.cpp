@@ -12,7 +12,7 @@ namespace opc::zip {
 
 namespace {
 
-// The upper half of code page 437, which names are in when they do not say UTF-8.
+// Code page 437 from 0x80 on. A zip name is in this code page unless its flags say UTF-8.
 constexpr char16_t kCodePage437[] =
     u"ÇüéâäàåçêëèïîìÄÅÉæÆôöòûùÿÖÜ¢£¥₧ƒáíóúñÑªº¿⌐¬½¼¡«»░▒▓│┤╡╢╖╕╣║╗╝╜╛┐"
     u"└┴┬├─┼╞╟╚╔╩╦╠═╬╧╨╤╥╙╘╒╓╫╪┘┌█▄▌▐▀αßΓπΣσµτΦΘΩδ∞φε∩≡±≥≤⌠⌡÷≈°∙·√ⁿ²■\u00A0";

@@ -10,9 +10,10 @@
 
 namespace opc::zip {
 
-// About one item. `fault` is the message without file and item in front.
+// A failure with one item of a zip file.
 class ItemError : public Exception {
 public:
+    // The message is "FILE: ITEM: fault". `item` is the item's displayName().
     ItemError(const fl::filesystem::path& file, const std::string& item, std::string fault);
     const std::string& fault() const noexcept { return fault_; }
 
@@ -20,25 +21,30 @@ private:
     std::string fault_;
 };
 
-// All messages are one line, "FILE: ITEM: what is wrong". `item` is the item's displayName().
+// The four functions below throw errors whose message is one line, "FILE: what is wrong" or
+// "FILE: ITEM: what is wrong". `item` is an item's displayName().
+
+// Throw opc::Exception and ItemError, for a failure at any time.
 [[noreturn]] void throwZipError(const fl::filesystem::path& file, const std::string& what);
 [[noreturn]] void throwItemError(const fl::filesystem::path& file, const std::string& item,
                                  const std::string& what);
 
-// The same for what makes a file one that is not opened.
+// Throw ZipRefusal, for the rule that a file breaks when it is opened.
 [[noreturn]] void refuseZip(ZipRule rule, const fl::filesystem::path& file,
                             const std::string& what);
 [[noreturn]] void refuseItem(ZipRule rule, const fl::filesystem::path& file,
                              const std::string& item, const std::string& what);
 
-// What to do about a file that was damaged, or made to be understood in two ways.
+// The remedy for a file that was damaged, or made so that readers understand it in two ways. It
+// ends a message.
 inline constexpr const char* kGetAgain = "; get the file again from where it came from";
 
-// Names of items as people and messages see them: UTF-8, from code page 437 where `isUtf8` is false
-// and the bytes are not ASCII.
+// An item's name in UTF-8, for messages and people. `name` is in code page 437 if `isUtf8` is
+// false. Bytes that are not UTF-8 although `isUtf8` is true become replacement characters.
 std::string displayName(std::string_view name, bool isUtf8);
 
-// Runs `step`; a failure of the file system in it becomes opc::Exception about `file`.
+// Runs `step` and returns its result. A std::system_error from it becomes opc::Exception whose
+// message names `file`.
 template <class Step>
 auto aboutFile(const fl::filesystem::path& file, Step step) -> decltype(step()) {
     try {
@@ -50,7 +56,8 @@ auto aboutFile(const fl::filesystem::path& file, Step step) -> decltype(step()) 
 
 [[noreturn]] void throwAsException(const std::system_error& error);
 
-// The same for steps that name the file themselves: those on what a save replaces.
+// Runs `step` and returns its result. A std::system_error from it becomes opc::Exception with the
+// same message: steps of a SaveTarget or ReplacementFile name the file themselves.
 template <class Step>
 auto aboutTarget(Step step) -> decltype(step()) {
     try {

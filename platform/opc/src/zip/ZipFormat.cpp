@@ -32,7 +32,8 @@ std::string localSizes(const ItemRecord& item) {
     return extraField(extra::kZip64, sizes);
 }
 
-// As long as localSizes(): the hint's own signature and a number lead what is padding otherwise.
+// A padding field of the same length as localSizes(). It consists of the hint's signature, a number
+// for the size of the padding (0) and zeros.
 std::string growthHint() {
     std::string hint;
     append(hint, extra::kGrowthHintSignature);
@@ -44,8 +45,8 @@ std::uint16_t versionFor(const ItemRecord& item, bool zip64) {
     return zip64 ? kVersionZip64 : rowOf(Method{item.method}).versionNeeded;
 }
 
-// The fields that both records of an item share, in the same order: from the flags to the length of
-// the name.
+// Appends the fields that the local header and the directory record share, in the same order: those
+// from the flags to the length of the name.
 void appendCommon(std::string& record, const ItemRecord& item, std::uint32_t compressedSize,
                   std::uint32_t size) {
     append(record, item.flags);
@@ -80,8 +81,8 @@ bool hasWideOffset(Bytes record, const std::optional<ExtraField>& zip64) {
     return zip64 && load32(record, central::kOffset) == kInZip64_32;
 }
 
-// What the zip64 field of a directory record is to hold when the item stands at `offset`: the numbers
-// that the record refers to, and none that stand in the record itself.
+// The content of the zip64 field of a directory record whose item now stands at `offset`: only the
+// numbers that the record refers to, without those that it holds itself.
 std::string wideNumbers(Bytes record, const std::optional<ExtraField>& zip64,
                         std::uint64_t offset) {
     Bytes rest = zip64 ? zip64->content : Bytes();
@@ -93,7 +94,8 @@ std::string wideNumbers(Bytes record, const std::optional<ExtraField>& zip64,
     std::string wide;
     for (const std::size_t size : {central::kSize, central::kCompressedSize}) {
         if (load32(record, size) != kInZip64_32) continue;
-        // Without a field it was the number itself, which would refer to a field.
+        // If the record had no zip64 field, the placeholder was the number itself. The record is
+        // about to get a field, to which the placeholder would refer.
         if (zip64) wide.append(next(sizeof(std::uint64_t)));
         if (!zip64) append(wide, std::uint64_t{kInZip64_32});
     }
@@ -104,7 +106,8 @@ std::string wideNumbers(Bytes record, const std::optional<ExtraField>& zip64,
     return wide;
 }
 
-// Behind the last field there may be padding, so a new one goes in front.
+// Replaces the zip64 field `old` by one with this content, or drops it if the content is empty. A
+// new field goes in front of the others because padding may follow the last one.
 void replaceZip64(std::string& record, const std::optional<ExtraField>& old,
                   const std::string& content) {
     const std::string field = content.empty() ? content : extraField(extra::kZip64, content);
@@ -140,7 +143,7 @@ std::string localHeader(const ItemRecord& item, SizeRoom room) {
     std::string header;
     append(header, local::kSignature);
     append(header, versionFor(item, large));
-    // Readers take both sizes from the zip64 field or none.
+    // In a local header, the zip64 field holds both sizes, so both fields refer to it or neither.
     appendCommon(header, item, large ? kInZip64_32 : narrow(item.compressedSize),
                  large ? kInZip64_32 : narrow(item.size));
     append(header, static_cast<std::uint16_t>(fields.size()));
@@ -167,8 +170,8 @@ std::string centralRecord(const ItemRecord& item) {
     return record.append(item.name).append(fields);
 }
 
-// A wide offset stays wide. Numbers of the zip64 field that only repeat the record's own go: an
-// offset among them would be the old one, and where it stood depends on which others there are.
+// An offset that was in the zip64 field stays there, even if it is small now. Numbers of the zip64
+// field that only repeat the record's own are dropped, because an old offset could be among them.
 std::string movedCentralRecord(std::string_view record, std::uint64_t offset) {
     const Bytes old = asBytes(record);
     const Bytes fields = old.subspan(central::kHeaderSize + load16(old, central::kNameLength))

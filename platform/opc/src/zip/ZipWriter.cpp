@@ -17,10 +17,11 @@ namespace opc::zip {
 
 namespace {
 
-// Items of the base from this size on are taken over before a large new one is written, so that they
-// stay in front of it; smaller ones come behind, where replacing them is cheap.
+// Before a large new item is written, items of the base of at least this size are taken over, so
+// that they stay in front of it. Smaller ones come after it, where replacing them is cheap.
 constexpr std::uint64_t kLarge = std::uint64_t{1} << 20;
-// All encoded items that wait together; past this they go into the new file as they are completed.
+// The bytes of all encoded items that wait in memory. Items past this limit are written to the new
+// file when they are completed.
 constexpr std::uint64_t kMostInMemory = std::uint64_t{8} << 20;
 
 }  // namespace
@@ -40,7 +41,7 @@ ZipWriter::ZipWriter(const fl::filesystem::path& target, std::shared_ptr<const Z
 void ZipWriter::checkOpen() const {
     if (isSpent_)
         throwZipError(path_, "has been saved or closed already; open it again to change it");
-    // Both processes would write into one new file.
+    // Both processes would write into the same new file.
     if (::getpid() != process_) {
         throwZipError(path_,
                       "was opened before this process was forked; open it again to change it");
@@ -61,13 +62,13 @@ const NewItem* ZipWriter::findSet(std::string_view name) const {
     return found != items_.end() && found->second->name == name ? found->second.get() : nullptr;
 }
 
-// What would be written could not be opened again.
+// Without this check, the new file could not be opened again.
 void ZipWriter::refuseSimilarName(std::string_view name) const {
     const auto refuse = [&](std::string_view taken, bool isUtf8) {
         throwItemError(path_, displayName(name, true),
                        "some readers would take it for \"" +
                            foundation::shown(displayName(taken, isUtf8)) +
-                           "\", which the file has; choose another name or remove that item");
+                           "\", which is in the file; choose another name or remove that item");
     };
     const ZipItem* kept = base_ ? base_->findSimilar(name) : nullptr;
     if (kept && kept->name != name && fates_[indexOf(*kept)] != Fate::Lost) {
@@ -81,7 +82,9 @@ std::unique_ptr<OutputStream> ZipWriter::set(std::string_view name, const ItemOp
     checkOpen();
     refuseSimilarName(name);
     if (name.size() > format::kInZip64_16 || name.find('\0') != name.npos) {
-        throwItemError(path_, displayName(name, true), "is no name that a zip file can hold");
+        throwItemError(path_, displayName(name, true),
+                       "is not a name that a zip file can hold; choose one of at most 65,535 bytes "
+                       "without a zero byte");
     }
     return std::make_unique<ItemOutput>(*this, std::string(name), options);
 }
@@ -110,7 +113,7 @@ std::unique_ptr<InputStream> ZipWriter::read(std::string_view name) const {
     throwItemError(path_, displayName(name, true), "there is no such item");
 }
 
-// Takes over the items of the base that `wanted` accepts and that wait. Where that fails they wait on.
+// Takes over the waiting items of the base that `wanted` accepts. If that fails, they keep waiting.
 template <class Wanted>
 void ZipWriter::placeKept(NewArchive& archive, Wanted wanted) {
     if (!base_) return;
@@ -123,7 +126,8 @@ void ZipWriter::placeKept(NewArchive& archive, Wanted wanted) {
         fateOf(*item) = Fate::Placed;
 }
 
-// `firstName` is the item that is going to be written.
+// Starts the new file with the large items of the base. The item `firstName` is about to be
+// written; if it replaces one of the base, only the items in front of that are taken over.
 void ZipWriter::openArchive(std::string_view firstName) {
     if (archive_) return;
     auto archive = std::make_unique<NewArchive>(target_, path_, base_);
@@ -145,7 +149,8 @@ fl::filesystem::FileDescriptor ZipWriter::createScratchFile() const {
     return aboutTarget([this] { return target_.createScratchFile(); });
 }
 
-// All that can fail comes first, so that a failure leaves everything as it was.
+// Sets an item. All that can fail comes first, so that a failure leaves the item of this name as it
+// was.
 void ZipWriter::complete(NewItem item) {
     auto completed = std::make_unique<NewItem>(std::move(item));
     const auto [slot, isNew] = items_.try_emplace(completed->name);
@@ -158,8 +163,8 @@ void ZipWriter::complete(NewItem item) {
     enter(slot->second, std::move(completed));
 }
 
-// Writes what belongs into the new file now: the header of an item that has been written there, and
-// small ones when too many of them wait in memory.
+// Puts the content of a completed item where it waits for the save. An item at the end of the new
+// file only gets its header. An item in memory is written out if too many bytes would wait there.
 void ZipWriter::settle(NewItem& item) {
     if (std::holds_alternative<NewItem::InNewFile>(item.content)) return archive_->endItem(item);
     if (!std::holds_alternative<NewItem::InMemory>(item.content)) return;
@@ -173,7 +178,8 @@ void ZipWriter::settle(NewItem& item) {
     }
 }
 
-// All behind each other in one file, since there may be more of them than descriptors.
+// All items share one scratch file, because a process may have fewer file descriptors than there
+// are items.
 void ZipWriter::moveToScratchFile(NewItem& item) {
     if (!overflow_) overflow_ = std::make_shared<FileSource>(createScratchFile());
     const auto bytes = std::get<NewItem::InMemory>(item.content)->bytes();
@@ -182,7 +188,7 @@ void ZipWriter::moveToScratchFile(NewItem& item) {
     item.content = NewItem::InScratchFile{overflow_, overflowSize_ - item.compressedSize};
 }
 
-// Puts the item where an earlier one of its name was, or behind all others.
+// Puts the item into its slot of items_. It keeps the turn of an item that it replaces there.
 void ZipWriter::enter(std::unique_ptr<NewItem>& slot, std::unique_ptr<NewItem> item) noexcept {
     loseKept(item->name);
     if (slot) forgetContent(*slot);
@@ -204,7 +210,8 @@ void ZipWriter::forgetContent(const NewItem& item) noexcept {
     if (archive_) archive_->drop(item);
 }
 
-// The new file must not be two packages, whatever the old one was.
+// Opening the base looked only through its small items. The large ones are looked through before
+// they get into a new file, which readers must not see as two packages.
 void ZipWriter::refuseItemsInKept() const {
     if (!base_) return;
     for (const ZipItem& item : base_->items()) {
