@@ -4,7 +4,8 @@
 #include <string>
 #include <string_view>
 
-// Characters and case of the ASCII range only, whatever the locale: names in a package compare so.
+// Character classes and case of ASCII, whatever the locale. Names in a package are compared so:
+// every other character differs from all others.
 namespace opc::ascii {
 
 template <class Char>

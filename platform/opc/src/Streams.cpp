@@ -15,7 +15,7 @@ namespace opc {
 
 namespace {
 
-// On the heap: threads of a host may have small stacks.
+// The bytes are on the heap because the stacks of a host's threads may be small.
 class Buffer {
 public:
     std::span<std::byte> bytes() { return {bytes_.get(), kSize}; }
@@ -27,8 +27,9 @@ private:
     std::unique_ptr<std::byte[]> bytes_ = std::make_unique_for_overwrite<std::byte[]>(kSize);
 };
 
-// A standard stream may be set to throw by itself; either way the failure is ours to name. The reason
-// is the system's, as a file stream leaves it behind; a stream over anything else has none.
+// Runs a step on a standard stream. If it returns false, or the stream is set to throw and does,
+// throws opc::Exception that names the stream and, where the step left one in errno as file streams
+// do, the system's reason.
 template <class Step>
 void asStreamFailure(const char* what, std::string_view stream, Step step) {
     errno = 0;

@@ -15,10 +15,14 @@ namespace opc::qzservices {
 
 using foundation::ustring;
 
-// The descriptive properties of a package: the standard's own, and the host's release and friendly
-// name. A value, read and replaced as a whole through CorePropertiesManager.
+// The descriptive properties of a package: those of the packaging standard, and the host's release
+// and friendly name. A value, which CorePropertiesManager reads and replaces as a whole. Properties
+// that have no accessor here are kept, so reading, changing one property and writing loses none.
+// Setters accept any text; writing refuses what XML cannot hold.
 class PLATFORM_API CoreProperties {
 public:
+    // A getter returns nullopt if the package does not have the property, and "" if it is there and
+    // empty.
     std::optional<ustring> getTitle() const { return title_; }
     std::optional<ustring> getDescription() const { return description_; }
     std::optional<ustring> getCreatedBy() const { return createdBy_; }
@@ -26,7 +30,8 @@ public:
     std::optional<ustring> getContentType() const { return contentType_; }
     std::optional<foundation::clock::Seconds> getLastModifiedTime() const { return modified_; }
     std::optional<ustring> getContentTypeFriendlyName() const { return friendlyName_; }
-    // Empty when the package does not say.
+    // The release of the host that wrote the package, such as "R2026b"; "" if the package does not
+    // have it, so that hasKORVALRelease() is needed to distinguish an empty one.
     ustring getKORVALRelease() const { return release_.value_or(ustring()); }
     bool hasKORVALRelease() const noexcept { return release_.has_value(); }
     std::optional<foundation::release_info::ReleaseInfo> getKORVALReleaseInfo() const {
@@ -45,9 +50,10 @@ public:
         releaseInfo_ = value;
     }
 
-    // What the running host writes.
+    // What the running host writes: its release, and the time from the platform's clock, in UTC.
     static ustring getCurrentKORVALRelease();
     static foundation::release_info::ReleaseInfo getCurrentKORVALReleaseInfo();
+    // The release info of a host that is too old to write one.
     static foundation::release_info::ReleaseInfo makeLegacyKORVALReleaseInfo(
         const ustring& release);
     static foundation::clock::Seconds getCurrentTime();
@@ -57,7 +63,8 @@ public:
 private:
     friend class StandardProperties;
     friend class HostProperties;
-    // A run of a property's text; keywords may hold some of them as values of their own.
+    // A run of a property's text. In keywords, some runs may be values, which have elements of
+    // their own.
     struct Piece {
         ustring text;
         bool isValue = false;
@@ -69,13 +76,14 @@ private:
     std::optional<ustring> version_;
     std::optional<ustring> contentType_;
     std::optional<foundation::clock::Seconds> modified_;
-    // The standard's properties that have no accessor here, by element name, kept through an edit.
+    // The standard's properties that have no accessor, by element name.
     std::map<std::string, std::vector<Piece>> others_;
     std::optional<ustring> friendlyName_;
     std::optional<ustring> release_;
     std::optional<foundation::release_info::ReleaseInfo> releaseInfo_;
-    // What the host's part holds besides, as elements in UTF-8; and its root, which declares their
-    // namespaces, with the names as they stand in XML. A root without a name is the usual one.
+    // The unknown elements of the host's part, as XML in UTF-8, and the part's root, which declares
+    // their namespaces. Names are qualified as in the XML. A root without a name stands for the
+    // usual one.
     struct Root {
         std::string name;
         std::vector<std::pair<std::string, std::string>> attributes;

@@ -7,8 +7,10 @@
 
 namespace opc {
 
-// Any failure of a package: its zip file, its rules, its XML, its file on disk. The message names the
-// file, the part or item, the rule, and what to do where there is something to do.
+// Any failure of a package: of its zip file, its rules, its XML or its file on disk. The message is
+// one line of UTF-8 that names the file, the part or item, what is wrong and, where there is one,
+// the remedy. Apart from it, only std::bad_alloc leaves this library, and what a function's
+// comment names.
 class PLATFORM_API Exception : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -17,7 +19,7 @@ public:
 
 namespace model {
 
-// The file to open does not exist.
+// The file of a package that is to be opened does not exist.
 class PLATFORM_API PackageNotFound : public Exception {
 public:
     using Exception::Exception;

@@ -18,30 +18,33 @@
 
 namespace opc::model {
 
-// An item of a package as far as it can be understood. It is a part when it has a name and a type.
+// An item of a package as far as it can be understood. It is a part if it has a part name and a
+// type.
 struct FoundItem {
-    const zip::ZipItem* item;
-    std::string shownName;         // UTF-8; starts with "/" when there is a part name
-    std::optional<PartName> name;  // in the package
-    std::string nameFault = {};    // why there is none
-    // What the directory calls it, where the package knows it by the name in its local header.
+    const zip::ZipItem* item;      // lives as long as the FoundPackage
+    std::string shownName;         // for people, as UTF-8; starts with "/" if there is a part name
+    std::optional<PartName> name;  // nullopt if the item cannot be a part
+    std::string nameFault = {};    // why there is no part name, otherwise empty
+    // The name in the zip directory if the item goes by the different one in its local header.
     std::string directoryName = {};
-    std::optional<ContentType> type = std::nullopt;
-    std::string fault = {};  // why its content cannot be read
+    std::optional<ContentType> type = std::nullopt;  // nullopt if the package has no type for it
+    std::string fault = {};  // why its content cannot be read; empty if it can
 
     bool isPart() const { return name && type; }
 };
 
-// A package in pieces, for describing or repairing one that Package::open() refuses: what it would refuse is
-// collected, and whatever can be understood is there. The constructor takes an archive, opened or salvaged,
-// reads every item to its end and then the two tables. A FoundPackage keeps the archive open and never
-// changes; its items point into it, so it is not copied. Use it from one thread at a time.
+// A package that may be damaged, for describing or repairing it: everything that can be understood
+// is here, and what Package::open() would refuse is collected as faults. The constructor takes an
+// archive, opened or salvaged, reads every item to its end, and then reads the two tables: the
+// content types and the package's relationships. Afterwards a FoundPackage does not change. It
+// keeps the archive open, and its items point into it, so it cannot be copied. Use it from one
+// thread at a time.
 class PLATFORM_API FoundPackage {
 public:
-    // `kinds` are the parts that such a package usually has. They stand in for what is damaged: where one of
-    // the two tables cannot be read, parts have the types and relationships of the kinds, and their names
-    // help to tell which of an item's two names is right. Throws opc::Exception, as read() and
-    // reachable() do, when the file has changed since an item was read to its end.
+    // `kinds` are the parts that such a package usually has. They stand in for what is damaged: if
+    // one of the two tables cannot be read, parts get the types or relationships of the kinds, and
+    // their names help to decide which of an item's two names is right. Throws opc::Exception if
+    // the file changes while it is read.
     FoundPackage(std::shared_ptr<const zip::ZipArchive> archive, std::span<const PartKind> kinds);
     FoundPackage(const FoundPackage&) = delete;
     FoundPackage& operator=(const FoundPackage&) = delete;
@@ -50,35 +53,41 @@ public:
     std::shared_ptr<const zip::ZipArchive> archive;
     std::vector<FoundItem> items;  // in the order of the file
 
-    // "[Content_Types].xml": null when there is none.
+    // The item with the content types, or null if there is none.
     const FoundItem* typesItem = nullptr;
-    bool hasTypes = false;                // whether it could be read
-    std::vector<std::string> typeFaults;  // what breaks a rule in it
-    std::vector<PartName> typedNames;     // that have an entry of their own; they need not be there
+    bool hasTypes = false;                // whether that item could be read
+    std::vector<std::string> typeFaults;  // which of its entries break a rule, and how
+    std::vector<PartName> typedNames;     // with an entry of their own; need not be there
 
-    // "/_rels/.rels", as for the types.
+    // The item with the package's relationships, or null; its faults; and the relationships, which
+    // are assumed from the kinds if that item cannot be read.
     const FoundItem* relationshipsItem = nullptr;
     std::vector<std::string> relationshipFaults;
     std::vector<Relationship> relationships;
 
-    // Null when there is no item of this name. Without a content type it is no part.
+    // The item with this part name, or null. It is not a part if it has no type.
     const FoundItem* findItem(const PartName& name) const;
-    // What a relationship of the package leads to; null when it is external or there is no such item.
+    // The item that a relationship of the package leads to, or null if it is external or dangles.
     const FoundItem* targetItem(const Relationship& relationship) const;
-    // Null when there is no part of this name.
+    // The part with this name, or null. The second form throws opc::Exception if it is not a part
+    // name.
     const FoundItem* find(const PartName& name) const;
     const FoundItem* find(ustring_view name) const { return find(PartName(name)); }
-    // The part that a relationship of the package leads to; null when it is external or dangles.
+    // The part that a relationship of the package leads to, or null if it is external or dangles.
     const FoundItem* target(const Relationship& relationship) const;
+    // The package's relationships of a type, in their order. The pointers are valid as long as this
+    // object.
     std::vector<const Relationship*> byType(ustring_view type) const;
 
-    // The content; nullopt when it is damaged or longer than `limit`.
+    // The content of an item; nullopt if it is damaged or has more than `limit` bytes. Throws
+    // opc::Exception if the file has changed since the item was read by the constructor.
     std::optional<std::string> read(const FoundItem& item, std::uint64_t limit) const;
 
-    // The parts to which relationships lead, from the package or from a part that they lead to. Reads the
-    // relationships of these parts.
+    // The parts that can be reached by relationships, starting with those of the package. Reads the
+    // relationships of each of these parts, and throws as read() does.
     std::set<const FoundItem*> reachable() const;
-    // Parts whose name derives from that of another one, with that one.
+    // Pairs of parts that no package may have: the name of the first derives from that of the
+    // second.
     std::vector<std::pair<const FoundItem*, const FoundItem*>> derivedNames() const;
 
 private:

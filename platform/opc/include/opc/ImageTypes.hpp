@@ -11,20 +11,21 @@
 
 namespace opc {
 
-// A kind of image, as media types name it and as its bytes show it.
+// A kind of image: its names, and the bytes by which it is recognised.
 struct ImageType {
     std::string_view format;     // "png", which is also the usual extension
     std::string_view mediaType;  // "image/png"
     const char* name;            // for messages: "a PNG image"
     std::string_view signature;  // its first bytes
-    std::string_view mark;       // further ones, where those are not enough, at `markAt`
+    std::string_view mark;       // further bytes, at `markAt`, if the first ones are not enough
     std::size_t markAt;
-    std::string_view end;  // its last bytes, where they are always the same
+    std::string_view end;  // its last bytes if they are always the same, otherwise empty
 
     PLATFORM_API model::ContentType contentType() const;
 };
 
-// Of those that browsers show. One that begins in several ways has a row for each.
+// The kinds of images that browsers show. A kind whose files begin in several ways has a row for
+// each.
 inline constexpr std::array kImageTypes = {
     ImageType{"png", "image/png", "a PNG image", "\x89PNG\r\n\x1A\n", "", 0,
               "IEND\xAE\x42\x60\x82"},
@@ -34,20 +35,21 @@ inline constexpr std::array kImageTypes = {
     ImageType{"webp", "image/webp", "a WebP image", "RIFF", "WEBP", 8, ""},
 };
 
-// The first row of a format; one that has none does not compile.
+// The first row of a format, such as imageType("png"). An unknown format does not compile.
 consteval const ImageType* imageType(std::string_view format) {
     const auto* const found = std::ranges::find(kImageTypes, format, &ImageType::format);
     if (found == kImageTypes.end()) throw "there is no such image type";
     return found;
 }
 
-// What the image is that these bytes are or begin; null when it is none of the table.
+// The row of kImageTypes for an image by its first bytes, or null if it is of none of these kinds.
 PLATFORM_API const ImageType* imageTypeOf(std::string_view bytes);
 
 }  // namespace opc
 
 namespace opc::qzservices {
 
+// The content types of parts that hold such an image.
 PLATFORM_API model::ContentType getPNGContentType();
 PLATFORM_API model::ContentType getJPEGContentType();
 PLATFORM_API model::ContentType getGIFContentType();

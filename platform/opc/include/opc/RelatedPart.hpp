@@ -5,17 +5,22 @@
 
 namespace opc::model {
 
-// For a part that a change is going to replace, or create as `name` where no relationship of the type
-// leads to one: throws when a relationship of the type, or the name, leads to an item without a content
-// type. That may be the part itself, which the new one would replace or put aside.
+// Parts that a package has once and that relationships of one type lead to: the two steps of
+// replacing such a part. All functions throw opc::Exception.
+
+// Checks, before anything is changed, whether requireRelatedPart() could destroy an item without a
+// content type. If a relationship of the type leads to a part, that part is going to be replaced,
+// and all is well. Otherwise throws if a relationship of the type targets an untyped item, or if
+// there is one with this name: it may be the very part, with its type lost, which a new part would
+// replace or put aside.
 PLATFORM_API void requireNoUntypedItem(const Package& package, const ustring& relationshipType,
                                        const PartName& name);
 
-// The part of a relationship type that a package is to have once, for replacing its content: the part
-// that the first such relationship targets. When none targets a part, the part is created, as `name`
-// or with a number added where that is taken, and one relationship to it replaces those that dangle.
-// Throws when the target is the package's properties and this is not their type, and when it is an
-// item without a content type.
+// Returns the part whose content is to be replaced: the one that the first relationship of the type
+// with a part as its target leads to. If there is none, creates the part, empty, with the given
+// name or, if that is taken, with a number before the extension; one relationship to it replaces
+// those of the type, which dangle. Throws if the target is one of the package's property parts and
+// the type is not theirs, and in the cases of requireNoUntypedItem().
 Part requireRelatedPart(Package& package, const ustring& relationshipType, const ustring& name,
                         const ContentType& type);
 

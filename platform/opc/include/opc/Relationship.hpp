@@ -10,17 +10,20 @@ namespace opc::model {
 
 enum class TargetMode : unsigned char { Internal, External };
 
-// One relationship of a source, as it stands in the file. A target is text until somebody makes a
-// PartName of it: it may dangle, and an external one is never followed.
+// One relationship of a source, as it is in the file. A value. Its target is not judged: it may be
+// malformed or name a part that does not exist, and an external target is never followed.
 class PLATFORM_API Relationship {
 public:
     Relationship(ustring id, ustring type, URI target, TargetMode mode);
+    // Unique among the relationships of a source, an XML name such as "rId1".
     const ustring& getID() const noexcept { return id_; }
+    // A URI that says what the target is to the source.
     const ustring& getType() const noexcept { return type_; }
     const URI& getTargetURI() const noexcept { return target_; }
     TargetMode getTargetMode() const noexcept { return mode_; }
-    // The part that it leads to, there or not, where the package is the source; nullopt when it leads out
-    // of the package or its target is no part name.
+    // The name of the part that the relationship leads to, whether or not there is such a part. The
+    // source must be the package, because relative targets count from its root. nullopt if the
+    // relationship is external or its target cannot be a part name.
     std::optional<PartName> getTargetName() const;
     friend bool operator==(const Relationship&, const Relationship&) = default;
 
@@ -31,17 +34,23 @@ private:
     TargetMode mode_;
 };
 
-// What relationships start from: here always the package itself.
+// What relationships start from. In this library that is always the package itself: relationships
+// of parts are kept as bytes.
 class PLATFORM_API RelationshipSource {
 public:
     virtual ~RelationshipSource();
-    // In the package's order, internal and external. Types are compared exactly.
+    // All relationships of the type, internal and external, in the order of the file. Types are
+    // compared exactly.
     virtual std::vector<Relationship> getRelationshipsByType(const ustring& type) const = 0;
+    // All relationships in the order of the file; new ones come last.
     virtual std::vector<Relationship> getRelationships() const = 0;
-    // An empty `id` gets a free one. Throws opc::Exception for a taken or malformed id.
+    // Adds a relationship to a part and returns it. `target` need not exist. With an empty `id`,
+    // the relationship gets a free one. Throws opc::Exception if the id is taken or is not an XML
+    // name, if the type is empty, or if XML cannot hold the type or the target.
     virtual Relationship createInternalRelationship(const ustring& type, const URI& target,
                                                     const ustring& id) = 0;
-    // Throws opc::Exception when there is no such relationship.
+    // Removes the relationship with this id; its target stays. Throws opc::Exception if there is
+    // none.
     virtual void deleteRelationship(const ustring& id) = 0;
 };
 

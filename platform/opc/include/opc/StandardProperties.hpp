@@ -16,20 +16,24 @@ class XmlWriter;
 
 namespace opc::qzservices {
 
-// The part that the packaging standard defines for core properties. It holds what the standard's
-// schema has and nothing else, so that any reader of packages accepts it.
+// The part that the packaging standard defines for core properties. It holds only what the
+// standard's schema has, so that any reader of packages accepts it. Called by
+// CorePropertiesManager; holds no state.
 class StandardProperties {
 public:
     static constexpr const char16_t* kPartName = u"/docProps/core.xml";
     static constexpr const char16_t* kContentType =
         u"application/vnd.openxmlformats-package.core-properties+xml";
 
-    // Adds what the part says to `properties`. Throws opc::Exception that starts with `where` for a
-    // part that breaks a rule of core properties.
+    // Adds the properties of the part to `properties`. Those without an accessor are kept there for
+    // toXml(). Throws opc::Exception that starts with `where` (file and part) if the part breaks a
+    // rule of core properties: an unknown element, an element that occurs twice, an attribute that
+    // has no place there, or a malformed date. `properties` may then be half filled.
     PLATFORM_API static void parse(std::string_view document, const std::string& where,
                                    CoreProperties& properties);
 
-    // Throws opc::Exception, naming property and position, for text that XML cannot hold.
+    // The content of the part, as UTF-8. Throws opc::Exception that names the property and the
+    // position of a character that XML cannot hold, or a modified time outside the years 0 to 9999.
     PLATFORM_API static std::string toXml(const CoreProperties& properties);
 
 private:

@@ -11,27 +11,30 @@
 
 namespace opc {
 
-// Bytes to be read once, front to back. Failures are opc::Exception.
+// Bytes that are read once, from front to back. Failures are opc::Exception. For one thread at a
+// time.
 class PLATFORM_API InputStream {
 public:
     virtual ~InputStream();
-    // Fills `buffer` from the front and returns how many bytes it holds now; 0 only at the end
-    // (or for an empty buffer). Bytes that fail a checksum at the end of the stream are never the
-    // last ones handed out: the call that would complete them throws.
+    // Fills `buffer` from its front and returns the number of bytes, which is 0 only at the end or
+    // for an empty buffer. Content whose checksum is wrong is never handed out to its end: the call
+    // that would complete it throws.
     virtual std::size_t read(std::span<std::byte> buffer) = 0;
 };
 
-// Bytes to be written once, front to back. Failures are opc::Exception.
+// Bytes that are written once, from front to back. Failures are opc::Exception. For one thread at a
+// time.
 class PLATFORM_API OutputStream {
 public:
     virtual ~OutputStream();
     virtual void write(std::span<const std::byte> bytes) = 0;
-    // Hands everything written so far to its destination. A stream that is destroyed without
-    // flush() may lose what was written.
+    // Hands everything that was written to its destination. A stream that is destroyed without
+    // flush() may lose it. Whether writing can go on afterwards depends on the stream: one of a
+    // part has ended.
     virtual void flush() = 0;
 };
 
-// Reads a copy of `bytes`.
+// Reads from memory. Never fails.
 class PLATFORM_API ByteArrayInAdaptor final : public InputStream {
 public:
     explicit ByteArrayInAdaptor(std::vector<std::uint8_t> bytes);
@@ -42,9 +45,10 @@ private:
     std::size_t position_ = 0;
 };
 
-// Appends to `bytes`, which must outlive it.
+// Writes to memory at once; flush() does nothing.
 class PLATFORM_API ByteArrayOutAdaptor final : public OutputStream {
 public:
+    // Appends to `bytes`, which must outlive the stream.
     explicit ByteArrayOutAdaptor(std::vector<std::uint8_t>& bytes) : bytes_(&bytes) {}
     void write(std::span<const std::byte> bytes) override;
     void flush() override {}
@@ -53,13 +57,15 @@ private:
     std::vector<std::uint8_t>* bytes_;
 };
 
-// Copies a stream from its position to its end and flushes the output. A standard input stream that
-// has already failed (a file that did not open) is copied as no stream at all: the output is not
-// touched, so a part keeps its content. Throws opc::Exception when reading or writing fails.
+// Copies a stream from its position to its end and flushes the output. Throws opc::Exception if
+// reading or writing fails; what was read until then has been written. Memory does not depend on
+// the size.
 class PLATFORM_API StreamHelper {
 public:
     static void copyStreamToStream(InputStream& from, OutputStream& to);
-    // `name` is what a failure calls the standard stream.
+    // The next two copy to or from a standard stream, which messages call `name`. If a standard
+    // input stream has failed before, as that of a file that could not be opened, nothing is copied
+    // and the output is not flushed, so a part keeps its content.
     static void copyStreamToStream(InputStream& from, std::ostream& to,
                                    std::string_view name = "the output stream");
     static void copyStreamToStream(std::istream& from, OutputStream& to,

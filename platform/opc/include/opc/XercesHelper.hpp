@@ -19,14 +19,17 @@ namespace opc::model {
 
 using foundation::ustring;
 
-// Holding one keeps the XML library initialised. It is initialised once for the process, at the
-// first guard, under a lock, and then kept, since its own counter is not safe across threads.
+// Initialises the XML library. Every use of XercesHelper must come after the construction of a
+// guard, in any thread. The first guard of the process initialises the library, under a lock, and
+// it stays initialised: its own counter of initialisations is not safe across threads.
 class PLATFORM_API XercesGuard {
 public:
+    // Throws std::bad_alloc, or opc::Exception if the library cannot be used in this process.
     XercesGuard();
 };
 
-// Owns a DOM document and all memory under it; what the helpers return points into it.
+// Owns a DOM document and all of its memory. Elements that the helpers return point into it. For
+// one thread at a time.
 class PLATFORM_API XercesDocument {
 public:
     ~XercesDocument();
@@ -51,70 +54,78 @@ struct PLATFORM_API XercesWriterDeleter {
 using XercesParserPtr = std::unique_ptr<XercesParser, XercesParserDeleter>;
 using XercesWriterPtr = std::unique_ptr<XercesWriter, XercesWriterDeleter>;
 
-// Whole-part XML over the DOM. Failures are opc::Exception or std::bad_alloc; no exception of the XML
-// library comes out. Names are local names: lookups go through direct children in document order,
-// whatever their namespace. Needs a live XercesGuard.
+// Reads and writes XML parts as DOM documents. Failures are opc::Exception or std::bad_alloc; no
+// exception of the XML library comes out. A null parser, writer or element is refused with
+// opc::Exception. Names are local names, and lookups go through the direct children in document
+// order. A document, with its parser or writer, is for one thread at a time; documents are
+// independent of each other.
 class PLATFORM_API XercesHelper {
 public:
     static XercesParserPtr createParser();
 
-    // Parses the rest of `stream` into a document that lives as long as `parser` does or until its
-    // next call, and that has the elements, attributes and text, with their prefixes, and namespace
-    // declarations as attributes; no comments or instructions. The text is checked in linear time:
-    // UTF-8 or UTF-16, no document type, bounded depth, attributes, names and size. There are no
-    // schemas to validate against, so `validate` must be false. Messages name the document by the
-    // part that the stream reads, or by `systemId` for any other stream; they tell
-    // `expectedNamespace`, which is not enforced, when it is not empty.
+    // Parses the rest of `stream`. The document belongs to `parser` and lives until the parser's
+    // next document or its end. It has the elements, attributes and text with their prefixes, and
+    // namespace declarations as attributes, but no comments or processing instructions.
+    //
+    // The text is checked in linear time: it must be UTF-8 or UTF-16 without a document type, and
+    // depth, attributes, names and size are bounded. `validate` must be false, because there are no
+    // schemas to validate against. Messages name the document by the part that the stream reads, or
+    // by `systemId` for any other stream. `expectedNamespace` is not enforced; messages mention it
+    // unless it is empty.
     static xercesc::DOMDocument* readDocumentFromStream(const XercesParserPtr& parser,
                                                         InputStream& stream, bool validate,
                                                         const ustring& systemId,
                                                         const ustring& expectedNamespace);
 
     static XercesWriterPtr createWriter();
+    // An empty document.
     static XercesDocument createDocument();
-    // Serialises the document as UTF-8 and flushes `stream`. Throws opc::Exception before anything is
-    // written when XML cannot hold a string of the document (with field and position), or when the
-    // document exceeds what readDocumentFromStream() takes.
+    // Writes the document as UTF-8 and flushes `stream`. Throws opc::Exception, before anything is
+    // written, if XML cannot hold a string of the document (naming field and position), or if the
+    // document exceeds what readDocumentFromStream() accepts.
     static void writeDocumentToStream(const XercesWriterPtr& writer, const XercesDocument& document,
                                       OutputStream& stream);
 
-    // Appends a new element in `nameSpace`, without prefix, to a document or an element. This and the
-    // other setters throw opc::Exception for a name or text that XML cannot hold.
+    // Appends a new element in `nameSpace`, without a prefix, to a document or an element, and
+    // returns it. This and the other setters throw opc::Exception for a name or text that XML
+    // cannot hold.
     static xercesc::DOMElement* appendElementNS(xercesc::DOMNode* parent, const ustring& nameSpace,
                                                 const ustring& name);
-    // The first child of this local name in the namespace of its parent, else in any; null when there
-    // is none. A foreign element must not hide the one that is meant.
+    // The first child with this local name in the namespace of its parent, so that a foreign
+    // element does not hide it; otherwise the first one in any namespace, or null.
     static xercesc::DOMElement* getElement(const xercesc::DOMElement* parent, const ustring& name);
+    // All children with this local name, in any namespace.
     static std::vector<xercesc::DOMElement*> getElements(const xercesc::DOMElement* parent,
                                                          const ustring& name);
-    // Joins the element's own text and CDATA into `text`, also when there is none; true when there
-    // was any character.
+    // Sets `text` to the element's own text and CDATA, joined, and returns whether it is not empty.
     static bool getElementText(const xercesc::DOMElement* element, ustring& text);
+    // Replaces all that is in the element.
     static void setElementText(xercesc::DOMElement* element, const ustring& text);
-    // False, with `value` untouched, when the element has no such attribute. Of several with the same
-    // local name, the one without a prefix counts.
+    // Sets `value` to the value of an attribute and returns true; returns false, with `value`
+    // untouched, if there is none. Of several with the same local name, the one without a prefix
+    // counts.
     static bool getElementAttribute(const xercesc::DOMElement* element, const ustring& name,
                                     ustring& value);
     static void setElementAttribute(xercesc::DOMElement* element, const ustring& name,
                                     const ustring& value);
 
-    // For keeping what a document holds besides: both copy into another document in linear time, and
-    // what they copy means the same there as long as attributes, and with them namespace declarations,
-    // of the elements around it are copied, too. The default namespace may be another one.
-    //
-    // Adds the attributes that `to` lacks, except for what getElementAttribute(from, except) takes and
-    // for the declaration of the default namespace.
+    // The next two take over what a caller does not know into another document, in linear time. The
+    // copies mean the same there if the attributes of the elements around them, and with them the
+    // namespace declarations, are copied too. The default namespace may differ.
+
+    // Adds those attributes of `from` to `to` that it lacks, except for the one that
+    // getElementAttribute(from, except) finds and for the declaration of the default namespace.
     static void copyAttributes(const xercesc::DOMElement* from, xercesc::DOMElement* to,
                                const ustring& except);
-    // Appends copies of elements that have one parent. Throws opc::Exception where it would take more
-    // than kMaxXmlBytes to declare their default namespace for each.
+    // Appends copies of elements, all of which have the same parent. Throws opc::Exception if the
+    // declarations of the default namespace that they may need take more than kMaxXmlBytes.
     static void appendCopies(xercesc::DOMElement* parent,
                              const std::vector<const xercesc::DOMElement*>& elements);
 };
 
-// Throws opc::Exception that names `field` and the position when `text` holds what XML 1.0 cannot: a
-// control character, U+FFFE, U+FFFF or an unpaired surrogate. For callers that must refuse before
-// they change anything.
+// Throws opc::Exception that names `field` and the position if `text` holds what XML 1.0 cannot: a
+// control character, U+FFFE, U+FFFF or an unpaired surrogate. For callers that must refuse such
+// text before they change anything. Needs no XercesGuard.
 PLATFORM_API void requireXmlText(const ustring& text, const ustring& field);
 
 }  // namespace opc::model

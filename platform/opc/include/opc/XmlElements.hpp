@@ -10,19 +10,22 @@
 
 namespace opc::model {
 
-// An element of an XML part, UTF-8. Attributes without a namespace only.
+// An element of an XML part. All texts are UTF-8, with references resolved.
 struct PLATFORM_API XmlElement {
     std::size_t depth = 0;  // the root's is 1
     std::string name;       // without its prefix
+    // Names and values of the attributes without a namespace.
     std::vector<std::pair<std::string, std::string>> attributes;
-    std::string text;  // its own, without that of the elements in it
+    std::string text;  // its own character data, without that of the elements in it
 
-    // Null when there is none.
+    // The value of the attribute with this name, or null.
     const std::string* attribute(std::string_view attributeName) const;
 };
 
-// The elements of a document, in its order. Throws opc::Exception that starts with `where` for what is
-// not well-formed or beyond the bounds of XML parts.
+// Returns the elements of an XML document in the order of their start tags, so that an element's
+// children follow it with a greater depth. Takes linear time. Throws opc::Exception that starts
+// with `where` (file and part) if the document is not well-formed, has a document type, or exceeds
+// what an XML part may hold.
 PLATFORM_API std::vector<XmlElement> readXmlElements(std::string_view document,
                                                      const std::string& where);
 

@@ -19,25 +19,28 @@ class ZipArchive;
 
 namespace opc::zippackage {
 
-// Names the zip file that a Package lives in. Construction touches no file; Package::open() does, and
-// from then on this object and its copies mean the file that was opened, or that a save has written:
-// opening it again fails when another file has the name by then, or this one was changed. While one
-// package has it open for reading, others read through the same open file. Use an object and its
-// copies from one thread at a time.
+// The zip file of a Package. Constructing one touches no file. Package::open() does, and binds this
+// object and its copies to the file that was opened; a save binds them to the file that it wrote.
+// From then on, opening fails if the name leads to another file or the file was changed meanwhile.
+// While one package has the file open, others that are opened from this object or a copy share its
+// file descriptor and what was read and checked. Use an object and its copies from one thread at a
+// time.
 class PLATFORM_API ZipPhysicalPackage {
 public:
-    // A relative `path` counts from the working directory of now. Without `allowZip64` a save that
-    // would need the zip64 extensions (4 GiB, 65,535 items) throws instead. Throws std::system_error
-    // for a relative path when there is no working directory.
+    // A relative `path` is resolved against the working directory at once. Without `allowZip64`, a
+    // save that needs the zip64 extensions (for 4 GiB or 65,535 items) throws; reading such files
+    // is always allowed. Throws std::system_error if the path is relative and there is no working
+    // directory.
     ZipPhysicalPackage(const foundation::ustring& path, bool allowZip64);
     ZipPhysicalPackage(const fl::filesystem::path& path, bool allowZip64);
 
+    // The path in absolute form, unless it is empty.
     const fl::filesystem::path& path() const noexcept { return path_; }
     bool allowsZip64() const noexcept { return allowZip64_; }
-    // Whether it has been opened or saved.
+    // Whether a package has been opened from or saved to the file.
     bool isBound() const noexcept;
-    // Whether `name` leads to the file that was opened or saved, by links of any kind. Throws
-    // std::system_error when that cannot be told.
+    // Whether `name` leads to the file that this object is bound to, directly or by symbolic or
+    // hard links. Throws std::system_error if that cannot be determined.
     bool isAt(const fl::filesystem::path& name) const;
 
 private:
