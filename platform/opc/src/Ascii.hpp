@@ -8,6 +8,11 @@
 // every other character differs from all others.
 namespace opc::ascii {
 
+// Whether the text is all ASCII.
+constexpr bool isAscii(std::string_view text) {
+    return std::ranges::all_of(text, [](char c) { return (c & 0x80) == 0; });
+}
+
 template <class Char>
 constexpr bool isLetter(Char c) {
     return (c >= Char('a') && c <= Char('z')) || (c >= Char('A') && c <= Char('Z'));

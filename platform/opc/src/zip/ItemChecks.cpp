@@ -2,19 +2,10 @@
 
 #include <foundation/Shown.hpp>
 
+#include "platform/opc/src/Ascii.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
-#include <algorithm>
-
 namespace opc::zip {
-
-namespace {
-
-bool isAscii(std::string_view text) {
-    return std::none_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
-}
-
-}  // namespace
 
 void ItemChecks::failUnsupported(const std::string& what) const {
     refuseItem(ZipRule::Unsupported, *file_, item_->displayName(), what);
@@ -57,7 +48,7 @@ void ItemChecks::refuseRenaming(format::Bytes unicodePath) const {
     }
     const std::string_view other =
         format::asText(unicodePath.subspan(format::extra::kUnicodePathName));
-    if (other == item_->name || (!isAscii(other) && !isAscii(item_->name))) return;
+    if (other == item_->name || (!ascii::isAscii(other) && !ascii::isAscii(item_->name))) return;
     failDamaged("has a Unicode path field that renames it to \"" +
                 foundation::shown(displayName(other, true)) +
                 "\": readers could see two different packages");

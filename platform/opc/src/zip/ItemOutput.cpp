@@ -1,5 +1,6 @@
 #include "platform/opc/src/zip/ItemOutput.hpp"
 
+#include "platform/opc/src/Ascii.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <foundation/Clock.hpp>
@@ -54,8 +55,7 @@ std::uint32_t dosDateAndTime(foundation::clock::Seconds time) {
 }
 
 std::uint16_t flagsFor(std::string_view name) {
-    const bool isAscii = std::none_of(name.begin(), name.end(), [](char c) { return c & 0x80; });
-    return isAscii ? 0 : format::flag::kUtf8;
+    return ascii::isAscii(name) ? 0 : format::flag::kUtf8;
 }
 
 // Spills to the end of the new archive.

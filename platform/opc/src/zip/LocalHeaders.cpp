@@ -1,6 +1,8 @@
 #include "platform/opc/src/zip/Directory.hpp"
 
 #include <foundation/Shown.hpp>
+
+#include "platform/opc/src/Ascii.hpp"
 #include "platform/opc/src/zip/HiddenItems.hpp"
 #include "platform/opc/src/zip/ItemChecks.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
@@ -71,9 +73,7 @@ private:
         checks_.refuseEncryption(flags);
         if (Method{load16(header, local::kMethod)} != item_->method) failContradiction("method");
         // The flag makes no difference to a name in ASCII.
-        const bool isAscii =
-            std::none_of(name.begin(), name.end(), [](char c) { return c & 0x80; });
-        if (((flags & flag::kUtf8) != 0) != item_->nameIsUtf8 && !isAscii) {
+        if (((flags & flag::kUtf8) != 0) != item_->nameIsUtf8 && !ascii::isAscii(name)) {
             failContradiction("encoding of the name");
         }
     }

@@ -5,7 +5,9 @@
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 
-#include <algorithm>
+#include "platform/opc/src/Ascii.hpp"
+
+#include <iterator>
 #include <utility>
 
 namespace opc::zip {
@@ -17,10 +19,6 @@ constexpr char16_t kCodePage437[] =
     u"ÇüéâäàåçêëèïîìÄÅÉæÆôöòûùÿÖÜ¢£¥₧ƒáíóúñÑªº¿⌐¬½¼¡«»░▒▓│┤╡╢╖╕╣║╗╝╜╛┐"
     u"└┴┬├─┼╞╟╚╔╩╦╠═╬╧╨╤╥╙╘╒╓╫╪┘┌█▄▌▐▀αßΓπΣσµτΦΘΩδ∞φε∩≡±≥≤⌠⌡÷≈°∙·√ⁿ²■\u00A0";
 static_assert(std::size(kCodePage437) == 128 + 1);
-
-bool isAscii(std::string_view text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
-}
 
 std::string fromCodePage437(std::string_view name) {
     std::u16string text;
@@ -60,7 +58,7 @@ void throwAsException(const std::system_error& error) {
 }
 
 std::string displayName(std::string_view name, bool isUtf8) {
-    if (isAscii(name)) return std::string(name);
+    if (ascii::isAscii(name)) return std::string(name);
     if (!isUtf8) return fromCodePage437(name);
     return fl::i18n::to_display(fl::i18n::utf8_to_ustring(name));
 }
