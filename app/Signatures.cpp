@@ -20,7 +20,8 @@ using opc::model::PartName;
 using opc::model::Relationship;
 
 constexpr const char16_t* kOriginRelationship =
-    u"http://schemas.openxmlformats.org/package/2006/relationships/digital-signature/origin";
+    foundation::kJoinedText<opc::names::kPackageSchemas,
+                            u"/relationships/digital-signature/origin">.data();
 constexpr const char16_t* kSignatureType =
     u"application/vnd.openxmlformats-package.digital-signature-xmlsignature+xml";
 constexpr const char16_t* kTypes[] = {

@@ -37,7 +37,8 @@ void checkTypes(const PackageView& package, Findings& findings) {
     if (package.typesItem == nullptr) {
         const bool isOther = !package.isRepairable && package.zipRefusal.empty();
         findings.add("types-missing", std::string(opc::names::kContentTypesItem),
-                     "not a package: the zip file holds no \"[Content_Types].xml\"",
+                     fmt::format("not a package: the zip file holds no \"{}\"",
+                                 opc::names::kContentTypesItem),
                      isOther ? "see what it holds with \"qzapp items\"" : repairFix(package));
         return;
     }

@@ -117,7 +117,7 @@ const XmlRow kMetadataDocuments[] = {
 const XmlRow kProperties[] = {
     {"<dc:title/>", "376: a second title; remove one of them"},
     {"<dc:other/>",
-     "376: \"other\" of namespace \"http://purl.org/dc/elements/1.1/\" is no core property; "
+     "376: \"other\" of namespace \"http://purl.org/dc/elements/1.1/\" is not a core property; "
      "remove it"},
     {"<dc:subject xml:lang='en'/>",
      "376: unexpected attribute \"lang\" of namespace "
@@ -133,9 +133,9 @@ const XmlRow kProperties[] = {
     {"<dcterms:modified xsi:type='no:W3CDTF'>2020</dcterms:modified>",
      "376: modified needs xsi:type=\"dcterms:W3CDTF\""},
     {"<dcterms:created xsi:type='dcterms:W3CDTF'>soon</dcterms:created>",
-     "423: created \"soon\" is no date; expected one such as 2026-11-21T10:15:30Z"},
+     "423: created \"soon\" is not a date; expected one such as 2026-11-21T10:15:30Z"},
     {"<dcterms:modified xsi:type='dcterms:W3CDTF'>2023-02-29</dcterms:modified>",
-     "430: modified \"2023-02-29\" is no date; expected one such as 2026-11-21T10:15:30Z"},
+     "430: modified \"2023-02-29\" is not a date; expected one such as 2026-11-21T10:15:30Z"},
 };
 
 std::string hostProperties(const std::string& declarations, const std::string& content) {

@@ -1,6 +1,7 @@
 #include <quillcode/CodePart.hpp>
 
 #include <opc/Exception.hpp>
+#include <opc/PackageNames.hpp>
 
 #include <foundation/Shown.hpp>
 
@@ -12,8 +13,9 @@ std::vector<opc::model::Relationship> findRelationships(const opc::model::Packag
                                                         std::size_t least) {
     auto found = package.getRelationshipsByType(kRelationshipType);
     if (found.size() < least || found.size() > 1) {
-        throw opc::Exception(foundation::shown(package.path()) +
-                             ": /_rels/.rels: " + std::to_string(found.size()) +
+        throw opc::Exception(foundation::shown(package.path()) + ": " +
+                             foundation::shown(opc::names::kRelationshipsPart) + ": " +
+                             std::to_string(found.size()) +
                              " relationships lead to a code part; expected one");
     }
     return found;

@@ -30,14 +30,11 @@ inline constexpr foundation::ustring_view kRelationshipsType =
 // The relationships of the part "/folder/name" are in the part "/folder/_rels/name.rels".
 inline constexpr foundation::ustring_view kRelationshipsFolder = u"/_rels/";
 inline constexpr foundation::ustring_view kRelationshipsExtension = u".rels";
-// The types of the relationships from the package to its thumbnail, to its core properties and to
-// the origin of its digital signatures.
+// The types of the relationships from the package to its thumbnail and to its core properties.
 inline constexpr foundation::ustring_view kThumbnailRelationship =
     foundation::kJoinedText<kPackageSchemas, u"/relationships/metadata/thumbnail">.data();
 inline constexpr foundation::ustring_view kCorePropertiesRelationship =
     foundation::kJoinedText<kPackageSchemas, u"/relationships/metadata/core-properties">.data();
-inline constexpr foundation::ustring_view kSignatureOriginRelationship =
-    foundation::kJoinedText<kPackageSchemas, u"/relationships/digital-signature/origin">.data();
 
 // The name of the part that an item would be; nullopt for folders and for names that break a rule
 // for part names. `fault`, unless null, is set to the rule, or to "" if there is a part name.

@@ -4,6 +4,7 @@
 #include <foundation/Shown.hpp>
 
 #include <opc/HostProperties.hpp>
+#include <opc/PackageNames.hpp>
 #include <opc/RelatedPart.hpp>
 #include <opc/StandardProperties.hpp>
 #include "platform/opc/src/xml/XmlReader.hpp"
@@ -20,7 +21,8 @@ std::vector<model::Relationship> relationshipsToCore(const Package& package) {
     auto found =
         package.getRelationshipsByType(model::PackageHelper::getCorePropertiesRelationshipType());
     if (found.size() > 1) {
-        throw Exception(shown(package.path()) + ": /_rels/.rels: " + std::to_string(found.size()) +
+        throw Exception(shown(package.path()) + ": " + shown(names::kRelationshipsPart) + ": " +
+                        std::to_string(found.size()) +
                         " relationships lead to core properties; remove all but one");
     }
     return found;
@@ -33,7 +35,8 @@ void readPart(const Package& package, const model::Part& part, CoreProperties& p
                       shown(package.path()) + ": " + shown(part.getName().toString()), properties);
 }
 
-// What the part will hold. Refuses what cannot be written, or read again.
+// The new content of the part. Throws opc::Exception if it cannot be written or could not be read
+// again.
 template <class Properties>
 std::string contentFor(const Package& package, const CoreProperties& properties) {
     try {
@@ -71,13 +74,13 @@ CoreProperties CorePropertiesManager::getCoreProperties() const {
     for (const auto& relationship : toHost) {
         if (!package_->hasTarget(relationship)) continue;
         readPart<HostProperties>(*package_, package_->getTarget(relationship), properties);
-        break;  // the one that a save replaces
+        break;  // setCoreProperties() replaces this one
     }
     return properties;
 }
 
 void CorePropertiesManager::setCoreProperties(const CoreProperties& properties) {
-    // All that can be refused comes before the first change.
+    // What may be refused because of the properties comes before the first change.
     relationshipsToCore(*package_);
     const auto standard = contentFor<StandardProperties>(*package_, properties);
     const auto host = contentFor<HostProperties>(*package_, properties);

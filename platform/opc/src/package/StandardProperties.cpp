@@ -1,5 +1,6 @@
 #include <opc/StandardProperties.hpp>
 
+#include <opc/PackageNames.hpp>
 #include <opc/XercesHelper.hpp>
 
 #include <fl/i18n.hpp>
@@ -31,7 +32,7 @@ struct NameSpace {
 };
 
 constexpr NameSpace kCore{
-    "cp", "http://schemas.openxmlformats.org/package/2006/metadata/core-properties"};
+    "cp", foundation::kJoinedText<names::kPackageSchemas, "/metadata/core-properties">.data()};
 constexpr NameSpace kDublinCore{"dc", "http://purl.org/dc/elements/1.1/"};
 constexpr NameSpace kTerms{"dcterms", "http://purl.org/dc/terms/"};
 constexpr NameSpace kInstance{"xsi", xml::kSchemaInstance};
@@ -47,7 +48,7 @@ std::string qualified(const NameSpace& nameSpace, std::string_view local) {
 
 enum class Kind : unsigned char { Text, Date, Keywords };
 
-// One element of the schema, and where its value goes when it has an accessor.
+// One element of the schema, and the field for its value if it has an accessor.
 struct StandardProperties::Row {
     NameSpace nameSpace;
     std::string_view local;
@@ -77,7 +78,8 @@ constinit const StandardProperties::Row StandardProperties::kRows[] = {
     {kCore, "version", Kind::Text, &CoreProperties::version_},
 };
 
-// Reads coreProperties > property*, a keyword's values below it, and nothing else.
+// Reads the element coreProperties with properties in it; keywords may contain value elements.
+// Refuses anything else.
 class StandardProperties::Reader final : public xml::Handler {
 public:
     explicit Reader(CoreProperties& properties) : properties_(&properties) {}
@@ -122,7 +124,8 @@ private:
         row_ = std::ranges::find(kRows, tag.name(), &Row::name);
         if (row_ == std::end(kRows)) {
             throw xml::Refusal("\"" + shown(tag.name().local) + "\" of namespace \"" +
-                               shown(tag.name().nameSpace) + "\" is no core property; remove it");
+                               shown(tag.name().nameSpace) +
+                               "\" is not a core property; remove it");
         }
         if (!seen_.insert(row_).second) {
             throw xml::Refusal("a second " + std::string(row_->local) + "; remove one of them");
@@ -174,7 +177,7 @@ private:
         const auto date = parseW3CDate(text);
         if (!date) {
             throw xml::Refusal(std::string(row_->local) + " \"" + shown(text) +
-                               "\" is no date; expected one such as 2026-11-21T10:15:30Z");
+                               "\" is not a date; expected one such as 2026-11-21T10:15:30Z");
         }
         if (row_->isModified()) properties_->modified_ = *date;
     }
@@ -200,7 +203,7 @@ void StandardProperties::parse(std::string_view document, const std::string& whe
     xml::read(document, where, reader);
 }
 
-// The text of a row's element; nullopt when there is no such property.
+// The text of a row's element; nullopt if `properties` does not have the property.
 std::optional<std::vector<CoreProperties::Piece>> StandardProperties::piecesOf(
     const CoreProperties& properties, const Row& row) {
     using Pieces = std::vector<CoreProperties::Piece>;
