@@ -24,13 +24,14 @@ using fl::i18n::utf8_to_ustring_strict;
 namespace {
 
 constexpr std::string_view kNamespace =
-    "http://schemas.openxmlformats.org/package/2006/content-types";
+    foundation::kJoinedText<names::kPackageSchemas, "/content-types">.data();
 
+// The form that equal extensions share.
 std::string extensionKey(ustring_view extension) {
     return ustring_to_utf8(ascii::lowered(extension));
 }
 
-// The same, of the extension that a part name has; empty when it has none.
+// That form of the extension of a part name; empty if the name has no extension.
 std::string extensionKey(const PartName& name) {
     const auto& key = name.key();
     const auto dot = key.rfind('.');
@@ -48,7 +49,8 @@ std::string_view required(const xml::StartTag& tag, std::string_view attribute) 
 
 }  // namespace
 
-// Reads Types > (Default | Override)*. Nothing else may stand in it: it would be lost by a save.
+// Reads the element Types with Default and Override elements in it. Refuses anything else, because
+// a save would lose it.
 class ContentTypesHandler final : public TableHandler {
 public:
     ContentTypesHandler(ContentTypes& types, std::vector<std::string>* faults)
@@ -84,7 +86,8 @@ private:
         }
     }
 
-    // The types of names and media types refuse with a text of their own; the place is added here.
+    // Makes a PartName or ContentType of the text. The exception of their constructors becomes a
+    // Refusal, to which the place in the document is added.
     template <class Checked>
     static Checked checked(std::string_view text) {
         try {
@@ -135,18 +138,10 @@ ContentTypes ContentTypes::initial() {
     return types;
 }
 
-ContentTypes ContentTypes::parse(std::string_view document, const std::string& where) {
+ContentTypes ContentTypes::parse(std::string_view document, const std::string& where,
+                                 std::vector<std::string>* faults) {
     ContentTypes types;
-    ContentTypesHandler handler(types, nullptr);
-    xml::read(document, where, handler);
-    return types;
-}
-
-ContentTypes ContentTypes::parseLeniently(std::string_view document,
-                                          std::vector<std::string>& faults) {
-    ContentTypes types;
-    ContentTypesHandler handler(types, &faults);
-    readLeniently(document, handler, faults);
+    ContentTypesHandler(types, faults).read(document, where);
     return types;
 }
 
@@ -161,7 +156,7 @@ const ContentType* ContentTypes::find(const PartName& name) const {
 void ContentTypes::set(const PartName& name, const ContentType& type) {
     const auto* current = find(name);
     if (current != nullptr && *current == type) return;
-    // Never a new Default: it would give a type to items that have none and so are no parts.
+    // A new Default would be wrong: untyped items with the extension would become parts.
     Entry entry{true, name.toString(), type};
     if (const auto found = overrides_.find(name.key()); found != overrides_.end()) {
         entries_.at(found->second) = std::move(entry);

@@ -11,29 +11,33 @@
 
 namespace opc::model {
 
-// The table of a package that says which type each part has: by part name (Override) or else by
-// extension (Default). Keeps the order of its entries, those of parts that are not there included.
+// The table of a package that says which content type each part has: by an entry for its name
+// (Override) or, failing that, for its extension (Default). A value. It keeps the entries in their
+// order, also those for parts that do not exist.
 class ContentTypes {
 public:
-    // The table of a new package, which types nothing but relationships.
+    // The table of a new package: relationships have a type, and nothing else has.
     static ContentTypes initial();
-    // Throws opc::Exception that starts with `where` for a table that breaks a rule.
-    static ContentTypes parse(std::string_view document, const std::string& where);
-    // Takes what can be understood, and adds what breaks a rule to `faults`.
-    static ContentTypes parseLeniently(std::string_view document, std::vector<std::string>& faults);
+    // Reads the table from XML. If `faults` is null, throws opc::Exception that starts with `where`
+    // (file and item) for a table that breaks a rule. Otherwise takes the entries that can be
+    // understood and adds what is wrong with the others to `faults`, without `where`.
+    static ContentTypes parse(std::string_view document, const std::string& where,
+                              std::vector<std::string>* faults = nullptr);
 
-    // Null when the table has no type for the name.
+    // The type of a part with this name, or null if the table has none.
     const ContentType* find(const PartName& name) const;
-    // Makes the type of `name` be `type`, without changing that of any other name.
+    // Gives `name` the type, by an Override if need be. The types of other names do not change.
     void set(const PartName& name, const ContentType& type);
+    // Removes the Override for `name` if there is one. A Default may still give the name a type.
     void removeOverride(const PartName& name);
 
-    // The names that have an entry of their own, as spelled.
+    // The names that have an Override, as spelled.
     std::vector<PartName> overrides() const;
 
+    // The table as XML, in UTF-8. parse() accepts it.
     std::string toXml() const;
 
-    // Whether both hold the same entries in the same order, spelled the same.
+    // Whether both have the same entries in the same order and spelling, so that toXml() is equal.
     friend bool operator==(const ContentTypes& a, const ContentTypes& b);
 
 private:
@@ -45,10 +49,10 @@ private:
     };
     using Index = std::unordered_map<std::string, std::size_t>;
 
-    // False when there is one for `key` already.
+    // Appends an entry. Returns false, and changes nothing, if `index` has one for `key`.
     bool add(Index& index, std::string key, Entry entry);
 
-    std::map<std::size_t, Entry> entries_;  // by a number that grows with each entry
+    std::map<std::size_t, Entry> entries_;  // by a number that grows, which keeps their order
     Index overrides_;                       // by part name key
     Index defaults_;                        // by extension in lower case
     std::size_t next_ = 0;

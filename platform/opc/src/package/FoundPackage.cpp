@@ -29,7 +29,7 @@ FoundItem foundAs(const ZipItem& item) {
     return found;
 }
 
-// Why the content cannot be read to its end; empty when it can.
+// Why the content cannot be read to its end; empty if it can.
 std::string faultOf(const zip::ZipArchive& archive, const ZipItem& item) {
     try {
         std::vector<std::byte> buffer(kReadBytes);
@@ -42,7 +42,8 @@ std::string faultOf(const zip::ZipArchive& archive, const ZipItem& item) {
     }
 }
 
-// The type of a part whose package does not say. Images go by their extension, whatever they are called.
+// The type of a part in a package whose content types cannot be read. An image has the type of the
+// kind with its extension, whatever its name is.
 ContentType assumedType(const PartName& name, std::span<const PartKind> kinds) {
     if (names::isRelationshipsName(name)) return names::relationshipsType();
     const auto kind = std::ranges::find(kinds, name, &PartKind::name);
@@ -54,9 +55,9 @@ ContentType assumedType(const PartName& name, std::span<const PartKind> kinds) {
     return image != kinds.end() ? image->contentType : ContentType(kUnknownType);
 }
 
-// The names of items that a package itself speaks of: its tables, the parts that have a content type of
-// their own or that a relationship leads to, and the usual names of its kinds of parts. They tell which of
-// two names of a damaged item is right.
+// The names of items that a package itself mentions: its tables, the parts that have an Override or
+// that a relationship leads to, and the usual names of its kinds of parts. If a damaged item has
+// two names, they help to decide which one is right.
 class KnownNames {
 public:
     explicit KnownNames(std::span<const PartKind> kinds)
@@ -78,8 +79,8 @@ public:
         }
     }
 
-    // Whether the package speaks of `name`, and not of `other`; where it does so of neither, whether
-    // `name` alone would be a part.
+    // Whether `name` is more likely than `other`: a name that the package mentions comes before one
+    // that is only that of a part with a type, and that before any other.
     bool prefers(std::string_view name, std::string_view other) const {
         return rankOf(name) > rankOf(other);
     }
@@ -91,7 +92,7 @@ private:
         return part && types_.find(*part) != nullptr ? 1 : 0;
     }
 
-    std::set<std::string, std::less<>> names_;  // as items have them
+    std::set<std::string, std::less<>> names_;  // of items
     ContentTypes types_;
 };
 
@@ -99,7 +100,8 @@ const FoundItem* partOf(const FoundItem* item) {
     return item != nullptr && item->isPart() ? item : nullptr;
 }
 
-// A target as it is meant where `source` says it: relative to the source's folder.
+// The target of a relationship of `source`, whose relative form counts from the source's folder, as
+// an absolute one.
 URI resolved(const PartName& source, const URI& target) {
     const ustring& text = target.toString();
     if (text.starts_with(u'/')) return target;
@@ -109,7 +111,8 @@ URI resolved(const PartName& source, const URI& target) {
 
 }  // namespace
 
-// Fills a FoundPackage, one step behind the other.
+// Fills a FoundPackage. The steps depend on each other: names come before types, and types before
+// relationships.
 class FoundPackage::Reading {
 public:
     Reading(FoundPackage& package, std::span<const PartKind> kinds)
@@ -132,8 +135,8 @@ private:
         return item != nullptr ? package_.read(*item, xml::kMaxBytes) : std::nullopt;
     }
 
-    // Where directory and local header give an item two names, it has the one that the rest of the package
-    // knows it by.
+    // If directory and local header give an item different names, it gets the one by which the rest
+    // of the package knows it.
     void settleNames() {
         if (std::ranges::none_of(package_.items, hasTwoNames)) return;
         const KnownNames known = knownNames();
@@ -156,14 +159,15 @@ private:
                 return names::partNameOf(name) == names::packageRelationships();
             });
             const auto document = isTypes || isRelationships ? tableOf(&found) : std::nullopt;
-            if (document && isTypes) known.add(ContentTypes::parseLeniently(*document, ignored));
+            if (document && isTypes) known.add(ContentTypes::parse(*document, {}, &ignored));
             if (document && isRelationships)
-                known.add(RelationshipsPart::parseLeniently(*document, ignored));
+                known.add(RelationshipsPart::parse(*document, {}, &ignored));
         }
         return known;
     }
 
-    // Unless another item has the local name, or might to some reader.
+    // Gives an item the name in its local header, unless some reader could take that for another
+    // item's.
     void rename(FoundItem& found) {
         const ZipItem& item = *found.item;
         const ZipItem* const other = package_.archive->findSimilar(item.localName);
@@ -183,7 +187,7 @@ private:
         }
         std::optional<ContentTypes> types;
         if (const auto document = tableOf(package_.typesItem)) {
-            types = ContentTypes::parseLeniently(*document, package_.typeFaults);
+            types = ContentTypes::parse(*document, {}, &package_.typeFaults);
             package_.typedNames = types->overrides();
         }
         package_.hasTypes = types.has_value();
@@ -205,7 +209,7 @@ private:
         const auto document = tableOf(package_.relationshipsItem);
         if (!document) return assumeRelationships();
         package_.relationships =
-            RelationshipsPart::parseLeniently(*document, package_.relationshipFaults).all();
+            RelationshipsPart::parse(*document, {}, &package_.relationshipFaults).all();
     }
 
     void assumeRelationships() {
@@ -258,7 +262,8 @@ std::vector<const Relationship*> FoundPackage::byType(ustring_view type) const {
 
 std::optional<std::string> FoundPackage::read(const FoundItem& item, std::uint64_t limit) const {
     if (!item.fault.empty() || item.item->size > limit) return std::nullopt;
-    std::string content(item.item->size, '\0');  // as long as it was when it was read to its end
+    // The size can be trusted: the item was read to its end.
+    std::string content(item.item->size, '\0');
     const auto stream = archive->read(*item.item);
     std::size_t at = 0;
     while (const std::size_t got =
@@ -273,7 +278,7 @@ std::vector<Relationship> FoundPackage::relationshipsFrom(const FoundItem& part)
     if (!document) return {};
     std::vector<std::string> ignored;
     std::vector<Relationship> found;
-    for (const Relationship& each : RelationshipsPart::parseLeniently(*document, ignored).all())
+    for (const Relationship& each : RelationshipsPart::parse(*document, {}, &ignored).all())
         found.emplace_back(each.getID(), each.getType(), resolved(*part.name, each.getTargetURI()),
                            each.getTargetMode());
     return found;

@@ -1,6 +1,7 @@
 #include "platform/opc/src/package/RelationshipsPart.hpp"
 
 #include <opc/Exception.hpp>
+#include <opc/PackageNames.hpp>
 #include <opc/XercesHelper.hpp>
 
 #include <fl/i18n.hpp>
@@ -26,7 +27,7 @@ using fl::i18n::utf8_to_ustring_strict;
 namespace {
 
 constexpr std::string_view kNamespace =
-    "http://schemas.openxmlformats.org/package/2006/relationships";
+    foundation::kJoinedText<names::kPackageSchemas, "/relationships">.data();
 constexpr std::string_view kAttributes[] = {"Id", "Type", "Target", "TargetMode"};
 
 bool isXmlName(const ustring& text) {
@@ -35,7 +36,8 @@ bool isXmlName(const ustring& text) {
 
 }  // namespace
 
-// Reads Relationships > Relationship*. Nothing else may stand in it: it would be lost by a save.
+// Reads the element Relationships with Relationship elements in it. Refuses anything else, because
+// a save would lose it.
 class RelationshipsHandler final : public TableHandler {
 public:
     RelationshipsHandler(RelationshipsPart& part, std::vector<std::string>* faults)
@@ -96,18 +98,10 @@ private:
     int depth_ = 0;
 };
 
-RelationshipsPart RelationshipsPart::parse(std::string_view document, const std::string& where) {
+RelationshipsPart RelationshipsPart::parse(std::string_view document, const std::string& where,
+                                           std::vector<std::string>* faults) {
     RelationshipsPart part;
-    RelationshipsHandler handler(part, nullptr);
-    xml::read(document, where, handler);
-    return part;
-}
-
-RelationshipsPart RelationshipsPart::parseLeniently(std::string_view document,
-                                                    std::vector<std::string>& faults) {
-    RelationshipsPart part;
-    RelationshipsHandler handler(part, &faults);
-    readLeniently(document, handler, faults);
+    RelationshipsHandler(part, faults).read(document, where);
     return part;
 }
 
