@@ -72,7 +72,8 @@ const TargetRow kBrokenTargets[] = {
     {"r3", "Target='../../../../etc/passwd'", "targets \"../../../../etc/passwd\"$GONE"},
     {"r3", "Target='&#10;'", "targets \"\\u000A\"$GONE"},
     {"r3", "Target='file:///etc/passwd'",
-     "leads nowhere: target \"file:///etc/passwd\" names no part of a package: it starts with a "
+     "leads nowhere: target \"file:///etc/passwd\" cannot name a part of a package: it starts with "
+     "a "
      "scheme$NOPART"},
     {"r3", "Target='http://127.0.0.1:9/x' TargetMode='External'",
      "leads out of the package, to \"http://127.0.0.1:9/x\"$NOPART"},
@@ -81,13 +82,15 @@ const TargetRow kBrokenTargets[] = {
     {"r3", "Target='/metadata/appMetadata.xml' TargetMode='External'",
      "leads out of the package, to \"/metadata/appMetadata.xml\"$NOPART"},
     {"r3", "Target='//127.0.0.1/metadata/appMetadata.xml'",
-     "leads nowhere: target \"//127.0.0.1/metadata/appMetadata.xml\" names no part of a package: "
+     "leads nowhere: target \"//127.0.0.1/metadata/appMetadata.xml\" cannot name a part of a "
+     "package: "
      "it starts with a host$NOPART"},
     {"r3", "Target='..\\..\\etc\\passwd'",
      "leads nowhere: part name \"/..%5C..%5Cetc%5Cpasswd\" has a percent-encoded slash or "
      "backslash$NOPART"},
     {"r3", "Target='/metadata/appMetadata.xml?x'",
-     "leads nowhere: target \"/metadata/appMetadata.xml?x\" names no part of a package: it has a "
+     "leads nowhere: target \"/metadata/appMetadata.xml?x\" cannot name a part of a package: it "
+     "has a "
      "query$NOPART"},
     {"r3", "Target='/metadata/'", "leads nowhere: part name \"/metadata/\" ends in \"/\"$NOPART"},
 };

@@ -162,9 +162,8 @@ TEST_F(PackageTest, RefusesChangesThatBreakARule) {
         {"there cannot be a part /foreign beside /foreign/_rels/a.xml.rels: one name derives from "
          "the other",
          [&](auto& p) { create(p, u"/foreign"); }},
-        {"/untyped.BIN has no content type and so is no part, and a new part of that name would "
-         "replace it; "
-         "give it one in [Content_Types].xml, or remove it from the zip file",
+        {"/untyped.BIN has no content type and so is not a part, and a new part of that name would "
+         "replace it; give it one in [Content_Types].xml, or remove it from the zip file",
          [&](auto& p) { create(p, u"/untyped.BIN"); }},
         {"is kept by the package; create relationships instead",
          [&](auto& p) { create(p, u"/_rels/.rels"); }},

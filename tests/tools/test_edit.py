@@ -89,7 +89,7 @@ class Edit(ToolTest):
             return replacing(RELS, f'{app}{kind}" Target="/{part}"', f'{app}{kind}" Target="{to}"')
         several = "has 2 {} relationships, so nobody can tell which one is meant; make a copy that has one" + copy
         spoils = r'/_rels/\.rels: relationship ".*" of type ".*" leads to the app\'s model, /lumenforge/appModel\.kvd, ' \
-            "which this change would destroy; remove it, or lead it to a part of its own, or make a copy without it" + copy
+            "which this change would destroy; remove the relationship, or let it target a part of its own, or make a copy without it" + copy
         rows = [
             (add_relationship(app + "appMetadata", "/x"), "metadata", several.format("metadata")),
             (add_relationship(app + "appMetadata", "/" + METADATA_PART), "metadata", several.format("metadata")),
@@ -207,7 +207,7 @@ class Edit(ToolTest):
                 before = self.items("bad.kvpkg")
                 self.assertNotIn(shown, [part["name"] for part in self.json("parts", "bad.kvpkg")["parts"]])
                 usual = shown if linked else f"/{item}"
-                self.fails_like(rf".*{re.escape(usual)}\"?,? (which )?has no content type and so is no part.*; give it one "
+                self.fails_like(rf".*{re.escape(usual)}\"?,? (which )?has no content type and so is not a part.*; give it one "
                                 r"in \[Content_Types\].xml.* or make a copy in which it has one: qzapp check --repair "
                                 r"bad-repaired\.kvpkg bad\.kvpkg", "edit", "bad.kvpkg", *sets[what])
                 self.assertEqual(self.items("bad.kvpkg"), before)

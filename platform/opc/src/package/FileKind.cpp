@@ -18,7 +18,7 @@ struct Signature {
     FileKind kind;
 };
 
-// Of what is no image. More telling ones first.
+// The signatures of files that are not images, with the more specific ones first.
 constexpr Signature kSignatures[] = {
     {0, "PK\3\4", {Family::Zip, "a zip file"}},
     {0, "PK\5\6", {Family::Zip, "a zip file"}},
@@ -68,7 +68,7 @@ FileKind textKind(std::string_view start) {
 FileKind FileKind::of(std::span<const std::byte> start) {
     const std::string_view text(reinterpret_cast<const char*>(start.data()), start.size());
     if (text.empty()) return {Family::Empty, "empty"};
-    // Before the signatures: a text may begin with "GIF89a = 1" or "%PDF-".
+    // Signatures come second, because a text may begin with "GIF89a = 1" or "%PDF-".
     if (isText(text)) return textKind(text);
     if (const auto* const image = imageTypeOf(text)) return {Family::Binary, image->name};
     for (const Signature& signature : kSignatures) {

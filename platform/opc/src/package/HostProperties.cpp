@@ -107,7 +107,7 @@ void HostProperties::parse(std::string_view document, const std::string& where,
 
 std::string HostProperties::toXml(const CoreProperties& properties) {
     const Root root = properties.hostRoot_.name.empty() ? usualRoot() : properties.hostRoot_;
-    // With the colon, or empty; the properties are of the root's namespace.
+    // The root's prefix with its colon, or empty. The properties have the same namespace.
     const auto prefix = root.name.substr(0, root.name.find(':') + 1);
     xml::XmlWriter writer;
     writer.start(root.name);

@@ -45,7 +45,8 @@ int hexValue(char16_t unit) {
     return found == std::string_view::npos ? -1 : int(found);
 }
 
-// The byte that the percent-encoding at `position` stands for, or -1 when it is not one.
+// The byte that the percent-encoding at `position` stands for, or -1 if there is no
+// percent-encoding.
 int decodePercent(ustring_view text, std::size_t position) {
     if (position + 2 >= text.size()) return -1;
     const int high = hexValue(text[position + 1]);
@@ -53,13 +54,14 @@ int decodePercent(ustring_view text, std::size_t position) {
     return high < 0 || low < 0 ? -1 : high * 16 + low;
 }
 
-// Why a percent-encoding may not stand in a part name; empty when it may.
+// Why the percent-encoding at `position` may not be in a part name; empty if it may.
 std::string percentFault(ustring_view segment, std::size_t position) {
     const int byte = decodePercent(segment, position);
     if (byte < 0) return "has a \"%\" that is not followed by two hexadecimal digits";
     if (byte == '/' || byte == '\\') return "has a percent-encoded slash or backslash";
     if (isUnreserved(char16_t(byte))) {
-        return "percent-encodes \"" + std::string(1, char(byte)) + "\", which must stand as itself";
+        return "percent-encodes \"" + std::string(1, char(byte)) +
+               "\", which must be written as it is";
     }
     return {};
 }
@@ -74,12 +76,12 @@ std::string segmentFault(ustring_view segment) {
                    "\", which must be percent-encoded";
         }
     }
-    // Names made of dots only end in one, too.
+    // This also refuses the segments "." and "..".
     if (segment.back() == u'.') return "has a segment that ends in a dot";
     return {};
 }
 
-// Why `name` is no part name; empty when it is one.
+// Why `name` is not a part name; empty if it is one.
 std::string nameFault(ustring_view name) {
     if (name.empty()) return "is empty";
     if (name.front() != u'/') return "does not start with \"/\"";
@@ -103,7 +105,7 @@ ustring checkedName(ustring_view name) {
 
 [[noreturn]] void refuseTarget(const URI& target, const char* fault) {
     throw Exception("target \"" + shown(target.toString()) +
-                    "\" names no part of a package: " + fault);
+                    "\" cannot name a part of a package: " + fault);
 }
 
 bool startsWithScheme(ustring_view text) {
@@ -111,7 +113,7 @@ bool startsWithScheme(ustring_view text) {
     return end != ustring_view::npos && end > 0 && text[end] == u':' && ascii::isLetter(text[0]);
 }
 
-// The segments of a path without "." and "..", which at the root stay at the root.
+// The segments of a path, with "." and ".." resolved. A ".." at the root has no effect.
 std::vector<ustring_view> resolvedSegments(ustring_view path) {
     std::vector<ustring_view> segments;
     for (std::size_t start = path.starts_with(u'/') ? 1 : 0; start <= path.size();) {
@@ -120,7 +122,8 @@ std::vector<ustring_view> resolvedSegments(ustring_view path) {
         const bool up = segment == u"..";
         if (up && !segments.empty()) segments.pop_back();
         if (!up && segment != u".") segments.push_back(segment);
-        // A dot segment at the end stands for a folder, which no part is.
+        // A dot segment at the end names a folder. The empty segment makes the name invalid,
+        // because a folder is not a part.
         if ((up || segment == u".") && end == path.size()) segments.emplace_back();
         start = end + 1;
     }
@@ -133,9 +136,10 @@ void appendPercent(ustring& out, unsigned char byte) {
     out += char16_t(kHexDigits[byte & 15]);
 }
 
-// Percent-encoding in its one normal form: unreserved characters stand as themselves, what a segment
-// cannot hold is encoded, digits are in upper case. A "%" that starts no encoding stays, to be refused, and
-// so does what follows it: decoded, that could make an encoding of it.
+// Appends a segment with its percent-encoding in normal form: unreserved characters are decoded,
+// characters that a segment cannot hold are encoded, and digits are in upper case. From a "%" that
+// starts no encoding on, the segment stays as it is and will be refused. Decoding what follows
+// could turn that "%" into an encoding.
 void appendNormalized(ustring& out, ustring_view segment) {
     for (std::size_t i = 0; i < segment.size(); ++i) {
         const int byte = segment[i] == u'%' ? decodePercent(segment, i) : -1;
@@ -193,7 +197,7 @@ bool isTokenCharacter(char16_t unit) {
            kOthers.find(unit) != ustring_view::npos;
 }
 
-// The syntax of a media type, read from the front.
+// Checks the syntax of a media type from front to back.
 class MediaTypeScanner {
 public:
     explicit MediaTypeScanner(ustring_view text) : rest_(text) {}

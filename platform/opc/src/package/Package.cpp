@@ -18,7 +18,8 @@ using interfaces::OpenMode;
 
 namespace {
 
-// Failures of the file system become failures of the package.
+// Runs `work` and returns its result. A std::system_error from it becomes opc::Exception about
+// `file`.
 template <class Work>
 auto translated(const fl::filesystem::path& file, Work work) {
     try {
@@ -122,7 +123,7 @@ Part Package::getTarget(const Relationship& relationship) const {
     }
     if (hasUntypedTarget(relationship)) {
         open.refuse(from + "targets \"" + shown(target.toString()) +
-                    "\", which has no content type and so is no part; give it one in " +
+                    "\", which has no content type and so is not a part; give it one in " +
                     std::string(names::kContentTypesItem));
     }
     try {
@@ -165,7 +166,7 @@ Part Package::createPart(const PartName& name, const ContentType& type,
     try {
         return Part(entry);
     } catch (...) {
-        state().deletePart(name);  // which nobody was given
+        state().deletePart(name);  // the caller has no handle for it and would not know of it
         throw;
     }
 }

@@ -15,7 +15,8 @@ using model::ContentType;
 using model::PartName;
 
 std::optional<PartName> partNameOf(std::string_view item, std::string* fault) {
-    // Beyond ASCII nothing is a part name, so widening the bytes is enough.
+    // Widening the bytes is enough, because a name with bytes outside ASCII is refused in any
+    // encoding.
     ustring name = u"/";
     name.reserve(1 + item.size());
     for (const char c : item)

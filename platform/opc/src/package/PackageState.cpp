@@ -26,8 +26,8 @@ std::string_view asText(const std::vector<std::uint8_t>& bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-// Whether an item is a piece of a part that is stored in pieces, "part/[0].piece", which some readers
-// put together.
+// Whether an item is a piece of a part, such as "part/[0].piece". Some readers put such parts
+// together.
 bool isPiece(std::string_view item) {
     const std::string last = ascii::lowered(item.substr(item.find_last_of("/\\") + 1));
     return last.starts_with('[') && (last.ends_with("].piece") || last.ends_with("].last.piece"));
@@ -59,7 +59,7 @@ PackageState::PackageState(const zippackage::ZipPhysicalPackage& physical, OpenM
 void PackageState::load() {
     archive_ = physical_->openArchive();
     loadTypes();
-    // By name, which is the order of the parts, so that each goes to their end.
+    // In name order, which is the order of parts_, so every insertion is at the end.
     for (const auto* const item : archive_->itemsByName())
         loadItem(*item);
     nextOrder_ = archive_->items().size();
@@ -140,7 +140,7 @@ void PackageState::saveRelationships() {
 }
 
 void PackageState::setTable(const std::string& name, const std::string& content) {
-    xml::check(content, file_ + ": " + name);  // what is written can be read again
+    xml::check(content, file_ + ": " + name);  // a table that is written must be readable
     const auto stream = writer_->set(name, {.deflate = true});
     stream->write(std::as_bytes(std::span(content)));
     stream->flush();
@@ -207,9 +207,8 @@ void PackageState::requireFree(const PartName& name, const ContentType& type) co
 void PackageState::requireNoUntypedItem(const PartName& name) const {
     if (!hasUntypedItem(name)) return;
     refuse(shown(name.toString()) +
-           " has no content type and so is no part, and a new part of that name would replace it; "
-           "give "
-           "it one in " +
+           " has no content type and so is not a part, and a new part of that name would replace "
+           "it; give it one in " +
            std::string(names::kContentTypesItem) + ", or remove it from the zip file");
 }
 
@@ -224,7 +223,7 @@ const std::shared_ptr<PartEntry>& PackageState::createPart(const PartName& name,
         writer_->set(part->itemName, options)->flush();
         types_.set(name, type);
     } catch (...) {
-        // A later save must not write half a part.
+        // A later save must not write a part without a content type.
         writer_->remove(part->itemName);
         parts_.erase(name.key());
         throw;

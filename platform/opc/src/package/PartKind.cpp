@@ -13,7 +13,7 @@ using foundation::shown;
 
 namespace {
 
-// How a part says that it is of a kind, weakest first: not at all, by its content type, or by its name.
+// By what a part belongs to a kind, weakest first: by nothing, by its content type, or by its name.
 enum class Claim { None, ContentType, Name };
 
 Claim claimOf(const PartKind& kind, const PartName& name, const ContentType& type) {
@@ -30,7 +30,7 @@ bool isFoundAs(const PartKind& kind, const Package& package, const Part& part) {
     });
 }
 
-// Of the kinds that relationships of this type lead to, the strongest.
+// The strongest claim of a part to one of the kinds with this relationship type.
 Claim claimOf(const ustring& relationshipType, const PartName& name, const ContentType& type,
               std::span<const PartKind> kinds) {
     Claim strongest = Claim::None;
@@ -57,7 +57,8 @@ Part requireOwnTarget(const Package& package, const Relationship& relationship,
             shown(package.path()) + ": " + shown(names::kRelationshipsPart) + ": relationship \"" +
             shown(relationship.getID()) + "\" of type \"" + shown(relationship.getType()) +
             "\" leads to " + other.what + ", " + shown(part.getName().toString()) +
-            ", which this change would destroy; remove it, or lead it to a part of its own");
+            ", which this change would destroy; remove the relationship, or let it target a part "
+            "of its own");
     }
     return part;
 }

@@ -5,9 +5,9 @@
 
 namespace opc::model {
 
-// Orders part name keys so that the names derived from a name follow it directly: "/" comes before every
-// other character. Among names none of which derives from another, the parent of a new name can only be
-// its predecessor, and a child only its successor.
+// Orders the keys of part names. "/" comes before every other character, so that names which derive
+// from a name follow it directly. If none of the ordered names derives from another, a new name can
+// therefore only derive from its predecessor, and only its successor can derive from it.
 struct PartOrder {
     bool operator()(std::string_view a, std::string_view b) const noexcept {
         const auto [inA, inB] = std::ranges::mismatch(a, b);
@@ -17,8 +17,8 @@ struct PartOrder {
     }
 };
 
-// Whether a part of this key stands in a folder that is called as the part `parent`, which no package may
-// have.
+// Whether the name with this key derives from the name with the key `parent`, as "/a.xml/b" does
+// from "/a.xml". No package may have parts of both names.
 inline bool derives(std::string_view key, std::string_view parent) {
     return key.size() > parent.size() && key.starts_with(parent) && key[parent.size()] == '/';
 }

@@ -10,7 +10,8 @@ namespace opc::model {
 namespace {
 
 constexpr std::uint64_t kFirstRead = 4096;
-// The most to ask memory for before anything has been read: what a file claims may be nothing.
+// The most memory to ask for before anything has been read, because the size that a file claims may
+// be wrong.
 constexpr std::uint64_t kMostAtFirst = std::uint64_t{1} << 20;
 
 }  // namespace
@@ -19,7 +20,8 @@ PartTooLarge::~PartTooLarge() = default;
 
 void PartOutputStream::flush() {
     OutputStream& stream = lease_->get(name_);
-    // Alive: a part that goes takes its leases back first.
+    // The part is alive: when it is destroyed, it revokes its leases, so that get() would have
+    // thrown.
     const auto part = part_.lock();
     part->inputs.revoke();
     stream.flush();
@@ -38,7 +40,7 @@ std::vector<std::uint8_t> readAll(InputStream& stream, std::uint64_t expected, s
             throw PartTooLarge(name + ": larger than the " + std::to_string(cap) +
                                " bytes that can be read");
         }
-        // To the size that is expected, when it is near, so that no more is taken than that.
+        // Doubles the room, but does not exceed the expected size before it has been reached.
         if (size == bytes.size()) {
             const auto most = size < expected ? expected : cap;
             bytes.resize(std::min<std::uint64_t>(2 * size, most + 1));

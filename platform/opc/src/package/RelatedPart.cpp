@@ -10,7 +10,8 @@ namespace opc::model {
 
 namespace {
 
-// `name`, or the first of "/x1.xml", "/x2.xml" and so on that the package does not hold.
+// `name`, such as "/x.xml", or the first of "/x1.xml", "/x2.xml" and so on that is not a part's
+// name.
 PartName freeName(const Package& package, const ustring& name) {
     const auto dot = name.rfind(u'.');
     PartName free{foundation::ustring_view(name)};
@@ -23,7 +24,7 @@ PartName freeName(const Package& package, const ustring& name) {
     return free;
 }
 
-// The kind of part that is asked for, and those that packages have of their own.
+// The kind of part that is asked for, and the property parts, which it must not replace.
 std::array<PartKind, 3> kindsWith(const ustring& relationshipType, const ustring& name,
                                   const ContentType& type) {
     return {{{"the part", relationshipType, PartName(ustring_view(name)), type},

@@ -14,7 +14,8 @@ namespace chrono = std::chrono;
 
 namespace {
 
-// A date read from the front. The first thing that does not fit makes it invalid for good.
+// Reads a date from front to back. The first thing that does not fit makes it invalid, whatever
+// follows.
 class DateScanner {
 public:
     explicit DateScanner(std::string_view text) : rest_(text) {}
@@ -22,7 +23,7 @@ public:
     std::optional<Seconds> scan() {
         const auto year = number(4, 9999);
         const auto month = skip('-') ? number(2, 12) : 1;
-        // Each part only after the one before it: "2026" and "2026-11" end here.
+        // A part may only follow the one before it, so "2026" and "2026-11" have no time.
         const bool hasMonth = at_ > 4;
         const auto day = hasMonth && skip('-') ? number(2, 31) : 1;
         const bool hasDay = at_ > 7;
@@ -74,7 +75,7 @@ private:
         advance(std::min(digits, rest_.size()));
     }
 
-    // How far the zone is ahead of UTC.
+    // Reads the zone and returns how far it is ahead of UTC.
     chrono::seconds zone() {
         if (skip('Z')) return chrono::seconds(0);
         const bool behind = rest_.starts_with('-');

@@ -12,9 +12,10 @@
 
 namespace opc::zippackage {
 
+// What an object shares with its copies.
 struct ZipPhysicalPackage::Binding {
-    std::optional<fl::filesystem::FileStamp> stamp;
-    std::weak_ptr<const zip::ZipArchive> archive;  // open in some package
+    std::optional<fl::filesystem::FileStamp> stamp;  // of the file that was opened or saved
+    std::weak_ptr<const zip::ZipArchive> archive;    // alive while some package has it open
 };
 
 ZipPhysicalPackage::ZipPhysicalPackage(const foundation::ustring& path, bool allowZip64)
