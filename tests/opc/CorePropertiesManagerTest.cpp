@@ -193,7 +193,7 @@ TEST_F(CorePropertiesManagerTest, ARefusedSetChangesNothing) {
     large.setTitle(ustring(xml::kMaxBytes, u'x'));
     const std::pair<CoreProperties, const char*> rows[] = {
         {bad,
-         "/docProps/korval.xml: release: the character U+0001 at index 3 cannot stand in XML; "
+         "/docProps/korval.xml: release: the character U+0001 at index 3 is not allowed in XML; "
          "remove it"},
         {late,
          "/docProps/core.xml: modified: the year 10000 cannot be written; expected 0 to 9999"},

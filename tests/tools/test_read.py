@@ -275,7 +275,7 @@ class Convert(ReadTest):
         self.write("control.k", "%[app:appDetails]\n%{\n<Name>a\x01</Name>\n%}\n")
         self.small("a.kvpkg")
         rows = [
-            (1, "control.k: Name: the character U+0001 at index 1 cannot stand in XML; remove it",
+            (1, "control.k: Name: the character U+0001 at index 1 is not allowed in XML; remove it",
              ["control.k", "b.kvpkg"]),
             (1, "a.kvpkg: exists already; give --force to replace it", ["ok.k", "a.kvpkg"]),
             (1, 'a.kvpkg: expected a text app (".k"), found a packaged app; there is nothing to convert',

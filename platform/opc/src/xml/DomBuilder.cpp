@@ -15,10 +15,11 @@ namespace {
 
 using fl::i18n::utf8_to_ustring_strict;
 
-// The namespace of their attributes.
+// The namespace of attributes that declare namespaces.
 constexpr std::string_view kDeclarations = "http://www.w3.org/2000/xmlns/";
 
-// As a node of its own, since setAttributeNS() compares the namespace with all that are there.
+// Adds an attribute as a node. setAttributeNS() would compare its name with those of all attributes
+// that the element has.
 void setAttribute(xercesc::DOMElement& element, std::string_view nameSpace, const std::string& name,
                   std::string_view value) {
     const auto uri = utf8_to_ustring_strict(nameSpace);
@@ -43,8 +44,8 @@ void DomBuilder::start(const StartTag& tag) {
         setAttribute(*element, itsName.nameSpace, qualified(prefix, itsName.local), value);
 }
 
-// An element is attached when it is complete: the DOM looks at all ancestors of the new parent, which
-// then has none yet.
+// An element is attached when it is complete, because attaching makes the DOM look at all ancestors
+// of the new parent, which has none yet. That keeps the time linear.
 void DomBuilder::end() {
     endText();
     auto* const element = open_.back();

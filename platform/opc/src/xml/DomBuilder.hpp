@@ -17,9 +17,10 @@ XERCES_CPP_NAMESPACE_END
 
 namespace opc::xml {
 
-// Fills an empty DOM document with the elements, attributes and text of the document that is read,
-// with their prefixes, and with declarations of namespaces as attributes; what else XML has is left
-// out. Text and CDATA that touch become one node. Lets the DOM's exceptions out.
+// Fills an empty DOM document with the document that is read: elements, attributes and text with
+// their prefixes, and namespace declarations as attributes. Adjacent text and CDATA sections become
+// one node. Used for one document. XercesHelper translates the DOM's exceptions, which pass through
+// it.
 class DomBuilder final : public Handler {
 public:
     // The document must outlive the builder.
@@ -33,8 +34,8 @@ private:
     void endText();
 
     xercesc::DOMDocument* document_;
-    std::vector<xercesc::DOMElement*> open_;  // innermost last
-    std::string text_;                        // since the last tag
+    std::vector<xercesc::DOMElement*> open_;  // the elements that have not ended, innermost last
+    std::string text_;                        // the text since the last tag
 };
 
 }  // namespace opc::xml

@@ -41,8 +41,9 @@ DOMNode* copyOf(const DOMNode& node, DOMDocument& document) {
     return document.createTextNode(node.getNodeValue());
 }
 
-// An element is attached when it is complete: the DOM looks at all ancestors of the new parent, which
-// then has none yet. No deeper than documents may be, so the open ones fit on the stack.
+// Copies an element with everything in it. A copy is attached when it is complete, because
+// attaching makes the DOM look at all ancestors of the new parent, which has none yet. That keeps
+// the time linear.
 DOMElement* copyOfTree(const DOMElement& top, DOMDocument& document) {
     std::vector<DOMNode*> open{copyOf(top, document)};
     for (const DOMNode* node = &top;;) {
@@ -68,13 +69,13 @@ bool declaresDefault(const DOMElement& element) {
     return element.getAttributeNode(XMLUni::fgXMLNSString) != nullptr;
 }
 
-// The namespace of what has no prefix within `element`; empty for none.
+// The namespace of elements without a prefix within `element`; empty if they have none.
 const XMLCh* defaultWithin(const DOMElement& element) {
     for (const DOMNode* node = &element; node->getNodeType() == DOMNode::ELEMENT_NODE;
          node = node->getParentNode()) {
         const auto& each = static_cast<const DOMElement&>(*node);
         if (declaresDefault(each)) return each.getAttribute(XMLUni::fgXMLNSString);
-        // One that was made here, and has neither prefix nor declaration.
+        // An element that was made in the DOM may have a namespace without prefix and declaration.
         const bool hasPrefix = each.getPrefix() != nullptr && *each.getPrefix() != 0;
         if (!hasPrefix && each.getNamespaceURI() != nullptr) return each.getNamespaceURI();
         if (node->getParentNode() == nullptr) break;
@@ -93,7 +94,7 @@ void DomCopier::copyAttributes(const DOMElement& from, DOMElement& to, const DOM
     for (XMLSize_t i = 0; i < attributes->getLength(); ++i) {
         const DOMNode& attribute = *attributes->item(i);
         const bool isDefault = XMLString::equals(attribute.getNodeName(), XMLUni::fgXMLNSString);
-        // One that was made without a namespace has no local name.
+        // An attribute that was made without a namespace has no local name.
         const XMLCh* const local = attribute.getLocalName();
         const bool isThere =
             to.hasAttributeNS(attribute.getNamespaceURI(), local ? local : attribute.getNodeName());

@@ -14,21 +14,24 @@ XERCES_CPP_NAMESPACE_END
 
 namespace opc::xml {
 
-// Copies from one DOM document into another, in linear time and without recursion, which the DOM's own
-// import does not promise. Lets the DOM's exceptions out.
+// Copies from one DOM document into another, in linear time and without recursion; the DOM's own
+// import promises neither. XercesHelper calls it and translates the DOM's exceptions, which pass
+// through it.
 class DomCopier {
 public:
     // Whether the attribute declares a namespace.
     static bool isDeclaration(const xercesc::DOMNode& attribute);
 
-    // Adds the attributes that `to` lacks, namespace declarations included, except for the default
-    // namespace, which is `to`'s own, and for `except`, which may be null.
+    // Adds those attributes of `from` to `to` that it lacks, namespace declarations included.
+    // Leaves out the declaration of the default namespace, because `to` has its own, and `except`,
+    // which may be null.
     static void copyAttributes(const xercesc::DOMElement& from, xercesc::DOMElement& to,
                                const xercesc::DOMNode* except);
 
-    // Appends copies that mean the same as long as the prefixes around them are declared there,
-    // too; the default namespace need not be. Throws Refusal when its declarations, which have to
-    // be added then, would take more than a document may.
+    // Appends copies of `elements`, all of which have the same parent, to `to`. They mean the same
+    // there if the prefixes declared around them are declared around `to` as well. If the default
+    // namespace is a different one, each copy declares its own; throws Refusal if these
+    // declarations take more bytes than a document may have.
     static void appendCopies(const std::vector<const xercesc::DOMElement*>& elements,
                              xercesc::DOMElement& to);
 };

@@ -36,8 +36,9 @@ std::string display(const XMLCh* text) {
     return text ? shown(text) : std::string();
 }
 
-// Runs work on the DOM and lets none of the XML library's exceptions out: they are not
-// std::exceptions, and their texts die with the library's memory.
+// Runs `work` on the DOM, and turns exceptions of the XML library into opc::Exception about `name`
+// or std::bad_alloc. They must not get out: they are not std::exceptions, and their texts are in
+// memory that may be freed before they are read.
 template <class Work>
 auto translated(const std::string& name, Work work) {
     try {
@@ -62,14 +63,16 @@ std::string nameOf(const InputStream& stream, const ustring& systemId) {
     return systemId.empty() ? kAnonymous : shown(systemId);
 }
 
-// What a caller gives, which it may have looked for in vain.
+// The node that a caller gave. Throws opc::Exception if it is null, as the result of a failed
+// lookup is.
 template <class Node>
 Node& given(Node* node, const char* what) {
     if (node == nullptr) throw Exception(std::string("no ") + what + " was given");
     return *node;
 }
 
-// Nodes made without a namespace have no local name.
+// Compares the local name, or the whole name of a node that was made without a namespace: it has no
+// local name.
 bool hasLocalName(const xercesc::DOMNode& node, const ustring& name) {
     const XMLCh* const local = node.getLocalName();
     return xercesc::XMLString::equals(local ? local : node.getNodeName(), name.c_str());
@@ -79,7 +82,8 @@ bool isElement(const xercesc::DOMNode& node, const ustring& name) {
     return node.getNodeType() == xercesc::DOMNode::ELEMENT_NODE && hasLocalName(node, name);
 }
 
-// An attribute by local name. One without prefix comes first; a namespace declaration is none.
+// The attribute with this local name, preferably the one without a prefix; null if there is none.
+// Namespace declarations do not count.
 const xercesc::DOMNode* findAttribute(const xercesc::DOMElement& element, const ustring& name) {
     if (const auto* const exact = element.getAttributeNode(name.c_str())) return exact;
     const auto* const attributes = element.getAttributes();
@@ -91,7 +95,8 @@ const xercesc::DOMNode* findAttribute(const xercesc::DOMElement& element, const 
     return nullptr;
 }
 
-// Refuses a string that XML cannot hold. The serialiser would stop midway.
+// Throws opc::Exception if the node or one of its attributes has a value that XML cannot hold. The
+// serialiser would stop midway.
 void requireWritableStrings(const xercesc::DOMNode& node) {
     const XMLCh* const value = node.getNodeValue();
     if (value)
@@ -104,7 +109,7 @@ void requireWritableStrings(const xercesc::DOMNode& node) {
     }
 }
 
-// The same, with the document in the message.
+// Like requireWritableStrings(), with the document's name in front of the message.
 void requireWritable(const xercesc::DOMNode& node, const std::string& name) {
     try {
         requireWritableStrings(node);
@@ -113,12 +118,14 @@ void requireWritable(const xercesc::DOMNode& node, const std::string& name) {
     }
 }
 
-// Checks every node, without recursion; and the depth, since the serialiser does recurse.
+// Checks the values of every node, without recursion, and the depth, because the serialiser does
+// recurse.
 void requireWritableTree(const xercesc::DOMNode& root, const std::string& name) {
     std::size_t depth = 0;
     for (const xercesc::DOMNode* node = &root; node != nullptr;) {
         if (depth > xml::kMaxDepth && node->getNodeType() == xercesc::DOMNode::ELEMENT_NODE) {
-            throw Exception(name + ": elements nest deeper than 64; remove some");
+            throw Exception(name + ": elements nest deeper than " + std::to_string(xml::kMaxDepth) +
+                            "; remove some");
         }
         requireWritable(*node, name);
         if (const auto* const child = node->getFirstChild()) {
@@ -154,7 +161,7 @@ xercesc::DOMDocument* XercesDocument::get() const noexcept {
 
 class XercesParser {
 public:
-    // The document belongs to the parser.
+    // Frees the previous document and returns the new one, which belongs to the parser.
     xercesc::DOMDocument* parse(std::string_view text, const std::string& name) {
         memory_.emplace();
         return translated(name, [&] {
@@ -182,8 +189,8 @@ public:
         output.setByteStream(&target);
         if (!serializer.write(&document, &output)) {
             throw Exception(name +
-                            ": the XML library does not write the document; remove names and "
-                            "characters that XML lacks");
+                            ": the XML library cannot write the document; remove names and "
+                            "characters that XML does not allow");
         }
         return {reinterpret_cast<const char*>(target.getRawBuffer()), target.getLen()};
     }
@@ -237,7 +244,7 @@ void XercesHelper::writeDocumentToStream(const XercesWriterPtr& writer,
     if (!writer) throw Exception(name + ": no writer was given");
     requireWritableTree(*document.get(), name);
     const auto text = translated(name, [&] { return writer->serialize(*document.get(), name); });
-    xml::check(text, name);  // what is written can be read again
+    xml::check(text, name);  // a document that is written must be readable
     stream.write(std::as_bytes(std::span(text)));
     stream.flush();
 }
@@ -292,7 +299,7 @@ bool XercesHelper::getElementText(const xercesc::DOMElement* element, ustring& t
 }
 
 void XercesHelper::setElementText(xercesc::DOMElement* element, const ustring& text) {
-    // First, because the DOM takes text up to the first NUL.
+    // This comes first, because the DOM takes the text only up to the first NUL.
     requireXmlText(text, given(element, "element").getNodeName());
     translated(display(element->getNodeName()), [&] { element->setTextContent(text.c_str()); });
 }

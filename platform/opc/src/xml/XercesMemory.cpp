@@ -37,7 +37,6 @@ void XercesMemory::deallocate(void* memory) {
     std::free(block);
 }
 
-// Exceptions may outlive their thrower.
 xercesc::MemoryManager* XercesMemory::getExceptionMemoryManager() {
     return xercesc::XMLPlatformUtils::fgMemoryManager->getExceptionMemoryManager();
 }

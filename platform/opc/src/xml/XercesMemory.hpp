@@ -6,8 +6,8 @@
 
 namespace opc::xml {
 
-// The memory of one parser, document or writer. Whatever its user leaves behind, as Xerces does when
-// an allocation fails, goes with it.
+// The memory of one parser, document or writer of Xerces. The destructor frees every block that is
+// still allocated, because Xerces leaks when an allocation fails. For one thread at a time.
 class XercesMemory final : public xercesc::MemoryManager {
 public:
     XercesMemory() = default;
@@ -15,12 +15,14 @@ public:
     XercesMemory& operator=(const XercesMemory&) = delete;
     ~XercesMemory() override;
 
+    // Throws xercesc::OutOfMemoryException, as Xerces expects.
     void* allocate(XMLSize_t size) override;
     void deallocate(void* memory) override;
+    // The memory of exceptions is not this one's, because an exception may outlive it.
     xercesc::MemoryManager* getExceptionMemoryManager() override;
 
 private:
-    // In front of every block, and the head of the ring that holds them all.
+    // The link in front of every block. All blocks form a ring, whose head is `ring_`.
     struct alignas(std::max_align_t) Block {
         Block* next = this;
         Block* previous = this;

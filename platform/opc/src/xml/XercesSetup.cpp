@@ -21,15 +21,16 @@ namespace opc::xml {
 
 namespace {
 
-// Xerces takes 0.7 MiB in some 3,800 pieces while it is set up. If one of them fails, the process ends,
-// or Xerces believes itself to be set up and is not. So all of it is there before it begins.
+// While it is initialised, Xerces takes 0.7 MiB in some 3,800 pieces. If one of these allocations
+// fails, the process ends, or Xerces believes that it is initialised and is not. So all of the
+// memory is allocated before Xerces begins.
 constexpr std::size_t kReserve = std::size_t{1} << 20;
-// What the libraries below Xerces take meanwhile, and some more.
+// More than what the libraries below Xerces take meanwhile.
 constexpr std::size_t kHeadroom = std::size_t{64} << 10;
 constexpr std::size_t kAlignment = alignof(std::max_align_t);
 
-// The memory of Xerces itself; documents and writers have their own. Pieces of the reserve are handed
-// out until it is closed, and never taken back: nearly all of them live as long as Xerces.
+// The memory of Xerces itself; documents and writers have their own. Until close(), allocations are
+// pieces of the reserve, which are never reused: nearly all of them live as long as Xerces.
 class SetupMemory final : public xercesc::MemoryManager {
 public:
     SetupMemory() : reserve_(new std::byte[kReserve]) {}
@@ -66,13 +67,14 @@ private:
         "the XML library could not be set up for lack of memory; start the program again");
 }
 
-// Left to itself, Xerces would end the process.
+// Xerces' own handler would end the process.
 class ThrowingPanicHandler final : public xercesc::PanicHandler {
 public:
     void panic(PanicReasons) override { throwUnusable(); }
 };
 
-// Whether it worked: there is no second try, since Xerces believes that the first was good.
+// Returns whether it worked. There is no second try, because Xerces believes that the first was
+// good.
 bool initialize(SetupMemory& memory, ThrowingPanicHandler& panics) {
     try {
         xercesc::XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr,
@@ -86,18 +88,18 @@ bool initialize(SetupMemory& memory, ThrowingPanicHandler& panics) {
 
 }  // namespace
 
-// Not std::call_once: an exception that passes through it makes the C library load another, and that
-// ends the process when there is no memory.
+// A mutex and not std::call_once: an exception that passes through call_once makes the C library
+// load another library, which ends the process if there is no memory.
 void setUpXerces() {
     enum class State { Untried, Usable, Unusable };
     static std::mutex mutex;
     static State state = State::Untried;
     const std::lock_guard lock(mutex);
     if (state == State::Untried) {
-        // Before Xerces begins: these may fail.
+        // These allocations may fail, so they come before Xerces begins.
         static const foundation::Immortal<SetupMemory> memory;
         static const foundation::Immortal<ThrowingPanicHandler> panics;
-        // Free again at once, for the libraries below to find it.
+        // Freed again at once, so that the libraries below Xerces find as much memory.
         ::operator delete(::operator new(kHeadroom));
         state = initialize(*memory, *panics) ? State::Usable : State::Unusable;
     }

@@ -2,10 +2,10 @@
 
 namespace opc::xml {
 
-// Sets Xerces up for the process, on the first call; it stays until the process is gone. Safe from any
-// thread. Throws std::bad_alloc when there is too little memory: then nothing has happened, and a
-// later call may succeed. Only where a library below Xerces is what lacks memory, opc::Exception says,
-// now and ever after, that XML cannot be used in this process.
+// Initialises Xerces at the first call; it stays initialised until the process ends. Safe to call
+// from any thread. Throws std::bad_alloc if there is too little memory; nothing has happened then,
+// and a later call may succeed. If a library below Xerces fails for lack of memory, this and every
+// later call throw opc::Exception: XML cannot be used in this process any more.
 void setUpXerces();
 
 }  // namespace opc::xml

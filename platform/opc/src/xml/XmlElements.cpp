@@ -6,6 +6,7 @@ namespace opc::model {
 
 namespace {
 
+// Collects the elements of a document.
 class ElementCollector final : public xml::Handler {
 public:
     void start(const xml::StartTag& tag) override {
@@ -27,7 +28,7 @@ public:
 
 private:
     std::vector<XmlElement> elements_;
-    std::vector<std::size_t> open_;
+    std::vector<std::size_t> open_;  // indexes of those that have not ended, innermost last
 };
 
 }  // namespace

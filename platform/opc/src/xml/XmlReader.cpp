@@ -21,7 +21,7 @@ namespace opc::xml {
 
 using foundation::shown;
 
-// The namespace declarations in scope, innermost last.
+// The namespace declarations in scope, with the innermost last.
 class Bindings {
 public:
     void push(std::string_view prefix, std::string_view uri) {
@@ -45,10 +45,10 @@ private:
 
 namespace {
 
-// Between the parts of a name that expat hands out; no character of XML.
+// What expat puts between the parts of a name. XML cannot contain this character.
 constexpr char kSeparator = '\x01';
 
-// `of` is what there is too much of: "more than {} elements".
+// Throws Refusal if `found` exceeds `most`. `of` is its message: "more than {} elements".
 void refuseAbove(std::size_t most, std::size_t found, std::string_view of) {
     if (found <= most) return;
     const std::size_t at = of.find("{}");
@@ -60,7 +60,7 @@ std::string quoted(std::string_view text) {
     return "\"" + std::string(text) + "\"";
 }
 
-// "uri SEP local SEP prefix", "uri SEP local" or "local".
+// Splits a name as expat gives it: "uri SEP local SEP prefix", "uri SEP local" or "local".
 Name splitName(std::string_view text) {
     const auto first = text.find(kSeparator);
     if (first == std::string_view::npos) return {{}, text};
@@ -75,23 +75,24 @@ std::string_view prefixOf(std::string_view text) {
     return second == std::string_view::npos ? std::string_view() : text.substr(second + 1);
 }
 
-// The shortest markup that brings a new name is "<a/>".
+// A new name takes at least the markup "<a/>".
 constexpr std::size_t kMinBytesPerName = 4;
 
 constexpr std::size_t kShownOfLongName = 20;
 
-// What expat hashes names with. Left to itself it asks the system anew for every document.
+// The salt of expat's hash of names, for all documents of the process. Without it, expat would ask
+// the system for a new one for every document.
 unsigned long hashSalt() {
     static const unsigned long salt = std::random_device()() | 1UL;
     return salt;
 }
 
-// Finds a name without making a string of it.
+// Lets a set of strings be searched for a std::string_view.
 struct NameHash : std::hash<std::string_view> {
     using is_transparent = void;
 };
 
-// Where in a document something is, from 1.
+// A place in a document. Lines and columns count from 1.
 struct Place {
     XML_Size line, column;
 
@@ -100,9 +101,9 @@ struct Place {
     }
 };
 
-// One run of expat over one document. Exceptions never pass through expat, which is C: a callback
-// keeps what it caught and stops the parser. What is said about it is put together when expat has
-// returned, since there may be no memory for it.
+// One run of expat over one document. Exceptions must not pass through expat, which is C, so a
+// callback keeps an exception that it caught and stops the parser. The message about it is composed
+// after expat has returned, because composing it may fail for lack of memory.
 class Run {
 public:
     Run(std::string_view document, Handler* handler)
@@ -113,7 +114,7 @@ public:
         if (!parser_) throw std::bad_alloc();
         XML_Parser parser = parser_.get();
         XML_SetHashSalt(parser, hashSalt());
-        // With the prefix, since names that differ in it alone are different names to a DOM.
+        // Names with their prefixes, because a DOM keeps the prefix.
         XML_SetReturnNSTriplet(parser, 1);
         XML_SetUserData(parser, this);
         XML_SetElementHandler(parser, onStart, onEnd);
@@ -127,7 +128,8 @@ public:
     }
 
     void parse(const std::string& where) {
-        // In one piece: fed in parts, a token that spans them is scanned again for each.
+        // The document is passed in one piece. If it came in parts, expat would scan a token that
+        // spans several of them again for each.
         const auto status = XML_Parse(parser_.get(), document_.data(), int(document_.size()), 1);
         if (failure_) rethrowFailure(where);
         if (status == XML_STATUS_OK) return;
@@ -155,7 +157,7 @@ private:
         }
     }
 
-    // Runs one callback's work; nothing after the first failure. Allocates nothing itself.
+    // Does the work of one callback, unless one has failed before. Allocates nothing itself.
     template <class Work>
     static void guarded(void* self, Work work) noexcept {
         Run& run = *static_cast<Run*>(self);
@@ -236,7 +238,7 @@ private:
                       " bytes; use a shorter one");
     }
 
-    // Called for each declaration of a start tag before the tag itself.
+    // Called for each namespace declaration of a start tag, before start().
     void bind(std::string_view prefix, std::string_view uri) {
         requireShort(prefix);
         requireShort(uri);
@@ -276,7 +278,7 @@ private:
     std::unique_ptr<XML_ParserStruct, Free> parser_;
     Bindings bindings_;
     std::vector<Attribute> attributes_;
-    bool mayHaveManyNames_;  // most documents are too short, and need no record of their names
+    bool mayHaveManyNames_;  // false for most documents, whose names need not be counted
     std::unordered_set<std::string, NameHash, std::equal_to<>> names_;
     std::size_t depth_ = 0;
     std::size_t elements_ = 0;

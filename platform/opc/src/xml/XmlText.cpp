@@ -47,7 +47,7 @@ void requireXmlText(const ustring& text, const ustring& field) {
     std::snprintf(code, sizeof code, "%04X", unsigned(unit));
     throw Exception(shown(field) + ": " +
                     (surrogate ? "the unpaired surrogate U+" : "the character U+") + code +
-                    " at index " + std::to_string(position) + " cannot stand in XML; remove it");
+                    " at index " + std::to_string(position) + " is not allowed in XML; remove it");
 }
 
 }  // namespace opc::model

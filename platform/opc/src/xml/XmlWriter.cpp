@@ -4,8 +4,9 @@ namespace opc::xml {
 
 namespace {
 
-// White space that a reader would change is written as a reference: CR everywhere, and line ends and
-// tabs in attributes. ">" is, because of "]]>".
+// The reference for a character, or "" if it is written as it is. White space that a reader would
+// change needs one: CR everywhere, and line feeds and tabs in attributes. So does ">", because text
+// must not contain "]]>".
 std::string_view escape(char c, bool inAttribute) {
     switch (c) {
         case '&':

@@ -7,23 +7,27 @@
 
 namespace opc::xml {
 
-// Writes a small XML document as UTF-8, in order and without layout. Names are taken as they are;
-// values must be valid UTF-8 that XML can hold, and read back exactly as given.
+// Composes a small XML document in memory, as UTF-8, from front to back and without white space
+// between elements. Checks nothing: calls must nest properly, names are written as they are, and
+// values must be valid UTF-8 without characters that XML lacks. Values are escaped so that they
+// read back exactly as given.
 class XmlWriter {
 public:
+    // Starts with the XML declaration.
     XmlWriter();
-    // Of elements alone, for elements() of a document.
+    // A writer for elements without a document, which elements() can insert into one.
     static XmlWriter fragment() { return XmlWriter(""); }
 
     void start(std::string_view name);
-    // Of the element just started.
+    // Adds an attribute to the element that start() has just started.
     void attribute(std::string_view name, std::string_view value);
     void text(std::string_view value);
-    // Whole elements that are XML already.
+    // Inserts elements that are XML already, without escaping.
     void elements(std::string_view xml);
-    // Ends the element started last, which was `name`.
+    // Ends the innermost open element, whose name is `name`.
     void end(std::string_view name);
 
+    // The number of bytes so far.
     std::size_t size() const noexcept { return out_.size(); }
     std::string take() && { return std::move(out_); }
 
