@@ -104,7 +104,7 @@ class Handler {
 public:
     virtual ~Handler();
     virtual void start(const StartTag& tag) = 0;
-    // The end of the innermost element that has been started.
+    // The end of the innermost open element.
     virtual void end() = 0;
     // Character data, including that of CDATA sections, in UTF-8 and in pieces of any size.
     virtual void text(std::string_view characters) = 0;
