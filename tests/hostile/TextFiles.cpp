@@ -68,7 +68,7 @@ const TextRow kImages[] = {
     {"data:image/png;base64,AAECA",
      "screenshot: Base64Error: base64: single character left over at offset 4"},
     {"data:image/png;base64," + repeated("AAEC", 5000) + "AA*A",
-     "screenshot: Base64Error: base64: character that base64 does not have at offset 20002"},
+     "screenshot: Base64Error: base64: invalid character at offset 20002"},
     {"data:image/a;base64,B;base64,AA==", "screenshot: a;base64,B ~"},
     {"data:image/../../x;base64,AA==", "screenshot: ../../x ~"},
     {"data:image/" + std::string(100000, 'p') + ";base64,AA==", "screenshot: 100000 bytes ~"},

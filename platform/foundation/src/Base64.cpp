@@ -21,9 +21,9 @@ constexpr std::size_t kGroup = 4;
 constexpr std::size_t kGroupBytes = 3;
 constexpr unsigned kBitsPerCharacter = 6;
 
-// What a character contributes to its group's three bytes, by its place in the group; the first byte
-// is the lowest, so that a group is stored as it is. Any other character contributes kForeign, which
-// survives the union with its neighbours.
+// For one place in a group: the bits that each character contributes to the group's three bytes.
+// The first byte is the lowest, so the union of the four contributions can be stored as it is. A
+// character outside the alphabet contributes kForeign, a bit that no other contribution has.
 constexpr std::uint32_t kForeign = 0x80000000;
 using PlaceTable = std::array<std::uint32_t, 256>;
 
@@ -54,7 +54,7 @@ std::uint32_t decodeGroup(const char* text) {
     return placeOf(text[0], 0) | placeOf(text[1], 1) | placeOf(text[2], 2) | placeOf(text[3], 3);
 }
 
-// How far the plain characters at the front of a piece have been decoded.
+// How much of a piece has been decoded: characters read and bytes written.
 struct Progress {
     std::size_t characters = 0;
     std::size_t bytes = 0;
@@ -64,10 +64,12 @@ constexpr std::size_t kBlock = 16;
 constexpr std::size_t kBlockBytes = kBlock / kGroup * kGroupBytes;
 constexpr std::size_t kOverrun = kBlock - kBlockBytes;
 
-// The sixteen characters' values, in place. Returns whether all belong to the alphabet.
+// Replaces sixteen characters by their 6-bit values. Returns false, and leaves the block as it is,
+// if one of them does not belong to the alphabet.
 __attribute__((target("ssse3"))) bool decodeCharacters(__m128i& block) {
-    // By the upper half of a character: the first and last of the alphabet with that half, and what
-    // to add for its value. "/" shares its half with "+" and is set right by itself.
+    // These tables are indexed by the upper four bits of a character. They hold the first and last
+    // character of the alphabet with these bits, and the number to add to get its value. "/" has
+    // the same upper bits as "+", so it is handled separately.
     const __m128i first = _mm_setr_epi8(127, 127, '+', '0', 'A', 'P', 'a', 'p', 127, 127, 127, 127,
                                         127, 127, 127, 127);
     const __m128i last = _mm_setr_epi8(0, 0, '+', '9', 'O', 'Z', 'o', 'z', 0, 0, 0, 0, 0, 0, 0, 0);
@@ -84,7 +86,7 @@ __attribute__((target("ssse3"))) bool decodeCharacters(__m128i& block) {
     return true;
 }
 
-// Sixteen 6-bit values to twelve bytes, at the front.
+// Packs sixteen 6-bit values into the first twelve bytes of the result.
 __attribute__((target("ssse3"))) __m128i packValues(__m128i values) {
     const __m128i pairs = _mm_maddubs_epi16(values, _mm_set1_epi16(0x0140));
     const __m128i groups = _mm_madd_epi16(pairs, _mm_set1_epi32(0x00011000));
@@ -92,8 +94,8 @@ __attribute__((target("ssse3"))) __m128i packValues(__m128i values) {
     return _mm_shuffle_epi8(groups, bigEndian);
 }
 
-// Decodes blocks of sixteen characters while all belong to the alphabet. The last store overruns the
-// bytes it counts by kOverrun.
+// Decodes blocks of sixteen characters as long as all of them belong to the alphabet. Each store
+// writes kOverrun bytes more than it decodes, so `target` needs room for them at its end.
 __attribute__((target("ssse3"))) Progress decodeBlocks(std::string_view piece,
                                                        std::uint8_t* target) {
     Progress done;
@@ -107,7 +109,8 @@ __attribute__((target("ssse3"))) Progress decodeBlocks(std::string_view piece,
     return done;
 }
 
-// As decodeBlocks, group by group, for the rest of the piece.
+// Continues where decodeBlocks() stopped, group by group, until a group holds a character outside
+// the alphabet.
 void decodeGroups(std::string_view piece, std::uint8_t* target, Progress& done) {
     for (; done.characters + kGroup <= piece.size(); done.characters += kGroup) {
         const std::uint32_t group = decodeGroup(piece.data() + done.characters);
@@ -117,8 +120,8 @@ void decodeGroups(std::string_view piece, std::uint8_t* target, Progress& done) 
     }
 }
 
-// Appends the groups at the front of `text` that hold nothing but the alphabet, up to a piece that
-// stays in the cache, and returns how many characters that were.
+// Decodes the groups at the front of `text` that hold nothing but the alphabet, at most one piece,
+// which fits into the cache. Appends their bytes and returns the number of characters decoded.
 std::size_t decodePlain(std::string_view text, std::vector<std::uint8_t>& bytes) {
     constexpr std::size_t kPieceGroups = 1024;
     const std::string_view piece = text.substr(0, kPieceGroups * kGroup);
@@ -130,8 +133,8 @@ std::size_t decodePlain(std::string_view text, std::vector<std::uint8_t>& bytes)
     return done.characters;
 }
 
-// What the fast path leaves: groups broken by white space, and the end. Takes one character at a
-// time.
+// Decodes what decodePlain() leaves, one character at a time: groups that white space or padding
+// interrupts, and the end of the text.
 class OpenGroup {
 public:
     bool isEmpty() const noexcept { return length_ == 0; }
@@ -140,7 +143,7 @@ public:
         if (kWhiteSpace.find(character) != kWhiteSpace.npos) return;
         if (character == kPadding) return takePadding(offset);
         const std::uint32_t bits = placeOf(character, length_);
-        if (bits == kForeign) throw Base64Error("character that base64 does not have", offset);
+        if (bits == kForeign) throw Base64Error("invalid character", offset);
         if (padding_ != 0) throw Base64Error("data after the padding", offset);
         bits_ |= bits;
         last_ = offset;
@@ -161,7 +164,7 @@ private:
     void takePadding(std::size_t offset) {
         if (length_ == 1) throw Base64Error("single character left over", last_);
         if (length_ == 0 || length_ + padding_ == kGroup) {
-            throw Base64Error("padding where none belongs", offset);
+            throw Base64Error("misplaced padding", offset);
         }
         ++padding_;
     }

@@ -9,7 +9,8 @@ namespace {
 
 using Count = Seconds::rep;
 
-// One word instead of an optional behind a lock; no file is as old as this.
+// Stands for the system's clock. An atomic word with a value that no file's time has is simpler
+// than an optional and a lock.
 constexpr Count kRunning = std::numeric_limits<Count>::min();
 constinit std::atomic<Count> fixedTime{kRunning};
 

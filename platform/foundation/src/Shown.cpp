@@ -11,8 +11,9 @@ namespace foundation {
 
 namespace {
 
-// The characters that are never printed as they are, since a terminal acts on them or they end a line:
-// controls, direction marks and overrides, line and paragraph separators, the byte-order mark.
+// The characters that are escaped, because a terminal acts on them or because they end a line:
+// control characters, direction marks and overrides, line and paragraph separators, the byte-order
+// mark.
 struct Range {
     char32_t first, last;
 };
@@ -20,7 +21,7 @@ constexpr Range kNotPrinted[] = {
     {0x0000, 0x001F}, {0x007F, 0x009F}, {0x061C, 0x061C}, {0x200E, 0x200F},
     {0x2028, 0x202E}, {0x2066, 0x2069}, {0xFEFF, 0xFEFF},
 };
-// So that four digits spell each.
+// appendEscape() writes four digits.
 static_assert(std::ranges::all_of(kNotPrinted, [](Range range) { return range.last <= 0xFFFF; }));
 
 bool isPrinted(char32_t character) {
@@ -41,7 +42,7 @@ void appendEscape(std::string& text, char32_t character) {
         text += kDigits[character >> shift & 15];
 }
 
-// The character at `at`, which moves behind it; negative when the bytes are not UTF-8.
+// Returns the character at `at` and advances `at` past it; negative if the bytes are not UTF-8.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wconversion"  // inside ICU's macro
 UChar32 nextCharacter(std::string_view utf8, std::size_t& at) {
@@ -91,7 +92,8 @@ std::string shown(std::string_view utf8, std::size_t limit) {
 }
 
 std::string shown(ustring_view text) {
-    // Enough code units for what is shown; the rest may be megabytes.
+    // Each code unit becomes at least one byte, so this many suffice. All of `text` may be
+    // megabytes.
     return shown(std::string_view(fl::i18n::to_display(text.substr(0, kMaxShownValue + 1))));
 }
 

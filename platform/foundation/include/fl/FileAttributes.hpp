@@ -11,13 +11,16 @@
 
 namespace fl::filesystem {
 
-// Gives `to` the owner, mode, access list and extended attributes of `from`. Owner and group are
-// kept where the system permits it and are otherwise the caller's; attributes of security modules
-// likewise. Anything else that cannot be kept throws std::system_error, whose text names it.
+// Gives `to` the owner, group, mode, access list and extended attributes of `from`. If the system
+// does not let this user set the owner or the group, the file keeps the user's own, and loses the
+// set-user-ID and set-group-ID bits. Attributes named "security.*" and "trusted.*" are copied as
+// far as the system permits, except digests of the content, which would not fit the new content.
+// Throws std::system_error, whose text names the owner, the mode or the attribute, if anything else
+// cannot be kept; `to` may then have some of it.
 PLATFORM_API void copyAttributes(const FileDescriptor& from, FileDescriptor& to);
 
-// The status of a name in a directory, its last link not followed; nullopt when there is no such name.
-// Throws std::system_error when that cannot be told.
+// The status of `name` in `directory`. A symbolic link with this name is not followed. Returns
+// nullopt if there is no such name, and throws std::system_error if the system cannot say.
 PLATFORM_API std::optional<struct stat> find(const FileDescriptor& directory,
                                              const std::string& name);
 

@@ -14,7 +14,8 @@
 
 namespace fl::filesystem {
 
-// What a file was when it was looked at. Equal while nobody has replaced or rewritten it.
+// The identity, size and modification time of a file at one moment. Two stamps of a name are equal
+// as long as nobody has replaced or rewritten the file between them.
 struct FileStamp {
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
@@ -27,12 +28,14 @@ struct FileStamp {
 
 PLATFORM_API FileStamp stampOf(const struct stat& status) noexcept;
 
-// Of whatever has this name, symbolic links followed; nullopt when nothing has. Throws
-// std::system_error when that cannot be told.
+// The stamp of whatever has this name; symbolic links are followed. Returns nullopt if there is no
+// such file, and throws std::system_error if the system cannot say.
 PLATFORM_API std::optional<FileStamp> findStamp(const path& file);
 
-// An open file of the system, closed on destruction. All operations throw std::system_error (with
-// the errno) unless stated otherwise, retry EINTR, and go on after short reads and writes.
+// Owns a file descriptor of the system and closes it on destruction. All operations throw
+// std::system_error (with the errno) unless stated otherwise, retry EINTR, and go on after short
+// reads and writes. Offsets and sizes are bytes. No operation uses the descriptor's own position,
+// so several threads may read at the same time.
 class PLATFORM_API FileDescriptor {
 public:
     FileDescriptor() = default;
@@ -46,32 +49,34 @@ public:
     // (EINVAL) is refused without blocking. A private name is opened as what it stands for.
     static FileDescriptor openForReading(const path& file);
 
-    // A name for this open regular file, by which whatever takes names reads it, and nothing else,
-    // wherever its own name leads by now: "/proc/self/fd/7/FILENAME". The system says of it that there
-    // is no such file, since nothing is below a regular file; openForReading(), exists(),
-    // isSameFile() and streams that read take it for the open file, in this process
-    // and as long as this descriptor is open. Nothing is written or replaced under it.
+    // A name by which functions that take a file name read this very file, whatever its own name
+    // leads to by now: "/proc/self/fd/7/FILENAME". It is valid in this process, as long as this
+    // descriptor is open. For the system there is no such file, because a regular file has nothing
+    // below it, so nothing can be written or replaced under this name. openForReading(), exists(),
+    // isSameFile() and the streams that only read understand it. The file must be a regular file.
     path privateName(const ustring& filename) const;
 
     explicit operator bool() const noexcept { return descriptor_ >= 0; }
     int get() const noexcept { return descriptor_; }
 
     FileStamp stamp() const;
-    // Bytes read into `buffer`, fewer than asked for only at the end of the file.
+    // Returns the number of bytes read, which is less than the buffer's size only at the end of the
+    // file.
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const;
     void writeAt(std::span<const std::byte> bytes, std::uint64_t offset);
-    // Takes over the first of `size` bytes of another file without copying them, whatever their
-    // number, where the file system can share blocks and both offsets are multiples of 64 KiB.
-    // Returns how many: `size` rounded down to such a multiple, or 0 where it cannot.
+    // Makes a range of this file share its blocks with a range of `source`, which costs the same
+    // whatever their size. Returns how many of the `size` bytes are shared: `size` rounded down to
+    // a multiple of 64 KiB, or 0 if the file system cannot share them or an offset is not such a
+    // multiple. Throws only for an input or output error.
     std::uint64_t shareFrom(const FileDescriptor& source, std::uint64_t sourceOffset,
                             std::uint64_t size, std::uint64_t offset);
-    // Takes over `size` bytes of another file, inside the kernel where it can. Throws when the source
-    // ends early.
+    // Copies `size` bytes of `source`, inside the kernel if the file systems allow it, otherwise
+    // through a buffer of 256 KiB. Throws if `source` ends early.
     void copyFrom(const FileDescriptor& source, std::uint64_t sourceOffset, std::uint64_t size,
                   std::uint64_t offset);
     void truncate(std::uint64_t size);
-    // Has the system begin to write this part to the disk, so that a later fsync finds less to wait
-    // for. Nothing is durable by that. Does nothing where the file system cannot.
+    // Asks the system to start writing this range to the disk, so that a later fsync has less to
+    // wait for. It makes nothing durable, and does nothing on file systems that do not support it.
     void startWriteback(std::uint64_t offset, std::uint64_t size);
 
 private:

@@ -13,38 +13,49 @@ namespace fl::filesystem {
 
 class SaveTarget;
 
-// What a save, and whoever opens a file again, says when the file is not the one that it was.
+// The message of a save, and of whoever opens a file again, if the file has changed since it was
+// opened.
 inline constexpr const char* kChangedMeanwhile =
     "someone else created, changed or removed the file in the meantime; it is left as it is now "
     "(open it again, or save under another name)";
 
-// Puts the file `content`, which is on the target's own file system and was written by others, in the
-// target's place, under the rules of ReplacementFile::commit(). On failure the content stays.
+// Renames the file `content` over the target, under the rules of ReplacementFile::commit(), so it
+// gets the target's owner, mode and attributes. The caller has written `content` completely, on the
+// target's own file system. It stays under its name if anything fails before the rename.
 PLATFORM_API void replaceWithFile(const SaveTarget& target, const path& content);
 
-// What a save is going to replace: the file at the end of any symbolic links (a link keeps pointing;
-// a dangling one gets its target), held open, by its directory and its name in it, and as it was when
-// it was looked at. A relative name counts from the working directory of the construction. A save
-// fails when the name, or a link on the way, leads elsewhere by then.
+// The file that a save is going to replace or create. Construction follows the symbolic links of
+// the name, so a link keeps pointing where it points, and the target of a dangling link is created.
+// The object holds the file and its directory open and remembers the file's stamp; a save fails if
+// the name, or a link on the way to it, leads elsewhere by then, or if the file has changed.
+//
+// Construct the target before reading the content that is to be edited, make the new content, and
+// hand the target to a ReplacementFile or to replaceWithFile(). Use a target from one thread at a
+// time. A target that was moved from can only be assigned to or destroyed.
 class PLATFORM_API SaveTarget {
 public:
-    // Throws std::system_error when the directory cannot be opened, the target is not a regular
-    // file, or it exists and may not be written.
+    // `file` is absolute or relative to the present working directory, which later changes of the
+    // working directory do not affect. Throws std::system_error if the directory cannot be opened,
+    // if the file is not a regular file or may not be written, or if the name is a link of another
+    // user in a directory where everybody may create files, such as /tmp.
     explicit SaveTarget(const path& file);
     SaveTarget(SaveTarget&&) noexcept;
     SaveTarget& operator=(SaveTarget&&) noexcept;
     ~SaveTarget();
 
-    // The resolved target; and its stamp, nullopt when there was no such file.
+    // Where the links of the given name lead. Relative if both the name and the links are.
     const path& resolved() const noexcept;
+    // The stamp of the file that a save may replace; nullopt if there was no such file, in which
+    // case a save only creates it.
     const std::optional<FileStamp>& stamp() const noexcept;
 
-    // Takes `opened`, which the caller opened as this target, made the new content from and keeps
-    // open, as the file that a save may replace.
+    // Replaces stamp() by that of the file that the caller opened as this target and made the new
+    // content from. The caller keeps that file open until the save, because the system could
+    // otherwise give its inode number to another file.
     void expect(const FileStamp& opened);
 
-    // An empty file in the target's directory that has no name and vanishes when it is closed: for
-    // content that has no place in the new file yet.
+    // Creates an empty file (mode 0600) in the target's directory that has no name and is gone when
+    // it is closed. It is for content that cannot be written to the new file yet.
     FileDescriptor createScratchFile() const;
 
 private:
@@ -54,32 +65,42 @@ private:
     std::shared_ptr<State> state_;
 };
 
-// The new content of a file, written beside it and put in its place by commit() so that the name
-// always holds the old bytes or the new, whatever fails or kills the process. Destroying it without
-// commit() removes what was written, but not in a process that was forked since. Failures are
-// std::system_error; their message says what was being done to which file.
+// The new content of a file. It is written to a temporary file in the same directory, and commit()
+// renames that over the target, so the target's name always leads to the old content or to the new,
+// whatever fails or kills the process. Destroying the object without commit() removes the temporary
+// file, except in a child process that was forked meanwhile. All failures are std::system_error,
+// whose message says what was being done to which file.
+//
+// Construct, write through file(), then commit() once. Use it from one thread at a time. It shares
+// the state of its SaveTarget, which may be destroyed first.
 class PLATFORM_API ReplacementFile {
 public:
-    // Creates an empty temporary file (mode 0600) in the target's directory, without a name where
-    // the file system allows that.
+    // Creates the temporary file, empty and with mode 0600. If the file system supports files
+    // without a name, it has none until commit(), so a process that is killed before then leaves
+    // nothing behind. Elsewhere it is named ".NAME.xxxxxx.tmp".
     explicit ReplacementFile(const SaveTarget& target);
     ReplacementFile(const ReplacementFile&) = delete;
     ReplacementFile& operator=(const ReplacementFile&) = delete;
     ~ReplacementFile();
 
-    // To write the content through until commit(), and to read it as long as this object lives.
+    // Write the content through this descriptor until commit(); read it as long as the object
+    // lives.
     FileDescriptor& file() noexcept;
 
-    // Gives up putting the file in place, and its name if it has one. file() still reads.
+    // Removes the name of the temporary file, if it has one. Call it instead of commit(); file()
+    // can still be read.
     void abandon() noexcept;
 
-    // Gives the new file the target's owner, mode and extended attributes (a new file gets the
-    // umask's mode), makes it durable, checks that the target is still what it was, renames over it
-    // and makes the rename durable. From that check to the rename it holds an advisory lock (flock)
-    // on the file that it replaces, so that of two savers the second sees what the first did; it
-    // waits 10 seconds for one that others hold. Returns the stamp of the file now in place.
-    // Throws, with the old file in place and nothing left behind, when any of this fails; only a
-    // failure of the last step leaves the new file in place, and its message says so.
+    // Puts the new file in the target's place, in this order: gives it the target's owner, mode and
+    // attributes (or, if there was no file, those of any newly created file), makes it durable with
+    // fsync, checks that the target has not changed, renames, and makes the rename durable.
+    //
+    // From the check to the rename it holds an advisory lock (flock) on the file that it replaces,
+    // so the second of two savers notices what the first one did. It waits up to 10 seconds for a
+    // lock that others hold. Returns the stamp of the file that is now in place.
+    //
+    // If any step fails, this throws, leaves the old file in place and removes the temporary file.
+    // Only a failure after the rename leaves the new file in place; its message says so.
     FileStamp commit();
 
 private:

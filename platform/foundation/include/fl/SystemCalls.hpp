@@ -12,8 +12,10 @@ struct file_clone_range;  // of <linux/fs.h>
 
 namespace fl::filesystem {
 
-// The operations of the system through which files are read and saved, so that a test can let any of
-// them fail. Each has the signature, result and errno of the call of its name unless stated otherwise.
+// The system calls through which this library reads and saves files, in a table so that tests can
+// make any of them fail. Each entry has the signature, result and errno of the system call with its
+// name unless stated otherwise. Code of this library calls the system about files only through
+// systemCalls(), or no test can reach what it does when the call fails.
 struct SystemCalls {
     int (*openat)(int directory, const char* name, int flags, mode_t mode);
     int (*fstat)(int file, struct stat* result);
@@ -41,14 +43,14 @@ struct SystemCalls {
                      unsigned flags);
     int (*unlinkat)(int directory, const char* name, int flags);
     int (*flock)(int file, int operation);
-    // For waiting while others hold a lock.
+    // These two serve waiting for a lock, so that a test of the wait does not take its time.
     int (*clock_gettime)(clockid_t clock, struct timespec* time);
     int (*nanosleep)(const struct timespec* time, struct timespec* remaining);
     int (*close)(int file);
 };
 
-// The table in use; the system's own unless a test has replaced entries. Not to be changed while
-// other threads use files.
+// The table in use, which holds the system's own functions unless a test has replaced entries. Do
+// not change it while other threads use files. It lives as long as the process.
 PLATFORM_API SystemCalls& systemCalls() noexcept;
 
 }  // namespace fl::filesystem

@@ -9,11 +9,12 @@ namespace foundation::clock {
 
 using Seconds = std::chrono::sys_seconds;
 
-// The time that saved files carry: the system's clock, or what the program has set. Safe from any
-// thread.
+// Both functions may be called from any thread.
+
+// The time to write into files, in UTC: the system's clock, or the time that set() has fixed.
 PLATFORM_API Seconds now();
 
-// Fixes now() for the whole process, so that the same calls give the same bytes; nullopt goes back
+// Fixes now() for the whole process, so that the same calls write the same bytes; nullopt returns
 // to the system's clock.
 PLATFORM_API void set(std::optional<Seconds> fixed);
 

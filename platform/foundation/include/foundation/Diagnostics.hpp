@@ -4,7 +4,8 @@
 
 namespace foundation::core::diag {
 
-// Reports a state that the program's logic excludes, on standard error, and aborts the process.
+// Reports a fault of the program itself, a state that its logic excludes, on standard error and
+// aborts the process. Bad input never leads here: that gets an exception.
 [[noreturn]] PLATFORM_API void fatal(const char* message, const char* sourceName, int line,
                                      const char* function) noexcept;
 

@@ -11,16 +11,19 @@
 
 namespace foundation::core::except {
 
-// What every exception of the host's native code can do besides being caught: be copied, carried to
-// another thread or language, and be thrown again there with its own type.
+// The interface by which the host carries an exception of native code to another thread or
+// language: it clones the exception, hands the clone over, and rethrows it there. Catch by this
+// type to carry any exception; catch by the exception's own type to handle it.
 class PLATFORM_API InternalException : public virtual boost::exception {
 public:
     ~InternalException() noexcept override;
+    // A copy with its own attached details, which another thread may use.
     virtual std::unique_ptr<InternalException> clone() const = 0;
+    // Throws a copy of this exception with its full type.
     [[noreturn]] virtual void rethrow() const = 0;
 };
 
-// The allocation failure of the host's own structures.
+// Thrown if memory for the host's own structures cannot be allocated.
 class PLATFORM_API BadAlloc : public std::bad_alloc {
 public:
     const char* what() const noexcept override;
@@ -28,8 +31,8 @@ public:
 
 namespace detail {
 
-// Gives an exception type from elsewhere the InternalException interface. Handlers for
-// `Wrapped` and its bases catch it unchanged.
+// Adds the InternalException interface to the exception type `Wrapped`. Handlers for `Wrapped` and
+// its bases catch it unchanged.
 template <class Wrapped>
 class PLATFORM_API AnonymousInternalException final : public Wrapped, public InternalException {
     static_assert(std::is_base_of_v<std::exception, Wrapped>);
@@ -39,8 +42,8 @@ public:
 
     std::unique_ptr<InternalException> clone() const override {
         auto copy = std::make_unique<AnonymousInternalException>(*this);
-        // The attached details are shared between copies, with an unsynchronised count; a clone may
-        // go to another thread and gets its own.
+        // Copies share the attached details, whose reference count is not synchronised. A clone may
+        // go to another thread, so it gets its own.
         boost::exception_detail::copy_boost_exception(copy.get(), this);
         return copy;
     }
@@ -49,7 +52,8 @@ public:
 
 }  // namespace detail
 
-// Throws `exception` with the InternalException interface added.
+// Throws `exception` with the InternalException interface added. Throw through this function
+// whatever may reach the host.
 template <class Wrapped>
 [[noreturn]] void throwInternal(Wrapped exception) {
     throw detail::AnonymousInternalException<Wrapped>(std::move(exception));

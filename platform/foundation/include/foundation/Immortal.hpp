@@ -4,14 +4,14 @@
 
 namespace foundation {
 
-// Holds an object that is never destroyed. The destructors of other modules' static objects, and
-// threads that nobody has joined, use the libraries until the process is gone; so whatever a function
-// keeps from one call to the next is constexpr, or stands in one of these:
+// Holds an object that is never destroyed. Destructors of other modules' static objects, and
+// threads that nobody has joined, may call these libraries until the process is gone. So whatever a
+// function keeps from one call to the next is either constexpr or held by an Immortal:
 //
 //     static const Immortal<ustring> type(u"...");
 //     return *type;
 //
-// A leak checker still finds the object, which the static variable refers to.
+// A leak checker does not report the object, because the static variable still points to it.
 template <class Object>
 class Immortal {
 public:

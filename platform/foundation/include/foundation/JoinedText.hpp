@@ -7,17 +7,19 @@
 
 namespace foundation {
 
-// A literal as the argument of a template.
+// A string literal in a form that can be a template argument, with its terminating zero.
 template <class Char, std::size_t kSize>
 struct FixedText {
     Char text[kSize]{};
-    consteval FixedText(const Char (&literal)[kSize]) {  // implicit on purpose
-        std::copy(literal, literal + kSize, text);
-    }
+    // The conversion is implicit so that callers of kJoinedText can write a plain literal.
+    consteval FixedText(const Char (&literal)[kSize]) { std::copy(literal, literal + kSize, text); }
 };
 
-// Two ASCII texts as one constant, for names that share their beginning: kJoinedText<kBase, "/a">.data()
-// is zero-terminated, in characters of the second text's type.
+// Two ASCII literals joined at compile time, for constants that share their beginning:
+//
+//     constexpr const char16_t* kType = kJoinedText<kSchemaBase, u"/app/type">.data();
+//
+// The result is a zero-terminated std::array of the second literal's character type.
 template <FixedText kBegin, FixedText kEnd>
 inline constexpr auto kJoinedText = [] {
     constexpr std::size_t kBeginSize = sizeof(kBegin.text) / sizeof(kBegin.text[0]) - 1;

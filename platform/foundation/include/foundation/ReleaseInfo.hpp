@@ -5,13 +5,13 @@
 
 namespace foundation::release_info {
 
-// Which release of the host a file was made for. `legacy` marks a release known by its label only,
-// because a newer host wrote the file on its behalf.
+// The release of the host that a file was made for. `legacy` marks a release other than the running
+// host's: this host writes the file on its behalf and knows nothing of it but the label.
 struct PLATFORM_API ReleaseInfo {
     ustring release;  // "R2026b"
     bool legacy = false;
 
-    // The running host's.
+    // The running host's release, which is fixed when this library is built.
     static ReleaseInfo current();
     static ReleaseInfo makeLegacy(ustring release);
 

@@ -1,5 +1,7 @@
 #pragma once
 
+// The headers of this library that a host's own code usually needs.
+
 #include <foundation/Base64.hpp>
 #include <foundation/Clock.hpp>
 #include <foundation/Diagnostics.hpp>

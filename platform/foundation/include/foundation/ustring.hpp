@@ -13,7 +13,8 @@ namespace foundation {
 using ustring = std::u16string;
 using ustring_view = std::u16string_view;
 
-// A code unit that a character-type operation is not defined for. Carries its index in the text.
+// Thrown by asciiLower() for a code unit that is not ASCII. index() is the unit's place in the
+// text.
 class PLATFORM_API InvalidCharacterError : public std::invalid_argument {
 public:
     InvalidCharacterError(char16_t unit, std::size_t index);
@@ -23,8 +24,8 @@ private:
     std::size_t index_;
 };
 
-// The first `limit` code units of `text`, "A" to "Z" mapped to "a" to "z". Throws
-// InvalidCharacterError on a code unit above 127 within them.
+// The first `limit` code units of `text` with "A" to "Z" mapped to "a" to "z", whatever the locale.
+// Throws InvalidCharacterError if one of them is above 127; the units after them are not looked at.
 PLATFORM_API ustring asciiLower(ustring_view text, std::size_t limit = ustring::npos);
 
 }  // namespace foundation

@@ -14,21 +14,23 @@ namespace fl::filesystem {
 namespace {
 
 constexpr const char* kAccessList = "system.posix_acl_access";
-// A list that grows between asking for its size and reading it is asked for again, this often.
+// How often readSized() asks again if the value has grown between asking for its size and reading
+// it.
 constexpr int kAttempts = 8;
 
-// Whether the attribute belongs to the system's security rather than to the file's user: kept when
-// that is permitted.
+// Whether the attribute belongs to the system's security rather than to the file's user. Such an
+// attribute is copied only if the system permits it.
 bool isOptional(std::string_view name) {
     return name.starts_with("security.") || name.starts_with("trusted.");
 }
 
-// Digests of the old content, which would condemn the new.
+// Whether the attribute is a digest of the old content. With it, the system would refuse to open
+// the new content.
 bool describesContent(std::string_view name) {
     return name == "security.ima" || name == "security.evm";
 }
 
-// Reads through a call that returns the size needed when it is given no room.
+// Reads a value of unknown size with a call that returns the size when it is given an empty buffer.
 template <class Call>
 std::string readSized(Call call, const std::string& what) {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
@@ -87,14 +89,14 @@ void copyExtendedAttributes(const FileDescriptor& from, FileDescriptor& to) {
             if (!isOptional(name)) throw;
         }
     }
-    // A directory's default list reaches every file created in it, this one too.
+    // A directory with a default access list has given the new file one, which the old file lacks.
     if (names.contains(kAccessList) || !attributeNames(to).contains(kAccessList)) return;
     if (retryInterrupted([&] { return systemCalls().fremovexattr(to.get(), kAccessList); }) < 0) {
         throwSystemError(errno, "cannot remove the access list that the directory gives new files");
     }
 }
 
-// Whether `file` now has the owner and group of `wanted`, as far as permitted.
+// Sets the owner and group as far as the system permits. Returns whether both are now as `wanted`.
 bool copyOwner(const struct stat& wanted, FileDescriptor& file) {
     const auto change = [&](uid_t owner) {
         const int result = retryInterrupted(
@@ -118,7 +120,7 @@ void copyAttributes(const FileDescriptor& from, FileDescriptor& to) {
         throwSystemError(errno, "cannot stat");
     }
     mode_t mode = wanted.st_mode & 07777;
-    // Rights that go with an owner are not given to another one.
+    // The set-user-ID and set-group-ID bits would give another owner's rights away.
     if (!copyOwner(wanted, to)) mode &= 01777;
     if (retryInterrupted([&] { return systemCalls().fchmod(to.get(), mode); }) < 0) {
         throwSystemError(errno, "cannot keep the mode");

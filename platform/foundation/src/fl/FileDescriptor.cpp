@@ -18,11 +18,12 @@ namespace fl::filesystem {
 
 namespace {
 
-// The system moves at most 2 GiB a call; less, so that a signal is noticed within a second.
+// The system copies up to 2 GiB in one call. We ask for less, so that it notices a signal within a
+// second.
 constexpr std::uint64_t kLargestCopy = std::uint64_t{1} << 30;
 constexpr std::size_t kCopyBuffer = std::size_t{256} << 10;
 
-// Below it, private names.
+// Private names start with this.
 constexpr std::string_view kOpenFiles = "/proc/self/fd/";
 
 int refusalOf(mode_t mode) {
@@ -42,10 +43,12 @@ struct stat statusOf(int descriptor) {
     return status;
 }
 
-// A multiple of the block size of the common file systems that share blocks; others refuse.
+// A multiple of the block sizes of the common file systems that share blocks. A file system with
+// larger blocks refuses.
 constexpr std::uint64_t kLargestBlock = std::uint64_t{64} << 10;
 
-// Whether copy_file_range cannot serve this pair of files, so that plain reading and writing must.
+// Whether the error means that copy_file_range does not support this pair of files, so that they
+// have to be copied by reading and writing.
 bool isUnsupportedCopy(int error) {
     return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP ||
            error == EPERM;
@@ -71,12 +74,13 @@ namespace detail {
 
 namespace {
 
-// As a rule ENOTDIR; the others where /proc is not mounted or may not be looked into.
+// Whether the system may have refused a private name with this error. Normally that is ENOTDIR; the
+// others occur if /proc is not mounted or may not be searched.
 bool mayBePrivate(int error) {
     return error == ENOTDIR || error == ENOENT || error == EACCES || error == EPERM;
 }
 
-// Of "/proc/self/fd/7/FILENAME"; -1 for another name.
+// The number 7 in "/proc/self/fd/7/FILENAME"; -1 for a name of another form.
 int numberIn(std::string_view name) {
     if (!name.starts_with(kOpenFiles)) return -1;
     int number = -1;
@@ -102,7 +106,7 @@ int openPrivateName(const path& refused, int error) {
     const int held = descriptorOf(refused, error);
     if (held < 0) return -1;
     const int opened = ::fcntl(held, F_DUPFD_CLOEXEC, 0);
-    // The two share their position, which readers by position do not move.
+    // The new descriptor shares its position with the held one. Only streams use the position.
     if (opened >= 0) ::lseek(opened, 0, SEEK_SET);
     return opened;
 }
@@ -131,7 +135,8 @@ FileDescriptor::~FileDescriptor() {
 FileDescriptor FileDescriptor::openForReading(const path& file) {
     const std::string name = detail::make_native_access_form_i18n(file);
     if (name.empty()) throwSystemError(ENOENT, "cannot open");
-    // Looked at before it is opened, since opening a FIFO or device is noticed at its other end.
+    // We look at the file before opening it, because the other end of a FIFO or device would notice
+    // being opened.
     struct stat status {};
     if (retryInterrupted(
             [&] { return systemCalls().fstatat(AT_FDCWD, name.c_str(), &status, 0); }) < 0) {
@@ -140,7 +145,8 @@ FileDescriptor FileDescriptor::openForReading(const path& file) {
         return held;
     }
     refuseIrregular(status.st_mode);
-    // And again afterwards, without having blocked, in case it was exchanged in between.
+    // We look again afterwards, because the file may have been exchanged in between. O_NONBLOCK
+    // keeps the call from blocking if it has become a FIFO.
     FileDescriptor opened(retryInterrupted([&] {
         return systemCalls().openat(AT_FDCWD, name.c_str(),
                                     O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0);
@@ -182,7 +188,7 @@ void FileDescriptor::writeAt(std::span<const std::byte> bytes, std::uint64_t off
                                         static_cast<off_t>(offset + done));
         });
         if (put < 0) throwSystemError(errno, "cannot write");
-        // A file that takes nothing and names no error would hold this loop forever.
+        // If a file accepts nothing and reports no error, this loop would never end.
         if (put == 0) throwSystemError(EIO, "cannot write");
         done += static_cast<std::size_t>(put);
     }
@@ -199,7 +205,8 @@ std::uint64_t FileDescriptor::shareFrom(const FileDescriptor& source, std::uint6
     if (retryInterrupted([&] { return systemCalls().cloneRange(descriptor_, &range); }) == 0) {
         return blocks;
     }
-    // There are more reasons not to share than to copy, such as a part of the disk that is full.
+    // Every other error is a reason not to share, but none not to copy: for example, a part of the
+    // disk may be full.
     if (errno == EIO) throwSystemError(errno, "cannot share its blocks");
     return 0;
 }
@@ -213,7 +220,8 @@ void FileDescriptor::copyFrom(const FileDescriptor& source, std::uint64_t source
             return systemCalls().copy_file_range(source.descriptor_, &from, descriptor_, &to,
                                                  std::min(size, kLargestCopy), 0);
         });
-        // Some file systems answer 0 where they mean that they cannot; reading tells the truth.
+        // Some file systems return 0 if they do not support the call. Reading finds out whether the
+        // source has really ended.
         if (moved == 0 || (moved < 0 && isUnsupportedCopy(errno))) {
             return copyThroughMemory(source, sourceOffset, size, *this, offset);
         }
@@ -231,7 +239,7 @@ void FileDescriptor::truncate(std::uint64_t size) {
     }
 }
 
-// A part that could not be written is known to the system, and fails the fsync as well.
+// Only the request can fail here. If the data cannot be written, the later fsync fails.
 void FileDescriptor::startWriteback(std::uint64_t offset, std::uint64_t size) {
     if (retryInterrupted([&] {
             return systemCalls().sync_file_range(descriptor_, static_cast<off_t>(offset),

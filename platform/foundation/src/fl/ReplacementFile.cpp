@@ -20,8 +20,8 @@ namespace fl::filesystem {
 
 namespace {
 
-constexpr const char* kNoRegularFile = "is not a regular file (save under another name)";
-constexpr int kMostLinks = 40;  // as many as the system follows
+constexpr const char* kNotRegularFile = "is not a regular file (save under another name)";
+constexpr int kMaxLinks = 40;  // as many as the system follows
 constexpr int kNameAttempts = 100;
 constexpr mode_t kPrivate = 0600;
 constexpr mode_t kAsTheUmaskAllows = 0666;
@@ -53,7 +53,7 @@ FileDescriptor openDirectory(int start, const std::string& directory) {
     return opened;
 }
 
-// For looking at the link itself, which stays the one that was looked at.
+// Opens the symbolic link itself, so that its owner and its target are those of the same link.
 FileDescriptor openLink(const FileDescriptor& directory, const std::string& name) {
     FileDescriptor link(retryInterrupted([&] {
         return systemCalls().openat(directory.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC,
@@ -63,8 +63,9 @@ FileDescriptor openLink(const FileDescriptor& directory, const std::string& name
     return link;
 }
 
-// The system asks this (protected_symlinks) of the links that it follows itself. Here links are read, so
-// anybody could plant one in a directory for all, such as /tmp, and choose what is replaced.
+// Refuses another user's link in a directory where everybody may create files, such as /tmp:
+// whoever plants one there would choose which file is replaced. The system has the same rule
+// (protected_symlinks) for links that it follows, but we read the links ourselves.
 void requireTrusted(const FileDescriptor& link, const FileDescriptor& directory) {
     struct stat ofLink {};
     struct stat ofDirectory {};
@@ -90,7 +91,7 @@ std::string readLink(const FileDescriptor& directory, const std::string& name) {
     return {target.data(), static_cast<std::size_t>(size)};
 }
 
-// `base` cut to at most `limit` bytes, between characters.
+// Cuts `base` between characters to at most `limit` bytes.
 std::string shortened(const std::string& base, std::size_t limit) {
     if (base.size() <= limit) return base;
     while (limit > 0 && (static_cast<unsigned char>(base[limit]) & 0xC0) == 0x80)
@@ -111,7 +112,7 @@ std::string temporaryName(const std::string& target) {
     return name.append(shortened(target, room)).append(".").append(letters).append(kSuffix);
 }
 
-// Calls `create` with new temporary names until one is free; returns that name.
+// Calls `create` with new temporary names until it creates one, and returns that name.
 template <class Create>
 std::string withFreeName(const std::string& target, const char* what, Create create) {
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
@@ -124,11 +125,11 @@ std::string withFreeName(const std::string& target, const char* what, Create cre
 
 constexpr const char* kCannotCreate = "cannot create a temporary file in the directory";
 
-// Where an open file gets its first name from.
+// An open file without a name gets one by linking its entry in this directory.
 constexpr const char* kOpenFiles = "/proc/self/fd";
 
-// A sandbox may have none, or not let anyone look.
-bool hasOpenFiles() {
+// Whether kOpenFiles can be used. A sandbox may lack it or forbid looking into it.
+bool canLinkOpenFiles() {
     struct stat ignored {};
     const int status =
         retryInterrupted([&] { return systemCalls().fstatat(AT_FDCWD, kOpenFiles, &ignored, 0); });
@@ -138,12 +139,13 @@ bool hasOpenFiles() {
     return false;
 }
 
-// A file without a name; false when the file system has no such thing.
+// Opens a file without a name. Returns an empty descriptor if the file system does not support
+// that.
 FileDescriptor openUnnamed(const FileDescriptor& directory, mode_t mode) {
     FileDescriptor file(retryInterrupted([&] {
         return systemCalls().openat(directory.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode);
     }));
-    // EISDIR and ENOENT come from systems that do not know the flag at all.
+    // Systems that do not know O_TMPFILE at all fail with EISDIR or ENOENT.
     const bool isUnsupported =
         errno == EOPNOTSUPP || errno == EISDIR || errno == ENOENT || errno == EINVAL;
     if (!file && !isUnsupported) throwSystemError(errno, kCannotCreate);
@@ -164,7 +166,7 @@ std::string openNamed(const FileDescriptor& directory, const std::string& target
     });
 }
 
-// A file without a name on every file system, by taking its name away where it must have one.
+// Creates a file without a name on any file system: if it has to be created with one, removes that.
 FileDescriptor createScratch(const FileDescriptor& directory, const std::string& target,
                              mode_t mode) {
     FileDescriptor file = openUnnamed(directory, mode);
@@ -188,17 +190,17 @@ namespace {
     throwSystemError(EBUSY, kChangedMeanwhile);
 }
 
-// Where a name leads once its symbolic links are followed.
+// Where a name leads after its symbolic links have been followed.
 struct Place {
     std::string path;
     FileDescriptor directory;
     std::string name;                  // in the directory
     std::optional<struct stat> found;  // what is there, if anything
-    bool isLinked = false;             // led to by a link
+    bool isLinked = false;             // whether a symbolic link led here
 };
 
-// The directory that relative names count from, held so that they mean the same later; none for an
-// absolute name, which needs none.
+// Opens the working directory, so that a relative name means the same later. Returns an empty
+// descriptor for an absolute name.
 FileDescriptor openStart(const path& given) {
     if (given.native().starts_with(u'/')) return {};
     FileDescriptor opened(retryInterrupted(
@@ -207,16 +209,17 @@ FileDescriptor openStart(const path& given) {
     return opened;
 }
 
-// Follows the links of the last name itself, so that a dangling one leads to where it points.
+// Follows the links of the last component. The system could not do this for us, because a dangling
+// link has to lead to the place where its target will be created.
 Place follow(const path& given, const FileDescriptor& start) {
     Place place;
     place.path = detail::make_native_access_form_i18n(given);
     if (place.path.empty()) throwSystemError(ENOENT, "cannot be saved under this name");
-    for (int links = 0; links <= kMostLinks; ++links) {
+    for (int links = 0; links <= kMaxLinks; ++links) {
         place.directory = openDirectory(start ? start.get() : AT_FDCWD, parentOf(place.path));
         place.name = nameOf(place.path);
         if (place.name.empty() || place.name == "." || place.name == "..") {
-            throwSystemError(EISDIR, kNoRegularFile);
+            throwSystemError(EISDIR, kNotRegularFile);
         }
         place.found = find(place.directory, place.name);
         if (!place.found || !S_ISLNK(place.found->st_mode)) return place;
@@ -228,16 +231,17 @@ Place follow(const path& given, const FileDescriptor& start) {
     throwSystemError(ELOOP, "cannot follow its symbolic links (save under another name)");
 }
 
-// What a link says and what it leads to are two things in /proc: the file of "/proc/self/fd/7" may have
-// been removed, may never have had a name, or has it where this process does not see it. Another file
-// must not be made or replaced in its stead.
+// Throws unless the system reaches the same file through the links as follow() did. The text of a
+// link in /proc need not be the name of what it leads to: the file of "/proc/self/fd/7" may have
+// been removed, may never have had a name, or may have it where this process cannot see it. A save
+// must not create or replace another file instead.
 void requireWhatLinkLeadsTo(Place& place, const path& given, const FileDescriptor& start) {
     const std::string name = detail::make_native_access_form_i18n(given);
     struct stat meant {};
     if (retryInterrupted([&] {
             return systemCalls().fstatat(start ? start.get() : AT_FDCWD, name.c_str(), &meant, 0);
         }) < 0) {
-        if (errno == ENOENT || errno == ENOTDIR) return;  // it dangles
+        if (errno == ENOENT || errno == ENOTDIR) return;  // a dangling link
         throwSystemError(errno, "cannot follow its symbolic links");
     }
     const auto isFound = [&] {
@@ -245,7 +249,7 @@ void requireWhatLinkLeadsTo(Place& place, const path& given, const FileDescripto
                place.found->st_ino == meant.st_ino;
     };
     if (isFound()) return;
-    place.found = find(place.directory, place.name);  // someone may have saved it in between
+    place.found = find(place.directory, place.name);  // somebody may have saved it in between
     if (!isFound()) {
         throwSystemError(ENOENT,
                          "is a link to an open file, which has no name here to be saved under "
@@ -253,21 +257,22 @@ void requireWhatLinkLeadsTo(Place& place, const path& given, const FileDescripto
     }
 }
 
-// Of a clock that nobody sets.
+// The time by a clock that nobody can set.
 std::chrono::nanoseconds timeOfClock() noexcept {
     struct timespec now {};
     systemCalls().clock_gettime(CLOCK_MONOTONIC, &now);
     return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
 }
 
-// Keeps other savers out between the last look at a file and the rename, so that the one who comes
-// second sees what the first did. A file system without locks leaves only the look.
+// Keeps other savers out between the last check of a file and the rename, so that the second saver
+// notices what the first one did. If the file system has no locks, nothing is held, and only the
+// check protects from other savers.
 class SaveLock {
 public:
     explicit SaveLock(const FileDescriptor& file) : file_(&file), isHeld_(acquire()) {}
     ~SaveLock() {
-        const int error = errno;  // of the rename
-        // Not left to closing the file: a child process may have a copy of the descriptor.
+        const int error = errno;  // the rename's, which the caller has yet to look at
+        // Closing the file would not do: a forked process may hold a copy of the descriptor.
         if (isHeld_) retryInterrupted([this] { return request(LOCK_UN); });
         errno = error;
     }
@@ -291,7 +296,7 @@ bool SaveLock::acquire() const {
     const auto end = timeOfClock() + kLongestWait;
     for (;;) {
         if (retryInterrupted([this] { return request(LOCK_EX | LOCK_NB); }) == 0) return true;
-        // Some network file systems lock only what is open for writing: EBADF.
+        // EBADF comes from network file systems that lock only files open for writing.
         const bool hasNoLocks = errno == EOPNOTSUPP || errno == ENOSYS || errno == ENOLCK ||
                                 errno == EINVAL || errno == EBADF;
         if (hasNoLocks) return false;
@@ -316,11 +321,11 @@ struct SaveTarget::State {
     FileDescriptor directory;
     std::string name;
     std::optional<FileStamp> stamp;
-    // While it is held, no other file gets its number, by which the two could be taken for one where
-    // times are coarse.
+    // While the file is held open, the system gives its inode number to no other file. On file
+    // systems with coarse times, such a file could have the same stamp.
     FileDescriptor held;
 
-    // Runs `step` and puts the name of the target before the message of what fails in it.
+    // Runs `step` and puts the given name before the message of any std::system_error.
     template <class Step>
     auto naming(Step step) const -> decltype(step()) {
         try {
@@ -362,7 +367,7 @@ void SaveTarget::State::resolve() {
 void SaveTarget::State::look(const std::optional<struct stat>& found) {
     if (!found) return;
     if (!S_ISREG(found->st_mode)) {
-        throwSystemError(S_ISDIR(found->st_mode) ? EISDIR : EINVAL, kNoRegularFile);
+        throwSystemError(S_ISDIR(found->st_mode) ? EISDIR : EINVAL, kNotRegularFile);
     }
     // Renaming would replace a read-only file without asking.
     if (retryInterrupted([&] {
@@ -384,8 +389,9 @@ void SaveTarget::State::hold() {
     if (held.stamp() != *stamp) throwChanged();
 }
 
-// The file whose attributes the new content gets: the target; or, for a new file, an empty one made
-// as any program would, which has the mode of the umask and the directory's default access list.
+// The file whose attributes the new content gets. That is the target or, if there is none, an empty
+// file that is created as any program would, so the system gives it the mode of the umask and the
+// directory's default access list.
 FileDescriptor SaveTarget::State::openModel() const {
     if (!stamp) return createScratch(directory, name, kAsTheUmaskAllows);
     FileDescriptor model(retryInterrupted([&] {
@@ -408,7 +414,8 @@ Place SaveTarget::State::followAgain() const {
     }
 }
 
-// Whether the name that the caller gave still leads here: it may be a link, or have links in front.
+// Throws if the name that the caller gave leads elsewhere now: it, or a directory in it, may be a
+// link.
 void SaveTarget::State::checkPlace() const {
     const Place now = followAgain();
     const FileStamp here = directory.stamp();
@@ -431,7 +438,7 @@ int SaveTarget::State::rename(const std::string& temporary, unsigned flags) cons
     });
 }
 
-// Like a rename that does not replace.
+// Stands in for a rename that refuses to replace (EEXIST).
 int SaveTarget::State::linkAndUnlink(const std::string& temporary) const {
     const int result = retryInterrupted([&] {
         return systemCalls().linkat(directory.get(), temporary.c_str(), directory.get(),
@@ -451,7 +458,7 @@ void SaveTarget::State::moveIntoPlace(const std::string& temporary,
     if (result < 0) throwSystemError(errno, "cannot put the new file in its place");
 }
 
-// `model` is the file that is replaced.
+// `model` is the file that is replaced; its lock is the one that other savers take.
 int SaveTarget::State::replace(const std::string& temporary, const FileDescriptor& model) const {
     const SaveLock lock(model);
     checkPlace();
@@ -467,7 +474,8 @@ int SaveTarget::State::moveIntoFreePlace(const std::string& temporary) const {
     const bool cannotLink =
         cannotRefuse && result < 0 && (errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS);
     if (!cannotLink) return result;
-    // Such a file system leaves no more than to look first.
+    // This file system has neither links nor a rename that refuses to replace. All that we can do
+    // is check just before.
     const SaveLock lock(directory);
     checkPlace();
     checkUnchanged();
@@ -509,11 +517,11 @@ FileDescriptor SaveTarget::createScratchFile() const {
 
 struct ReplacementFile::State {
     std::shared_ptr<const SaveTarget::State> target;
-    // Taken first: where it needs a name for a moment, no other temporary file exists yet.
+    // Opened before `file`: if it needs a name for a moment, no second temporary file exists yet.
     FileDescriptor model;
     FileDescriptor file;
-    std::string name;  // in the directory, empty while the file has none
-    pid_t process = ::getpid();
+    std::string name;            // in the directory; empty while the file has none
+    pid_t process = ::getpid();  // the one that may remove the name
 
     void create();
     void link();
@@ -523,7 +531,7 @@ struct ReplacementFile::State {
 
 void ReplacementFile::State::create() {
     model = target->openModel();
-    if (hasOpenFiles()) file = openUnnamed(target->directory, kPrivate);
+    if (canLinkOpenFiles()) file = openUnnamed(target->directory, kPrivate);
     if (!file) name = openNamed(target->directory, target->name, kPrivate, file);
 }
 
@@ -546,7 +554,7 @@ FileStamp ReplacementFile::State::commit() {
     return stamp;
 }
 
-// A process that was forked has a copy of this object, but the file is still its parent's.
+// A forked process has a copy of this object, but the temporary file still belongs to its parent.
 void ReplacementFile::State::unlink() noexcept {
     if (!name.empty() && process == ::getpid()) removeName(target->directory, name);
     name.clear();
@@ -581,7 +589,8 @@ FileStamp ReplacementFile::commit() {
 void replaceWithFile(const SaveTarget& target, const path& content) {
     const SaveTarget::State& state = *target.state_;
     state.naming([&] {
-        // From the root it means the same beside the target's directory as anywhere else.
+        // openat() and renameat2() are given the target's directory, which an absolute name
+        // ignores.
         const std::string name = detail::make_native_access_form_i18n(absolute(content));
         FileDescriptor file(retryInterrupted([&] {
             return systemCalls().openat(state.directory.get(), name.c_str(),

@@ -12,7 +12,7 @@ namespace fl::filesystem {
 
 namespace {
 
-// The system's own are variadic and have no type to point to.
+// The system's openat() and ioctl() are variadic, so their addresses do not fit the table.
 int openAt(int directory, const char* name, int flags, mode_t mode) {
     return ::openat(directory, name, flags, mode);
 }

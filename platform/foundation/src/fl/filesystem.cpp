@@ -19,7 +19,7 @@ namespace {
 
 constexpr char16_t kSeparator = u'/';
 
-// Nothing, with errno set, when the file cannot be stat'ed.
+// Returns nullopt, with errno set, if the file cannot be stat'ed.
 std::optional<struct stat> statOf(const path& file) {
     const std::string bytes = detail::make_native_access_form_i18n(file);
     struct stat status {};
@@ -33,7 +33,7 @@ std::optional<struct stat> statOf(const path& file) {
     return status;
 }
 
-// The same, but throws unless it is known that there is no such file.
+// Like statOf(), but returns nullopt only if there is certainly no such file, and throws otherwise.
 std::optional<struct stat> knownStatOf(const path& file) {
     const auto status = statOf(file);
     if (!status && errno != ENOENT && errno != ENOTDIR) {
@@ -42,14 +42,14 @@ std::optional<struct stat> knownStatOf(const path& file) {
     return status;
 }
 
-// `name` without the separators at its end; a name of nothing else keeps one, the root.
+// `name` without the separators at its end. A name that consists of separators keeps one: the root.
 foundation::ustring_view withoutTrailingSeparators(foundation::ustring_view name) {
     const std::size_t last = name.find_last_not_of(kSeparator);
     if (last == name.npos) return name.substr(0, 1);
     return name.substr(0, last + 1);
 }
 
-// A path that the system has answered with, while it was asked to `action`.
+// Converts the path with which the system has answered. `action` starts the message if it failed.
 path fromSystem(const std::filesystem::path& answer, const std::error_code& error,
                 const std::string& action) {
     if (error) throw std::system_error(error, action);

@@ -17,13 +17,13 @@ enum class IllFormed { Replace, Throw };
 
 constexpr UChar32 kReplacement = 0xFFFD;
 
-// Text is converted in pieces through a buffer on the stack: ICU counts in 32 bits, text may be
-// longer; and appending pieces spares the zeroing of the whole result.
+// Text is converted in pieces through a buffer on the stack, because ICU counts in 32 bits and text
+// may be longer, and because appending pieces avoids zeroing the whole result first.
 constexpr std::size_t kPiece = 2048;
 constexpr std::size_t kMaxUtf8PerUnit = 3;
 
-// Shortens a piece of text that goes on behind it, so that it cuts neither a well-formed sequence
-// nor an ill-formed one that counts as one subpart.
+// Shortens a piece of a longer text so that it does not end within a well-formed sequence, nor
+// within an ill-formed one that becomes a single U+FFFD.
 std::size_t withoutCutSequence(std::string_view piece) {
     auto length = static_cast<std::int32_t>(piece.size());
     U8_TRUNCATE_IF_INCOMPLETE(piece.data(), 0, length);
@@ -34,7 +34,7 @@ std::size_t withoutCutSequence(ustring_view piece) {
     return U16_IS_LEAD(piece.back()) ? piece.size() - 1 : piece.size();
 }
 
-// Blocks of ASCII, which most text is made of, are widened and narrowed here; ICU gets the rest.
+// Blocks of ASCII, which most text consists of, are converted here; ICU converts the rest.
 constexpr std::size_t kBlock = 16;
 static_assert(kPiece % kBlock == 0);
 
@@ -62,7 +62,7 @@ void copyAsciiBlock(const char16_t* block, char* target) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(target), bytes);
 }
 
-// Copies the blocks of ASCII at the front of `text`, at most a piece, and returns their length.
+// Converts the blocks of ASCII at the front of `text`, at most a piece, and returns their length.
 template <class Source, class Unit>
 std::size_t copyAscii(Source text, Unit* target) {
     const Source piece = text.substr(0, kPiece);
@@ -74,7 +74,7 @@ std::size_t copyAscii(Source text, Unit* target) {
     return length;
 }
 
-// The length of the text in front of the next block of ASCII, at most a piece.
+// The length of the text before the next block of ASCII, at most a piece.
 template <class Source>
 std::size_t mixedLength(Source text) {
     const Source piece = text.substr(0, kPiece);
@@ -116,7 +116,8 @@ std::size_t findIllFormed(std::string_view piece) {
     for (std::int32_t next = 0; next < size;) {
         const std::int32_t start = next;
         const auto lead = static_cast<std::uint8_t>(piece[static_cast<std::size_t>(start)]);
-        // Steps over a character, or over an ill-formed subpart, which is shorter than its lead says.
+        // This steps over a character, or over an ill-formed subpart, which is shorter than its
+        // lead byte announces.
         U8_FWD_1(piece.data(), next, size);
         const bool wellFormed =
             U8_IS_SINGLE(lead) ||
@@ -141,7 +142,7 @@ std::size_t findIllFormed(ustring_view piece) {
 template <class Target, class Source>
 Target convert(Source source, IllFormed illFormed) {
     constexpr std::size_t kRoom = std::is_same_v<Target, ustring> ? 1 : kMaxUtf8PerUnit;
-    // ASCII, and the mixed text behind it.
+    // Room for a piece of ASCII and the mixed text after it.
     typename Target::value_type buffer[kPiece + kPiece * kRoom];
     Target target;
     target.reserve(source.size());
@@ -162,7 +163,7 @@ std::string describe(const char* encoding, std::size_t index) {
            std::to_string(index);
 }
 
-// As toLower, for a piece that ICU can count.
+// Appends `piece`, whose length fits into 32 bits, in lower case.
 void appendLower(ustring_view piece, ustring& lower) {
     const auto size = static_cast<std::int32_t>(piece.size());
     const std::size_t start = lower.size();
@@ -201,8 +202,9 @@ std::string to_display(ustring_view text) {
 }
 
 ustring to_lower(ustring_view text) {
-    // ICU counts in 32 bits. Whether a sigma is final is decided within a piece, which matters to no
-    // text of less than a billion code units.
+    // ICU counts in 32 bits, so longer text is lower-cased in pieces. ICU then cannot see what
+    // follows a sigma at the end of a piece, which can only matter in texts of more than 500
+    // million units.
     constexpr std::size_t kLowerPiece = std::size_t{1} << 29;
     ustring lower;
     while (!text.empty()) {
