@@ -13,8 +13,8 @@ namespace {
 
 std::atomic<std::size_t> liveArrays{0};
 
-// No container can hold more, whatever its elements are; a larger product is a wrong shape, a
-// smaller one that does not fit into memory is an allocation failure.
+// More elements than any container can hold. A shape with more is an ArrayError; one with fewer
+// that do not fit into memory is a std::bad_alloc.
 constexpr std::size_t kMaxElements = PTRDIFF_MAX / sizeof(ArrayPtr);
 
 std::size_t product(std::size_t left, std::size_t right) {
@@ -84,7 +84,8 @@ std::span<ArrayPtr> childrenOf(hvArray_tag& array) noexcept {
     return {};
 }
 
-// Arrays nest to any depth, so the dead ones wait in a list instead of on the stack.
+// Arrays can nest to any depth, so this puts those that lost their last reference into a list
+// instead of calling itself.
 void freeWithChildren(hvArray_tag* dead) noexcept {
     while (dead != nullptr) {
         const std::unique_ptr<hvArray_tag> array(dead);
@@ -98,8 +99,8 @@ void freeWithChildren(hvArray_tag* dead) noexcept {
     }
 }
 
-// Every owner of a shared array would see the change. An array that its caller owns, and that has no
-// other owner, is not part of any value.
+// Refuses to change a shared array, because its other owners would see the change. An array with
+// one reference, which the caller holds, is not part of any other array.
 void checkChangeable(const hvArray_tag& target, const hvArray_tag* value) {
     if (value == &target) throw ArrayError("an array cannot contain itself");
     if (referenceCountOf(target) == 1) return;

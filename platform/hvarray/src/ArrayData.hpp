@@ -15,15 +15,15 @@
 
 namespace matrix {
 
-// A shape that an array can have: two dimensions or more, and a number of elements that fits.
+// The dimensions of an array, completed to at least two, and their product.
 class Shape {
 public:
-    // Throws ArrayError when the number of elements overflows.
+    // Throws ArrayError if no container could hold so many elements.
     explicit Shape(Dimensions dimensions);
 
     Dimensions dimensions() const noexcept { return dimensions_; }
     std::size_t elementCount() const noexcept { return elementCount_; }
-    // "2x1"
+    // For messages: "2x1".
     std::string toString() const;
 
 private:
@@ -31,20 +31,22 @@ private:
     std::size_t elementCount_;
 };
 
+// What an array of each class holds, in column order.
 using Text = std::u16string;
 using Bytes = std::vector<std::uint8_t>;
 
 struct Cells {
-    std::vector<ArrayPtr> elements;
+    std::vector<ArrayPtr> elements;  // null for an empty element
 };
 
-// The values of one element stand together, in the order of the names.
+// `values` holds the fields of the first element in the order of `names`, then those of the second,
+// and so on. Empty fields are null.
 struct Fields {
     std::vector<std::string> names;
     std::vector<ArrayPtr> values;
 };
 
-// Its alternatives stand in the order of ArrayClass.
+// The alternatives are in the order of ArrayClass, so that index() is the array's class.
 using Payload = std::variant<Text, Bytes, Cells, Fields, std::shared_ptr<HostObject>>;
 
 template <ArrayClass Class>
@@ -62,7 +64,7 @@ struct hvArray_tag {
     ~hvArray_tag();
 
     std::atomic<std::size_t> references{1};
-    // Links the arrays that wait to be freed.
+    // The next one in the list of arrays to free; used only after the last reference is gone.
     hvArray_tag* nextDead = nullptr;
     matrix::Shape shape;
     matrix::Payload payload;
@@ -76,10 +78,14 @@ PayloadOf<Class>& payloadOf(hvArray_tag& array);
 template <ArrayClass Class>
 const PayloadOf<Class>& payloadOf(const hvArray_tag& array);
 
-// Positions, checked, of a cell and of a field's value.
+// The position of an element in Cells::elements. Throws ArrayError if `cell` is of another class or
+// has no such element.
 std::size_t cellPosition(const hvArray_tag& cell, std::size_t index);
+// The position of a field in Fields::values. Throws ArrayError if `structure` is of another class
+// or has no such element or field.
 std::size_t fieldPosition(const hvArray_tag& structure, std::size_t index, std::string_view name);
 
+// Throws the ArrayError of payloadOf().
 [[noreturn]] void throwWrongClass(const hvArray_tag& array, ArrayClass expected);
 
 template <ArrayClass Class>
