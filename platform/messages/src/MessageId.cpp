@@ -11,8 +11,8 @@ namespace {
 
 using foundation::ustring_view;
 
-// The argument that a text which begins with "{0}", "{1}", ... to "{9}" asks for; null for any other
-// text, and for a number without an argument.
+// If `text` starts with a placeholder, "{0}" to "{9}": the argument of that number. Null if it does
+// not, or if there is no such argument.
 const ustring* findArgument(ustring_view text, const std::vector<ustring>& arguments) {
     const bool isPlaceholder = text.size() >= 3 && text[0] == u'{' && text[1] >= u'0' &&
                                text[1] <= u'9' && text[2] == u'}';
@@ -21,7 +21,7 @@ const ustring* findArgument(ustring_view text, const std::vector<ustring>& argum
     return number < arguments.size() ? &arguments[number] : nullptr;
 }
 
-// One pass: braces inside an argument are the argument's own.
+// Makes one pass, so that braces inside an argument are not taken for placeholders.
 ustring substitute(ustring_view text, const std::vector<ustring>& arguments) {
     constexpr std::size_t kPlaceholderLength = 3;
     ustring result;

@@ -6,7 +6,10 @@
 
 namespace KORVAL::lumenforge::lumenforge {
 
-// The class of a catalog message whose one argument is the name of the file it is about.
+// The class of the catalog message `entry`, whose only argument is the name of a file. Make one and
+// throw it with hvErrMsgId():
+//
+//     hvErrMsgId(KORVAL::lumenforge::lumenforge::LoadFailed(fileName));
 template <const messages::CatalogEntry& entry>
 class PLATFORM_API FileMessage : public messages::MessageId {
 public:
