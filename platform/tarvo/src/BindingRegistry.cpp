@@ -7,8 +7,8 @@
 
 namespace tarvo::factory::basic {
 
-// A host object: what its handles share. It lives as long as they do, its native object may be gone
-// sooner.
+// A host object, which its handles share. It lives as long as they do; its native object may be
+// destroyed earlier.
 class BoundObject final : public matrix::HostObject {
 public:
     explicit BoundObject(InternedString className) : className_(className) {}
@@ -28,7 +28,7 @@ private:
 
 namespace {
 
-// Null for an object of some other class system.
+// The host object of a handle; null if it belongs to another class system.
 BoundObject* boundObjectOf(const hvArray_tag& handle) {
     return dynamic_cast<BoundObject*>(matrix::objectOf(handle).get());
 }
@@ -71,7 +71,8 @@ full::Wrappable* BindingRegistry::find(const hvArray_tag& handle) const {
     return object == nullptr ? nullptr : object->native;
 }
 
-// The native object is handed out to be destroyed without the lock: its destructor retracts it.
+// Returns the native object instead of destroying it, because its destructor calls retract(), which
+// takes the lock.
 std::unique_ptr<full::Wrappable> BindingRegistry::detach(BoundObject& object) noexcept {
     const std::lock_guard lock(mutex_);
     std::unique_ptr<full::Wrappable> native(std::exchange(object.native, nullptr));

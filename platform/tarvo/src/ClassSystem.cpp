@@ -61,7 +61,8 @@ public:
         }
     }
 
-    // Null when there is none. The definer runs outside the lock: it may use other namespaces.
+    // Null if there is none. The caller runs the definer, so that it does not run under this lock:
+    // it may use other namespaces.
     RegistrationPtr find(std::string_view name) const {
         const std::lock_guard lock(mutex_);
         const auto found = registrations_.find(name);
@@ -123,7 +124,7 @@ ClassPtr findClass(std::string_view fullName) {
     if (dot == std::string_view::npos) return nullptr;
     const NamespacePtr owner = findNamespace(fullName.substr(0, dot));
     if (owner == nullptr) return nullptr;
-    // Keeps the whole namespace, of which the class is a part.
+    // The pointer shares the ownership of the namespace, which owns the class.
     return ClassPtr(owner, owner->findClass(fullName.substr(dot + 1)));
 }
 

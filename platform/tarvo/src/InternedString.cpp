@@ -10,7 +10,7 @@ namespace tarvo::internal {
 
 InternedString makeInterned(std::string_view text) {
     static std::mutex mutex;
-    // Nodes never move and are never erased, so pointers to them stay good.
+    // The nodes of a set never move, and none is erased, so pointers to them stay valid.
     static const foundation::Immortal<std::set<std::string, std::less<>>> pool;
     const std::lock_guard lock(mutex);
     auto found = pool->find(text);

@@ -6,7 +6,8 @@ namespace tarvo::factory::full {
 
 Wrappable::Wrappable() = default;
 
-// For a derived class that has forgotten to: a binding to a dead object would be worse.
+// If a derived class has not retracted itself, this prevents a binding to a destroyed object. It is
+// late: calls could reach the object while the derived destructor ran.
 Wrappable::~Wrappable() {
     retract(*this);
 }

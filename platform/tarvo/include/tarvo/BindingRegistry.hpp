@@ -14,39 +14,49 @@
 
 namespace tarvo::factory {
 
-// The result of a method, owned until the host takes it.
+// What a native method returns: an array, with the reference that the host takes over.
 using hvArrayProxy = matrix::ArrayPtr;
 
 namespace basic {
 
 class BoundObject;
 
-// Which native object stands behind which host object. Safe from any thread.
+// Knows which native object backs which host object. A handle is an object array that refers to a
+// host object; the host object owns the native one, which is destroyed with the last handle, by
+// destroy() or by destroyAllOf(). Handles may outlive their native object and then refer to none.
+//
+// There is one registry in a process, and it is never destroyed. Its functions may be called from
+// any thread. They do not keep an object alive while another thread uses it: one object is for one
+// thread at a time. Native objects are destroyed outside of the registry's lock, so their
+// destructors may call it.
 class PLATFORM_API BindingRegistry {
 public:
     static BindingRegistry& instance();
 
-    // Binds `native`, which a constructor of the class has just made, to a new host object, and
-    // returns a handle to it. The host object owns the native one. When this throws, the native
-    // object has been destroyed.
+    // Binds `native`, which a constructor of the class has just made, to a new host object that
+    // owns it, and returns the first handle. If this throws, it destroys the native object.
     hvArrayProxy announceForConstructor(const COSClassInfo& info,
                                         std::unique_ptr<full::Wrappable> native);
 
-    // Unbinds a native object without destroying it. Does nothing when it is not bound.
+    // Unbinds a native object without destroying it; the caller owns it then. Does nothing if it is
+    // not bound.
     void remove(full::Wrappable& native) noexcept;
 
-    // Whether the handle is one that announceForConstructor() has made. Throws matrix::ArrayError for
-    // an array that is no object.
+    // Whether announceForConstructor() has made the handle. Throws matrix::ArrayError for an array
+    // that is not an object.
     static bool hasMade(const hvArray_tag& handle);
 
-    // Null when the object has been destroyed. Throws matrix::ArrayError for an array that is no
-    // object.
+    // The native object of a handle; null if it has been destroyed or the handle is not one of this
+    // registry. Throws matrix::ArrayError for an array that is not an object.
     full::Wrappable* find(const hvArray_tag& handle) const;
 
+    // Destroys the native object of a handle; does nothing if there is none. Throws
+    // matrix::ArrayError for an array that is not an object.
     void destroy(const hvArray_tag& handle);
-    // Destroys the objects of every class of a namespace.
+    // Destroys the native objects of all classes of a namespace.
     void destroyAllOf(InternedString namespaceName) noexcept;
 
+    // Number of native objects that are bound.
     std::size_t size() const;
 
 private:

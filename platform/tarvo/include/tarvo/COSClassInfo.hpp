@@ -20,24 +20,30 @@ class TarvoNamespace;
 
 using MethodList = std::vector<std::unique_ptr<const COSMethodInfo>>;
 
-// Describes one class to the class system. Derived classes define its methods and override the
-// getters whose defaults do not hold for them.
+// Describes one class to the class system. A native module derives from it, defines the methods,
+// and overrides the getters of attributes whose defaults do not fit.
+//
+// The namespace that the class is added to owns the description, which lives until the namespace is
+// unregistered and nobody holds a ClassPtr. Several threads may use it; overrides must allow that.
 class PLATFORM_API COSClassInfo {
 public:
+    // `name` is without a namespace; `description` is a text for people.
     COSClassInfo(InternedString name, std::string description);
     COSClassInfo(const COSClassInfo&) = delete;
     COSClassInfo& operator=(const COSClassInfo&) = delete;
     virtual ~COSClassInfo();
 
     InternedString getName() const noexcept { return name_; }
-    // With the namespace in front, once the class has been added to it. The constructor is the method
-    // of this name.
+    // "NAMESPACE.NAME"; only the name until the class has been added to a namespace. The method
+    // with this name is the constructor.
     InternedString getFullName() const noexcept { return fullName_; }
     const std::string& getDescription() const noexcept { return description_; }
 
-    // Whether copies of an object are the same object.
+    // Whether copies of a value of this class are handles to the same object. False by default.
     virtual bool isHandle() const;
 
+// Attributes for the host, each with its default. Of these the class system itself asks only for
+// isAbstract: it constructs no objects of an abstract class.
 #define TARVO_CLASS_ATTRIBUTES(ROW)                       \
     ROW(int, getAccess, 0)                                \
     ROW(bool, isHidden, false)                            \
@@ -69,17 +75,19 @@ public:
     ROW(bool, willAllocateData, true)
     TARVO_CLASS_ATTRIBUTES(TARVO_DECLARE_GETTER)
 
-    // Every attribute above, in that order.
+    // All attributes above, in that order.
     static std::span<const Attribute<COSClassInfo>> attributes() noexcept;
 
-    // In the order of their definition, which happens on the first call; if it throws, the next call
-    // tries again. Throws RegistrationError when two methods have one name.
+    // The methods, the constructor included, in the order of their definition. The first call runs
+    // defineMethods(), while other threads wait. What that throws passes through, as does a
+    // RegistrationError if two methods have the same name; the next call then tries again.
     const MethodList& getMethods() const;
-    // Null when there is none.
+    // The method with this name, or null. Throws what getMethods() throws.
     const COSMethodInfo* findMethod(std::string_view name) const;
 
 protected:
-    // Appends the descriptions of the methods, the constructor's among them.
+    // Appends the descriptions of all methods, the constructor included. It must not ask this
+    // object for its methods.
     virtual void defineMethods(MethodList& methods) const = 0;
 
 private:

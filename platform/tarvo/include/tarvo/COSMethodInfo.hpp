@@ -12,10 +12,13 @@
 
 namespace tarvo {
 
+// What a call returns, in order. The caller owns the references.
 using Outputs = std::vector<matrix::ArrayPtr>;
 
-// Describes one method of a class to the class system, and runs it. Derived classes override the
-// getters whose defaults do not hold for them.
+// Describes one method of a class to the class system, and runs it. A native module derives from it
+// and overrides the getters of attributes whose defaults do not fit; TarvoMethod does so for
+// methods that need no class of their own. Its class description owns it. Several threads may use
+// it.
 class PLATFORM_API COSMethodInfo {
 public:
     COSMethodInfo(const COSMethodInfo&) = delete;
@@ -25,11 +28,13 @@ public:
     virtual InternedString getName() const = 0;
     virtual const COSMethodSignature& getMethodSignature() const = 0;
 
-    // Runs the method. `outputCount` is the number of outputs that the caller asked for; a method may
-    // give fewer, and gives its first one even when none was asked for. An ordinary method finds its
-    // object in the first input. Failures that host code should see are messages::HostError.
+    // Runs the method. The class system has checked `inputs` against the signature; the first input
+    // of a method that is not static is its object. `outputCount` is the number of outputs that the
+    // caller asks for. A method may return fewer, and returns its first output even if the caller
+    // asks for none. Failures that host code should see are thrown as messages::HostError.
     virtual Outputs invoke(std::size_t outputCount, Inputs inputs) const = 0;
 
+// Attributes for the host, each with its default. The class system itself uses none of them.
 #define TARVO_METHOD_ATTRIBUTES(ROW)                        \
     ROW(OptionalText, getDescription, std::nullopt)         \
     ROW(OptionalText, getDetailedDescription, std::nullopt) \
@@ -46,7 +51,7 @@ public:
     ROW(bool, isLocked, true)
     TARVO_METHOD_ATTRIBUTES(TARVO_DECLARE_GETTER)
 
-    // Every attribute above, in that order.
+    // All attributes above, in that order.
     static std::span<const Attribute<COSMethodInfo>> attributes() noexcept;
 
 protected:

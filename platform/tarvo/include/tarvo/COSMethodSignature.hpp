@@ -11,28 +11,32 @@
 
 namespace tarvo {
 
-// What a call passes. The caller keeps its references.
+// The arrays that a call passes. The caller keeps its references; an element may be null.
 using Inputs = std::span<const hvArray_tag* const>;
 using TypeNames = std::vector<InternedString>;
 
-// The types that a method takes and gives: "any", "handle" (an object), "char", "uint8", "cell",
-// "struct", and "TarvoFactoryString scalar" (one text) once the string types are known.
+// The types of a method's inputs and outputs: "any", "handle" (an object), "char", "uint8", "cell",
+// "struct", and "TarvoFactoryString scalar" (one text), which is unknown until
+// initStringDataTypes(). A signature never changes, so several threads may use it. Inputs are
+// checked at each call; the types of outputs are only for hosts that list them.
 class PLATFORM_API COSMethodSignature {
 public:
-    // A signature that lists every input, a method's object included. Throws RegistrationError for a
-    // type that is not known.
+    // Makes a signature whose lists are complete: for a method that is called on an object,
+    // `inputs` starts with that object. Throws RegistrationError for an unknown type.
     static std::unique_ptr<COSMethodSignature> createMethodSignature(TypeNames inputs,
                                                                      TypeNames outputs);
 
-    // The same, but the object that the method is called on comes first without being listed.
+    // Makes the signature of a method that is called on an object, which comes before `inputs` and
+    // is not listed there. Throws RegistrationError for an unknown type.
     static std::unique_ptr<COSMethodSignature> createWithImpliedObject(TypeNames inputs,
                                                                        TypeNames outputs);
 
+    // The lists that the signature was made from.
     const TypeNames& getInputs() const noexcept { return inputs_; }
     const TypeNames& getOutputs() const noexcept { return outputs_; }
 
-    // Raises a host error, in which the method is called `methodName`, unless there are as many
-    // inputs as the signature says and each is of its type.
+    // Throws messages::HostError (WrongNumberOfInputs, WrongInputType), which names the method
+    // `methodName`, unless the number and the types of `inputs` are those of the signature.
     void checkInputs(InternedString methodName, Inputs inputs) const;
 
 private:

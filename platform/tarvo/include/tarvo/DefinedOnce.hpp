@@ -6,12 +6,13 @@
 
 namespace tarvo {
 
-// A value that is made on first use, by one thread while others wait.
+// A value that is made when it is first needed: the first thread makes it, while others wait.
 template <class Value>
 class DefinedOnce {
 public:
-    // What `define` returned the first time. If it throws, nothing is defined, and the next call
-    // tries again. `define` must not ask for the same value.
+    // Returns what `define` returned the first time. If `define` throws, nothing is defined, and
+    // the next call tries again. `define` must not ask for the same value, or the thread locks
+    // itself out.
     template <class Define>
     const Value& get(Define define) const {
         const std::lock_guard lock(mutex_);

@@ -10,15 +10,15 @@
 
 namespace tarvo {
 
-// A native module registers something that cannot be: a name twice, a type that nobody knows. The
-// fault is the module's, so it is no host error.
+// Thrown if a native module registers something impossible, such as a name twice or an unknown
+// type. It is not a host error, because the fault is the module's and not the host program's.
 class PLATFORM_API RegistrationError : public std::logic_error {
 public:
     explicit RegistrationError(const std::string& message);
     ~RegistrationError() override;
 };
 
-// Ends a call from the host language with a message of the catalog.
+// Ends a call from the host language by throwing messages::HostError with a message of the catalog.
 [[noreturn]] PLATFORM_API void raise(const messages::CatalogEntry& entry,
                                      std::vector<foundation::ustring> arguments);
 

@@ -7,8 +7,8 @@
 
 namespace tarvo::factory {
 
-// Describes a handle class whose objects are backed by `Native`. An abstract class has methods but no
-// objects of its own.
+// Describes a handle class whose objects are native objects of class `Native`. With `Abstract` no
+// object of it can be constructed; its methods can still be called.
 template <class Native, bool Abstract>
 class HandleClassInfo : public COSClassInfo {
     static_assert(std::is_base_of_v<full::Wrappable, Native>);

@@ -11,13 +11,14 @@ class InternedString;
 
 namespace internal {
 
-// Safe from any thread.
+// The interned form of `text`, made if there is none yet. Takes a lock, so several threads may call
+// it. Interned text is never freed; do not intern text that a program could make up endlessly.
 PLATFORM_API InternedString makeInterned(std::string_view text);
 
 }  // namespace internal
 
-// A name of the class system, kept once in the process: copies are free, and equal names are the
-// same object. It stays valid until the process ends.
+// A name of the class system. The process keeps each text once, so copying a name and comparing two
+// names cost no more than with pointers. It stays valid until the process ends.
 class PLATFORM_API InternedString {
 public:
     const std::string& str() const noexcept { return *text_; }

@@ -12,7 +12,8 @@ namespace tarvo::factory {
 
 using ClassList = std::vector<std::unique_ptr<const COSClassInfo>>;
 
-// The classes of one namespace, as its definer adds them.
+// A namespace and the classes in it, which it owns. The class system makes it and hands it to the
+// definer, which adds the classes; after that it does not change.
 class PLATFORM_API TarvoNamespace {
 public:
     explicit TarvoNamespace(InternedString name);
@@ -21,11 +22,13 @@ public:
     TarvoNamespace& operator=(const TarvoNamespace&) = delete;
 
     InternedString getName() const noexcept { return name_; }
+    // The classes in the order in which they were added.
     const ClassList& getClasses() const noexcept { return classes_; }
-    // By its name without the namespace; null when there is none.
+    // The class with this name, which is without the namespace; null if there is none.
     const COSClassInfo* findClass(std::string_view name) const noexcept;
 
-    // Throws RegistrationError when a class of this name has been added before.
+    // Takes over a class and gives it its full name. Throws RegistrationError if there is already a
+    // class with this name.
     void addClass(std::unique_ptr<COSClassInfo> info);
 
 private:
@@ -33,11 +36,12 @@ private:
     ClassList classes_;
 };
 
-// Adds its classes to the namespace. It must not ask the class system for that namespace.
+// A function of a native module that adds the module's classes to the namespace. It may use other
+// namespaces, but must not ask the class system for this one.
 using NamespaceDefiner = void (*)(TarvoNamespace& toDefine);
 
-// Registers a namespace, whose definer runs when the namespace is first used. To register the same
-// name with the same definer again changes nothing; with another one it throws RegistrationError.
+// Registers a namespace, whose definer runs when the namespace is first used. Registering a name
+// again with the same definer changes nothing; with another definer it throws RegistrationError.
 // Safe from any thread.
 PLATFORM_API void registerTarvoNamespace(std::string_view name, NamespaceDefiner definer);
 

@@ -6,12 +6,14 @@
 
 namespace tarvo::factory::impl {
 
-// What validateSelfPointer() raises.
+// These throw messages::HostError for validateSelfPointer(), which is a template and so leaves that
+// to functions in the library.
 [[noreturn]] PLATFORM_API void raiseDestroyedObject();
 [[noreturn]] PLATFORM_API void raiseForeignObject();
 
-// The native object that a method was called on, as the type that the method is bound to. Raises a
-// host error when it has been destroyed (null) or belongs to another class.
+// Checks that the native object on which a method was called is of the method's class, and returns
+// it as such. `self` is null if the object has been destroyed. Throws messages::HostError
+// (DestroyedObject, ForeignObject).
 template <class Native>
 Native& validateSelfPointer(full::Wrappable* self) {
     if (self == nullptr) raiseDestroyedObject();
@@ -20,10 +22,13 @@ Native& validateSelfPointer(full::Wrappable* self) {
     return *native;
 }
 
-// The native object behind the first input; null when it has been destroyed. Raises a host error
-// when the first input is no object, or one that no class of this system has made.
+// The native object of the first input; null if it has been destroyed. Throws messages::HostError
+// if the first input is not an object (NotAnObject), or is one that this class system has not made
+// (ForeignObject).
 PLATFORM_API full::Wrappable* findSelf(Inputs inputs);
 
+// The native object on which a method was called, checked. Throws what the two functions above
+// throw.
 template <class Native>
 Native& selfOf(Inputs inputs) {
     return validateSelfPointer<Native>(findSelf(inputs));

@@ -16,26 +16,28 @@
 
 namespace tarvo::factory {
 
-// The attributes in which the methods of a factory class differ from the defaults.
+// The attributes in which TarvoMethods differ from one another. All others have their defaults.
 struct MethodAttributes {
     bool isStatic = false;
     bool isFirstArgDispatch = true;
 
-    // Called on the class rather than on an object.
+    // For a method that is called on the class.
     static MethodAttributes forConstructor() { return {true, false}; }
-    // Called on an object, the first input.
+    // For a method that is called on an object, which is its first input.
     static MethodAttributes forMethod() { return {}; }
 };
 
-// The signature of a method with these attributes. The lists leave out the object, which a method
-// that is not static takes as its first input. Throws RegistrationError for a type that is not known.
+// Makes the signature of a method with these attributes. `inputs` does not list the object, which a
+// method that is not static takes before them. Throws RegistrationError for an unknown type.
 PLATFORM_API std::unique_ptr<COSMethodSignature> createSignatureImpl(MethodAttributes attributes,
                                                                      TypeNames inputs,
                                                                      TypeNames outputs);
 
-// A method described by values instead of a class of its own.
+// A method that is described by values instead of a class of its own. It owns its signature and its
+// implementation.
 class PLATFORM_API TarvoMethod final : public COSMethodInfo {
 public:
+    // What invoke() runs, under the same rules. It may be called from several threads at once.
     using Implementation = std::function<Outputs(std::size_t outputCount, Inputs inputs)>;
 
     TarvoMethod(InternedString name, MethodAttributes attributes,
@@ -55,13 +57,14 @@ private:
     Implementation implementation_;
 };
 
-// One output.
+// Outputs with one element.
 PLATFORM_API Outputs outputsOf(hvArrayProxy first);
 
-// Implements the constructor of the class `info` with one text as input: makes a `Native`, calls its
-// `construct(const ustring&)`, and binds it to the handle that it returns. A `Native` whose
-// construct() throws is destroyed again. What to tell host code about a failure is for construct() to
-// say; std::bad_alloc of what is done around it passes. `info` outlives the methods that it defines.
+// Implements the constructor of the class `info`, which takes one text: makes a `Native`, calls its
+// `construct(const ustring&)`, and returns a handle to which it is bound. If construct() throws,
+// the `Native` is destroyed, and the exception passes through, so construct() has to throw what
+// host code should see. `info` must live as long as the implementation, which it does if it owns
+// the method.
 template <class Native>
 TarvoMethod::Implementation newOperator(const COSClassInfo& info) {
     return [&info](std::size_t, Inputs inputs) {
@@ -73,7 +76,8 @@ TarvoMethod::Implementation newOperator(const COSClassInfo& info) {
     };
 }
 
-// Implements a method without further inputs by a member function of the native object.
+// Implements a method that takes nothing but its object by a member function of the native object.
+// The first input must be an object of class `Native`, or the call throws what selfOf() throws.
 template <class Native>
 TarvoMethod::Implementation memberFunction(hvArrayProxy (Native::*function)() const) {
     return [function](std::size_t, Inputs inputs) {

@@ -4,8 +4,8 @@
 
 namespace tarvo::factory::full {
 
-// Base of the native objects behind host objects. A derived class retracts itself first thing in its
-// destructor, so that no call reaches it while it is being taken apart.
+// Base of the native objects that back host objects. A derived class calls retract(*this) first in
+// its destructor, so that no call reaches the object while its members are destroyed.
 class PLATFORM_API Wrappable {
 public:
     Wrappable(const Wrappable&) = delete;
@@ -16,8 +16,8 @@ protected:
     Wrappable();
 };
 
-// Detaches a native object from its host object, whose handles then refer to no object. Does nothing
-// for an object that is not bound.
+// Unbinds a native object from its host object, whose handles then refer to no object. The caller
+// owns the native object from then on. Does nothing if the object is not bound.
 PLATFORM_API void retract(Wrappable& native) noexcept;
 
 }  // namespace tarvo::factory::full

@@ -1,5 +1,9 @@
 #pragma once
 
+// The class system. A host needs ClassSystem.hpp. A native module registers a namespace
+// (Namespace.hpp), whose definer adds class descriptions (COSClassInfo.hpp, HandleClassInfo.hpp)
+// with method descriptions (TarvoMethod.hpp) for native objects (Wrappable.hpp).
+
 #include <tarvo/Attributes.hpp>
 #include <tarvo/BindingRegistry.hpp>
 #include <tarvo/COSClassInfo.hpp>
