@@ -15,20 +15,26 @@ namespace appserialization {
 
 namespace appmetadata {
 
-// The fields of an app's metadata. The numbers are part of the interface: they order the metadata
-// map and the host struct.
+// The fields of an app's metadata. All are texts but the last three, which are lists. The numbers
+// are part of the interface: they order the metadata map and the host struct. The comments say what
+// hosts put into a field; the library checks no value.
 enum class MetadataFieldEnum : std::int32_t {
     Name = 0,
     Summary = 1,
     Author = 2,
     Version = 3,
     Description = 4,
+    // Where the screenshot comes from: "auto" (the host takes it), "manual" (the app brings it) or
+    // "none".
     ScreenshotMode = 5,
+    // The version of the packaged form; empty for a text app.
     KVPKGVersion = 6,
+    // Releases are labels such as "R2026b".
     MinimumSupportedKORVALRelease = 7,
+    // The release that the app was written for.
     KORVALRelease = 8,
     Uuid = 9,
-    AppType = 10,
+    AppType = 10,  // usually "Standard"
     RequiredProducts = 11,
     UserComponents = 12,
     ImageRelativePaths = 13,
@@ -37,15 +43,15 @@ enum class MetadataFieldEnum : std::int32_t {
 using OptionalString = boost::optional<ustring>;
 using OptionalStringList = boost::optional<std::vector<ustring>>;
 
-// A field's value, present or absent: a text, or for RequiredProducts, UserComponents and
-// ImageRelativePaths a list of texts.
+// A field's value, present or absent. RequiredProducts, UserComponents and ImageRelativePaths are
+// always the second alternative, all other fields the first, even if they are absent.
 using MetadataPropertyVariant = boost::variant<OptionalString, OptionalStringList>;
 
-// Ordered by the fields' numbers.
+// Several or all fields, in the order of their numbers.
 using MetadataMap = std::map<MetadataFieldEnum, MetadataPropertyVariant>;
 
-// The fields' names, indexed by their numbers. The host struct uses them as field names; the XML
-// names of the file formats are others.
+// The fields' names, indexed by their numbers. The host struct uses them as its field names. The
+// file formats have XML names of their own.
 inline constexpr std::array<const char*, 14> kFieldNames = {
     "Name",           "Summary",
     "Author",         "Version",
@@ -58,13 +64,16 @@ inline constexpr std::array<const char*, 14> kFieldNames = {
 
 }  // namespace appmetadata
 
-// The descriptive metadata of an app, as every reader returns and the writer takes it. Each field is
-// absent, or present with a value that may be empty; the two are different. Values are not checked. A
-// getter returns a copy; a setter makes its field present, and nothing makes it absent again. A setter
-// that runs out of memory leaves its field as it was.
+// The descriptive metadata of an app, which every reader returns and the writer takes. It is a
+// value: it copies freely and refers to no file. Each field is either absent or present, and a
+// present value may be empty, which is not the same as absent. Values are not checked.
+//
+// A getter returns a copy, so bind it to a variable before looping over a list. A setter makes its
+// field present; nothing makes it absent again. A setter that runs out of memory leaves its field
+// as it was. Several threads may read a record at once; whoever changes one needs it alone.
 class APPSERIALIZATION_API AppMetadata {
 public:
-    // Every field absent.
+    // Makes a record in which every field is absent.
     AppMetadata();
     AppMetadata(const AppMetadata& other);
     AppMetadata& operator=(const AppMetadata& other);
@@ -100,11 +109,11 @@ public:
     void setUserComponents(const std::vector<ustring>& value);
     void setImageRelativePaths(const std::vector<ustring>& value);
 
-    // The field's value by number. A number that is no field is an error of the program and ends the
-    // process.
+    // The value of the field with this number. A number without a field is an error of the program:
+    // it is reported on standard error, and the process is aborted.
     appmetadata::MetadataPropertyVariant getFieldValue(appmetadata::MetadataFieldEnum field) const;
 
-    // All fields; an absent field is an entry with an absent value.
+    // All fourteen fields. An absent field has an entry, too, with an absent value.
     appmetadata::MetadataMap toMap() const;
 
 private:

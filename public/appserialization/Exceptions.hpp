@@ -8,8 +8,12 @@
 
 namespace appserialization {
 
-// Base of what the readers throw about an app file. The message is fixed English text; the file name
-// travels beside it.
+// Base of the exceptions that readers throw about an app file. what() is English text for people;
+// the derived classes fix it, so it does not name the file. getFileName() does.
+//
+// Readers throw each of these with an interface added by which the host carries exceptions to
+// another thread (foundation::core::except::InternalException). Catch them by the types below, by
+// reference.
 class APPSERIALIZATION_API AppFileReaderExceptionBase : public std::runtime_error {
 public:
     AppFileReaderExceptionBase(const ustring& fileName, const std::string& message);
@@ -17,29 +21,29 @@ public:
     AppFileReaderExceptionBase& operator=(const AppFileReaderExceptionBase& other);
     ~AppFileReaderExceptionBase() override;
 
-    // The name as the caller gave it when the name itself is refused; the absolute path once the file
-    // has been found.
+    // The absolute path of the file; the name as the caller gave it if that was refused or there is
+    // no such file.
     ustring getFileName() const;
 
 private:
     ustring fileName_;
 };
 
-// There is no such file, or (a text app) it is no regular file or cannot be opened.
+// There is no such file. For a text app also: it cannot be opened, or is not a regular file.
 class APPSERIALIZATION_API AppFileReaderInvalidFileName : public AppFileReaderExceptionBase {
 public:
     explicit AppFileReaderInvalidFileName(const ustring& fileName);
     ~AppFileReaderInvalidFileName() override;
 };
 
-// The name does not end in the extension.
+// The name does not end in the extension, in whatever case.
 class APPSERIALIZATION_API AppFileReaderInvalidFileExtension : public AppFileReaderExceptionBase {
 public:
     explicit AppFileReaderInvalidFileExtension(const ustring& fileName);
     ~AppFileReaderInvalidFileExtension() override;
 };
 
-// The name ends in the extension, but not in lower case.
+// The name ends in the extension, but not in lower case, as in "app.KVPKG".
 class APPSERIALIZATION_API AppFileReaderInvalidFileExtensionCase
     : public AppFileReaderExceptionBase {
 public:
@@ -47,14 +51,14 @@ public:
     ~AppFileReaderInvalidFileExtensionCase() override;
 };
 
-// The file vanished before it could be opened.
+// The file vanished between the check of its name and its opening.
 class APPSERIALIZATION_API AppFileReaderPackageNotFound : public AppFileReaderExceptionBase {
 public:
     explicit AppFileReaderPackageNotFound(const ustring& fileName);
     ~AppFileReaderPackageNotFound() override;
 };
 
-// Any other failure to read an app file; the message says which.
+// Any other failure to read an app file; what() says which.
 class APPSERIALIZATION_API AppFileReaderGenericException : public AppFileReaderExceptionBase {
 public:
     AppFileReaderGenericException(const ustring& fileName, const std::string& message);
@@ -63,9 +67,10 @@ public:
 
 namespace except {
 
-// Ends a call from the host language with the host error that stands for `e`: a file-name exception
-// keeps its own identifier, anything else becomes "LoadFailed", each with the file name. Call it only
-// in a handler that is handling `e`.
+// Ends a call from the host language by throwing `e` as a host error (messages::HostError): each of
+// the three file-name exceptions as the message with its own name, everything else as "LoadFailed".
+// The argument of the message is the file name. Call this only in a handler that is handling `e`,
+// because it rethrows the current exception to find out its type.
 [[noreturn]] APPSERIALIZATION_API void throwToKorval(const AppFileReaderExceptionBase& e);
 
 }  // namespace except

@@ -1,4 +1,4 @@
 #pragma once
 
-// Marks what the library exports.
+// Marks the classes and functions that the shared library exports.
 #define APPSERIALIZATION_API __attribute__((visibility("default")))

@@ -7,53 +7,64 @@
 
 namespace appserialization {
 
-// Whether `fileName` is longer than `extension` and ends in exactly its code units.
+// All functions here may be called from any thread.
+
+// Whether `fileName` is longer than `extension` and ends in exactly its code units. `extension` is
+// with the dot, such as ".kvpkg".
 APPSERIALIZATION_API bool hasExtension(const ustring& fileName, const ustring& extension);
 
-// Whether `fileName` has the extension only after lower-casing. `extension` is given in lower case.
+// Whether `fileName` lacks the extension, but would have it in lower case. `extension` is in lower
+// case.
 APPSERIALIZATION_API bool isExtensionWrongCase(const ustring& fileName, const ustring& extension);
 
-// The absolute path of an existing file whose name has the extension. Throws
-// AppFileReaderInvalidFileExtensionCase, AppFileReaderInvalidFileExtension or, when only the file is
-// missing, AppFileReaderInvalidFileName, each with the name as given. A relative name in a working
-// directory whose own name is not valid UTF-8 throws std::system_error.
+// The absolute path of an existing file whose name has the extension. `fileName` is absolute or
+// relative to the working directory; links are not resolved. Throws
+// AppFileReaderInvalidFileExtension or AppFileReaderInvalidFileExtensionCase for the name, and then
+// AppFileReaderInvalidFileName if there is no such file, each with the name as given. Throws
+// std::system_error for a relative name if the name of the working directory is not valid UTF-8.
 APPSERIALIZATION_API ustring validateFilePath(const ustring& fileName, const ustring& extension);
 
 // Removes the white space of the global locale from both ends; in the classic locale that is ASCII
-// white space. Throws the conversion error for text that is not valid UTF-16.
+// white space. Throws fl::i18n::ConversionError (a std::runtime_error) for text that is not valid
+// UTF-16, and leaves it as it is.
 APPSERIALIZATION_API void trim(ustring& text);
 
-// The four functions below read the appendix of a text app (docs/format-k.md). It is no XML: a lookup
-// is the first match of a regular expression in ECMAScript grammar, given with each, in the UTF-8 form
-// of `text`. What is not found is not an error. Time is linear in the text, and no copy of it is made.
+// The four functions below read the appendix of a text app (docs/format-k.md). The appendix is not
+// XML: each function returns what the first match of a regular expression captures, in ECMAScript
+// grammar and over the UTF-8 form of `text`. The expression stands in the function's comment. What
+// is not found is not an error. The time is linear in the length of `text`, which is not copied.
 //
-// Names are spliced into the expressions as they stand. One that is a pattern (any of ^$\.*+?()[{| in
-// it) takes the standard library's search, which is bounded: it throws std::regex_error with
-// error_stack where the search would not fit the thread's stack or the name is longer than 64 bytes of
-// UTF-8, with error_complexity where it takes too long, and with the code that fits a pattern
-// that is malformed. All four throw fl::i18n::ConversionError (a std::runtime_error) for a text or
-// name that is not valid UTF-16, wherever in the text that stands.
+// Names are inserted into the expressions as they are. A name that holds one of ^$\.*+?()[{| is a
+// pattern, and is searched for by the standard library within bounds: it throws std::regex_error
+// with error_stack if the search would not fit the thread's stack or the name has more than 64
+// bytes of UTF-8, with error_complexity if the search takes too long, and with another code if the
+// pattern is malformed.
+//
+// All four throw fl::i18n::ConversionError (a std::runtime_error) if `text` or a name is not valid
+// UTF-16, even if the fault is in a part of the text that does not matter. An exception leaves
+// `value` or `values` as it was.
 
-// The body of the first section with that name, as it stands; empty when there is none.
+// The body of the first section with that name, unchanged; empty if there is none.
 // `%\[NAME\][\s\S]*?\{([\s\S]*?)%\}`
 APPSERIALIZATION_API ustring getKAppAppendixSection(const ustring& text,
                                                     const ustring& sectionName);
 
-// Replaces `value` by the text of the first element with that name, entity references replaced, white
-// space kept. Leaves `value` as it is when there is none.
+// Replaces `value` by the text of the first element with that name. Entity references are replaced,
+// white space is kept. Leaves `value` as it is if there is no such element.
 // `<NAME[\s\S]*?>([\s\S]*?)</NAME>`
 APPSERIALIZATION_API void readXMLElement(const ustring& text, const ustring& elementName,
                                          ustring& value);
 
-// Appends the trimmed texts of all elements with that name, in document order. Entity references are
-// kept: the list that holds the items, read with readXMLElement, has had its references replaced.
+// Appends the texts of all elements with that name to `values`, trimmed, in document order. Entity
+// references are kept, because `text` is the content of a list as readXMLElement() returns it, in
+// which they have been replaced already.
 // `<NAME[\s\S]*?>([\s\S]*?)</NAME>`
 APPSERIALIZATION_API void readXMLElements(const ustring& text, const ustring& elementName,
                                           std::vector<ustring>& values);
 
-// Replaces `value` by an attribute of the first element with that name, entity references replaced.
-// Only a value in single quotes counts. Leaves `value` as it is when there is none.
-// ``<ELEMENT[\s\S]*?ATTRIBUTE[\s\S]*?=[\s\S]*?'(.*?)'[\s\S]*?>``
+// Replaces `value` by the value of an attribute of the first element with that name. The value has
+// to be in single quotes; entity references in it are replaced. Leaves `value` as it is if there is
+// no such attribute. ``<ELEMENT[\s\S]*?ATTRIBUTE[\s\S]*?=[\s\S]*?'(.*?)'[\s\S]*?>``
 APPSERIALIZATION_API void readXMLElementAttribute(const ustring& text, const ustring& elementName,
                                                   const ustring& attributeName, ustring& value);
 

@@ -9,29 +9,33 @@
 namespace appserialization {
 
 // Reads the metadata and screenshot of a text app file (".k"). The constructor reads the whole file
-// and closes it again; what the file becomes later is not seen. A reader never changes after that, so
-// it may be used from several threads at once.
+// and closes it, so a reader does not see later changes of the file. After that a reader never
+// changes, and several threads may use it at once.
 class APPSERIALIZATION_API KAppMetadataReader : public AppMetadataReader {
 public:
-    // The largest file that is read, 640 MiB. The largest code text and screenshot of a packaged app,
-    // 256 MiB each, fit in it with the screenshot as base64. A reader keeps the text as UTF-16, twice
-    // the size of the file; reading the screenshot takes as much again for a while.
+    // The largest file that is read, in bytes: 640 MiB. A text app with the largest code and the
+    // largest screenshot that a packaged app may have, 256 MiB each, is smaller, even in base64. A
+    // reader keeps the text in memory as UTF-16, up to twice the size of the file, and needs about
+    // as much again while it reads the screenshot.
     static constexpr std::uint64_t kLargestFile = std::uint64_t{640} << 20;
 
-    // Reads `fileName`, absolute or relative to the working directory. Throws one of the three
-    // file-name exceptions when the name does not end in ".k", there is no such file, or it cannot be
-    // opened or is no regular file. Throws AppFileReaderGenericException, before memory is asked for,
-    // when the file is larger than kLargestFile, and when reading it fails midway.
+    // Reads `fileName`, absolute or relative to the working directory. Bytes that are not UTF-8
+    // become U+FFFD. Throws one of the three file-name exceptions if the name does not end in ".k",
+    // or if there is no such file, it cannot be opened, or is not a regular file. Throws
+    // AppFileReaderGenericException if the file is larger than kLargestFile, which is checked
+    // before memory is allocated, or if reading fails midway.
     explicit KAppMetadataReader(const ustring& fileName);
     ~KAppMetadataReader() override;
 
     ustring getFileName() const override;
     ustring getExtension() const override;
-    // Every field is present: what the appendix lacks has fixed defaults.
+    // A record in which every field is present; fields that the appendix lacks have fixed defaults.
+    // A file without an appendix is an app in which all fields have them.
     AppMetadata readMetadata() const override;
-    // Both empty when the appendix holds no image: no element "Thumbnail", or one that does not begin
-    // with "data:image/". The image's base64 must stand on one line. Throws the decoder's error for
-    // malformed base64.
+    // Both empty if the appendix holds no image, which means that it has no element "Thumbnail" or
+    // one whose text does not start with "data:image/". The image's base64 ends at the first line
+    // end. Throws foundation::crypto::utils::Base64Error (a std::runtime_error) for malformed
+    // base64.
     Screenshot readScreenshotAsBytes() const override;
 
 private:

@@ -4,7 +4,8 @@
 
 namespace appserialization {
 
-// Every file name, metadata value, code text and format name: UTF-16 code units.
+// Text, in UTF-16 code units: file names, metadata values, code and format names. It need not be
+// valid UTF-16; functions that need that say what they throw.
 using ustring = std::u16string;
 
 }  // namespace appserialization
