@@ -94,7 +94,8 @@ void AppMetadata::setUuid(const ustring& value) {
 void AppMetadata::setAppType(const ustring& value) {
     appType_ = value;
 }
-// A list is copied before it replaces the old one: assigning in place can fail between two items.
+// The list setters copy the list before it replaces the old one, because an assignment in place
+// could fail between two items and leave a mixture.
 void AppMetadata::setRequiredProducts(const std::vector<ustring>& value) {
     requiredProducts_ = std::vector<ustring>(value);
 }

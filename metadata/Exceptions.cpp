@@ -5,9 +5,9 @@ namespace appserialization {
 namespace {
 
 constexpr const char* kInvalidFileName = "Not a valid KVPKG filename";
-// The same for a wrong extension and a wrong case: the type tells them apart.
+// For an extension in the wrong case as well; only the types of the two exceptions differ.
 constexpr const char* kInvalidExtension = "Extension must be '.kvpkg'";
-// Callers compare the text; the blank at its end is part of it.
+// The blank at the end is part of the text, which callers compare.
 constexpr const char* kPackageNotFound = "Cannot find package to open ";
 
 }  // namespace

@@ -7,13 +7,16 @@
 #include <variant>
 #include <vector>
 
-// The fields of the record in one table, by which all of it that goes field by field works.
+// The fields of the record with their getters and setters, in one table. Whatever handles a record
+// field by field, here and in the front ends, goes through it, so a new field is one more row.
 namespace appserialization::appmetadata {
 
+// Gets and sets a field that is a text.
 struct TextAccess {
     OptionalString (AppMetadata::*get)() const;
     void (AppMetadata::*set)(const ustring&);
 };
+// Gets and sets a field that is a list.
 struct ListAccess {
     OptionalStringList (AppMetadata::*get)() const;
     void (AppMetadata::*set)(const std::vector<ustring>&);
@@ -23,7 +26,7 @@ struct FieldRow {
     std::variant<TextAccess, ListAccess> access;
 };
 
-// In the order of the fields' numbers and names.
+// The rows are in the order of the fields' numbers, so that kFields[number] is the field's row.
 inline constexpr std::array kFields = {
     FieldRow{MetadataFieldEnum::Name, TextAccess{&AppMetadata::getName, &AppMetadata::setName}},
     FieldRow{MetadataFieldEnum::Summary,
@@ -61,6 +64,6 @@ static_assert(
         }
         return true;
     }(),
-    "the fields stand in the order of their numbers");
+    "the rows are in the order of the fields' numbers");
 
 }  // namespace appserialization::appmetadata

@@ -7,6 +7,7 @@ namespace appserialization::except {
 
 void throwToKorval(const AppFileReaderExceptionBase& e) {
     namespace host = KORVAL::lumenforge::lumenforge;
+    // The static type of `e` is the base; rethrowing finds out which exception it is.
     try {
         throw;
     } catch (const AppFileReaderInvalidFileName& caught) {

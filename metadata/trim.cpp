@@ -12,6 +12,8 @@ void trim(ustring& text) {
     const auto& characters = std::use_facet<std::ctype<char>>(global);
     const auto isSpace = [&](char byte) { return characters.is(std::ctype_base::space, byte); };
 
+    // White space is a property of bytes here. In the classic locale no byte of a character beyond
+    // ASCII is one, so characters stay whole.
     const std::string bytes = fl::i18n::ustring_to_utf8(text);
     const auto end = std::find_if_not(bytes.rbegin(), bytes.rend(), isSpace).base();
     const auto begin = std::find_if_not(bytes.begin(), end, isSpace);

@@ -19,6 +19,7 @@ bool isExtensionWrongCase(const ustring& fileName, const ustring& extension) {
 }
 
 ustring validateFilePath(const ustring& fileName, const ustring& extension) {
+    // The extension comes first: a name with a wrong one is never looked up.
     if (!hasExtension(fileName, extension)) {
         if (isExtensionWrongCase(fileName, extension)) {
             throwInternal(AppFileReaderInvalidFileExtensionCase(fileName));
