@@ -18,7 +18,7 @@ using tarvo::factory::TarvoMethod;
 using tarvo::internal::makeInterned;
 using Adapter = KAppMetadataReaderTarvoAdapter;
 
-// Takes the name of a text app file and gives a new handle.
+// The constructor takes the name of a text app file and returns a handle to a new reader.
 std::unique_ptr<TarvoMethod> describeConstructor(const tarvo::COSClassInfo& info) {
     const auto attributes = MethodAttributes::forConstructor();
     auto signature = tarvo::factory::createSignatureImpl(

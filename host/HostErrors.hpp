@@ -9,9 +9,10 @@
 
 namespace appserialization::host {
 
-// The one way from native code into the host language: returns what `call` returns, and turns any
-// failure into the host error that stands for it. A failure that is none of the readers' own is
-// "LoadFailed" for the file that `fileName`, asked only then, returns.
+// Every call from the host language goes through this function: it returns what `call` returns, and
+// throws messages::HostError for whatever `call` throws, out of memory included. The exceptions of
+// the readers carry their file name. For any other one, `fileName` is called to get the name for
+// "LoadFailed".
 template <class Call, class FileName>
 auto withHostErrors(FileName fileName, Call call) -> decltype(call()) {
     try {
@@ -23,8 +24,9 @@ auto withHostErrors(FileName fileName, Call call) -> decltype(call()) {
     }
 }
 
-// Runs `define`, which builds the description of a class or a method, and throws an allocation
-// failure as the host's own.
+// Runs `define`, which makes the description of a class or its methods. Throws
+// foundation::core::except::BadAlloc, by which the host knows its own structures, for a
+// std::bad_alloc; everything else passes.
 template <class Define>
 void withHostBadAlloc(Define define) {
     try {

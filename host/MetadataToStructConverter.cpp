@@ -17,10 +17,12 @@ using matrix::ArrayPtr;
 namespace api = matrix::detail::noninlined::hv_array_api;
 
 ArrayPtr textArray(const ustring& text) {
-    // By length: a text that holds a zero must arrive whole.
+    // As a view, which has a length: as a pointer, a text would end at its first zero.
     return matrix::adopt(api::hvCreateString_UTF16(std::u16string_view(text)));
 }
 
+// Here and in setField() an ArrayPtr keeps its reference until the setter has taken it over,
+// because a setter that throws takes nothing.
 ArrayPtr cellArray(const std::vector<ustring>& texts) {
     const std::array<std::size_t, 1> column = {texts.size()};
     const auto dimensions = texts.empty() ? matrix::Dimensions() : matrix::Dimensions(column);

@@ -13,7 +13,7 @@ namespace {
 
 using tarvo::internal::makeInterned;
 
-// Only a caller that asks for exactly two outputs gets the format.
+// The format is an output only for a caller that asks for exactly two.
 tarvo::Outputs toOutputs(const Screenshot& screenshot, std::size_t outputCount) {
     const auto& [format, bytes] = screenshot;
     tarvo::Outputs outputs;

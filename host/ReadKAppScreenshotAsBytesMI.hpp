@@ -7,8 +7,10 @@
 
 namespace appserialization {
 
-// Describes the method "readScreenshotAsBytes", which gives the encoded image as a row of bytes, and
-// the name of its format when the caller asks for two outputs.
+// Describes and runs the method "readScreenshotAsBytes". Its first output is the encoded image as a
+// 1-by-n row of bytes. A caller that asks for two outputs also gets the name of the format as a row
+// of characters. Both are empty for an app without a screenshot. It is a class of its own, and not
+// a TarvoMethod made by memberFunction(), because it has to know how many outputs the caller wants.
 class ReadKAppScreenshotAsBytesMI final : public tarvo::COSMethodInfo {
 public:
     ReadKAppScreenshotAsBytesMI();
