@@ -42,8 +42,8 @@ namespace {
     throw opc::Exception("cannot write to " + file + ": " + reason.message());
 }
 
-// Opening the destination empties it, and here that would be the file being read, or the one that has
-// its name by now.
+// Throws if the destination is the app file that is open, or the file that has its name by now.
+// Opening the destination for writing would empty it.
 void requireOtherFile(const fl::filesystem::path& destination,
                       const opc::zippackage::ZipPhysicalPackage& app) {
     const bool isApp = app.isAt(destination) || fl::filesystem::isSameFile(destination, app.path());
@@ -86,7 +86,8 @@ ustring AppFileReader::AppFileReaderImpl::getKORVALCodeText() const {
     }
 }
 
-// Opened anew for each call, so that these calls work on a closed reader too.
+// This call and the next one open the file again by a PackagedMetadata of their own, so that they
+// work on a closed reader, too.
 AppMetadata AppFileReader::AppFileReaderImpl::getAppMetadata() const {
     return PackagedMetadata(getFileName(), physicalPackage()).getAppMetadata();
 }

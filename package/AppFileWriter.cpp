@@ -71,7 +71,7 @@ public:
     void setAppScreenshot(const std::vector<std::uint8_t>& bytes, const ustring& format);
 
 private:
-    // What the package's earlier metadata part says, for texts that a record leaves absent.
+    // The texts of the package's earlier metadata part, for fields that the new record lacks.
     using Fallbacks = std::map<const layout::TextElementRow*, boost::optional<ustring>>;
 
     void openOPCPackage(const ustring& fileName, bool createNew);
@@ -99,12 +99,13 @@ private:
     void deleteOnlyRelationship(const ustring& type);
 
     ustring fileName_;
-    // Since a change began, until it is complete.
+    // True from the first step of a change until its last. It stays true if a step in between
+    // throws.
     bool isHalfChanged_ = false;
-    // Why the file could not be opened again once its code was saved; null when it could.
+    // Why the file could not be opened again after its code had been saved; null otherwise.
     std::exception_ptr reopenFailure_;
-    // Destroyed from the bottom up: the package lets go before the zip file under it does. All three
-    // are null while the writer is closed.
+    // Members are destroyed from the bottom up, so the manager lets go of the package before that
+    // lets go of the zip file. All three are null while the writer is closed.
     std::unique_ptr<ZipPhysicalPackage> physicalPackage_;
     std::unique_ptr<opc::model::Package> package_;
     std::unique_ptr<CorePropertiesManager> coreProperties_;
@@ -135,7 +136,7 @@ void AppFileWriter::AppFileWriterImpl::open(const ZipPhysicalPackage& file, Open
         std::make_unique<CorePropertiesManager>(*package, DeterministicMode::FromClock);
     package->open(mode);
 
-    // Members only now, so that a writer is open or closed and nothing between.
+    // The members are set after all that can throw, so that a writer is either open or closed.
     physicalPackage_ = std::move(physicalPackage);
     package_ = std::move(package);
     coreProperties_ = std::move(coreProperties);
@@ -150,12 +151,14 @@ void AppFileWriter::AppFileWriterImpl::requireUsable(const char* method) const {
     }
     if (isHalfChanged_) {
         throw opc::Exception(shownName(fileName_) +
-                             ": not saved, since an earlier change failed halfway; construct "
+                             ": not saved, because an earlier change failed halfway; construct "
                              "another writer and make the changes again");
     }
 }
 
-// What the first of these relationships leads to is going to be replaced, or else the part made.
+// Throws if setting the part of this relationship type would overwrite something else: the target
+// of the first relationship that leads to a part if that is a part of another kind, or an item
+// without a content type.
 void AppFileWriter::AppFileWriterImpl::requireReplaceable(ustring_view relationshipType,
                                                           ustring_view partName) const {
     const ustring type(relationshipType);
@@ -171,7 +174,8 @@ void AppFileWriter::AppFileWriterImpl::close() {
     const bool isAllSaved = std::exchange(reopenFailure_, nullptr) != nullptr;
     if (isAllSaved) return;
     requireUsable("close");
-    // Locals are destroyed from the bottom up as well, and leave the writer closed when saving fails.
+    // Moving them into locals leaves the writer closed even if saving throws. Locals are destroyed
+    // from the bottom up, as the members are.
     const auto physicalPackage = std::move(physicalPackage_);
     const auto package = std::move(package_);
     const auto coreProperties = std::move(coreProperties_);
@@ -191,7 +195,8 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(
     const opc::model::PartKindRow& kind) {
     const ustring relationshipType(kind.relationshipType);
     const auto found = package_->getRelationshipsByType(relationshipType);
-    // Written through whatever its name: a second part would leave readers with the first.
+    // The existing part is used, whatever its name. If a second part were created, readers would
+    // still read the first one.
     if (!found.empty()) return requireOwnTarget(*package_, found.front(), layout::partKinds());
 
     Part part = package_->createPart(PartName(kind.name), ContentType(kind.contentType),
@@ -207,17 +212,19 @@ void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText
     requireUsable("setKORVALCodeText");
     requireReplaceable(quillcode::codepart::kRelationshipType, quillcode::codepart::kName);
     quillcode::codepart::findRelationships(*package_, 0);
-    // Means this very file through all three steps, whatever its name leads to by then.
+    // This stands for the file that is open now in all three steps below, even if its name comes to
+    // lead to another file.
     const ZipPhysicalPackage file = *physicalPackage_;
-    // The code-file library opens the file itself, and owns the form of the code part. It is given
-    // the text while nothing has been saved: what it refuses must not cost a good app.
+    // The code-file library owns the form of the code part and opens the file itself. It gets the
+    // text before anything is saved, so that text which it refuses leaves the file as it was.
     {
         QuillCodeFileWriter code(file, {layout::kPackageContentType, layout::kPackageFriendlyName});
         code.setKORVALCode(codeText);
         close();
         code.close(false);
     }
-    // The code is in the file by now. An exception would have it set a second time.
+    // The code is in the file by now, so this call has succeeded. An exception would make the
+    // caller set it again.
     try {
         open(file, OpenMode::Edit);
     } catch (...) {
@@ -233,9 +240,9 @@ void AppFileWriter::AppFileWriterImpl::setAppModelFromFile(const ustring& modelF
         path = fl::filesystem::detail::make_native_form(modelFilePath, true);
     }
     fl::filesystem::basic_ifstream<char> file(path, std::ios_base::in | std::ios_base::binary);
-    // That is no fault of the file, and opening it is not tried again.
+    // A file that does not open is ignored, but running out of memory says nothing about the file.
     if (!file.is_open() && errno == ENOMEM) throw std::bad_alloc();
-    // Copies nothing when the file did not open.
+    // If the file did not open, this copies nothing and leaves the part as it was.
     opc::StreamHelper::copyStreamToStream(file, *part.getOutputStream(),
                                           "\"" + shownName(modelFilePath) + "\"");
     isHalfChanged_ = false;
@@ -245,7 +252,7 @@ void AppFileWriter::AppFileWriterImpl::setAppModelFromFile(const ustring& modelF
 
 namespace {
 
-// Refuses a record that XML cannot hold.
+// Refuses a field's value that XML cannot hold, with the name of the field.
 class RequireXmlText : public boost::static_visitor<void> {
 public:
     explicit RequireXmlText(const char* field) : field_(fl::i18n::utf8_to_ustring(field)) {}
@@ -279,14 +286,15 @@ void requireXmlText(const AppMetadata& metadata) {
 
 void AppFileWriter::AppFileWriterImpl::setAppMetadata(const AppMetadata& metadata) {
     requireUsable("setAppMetadata");
-    // Before anything changes: the serialiser would stop in the middle of the part.
+    // All that can refuse the record comes before the first change. The serialiser would notice
+    // text that XML cannot hold only in the middle of the part.
     requireXmlText(metadata);
     requireReplaceable(layout::kMetadata.relationshipType, layout::kMetadata.name);
     requireReplaceable(PackageHelper::getCorePropertiesRelationshipType(),
                        StandardProperties::kPartName);
     requireReplaceable(HostProperties::kRelationshipType, HostProperties::kPartName);
     const auto earlier = readEarlierMetadata();
-    // Core properties that cannot be read are refused now, not when the metadata part has changed.
+    // Throws if the core properties cannot be read. Later, the metadata part would have changed.
     static_cast<void>(coreProperties_->getCoreProperties());
     Part part = createPartAndRelationship(layout::kMetadata);
     writeMetadataPart(part, metadata, earlier ? earlier->root() : nullptr);
@@ -346,7 +354,8 @@ void AppFileWriter::AppFileWriterImpl::writeCoreProperties(const AppMetadata& me
     writeMinimalSetOfOPCProperties();
     CoreProperties properties = coreProperties_->getCoreProperties();
     if (const auto name = metadata.getName()) properties.setTitle(*name);
-    // The package's description is the app's summary; the app's own description is in the XML.
+    // The package's description is the app's summary. The app's description is in the metadata
+    // part.
     if (const auto summary = metadata.getSummary()) properties.setDescription(*summary);
     const auto release = metadata.getKORVALRelease();
     const bool current = !release || *release == CoreProperties::getCurrentKORVALRelease();
@@ -372,7 +381,7 @@ void AppFileWriter::AppFileWriterImpl::writeStringElement(DOMElement* parent,
                                                           const char16_t* defaultText) const {
     DOMElement* element =
         XercesHelper::appendElementNS(parent, layout::kMetadataNamespace, elementName);
-    const ustring lastResort(defaultText);  // std::logic_error for null, whether needed or not
+    const ustring lastResort(defaultText);  // throws for null, even if it is not needed
     XercesHelper::setElementText(element, value ? *value : fallback ? *fallback : lastResort);
 }
 
@@ -398,7 +407,7 @@ void AppFileWriter::AppFileWriterImpl::writeStringArrayElement(
 
 namespace {
 
-// More than any format's name has; a longer name is cut.
+// In code units. Only this much of a format's name is looked at, which is more than any format has.
 constexpr std::size_t kMaxFormatLength = 1024;
 
 const layout::ScreenshotFormatRow& findScreenshotFormat(const ustring& folded) {
@@ -418,8 +427,8 @@ void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::u
     requireScreenshotSize(fileName_, name, bytes.size());
     requireNoUntypedItem(*package_, layout::kScreenshotRelationship, name);
 
-    // First the new part, so that a name that is taken is refused while nothing has changed; unless
-    // it takes the place of the old one.
+    // The new part is created first, so that a name that is taken is refused while nothing has
+    // changed. That is impossible only if the old part has this name, and so has to go first.
     const auto old = previousScreenshot();
     const auto create = [&] {
         return package_->createPart(name, row.contentType(), layout::partInfo());
@@ -427,7 +436,8 @@ void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::u
     std::optional<Part> part;
     if (old != name) part = create();
     isHalfChanged_ = true;
-    // What something else leads to, too, is not ours to delete; the new content goes elsewhere then.
+    // If another relationship leads to the old part, too, the part stays, without our
+    // relationships.
     if (old && (old == name || !isUsedBesides(*package_, *old,
                                               {layout::kScreenshotRelationship,
                                                PackageHelper::getThumbnailRelationshipType()}))) {
@@ -445,8 +455,9 @@ void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::u
     isHalfChanged_ = false;
 }
 
-// Of several none, since nobody can tell which one is to be replaced. One that is missing already must
-// not keep a new one out.
+// The name of the screenshot to replace. None if there are several, because nobody could say which
+// one is meant; and none if the only relationship leads to a part that is missing, because that
+// must not prevent a new screenshot.
 std::optional<PartName> AppFileWriter::AppFileWriterImpl::previousScreenshot() const {
     const auto found = package_->getRelationshipsByType(layout::kScreenshotRelationship);
     if (found.size() != 1 || !package_->hasTarget(found.front())) return std::nullopt;

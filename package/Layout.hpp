@@ -1,6 +1,7 @@
 #pragma once
 
-// Every name that a packaged app file is made of, for the writer and both readers.
+// Every name in a packaged app file, and the tables of its parts and fields. The writer, the
+// readers and the checks work from these tables, so a new part, format or field is one more row.
 
 #include <appserialization/AppMetadata.hpp>
 #include <opc/ImageTypes.hpp>
@@ -18,11 +19,12 @@ namespace appserialization::layout {
 
 inline constexpr const char16_t* kExtension = u".kvpkg";
 
-// The package as a whole; the core properties say it and the code-file library is told.
+// What the package as a whole is. The core properties hold both texts, and the code-file library
+// gets them for files that it creates.
 inline constexpr const char16_t* kPackageContentType = u"application/vnd.quorvane.korval.app";
 inline constexpr const char16_t* kPackageFriendlyName = u"KORVAL App";
 
-// The years differ on purpose.
+// The years differ on purpose: 2014 for the model, 2017 for the rest.
 inline constexpr const char16_t* kMetadataNamespace =
     foundation::kJoinedText<opc::names::kHostSchemas, u"/lumenForge/app/2017/appMetadata">.data();
 inline constexpr const char16_t* kAppModelRelationship =
@@ -35,9 +37,10 @@ inline constexpr const char16_t* kScreenshotRelationship =
     foundation::kJoinedText<opc::names::kHostSchemas,
                             u"/lumenForge/app/2017/relationships/appScreenshot">.data();
 
-// The parts that an app has once under one name. All relationships start from the package; readers find
-// the model by its name and the others by relationship. Whatever changes a part compares it with all of
-// these, so that no edit takes one for another: a part that is not in this table is not protected.
+// The parts that an app has at most once, each with its usual name, content type and relationship
+// type. All relationships start from the package. Readers find the model by its name and all other
+// parts by relationship. Edits compare a part with all rows before they change it, so that no edit
+// overwrites another kind of part; a kind that is not in this table is not protected.
 inline constexpr std::array kParts = {
     opc::model::PartKindRow{
         "the app's model",
@@ -57,7 +60,7 @@ inline constexpr std::array kParts = {
     opc::model::kHostPropertiesKind,
 };
 
-// The row of a relationship type; a part that has none does not compile.
+// The row with this relationship type. If there is none, the call does not compile.
 consteval const opc::model::PartKindRow& partOf(opc::model::ustring_view relationshipType) {
     const auto found =
         std::ranges::find(kParts, relationshipType, &opc::model::PartKindRow::relationshipType);
@@ -67,22 +70,25 @@ consteval const opc::model::PartKindRow& partOf(opc::model::ustring_view relatio
 inline constexpr const opc::model::PartKindRow& kAppModel = partOf(kAppModelRelationship);
 inline constexpr const opc::model::PartKindRow& kMetadata = partOf(kMetadataRelationship);
 
-// How every part is stored: deflated for speed, size unknown beforehand.
+// How every part is stored: deflated for speed, with a size that is not known beforehand.
 inline opc::model::StandardPartInfo partInfo() {
     return opc::model::StandardPartInfo(1, 0);
 }
 
-// The screenshot's part is named by its format, which readers take from there.
+// The name of the screenshot's part up to its extension, which is the format. Readers take the
+// format from there.
 inline constexpr const char16_t* kScreenshotNameStem = u"/metadata/appScreenshot.";
-// Readers hold a screenshot in memory, so there is a most that it may take.
+// Readers hold a screenshot in memory, so its size is bounded.
 inline constexpr std::size_t kMaxScreenshotBytes = std::size_t{256} << 20;
+// A format in which a screenshot can be written. Formats may share an image type, as "jpg" and
+// "jpeg" do.
 struct ScreenshotFormatRow {
     const char16_t* extension;
     const opc::ImageType* type;
 
     opc::model::ContentType contentType() const { return type->contentType(); }
 };
-// The first stands for every format that is not in the table.
+// The first row is used for every format that is not in the table.
 inline constexpr std::array kScreenshotFormats = {
     ScreenshotFormatRow{u"png", opc::imageType("png")},
     ScreenshotFormatRow{u"jpg", opc::imageType("jpg")},
@@ -90,9 +96,10 @@ inline constexpr std::array kScreenshotFormats = {
     ScreenshotFormatRow{u"gif", opc::imageType("gif")},
 };
 
+// The root element of the metadata part. Its children hold the fields.
 inline constexpr const char16_t* kMetadataRoot = u"metadata";
 
-// A child of the root that holds a field's text.
+// A child of the root that holds a field's text. `defaultText` is for a package without that child.
 struct TextElementRow {
     const char16_t* name;
     const char16_t* defaultText;
@@ -135,7 +142,8 @@ inline constexpr TextElementRow kAppType{
     &AppMetadata::getAppType,
     &AppMetadata::setAppType,
 };
-// The order in the document, and the order in which documents are read.
+// The texts in the order in which they are written, which is part of the format, and in the order
+// in which they are read.
 inline constexpr std::array kTextElementsAsWritten = {
     &kDescription,    &kKVPKGVersion, &kMinimumSupportedKORVALRelease,
     &kScreenshotMode, &kUuid,         &kAppType,
@@ -146,7 +154,8 @@ inline constexpr std::array kTextElementsAsRead = {
 };
 static_assert(kTextElementsAsWritten.size() == kTextElementsAsRead.size());
 
-// A child of the root that holds a field's list: an item element for each value, in an attribute.
+// A child of the root that holds a field's list. It has an item element for each value, which is in
+// an attribute of the item.
 struct ListElementRow {
     const char16_t* name;
     const char16_t* item;
@@ -154,7 +163,7 @@ struct ListElementRow {
     boost::optional<std::vector<ustring>> (AppMetadata::*get)() const;
     void (AppMetadata::*set)(const std::vector<ustring>&);
 };
-// Written behind the texts, and read, in this order.
+// The lists are read in this order, and written in this order after the texts.
 inline constexpr std::array kListElements = {
     ListElementRow{
         u"componentProducts",
@@ -179,7 +188,7 @@ inline constexpr std::array kListElements = {
     },
 };
 
-// The version of an app whose package does not say.
+// The version of an app whose package properties have none.
 inline constexpr const char16_t* kDefaultVersion = u"1.0";
 
 }  // namespace appserialization::layout

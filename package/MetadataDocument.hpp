@@ -5,13 +5,16 @@
 
 namespace appserialization {
 
-// The metadata part of a package, parsed. Needs a live XercesGuard; throws opc::Exception for what is
-// no XML document.
+// The metadata part of a package, parsed into a DOM, which it owns. Make and destroy it while an
+// XercesGuard is alive.
 class MetadataDocument {
 public:
+    // Reads the part to its end. Throws opc::Exception if it is not an XML document or exceeds the
+    // bounds of the package library's XML reader. The document does not refer to the part any more.
     explicit MetadataDocument(const opc::model::Part& part);
 
-    // Never null. Its name is not checked: readers look for its children only.
+    // The root element; never null. Its name is not checked, because readers only look for its
+    // children.
     const xercesc::DOMElement* root() const noexcept { return root_; }
 
 private:

@@ -21,7 +21,8 @@ std::u16string_view viewOf(const XMLCh* text) {
     return text != nullptr ? std::u16string_view(text) : std::u16string_view();
 }
 
-// What of an earlier part counts as the record's.
+// The children of an earlier root that hold the record's fields, which the new record replaces. All
+// other children are somebody else's.
 class RecordElements {
 public:
     explicit RecordElements(const DOMElement& root) : root_(&root) {
@@ -47,9 +48,10 @@ private:
 
     const DOMElement* root_;
     std::set<std::u16string_view> names_;
-    std::set<const DOMElement*> read_;  // whatever their namespace
+    std::set<const DOMElement*> read_;  // those that readers find, whatever their namespace
 };
 
+// A text element keeps its attributes only if its text is the same: they may be about the text.
 void keepOfText(const DOMElement* earlier, DOMElement* now) {
     ustring before, after;
     XercesHelper::getElementText(earlier, before);
@@ -63,6 +65,7 @@ ustring valueOf(const DOMElement* item, const layout::ListElementRow& list) {
     return value;
 }
 
+// A list keeps its attributes, and so does each item whose value occurs again.
 void keepOfList(const DOMElement* earlier, DOMElement* now, const layout::ListElementRow& list) {
     XercesHelper::copyAttributes(earlier, now, {});
     std::unordered_map<ustring, std::deque<const DOMElement*>> items;  // by value, in order

@@ -15,7 +15,7 @@ using xercesc::DOMElement;
 
 namespace {
 
-// What a package that says nothing about its app stands for.
+// The metadata of an app whose package holds none.
 AppMetadata defaultMetadata() {
     AppMetadata metadata;
     metadata.setName(u"");
@@ -48,7 +48,7 @@ PackagedMetadata::~PackagedMetadata() {
     try {
         close();
     } catch (...) {
-        // Nothing was to be saved, and a destructor has nobody to tell.
+        // The package was opened for reading, so nothing is lost.
     }
 }
 
@@ -62,7 +62,7 @@ AppMetadata PackagedMetadata::getAppMetadata() const {
 
 void PackagedMetadata::readMetadataPart(AppMetadata& metadata) const {
     const auto found = package().getRelationshipsByType(layout::kMetadataRelationship);
-    // Two are as bad as none: nobody can tell which part is meant.
+    // Several are as bad as none, because nobody could say which part is meant.
     if (found.size() != 1) return;
     const MetadataDocument document(package().getTarget(found.front()));
     for (const auto* text : layout::kTextElementsAsRead) {
@@ -90,7 +90,8 @@ void PackagedMetadata::readStringArrayElement(const DOMElement* parent,
     const DOMElement* list = XercesHelper::getElement(parent, listName);
     if (list == nullptr) return;
     for (const DOMElement* item : XercesHelper::getElements(list, itemName)) {
-        // An item without the attribute still counts, so that positions stay what they are.
+        // An item without the attribute becomes an empty text, so that the items after it keep
+        // their positions.
         XercesHelper::getElementAttribute(item, attributeName, values.emplace_back());
     }
 }
@@ -98,7 +99,8 @@ void PackagedMetadata::readStringArrayElement(const DOMElement* parent,
 void PackagedMetadata::readCoreProperties(AppMetadata& metadata) const {
     const opc::qzservices::CoreProperties properties = coreProperties().getCoreProperties();
     if (const auto title = properties.getTitle()) metadata.setName(*title);
-    // The package's description is the app's summary; the app's own description is in the XML.
+    // The package's description is the app's summary. The app's description is in the metadata
+    // part.
     if (const auto description = properties.getDescription()) metadata.setSummary(*description);
     if (const auto version = properties.getVersion()) metadata.setVersion(*version);
     if (const auto createdBy = properties.getCreatedBy()) metadata.setAuthor(*createdBy);

@@ -11,18 +11,21 @@
 
 namespace appserialization {
 
-// Metadata and screenshot of a packaged app file: the one parser of them, for both readers. Holds the
-// package open; errors of the package library pass unchanged.
+// Reads the metadata and the screenshot of a packaged app file, for KVPKGMetadataReader, which
+// keeps one, and for AppFileReader, which makes one for each call. Keeps the package open. Errors
+// of the package library (opc::Exception) pass unchanged.
 class PackagedMetadata : public PackagedAppFile {
 public:
-    // Opens the file of a validated name, or the one that another reader has opened as `file`. Throws
-    // AppFileReaderGenericException when it has no app model.
+    // Opens the file. The arguments are those of PackagedAppFile. Throws
+    // AppFileReaderGenericException if the package has no app model.
     explicit PackagedMetadata(ustring fileName);
     PackagedMetadata(ustring fileName, const opc::zippackage::ZipPhysicalPackage& file);
     ~PackagedMetadata();
 
+    // A record in which every field is present.
     AppMetadata getAppMetadata() const;
-    // Appends to `bytes`; leaves both alone unless there is exactly one screenshot.
+    // Appends the image to `bytes` and sets `format`; leaves both as they are unless the package
+    // has exactly one relationship to a screenshot.
     void getAppScreenshot(std::vector<std::uint8_t>& bytes, ustring& format) const;
 
 private:
@@ -34,7 +37,7 @@ private:
                                        std::vector<ustring>& values, const ustring& listName,
                                        const ustring& itemName, const ustring& attributeName);
 
-    opc::model::XercesGuard xercesGuard_;
+    opc::model::XercesGuard xercesGuard_;  // for MetadataDocument
 };
 
 }  // namespace appserialization

@@ -8,8 +8,8 @@
 
 namespace appserialization::layout {
 
-// The parts that an app has once or not at all, as the package library tells them apart. A screenshot
-// has a kind for each format.
+// All kinds of parts that an app has at most once, in the form that the package library takes: the
+// rows of kParts, and a kind of screenshot for each format.
 inline std::vector<opc::model::PartKind> partKinds() {
     std::vector<opc::model::PartKind> kinds;
     for (const opc::model::PartKindRow& part : kParts)

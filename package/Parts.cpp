@@ -13,8 +13,8 @@ void requireScreenshotSize(const ustring& fileName, const opc::model::PartName& 
                            std::uint64_t size) {
     if (size <= layout::kMaxScreenshotBytes) return;
     throw opc::model::PartTooLarge(foundation::shown(fl::filesystem::path(fileName)) + ": " +
-                                   foundation::shown(part.toString()) + ": a screenshot of " +
-                                   std::to_string(size) + " bytes; it may have at most " +
+                                   foundation::shown(part.toString()) + ": the screenshot has " +
+                                   std::to_string(size) + " bytes, but may have at most " +
                                    std::to_string(layout::kMaxScreenshotBytes) +
                                    "; use a smaller image");
 }

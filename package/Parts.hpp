@@ -7,8 +7,9 @@
 
 namespace appserialization {
 
-// Throws opc::model::PartTooLarge for a screenshot that is larger than readers and the writer take
-// into memory.
+// Throws opc::model::PartTooLarge, about the part `part` of the file, if a screenshot of `size`
+// bytes is larger than readers take into memory. The writer refuses it too, so that it can be read
+// back.
 void requireScreenshotSize(const ustring& fileName, const opc::model::PartName& part,
                            std::uint64_t size);
 

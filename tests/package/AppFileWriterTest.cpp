@@ -518,7 +518,7 @@ TEST_F(AppFileWriterTest, WritesNoScreenshotThatNoReaderTakes) {
     EXPECT_THAT(
         [&] { writer.setAppScreenshot(std::vector<std::uint8_t>((256 << 20) + 1), u"png"); },
         ThrowsMessage<opc::model::PartTooLarge>(
-            HasSubstr("a screenshot of 268435457 bytes; it may have at most 268435456")));
+            HasSubstr("the screenshot has 268435457 bytes, but may have at most 268435456")));
 }
 
 TEST_F(AppFileWriterTest, DeletesNoScreenshotThatItCannotTellFromOtherParts) {
@@ -602,7 +602,7 @@ TEST_F(AppFileWriterTest, SavesNothingAfterAChangeThatFailedHalfway) {
     EXPECT_ANY_THROW(writer.setAppModelFromFile(model_));
     EXPECT_THAT([&] { writer.close(); },
                 ThrowsMessage<opc::Exception>(
-                    HasSubstr("app.kvpkg: not saved, since an earlier change failed halfway")));
+                    HasSubstr("app.kvpkg: not saved, because an earlier change failed halfway")));
     EXPECT_FALSE(std::filesystem::exists(directory_.path() / "app.kvpkg"));
 }
 
