@@ -17,7 +17,7 @@ std::optional<ustring> toString(const std::optional<ustring_view>& view) {
     return ustring(*view);
 }
 
-// An argument may be the very string that receives the value, so it is replaced last.
+// Callers may pass the same string as the text to search and as `value`, so `value` changes last.
 void assignUnescaped(ustring& value, std::optional<ustring> found) {
     if (!found) return;
     unescapeXMLEntities(*found);
@@ -62,8 +62,8 @@ void readXMLElements(const ustring& text, const ustring& elementName,
     auto found = isPattern(elementName) ? findElementsByPattern(text, elementName)
                                         : findElements(text, elementName);
     for (ustring& item : found) {
-        // Not unescaped: the caller has unescaped the list that holds the items. A second pass would
-        // turn "&amp;lt;" into "<".
+        // Items are not unescaped, because the caller has unescaped the list that holds them. A
+        // second pass would turn "&amp;lt;" into "<".
         trim(item);
     }
     values.insert(values.end(), std::make_move_iterator(found.begin()),

@@ -5,40 +5,43 @@
 
 #include "textapp/Layout.hpp"
 
-// A lookup is defined as one search, over UTF-8, with a regular expression in ECMAScript grammar. The
-// functions below give the same answers without one, in linear time and constant stack. The reasons:
+// Each lookup is defined as one search with a regular expression, in ECMAScript grammar and over
+// UTF-8. The functions below return what that search would, but without regular expressions, in
+// linear time and with constant stack. This is why:
 //
-// UTF-16 instead of UTF-8. Both encodings are self-synchronising: in valid text a valid name occurs
-// only between characters, and it occurs equally often, in the same order, in either encoding. The
-// other literals of the patterns are ASCII, which in either encoding is never part of another
-// character. "[\s\S]" takes any byte, and "." any byte but "\n" and "\r" (U+2028 and U+2029 are
-// three bytes each that "." takes). A capture begins and ends beside ASCII, so it holds whole
-// characters and converts back to just the code units between.
+// Searching UTF-16 finds the same. Both encodings are self-synchronising: in valid text, a valid
+// name occurs only at character boundaries, and its occurrences are the same ones, in the same
+// order, in both encodings. The other literals of the patterns are ASCII, which in both encodings
+// is never part of another character. "[\s\S]" matches any byte, and "." any byte except "\n" and
+// "\r" (it does match the three bytes of U+2028 or of U+2029). A capture starts and ends next to
+// ASCII, so it consists of whole characters, which are the code units in between.
 //
-// First choices suffice. A match of a pattern is a rising tuple of positions, one a literal, each at
-// or behind the end of the one before, with any characters in the gaps. The search prefers the
-// leftmost start, then the shortest first gap, then the shortest second gap, and so on. Take the
-// first literal's first occurrence, then the second's first behind that, and so on:
-//   - these positions are at most those of any other match, literal by literal, because each is the
-//     first behind a position that is already at most the other's;
-//   - so when one literal is not found, no match exists, from this start or a later one;
-//   - and when all are found, each is what the search prefers, given those before.
+// The first occurrences suffice. A pattern is a sequence of literals with gaps between them, so a
+// match is a sequence of positions, one for each literal, each at or after the end of the previous
+// literal. The search prefers the leftmost start, then the shortest first gap, then the shortest
+// second gap, and so on. Take the first occurrence of the first literal, the first occurrence of
+// the second literal after that, and so on:
+//   - None of these positions is greater than that of the same literal in any other match, because
+//     each is the first one after a position of which this is already true.
+//   - So if a literal is not found, there is no match, from this start or from a later one.
+//   - If all are found, each is the one that the search prefers, given the positions before it.
 // This is the whole argument for sections ("%[N]", "{", "%}") and elements ("<N", ">", "</N>"), and
-// for the tag, name and "=" of attributes ("<E", "A", "=", "'", "'", ">").
+// for the tag, the name and the "=" of attributes ("<E", "A", "=", "'", "'", ">").
 //
-// The quotes of an attribute have a gap "(.*?)" that must not hold a line end. For an opening quote
-// the shortest gap ends at the next quote. If a line end lies before that, every longer gap holds it
-// too, and the next opening quote is tried, which is that next quote. The first pair that passes
-// also leaves most room for the ">": if none follows it, none follows a later pair.
+// The gap between the quotes of an attribute, "(.*?)", must not contain a line end. From an opening
+// quote, the shortest gap ends at the next quote. If it contains a line end, so does every longer
+// gap, and the search goes on to the next opening quote, which is that next quote. The first pair
+// of quotes without a line end between them also leaves the most room for the ">": if none follows
+// this pair, none follows a later one.
 //
-// The data URI ("data:image/(.*);base64,(.*)") has greedy gaps without line ends, so a match lies in
-// one line, and the first line with a match counts. In a line the first "data:image/" is the leftmost
-// start and leaves most room for the ";base64,". The first gap, being greedy, reaches to the last
-// ";base64,", the second to the end of the line. If there is no ";base64," behind the first
-// "data:image/", there is none behind a later one in that line either.
+// The gaps of the data URI, "data:image/(.*);base64,(.*)", are greedy and contain no line end. So a
+// match is within a line, and the first line with a match counts. In a line, the first
+// "data:image/" is the leftmost start and leaves the most room for the ";base64,": if none follows
+// it, none follows a later "data:image/" in the line. Because the gaps are greedy, the first
+// extends to the last ";base64,", and the second to the end of the line.
 //
-// Repeated searches for elements start at the end of the match before. Each finds its literals
-// behind that, and the first failure ends them, so that all together read the text once a literal.
+// A search for all elements continues at the end of the previous match and ends with the first
+// failure, so all together it reads the text once for each literal.
 
 namespace appserialization::textapp {
 
@@ -46,14 +49,14 @@ namespace {
 
 constexpr auto npos = ustring_view::npos;
 
-// Index behind the first `wanted` at or after `from`; npos when there is none or `from` is npos, so
-// that a chain of lookups needs one check at its end.
+// The index after the first `wanted` at or after `from`. Returns npos if there is none or if `from`
+// is npos, so that a chain of lookups needs only one check, at its end.
 std::size_t findBehind(ustring_view text, ustring_view wanted, std::size_t from) {
     const std::size_t found = from == npos ? npos : findText(text, wanted, from);
     return found == npos ? npos : found + wanted.size();
 }
 
-// What lies between `begin` and the first `closer` behind it.
+// The text from `begin` to the first `closer` after it.
 std::optional<ustring_view> upTo(ustring_view text, ustring_view closer, std::size_t begin) {
     const std::size_t end = begin == npos ? npos : findText(text, closer, begin);
     if (end == npos) return std::nullopt;
@@ -68,7 +71,8 @@ ustring concat(std::initializer_list<ustring_view> pieces) {
     return whole;
 }
 
-// The text between the first two neighbouring quotes at or after `from` with no line end between.
+// The text between the first two successive quotes at or after `from` that have no line end between
+// them.
 std::optional<ustring_view> findQuoted(ustring_view text, std::size_t from) {
     std::size_t begin = findBehind(text, u"'", from);
     while (const auto quoted = upTo(text, u"'", begin)) {
@@ -78,12 +82,13 @@ std::optional<ustring_view> findQuoted(ustring_view text, std::size_t from) {
     return std::nullopt;
 }
 
-// The data URI in a text that has no line end.
+// The data URI in a line, which is without its line end.
 std::optional<ImageDataUri> findUriInLine(std::string_view line) {
     const std::size_t start = line.find(kImageUriStart);
     if (start == npos) return std::nullopt;
     const std::string_view uri = line.substr(start + kImageUriStart.size());
-    // Forwards although the last one is wanted: the library's backward search compares at every byte.
+    // We search forwards although the last marker is wanted, because the standard library's
+    // backward search compares at every byte.
     std::size_t marker = npos;
     for (std::size_t next = uri.find(kPayloadMarker); next != npos;
          next = uri.find(kPayloadMarker, next + 1)) {
@@ -121,7 +126,8 @@ void replaceAll(std::basic_string<Char>& text, std::string_view entity, char rep
 template <class Char>
 void unescape(std::basic_string<Char>& text) {
     if (text.find(Char('&')) == npos) return;
-    // The order is part of the format: "&amp;" goes before the quotes and after the angle brackets.
+    // The order is part of the format: "&amp;" comes after the angle brackets and before the
+    // quotes.
     replaceAll(text, "&lt;", '<');
     replaceAll(text, "&gt;", '>');
     replaceAll(text, "&amp;", '&');

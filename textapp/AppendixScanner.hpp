@@ -11,25 +11,25 @@
 
 namespace appserialization::textapp {
 
-// The lookups of the appendix without any copy: texts and names are valid UTF-16 and names are
-// literal; results are views into the text. AppendixScanner.cpp says why each answers what its
-// regular expression would.
+// The lookups in an appendix, in time linear in the length of the text and without copying it.
+// Texts and names have to be valid UTF-16, and names must not be patterns (PatternScanner.hpp is
+// for those); neither is checked here. Results are views into the text, and nullopt if nothing is
+// found. AppendixScanner.cpp explains why each lookup finds what its regular expression would.
 
 // The body of the first section with that name.
 std::optional<ustring_view> findSection(ustring_view text, ustring_view sectionName);
 
-// Finds elements of one name.
+// Finds the elements with one name, one after the other.
 class ElementFinder {
 public:
-    // An element's text, and the index behind its end tag.
     struct Element {
-        ustring_view text;
-        std::size_t end;
+        ustring_view text;  // between the tags
+        std::size_t end;    // index after the end tag, from where to find the next element
     };
 
     explicit ElementFinder(ustring_view elementName);
 
-    // The first element at or after `from`.
+    // The first element that starts at or after `from`.
     std::optional<Element> find(ustring_view text, std::size_t from = 0) const;
 
 private:
@@ -44,18 +44,19 @@ std::optional<ustring_view> findElement(ustring_view text, ustring_view elementN
 std::optional<ustring_view> findAttribute(ustring_view text, ustring_view elementName,
                                           ustring_view attributeName);
 
-// The parts of an image's data URI. Views into the text, which is UTF-8.
+// The parts of an image's data URI, as views into its text.
 struct ImageDataUri {
-    std::string_view format;
-    std::string_view payload;
+    std::string_view format;   // "png"
+    std::string_view payload;  // base64, not checked
 };
 
-// The first line of `text` that holds a data URI of an image. Of several ";base64," in that line the
-// last one counts.
+// The data URI of the first line of `text` that holds one of an image. If that line holds
+// ";base64," several times, the last one ends the format. `text` is UTF-8.
 std::optional<ImageDataUri> findImageDataUri(std::string_view text);
 
-// Replaces the entity references &lt; &gt; &amp; &apos; &quot;, one kind after the other in that
-// order, in place. So "&amp;lt;" becomes "&lt;", but "&amp;quot;" becomes a double quote.
+// Replaces the entity references &lt; &gt; &amp; &apos; &quot; in place: all of one kind, then all
+// of the next, in that order. So "&amp;lt;" becomes "&lt;", but "&amp;quot;" becomes a double
+// quote.
 void unescapeXMLEntities(ustring& text);
 void unescapeXMLEntities(std::string& utf8);
 

@@ -27,7 +27,7 @@ ustring trimmed(ustring text) {
     return text;
 }
 
-// The unescaped text of an element, or `missing` when the section has none.
+// The unescaped text of an element, or `missing` if the section has no such element.
 ustring elementText(ustring_view section, ustring_view elementName, ustring_view missing = {}) {
     ustring text(findElement(section, elementName).value_or(missing));
     unescapeXMLEntities(text);
@@ -45,8 +45,8 @@ void setList(AppMetadata& metadata, ustring_view section, const ListElementRow& 
     (metadata.*row.set)(items);
 }
 
-// The screenshot is taken by the host unless the app says otherwise; then it is the one in the file,
-// and white space counts as one.
+// The host takes the screenshot unless `autoCapture` is "false". Then the screenshot is the one in
+// the file, if the element has any text, even if that is only white space.
 const char16_t* screenshotMode(ustring_view section) {
     ustring autoCapture(findAttribute(section, kThumbnail, kAutoCapture).value_or(u"true"));
     unescapeXMLEntities(autoCapture);
@@ -59,7 +59,7 @@ const char16_t* screenshotMode(ustring_view section) {
 class KAppMetadataReader::KAppMetadataReaderImpl {
 public:
     explicit KAppMetadataReaderImpl(const ustring& fileName)
-        : fileName_(fileName), text_(readFile(fileName)) {}
+        : fileName_(fileName), text_(readTextFile(fileName)) {}
 
     const ustring& getFileName() const { return fileName_; }
 
@@ -73,15 +73,16 @@ public:
                 setList(metadata, body, list);
         }
         metadata.setScreenshotMode(screenshotMode(section(kThumbnailSection)));
-        metadata.setKVPKGVersion(u"");  // no package, so no version of its format
+        metadata.setKVPKGVersion(u"");  // a text app is not a package
         return metadata;
     }
 
-    // Leaves both as they are when there is no screenshot.
+    // Leaves both arguments as they are if there is no screenshot.
     void getAppScreenshot(std::vector<std::uint8_t>& bytes, ustring& format) const {
         const auto element = findElement(section(kThumbnailSection), kThumbnail);
         if (!element) return;
-        // Narrow from here on: the payload may be most of the file.
+        // From here on we use UTF-8: the payload may be most of the file, and UTF-16 takes twice
+        // the memory.
         std::string uri = fl::i18n::ustring_to_utf8(*element);
         unescapeXMLEntities(uri);
         if (!uri.starts_with(kImageUriStart)) return;
@@ -92,10 +93,8 @@ public:
     }
 
 private:
-    ustring readFile(const ustring& fileName) const { return readTextFile(fileName); }
-
-    // Empty when there is none. The text is valid UTF-16, since it was made from UTF-8, so the
-    // scanner may work on it directly.
+    // The body of a section; empty if there is none. The text was decoded from UTF-8, so it is
+    // valid UTF-16, as the scanner requires.
     ustring_view section(const SectionRow& row) const {
         return findSection(text_, row.name).value_or(ustring_view());
     }

@@ -1,6 +1,8 @@
 #pragma once
 
-// Every name that the appendix of a text app file is made of, for the reader and for checks.
+// Every name in the appendix of a text app file, and the tables of its sections and fields. The
+// reader and the checks work from these tables, so a new field is one more row. docs/format-k.md
+// describes the format.
 
 #include <appserialization/AppMetadata.hpp>
 #include <foundation/ustring.hpp>
@@ -16,8 +18,8 @@ using foundation::ustring_view;
 
 inline constexpr const char16_t* kExtension = u".k";
 
-// A section is kSectionOpen, its name, kSectionClose, and somewhere behind that kBodyOpen, its body and
-// kBodyClose.
+// A section is kSectionOpen, its name and kSectionClose, then anything, then kBodyOpen, its body
+// and kBodyClose.
 inline constexpr ustring_view kSectionOpen = u"%[";
 inline constexpr ustring_view kSectionClose = u"]";
 inline constexpr ustring_view kBodyOpen = u"{";
@@ -26,8 +28,8 @@ inline constexpr ustring_view kBodyClose = u"%}";
 // An element of a section that holds a field's text.
 struct TextElementRow {
     const char16_t* name;
-    const char16_t* missing;  // the text of a section without the element
-    bool isTrimmed;           // otherwise white space around the text is kept as written
+    const char16_t* missing;  // the field's value if the section lacks the element
+    bool isTrimmed;           // whether white space around the text is removed
     void (AppMetadata::*set)(const ustring&);
 };
 inline constexpr std::array kDetailsTexts = {
@@ -45,7 +47,7 @@ inline constexpr std::array kInternalTexts = {
     TextElementRow{u"KORVALRelease", u"", true, &AppMetadata::setKORVALRelease},
 };
 
-// An element of a section that holds a field's list: an item element for each value.
+// An element of a section that holds a field's list. It contains an item element for each value.
 struct ListElementRow {
     const char16_t* name;
     const char16_t* item;
@@ -57,13 +59,15 @@ inline constexpr std::array kInternalLists = {
     ListElementRow{u"ImageRelativePaths", u"Path", &AppMetadata::setImageRelativePaths},
 };
 
-// The element that holds the screenshot as a data URI; its attribute says who makes the screenshot.
+// The element that holds the screenshot as a data URI. Its attribute is "false" if the app brings
+// the screenshot; otherwise the host takes one.
 inline constexpr const char16_t* kThumbnail = u"Thumbnail";
 inline constexpr const char16_t* kAutoCapture = u"autoCapture";
-// "data:image/" format ";base64," payload.
+// A data URI of an image is kImageUriStart, the format, kPayloadMarker and the image in base64.
 inline constexpr std::string_view kImageUriStart = "data:image/";
 inline constexpr std::string_view kPayloadMarker = ";base64,";
 
+// A section and the elements that are looked up in it.
 struct SectionRow {
     ustring_view name;
     std::span<const TextElementRow> texts;
@@ -75,7 +79,7 @@ inline constexpr SectionRow kInternalSection{u"app:internalData", kInternalTexts
                                              nullptr};
 inline constexpr SectionRow kThumbnailSection{u"app:thumbnail", {}, {}, kThumbnail};
 inline constexpr std::array kSections = {kDetailsSection, kInternalSection, kThumbnailSection};
-// How the name of every section begins.
+// The names of all sections start with this.
 inline constexpr ustring_view kSectionPrefix = u"app:";
 
 }  // namespace appserialization::textapp

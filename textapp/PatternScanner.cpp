@@ -17,24 +17,28 @@ namespace appserialization::textapp {
 
 namespace {
 
-// Compiling recurses at most about 420 bytes a character of a pattern, and a search about 1 KiB a
-// character of a name between two looks at the text. Names of this length keep both within kReserve.
+// In bytes. Compiling a pattern takes about 420 bytes of stack for each character of the pattern.
+// Between two accesses to the text, a search takes about 1 KiB for each character of a name. With
+// names up to this length, both fit into kReserve.
 constexpr std::size_t kLongestName = 64;
 
-// What a search leaves of the thread's stack, and what it may use when the thread's stack is not
-// known (a host may run its own).
+// Bytes of the thread's stack that a search leaves free.
 constexpr std::size_t kReserve = 48 * 1024;
+// Bytes that a search uses if the thread's stack is unknown, because a host may run on its own
+// stack.
 constexpr std::size_t kUnknownStack = 48 * 1024;
+// The most that a search uses of any stack, in bytes.
 constexpr std::size_t kLargeStack = 6 * 1024 * 1024;
 
-// Looks at the text that one lookup may take: a quarter of a second.
-constexpr std::size_t kMostSteps = std::size_t{1} << 24;
+// The most accesses to the text in one lookup; they take about a quarter of a second.
+constexpr std::size_t kMaxSteps = std::size_t{1} << 24;
 
 std::uintptr_t stackPosition() {
     return reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
 }
 
-// How far the stack may grow from here. Throws when not even a pattern can be compiled on it.
+// How many bytes the stack may grow from here. Throws if that does not even suffice to compile a
+// pattern.
 std::size_t stackToUse() {
     pthread_attr_t attributes;
     if (pthread_getattr_np(pthread_self(), &attributes) != 0) return kUnknownStack;
@@ -48,7 +52,8 @@ std::size_t stackToUse() {
     return std::min(left - kReserve, kLargeStack);
 }
 
-// What a search may still use. The search looks at the text through iterators that ask here first.
+// The stack and the number of steps that a search may use. The iterators through which it accesses
+// the text call spend() each time, which throws when either is used up.
 class SearchBudget {
 public:
     SearchBudget() : lowestPosition_(stackPosition() - stackToUse()) {}
@@ -56,7 +61,7 @@ public:
     void spend() {
         if (stackPosition() < lowestPosition_)
             throw std::regex_error(std::regex_constants::error_stack);
-        if (++steps_ > kMostSteps) throw std::regex_error(std::regex_constants::error_complexity);
+        if (++steps_ > kMaxSteps) throw std::regex_error(std::regex_constants::error_complexity);
     }
 
 private:
@@ -64,7 +69,7 @@ private:
     std::size_t steps_ = 0;
 };
 
-// A position in the text whose every use is paid for.
+// An iterator over the text that calls spend() each time it is dereferenced or compared.
 class MeteredIterator {
 public:
     using iterator_category = std::bidirectional_iterator_tag;
@@ -92,7 +97,7 @@ public:
     }
     MeteredIterator operator--(int) { return {position_--, budget_}; }
     friend bool operator==(const MeteredIterator& a, const MeteredIterator& b) {
-        // The search compares where it loops without moving.
+        // Some loops of the search compare iterators without dereferencing any.
         if (a.budget_ != nullptr) a.budget_->spend();
         return a.position_ == b.position_;
     }
@@ -106,8 +111,8 @@ private:
 
 using Match = std::match_results<MeteredIterator>;
 
-// The length of a name when what its counts repeat is written out; at least that, since any number
-// behind a brace or a comma is taken for a count.
+// The length of a name with everything that its repeat counts ("{3}") repeat written out. It may be
+// greater than that, because any number after a brace or a comma is taken for a count.
 std::size_t expandedLength(std::string_view name) {
     std::size_t length = name.size();
     for (std::size_t i = 0; i + 1 < name.size(); ++i) {
@@ -122,7 +127,7 @@ std::size_t expandedLength(std::string_view name) {
     return length;
 }
 
-// A name as it goes into a pattern.
+// A name in UTF-8, to be inserted into a pattern. Throws if its expanded form is too long.
 std::string patternPiece(const ustring& name) {
     std::string piece = fl::i18n::ustring_to_utf8(name);
     if (expandedLength(piece) > kLongestName) {
@@ -131,7 +136,7 @@ std::string patternPiece(const ustring& name) {
     return piece;
 }
 
-// One text that a pattern is searched in.
+// A text and a pattern to search in it. All searches together have one budget.
 class PatternSearch {
 public:
     PatternSearch(const ustring& text, const std::string& pattern)
@@ -149,7 +154,7 @@ public:
         std::vector<ustring> groups;
         Match match;
         for (std::size_t from = 0; search(from, match); from = offset(match[0].second)) {
-            // The next search would find the same again, without end.
+            // After an empty match, the next search would find the same one again, endlessly.
             if (match[0].first == match[0].second)
                 throw std::regex_error(std::regex_constants::error_complexity);
             groups.push_back(firstGroup(match));
@@ -168,14 +173,15 @@ private:
         return static_cast<std::size_t>(at.position() - text_.data());
     }
 
-    // Empty when the group took no part. A group may cut characters: a name may hold ".".
+    // Empty if the group did not take part in the match. The group may end within a character,
+    // because a name may contain ".", which matches a byte; the conversion accepts that.
     ustring firstGroup(const Match& match) const {
         if (!match[1].matched) return {};
         return fl::i18n::utf8_to_ustring(
             std::string_view(match[1].first.position(), match[1].second.position()));
     }
 
-    SearchBudget budget_;  // before the pattern, whose making needs stack too
+    SearchBudget budget_;  // comes first, because compiling the pattern needs stack, too
     std::string text_;
     std::regex pattern_;
 };
@@ -188,7 +194,7 @@ std::string elementPattern(const ustring& elementName) {
 }  // namespace
 
 bool isPattern(const ustring& name) {
-    // "]" and "}" alone stand for themselves.
+    // A lone "]" or "}" stands for itself.
     return name.find_first_of(uR"(^$\.*+?()[{|)") != ustring::npos;
 }
 

@@ -22,11 +22,11 @@ namespace {
 using fl::filesystem::FileDescriptor;
 using foundation::core::except::throwInternal;
 
-// Small enough to stay in the cache between reading and decoding.
+// In bytes; small enough to stay in the cache between reading and decoding.
 constexpr std::size_t kPiece = 256 * 1024;
 
-// Bytes of a UTF-8 sequence behind its first.
-constexpr std::size_t kMostTrailBytes = 3;
+// The most bytes of a UTF-8 sequence after its first.
+constexpr std::size_t kMaxTrailBytes = 3;
 
 [[noreturn]] void fail(const ustring& fileName, const std::string& problem) {
     throwInternal(AppFileReaderGenericException(
@@ -35,9 +35,10 @@ constexpr std::size_t kMostTrailBytes = 3;
 
 void requireReasonableSize(std::uint64_t size, const ustring& fileName) {
     if (size <= KAppMetadataReader::kLargestFile) return;
-    fail(fileName,
-         "the file has " + std::to_string(size) + " bytes or more, but a text app at most " +
-             std::to_string(KAppMetadataReader::kLargestFile) + "; check that it is a text app");
+    fail(fileName, "the file has " + std::to_string(size) +
+                       " bytes or more, but a text app may have at most " +
+                       std::to_string(KAppMetadataReader::kLargestFile) +
+                       "; check that it is a text app");
 }
 
 FileDescriptor openFile(const ustring& fileName) {
@@ -56,11 +57,12 @@ bool isLeadByte(char byte) {
     return static_cast<unsigned char>(byte) >= 0xC0;
 }
 
-// How much of `bytes` can be decoded without what follows. A sequence, well-formed or not, begins
-// with a lead byte and holds no other, so what precedes one can be decoded by itself.
+// How many of the bytes can be decoded without knowing what follows them. A sequence, well-formed
+// or not, starts with a lead byte and contains no other, so the bytes before a lead byte are
+// complete.
 std::size_t completeLength(std::string_view bytes) {
     std::size_t trail = 0;
-    while (trail < bytes.size() && trail < kMostTrailBytes &&
+    while (trail < bytes.size() && trail < kMaxTrailBytes &&
            isTrailByte(bytes[bytes.size() - 1 - trail])) {
         ++trail;
     }
@@ -69,15 +71,15 @@ std::size_t completeLength(std::string_view bytes) {
     return isLeadByte(bytes[before]) ? before : bytes.size();
 }
 
-// Reads to where a read comes back short: the size that the system gives is not relied on, since
-// files grow, and those of /proc say 0.
+// Reads until a read comes back short. The size that the system reports is only a hint, because
+// files may grow, and files in /proc have size 0.
 ustring decodeFile(const FileDescriptor& file, const ustring& fileName) {
     const std::uint64_t expectedSize = file.stamp().size;
     requireReasonableSize(expectedSize, fileName);
     ustring text;
     text.reserve(static_cast<std::size_t>(expectedSize));
     const auto buffer = std::make_unique_for_overwrite<char[]>(kPiece);
-    std::size_t carried = 0;  // bytes of a sequence that the piece before did not end
+    std::size_t carried = 0;  // bytes of a sequence that the previous piece did not complete
     std::uint64_t offset = 0;
     for (bool atEnd = false; !atEnd;) {
         const std::span<char> room(buffer.get() + carried, kPiece - carried);

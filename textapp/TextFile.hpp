@@ -4,10 +4,11 @@
 
 namespace appserialization::textapp {
 
-// The whole text of a regular file, decoded from UTF-8; what is not valid UTF-8 becomes U+FFFD, and
-// neither a byte-order mark nor line ends are changed. Throws AppFileReaderInvalidFileName, without
-// blocking, for a file that cannot be opened or is no regular file, and AppFileReaderGenericException
-// for one that is larger than KAppMetadataReader::kLargestFile or fails while it is read.
+// The whole text of a regular file, decoded from UTF-8. What is not valid UTF-8 becomes U+FFFD; a
+// byte-order mark and the line ends stay as they are. Throws AppFileReaderInvalidFileName if the
+// file cannot be opened or is not a regular file, without blocking on a FIFO. Throws
+// AppFileReaderGenericException if it is larger than KAppMetadataReader::kLargestFile, becomes
+// shorter while it is read, or cannot be read.
 ustring readTextFile(const ustring& fileName);
 
 }  // namespace appserialization::textapp

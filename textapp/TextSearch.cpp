@@ -9,12 +9,13 @@ namespace appserialization::textapp {
 
 namespace {
 
-// Code units that are looked at together. The loops over a block have a constant count and no early
-// exit, so that the compiler makes vector instructions of them.
+// The number of code units that are tested together. The loops over a block have a constant count
+// and no early exit, so that the compiler turns them into vector instructions.
 constexpr std::size_t kBlock = 64;
 
-// Comparing at every candidate is quadratic for texts like "aaaa" in "aaaaaaaa". Up to this length
-// that is a constant; beyond it a table is worth its making.
+// Comparing at every candidate takes time proportional to both lengths, as for "aaaa" in
+// "aaaaaaaa". Up to this length of `wanted` that is a constant factor; beyond it we use an
+// algorithm with a table.
 constexpr std::size_t kLongText = 64;
 
 bool blockHasPair(const char16_t* block, char16_t first, char16_t second) {
@@ -42,8 +43,8 @@ bool blockHasSurrogate(const char16_t* block) {
     return found != 0;
 }
 
-// Where a block begins that may hold the start of `wanted`; what lies between `from` and there holds
-// none. Fewer units than a block remain when there is no such block.
+// Skips blocks that cannot hold the start of `wanted`, and returns the index of the first one that
+// may. If there is none, returns an index that leaves less than a block.
 std::size_t skipBlocks(ustring_view text, ustring_view wanted, std::size_t from) {
     const std::size_t lookahead = wanted.size() > 1 ? 1 : 0;
     while (text.size() - from >= kBlock + lookahead) {
@@ -61,7 +62,7 @@ std::size_t findShort(ustring_view text, ustring_view wanted, std::size_t from) 
     while (true) {
         from = skipBlocks(text, wanted, from);
         const std::size_t blockEnd = from + kBlock;
-        // The last start that is in this block; a match itself may reach beyond.
+        // The match has to start in this block, but may extend beyond it.
         const ustring_view reach = text.substr(0, blockEnd + wanted.size() - 1);
         const std::size_t found = reach.find(wanted, from);
         if (found != ustring_view::npos || reach.size() == text.size()) return found;
@@ -69,7 +70,8 @@ std::size_t findShort(ustring_view text, ustring_view wanted, std::size_t from) 
     }
 }
 
-// For each length of a beginning of `wanted`, the length of the longest shorter one that ends it.
+// For each prefix of `wanted`, by its length: the length of its longest border, which is a shorter
+// prefix with which it also ends.
 std::vector<std::size_t> borderLengths(ustring_view wanted) {
     std::vector<std::size_t> borders(wanted.size() + 1, 0);
     std::size_t length = 0;
@@ -83,7 +85,7 @@ std::vector<std::size_t> borderLengths(ustring_view wanted) {
     return borders;
 }
 
-// Knuth, Morris and Pratt.
+// The algorithm of Knuth, Morris and Pratt, which never goes back in the text.
 std::size_t findLong(ustring_view text, ustring_view wanted, std::size_t from) {
     const std::vector<std::size_t> borders = borderLengths(wanted);
     std::size_t matched = 0;
@@ -110,7 +112,7 @@ void requireValidUtf16(ustring_view text) {
     while (text.size() - from >= kBlock && !blockHasSurrogate(text.data() + from)) {
         from += kBlock;
     }
-    // No surrogate precedes `from`, so no pair is cut in two there.
+    // There is no surrogate before `from`, so `rest` does not start within a pair.
     const ustring_view rest = text.substr(from);
     if (fl::i18n::find_unpaired_surrogate(rest) != ustring_view::npos) {
         fl::i18n::ustring_to_utf8(text);  // throws, with the index in the whole text
