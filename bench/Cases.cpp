@@ -95,7 +95,7 @@ std::uint64_t Usage::peakMemory() const {
 }
 
 std::uint64_t WrittenBytes::total() {
-    constexpr std::uint64_t kBlock = 512;  // in which the system counts, whatever it writes in
+    constexpr std::uint64_t kBlock = 512;  // the unit of ru_oublock on every file system
     std::uint64_t blocks = 0;
     for (const auto who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
         struct rusage usage {};

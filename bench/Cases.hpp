@@ -12,22 +12,23 @@ namespace bench {
 
 using Body = std::function<void(benchmark::State&)>;
 
-// One case of the table, and what it is compared with in the same run. A body prepares what it needs
-// and calls measure().
+// One case of the table: our own body, and the baselines that it is compared with in the same run.
+// A body prepares what it needs and calls measure().
 class Case {
 public:
     Case(std::string name, Body ours);
 
-    // `goal` is the most that ours may take, as a multiple of this baseline: its time, or its
-    // amount where both report one. 0 when there is no goal.
+    // Adds a baseline. `goal` is the most that our body may take as a multiple of this baseline, in
+    // time, or in amount if both report one; 0 if there is no goal.
     Case& against(const std::string& baseline, double goal, Body body);
 
 private:
     std::string name_;
 };
 
-// What a body uses besides time: processor seconds, those of its child processes included, and the
-// most memory that the process holds at once, over what it held before.
+// What a body uses from the construction of this object on, besides time: processor seconds,
+// including those of child processes, and the peak of memory above what the process held at
+// construction.
 class Usage {
 public:
     Usage();
@@ -39,7 +40,8 @@ private:
     std::uint64_t memory_;
 };
 
-// What this process and its children that have ended have had the file systems write since.
+// How many bytes this process, and those of its children that have ended, have had file systems
+// write since the construction of this object.
 class WrittenBytes {
 public:
     WrittenBytes() : before_(total()) {}
@@ -59,26 +61,26 @@ void measure(benchmark::State& state, Work work) {
     usage.report(state);
 }
 
-// The same for work that does `count` things at once: the table shows the time for each of them, by
-// the median of all times that the work was done, since work this short is easily disturbed.
+// Like measure(), for work that does `count` things: the table shows the time for one of them. It
+// takes the median over all rounds, because such short work is easily disturbed.
 void measureEach(benchmark::State& state, std::size_t count, const std::function<void()>& work);
 
-// A baseline that is no work but a time, which the goal states.
+// For a baseline that does nothing, but stands for a fixed time.
 void allow(benchmark::State& state, double seconds);
 
-// Has the table compare this instead of the time: so many bytes an iteration.
+// Makes the table compare this amount, in bytes for each iteration, instead of the time.
 void reportAmount(benchmark::State& state, std::uint64_t bytes);
 
-// Runs a command of the shell; a status other than 0 ends the benchmark.
+// Runs a shell command. A status other than 0 ends the benchmark with an error.
 void run(benchmark::State& state, const std::string& command);
 
-// Starts a program and waits for its end; `outputFile` gets what it prints. A status other than 0
-// ends the benchmark.
+// Starts a program, writes what it prints to `outputFile`, and waits for its end. A status other
+// than 0 ends the benchmark with an error.
 void runProgram(benchmark::State& state, const std::vector<std::string>& arguments,
                 const std::string& outputFile = "/dev/null");
 
-// Runs a command that prints how many seconds something took in its own process; the table shows
-// these.
+// Runs a command that measures something in its own process and prints the seconds that it took.
+// The table shows these.
 void measureItself(benchmark::State& state, const std::string& command);
 
 }  // namespace bench

@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-// Costs that grow with a count: the time for each is compared with that in a file which holds a tenth
-// as many.
+// Costs that grow with a count. The time for one part (relationship, item) in a file of many is
+// compared with the time for one in a file of a tenth as many.
 
 namespace {
 
@@ -26,7 +26,8 @@ using appserialization::ustring;
 namespace fs = std::filesystem;
 namespace model = opc::model;
 
-// What no longer fits the processor's caches takes up to twice as long; ten would be quadratic.
+// What no longer fits into the processor's caches takes up to twice as long. Ten times as long
+// would mean that the cost is quadratic.
 constexpr double kGoal = 2;
 
 ustring numbered(const char16_t* before, std::size_t number, const char16_t* behind) {
@@ -87,7 +88,7 @@ void readEach(benchmark::State& state, const fs::path& file, std::size_t count) 
     });
 }
 
-// --- cases: each takes a count ----------------------------------------------------------------------
+// --- cases, each for a given count ---------------------------------------------------------------
 
 void openParts(benchmark::State& state, std::size_t count) {
     const fs::path file = fileOf("parts", count);

@@ -34,7 +34,7 @@ void readWithPython(benchmark::State& state) {
         state, "python3 " BENCH_SCRIPTS "/read_metadata.py " + packagedApp(kKiB).string() + " 300");
 }
 
-// With the few parts that a small app has, which are not taken off.
+// The time includes that for the few parts of every app.
 void readManyParts(benchmark::State& state) {
     const fs::path file = folder() / "many-parts.kvpkg";
     run(state, "python3 " BENCH_SCRIPTS "/add_parts.py " + packagedApp(kKiB).string() + " " +

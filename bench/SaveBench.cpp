@@ -29,7 +29,7 @@ fs::path removed(const fs::path& file) {
     return file;
 }
 
-// --- pack a model ---------------------------------------------------------------------------------
+// --- pack a model --------------------------------------------------------------------------------
 
 void packModel(const fs::path& model, const fs::path& target) {
     AppFileWriter writer(text(target), true);
@@ -50,7 +50,7 @@ void packWithZip(benchmark::State& state, const fs::path& model) {
     fs::remove(target);
 }
 
-// What is left when a writer has nothing to do but to deflate.
+// The least that a writer has to do: deflate the content and compute its CRC.
 void deflateInMemory(benchmark::State& state, const fs::path& model) {
     std::vector<std::uint8_t> input(fs::file_size(model)), output(256 * kKiB);
     std::vector<std::uint8_t> levelBuffer(ISAL_DEF_LVL1_DEFAULT);
@@ -83,7 +83,7 @@ void copyDurably(benchmark::State& state, const fs::path& file) {
     fs::remove(copy);
 }
 
-// --- edit a large app ------------------------------------------------------------------------------
+// --- edit a large app ----------------------------------------------------------------------------
 
 void editMetadata(const fs::path& app) {
     static int round = 0;
@@ -114,16 +114,16 @@ void copyAndSync(benchmark::State& state, const fs::path& app) {
     fs::remove(copy);
 }
 
-// A copy of the app where the file system shares blocks.
+// A copy of the app on the file system whose files can share blocks.
 fs::path onReflinks(std::uint64_t modelSize) {
     const fs::path source = packagedApp(modelSize);
     const fs::path copy = reflinkFolder() / source.filename();
     if (!fs::exists(copy)) fs::copy_file(source, copy);
-    ::sync();  // sharing blocks waits for those that are not written yet
+    ::sync();  // sharing blocks would wait until they are written
     return copy;
 }
 
-// --- unpack the model ---------------------------------------------------------------------------------
+// --- unpack the model ----------------------------------------------------------------------------
 
 void unpack(benchmark::State& state, const fs::path& app) {
     const fs::path target = folder() / "unpacked.kvd";
@@ -140,7 +140,7 @@ void unzipToFile(benchmark::State& state, const fs::path& app) {
     fs::remove(target);
 }
 
-// --- bytes written -------------------------------------------------------------------------------------
+// --- bytes written -------------------------------------------------------------------------------
 
 void setCode(AppFileWriter& writer) {
     writer.setKORVALCodeText(std::u16string(8 * kKiB, u'x'));
@@ -187,10 +187,10 @@ void sizeOfFile(benchmark::State& state, const fs::path& file) {
     reportAmount(state, fs::file_size(file));
 }
 
-// --- memory ----------------------------------------------------------------------------------------------
+// --- memory --------------------------------------------------------------------------------------
 
-// Almost all of it a hole, so that it takes no room; what comes first makes a writer store it, so that
-// the package has its size too, or deflate it.
+// A file that is almost all hole, so it takes no room. Its first bytes decide whether a writer
+// deflates it or stores it; a package that stores it has its size.
 fs::path sparseFile(std::uint64_t size, bool shrinks) {
     const fs::path file = folder() / (shrinks ? "zeros.kvd" : "sparse.kvd");
     if (fs::exists(file)) return file;
@@ -222,7 +222,7 @@ void allowance(benchmark::State& state) {
     reportAmount(state, 16 * kMiB);
 }
 
-// ---------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 
 void registerSaves() {
     Case("pack 1 GiB compressible", [](auto& state) {

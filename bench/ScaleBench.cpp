@@ -1,4 +1,5 @@
-// Costs that must grow no faster than what they are for: each case at one size and at a tenth of it.
+// Costs that must not grow faster than the size of the task. Each case is run with one size, and
+// with a tenth of that for comparison.
 
 #include "bench/BenchFiles.hpp"
 #include "bench/Cases.hpp"
@@ -132,7 +133,8 @@ void readTextAppLists(benchmark::State& state, std::size_t count) {
     });
 }
 
-// Sorted tables grow deeper and caches colder; a quadratic cost would come to 100.
+// More than 10, because sorted tables get deeper and caches miss more often. A quadratic cost would
+// give 100.
 constexpr double kTenfold = 15;
 
 void add(const std::string& name, void (*body)(benchmark::State&, std::size_t), std::size_t size) {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-// The first use of the library in a process, and whole processes of the tool.
+// What the first use of the library in a process costs, and what a whole process of the tool costs.
 
 namespace {
 
@@ -41,7 +41,7 @@ void xercesProgram(benchmark::State& state) {
     program(state, {BENCH_XERCES});
 }
 
-// --- a folder full of apps --------------------------------------------------------------------------
+// --- a folder full of apps -----------------------------------------------------------------------
 
 const std::vector<fs::path>& manyApps() {
     static const std::vector<fs::path> files = [] {

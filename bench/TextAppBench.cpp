@@ -22,7 +22,7 @@ using namespace bench;
 using appserialization::ustring;
 namespace fs = std::filesystem;
 
-// --- text apps ------------------------------------------------------------------------------------
+// --- text apps -----------------------------------------------------------------------------------
 
 const std::string kDetails =
     "%[app:appDetails]\n%{\n<Name>Heat field</Name>\n<Author>Zo\xC3\xAB</Author>\n"
@@ -40,7 +40,7 @@ std::string code(std::size_t size) {
     return text;
 }
 
-// An appendix whose picture is `payload` characters of base64.
+// An appendix with a picture of `payload` characters of base64.
 std::string appendix(std::size_t payload) {
     return kDetails +
            "%[app:thumbnail]\n%{\n<Thumbnail autoCapture='false'>data:image/png;base64," +
@@ -53,7 +53,7 @@ fs::path textApp(const char* name, const std::string& text) {
     return file;
 }
 
-// 64 MiB, nearly all of it code or nearly all of it picture.
+// Text apps of 64 MiB that are nearly all code, or nearly all picture.
 const fs::path& longCode() {
     static const fs::path file = textApp("code.k", code(64 * kMiB) + appendix(30 * kKiB));
     return file;
@@ -63,7 +63,7 @@ const fs::path& longPicture() {
     return file;
 }
 
-// --- read metadata and screenshot of a large file -------------------------------------------------
+// --- read metadata and screenshot of a large file ------------------------------------------------
 
 void readTextApp(benchmark::State& state, const fs::path& file) {
     const ustring name = text(file);
@@ -74,7 +74,7 @@ void readTextApp(benchmark::State& state, const fs::path& file) {
     });
 }
 
-// The least that a reader of UTF-8 files into UTF-16 costs.
+// The least that reading a UTF-8 file into UTF-16 costs.
 void readAndConvert(benchmark::State& state, const fs::path& file) {
     measure(state, [&] {
         std::string bytes(fs::file_size(file), '\0');
@@ -90,7 +90,7 @@ void readAndConvert(benchmark::State& state, const fs::path& file) {
     });
 }
 
-// --- base64 ----------------------------------------------------------------------------------------
+// --- base64 --------------------------------------------------------------------------------------
 
 constexpr std::size_t kPayload = 64 * kMiB;
 
@@ -100,7 +100,7 @@ void decodeBase64(benchmark::State& state) {
             [&] { benchmark::DoNotOptimize(foundation::crypto::utils::base64Decode(payload)); });
 }
 
-// What no decoder can do without: memory for the result, and one pass over it.
+// The least that any decoder has to do: allocate memory for the result and write it once.
 void copyToNewMemory(benchmark::State& state) {
     const std::string result(kPayload / 4 * 3, 'k');
     measure(state, [&] {
@@ -108,7 +108,7 @@ void copyToNewMemory(benchmark::State& state) {
     });
 }
 
-// --- find the picture of a small file -------------------------------------------------------------
+// --- find the picture of a small file ------------------------------------------------------------
 
 void scanPicture(benchmark::State& state) {
     const std::string bytes = code(4 * kKiB) + appendix(30 * kKiB);
@@ -121,7 +121,7 @@ void scanPicture(benchmark::State& state) {
     });
 }
 
-// The same by the standard library's regular expressions, without the conversions around them.
+// Like scanPicture(), with the standard library's regular expressions and without conversions.
 void matchPicture(benchmark::State& state) {
     const std::string app = code(4 * kKiB) + appendix(30 * kKiB);
     measure(state, [&] {
@@ -134,7 +134,7 @@ void matchPicture(benchmark::State& state) {
     });
 }
 
-// --------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 
 void registerAll() {
     Case("text app of 64 MiB code", [](auto& state) {

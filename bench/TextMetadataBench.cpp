@@ -22,7 +22,7 @@ namespace {
 using namespace bench;
 using appserialization::ustring;
 
-constexpr std::size_t kCodeLines = 170;  // with the appendix, 200
+constexpr std::size_t kCodeLines = 170;  // the app has 200 lines with its appendix
 
 const std::string& smallApp() {
     static const std::string app = [] {
@@ -59,7 +59,7 @@ void readToStruct(benchmark::State& state) {
     });
 }
 
-// --- the same lookups by the standard library's regular expressions, compiled beforehand ------------
+// --- the same lookups by the standard library's regular expressions, compiled beforehand ---------
 
 std::regex elementExpression(const std::string& name) {
     return std::regex("<" + name + "[\\s\\S]*?>([\\s\\S]*?)</" + name + ">");

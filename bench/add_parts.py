@@ -1,5 +1,5 @@
-"""add_parts.py PACKAGE COUNT TARGET: copies a package and adds small parts that have their type by
-their extension."""
+"""add_parts.py PACKAGE COUNT TARGET: copies a package and adds small parts, whose content type is
+the default of their extension."""
 
 import sys
 import zipfile

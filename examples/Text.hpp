@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-// Between UTF-8, as the command line and the terminal have it, and the library's UTF-16.
+// Convert between UTF-8, which the command line and the terminal use, and the library's UTF-16.
 inline std::u16string fromUtf8(const std::string& text) {
     return std::filesystem::path(text).u16string();
 }

@@ -1,5 +1,5 @@
-// edit_app APP.kvpkg VERSION IMAGE: gives a packaged app a new version and screenshot, and keeps the
-// rest of the file as it is.
+// edit_app APP.kvpkg VERSION IMAGE: gives a packaged app a new version and screenshot, and keeps
+// the rest of the file as it is.
 
 #include <appserialization/AppFileReader.hpp>
 #include <appserialization/AppFileWriter.hpp>
@@ -23,7 +23,7 @@ std::vector<std::uint8_t> readBytes(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-// Texts that the record lacks stay as they are, but lists do not: those are passed on.
+// The writer keeps texts that the record lacks, but empties lists, so these are copied.
 AppMetadata withVersion(const AppMetadata& current, const ustring& version) {
     AppMetadata changed;
     changed.setVersion(version);
@@ -38,7 +38,7 @@ void editApp(const ustring& app, const ustring& version, const std::filesystem::
 
     AppFileWriter writer(app, false);
     writer.setAppMetadata(withVersion(current, version));
-    // The extension without its dot is the format's name.
+    // The format is the extension without its dot.
     writer.setAppScreenshot(readBytes(image), image.extension().u16string().substr(1));
     writer.close();
 }

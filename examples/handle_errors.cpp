@@ -1,5 +1,5 @@
-// handle_errors FILE...: reads the metadata of each app, packaged or text, and says of each failure what
-// a user can do about it.
+// handle_errors FILE...: prints the name of each app, packaged or text, or what its user can do if
+// the file cannot be read.
 
 #include <appserialization/Exceptions.hpp>
 #include <appserialization/Functions.hpp>
@@ -21,7 +21,7 @@ std::unique_ptr<AppMetadataReader> open(const ustring& file) {
     return std::make_unique<KVPKGMetadataReader>(file);
 }
 
-// Whether the app could be read. The most particular exceptions come first.
+// Returns whether the app could be read. The most specific exceptions are caught first.
 bool printName(const ustring& file) {
     try {
         std::cout << toUtf8(*open(file)->readMetadata().getName()) << '\n';
@@ -31,12 +31,12 @@ bool printName(const ustring& file) {
     } catch (const AppFileReaderInvalidFileExtensionCase&) {
         std::cout << toUtf8(file) << ": write the extension in lower case\n";
     } catch (const AppFileReaderInvalidFileExtension&) {
-        std::cout << toUtf8(file) << ": this is no app; its name ends otherwise\n";
+        std::cout << toUtf8(file) << ": the name of an app ends in .kvpkg or .k\n";
     } catch (const AppFileReaderExceptionBase& error) {
-        // The file is there and holds no app: the message says why.
+        // The file exists, but is not an app. The message says why.
         std::cout << toUtf8(error.getFileName()) << ": " << error.what() << '\n';
     } catch (const std::exception& error) {
-        // Whatever else goes wrong: the package library's errors, no memory, the disk.
+        // Anything else: errors of the package library, of the disk, or no memory.
         std::cout << toUtf8(file) << ": " << error.what() << '\n';
     }
     return false;

@@ -1,4 +1,5 @@
-// read_app APP.kvpkg MODEL: prints what a packaged app says about itself, and copies its model out.
+// read_app APP.kvpkg MODEL: prints the metadata and the code of a packaged app, and copies its
+// model to the file MODEL.
 
 #include <appserialization/AppFileReader.hpp>
 #include <appserialization/Exceptions.hpp>
@@ -13,11 +14,12 @@ using namespace appserialization;
 namespace {
 
 void printMetadata(const AppMetadata& metadata) {
-    // A record that was read is complete, so every field may be taken as it stands.
+    // Every field of a record that a reader returns is present.
     std::cout << toUtf8(*metadata.getName()) << ' ' << toUtf8(*metadata.getVersion()) << " by "
               << toUtf8(*metadata.getAuthor()) << '\n'
               << toUtf8(*metadata.getSummary()) << '\n';
-    const std::vector<ustring> products = *metadata.getRequiredProducts();  // a copy
+    // A getter returns a copy, so a loop over its result needs a variable.
+    const std::vector<ustring> products = *metadata.getRequiredProducts();
     for (const ustring& product : products) {
         std::cout << "needs " << toUtf8(product) << '\n';
     }
@@ -48,7 +50,7 @@ int main(int argc, char** argv) {
     try {
         readApp(fromUtf8(argv[1]), fromUtf8(argv[2]));
     } catch (const AppFileReaderExceptionBase& error) {
-        // The message is fixed text; the file's name is kept beside it.
+        // The message is fixed text without the file's name.
         std::cerr << "read_app: " << toUtf8(error.getFileName()) << ": " << error.what() << '\n';
         return 1;
     } catch (const std::exception& error) {

@@ -1,5 +1,5 @@
-// several_threads APP.kvpkg...: reads the names of many packaged apps with as many threads as the
-// machine has cores.
+// several_threads APP.kvpkg...: reads the names of many packaged apps, with one thread for each
+// core.
 
 #include <appserialization/KVPKGMetadataReader.hpp>
 
@@ -24,7 +24,7 @@ std::string nameOf(const ustring& file) {
     }
 }
 
-// Each object is used by one thread, so nothing needs a lock.
+// Each reader is used by one thread only, so nothing needs a lock.
 std::vector<std::string> namesOf(const std::vector<ustring>& files) {
     std::vector<std::string> names(files.size());
     std::atomic<std::size_t> next = 0;

@@ -23,10 +23,11 @@ AppMetadata describe() {
 
 void writeApp(const ustring& app, const ustring& model) {
     AppFileWriter writer(app, true);
-    writer.setKORVALCodeText(u"classdef TideTable < lumenforge.App\nend\n");  // first: it saves
+    // The code comes first, because setting it saves everything set before.
+    writer.setKORVALCodeText(u"classdef TideTable < lumenforge.App\nend\n");
     writer.setAppModelFromFile(model);
     writer.setAppMetadata(describe());
-    writer.close();  // nothing more is saved without it
+    writer.close();  // without this, model and metadata are not saved
 }
 
 }  // namespace

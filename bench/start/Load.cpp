@@ -1,5 +1,5 @@
-// qz_bench_load MODULE [ARGUMENT]: loads a module, calls its run(), and prints the seconds that both
-// took in this process, which has loaded nothing of the kind before.
+// qz_bench_load MODULE [ARGUMENT]: loads a module, calls its run(), and prints how many seconds
+// both took together. The process has loaded none of the module's libraries before.
 #include <dlfcn.h>
 
 #include <chrono>
