@@ -51,7 +51,7 @@ constexpr auto npos = ustring_view::npos;
 
 // The index after the first `wanted` at or after `from`. Returns npos if there is none or if `from`
 // is npos, so that a chain of lookups needs only one check, at its end.
-std::size_t findBehind(ustring_view text, ustring_view wanted, std::size_t from) {
+std::size_t findEndOf(ustring_view text, ustring_view wanted, std::size_t from) {
     const std::size_t found = from == npos ? npos : findText(text, wanted, from);
     return found == npos ? npos : found + wanted.size();
 }
@@ -74,7 +74,7 @@ ustring concat(std::initializer_list<ustring_view> pieces) {
 // The text between the first two successive quotes at or after `from` that have no line end between
 // them.
 std::optional<ustring_view> findQuoted(ustring_view text, std::size_t from) {
-    std::size_t begin = findBehind(text, u"'", from);
+    std::size_t begin = findEndOf(text, u"'", from);
     while (const auto quoted = upTo(text, u"'", begin)) {
         if (quoted->find_first_of(u"\n\r") == npos) return quoted;
         begin += quoted->size() + 1;
@@ -139,8 +139,8 @@ void unescape(std::basic_string<Char>& text) {
 
 std::optional<ustring_view> findSection(ustring_view text, ustring_view sectionName) {
     const std::size_t marked =
-        findBehind(text, concat({kSectionOpen, sectionName, kSectionClose}), 0);
-    return upTo(text, kBodyClose, findBehind(text, kBodyOpen, marked));
+        findEndOf(text, concat({kSectionOpen, sectionName, kSectionClose}), 0);
+    return upTo(text, kBodyClose, findEndOf(text, kBodyOpen, marked));
 }
 
 ElementFinder::ElementFinder(ustring_view elementName)
@@ -148,7 +148,7 @@ ElementFinder::ElementFinder(ustring_view elementName)
 
 std::optional<ElementFinder::Element> ElementFinder::find(ustring_view text,
                                                           std::size_t from) const {
-    const std::size_t begin = findBehind(text, u">", findBehind(text, startTag_, from));
+    const std::size_t begin = findEndOf(text, u">", findEndOf(text, startTag_, from));
     const auto content = upTo(text, endTag_, begin);
     if (!content) return std::nullopt;
     return Element{*content, begin + content->size() + endTag_.size()};
@@ -162,9 +162,9 @@ std::optional<ustring_view> findElement(ustring_view text, ustring_view elementN
 
 std::optional<ustring_view> findAttribute(ustring_view text, ustring_view elementName,
                                           ustring_view attributeName) {
-    const std::size_t tag = findBehind(text, concat({u"<", elementName}), 0);
-    const std::size_t name = findBehind(text, attributeName, tag);
-    const auto value = findQuoted(text, findBehind(text, u"=", name));
+    const std::size_t tag = findEndOf(text, concat({u"<", elementName}), 0);
+    const std::size_t name = findEndOf(text, attributeName, tag);
+    const auto value = findQuoted(text, findEndOf(text, u"=", name));
     if (!value) return std::nullopt;
     const auto closingQuote = static_cast<std::size_t>(value->data() - text.data()) + value->size();
     if (findText(text, u">", closingQuote + 1) == npos) return std::nullopt;
