@@ -64,7 +64,8 @@ APPSERIALIZATION_API void readXMLElements(const ustring& text, const ustring& el
 
 // Replaces `value` by the value of an attribute of the first element with that name. The value has
 // to be in single quotes; entity references in it are replaced. Leaves `value` as it is if there is
-// no such attribute. ``<ELEMENT[\s\S]*?ATTRIBUTE[\s\S]*?=[\s\S]*?'(.*?)'[\s\S]*?>``
+// no such attribute.
+// ``<ELEMENT[\s\S]*?ATTRIBUTE[\s\S]*?=[\s\S]*?'(.*?)'[\s\S]*?>``
 APPSERIALIZATION_API void readXMLElementAttribute(const ustring& text, const ustring& elementName,
                                                   const ustring& attributeName, ustring& value);
 

@@ -182,10 +182,6 @@ void syncFile(const FileDescriptor& file) {
     if (systemCalls().fsync(file.get()) < 0) throwSystemError(errno, "cannot make it durable");
 }
 
-}  // namespace
-
-namespace {
-
 [[noreturn]] void throwChanged() {
     throwSystemError(EBUSY, kChangedMeanwhile);
 }

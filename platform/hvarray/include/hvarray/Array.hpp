@@ -34,8 +34,9 @@ public:
 // Sizes along each dimension. {n} stands for n-by-1 and an empty list for 0-by-0.
 using Dimensions = std::span<const std::size_t>;
 
-// Base of the objects to which object arrays refer; the class system derives from it. An object is
-// destroyed with the last array that refers to it, in the thread that gives up that reference.
+// Base of the objects to which object arrays refer; the class system derives from it. Arrays share
+// the ownership of their object, so it is usually destroyed with the last array that refers to it,
+// in the thread that gives up that array.
 class PLATFORM_API HostObject {
 public:
     HostObject(const HostObject&) = delete;

@@ -35,7 +35,8 @@ PLATFORM_API ClassPtr findClass(std::string_view fullName);
 // Calls the constructor of a class. The first output is a handle to the new object. Throws
 // messages::HostError for whatever host code can get wrong: an unknown or abstract class, inputs
 // that do not fit the signature, a file that cannot be read. Throws std::bad_alloc if the class
-// system itself runs out of memory, because it could not make a host error then.
+// system itself runs out of memory, because it could not make a host error then. Exceptions of the
+// module's definer and descriptions pass through.
 PLATFORM_API Outputs construct(std::string_view fullName, std::size_t outputCount, Inputs inputs);
 
 // Calls the method `method` of a class. Unless the method is static, its object is the first input.
