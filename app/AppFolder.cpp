@@ -23,13 +23,14 @@ namespace textapp = appserialization::textapp;
 using foundation::ustring;
 using foundation::ustring_view;
 
-// How each of the sections begins that a text app ends with.
+// What every app section's marker begins with: "%[app:".
 std::string sectionMark() {
     return fl::i18n::ustring_to_utf8(
         ustring(textapp::kSectionOpen).append(textapp::kSectionPrefix));
 }
 
-// A source that cannot be read may be an app; reading it will tell why it cannot.
+// A source that cannot be read counts as an app, so that the verb reads it and reports why it
+// cannot.
 bool holdsAppSections(const FileName& file) {
     try {
         return readBytes(file, kMaxContentBytes).find(sectionMark()) != std::string::npos;
@@ -45,11 +46,11 @@ bool isSource(ustring_view name) {
 bool mayBeApp(const fs::directory_entry& entry) {
     std::error_code ignored;
     const fs::file_status status = entry.status(ignored);
-    // A link that leads to nothing has the name of an app, and reading it will tell.
+    // A dangling link with the name of an app is listed, so that the verb reports it.
     const bool isBrokenLink = entry.is_symlink(ignored) && !fs::exists(status);
     if (!fs::is_regular_file(status) && !isBrokenLink) return false;
     const ustring name = fl::i18n::utf8_to_ustring(entry.path().string());
-    // Also where only the case of the extension is wrong, which reading it will tell.
+    // In any case: a verb that opens "A.KVPKG" says that the extension must be in lower case.
     return fl::i18n::to_lower(name).ends_with(kPackagedExtension) || isSource(name);
 }
 

@@ -9,32 +9,38 @@
 
 namespace qzapp {
 
-// Is told what cannot be done.
+// Receives an error message and carries on.
 using Complain = std::function<void(const std::string&)>;
 
-// A folder that cannot be listed, or not to its end, and why.
+// A folder that could not be listed completely, and the reason, as an error message puts it.
 struct UnlistedFolder {
     std::string name;
     std::string reason;
 };
 
-// All below a folder that may be apps, by name.
+// What a walk over a folder found, each list in the order of names.
 struct AppsBelow {
     std::vector<std::string> files;
     std::vector<UnlistedFolder> unlisted;
 };
 
+// Whether the name leads to a directory, also through symbolic links.
 bool isFolder(const std::string& name);
 
-// The names of all files in a folder and those below it that may be apps: packaged apps and sources, also
-// links that lead to nothing. Symbolic links to folders and hidden files and folders (".git") are left out.
-// Throws Error when the folder itself cannot be listed.
+// Walks over a folder and all folders below it, and returns the files whose names end in ".kvpkg"
+// (in any case) or ".k". Dangling symbolic links are among them, so that the caller reports them.
+// Symbolic links to folders and hidden files and folders (".git") are left out. No file is opened:
+// use openListed() to drop the sources that are not apps. Throws Error if `folder` itself cannot be
+// listed; a folder below it that cannot be listed is in `unlisted`.
 AppsBelow appsBelow(const FileName& folder);
 
-// Whether a file of any name holds the metadata of a text app, and is not a page of some markup.
+// Whether a file of any name is a text app: it holds the marker of an app section, and its first
+// character is not "<" (a page that quotes a text app is not one). Reads the whole file.
 bool isTextApp(const FileName& file);
 
-// One of these, held open; nothing when it is a source that holds no app metadata.
+// Opens and holds a file that appsBelow() returned. Nothing if it is a source without app metadata.
+// A source that cannot be read is returned, so that reading it reports why. Throws Error if it
+// cannot be opened.
 std::optional<FileName> openListed(const std::string& name);
 
 }  // namespace qzapp

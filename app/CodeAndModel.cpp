@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::size_t kReadBytes = std::size_t{256} << 10;
 
-// What `get` makes of the model part.
+// Opens the package and returns what `get` returns for its model part.
 template <class Get>
 auto withModel(const FileName& file, Get get) {
     return withPackage(file, [&](const opc::model::Package& package) {
@@ -29,14 +29,14 @@ auto withModel(const FileName& file, Get get) {
             package.getRelationshipsByType(appserialization::layout::kAppModelRelationship);
         if (models.empty()) {
             throw Error(file.shown,
-                        "has no relationship that leads to its model; \"qzapp check\" tells what "
+                        "has no relationship that leads to its model; \"qzapp check\" shows what "
                         "can be saved");
         }
         return get(package.getTarget(models[0]));
     });
 }
 
-// The package reader says only that it failed; the code library says why.
+// If AppFileReader fails, the code library is asked again, because its exception says why.
 foundation::ustring readPackagedCode(const FileName& file) {
     try {
         return appserialization::AppFileReader(file.native()).getKORVALCodeText();

@@ -12,21 +12,22 @@
 
 namespace qzapp {
 
-// What a reader of either form does not hand out as it is needed here. All failures are Errors about
-// the file.
+// Access to code and model beyond what the public readers offer. All failures are Errors about the
+// file.
 
-// The code as UTF-8: the code part of a packaged app, all of a text app as it stands.
+// The code as UTF-8. For a packaged app that is its code part, for a text app the whole file as it
+// stands. At most kMaxContentBytes.
 std::string readCode(const FileName& file);
 
-// The model of a packaged app, to be read once. Bytes that fail the checksum are never the last ones
-// handed out.
+// The model of a packaged app, to be read once from start to end. The stream keeps the file open by
+// itself. If size or checksum are wrong, reading throws before it hands out the last bytes.
 std::unique_ptr<opc::InputStream> openModel(const FileName& file);
 
 // The name of the part that holds the model of a packaged app.
 opc::model::PartName modelName(const FileName& file);
 
 using TakeBytes = std::function<void(std::span<const std::byte>)>;
-// Hands out a stream, or a file, piece by piece to its end.
+// Reads a stream or a file to its end and passes it on in pieces of at most 256 KiB.
 void readToEnd(opc::InputStream& stream, const TakeBytes& take);
 void readToEnd(const FileName& file, const TakeBytes& take);
 

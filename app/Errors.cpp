@@ -12,9 +12,10 @@
 namespace qzapp {
 namespace {
 
-// The ways in which the libraries spell the file's name.
+// The names that the libraries' messages may use for the file.
 std::vector<std::string> spellings(const FileName& file) {
-    if (file.held) return {foundation::shown(file.path)};  // it has no other
+    if (file.held)
+        return {foundation::shown(file.path)};  // the libraries know only the private name
     std::vector<std::string> names;
     const auto add = [&](const fl::filesystem::path& path) {
         names.push_back(foundation::shown(path));
@@ -22,7 +23,7 @@ std::vector<std::string> spellings(const FileName& file) {
     try {
         add(fl::filesystem::canonical(file.path));
     } catch (const std::system_error&) {
-        // A file that does not exist has no such name.
+        // A file that does not exist has no canonical name.
     }
     add(fl::filesystem::absolute(file.path));
     add(file.path);
@@ -41,8 +42,8 @@ void replaceSpellings(std::string& text, const FileName& file) {
         replaceAll(text, name, file.shown);
 }
 
-// A library's message with the file called what the user calls it, and without it in front, where
-// Error puts it.
+// A library's message, with the file named as the user named it, but not at the front, where Error
+// adds the name.
 std::string inUsersWords(const FileName& file, std::string text) {
     for (const std::string& name : spellings(file)) {
         const std::string prefix = name + ": ";

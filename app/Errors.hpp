@@ -8,24 +8,27 @@
 
 namespace qzapp {
 
-// An error in the form that the user sees: what it is about (a file, as a rule), then what was found
-// and what to do.
+// An error in the form that the user sees: the subject (usually a file, as the user named it), then
+// what was found and what to do about it.
 class Error : public std::runtime_error {
 public:
     Error(const std::string& subject, const std::string& text)
         : std::runtime_error(subject + ": " + text), text_(text) {}
-    // Without the subject.
+    // The message without the subject, for callers that add to it.
     const std::string& text() const noexcept { return text_; }
 
 private:
     std::string text_;
 };
 
-// Throws the exception in flight again as an Error about `file`, in whose message the library may also
-// name `other`. For use in a handler.
+// Rethrows the exception in flight as an Error about `file`. The libraries know a file by its
+// absolute path or its private name; in the message, each of these becomes the name that the user
+// gave. That is done for `other` too, if the message may name a second file. Call it only in a
+// handler.
 [[noreturn]] void rethrowAbout(const FileName& file, const FileName* other = nullptr);
 
-// Runs `action`; whatever it throws becomes an Error about `file`, unless it is one already.
+// Runs `action` and returns its result. Whatever it throws becomes an Error about `file`, unless it
+// is an Error already.
 template <class Action>
 decltype(auto) about(const FileName& file, Action&& action) {
     try {
@@ -37,8 +40,8 @@ decltype(auto) about(const FileName& file, Action&& action) {
     }
 }
 
-// The same for an action that also reads or writes `other`. The Error is about `file`. Where the library's
-// message names `other`, the Error calls it what the user calls it.
+// Like about(file, action), for an action that also reads or writes `other`: the Error is about
+// `file`, and calls `other` what the user calls it.
 template <class Action>
 decltype(auto) about(const FileName& file, const FileName& other, Action&& action) {
     try {

@@ -18,21 +18,23 @@ using List = std::vector<ustring>;
 
 // A field's value: a text, or a list of texts.
 using FieldValue = std::variant<ustring, List>;
-// Values for some of the fields; what is not there is not touched.
+// Values for some of the fields. An edit leaves all other fields alone.
 using FieldValues = std::map<Field, FieldValue>;
 
-// In the record's order.
+// All fields, in the order of their enumerators, in which they are shown.
 std::span<const Field> allFields();
 const char* nameOf(Field field);
 bool isList(Field field);
 
-// Exactly this name, or nothing.
+// The field of exactly this name, in its case, or nothing.
 std::optional<Field> findField(std::string_view name);
-// What to say of a name that is none, with those that are.
+// The error message for a name that findField() does not know; it lists the names of all fields.
 std::string unknownField(std::string_view name);
 
-// The value of a record that a reader returned, in which every field is present.
+// The value of a field. A field that the record lacks is an empty text or list; a record that a
+// reader returned lacks none.
 FieldValue valueOf(const appserialization::AppMetadata& record, Field field);
+// `value` must be a list exactly if the field is one (see isList()).
 void setField(appserialization::AppMetadata& record, Field field, const FieldValue& value);
 
 }  // namespace qzapp

@@ -9,26 +9,29 @@
 
 namespace qzapp {
 
-// A file that stays open, with what it was when it was opened.
+// An open file and the stamp that it had when it was opened.
 struct HeldFile {
     fl::filesystem::FileDescriptor file;
     fl::filesystem::FileStamp stamp;
-    // The file that it is a copy of, if any: standard input may be one.
+    // If standard input was copied into this file and is a file itself, the stamp of that.
     std::optional<fl::filesystem::FileStamp> original = {};
 };
 
-// A file as the user named it. Messages show `shown`, which for a private working copy is the name of
-// the file that it will become.
+// A file: the name that messages show, and the name by which the libraries open it. The two differ
+// for a file that is held open and for a private working copy. Copies share the open file, which is
+// closed with the last of them.
 struct FileName {
+    // The name as the user gave it. For a working copy, the name of the file that it will become.
     std::string shown;
     fl::filesystem::path path;
-    // A file to be read is opened once, and `path` is then its private name, so that whoever reads it
-    // by name reads this one, whatever the user's name leads to by now. Null for files to be written.
+    // Set for a file to be read (see hold()); `path` is then the private name of this open file, so
+    // all that open it by name read this very file, even if another one has taken its place. Null
+    // for a file to be written.
     std::shared_ptr<const HeldFile> held = {};
-    bool isStandardInput = false;  // which no command can name again
+    bool isStandardInput = false;  // if so, no other command can read it again
 
     const foundation::ustring& native() const noexcept { return path.native(); }
-    // The bytes for the system; empty when there are none (see fl::filesystem::path).
+    // The name as the system takes it; empty if it cannot be expressed (see fl::filesystem::path).
     std::string bytes() const { return fl::filesystem::detail::make_native_access_form_i18n(path); }
 };
 

@@ -15,44 +15,51 @@
 
 namespace qzapp {
 
-// The most that the package library takes as code text or screenshot, and as a part of XML.
+// The largest code text and the largest screenshot that the package library accepts. kMaxXmlBytes
+// is its limit for an XML part.
 inline constexpr std::uint64_t kMaxContentBytes = quillcode::codepart::kMaxBytes;
 static_assert(kMaxContentBytes == appserialization::layout::kMaxScreenshotBytes);
 using opc::kMaxXmlBytes;
 
-// All of these throw Error about the file.
+// All of these functions throw Error about the file.
 
-// The file that the system knows by these bytes, which must be UTF-8.
+// The file that the system knows by these bytes, which must be UTF-8. Opens nothing; see hold().
 FileName fileNamed(const std::string& bytes);
 
-// Opens a regular file for reading; never blocks on anything else.
+// Opens a regular file for reading. Refuses a directory, a pipe or a device without waiting for it.
 fl::filesystem::FileDescriptor openFile(const FileName& file);
-// The same, for the sake of the error alone.
+// Throws the Error of openFile() if the file cannot be opened, and does nothing else.
 void requireFile(const FileName& file);
-// Opens the file and keeps it open. Whoever reads through the name that is returned reads this very file,
-// even when another one takes its place. To be called once for each file that is read.
+// Opens the file and keeps it open as long as a copy of the returned name exists. Reading by that
+// name reads this very file, even if another one takes its place. Call it once for each file that
+// is read, so that a verb reads one version of it.
 FileName hold(const FileName& file);
-// Throws when a file that is held was written to since it was opened: what was read of it may be a mix.
+// Throws if a file that is held open has been written to since hold(): what was read may then be a
+// mix of two versions. Does nothing for a file that is not held open.
 void requireUnchanged(const FileName& file);
 
-// Where files go that nobody is to see, and one without a name in it. An Error about what is kept
-// there, `shown`, when that cannot be.
+// The folder for temporary files: TMPDIR, or "/tmp".
 std::string temporaryFolder();
+// Makes an empty file without a name in temporaryFolder(), open for reading and writing, which
+// disappears when it is closed. Throws the Error of throwNotKept() if it cannot be made.
 fl::filesystem::FileDescriptor makeNamelessFile(const std::string& shown);
+// Throws the Error that `shown` cannot be kept in temporaryFolder(), and why.
 [[noreturn]] void throwNotKept(const std::string& shown, const std::string& reason);
 
-// What it is by its first bytes.
+// What the first bytes of the file say that it is.
 opc::FileKind kindOf(const FileName& file);
 
 std::uint64_t sizeOf(const FileName& file);
 
-// The whole file, which may hold at most `limit` bytes.
+// The whole file. Throws if it has more than `limit` bytes (before any memory is allocated for
+// them) or changes while it is read.
 std::string readBytes(const FileName& file, std::uint64_t limit);
 
-// The same as text; bytes that are not valid UTF-8 are refused.
+// Like readBytes(), as text. Throws if the bytes are not valid UTF-8; the message gives line and
+// column.
 foundation::ustring readText(const FileName& file, std::uint64_t limit);
 
-// "line 3, column 7" of a byte in a text.
+// "line 3, column 7": the place of the byte at `offset`, for messages. Columns count bytes, from 1.
 std::string placeOf(std::string_view text, std::size_t offset);
 
 }  // namespace qzapp

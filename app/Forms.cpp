@@ -30,7 +30,7 @@ std::unique_ptr<appserialization::AppMetadataReader> readerOf(const FileName& fi
     return std::make_unique<appserialization::KVPKGMetadataReader>(file.native());
 }
 
-// Whether the exception in flight is about what the file holds. For use in a handler.
+// Whether the exception in flight is about the content of the file. Call it only in a handler.
 bool isAboutContent() {
     try {
         throw;
@@ -43,13 +43,14 @@ bool isAboutContent() {
     }
 }
 
-// What has not even begun as a zip file cannot be saved in part.
+// Whether a repair might find something: not in a file whose first bytes are those of another
+// format.
 bool mayBeZip(const FileName& file) {
     const auto family = kindOf(file).family;
     return family == opc::FileKind::Family::Zip || family == opc::FileKind::Family::Unknown;
 }
 
-// Readers of text apps take any bytes for text, and find nothing in them.
+// KAppMetadataReader accepts any bytes and would report an app with default metadata.
 void requireTextKind(const FileName& file) {
     const auto wrong = whyNoText(kindOf(file));
     if (wrong) throw Error(file.shown, wrong->what + "; " + wrong->fix);
@@ -88,7 +89,7 @@ void requireForm(const FileName& file, Form form) {
     throw Error(file.shown,
                 fmt::format("expected a {} app (\"{}\"), found a {} app; {}", nameOf(form),
                             shownExtension(form), nameOf(found),
-                            form == Form::Packaged ? "make one of it with \"qzapp convert\""
+                            form == Form::Packaged ? "\"qzapp convert\" makes a packaged app of it"
                                                    : "there is nothing to convert"));
 }
 
@@ -118,9 +119,9 @@ std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& fil
             }
         });
     } catch (const Error& e) {
-        requireFile(file);  // says better what is wrong with one that cannot be opened at all
+        requireFile(file);  // has the better message if the file cannot be opened at all
         if (!mayBeSaved || !mayBeZip(file)) throw;
-        throw Error(file.shown, e.text() + "; \"qzapp check\" tells what can be saved");
+        throw Error(file.shown, e.text() + "; \"qzapp check\" shows what can be saved");
     }
 }
 
@@ -133,7 +134,7 @@ appserialization::Screenshot readScreenshot(const FileName& file,
             throw Error(
                 file.shown,
                 fmt::format("the screenshot in section {} is damaged: {}; save the app again, "
-                            "or take the section out",
+                            "or remove the section",
                             ustring_to_utf8(textapp::kThumbnailSection.name), e.what()));
         }
     });

@@ -19,27 +19,31 @@ inline constexpr const char16_t* kTextExtension = appserialization::textapp::kEx
 
 enum class Form { Packaged, Text };
 
-// "packaged", "text".
+// "packaged" or "text".
 const char* nameOf(Form form);
-// ".kvpkg", ".k".
+// ".kvpkg" or ".k".
 std::string shownExtension(Form form);
 
-// Which form of app the file's name says it has. Throws Error, with the way out, when neither.
+// The form of app that the file's extension names; the file is not opened. Throws Error if it is
+// neither, or not in lower case.
 Form formOf(const FileName& file);
 
-// Throws Error, saying what there is instead, unless the file has this form.
+// Throws Error, naming the form that was found, unless formOf() is `form`.
 void requireForm(const FileName& file, Form form);
 
-// Why a file of this kind is no text app, and what to do about it; nullopt when it may be one.
+// Why a file cannot be a text app, and what to do about it.
 struct WrongKind {
     std::string what, fix;
 };
+// Nothing if a file of this kind may be a text app.
 std::optional<WrongKind> whyNoText(const opc::FileKind& kind);
 
-// Opens an app of either form. All failures are Errors about the file.
+// Opens an app of either form for reading. All failures are Errors about the file; for a damaged
+// package the message points to "qzapp check".
 std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& file);
 
-// The app's screenshot. All failures are Errors about the file.
+// The screenshot of the app that `reader` has opened from `file`; the format is empty if there is
+// none. All failures are Errors about the file.
 appserialization::Screenshot readScreenshot(const FileName& file,
                                             const appserialization::AppMetadataReader& reader);
 

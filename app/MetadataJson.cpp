@@ -18,13 +18,13 @@ namespace {
 using nlohmann::ordered_json;
 
 constexpr std::size_t kMaxShownToken = 40;
-// All that a packaged app can hold: three parts of XML (metadata, core properties, host's properties), of
-// which each byte may be a control character that is written as "\u007f".
+// The metadata of any packaged app fits: it is in three XML parts (metadata, core properties, host
+// properties), and each of their bytes may be a control character that JSON spells "\u007f".
 constexpr std::uint64_t kMaxMetadataBytes = 3 * 6 * kMaxXmlBytes;
 constexpr int kIndent = 2;
 
-// What the parser stumbled over. Its own token starts at the last string, which it may have taken
-// already, and spells control characters "<U+000A>".
+// The part of `token` that the parser did not expect. The parser's own token starts at the last
+// string, even if that was fine, and spells control characters "<U+000A>".
 std::string_view unexpectedToken(std::string_view token) {
     if (!token.starts_with('"')) return token;
     std::size_t end = 1;
@@ -35,8 +35,9 @@ std::string_view unexpectedToken(std::string_view token) {
     return token.substr(std::max(before, end + 1));
 }
 
-// Takes the metadata while it is parsed, since a document in memory no longer shows a name that was
-// given twice. Open values: nothing, the object, a list in it.
+// Collects the fields while the text is parsed, because a parsed document no longer shows that a
+// name was given twice. Accepts one object whose values are strings and, for list fields, arrays of
+// strings.
 class MetadataHandler : public nlohmann::json_sax<ordered_json> {
 public:
     MetadataHandler(const FileName& file, std::string_view text) : file_(file), text_(text) {}
@@ -91,7 +92,8 @@ public:
     bool parse_error(std::size_t position, const std::string& read,
                      const nlohmann::json::exception&) override {
         const std::string_view token = unexpectedToken(read);
-        // The parser has counted the bytes up to the end of the token; behind the text, it has none.
+        // `position` is the number of bytes read up to the end of the token. At the end of the text
+        // there is no token.
         const bool atEnd = position > text_.size();
         const std::size_t offset =
             atEnd ? text_.size() : position - std::min(position, token.size());
@@ -114,7 +116,7 @@ private:
     FieldValues values_;
     bool inObject_ = false;
     bool inList_ = false;
-    std::optional<Field> field_;  // set inside the object
+    std::optional<Field> field_;  // the last key
 };
 
 }  // namespace
@@ -142,7 +144,7 @@ ordered_json toJson(const appserialization::AppMetadata& record) {
 }
 
 FieldValues readMetadataJson(const FileName& file) {
-    // As text first, so that odd bytes are reported like those of any other text file.
+    // Not parsed from bytes: readText() reports invalid UTF-8 by line and column.
     const std::string text = fl::i18n::ustring_to_utf8(readText(file, kMaxMetadataBytes));
     MetadataHandler handler(file, text);
     ordered_json::sax_parse(text, &handler);
@@ -151,7 +153,7 @@ FieldValues readMetadataJson(const FileName& file) {
 
 namespace {
 
-// What a terminal acts on is escaped, since JSON is read there, too.
+// JSON may be printed to a terminal, so characters that a terminal acts on are escaped.
 std::string dumped(const ordered_json& value, int indent) {
     return foundation::printableText(
                value.dump(indent, ' ', false, ordered_json::error_handler_t::replace)) +

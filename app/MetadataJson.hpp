@@ -10,17 +10,21 @@
 
 namespace qzapp {
 
-// All fourteen fields by name, in the record's order, lists as arrays.
+// An object of all fourteen fields by name, in the order of allFields(); lists are arrays.
 nlohmann::ordered_json toJson(const appserialization::AppMetadata& record);
-// The same of values of all fields; and of one.
+// An object of the fields that `values` has.
 nlohmann::ordered_json toJson(const FieldValues& values);
+// A string or an array of strings.
 nlohmann::ordered_json valueToJson(const FieldValue& value);
 
-// The fields that a metadata file names. Throws Error about the file for text that is not JSON, an
-// unknown name, a name given twice and a value of the wrong type.
+// Reads a JSON object of metadata fields, such as "qzapp extract" writes; it may leave fields out.
+// Throws Error about the file if the text is not JSON, a name is unknown or given twice, or a value
+// has the wrong type.
 FieldValues readMetadataJson(const FileName& file);
 
-// JSON on one line, and JSON for people to edit. Never throws on odd text.
+// JSON text that ends with a line end: jsonLine() on one line, jsonDocument() indented, for people
+// to edit. Bytes that are not UTF-8 become U+FFFD, and characters that a terminal acts on are
+// escaped.
 std::string jsonLine(const nlohmann::ordered_json& value);
 std::string jsonDocument(const nlohmann::ordered_json& value);
 

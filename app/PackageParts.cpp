@@ -29,12 +29,14 @@ using opc::model::PartName;
 using opc::model::Relationship;
 using opc::zippackage::ZipPhysicalPackage;
 
-// The kinds of parts that an edit replaces, by their relationships. Of some there may be several, because
-// readers and writers agree on which one counts.
+// A kind of part that an edit replaces.
 struct EditedKind {
     ustring relationshipType;
     const char* name;
+    // Several relationships are allowed, because readers and writers agree on which one counts.
     bool mayHaveSeveral;
+    // The writer fails on a dangling relationship of this kind, and on a part of the usual name
+    // that has none.
     bool mustLeadSomewhere;
 };
 
@@ -56,12 +58,13 @@ std::vector<EditedKind> kindsOf(const PartsToEdit& parts) {
 
 [[noreturn]] void throwStray(const FileName& file, const PartName& name, const char* kind) {
     throw Error(file.shown,
-                fmt::format("has a part {}, but no {} relationship leads to it, so nobody can tell "
-                            "what it is; make a copy in which it is the {}: {}",
+                fmt::format("has a part {}, but no {} relationship leads to it, so it may be "
+                            "something else; make a copy in which it is the {}: {}",
                             shownName(name), kind, kind, repairCommand(file)));
 }
 
-// The part that would be made is there, and is not known as what is to be set.
+// Refuses if there is no relationship of this kind, but a part with the name that the new part
+// would get.
 void requireNoStray(const FileName& file, const Package& package, const EditedKind& kind) {
     if (!package.getRelationshipsByType(kind.relationshipType).empty()) return;
     const auto part = std::ranges::find(layout::kParts, kind.relationshipType,
@@ -69,7 +72,8 @@ void requireNoStray(const FileName& file, const Package& package, const EditedKi
     if (package.hasPart(PartName(part->name))) throwStray(file, PartName(part->name), kind.name);
 }
 
-// Runs what refuses an edit of which a repaired copy would be capable; `copy` says what that one has.
+// Runs `require`. To the Error that it throws, adds the command that makes a repaired copy, which
+// could be edited; `copy` says how the copy differs.
 template <class Require>
 void orRepair(const FileName& file, const char* copy, Require require) {
     try {
@@ -80,13 +84,14 @@ void orRepair(const FileName& file, const char* copy, Require require) {
     }
 }
 
-// Neither what is going to be replaced nor the name of what would be made may be an item without a type.
+// Refuses if the part to be replaced, or one of the name that a new part would get, has no content
+// type.
 void requireTyped(const FileName& file, const Package& package, const EditedKind& kind,
                   const ustring& screenshotFormat) {
     const auto part = std::ranges::find(layout::kParts, kind.relationshipType,
                                         &layout::AppPart::relationshipType);
     const bool isScreenshot = part == layout::kParts.end();
-    if (isScreenshot && screenshotFormat.empty()) return;  // it is taken out, and nothing is made
+    if (isScreenshot && screenshotFormat.empty()) return;  // it is removed, so no part is made
     const PartName name =
         isScreenshot ? layout::screenshotName(screenshotFormat) : PartName(part->name);
     orRepair(file, "in which it has one",
@@ -96,12 +101,12 @@ void requireTyped(const FileName& file, const Package& package, const EditedKind
 void requireClear(const FileName& file, const Package& package, const EditedKind& kind) {
     const auto links = package.getRelationshipsByType(kind.relationshipType);
     if (links.size() > 1 && !kind.mayHaveSeveral) {
-        throw Error(file.shown, fmt::format("has {} {} relationships, so nobody can tell which one "
-                                            "is meant; make a copy that has one: {}",
+        throw Error(file.shown, fmt::format("has {} {} relationships, and qzapp cannot tell which "
+                                            "one is right; make a copy that has one: {}",
                                             links.size(), kind.name, repairCommand(file)));
     }
     if (kind.mustLeadSomewhere) requireNoStray(file, package, kind);
-    // A new part is made where none is found.
+    // If no relationship leads to a part, the writer makes a new one and replaces nothing.
     const auto replaced = std::ranges::find_if(links, [&](const Relationship& link) {
         return kind.mustLeadSomewhere || package.hasTarget(link);
     });
@@ -110,8 +115,9 @@ void requireClear(const FileName& file, const Package& package, const EditedKind
              [&] { requireOwnTarget(package, *replaced, layout::app::partKinds()); });
 }
 
-// Whether the part that a new screenshot would become is something else. Throws where it may be the old
-// screenshot, which is all that can be there without any relationship but the thumbnail's.
+// Whether the name of the new screenshot's part belongs to something else. Throws if a part of that
+// name may be an old screenshot: no screenshot relationship exists, and none but a thumbnail
+// relationship leads to the part.
 bool isNameTaken(const FileName& file, const Package& package, const PartName& name) {
     if (package.hasUntypedItem(name)) return true;
     if (!package.hasPart(name)) return false;
@@ -156,7 +162,7 @@ PackageFacts requireEditable(const FileName& file, Package& package, const Parts
         throw Error(
             file.shown,
             "is signed, and no signature would be valid after an edit; add --drop-signature "
-            "to take the signatures out");
+            "to remove the signatures");
     }
     const ustring format = fl::i18n::to_lower(parts.newFormat);
     for (const EditedKind& kind : kindsOf(parts)) {
@@ -179,7 +185,7 @@ bool removeScreenshot(Package& package) {
     const Relationship& link = screenshots[0];
     const auto thumbnails =
         package.getRelationshipsByType(PackageHelper::getThumbnailRelationshipType());
-    // A thumbnail that is another picture stays.
+    // A thumbnail that is a different picture stays.
     if (thumbnails.size() == 1 && leadToTheSame(package, thumbnails[0], link))
         package.deleteRelationship(thumbnails[0].getID());
     const bool isOnlyScreenshot =
@@ -191,7 +197,7 @@ bool removeScreenshot(Package& package) {
     return true;
 }
 
-// "/metadata/appScreenshot.1.png", or with the first number that is free.
+// "/metadata/appScreenshot.N.png" with the first N, from 1, that is free.
 PartName freeScreenshotName(const Package& package, const ustring& extension) {
     for (std::size_t number = 1;; ++number) {
         const ustring digits = fl::i18n::utf8_to_ustring(std::to_string(number));
@@ -200,7 +206,8 @@ PartName freeScreenshotName(const Package& package, const ustring& extension) {
     }
 }
 
-// Where there are several thumbnails, nobody can tell which one the old screenshot's was.
+// If there are several thumbnails, it is unknown which one belonged to the old screenshot, so all
+// stay.
 void deleteOnlyThumbnail(Package& package) {
     const auto thumbnails =
         package.getRelationshipsByType(PackageHelper::getThumbnailRelationshipType());
@@ -231,7 +238,7 @@ bool removeSignatures(Package& package) {
     return true;
 }
 
-// Opens the package and saves what the work changes.
+// Opens the package for editing, calls `work` with it, saves, and returns what `work` returned.
 template <class Work>
 auto editPackage(const FileName& file, Work work) {
     return about(file, [&] {

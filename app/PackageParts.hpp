@@ -8,41 +8,46 @@
 
 #include "app/FileName.hpp"
 
-// What an edit needs to know or do below the level of app files. Failures are Errors about the file.
+// What "qzapp edit" does with the parts of a package, because the public writer cannot. All
+// failures are Errors about the file.
 namespace qzapp {
 
-// What is going to be set or taken out.
+// Which parts an edit sets or removes.
 struct PartsToEdit {
     bool code = false;
     bool model = false;
     bool metadata = false;
     bool screenshot = false;
-    bool signature = false;
-    foundation::ustring newFormat = {};  // of a screenshot that is set
+    bool signature = false;  // removes all signatures
+    // The format of the new screenshot; empty if the screenshot is removed or not edited.
+    foundation::ustring newFormat = {};
 };
 
-// Of a package before it is edited.
+// What an edit needs to know of the package as it was before.
 struct PackageFacts {
-    // The release that the app was made for, where the file has it beside that of the host that saved.
+    // The legacy release that the file holds besides the release of the host that saved it; a
+    // metadata edit that does not set KORVALRelease has to set this one again.
     std::optional<foundation::ustring> legacyRelease;
-    // The picture that is the package's thumbnail and not its screenshot.
+    // The name of the package's thumbnail if it is a picture other than the screenshot.
     std::optional<std::string> otherThumbnail;
-    // The name that the new screenshot would have, where something else has it.
+    // The part name that the new screenshot would get, if something else has that name.
     std::optional<std::string> takenName;
 };
 
-// Throws where an edit would spoil what it is not about, or nobody can tell what it is about: when the
-// package is signed and stays so, has several relationships for what is to be set, or one that leads to
-// something else of the app.
+// Throws if the edit would destroy something else or it is unclear which part it would replace: if
+// the package is signed and the signatures are to stay, if several relationships of the same type
+// exist, or if one leads to another part of the app, to an item without a content type or past a
+// part that has the usual name. Changes nothing.
 PackageFacts requireEditable(const FileName& file, const PartsToEdit& parts);
 
-// Sets the screenshot under a name of its own beside the part that has the usual one, and saves. Returns
-// that name.
+// Sets the screenshot in a new part with the first free name ("/metadata/appScreenshot.1.png"),
+// because PackageFacts::takenName is set; the part that has the usual name stays. Saves, and
+// returns the new name.
 std::string setScreenshotBeside(const FileName& file,
                                 const appserialization::Screenshot& screenshot);
 
-// Takes out the screenshot or the signatures, with their relationships, and saves. Returns false, and
-// changes nothing, when there are none.
+// Removes the screenshot, the signatures or both with their relationships, and saves. Returns false
+// if there was nothing to remove. Throws as requireEditable() does.
 bool removeParts(const FileName& file, const PartsToEdit& parts);
 
 }  // namespace qzapp

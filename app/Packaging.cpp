@@ -36,7 +36,7 @@ std::uint32_t checksumOf(const FileName& file) {
     return sum;
 }
 
-// The checksum of the model part, as the package's directory has it, and its size.
+// The CRC and size of the model part, from the zip directory.
 std::pair<std::uint32_t, std::uint64_t> modelIn(const FileName& file) {
     return about(file, [&] {
         const auto archive = opc::zip::ZipArchive::open(file.path);
@@ -51,7 +51,8 @@ std::pair<std::uint32_t, std::uint64_t> modelIn(const FileName& file) {
 }  // namespace
 
 void writeParts(const FileName& file, AppFileWriter& writer, const Content& content) {
-    // The code first: setting it saves what was set before, and the model would be written twice.
+    // Code first: setting it saves whatever was set before, so a model set earlier would be written
+    // twice.
     if (content.code) writer.setKORVALCodeText(*content.code);
     if (content.model) {
         about(file, *content.model, [&] { writer.setAppModelFromFile(content.model->native()); });

@@ -13,31 +13,33 @@
 
 namespace qzapp {
 
-// What is to be put into an app, read and checked as far as that goes without the app. The model is
-// held open, since it may be larger than memory.
+// What is to be put into an app, already read and checked as far as that is possible without the
+// app. Only the model is not in memory, because it may be larger than that: its file is held open.
 struct Content {
     std::optional<foundation::ustring> code;
     std::optional<FileName> model;
     std::optional<appserialization::Screenshot> screenshot;
     FieldValues fields;
-    std::vector<FileName> sources;  // all files that it was read from, held open
+    std::vector<FileName> sources;  // all files that the content was read from, held open
 
     bool empty() const { return !code && !model && !screenshot && fields.empty(); }
 };
 
-// A record with just these fields.
+// A record with these fields and no others.
 appserialization::AppMetadata recordOf(const FieldValues& fields);
 
-// Sets everything but the metadata of the app `file`, which the writer was made for.
+// Sets the code, model and screenshot that `content` has through `writer`, which was constructed on
+// `file`. The caller sets the metadata and closes the writer.
 void writeParts(const FileName& file, appserialization::AppFileWriter& writer,
                 const Content& content);
 
-// Throws Error unless the package holds the model that was given, whole and as it still is. The library
-// reports no error when it cannot open the model's file: the package then has its old model, or an empty
-// one.
+// Throws Error unless the model in the saved package has the size and checksum of the model's file
+// and that file has not changed meanwhile. Needed because the library does not report an error if
+// it cannot open the model's file: the package then has its old model, or an empty one.
 void requireModelArrived(const FileName& package, const Content& content);
 
-// Makes `out`, or replaces it, whole or not at all. Failures are Errors about it.
+// Writes a new app to `out`, replacing what is there, whole or not at all. Failures are Errors
+// about `out`, or about the model if that could not be read.
 void createPackage(const FileName& out, const Content& content);
 
 }  // namespace qzapp

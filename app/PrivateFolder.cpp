@@ -32,8 +32,9 @@ using fl::filesystem::throwSystemError;
 
 constexpr int kMaxNameTries = 100;
 
-// What the handler may touch: it takes no lock and allocates nothing. A slot is filled before it is
-// InUse and free before it is filled again, whatever the order in which folders come and go.
+// One private folder, in the form that the signal handler can use: without locks or memory. The
+// handler reads a slot only while its state is InUse; at other times its owner may write to it.
+// Taken: owned, but not (or no longer) to be removed.
 struct Slot {
     enum class State { Free, Taken, InUse };
     std::atomic<State> state = State::Free;
@@ -44,28 +45,31 @@ struct Slot {
 static_assert(std::atomic<Slot::State>::is_always_lock_free);
 constinit std::array<Slot, 16> slots{};
 
-// The system's own form of a directory entry.
+// A directory entry as the getdents64 system call returns it; readdir() allocates, so a handler may
+// not call it.
 struct Entry {
     ino64_t inode;
     off64_t next;
     unsigned short size;
     unsigned char type;
-    char name[1];  // as long as it is, with a zero at its end
+    char name[1];  // in fact as many characters as the name has, then a zero
 };
 
 constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-// How often directories may be read to remove one private folder. Each folder in it takes four reads, two
-// in each of two rounds, so this is far more than the tool's own folders need. Without a limit, a program
-// that keeps making files there would keep this process from its end.
+// The most reads of directories that removing one private folder may take. A folder takes four (two
+// rounds of two), so this is far more than the tool's own folders need. Without a limit, a program
+// that keeps making files in there would keep this process from ending.
 constexpr int kMaxReads = 1000;
 
 bool removeTree(int parent, const char* name, int depth, int& readsLeft) noexcept;
 
-// Of the folder that is open as `folder`. Calls of the system alone, as a signal handler must.
+// Removes all that the open directory `folder` holds. Makes only system calls, because a signal
+// handler calls it.
 void empty(int folder, int depth, int& readsLeft) noexcept {
     alignas(Entry) std::array<char, 1024> entries;
-    // Once more from the start when something was removed, since the order may have changed by that.
+    // After a round that removed something, starts again: removing may have changed the order of
+    // the entries, so some may have been passed over.
     for (bool goesOn = true; goesOn && readsLeft > 0;) {
         goesOn = false;
         ::lseek(folder, 0, SEEK_SET);
@@ -118,10 +122,10 @@ std::size_t takeSlot() {
         auto free = Slot::State::Free;
         if (slots[i].state.compare_exchange_strong(free, Slot::State::Taken)) return i;
     }
-    throw std::length_error("too many files in the making");
+    throw std::length_error("too many files are being made at once");
 }
 
-// Whether the name leads to this folder still.
+// Whether the name still leads to this folder.
 bool isThere(const FileDescriptor& parent, const std::string& name,
              const FileDescriptor& folder) noexcept {
     struct stat named {};
@@ -131,7 +135,7 @@ bool isThere(const FileDescriptor& parent, const std::string& name,
            named.st_ino == own.st_ino;
 }
 
-// By its whole path, where the system tells it.
+// Names the folder by its absolute path if /proc gives one.
 void reportLeft(const FileDescriptor& folder, const std::string& name) noexcept {
     try {
         std::error_code ignored;
@@ -140,7 +144,7 @@ void reportLeft(const FileDescriptor& folder, const std::string& name) noexcept 
         warn(fmt::format("{}: this folder for temporary files cannot be removed; remove it",
                          path.empty() ? name : path.string()));
     } catch (const std::exception&) {
-        // There is no memory left to say it.
+        // There is no memory left for the warning.
     }
 }
 
@@ -155,7 +159,7 @@ std::string makeFolder(const FileDescriptor& parent, mode_t mode) {
         if (::mkdirat(parent.get(), name.c_str(), mode) == 0) return name;
         if (errno != EEXIST) break;
     }
-    throwSystemError(errno, "no file can be made in its directory");
+    throwSystemError(errno, "cannot create a file in its directory");
 }
 
 }  // namespace
@@ -175,14 +179,14 @@ FileDescriptor openFolder(const FileDescriptor& parent, const std::string& name)
 
 PrivateFolder::PrivateFolder(const FileDescriptor& parent, mode_t mode)
     : parent_(parent), slot_(takeSlot()) {
-    // A signal comes before there is a folder, or finds it in the list.
+    // So a signal is handled either before the folder exists or when it is in the list.
     const SignalsBlocked blocked;
     Slot& slot = slots[slot_];
     try {
         name_ = makeFolder(parent, mode);
         folder_ = openFolder(parent, name_);
-        // Whoever may rename here could have put another one in its place before it was opened, and
-        // all that is in it would be deleted.
+        // Another program may have put a folder of its own in the place of ours before we opened
+        // it, and we would later delete all that it holds.
         if (!isEmpty(folder_.get())) {
             throwSystemError(EEXIST,
                              "another program put a folder in the place of a new one; try "

@@ -7,27 +7,30 @@
 
 namespace qzapp {
 
-// How deep folders in a private folder may nest.
+// How deep the folders in a private folder may nest; what lies deeper is not removed.
 inline constexpr int kMaxNesting = 32;
 
-// A folder beside the place of what is made in it, which must not outlive this object or a process that
-// a signal ends: then it is removed with all that is in it (and where that fails, this object says so on
-// standard error). That happens through the directories as
-// they were opened, wherever their names lead by then. Failures are std::system_error.
+// A hidden folder ".qzapp-PID-XXXXXXXX" in which new files are prepared, next to the place that
+// they will be renamed to. The destructor removes it with all that it holds, and warn()s with its
+// path if that fails; if a signal ends the process, removePrivateFolders() does. Both go through
+// the directories as they were opened, wherever their names lead by then. A process may have 16 at
+// a time, on any threads.
 class PrivateFolder {
 public:
-    // Makes it in `parent`, which must be open as long as this object lives, under a name of its own.
-    // `mode` is that of mkdir().
+    // Makes the folder in `parent`, which must stay open as long as this object lives. `mode` is
+    // that of mkdir(). Throws std::system_error, or std::length_error for the seventeenth; then no
+    // folder is left.
     PrivateFolder(const fl::filesystem::FileDescriptor& parent, mode_t mode);
     ~PrivateFolder();
     PrivateFolder(const PrivateFolder&) = delete;
     PrivateFolder& operator=(const PrivateFolder&) = delete;
 
     const fl::filesystem::FileDescriptor& descriptor() const noexcept { return folder_; }
-    // In the parent.
+    // Its name in the parent.
     const std::string& name() const noexcept { return name_; }
 
-    // The folder has got another name, and stays. Signals must be blocked since before that.
+    // Tells this object that the folder has been renamed and is not to be removed. Signals must
+    // have been blocked since before the rename, or a handler could remove the folder in between.
     void release() noexcept;
 
 private:
@@ -37,11 +40,12 @@ private:
     std::size_t slot_;
 };
 
-// Removes all private folders of this process, for a signal handler that ends it: no lock is taken and
-// no memory.
+// Removes all private folders of this process. For a signal handler that ends the process: takes no
+// lock and allocates nothing.
 void removePrivateFolders() noexcept;
 
-// Opens a directory below `parent`, no link followed; throws std::system_error.
+// Opens the directory `name` in `parent` without following a symbolic link. Throws
+// std::system_error.
 fl::filesystem::FileDescriptor openFolder(const fl::filesystem::FileDescriptor& parent,
                                           const std::string& name);
 

@@ -5,18 +5,22 @@
 
 namespace qzapp {
 
-// What a front end shows of a piece of work for as long as that lasts.
+// What a front end shows while a piece of work goes on: constructed when it begins, destroyed when
+// it ends.
 class ShownProgress {
 public:
     virtual ~ShownProgress() = default;
 };
 
-// How a front end shows work that reads about `bytes` bytes of files. Without one nothing is shown.
+// A front end's function that starts to show work which reads about `bytes` bytes of files. May
+// return null.
 using ShowProgress = std::unique_ptr<ShownProgress> (*)(std::uint64_t bytes);
+// Called once by the front end at its start; until then, progress is not shown.
 void setProgress(ShowProgress show) noexcept;
 
-// Work that reads about `bytes` bytes of files, whoever reads them in this process; it ends with this
-// object.
+// Declares that from now until this object is destroyed, work goes on that reads about `bytes`
+// bytes of files. It is measured by what the process reads, so the code that reads need not know of
+// it.
 class Progress {
 public:
     explicit Progress(std::uint64_t bytes);

@@ -10,19 +10,19 @@
 
 namespace qzapp {
 
-// The type of image that a format ("png", in any case) stands for in a packaged app; null when a
-// packaged app cannot hold it.
+// The image type of a screenshot format ("png", in any case); null if a packaged app cannot hold
+// that format.
 const opc::ImageType* packagedType(foundation::ustring_view format);
 
-// Whether a packaged app can say that its screenshot has this format ("png", in any case).
+// Whether a packaged app can hold a screenshot of this format ("png", in any case).
 bool isPackagedFormat(foundation::ustring_view format);
 
-// The format that an image's extension names. Throws Error when a packaged app cannot hold it: the
-// library would call it PNG.
+// The format that the extension of an image's name gives, in the case of the name. Throws Error if
+// a packaged app cannot hold it, because the library would store the image as PNG.
 foundation::ustring screenshotFormatOf(const FileName& image);
 
-// The formats that a packaged app can hold, for people: "png, jpg, jpeg or gif". Each has `before` in
-// front, and `lastly` stands before the last one.
+// The formats that a packaged app can hold, for messages: "png, jpg, jpeg or gif". `before` is put
+// in front of each format, `lastly` between the last two.
 std::string packagedFormats(std::string_view before = "", std::string_view lastly = " or ");
 
 }  // namespace qzapp

@@ -9,14 +9,15 @@
 
 namespace qzapp {
 
-// A SHA-256 sum over bytes that come piece by piece. Taking the sum starts a new one.
+// The SHA-256 of bytes that come piece by piece. hex() and base64() return the hash and start a new
+// one.
 class Sha256 {
 public:
     Sha256();
     void update(std::span<const std::byte> bytes);
-    // In hexadecimal digits, lower case.
+    // 64 hexadecimal digits in lower case.
     std::string hex();
-    // As in a Content-Security-Policy.
+    // The form that a Content-Security-Policy uses.
     std::string base64();
 
 private:

@@ -8,11 +8,12 @@
 
 namespace qzapp {
 
-// Text for people, on one line: foundation::printable() of it.
+// `text` made safe to show on one line of a terminal, by foundation::printable(): line ends, tabs
+// and what a terminal acts on are escaped.
 std::string visible(std::string_view text);
 std::string visible(foundation::ustring_view text);
 
-// Text for people with its line ends and tabs: foundation::printableText() of it.
+// Like visible(), but line ends and tabs stay as they are (foundation::printableText()).
 std::string visibleText(std::string_view text);
 
 // "1 byte", "23,456 bytes".

@@ -4,7 +4,8 @@
 
 namespace qzapp {
 
-// While it lives, signals for this thread wait.
+// Blocks all signals for the thread that constructs it, until it is destroyed on the same thread.
+// Signals that arrive meanwhile are delivered then.
 class SignalsBlocked {
 public:
     SignalsBlocked() {

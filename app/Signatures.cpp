@@ -35,8 +35,8 @@ struct TypedPart {
     ContentType type;
 };
 
-// Of all parts of a package, those of signatures. Ones that are found as something else are none,
-// whatever their type says.
+// Selects the parts of signatures among all parts of a package: those with the content type of one,
+// unless another relationship of the package leads to them.
 class Selection {
 public:
     void add(const Relationship& link, const PartName& target) {

@@ -7,20 +7,22 @@
 
 #include "app/check/PackageView.hpp"
 
-// Digital signatures of packages, as the packaging standard lays them down: a relationship of the package
-// leads to their origin, that to signatures, and those to certificates. Nothing here verifies one.
+// Digital signatures as the packaging standard defines them: a relationship of the package leads to
+// the origin part, the origin's relationships lead to the signatures, and theirs to certificates.
+// Nothing here verifies a signature.
 namespace qzapp::signatures {
 
-// Whether a part of this type belongs to a signature.
+// Whether this is the content type of an origin, a signature or a certificate.
 bool isPartOfSignature(const opc::model::ContentType& type);
 
+// Whether the package has a relationship to an origin, or any part of a signature.
 bool isSigned(const opc::model::Package& package);
 bool isSigned(const PackageView& package);
-// How many signatures the package has. Their origin and the certificates do not count.
+// The number of signatures, without the origin and the certificates.
 std::size_t count(const PackageView& package);
 
-// Takes out the parts of signatures with their relationships. A part that a relationship of the package
-// leads to as something else stays, whatever its type says.
+// Removes the parts of all signatures with their relationships; the caller saves. A part that
+// another relationship of the package leads to stays, whatever its content type says.
 void remove(opc::model::Package& package);
 
 }  // namespace qzapp::signatures

@@ -8,7 +8,7 @@
 namespace qzapp {
 namespace {
 
-// In all frames of an image.
+// The most pixels in all frames of an image together.
 constexpr std::uint64_t kMaxPicturePixels = std::uint64_t{kMaxPictureSide} * kMaxPictureSide;
 
 struct ImageSize {
@@ -35,21 +35,23 @@ bool isModest(const ImageSize& size) {
            size.height <= kMaxPictureSide;
 }
 
-// Of an image that is cut, what there is counts.
+// Each format below is walked only as far as the bytes go: an image that is cut off passes if what
+// is there does.
 
-// Where the blocks of data from `at` end, behind the empty one.
-std::size_t behindGifData(std::string_view bytes, std::size_t at) {
+// The offset after the chain of data blocks that begins at `at` and ends with an empty block.
+std::size_t afterGifData(std::string_view bytes, std::size_t at) {
     while (const std::uint32_t length = byteAt(bytes, at))
         at += 1 + length;
     return at + 1;
 }
 
-// The bytes of a colour table whose size is in such flags.
+// The size in bytes of the colour table that a GIF flags byte announces.
 std::size_t gifTableBytes(std::uint32_t flags) {
     return (flags & 0x80) == 0 ? 0 : std::size_t{3} << ((flags & 7) + 1);
 }
 
-// A frame may be larger than the image, and there may be any number of them.
+// Checks each frame too, because a frame may be larger than the image, and there may be any number
+// of them.
 bool isModestGif(std::string_view bytes) {
     if (!isModest({littleEndian16(bytes, 6), littleEndian16(bytes, 8)})) return false;
     std::uint64_t pixels = 0;
@@ -57,19 +59,20 @@ bool isModestGif(std::string_view bytes) {
         const std::uint32_t block = byteAt(bytes, at);
         if (block == ';') return true;
         if (block == '!') {
-            at = behindGifData(bytes, at + 2);
+            at = afterGifData(bytes, at + 2);
             continue;
         }
         const ImageSize frame{littleEndian16(bytes, at + 5), littleEndian16(bytes, at + 7)};
         pixels += std::uint64_t{frame.width} * frame.height;
         if (block != ',' || !isModest(frame) || pixels > kMaxPicturePixels) return false;
-        at = behindGifData(bytes, at + 11 + gifTableBytes(byteAt(bytes, at + 9)));
+        at = afterGifData(bytes, at + 11 + gifTableBytes(byteAt(bytes, at + 9)));
     }
     return true;
 }
 
-// The next marker behind the data of a scan, in which 0xFF stands before a zero or a restart marker.
-std::size_t behindJpegScan(std::string_view bytes, std::size_t at) {
+// The offset of the next marker after the data of a scan. Within the data, 0xFF is followed by a
+// zero or is a restart marker.
+std::size_t afterJpegScan(std::string_view bytes, std::size_t at) {
     const auto isData = [](std::uint32_t next) {
         return next == 0 || (next >= 0xD0 && next <= 0xD7);
     };
@@ -78,12 +81,13 @@ std::size_t behindJpegScan(std::string_view bytes, std::size_t at) {
     return at;
 }
 
-// Each frame header counts, since decoders differ in which one they take.
+// Every frame header is checked, because decoders differ in which one they use.
 bool isModestJpeg(std::string_view bytes) {
     bool hasFrame = false;
     for (std::size_t at = 2; at < bytes.size();) {
         const std::uint32_t marker = byteAt(bytes, at + 1);
-        // Some markers have no segment, and no place between segments.
+        // Markers below 0xC0 and from 0xD0 to 0xD8 have no segment and cannot come between
+        // segments.
         if (byteAt(bytes, at) != 0xFF || marker < 0xC0 || (marker >= 0xD0 && marker <= 0xD8))
             return false;
         if (marker == 0xD9) break;
@@ -94,23 +98,24 @@ bool isModestJpeg(std::string_view bytes) {
         const bool isFrame =
             marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
         const ImageSize size{bigEndian(bytes, at + 7, 2), bigEndian(bytes, at + 5, 2)};
-        // 0xDC gives another height.
+        // 0xDC (DNL) overrides the height.
         if ((isFrame && !isModest(size)) || marker == 0xDC) return false;
         hasFrame |= isFrame;
         at += 2 + bigEndian(bytes, at + 2, 2);
-        if (marker == 0xDA) at = behindJpegScan(bytes, at);
+        if (marker == 0xDA) at = afterJpegScan(bytes, at);
     }
     return hasFrame;
 }
 
-// Chunks that every decoder reads in no more memory than they have bytes.
+// Chunks that take a decoder no more memory than they have bytes.
 constexpr std::array<std::string_view, 12> kPlainChunks = {
     "PLTE", "IEND", "tRNS", "gAMA", "cHRM", "sRGB", "sBIT", "bKGD", "hIST", "pHYs", "tIME", "tEXt"};
-// Chunks of deflated data, which unpacks to at most a thousand times its size.
+// Chunks of deflated data, which inflates to about a thousand times its size at most.
 constexpr std::array<std::string_view, 3> kPackedChunks = {"iCCP", "zTXt", "iTXt"};
 constexpr std::uint64_t kMaxPackedBytes = std::uint64_t{16} << 10;
 
-// The pixels' deflated data cannot be much more than 8 bytes a pixel.
+// A pixel has at most 8 bytes, and each row one more. More deflated data than that could only be
+// there to inflate.
 bool isModestPng(std::string_view bytes) {
     const ImageSize size{bigEndian(bytes, 16, 4), bigEndian(bytes, 20, 4)};
     if (!isModest(size) || bytes.substr(12, 4) != "IHDR") return false;

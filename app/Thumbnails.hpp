@@ -6,10 +6,13 @@
 
 namespace qzapp {
 
-// What desktops are given as thumbnails: an image whose size its bytes say, that is neither large nor
-// unpacks to much more than it seems to be.
 inline constexpr std::size_t kMaxPictureBytes = std::size_t{4} << 20;
 inline constexpr std::uint32_t kMaxPictureSide = 8192;
+
+// Whether an image may be handed to the image library of a desktop, which would decode whatever a
+// stranger's app contains: it must be a PNG, JPEG or GIF of at most kMaxPictureBytes, with at most
+// kMaxPictureSide pixels on each side, and must not decompress to much more than its size in pixels
+// takes.
 bool isThumbnail(std::string_view bytes);
 
 }  // namespace qzapp

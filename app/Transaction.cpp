@@ -21,7 +21,7 @@ namespace {
 
 using fl::filesystem::FileDescriptor;
 
-// Of the last component, with the dot: readers insist on it, in the working file too.
+// The extension with its dot. The working file needs the target's, because readers insist on it.
 std::string extensionOf(const fl::filesystem::path& file) {
     const std::string name =
         fl::filesystem::detail::make_native_access_form_i18n(fl::filesystem::path(file.filename()));
@@ -31,7 +31,7 @@ std::string extensionOf(const fl::filesystem::path& file) {
 
 [[noreturn]] void throwNoFile(int reason) {
     throw std::system_error(reason, std::generic_category(),
-                            "no file can be made in its directory");
+                            "cannot create a file in its directory");
 }
 
 }  // namespace
@@ -70,16 +70,17 @@ void Transaction::createFolder() {
                                    fmt::format("{}/{}", nameOfFolder(name), workingName_))};
 }
 
-// Through its descriptor, so that no other folder, or link, can take its place while the steps use the
-// name; only where /proc is not mounted, by its path.
+// Names the folder through its descriptor, so that no other folder or link can take its place while
+// the steps use the name. Without /proc, by its path.
 std::string Transaction::nameOfFolder(const std::string& parent) const {
     std::string opened = fmt::format("/proc/self/fd/{}", folder_->descriptor().get());
     if (::access(opened.c_str(), X_OK) == 0) return opened;
     return fmt::format("{}/{}", parent, folder_->name());
 }
 
-// The very file that was opened, whatever its name leads to by now. False where there can be no
-// second name: the file system has none, the file is someone else's, or it has just lost its own.
+// Links the file that was opened, not whatever its name leads to by now. Returns false if it cannot
+// be linked: the file system has no hard links, the file is another user's, or its last name was
+// just removed.
 bool Transaction::linkWorkingFile() const {
     const std::string self = fmt::format("/proc/self/fd/{}", source_.get());
     const int folder = folder_->descriptor().get();
@@ -109,8 +110,8 @@ void Transaction::write(std::string_view bytes, std::uint64_t offset) {
 }
 
 void Transaction::commit() {
-    // A new file gets the mode of an empty one that is made for comparison. On some file systems that one
-    // has a name, under which a signal would leave it behind, so signals wait until it is gone.
+    // A new file gets its mode from an empty file that is made to find the mode out. On some file
+    // systems that file has a name for a moment, and a signal would leave it behind.
     std::optional<SignalsBlocked> blocked;
     if (!saveTarget_->stamp()) blocked.emplace();
     about(target_, [&] { fl::filesystem::replaceWithFile(*saveTarget_, working_.path); });

@@ -12,29 +12,30 @@
 
 namespace qzapp {
 
-// The making of a file in several steps that count as one: the steps work on a file in a private
-// folder beside the target, and commit() puts it in the target's place. A transaction that ends
-// without commit(), by an exception or by a signal, leaves the target as it was and nothing beside
-// it. Failures are Errors about the target.
+// Makes several saves of a file count as one. Construct it, save to workingFile() as often as
+// needed, then call commit(), which puts the working file in the target's place. The working file
+// is in a private folder next to the target. Without commit(), after an exception or a signal, the
+// target is as it was and the private folder is gone. All failures are Errors about the target.
 class Transaction {
 public:
-    // The content of the target is for steps that save anew, and never write into the working file:
-    // where the file system can, it is the target's own, under a second name.
+    // With ContentOfTarget, the working file begins as a second hard link to the target (a copy, if
+    // the file system has no hard links). So it may be replaced by a save, but never written into.
     enum class Start { Empty, ContentOfTarget };
 
     Transaction(const FileName& target, Start start);
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
 
-    // What will be replaced, behind all links.
+    // The file that commit() replaces, after all symbolic links have been followed.
     const fl::filesystem::path& resolvedTarget() const noexcept { return saveTarget_->resolved(); }
-    // To work on; messages about it show the target's name.
+    // The file to work on; messages about it show the target's name.
     const FileName& workingFile() const noexcept { return working_; }
 
-    // Fills a working file that was empty at the start.
+    // Writes into a working file that was Empty at the start; not for a ContentOfTarget one.
     void write(std::string_view bytes, std::uint64_t offset);
 
-    // Fails, with the target as it is, when another program has changed it since the start.
+    // Replaces the target atomically and durably. Throws, and leaves the target alone, if another
+    // program has changed or made it since the transaction was constructed.
     void commit();
 
 private:
@@ -48,10 +49,12 @@ private:
     std::optional<fl::filesystem::SaveTarget> saveTarget_;
     FileName working_;
     fl::filesystem::FileDescriptor directory_;
-    // All that the steps leave behind when the process is killed is in one place.
+    // Holds the working file and whatever the saves put next to it, so that one removal gets rid of
+    // all.
     std::optional<PrivateFolder> folder_;
-    std::string workingName_;  // in the folder
-    // The target as it was, held so that no other file gets its number meanwhile.
+    std::string workingName_;  // in folder_
+    // The target as it was. Kept open so that no other file gets its inode number, by which
+    // commit() recognises it.
     fl::filesystem::FileDescriptor source_;
     fl::filesystem::FileDescriptor file_;
 };

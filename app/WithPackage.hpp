@@ -8,8 +8,9 @@
 
 namespace qzapp {
 
-// Opens the package for reading and returns what `work` makes of it. All failures are Errors about the
-// file.
+// Opens the package for reading, calls `work` with it and returns the result. The package is gone
+// when this function returns, so `work` may return a stream (which keeps the file open) but not a
+// Part. All failures are Errors about the file.
 template <class Work>
 auto withPackage(const FileName& file, Work work) {
     return about(file, [&] {

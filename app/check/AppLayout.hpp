@@ -13,20 +13,20 @@
 #include "app/check/Findings.hpp"
 #include "package/Layout.hpp"
 
-// What a packaged app consists of, for the work below the level of app files: the names of the library,
-// the code part and the core properties in one table.
+// What a packaged app consists of, as the checks and the repair see it: one table of the parts that
+// the library, the code library and the package library each define for themselves.
 namespace qzapp::layout {
 
 namespace app = appserialization::layout;
 
-// A part that an app has once, found by its relationship (the model by its name, too), and what the
-// checks say of it.
+// A part that an app has once, found by its relationship (the model also by its name), with the
+// rules that its absence breaks.
 struct AppPart : opc::model::PartKindRow {
     RuleName whenMissing;
-    const char* option;  // of "qzapp edit", which sets it
+    const char* option;  // the option of "qzapp edit" that sets the part
     RuleName whenDangling = "part-dangling";
 
-    // Whether readers of apps parse it as XML.
+    // Whether readers parse the part as XML.
     constexpr bool isXml() const { return contentType.ends_with(u"+xml"); }
 };
 inline constexpr AppPart kModel{app::kAppModel, "model-unlinked", "--model FILE"};
@@ -55,13 +55,14 @@ inline bool isAppRelationship(foundation::ustring_view type) {
            std::ranges::find(kParts, type, &AppPart::relationshipType) != kParts.end();
 }
 
-// The name of a screenshot of this format.
+// The usual part name of a screenshot of this format.
 inline opc::model::PartName screenshotName(foundation::ustring_view extension) {
     return opc::model::PartName(foundation::ustring(app::kScreenshotNameStem) +
                                 foundation::ustring(extension));
 }
 
-// An element of the metadata part; `item` and `attribute` are empty unless it is a list.
+// A known element of the metadata part. For a list, `item` is the name of its child elements and
+// `attribute` that of their attribute that holds the value; for a text both are empty.
 struct MetadataElement {
     std::string name, item, attribute;
 };

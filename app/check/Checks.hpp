@@ -8,26 +8,31 @@
 
 namespace qzapp {
 
-// The groups of rules. Each adds what it finds, and goes on behind what is broken.
+// The groups of rules. Each adds what it finds to `findings` and carries on after what is broken.
+
+// The rules of zip files.
 void checkContainer(const PackageView& package, Findings& findings);
+// The rules of packages: content types, relationships, core properties.
 void checkPackage(const PackageView& package, Findings& findings);
-// Those of packaged apps: layout and metadata.
+// The rules of packaged apps: layout and metadata.
 void checkApp(const PackageView& package, Findings& findings);
+// The rules of text apps.
 void checkText(const FileName& file, Findings& findings);
 
-// All groups that concern the file, by its name: packaged app, text app or any other package. Throws
-// Error when the file cannot be read at all.
+// Checks all groups that apply to a file of this name: a packaged app, a text app or any other
+// package. Throws Error if the file cannot be read at all.
 Findings checkFile(const FileName& file);
 
-// Rules of images, for both forms of apps: `format` is the extension, or what the data URI says.
+// The rules of screenshots, for both forms of apps. `part` is the part or section that holds the
+// image, `format` the extension of the part's name, or what the data URI says.
 void checkImage(const FileName& file, const std::string& part, std::string_view format,
                 std::string_view bytes, Findings& findings);
 
-// What a repaired copy of a package is called in fixes.
+// The name that fixes propose for a repaired copy: "atlas-repaired.kvpkg".
 FileName repairedName(const FileName& file);
-// The command that writes it.
+// The command that writes the repaired copy.
 std::string repairCommand(const FileName& file);
-// The fix for what is damaged in a package.
+// The fix for damage in a package: repairCommand(), or another file if a repair would find nothing.
 std::string repairFix(const PackageView& package);
 
 }  // namespace qzapp

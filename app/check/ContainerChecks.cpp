@@ -38,19 +38,20 @@ void checkItem(const PackageView& package, const FoundItem& item, Findings& find
     }
     if (&item == package.typesItem || item.name) return;
     if (item.item->isDirectory()) {
-        findings.add("item-folder", item.shownName, "a folder, which no package reader looks at",
+        findings.add("item-folder", item.shownName, "a folder item, which package readers ignore",
                      "zip without folders (zip -D)");
     } else {
         findings.add("item-name", item.shownName,
-                     "no part, since its name " + item.nameFault + "; readers pass it over",
+                     "not a part, because its name " + item.nameFault + "; readers ignore it",
                      "rename it, or remove it from the zip file");
     }
 }
 
-// Salvaged items end where their data does, and not behind its descriptor.
+// The end offset of a salvaged item is that of its data, not of the data descriptor that may
+// follow.
 constexpr std::uint64_t kLargestDescriptor = 24;
 
-// Of a file without a directory, the bytes of what is lost are in the gaps.
+// Not if items are lost: their bytes would count as gaps.
 void checkGaps(const PackageView& package, Findings& findings) {
     if (!package.lost.empty()) return;
     std::uint64_t end = 0, gaps = 0;
@@ -74,7 +75,7 @@ void checkBehindEnd(const PackageView& package, Findings& findings) {
     const std::uint64_t end = package.archive->bounds().fileEnd;
     if (end == 0 || end == size) return;
     findings.add("zip-behind", "",
-                 fmt::format("{} behind its end, at offset {}; a save drops them",
+                 fmt::format("{} after the end of the zip file, from offset {}; a save drops them",
                              byteCount(size - end), end),
                  repairFix(package));
 }

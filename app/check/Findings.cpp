@@ -24,8 +24,8 @@ std::string quoted(const std::string& name) {
     return word + "'";
 }
 
-// With what a terminal would act on spelled by numbers. The shell drops a line end at the end of what
-// a command prints, so such a name cannot be spelled.
+// Spells a name that a terminal would act on: "$(printf 'a\033b')". The shell drops line ends at
+// the end of what a command prints, so a name that ends in one becomes FILE.
 std::string spelled(const std::string& name) {
     if (name.ends_with('\n')) return "FILE";
     std::string word = "\"$(printf '";
@@ -101,7 +101,7 @@ ordered_json rulesJson() {
 
 std::string shellWord(const FileName& file) {
     if (file.isStandardInput) return "FILE";
-    // A leading "-" would be an option.
+    // A word that begins with "-" would be taken as an option.
     const std::string name = (file.shown.starts_with('-') ? "./" : "") + file.shown;
     if (name.find_first_not_of(kPlainInShell) == std::string::npos) return name;
     return visible(name) == name ? quoted(name) : spelled(name);

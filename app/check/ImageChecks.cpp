@@ -14,7 +14,7 @@ using opc::ImageType;
 using std::string_view;
 using namespace std::string_view_literals;
 
-// Where width and height stand as PNG has them: two numbers of four bytes.
+// A PNG has its width and height, four bytes each, from offset 16 to 24.
 constexpr std::size_t kPngSizesAt = 16, kPngSizesEnd = 24;
 
 bool hasNoSize(const ImageType& type, string_view bytes) {
@@ -24,7 +24,7 @@ bool hasNoSize(const ImageType& type, string_view bytes) {
     return bytes.substr(kPngSizesAt, 4) == kZero || bytes.substr(kPngSizesAt + 4, 4) == kZero;
 }
 
-// Some programs add white space or padding behind the end.
+// Some programs add white space or padding after the end of an image.
 constexpr std::size_t kMaxBehindEnd = 64;
 
 bool hasEnd(const ImageType& kind, string_view bytes) {
@@ -39,7 +39,7 @@ void checkWhole(const ImageType& kind, const std::string& part, string_view byte
     } else if (!hasEnd(kind, bytes)) {
         findings.add(
             "screenshot-cut", part,
-            fmt::format("the image has no end; its {} seem to be cut", byteCount(bytes.size())),
+            fmt::format("the image has no end; after {} it seems cut off", byteCount(bytes.size())),
             fix);
     }
 }
@@ -59,14 +59,15 @@ void checkImage(const FileName& file, const std::string& part, string_view forma
                      fmt::format("the format is \"{}\", which a packaged app cannot hold", format),
                      fix);
     } else if (kind == nullptr) {
-        findings.add(
-            "screenshot-bytes", part,
-            bytes.empty() ? "the image is empty" : fmt::format("its bytes are no {} image", format),
-            fix);
+        findings.add("screenshot-bytes", part,
+                     bytes.empty() ? "the image is empty"
+                                   : fmt::format("its bytes are not a {} image", format),
+                     fix);
     } else if (kind->format != meant->format) {
         findings.add(
             "screenshot-bytes", part,
-            fmt::format("is called {}, but its bytes are a {} image", format, kind->format), fix);
+            fmt::format("is declared as {}, but its bytes are a {} image", format, kind->format),
+            fix);
     }
     if (kind != nullptr) checkWhole(*kind, part, bytes, fix, findings);
 }

@@ -53,7 +53,7 @@ public:
         }
         if (package_.relationshipsItem == nullptr) {
             findings_.add("relationships-missing", shownName(opc::names::packageRelationships()),
-                          "there is no such part, so readers find none of the app's",
+                          "there is no such part, so readers find no part of the app",
                           repairFix(package_));
         }
         checkModel();
@@ -66,7 +66,7 @@ public:
     }
 
 private:
-    // `before` is what else to do.
+    // The fix "qzapp edit" with `options`; `before` is what to do first, in words.
     std::string edit(const std::string& options, const std::string& before = "") const {
         const bool isReady = package_.opens();
         const FileName file = isReady ? package_.file : repairedName(package_.file);
@@ -84,7 +84,8 @@ private:
                       isThere ? repairFix(package_) : edit(part.option));
     }
 
-    // The part that the one relationship of its type leads to; otherwise null, and told why.
+    // The part that the one relationship of its type leads to. Adds a finding and returns null if
+    // there is none.
     const FoundItem* only(const AppPart& part) {
         const auto links = package_.byType(part.relationshipType);
         if (links.empty()) missing(part);
@@ -110,8 +111,8 @@ private:
         const FoundItem* found = package_.target(link);
         if (found == nullptr) {
             findings_.add(rule, name,
-                          fmt::format("relationship \"{}\" leads to \"{}\", which is no part of "
-                                      "the package",
+                          fmt::format("relationship \"{}\" leads to \"{}\", which is not in the "
+                                      "package",
                                       shown(link.getID()), shown(link.getTargetURI().toString())),
                           repairFix(package_));
         }
@@ -120,13 +121,13 @@ private:
 
     void ambiguous(const std::string& name, std::size_t count) {
         findings_.add("part-ambiguous", name,
-                      fmt::format("{} relationships lead to such a part, so nobody can tell which "
-                                  "one is meant",
+                      fmt::format("{} relationships lead to such a part, and readers cannot tell "
+                                  "which one is right",
                                   count),
                       repairFix(package_));
     }
 
-    // A relationship that leads nowhere has to go before a model can be put in.
+    // "qzapp edit --model" refuses a dangling model relationship, which a repair removes.
     std::string modelFix() const {
         const std::string putIn = "--model FILE";
         if (!package_.opens() || package_.byType(layout::kModel.relationshipType).empty())
@@ -139,13 +140,13 @@ private:
         const FoundItem* named = package_.find(layout::kModel.name);
         if (named == nullptr) {
             findings_.add("model-missing", shown(layout::kModel.name),
-                          "there is no such part, so readers take the file for no app", modelFix());
+                          "there is no such part, so readers refuse the app", modelFix());
             return;
         }
         used_.insert(named->name->key());
         only(layout::kModel);
         if (named->item->size == 0) {
-            findings_.add("model-empty", named->shownName, "the model holds no byte",
+            findings_.add("model-empty", named->shownName, "the model is empty",
                           edit("--model FILE"));
         }
     }
@@ -177,10 +178,11 @@ private:
         }
     }
 
-    // The elements of an XML part; empty when there is none, or when `fault` says what is wrong.
+    // The elements of an XML part. Empty if `part` is null or cannot be read; `fault` says what is
+    // wrong with its XML or size.
     std::vector<XmlElement> elementsOf(const FoundItem* part, std::string& fault) const {
         if (part != nullptr && part->item->size > kMaxXmlBytes) {
-            fault = fmt::format("larger than the {} that readers take",
+            fault = fmt::format("larger than the {} that readers accept",
                                 foundation::shownMebibytes(kMaxXmlBytes));
         }
         const auto document = part ? package_.read(*part, kMaxXmlBytes) : std::nullopt;
@@ -225,16 +227,15 @@ private:
         return element.depth == 2 && element.name == shown(row.name);
     }
 
-    // The list that the element is, or null.
+    // Checks a child of the root. Returns the known element that it is, or null.
     const layout::MetadataElement* checkField(const std::string& part, const XmlElement& element,
                                               std::size_t before) {
         const auto& all = layout::metadataElements();
         const auto known = std::ranges::find(all, element.name, &layout::MetadataElement::name);
         if (known == all.end()) {
             if (before > 0) return nullptr;
-            findings_.add(
-                "metadata-unknown", part,
-                fmt::format("has an element \"{}\", which readers pass over", element.name));
+            findings_.add("metadata-unknown", part,
+                          fmt::format("has an element \"{}\", which readers ignore", element.name));
             return nullptr;
         }
         if (before == 1) {
@@ -253,7 +254,7 @@ private:
         findings_.add("metadata-item", part,
                       fmt::format("an item of \"{}\" has no attribute \"{}\"; it reads as empty",
                                   list->name, list->attribute),
-                      "set the list anew with \"qzapp edit --set\"");
+                      "set the list again with \"qzapp edit --set\"");
     }
 
     void empty(const char* field, const std::string& value) {
@@ -270,11 +271,11 @@ private:
         for (const XmlElement& element : elements) {
             if (element.depth == 2) properties.emplace(element.name, element.text);
         }
-        // Where the package opens, its own check has told.
+        // If the package opens, checkPackage() has reported this.
         if (!fault.empty() && !package_.opens()) {
             findings_.add("core-properties-rules", part->shownName, fault, repairFix(package_));
         }
-        if (elements.empty()) return;  // which has been told
+        if (elements.empty()) return;
         if (properties["title"].empty()) {
             findings_.add("name-missing", "", "Name is empty; people see an app without a name",
                           edit("--set Name=NAME"));
@@ -290,7 +291,7 @@ private:
         }
     }
 
-    // Those of which there is nothing to check but that they are there.
+    // Parts whose content is not checked.
     void checkOtherParts() {
         for (const AppPart& part : layout::kParts) {
             const bool isChecked =
@@ -356,10 +357,11 @@ private:
         for (const FoundItem& item : package_.items) {
             if (!item.isPart() || opc::names::isRelationshipsName(*item.name)) continue;
             if (used_.contains(item.name->key())) continue;
-            if (signatures::isPartOfSignature(*item.type)) continue;  // a rule of its own
-            findings_.add("part-unknown", item.shownName,
-                          fmt::format("a part of type \"{}\", which apps do not have; it is kept",
-                                      shown(item.type->toString())));
+            if (signatures::isPartOfSignature(*item.type)) continue;  // rule package-signed
+            findings_.add(
+                "part-unknown", item.shownName,
+                fmt::format("has the type \"{}\", which no part of an app has; edits keep it",
+                            shown(item.type->toString())));
         }
     }
 

@@ -27,7 +27,7 @@ std::string shown(const ustring& text) {
     return fl::i18n::to_display(text);
 }
 
-// Any other kind of zip file: every further rule would speak up.
+// Another kind of zip file, for which every further rule would complain.
 bool isNoPackage(const PackageView& package) {
     return package.typesItem == nullptr && package.relationshipsItem == nullptr &&
            !isAppName(package.file);
@@ -44,7 +44,7 @@ void checkTypes(const PackageView& package, Findings& findings) {
     }
     const std::string& name = package.typesItem->item->name;
     if (name != opc::names::kContentTypesItem) {
-        findings.add("types-spelling", name, "other readers may look for the usual spelling only",
+        findings.add("types-spelling", name, "other readers may know only the usual spelling",
                      repairFix(package));
     }
     for (const std::string& fault : package.typeFaults)
@@ -60,17 +60,20 @@ void checkTypes(const PackageView& package, Findings& findings) {
 void checkUntyped(const PackageView& package, Findings& findings) {
     for (const FoundItem& item : package.items) {
         if (!item.name || item.type || &item == package.typesItem) continue;
-        if (*item.name == opc::names::packageRelationships()) continue;  // it has a rule of its own
-        findings.add("item-untyped", item.shownName,
-                     "no part, since [Content_Types].xml has no type for it; readers pass it over",
-                     "add a Default or Override for it, or remove it from the zip file");
+        // checkOwnRelationships() checks the type of this one.
+        if (*item.name == opc::names::packageRelationships()) continue;
+        findings.add(
+            "item-untyped", item.shownName,
+            "not a part, because [Content_Types].xml has no type for it; readers ignore it",
+            "add a Default or Override for it, or remove it from the zip file");
     }
 }
 
 void checkDerivedNames(const PackageView& package, Findings& findings) {
     for (const auto& [part, parent] : package.derivedNames()) {
         findings.add("names-derive", part->shownName,
-                     "its name derives from that of " + parent->shownName,
+                     fmt::format("its name begins with {}, as if that part were a folder",
+                                 parent->shownName),
                      "rename one of the parts");
     }
 }
@@ -81,9 +84,11 @@ void checkOwnRelationships(const PackageView& package, Findings& findings) {
     const auto& type = package.relationshipsItem->type;
     const auto& expected = opc::names::relationshipsType();
     if (!type || !(*type == expected)) {
+        const std::string found =
+            type ? fmt::format("the content type \"{}\"", shown(type->toString()))
+                 : "no content type";
         findings.add("relationships-type", name,
-                     fmt::format("has the content type \"{}\"; expected \"{}\"",
-                                 type ? shown(type->toString()) : "", shown(expected.toString())),
+                     fmt::format("has {}; expected \"{}\"", found, shown(expected.toString())),
                      repairFix(package));
     }
     for (const std::string& fault : package.relationshipFaults)
@@ -102,7 +107,7 @@ void checkReach(const PackageView& package, Findings& findings) {
                          "remove it from the zip file");
         } else if (!reachable.contains(&item)) {
             findings.add("part-unreachable", item.shownName,
-                         "no relationship leads to it, so readers pass it over",
+                         "no relationship leads to it, so readers ignore it",
                          "add a relationship that leads to it, or remove it");
         }
     }
@@ -114,14 +119,14 @@ void checkTargets(const PackageView& package, Findings& findings) {
         const std::string subject = fmt::format("relationship \"{}\"", shown(relationship.getID()));
         const std::string target = shown(relationship.getTargetURI().toString());
         if (isApp && layout::isAppRelationship(relationship.getType())) {
-            continue;  // the app's own checks follow it
+            continue;  // checkApp() follows it
         } else if (relationship.getTargetMode() == TargetMode::External) {
             findings.add(
                 "relationship-external", subject,
-                fmt::format("leads out of the package, to \"{}\"; it is never followed", target));
+                fmt::format("leads outside the package, to \"{}\"; it is never followed", target));
         } else if (package.target(relationship) == nullptr) {
             findings.add("relationship-dangling", subject,
-                         fmt::format("leads to \"{}\", which is no part of the package", target),
+                         fmt::format("leads to \"{}\", which is not in the package", target),
                          repairFix(package));
         }
     }
@@ -131,12 +136,13 @@ void checkSignature(const PackageView& package, Findings& findings) {
     if (!signatures::isSigned(package)) return;
     const std::size_t count = signatures::count(package);
     findings.add("package-signed", "",
-                 fmt::format("{} digital signature{}, not verified here; an edit takes "
+                 fmt::format("{} digital signature{}, which qzapp does not verify; an edit needs "
                              "\"--drop-signature\"",
                              count, count == 1 ? "" : "s"));
 }
 
-// Readers check them when they ask for properties, so a package that opens may still fail here.
+// Readers check core properties only when somebody asks for them, so a package that opens may still
+// fail here.
 void checkCoreProperties(const PackageView& package, Findings& findings) {
     const auto found = package.byType(layout::kCoreProperties.relationshipType);
     const std::string name = shown(ustring(layout::kCoreProperties.name));
@@ -153,7 +159,7 @@ void checkCoreProperties(const PackageView& package, Findings& findings) {
             opc::qzservices::CorePropertiesManager(opened, 0).getCoreProperties();
         });
     } catch (const Error& e) {
-        // Damaged bytes have been told.
+        // If an item is damaged, that is reported and may be the reason.
         const auto isDamaged = [](const FoundItem& item) { return !item.fault.empty(); };
         if (std::ranges::any_of(package.items, isDamaged)) return;
         const std::size_t colon = e.text().find(": ");
@@ -163,7 +169,7 @@ void checkCoreProperties(const PackageView& package, Findings& findings) {
     }
 }
 
-// The refusal is told by itself only when no other finding says the same.
+// Reports why readers refuse the package, unless another finding says it already.
 void checkRefusal(const PackageView& package, Findings& findings) {
     const std::string& refusal = package.packageRefusal;
     if (refusal.empty()) return;

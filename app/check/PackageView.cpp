@@ -26,7 +26,7 @@ using opc::model::Relationship;
 using opc::zip::LostItem;
 using opc::zip::ZipArchive;
 
-// Runs `action` and tells how it failed, in the user's words.
+// Runs `action` and returns why it failed, in the user's words; empty if it did not.
 template <class Action>
 std::string refusalOf(const FileName& file, Action action) {
     try {
@@ -43,11 +43,11 @@ std::string packageRefusalOf(const FileName& file) {
 
 }  // namespace
 
-// The zip file, opened or salvaged, and the progress of reading it.
+// The zip file, opened or salvaged, and the progress of reading it; a helper of the constructor.
 struct PackageView::Source {
     explicit Source(const FileName& file)
         : refusal(refusalOf(file, [&] { open(file); })),
-          // To find what is left of a refused file takes reading it twice before.
+          // Salvaging a refused file reads it twice before its items are read.
           progress((archive ? 1 : 3) * sizeOf(file)) {
         if (!archive) about(file, [&] { archive = ZipArchive::salvage(file.path, lost); });
     }
@@ -90,7 +90,7 @@ PackageView::PackageView(const FileName& itsFile, Source source)
       packageRefusal(zipRefusal.empty() ? packageRefusalOf(file) : ""),
       brokenRule(source.brokenRule),
       lost(std::move(source.lost)) {
-    // Called as those that were found are.
+    // A name that is a part's gets its "/", as the parts that were found have it.
     for (LostItem& item : lost) {
         if (PartName::isValid(u"/" + fl::i18n::utf8_to_ustring(item.name)))
             item.name.insert(0, 1, '/');
@@ -117,7 +117,8 @@ bool PackageView::holdsApp() const {
            std::ranges::any_of(lost, isLostPart);
 }
 
-// Of the two that make a zip file a package.
+// Whether the file has, or once had, content types or package relationships, which make a zip file
+// a package.
 bool PackageView::holdsTables() const {
     const auto isTable = [](const LostItem& item) {
         return opc::names::isContentTypesItem(item.name) ||

@@ -12,24 +12,30 @@
 
 namespace qzapp {
 
-// A package as it was found in a file, readers may refuse that or not, with what only front ends know: how
-// the user calls the file, in whose words all refusals and faults are, and what an app usually holds. Making
-// one throws Error only when the file itself cannot be read.
+// All that can be read of a package, for the checks and the repair, which must go on where readers
+// refuse the file. Adds to FoundPackage the file's name, why readers refuse it, and whether a
+// repair makes sense. Messages call the file what the user calls it.
 class PackageView : public opc::model::FoundPackage {
 public:
+    // Opens the file and reads every item in it to its end; a file that readers refuse is salvaged,
+    // which reads it twice more. Throws Error only if the file itself cannot be read.
     explicit PackageView(const FileName& file);
 
     FileName file;
-    // Why readers refuse the zip file, then the package; empty when they do not.
+    // Why readers refuse the zip file or, if they accept that, the package. Empty if they do not.
     std::string zipRefusal, packageRefusal;
-    // Which rule the zip file breaks; nullopt when readers do not refuse it, or could not tell.
+    // The rule that the zip file breaks. Nothing if readers accept it, or failed for another
+    // reason.
     std::optional<opc::zip::ZipRule> brokenRule;
+    // Items that a salvaged file once had and that cannot be read; part names begin with "/".
     std::vector<opc::zip::LostItem> lost;
 
-    // Whether anything in it, readable or not, is of what its name promises: of an app (core properties,
-    // which every package may have, are not enough), or of a package.
+    // Whether the file holds, readable or not, anything of what its name promises: a part of an app
+    // (core properties do not count, because any package may have them), or else content types or
+    // relationships.
     bool isRepairable = false;
 
+    // Whether readers open the package. Parts may still be damaged.
     bool opens() const { return zipRefusal.empty() && packageRefusal.empty(); }
 
 private:
@@ -40,7 +46,7 @@ private:
     bool holdsTables() const;
 };
 
-// Whether the file's name says that it is a packaged app, in any case.
+// Whether the file's name ends in ".kvpkg", in any case.
 bool isAppName(const FileName& file);
 std::string shownName(const opc::model::PartName& name);
 

@@ -66,11 +66,11 @@ void setReleaseInfo(CoreProperties& properties, const XmlElement& element) {
         {fl::i18n::utf8_to_ustring(element.text), legacy != nullptr && *legacy == "true"});
 }
 
-// A property that is worth keeping of a part that breaks its rules.
+// A property that is kept when the part that holds it breaks its rules and is written anew.
 struct Property {
     std::string_view element;
     void (*set)(CoreProperties& properties, const XmlElement& element);
-    const char* called;  // by people
+    const char* called;  // what messages call it
 };
 constexpr Property kStandardProperties[] = {
     {"title", setText<&CoreProperties::setTitle>, "name"},
@@ -86,7 +86,8 @@ constexpr Property kHostProperties[] = {
     {"releaseInfo", setReleaseInfo, "release info"},
 };
 
-// A part that holds properties of the package, each by itself.
+// A part whose content is a list of independent properties, so that some can be kept without the
+// others.
 struct PropertiesPart {
     layout::AppPart part;
     const char* called;
@@ -94,7 +95,7 @@ struct PropertiesPart {
     void (*parse)(std::string_view document, const std::string& where, CoreProperties& properties);
     std::string (*toXml)(const CoreProperties& properties);
 
-    // Whether readers understand it.
+    // Whether readers accept this content.
     bool isSound(const std::string& document) const {
         try {
             CoreProperties ignored;
@@ -108,12 +109,12 @@ struct PropertiesPart {
 constexpr PropertiesPart kPropertiesParts[] = {
     {layout::kCoreProperties, "the core properties", kStandardProperties, StandardProperties::parse,
      StandardProperties::toXml},
-    {layout::kHostProperties, "the host's properties", kHostProperties, HostProperties::parse,
+    {layout::kHostProperties, "the host properties", kHostProperties, HostProperties::parse,
      HostProperties::toXml},
 };
 
-// The relationship type of the parts of an app to which this one belongs, by its name or else by its
-// content type; empty when it is none.
+// The relationship type that leads to parts such as this one, which its name or else its content
+// type identifies; empty if it is not a part of an app.
 ustring kindOf(const FoundItem& item) {
     const auto isNamed = [&](const layout::AppPart& part) {
         return *item.name == PartName(part.name);
@@ -133,9 +134,11 @@ ustring kindOf(const FoundItem& item) {
     return isScreenshot ? layout::app::kScreenshotRelationship : ustring();
 }
 
+// Builds the new package `to` from what is whole in `from`: first the parts, then their
+// relationships, then what an app needs besides. Reports each step.
 class Repair {
 public:
-    // Messages call the new package what `file` is shown as.
+    // `file` is the new package's, for messages.
     Repair(const PackageView& from, Package& to, const FileName& file, RepairReport& report)
         : from_(from),
           to_(to),
@@ -151,12 +154,12 @@ public:
             takeItem(item);
         for (const Relationship& relationship : from_.relationships)
             takeRelationship(relationship);
-        tellOfTables();
-        tellOfRest();
+        reportTables();
+        reportRest();
         if (isAppName(from_.file)) {
             settleSharedParts();
             linkAppParts();
-            loseIdleScreenshots();
+            loseUnusedScreenshots();
         }
         mendProperties();
     }
@@ -185,25 +188,25 @@ private:
         const auto stream = to_.getPart(*item.name).getOutputStream();
         opc::StreamHelper::copyStreamToStream(*content, *stream);
         report_.kept.push_back({item.shownName, item.item->size});
-        tellOfItem(item, type);
+        reportItem(item, type);
     }
 
-    void tellOfItem(const FoundItem& item, const ContentType& type) {
+    void reportItem(const FoundItem& item, const ContentType& type) {
         if (!item.directoryName.empty()) {
             mend(
-                fmt::format("called {} by its name in its local header, which the package knows; "
-                            "the directory has \"{}\"",
+                fmt::format("used the name {} from the local header, because the package refers to "
+                            "it; the directory has \"{}\"",
                             item.shownName, item.directoryName));
         }
         if (!item.type) {
-            mend(fmt::format("gave {} the content type {}, since it had none", item.shownName,
+            mend(fmt::format("gave {} the content type {}, because it had none", item.shownName,
                              shown(type.toString())));
         } else if (!(*item.type == type)) {
             mend(fmt::format("gave {} the content type of its kind", item.shownName));
         }
     }
 
-    // The parts whose XML readers of apps parse.
+    // The parts that readers of apps parse as XML.
     std::set<const FoundItem*> xmlParts() const {
         std::set<const FoundItem*> parts;
         for (const layout::AppPart& part : layout::kParts) {
@@ -222,11 +225,12 @@ private:
              from_.byType(PackageHelper::getThumbnailRelationshipType())) {
             parts.insert(from_.targetItem(*link));
         }
-        parts.erase(nullptr);  // which is what dangling ones lead to
+        parts.erase(nullptr);  // from dangling relationships
         return parts;
     }
 
-    // What relationships say that items are; of several kinds the first.
+    // The kind of part that a relationship says an item is. If there are several, the first in
+    // layout::kParts.
     std::map<const FoundItem*, const layout::AppPart*> linkedParts() const {
         std::map<const FoundItem*, const layout::AppPart*> parts;
         for (const layout::AppPart& part : layout::kParts) {
@@ -236,7 +240,8 @@ private:
         return parts;
     }
 
-    // Why readers stop at such a part; a package without it is better than one with it.
+    // Why readers fail on such a part. Without the part they would use defaults, so the package is
+    // better off without it.
     std::optional<std::string> xmlFault(const FoundItem& item) const {
         if (!xmlParts_.contains(&item)) return std::nullopt;
         try {
@@ -255,7 +260,7 @@ private:
         return item.type ? *item.type : likelyType(item);
     }
 
-    // Of an item that has none.
+    // The content type to give to an item that has none.
     ContentType likelyType(const FoundItem& item) const {
         for (const auto& format : layout::app::kScreenshotFormats) {
             if (*item.name == layout::screenshotName(format.extension)) return format.contentType();
@@ -285,14 +290,15 @@ private:
     }
 
     static std::string leadsNowhere(const ustring& target) {
-        return fmt::format("it leads to \"{}\", which is not there", shown(target));
+        return fmt::format("it leads to \"{}\", which is not in the package", shown(target));
     }
 
-    // An app has one of each of these: of several, readers take none.
+    // Why this relationship to a part of an app is not taken over. An app has one of each type, and
+    // readers ignore the part if there are several.
     std::optional<std::string> appLinkFault(const Relationship& link) {
         const std::string target = shown(link.getTargetURI().toString());
         if (link.getTargetMode() == TargetMode::External) {
-            return fmt::format("it leads out of the package, to \"{}\"", target);
+            return fmt::format("it leads outside the package, to \"{}\"", target);
         }
         if (!to_.hasTarget(link)) return leadsNowhere(link.getTargetURI().toString());
         if (isOfAnotherKind(link)) {
@@ -300,8 +306,8 @@ private:
         }
         const Relationship& meant = meantLink(link.getType());
         if (&meant == &link) return std::nullopt;
-        return fmt::format("one of several to such a part, it led to {}; \"{}\", to {}, is kept",
-                           target, shown(meant.getID()), shown(meant.getTargetURI().toString()));
+        return fmt::format("it led to {}; of several to such a part, \"{}\" to {} is kept", target,
+                           shown(meant.getID()), shown(meant.getTargetURI().toString()));
     }
 
     bool isOfAnotherKind(const Relationship& link) const {
@@ -311,7 +317,8 @@ private:
         return !kind.empty() && kind != link.getType();
     }
 
-    // Of those of one type that lead to a part, the one for which most speaks; there is one.
+    // Of the relationships of one type that lead to a part of that kind, the one with the largest
+    // weight. There must be at least one.
     const Relationship& meantLink(const ustring& type) {
         const auto [found, isNew] = meant_.try_emplace(type, nullptr);
         if (!isNew) return *found->second;
@@ -325,7 +332,9 @@ private:
         return *found->second;
     }
 
-    // The thumbnail is the screenshot that was set last. Of properties, those that can be read count.
+    // How likely it is that this part is the right one of its kind. The thumbnail is the screenshot
+    // that was set last, and properties that readers accept beat others; after that, what the
+    // part's type and name say.
     int weightOf(const ustring& type, const PartName& name) const {
         const FoundItem* item = from_.findItem(name);
         const bool isThumbnail =
@@ -340,7 +349,7 @@ private:
         return from_.read(item, kMaxXmlBytes).value_or("");
     }
 
-    // How much a part says itself that it is of this kind; its content type says more than its name.
+    // How much speaks for a part being of this kind: its content type counts more than its name.
     int claimOf(const ustring& type, const PartName& name) const {
         const ContentType contentType = to_.getPart(name).getContentType();
         bool isTyped = false, isNamed = false;
@@ -352,11 +361,11 @@ private:
         return 2 * isTyped + isNamed;
     }
 
-    void tellOfTables() {
-        if (!from_.hasTypes) mend("made [Content_Types].xml anew, since it is lost");
+    void reportTables() {
+        if (!from_.hasTypes) mend("wrote a new [Content_Types].xml, because the old one is lost");
         const auto* own = from_.relationshipsItem;
         if (own == nullptr || !own->fault.empty()) {
-            mend("made /_rels/.rels anew, since it is lost");
+            mend("wrote a new /_rels/.rels, because the old one is lost");
         }
         for (const std::string& fault : from_.relationshipFaults)
             lose("an entry of /_rels/.rels", fault);
@@ -364,22 +373,21 @@ private:
             lose("an entry of [Content_Types].xml", fault);
     }
 
-    void tellOfRest() {
+    void reportRest() {
         const opc::zip::ZipArchive& archive = *from_.archive;
         const std::uint64_t end = archive.bounds().fileEnd, size = archive.stamp().size;
         std::uint64_t front = archive.items().empty() ? 0 : size;
         for (const opc::zip::ZipItem& item : archive.items())
             front = std::min(front, item.headerOffset);
-        if (front != 0)
-            mend(fmt::format("left out {} in front of the first item", byteCount(front)));
+        if (front != 0) mend(fmt::format("left out {} before the first item", byteCount(front)));
         if (!archive.comment().empty()) mend("left out the comment of the zip file");
         if (end != 0 && end < size) {
-            mend(fmt::format("left out {} behind the end of the zip file", byteCount(size - end)));
+            mend(fmt::format("left out {} after the end of the zip file", byteCount(size - end)));
         }
     }
 
-    // A part is of one kind: of relationships of several kinds to it, all but the likeliest go, since an
-    // edit of one would destroy the others.
+    // If relationships of several types lead to one part, keeps only the likeliest: a part is of
+    // one kind, and an edit that replaced it as one would destroy it as the other.
     void settleSharedParts() {
         std::map<PartName, std::vector<Relationship>> links;
         for (const Relationship& link : to_.getRelationships()) {
@@ -394,22 +402,22 @@ private:
             for (auto link = shared.begin(); link != shared.end(); ++link) {
                 if (link == meant) continue;
                 loseLink(*link,
-                         fmt::format("it leads to {}, as \"{}\" of another kind does, which is "
-                                     "kept",
+                         fmt::format("it leads to {}, as \"{}\" does, which is of another kind "
+                                     "and kept",
                                      shownName(name), shown(meant->getID())));
                 to_.deleteRelationship(link->getID());
             }
         }
     }
 
-    // What an app can do without least, first.
+    // Small for the kinds that an app needs most.
     static std::ptrdiff_t rankOf(const ustring& type) {
         return std::ranges::find(layout::kParts, ustring_view(type),
                                  &layout::AppPart::relationshipType) -
                layout::kParts.begin();
     }
 
-    // A part of an app that has its usual name, and no relationship leads to any of its kind.
+    // Adds the missing relationships to parts of an app that have their usual names.
     void linkAppParts() {
         for (const layout::AppPart& part : layout::kParts) {
             link(PartName(part.name), ustring(part.relationshipType));
@@ -427,8 +435,9 @@ private:
              PackageHelper::getThumbnailRelationshipType());
     }
 
-    // A part of such a name that is not the screenshot would keep the next one of its format out.
-    void loseIdleScreenshots() {
+    // A part with a screenshot's name that is not the screenshot would keep the next one of its
+    // format out.
+    void loseUnusedScreenshots() {
         std::set<PartName> used;
         for (const Relationship& link : to_.getRelationships()) {
             if (to_.hasTarget(link)) used.emplace(link.getTargetURI());
@@ -436,7 +445,7 @@ private:
         for (const auto& format : layout::app::kScreenshotFormats) {
             const PartName name = layout::screenshotName(format.extension);
             if (!to_.hasPart(name) || used.contains(name)) continue;
-            lose(shownName(name), "a further screenshot, which no reader shows");
+            lose(shownName(name), "another screenshot, which no reader shows");
             drop(name);
         }
     }
@@ -453,8 +462,8 @@ private:
         mend(fmt::format("added a relationship that leads to {}", shownName(name)));
     }
 
-    // Properties that readers refuse are written anew with what apps have of them; a part that they
-    // understand stays as it is.
+    // Writes properties that readers refuse anew, with those that apps have. A part that readers
+    // accept stays as it is.
     void mendProperties() {
         for (const PropertiesPart& part : kPropertiesParts) {
             const ustring type(part.part.relationshipType);
@@ -476,10 +485,10 @@ private:
         stream->flush();
         const std::string kept =
             names.empty() ? "nothing" : fmt::format("only {}", fmt::join(names, ", "));
-        mend(fmt::format("wrote {} anew, with {} of the old ones", part.called, kept));
+        mend(fmt::format("rewrote {}, keeping {}", part.called, kept));
     }
 
-    // Adds to `names` what people call the properties that are there.
+    // The properties that can still be read; adds what messages call them to `names`.
     static CoreProperties understood(const PropertiesPart& part, const std::string& document,
                                      std::vector<std::string>& names) {
         const auto elements = opc::model::readXmlElements(document, "");
@@ -505,7 +514,7 @@ private:
 
 constexpr const char* kUnreadable = "nothing in it can be read, so there is nothing to keep";
 
-// A repaired copy of anything else would be a package of nothing that readers know.
+// Refuses a file of which a repaired copy would hold nothing that readers know.
 void requireWorthOfRepair(const PackageView& view) {
     if (view.items.empty() && view.lost.empty()) {
         throw Error(view.file.shown,

@@ -18,12 +18,12 @@ struct RepairReport {
     };
     std::vector<Kept> kept;
     std::vector<opc::zip::LostItem> lost;
-    std::vector<std::string> mended;  // sentences about what is other than it was
+    std::vector<std::string> mended;  // what differs from the original, one phrase each
 };
 
-// Writes to `out`, whole or not at all, a package of what can still be read of `file`, which is only
-// read. Nothing is kept in part. Throws Error when nothing at all can be read or `out` cannot be
-// written.
+// Writes a clean package to `out`, whole or not at all, from what can still be read of `file`,
+// which is never changed. An item is kept whole or lost. Throws Error if nothing worth keeping can
+// be read, if `file` changes meanwhile, or if `out` cannot be written.
 RepairReport repairPackage(const FileName& file, const FileName& out);
 
 }  // namespace qzapp

@@ -55,12 +55,12 @@ const std::vector<Section>& knownSections() {
     return *sections;
 }
 
-// The places of all markers, in the order of the text.
 struct Marker {
     string_view name;  // "app:appDetails"
-    std::size_t end;   // behind the "]"
+    std::size_t end;   // the offset after its "]"
 };
 
+// All section markers, in the order of the text.
 std::vector<Marker> markersIn(string_view text) {
     std::vector<Marker> markers;
     const std::string open = ustring_to_utf8(textapp::kSectionOpen),
@@ -75,7 +75,7 @@ std::vector<Marker> markersIn(string_view text) {
     return markers;
 }
 
-// A section's body; nullopt when it is not closed.
+// The body of a section; nothing if it is not closed.
 std::optional<string_view> bodyOf(string_view text, const Marker& marker) {
     const std::string open = ustring_to_utf8(textapp::kBodyOpen);
     const std::size_t start = text.find(open, marker.end);
@@ -126,7 +126,7 @@ private:
             knownSections(), [&](const Section& section) { return seen.contains(section.name); });
         if (hasAppendix_) return;
         findings_.add("appendix-missing", "",
-                      "has no appendix, so all its metadata reads as the defaults",
+                      "has no appendix, so readers take the default for every field",
                       fmt::format("add the section \"{}{}{}\" (docs/format-k.md shows how)",
                                   ustring_to_utf8(textapp::kSectionOpen),
                                   ustring_to_utf8(textapp::kDetailsSection.name),
@@ -138,11 +138,11 @@ private:
         const auto known = std::ranges::find(knownSections(), marker.name, &Section::name);
         if (known == knownSections().end()) {
             if (before == 0) {
-                findings_.add("section-unknown", name, "readers pass over a section of this name");
+                findings_.add("section-unknown", name, "readers ignore a section of this name");
             }
         } else if (before == 1) {
             findings_.add("section-twice", name,
-                          fmt::format("stands again at {}; readers take the first only",
+                          fmt::format("occurs again at {}; readers take only the first",
                                       placeOf(text_, marker.end)),
                           "keep one of them");
         } else if (before == 0) {
@@ -150,14 +150,14 @@ private:
                 checkElements(*known, *body);
             } else {
                 findings_.add("section-open", name,
-                              fmt::format("the section at {} has no \"{}\", so it is no section",
+                              fmt::format("the section at {} has no \"{}\", so readers ignore it",
                                           placeOf(text_, marker.end), bodyClose),
                               fmt::format("end its block comment with \"{}\"", bodyClose));
             }
         }
     }
 
-    // The start tags of a section that stand in no other element.
+    // Checks the elements of a section. What is inside an element is its text and is not looked at.
     void checkElements(const Section& section, string_view body) {
         std::map<string_view, std::size_t> seen;
         for (std::size_t at = 0; (at = body.find('<', at)) != string_view::npos;) {
@@ -170,7 +170,7 @@ private:
             const std::string endTag = fmt::format("</{}>", name);
             const std::size_t close = body.find(endTag, at);
             checkElement(section, name, seen[name]++, close != string_view::npos);
-            if (close == string_view::npos) return;  // what follows may be its text
+            if (close == string_view::npos) return;  // the rest may be the text of this element
             at = close + endTag.size();
         }
     }
@@ -183,11 +183,11 @@ private:
                 known, [&](const std::string& element) { return name.starts_with(element); });
             if (prefix != known.end()) {
                 findings_.add("element-prefix", part,
-                              fmt::format("<{}> is taken for <{}>", name, *prefix),
+                              fmt::format("readers take <{}> for <{}>", name, *prefix),
                               "rename the element, or remove it");
             } else if (before == 0) {
                 findings_.add("element-unknown", part,
-                              fmt::format("has an element <{}>, which readers pass over", name));
+                              fmt::format("has an element <{}>, which readers ignore", name));
             }
         } else if (!isClosed) {
             findings_.add(
@@ -246,10 +246,11 @@ private:
                 const auto lower = fl::i18n::to_lower(format);
                 checkImage(file_, part, fl::i18n::to_display(lower), image, findings_);
             } else if (!uri.empty()) {
-                findings_.add("thumbnail-uri", part,
-                              "the thumbnail's text is no data URI of an image, so there is none",
-                              fmt::format("begin it with \"{}png{}\", without white space",
-                                          textapp::kImageUriStart, textapp::kPayloadMarker));
+                findings_.add(
+                    "thumbnail-uri", part,
+                    "its text is not a data URI of an image, so the app has no screenshot",
+                    fmt::format("begin it with \"{}png{}\", without white space",
+                                textapp::kImageUriStart, textapp::kPayloadMarker));
             }
         } catch (const foundation::crypto::utils::Base64Error& e) {
             findings_.add("thumbnail-base64", part, e.what(),
@@ -284,7 +285,7 @@ private:
 
 void checkText(const FileName& file, Findings& findings) {
     try {
-        const Progress progress(2 * sizeOf(file));  // here and by the reader
+        const Progress progress(2 * sizeOf(file));  // read here, and again by KAppMetadataReader
         const std::string text =
             readBytes(file, appserialization::KAppMetadataReader::kLargestFile);
         const auto kind = opc::FileKind::of(std::as_bytes(std::span(text)));

@@ -68,10 +68,10 @@ class Check(CheckTest):
         for expected, change in rows:
             self.assertIn(expected, self.rules(self.rewrite("app.kvpkg", "bad.kvpkg", change)))
 
-    def test_signatures_are_told_and_not_verified(self):
+    def test_signatures_are_found_and_not_verified(self):
         self.assertEqual(self.report(self.signed(self.create(), "signed.kvpkg"))["findings"], [{
             "rule": "package-signed", "severity": "note", "part": "", "fix": "",
-            "text": '1 digital signature, not verified here; an edit takes "--drop-signature"'}])
+            "text": '1 digital signature, which qzapp does not verify; an edit needs "--drop-signature"'}])
 
     def test_goes_on_behind_the_first_error(self):
         bad = self.rewrite(self.create(), "bad.kvpkg", lambda name, content: {
@@ -81,14 +81,14 @@ class Check(CheckTest):
         self.assertLessEqual({"types-entry", "relationships-entry", "name-missing", "screenshot-bytes"},
                              self.rules(bad))
 
-    def test_damaged_bytes_are_told_item_by_item(self):
+    def test_damaged_bytes_are_reported_item_by_item(self):
         self.flip(self.create(), "bad.kvpkg", MODEL_PART)
         (found,) = self.report("bad.kvpkg")["findings"]
         self.assertEqual((found["rule"], found["severity"], found["part"]),
                          ("item-damaged", "error", "/" + MODEL_PART))
         self.assertIn("qzapp check --repair bad-repaired.kvpkg bad.kvpkg", found["fix"])
 
-    def test_a_zip_file_that_is_odd_or_refused_tells_what_it_is_like(self):
+    def test_a_zip_file_that_is_odd_or_refused_breaks_its_rule(self):
         whole = self.read(self.create())
         rows = [
             ("zip-behind", whole + b"more"),
@@ -235,7 +235,7 @@ class Repair(CheckTest):
                     self.assertEqual(self.contents("out.kvpkg"), self.contents("app.kvpkg"))
                     if name not in (TYPES, RELS):
                         (mended,) = report["mended"]
-                        self.assertTrue(mended.startswith(f"called /{name} by its name in its local header"))
+                        self.assertTrue(mended.startswith(f"used the name /{name} from the local header, "))
 
     def test_of_several_relationships_the_one_that_is_meant_stays(self):
         self.create()
@@ -334,7 +334,7 @@ class Repair(CheckTest):
             with zipfile.ZipFile(file, "w") as package:
                 for name, content in contents.items():
                     package.writestr(name, content)
-        self.assertEqual(self.repaired("front.kvpkg")["mended"], ["left out 11 bytes in front of the first item"])
+        self.assertEqual(self.repaired("front.kvpkg")["mended"], ["left out 11 bytes before the first item"])
 
     def test_properties_that_can_be_read_stay_as_they_are(self):
         self.create()
@@ -349,9 +349,9 @@ class Repair(CheckTest):
         with_other = add_relationship("http://schemas.openxmlformats.org/package/2006/relationships/metadata/"
                                       "core-properties", "/docProps/other.xml")
         spoilt_core = replacing(CORE, "<cp:version>", "<cp:version x='1'>")
-        mended = "wrote the {} anew, with only {} of the old ones".format
+        mended = "rewrote the {}, keeping only {}".format
         of_core = mended("core properties", "name, summary, author, version, content type")
-        of_host = mended("host's properties", "friendly name, release, release info")
+        of_host = mended("host properties", "friendly name, release, release info")
         # `release` twice, of which readers take neither.
         spoilt_host = replacing(HOST, "<releaseInfo", "<release>R1</release><releaseInfo")
         rows = [
@@ -411,8 +411,8 @@ class Repair(CheckTest):
         (self.dir / "link.kvpkg").symlink_to("app.kvpkg")
         before = self.names(), self.read("app.kvpkg")
         rows = [
-            (1, "app.kvpkg: exists already; give --force to replace it", "app.kvpkg", "text.kvpkg"),
-            (2, "link.kvpkg: is itself what is read, app.kvpkg; name another file", "link.kvpkg", "--force",
+            (1, "app.kvpkg: already exists; give --force to replace it", "app.kvpkg", "text.kvpkg"),
+            (2, "link.kvpkg: is the same file as the input app.kvpkg; name another file", "link.kvpkg", "--force",
              "app.kvpkg"),
             (1, "none.kvpkg: holds no items, so there is nothing to keep; get the file again", "out.kvpkg", "none.kvpkg"),
             (1, "text.kvpkg: is not a zip file but text; choose another file; nothing in it can be read, so there is "
@@ -422,7 +422,7 @@ class Repair(CheckTest):
             self.fails(status, message, "check", "--repair", *args)
         for name in ("app.kvpkg", "link.kvpkg"):
             with open(self.dir / "app.kvpkg", "rb") as standard_input:
-                self.fails(2, f"{name}: is itself what is read, standard input; name another file", "check", "--repair",
+                self.fails(2, f"{name}: is the same file as the input standard input; name another file", "check", "--repair",
                            name, "--force", "-", stdin=standard_input)
         self.assertEqual((self.names(), self.read("app.kvpkg")), before)
 

@@ -53,7 +53,7 @@ class Create(ToolTest):
         (self.dir / "link.kvpkg").symlink_to("nowhere")
         before = self.read("a.kvpkg")
         for name in ("a.kvpkg", "link.kvpkg"):
-            self.fails(1, f"{name}: exists already; give --force to replace it", "create", name,
+            self.fails(1, f"{name}: already exists; give --force to replace it", "create", name,
                        "--code", "s.k", "--model", "s.kvd")
         self.assertEqual(self.read("a.kvpkg"), before)
         self.create("a.kvpkg", "--force")
@@ -72,19 +72,19 @@ class Create(ToolTest):
         for args, name, link in rows:
             with self.subTest(args=args[0], name=name, link=link):
                 link(self.dir / name, self.dir / "o.kvpkg")
-                self.fails(2, f"o.kvpkg: is itself what is read, {name}; name another file", *args)
+                self.fails(2, f"o.kvpkg: is the same file as the input {name}; name another file", *args)
                 if name != "s.png":
                     with open(self.dir / name, "rb") as standard_input:
-                        self.fails(2, "o.kvpkg: is itself what is read, standard input; name another file",
+                        self.fails(2, "o.kvpkg: is the same file as the input standard input; name another file",
                                    *("-" if arg == name else arg for arg in args), stdin=standard_input)
                 self.assertEqual(self.read(name), inputs[name])
                 (self.dir / "o.kvpkg").unlink()
         (self.dir / "e/metadata.json").hardlink_to(self.dir / "e/code.k")
-        self.fails(2, "e/metadata.json: is itself what is read, e/code.k; name another file", "extract", "e/code.k", "-o",
+        self.fails(2, "e/metadata.json: is the same file as the input e/code.k; name another file", "extract", "e/code.k", "-o",
                    "e", "--force", "--only", "metadata")
         self.assertEqual(self.names("e"), ["code.k", "metadata.json"])
         self.small("a.kvpkg")
-        self.fails(2, "a.kvpkg: is itself what is read, a.kvpkg; name another file", "edit", "a.kvpkg", "--model", "a.kvpkg")
+        self.fails(2, "a.kvpkg: is the same file as the input a.kvpkg; name another file", "edit", "a.kvpkg", "--model", "a.kvpkg")
 
     def test_wrong_command_lines(self):
         self.write("c.k", "x")
@@ -94,8 +94,8 @@ class Create(ToolTest):
             ([*create, "--set", "name=x"], f'--set: unknown metadata field "name"; the fields are {FIELD_LIST}'),
             (["create", b"\xff.kvpkg", *create[2:]],
              "\ufffd.kvpkg: the file's name is not valid UTF-8 at byte 0; rename the file"),
-            (["pack"], f'"pack" is no verb; the verbs are {VERBS}; see "qzapp --help"'),
-            (["items", "--vers", "a.kvpkg"], 'items: "--vers" is no option; see "qzapp items --help"'),
+            (["pack"], f'unknown verb "pack"; the verbs are {VERBS}; see "qzapp --help"'),
+            (["items", "--vers", "a.kvpkg"], 'items: unknown option "--vers"; see "qzapp items --help"'),
         ]
         for args, message in rows:
             self.fails(2, message, *args)
@@ -160,8 +160,8 @@ class Create(ToolTest):
         self.assertEqual(self.metadata("a.kvpkg")["Name"], "in")
         before, names = self.read("a.kvpkg"), self.names()
         rows = [
-            (2, "-: standard input can be one file only; name the others", ["--code", "-", "--model", "-"], b"x"),
-            (1, "standard input: holds nothing; check the program that writes to it", ["--model", "-"], b""),
+            (2, "-: standard input can be only one of the files; name the others", ["--code", "-", "--model", "-"], b"x"),
+            (1, "standard input: is empty; check the program that writes to it", ["--model", "-"], b""),
         ]
         for status, message, args, given in rows:
             self.fails(status, message, "edit", "a.kvpkg", *args, input=given)

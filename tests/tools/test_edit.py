@@ -87,7 +87,7 @@ class Edit(ToolTest):
         def leads(kind, to):
             part = {"appMetadata": "metadata/appMetadata.xml", "appScreenshot": "metadata/appScreenshot.png"}[kind]
             return replacing(RELS, f'{app}{kind}" Target="/{part}"', f'{app}{kind}" Target="{to}"')
-        several = "has 2 {} relationships, so nobody can tell which one is meant; make a copy that has one" + copy
+        several = "has 2 {} relationships, and qzapp cannot tell which one is right; make a copy that has one" + copy
         spoils = r'/_rels/\.rels: relationship ".*" of type ".*" leads to the app\'s model, /lumenforge/appModel\.kvd, ' \
             "which this change would destroy; remove the relationship, or let it target a part of its own, or make a copy without it" + copy
         rows = [
@@ -100,7 +100,7 @@ class Edit(ToolTest):
             (leads("appMetadata", "/" + MODEL_PART), "metadata", spoils),
             (leads("appScreenshot", "/" + MODEL_PART), "none", spoils),
             (leads("appScreenshot", "/x"), "screenshot", r"has a part /metadata/appScreenshot\.png, but no screenshot "
-             "relationship leads to it, so nobody can tell what it is; make a copy in which it is the screenshot" + copy),
+             "relationship leads to it, so it may be something else; make a copy in which it is the screenshot" + copy),
         ]
         for change, what, message in rows:
             with self.subTest(message=message, what=what):
@@ -153,12 +153,12 @@ class Edit(ToolTest):
                 if works:
                     for _ in range(2):  # the second time, to a package of its own making
                         self.assertEqual(self.ok("edit", "bad.kvpkg", *sets[what]), "edited bad.kvpkg\nbad.kvpkg: /metadata/"
-                                         "appScreenshot.png is something else, and stays; the screenshot is /metadata/"
+                                         "appScreenshot.png is something else and stays; the new screenshot is /metadata/"
                                          "appScreenshot.1.png\n")
                 else:
                     part = {"screenshot": shot, "metadata": metadata, "model": model}[what]
-                    self.fails(1, f"bad.kvpkg: has a part {part}, but no {what} relationship leads to it, so nobody can "
-                               f"tell what it is; make a copy in which it is the {what}: qzapp check --repair "
+                    self.fails(1, f"bad.kvpkg: has a part {part}, but no {what} relationship leads to it, so it may "
+                               f"be something else; make a copy in which it is the {what}: qzapp check --repair "
                                "bad-repaired.kvpkg bad.kvpkg", "edit", "bad.kvpkg", *sets[what])
                     self.assertEqual(self.items("bad.kvpkg"), before)
                     edited = "bad-repaired.kvpkg"
@@ -227,7 +227,7 @@ class Edit(ToolTest):
             package.writestr("media/s.png", b"old")
             package.writestr("metadata/appScreenshot.1.PNG", b"also no part")
         self.assertEqual(self.ok("edit", "bad.kvpkg", *sets["screenshot"]), "edited bad.kvpkg\nbad.kvpkg: /metadata/"
-                         "appScreenshot.png is something else, and stays; the screenshot is /metadata/appScreenshot.2.png\n")
+                         "appScreenshot.png is something else and stays; the new screenshot is /metadata/appScreenshot.2.png\n")
         self.assertEqual(self.items("bad.kvpkg")["metadata/appScreenshot.1.PNG"], b"also no part")
 
     def test_an_external_screenshot_is_no_part_to_remove(self):
@@ -243,7 +243,7 @@ class Edit(ToolTest):
         before = self.read("signed.kvpkg")
         for args in (["--set", "Name=N"], ["--code", EXAMPLE / "code.k"], ["--remove-screenshot"]):
             self.fails(1, "signed.kvpkg: is signed, and no signature would be valid after an edit; add --drop-signature "
-                       "to take the signatures out", "edit", "signed.kvpkg", *args)
+                       "to remove the signatures", "edit", "signed.kvpkg", *args)
         self.write("bad.json", '{"Summary": "\\u0000"}')
         self.fails_like(".*Summary.*", "edit", "signed.kvpkg", "--drop-signature", "--metadata", "bad.json")
         self.assertEqual(self.read("signed.kvpkg"), before)
@@ -282,7 +282,7 @@ class Edit(ToolTest):
             package.writestr("media/t.png", b"other")
         shot = EXAMPLE / "screenshot.png"
         self.assertEqual(self.ok("edit", "b.kvpkg", "--screenshot", shot),
-                         "edited b.kvpkg\nb.kvpkg: /media/t.png is not the thumbnail any more, since the screenshot is; "
+                         "edited b.kvpkg\nb.kvpkg: /media/t.png is no longer the thumbnail, because the screenshot is; "
                          "the picture stays in the file\n")
         self.assertEqual(self.items("b.kvpkg")["media/t.png"], b"other")
         self.assertEqual(self.ok("edit", "b.kvpkg", "--screenshot", shot), "edited b.kvpkg\n")
@@ -293,7 +293,7 @@ class Edit(ToolTest):
             return properties["KORVALRelease"], properties["KORVALReleaseInfo"]
         self.small("a.kvpkg")
         host = self.metadata("a.kvpkg")["KORVALRelease"]
-        kept = f"edited a.kvpkg\na.kvpkg: KORVALRelease is {host}, that of the host that saves"
+        kept = f"edited a.kvpkg\na.kvpkg: KORVALRelease is {host}, the release of the host that saves"
         self.assertEqual(self.ok("edit", "a.kvpkg", "--set", "KORVALRelease=R2020a"),
                          f"{kept}; R2020a is kept as legacy information\n")
         self.assertEqual(self.ok("edit", "a.kvpkg", "--set", "Name=N"), "edited a.kvpkg\n")
@@ -324,7 +324,7 @@ class Edit(ToolTest):
     def test_wrong_targets(self):
         self.write("t.k", "x")
         self.write("junk.kvpkg", "no zip")
-        self.fails(1, 't.k: expected a packaged app (".kvpkg"), found a text app; make one of it with "qzapp convert"',
+        self.fails(1, 't.k: expected a packaged app (".kvpkg"), found a text app; "qzapp convert" makes a packaged app of it',
                    "edit", "t.k", "--set", "Name=x")
         for args in (["--set", "Name=x"], ["--code", "t.k"], []):
             self.fails_like(r"junk\.kvpkg: .*", "edit", "junk.kvpkg", *args)

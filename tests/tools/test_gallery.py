@@ -57,20 +57,20 @@ class Gallery(ToolTest):
         self.assertEqual([a["src"] for a in page.attributes("img")], ["data:image/png;base64," + picture] * 2)
         self.assertNotRegex(re.sub("base64,[^\"]*", "", text), "https?:|@import|url\\(")
         self.assertIn("2 apps", [text.strip() for text in page.texts["p"]])
-        self.fails(1, "g.html: exists already; give --force to replace it", "gallery", "apps", "-o", "g.html")
+        self.fails(1, "g.html: already exists; give --force to replace it", "gallery", "apps", "-o", "g.html")
 
     def test_a_page_never_takes_the_place_of_an_app(self):
         os.symlink("apps/a.kvpkg", self.dir / "link.html")
         before = self.read("apps/a.kvpkg")
         for name in ("apps/a.kvpkg", "new.KVPKG", "apps/sub/t.k", "link.html"):
-            self.fails(2, f"{name}: leads to the name of an app, and a page is none; choose another, such as apps.html",
+            self.fails(2, f"{name}: is, or leads to, the name of an app; choose another for the page, such as apps.html",
                        "gallery", "apps", "--force", "-o", name)
         self.assertEqual((self.read("apps/a.kvpkg"), self.names()), (before, ["apps", "link.html"]))
         source = (EXAMPLE / "heatfield.k").read_bytes()
         for name, content in (("copy.html", before), ("text.html", source), ("page.html", b"<p>" + source)):
             self.write(name, content)
         for name in ("copy.html", "text.html"):
-            self.fails(2, f"{name}: holds an app, and a page is none; choose another, such as apps.html",
+            self.fails(2, f"{name}: holds an app; choose another file for the page, such as apps.html",
                        "gallery", "apps", "--force", "-o", name)
         self.assertEqual((self.read("copy.html"), self.read("text.html")), (before, source))
         self.ok("gallery", "apps", "--force", "-o", "page.html")

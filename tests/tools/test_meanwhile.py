@@ -252,8 +252,8 @@ class ExtractMeanwhile(MeanwhileTest):
                               "inject=renameat2:error=EIO:when=3..4", TOOL, "extract", "app.kvpkg", "-o", "out",
                               "--force"], cwd=self.dir, capture_output=True)
         kept, = (name for name in os.listdir(self.dir / "out") if name.startswith("."))
-        self.assertRegex(run.stderr.decode(), "^qzapp: out: holds only some of the new files, because of this: .*; what "
-                         rf"they replaced is in the folder {re.escape(kept)} in it\n$")
+        self.assertRegex(run.stderr.decode(), "^qzapp: out: holds only some of the new files, because of this: .*; the files "
+                         rf"that they replaced are in its folder {re.escape(kept)}\n$")
         new = [name for name in FILES if self.read(f"out/{name}") != f"old {name}".encode()]
         self.assertEqual(len(new), 1, run)
         self.assertEqual(self.read(f"out/{kept}/{new[0]}"), f"old {new[0]}".encode())

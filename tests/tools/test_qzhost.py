@@ -79,7 +79,7 @@ class QzhostTest(ToolTest):
                 self.refused(1, f"qzhost: {out}: is the app that is read", "read", "app.k", "--screenshot", out, *force)
         self.refused(1, "is the app that is read", "read", "symbolic.k", "--screenshot", "app.k", "--force")
         for out in ("note.txt", "to-note"):
-            self.refused(1, f"qzhost: {out}: exists already; give --force to replace it\n",
+            self.refused(1, f"qzhost: {out}: already exists; give --force to replace it\n",
                          "read", "app.k", "--screenshot", out)
         self.assertEqual((self.read("app.k"), self.read("note.txt")), (sample, b"a note"))
         self.ok("read", "app.k", "--screenshot", "to-note", "--force")

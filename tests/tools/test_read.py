@@ -63,7 +63,7 @@ class Info(ReadTest):
             ("junk.kvpkg", ""),
             ("app.zip", 'expected a name ending in ".kvpkg" or ".k"; rename the file, or use "qzapp parts" for '
              "any other package"),
-            ("empty.kvpkg", 'File is missing App Model part; "qzapp check" tells what can be saved'),
+            ("empty.kvpkg", 'File is missing App Model part; "qzapp check" shows what can be saved'),
             ("\udcff.k", ""),
             ("fifo.k", "is not a regular file; copy its content into one"),
             ("huge.k", "1099511627776 bytes or more"),
@@ -91,8 +91,8 @@ class Info(ReadTest):
         self.ok("extract", "-", "-o", "out", input=self.read("app.kvpkg"))
         self.assertEqual(self.read("out/appModel.kvd"), (EXAMPLE / "appModel.kvd").read_bytes())
         self.ok("convert", "-", "c.kvpkg", "--model", "t.k", input=b"x = 1;\n")
-        self.fails(2, "standard input: has no name for a folder; name one with -o", "extract", "-", input=b"x")
-        self.fails(2, "-: standard input can be one file only; name the others", "diff", "-", "-", input=b"x")
+        self.fails(2, "standard input: gives no name for the folder; name one with -o", "extract", "-", input=b"x")
+        self.fails(2, "-: standard input can be only one of the files; name the others", "diff", "-", "-", input=b"x")
         self.assertEqual(self.names("tmp"), [])
 
     def test_output_that_cannot_be_written_is_an_error(self):
@@ -155,7 +155,7 @@ class Extract(ReadTest):
         self.assertEqual(self.names("a/b/c"), ["code.k", "metadata.json"])
         self.write("a/b/c/metadata.json", "mine")
         (self.dir / "a/b/c/code.k").unlink()
-        self.fails(1, "a/b/c/metadata.json: exists already; give --force to replace it",
+        self.fails(1, "a/b/c/metadata.json: already exists; give --force to replace it",
                    "extract", "app.kvpkg", "-o", "a/b/c/")
         self.assertEqual(self.names("a/b/c"), ["metadata.json"])
         self.ok("extract", "app.kvpkg", "-o", "a/b/c", "--force")
@@ -179,7 +179,7 @@ class Extract(ReadTest):
             self.write("t.k", TEXT_APP.replace("FORMAT", format_name))
             said = self.ok("extract", "t.k", "-o", "out", "--force", "--only", "screenshot")
             self.assertIn(f"wrote out/{written}\n", said)
-            self.assertEqual(f'the screenshot\'s format "{format_name}" is no file extension' in said,
+            self.assertEqual(f'the screenshot\'s format "{format_name}" cannot be a file extension' in said,
                              written.endswith("image"))
             self.assertEqual(self.read(f"out/{written}"), b"\0\1\2")
         self.assertEqual(self.names(), ["out", "t.k"])
@@ -195,7 +195,7 @@ class Extract(ReadTest):
                     else:
                         self.small(name)
                     before = self.names(), self.names("in")
-                    self.fails(2, f"{name}: has no name for a folder in front of its extension; name one with -o",
+                    self.fails(2, f"{name}: gives no name for the folder; name one with -o",
                                "extract", name)
                     self.assertEqual((self.names(), self.names("in")), before)
                     self.ok("extract", name, "-o", "out")
@@ -209,12 +209,12 @@ class Extract(ReadTest):
         self.write("t.k", "x")
         names = self.names()
         rows = [
-            (1, "t.k: has no model, being a text app; leave it out of --only", ["t.k", "--only", "model"]),
+            (1, "t.k: has no model, because it is a text app; leave it out of --only", ["t.k", "--only", "model"]),
             (1, "t.k: has no screenshot; leave it out of --only", ["t.k", "--only", "screenshot"]),
             (2, '--only: "source" is not one of code, model, screenshot, metadata',
              ["t.k", "--only", "code,source"]),
             (2, "--only: names nothing; name some of code, model, screenshot, metadata", ["t.k", "--only", ""]),
-            (1, "t.k: is there already and is not a directory; choose another with -o", ["app.kvpkg", "-o", "t.k"]),
+            (1, "t.k: exists and is not a directory; choose another with -o", ["app.kvpkg", "-o", "t.k"]),
         ]
         for status, message, args in rows:
             self.fails(status, message, "extract", *args)
@@ -231,7 +231,7 @@ class Extract(ReadTest):
             self.assertEqual(self.extracted("app.kvpkg", kind), (EXAMPLE / name).read_bytes())
         self.assertEqual(json.loads(self.extracted("app.kvpkg", "metadata")), self.metadata("app.kvpkg"))
         for only in ([], ["--only", "code,model"]):
-            self.fails(2, "-o -: standard output takes one thing; name one of code, model, screenshot, "
+            self.fails(2, "-o -: standard output takes one kind; name one of code, model, screenshot, "
                        "metadata with --only", "extract", "app.kvpkg", "-o", "-", *only)
         self.flip("app.kvpkg", "crc.kvpkg", MODEL_PART)
         given = self.fails_like(".*", "extract", "crc.kvpkg", "--only", "model", "-o", "-")
@@ -244,7 +244,7 @@ class Extract(ReadTest):
         self.assertEqual(self.on_terminal("extract", "a.kvpkg", "--only", "code", "-o", "-"),
                          (0, "a\t1\\u001B[2J\n"))
         self.assertEqual(self.on_terminal("extract", "a.kvpkg", "--only", "model", "-o", "-"),
-                         (1, "qzapp: standard output: appModel.kvd is no text for a terminal; send it to "
+                         (1, "qzapp: standard output: appModel.kvd is not text for a terminal; send it to "
                           "a file or a program\n"))
 
 
@@ -252,8 +252,8 @@ class Convert(ReadTest):
     def test_the_example(self):
         self.write("m.kvd", "model")
         text = self.ok("convert", self.text_app(), "c.kvpkg", "--model", "m.kvd")
-        self.assertRegex(text, '^wrote c.kvpkg\nnote: KORVALRelease "R2026a" is kept as release info '
-                         r"only: a packaged app reads as written by R\w+\n$")
+        self.assertRegex(text, '^wrote c.kvpkg\nnote: KORVALRelease "R2026a" is kept as legacy '
+                         r"information; the new app reads as written by R\w+\n$")
         self.assertEqual(self.extracted("c.kvpkg", "code"), self.read("t.k"))
         self.assertEqual(self.extracted("c.kvpkg", "screenshot"), (EXAMPLE / "screenshot.png").read_bytes())
         want = {**json.loads((EXAMPLE / "metadata.json").read_text()), "KVPKGVersion": "1"}
@@ -266,7 +266,7 @@ class Convert(ReadTest):
         self.assertEqual(self.ok("convert", "plain.k", "p.kvpkg", "--model", "plain.k"), "wrote p.kvpkg\n")
         self.assertNotIn("legacy", self.json("parts", "p.kvpkg")["coreProperties"]["KORVALReleaseInfo"])
         self.write("odd.k", TEXT_APP.replace("FORMAT", "webp"))
-        self.assertIn('note: the screenshot has the format "webp" and is left out: a packaged app holds '
+        self.assertIn('note: the screenshot is left out: its format is "webp", and a packaged app holds '
                       "png, jpg, jpeg or gif\n", self.ok("convert", "odd.k", "o.kvpkg", "--model", "odd.k"))
         self.assertIsNone(self.json("info", "o.kvpkg")["screenshot"])
 
@@ -277,7 +277,7 @@ class Convert(ReadTest):
         rows = [
             (1, "control.k: Name: the character U+0001 at index 1 is not allowed in XML; remove it",
              ["control.k", "b.kvpkg"]),
-            (1, "a.kvpkg: exists already; give --force to replace it", ["ok.k", "a.kvpkg"]),
+            (1, "a.kvpkg: already exists; give --force to replace it", ["ok.k", "a.kvpkg"]),
             (1, 'a.kvpkg: expected a text app (".k"), found a packaged app; there is nothing to convert',
              ["a.kvpkg", "b.kvpkg"]),
         ]

@@ -51,8 +51,8 @@ class Share(ToolTest):
                 self.assertNotIn("edit", complete("qzapp con"))
                 self.assertLessEqual({"--set", "--screenshot"}, set(complete("qzapp edit --s")))
                 self.assertIn("heatfield.k", complete("qzapp info heat"))
-        self.assertIn("convert:Make a packaged app of a text app", zsh("Verbs"))
-        self.assertIn("--set:Set one field; goes before --metadata. Repeat it for the items of a list",
+        self.assertIn("convert:Make a packaged app from a text app", zsh("Verbs"))
+        self.assertIn("--set:Set one field, whatever --metadata says; repeat it for list items",
                       zsh("[A-Z][a-z]+", "edit"))
 
     def test_the_thumbnailer_gives_the_apps_picture(self):

@@ -115,7 +115,7 @@ class Diff(ToolTest):
         self.assertEqual(self.diff("t.k", "p.kvpkg"), (
             1, "--- t.k (text app)\n+++ p.kvpkg (packaged app)\nmetadata\n-   KORVALRelease: R2026a\n"
             f"+   KORVALRelease: {release}\n"
-            "note: a text app has no model and other parts and no KVPKGVersion; they are not compared\n"))
+            "note: not compared, because a text app has none: model and other parts; KVPKGVersion\n"))
         self.ok("edit", "p.kvpkg", "--remove-screenshot")
         self.assertRegex(self.diff("t.k", "p.kvpkg")[1], r"\nscreenshot\n-   png  26,098 bytes  sha256:\w+\n")
 
@@ -150,7 +150,7 @@ class Diff(ToolTest):
             self.assertTrue(text.endswith(
                 f"\ncode\n-   7 bytes, 1 line  sha256:{sha256(b'x = 1;' + bytes([10]))}\n"
                 f"+   {facts}  sha256:{sha256(code)}\n"
-                "    differs; lines are shown of up to 16 MiB and 250000 lines\n"), text[-300:])
+                "    differs; too long to show where (more than 16 MiB or 250000 lines)\n"), text[-300:])
             self.assertIsNone(json.loads(self.diff("--json", "a.kvpkg", "b.kvpkg")[1])["code"]["diff"])
 
 

@@ -4,8 +4,8 @@
 
 namespace qzhost {
 
-// What modules have registered: every namespace with its classes, their methods, and the attributes
-// of both. As JSON or for people.
+// Everything that modules have registered: each namespace with its classes, their methods, and the
+// attributes of both. As JSON or as text for people.
 std::string listClassesAsJson();
 std::string listClasses();
 

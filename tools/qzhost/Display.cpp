@@ -24,7 +24,7 @@ std::string displayElement(const hvArray_tag* value) {
     return fmt::format("[{} {}]", matrix::shapeOf(*value), matrix::classNameOf(*value));
 }
 
-// A column of elements, "{'a'; 'b'}"; cell arrays inside show by their shape only.
+// A column of elements, "{'a'; 'b'}". A cell array inside shows only its shape.
 std::string displayCell(const hvArray_tag& cell) {
     const std::size_t count = matrix::elementCountOf(cell);
     if (count == 0) return fmt::format("{{{} cell}}", matrix::shapeOf(cell));

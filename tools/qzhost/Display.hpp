@@ -9,17 +9,17 @@
 
 namespace qzhost {
 
-// Text on one line of a terminal: foundation::printable() of it.
+// Text made safe to show on one line of a terminal, by foundation::printable().
 std::string visible(std::u16string_view text);
 
-// JSON as it is printed, with what a terminal acts on escaped.
+// JSON as it is printed: indented, with what a terminal acts on escaped.
 std::string jsonText(const nlohmann::ordered_json& value);
 
-// A scalar struct as a host displays it: a line for each field, its name and its value.
+// A 1-by-1 struct as a host displays it, with a line for each field.
 std::string displayStruct(const hvArray_tag& structure);
 
-// A scalar struct as an object: a char array becomes a text, a cell array of them an array of texts,
-// what is empty null. Throws std::runtime_error for any other value.
+// A 1-by-1 struct as an object. A char array becomes a string, a cell array of char arrays an array
+// of strings, a null element null. Throws std::runtime_error for any other value.
 nlohmann::ordered_json structToJson(const hvArray_tag& structure);
 
 }  // namespace qzhost

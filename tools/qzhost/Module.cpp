@@ -25,7 +25,7 @@ EntryPoint findEntryPoint(void* library, const char* name) {
 }
 
 void* load(const std::filesystem::path& file) {
-    // An absolute path, so that a bare name is not looked for along the system's library path.
+    // dlopen() would look up a bare name in the system's library path.
     void* const library = dlopen(std::filesystem::absolute(file).c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) throw std::runtime_error(dlerror());
     return library;
@@ -44,7 +44,8 @@ Module::~Module() {
     release();
 }
 
-// Returns what failed as text: an exception may be of a type whose code goes with the module.
+// Returns what failed, as text: the exception may be of a type whose code is unloaded with the
+// module.
 std::string Module::initialize() {
     const EntryPoint entryPoint = findEntryPoint(handle_, kInitialize);
     if (entryPoint == nullptr) return fmt::format("expected a module that exports {}", kInitialize);
@@ -95,13 +96,13 @@ void Module::checkNothingLeft() const {
 
 std::filesystem::path findLibrary() {
     const auto directory = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    // As installed, and as built.
+    // Where the library is installed, then where it is built.
     for (const char* const name : {QZHOST_LIBRARY_DIRECTORY, "lib"}) {
         auto file = directory.parent_path() / name / QZHOST_LIBRARY_FILE;
         if (std::filesystem::exists(file)) return file;
     }
     throw std::runtime_error(
-        fmt::format("{} is not in the library directory beside {}; name it with --library",
+        fmt::format("{} is not in the library directory next to {}; name it with --library",
                     QZHOST_LIBRARY_FILE, directory.string()));
 }
 

@@ -6,20 +6,21 @@
 
 namespace qzhost {
 
-// A native module that registers classes with the class system, loaded at run time.
+// A native module, loaded at run time, that registers classes with the class system. Owns the
+// loaded library. Release all that comes from the module, such as class descriptions, before
+// unload() or the destructor.
 class Module {
 public:
-    // Loads `file` and calls its initializer. Throws std::runtime_error, with nothing loaded, when it
-    // is no such module or its initializer fails.
+    // Loads `file` and calls its initializer. Throws std::runtime_error, with nothing left loaded,
+    // if it is not such a module or its initializer fails.
     explicit Module(const std::filesystem::path& file);
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
-    // Unloads it, unless that has been done.
+    // Unregisters and unloads the module, unless unload() has.
     ~Module();
 
-    // Takes back what the module has registered and unloads it. Throws std::runtime_error when
-    // anything of it is left: a namespace, an object, an array, or its code. Nothing that comes from
-    // the module, such as a class description, may be in use.
+    // Unregisters the module's namespaces and unloads it. Then throws std::runtime_error if
+    // anything is left: a namespace, an object, an array, or the code.
     void unload();
 
 private:
@@ -32,8 +33,8 @@ private:
     std::vector<std::string> namespaces_;
 };
 
-// Where the library lies that belongs to this program: in the library directory beside its own. Throws
-// std::runtime_error when it is not there.
+// The library that belongs to this program, in the library directory next to its own. Throws
+// std::runtime_error if it is not there.
 std::filesystem::path findLibrary();
 
 }  // namespace qzhost

@@ -23,7 +23,7 @@ using matrix::ArrayPtr;
 
 constexpr const char* kReaderClass = "lumenforge.internal.serialization.KAppMetadataReader";
 
-// The class's constructor and methods as host code calls them.
+// Calls the constructor and the methods of the registered class, as host code would.
 class Reader {
 public:
     explicit Reader(const ustring& file) {
@@ -50,7 +50,7 @@ private:
     ArrayPtr handle_;
 };
 
-// Whole or not at all, and never over the app, whatever links lead to it.
+// Writes the file completely or not at all, and never over the app, whatever links lead to it.
 void writeFile(const ReadOptions& options, std::span<const std::uint8_t> bytes) {
     const fl::filesystem::path out(*options.screenshot);
     if (fl::filesystem::isSameFile(fl::filesystem::path(options.file), out)) {
@@ -60,7 +60,7 @@ void writeFile(const ReadOptions& options, std::span<const std::uint8_t> bytes) 
     const fl::filesystem::SaveTarget target(out);
     if (target.stamp() && !options.force) {
         throw std::runtime_error(visible(out.native()) +
-                                 ": exists already; give --force to replace it");
+                                 ": already exists; give --force to replace it");
     }
     fl::filesystem::ReplacementFile file(target);
     file.file().writeAt(std::as_bytes(bytes), 0);

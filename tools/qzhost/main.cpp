@@ -45,9 +45,9 @@ void declareCommands(CLI::App& app, Options& options) {
     app.require_subcommand(1)->fallthrough();
     app.set_version_flag("--version", "qzhost " QZHOST_VERSION, "Print the version");
     app.failure_message(describeWrongCommandLine);
-    app.add_option("--library", options.library, "The library to load")
-        ->type_name("PATH")
-        ->default_str("beside this program");
+    app.add_option("--library", options.library,
+                   "The library to load; by default the one next to this program")
+        ->type_name("PATH");
     CLI::App* const classes = app.add_subcommand("classes", "List what the library registers");
     classes->add_flag("--json", options.classesJson, "Print JSON");
 
@@ -60,9 +60,9 @@ void declareCommands(CLI::App& app, Options& options) {
     read->add_option_function<std::string>(
             "--screenshot",
             [&](const std::string& name) { options.read.screenshot = toFileName(name); },
-            "Write the screenshot to a file that does not exist")
+            "Write the screenshot to a new file")
         ->type_name("OUT");
-    read->add_flag("--force", options.read.force, "Replace OUT if it exists; never FILE");
+    read->add_flag("--force", options.read.force, "Replace OUT if it exists, unless it is FILE");
 }
 
 void print(const std::string& text) {
@@ -71,7 +71,7 @@ void print(const std::string& text) {
     throw std::system_error(errno, std::generic_category(), "writing to standard output");
 }
 
-// What cannot be told there is no reason to end in another way.
+// A failure to write to standard error changes nothing about how the program ends.
 void report(const std::string& message) {
     std::fputs(message.c_str(), stderr);
 }
@@ -105,7 +105,7 @@ int run(const CLI::App& app, const Options& options) {
     return ended == kSuccess ? status : ended;
 }
 
-// What can fail here is the lack of memory alone, for which reporting a failure may have too little.
+// Throws only std::bad_alloc, which main() reports without taking memory.
 int runHost(int argc, char** argv) {
     CLI::App app("A small host: loads the app library and calls the class that it registers.",
                  "qzhost");

@@ -91,7 +91,7 @@ std::string repairSheet(const FileName& out, const RepairReport& report, const F
     return text + sheetOf(out, result);
 }
 
-// The name says what readers a package is for, so it is the same for the copy.
+// The copy of an app needs an app's extension, because readers go by that.
 FileName outArgument(const FileName& file, const std::string& name) {
     return isAppName(file) ? newPackageArgument(name) : fileArgument(name);
 }
@@ -103,7 +103,8 @@ int repair(const CheckOptions& options) {
     const FileName out = outArgument(file, *options.repair);
     requireFile(file);
     if (isTextName(file)) {
-        throw Error(file.shown, "a text app is repaired in an editor; \"qzapp check\" says where");
+        throw Error(file.shown,
+                    "is a text app, which you repair in an editor; \"qzapp check\" says where");
     }
     requireAbsent(out, options.force);
     requireNoInput(out, {file});
@@ -120,7 +121,7 @@ int check(const CheckOptions& options) {
         return kDone;
     }
     if (options.force && !options.repair)
-        throw UsageError("--force", "goes with --repair only; leave it out");
+        throw UsageError("--force", "only goes with --repair; leave it out");
     if (options.files.empty())
         throw UsageError("check", "FILE is required; see \"qzapp check --help\"");
     if (options.repair) return repair(options);
@@ -152,19 +153,21 @@ Action declareCheck(CLI::App& command) {
                     "Packaged (.kvpkg) or text (.k) apps, any other packages, folders of\n"
                     "apps, or \"-\"")
         ->type_name("");
-    command.add_flag("--strict", options->strict, "Let warnings fail, as errors do");
-    command.add_flag("--json", options->json, "One JSON object a line and file");
+    command.add_flag("--strict", options->strict, "Let warnings count as failures, too");
+    command.add_flag("--json", options->json, "Print one JSON object per file, each on one line");
     command
         .add_option("--repair", options->repair,
-                    "Write a clean copy of FILE, of what can still be read, and check that")
+                    "Write to OUT, as a clean package, what can still be read of FILE;\n"
+                    "then check OUT")
         ->type_name("OUT");
     command.add_flag("--force", options->force, "Replace OUT if it exists");
     command.add_flag("--rules", options->rules, "List the rules and do nothing else");
     command.footer(
-        "Lists what is wrong with a file and what to do about it: errors, which readers refuse;\n"
-        "warnings, which they read in another way than meant; notes. Everything is read to its\n"
-        "end. The exit status is 1 when there are errors. FILE is never changed. Standard input,\n"
-        "\"-\", is taken for an app.\n\n"
+        "Lists what is wrong with each file and how to fix it. Errors: readers refuse the file, "
+        "or\n"
+        "a part of it. Warnings: they read it, but perhaps not as meant. Notes: allowed, and good\n"
+        "to know. The exit status is 1 if there are errors. FILE is read to its end and never\n"
+        "changed. Standard input, \"-\", is taken for an app.\n\n"
         "Examples:\n"
         "  qzapp check --strict apps/*.kvpkg\n"
         "  qzapp check --repair atlas-repaired.kvpkg atlas.kvpkg");

@@ -44,7 +44,7 @@ std::string sheetOf(const FileName& file, const Findings& findings) {
         text +=
             fmt::format("  {:<7}  {}{}\n", nameOf(finding.rule->severity), finding.rule->id, part);
         text += indented(finding.text);
-        // On one line, since it may be a command to be copied.
+        // Not wrapped, because it may be a command to be copied.
         if (finding.fix.empty()) continue;
         text += std::string(kIndent, ' ') + "fix: " + visible(finding.fix) + "\n";
     }
@@ -54,7 +54,7 @@ std::string sheetOf(const FileName& file, const Findings& findings) {
 std::string rulesSheet() {
     Table table({{"Rule", Table::Align::Left},
                  {"Severity", Table::Align::Left},
-                 {"What holds", Table::Align::Left}});
+                 {"Requirement", Table::Align::Left}});
     for (const Rule& rule : kRules)
         table.add({rule.id, nameOf(rule.severity), rule.text});
     return table.text();

@@ -7,9 +7,9 @@
 
 namespace qzapp {
 
-// "atlas.kvpkg: 1 error, 2 warnings", then each finding.
+// What "qzapp check" prints for a file: "atlas.kvpkg: 1 error, 2 warnings", then each finding.
 std::string sheetOf(const FileName& file, const Findings& findings);
-// The table of the rules.
+// What "qzapp check --rules" prints: the table of the rules.
 std::string rulesSheet();
 
 }  // namespace qzapp

@@ -66,7 +66,7 @@ FileName newPackageArgument(const std::string& value) {
 void requireAbsent(const FileName& file, bool force) {
     struct stat found {};
     if (force || ::lstat(file.bytes().c_str(), &found) != 0) return;
-    throw Error(file.shown, "exists already; give --force to replace it");
+    throw Error(file.shown, "already exists; give --force to replace it");
 }
 
 void requireNoInput(const FileName& out, const std::vector<FileName>& inputs) {
@@ -77,8 +77,9 @@ void requireNoInput(const FileName& out, const std::vector<FileName>& inputs) {
     };
     for (const FileName& input : inputs) {
         if (!isTarget(input.held->original.value_or(input.held->stamp))) continue;
-        throw UsageError(out.shown,
-                         fmt::format("is itself what is read, {}; name another file", input.shown));
+        throw UsageError(
+            out.shown,
+            fmt::format("is the same file as the input {}; name another file", input.shown));
     }
 }
 

@@ -11,23 +11,28 @@
 
 namespace qzapp {
 
-// Arguments as text. Bytes that are not valid UTF-8 are a UsageError, never replaced.
+// Checks of what the command line gives. All throw UsageError, unless they say otherwise.
+
+// The value of an option as text. Throws if it is not valid UTF-8.
 foundation::ustring textArgument(const std::string& option, const std::string& value);
+// A file's name, which must not be empty and must be valid UTF-8. Opens nothing; for a file to be
+// read use inputArgument() or appArgument().
 FileName fileArgument(const std::string& value);
 
-// A metadata field by its name. Anything else is a UsageError.
+// The metadata field of this name, which `option` gives.
 Field fieldArgument(const std::string& option, const std::string& name);
-// The names that there are, on several lines for the help of a verb.
+// The names of all fields, on several lines for the help of a verb.
 std::string fieldHelp();
 
-// A file to be made, whose name must end in ".kvpkg".
+// The name of a packaged app to be made, which must end in ".kvpkg".
 FileName newPackageArgument(const std::string& value);
 
-// Throws unless nothing has this name, not even a dangling link, or `force` allows to replace it.
+// Throws Error if the name exists, even as a dangling link, and `force` does not allow to replace
+// it.
 void requireAbsent(const FileName& file, bool force);
 
-// Throws where a file that is made would take the place, by whatever link, of one of those that are read
-// for it and held open, or of the one that standard input comes from.
+// Throws if `out` is the same file, through whatever link, as one of `inputs`, which must be held
+// open, or as the file that standard input is read from. Even --force replaces no input.
 void requireNoInput(const FileName& out, const std::vector<FileName>& inputs);
 
 }  // namespace qzapp

@@ -29,10 +29,10 @@
 namespace qzapp {
 namespace {
 
-// The last second of the year 9999: a year of five digits has no place in a package's times.
+// The last second of the year 9999. The times in a package have years of four digits.
 constexpr std::int64_t kLastSecond = 253'402'300'799;
 
-// Builds that must be reproducible name the time that files are to carry.
+// Reproducible builds set SOURCE_DATE_EPOCH to the time that files are to carry.
 void takeTimeFromEnvironment() {
     const char* value = std::getenv("SOURCE_DATE_EPOCH");
     if (value == nullptr) return;
@@ -55,32 +55,32 @@ std::string verbNames() {
     return names;
 }
 
-// The parser leaves two blank lines between groups.
+// CLI11 puts two blank lines between groups.
 std::string withoutDoubleGaps(std::string help) {
     for (std::size_t at = 0; (at = help.find("\n\n\n", at)) != std::string::npos;)
         help.erase(at, 1);
     return help;
 }
 
-// "-" alone is a file.
+// "-" alone is standard input or output.
 bool looksLikeOption(std::string_view argument) {
     return argument.size() > 1 && argument.starts_with('-');
 }
 
-// The parser's own words, but for what it expected least. A misspelt option explains why another thing
-// is missing.
+// What is wrong with the arguments of a verb. An unknown option goes before what CLI11 reports,
+// because a misspelt option is often why something else is missing.
 std::string reasonOf(const CLI::App& verb, const CLI::ParseError& e) {
     const auto extra = verb.remaining();
     for (const std::string& argument : extra) {
-        if (looksLikeOption(argument)) return fmt::format("\"{}\" is no option", argument);
+        if (looksLikeOption(argument)) return fmt::format("unknown option \"{}\"", argument);
     }
     if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError) || extra.empty()) {
         return e.what();
     }
-    return fmt::format("\"{}\" is one argument too many", extra[0]);
+    return fmt::format("unexpected argument \"{}\"", extra[0]);
 }
 
-// What is wrong, with the verb that the command line has got to.
+// The message about a wrong command line, which names the verb if there is one.
 std::string complaint(const CLI::App& app, const CLI::ParseError& e,
                       std::string_view firstArgument) {
     const auto parsed = app.get_subcommands();
@@ -90,16 +90,16 @@ std::string complaint(const CLI::App& app, const CLI::ParseError& e,
     }
     constexpr const char* kSeeHelp = "see \"qzapp --help\"";
     if (firstArgument.empty()) {
-        return fmt::format("a verb is missing, one of {}; {}", verbNames(), kSeeHelp);
+        return fmt::format("expected a verb, one of {}; {}", verbNames(), kSeeHelp);
     }
     if (looksLikeOption(firstArgument)) {
-        return fmt::format("\"{}\" is no option; {}", firstArgument, kSeeHelp);
+        return fmt::format("unknown option \"{}\"; {}", firstArgument, kSeeHelp);
     }
-    return fmt::format("\"{}\" is no verb; the verbs are {}; {}", firstArgument, verbNames(),
+    return fmt::format("unknown verb \"{}\"; the verbs are {}; {}", firstArgument, verbNames(),
                        kSeeHelp);
 }
 
-// Requests for help end the parsing as errors do.
+// Prints the help or the version, for which CLI11 throws too, or reports what is wrong.
 int answer(const CLI::App& app, const CLI::ParseError& e, std::string_view firstArgument) {
     if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success)) {
         report(complaint(app, e, firstArgument));
@@ -127,13 +127,12 @@ void declareTool(CLI::App& app) {
     app.require_subcommand(1);
     nameThings(*app.get_formatter());
     app.footer(
-        "\"qzapp VERB --help\" shows a verb's options with an example. Where a verb reads a file, "
-        "\"-\"\n"
-        "is standard input.\n"
-        "Exit status: 0 done, 1 failed, 2 wrong command line, 3 saved, but standard output could "
-        "not\n"
-        "take the report. SOURCE_DATE_EPOCH, in seconds since 1970, sets the time that files "
-        "carry.");
+        "\"qzapp VERB --help\" shows a verb's options and an example. \"-\" as a file to be read "
+        "is\n"
+        "standard input.\n"
+        "Exit status: 0 done, 1 failed, 2 wrong command line, 3 saved, but the report could not "
+        "be\n"
+        "printed. SOURCE_DATE_EPOCH, in seconds since 1970, sets the time that files carry.");
 }
 
 int parseAndRun(int argc, const char* const* argv) {
@@ -158,7 +157,7 @@ int parseAndRun(int argc, const char* const* argv) {
     return action();
 }
 
-// Reports all failures but the lack of memory.
+// Reports all failures except a lack of memory, which its caller reports without taking any.
 int runAndReport(int argc, const char* const* argv) {
     try {
         return parseAndRun(argc, argv);
@@ -182,7 +181,7 @@ int runCommandLine(int argc, const char* const* argv) {
     try {
         return runAndReport(argc, argv);
     } catch (const std::bad_alloc&) {
-        // There may be too little even to report another failure: this takes none.
+        // Takes no memory, unlike report().
         writeMessage("qzapp: there is not enough memory\n");
         return kFailed;
     }

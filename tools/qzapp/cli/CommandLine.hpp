@@ -2,7 +2,8 @@
 
 namespace qzapp {
 
-// Runs the tool. Returns its exit status, with everything said that there is to say.
+// Runs the tool with these arguments. All errors are reported on standard error; returns the exit
+// status.
 int runCommandLine(int argc, const char* const* argv);
 
 }  // namespace qzapp

@@ -25,7 +25,7 @@ std::pair<Field, ustring> parseAssignment(const std::string& argument) {
             textArgument("--set", argument.substr(equals + 1))};
 }
 
-// A list field collects the values of all its assignments; a text field has one.
+// A list field collects the values of all its assignments. A text field may be assigned once.
 FieldValues parseAssignments(const std::vector<std::string>& arguments) {
     FieldValues values;
     for (const std::string& argument : arguments) {
@@ -36,7 +36,7 @@ FieldValues parseAssignments(const std::vector<std::string>& arguments) {
         } else if (!values.emplace(field, std::move(value)).second) {
             throw UsageError(
                 "--set",
-                fmt::format("{} is given twice and is no list; give one value", nameOf(field)));
+                fmt::format("{} is given twice but is not a list; give one value", nameOf(field)));
         }
     }
     return values;
@@ -53,7 +53,7 @@ void clearFields(FieldValues& values, const std::vector<std::string>& names) {
     }
 }
 
-// What the command line says wins over the metadata file.
+// --set and --clear take precedence over the metadata file.
 FieldValues loadFields(const ContentOptions& options, std::vector<FileName>& sources) {
     FieldValues values = parseAssignments(options.set);
     clearFields(values, options.clear);
@@ -84,18 +84,18 @@ void addContentOptions(CLI::App& command, ContentOptions& options, bool required
     command
         .add_option(
             "--screenshot", options.screenshot,
-            fmt::format("Image; its extension ({}) says the format", packagedFormats("", ", ")))
+            fmt::format("Image; its extension ({}) gives the format", packagedFormats("", ", ")))
         ->type_name("IMAGE")
         ->group("Content");
     command
         .add_option("--metadata", options.metadata,
-                    "Metadata fields by name, as \"qzapp extract\" writes them")
+                    "JSON object of metadata fields, as \"qzapp extract\" writes it")
         ->type_name("FILE.json")
         ->group("Metadata");
-    // One value an occurrence, so that what follows is never taken for another.
+    // One value for each --set, so that the argument after it is never taken as another value.
     command
         .add_option("--set", options.set,
-                    "Set one field; goes before --metadata. Repeat it for the items of a list")
+                    "Set one field, whatever --metadata says; repeat it for list items")
         ->type_name("FIELD=VALUE")
         ->group("Metadata")
         ->allow_extra_args(false);

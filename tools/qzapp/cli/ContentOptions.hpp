@@ -11,7 +11,7 @@
 
 namespace qzapp {
 
-// The options of "create" and "edit" that say what goes into an app, as given.
+// The options of "create" and "edit" for what goes into an app, as the command line gives them.
 struct ContentOptions {
     std::optional<std::string> code;
     std::optional<std::string> model;
@@ -21,11 +21,12 @@ struct ContentOptions {
     std::vector<std::string> clear;  // "edit" only
 };
 
-// Declares the options that fill `options`, which must outlive `command`; code and model are required
-// on demand.
+// Declares these options (except --clear) on `command`. `options` must outlive it. With `required`,
+// code and model must be given.
 void addContentOptions(CLI::App& command, ContentOptions& options, bool required);
 
-// Throws UsageError for wrong options, Error for files that are missing or bad.
+// Reads and checks everything that the options name; holds the model's file open. Throws UsageError
+// for wrong options, Error for files that are missing or bad.
 Content loadContent(const ContentOptions& options);
 
 }  // namespace qzapp

@@ -18,10 +18,10 @@ using foundation::ustring_view;
 
 constexpr std::size_t kDefaultWidth = 100;
 
-// In the order of Style: nothing, faint, bold, green, red, cyan.
+// The terminal's codes in the order of Style: none, faint, bold, green, red, cyan.
 constexpr std::array<const char*, 6> kCodes = {"", "2", "1", "32", "31", "36"};
 
-// Code points, which is close enough to columns for breaking and aligning.
+// The number of code points, which is close enough to the width for breaking and aligning.
 std::size_t lengthOf(std::string_view utf8) {
     return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), [](char c) {
         return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
@@ -46,7 +46,7 @@ std::vector<std::string> visibleLines(ustring_view text, std::size_t width) {
 std::vector<std::string> wrapped(const std::string& line, std::size_t width) {
     std::vector<std::string> lines;
     std::string current;
-    std::size_t length = 0;  // of `current`; counting it anew for each word would be quadratic
+    std::size_t length = 0;  // of `current`; counting it again for each word would be quadratic
     std::size_t start = 0;
     while (start <= line.size()) {
         const std::size_t end = std::min(line.find(' ', start), line.size());

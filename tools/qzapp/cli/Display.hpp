@@ -8,21 +8,21 @@
 
 namespace qzapp {
 
-// Lines of text, each broken at blanks to at most `width` characters where it
-// can be. Never empty.
+// The lines of a text, made visible() and wrapped(). Never empty.
 std::vector<std::string> visibleLines(foundation::ustring_view text, std::size_t width);
 
-// A line of text broken at blanks to at most `width` characters where it can be. Never empty.
+// A line broken at blanks into lines of at most `width` characters; a longer word gets a line of
+// its own. Never empty.
 std::vector<std::string> wrapped(const std::string& line, std::size_t width);
 
-// Characters on a line of standard output; a default when it is no terminal.
+// The width of the terminal that standard output is, in characters; 100 if it is not a terminal.
 std::size_t outputWidth();
 bool outputIsTerminal();
 
-// Whether standard output is a terminal that shows colours and its user wants them (no NO_COLOR).
+// Whether standard output is a terminal that shows colours and NO_COLOR is not set.
 bool outputIsColoured();
 enum class Style { Plain, Label, Heading, Added, Removed, Place };
-// With the terminal's codes for the style around it, where the output is coloured.
+// `text` in this style if the output is coloured, otherwise as it is.
 std::string styled(const std::string& text, Style style);
 
 // Rows of text in aligned columns, two blanks apart.

@@ -38,7 +38,7 @@ void drawBar(const std::string& bar) {
     write("\r" + bar + "\x1B[K");
 }
 
-// Without the lock, which the thread that a signal interrupts may hold.
+// Takes no lock, because a signal handler may interrupt the thread that holds it.
 void eraseBar() noexcept {
     if (barIsDrawn.exchange(false)) write(kErase);
 }

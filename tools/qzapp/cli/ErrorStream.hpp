@@ -5,15 +5,15 @@
 
 namespace qzapp {
 
-// Standard error, which messages share with a bar that comes and goes. All functions may be called
-// from any thread. What cannot be written there is no reason to do anything else.
+// Standard error, which messages share with a progress bar. Any thread may call these functions. A
+// failure to write is ignored.
 
-// Writes a line with its end; a bar goes out of its way.
+// Writes a line, which includes its line end. A bar is erased first.
 void writeMessage(std::string_view line);
 
-// Puts a line without end in the place of the one before it.
+// Draws the bar over the one that is there; `bar` has no line end.
 void drawBar(const std::string& bar);
-// Takes the bar away, if there is one. Signal handlers may call it.
+// Erases the bar if there is one. A signal handler may call it.
 void eraseBar() noexcept;
 
 }  // namespace qzapp

@@ -17,11 +17,11 @@
 namespace qzapp {
 namespace {
 
-// A name of the command line, with the files that it stands for.
+// A name on the command line and the files that it stands for: itself, or what a folder holds.
 struct Named {
     std::string name;
     std::vector<std::string> files;
-    bool isListed;  // being a folder
+    bool isListed;  // it is a folder
 };
 
 std::vector<std::string> listed(const FileName& folder, const Complain& complain) {
@@ -65,9 +65,10 @@ int forEachApp(const std::vector<std::string>& names,
     const std::vector<Named> all = filesOf(names, complain);
     const std::size_t count = countOf(all);
     std::atomic<std::uint64_t> done = 0;
-    // Of a single file a count tells nothing, and on a terminal the output tells how far it is.
+    // No bar for a single file, whose count would say nothing, or if the output itself shows the
+    // progress.
     const ProgressBar progress(count == 1 || outputIsTerminal() ? 0 : count, done);
-    // Returns whether it is an app.
+    // Returns false if a file of a folder is not an app after all.
     const auto visit = [&](const std::string& name, bool isListed) {
         try {
             const auto file = isListed ? openListed(name) : appArgument(name);

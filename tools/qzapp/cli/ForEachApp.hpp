@@ -9,9 +9,10 @@
 
 namespace qzapp {
 
-// Runs `action` on each file that is named, and instead of folders on the apps below them, of which
-// there must be some. An Error is reported and does not stop the others, but for OutputError. Returns
-// kFailed when there was one or `action` returned anything but kDone, otherwise kDone.
+// Runs `action` on each named file, held open, and for a folder on each app below it. "-" is
+// standard input. An Error, a folder without an app included, is reported and does not stop the
+// others; only an OutputError passes. Returns kDone if nothing was reported and every `action`
+// returned kDone, otherwise kFailed.
 int forEachApp(const std::vector<std::string>& names,
                const std::function<int(const FileName&)>& action);
 

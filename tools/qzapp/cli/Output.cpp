@@ -12,7 +12,7 @@
 namespace qzapp {
 namespace {
 
-// A terminal or pipe that another program has switched to not waiting.
+// Needed if another program has made the terminal or pipe non-blocking.
 void waitUntilWritable() {
     pollfd request{STDOUT_FILENO, POLLOUT, 0};
     ::poll(&request, 1, -1);

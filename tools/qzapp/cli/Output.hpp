@@ -7,11 +7,12 @@
 
 namespace qzapp {
 
-// Writes `text` to standard output, all of it. Throws OutputError when that fails, so that a full
-// disk or a reader that went away is never taken for success.
+// Writes all of `text` to standard output. Throws OutputError if that fails, so that a full disk or
+// a reader that went away is never taken for success.
 void print(std::string_view text);
 
-// Prints what was done once it is saved as `saved`. Throws ReportError, which says so, instead.
+// Prints the report of a verb that has saved `saved`. Throws ReportError, which says that it is
+// saved, if printing fails.
 void printReport(const FileName& saved, std::string_view text);
 
 }  // namespace qzapp

@@ -31,11 +31,12 @@ struct Pipe {
 
 Pipe makePipe() {
     std::array<int, 2> ends{};
-    require(::pipe2(ends.data(), O_CLOEXEC) == 0, errno, "no pipe can be made");
+    require(::pipe2(ends.data(), O_CLOEXEC) == 0, errno, "cannot make a pipe");
     return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
-// What the program is started with: its standard streams, and the signals that this one ignores.
+// What the program is started with: its standard streams, and the default handling of the signals
+// that this process ignores.
 class Setting {
 public:
     explicit Setting(int output) {
@@ -57,7 +58,7 @@ public:
     Setting(const Setting&) = delete;
     Setting& operator=(const Setting&) = delete;
 
-    // Returns the reason, 0 when the program runs.
+    // Returns 0, or why the program could not be started (an errno value).
     int start(pid_t& process, char* const* arguments) const {
         return ::posix_spawnp(&process, arguments[0], &streams_, &attributes_, arguments, environ);
     }
@@ -82,7 +83,7 @@ std::string readToEnd(const FileDescriptor& pipe) {
     while (true) {
         const auto count =
             retryInterrupted([&] { return ::read(pipe.get(), buffer.data(), buffer.size()); });
-        require(count >= 0, errno, "its output cannot be read");
+        require(count >= 0, errno, "cannot read the output of a program");
         if (count == 0) return text;
         text.append(buffer.data(), static_cast<std::size_t>(count));
     }
@@ -91,14 +92,14 @@ std::string readToEnd(const FileDescriptor& pipe) {
 int waitFor(pid_t process) {
     int status = 0;
     const auto ended = retryInterrupted([&] { return ::waitpid(process, &status, 0); });
-    require(ended == process, errno, "its end cannot be waited for");
+    require(ended == process, errno, "cannot wait for the end of a program");
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace
 
 MemoryFile::MemoryFile(std::string_view bytes) : file_(::memfd_create("qzapp", 0)) {
-    require(static_cast<bool>(file_), errno, "no file can be made in memory");
+    require(static_cast<bool>(file_), errno, "cannot create a file in memory");
     file_.writeAt(std::as_bytes(std::span(bytes)), 0);
 }
 
@@ -113,7 +114,7 @@ std::optional<ProgramEnd> runProgram(const std::vector<std::string>& command) {
     const int reason = Setting(pipe.into.get()).start(process, arguments.data());
     if (reason == ENOENT) return std::nullopt;
     require(reason == 0, reason, command[0] + " cannot be run");
-    pipe.into = FileDescriptor();  // else the end of the output never comes
+    pipe.into = FileDescriptor();  // while we hold it open, reading never reaches the end
     ProgramEnd end{0, readToEnd(pipe.from)};
     end.status = waitFor(process);
     return end;

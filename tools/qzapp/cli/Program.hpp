@@ -9,12 +9,12 @@
 
 namespace qzapp {
 
-// Bytes in memory that another program can open as a file.
+// A file in memory that this process and the programs that it starts can open by name, as long as
+// this object lives.
 class MemoryFile {
 public:
-    // Throws std::system_error when there is no room.
+    // Throws std::system_error if the file cannot be made.
     explicit MemoryFile(std::string_view bytes);
-    // Its name, in this process and in those that it starts.
     std::string name() const;
 
 private:
@@ -22,12 +22,13 @@ private:
 };
 
 struct ProgramEnd {
-    int status;          // the exit status; -1 when a signal ended it
+    int status;          // the exit status; -1 if a signal ended it
     std::string output;  // what it wrote to standard output
 };
 
-// Runs a program that PATH leads to, without a shell and with nothing on standard input, and waits for
-// it. Nothing when there is no such program. Throws std::system_error when it cannot be run.
+// Runs a program and waits for its end. It is looked up in PATH and started without a shell, with
+// /dev/null as its standard input. Returns nothing if there is no such program; throws
+// std::system_error if it cannot be run.
 std::optional<ProgramEnd> runProgram(const std::vector<std::string>& command);
 
 }  // namespace qzapp

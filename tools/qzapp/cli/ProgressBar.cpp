@@ -23,7 +23,7 @@ constexpr auto kPatience = std::chrono::seconds(1);
 constexpr auto kBetweenDrawings = std::chrono::milliseconds(200);
 constexpr std::size_t kBarWidth = 20;
 
-// Bytes that this process has read so far, by any call of the system; 0 when that is not to be known.
+// The bytes that this process has read so far, by any system call; 0 if /proc does not say.
 std::uint64_t bytesRead() {
     std::ifstream counters("/proc/self/io");
     std::string name;
@@ -54,7 +54,7 @@ std::string shownTime(std::uint64_t seconds) {
     return fmt::format("{}:{:02} min", seconds / 60, seconds % 60);
 }
 
-// Work within work has no bar of its own.
+// True while a bar exists, so that work within work draws none.
 std::atomic<bool> isUnderWay = false;
 
 bool errorsGoToTerminal() {
@@ -102,11 +102,12 @@ ProgressBar::~ProgressBar() {
 void ProgressBar::start() {
     if (total_ == 0 || !errorsGoToTerminal() || isUnderWay.exchange(true)) return;
     before_ = done_();
-    const SignalsBlocked blocked;  // they are for the thread that works
+    const SignalsBlocked
+        blocked;  // the new thread inherits this; signals go to the thread that works
     try {
         thread_ = std::thread([this] { run(); });
     } catch (const std::exception&) {
-        isUnderWay = false;  // without a thread, or memory for one, there is no bar
+        isUnderWay = false;  // a thread could not be made, so there is no bar
     }
 }
 
@@ -114,7 +115,7 @@ void ProgressBar::run() noexcept {
     try {
         drawUntilEnd();
     } catch (const std::exception&) {
-        // The work goes on without its bar when there is no memory to draw it.
+        // Without memory to draw the bar, the work goes on without it.
     }
     eraseBar();
 }

@@ -12,14 +12,16 @@
 
 namespace qzapp {
 
-// A bar on standard error that tells how far some work is, how fast it goes and how long it still
-// takes: where that is a terminal, and the work takes more than a second. Gone with this object. An
-// object made while another lives draws nothing. The work itself knows nothing of it.
+// Shows on standard error how far some work is, how fast it goes and how long it will still take.
+// Construct it before the work and destroy it after; a thread of its own draws the bar, if the work
+// takes more than a second and standard error is a terminal. Only the outermost of nested bars is
+// drawn.
 class ProgressBar : public ShownProgress {
 public:
-    // Work that reads about `bytes` bytes of files, whoever reads them in this process.
+    // For work that reads about `bytes` bytes of files. Measures what the process reads, so the
+    // work itself need not know of the bar. With 0 no bar is drawn.
     explicit ProgressBar(std::uint64_t bytes);
-    // Work on `total` things, which counts in `done`.
+    // For work on `total` things, which counts them in `done`. `done` must outlive this object.
     ProgressBar(std::uint64_t total, const std::atomic<std::uint64_t>& done);
     ~ProgressBar() override;
     ProgressBar(const ProgressBar&) = delete;
@@ -36,7 +38,7 @@ private:
     std::uint64_t total_;
     Measure done_;
     Show show_;
-    std::uint64_t before_ = 0;  // what done_ said at the start
+    std::uint64_t before_ = 0;  // what done_() returned at the start
     std::thread thread_;
     std::mutex mutex_;
     std::condition_variable ended_;

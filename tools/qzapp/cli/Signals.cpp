@@ -21,7 +21,7 @@ void installSignalHandlers() {
     ::signal(SIGPIPE, SIG_IGN);
     ::signal(SIGXFSZ, SIG_IGN);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        // What the caller has set to be ignored (nohup) stays ignored.
+        // A signal that the parent process ignores (as nohup does) stays ignored.
         if (::signal(signal, SIG_IGN) != SIG_IGN) ::signal(signal, cleanUpAndDie);
     }
 }

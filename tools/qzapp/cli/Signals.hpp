@@ -2,8 +2,9 @@
 
 namespace qzapp {
 
-// Makes SIGINT, SIGTERM and SIGHUP remove all private folders, and a bar that is drawn, before they end
-// the process, and lets writes fail with an error where SIGPIPE and SIGXFSZ would end it.
+// Makes SIGINT, SIGTERM and SIGHUP remove all private folders and the progress bar before they end
+// the process, and ignores SIGPIPE and SIGXFSZ, so that the writes that cause them fail with an
+// error instead. Call it once, before any file is made.
 void installSignalHandlers();
 
 }  // namespace qzapp

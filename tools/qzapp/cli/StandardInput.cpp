@@ -31,8 +31,8 @@ using fl::filesystem::FileDescriptor;
 constexpr const char* kName = "standard input";
 constexpr std::size_t kReadBytes = std::size_t{256} << 10;
 
-// A zip file has a zero byte in its first record, and text has none: these bytes tell the two apart
-// unless more than that stands in front of the record.
+// A zip file has a zero byte in its first record, and text has none. So this many bytes show which
+// of the two it is, unless the zip file has more than that in front of its first record.
 constexpr std::size_t kSniffedBytes = 4096;
 
 std::size_t readSome(std::span<std::byte> buffer) {
@@ -60,12 +60,12 @@ std::shared_ptr<const HeldFile> keepStandardInput() {
         }
         size += count;
     }
-    if (size == 0) throw Error(kName, "holds nothing; check the program that writes to it");
+    if (size == 0) throw Error(kName, "is empty; check the program that writes to it");
     const auto stamp = file.stamp();
     return std::make_shared<HeldFile>(HeldFile{std::move(file), stamp, originalOfStandardInput()});
 }
 
-// Kept once, whoever asks for it.
+// Standard input can be read only once, so the first call copies it and all calls return that copy.
 FileName keptInput(const foundation::ustring& filename) {
     static const foundation::Immortal<std::shared_ptr<const HeldFile>> kept(keepStandardInput());
     return {kName, (*kept)->file.privateName(filename), *kept, true};
@@ -92,7 +92,8 @@ FileName appArgument(const std::string& value) {
 
 void requireOneStandardInput(const std::vector<std::optional<std::string>>& values) {
     if (std::count(values.begin(), values.end(), kStandardStream) <= 1) return;
-    throw UsageError(kStandardStream, "standard input can be one file only; name the others");
+    throw UsageError(kStandardStream,
+                     "standard input can be only one of the files; name the others");
 }
 
 }  // namespace qzapp

@@ -9,20 +9,21 @@
 
 namespace qzapp {
 
-// What the command line calls standard input and standard output.
+// The name of standard input and standard output on the command line.
 inline constexpr const char* kStandardStream = "-";
 
-// The input file that `value` names, held open. "-" is standard input, which is copied to a nameless
-// file once and then read like any other. Failures are Errors; so is standard input that holds
-// nothing, because then the program that should have filled it failed.
+// Opens and holds the input file that `value` names. "-" is standard input, which is copied to a
+// nameless file at the first call and then read like any other file. Throws Error if the file
+// cannot be opened, or if standard input is empty, because then the program that should have filled
+// it has failed.
 FileName inputArgument(const std::string& value);
 
-// The app to be read that `value` names, held open. Readers know the form of an app by its extension,
-// so standard input gets one here: that of a packaged app when it holds a zero byte near its start, as
-// zip files do, that of a text app otherwise.
+// Like inputArgument(), for an app. Readers recognise the form of an app by its extension, so
+// standard input gets one: ".kvpkg" if there is a zero byte near its start, as in any zip file,
+// otherwise ".k".
 FileName appArgument(const std::string& value);
 
-// Throws UsageError when more than one of these options is "-".
+// Throws UsageError if more than one of these options is "-".
 void requireOneStandardInput(const std::vector<std::optional<std::string>>& values);
 
 }  // namespace qzapp

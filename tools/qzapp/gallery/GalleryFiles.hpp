@@ -4,8 +4,8 @@
 
 namespace qzapp::gallery {
 
-// The files in the folder "gallery". The HTML ones are formats of fmt with named arguments; a comment
-// "<!-- apps -->" in the page is where the cards go.
+// The content of the files in the folder "gallery", compiled in. The HTML files are fmt formats
+// with named arguments. The cards replace the comment "<!-- apps -->" in the page.
 extern const std::string_view kPage, kCard, kFailedCard, kStyle, kScript;
 
 }  // namespace qzapp::gallery

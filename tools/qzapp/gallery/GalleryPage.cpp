@@ -21,14 +21,14 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::string_view kPlaceOfApps = "<!-- apps -->\n";
-// Wide enough for any count, in blanks that no browser shows.
+// Wide enough for any count. Browsers do not show the blanks that pad it.
 constexpr std::size_t kCountWidth = 32;
 constexpr std::array kDetails = {
     Field::Description,   Field::RequiredProducts, Field::MinimumSupportedKORVALRelease,
     Field::KORVALRelease, Field::AppType,          Field::Uuid,
 };
 
-// Text for any place in HTML, attribute values in quotes included.
+// Escapes text for any place in HTML, including quoted attribute values.
 std::string html(std::string_view text) {
     std::string escaped;
     for (const char c : visibleText(text)) {
@@ -65,14 +65,14 @@ std::string noPicture(const std::string& reason) {
     return fmt::format("<div class=\"picture none\">{}</div>", html(reason));
 }
 
-// An image is shown as what its bytes are, whatever its format is said to be.
+// The image type comes from the bytes, not from the format that the app gives.
 std::string pictureOf(const std::string& name, const appserialization::Screenshot& screenshot) {
     const Bytes& bytes = screenshot.second;
     if (bytes.empty()) return noPicture("No screenshot");
     const opc::ImageType* const type =
         opc::imageTypeOf({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
-    if (type == nullptr) return noPicture("The screenshot is no image that browsers show");
-    // There may be a thousand of them.
+    if (type == nullptr) return noPicture("The screenshot is not an image that browsers show");
+    // The page may hold a thousand screenshots.
     if (bytes.size() > kMaxPictureBytes) {
         return noPicture(fmt::format("The screenshot of {} is too large for this page",
                                      byteCount(bytes.size())));
@@ -101,7 +101,7 @@ std::string detailsOf(const appserialization::AppMetadata& record) {
     return details;
 }
 
-// What an app without a name is called.
+// The heading of an app without a name.
 std::string stemOf(const std::string& file) {
     const std::string name = file.substr(file.rfind('/') + 1);
     return name.substr(0, name.rfind('.'));

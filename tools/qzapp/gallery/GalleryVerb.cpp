@@ -43,7 +43,8 @@ struct GalleryOptions {
 
 using WriteAt = std::function<void(std::string_view, std::uint64_t)>;
 
-// Nothing for a source that is no app.
+// The card of an app, or of the reason why it cannot be read. Nothing for a source that is not an
+// app.
 std::optional<std::string> cardOf(const std::string& name, const std::string& shown,
                                   const Complain& complain) {
     try {
@@ -62,8 +63,9 @@ std::optional<std::string> cardOf(const std::string& name, const std::string& sh
     }
 }
 
-// One app at a time, since all of them may not fit into memory. Returns how many there are, which is
-// written where there was room for it: that a source is an app shows when it is read.
+// Writes one app at a time, because all of them may not fit into memory. Returns the number of
+// apps. That is known only at the end, because each source must be read to see whether it is an
+// app, so it is written into the room that was left for it.
 std::size_t writePage(const WriteAt& write, const std::string& title, const FileName& folder,
                       const Complain& complain) {
     const auto [files, unlisted] = appsBelow(folder);
@@ -94,7 +96,7 @@ std::size_t writePage(const WriteAt& write, const std::string& title, const File
     return apps;
 }
 
-// As a whole, when all of it is there.
+// Prints the page when it is complete, because its head needs the number of apps.
 void printPage(const std::string& title, const FileName& folder, const Complain& complain) {
     constexpr const char* kPage = "the page";
     fl::filesystem::FileDescriptor kept = makeNamelessFile(kPage);
@@ -111,29 +113,29 @@ void printPage(const std::string& title, const FileName& folder, const Complain&
     });
 }
 
-// A page in the place of an app would be the end of the app.
+// Refuses the name of an app, so that no page replaces one.
 void requireNoApp(const FileName& out, const fl::filesystem::path& target) {
     const auto name = fl::i18n::to_lower(target.filename());
     if (!name.ends_with(kPackagedExtension) && !name.ends_with(kTextExtension)) return;
     throw UsageError(out.shown,
-                     "leads to the name of an app, and a page is none; choose another, "
+                     "is, or leads to, the name of an app; choose another for the page, "
                      "such as apps.html");
 }
 
-// Whatever it is called.
+// Refuses to replace an app that has some other name.
 void requireHoldsNoApp(const FileName& out) {
     std::error_code ignored;
     if (!std::filesystem::is_regular_file(out.bytes(), ignored)) return;
     const bool isPackage = kindOf(out).family == opc::FileKind::Family::Zip;
     if (!isPackage && !isTextApp(out)) return;
     throw UsageError(out.shown,
-                     "holds an app, and a page is none; choose another, such as apps.html");
+                     "holds an app; choose another file for the page, such as apps.html");
 }
 
 int gallery(const GalleryOptions& options) {
     const FileName folder = fileArgument(options.folder);
     if (!isFolder(options.folder))
-        throw Error(folder.shown, "is no folder; name the one with the apps");
+        throw Error(folder.shown, "is not a folder; name the one with the apps");
     int status = kDone;
     const auto complain = [&](const std::string& text) {
         report(text);
@@ -155,7 +157,8 @@ int gallery(const GalleryOptions& options) {
     };
     const std::size_t apps = writePage(write, title, folder, complain);
     transaction.commit();
-    printReport(out, fmt::format("wrote {} with {} apps\n", visible(out.shown), apps));
+    printReport(out, fmt::format("wrote {} with {} app{}\n", visible(out.shown), apps,
+                                 apps == 1 ? "" : "s"));
     return status;
 }
 
@@ -164,23 +167,24 @@ int gallery(const GalleryOptions& options) {
 Action declareGallery(CLI::App& command) {
     const auto options = std::make_shared<GalleryOptions>();
     command
-        .add_option("DIR", options->folder, "The folder with the apps; those below it count too")
+        .add_option("DIR", options->folder, "The folder with the apps, also in folders below it")
         ->required()
         ->type_name("");
-    command.add_option("-o,--output", options->out, "The page to make; \"-\" is standard output")
+    command.add_option("-o,--output", options->out, "The page to write; \"-\" is standard output")
         ->required()
         ->type_name("OUT.html");
-    command.add_option("--title", options->title, "What stands above the apps")->type_name("TEXT");
-    command.add_flag("--force", options->force, "Replace OUT.html if it exists; never an app");
+    command.add_option("--title", options->title, "The heading of the page")->type_name("TEXT");
+    command.add_flag("--force", options->force,
+                     "Replace OUT.html if it exists, unless it is an app");
     command.footer(
-        "Makes one page of all apps, with search and sort, that needs no network and no other\n"
-        "file. Screenshots go in as they are, up to " +
+        "Writes one HTML page of all apps, with search and sort, that needs no network and no "
+        "other\n"
+        "file. It contains all screenshots of up to " +
         foundation::shownMebibytes(kMaxPictureBytes) +
-        " each, so the page is a third larger "
-        "than\n"
-        "all of them. An app or folder that cannot be read appears with the reason; the exit "
-        "status\n"
-        "is then 1. Folders and files whose names start with a dot are left out.\n\n"
+        " each, and takes a third more space\n"
+        "than they do. An app or folder that cannot be read is listed with the reason, and the "
+        "exit\n"
+        "status is 1. Files and folders whose names begin with a dot are left out.\n\n"
         "Example:\n"
         "  qzapp gallery apps -o apps.html --title \"Apps of the lab\"");
     return [options] { return gallery(*options); };

@@ -6,7 +6,7 @@ const order = document.getElementById("order");
 const count = document.getElementById("count");
 const collator = new Intl.Collator(undefined, { numeric: true, sensitivity: "base" });
 
-// Without accents and case, so that "warme" finds "Wärme".
+// Drops accents and case, so that "warme" finds "Wärme".
 const plain = (text) => text.normalize("NFKD").replace(/\p{M}/gu, "").toLowerCase();
 
 const textIn = (card, part) => card.querySelector("." + part)?.textContent.trim() ?? "";
@@ -21,7 +21,7 @@ const apps = Array.from(list.children, (card) => ({
 }));
 let shown = apps;
 
-// Cards are one stop of the Tab key; arrows move among them.
+// All cards together are one stop of the Tab key; arrow keys move between them.
 function makeStop(card) {
   list.querySelector('[tabindex="0"]')?.setAttribute("tabindex", "-1");
   card?.setAttribute("tabindex", "0");
@@ -37,7 +37,7 @@ function update() {
   makeStop(shown[0]?.card);
 }
 
-// What the apps lack goes last, and those that cannot be read behind everything.
+// Apps without a value go last, and after them those that cannot be read.
 function sort() {
   const key = order.value;
   apps.sort((a, b) => a.failed - b.failed || (a[key] === "") - (b[key] === "") ||
@@ -46,7 +46,7 @@ function sort() {
   update();
 }
 
-// The card above (-1) or below (1): the nearest of those in the next row.
+// The index of the card in the row above (-1) or below (1) that is nearest to this one.
 function cardInNextRow(from, direction) {
   const here = shown[from].card;
   const step = (index) => shown[index]?.card;

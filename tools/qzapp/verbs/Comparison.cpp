@@ -69,7 +69,7 @@ ordered_json partChanges(const AppPair& pair) {
     return changes;
 }
 
-// The hunks of a unified diff, or null where there is no program that makes one.
+// The hunks of a unified diff, or null if diff(1) is not installed.
 ordered_json hunksOf(const std::string& a, const std::string& b) {
     const MemoryFile fileA(codeLines(a)), fileB(codeLines(b));
     const auto end = runProgram({"diff", "-a", "-u", fileA.name(), fileB.name()});
@@ -77,7 +77,7 @@ ordered_json hunksOf(const std::string& a, const std::string& b) {
     if (end->status != 0 && end->status != 1) {
         throw Error("diff", fmt::format("ended with status {}; install GNU diff", end->status));
     }
-    // Two lines with names and times stand before the first hunk.
+    // The first two lines are names and times.
     const std::size_t hunk = end->output.find("\n@@ ");
     return hunk == std::string::npos ? "" : end->output.substr(hunk + 1);
 }

@@ -9,26 +9,28 @@
 
 namespace qzapp {
 
+// The two apps that are compared.
 struct AppPair {
     FileName fileA, fileB;
     Snapshot a, b;
 
-    // A text app has no parts, and says nothing of a package's version.
     bool bothPackaged() const { return a.form == Form::Packaged && b.form == Form::Packaged; }
     bool sameForm() const { return a.form == b.form; }
 };
 
-// What is said not to be compared when the two have different forms.
+// What cannot be compared if the two have different forms, because a text app has neither.
 inline constexpr const char* kWithoutParts = "model and other parts";
 inline constexpr const char* kWithoutVersion = "KVPKGVersion";
 
-// Code beyond one of these is not compared line by line, which would take minutes and gigabytes.
+// Code with more bytes or lines than this is not compared line by line, which could take minutes
+// and gigabytes.
 inline constexpr std::uint64_t kMostDiffBytes = std::uint64_t{16} << 20;
 inline constexpr std::uint64_t kMostDiffLines = 250'000;
-// Whether that holds for both sides of the change of a code, as compare() describes it.
+// Whether both sides of a code change, as compare() returns it, are small enough for that.
 bool isDiffable(const nlohmann::ordered_json& codeChange);
 
-// What differs, as docs/qzapp-json.md describes it.
+// What differs, as the JSON object that docs/qzapp-json.md describes. Runs diff(1) if the code
+// differs.
 nlohmann::ordered_json compare(const AppPair& pair);
 
 }  // namespace qzapp

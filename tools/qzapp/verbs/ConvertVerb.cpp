@@ -31,13 +31,13 @@ struct ConvertOptions {
     bool force = false;
 };
 
-// A converted app, and what of the text app it cannot hold, for people.
+// The content of the packaged app, and notes on what of the text app it cannot hold.
 struct Conversion {
     Content content;
     std::vector<std::string> losses;
 };
 
-// Here, so that the text app is blamed and not the package that would be made of it.
+// The writer would check this too, but its error would be about the package and not the text app.
 void requireXmlText(Field field, const FieldValue& value) {
     const ustring name = fl::i18n::utf8_to_ustring(nameOf(field));
     const auto check = [&](const ustring& text) { opc::model::requireXmlText(text, name); };
@@ -51,15 +51,15 @@ void takeMetadata(Conversion& conversion, const appserialization::AppMetadata& r
     for (const Field field : allFields()) {
         requireXmlText(field, fields[field] = valueOf(record, field));
     }
-    // A text app has no package format, so its version says nothing.
+    // A text app has no package version; what was read is empty.
     fields.erase(Field::KVPKGVersion);
     const ustring written = std::get<ustring>(fields.at(Field::KORVALRelease));
-    // No release is not a release of the past.
+    // An empty release would be kept as legacy information.
     if (written.empty()) fields.erase(Field::KORVALRelease);
     const ustring current = foundation::release_info::ReleaseInfo::current().release;
     if (written.empty() || written == current) return;
     conversion.losses.push_back(fmt::format(
-        "KORVALRelease \"{}\" is kept as release info only: a packaged app reads as written by {}",
+        "KORVALRelease \"{}\" is kept as legacy information; the new app reads as written by {}",
         visible(written), visible(current)));
 }
 
@@ -70,7 +70,7 @@ void takeScreenshot(Conversion& conversion, appserialization::Screenshot screens
         return;
     }
     conversion.losses.push_back(
-        fmt::format("the screenshot has the format \"{}\" and is left out: a packaged app holds {}",
+        fmt::format("the screenshot is left out: its format is \"{}\", and a packaged app holds {}",
                     visible(screenshot.first), packagedFormats()));
 }
 
@@ -116,8 +116,8 @@ Action declareConvert(CLI::App& command) {
         ->type_name("FILE");
     command.add_flag("--force", options->force, "Replace OUT.kvpkg if it exists");
     command.footer(
-        "The code text is the whole source as it stands. Says what a packaged app cannot hold.\n"
-        "One of IN.k and model may be \"-\", standard input.\n\n"
+        "The code of the packaged app is the whole source as it stands. Whatever a packaged app\n"
+        "cannot hold is reported. One of IN.k and model may be \"-\", standard input.\n\n"
         "Example:\n"
         "  qzapp convert atlas.k atlas.kvpkg --model atlas.kvd");
     return [options] { return convert(*options); };

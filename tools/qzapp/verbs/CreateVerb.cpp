@@ -39,9 +39,8 @@ Action declareCreate(CLI::App& command) {
     addContentOptions(command, options->content, true);
     command.add_flag("--force", options->force, "Replace OUT.kvpkg if it exists");
     command.footer(
-        "Fields that are not given get their defaults. A create with exit status 1 or 2 leaves\n"
-        "nothing behind.\n"
-        "One of code, model and metadata may be \"-\", standard input.\n" +
+        "Fields that are not given get their defaults. If the exit status is 1 or 2, nothing was\n"
+        "written. One of code, model and metadata may be \"-\", standard input.\n" +
         fieldHelp() +
         "\n\n"
         "Example:\n"

@@ -30,7 +30,8 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// As of diff: what could not be compared is neither the same nor different.
+// The exit statuses of diff(1). If something could not be compared, the apps are neither the same
+// nor different.
 constexpr int kSame = 0;
 constexpr int kDifferent = 1;
 constexpr int kTrouble = 2;
@@ -55,7 +56,7 @@ std::string textLines(char sign, const std::string& name, const std::string& val
     return lines;
 }
 
-// What one list has more of than the other.
+// The items that `list` has more often than `other`.
 std::vector<std::string> itemsOnlyIn(std::vector<std::string> list,
                                      std::vector<std::string> other) {
     std::sort(list.begin(), list.end());
@@ -127,7 +128,7 @@ std::string longCodeText(const ordered_json& change) {
                                        lines == 1 ? "" : "s", facts["sha256"].get<std::string>()));
     }
     return text +
-           line(' ', fmt::format("differs; lines are shown of up to {} and {} lines",
+           line(' ', fmt::format("differs; too long to show where (more than {} or {} lines)",
                                  foundation::shownMebibytes(kMostDiffBytes), kMostDiffLines));
 }
 
@@ -155,7 +156,7 @@ Style styleOf(char sign) {
     }
 }
 
-// Red for what is only in A, green for what is only in B, as everybody knows it.
+// Lines only in A are red, lines only in B green.
 std::string coloured(const std::string& text) {
     if (!outputIsColoured()) return text;
     std::string result;
@@ -168,7 +169,7 @@ std::string coloured(const std::string& text) {
 
 std::string textOf(const AppPair& pair, const ordered_json& changes) {
     std::string text = metadataText(changes["metadata"]);
-    // Of two packages it is a part as others are.
+    // In two packages the screenshot is among the parts.
     if (!pair.bothPackaged()) text += screenshotText(changes["screenshot"]);
     text += partsText(changes["parts"]) + codeText(changes["code"]);
     if (text.empty()) return "";
@@ -179,8 +180,8 @@ std::string textOf(const AppPair& pair, const ordered_json& changes) {
 
 std::string notes(const ordered_json& changes) {
     if (changes["notCompared"].empty()) return "";
-    return fmt::format("note: a text app has no {} and no {}; they are not compared\n",
-                       kWithoutParts, kWithoutVersion);
+    return fmt::format("note: not compared, because a text app has none: {}; {}\n", kWithoutParts,
+                       kWithoutVersion);
 }
 
 int reportErrors(const ordered_json& changes) {
@@ -221,17 +222,17 @@ Action declareDiff(CLI::App& command) {
         ->required()
         ->type_name("");
     command.add_option("B", options->b, "Another, of either form")->required()->type_name("");
-    command.add_flag("--json", options->json, "One JSON object");
+    command.add_flag("--json", options->json, "Print one JSON object");
     command.footer(
-        "Compares metadata, code (as \"diff -u\", beyond " +
+        "Compares the metadata, the code line by line (if longer than " +
         foundation::shownMebibytes(kMostDiffBytes) + " or " +
         foundation::shownCount(kMostDiffLines) +
-        " lines by SHA-256) and\n"
-        "parts and other items (by content type, size and SHA-256). The time of the last save, "
-        "the\n"
-        "order of relationships, content types of nothing, folder items and the comment of the "
-        "zip\n"
-        "file are no difference. Exit status: 0 the same, 1 different, 2 trouble.\n\n"
+        " lines, by\n"
+        "SHA-256), and parts and other items by content type, size and SHA-256. Ignores the time\n"
+        "of the last save, the order of relationships, content types that apply to nothing, "
+        "folder\n"
+        "items and the comment of the zip file. Exit status: 0 the same, 1 different, 2 "
+        "trouble.\n\n"
         "Example:\n"
         "  qzapp diff atlas-1.0.kvpkg atlas.kvpkg");
     return [options] { return diffOrTrouble(*options); };

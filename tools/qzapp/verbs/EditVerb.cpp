@@ -46,13 +46,13 @@ struct EditOptions {
     bool removesParts() const { return removeScreenshot || dropSignature; }
 };
 
-// What became of a file.
 struct Outcome {
     bool isChanged = false;
-    std::vector<std::string> notes;  // what is other than its owner may think
+    std::vector<std::string> notes;  // what the user may not expect
 };
 
-// The library takes an empty text of these in the file for none, and writes the default instead.
+// Whether the library, given a record without this text, replaces an empty text in the file by the
+// default.
 bool hasDefaultInTheFile(Field field) {
     const auto& access =
         appserialization::appmetadata::kFields.at(static_cast<std::size_t>(field)).access;
@@ -63,15 +63,16 @@ bool hasDefaultInTheFile(Field field) {
         [&](const auto* row) { return row->set == text->set && *row->defaultText != u'\0'; });
 }
 
-// Whether a field that is not named must be handed to the library as it was read. It keeps a text
-// that is absent from the record, and one that was read may be a default that is not in the file; an
-// empty one is no default. It empties a list that is absent.
+// Whether a field that the user does not name must be handed to the library as it was read. Lists
+// must, because the library empties a list that the record lacks. Texts must not: the library keeps
+// a text that the record lacks, and what was read may be a default that the file does not hold. The
+// exception is an empty text that the library would replace by its default.
 bool mustBePassedOn(Field field, const FieldValue& value) {
     return isList(field) || (hasDefaultInTheFile(field) && std::get<ustring>(value).empty());
 }
 
-// The library keeps another release than that of the running host as legacy information, unless the record
-// lacks it. One that is cleared is one that is not there.
+// The release to hand to the library, which keeps one other than the running host's as legacy
+// information but drops that if the record lacks it. Nothing if the user clears it.
 std::optional<ustring> releaseFor(const FieldValues& named, const PackageFacts& facts) {
     const auto found = named.find(Field::KORVALRelease);
     if (found == named.end()) return facts.legacyRelease;
@@ -97,7 +98,7 @@ std::vector<std::string> notesOn(const Content& content, const PackageFacts& fac
     std::vector<std::string> notes;
     if (content.screenshot && facts.otherThumbnail) {
         notes.push_back(
-            fmt::format("{} is not the thumbnail any more, since the screenshot is; the "
+            fmt::format("{} is no longer the thumbnail, because the screenshot is; the "
                         "picture stays in the file",
                         *facts.otherThumbnail));
     }
@@ -106,7 +107,7 @@ std::vector<std::string> notesOn(const Content& content, const PackageFacts& fac
     const ustring current = opc::qzservices::CoreProperties::getCurrentKORVALRelease();
     const ustring& given = std::get<ustring>(release->second);
     if (given == current) return notes;
-    notes.push_back(fmt::format("KORVALRelease is {}, that of the host that saves",
+    notes.push_back(fmt::format("KORVALRelease is {}, the release of the host that saves",
                                 fl::i18n::to_display(current)));
     if (!given.empty()) {
         notes.back() +=
@@ -129,8 +130,8 @@ Content withoutScreenshot(Content content) {
     return content;
 }
 
-// One save, except that setting the code saves first, and that a screenshot beside another part of its
-// name is set at last.
+// Takes one save, plus one before it for the code and one after it for a screenshot whose usual
+// name is taken. Returns notes for the user.
 std::vector<std::string> writeContent(const FileName& file, const Content& content) {
     return about(file, [&] {
         const fl::filesystem::FileStamp before = openFile(file).stamp();
@@ -142,7 +143,7 @@ std::vector<std::string> writeContent(const FileName& file, const Content& conte
         if (openFile(file).stamp() != before) {
             throw Error(file.shown, "was changed by another program meanwhile; try again");
         }
-        // Where something else has the screenshot's name, the writer would refuse it.
+        // The writer would refuse a screenshot whose usual name something else has.
         if (facts.takenName) {
             writeParts(file, writer, withoutScreenshot(content));
         } else {
@@ -152,7 +153,7 @@ std::vector<std::string> writeContent(const FileName& file, const Content& conte
         writer.close();
         std::vector<std::string> notes = notesOn(content, facts);
         if (facts.takenName) {
-            notes.push_back(fmt::format("{} is something else, and stays; the screenshot is {}",
+            notes.push_back(fmt::format("{} is something else and stays; the new screenshot is {}",
                                         *facts.takenName,
                                         setScreenshotBeside(file, *content.screenshot)));
         }
@@ -168,15 +169,15 @@ Outcome apply(const FileName& file, const Content& content, const EditOptions& o
     return {true, writeContent(file, content)};
 }
 
-// About: a save reads all that it keeps, and the old model is the most of that. Where there are several
-// saves, the first keeps it.
+// An estimate: a save reads all that it keeps, which is mostly the old model. The first of several
+// saves always keeps that.
 std::uint64_t bytesToRead(const FileName& file, const Content& content, bool severalSaves) {
     const std::uint64_t old = sizeOf(file);
     return (severalSaves ? old : 0) + (content.model ? sizeOf(*content.model) : old);
 }
 
-// An edit happens beside the file, of however many saves: there it is checked before it counts, and a
-// signal finds all that it leaves in one place.
+// Saves in a private folder, so that several saves count as one, the result is checked before it
+// replaces the file, and a signal leaves nothing behind.
 Outcome applyAtOnce(const FileName& file, const Content& content, const EditOptions& options) {
     const bool severalSaves = content.code || (options.removesParts() && !content.empty());
     const ProgressBar progress(bytesToRead(file, content, severalSaves));
@@ -236,15 +237,16 @@ Action declareEdit(CLI::App& command) {
         ->type_name("FIELD")
         ->group("Metadata")
         ->allow_extra_args(false);
-    command.add_flag("--remove-screenshot", options->removeScreenshot, "Take the screenshot out")
+    command.add_flag("--remove-screenshot", options->removeScreenshot, "Remove the screenshot")
         ->group("Content");
     command
         .add_flag("--drop-signature", options->dropSignature,
-                  "Take digital signatures out, which no edit leaves valid")
+                  "Remove digital signatures, which no edit leaves valid")
         ->group("Content");
     command.footer(
-        "What is not named stays as it is. An edit happens as a whole or not at all.\n"
-        "KORVALRelease is that of the host that saves; another one is kept as legacy information.\n"
+        "What you do not name stays as it is. An edit is made completely or not at all.\n"
+        "KORVALRelease is always the release of the host that saves; if you set another one, it\n"
+        "is kept as legacy information.\n"
         "One of code, model and metadata may be \"-\", standard input.\n" +
         fieldHelp() +
         "\n\n"

@@ -37,20 +37,21 @@ using appserialization::Screenshot;
 using fl::filesystem::FileDescriptor;
 
 constexpr std::array<const char*, 4> kKinds = {"code", "model", "screenshot", "metadata"};
-// A longer "format" is none.
+// A longer "format" is not used as an extension.
 constexpr std::size_t kMaxFormatLength = 16;
 
 struct ExtractOptions {
     std::string file;
     std::optional<std::string> directory;
-    std::optional<std::string> only;  // kinds with commas between
+    std::optional<std::string> only;  // kinds, separated by commas
     bool force = false;
     bool thumbnail = false;
 };
 
 enum class Kind { Text, Binary };
 
-// A file to be written: its name in the directory, and how to fill it, or else standard output.
+// A file to be extracted: its name in the directory, and how to write it there or to standard
+// output.
 struct ExtractedFile {
     std::string name;
     Kind kind;
@@ -58,13 +59,14 @@ struct ExtractedFile {
     std::function<void()> send;
 };
 
-// What was asked for. By default that is all there is; what was named must be there.
+// The kinds that the user wants. By default these are all that the app has; a kind that the user
+// names must exist.
 class Selection {
 public:
     explicit Selection(const ExtractOptions& options) : wantsThumbnail_(options.thumbnail) {
         const auto& only = options.only;
         if (wantsThumbnail_ && only != "screenshot")
-            throw UsageError("--thumbnail", "goes with --only screenshot; leave it out");
+            throw UsageError("--thumbnail", "only goes with --only screenshot; leave it out");
         if (!only) return;
         if (only->empty())
             throw UsageError(
@@ -80,7 +82,7 @@ public:
     }
     bool wants(const char* kind) const { return only_.empty() || only_.contains(kind); }
     bool names(const char* kind) const { return only_.contains(kind); }
-    // How many kinds were named.
+    // The number of kinds that the user names.
     std::size_t count() const { return only_.size(); }
 
     bool wantsThumbnail() const { return wantsThumbnail_; }
@@ -90,7 +92,7 @@ private:
     bool wantsThumbnail_;
 };
 
-// Reads something out of the app; what is damaged need not keep anybody from the rest.
+// Reads one kind. If it is damaged, the error says how to get the others.
 template <class Read>
 auto salvage(const FileName& file, const char* kind, Read read) {
     try {
@@ -101,12 +103,12 @@ auto salvage(const FileName& file, const char* kind, Read read) {
     }
 }
 
-// Text as it is, for a terminal without what would drive it.
+// Prints the bytes as they are; text for a terminal is made visibleText().
 void send(const std::string& bytes, Kind kind) {
     print(kind == Kind::Text && outputIsTerminal() ? visibleText(bytes) : bytes);
 }
 
-// What comes out before a damaged place cannot be taken back; the exit status tells.
+// What is printed before a damaged place cannot be taken back; the exit status shows the failure.
 void sendModel(const FileName& file) {
     const auto stream = openModel(file);
     about(file, [&] {
@@ -152,7 +154,8 @@ ExtractedFile modelFile(const FileName& file) {
     return {"appModel.kvd", Kind::Binary, fill, [file] { sendModel(file); }};
 }
 
-// A format is whatever the file says, and must not lead the name out of the directory.
+// Whether the format can be a file extension. It is whatever the file says, and must not make the
+// name lead out of the directory.
 bool isPlain(const foundation::ustring& format) {
     return !format.empty() && format.size() <= kMaxFormatLength &&
            std::all_of(format.begin(), format.end(), [](char16_t c) {
@@ -161,7 +164,7 @@ bool isPlain(const foundation::ustring& format) {
            });
 }
 
-// Desktops hand it to whatever shows images.
+// Throws unless the screenshot may be handed to the image library of a desktop.
 void requireThumbnail(const FileName& file, const Screenshot& screenshot) {
     const auto& bytes = screenshot.second;
     if (isThumbnail({reinterpret_cast<const char*>(bytes.data()), bytes.size()})) return;
@@ -177,8 +180,10 @@ ExtractedFile screenshotFile(const Screenshot& screenshot, std::vector<std::stri
     if (isPlain(screenshot.first)) {
         extension = fl::i18n::ustring_to_utf8(screenshot.first);
     } else {
-        notes.push_back(fmt::format("the screenshot's format \"{}\" is no file extension",
-                                    visible(screenshot.first)));
+        notes.push_back(
+            fmt::format("the screenshot's format \"{}\" cannot be a file extension, so its file "
+                        "ends in \".{}\"",
+                        visible(screenshot.first), extension));
     }
     return madeOf("screenshot." + extension, Kind::Binary,
                   [bytes = screenshot.second] { return std::string(bytes.begin(), bytes.end()); });
@@ -194,7 +199,7 @@ ExtractedFile metadataFile(const FileName& file, const AppMetadataReader& reader
     throw Error(file.shown, fmt::format("has no {}; leave it out of --only", what));
 }
 
-// The files to write, and what there is to say about them.
+// The files to write, and notes for the user.
 struct Plan {
     std::vector<ExtractedFile> files;
     std::vector<std::string> notes;
@@ -205,7 +210,7 @@ void planModel(Plan& plan, const FileName& file, const Selection& selection) {
     if (formOf(file) == Form::Packaged) {
         plan.files.push_back(modelFile(file));
     } else if (selection.names("model")) {
-        lacks(file, "model, being a text app");
+        lacks(file, "model, because it is a text app");
     }
 }
 
@@ -232,16 +237,16 @@ Plan planFor(const FileName& file, const Selection& selection) {
     return plan;
 }
 
-// A folder of its own beside the app, called as the app is without its extension.
+// The folder that the user names; otherwise one next to the app, with the app's name without its
+// extension.
 FileName directoryFor(const FileName& file, const ExtractOptions& options) {
     if (options.directory) return fileArgument(*options.directory);
     if (file.isStandardInput)
-        throw UsageError(file.shown, "has no name for a folder; name one with -o");
+        throw UsageError(file.shown, "gives no name for the folder; name one with -o");
     const std::string name = file.shown.substr(0, file.shown.rfind('.'));
     const std::string last = name.substr(name.rfind('/') + 1);  // all of it when there is no slash
     if (last.empty() || last == "." || last == "..") {
-        throw UsageError(file.shown,
-                         "has no name for a folder in front of its extension; name one with -o");
+        throw UsageError(file.shown, "gives no name for the folder; name one with -o");
     }
     return fileArgument(name);
 }
@@ -253,7 +258,8 @@ int extractToFolder(const FileName& file, const Selection& selection,
     std::vector<std::string> names;
     for (const ExtractedFile& each : plan.files)
         names.push_back(each.name);
-    // A link that nobody has named may be another's.
+    // A link with the default name, which the user did not give, may have been planted by another
+    // user.
     const auto links =
         options.directory ? OutputFolder::Links::Follow : OutputFolder::Links::Refuse;
     OutputFolder folder(directory, links, names, options.force);
@@ -277,18 +283,18 @@ int extractToFolder(const FileName& file, const Selection& selection,
 
 int extractToOutput(const FileName& file, const Selection& selection) {
     if (selection.count() != 1) {
-        throw UsageError("-o -", fmt::format("standard output takes one thing; name one of {} "
+        throw UsageError("-o -", fmt::format("standard output takes one kind; name one of {} "
                                              "with --only",
                                              fmt::join(kKinds, ", ")));
     }
     const Plan plan = planFor(file, selection);
     const ExtractedFile& only = plan.files.front();
     if (only.kind == Kind::Binary && outputIsTerminal()) {
-        throw Error(
-            "standard output",
-            fmt::format("{} is no text for a terminal; send it to a file or a program", only.name));
+        throw Error("standard output",
+                    fmt::format("{} is not text for a terminal; send it to a file or a program",
+                                only.name));
     }
-    // On a terminal the text itself tells how far it is.
+    // On a terminal the text itself shows the progress.
     const ProgressBar progress(outputIsTerminal() ? 0 : sizeOf(file));
     only.send();
     requireUnchanged(file);
@@ -311,18 +317,18 @@ Action declareExtract(CLI::App& command) {
         ->type_name("");
     command
         .add_option("-o,--output", options->directory,
-                    "Where to; made if need be. Default: FILE without its extension")
+                    "The folder to write to, made if it does not exist; by default FILE\n"
+                    "without its extension")
         ->type_name("DIR");
     command.add_option("--only", options->only, "What to write: code, model, screenshot, metadata")
         ->type_name("KIND,...");
     command.add_flag("--force", options->force, "Replace files that exist");
     command.add_flag("--thumbnail", options->thumbnail,
-                     "With --only screenshot: give it only when it is a PNG, JPEG or GIF\n"
-                     "image of modest size");
+                     "With --only screenshot: fail unless it is a PNG, JPEG or GIF image of\n"
+                     "modest size");
     command.footer(
-        "Writes code.k, appModel.kvd, screenshot.FORMAT and metadata.json, all or none. A text "
-        "app\n"
-        "has no model. With one KIND, DIR may be \"-\", standard output.\n\n"
+        "Writes code.k, appModel.kvd (not from a text app, which has no model), screenshot.FORMAT\n"
+        "and metadata.json: all or none. With one KIND, DIR may be \"-\", standard output.\n\n"
         "Examples:\n"
         "  qzapp extract atlas.kvpkg -o work --only code,metadata\n"
         "  qzapp extract atlas.kvpkg --only screenshot -o - > atlas.png");

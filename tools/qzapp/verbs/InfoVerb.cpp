@@ -56,7 +56,7 @@ std::string screenshotText(const Screenshot& screenshot) {
     return fmt::format("{}, {}", visible(screenshot.first), byteCount(screenshot.second.size()));
 }
 
-// The lines that people see of a value.
+// A value as lines for the sheet.
 std::vector<std::string> linesOf(const FieldValue& value, std::size_t width) {
     if (const auto* text = std::get_if<ustring>(&value)) {
         return text->empty() ? std::vector<std::string>{"(empty)"} : visibleLines(*text, width);
@@ -68,7 +68,7 @@ std::vector<std::string> linesOf(const FieldValue& value, std::size_t width) {
     return lines.empty() ? std::vector<std::string>{"(none)"} : lines;
 }
 
-// A label with its lines in one column beside it.
+// A label and, in a column to its right, its lines.
 std::string entry(std::string_view label, const std::vector<std::string>& lines) {
     std::string text;
     for (const std::string& line : lines) {
@@ -100,7 +100,7 @@ std::string jsonFor(const FileName& file, const AppMetadata& record, const Scree
                      {"screenshot", screenshotJson(screenshot)}});
 }
 
-// The value itself, for scripts; for a terminal without what would drive it.
+// The value itself for scripts; made visible() for a terminal.
 std::string plain(const ustring& value) {
     return outputIsTerminal()
                ? fmt::format("{}", fmt::join(visibleLines(value, ustring::npos), "\n"))
@@ -116,7 +116,7 @@ std::string fieldText(const AppMetadata& record, Field field) {
     return lines;
 }
 
-// Drawn by the first program that is there.
+// The screenshot as the first of the drawing programs that is installed draws it.
 std::string drawing(const FileName& file, const Screenshot& screenshot) {
     if (screenshot.second.empty()) return "";
     const MemoryFile image(
@@ -165,7 +165,7 @@ void requireSense(const InfoOptions& options) {
     }
     if (options.picture && !outputIsTerminal()) {
         throw UsageError("--picture",
-                         "draws on a terminal only; leave it out, or see \"qzapp "
+                         "only draws on a terminal; leave it out, or use \"qzapp "
                          "extract --only screenshot\"");
     }
     if (options.field) static_cast<void>(fieldArgument("--field", *options.field));
@@ -188,14 +188,14 @@ Action declareInfo(CLI::App& command) {
                     "Packaged (.kvpkg) or text (.k) apps, folders of them, or \"-\"")
         ->required()
         ->type_name("");
-    command.add_flag("--json", options->json, "One JSON object a line and file");
+    command.add_flag("--json", options->json, "Print one JSON object per file, each on one line");
     command.add_option("--field", options->field, "Print this field's value and nothing else")
         ->type_name("NAME");
     command.add_flag("--picture", options->picture,
                      "Draw the screenshot on the terminal, with chafa or img2sixel");
     command.footer(
         "A file that cannot be read is reported and does not stop the others; the exit status is\n"
-        "then 1. Colours are for terminals, and not where NO_COLOR is set.\n" +
+        "then 1. On a terminal the output is coloured, unless NO_COLOR is set.\n" +
         fieldHelp() +
         "\n\n"
         "Examples:\n"

@@ -16,8 +16,8 @@ using nlohmann::ordered_json;
 
 void addListOptions(CLI::App& command, ListOptions& options, const char* fileHelp) {
     command.add_option("FILE", options.file, fileHelp)->required()->type_name("");
-    command.add_flag("--verify", options.verify, "Read everything to its end and check it");
-    command.add_flag("--json", options.json, "One JSON object");
+    command.add_flag("--verify", options.verify, "Also read everything and check its checksums");
+    command.add_flag("--json", options.json, "Print one JSON object");
 }
 
 void addFault(ordered_json& entry, const FileName& file,
@@ -43,7 +43,7 @@ int reportFaults(const FileName& file, const ordered_json& entries) {
         if (!entry.contains("error")) continue;
         const auto name = entry["name"].get<std::string>();
         const auto error = entry["error"].get<std::string>();
-        // The library names the part, as a rule.
+        // The library's message usually begins with the name already.
         const std::string where = error.starts_with(name) ? "" : name + ": ";
         report(file.shown + ": " + where + error);
         status = kFailed;

@@ -12,7 +12,8 @@
 
 namespace qzapp {
 
-// What "parts" and "items" share. A listing is made as JSON, and tables for people from that.
+// What "parts" and "items" share. Both make their listing as JSON first; the tables for people come
+// from that.
 
 struct ListOptions {
     std::string file;
@@ -21,16 +22,18 @@ struct ListOptions {
 };
 void addListOptions(CLI::App& command, ListOptions& options, const char* fileHelp);
 
-// Reads a stream to its end, which checks size and checksum, and adds what is wrong, if anything, to
-// `entry` as "error".
+// Opens a stream and reads it to its end, which checks size and checksum. If that fails, adds the
+// message to `entry` as "error".
 void addFault(nlohmann::ordered_json& entry, const FileName& file,
               const std::function<std::unique_ptr<opc::InputStream>()>& open);
 
-// A value, and "ok" or the error of an entry, for a table.
+// A value as the cell of a table.
 std::string shownText(const nlohmann::ordered_json& value);
+// The error of an entry, or "ok", as the cell of a table.
 std::string shownCheck(const nlohmann::ordered_json& entry);
 
-// Reports the entries that have an error, each with its name. Returns the exit status.
+// Reports each entry that has an error on standard error. Returns kFailed if there is one,
+// otherwise kDone.
 int reportFaults(const FileName& file, const nlohmann::ordered_json& entries);
 
 }  // namespace qzapp

@@ -28,8 +28,7 @@ using fl::filesystem::retryInterrupted;
 using fl::filesystem::systemCalls;
 using fl::filesystem::throwSystemError;
 
-constexpr const char* kNoDirectory =
-    "is there already and is not a directory; choose another with -o";
+constexpr const char* kNoDirectory = "exists and is not a directory; choose another with -o";
 constexpr mode_t kAsTheUmaskAllows = 0777;
 constexpr mode_t kPrivate = 0700;
 
@@ -62,17 +61,18 @@ bool isUnknown(int error) {
     return error == EINVAL || error == ENOSYS;
 }
 
-// Never replaces anything; throws EEXIST instead.
+// Renames without replacing anything; throws EEXIST if the new name is taken.
 void renameToFreeName(const FileDescriptor& from, const std::string& name, const FileDescriptor& to,
                       const std::string& newName) {
     if (rename(from, name, to, newName, RENAME_NOREPLACE) == 0) return;
     if (!isUnknown(errno)) throwSystemError(errno, "cannot be put in its place");
-    // A link does not replace either, where there are such, and not to folders.
+    // A hard link does not replace anything either, but not all file systems have them, and folders
+    // cannot be linked.
     if (systemCalls().linkat(from.get(), name.c_str(), to.get(), newName.c_str(), 0) == 0) {
         systemCalls().unlinkat(from.get(), name.c_str(), 0);
         return;
     }
-    // Else there is no more than to look first.
+    // What remains is to look first and then rename.
     const bool isTaken = errno == EEXIST || find(to, newName).has_value();
     if (isTaken) throwSystemError(EEXIST, "cannot be put in its place");
     if (rename(from, name, to, newName, 0) != 0) {
@@ -81,13 +81,13 @@ void renameToFreeName(const FileDescriptor& from, const std::string& name, const
 }
 
 void sync(const FileDescriptor& file, const char* failure = "cannot be made durable") {
-    // EINVAL: this file system has no such operation on directories.
+    // EINVAL: the file system cannot sync directories.
     if (systemCalls().fsync(file.get()) < 0 && errno != EINVAL) throwSystemError(errno, failure);
 }
 
 constexpr const char* kMayBeLost =
-    "the files are in their places, but may be gone after a power failure, since the folder could "
-    "not be made durable";
+    "the files are in their places, but may be gone after a power failure, because the folder "
+    "could not be made durable";
 
 }  // namespace
 
@@ -107,7 +107,7 @@ FileName OutputFolder::nameOf(const std::string& name) const {
     return fileArgument(folder_.shown + separator + name);
 }
 
-// The longest part of the folder's name that leads somewhere.
+// Opens the longest part of the folder's path that exists as place_; the rest goes into missing_.
 void OutputFolder::openPlace(Links links) {
     std::string name = withoutTrailingSlashes(folder_.bytes());
     const int flags = links == Links::Follow ? 0 : O_NOFOLLOW;
@@ -142,14 +142,14 @@ void OutputFolder::settle(File& file, bool force) const {
     const FileName shown = nameOf(file.name);
     const auto found = about(shown, [&] { return find(place_, file.name); });
     if (!found) return;
-    if (!force) throw Error(shown.shown, "exists already; give --force to replace it");
+    if (!force) throw Error(shown.shown, "already exists; give --force to replace it");
     if (S_ISLNK(found->st_mode)) {
         throw Error(shown.shown, "is a symbolic link, which leads elsewhere; remove it");
     }
     if (!S_ISREG(found->st_mode)) {
         throw Error(shown.shown, "is not a regular file; remove it, or choose another with -o");
     }
-    // A rename would replace a read-only file without asking.
+    // A rename would replace even a read-only file.
     if (retryInterrupted([&] {
             return systemCalls().faccessat(place_.get(), file.name.c_str(), W_OK, AT_EACCESS);
         }) < 0) {
@@ -195,7 +195,7 @@ void OutputFolder::commit() {
     about(folder_, [&] { renameFolder(); });
 }
 
-// Gives a file what it needs besides its content.
+// Gives a file the attributes of the file that it replaces and makes it durable.
 void OutputFolder::finish(File& file) const {
     if (file.old) {
         const FileDescriptor old(retryInterrupted([&] {
@@ -244,8 +244,8 @@ void OutputFolder::takeBack(std::size_t count, const std::exception& reason) {
     if (isAllBack) return;
     private_->release();  // the old files are in it
     throw Error(folder_.shown,
-                fmt::format("holds only some of the new files, because of this: {}; what they "
-                            "replaced is in the folder {} in it",
+                fmt::format("holds only some of the new files, because of this: {}; the files that "
+                            "they replaced are in its folder {}",
                             reason.what(), private_->name()));
 }
 
@@ -259,7 +259,8 @@ void OutputFolder::moveIn(File& file) const {
     }
 }
 
-// The old file stays in the private folder until all files are in their places.
+// Puts the new file in place and the old one in the private folder, where it stays until all files
+// are in place.
 void OutputFolder::exchange(File& file) const {
     const FileDescriptor& from = private_->descriptor();
     file.keptName = file.name;
@@ -273,7 +274,8 @@ void OutputFolder::exchange(File& file) const {
     if (!isThere(from, file.keptName, *file.old)) throwChanged(file.name);
 }
 
-// False when the file could not be taken back. What others have put in its place since is left there.
+// Undoes moveIn(), even if that failed halfway. Returns false if that was not possible. A file that
+// another program has put in the place meanwhile stays there.
 bool OutputFolder::takeBack(const File& file) const noexcept {
     const FileDescriptor& folder = private_->descriptor();
     try {

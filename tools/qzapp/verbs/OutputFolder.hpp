@@ -13,36 +13,39 @@
 
 namespace qzapp {
 
-// Files that come into a folder together or not at all. The folder is opened once, and no link in it is
-// followed. Until commit() the files are in a private folder: one that becomes the new folder, with
-// those above it that are missing too, or one in the folder that is there. Whatever fails, and whatever
-// signal comes, leaves everything as it was; all failures are Errors.
+// Writes several files into a folder, all or none. Construct it, create() and fill each file, then
+// commit(). The folder is opened once, and no link in it is followed. Until commit() the files are
+// in a private folder. If the output folder does not exist, the private folder becomes it (or the
+// outermost of several missing folders); otherwise it is inside the output folder, and commit()
+// renames file by file. After a failure or a signal before commit() returns, everything is as it
+// was; docs/reliability.md has the exceptions. All failures are Errors.
 class OutputFolder {
 public:
     enum class Links { Follow, Refuse };
 
-    // Settles whether each of the files may be written: one that is there only by `force`, and then it
-    // must be a regular file. `links` says what becomes of a folder whose own name is a link.
+    // Opens or prepares the folder and checks that each of the files in `names` may be written: if
+    // it exists, only with `force`, and only if it is a regular file that may be written to.
+    // `links` says whether `folder` itself may be a symbolic link.
     OutputFolder(const FileName& folder, Links links, const std::vector<std::string>& names,
                  bool force);
     OutputFolder(const OutputFolder&) = delete;
     OutputFolder& operator=(const OutputFolder&) = delete;
 
-    // What messages call a file of this folder.
+    // The name of a file of this folder, for messages.
     FileName nameOf(const std::string& name) const;
-    // Makes one of the files, to be filled.
+    // Creates one of the files in `names`, empty. This object keeps it open.
     fl::filesystem::FileDescriptor& create(const std::string& name);
 
-    // Puts all files, which are filled, in their places. A file that replaces one gets its owner, mode
-    // and attributes. Signals wait meanwhile.
+    // Makes all files durable and puts them in place. Each must have been created. A file that
+    // replaces another one gets its owner, mode and attributes. Signals are blocked meanwhile.
     void commit();
 
 private:
     struct File {
         std::string name;
-        std::optional<fl::filesystem::FileStamp> old;  // what it replaces
+        std::optional<fl::filesystem::FileStamp> old;  // of the file that it replaces
         fl::filesystem::FileDescriptor content = {};
-        std::string keptName = {};  // of what it has replaced, in the private folder
+        std::string keptName = {};  // name of the replaced file in the private folder
     };
 
     void openPlace(Links links);
@@ -59,12 +62,12 @@ private:
     [[noreturn]] void throwChanged(const std::string& name) const;
 
     FileName folder_;
-    fl::filesystem::FileDescriptor
-        place_;                         // the folder, or the one that its missing ones come into
-    std::vector<std::string> missing_;  // outermost first
+    // The output folder or, if that is missing, the innermost folder of its path that exists.
+    fl::filesystem::FileDescriptor place_;
+    std::vector<std::string> missing_;  // the missing folders, outermost first
     std::vector<File> files_;
     std::optional<PrivateFolder> private_;
-    std::vector<fl::filesystem::FileDescriptor> inner_;  // the missing ones but the first
+    std::vector<fl::filesystem::FileDescriptor> inner_;  // the missing folders except the first
 };
 
 }  // namespace qzapp

@@ -84,7 +84,6 @@ ordered_json corePropertiesJson(const FileName& file, Package& package) {
     }
 }
 
-// The listing is made as JSON, and people get tables of that.
 ordered_json readPackage(const FileName& file, bool verify) {
     const ProgressBar progress(verify ? sizeOf(file) : 0);
     return withPackage(file, [&](Package& package) {

@@ -27,7 +27,7 @@ struct ShowOptions {
     bool json = false;
 };
 
-// A text of several lines goes on behind bars, so that each line is one of the output.
+// Each further line of a text gets a line of its own, which begins with a bar.
 std::string shownText(const ustring& value) {
     std::string text;
     for (const std::string& line : visibleLines(value, ustring::npos))
@@ -68,7 +68,7 @@ std::string faultText(const Snapshot& app, std::string_view what) {
     return "";
 }
 
-// No name of the file, which is another each time that git compares two versions.
+// Does not contain the file's name: git passes a different temporary file each time.
 std::string textOf(const Snapshot& app) {
     std::string text =
         fmt::format("form: {}\n\n[metadata]\n{}", nameOf(app.form), faultText(app, "metadata"));
@@ -122,15 +122,15 @@ ordered_json jsonOf(const FileName& file, const Snapshot& app) {
 
 int reportFaults(const FileName& file, const Snapshot& app) {
     int status = kDone;
-    const auto tell = [&](const std::string& what, const std::string& text) {
+    const auto fail = [&](const std::string& what, const std::string& text) {
         report(fmt::format("{}: {}: {}", file.shown, what, text));
         status = kFailed;
     };
     for (const Fault& fault : app.faults)
-        tell(fault.what, fault.text);
+        fail(fault.what, fault.text);
     if (!app.parts) return status;
     for (const PartFacts& part : *app.parts) {
-        if (!part.error.empty()) tell(part.name, part.error);
+        if (!part.error.empty()) fail(part.name, part.error);
     }
     return status;
 }
@@ -152,13 +152,12 @@ Action declareShow(CLI::App& command) {
         ->required()
         ->type_name("");
     command.add_flag("--text", options->text,
-                     "For git: what cannot be read shows in the text and is no failure");
-    command.add_flag("--json", options->json, "One JSON object");
+                     "For git: do not fail; the text says what cannot be read");
+    command.add_flag("--json", options->json, "Print one JSON object");
     command.footer(
-        "Shows the metadata, the screenshot's and each part's size and SHA-256, and the code, line "
-        "by\n"
-        "line and always in the same order. To see apps as text in \"git diff\" and \"git log "
-        "-p\":\n"
+        "Shows the metadata, size and SHA-256 of the screenshot and of each part, and the code, "
+        "in\n"
+        "an order that never changes. To see apps as text in \"git diff\" and \"git log -p\":\n"
         "  echo '*.kvpkg diff=qzapp' >> .gitattributes\n"
         "  git config diff.qzapp.textconv 'qzapp show --text'\n\n"
         "Example:\n"

@@ -35,7 +35,7 @@ std::string_view textOf(const std::vector<std::uint8_t>& bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-// Without the text of the element, whatever its prefix.
+// Drops the text of the "modified" element, whatever its prefix.
 std::string withoutModifiedTime(std::string xml) {
     const std::size_t name = xml.find(":modified");
     const std::size_t start = xml.find('>', name);
@@ -56,7 +56,7 @@ std::string relationshipsHash(const Package& package) {
 
 using Names = std::set<opc::model::PartName>;
 
-// Found once, since a package may have as many relationships as parts.
+// Called once and not for each part, because a package may have as many relationships as parts.
 Names corePropertiesOf(const Package& package) {
     Names names;
     for (const auto& link :
@@ -115,8 +115,9 @@ PartFacts factsOf(const FileName& file, const opc::zip::ZipArchive& archive,
     return facts;
 }
 
-// What is no part, for want of a content type or by its name. Folders hold nothing, and the content types
-// are compared part by part.
+// Adds the items that are not parts, because they have no content type or not the name of a part.
+// Not folders, which hold nothing, nor [Content_Types].xml, because the parts' types are compared
+// one by one.
 void addOtherItems(const FileName& file, const Package& package, std::vector<PartFacts>& parts) {
     const auto archive = opc::zip::ZipArchive::open(file.path);
     for (const opc::zip::ZipItem& item : archive->items()) {
@@ -156,7 +157,7 @@ std::optional<ScreenshotFacts> readScreenshotFacts(const FileName& file) {
     return ScreenshotFacts{fl::i18n::to_display(format), bytes.size(), sha256Hex(textOf(bytes))};
 }
 
-// Reads one thing; what is wrong with it does not keep anybody from the others.
+// Reads one thing into `value`; a failure becomes a fault, so that the others are still read.
 template <class Value>
 void take(Snapshot& snapshot, const FileName& file, const char* what, std::optional<Value>& value,
           const std::function<std::optional<Value>()>& read) {

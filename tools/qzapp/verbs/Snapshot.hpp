@@ -11,13 +11,14 @@
 
 namespace qzapp {
 
+// A part, or an item that is not a part.
 struct PartFacts {
     std::string name;
-    std::string contentType;
+    std::string contentType;  // empty if it is not a part
     std::uint64_t size = 0;
     std::string sha256;  // of the bytes
-    // Of what they mean where that is less: core properties without the time of the last save,
-    // relationships without their order and identifiers. Else the same.
+    // The hash that two parts are compared by. Equal to sha256, except that it leaves out the time
+    // of the last save (core properties) and order and identifiers (relationships).
     std::string sha256OfMeaning;
     std::string error;  // why the bytes cannot be read, or empty
 };
@@ -34,24 +35,26 @@ struct Fault {
     std::string text;
 };
 
-// All of an app, with hashes for what is no text. What cannot be read is missing and among the faults.
+// All of an app, with hashes in place of what is not text. What could not be read is missing, and
+// `faults` says why.
 struct Snapshot {
     Form form = Form::Packaged;
     std::optional<FieldValues> metadata;
     std::optional<ScreenshotFacts> screenshot;
-    std::optional<std::vector<PartFacts>> parts;  // by name; none of a text app
-    std::optional<std::string> code;              // UTF-8, but for a text app any bytes
+    std::optional<std::vector<PartFacts>> parts;  // sorted by name; nothing for a text app
+    std::optional<std::string> code;              // UTF-8; for a text app any bytes
     std::vector<Fault> faults;
 };
 
-// Throws Error when the file cannot be opened at all, has a name of neither form or was written to
-// meanwhile.
+// Throws Error if the file cannot be opened at all, its name is of neither form, or it was written
+// to meanwhile.
 Snapshot takeSnapshot(const FileName& file);
 
-// The code as lines for people, each ended: without control characters, CR before LF left out when all
-// lines have it, very long lines cut with their size and hash. A last line tells that no line end
-// stands there.
+// The code as lines for people. Control characters are escaped, a line of more than 2,000 bytes is
+// cut and ends with its size and hash, and CR LF becomes LF if endsLinesInCrLf(). If the last line
+// has no line end, another line says so.
 std::string codeLines(const std::string& code);
+// Whether there is a line end, and all of them are CR LF.
 bool endsLinesInCrLf(const std::string& code);
 
 }  // namespace qzapp

@@ -6,14 +6,14 @@ namespace qzapp {
 
 std::span<const Verb> verbs() {
     static constexpr std::array kVerbs = {
-        Verb{"create", "Make a packaged app of code, model, metadata and screenshot",
+        Verb{"create", "Make a packaged app from code, model, metadata and screenshot",
              declareCreate},
-        Verb{"edit", "Change what is named in a packaged app and keep the rest", declareEdit},
-        Verb{"convert", "Make a packaged app of a text app", declareConvert},
-        Verb{"info", "Show an app's metadata and screenshot facts", declareInfo},
+        Verb{"edit", "Change some of a packaged app and keep the rest", declareEdit},
+        Verb{"convert", "Make a packaged app from a text app", declareConvert},
+        Verb{"info", "Show an app's metadata, and its screenshot's format and size", declareInfo},
         Verb{"show", "Show a whole app as text, for people and for git", declareShow},
         Verb{"diff", "Compare two apps: metadata, code and parts", declareDiff},
-        Verb{"gallery", "Make one page, to look through, of all apps in a folder", declareGallery},
+        Verb{"gallery", "Make a web page of all apps in a folder", declareGallery},
         Verb{"extract", "Write an app's content to files", declareExtract},
         Verb{"parts", "List and check the parts of any package", declareParts},
         Verb{"items", "List and check the items of any zip file", declareItems},

@@ -10,14 +10,15 @@ namespace qzapp {
 // Runs a verb once its command line has been parsed. Returns the exit status, or throws Error.
 using Action = std::function<int()>;
 
-// A verb of the tool. `declare` adds its options to `command`; the action that it returns owns them.
+// A verb of the tool. `declare` adds its options to `command`; the action that it returns owns
+// them.
 struct Verb {
     const char* name;
     const char* summary;
     Action (*declare)(CLI::App& command);
 };
 
-// In the order of the help.
+// All verbs, in the order of the help.
 std::span<const Verb> verbs();
 
 Action declareCreate(CLI::App& command);

@@ -1,4 +1,4 @@
-# bash completion for qzapp: verbs and options as its own help names them, otherwise files.
+# bash completion for qzapp: verbs and options from its own help, otherwise files.
 
 _qzapp_verbs() {
     qzapp --help 2>/dev/null | sed -n '/^Verbs:/,/^$/s/^  \([a-z]*\) .*/\1/p'

@@ -1,4 +1,4 @@
-# fish completion for qzapp: verbs and options as its own help names them, otherwise files.
+# fish completion for qzapp: verbs and options from its own help, otherwise files.
 
 function __qzapp_described
     qzapp $argv --help 2>/dev/null |

@@ -1,7 +1,7 @@
 #compdef qzapp
-# zsh completion for qzapp: verbs and options as its own help names them, otherwise files.
+# zsh completion for qzapp: verbs and options from its own help, otherwise files.
 
-_qzapp_described() {  # of a section of the help, "name:what it does" line by line
+_qzapp_described() {  # prints "name:what it does" for each line of a section of the help
     qzapp "${@:2}" --help 2>/dev/null |
         sed -nE "/^$1:/,/^\$/s/^  (-h,)?([a-z-]+)( [A-Z][^ ]*)?( \.\.\.)?( \(required\))? +(.*)/\2:\6/p"
 }
