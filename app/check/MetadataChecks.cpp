@@ -89,7 +89,7 @@ private:
     const FoundItem* only(const AppPart& part) {
         const auto links = package_.byType(part.relationshipType);
         if (links.empty()) missing(part);
-        if (links.size() > 1) ambiguous(shown(part.name), links.size());
+        if (links.size() > 1) ambiguous(shown(part.name), links);
         if (links.size() != 1) return nullptr;
         const FoundItem* found = follow(*links[0], shown(part.name), part.whenDangling);
         if (found == nullptr) return nullptr;
@@ -119,11 +119,15 @@ private:
         return found;
     }
 
-    void ambiguous(const std::string& name, std::size_t count) {
+    void ambiguous(const std::string& name, const std::vector<const Relationship*>& links) {
+        for (const Relationship* link : links) {
+            const FoundItem* target = package_.target(*link);
+            if (target != nullptr) used_.insert(target->name->key());
+        }
         findings_.add("part-ambiguous", name,
                       fmt::format("{} relationships lead to such a part, and readers cannot tell "
                                   "which one is right",
-                                  count),
+                                  links.size()),
                       repairFix(package_));
     }
 
@@ -242,7 +246,7 @@ private:
             findings_.add(
                 "metadata-twice", part,
                 fmt::format("has several elements \"{}\"; readers take the first", element.name),
-                repairFix(package_));
+                "set any field with \"qzapp edit --set\", which keeps only the first");
         }
         return &*known;
     }
@@ -307,7 +311,7 @@ private:
     void checkScreenshot() {
         const auto links = package_.byType(layout::app::kScreenshotRelationship);
         checkMode(!links.empty());
-        if (links.size() > 1) ambiguous("screenshot", links.size());
+        if (links.size() > 1) ambiguous("screenshot", links);
         if (links.size() != 1) return;
         const FoundItem* part = follow(*links[0], "screenshot", "part-dangling");
         if (part == nullptr) return;

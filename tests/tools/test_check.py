@@ -68,6 +68,20 @@ class Check(CheckTest):
         for expected, change in rows:
             self.assertIn(expected, self.rules(self.rewrite("app.kvpkg", "bad.kvpkg", change)))
 
+    def test_each_of_several_parts_of_a_kind_is_of_the_app(self):
+        code = add_relationship(f"{SCHEMA}/korval/2026/relationships/code", "korval/code.k")
+        self.assertEqual(self.rules(self.rewrite(self.create(), "bad.kvpkg", code)), {"part-ambiguous"})
+        self.assertIn("part-unknown", self.rules(self.rewrite("app.kvpkg", "bad.kvpkg", replacing(
+            RELS, f"{SCHEMA}/korval/2026/relationships/code", "urn:x"))))
+
+    def test_an_edit_mends_a_metadata_element_that_occurs_twice(self):
+        twice = replacing(METADATA_PART, "<uuid>", "<uuid>first</uuid><uuid>")
+        (found,) = self.report(self.rewrite(self.create(), "bad.kvpkg", twice))["findings"]
+        self.assertEqual(found["rule"], "metadata-twice")
+        self.assertEqual(found["fix"], 'set any field with "qzapp edit --set", which keeps only the first')
+        self.ok("edit", "bad.kvpkg", "--set", "Version=9")
+        self.assertEqual((self.rules("bad.kvpkg"), self.metadata("bad.kvpkg")["Uuid"]), (set(), "first"))
+
     def test_signatures_are_found_and_not_verified(self):
         self.assertEqual(self.report(self.signed(self.create(), "signed.kvpkg"))["findings"], [{
             "rule": "package-signed", "severity": "note", "part": "", "fix": "",
