@@ -9,7 +9,8 @@
 
 namespace test_support {
 
-// The relationship types of an app, spelled out.
+// The relationship types of an app, spelled out so that a wrong constant in the library fails a
+// test.
 inline constexpr const char16_t* kModelType =
     u"http://schemas.quorvane.com/lumenForge/app/2014/relationships/appModel";
 inline constexpr const char16_t* kMetadataType =
@@ -21,14 +22,15 @@ inline constexpr const char16_t* kCodeType =
 inline constexpr const char16_t* kThumbnailType =
     u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/thumbnail";
 
-// A packaged app file made of bytes, so that a test can break exactly one thing. Names are ASCII,
-// contents any bytes.
+// Builds a packaged app without the library under test, so that a test can break exactly one thing.
+// Names must be ASCII, contents may be any bytes.
 class AppPackage {
 public:
-    // Leaves the part out; relationships to it stay.
+    // Removes the part; relationships to it stay.
     AppPackage& without(std::u16string_view part);
     // Adds the part, or replaces its content.
     AppPackage& with(std::u16string_view part, std::string_view bytes);
+    // Adds or replaces the metadata part; `children` is the XML in its root element.
     AppPackage& withMetadata(std::string_view children);
     AppPackage& withRelationship(std::u16string_view type, std::u16string_view target);
     AppPackage& withoutRelationships(std::u16string_view type);

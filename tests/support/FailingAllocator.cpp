@@ -18,7 +18,7 @@ thread_local std::size_t countdown = 0;
 thread_local Memory afterwards = Memory::IsThereAgain;
 thread_local bool failed = false;
 
-// Whether the allocation that is asked for now is the one that fails.
+// Whether the allocation that is requested now must fail.
 bool fails() noexcept {
     if (countdown == 0 || --countdown != 0) return false;
     if (afterwards == Memory::StaysExhausted) countdown = 1;
@@ -32,7 +32,7 @@ void* counted(void* memory) noexcept {
     outstanding.fetch_add(1, std::memory_order_relaxed);
     const std::size_t size = malloc_usable_size(memory);
     const std::size_t now = bytes.fetch_add(size, std::memory_order_relaxed) + size;
-    // Exact for one thread at a time, which is how it is used.
+    // Exact only if one thread allocates at a time, as in the tests that use it.
     if (now > peak.load(std::memory_order_relaxed)) peak.store(now, std::memory_order_relaxed);
     return memory;
 }
@@ -76,7 +76,8 @@ using test_support::uncount;
 
 #if defined(QZ_SANITIZED)
 
-// Those of arrays are left to the sanitizers: each counts in its own kind only.
+// operator new[] is not replaced, so arrays are neither counted nor made to fail under the
+// sanitizers.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return fails() ? nullptr : counted(std::malloc(size));
 }

@@ -9,7 +9,8 @@
 
 namespace test_support {
 
-// The stack that everything must fit. The sanitizers' frames are several times larger.
+// The stack that is enough for everything in the library. Under the sanitizers stack frames are
+// several times larger.
 #if defined(QZ_SANITIZED)
 inline constexpr std::size_t kSmallStack = 512 * 1024;
 #else

@@ -9,7 +9,7 @@
 
 namespace test_support {
 
-// A directory of its own for a test's files, removed with everything in it.
+// A new directory for the files of a test. The destructor removes it with everything in it.
 class TemporaryDirectory {
 public:
     TemporaryDirectory() {
@@ -25,11 +25,11 @@ public:
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
     const std::filesystem::path& path() const { return path_; }
-    // A name in it, as the library takes names.
+    // The absolute name of a file in the directory, in UTF-16, as the library takes names.
     std::u16string name(const std::filesystem::path& file) const {
         return (path_ / file).u16string();
     }
-    // A file in it, with its name.
+    // Writes a file in the directory and returns its name().
     std::u16string write(const std::filesystem::path& file, const std::string& bytes) const {
         std::ofstream stream(path_ / file, std::ios::binary);
         stream << bytes;
@@ -41,7 +41,7 @@ private:
     std::filesystem::path path_;
 };
 
-// One that is the working directory as long as it lives.
+// A temporary directory that is also the working directory of the process until it is destroyed.
 class WorkingDirectory : public TemporaryDirectory {
 public:
     WorkingDirectory() { std::filesystem::current_path(path()); }

@@ -26,13 +26,14 @@ int refuse(int error) {
 }
 
 std::string contentOf(int file) {
-    WatchedSystem* const watching = std::exchange(current, nullptr);  // for it is read by a stream
+    // Not watched, because a file stream does the reading.
+    WatchedSystem* const watching = std::exchange(current, nullptr);
     std::string content = readFile("/proc/self/fd/" + std::to_string(file));
     current = watching;
     return content;
 }
 
-// The arguments of a call that say what it is done to, each kind in their order.
+// The arguments of a call that say which files it is about.
 struct Arguments {
     std::vector<int> numbers;  // descriptors, then flags
     std::vector<const char*> names;
@@ -74,7 +75,7 @@ void halve(std::size_t& size) {
 template <class Other>
 void halve(Other&) {}
 
-// Makes a call as it is to be made now. `really` makes it with `arguments` as they are then.
+// Makes a call with the fault that is due, if any, and logs it. `really` makes the real call.
 template <class Really, class... Each>
 ssize_t watched(std::string_view name, Really really, Each&... arguments) {
     const Fault* const fault = current->begin(name);
@@ -82,7 +83,7 @@ ssize_t watched(std::string_view name, Really really, Each&... arguments) {
     Arguments described;
     (described.add(arguments), ...);
     if (is(Fault::Kind::IsShort)) (halve(arguments), ...);
-    // The system gives a descriptor up even if it cannot be closed.
+    // Linux releases the descriptor even if close() fails.
     const bool isMade =
         name == "close" || !(is(Fault::Kind::Fails) || is(Fault::Kind::MovesNothing));
     ssize_t result = isMade ? really() : 0;
@@ -137,10 +138,10 @@ void watchAll() {
     watch<&SystemCalls::close>("close");
 }
 
-// To the caller it makes no difference that the blocks are copied.
+// Copies the blocks instead of sharing them, which the caller cannot see.
 int cloneByCopying(int target, const file_clone_range* range) {
     if ((range->src_offset | range->src_length | range->dest_offset) % (64 << 10) != 0)
-        return refuse(EINVAL);  // as where blocks are large
+        return refuse(EINVAL);  // as a file system with larger blocks does
     std::string bytes(range->src_length, '\0');
     const auto source = static_cast<int>(range->src_fd);
     const auto size = static_cast<ssize_t>(bytes.size());
@@ -164,7 +165,7 @@ void makeOlder(SystemCalls& calls) {
     calls.cloneRange = [](int, const file_clone_range*) { return refuse(EOPNOTSUPP); };
 }
 
-// A clock that goes on by what is slept, which takes no time.
+// A clock that sleeping advances at once.
 std::chrono::nanoseconds slept{};
 
 void passTimeAtOnce(SystemCalls& calls) {
@@ -219,7 +220,7 @@ const Fault* WatchedSystem::begin(std::string_view call) {
     if (calls_.size() + 1 != number_ || !fault_.canStrike(call)) return nullptr;
     if (fault_.kind == Fault::Kind::Kills) ::kill(::getpid(), fault_.error);
     if (fault_.kind == Fault::Kind::Interferes) {
-        // What others do is not watched.
+        // The calls that `interfere` makes are not watched.
         const auto watching = std::exchange(fl::filesystem::systemCalls(), real_);
         current = nullptr;
         interfere_();
@@ -238,13 +239,13 @@ void Disk::apply(const Call& call) {
     if (!call.succeeded) return;
     if (call.name == "fchown" || call.name == "fchmod" || call.name == "fsetxattr" ||
         call.name == "fremovexattr") {
-        durableContents_.erase(call.inode);  // a whole file is one with its attributes, too
+        durableContents_.erase(call.inode);  // without its attributes a file is not whole
     } else if (call.writes()) {
         contents_[call.inode] = call.content;
     } else if (call.isCreation) {
         contents_[call.inode] = "";
-        durableContents_.erase(call.inode);  // of a file that is gone
-        // A file without a name is opened as ".".
+        durableContents_.erase(call.inode);  // the inode number may be that of a removed file
+        // An unnamed file is opened by the name ".".
         if (call.names.front() != ".") names_[call.names.front()] = call.inode;
     } else if (call.name == "linkat" || call.name == "renameat2") {
         if (call.name == "renameat2") names_.erase(call.names.front());
@@ -278,7 +279,7 @@ std::set<std::string> Disk::contentsAfterPowerLoss(const std::string& name) cons
     return found;
 }
 
-// What a file stream asks for. The standard streams of the process are not files.
+// Handles a read or write of a file stream. Standard input and output are left alone.
 template <class... Each>
 ssize_t streamed(std::string_view name, long number, int file, Each... arguments) {
     const auto really = [&] { return ::syscall(number, file, arguments...); };
@@ -290,7 +291,8 @@ ssize_t streamed(std::string_view name, long number, int file, Each... arguments
 
 using test_support::streamed;
 
-// The standard library's file streams call these of the program before those of the system.
+// The file streams of the C++ library call these functions, because the program's definitions
+// precede those of the C library.
 #define EXPORTED __attribute__((visibility("default")))
 extern "C" EXPORTED ssize_t read(int file, void* buffer, std::size_t size) {
     return streamed("read", SYS_read, file, buffer, size);

@@ -14,15 +14,15 @@
 
 namespace test_support {
 
-// One call of the system as it was made, and what it left behind.
+// A system call that was made, with what Disk needs to know about its effect.
 struct Call {
     std::string_view name;
     bool succeeded = false;
     bool isOnDirectory = false;
     bool isCreation = false;
-    ino_t inode = 0;  // of what was opened, named, read, written or made durable
-    std::vector<std::string> names = {};  // without their directories
-    std::string content = {};             // of a file that the call has written to
+    ino_t inode = 0;  // of the file that was opened, named, read, written or synced
+    std::vector<std::string> names = {};  // the names that the call was given, without directories
+    std::string content = {};             // of the whole file, if the call has written to it
 
     bool writes() const {
         return name == "pwrite" || name == "copy_file_range" || name == "cloneRange" ||
@@ -30,13 +30,14 @@ struct Call {
     }
 };
 
-// What happens at the call that is struck. Transfers alone can be short or move nothing.
+// What goes wrong at one call. IsShort and MovesNothing are for calls that transfer bytes.
 struct Fault {
     enum class Kind { Fails, IsShort, MovesNothing, Kills, Interferes };
     const char* name;
     Kind kind;
-    int error = 0;                // of Kind::Kills the signal
-    std::string_view calls = {};  // that it can happen to, with blanks between; all when empty
+    int error = 0;  // the errno value; for Kind::Kills the signal
+    // The calls that it can happen to, separated by blanks; empty for all.
+    std::string_view calls = {};
 
     bool canStrike(std::string_view call) const {
         const auto inBlanks = [](std::string_view text) { return " " + std::string(text) + " "; };
@@ -44,17 +45,18 @@ struct Fault {
     }
 };
 
-// While it lives, sleeps by putting a clock of its own on, counts and logs the calls through
-// fl::filesystem::systemCalls(), and what the standard file streams read and write, and strikes one of
-// them. fsync is logged and not carried out: what it is good for is seen in a Disk. One at a time, and
-// one thread.
+// As long as it exists, logs all calls through fl::filesystem::systemCalls() and all reads and
+// writes of the standard file streams, and lets a Fault happen at one of them. Does not really
+// sleep, but advances a clock of its own. fsync is logged and not carried out; Disk shows its
+// effect. Only one may exist at a time, used by one thread.
 class WatchedSystem {
 public:
+    // The abilities of the file system that it simulates.
     enum class FileSystem {
-        Current,
-        Sharing,  // shares blocks
-        Older,    // has no unnamed files, does not copy inside the kernel, cannot refuse to replace
-        Linkless,  // an older one that has no hard links and no locks either
+        Current,   // as it is
+        Sharing,   // can share blocks between files
+        Older,     // no unnamed files, no copying in the kernel, no rename that refuses to replace
+        Linkless,  // like Older, and no hard links and no locks either
     };
 
     explicit WatchedSystem(FileSystem fileSystem = FileSystem::Current);
@@ -62,13 +64,14 @@ public:
     WatchedSystem(const WatchedSystem&) = delete;
     WatchedSystem& operator=(const WatchedSystem&) = delete;
 
-    // Call `number` (from 1) will be struck. `interfere` is run just before it for Kind::Interferes.
+    // Lets `fault` happen at call `number` (from 1). For Kind::Interferes, `interfere` is called
+    // just before it.
     void strike(std::size_t number, const Fault& fault, std::function<void()> interfere = {});
-    // Null while it has not been made.
+    // The call at which the fault happened; null if it has not been made yet.
     const Call* struck() const noexcept;
     const std::vector<Call>& calls() const noexcept { return calls_; }
 
-    // What happens to the call that is made now: its fault, or null. For the replaced calls.
+    // For the replaced calls: counts a call and returns the fault that must happen to it, or null.
     const Fault* begin(std::string_view call);
     void log(Call call) { calls_.push_back(std::move(call)); }
     const fl::filesystem::SystemCalls& real() const noexcept { return real_; }
@@ -82,8 +85,8 @@ private:
     std::vector<Call> calls_;
 };
 
-// A directory on a disk, to which the calls of a save are applied one by one: as the running system
-// sees it, and what of that is sure to be found after a power failure.
+// A model of a directory on a disk. Apply the calls of a save one by one; it knows what the running
+// system sees after each, and what is left of that if the power fails then.
 class Disk {
 public:
     void add(const std::string& name, ino_t inode, const std::string& content);
@@ -91,8 +94,8 @@ public:
 
     static constexpr const char* kNothing = "(no such file)";
     std::string content(const std::string& name) const;
-    // All that may be found under `name` after a power failure now: what has not been made durable,
-    // contents and names, is lost or not.
+    // Every content that `name` may have if the power fails now: contents and names that have not
+    // been synced may be lost or not.
     std::set<std::string> contentsAfterPowerLoss(const std::string& name) const;
 
 private:

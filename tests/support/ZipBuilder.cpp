@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::uint32_t kWide = 0xFFFFFFFF;
 
-// What an item's records say, after all that was given.
+// The numbers that the records of an item contain, given or computed.
 struct Facts {
     explicit Facts(const BuiltItem& item)
         : data(item.data.value_or(item.method == 8 ? deflated(item.content) : item.content)),
