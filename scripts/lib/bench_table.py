@@ -1,5 +1,5 @@
-"""Runs qz_bench, one process a case, and prints a row for each of its baselines: our median, the
-baseline's, their ratio, the goal, our processor time and peak memory."""
+"""Runs qz_bench, one process for each case, and prints a row for each baseline: our median, the baseline's, their
+ratio, the goal, the ratio of processor time, and our peak memory."""
 
 import argparse
 import collections
@@ -20,7 +20,7 @@ SECONDS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 
 @contextlib.contextmanager
 def reflink_folder(folder):
-    """An XFS in a file, where whoever runs this may mount one; else its cases are left out."""
+    """Mounts an XFS in a file, if the user may do that; otherwise the cases that need one are left out."""
     image, mounted = os.path.join(folder, "xfs.img"), os.path.join(folder, "xfs")
     os.mkdir(mounted)
     with open(image, "wb") as file:
@@ -32,7 +32,7 @@ def reflink_folder(folder):
     if made:
         os.environ["QZ_BENCH_REFLINK_DIR"] = mounted
     else:
-        print("no XFS can be mounted here; its cases are left out", file=sys.stderr)
+        print("cannot mount an XFS here; the cases that need one are left out", file=sys.stderr)
     try:
         yield
     finally:
@@ -41,7 +41,7 @@ def reflink_folder(folder):
 
 
 def cases(program, pattern):
-    """The names of the cases, as they are registered."""
+    """The names of the cases, in the order in which they are registered."""
     names = subprocess.run([program, "--benchmark_list_tests"], check=True,
                            stdout=subprocess.PIPE, text=True).stdout.splitlines()
     found = dict.fromkeys(name.split("/", 1)[0] for name in names)
@@ -50,7 +50,7 @@ def cases(program, pattern):
 
 def measure(program, case, repetitions):
     """The runs of every variant of a case, which the program interleaves at random."""
-    # Escapes no blanks, as re.escape() would: the program's regular expressions are the C library's.
+    # Not re.escape(), which escapes blanks too: the program uses the C library's regular expressions.
     name = re.sub(r"([.*+?()\[\]{}|^$])", r"\\\1", case)
     command = [program, "--benchmark_format=json", f"--benchmark_filter=^{name}/",
                f"--benchmark_repetitions={repetitions}",
@@ -70,7 +70,7 @@ def result_of(rows):
     """The median of the time in seconds, or of the amount in bytes where one is reported."""
     if "amount" in rows[0]:
         return statistics.median(row["amount"] for row in rows)
-    if "seconds" in rows[0]:  # a part of the time, or the time that a process gave for itself
+    if "seconds" in rows[0]:  # only a part of the run counts, or a child process measured itself
         return statistics.median(row["seconds"] for row in rows)
     return statistics.median(row["real_time"] * SECONDS[row["time_unit"]] for row in rows)
 
@@ -121,7 +121,7 @@ def main():
     parser.add_argument("--repetitions", type=int, default=5)
     parser.add_argument("--json", action="store_true")
     options = parser.parse_args()
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # unmounts and removes what was made
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # so that the XFS is unmounted and the files removed
     if not options.json:
         print(f"| {'case':38} | {'ours':>9} | {'baseline':>9} | {'of':24} | {'ratio':8} |   goal "
               f"|    CPU | peak MiB |\n|{'-' * 40}|{'-' * 10}:|{'-' * 10}:|{'-' * 26}"

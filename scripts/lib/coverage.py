@@ -1,11 +1,12 @@
-"""Prints what `llvm-cov export` found: coverage.py DATA [FILE...]."""
+"""coverage.py DATA [FILE...]: prints what `llvm-cov export` found, as a table by folder or, for these files, the
+lines that are not covered."""
 import collections
 import json
 import os
 import sys
 
 FOLDERS = ("metadata", "package", "textapp", "host", "platform", "app", "tools")
-GOALS = {"lines": 95, "branches": 85}  # per cent, of all but the tools
+GOALS = {"lines": 95, "branches": 85}  # per cent of all except the tools
 
 
 def covered_lines(file):
@@ -27,7 +28,7 @@ def covered_lines(file):
 
 
 def branches(file):
-    """Whether each of the two ways of each condition was gone, by line and column."""
+    """How often each of the two ways of each condition was taken, by line and column."""
     ways = collections.defaultdict(lambda: [0, 0])
     for branch in file["branches"]:
         for way in (0, 1):
@@ -77,7 +78,7 @@ def print_table(data, root):
     row("the tools", sums[1])
     missed = [k for k, goal in GOALS.items() if per_cent(*sums[0][k]) < goal]
     for k in missed:
-        print("below the goal of %d %% of %s" % (GOALS[k], k), file=sys.stderr)
+        print("the goal of %d %% of %s is not met" % (GOALS[k], k), file=sys.stderr)
     return 1 if missed else 0
 
 
@@ -105,7 +106,7 @@ def main():
     known = dict(own_files(data, root))
     for name in sys.argv[2:]:
         if os.path.normpath(name) not in known:
-            sys.exit("%s: has no code of ours that runs" % name)
+            sys.exit("%s: the coverage data has no such file; give its path from the top of the tree" % name)
         print_uncovered(name, known[os.path.normpath(name)])
     return 0
 

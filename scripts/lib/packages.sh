@@ -1,4 +1,4 @@
-# Sourced by the scripts of this folder: the Debian packages that each job needs, and their set-up.
+# Sourced by the scripts: the Debian packages that each job needs, and functions that install them.
 
 build_packages=(
     g++ cmake ninja-build pkg-config
@@ -12,7 +12,7 @@ test_packages=(
     attr bash-completion fish git help2man libarchive-tools libxml2-utils python3 strace unzip zip zsh
 )
 
-# need PACKAGE...: installs those that are missing, as root or through sudo.
+# need PACKAGE...: installs the missing packages, as root or through sudo.
 need() {
     local missing=() package
     for package in "$@"; do
@@ -23,7 +23,7 @@ need() {
     local as_root=()
     if [ "$(id -u)" -ne 0 ]; then as_root=(sudo); fi
     if ! command -v apt-get >/dev/null || ! { [ "$(id -u)" -eq 0 ] || command -v sudo >/dev/null; }; then
-        echo "These packages (Debian 12 names) are needed; install them and run this again:" >&2
+        echo "These packages (Debian 12 names) are missing; install them and run this again:" >&2
         printf '    %s\n' "${missing[@]}" >&2
         exit 1
     fi
