@@ -24,6 +24,8 @@ SYSTEM_FILES = [
     r"/proc/self/exe",                             # tells the loader where the program's libraries are
     rf"{BUILD}/bin/qzapp",                         # what that leads to
     r"/proc/self/io",                              # how much was read, for the progress bar
+    r"/proc/self",                                 # what the process may still read once it is confined,
+    r"/dev/urandom",                               # and this
     r"/dev/null",                                  # stands in for a standard stream that is closed
     r"/etc/gnutls/config",                         # Xerces is linked to a library that looks for it
     r"/usr/lib/locale/.*",                         # the C library's locale

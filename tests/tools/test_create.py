@@ -102,7 +102,7 @@ class Create(ToolTest):
         self.assertEqual(self.names(), ["c.k"])
 
     def test_help_and_version(self):
-        self.assertRegex(self.ok("--version"), r"^qzapp \d+\.\d+\.\d+\n$")
+        self.assertRegex(self.ok("--version"), r"^qzapp \d+\.\d+\.\d+\nVerbs that read are .*\n$")
         for verb in VERBS.split(", "):
             self.assertIn(f"\n  {verb} ", self.ok("--help"))
             self.assertIn(f"\n  qzapp {verb} ", self.ok(verb, "--help"))

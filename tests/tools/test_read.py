@@ -129,7 +129,7 @@ class Info(ReadTest):
                 self.fails(1, "standard output: cannot be written (No space left on device)", *args, stdout=full)
 
     def test_help_and_version(self):
-        self.assertRegex(self.ok("--version"), r"^qzapp \d+\.\d+\.\d+\n$")
+        self.assertRegex(self.ok("--version"), r"^qzapp \d+\.\d+\.\d+\nVerbs that read are .*\n$")
         for verb in ("create", "edit", "convert", "info", "show", "diff", "gallery", "extract", "parts", "items"):
             self.assertIn(verb, self.ok("--help"))
             text = self.ok(verb, "--help")

@@ -20,6 +20,7 @@
 
 #include "app/Progress.hpp"
 #include "app/Warnings.hpp"
+#include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/ErrorStream.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
@@ -123,7 +124,9 @@ void declareTool(CLI::App& app) {
     app.description(
         "Makes, changes, reads and checks app files: packaged apps (.kvpkg) and text apps (.k).");
     app.set_help_flag("-h,--help", "Print this help");
-    app.set_version_flag("--version", "qzapp " QZAPP_VERSION, "Print the version");
+    app.set_version_flag(
+        "--version", [] { return "qzapp " QZAPP_VERSION "\n" + describeConfinement(); },
+        "Print the version, and how verbs that read are confined");
     app.require_subcommand(1);
     nameThings(*app.get_formatter());
     app.footer(

@@ -9,11 +9,13 @@
 #include <unistd.h>
 #include <fl/Retry.hpp>
 
-#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <span>
 #include <system_error>
+#include <utility>
+
+#include "tools/qzapp/cli/Pipe.hpp"
 
 namespace qzapp {
 namespace {
@@ -23,16 +25,6 @@ using fl::filesystem::retryInterrupted;
 
 void require(bool worked, int reason, const std::string& what) {
     if (!worked) throw std::system_error(reason, std::generic_category(), what);
-}
-
-struct Pipe {
-    FileDescriptor from, into;
-};
-
-Pipe makePipe() {
-    std::array<int, 2> ends{};
-    require(::pipe2(ends.data(), O_CLOEXEC) == 0, errno, "cannot make a pipe");
-    return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
 // What the program is started with: its standard streams, and the default handling of the signals
@@ -76,48 +68,101 @@ std::vector<char*> argumentsOf(const std::vector<std::string>& command) {
     return arguments;
 }
 
-std::string readToEnd(const FileDescriptor& pipe) {
-    constexpr std::size_t kReadBytes = std::size_t{64} << 10;
-    std::string text;
-    std::vector<char> buffer(kReadBytes);
-    while (true) {
-        const auto count =
-            retryInterrupted([&] { return ::read(pipe.get(), buffer.data(), buffer.size()); });
-        require(count >= 0, errno, "cannot read the output of a program");
-        if (count == 0) return text;
-        text.append(buffer.data(), static_cast<std::size_t>(count));
-    }
-}
-
 int waitFor(pid_t process) {
     int status = 0;
     const auto ended = retryInterrupted([&] { return ::waitpid(process, &status, 0); });
-    require(ended == process, errno, "cannot wait for the end of a program");
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return ended == process && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// What became of a request to run a program.
+struct Answer {
+    std::size_t command;  // the one that was run, or the last one
+    int reason;           // the errno if none was run, or 0
+    int status;
+};
+
+Answer runFirst(const std::vector<std::vector<std::string>>& commands, int output) {
+    Answer answer{commands.size() - 1, ENOENT, -1};
+    // The program writes at the file's current position.
+    ::lseek(output, 0, SEEK_SET);
+    const Setting setting(output);
+    for (std::size_t i = 0; i < commands.size(); ++i) {
+        const std::vector<char*> arguments = argumentsOf(commands[i]);
+        pid_t process = 0;
+        answer.reason = setting.start(process, arguments.data());
+        if (answer.reason == ENOENT) continue;
+        answer.command = i;
+        if (answer.reason == 0) answer.status = waitFor(process);
+        break;
+    }
+    return answer;
 }
 
 }  // namespace
 
-MemoryFile::MemoryFile(std::string_view bytes) : file_(::memfd_create("qzapp", 0)) {
+MemoryFile::MemoryFile() : file_(::memfd_create("qzapp", 0)) {
     require(static_cast<bool>(file_), errno, "cannot create a file in memory");
+}
+
+void MemoryFile::fill(std::string_view bytes) {
+    file_.truncate(0);
     file_.writeAt(std::as_bytes(std::span(bytes)), 0);
+}
+
+std::string MemoryFile::content() const {
+    std::string bytes(file_.stamp().size, '\0');
+    bytes.resize(file_.readAt(std::as_writable_bytes(std::span(bytes)), 0));
+    return bytes;
 }
 
 std::string MemoryFile::name() const {
     return fmt::format("/dev/fd/{}", file_.get());
 }
 
-std::optional<ProgramEnd> runProgram(const std::vector<std::string>& command) {
-    Pipe pipe = makePipe();
-    const std::vector<char*> arguments = argumentsOf(command);
-    pid_t process = 0;
-    const int reason = Setting(pipe.into.get()).start(process, arguments.data());
-    if (reason == ENOENT) return std::nullopt;
-    require(reason == 0, reason, command[0] + " cannot be run");
-    pipe.into = FileDescriptor();  // while we hold it open, reading never reaches the end
-    ProgramEnd end{0, readToEnd(pipe.from)};
-    end.status = waitFor(process);
-    return end;
+Program::Program(std::vector<std::vector<std::string>> commands) : commands_(std::move(commands)) {
+    Pipe requests = makePipe();
+    Pipe answers = makePipe();
+    process_ = ::fork();
+    if (process_ < 0) return;  // run() fails; it may never be called
+    if (process_ == 0) {
+        requests.into = {};  // while it is open here, reading never reaches the end
+        serve(requests.from, answers.into);
+    }
+    requests_ = std::move(requests.into);
+    answers_ = std::move(answers.from);
+}
+
+Program::~Program() {
+    requests_ = {};
+    if (process_ < 0) return;
+    int ignored = 0;
+    retryInterrupted([&] { return ::waitpid(process_, &ignored, 0); });
+}
+
+std::optional<ProgramEnd> Program::run() {
+    require(process_ > 0, EAGAIN, "cannot start a process");
+    output_.fill("");
+    Answer answer{};
+    const bool isAnswered =
+        retryInterrupted([&] { return ::write(requests_.get(), "", 1); }) == 1 &&
+        retryInterrupted([&] { return ::read(answers_.get(), &answer, sizeof answer); }) ==
+            sizeof answer;
+    require(isAnswered, EPIPE, "the process that starts programs has ended");
+    const std::string& name = commands_.at(answer.command)[0];
+    if (answer.reason == ENOENT) return std::nullopt;
+    require(answer.reason == 0, answer.reason, name + " cannot be run");
+    return ProgramEnd{name, answer.status, output_.content()};
+}
+
+// Runs in the process that waits.
+void Program::serve(const FileDescriptor& requests, const FileDescriptor& answers) const {
+    ::signal(SIGCHLD, SIG_DFL);  // if it were ignored, waitpid() would give no status
+    char request = 0;
+    while (retryInterrupted([&] { return ::read(requests.get(), &request, 1); }) == 1) {
+        const Answer answer = runFirst(commands_, output_.get());
+        if (::write(answers.get(), &answer, sizeof answer) != sizeof answer) break;
+    }
+    ::_exit(0);
 }
 
 }  // namespace qzapp

@@ -13,22 +13,47 @@ namespace qzapp {
 // this object lives.
 class MemoryFile {
 public:
-    // Throws std::system_error if the file cannot be made.
-    explicit MemoryFile(std::string_view bytes);
+    // Makes an empty file. All members throw std::system_error if there is no room.
+    MemoryFile();
+    void fill(std::string_view bytes);
+    std::string content() const;
     std::string name() const;
+    int get() const noexcept { return file_.get(); }
 
 private:
     fl::filesystem::FileDescriptor file_;
 };
 
 struct ProgramEnd {
+    std::string name;    // of the program
     int status;          // the exit status; -1 if a signal ended it
     std::string output;  // what it wrote to standard output
 };
 
-// Runs a program and waits for its end. It is looked up in PATH and started without a shell, with
-// /dev/null as its standard input. Returns nothing if there is no such program; throws
-// std::system_error if it cannot be run.
-std::optional<ProgramEnd> runProgram(const std::vector<std::string>& command);
+// A program that can be run any number of times after this process has entered its cage. The
+// constructor forks a process that waits outside the cage and starts nothing but the given commands.
+// Members throw std::system_error.
+class Program {
+public:
+    // `commands` are alternatives: run() takes the first one whose program is found in PATH. Make this
+    // object before the first thread starts.
+    explicit Program(std::vector<std::vector<std::string>> commands);
+    ~Program();
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    // Runs the program and waits for its end. It is started without a shell, with /dev/null as its
+    // standard input. Returns nothing if none of the programs is installed.
+    std::optional<ProgramEnd> run();
+
+private:
+    [[noreturn]] void serve(const fl::filesystem::FileDescriptor& requests,
+                            const fl::filesystem::FileDescriptor& answers) const;
+
+    std::vector<std::vector<std::string>> commands_;
+    MemoryFile output_;
+    fl::filesystem::FileDescriptor requests_, answers_;
+    int process_ = -1;
+};
 
 }  // namespace qzapp

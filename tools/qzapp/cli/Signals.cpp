@@ -20,7 +20,7 @@ extern "C" void cleanUpAndDie(int signal) {
 void installSignalHandlers() {
     ::signal(SIGPIPE, SIG_IGN);
     ::signal(SIGXFSZ, SIG_IGN);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGXCPU}) {
         // A signal that the parent process ignores (as nohup does) stays ignored.
         if (::signal(signal, SIG_IGN) != SIG_IGN) ::signal(signal, cleanUpAndDie);
     }

@@ -2,9 +2,9 @@
 
 namespace qzapp {
 
-// Makes SIGINT, SIGTERM and SIGHUP remove all private folders and the progress bar before they end
-// the process, and ignores SIGPIPE and SIGXFSZ, so that the writes that cause them fail with an
-// error instead. Call it once, before any file is made.
+// Makes SIGINT, SIGTERM, SIGHUP and SIGXCPU remove all private folders and the progress bar before
+// they end the process, and ignores SIGPIPE and SIGXFSZ, so that the writes that cause them fail with
+// an error instead. Call it once, before any file is made.
 void installSignalHandlers();
 
 }  // namespace qzapp

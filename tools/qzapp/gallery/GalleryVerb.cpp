@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -24,10 +25,13 @@
 #include "app/Thumbnails.hpp"
 #include "app/Transaction.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
+#include "tools/qzapp/cli/Cage.hpp"
+#include "tools/qzapp/cli/ForEachApp.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/StandardInput.hpp"
+#include "tools/qzapp/cli/Worker.hpp"
 #include "tools/qzapp/gallery/GalleryPage.hpp"
 #include "tools/qzapp/verbs/Verbs.hpp"
 
@@ -67,8 +71,8 @@ std::optional<std::string> cardOf(const std::string& name, const std::string& sh
 // apps. That is known only at the end, because each source must be read to see whether it is an
 // app, so it is written into the room that was left for it.
 std::size_t writePage(const WriteAt& write, const std::string& title, const FileName& folder,
-                      const Complain& complain) {
-    const auto [files, unlisted] = appsBelow(folder);
+                      const AppsBelow& found, const Complain& complain) {
+    const auto& [files, unlisted] = found;
     const PageFrame frame = pageFrame(title);
     const std::size_t prefix = folder.bytes().size() + (folder.bytes().ends_with('/') ? 0 : 1);
     std::uint64_t end = 0;
@@ -96,6 +100,12 @@ std::size_t writePage(const WriteAt& write, const std::string& title, const File
     return apps;
 }
 
+Cage cageFor(const FileName& folder, const AppsBelow& found) {
+    Cage cage;
+    letRead(cage, folder.bytes(), found.files);
+    return cage;
+}
+
 // Prints the page when it is complete, because its head needs the number of apps.
 void printPage(const std::string& title, const FileName& folder, const Complain& complain) {
     constexpr const char* kPage = "the page";
@@ -107,7 +117,9 @@ void printPage(const std::string& title, const FileName& folder, const Complain&
             throwNotKept(kPage, e.code().message());
         }
     };
-    writePage(write, title, folder, complain);
+    const AppsBelow found = appsBelow(folder);
+    cageFor(folder, found).enter();
+    writePage(write, title, folder, found, complain);
     readToEnd({kPage, kept.privateName(u"page.html")}, [](std::span<const std::byte> bytes) {
         print({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     });
@@ -155,7 +167,16 @@ int gallery(const GalleryOptions& options) {
     const auto write = [&](std::string_view text, std::uint64_t offset) {
         transaction.write(text, offset);
     };
-    const std::size_t apps = writePage(write, title, folder, complain);
+    const AppsBelow found = appsBelow(folder);
+    Cage cage = cageFor(folder, found);
+    // The process that reads the apps can write to the open page only. Putting that in place needs rights
+    // to the whole folder, which this process keeps.
+    const std::string told = inCage(cage, [&] {
+        const std::size_t count = writePage(write, title, folder, found, complain);
+        return fmt::format("{} {}", status, count);
+    });
+    std::size_t apps = 0;
+    std::istringstream(told) >> status >> apps;
     transaction.commit();
     printReport(out, fmt::format("wrote {} with {} app{}\n", visible(out.shown), apps,
                                  apps == 1 ? "" : "s"));

@@ -14,7 +14,6 @@
 #include "app/Fields.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/Sha256.hpp"
-#include "tools/qzapp/cli/Program.hpp"
 
 namespace qzapp {
 namespace {
@@ -69,29 +68,16 @@ ordered_json partChanges(const AppPair& pair) {
     return changes;
 }
 
-// The hunks of a unified diff, or null if diff(1) is not installed.
-ordered_json hunksOf(const std::string& a, const std::string& b) {
-    const MemoryFile fileA(codeLines(a)), fileB(codeLines(b));
-    const auto end = runProgram({"diff", "-a", "-u", fileA.name(), fileB.name()});
-    if (!end) return nullptr;
-    if (end->status != 0 && end->status != 1) {
-        throw Error("diff", fmt::format("ended with status {}; install GNU diff", end->status));
-    }
-    // The first two lines are names and times.
-    const std::size_t hunk = end->output.find("\n@@ ");
-    return hunk == std::string::npos ? "" : end->output.substr(hunk + 1);
-}
-
 ordered_json codeFacts(const std::string& code) {
     const auto lines = std::ranges::count(code, '\n') + (!code.empty() && code.back() != '\n');
     return {{"bytes", code.size()}, {"lines", lines}, {"sha256", sha256Hex(code)}};
 }
 
-ordered_json codeChange(const AppPair& pair) {
+ordered_json codeChange(const AppPair& pair, LineComparison& lines) {
     if (!pair.a.code || !pair.b.code || *pair.a.code == *pair.b.code) return nullptr;
     ordered_json change = {
         {"a", codeFacts(*pair.a.code)}, {"b", codeFacts(*pair.b.code)}, {"diff", nullptr}};
-    if (isDiffable(change)) change["diff"] = hunksOf(*pair.a.code, *pair.b.code);
+    if (isDiffable(change)) change["diff"] = lines.hunksOf(*pair.a.code, *pair.b.code);
     return change;
 }
 
@@ -122,14 +108,29 @@ bool isDiffable(const ordered_json& codeChange) {
     });
 }
 
-nlohmann::ordered_json compare(const AppPair& pair) {
+LineComparison::LineComparison() : program_({{"diff", "-a", "-u", a_.name(), b_.name()}}) {}
+
+ordered_json LineComparison::hunksOf(const std::string& a, const std::string& b) {
+    a_.fill(codeLines(a));
+    b_.fill(codeLines(b));
+    const auto end = program_.run();
+    if (!end) return nullptr;
+    if (end->status != 0 && end->status != 1) {
+        throw Error("diff", fmt::format("ended with status {}; install GNU diff", end->status));
+    }
+    // The first two lines are names and times.
+    const std::size_t hunk = end->output.find("\n@@ ");
+    return hunk == std::string::npos ? "" : end->output.substr(hunk + 1);
+}
+
+nlohmann::ordered_json compare(const AppPair& pair, LineComparison& lines) {
     ordered_json changes = {{"a", pair.fileA.shown},
                             {"b", pair.fileB.shown},
                             {"same", false},
                             {"metadata", metadataChanges(pair)},
                             {"screenshot", screenshotChange(pair)},
                             {"parts", partChanges(pair)},
-                            {"code", codeChange(pair)},
+                            {"code", codeChange(pair, lines)},
                             {"notCompared", notCompared(pair)},
                             {"errors", ordered_json::array()}};
     addErrors(changes["errors"], pair.fileA, pair.a);

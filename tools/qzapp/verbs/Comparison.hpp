@@ -3,8 +3,10 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
+#include <string>
 
 #include "app/FileName.hpp"
+#include "tools/qzapp/cli/Program.hpp"
 #include "tools/qzapp/verbs/Snapshot.hpp"
 
 namespace qzapp {
@@ -29,8 +31,19 @@ inline constexpr std::uint64_t kMostDiffLines = 250'000;
 // Whether both sides of a code change, as compare() returns it, are small enough for that.
 bool isDiffable(const nlohmann::ordered_json& codeChange);
 
-// What differs, as the JSON object that docs/qzapp-json.md describes. Runs diff(1) if the code
-// differs.
-nlohmann::ordered_json compare(const AppPair& pair);
+// Compares texts with diff(1), whose process it prepares when it is constructed (see Program).
+class LineComparison {
+public:
+    LineComparison();
+    // The hunks of a unified diff, or null if diff(1) is not installed.
+    nlohmann::ordered_json hunksOf(const std::string& a, const std::string& b);
+
+private:
+    MemoryFile a_, b_;
+    Program program_;
+};
+
+// What differs, as the JSON object that docs/qzapp-json.md describes.
+nlohmann::ordered_json compare(const AppPair& pair, LineComparison& lines);
 
 }  // namespace qzapp

@@ -17,6 +17,7 @@
 
 #include "app/MetadataJson.hpp"
 #include "app/Shown.hpp"
+#include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/Report.hpp"
@@ -195,10 +196,12 @@ int reportErrors(const ordered_json& changes) {
 
 int diff(const DiffOptions& options) {
     requireOneStandardInput({options.a, options.b});
+    LineComparison lines;
     AppPair pair{appArgument(options.a), appArgument(options.b), {}, {}};
+    Cage().enter();
     pair.a = takeSnapshot(pair.fileA);
     pair.b = takeSnapshot(pair.fileB);
-    const ordered_json changes = compare(pair);
+    const ordered_json changes = compare(pair, lines);
     print(options.json ? jsonLine(changes) : coloured(textOf(pair, changes) + notes(changes)));
     return reportErrors(changes);
 }

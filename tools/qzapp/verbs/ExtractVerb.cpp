@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -21,6 +22,7 @@
 #include "app/Shown.hpp"
 #include "app/Thumbnails.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
+#include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
@@ -39,6 +41,9 @@ using fl::filesystem::FileDescriptor;
 constexpr std::array<const char*, 4> kKinds = {"code", "model", "screenshot", "metadata"};
 // A longer "format" is not used as an extension.
 constexpr std::size_t kMaxFormatLength = 16;
+// Desktops ask for a thumbnail of every app in a folder. Even the largest screenshot takes only about a
+// second.
+constexpr std::chrono::seconds kThumbnailTime(20);
 
 struct ExtractOptions {
     std::string file;
@@ -253,16 +258,20 @@ FileName directoryFor(const FileName& file, const ExtractOptions& options) {
 
 int extractToFolder(const FileName& file, const Selection& selection,
                     const ExtractOptions& options) {
-    const Plan plan = planFor(file, selection);
     const FileName directory = directoryFor(file, options);
-    std::vector<std::string> names;
-    for (const ExtractedFile& each : plan.files)
-        names.push_back(each.name);
     // A link with the default name, which the user did not give, may have been planted by another
     // user.
     const auto links =
         options.directory ? OutputFolder::Links::Follow : OutputFolder::Links::Refuse;
-    OutputFolder folder(directory, links, names, options.force);
+    OutputFolder folder(directory, links);
+    Cage cage;
+    folder.allowIn(cage);
+    cage.enter();
+    const Plan plan = planFor(file, selection);
+    std::vector<std::string> names;
+    for (const ExtractedFile& each : plan.files)
+        names.push_back(each.name);
+    folder.expect(names, options.force);
     for (const std::string& name : names)
         requireNoInput(folder.nameOf(name), {file});
     {
@@ -287,6 +296,7 @@ int extractToOutput(const FileName& file, const Selection& selection) {
                                              "with --only",
                                              fmt::join(kKinds, ", ")));
     }
+    Cage().enter();
     const Plan plan = planFor(file, selection);
     const ExtractedFile& only = plan.files.front();
     if (only.kind == Kind::Binary && outputIsTerminal()) {
@@ -304,6 +314,7 @@ int extractToOutput(const FileName& file, const Selection& selection) {
 int extract(const ExtractOptions& options) {
     const FileName file = appArgument(options.file);
     const Selection selection(options);
+    if (options.thumbnail) limitProcessorTime(kThumbnailTime);
     if (options.directory == kStandardStream) return extractToOutput(file, selection);
     return extractToFolder(file, selection, options);
 }

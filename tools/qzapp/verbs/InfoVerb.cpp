@@ -116,32 +116,40 @@ std::string fieldText(const AppMetadata& record, Field field) {
     return lines;
 }
 
-// The screenshot as the first of the drawing programs that is installed draws it.
-std::string drawing(const FileName& file, const Screenshot& screenshot) {
-    if (screenshot.second.empty()) return "";
-    const MemoryFile image(
-        {reinterpret_cast<const char*>(screenshot.second.data()), screenshot.second.size()});
-    const std::string size = fmt::format("--size={}x{}", outputWidth(), kPictureRows);
-    const char* colours = outputIsColoured() ? "--colors=full" : "--colors=none";
-    const std::vector<std::vector<std::string>> drawers = {
-        {"chafa", "--animate=off", size, colours, image.name()},
-        {"img2sixel", "--static", image.name()},
-    };
-    for (const auto& drawer : drawers) {
-        const auto end = runProgram(drawer);
-        if (!end) continue;
+// Draws screenshots with the first of the drawing programs that is installed.
+class Drawer {
+public:
+    Drawer() : program_(commands(image_.name())) {}
+
+    std::string draw(const FileName& file, const Screenshot& screenshot) {
+        if (screenshot.second.empty()) return "";
+        image_.fill(
+            {reinterpret_cast<const char*>(screenshot.second.data()), screenshot.second.size()});
+        const auto end = program_.run();
+        if (!end) {
+            throw Error("--picture",
+                        "needs chafa or img2sixel to draw; install the package chafa, or get the "
+                        "picture with \"qzapp extract --only screenshot\"");
+        }
         if (end->status == 0) return end->output;
         throw Error(file.shown, fmt::format("its screenshot cannot be drawn: {} ended with status "
                                             "{}; see what it is with \"qzapp extract\"",
-                                            drawer[0], end->status));
+                                            end->name, end->status));
     }
-    throw Error(
-        "--picture",
-        "needs chafa or img2sixel to draw; install the package chafa, or get the picture with "
-        "\"qzapp extract --only screenshot\"");
-}
 
-std::string describe(const FileName& file, const InfoOptions& options) {
+private:
+    static std::vector<std::vector<std::string>> commands(const std::string& image) {
+        const std::string size = fmt::format("--size={}x{}", outputWidth(), kPictureRows);
+        const char* colours = outputIsColoured() ? "--colors=full" : "--colors=none";
+        return {{"chafa", "--animate=off", size, colours, image}, {"img2sixel", "--static", image}};
+    }
+
+    MemoryFile image_;
+    Program program_;
+};
+
+std::string describe(const FileName& file, const InfoOptions& options,
+                     std::optional<Drawer>& drawer) {
     const auto reader = openApp(file);
     return about(file, [&] {
         const AppMetadata record = reader->readMetadata();
@@ -153,7 +161,7 @@ std::string describe(const FileName& file, const InfoOptions& options) {
         requireUnchanged(file);
         if (options.json) return jsonFor(file, record, screenshot);
         const std::string sheet = sheetFor(file, record, screenshot);
-        return options.picture ? sheet + drawing(file, screenshot) : sheet;
+        return drawer ? sheet + drawer->draw(file, screenshot) : sheet;
     });
 }
 
@@ -173,8 +181,10 @@ void requireSense(const InfoOptions& options) {
 
 int info(const InfoOptions& options) {
     requireSense(options);
+    std::optional<Drawer> drawer;
+    if (options.picture) drawer.emplace();
     return forEachApp(options.files, [&](const FileName& file) {
-        print(describe(file, options));
+        print(describe(file, options, drawer));
         return kDone;
     });
 }

@@ -10,6 +10,7 @@
 #include "app/Errors.hpp"
 #include "app/Files.hpp"
 #include "app/MetadataJson.hpp"
+#include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
@@ -74,6 +75,7 @@ std::string itemsTable(const ordered_json& items, bool verify) {
 
 int items(const ListOptions& options) {
     const FileName file = inputArgument(options.file);
+    Cage().enter();
     requireFile(file);
     const ordered_json entries = readItems(file, options.verify);
     print(options.json ? jsonLine({{"items", entries}}) : itemsTable(entries, options.verify));

@@ -91,15 +91,24 @@ constexpr const char* kMayBeLost =
 
 }  // namespace
 
-OutputFolder::OutputFolder(const FileName& folder, Links links,
-                           const std::vector<std::string>& names, bool force)
-    : folder_(folder) {
+OutputFolder::OutputFolder(const FileName& folder, Links links) : folder_(folder) {
     openPlace(links);
+    if (!missing_.empty()) about(folder_, [&] { makeFolders(); });
+}
+
+void OutputFolder::allowIn(Cage& cage) const {
+    if (missing_.empty()) return cage.mayChange(place_);
+    cage.mayChange(private_->descriptor());
+    cage.mayRenameFoldersIn(place_);
+}
+
+void OutputFolder::expect(const std::vector<std::string>& names, bool force) {
     for (const std::string& name : names) {
         files_.push_back({name, std::nullopt});
         if (missing_.empty()) settle(files_.back(), force);
     }
-    about(folder_, [&] { makeFolders(); });
+    // Only now, so that an app that cannot be read leaves an existing folder untouched.
+    if (missing_.empty()) about(folder_, [&] { makeFolders(); });
 }
 
 FileName OutputFolder::nameOf(const std::string& name) const {

@@ -10,6 +10,7 @@
 
 #include "app/FileName.hpp"
 #include "app/PrivateFolder.hpp"
+#include "tools/qzapp/cli/Cage.hpp"
 
 namespace qzapp {
 
@@ -23,17 +24,23 @@ class OutputFolder {
 public:
     enum class Links { Follow, Refuse };
 
-    // Opens or prepares the folder and checks that each of the files in `names` may be written: if
-    // it exists, only with `force`, and only if it is a regular file that may be written to.
-    // `links` says whether `folder` itself may be a symbolic link.
-    OutputFolder(const FileName& folder, Links links, const std::vector<std::string>& names,
-                 bool force);
+    // Opens the folder, or prepares it if it does not exist. `links` says whether `folder` itself may be
+    // a symbolic link.
+    OutputFolder(const FileName& folder, Links links);
     OutputFolder(const OutputFolder&) = delete;
     OutputFolder& operator=(const OutputFolder&) = delete;
 
+    // Allows in a cage what this object does later: everything in a folder that exists, otherwise
+    // everything in the private folder, and beside that only to rename it.
+    void allowIn(Cage& cage) const;
+
+    // Says, once, which files there will be, and checks that each may be written: if it exists, only
+    // with `force`, and only if it is a regular file that may be written to.
+    void expect(const std::vector<std::string>& names, bool force);
+
     // The name of a file of this folder, for messages.
     FileName nameOf(const std::string& name) const;
-    // Creates one of the files in `names`, empty. This object keeps it open.
+    // Creates one of the expected files, empty. This object keeps it open.
     fl::filesystem::FileDescriptor& create(const std::string& name);
 
     // Makes all files durable and puts them in place. Each must have been created. A file that

@@ -16,6 +16,7 @@
 #include "app/Files.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/WithPackage.hpp"
+#include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
@@ -144,6 +145,7 @@ std::string sheetFor(const ordered_json& package, bool verify) {
 
 int parts(const ListOptions& options) {
     const FileName file = inputArgument(options.file);
+    Cage().enter();
     requireFile(file);
     const ordered_json package = readPackage(file, options.verify);
     print(options.json ? jsonLine(package) : sheetFor(package, options.verify));

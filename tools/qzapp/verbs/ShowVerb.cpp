@@ -9,6 +9,7 @@
 #include "app/Files.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/Shown.hpp"
+#include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/Report.hpp"
@@ -139,6 +140,7 @@ int show(const ShowOptions& options) {
     if (options.text && options.json)
         throw UsageError("--text", "cannot be given with --json; leave one out");
     const FileName file = appArgument(options.file);
+    Cage().enter();
     const Snapshot app = takeSnapshot(file);
     print(options.json ? jsonLine(jsonOf(file, app)) : textOf(app));
     return options.text ? kDone : reportFaults(file, app);
