@@ -99,8 +99,9 @@ private:
     std::string_view rest_;
 };
 
-// A directory for the files of a target, in memory where there is such a file system. Saves do not
-// wait for a disk any more, and the time stands still, so that an input always does the same.
+// A directory for the files of a target that cannot be in MemoryFiles.hpp, as on a disk in memory where
+// there is one. Saves do not wait for a disk any more, and the time stands still, so that an input always
+// does the same.
 inline const test_support::TemporaryDirectory& workspace() {
     static const test_support::TemporaryDirectory directory = [] {
         constexpr const char* kInMemory = "/dev/shm";

@@ -12,6 +12,7 @@
 #include <string>
 #include <utility>
 
+#include "fuzz/MemoryFiles.hpp"
 #include "fuzz/Records.hpp"
 #include "platform/opc/src/xml/XmlReader.hpp"
 #include "tests/support/AppPackage.hpp"
@@ -77,11 +78,12 @@ void writeBack(const std::u16string& app, const AppMetadata& record) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const auto app = fuzz::workspace().name("app.kvpkg");
+    static const auto app = fuzz::memory::name("app.kvpkg");
     const std::string document(reinterpret_cast<const char*>(data), size);
+    static const auto good = test_support::goodPackage();
     const auto bytes =
-        test_support::goodPackage().with(u"/metadata/appMetadata.xml", document).bytes();
-    fuzz::workspace().write("app.kvpkg", bytes);
+        test_support::AppPackage(good).with(u"/metadata/appMetadata.xml", document).bytes();
+    fuzz::memory::write("app.kvpkg", bytes);
     // The bytes of a document may make another zip file of it, which is not what is looked at here.
     using Refusal = appserialization::AppFileReaderExceptionBase;
     if (fuzz::refuses<Refusal>([] { AppFileReader reader(app); })) return -1;
@@ -94,7 +96,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (isRefused) {
         require(fuzz::refuses<opc::Exception>([] { writeBack(app, AppMetadata()); }),
                 "a part that cannot be read is not replaced");
-        require(test_support::readFile(app) == bytes, "a refused edit leaves the file");
+        require(fuzz::memory::bytes("app.kvpkg") == bytes, "a refused edit leaves the file");
         return 0;
     }
     fuzz::requireComplete(*record);

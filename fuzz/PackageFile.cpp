@@ -3,10 +3,9 @@
 #include <opc/Package.hpp>
 #include <opc/ZipArchive.hpp>
 
-#include <filesystem>
-#include <iterator>
 #include <utility>
 
+#include "fuzz/MemoryFiles.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 namespace fuzz {
@@ -18,11 +17,7 @@ namespace format = opc::zip::format;
 constexpr std::uint64_t kCap = 1 << 20;
 constexpr std::size_t kSlack = 64 << 10;
 
-const std::filesystem::path& directory() {
-    static const auto path = workspace().path() / "edited";
-    std::filesystem::create_directory(path);
-    return path;
-}
+constexpr const char* kFile = "app.kvpkg";
 
 // Without what a save may change: the offset, and the zip64 field, which may hold it as well.
 std::string recordOf(const opc::zip::ZipItem& item) {
@@ -76,13 +71,10 @@ std::optional<std::string> FoundPackage::targetOf(const opc::model::Relationship
     return key && parts.contains(*key) ? key : std::nullopt;
 }
 
-PackageFile::PackageFile(const std::string& bytes) {
-    directory();
-    name_ = workspace().write("edited/app.kvpkg", bytes);
-}
+PackageFile::PackageFile(const std::string& bytes) : name_(memory::write(kFile, bytes)) {}
 
 std::string PackageFile::bytes() const {
-    return test_support::readFile(name_);
+    return memory::bytes(kFile);
 }
 
 const std::optional<FoundPackage>& PackageFile::find() {
@@ -95,8 +87,7 @@ const std::optional<FoundPackage>& PackageFile::find() {
 }
 
 void PackageFile::requireAlone() const {
-    const std::filesystem::directory_iterator files(directory());
-    require(std::distance(begin(files), end(files)) == 1, "no other file is left");
+    require(memory::countFiles() == 1, "no other file is left");
 }
 
 void PackageFile::requireUntouched(const std::string& bytesBefore) const {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "fuzz/Fuzzing.hpp"
+#include "fuzz/MemoryFiles.hpp"
 #include "fuzz/PackageProgram.hpp"
 
 // A package file before and after an edit.
@@ -32,7 +33,7 @@ struct FoundPackage {
     std::optional<std::string> targetOf(const opc::model::Relationship& relationship) const;
 };
 
-// The file that the edits of an input are tried on. It is the only one in its directory.
+// The file that the edits of an input are tried on. It is the only one in its directory, in memory.
 class PackageFile {
 public:
     explicit PackageFile(const std::string& bytes);
@@ -73,6 +74,7 @@ int editPackage(Input input, Open open, Edit edit) {
         }
         if (input.empty()) break;
     }
+    require(memory::countOpen() == 0, "no file is left open");
     return 0;
 }
 

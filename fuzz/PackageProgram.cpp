@@ -1,5 +1,6 @@
 #include "fuzz/PackageProgram.hpp"
 
+#include <algorithm>
 #include <iterator>
 #include <sstream>
 #include <vector>
@@ -14,14 +15,21 @@ using Zip = test_support::BuiltZip;
 namespace {
 
 constexpr std::size_t kMostItems = 24;
+// More than the longest name that a zip file can have. Seldom, since such inputs take most of the time.
 constexpr std::size_t kLongest = std::size_t{64} << 10;
+constexpr std::size_t kLong = std::size_t{2} << 10;
 
-// So many that it is long, but no longer than kLongest.
+// As often as the input says, but no longer than kLongest.
 std::string drawRepeated(const std::string& piece, Input& input) {
-    const std::size_t times = std::size_t{1} << input.below(16);
-    std::string text;
-    for (std::size_t i = 0; i < times && text.size() + piece.size() <= kLongest; ++i)
-        text += piece;
+    const std::size_t doublings = input.below(16);
+    const std::size_t limit = doublings == 15 ? kLongest : kLong;
+    if (piece.empty()) return {};
+    const std::size_t size =
+        piece.size() * std::min(std::size_t{1} << doublings, limit / piece.size());
+    std::string text = piece.substr(0, size);
+    // Doubled, since a byte at a time took a tenth of an execution.
+    while (text.size() < size)
+        text.append(text, 0, size - text.size());
     return text;
 }
 
@@ -219,13 +227,15 @@ constexpr Step kSteps[] = {nullptr,  // enough
                            inItem<repeatText>};
 
 Zip drawBase(Input& input) {
+    static const Zip kPlain = test_support::goodPlainPackage().zip();
+    static const Zip kApp = test_support::goodPackage().zip();
     switch (input.below(4)) {
         case 0:
-            return test_support::goodPlainPackage().zip();
+            return kPlain;
         case 1:
             return {};
         default:
-            return test_support::goodPackage().zip();
+            return kApp;
     }
 }
 

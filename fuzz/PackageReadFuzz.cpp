@@ -8,11 +8,13 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "fuzz/MemoryFiles.hpp"
 #include "fuzz/PackageProgram.hpp"
 #include "fuzz/Records.hpp"
 
@@ -30,10 +32,11 @@ std::optional<std::string> contentOf(const Part& part, std::size_t piece) {
     return attempt<opc::Exception>([&] {
         const auto stream = part.getInputStream();
         std::string content;
-        std::vector<std::byte> buffer(piece);
+        // Of that very size, so that writing past it is noticed.
+        const auto buffer = std::make_unique_for_overwrite<std::byte[]>(piece);
         for (std::size_t count = 1; count != 0 && content.size() < kCap;) {
-            count = stream->read(buffer);
-            content.append(reinterpret_cast<const char*>(buffer.data()), count);
+            count = stream->read({buffer.get(), piece});
+            content.append(reinterpret_cast<const char*>(buffer.get()), count);
         }
         return content;
     });
@@ -114,8 +117,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::optional<fuzz::DrawnPackage> drawn;
     if (!input.startsWith("PK")) drawn = fuzz::drawPackage(input);
     const auto file =
-        fuzz::workspace().write("app.kvpkg", drawn ? drawn->bytes : std::string(input.rest()));
+        fuzz::memory::write("app.kvpkg", drawn ? drawn->bytes : std::string(input.rest()));
     checkPackage(file, drawn ? &*drawn : nullptr);
     checkApp(file);
+    require(fuzz::memory::countOpen() == 0, "no file is left open");
     return 0;
 }

@@ -9,11 +9,12 @@
 #include <string>
 
 #include "fuzz/Fuzzing.hpp"
+#include "fuzz/MemoryFiles.hpp"
 #include "fuzz/Records.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string bytes(reinterpret_cast<const char*>(data), size);
-    const appserialization::KAppMetadataReader reader(fuzz::workspace().write("input.k", bytes));
+    const appserialization::KAppMetadataReader reader(fuzz::memory::write("input.k", bytes));
     const auto metadata = reader.readMetadata();
     fuzz::requireComplete(metadata);
     const auto mode = *metadata.getScreenshotMode();
