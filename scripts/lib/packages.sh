@@ -11,6 +11,11 @@ test_packages=(
     clang clang-14 clang-format-14 clang-tidy-14 clang-tools-14 libclang-rt-14-dev
     attr bash-completion fish git help2man libarchive-tools libxml2-utils python3 strace unzip zip zsh
 )
+# Other programs that read and write zip files.
+reader_packages=(
+    busybox libarchive-dev libarchive-tools libarchive-zip-perl libminizip-dev libzip-dev
+    default-jdk-headless golang-go node-jszip node-yauzl nodejs p7zip-full php-cli php-zip ruby ruby-zip
+)
 
 # need PACKAGE...: installs the missing packages, as root or through sudo.
 need() {
