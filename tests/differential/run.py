@@ -15,6 +15,7 @@ Readers that are not installed are named; eight have to be there.
 
 import argparse
 import collections
+import concurrent.futures
 import pathlib
 import shutil
 import sys
@@ -39,7 +40,6 @@ class Comparison:
         self.counts = collections.Counter()
         self.per_reader = {reader.name: collections.Counter() for reader in readers}
         self.classes = collections.defaultdict(list)   # of differences: files
-        self.refusals = collections.Counter()          # by us, of what several others read alike
         self.allowed = collections.Counter()
 
     def run(self, files, told):
@@ -49,18 +49,16 @@ class Comparison:
         opened = [i for i, items in enumerate(mine) if items is not None]
         self.counts["files"] += len(files)
         self.counts["opened"] += len(opened)
-        for reader in self.readers:
-            # Starting a program for each of all files would take a day.
-            asked = opened if isinstance(reader, others.Extractor) else range(len(files))
-            for i, answer in zip(asked, reader.read([files[i] for i in asked])):
-                theirs = others.parse(answer)
-                self.settle(reader, files[i], told[i], mine[i], theirs)
+        asked = [files[i] for i in opened]
+        with concurrent.futures.ThreadPoolExecutor(len(self.readers)) as pool:
+            results = pool.map(lambda reader: reader.read(asked), self.readers)
+            for reader, answers in zip(self.readers, results):
+                for i, answer in zip(opened, answers):
+                    self.settle(reader, files[i], told[i], mine[i], others.parse(answer))
 
     def settle(self, reader, file, told, mine, theirs):
         counts = self.per_reader[reader.name]
-        if theirs is not None:
-            counts["opened"] += 1
-        if mine is None or theirs is None:
+        if theirs is None:
             return
         counts["both"] += 1
         what = compare.difference(mine, theirs)
@@ -78,8 +76,7 @@ class Comparison:
     def print(self):
         print(f"{self.counts['files']:,} files; we open {self.counts['opened']:,}")
         for name, counts in self.per_reader.items():
-            print(f"    {name:22} opens {counts['opened']:>7,}, {counts['both']:>7,} of them as we do; "
-                  f"{counts['differ']} differ")
+            print(f"    {name:22} opens {counts['both']:>7,} of these; sees something else in {counts['differ']}")
         for reason, count in self.allowed.most_common():
             print(f"allowed, {count} times: {reason}")
         for (what, name), files in sorted(self.classes.items()):

@@ -28,6 +28,9 @@ const std::string kGoodBytes = kGood.bytes();
 const std::string kDeflated = *kGood.items[0].data;
 const std::string kLoneItem = BuiltZip{.items = {{.name = "evil", .method = 0}}}.bytes();
 const std::string kLocalPart = kLoneItem.substr(0, 34);
+// Records that no item's place is for, and that lead to a directory of nothing.
+const std::string kEndRecord = BuiltZip().bytes();
+const std::string kZip64Records = BuiltZip{.zip64 = true}.bytes().substr(0, 76);
 constexpr std::uint64_t kHuge = std::uint64_t{1} << 60;
 constexpr std::uint64_t kMost = ~std::uint64_t{0};
 
@@ -70,6 +73,11 @@ const ZipRow kEndRecords[] = {
      "the directory should end at offset 3228$BUT 100 bytes from offset 2669$MOVED"},
     {{.disk = 1},
      "is one disk of a multi-disk zip archive, which is not supported; join the disks first"},
+    {{.disk = 0xFFFF},
+     "is one disk of a multi-disk zip archive, which is not supported; join the disks first"},
+    {{.behindEnd = std::string(3, '\0') + "x"},
+     "has 4 bytes after its end, at offset 3250, that are not zeros$TWO"},
+    {{.comment = kZip64Records}, "$STRAY 3250, in the comment$TWO"},
     {{.commentLength = 1},
      "the end record at offset 3228 announces a comment of 1 bytes, but the file ends before "
      "that$AGAIN"},
@@ -88,6 +96,7 @@ const ZipRow kEndRecords[] = {
     {{.zip64 = true, .wideCount = kHuge},
      "the end record counts 1152921504606846976 items, more than a directory of 559 bytes "
      "holds$AGAIN"},
+    {{.behindItems = "PK"}, "has 2 bytes at offset 2669 that belong to no item$TWO"},
     {{.behindDirectory = "x"},
      "the directory should end at offset 3229$BUT 559 bytes from offset 2669$MOVED"},
     {{.behindEnd = BuiltZip().bytes()},
@@ -128,6 +137,9 @@ const ItemRow kItems[] = {
      "it stands for as a file"},
     {{.attributes = 040755U << 16}, "is marked as a directory$FOLDER"},
     {{.attributes = 1 << 4}, "is marked as a directory$FOLDER"},
+    {{.attributes = 1 << 3},
+     "is marked as the label of a disk, and some readers leave it out; pack it as a file"},
+    {{.madeBy = 1 << 8 | 20, .attributes = 0104644U << 16}, "is marked as a directory$FOLDER"},
     {{.localExtra = extraField(0x6C78, "\5" + little(0x314, 2) + little(0120777U << 16, 4))},
      "has an extra field (0x6C78) from which some readers may make it a link or a directory; "
      "pack it again"},
@@ -163,6 +175,12 @@ const ItemRow kStoredItems[] = {
     {{.offset = 50}, "a.txt: reaches from offset 0 past offset 50$PAST"},
     {{.content = std::string(40, 'a'), .offset = 0},
      "a.txt: reaches from offset 0 past offset 0$PAST"},
+    {{.before = std::string(100000, '\0')},
+     "has 100000 bytes at offset 80 that belong to no item$TWO"},
+    {{.extra = extraField(7, kEndRecord)}, "$STRAY 2777, in the directory$TWO"},
+    {{.comment = kZip64Records}, "$STRAY 2773, in the directory$TWO"},
+    {{.localExtra = extraField(7, kEndRecord)}, "$STRAY 121, in a local header$TWO"},
+    {{.content = kZip64Records}, "$STRAY 117, in the data of an item$TWO"},
     {{.before = std::string(70000, '-') + kLocalPart}, "there is an item at offset 70080$UNLISTED"},
     {{.content = asIfEnded("stored", 6, 4), .descriptor = 16},
      "b/c.txt: holds a data descriptor at byte 6, at which some readers would end it and then "
@@ -192,6 +210,47 @@ const ChangeRow kChanges[] = {
                                  little(1, 2) + little(1, 2) + little(0, 8) + little(900, 2);
      },
      "has two end records, at offsets 2689 and 3270$TWO"},
+    {"end record in an item, which readers reach that pass over a zip64 end with padding",
+     [](auto& zip) {
+         zip.items[8].content += BuiltZip().bytes();
+         zip.zip64 = true;
+         zip.behindEnd = std::string(1, '\0');
+     },
+     "has two end records, at offsets 2669 and 3326$TWO"},
+    {"end record in front", [](auto& zip) { zip.items[0].before = "#" + kEndRecord; },
+     "$STRAY 1, in the bytes in front of the first item$TWO"},
+    {"end record in an item's data that leads to a directory by its offset in the file",
+     [](auto& zip) {
+         zip.items[8].content += "PK\1\2PK\5\6" + little(0, 4) + little(1, 2) + little(1, 2) +
+                                 little(50, 4) + little(2669, 4) + little(0, 2);
+     },
+     "$STRAY 2673, in the data of an item$TWO"},
+    {"a folder with the name of a part",
+     [](auto& zip) { zip.items.push_back({.name = "korval/code.k/", .method = 0}); },
+     "korval/code.k/: there is a second item of this name, \"korval/code.k\": readers could see "
+     "two "
+     "different packages; remove one of them"},
+    {"names that are equal when they are composed",
+     [](auto& zip) {
+         zip.items[0].name = "e\xCC\x81";
+         zip.items[1].name = "\xC3\xA9";
+         zip.items[0].flags = zip.items[1].flags = 1 << 11;
+     },
+     "e\xCC\x81: there is a second item of this name, \"\xC3\xA9\": readers could see two "
+     "different packages; remove one of them"},
+    {"a name that is marked as UTF-8 and is not",
+     [](auto& zip) {
+         zip.items[0].name = "\xFF";
+         zip.items[0].flags = 1 << 11;
+     },
+     "\xEF\xBF\xBD: has a name that is marked as UTF-8 but is not, and which each reader replaces "
+     "by another; rename it"},
+    {"content in a folder's item", [](auto& zip) { zip.items[0].name = "x/"; },
+     "x/: has the name of a directory, but holds content, which some readers leave out; rename "
+     "it"},
+    {"an item in an item's folder, by a name for a drive",
+     [](auto& zip) { zip.items[0].name = "C:b\\c.txt\\d"; },
+     "C:b\\c.txt\\d$WITHIN, \"b/c.txt\"$ONE"},
     {"zero byte in a name", [](auto& zip) { zip.items[0].name = std::string("a\0b", 3); },
      "a\\u0000b: has a name with a zero byte, at which some readers end the name; rename it"},
     {"many records that share a local header with a long name",
@@ -221,9 +280,11 @@ constexpr const char* kSecondNames[][2] = {
     {"x/../korval/code.k", "korval/code.k"},
     {"..\\..\\korval\\code.k", "korval/code.k"},
     {"korval//code.k", "korval/code.k"},
-    {"korval/code.k/", "korval/code.k"},
     {"korval/cod%65.K", "korval/code.k"},
     {"korval/code.k.", "korval/code.k"},
+    {"korval/code.k;1", "korval/code.k"},
+    {"C:korval/code.k", "korval/code.k"},
+    {"//?/c:/korval/code.k", "korval/code.k"},
     {"korval /code.k", "korval/code.k"},
 };
 
@@ -242,8 +303,7 @@ const ItemRow kContents[] = {
 // Odd, and means one thing only, or noticed when it is read.
 const ZipRow kOddZips[] = {
     {{.comment = "a comment"}},
-    {{.behindItems = "PK"}},
-    {{.behindEnd = std::string(60000, 'x')}},
+    {{.behindEnd = std::string(60000, '\0')}},
     {{.isListedBackwards = true}},
     {{.zip64 = true}},
 };
@@ -257,10 +317,11 @@ const ItemRow kOddItems[] = {
     {{.extra = unicodePath("a.txt", "a.txt")}},
     {{.comment = "c"}},
     {{.attributes = 0100644U << 16 | 1}},
+    {{.attributes = 0010644U << 16}},
+    {{.attributes = 0104644U << 16}},
 };
 const ItemRow kOddStoredItems[] = {
     {{.crc = 1}, "item b/c.txt: Exception: FILE: b/c.txt: $CRC"},
-    {{.before = std::string(100000, '\0')}},
     {{.descriptor = 16}},
     {{.zip64 = true}},
     {{.content = "PK\5\6" + std::string(40, '\xFF')}},
@@ -277,6 +338,18 @@ const ChangeRow kOddChanges[] = {
          item.descriptor = 16;
          item.content.replace(0, 4, "PK\3\4");
          item.data->replace(item.data->find("aaaa"), 4, "PK\3\4");
+     }},
+    {"control characters and a mark in names",
+     [](auto& zip) {
+         zip.items[0].name = "\x01\x7F";
+         zip.items[1].name = "\xEF\xBB\xBFx";
+         zip.items[1].flags = 1 << 11;
+     }},
+    {"zip64 end, and padding after it",
+     [](auto& zip) {
+         zip.zip64 = true;
+         zip.disk = 0xFFFF;
+         zip.behindEnd = std::string(4, '\0');
      }},
     {"directory items",
      [](auto& zip) {

@@ -108,11 +108,11 @@ TEST_F(ZipWriterTest, KeepsWhatIsNotSetByteForByte) {
         .items = {{.name = "plain", .content = prose(100)},
                   {.name = "descriptor", .content = prose(99), .descriptor = 12},
                   {.name = "replaced", .content = prose(98)},
-                  {.name = "d\\x84/", .method = 0, .comment = "a comment", .before = "gap"},
+                  {.name = "d\\x84/", .method = 0, .comment = "a comment"},
                   {.name = "zip64", .content = "z", .extra = extraField(7, "7"), .zip64 = true},
                   {.name = "extra", .content = "e", .localExtra = extraField(9, "local")}},
         .comment = "of the archive",
-        .behindEnd = "stray"};
+        .behindEnd = std::string(5, '\0')};
     directory_.write("a.zip", odd.bytes());
     const auto before = open();
     const std::string old = bytes();
@@ -394,7 +394,7 @@ TEST_F(ZipWriterTest, SavesNothingThatItCouldNotOpenAgain) {
         std::map<std::string, std::string> items;
     } rows[] = {
         {"there is a second item of this name", {{"a b", "1"}, {"a%20b", "2"}}},
-        {"has two end records", {{"a", BuiltZip{.commentLength = 120}.bytes()}}},
+        {"is in a folder that is an item itself", {{"a", "1"}, {"a/b", "2"}}},
     };
     for (const auto& row : rows) {
         const auto writer = edit();
@@ -407,6 +407,25 @@ TEST_F(ZipWriterTest, SavesNothingThatItCouldNotOpenAgain) {
                 testing::HasSubstr(row.complaint))));
         EXPECT_EQ(bytes(), before);
         EXPECT_EQ(filesInDirectory(), 1u);
+    }
+}
+
+// Of a small item, of one that is large enough to be in the new file already, and of one that cannot
+// be deflated.
+TEST_F(ZipWriterTest, DeflatesWhatSomeReaderWouldTakeForARecordOfTheFile) {
+    const std::string ends = BuiltZip{.commentLength = 400}.bytes(),
+                      wide = BuiltZip{.zip64 = true}.bytes();
+    for (const std::string& content :
+         {ends, wide, std::string(3 << 20, 'x') + ends, noise(3 << 20) + wide}) {
+        const auto writer = create();
+        writeItem(*writer, "a", content, {.deflate = false});
+        writeItem(*writer, "b", "b");
+        save(*writer);
+        const auto archive = open();
+        EXPECT_EQ(archive->find("a")->method, Method::Deflated);
+        EXPECT_EQ(readAll(*archive->read(*archive->find("a"))), content);
+        EXPECT_EQ(readAll(*archive->read(*archive->find("b"))), "b");
+        EXPECT_EQ(bytes().find(ends.substr(0, 20)), std::string::npos);
     }
 }
 

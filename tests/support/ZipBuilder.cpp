@@ -62,7 +62,7 @@ std::string directoryPart(const BuiltItem& item, const Facts& facts, std::uint64
     const auto narrow = [&](std::uint64_t number) {
         return little(item.zip64 ? kWide : number, 4);
     };
-    return "PK\1\2" + little(20, 2) + little(20, 2) + little(std::uint64_t(flags), 2) +
+    return "PK\1\2" + little(item.madeBy, 2) + little(20, 2) + little(std::uint64_t(flags), 2) +
            little(item.method, 2) + little(0x58210000, 4) + little(facts.crc, 4) +
            narrow(facts.compressedSize) + narrow(facts.size) + little(item.name.size(), 2) +
            little(extra.size(), 2) + little(item.comment.size(), 2) + little(item.disk, 2) +
@@ -74,7 +74,7 @@ std::string zip64Part(const BuiltZip& zip, std::uint64_t count, std::uint64_t si
                       std::uint64_t offset, std::uint64_t at) {
     const std::string counted = little(zip.wideCount.value_or(count), 8);
     return "PK\6\6" + little(zip.wideRecordSize.value_or(44), 8) + little(45, 2) + little(45, 2) +
-           little(zip.disk, 4) + little(0, 4) + counted + counted +
+           little(zip.disk == 0xFFFF ? 0 : zip.disk, 4) + little(0, 4) + counted + counted +
            little(zip.wideSize.value_or(size), 8) + little(zip.wideOffset.value_or(offset), 8) +
            "PK\6\7" + little(0, 4) + little(zip.locatedAt.value_or(at), 8) + little(zip.disks, 4);
 }

@@ -21,6 +21,7 @@ struct BuiltItem {
     std::optional<std::uint64_t> compressedSize = {};
     std::optional<std::uint64_t> offset = {};
     std::uint16_t disk = 0;
+    std::uint16_t madeBy = 20;     // the upper half is the system
     std::uint32_t attributes = 0;  // the upper half is the Unix mode
     std::string extra = {};
     std::string comment = {};

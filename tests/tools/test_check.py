@@ -105,7 +105,8 @@ class Check(CheckTest):
     def test_a_zip_file_that_is_odd_or_refused_breaks_its_rule(self):
         whole = self.read(self.create())
         rows = [
-            ("zip-behind", whole + b"more"),
+            ("zip-behind", whole + bytes(4)),
+            ("zip-end", whole + b"more"),
             ("zip-end", b"junk" + whole),
             ("zip-end", b"hello"),
             ("zip-directory", whole.replace(b"PK\1\2", b"PK\1\3", 1)),

@@ -43,7 +43,7 @@ std::string items(archive* from) {
     return found;
 }
 
-std::string read(const std::string& file, bool isPipe) {
+std::string readZip(const std::string& file, bool isPipe) {
     const Archive from(archive_read_new(), archive_read_free);
     Pipe pipe;
     int status = ARCHIVE_OK;
@@ -64,5 +64,5 @@ std::string read(const std::string& file, bool isPipe) {
 
 int main(int, char** words) {
     const bool isPipe = words[1] == std::string("pipe");
-    return answer([&](const std::string& file) { return read(file, isPipe); });
+    return answer([&](const std::string& file) { return readZip(file, isPipe); });
 }

@@ -17,7 +17,7 @@ std::string contentOf(zip_t* archive, zip_uint64_t index) {
     return isGood ? content.text() : "!";
 }
 
-std::string read(const std::string& file) {
+std::string readZip(const std::string& file) {
     int error = 0;
     zip_t* archive = zip_open(file.c_str(), ZIP_RDONLY, &error);
     if (!archive) return "- error " + std::to_string(error);
@@ -35,5 +35,5 @@ std::string read(const std::string& file) {
 }  // namespace
 
 int main() {
-    return answer(read);
+    return answer(readZip);
 }

@@ -34,7 +34,7 @@ std::string itemsOf(unzFile archive) {
     return status == UNZ_END_OF_LIST_OF_FILE ? found : "- status " + std::to_string(status);
 }
 
-std::string read(const std::string& file) {
+std::string readZip(const std::string& file) {
     const unzFile archive = unzOpen64(file.c_str());
     if (!archive) return "- not opened";
     const std::string found = itemsOf(archive);
@@ -45,5 +45,5 @@ std::string read(const std::string& file) {
 }  // namespace
 
 int main() {
-    return answer(read);
+    return answer(readZip);
 }

@@ -1,12 +1,14 @@
 #include <fl/i18n.hpp>
 
 #include <emmintrin.h>
+#include <unicode/unorm2.h>
 #include <unicode/ustring.h>
 #include <unicode/utf16.h>
 #include <unicode/utf8.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <stdexcept>
 #include <type_traits>
 
 namespace fl::i18n {
@@ -214,6 +216,22 @@ ustring to_lower(ustring_view text) {
         text.remove_prefix(length);
     }
     return lower;
+}
+
+ustring to_composed(ustring_view text) {
+    UErrorCode status = U_ZERO_ERROR;
+    const UNormalizer2* const composer = unorm2_getNFCInstance(&status);
+    ustring composed(text.size(), u'\0');
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        status = U_ZERO_ERROR;
+        const std::int32_t size =
+            unorm2_normalize(composer, text.data(), static_cast<std::int32_t>(text.size()),
+                             composed.data(), static_cast<std::int32_t>(composed.size()), &status);
+        composed.resize(static_cast<std::size_t>(size));
+        if (status != U_BUFFER_OVERFLOW_ERROR) break;
+    }
+    if (U_FAILURE(status)) throw std::runtime_error("text cannot be composed");
+    return composed;
 }
 
 std::size_t find_unpaired_surrogate(ustring_view text) {

@@ -63,7 +63,7 @@ enum class ZipRule {
     End,          // the end record is missing or does not fit the file, which was cut or changed
     Directory,    // the directory is not a list of items
     Item,         // an item is not as the directory says, or overlaps another
-    Hidden,       // there is an item that the directory does not list
+    Hidden,       // there is an item, or a gap between items, that the directory does not list
     Names,        // two items have names that a reader could take for one
     Unsupported,  // the file is intact, but of a kind that packages do not allow
 };

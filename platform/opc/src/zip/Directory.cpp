@@ -1,7 +1,10 @@
 #include "platform/opc/src/zip/Directory.hpp"
 
+#include <fl/i18n.hpp>
+
 #include "platform/opc/src/zip/ItemChecks.hpp"
 #include "platform/opc/src/zip/Methods.hpp"
+#include "platform/opc/src/zip/StrayRecords.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
 namespace opc::zip {
@@ -9,6 +12,15 @@ namespace opc::zip {
 namespace {
 
 using namespace format;
+
+bool isUtf8(std::string_view text) {
+    try {
+        fl::i18n::utf8_to_ustring_strict(text);
+        return true;
+    } catch (const fl::i18n::ConversionError&) {
+        return false;
+    }
+}
 
 class DirectoryReader {
 public:
@@ -62,7 +74,8 @@ private:
         const ItemChecks checks(*file_, item);
         checks.refuseEncryption(flags);
         readWideFields(item, record, checks);
-        checkKind(item, load32(record, central::kAttributes), checks);
+        checkName(item, checks);
+        checkKind(item, record, checks);
         checkContent(item, checks);
         return item;
     }
@@ -115,10 +128,24 @@ private:
     // Refuses an item of which some readers make a link or a directory and others a file. The
     // record also says for which system its attributes are; that is ignored here because some
     // readers ignore it.
-    static void checkKind(const ZipItem& item, std::uint32_t all, const ItemChecks& checks) {
-        const std::uint32_t type = all >> attributes::kModeShift & attributes::kTypeOfMode;
-        const bool isMarked = type == attributes::kDirectory || (all & attributes::kDosDirectory);
-        if (type != 0 && type != attributes::kRegular && type != attributes::kDirectory) {
+    static void checkKind(const ZipItem& item, Bytes record, const ItemChecks& checks) {
+        const std::uint32_t all = load32(record, central::kAttributes);
+        const std::uint32_t mode = all >> attributes::kModeShift;
+        const std::uint32_t type = mode & attributes::kTypeOfMode;
+        const bool isAmigaDirectory =
+            std::to_integer<unsigned>(record[central::kSystemMadeBy]) == attributes::kAmiga &&
+            (mode & attributes::kTypeOfAmigaMode) == attributes::kAmigaDirectory;
+        const bool isMarked =
+            type == attributes::kDirectory || isAmigaDirectory || (all & attributes::kDosDirectory);
+        if (all & attributes::kDosVolumeLabel) {
+            checks.failUnsupported(
+                "is marked as the label of a disk, and some readers leave it out; pack it as a "
+                "file");
+        }
+        // A writer that reads its input from a pipe may mark the item as a FIFO. It is a file to
+        // every reader.
+        if (type != 0 && type != attributes::kRegular && type != attributes::kFifo &&
+            type != attributes::kDirectory) {
             checks.failUnsupported(
                 "is marked as a symbolic link or a device, and some readers would create one; pack "
                 "what it stands for as a file");
@@ -129,13 +156,30 @@ private:
                 "is marked as a directory, but its name does not end in a slash: some readers "
                 "see a directory and others a file");
         }
+        if (item.name.ends_with('/') || item.name.ends_with('\\')) {
+            if (item.size == 0) return;
+            checks.failUnsupported(
+                "has the name of a directory, but holds content, which some readers leave out; "
+                "rename it");
+        }
     }
 
-    static void checkContent(const ZipItem& item, const ItemChecks& checks) {
+    static void checkName(const ZipItem& item, const ItemChecks& checks) {
+        if (item.name.empty()) {
+            checks.failUnsupported("has no name, and some readers leave it out; give it one");
+        }
         if (item.name.find('\0') != std::string::npos) {
             checks.failUnsupported(
                 "has a name with a zero byte, at which some readers end the name; rename it");
         }
+        if (item.nameIsUtf8 && !isUtf8(item.name)) {
+            checks.failUnsupported(
+                "has a name that is marked as UTF-8 but is not, and which each reader replaces by "
+                "another; rename it");
+        }
+    }
+
+    static void checkContent(const ZipItem& item, const ItemChecks& checks) {
         const MethodRow* const method = findMethod(item.method);
         if (method == nullptr) checks.failUnsupported(methodFault(item.method) + "; pack it again");
         if (item.method == Method::Stored && item.size != item.compressedSize) {
@@ -160,6 +204,14 @@ private:
 std::vector<ZipItem> readDirectory(const std::string& directory, std::uint64_t count,
                                    const fl::filesystem::path& file) {
     return DirectoryReader(directory, file).read(count);
+}
+
+std::vector<ZipItem> readItems(const std::string& directory, const DirectoryRecord& record,
+                               ArchiveBytes& bytes, const fl::filesystem::path& file) {
+    auto items = readDirectory(directory, record.count, file);
+    StrayRecords(bytes, file).refuse(directory, record.offset, "the directory");
+    checkLocalHeaders(items, record.offset, bytes, file);
+    return items;
 }
 
 }  // namespace opc::zip

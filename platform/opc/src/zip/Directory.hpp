@@ -11,7 +11,7 @@
 
 namespace opc::zip {
 
-// The two steps that make a list of items from a zip file whose end records have been read. Both
+// The steps that make a list of items from a zip file whose end records have been read. They
 // throw ZipRefusal about `file`, with the rule that was broken and the item at fault.
 
 // Reads the `count` records that `directory` consists of, in their order. `count` must be possible
@@ -29,5 +29,10 @@ std::vector<ZipItem> readDirectory(const std::string& directory, std::uint64_t c
 // data. A failure to read is a std::system_error.
 void checkLocalHeaders(std::vector<ZipItem>& items, std::uint64_t directoryOffset,
                        ArchiveBytes& bytes, const fl::filesystem::path& file);
+
+// Both steps, for the directory that `record` describes. Refuses records in the directory that lead to
+// a second one, too.
+std::vector<ZipItem> readItems(const std::string& directory, const format::DirectoryRecord& record,
+                               ArchiveBytes& bytes, const fl::filesystem::path& file);
 
 }  // namespace opc::zip

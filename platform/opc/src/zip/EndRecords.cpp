@@ -2,6 +2,9 @@
 
 #include <opc/FileKind.hpp>
 
+#include <foundation/Shown.hpp>
+
+#include "platform/opc/src/zip/StrayRecords.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <algorithm>
@@ -18,18 +21,20 @@ using namespace format;
 class EndReader {
 public:
     EndReader(ArchiveBytes& bytes, const fl::filesystem::path& file)
-        : bytes_(&bytes), file_(&file) {}
+        : bytes_(&bytes), file_(&file), strays_(bytes, file) {}
 
     ArchiveEnd read() {
         findEnd();
+        checkPadding();
         refuseSecondEnd();
         const Bytes record = bytes_->tail().subspan(at_);
-        checkDisks(load16(record, end::kDisk), load16(record, end::kDirectoryDisk));
         ArchiveEnd found;
         found.comment = asText(record.subspan(end::kRecordSize, commentLength(at_)));
         found.fileEnd = offsetInFile(endOf(at_));
         found.directory = readDirectoryRecord(record);
         checkDirectory(found.directory);
+        strays_.refuse(found.comment, found.fileEnd - found.comment.size(), "the comment");
+        refuseRecordsInData(found.directory.offset);
         return found;
     }
 
@@ -96,50 +101,69 @@ private:
         }
     }
 
+    // Some readers allow for padding to a full block, which is zeros.
+    void checkPadding() const {
+        const Bytes behind = bytes_->tail().subspan(endOf(at_));
+        const auto other =
+            std::ranges::find_if_not(behind, [](std::byte each) { return each == std::byte{0}; });
+        if (other == behind.end()) return;
+        fail("has " + std::to_string(behind.size()) + " bytes after its end, at offset " +
+             std::to_string(offsetInFile(endOf(at_))) +
+             ", that are not zeros: readers could see two different packages");
+    }
+
+    // Whether some reader would pass the end record over and go on searching. It does so for an end
+    // record that padding follows, unless a local header is right where the record, read as one of
+    // a file with bytes in front, says that the file begins.
+    bool isPassedOver() const {
+        const Bytes record = bytes_->tail().subspan(at_);
+        const bool refersToZip64 = load32(record, end::kDirectorySize) == kInZip64_32 ||
+                                   load32(record, end::kDirectoryOffset) == kInZip64_32;
+        std::array<std::byte, sizeof local::kSignature> start;
+        bytes_->copy(0, start);
+        return endOf(at_) < bytes_->tail().size() &&
+               (refersToZip64 || load32(start, 0) != local::kSignature);
+    }
+
     // Readers search from the back, some for any end record and some for one whose comment ends the
     // file. They could use an earlier end record whose comment reaches into or past this one. An
     // earlier record that ends before this one is an item's content, such as a stored zip file. A
     // signature to which no directory belongs is content too: compressed data sometimes holds it.
-    void refuseSecondEnd() const {
+    void refuseSecondEnd() {
+        const bool isPassed = isPassedOver();
         for (std::size_t other = lastSignatureBefore(at_); other != std::string_view::npos;
              other = lastSignatureBefore(other)) {
-            if (endOf(other) > at_ && leadsToDirectory(other)) {
-                fail("has two end records, at offsets " + std::to_string(offsetInFile(other)) +
-                     " and " + std::to_string(directoryEnd_) +
-                     ": readers could see two different packages");
+            if ((isPassed || endOf(other) > at_) && strays_.endLeads(offsetInFile(other))) {
+                throw StrayRecord(foundation::shown(*file_) + ": has two end records, at offsets " +
+                                      std::to_string(offsetInFile(other)) + " and " +
+                                      std::to_string(directoryEnd_) +
+                                      ": readers could see two different packages" + kGetAgain,
+                                  offsetInFile(other));
             }
         }
     }
 
-    // Whether some reader would find a directory from the end record at `at`: at the offset it
-    // gives, right before it, or through a zip64 locator. A record that counts no items needs no
-    // directory.
-    bool leadsToDirectory(std::size_t at) const {
-        const Bytes record = bytes_->tail().subspan(at);
-        const std::uint64_t size = load32(record, end::kDirectorySize);
-        const std::uint64_t before = offsetInFile(at);
-        return load16(record, end::kCount) == 0 ||
-               holds(central::kSignature, load32(record, end::kDirectoryOffset)) ||
-               (size <= before && holds(central::kSignature, before - size)) ||
-               (before >= zip64locator::kRecordSize &&
-                holds(zip64locator::kSignature, before - zip64locator::kRecordSize));
+    // Some readers search the last 64 KiB for zip64 records, also where the end record does not refer
+    // to any, and some for the end record with the highest offset. So they may find those of a zip
+    // file that is stored in an item.
+    void refuseRecordsInData(std::uint64_t directoryOffset) {
+        const std::uint64_t start = offsetInFile(0);
+        if (start >= directoryOffset) return;
+        const std::string_view data = asText(bytes_->tail()).substr(0, directoryOffset - start);
+        strays_.refuseInData(data, start);
     }
 
-    bool holds(std::uint32_t signature, std::uint64_t offset) const {
-        std::array<std::byte, sizeof signature> found;
-        if (offset > bytes_->fileSize() - found.size()) return false;
-        bytes_->copy(offset, found);
-        return load32(found, 0) == signature;
+    [[noreturn]] void failDisks() const {
+        refuseZip(ZipRule::Unsupported, *file_,
+                  "is one disk of a multi-disk zip archive, which is not supported; join the disks "
+                  "first");
     }
 
-    void checkDisks(std::uint32_t disk, std::uint32_t directoryDisk) const {
-        const auto isFirst = [](std::uint32_t number) {
-            return number == 0 || number == kInZip64_16;
-        };
-        if (!isFirst(disk) || !isFirst(directoryDisk)) {
-            refuseZip(ZipRule::Unsupported, *file_,
-                      "is one disk of a multi-disk zip archive, which is not supported; join the "
-                      "disks first");
+    // Only a zip64 record makes a reference of the highest number; without one, some readers take it
+    // for a disk.
+    void checkDisks(std::uint32_t disk, std::uint32_t directoryDisk, bool isWide) const {
+        for (const std::uint32_t number : {disk, directoryDisk}) {
+            if (number != 0 && !(isWide && number == kInZip64_16)) failDisks();
         }
     }
 
@@ -151,11 +175,13 @@ private:
             fail("the end record counts " + std::to_string(countHere) + " items on this disk and " +
                  std::to_string(directory.count) + " in all, which must be equal");
         }
-        if (directoryEnd_ < zip64locator::kRecordSize) return directory;
-        const std::uint64_t locatorAt = directoryEnd_ - zip64locator::kRecordSize;
-        const Bytes locator = bytes_->at(locatorAt, zip64locator::kRecordSize, locatorAt);
-        if (load32(locator, 0) != zip64locator::kSignature) return directory;
-        return readZip64(directory, locatorAt, locator);
+        const std::uint64_t locatorAt =
+            directoryEnd_ - std::min<std::uint64_t>(directoryEnd_, zip64locator::kRecordSize);
+        const Bytes locator = bytes_->at(locatorAt, directoryEnd_ - locatorAt, locatorAt);
+        const bool isWide = locator.size() == zip64locator::kRecordSize &&
+                            load32(locator, 0) == zip64locator::kSignature;
+        checkDisks(load16(record, end::kDisk), load16(record, end::kDirectoryDisk), isWide);
+        return isWide ? readZip64(directory, locatorAt, locator) : directory;
     }
 
     // Some readers always use the zip64 records, others only for fields that refer to them. So a
@@ -165,7 +191,7 @@ private:
         const std::uint64_t endAt = load64(locator, zip64locator::kEndOffset);
         if (load32(locator, zip64locator::kDisk) != 0 ||
             load32(locator, zip64locator::kDisks) > 1) {
-            checkDisks(1, 1);
+            failDisks();
         }
         if (locatorAt < zip64end::kRecordSize || endAt != locatorAt - zip64end::kRecordSize) {
             fail("the zip64 locator at offset " + std::to_string(locatorAt) +
@@ -191,7 +217,8 @@ private:
             fail("there is no zip64 end record of 56 bytes at offset " + std::to_string(at) +
                  ", where its locator points");
         }
-        checkDisks(load32(record, zip64end::kDisk), load32(record, zip64end::kDirectoryDisk));
+        checkDisks(load32(record, zip64end::kDisk), load32(record, zip64end::kDirectoryDisk),
+                   false);
         if (load64(record, zip64end::kCountOnDisk) != load64(record, zip64end::kCount)) {
             fail("the zip64 end record has one number of items for this disk and another in all");
         }
@@ -220,6 +247,7 @@ private:
 
     ArchiveBytes* bytes_;
     const fl::filesystem::path* file_;
+    StrayRecords strays_;
     std::size_t at_ = 0;              // where the end record starts in the tail
     std::uint64_t directoryEnd_ = 0;  // where the first of the end records starts
 };

@@ -5,6 +5,7 @@
 #include "platform/opc/src/Ascii.hpp"
 #include "platform/opc/src/zip/HiddenItems.hpp"
 #include "platform/opc/src/zip/ItemChecks.hpp"
+#include "platform/opc/src/zip/StrayRecords.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <algorithm>
@@ -20,15 +21,17 @@ using namespace format;
 // that depend on them. `limit` is where the next item or the directory starts.
 class LocalHeaderCheck {
 public:
-    LocalHeaderCheck(ZipItem& item, std::uint64_t limit, ArchiveBytes& bytes,
+    LocalHeaderCheck(ZipItem& item, std::uint64_t limit, ArchiveBytes& bytes, StrayRecords& strays,
                      const fl::filesystem::path& file)
-        : item_(&item), limit_(limit), bytes_(&bytes), checks_(file, item) {}
+        : item_(&item), limit_(limit), bytes_(&bytes), strays_(&strays), checks_(file, item) {}
 
     void run() {
         const Bytes header = readHeader();
         const std::uint16_t flags = load16(header, local::kFlags);
         checkNameAndMethod(header, flags);
         checkSizes(header, (flags & flag::kDescriptor) != 0);
+        strays_->refuse(asText(header.subspan(local::kHeaderSize)),
+                        item_->headerOffset + local::kHeaderSize, "a local header");
         item_->dataOffset = item_->headerOffset + header.size();
         if (item_->compressedSize > limit_ - item_->dataOffset) failOverlap();
         item_->endOffset = item_->dataOffset + item_->compressedSize;
@@ -145,8 +148,26 @@ private:
     ZipItem* item_;
     std::uint64_t limit_;
     ArchiveBytes* bytes_;
+    StrayRecords* strays_;
     ItemChecks checks_;
 };
+
+// Readers of the directory and streaming readers could each make something else of a gap.
+void refuseGap(std::uint64_t from, std::uint64_t to, ArchiveBytes& bytes,
+               const fl::filesystem::path& file) {
+    if (from == to) return;
+    refuseHiddenItem(from, to, bytes, file);
+    refuseZip(ZipRule::Hidden, file,
+              "has " + std::to_string(to - from) + " bytes at offset " + std::to_string(from) +
+                  " that belong to no item: readers could see two different packages" + kGetAgain);
+}
+
+// Bytes in front may be a program that unpacks the file.
+void checkFront(std::uint64_t size, ArchiveBytes& bytes, StrayRecords& strays,
+                const fl::filesystem::path& file) {
+    refuseHiddenItem(0, size, bytes, file);
+    strays.refuse(0, size, "the bytes in front of the first item");
+}
 
 }  // namespace
 
@@ -158,6 +179,7 @@ void checkLocalHeaders(std::vector<ZipItem>& items, std::uint64_t directoryOffse
     if (!std::is_sorted(items.begin(), items.end(), isBefore)) {
         std::stable_sort(items.begin(), items.end(), isBefore);
     }
+    StrayRecords strays(bytes, file);
     std::uint64_t end = 0;
     for (std::size_t i = 0; i < items.size(); ++i) {
         ZipItem& item = items[i];
@@ -166,13 +188,15 @@ void checkLocalHeaders(std::vector<ZipItem>& items, std::uint64_t directoryOffse
                 .failDamaged("is at offset " + std::to_string(item.headerOffset) +
                              ", after the start of the directory");
         }
-        refuseHiddenItem(end, item.headerOffset, bytes, file);
+        if (i == 0) checkFront(item.headerOffset, bytes, strays, file);
+        if (i != 0) refuseGap(end, item.headerOffset, bytes, file);
         const bool isLast = i + 1 == items.size();
         const std::uint64_t next = isLast ? directoryOffset : items[i + 1].headerOffset;
-        LocalHeaderCheck(item, std::min(next, directoryOffset), bytes, file).run();
+        LocalHeaderCheck(item, std::min(next, directoryOffset), bytes, strays, file).run();
         end = item.endOffset;
     }
-    refuseHiddenItem(end, directoryOffset, bytes, file);
+    if (items.empty()) checkFront(directoryOffset, bytes, strays, file);
+    if (!items.empty()) refuseGap(end, directoryOffset, bytes, file);
 }
 
 }  // namespace opc::zip

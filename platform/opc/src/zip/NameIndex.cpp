@@ -1,5 +1,6 @@
 #include "platform/opc/src/zip/NameIndex.hpp"
 
+#include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 
 #include "platform/opc/src/zip/ZipError.hpp"
@@ -34,9 +35,62 @@ std::string percentDecoded(std::string_view name) {
     return decoded;
 }
 
-// Without the dots and blanks at its end, which some file systems drop.
+bool isControl(char c) noexcept {
+    return static_cast<unsigned char>(c) < ' ' || c == '\x7F';
+}
+
+bool isDigit(char c) noexcept {
+    return c >= '0' && c <= '9';
+}
+
+// Canonically composed. Bytes that are not UTF-8 stay as they are.
+std::string composed(std::string name) {
+    if (std::ranges::none_of(name, [](char c) { return (c & 0x80) != 0; })) return name;
+    try {
+        return fl::i18n::ustring_to_utf8(
+            fl::i18n::to_composed(fl::i18n::utf8_to_ustring_strict(name)));
+    } catch (const fl::i18n::ConversionError&) {
+        return name;
+    }
+}
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+// Without what some readers drop wherever it is.
+std::string withoutMarks(std::string name) {
+    std::erase_if(name, isControl);
+    if (name.starts_with(kByteOrderMark)) name.erase(0, kByteOrderMark.size());
+    return name;
+}
+
+// Without the version number (";1") and the dots and blanks at its end, which some systems drop.
 std::string_view stripped(std::string_view segment) {
+    const std::size_t digits =
+        std::find_if_not(segment.rbegin(), segment.rend(), isDigit).base() - segment.begin();
+    if (digits > 0 && digits < segment.size() && segment[digits - 1] == ';') {
+        segment = segment.substr(0, digits - 1);
+    }
     return segment.substr(0, segment.find_last_not_of(". ") + 1);
+}
+
+bool isDrive(std::string_view segment) noexcept {
+    const unsigned char letter = segment.empty() ? 0 : foldedByte(segment[0]);
+    return segment.size() >= 2 && letter >= 'a' && letter <= 'z' && segment[1] == ':';
+}
+
+// Where a path under Windows begins after its drive, which may follow "//?/" or "//./".
+std::size_t startOfPath(std::string_view name) {
+    std::size_t start = 0;
+    for (const std::string_view prefix : {"//?/", "//./"}) {
+        const auto isSame = [](char a, char b) { return foldedByte(a) == foldedByte(b); };
+        if (name.size() >= prefix.size() &&
+            std::equal(prefix.begin(), prefix.end(), name.begin(), isSame)) {
+            start = prefix.size();
+        }
+    }
+    while (isDrive(name.substr(start)))
+        start += 2;
+    return start;
 }
 
 [[noreturn]] void refuseSameNames(const fl::filesystem::path& file, const ZipItem& one,
@@ -46,22 +100,37 @@ std::string_view stripped(std::string_view segment) {
                    "\": readers could see two different packages; remove one of them");
 }
 
+// `outer` and `inner` are names of the items by which some reader knows them.
+void refuseItemInItem(const fl::filesystem::path& file, std::string_view outer, const ZipItem& item,
+                      std::string_view inner, const ZipItem& other) {
+    const bool isFolder = isSeparator(item.name.back());
+    if (&item == &other || isFolder || inner.size() <= outer.size() ||
+        !isSeparator(inner[outer.size()]) ||
+        compareFolded(outer, inner.substr(0, outer.size())) != 0) {
+        return;
+    }
+    refuseItem(ZipRule::Names, file, other.displayName(),
+               "is in a folder that is an item itself, \"" + foundation::shown(item.displayName()) +
+                   "\": some readers see one of them only; rename one");
+}
+
 }  // namespace
 
 bool mayResolve(std::string_view name) noexcept {
     char previous = '/';
     for (const char c : name) {
         const bool endsSegment = previous == '.' || previous == ' ' || isSeparator(previous);
-        if (c == '%' || (isSeparator(c) && endsSegment)) return true;
+        if (c == '%' || c == ';' || c == ':' || isControl(c) || (c & 0x80)) return true;
+        if (isSeparator(c) && endsSegment) return true;
         previous = c;
     }
     return previous == '.' || previous == ' ' || isSeparator(previous);
 }
 
 std::string resolvedName(std::string_view name) {
-    const std::string decoded = percentDecoded(name);
+    const std::string decoded = composed(withoutMarks(percentDecoded(name)));
     std::vector<std::string_view> segments;
-    for (std::size_t start = 0; start <= decoded.size();) {
+    for (std::size_t start = startOfPath(decoded); start <= decoded.size();) {
         const std::size_t end = std::min(decoded.find_first_of("/\\", start), decoded.size());
         const auto segment = std::string_view(decoded).substr(start, end - start);
         if (segment == ".." && !segments.empty()) segments.pop_back();
@@ -101,12 +170,36 @@ NameIndex::NameIndex(const std::vector<ZipItem>& items, const fl::filesystem::pa
 void NameIndex::addResolvedNames(const fl::filesystem::path& file) {
     for (const ZipItem* const item : byName_) {
         if (!mayResolve(item->name)) continue;
-        const auto [found, isNew] = byResolvedName_.try_emplace(resolvedName(item->name), item);
-        if (!isNew) refuseSameNames(file, *found->second, *item);
+        // Some readers take every name for UTF-8.
+        for (const std::string& name :
+             {resolvedName(item->displayName()), resolvedName(item->name)}) {
+            const auto [found, isNew] = byResolvedName_.try_emplace(name, item);
+            if (!isNew && found->second != item) refuseSameNames(file, *found->second, *item);
+        }
     }
     for (const auto& [name, item] : byResolvedName_) {
         const ZipItem* const other = find(name);
         if (other && other != item) refuseSameNames(file, *item, *other);
+    }
+    refuseItemsInItems(file);
+}
+
+// In FoldedLess order the items of a folder directly follow an item with its name.
+void NameIndex::refuseItemsInItems(const fl::filesystem::path& file) const {
+    for (std::size_t i = 0; i + 1 < byName_.size(); ++i)
+        refuseItemInItem(file, byName_[i]->name, *byName_[i], byName_[i + 1]->name,
+                         *byName_[i + 1]);
+    for (const auto& [name, item] : byResolvedName_) {
+        const auto next =
+            std::ranges::upper_bound(byName_, std::string_view(name), FoldedLess(), &ZipItem::name);
+        if (next != byName_.end()) refuseItemInItem(file, name, *item, (*next)->name, **next);
+        for (std::size_t end = name.rfind('/'); end != std::string::npos && end != 0;
+             end = name.rfind('/', end - 1)) {
+            const std::string_view folder = std::string_view(name).substr(0, end);
+            if (const ZipItem* const other = findEntered(folder)) {
+                refuseItemInItem(file, folder, *other, name, *item);
+            }
+        }
     }
 }
 

@@ -35,9 +35,10 @@ constexpr std::weak_ordering compareFolded(std::string_view a, std::string_view 
 // A quick test of whether resolvedName() may be another name. If it returns false, the two are
 // equal in FoldedLess order.
 bool mayResolve(std::string_view name) noexcept;
-// The name as a reader sees it that resolves names like paths of a file system: percent-encodings
-// are decoded; empty segments, dot segments, and dots and blanks at the end of a segment are
-// dropped.
+// The name (UTF-8) as the loosest reader sees it that makes a path of a file system of it:
+// percent-encodings are decoded and characters composed; control characters, a byte-order mark in
+// front, a drive, empty segments, dot segments, and at the end of a segment a version number, dots
+// and blanks are dropped.
 std::string resolvedName(std::string_view name);
 
 struct FoldedLess {
@@ -57,7 +58,8 @@ public:
     // order.
     NameIndex(const std::vector<ZipItem>& items, const fl::filesystem::path& file);
     // Makes items with a name that some readers resolve to another one known under that name too,
-    // for findSimilar(). Throws ZipRefusal about `file` if that is the name of another item. A
+    // for findSimilar(). Throws ZipRefusal about `file` if that is the name of another item, or if
+    // an item is in a folder with the name of another item that is not a folder. A
     // salvaged archive does without: its items are all kept, whatever their names resolve to.
     void addResolvedNames(const fl::filesystem::path& file);
 
@@ -69,6 +71,7 @@ public:
     const ZipItem* findSimilar(std::string_view name) const;
 
 private:
+    void refuseItemsInItems(const fl::filesystem::path& file) const;
     const ZipItem* findEntered(std::string_view name) const noexcept;
 
     std::vector<const ZipItem*> byName_;

@@ -2,16 +2,59 @@
 
 #include <opc/Exception.hpp>
 
+#include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
 #include "platform/opc/src/zip/EndRecords.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"
+#include "platform/opc/src/zip/StrayRecords.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <algorithm>
 #include <iterator>
+#include <span>
 #include <stdexcept>
 
 namespace opc::zip {
+
+namespace {
+
+class EndOfFile final : public ByteSink {
+public:
+    explicit EndOfFile(NewFile& file) : file_(&file) {}
+    void append(std::span<const std::byte> bytes) override { file_->append(bytes); }
+
+private:
+    NewFile* file_;
+};
+
+// Whether the last four bytes, the last of them in the upper bits, begin a record that some reader
+// searches for.
+bool isEndSignature(std::uint32_t bytes) {
+    using namespace format;
+    return bytes == end::kSignature || bytes == zip64end::kSignature ||
+           bytes == zip64locator::kSignature;
+}
+
+void deflateInPieces(InputStream& content, ByteSink& sink) {
+    constexpr std::size_t kBuffer = std::size_t{64} << 10;
+    std::vector<std::byte> buffer(kBuffer);
+    Deflater deflater;
+    std::uint32_t last = 0;
+    while (const std::size_t count = content.read(buffer)) {
+        std::size_t from = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            last = last >> 8 | std::to_integer<std::uint32_t>(buffer[i]) << 24;
+            if (!isEndSignature(last)) continue;
+            deflater.write(std::span(buffer).subspan(from, i - from), sink);
+            deflater.sync(sink);
+            from = i;
+        }
+        deflater.write(std::span(buffer).subspan(from, count - from), sink);
+    }
+    deflater.finish(sink);
+}
+
+}  // namespace
 
 std::size_t MemorySource::readAt(std::span<std::byte> buffer, std::uint64_t offset) const {
     const std::size_t start = std::min<std::uint64_t>(offset, bytes_.size());
@@ -222,7 +265,7 @@ std::string NewArchive::directory(bool allowZip64) const {
     return records;
 }
 
-fl::filesystem::FileStamp NewArchive::finish(bool allowZip64) {
+format::DirectoryRecord NewArchive::writeEnd(bool allowZip64) {
     if (hasGaps()) closeGaps();
     appendFront();
     std::string records;
@@ -235,24 +278,66 @@ fl::filesystem::FileStamp NewArchive::finish(bool allowZip64) {
     refuseZip64(format::needsZip64(record), allowZip64);
     const std::string ends = format::endRecords(record, base_ ? base_->comment() : "");
     file_->append(format::asBytes(records + ends));
-    requireOpening(records);
+    return record;
+}
+
+fl::filesystem::FileStamp NewArchive::finish(bool allowZip64) {
+    format::DirectoryRecord record = writeEnd(allowZip64);
+    while (NewItem* const item = findMistakable(record)) {
+        file_->cutAt(record.offset);
+        deflateAgain(*item);
+        record = writeEnd(allowZip64);
+    }
     return file_->commit();
 }
 
-// Throws if the new file could not be opened again, before it replaces the old one. For example,
-// the data of an item near the end may hold what a reader could take for another end record.
-void NewArchive::requireOpening(const std::string& directory) const {
+// A new item whose stored data holds what some reader would take for a record of this archive; null
+// if the new file can be opened again. Throws if it cannot, for any other reason.
+NewItem* NewArchive::findMistakable(const format::DirectoryRecord& record) const {
+    const auto fail = [this](const Exception& fault) {
+        throwZipError(*name_, std::string("was not saved, because it could not be opened again: ") +
+                                  fault.what());
+    };
     try {
         aboutFile(*name_, [&] {
             ArchiveBytes bytes(file_->file(), file_->tail(), kEndSearch);
             readArchiveEnd(bytes, *name_);
+            std::string directory(record.size, '\0');
+            bytes.copy(record.offset, std::as_writable_bytes(std::span(directory)));
+            const auto items = readItems(directory, record, bytes, *name_);
+            NameIndex(items, *name_).addResolvedNames(*name_);
         });
-        const auto items = readDirectory(directory, placed_.size(), *name_);
-        NameIndex(items, *name_).addResolvedNames(*name_);
+    } catch (const StrayRecord& fault) {
+        if (NewItem* const item = storedAt(fault.offset())) return item;
+        fail(fault);
     } catch (const Exception& fault) {
-        throwZipError(*name_, std::string("was not saved, because it could not be opened again: ") +
-                                  fault.what());
+        fail(fault);
     }
+    return nullptr;
+}
+
+NewItem* NewArchive::storedAt(std::uint64_t offset) const {
+    const auto next = placed_.upper_bound(offset);
+    if (next == placed_.begin()) return nullptr;
+    const Placed& placed = std::prev(next)->second;
+    const bool isStored = placed.fresh && placed.fresh->method == Method::Stored;
+    return isStored && offset < placed.end ? placed.fresh : nullptr;
+}
+
+// At the end of the file; closeGaps() fills the old place. Blocks of the stream end within records'
+// signatures, so that these are in none, even where the stream holds the content as it is.
+void NewArchive::deflateAgain(NewItem& item) {
+    NewItem deflated = item;
+    deflated.method = Method::Deflated;
+    const auto content = openItem(item.contentIn(*name_));
+    startItem(deflated);
+    const std::uint64_t dataOffset = file_->tail();
+    EndOfFile sink(*file_);
+    deflateInPieces(*content, sink);
+    deflated.compressedSize = file_->tail() - dataOffset;
+    drop(item);
+    item = std::move(deflated);
+    endItem(item);
 }
 
 }  // namespace opc::zip

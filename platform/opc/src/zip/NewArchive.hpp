@@ -109,7 +109,8 @@ public:
     void drop(const NewItem& item) noexcept;
 
     // Closes the gaps, writes the directory and the end records, makes sure that the archive can be
-    // opened again, and puts the file in the place of the target. Returns the stamp of the new
+    // opened again (a new item whose stored data some reader would take for records of this archive
+    // is deflated for this), and puts the file in the place of the target. Returns the stamp of the new
     // file. Throws if zip64 is needed and not allowed.
     fl::filesystem::FileStamp finish(bool allowZip64);
 
@@ -132,7 +133,10 @@ private:
     void closeGaps();
     std::string directory(bool allowZip64) const;
     void refuseZip64(bool isNeeded, bool allowZip64) const;
-    void requireOpening(const std::string& directory) const;
+    format::DirectoryRecord writeEnd(bool allowZip64);
+    NewItem* findMistakable(const format::DirectoryRecord& record) const;
+    NewItem* storedAt(std::uint64_t offset) const;
+    void deflateAgain(NewItem& item);
 
     const fl::filesystem::SaveTarget* target_;
     const fl::filesystem::path* name_;

@@ -65,8 +65,7 @@ void ZipArchive::State::read(ArchiveBytes& bytes) {
     comment = std::move(end.comment);
     bounds = {end.directory.offset, end.fileEnd};
     readDirectoryBytes(bytes, end.directory);
-    items = readDirectory(directory, end.directory.count, path);
-    checkLocalHeaders(items, end.directory.offset, bytes, path);
+    items = readItems(directory, end.directory, bytes, path);
     names = NameIndex(items, path);
     names.addResolvedNames(path);
 }

@@ -94,18 +94,22 @@ inline constexpr std::size_t kVersionNeeded = 4, kFlags = 6, kMethod = 8, kTime 
 // The record of an item in the directory. The name, the extra fields and a comment follow.
 namespace central {
 inline constexpr std::uint32_t kSignature = 0x02014b50;
-inline constexpr std::size_t kVersionMadeBy = 4, kVersionNeeded = 6, kFlags = 8, kMethod = 10,
-                             kTime = 12, kDate = 14, kCrc = 16, kCompressedSize = 20, kSize = 24,
-                             kNameLength = 28, kExtraLength = 30, kCommentLength = 32, kDisk = 34,
-                             kAttributes = 38, kOffset = 42, kHeaderSize = 46;
+inline constexpr std::size_t kVersionMadeBy = 4, kSystemMadeBy = 5, kVersionNeeded = 6, kFlags = 8,
+                             kMethod = 10, kTime = 12, kDate = 14, kCrc = 16, kCompressedSize = 20,
+                             kSize = 24, kNameLength = 28, kExtraLength = 30, kCommentLength = 32,
+                             kDisk = 34, kAttributes = 38, kOffset = 42, kHeaderSize = 46;
 }  // namespace central
 
 // The external attributes of a directory record, which an unpacked item gets in the file system:
 // the Unix mode in the upper 16 bits, the DOS attributes in the lower ones.
 namespace attributes {
-inline constexpr std::uint32_t kDosDirectory = 1 << 4;
+inline constexpr std::uint32_t kDosVolumeLabel = 1 << 3, kDosDirectory = 1 << 4;
 inline constexpr unsigned kModeShift = 16;
-inline constexpr std::uint32_t kTypeOfMode = 0170000, kRegular = 0100000, kDirectory = 0040000;
+inline constexpr std::uint32_t kTypeOfMode = 0170000, kRegular = 0100000, kDirectory = 0040000,
+                               kFifo = 0010000;
+// The mode under AmigaOS, which an item's record may say that it was made by.
+inline constexpr std::uint16_t kAmiga = 1;
+inline constexpr std::uint32_t kTypeOfAmigaMode = 06000, kAmigaDirectory = 04000;
 }  // namespace attributes
 
 // The data descriptor, which follows an item's data when the flags say so: checksum, compressed
