@@ -474,15 +474,18 @@ private:
 
     void mendProperties(const PropertiesPart& part, const PartName& name) {
         const std::string document = textOf(*from_.findItem(name));
-        if (part.isSound(document)) return;
+        const bool isSound = part.isSound(document);
+        const ContentType type(part.part.contentType);
+        if (isSound && to_.getPart(name).getContentType() == type) return;
         std::vector<std::string> names;
-        const std::string content = part.toXml(understood(part, document, names));
+        const std::string content =
+            isSound ? document : part.toXml(understood(part, document, names));
         drop(name);
-        to_.createPart(name, ContentType(part.part.contentType),
-                       opc::model::StandardPartInfo(1, content.size()));
+        to_.createPart(name, type, opc::model::StandardPartInfo(1, content.size()));
         const auto stream = to_.getPart(name).getOutputStream();
         stream->write(std::as_bytes(std::span(content)));
         stream->flush();
+        if (isSound) return mend(fmt::format("gave {} their content type", part.called));
         const std::string kept =
             names.empty() ? "nothing" : fmt::format("only {}", fmt::join(names, ", "));
         mend(fmt::format("rewrote {}, keeping {}", part.called, kept));

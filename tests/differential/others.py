@@ -117,7 +117,7 @@ class Extractor:
             with open(file, "rb") as stream:
                 done = subprocess.run(words, stdin=stream, stdout=subprocess.DEVNULL,
                                       stderr=subprocess.DEVNULL, cwd=self.folder, timeout=SECONDS,
-                                      check=False, preexec_fn=limit_memory)
+                                      check=False)
         except subprocess.TimeoutExpired:
             self.ended += 1
             return "- it hung"
@@ -154,7 +154,7 @@ def built(folder, command):
 def compiled(folder, name, libraries):
     target = folder / name
     source = READERS / f"{name}.cpp"
-    flags = ["-std=c++20", "-O1", "-o", target, source, *(f"-l{library}" for library in libraries)]
+    flags = ["-std=c++20", "-O1", "-I", HERE.parent.parent, "-o", target, source, *(f"-l{library}" for library in libraries)]
     return [target] if built(folder, ["c++", *flags]) else None
 
 
@@ -203,6 +203,5 @@ def find_readers(folder, scratch):
     extract("unzip", "unzip", "-qq", "-o", "FILE", "-d", "FOLDER", warned=1)
     extract("7z", "7z", "x", "-y", "-bd", "-tzip", "-oFOLDER", "FILE", warned=1)
     extract("bsdtar", "bsdtar", "-x", "-f", "FILE")
-    extract("bsdtar-pipe", "bsdtar", "-x", "-f", "-")
     extract("busybox", "busybox", "unzip", "-q", "-o", "FILE", "-d", "FOLDER")
     return found, missing

@@ -102,7 +102,10 @@ const TargetRow kOddTargets[] = {
     {"r4", "Target='/korval/code.k'", "screenshot: k x = 1;~"},
     {"r6", "Target='gone.xml'", "Name: \nSummary: \nAuthor: \nVersion: 1.0"},
     {"r6", "Target='/korval/code.k'",
-     "metadata: Exception: FILE: /korval/code.k: line 1, column 1: syntax error$MEND"},
+     "metadata: Exception: FILE: /korval/code.k: is related as core properties, but has the "
+     "content "
+     "type \"application/vnd.quorvane.korval.code\"; expected "
+     "\"application/vnd.openxmlformats-package.core-properties+xml\""},
     {"r6", "Target='file:///etc/passwd' TargetMode='External'",
      "Name: \nSummary: \nAuthor: \nVersion: 1.0"},
 };

@@ -180,6 +180,8 @@ const ItemRow kStoredItems[] = {
     {{.extra = extraField(7, kEndRecord)}, "$STRAY 2777, in the directory$TWO"},
     {{.comment = kZip64Records}, "$STRAY 2773, in the directory$TWO"},
     {{.localExtra = extraField(7, kEndRecord)}, "$STRAY 121, in a local header$TWO"},
+    {{.localSize = 6, .descriptor = 16},
+     "b/c.txt: its local header at offset 80 contradicts the directory: a different size$AGAIN"},
     {{.content = kZip64Records}, "$STRAY 117, in the data of an item$TWO"},
     {{.before = std::string(70000, '-') + kLocalPart}, "there is an item at offset 70080$UNLISTED"},
     {{.content = asIfEnded("stored", 6, 4), .descriptor = 16},
@@ -238,6 +240,24 @@ const ChangeRow kChanges[] = {
      },
      "e\xCC\x81: there is a second item of this name, \"\xC3\xA9\": readers could see two "
      "different packages; remove one of them"},
+    {"names that are equal without a control character",
+     [](auto& zip) {
+         zip.items[0].name =
+             "b/\x7F"
+             "c.txt";
+     },
+     "b/\\u007Fc.txt: there is a second item of this name, \"b/c.txt\": readers could see two "
+     "different packages; remove one of them"},
+    {"names that are equal without a byte-order mark",
+     [](auto& zip) {
+         zip.items[0].name =
+             "\xEF\xBB\xBF"
+             "b/c.txt";
+         zip.items[0].flags = 1 << 11;
+     },
+     "\\uFEFF"
+     "b/c.txt: there is a second item of this name, \"b/c.txt\": readers could see "
+     "two different packages; remove one of them"},
     {"a name that is marked as UTF-8 and is not",
      [](auto& zip) {
          zip.items[0].name = "\xFF";

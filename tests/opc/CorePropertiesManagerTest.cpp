@@ -166,15 +166,42 @@ TEST_F(CorePropertiesManagerTest, RefusesToChooseBetweenCoreProperties) {
                     EndsWith("2 relationships lead to core properties; remove all but one")));
 }
 
-TEST_F(CorePropertiesManagerTest, ReplacesADanglingRelationshipButNoForeignPart) {
-    readFrom(
-        goodPlainPackage()
-            .withRelationships(
-                R"(<Relationship Id="c" Type="http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties" Target="::"/>)")
-            .with("docProps/core.xml", "<not-ours/>"));
-    write(CoreProperties());
-    EXPECT_EQ(part(u"/docProps/core.xml"), "<not-ours/>");
-    EXPECT_THAT(part(u"/docProps/core1.xml"), HasSubstr("cp:coreProperties"));
+TEST_F(CorePropertiesManagerTest, ReplacesARelationshipThatLeadsNowhereButNoForeignPart) {
+    for (const std::string target : {"::", "gone.xml", "http://a/core.xml' TargetMode='External"}) {
+        const auto before =
+            readFrom(goodPlainPackage()
+                         .withRelationships("<Relationship Id='c' "
+                                            "Type='http://schemas.openxmlformats.org/package/2006/"
+                                            "relationships/metadata/core-properties' Target='" +
+                                            target + "'/>")
+                         .with("docProps/core.xml", "<not-ours/>"));
+        EXPECT_EQ(before, CoreProperties()) << target;
+        write(CoreProperties());
+        EXPECT_EQ(part(u"/docProps/core.xml"), "<not-ours/>");
+        EXPECT_THAT(part(u"/docProps/core1.xml"), HasSubstr("cp:coreProperties"));
+    }
+}
+
+TEST_F(CorePropertiesManagerTest, RefusesWhatCorePropertiesMayNotBe) {
+    EXPECT_THAT(
+        [&] {
+            readFrom(withCore("").withTypes(
+                "<Default Extension='xml' ContentType='application/xml'/><Default Extension='rels' "
+                "ContentType='application/vnd.openxmlformats-package.relationships+xml'/>"));
+        },
+        ThrowsMessage<Exception>(
+            EndsWith("/docProps/core.xml: is related as core properties, but has the content type "
+                     "\"application/xml\"; expected "
+                     "\"application/vnd.openxmlformats-package.core-properties+xml\"")));
+    EXPECT_THAT(
+        [&] {
+            readFrom(
+                withCore("<dc:title xmlns:mc='http://schemas.openxmlformats.org/"
+                         "markup-compatibility/2006'/>"));
+        },
+        ThrowsMessage<Exception>(
+            EndsWith("declares the namespace http://schemas.openxmlformats.org/"
+                     "markup-compatibility/2006, which core properties may not use; remove it")));
 }
 
 TEST_F(CorePropertiesManagerTest, TakesAnyPrefixInItsScopeForTheTypeOfADate) {

@@ -32,6 +32,7 @@ PackageBuilder goodPlainPackage() {
         .withTypes(
             R"(<Default Extension="rels" ContentType="application/vnd.openxmlformats-package.relationships+xml"/>)"
             R"(<Default Extension="xml" ContentType="application/xml"/>)"
+            R"(<Override PartName="/docProps/core.xml" ContentType="application/vnd.openxmlformats-package.core-properties+xml"/>)"
             R"(<Override PartName="/data" ContentType="application/octet-stream"/>)")
         .withRelationships(R"(<Relationship Id="d" Type="urn:data" Target="/data"/>)")
         .with("data", "data")

@@ -95,6 +95,20 @@ class Check(CheckTest):
         self.assertLessEqual({"types-entry", "relationships-entry", "name-missing", "screenshot-bytes"},
                              self.rules(bad))
 
+    def test_core_properties_that_lead_nowhere_are_reported_and_made(self):
+        rows = [('Target="docProps/core.xml"', 'Target="docProps/gone.xml"'),
+                ('Target="docProps/core.xml"', 'Target="http://a/core.xml" TargetMode="External"')]
+        self.create()
+        for old, new in rows:
+            self.assertIn(old, self.items("app.kvpkg")[RELS].decode().replace('"/docProps', '"docProps'))
+            change = lambda name, content: (content.replace(b'"/docProps', b'"docProps').replace(
+                old.encode(), new.encode()) if name == RELS else content)
+            self.rewrite("app.kvpkg", "bad.kvpkg", change)
+            self.assertIn("relationship-dangling", self.rules("bad.kvpkg"), new)
+            self.assertEqual(self.metadata("bad.kvpkg")["Version"], "1.0")
+            self.ok("edit", "bad.kvpkg", "--set", "Name=again")
+            self.assertEqual(self.metadata("bad.kvpkg")["Name"], "again")
+
     def test_damaged_bytes_are_reported_item_by_item(self):
         self.flip(self.create(), "bad.kvpkg", MODEL_PART)
         (found,) = self.report("bad.kvpkg")["findings"]
@@ -215,6 +229,45 @@ class Repair(CheckTest):
     def contents(self, name):
         """What is in a package but its tables, which a repair makes anew."""
         return {item: content for item, content in self.items(name).items() if item not in (TYPES, RELS)}
+
+    def test_takes_what_readers_could_take_for_two_packages(self):
+        self.create()
+        whole = self.read("app.kvpkg")
+        kept = self.items("app.kvpkg")
+        end = whole.rindex(b"PK\5\6")
+        offset = int.from_bytes(whole[end + 16:end + 20], "little")
+
+        def packed(other=None, **facts):
+            """With facts of the first item changed, and another item."""
+            with zipfile.ZipFile(self.dir / "bad.kvpkg", "w") as package:
+                for name, content in kept.items():
+                    info = zipfile.ZipInfo(name)
+                    for fact, value in (facts if name == MODEL_PART else {}).items():
+                        setattr(info, fact, value)
+                    package.writestr(info, content)
+                if other:
+                    package.writestr(other, b"other")
+            return self.read("bad.kvpkg")
+
+        rows = {
+            "junk after the end": whole + b"more",
+            "a gap before the directory": whole[:offset] + b"gap" + whole[offset:end + 16]
+                                          + (offset + 3).to_bytes(4, "little") + whole[end + 20:],
+            "a disk number": whole[:end + 4] + b"\xFF\xFF" + whole[end + 6:],
+            "a record in an extra field": packed(extra=b"\7\0\x16\0PK\5\6" + bytes(18)),
+            "a record in a comment": packed(comment=b"PK\5\6" + bytes(18)),
+            "a disk's label": packed(external_attr=8),
+            "a version number": packed(other=MODEL_PART + ";1"),
+            "a drive": packed(other="C:" + MODEL_PART),
+            "content of a folder": packed(other="folder/"),
+            "an item in an item": packed(other=MODEL_PART + "/x"),
+        }
+        for why, data in rows.items():
+            self.write("bad.kvpkg", data)
+            self.assertNotEqual(self.run_tool("parts", "bad.kvpkg").returncode, 0, why)
+            self.repaired("bad.kvpkg")
+            self.ok("parts", "--verify", "out.kvpkg")
+            self.assertEqual(self.contents("out.kvpkg")[MODEL_PART], kept[MODEL_PART], why)
 
     def test_everything_comes_back_without_directory_or_tables(self):
         whole = self.read(self.create())

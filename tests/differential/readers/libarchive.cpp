@@ -6,7 +6,7 @@
 #include <iterator>
 #include <memory>
 
-#include "worker.hpp"
+#include "tests/differential/readers/worker.hpp"
 
 namespace {
 

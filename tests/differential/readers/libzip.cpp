@@ -1,7 +1,7 @@
 // Reads zip files with libzip.
 #include <zip.h>
 
-#include "worker.hpp"
+#include "tests/differential/readers/worker.hpp"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Reads zip files with minizip, zlib's own.
 #include <minizip/unzip.h>
 
-#include "worker.hpp"
+#include "tests/differential/readers/worker.hpp"
 
 namespace {
 

@@ -28,6 +28,16 @@ std::vector<model::Relationship> relationshipsToCore(const Package& package) {
     return found;
 }
 
+// A part of another type could mean anything.
+void requireCoreProperties(const Package& package, const model::Part& part) {
+    const model::ContentType expected(StandardProperties::kContentType);
+    if (part.getContentType() == expected) return;
+    throw Exception(shown(package.path()) + ": " + shown(part.getName().toString()) +
+                    ": is related as core properties, but has the content type \"" +
+                    shown(part.getContentType().toString()) + "\"; expected \"" +
+                    shown(expected.toString()) + "\"");
+}
+
 template <class Properties>
 void readPart(const Package& package, const model::Part& part, CoreProperties& properties) {
     const auto bytes = readAll(part, xml::kMaxBytes);
@@ -68,7 +78,9 @@ CoreProperties CorePropertiesManager::getCoreProperties() const {
     CoreProperties properties;
     for (const auto& relationship : relationshipsToCore(*package_)) {
         if (!package_->hasTarget(relationship)) continue;
-        readPart<StandardProperties>(*package_, package_->getTarget(relationship), properties);
+        const auto part = package_->getTarget(relationship);
+        requireCoreProperties(*package_, part);
+        readPart<StandardProperties>(*package_, part, properties);
     }
     const auto toHost = package_->getRelationshipsByType(HostProperties::kRelationshipType);
     for (const auto& relationship : toHost) {

@@ -36,6 +36,8 @@ constexpr NameSpace kCore{
 constexpr NameSpace kDublinCore{"dc", "http://purl.org/dc/elements/1.1/"};
 constexpr NameSpace kTerms{"dcterms", "http://purl.org/dc/terms/"};
 constexpr NameSpace kInstance{"xsi", xml::kSchemaInstance};
+constexpr std::string_view kMarkupCompatibility =
+    "http://schemas.openxmlformats.org/markup-compatibility/2006";
 constexpr std::string_view kDateType = "W3CDTF";
 constexpr xml::Name kTypeAttribute{xml::kSchemaInstance, "type"};
 constexpr xml::Name kKeywordValue{kCore.uri, "value"};
@@ -85,6 +87,7 @@ public:
     explicit Reader(CoreProperties& properties) : properties_(&properties) {}
 
     void start(const xml::StartTag& tag) override {
+        refuseMarkupCompatibility(tag);
         switch (++depth_) {
             case 1:
                 return startRoot(tag);
@@ -112,6 +115,15 @@ public:
     }
 
 private:
+    // Its elements would make this another document for a reader that knows other namespaces.
+    static void refuseMarkupCompatibility(const xml::StartTag& tag) {
+        const auto declared = tag.declarations();
+        if (std::ranges::find(declared, kMarkupCompatibility, &xml::Declaration::nameSpace) !=
+            declared.end()) {
+            throw xml::Refusal("declares the namespace " + std::string(kMarkupCompatibility) +
+                               ", which core properties may not use; remove it");
+        }
+    }
     static void startRoot(const xml::StartTag& tag) {
         if (tag.name() != xml::Name{kCore.uri, "coreProperties"}) {
             throw xml::Refusal("the root is \"" + std::string(tag.name().local) +

@@ -91,6 +91,8 @@ private:
         if (!agrees(load32(header, local::kCrc), item_->crc32)) failContradiction("checksum");
         if (!agrees(size, item_->size)) failContradiction("size");
         if (!agrees(compressedSize, item_->compressedSize)) failContradiction("compressed size");
+        // Of stored data, some streaming readers take the one and some the other.
+        if (item_->method == Method::Stored && size != compressedSize) failContradiction("size");
     }
 
     // Returns the size and the compressed size, in the order of the local zip64 field, which holds

@@ -204,18 +204,25 @@ private:
 
     // Takes the item if its bytes are free, its name is new and its content is whole. Otherwise
     // returns why not.
+    // What the loosest reader takes a name for: the copy that is made of the items must not have two
+    // of one name for it.
+    static std::string knownName(const std::string& name) {
+        return mayResolve(name) ? resolvedName(name) : name;
+    }
+    bool hasName(const std::string& name) const { return names_.contains(knownName(name)); }
+
     Verdict take(ZipItem item) {
         item.endOffset = item.dataOffset + item.compressedSize;
         if (item.endOffset > source_->size || item.endOffset < item.dataOffset)
             return lostBy(Loss::Cut);
         if (taken_.overlap(item.headerOffset, item.endOffset)) return lostBy(Loss::Overlap);
-        if (names_.contains(item.name) && !item.localName.empty()) {
+        if (hasName(item.name) && !item.localName.empty()) {
             std::swap(item.name, item.localName);
         }
-        if (names_.contains(item.name)) return lostBy(Loss::SameName);
+        if (hasName(item.name)) return lostBy(Loss::SameName);
         if (Verdict verdict = judgeContent(item); !verdict.isTaken()) return verdict;
         taken_.add(item.headerOffset, item.endOffset);
-        names_.insert(item.name);
+        names_.insert(knownName(item.name));
         item.directoryRecord = {};
         items_.push_back(std::move(item));
         return {};
@@ -491,7 +498,7 @@ private:
         if (header.flags & flag::kAnyEncryption) return lostBy(Loss::Encrypted);
         if (findMethod(item.method) == nullptr)
             return lostBy(Loss::Method, "it " + methodFault(item.method));
-        if (names_.contains(item.name)) return lostBy(Loss::SameName);
+        if (hasName(item.name)) return lostBy(Loss::SameName);
         if (isWhole_ && !listed_.contains(item.name)) return lostBy(Loss::NotListed);
         if (header.isMeasured() && !measure(item, limit)) return lostBy(Loss::NoEnd);
         if (isWhole_ && !isListed(item)) return lostBy(Loss::NotListed);
@@ -578,7 +585,7 @@ private:
         std::set<std::pair<std::string, bool>> told;  // the name, and whether another item has it
         for (Failure& failure : failures_) {
             const bool isOther = failure.loss == Loss::SameName;
-            if (names_.contains(failure.name) && !isOther) continue;
+            if (hasName(failure.name) && !isOther) continue;
             if (isOther && twice_.contains(failure.name)) continue;
             if (taken_.overlap(failure.at, failure.at + 1)) continue;
             if (claimed_.overlap(failure.at, failure.at + 1)) continue;
@@ -604,7 +611,7 @@ private:
     Ranges tried_;                             // bytes that were read without finding an item
     Ranges claimed_;                           // the bytes of items that are lost
     Ranges within_;                            // archives that are not the file's own
-    std::set<std::string, FoldedLess> names_;  // of items_
+    std::set<std::string, FoldedLess> names_;  // of items_, as knownName() gives them
     std::set<std::string, FoldedLess> twice_;  // of several items that are the file's own
     std::map<std::string, Seen, FoldedLess> seen_;  // what see() records
     std::set<std::uint64_t> unsure_;  // header offsets of items that may not be the file's own
