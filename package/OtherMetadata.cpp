@@ -3,9 +3,9 @@
 #include <xercesc/dom/DOMElement.hpp>
 
 #include <deque>
+#include <map>
 #include <set>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "package/Layout.hpp"
@@ -68,7 +68,7 @@ ustring valueOf(const DOMElement* item, const layout::ListElementRow& list) {
 // A list keeps its attributes, and so does each item whose value occurs again.
 void keepOfList(const DOMElement* earlier, DOMElement* now, const layout::ListElementRow& list) {
     XercesHelper::copyAttributes(earlier, now, {});
-    std::unordered_map<ustring, std::deque<const DOMElement*>> items;  // by value, in order
+    std::map<ustring, std::deque<const DOMElement*>> items;  // by value, in order
     for (const DOMElement* item : XercesHelper::getElements(earlier, list.item))
         items[valueOf(item, list)].push_back(item);
     for (DOMElement* item : XercesHelper::getElements(now, list.item)) {

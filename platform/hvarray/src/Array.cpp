@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
-#include <unordered_set>
+#include <set>
 
 #include "platform/hvarray/src/ArrayData.hpp"
 
@@ -63,7 +63,7 @@ hvArray_tag* createFilled(Dimensions dimensions, Elements elements) {
 
 std::vector<std::string> checkedNames(std::span<const char* const> fieldNames) {
     std::vector<std::string> names;
-    std::unordered_set<std::string_view> seen;
+    std::set<std::string_view> seen;
     for (const char* name : fieldNames) {
         if (name == nullptr || *name == '\0') throw ArrayError("a struct field needs a name");
         if (!seen.insert(name).second) {

@@ -6,7 +6,6 @@
 #include <map>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace opc::model {
@@ -47,7 +46,7 @@ private:
         ustring key;  // the part name or the extension, as spelled
         ContentType type;
     };
-    using Index = std::unordered_map<std::string, std::size_t>;
+    using Index = std::map<std::string, std::size_t>;
 
     // Appends an entry. Returns false, and changes nothing, if `index` has one for `key`.
     bool add(Index& index, std::string key, Entry entry);

@@ -12,9 +12,9 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 namespace opc::model {
@@ -112,7 +112,7 @@ private:
     ContentTypes types_, loadedTypes_;
     RelationshipsPart relationships_, loadedRelationships_;
     // Keys of the names of items that could be parts but have no type.
-    std::unordered_set<std::string> untyped_;
+    std::set<std::string> untyped_;
     std::uint64_t nextOrder_ = 0;
     // The last member, so that parts are destroyed first: they end their streams, which work on the
     // writer and the archive.

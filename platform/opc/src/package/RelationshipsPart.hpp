@@ -7,7 +7,6 @@
 #include <map>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace opc::model {
@@ -45,7 +44,7 @@ private:
     ustring freeId();
 
     std::map<std::uint64_t, Relationship> all_;  // by a place that grows, which keeps their order
-    std::unordered_map<ustring, std::uint64_t> places_;  // in all_, by id
+    std::map<ustring, std::uint64_t> places_;    // in all_, by id
     std::uint64_t nextPlace_ = 0;
     std::size_t lastNumber_ = 0;  // of the last id that freeId() gave
 };

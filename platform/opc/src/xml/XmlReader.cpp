@@ -13,7 +13,7 @@
 #include <functional>
 #include <memory>
 #include <random>
-#include <unordered_set>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -86,11 +86,6 @@ unsigned long hashSalt() {
     static const unsigned long salt = std::random_device()() | 1UL;
     return salt;
 }
-
-// Lets a set of strings be searched for a std::string_view.
-struct NameHash : std::hash<std::string_view> {
-    using is_transparent = void;
-};
 
 // A place in a document. Lines and columns count from 1.
 struct Place {
@@ -280,7 +275,7 @@ private:
     Bindings bindings_;
     std::vector<Attribute> attributes_;
     bool mayHaveManyNames_;  // false for most documents, whose names need not be counted
-    std::unordered_set<std::string, NameHash, std::equal_to<>> names_;
+    std::set<std::string, std::less<>> names_;
     std::size_t depth_ = 0;
     std::size_t elements_ = 0;
     std::size_t others_ = 0;
