@@ -26,6 +26,7 @@ class Facts:
             sizes = struct.unpack("<II", data[start + 20:start + 28])
             lengths = struct.unpack("<HHH", data[start + 28:start + 34])
             local = struct.unpack("<I", data[start + 42:start + 46])[0]
+            self.has_extra |= local == 0xFFFFFFFF
             if data[local:local + 4] == b"PK\3\4":
                 flags |= struct.unpack("<H", data[local + 6:local + 8])[0]
                 self.has_extra |= data[local + 28:local + 30] != b"\0\0"

@@ -149,6 +149,7 @@ const ItemRow kItems[] = {
     {{.localSize = 1}, "$LOCAL size$AGAIN"},
     {{.localCompressedSize = 1}, "$LOCAL compressed size$AGAIN"},
     {{.localSize = 1, .descriptor = 16}, "$LOCAL size$AGAIN"},
+    {{.localSize = 40, .descriptor = 16}, "$LOCAL size$AGAIN"},
     {{.localExtra = extraField(1, little(1, 8) + little(7, 8))}, "$LOCAL size$AGAIN"},
     {{.descriptor = 16, .descriptorBytes = ""},
      "has no data descriptor after its data, at offset 80, that agrees with the directory$AGAIN"},
