@@ -153,6 +153,38 @@ std::string randomName() {
     return fmt::format(".qzapp-{}-{:08x}", ::getpid(), random());
 }
 
+struct stat statusOf(const FileDescriptor& file) {
+    struct stat status {};
+    if (::fstat(file.get(), &status) < 0) throwSystemError(errno, "cannot stat");
+    return status;
+}
+
+// What the system makes of a new file in `parent` on which nobody is to have any rights. It tells
+// file systems that give all files one owner or one mode.
+struct stat statusOfNewFile(const FileDescriptor& parent) {
+    const std::string name = randomName();
+    const FileDescriptor file(fl::filesystem::retryInterrupted([&] {
+        return ::openat(parent.get(), name.c_str(),
+                        O_RDONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0);
+    }));
+    if (!file) throwSystemError(errno, "cannot create a file in its directory");
+    ::unlinkat(parent.get(), name.c_str(), 0);
+    return statusOf(file);
+}
+
+constexpr mode_t kAllRights = 0777;
+
+// Whether the folder, which this process has just made in `parent` with this mode, can be the one
+// that is open: another user cannot make one with this owner, nor the owner's own older folders be
+// used if others have rights on them.
+bool canBeOwn(const FileDescriptor& parent, const FileDescriptor& folder, mode_t mode) {
+    const struct stat found = statusOf(folder);
+    const bool hasMode = (found.st_mode & kAllRights & ~mode) == 0;
+    if (found.st_uid == ::geteuid() && hasMode) return true;
+    const struct stat fresh = statusOfNewFile(parent);
+    return found.st_uid == fresh.st_uid && (hasMode || (fresh.st_mode & kAllRights) != 0);
+}
+
 std::string makeFolder(const FileDescriptor& parent, mode_t mode) {
     for (int tries = 0; tries < kMaxNameTries; ++tries) {
         std::string name = randomName();
@@ -170,10 +202,14 @@ void removePrivateFolders() noexcept {
     }
 }
 
-FileDescriptor openFolder(const FileDescriptor& parent, const std::string& name) {
+FileDescriptor openNewFolder(const FileDescriptor& parent, const std::string& name, mode_t mode) {
     FileDescriptor folder(fl::filesystem::retryInterrupted(
         [&] { return ::openat(parent.get(), name.c_str(), kOpenFolder); }));
     if (!folder) throwSystemError(errno, "cannot open the folder \"" + name + "\"");
+    if (!isEmpty(folder.get()) || !canBeOwn(parent, folder, mode)) {
+        throwSystemError(EEXIST,
+                         "another program put a folder in the place of a new one; try again");
+    }
     return folder;
 }
 
@@ -184,14 +220,7 @@ PrivateFolder::PrivateFolder(const FileDescriptor& parent, mode_t mode)
     Slot& slot = slots[slot_];
     try {
         name_ = makeFolder(parent, mode);
-        folder_ = openFolder(parent, name_);
-        // Another program may have put a folder of its own in the place of ours before we opened
-        // it, and we would later delete all that it holds.
-        if (!isEmpty(folder_.get())) {
-            throwSystemError(EEXIST,
-                             "another program put a folder in the place of a new one; try "
-                             "again");
-        }
+        folder_ = openNewFolder(parent, name_, mode);
     } catch (...) {
         if (!name_.empty()) ::unlinkat(parent.get(), name_.c_str(), AT_REMOVEDIR);
         slot.state.store(Slot::State::Free);

@@ -44,9 +44,12 @@ private:
 // lock and allocates nothing.
 void removePrivateFolders() noexcept;
 
-// Opens the directory `name` in `parent` without following a symbolic link. Throws
-// std::system_error.
-fl::filesystem::FileDescriptor openFolder(const fl::filesystem::FileDescriptor& parent,
-                                          const std::string& name);
+// Opens the directory `name` in `parent`, which this process has just made with this mode. Throws
+// std::system_error, also if by now the name leads to a folder that holds something, belongs to
+// another user, or gives others rights that `mode` does not: another program may have put it there,
+// could read or change all that is written into it, and would lose what it holds when the folder is
+// removed.
+fl::filesystem::FileDescriptor openNewFolder(const fl::filesystem::FileDescriptor& parent,
+                                             const std::string& name, mode_t mode);
 
 }  // namespace qzapp

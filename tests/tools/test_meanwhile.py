@@ -310,26 +310,43 @@ class Interrupted(MeanwhileTest):
     def test_a_folder_that_was_put_in_the_place_of_the_private_one_is_left_alone(self):
         self.small("app.kvpkg")
         (self.dir / "out").mkdir()
-        for folder, *args in (("out", "extract", "app.kvpkg", "-o", "out"), (".", "extract", "app.kvpkg", "-o", "new"),
-                              (".", "edit", "app.kvpkg", "--set", "Name=N")):
-            before, old = self.read("app.kvpkg"), self.names()
-            (self.dir / "theirs").mkdir()
+        existing, new, edit = (("out", "extract", "app.kvpkg", "-o", "out"), (".", "extract", "app.kvpkg", "-o", "new"),
+                               (".", "edit", "app.kvpkg", "--set", "Name=N"))
+        rows = [("holds a file", row) for row in (existing, new, edit)]
+        rows += [("is open to all", row) for row in (existing, edit)]
+        if os.getuid() == 0:
+            rows += [("is another user's", row) for row in (existing, new, edit)]
+        for theirs, (folder, *args) in rows:
+            with self.subTest(theirs, args=args):
+                self.exchange(theirs, folder, args)
+
+    def exchange(self, theirs, folder, args):
+        before, old = self.read("app.kvpkg"), self.names()
+        other = self.dir / "theirs"
+        other.mkdir(mode=0o700)
+        if theirs == "holds a file":
             self.write("theirs/file", "theirs")
-            with subprocess.Popen(["strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=mkdirat", "-e",
-                                   "inject=mkdirat:delay_exit=500000", TOOL, *args], cwd=self.dir,
-                                  stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) as run:
-                while not (made := list((self.dir / folder).glob(".qzapp-*"))):
-                    time.sleep(0.0005)
-                made[0].rename(self.dir / "moved")
-                (self.dir / "theirs").rename(made[0])
-                message = run.communicate(timeout=60)[1].decode()
-            self.assertEqual(run.returncode, 1)
-            self.assertRegex(message, "^qzapp: (out|new|app.kvpkg): another program put a folder in the place of a new "
-                             r"one; try again: File exists\n$")
+        elif theirs == "is open to all":
+            other.chmod(0o777)
+        else:
+            os.chown(other, 65534, 65534)
+        with subprocess.Popen(["strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=mkdirat", "-e",
+                               "inject=mkdirat:delay_exit=500000", TOOL, *args], cwd=self.dir,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) as run:
+            while not (made := list((self.dir / folder).glob(".qzapp-*"))):
+                self.assertIsNone(run.poll())
+                time.sleep(0.0005)
+            made[0].rename(self.dir / "moved")
+            other.rename(made[0])
+            message = run.communicate(timeout=60)[1].decode()
+        self.assertEqual(run.returncode, 1)
+        self.assertRegex(message, "^qzapp: (out|new|app.kvpkg): another program put a folder in the place of a new "
+                         r"one; try again: File exists\n$")
+        if theirs == "holds a file":
             self.assertEqual((made[0] / "file").read_text(), "theirs")
             shutil.rmtree(made[0])
-            (self.dir / "moved").rmdir()
-            self.assertEqual((self.read("app.kvpkg"), self.names(), self.names("out")), (before, old, []))
+        (self.dir / "moved").rmdir()
+        self.assertEqual((self.read("app.kvpkg"), self.names(), self.names("out")), (before, old, []))
 
     def test_private_folders_go_wherever_a_link_leads_by_then(self):
         self.write("c.k", "x")

@@ -175,7 +175,7 @@ void OutputFolder::makeFolders() {
         if (::mkdirat(folderOfFiles().get(), name.c_str(), kAsTheUmaskAllows) != 0) {
             throwSystemError(errno, "cannot make the folder \"" + name + "\"");
         }
-        inner_.push_back(openFolder(folderOfFiles(), name));
+        inner_.push_back(openNewFolder(folderOfFiles(), name, kAsTheUmaskAllows));
     }
 }
 
