@@ -122,6 +122,58 @@ TEST_F(ReplacementFileTest, CopiesNoDigestOfTheOldContent) {
     EXPECT_EQ(copied, std::set<std::string>{"security.note"});
 }
 
+// The rights of a group that cannot be kept are not for the members of another one.
+TEST_F(ReplacementFileTest, GivesAnotherGroupOnlyWhatAllOthersHave) {
+    static int error;
+    const gid_t other = ::getegid() + 1;
+    constexpr std::string_view kList(  // user::rw- user:1234:rw- group::rw- mask::rw- other::r--
+        "\2\0\0\0\1\0\6\0\xFF\xFF\xFF\xFF\2\0\6\0\xD2\4\0\0\4\0\6\0\xFF\xFF\xFF\xFF"
+        "\x10\0\6\0\xFF\xFF\xFF\xFF\x20\0\4\0\xFF\xFF\xFF\xFF",
+        44);
+    constexpr std::size_t kGroupEntry = 22, kMaskEntry = 30, kOtherEntry = 38;
+    const struct {
+        const char* why;
+        bool hasAnotherGroup;
+        int error;
+        mode_t old;
+        bool hasList;
+        mode_t mode;
+        char groupRights;
+    } rows[] = {
+        {"a group's own", true, EPERM, 0660, false, 0600, 0},
+        {"what all may", true, EPERM, 0664, false, 0644, 0},
+        {"what all but the group may", true, EPERM, 0604, false, 0600, 0},
+        {"a group that the namespace does not know", false, EINVAL, 0660, false, 0600, 0},
+        {"the same group", false, EPERM, 0660, false, 0660, 0},
+        {"with an access list", true, EPERM, 0664, true, 0664, 4},
+        {"with an access list, the same group", false, EPERM, 0664, true, 0664, 6},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        stdfs::remove(file("a"));
+        write("a", "old");
+        if (row.hasAnotherGroup && ::chown(file("a").c_str(), -1, other) != 0) continue;
+        ASSERT_EQ(::chmod(file("a").c_str(), row.old), 0);
+        if (row.hasList && ::setxattr(file("a").c_str(), "system.posix_acl_access", kList.data(),
+                                      kList.size(), 0) != 0) {
+            continue;  // this file system has no access lists
+        }
+        error = row.error;
+        const WatchedSystem system;
+        systemCalls().fchown = [](int, uid_t, gid_t) { return (errno = error, -1); };
+        EXPECT_EQ(complaint(name("a")), "");
+        EXPECT_EQ(static_cast<mode_t>(stdfs::status(file("a")).permissions()), row.mode);
+        if (!row.hasList) continue;
+        std::string list(kList.size(), '\0');
+        ASSERT_EQ(
+            ::getxattr(file("a").c_str(), "system.posix_acl_access", list.data(), list.size()),
+            static_cast<ssize_t>(kList.size()));
+        EXPECT_EQ(list[kGroupEntry], row.groupRights);
+        EXPECT_EQ(list[kMaskEntry], 6);
+        EXPECT_EQ(list[kOtherEntry], 4);
+    }
+}
+
 // A directory may give an access list to whatever is created in it.
 TEST_F(ReplacementFileTest, GivesTheDirectorysAccessListToNewFilesOnly) {
     constexpr std::string_view kList(

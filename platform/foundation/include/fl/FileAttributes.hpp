@@ -12,8 +12,9 @@
 namespace fl::filesystem {
 
 // Gives `to` the owner, group, mode, access list and extended attributes of `from`. If the system
-// does not let this user set the owner or the group, the file keeps the user's own, and loses the
-// set-user-ID and set-group-ID bits. Attributes named "security.*" and "trusted.*" are copied as
+// does not let this user set the owner or the group, the file keeps the one that it has, and loses
+// the set-user-ID and set-group-ID bits. If that is another group, it and all others get the rights
+// that both of them have in `from`, so that no member of either group gets more than before. Attributes named "security.*" and "trusted.*" are copied as
 // far as the system permits, except digests of the content, which would not fit the new content.
 // Throws std::system_error, whose text names the owner, the mode or the attribute, if anything else
 // cannot be kept; `to` may then have some of it.

@@ -3,7 +3,12 @@
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
+
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <set>
 #include <string>
 #include <string_view>
@@ -65,13 +70,60 @@ std::set<std::string> attributeNames(const FileDescriptor& file) {
     return names;
 }
 
-void copyAttribute(const FileDescriptor& from, FileDescriptor& to, const std::string& name) {
+struct stat statusOf(const FileDescriptor& file) {
+    struct stat status {};
+    if (retryInterrupted([&] { return systemCalls().fstat(file.get(), &status); }) < 0) {
+        throwSystemError(errno, "cannot stat");
+    }
+    return status;
+}
+
+// What the owner and group of a new file are, compared with those of the file that it replaces.
+struct Kept {
+    bool owner = false;
+    bool group = false;
+};
+
+// With another group, its members get the group's rights, and those of the old group the rights of
+// all others. So both get what both had, and nobody gets more than before.
+mode_t forAnotherGroup(mode_t mode) {
+    const mode_t both = mode >> 3 & mode & 07;
+    return (mode & ~mode_t{077}) | both << 3 | both;
+}
+
+// The same for an access list, as the system gives and takes it.
+void cutForAnotherGroup(std::string& list) {
+    const auto forEach = [&](auto visit) {
+        for (std::size_t at = sizeof(posix_acl_xattr_header);
+             at + sizeof(posix_acl_xattr_entry) <= list.size();
+             at += sizeof(posix_acl_xattr_entry)) {
+            posix_acl_xattr_entry entry;
+            std::memcpy(&entry, &list[at], sizeof entry);
+            visit(entry);
+            std::memcpy(&list[at], &entry, sizeof entry);
+        }
+    };
+    const auto isOne = [](const posix_acl_xattr_entry& entry) {
+        return entry.e_tag == htole16(ACL_GROUP_OBJ) || entry.e_tag == htole16(ACL_OTHER);
+    };
+    __le16 both = 0xFFFF;
+    forEach([&](posix_acl_xattr_entry& entry) {
+        if (isOne(entry) || entry.e_tag == htole16(ACL_MASK)) both &= entry.e_perm;
+    });
+    forEach([&](posix_acl_xattr_entry& entry) {
+        if (isOne(entry)) entry.e_perm = both;
+    });
+}
+
+void copyAttribute(const FileDescriptor& from, FileDescriptor& to, const std::string& name,
+                   const Kept& kept) {
     const std::string what = "cannot keep the extended attribute \"" + name + "\"";
-    const std::string value = readSized(
+    std::string value = readSized(
         [&](char* buffer, std::size_t size) {
             return systemCalls().fgetxattr(from.get(), name.c_str(), buffer, size);
         },
         what);
+    if (name == kAccessList && !kept.group) cutForAnotherGroup(value);
     if (retryInterrupted([&] {
             return systemCalls().fsetxattr(to.get(), name.c_str(), value.data(), value.size(), 0);
         }) < 0) {
@@ -79,12 +131,12 @@ void copyAttribute(const FileDescriptor& from, FileDescriptor& to, const std::st
     }
 }
 
-void copyExtendedAttributes(const FileDescriptor& from, FileDescriptor& to) {
+void copyExtendedAttributes(const FileDescriptor& from, FileDescriptor& to, const Kept& kept) {
     const std::set<std::string> names = attributeNames(from);
     for (const std::string& name : names) {
         if (describesContent(name)) continue;
         try {
-            copyAttribute(from, to, name);
+            copyAttribute(from, to, name, kept);
         } catch (const std::system_error&) {
             if (!isOptional(name)) throw;
         }
@@ -96,8 +148,8 @@ void copyExtendedAttributes(const FileDescriptor& from, FileDescriptor& to) {
     }
 }
 
-// Sets the owner and group as far as the system permits. Returns whether both are now as `wanted`.
-bool copyOwner(const struct stat& wanted, FileDescriptor& file) {
+// Sets the owner and group as far as the system permits.
+Kept copyOwner(const struct stat& wanted, FileDescriptor& file) {
     const auto change = [&](uid_t owner) {
         const int result = retryInterrupted(
             [&] { return systemCalls().fchown(file.get(), owner, wanted.st_gid); });
@@ -107,25 +159,27 @@ bool copyOwner(const struct stat& wanted, FileDescriptor& file) {
         }
         return result == 0;
     };
-    if (change(wanted.st_uid)) return true;
-    change(static_cast<uid_t>(-1));
-    return false;
+    if (change(wanted.st_uid)) return {.owner = true, .group = true};
+    if (change(static_cast<uid_t>(-1))) return {.owner = false, .group = true};
+    // The group may be right nevertheless. EINVAL: a group that the user namespace does not know,
+    // and for which fstat() gives the same number as for others.
+    const bool isKnown = errno == EPERM;
+    return {.owner = false, .group = isKnown && statusOf(file).st_gid == wanted.st_gid};
 }
 
 }  // namespace
 
 void copyAttributes(const FileDescriptor& from, FileDescriptor& to) {
-    struct stat wanted {};
-    if (retryInterrupted([&] { return systemCalls().fstat(from.get(), &wanted); }) < 0) {
-        throwSystemError(errno, "cannot stat");
-    }
+    const struct stat wanted = statusOf(from);
+    const Kept kept = copyOwner(wanted, to);
     mode_t mode = wanted.st_mode & 07777;
     // The set-user-ID and set-group-ID bits would give another owner's rights away.
-    if (!copyOwner(wanted, to)) mode &= 01777;
+    if (!kept.owner) mode &= 01777;
+    if (!kept.group) mode = forAnotherGroup(mode);
     if (retryInterrupted([&] { return systemCalls().fchmod(to.get(), mode); }) < 0) {
         throwSystemError(errno, "cannot keep the mode");
     }
-    copyExtendedAttributes(from, to);
+    copyExtendedAttributes(from, to, kept);
 }
 
 std::optional<struct stat> find(const FileDescriptor& directory, const std::string& name) {
