@@ -277,6 +277,25 @@ class ExtractMeanwhile(MeanwhileTest):
         self.ok("extract", "app.kvpkg", "-o", "app")
         self.assertEqual(self.names("elsewhere"), sorted(FILES))
 
+    @unittest.skipIf(os.getuid() != 0, "only root can make links for others")
+    def test_no_link_that_another_user_put_into_a_directory_for_all_is_followed(self):
+        self.small("app.kvpkg")
+        for folder in ("all", "victim"):
+            (self.dir / folder).mkdir()
+        link = self.dir / "all/link"
+        link.symlink_to("../victim")
+        (self.dir / "own").symlink_to("all/link/")
+        (self.dir / "all").chmod(0o1777)
+        os.lchown(link, 65534, 65534)
+        for folder in ("all/link", "all/link/", "own", "all/link/new"):
+            self.fails(1, f"{folder}: is another user's symbolic link, in a directory where everybody may put one "
+                       "(choose another with -o): Permission denied", "extract", "app.kvpkg", "-o", folder, "--force")
+        self.assertEqual(self.names("victim"), [])
+        os.lchown(link, 0, 0)
+        for folder in ("all/link", "own", "own/new"):
+            self.ok("extract", "app.kvpkg", "-o", folder, "--force")
+        self.assertEqual(self.names("victim"), sorted([*FILES, "new"]))
+
 
 class Interrupted(MeanwhileTest):
     @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")

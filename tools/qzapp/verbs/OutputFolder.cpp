@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <fl/FileAttributes.hpp>
+#include <fl/ReplacementFile.hpp>
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 
@@ -43,6 +44,35 @@ std::string withoutTrailingSlashes(std::string name) {
     while (name.size() > 1 && name.ends_with('/'))
         name.pop_back();
     return name;
+}
+
+bool isLink(const std::string& name) {
+    struct stat found {};
+    return ::lstat(name.c_str(), &found) == 0 && S_ISLNK(found.st_mode);
+}
+
+// Opens the directory of this name. If it is a link, reads it instead of letting the system follow
+// it, so that no link that another user planted decides where the files go. Returns an empty
+// descriptor, with errno set, if there is no such directory.
+FileDescriptor openThroughLinks(std::string name) {
+    constexpr int kMaxLinks = 40;  // as many as the system follows
+    for (int links = 0; links <= kMaxLinks; ++links) {
+        FileDescriptor opened = openDirectory(name, O_NOFOLLOW);
+        const int error = errno;
+        if (opened || !isLink(name)) {
+            errno = error;
+            return opened;
+        }
+        const std::size_t slash = name.rfind('/');
+        const std::string parent = slash == std::string::npos ? "./" : name.substr(0, slash + 1);
+        const FileDescriptor directory = openDirectory(parent, 0);
+        if (!directory) return {};
+        const std::string target = fl::filesystem::readTrustedLink(
+            directory, name.substr(slash + 1), "choose another with -o");
+        name = withoutTrailingSlashes(target.starts_with('/') ? target : parent + target);
+    }
+    errno = ELOOP;
+    return {};
 }
 
 bool isThere(const FileDescriptor& directory, const std::string& name, const FileStamp& stamp) {
@@ -92,7 +122,7 @@ constexpr const char* kMayBeLost =
 }  // namespace
 
 OutputFolder::OutputFolder(const FileName& folder, Links links) : folder_(folder) {
-    openPlace(links);
+    about(folder_, [&] { openPlace(links); });
     if (!missing_.empty()) about(folder_, [&] { makeFolders(); });
 }
 
@@ -119,8 +149,11 @@ FileName OutputFolder::nameOf(const std::string& name) const {
 // Opens the longest part of the folder's path that exists as place_; the rest goes into missing_.
 void OutputFolder::openPlace(Links links) {
     std::string name = withoutTrailingSlashes(folder_.bytes());
-    const int flags = links == Links::Follow ? 0 : O_NOFOLLOW;
-    while (!(place_ = openDirectory(name.empty() ? "." : name, missing_.empty() ? flags : 0))) {
+    const auto open = [&] {
+        if (links == Links::Refuse && missing_.empty()) return openDirectory(name, O_NOFOLLOW);
+        return openThroughLinks(name.empty() ? "." : name);
+    };
+    while (!(place_ = open())) {
         const int reason = errno;
         struct stat found {};
         const bool isThere = ::lstat(name.c_str(), &found) == 0;

@@ -19,6 +19,12 @@ inline constexpr const char* kChangedMeanwhile =
     "someone else created, changed or removed the file in the meantime; it is left as it is now "
     "(open it again, or save under another name)";
 
+// Where the symbolic link `name` in `directory` leads, for whoever is going to write there. Throws
+// std::system_error if it cannot be read, or if it is a link of another user in a directory where
+// everybody may create files, such as /tmp; the message then ends in `advice`.
+PLATFORM_API std::string readTrustedLink(const FileDescriptor& directory, const std::string& name,
+                                         const char* advice);
+
 // Renames the file `content` over the target, under the rules of ReplacementFile::commit(), so it
 // gets the target's owner, mode and attributes. The caller has written `content` completely, on the
 // target's own file system. It stays under its name if anything fails before the rename.

@@ -66,7 +66,8 @@ FileDescriptor openLink(const FileDescriptor& directory, const std::string& name
 // Refuses another user's link in a directory where everybody may create files, such as /tmp:
 // whoever plants one there would choose which file is replaced. The system has the same rule
 // (protected_symlinks) for links that it follows, but we read the links ourselves.
-void requireTrusted(const FileDescriptor& link, const FileDescriptor& directory) {
+void requireTrusted(const FileDescriptor& link, const FileDescriptor& directory,
+                    const char* advice) {
     struct stat ofLink {};
     struct stat ofDirectory {};
     if (systemCalls().fstat(link.get(), &ofLink) < 0 ||
@@ -77,18 +78,9 @@ void requireTrusted(const FileDescriptor& link, const FileDescriptor& directory)
     if ((ofDirectory.st_mode & kForAll) != kForAll) return;
     if (ofLink.st_uid == ::geteuid() || ofLink.st_uid == ofDirectory.st_uid) return;
     throwSystemError(EACCES,
-                     "is another user's symbolic link, in a directory where everybody may put one "
-                     "(save under another name)");
-}
-
-std::string readLink(const FileDescriptor& directory, const std::string& name) {
-    const FileDescriptor link = openLink(directory, name);
-    requireTrusted(link, directory);
-    std::array<char, PATH_MAX> target{};
-    const ssize_t size = retryInterrupted(
-        [&] { return systemCalls().readlinkat(link.get(), "", target.data(), target.size()); });
-    if (size < 0) throwSystemError(errno, "cannot read the symbolic link");
-    return {target.data(), static_cast<std::size_t>(size)};
+                     std::string("is another user's symbolic link, in a directory where everybody "
+                                 "may put one (") +
+                         advice + ")");
 }
 
 // Cuts `base` between characters to at most `limit` bytes.
@@ -219,7 +211,8 @@ Place follow(const path& given, const FileDescriptor& start) {
         }
         place.found = find(place.directory, place.name);
         if (!place.found || !S_ISLNK(place.found->st_mode)) return place;
-        const std::string target = readLink(place.directory, place.name);
+        const std::string target =
+            readTrustedLink(place.directory, place.name, "save under another name");
         place.isLinked = true;
         place.path =
             target.starts_with('/') ? target : parentOf(place.path).append("/").append(target);
@@ -309,6 +302,17 @@ bool SaveLock::acquire() const {
 }
 
 }  // namespace
+
+std::string readTrustedLink(const FileDescriptor& directory, const std::string& name,
+                            const char* advice) {
+    const FileDescriptor link = openLink(directory, name);
+    requireTrusted(link, directory, advice);
+    std::array<char, PATH_MAX> target{};
+    const ssize_t size = retryInterrupted(
+        [&] { return systemCalls().readlinkat(link.get(), "", target.data(), target.size()); });
+    if (size < 0) throwSystemError(errno, "cannot read the symbolic link");
+    return {target.data(), static_cast<std::size_t>(size)};
+}
 
 struct SaveTarget::State {
     path given;
