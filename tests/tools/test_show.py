@@ -161,7 +161,8 @@ class Git(ToolTest):
         return subprocess.run(["git", "-c", "user.name=a", "-c", "user.email=a@example.org", *args], cwd=self.dir,
                               env=environment, check=True, capture_output=True).stdout.decode()
 
-    def test_apps_show_as_text_in_diff_and_log(self):
+    def set_up(self):
+        """A repository as the documents describe it, with an app."""
         page = (DOCS / "qzapp-git.md").read_text()
         attribute, *config = [l[4:] for l in page.splitlines() if l.startswith("    ")][:4]
         self.git("init", "-q", "-b", "main")
@@ -169,6 +170,22 @@ class Git(ToolTest):
         with open(self.dir / ".git/config", "a") as file:
             file.write("\n".join(config) + "\n")
         self.small("a.kvpkg", "--set", "Version=1")
+
+    def test_a_name_that_the_tool_cannot_take_does_not_end_the_log(self):
+        self.set_up()
+        app = self.read("a.kvpkg")
+        (self.dir / "a.kvpkg").unlink()
+        self.write("-x.kvpkg", app)
+        self.write(os.fsdecode(b"\xff.kvpkg"), app + b"another")
+        self.git("add", ".")
+        for diff in (self.git("diff", "--cached"), self.git("commit", "-qm", "one") or self.git("log", "-p")):
+            self.assertIn("\n+Version: 1\n", diff)
+            self.assertRegex(diff, r"\n\+cannot be read: the file's name is not valid UTF-8 at byte \d+; rename ")
+        self.write("-x.kvpkg", app[:-40])
+        self.assertIn("\n-Version: 1\n", self.git("diff"))
+
+    def test_apps_show_as_text_in_diff_and_log(self):
+        self.set_up()
         self.git("add", ".")
         self.git("commit", "-q", "-m", "one")
         self.ok("edit", "a.kvpkg", "--set", "Version=2", "--code", "-", input=b"x = 2;\n")

@@ -9,6 +9,7 @@
 #include "app/Files.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/Shown.hpp"
+#include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/Output.hpp"
@@ -136,9 +137,24 @@ int reportFaults(const FileName& file, const Snapshot& app) {
     return status;
 }
 
+// Why this cannot be the name of a file for the tool; empty if it can. git has files of any names.
+std::string whyNoName(const std::string& name) {
+    try {
+        fileArgument(name);
+        return "";
+    } catch (const UsageError& e) {
+        return e.text();
+    }
+}
+
 int show(const ShowOptions& options) {
     if (options.text && options.json)
         throw UsageError("--text", "cannot be given with --json; leave one out");
+    const std::string unnamed = options.text ? whyNoName(options.file) : "";
+    if (!unnamed.empty()) {
+        print("cannot be read: " + unnamed + "\n");
+        return kDone;
+    }
     const FileName file = appArgument(options.file);
     Cage().enter();
     const Snapshot app = takeSnapshot(file);
@@ -161,7 +177,7 @@ Action declareShow(CLI::App& command) {
         "in\n"
         "an order that never changes. To see apps as text in \"git diff\" and \"git log -p\":\n"
         "  echo '*.kvpkg diff=qzapp' >> .gitattributes\n"
-        "  git config diff.qzapp.textconv 'qzapp show --text'\n\n"
+        "  git config diff.qzapp.textconv 'qzapp show --text --'\n\n"
         "Example:\n"
         "  qzapp show atlas.kvpkg");
     return [options] { return show(*options); };
