@@ -55,15 +55,17 @@ bool areSame(const PartFacts* a, const PartFacts* b) {
 ordered_json partChanges(const AppPair& pair) {
     ordered_json changes = ordered_json::array();
     if (!pair.a.parts || !pair.b.parts) return changes;
-    std::map<std::string, std::pair<const PartFacts*, const PartFacts*>> parts;
+    // An item may have the name that loose bytes are given.
+    using Key = std::pair<std::string, bool>;
+    std::map<Key, std::pair<const PartFacts*, const PartFacts*>> parts;
     for (const PartFacts& part : *pair.a.parts)
-        parts[part.name].first = &part;
+        parts[{part.name, part.isLoose}].first = &part;
     for (const PartFacts& part : *pair.b.parts)
-        parts[part.name].second = &part;
-    for (const auto& [name, found] : parts) {
+        parts[{part.name, part.isLoose}].second = &part;
+    for (const auto& [key, found] : parts) {
         const auto [a, b] = found;
         if (areSame(a, b)) continue;
-        changes.push_back({{"name", name}, {"a", partJson(a)}, {"b", partJson(b)}});
+        changes.push_back({{"name", key.first}, {"a", partJson(a)}, {"b", partJson(b)}});
     }
     return changes;
 }

@@ -27,9 +27,11 @@ using appserialization::AppMetadataReader;
 using opc::model::Package;
 using opc::model::PackageHelper;
 using opc::model::Part;
+using opc::zip::ZipArchive;
 
 constexpr std::size_t kMaxLineBytes = 2000;
 constexpr std::size_t kShownLineBytes = 120;
+constexpr std::size_t kLooseBuffer = std::size_t{64} << 10;
 
 std::string_view textOf(const std::vector<std::uint8_t>& bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -97,8 +99,8 @@ PartFacts factsOf(const FileName& file, const Package& package, const Names& cor
     return facts;
 }
 
-PartFacts factsOf(const FileName& file, const opc::zip::ZipArchive& archive,
-                  const opc::zip::ZipItem& item, const std::string& name) {
+PartFacts factsOf(const FileName& file, const ZipArchive& archive, const opc::zip::ZipItem& item,
+                  const std::string& name) {
     PartFacts facts;
     facts.name = name;
     facts.size = item.size;
@@ -116,18 +118,64 @@ PartFacts factsOf(const FileName& file, const opc::zip::ZipArchive& archive,
 }
 
 // Adds the items that are not parts, because they have no content type or not the name of a part.
-// Not folders, which hold nothing, nor [Content_Types].xml, because the parts' types are compared
-// one by one.
-void addOtherItems(const FileName& file, const Package& package, std::vector<PartFacts>& parts) {
-    const auto archive = opc::zip::ZipArchive::open(file.path);
-    for (const opc::zip::ZipItem& item : archive->items()) {
-        if (item.isDirectory() || opc::names::isContentTypesItem(item.name)) continue;
+// Not folders that hold nothing, nor [Content_Types].xml, because the parts' types are compared one
+// by one.
+void addOtherItems(const FileName& file, const ZipArchive& archive, const Package& package,
+                   std::vector<PartFacts>& parts) {
+    for (const opc::zip::ZipItem& item : archive.items()) {
+        const bool holdsNothing = item.isDirectory() && item.size == 0;
+        if (holdsNothing || opc::names::isContentTypesItem(item.name)) continue;
         const auto name = opc::names::partNameOf(item.name);
         if (name && package.hasPart(*name)) continue;
         parts.push_back(
-            factsOf(file, *archive, item,
+            factsOf(file, archive, item,
                     name ? fl::i18n::to_display(name->toString()) : item.displayName()));
     }
+}
+
+struct Stretch {
+    std::uint64_t start, end;
+};
+
+// Stretches of the file that belong to nothing count as one row, if they hold anything.
+void addLooseBytes(const FileName& file, const ZipArchive& archive, const char* name,
+                   const std::vector<Stretch>& stretches, std::vector<PartFacts>& parts) {
+    PartFacts facts;
+    facts.name = name;
+    facts.isLoose = true;
+    Sha256 sum;
+    about(file, [&] {
+        std::vector<std::byte> buffer(kLooseBuffer);
+        for (auto [at, end] : stretches) {
+            while (at < end) {
+                const auto wanted = std::min<std::uint64_t>(end - at, buffer.size());
+                const std::size_t got = archive.file().readAt({buffer.data(), wanted}, at);
+                if (got == 0) throw Error(file.shown, "was changed while it was read; try again");
+                sum.update({buffer.data(), got});
+                at += got;
+                facts.size += got;
+            }
+        }
+    });
+    facts.sha256 = facts.sha256OfMeaning = sum.hex();
+    if (facts.size > 0) parts.push_back(std::move(facts));
+}
+
+// Adds what is in the file beside the zip records. A program or another file may be there.
+void addLooseBytes(const FileName& file, const ZipArchive& archive, std::vector<PartFacts>& parts) {
+    const auto& bounds = archive.bounds();
+    std::uint64_t front = bounds.directory, end = bounds.directory;
+    std::vector<Stretch> between;
+    if (!archive.items().empty()) front = end = archive.items().front().headerOffset;
+    for (const opc::zip::ZipItem& item : archive.items()) {
+        between.push_back({end, item.headerOffset});
+        end = item.endOffset;
+    }
+    between.push_back({end, bounds.directory});
+    addLooseBytes(file, archive, "bytes in front of the zip file", {{0, front}}, parts);
+    addLooseBytes(file, archive, "bytes between the items", between, parts);
+    addLooseBytes(file, archive, "bytes behind the zip file",
+                  {{bounds.fileEnd, archive.stamp().size}}, parts);
 }
 
 std::vector<PartFacts> readParts(const FileName& file) {
@@ -136,7 +184,9 @@ std::vector<PartFacts> readParts(const FileName& file) {
         std::vector<PartFacts> parts;
         for (const Part& part : package.getParts())
             parts.push_back(factsOf(file, package, coreProperties, part));
-        addOtherItems(file, package, parts);
+        const auto archive = ZipArchive::open(file.path);
+        addOtherItems(file, *archive, package, parts);
+        addLooseBytes(file, *archive, parts);
         std::sort(parts.begin(), parts.end(),
                   [](const PartFacts& a, const PartFacts& b) { return a.name < b.name; });
         return parts;

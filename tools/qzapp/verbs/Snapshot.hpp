@@ -11,9 +11,10 @@
 
 namespace qzapp {
 
-// A part, or an item that is not a part.
+// A part, an item that is not a part, or bytes of the file that belong to no item.
 struct PartFacts {
     std::string name;
+    bool isLoose = false;     // bytes that belong to no item; the name says where they are
     std::string contentType;  // empty if it is not a part
     std::uint64_t size = 0;
     std::string sha256;  // of the bytes
