@@ -135,6 +135,10 @@ bool isThere(const FileDescriptor& parent, const std::string& name,
            named.st_ino == own.st_ino;
 }
 
+[[noreturn]] void throwExchanged() {
+    throwSystemError(EEXIST, "another program put a folder in the place of a new one; try again");
+}
+
 // Names the folder by its absolute path if /proc gives one.
 void reportLeft(const FileDescriptor& folder, const std::string& name) noexcept {
     try {
@@ -207,8 +211,7 @@ FileDescriptor openNewFolder(const FileDescriptor& parent, const std::string& na
         [&] { return ::openat(parent.get(), name.c_str(), kOpenFolder); }));
     if (!folder) throwSystemError(errno, "cannot open the folder \"" + name + "\"");
     if (!isEmpty(folder.get()) || !canBeOwn(parent, folder, mode)) {
-        throwSystemError(EEXIST,
-                         "another program put a folder in the place of a new one; try again");
+        throwExchanged();
     }
     return folder;
 }
@@ -238,6 +241,10 @@ PrivateFolder::~PrivateFolder() {
     if (mustGo) remove(slot);
     slot.state.store(Slot::State::Free);
     if (mustGo && isThere(parent_, name_, folder_)) reportLeft(folder_, name_);
+}
+
+void PrivateFolder::requireAt(const std::string& name) const {
+    if (!isThere(parent_, name, folder_)) throwExchanged();
 }
 
 void PrivateFolder::release() noexcept {

@@ -29,6 +29,9 @@ public:
     // Its name in the parent.
     const std::string& name() const noexcept { return name_; }
 
+    // Throws std::system_error unless this name in the parent leads to this folder. Another program
+    // may have put a folder of its own in the place of this one before it was renamed.
+    void requireAt(const std::string& name) const;
     // Tells this object that the folder has been renamed and is not to be removed. Signals must
     // have been blocked since before the rename, or a handler could remove the folder in between.
     void release() noexcept;

@@ -339,7 +339,10 @@ class Interrupted(MeanwhileTest):
             with self.subTest(theirs, args=args):
                 self.exchange(theirs, folder, args)
 
-    def exchange(self, theirs, folder, args):
+        # after it was opened and before it is renamed
+        self.exchange("is open to all", new[0], new[1:], "renameat2:delay_enter")
+
+    def exchange(self, theirs, folder, args, moment="mkdirat:delay_exit"):
         before, old = self.read("app.kvpkg"), self.names()
         other = self.dir / "theirs"
         other.mkdir(mode=0o700)
@@ -349,12 +352,13 @@ class Interrupted(MeanwhileTest):
             other.chmod(0o777)
         else:
             os.chown(other, 65534, 65534)
-        with subprocess.Popen(["strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=mkdirat", "-e",
-                               "inject=mkdirat:delay_exit=500000", TOOL, *args], cwd=self.dir,
+        with subprocess.Popen(["strace", "-f", "-qq", "-o", "/dev/null", "-e", f"trace={moment.split(':')[0]}", "-e",
+                               f"inject={moment}=500000", TOOL, *args], cwd=self.dir,
                               stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) as run:
             while not (made := list((self.dir / folder).glob(".qzapp-*"))):
                 self.assertIsNone(run.poll())
                 time.sleep(0.0005)
+            time.sleep(0.2)  # until the tool waits
             made[0].rename(self.dir / "moved")
             other.rename(made[0])
             message = run.communicate(timeout=60)[1].decode()

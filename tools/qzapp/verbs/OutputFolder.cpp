@@ -263,8 +263,19 @@ void OutputFolder::renameFolder() {
         if (e.code() != std::errc::file_exists) throw;
         throw Error(folder_.shown, "was made by another program meanwhile; try again");
     }
+    requireOwnFolder();
     private_->release();
     sync(place_, kMayBeLost);
+}
+
+// Takes the rename back if it has moved the folder of another program.
+void OutputFolder::requireOwnFolder() const {
+    try {
+        private_->requireAt(missing_.front());
+    } catch (const std::system_error&) {
+        rename(place_, missing_.front(), place_, private_->name(), RENAME_NOREPLACE);
+        throw;
+    }
 }
 
 void OutputFolder::moveFiles() {

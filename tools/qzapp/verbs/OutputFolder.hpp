@@ -61,6 +61,7 @@ private:
     const fl::filesystem::FileDescriptor& folderOfFiles() const;
     void finish(File& file) const;
     void renameFolder();
+    void requireOwnFolder() const;
     void moveFiles();
     void moveIn(File& file) const;
     void exchange(File& file) const;
