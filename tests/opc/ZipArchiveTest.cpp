@@ -2,6 +2,7 @@
 
 #include <opc/Exception.hpp>
 
+#include "platform/opc/src/zip/ZipFormat.hpp"
 #include "tests/opc/ZipTestSupport.hpp"
 #include "tests/support/ZipBuilder.hpp"
 
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -139,6 +141,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
 // itself.
 struct Nest {
     std::string bytes;
+    std::string why;
     std::map<std::string, std::string> contents;
     std::size_t header = 0, data = 0, end = 0;  // of the item that a row damages
     std::size_t directory = 0, endRecord = 0;
@@ -147,9 +150,11 @@ struct Nest {
         bytes = BuiltZip{.items = items}.bytes();
         for (const BuiltItem& item : items) {
             contents[item.name] = item.content;
+            why += item.name + " ";
             if (item.name == name) data = bytes.find(item.content);
             if (item.name == name) end = data + item.content.size();
         }
+        why += "with " + name + " as an archive";
         header = data - 30 - name.size();
         endRecord = bytes.rfind("PK\5\6");
         directory = endRecord;
@@ -158,13 +163,26 @@ struct Nest {
     }
 };
 
-std::vector<Nest> nests() {
-    const auto archive = [](const std::string& mark, const std::string& code) {
-        return BuiltZip{.items = {{.name = "code", .content = code},
-                                  {.name = "model", .content = mark + " model", .method = 0},
-                                  {.name = "shot", .content = mark + " shot", .method = 0},
-                                  {.name = "core", .content = mark + " core"}}}
+// A writer to a pipe leaves checksum and sizes to a descriptor after the data.
+std::vector<BuiltItem> streamed(std::vector<BuiltItem> items, int descriptor) {
+    for (BuiltItem& item : items)
+        item.descriptor = descriptor;
+    return items;
+}
+
+// The descriptors of the outer and of the inner archive have these sizes.
+std::vector<Nest> nests(int outer, int inner) {
+    const auto archive = [&](const std::string& mark, const std::string& code) {
+        return BuiltZip{.items =
+                            streamed({{.name = "code", .content = code},
+                                      {.name = "model", .content = mark + " model", .method = 0},
+                                      {.name = "shot", .content = mark + " shot", .method = 0},
+                                      {.name = "core", .content = mark + " core"}},
+                                     inner)}
             .bytes();
+    };
+    const auto nest = [&](const std::vector<BuiltItem>& items, const char* name) {
+        return Nest(streamed(items, outer), name);
     };
     const BuiltItem code{.name = "code", .content = "outer code"},
         core{.name = "core", .content = "c"};
@@ -172,9 +190,21 @@ std::vector<Nest> nests() {
     const BuiltItem same{.name = "model", .content = archive("inner", "outer code"), .method = 0};
     const BuiltItem model{.name = "model", .content = "outer model"};
     const BuiltItem backup{.name = "bak", .content = archive("old", "old code"), .method = 0};
-    return {Nest({code, other, core}, "model"), Nest({code, same, core}, "model"),
-            Nest({backup, code, model, core}, "bak"), Nest({code, model, core, backup}, "bak"),
-            Nest({backup, code, other, core}, "model")};
+    return {nest({code, other, core}, "model"),         nest({code, same, core}, "model"),
+            nest({backup, code, model, core}, "bak"),   nest({code, model, core, backup}, "bak"),
+            nest({backup, code, other, core}, "model"), nest({code, core, other}, "model")};
+}
+
+std::vector<Nest> nests() {
+    std::vector<Nest> all;
+    for (const auto& [outer, inner] : {std::pair(0, 0), {16, 0}, {12, 24}}) {
+        for (Nest& nest : nests(outer, inner)) {
+            nest.why += ", descriptors of " + std::to_string(outer) + " and " +
+                        std::to_string(inner) + " bytes";
+            all.push_back(std::move(nest));
+        }
+    }
+    return all;
 }
 
 // What the damage leaves, and whether names are left of all that it hurts.
@@ -226,20 +256,24 @@ constexpr Damage kDamages[] = {
 class NestTest : public ZipArchiveTest {
 protected:
     // Nothing is kept that is not the outer package's, and what is not kept is told.
-    void check(const Nest& nest, const std::string& bytes, bool isTold) const {
+    void check(const Nest& nest, const std::string& bytes, bool isTold) {
         std::vector<LostItem> lost;
         const auto archive = ZipArchive::salvage(write(bytes), lost);
+        kept_.clear();
         for (const ZipItem& item : archive->items()) {
             const auto known = nest.contents.find(item.name);
             ASSERT_TRUE(known != nest.contents.end()) << item.name;
             ASSERT_EQ(readAll(*archive->read(item)), known->second) << item.name;
+            kept_.insert(item.name);
         }
         for (const auto& [name, content] : nest.contents) {
             const auto isIt = [&, &its = name](const LostItem& item) { return item.name == its; };
-            if (!isTold || archive->find(name) != nullptr) continue;
+            if (!isTold || kept_.contains(name)) continue;
             ASSERT_TRUE(std::ranges::any_of(lost, isIt)) << name;
         }
     }
+
+    std::set<std::string> kept_;  // the names of the items that check() found to be kept
 };
 
 TEST_F(NestTest, SalvageTakesNothingOutOfAnArchiveThatAnItemHolds) {
@@ -266,10 +300,11 @@ TEST_F(NestTest, SalvageTakesNothingOutOfAnArchiveThatAnItemHolds) {
                  false},
             };
             for (const auto& row : rows) {
-                SCOPED_TRACE(damage.why + std::string(", ") + row.why);
+                SCOPED_TRACE(nest.why + ", " + damage.why + ", " + row.why);
                 // An archive of which nothing else is left cannot be told from a package of its
                 // own.
-                const bool isAlone = row.bytes.size() == nest.end - nest.data;
+                const bool isAlone =
+                    row.bytes.size() <= nest.end - nest.data + format::descriptor::kLargest;
                 if (!isAlone) check(nest, row.bytes, row.isTold);
             }
         }
@@ -280,9 +315,42 @@ TEST_F(NestTest, SalvageTakesNothingOutOfAnArchiveThatIsCut) {
     for (const Nest& nest : nests()) {
         for (const Damage& damage : kDamages) {
             const std::string bytes = damage.damaged(nest);
-            for (std::size_t size = nest.data; size < bytes.size(); size += 7) {
-                SCOPED_TRACE(damage.why + std::string(", cut to ") + std::to_string(size));
+            for (std::size_t size = nest.data; size < bytes.size(); size += 11) {
+                SCOPED_TRACE(nest.why + ", " + damage.why + ", cut to " + std::to_string(size));
                 check(nest, bytes.substr(0, size), false);
+            }
+        }
+    }
+}
+
+// From anywhere behind the last byte of an archive that is whole, the file's end or a piece is gone.
+TEST_F(NestTest, SalvageKeepsWhatIsInFrontOfAnArchiveThatIsWhole) {
+    for (const Nest& nest : nests()) {
+        const bool isInFront = nest.bytes.find("outer code") < nest.header;
+        for (std::size_t size = nest.end; size < nest.endRecord + 22; size += 3) {
+            const std::string front = nest.bytes.substr(0, size);
+            std::string holed = nest.bytes;
+            std::fill_n(holed.begin() + std::ptrdiff_t(size),
+                        std::min<std::size_t>(74, holed.size() - size), '\0');
+            for (const std::string& bytes : {front, front + std::string(99, '\0'), holed}) {
+                SCOPED_TRACE(nest.why + ", " + std::to_string(size - nest.end) +
+                             " bytes after it are left, of " + std::to_string(bytes.size()));
+                check(nest, bytes, false);
+                EXPECT_TRUE(!isInFront || kept_.contains("code"));
+            }
+        }
+    }
+}
+
+// The directory is whole and leads to the wrong places, as one of an archive within the file does.
+TEST_F(NestTest, SalvageKeepsAllButTheItemThatBytesArePutInto) {
+    for (const Nest& nest : nests()) {
+        for (std::size_t at = nest.data; at <= nest.end; at += 25) {
+            for (const std::size_t size : {5, 1500}) {
+                SCOPED_TRACE(nest.why + ", " + std::to_string(size) + " bytes put in at " +
+                             std::to_string(at - nest.data));
+                check(nest, std::string(nest.bytes).insert(at, size, 'x'), true);
+                EXPECT_LE(nest.contents.size(), kept_.size() + 1);
             }
         }
     }

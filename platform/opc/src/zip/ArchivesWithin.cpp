@@ -57,9 +57,9 @@ public:
         while (const auto at = search.next(from, start())) {
             if (isForeign(*at, Place::Any)) return true;
             from = *at + sizeof local::kSignature;
-            const auto header = localHeaderAt(*source_, *at);
-            if (!header || !isListed(*header)) continue;
-            from = std::max(from, header->item.dataOffset + header->item.compressedSize);
+            const auto end = endOfOwn(*at);
+            if (!end) continue;
+            from = std::max(from, *end);
             if (isForeign(from, Place::Expected)) return true;
         }
         return false;
@@ -71,7 +71,7 @@ private:
     // The archive starts where most of its items' offsets count from. If bytes were put into the
     // file, the items in front of those bytes are still at the offsets that the directory says.
     void findBase() {
-        const auto shifted = confirmedAt(directory_.shift), stated = confirmedAt(0);
+        const auto shifted = confirmedAtShift(), stated = confirmedInFront();
         const bool isShifted = shifted.size() >= stated.size();
         base_ = isShifted ? directory_.shift : 0;
         isConfirmed_ = !shifted.empty() || !stated.empty();
@@ -80,36 +80,63 @@ private:
             byName_.emplace(item.name, i);
             if (shifted.contains(i)) continue;
             const auto header = localHeaderAt(*source_, item.headerOffset);
-            if (!header || header->item.name == item.name) inFront_.insert(item.headerOffset);
+            if (!header || header->item.name == item.name) inFront_.emplace(item.headerOffset, i);
         }
     }
 
     bool isForeign(std::uint64_t at, Place place) const {
         if (at >= start() || inFront_.contains(at)) return false;
         const auto header = localHeaderAt(*source_, at, place);
-        if (header && isListed(*header)) return false;
+        if (header && listedEnd(*header)) return false;
         const bool isWhole = header && header->item.dataOffset <= start();
         return isWhole || (place == Place::Expected && source_->number(at) == local::kSignature);
     }
 
-    bool isListed(const LocalHeader& header) const {
+    // The end of the item of a header if the directory lists that item, and not only its name: an
+    // archive around this one mostly has items of the same names.
+    std::optional<std::uint64_t> listedEnd(const LocalHeader& header) const {
         const auto found = byName_.find(header.item.name);
-        return found != byName_.end() && header.agreesWith(directory_.items[found->second]);
+        if (found == byName_.end()) return std::nullopt;
+        return endOfSame(*source_, header, directory_.items[found->second]);
     }
 
-    std::uint64_t offsetOf(std::size_t index, std::int64_t base) const {
-        return directory_.items[index].headerOffset + static_cast<std::uint64_t>(base);
+    // The end of the archive's own item whose local header is at the offset `at`; nullopt if there
+    // is none.
+    std::optional<std::uint64_t> endOfOwn(std::uint64_t at) const {
+        const auto header = localHeaderAt(*source_, at);
+        if (!header) return std::nullopt;
+        if (const auto end = listedEnd(*header)) return end;
+        const auto found = inFront_.find(at);
+        if (found == inFront_.end()) return std::nullopt;
+        return header->item.dataOffset + directory_.items[found->second].compressedSize;
     }
 
-    // The indexes of the items whose local headers are found if offsets count from `base`.
-    std::unordered_set<std::size_t> confirmedAt(std::int64_t base) const {
-        std::unordered_set<std::size_t> confirmed;
+    // The indexes of the items whose local headers are where the directory really is shifted to.
+    // No other archive has a header of the same name at the same distance from this directory.
+    std::unordered_set<std::size_t> confirmedAtShift() const {
+        return confirmed([this](const ZipItem& item) {
+            const auto header = localHeaderAt(
+                *source_, item.headerOffset + static_cast<std::uint64_t>(directory_.shift));
+            return header && header->agreesWith(item);
+        });
+    }
+
+    // The indexes of the items that are at the offsets that the directory says. An archive around
+    // this one may have items of the same names there.
+    std::unordered_set<std::size_t> confirmedInFront() const {
+        return confirmed([this](const ZipItem& item) {
+            const auto header = localHeaderAt(*source_, item.headerOffset);
+            return header && endOfSame(*source_, *header, item).has_value();
+        });
+    }
+
+    template <typename Check>
+    std::unordered_set<std::size_t> confirmed(Check isConfirmed) const {
+        std::unordered_set<std::size_t> indexes;
         for (std::size_t i = 0; i < directory_.items.size(); ++i) {
-            const ZipItem& item = directory_.items[i];
-            const auto header = localHeaderAt(*source_, offsetOf(i, base));
-            if (header && header->agreesWith(item)) confirmed.insert(i);
+            if (isConfirmed(directory_.items[i])) indexes.insert(i);
         }
-        return confirmed;
+        return indexes;
     }
 
     const SalvageSource* source_;
@@ -117,7 +144,8 @@ private:
     WholeDirectory directory_;
     std::int64_t base_ = 0;
     bool isConfirmed_ = false;
-    std::unordered_set<std::uint64_t> inFront_;  // header offsets of items in front of base_
+    // Indexes of items in front of base_, by header offset.
+    std::unordered_map<std::uint64_t, std::size_t> inFront_;
     std::unordered_map<std::string, std::size_t> byName_;
 };
 

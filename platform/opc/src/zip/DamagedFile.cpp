@@ -119,7 +119,7 @@ void SignatureSearch::load(std::uint64_t from) {
 }
 
 bool LocalHeader::isMeasured() const {
-    return (flags & flag::kDescriptor) != 0 && item.compressedSize == 0;
+    return (flags & flag::kDescriptor) != 0 && (item.compressedSize == 0 || item.size == 0);
 }
 
 std::optional<std::uint64_t> LocalHeader::claimedEnd() const {
@@ -130,6 +130,11 @@ std::optional<std::uint64_t> LocalHeader::claimedEnd() const {
     if (isMeasured() || size == kInZip64_32 || (size == 0 && !isEmpty)) return std::nullopt;
     const std::uint64_t claimed = item.dataOffset + size;
     return claimed < size ? UINT64_MAX : claimed;
+}
+
+bool LocalHeader::isIncomplete() const {
+    return (flags & flag::kDescriptor) != 0 &&
+           (item.crc32 == 0 || item.size == 0 || item.compressedSize == 0);
 }
 
 bool LocalHeader::agreesWith(const ZipItem& record) const {
@@ -156,13 +161,47 @@ std::optional<LocalHeader> localHeaderAt(const SalvageSource& source, std::uint6
     if (isLong || nameAt + nameSize + extraSize > source.size) return std::nullopt;
     LocalHeader found{itemOf(fixed), load16(fixed, local::kFlags)};
     found.item.name = asText(source.at(nameAt, nameSize));
-    if (!isItemName(found.item.name) && !(isSigned && isExpected)) return std::nullopt;
+    if (!isItemName(found.item.name) && !(isSigned && isExpected && nameSize > 0))
+        return std::nullopt;
     if (found.item.size == kInZip64_32 || found.item.compressedSize == kInZip64_32) {
         readWideSizes(found.item, source.at(nameAt + nameSize, extraSize));
     }
     found.item.headerOffset = offset;
     found.item.dataOffset = nameAt + nameSize + extraSize;
     return found;
+}
+
+std::size_t descriptorSize(const SalvageSource& source, std::uint64_t offset,
+                           const ZipItem& record) {
+    const auto found = source.at(offset, descriptor::kLargest);
+    const bool isSigned =
+        found.size() >= descriptor::kSmallest && load32(found, 0) == descriptor::kSignature;
+    const auto holds = [&](std::size_t crcAt, bool isWide) {
+        const std::size_t sizesAt = crcAt + sizeof(std::uint32_t);
+        const std::size_t width = isWide ? sizeof(std::uint64_t) : sizeof(std::uint32_t);
+        if (found.size() < sizesAt + 2 * width || load32(found, crcAt) != record.crc32)
+            return false;
+        const auto sizeAt = [&](std::size_t at) {
+            return isWide ? load64(found, at) : std::uint64_t{load32(found, at)};
+        };
+        return sizeAt(sizesAt) == record.compressedSize && sizeAt(sizesAt + width) == record.size;
+    };
+    for (const bool isWide : {true, false}) {
+        for (const std::size_t crcAt : {sizeof descriptor::kSignature, std::size_t{0}}) {
+            if ((crcAt != 0 && !isSigned) || !holds(crcAt, isWide)) continue;
+            return descriptor::kSmallest + crcAt + (isWide ? 2 * sizeof(std::uint32_t) : 0);
+        }
+    }
+    return 0;
+}
+
+std::optional<std::uint64_t> endOfSame(const SalvageSource& source, const LocalHeader& header,
+                                       const ZipItem& record) {
+    if (!header.agreesWith(record)) return std::nullopt;
+    const std::uint64_t end = header.item.dataOffset + record.compressedSize;
+    if ((header.flags & flag::kDescriptor) == 0) return end;
+    const std::size_t size = descriptorSize(source, end, record);
+    return size == 0 && header.isIncomplete() ? std::nullopt : std::optional(end + size);
 }
 
 std::uint64_t centralRecordSize(const SalvageSource& source, std::uint64_t offset) {

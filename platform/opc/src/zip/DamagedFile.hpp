@@ -78,9 +78,12 @@ struct LocalHeader {
     // The offset at which the data ends according to the sizes; nullopt if they say nothing. It may
     // be past the end of the file.
     std::optional<std::uint64_t> claimedEnd() const;
-    // Whether the header belongs to the item that the directory describes as `record`: name,
-    // checksum and sizes are equal, except for numbers that the header leaves to a descriptor.
+    // Whether the header says nothing else than the directory's `record`: name, checksum and sizes
+    // are equal, except for numbers that the header leaves to a descriptor. If it leaves any, the
+    // two may still describe different items of one name; see endOfSame().
     bool agreesWith(const ZipItem& record) const;
+    // Whether the checksum or a size is left to a descriptor after the data.
+    bool isIncomplete() const;
 };
 
 // Whether a local header could be at an offset by chance only (`Any`), because data may hold its
@@ -90,6 +93,17 @@ enum class Place { Any, Expected };
 // fields must be right. Where a header is expected, either of the two may be damaged.
 std::optional<LocalHeader> localHeaderAt(const SalvageSource& source, std::uint64_t offset,
                                          Place place = Place::Any);
+
+// The size of the descriptor at `offset` if it says what `record` does, otherwise 0. Longer forms
+// are tried first because a shorter one may match the front of a longer.
+std::size_t descriptorSize(const SalvageSource& source, std::uint64_t offset,
+                           const ZipItem& record);
+
+// The end of the item of `header`, with its descriptor, if that is the item that the directory
+// describes as `record`; nullopt if it is another one. What the header leaves to a descriptor, the
+// descriptor after the data must say, so the answer does not depend on where the numbers are.
+std::optional<std::uint64_t> endOfSame(const SalvageSource& source, const LocalHeader& header,
+                                       const ZipItem& record);
 
 // The size in bytes of the directory record at `offset`, with name, extra fields and comment; 0 if
 // there is no record that the file holds wholly.

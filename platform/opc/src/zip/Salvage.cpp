@@ -221,7 +221,8 @@ private:
         }
         if (hasName(item.name)) return lostBy(Loss::SameName);
         if (Verdict verdict = judgeContent(item); !verdict.isTaken()) return verdict;
-        taken_.add(item.headerOffset, item.endOffset);
+        taken_.add(item.headerOffset,
+                   item.endOffset + descriptorSize(*source_, item.endOffset, item));
         names_.insert(knownName(item.name));
         item.directoryRecord = {};
         items_.push_back(std::move(item));
@@ -295,7 +296,8 @@ private:
             addLocal(placed);
             const auto header = localHeaderAt(*source_, placed.headerOffset);
             const bool isSame = header && header->item.name == item.name;
-            places.emplace_back(isSame + (header && header->agreesWith(item)), std::move(placed));
+            const bool isIt = header && endOfSame(*source_, *header, item);
+            places.emplace_back(isSame + isIt, std::move(placed));
         }
         std::ranges::stable_sort(places, std::greater(), &std::pair<int, ZipItem>::first);
         std::vector<ZipItem> sorted;
@@ -360,13 +362,14 @@ private:
             const std::string text(asText(Bytes(record)));
             ZipItem item = readDirectory(text, 1, *source_->file).front();
             item.directoryRecord = {};
+            if (!isName(item.name)) return 0;  // zeros from the length of the name on
             if (within_.endAround(at)) {
                 fail(item, at, lostBy(Loss::Within));
                 return size;
             }
             if (item.headerOffset < source_->size) addLocal(item);
             const auto header = localHeaderAt(*source_, item.headerOffset);
-            if (header && header->agreesWith(item)) {
+            if (header && endOfSame(*source_, *header, item)) {
                 takeConfirmed(item, at);
             } else {
                 records_.emplace(item.headerOffset, Record{std::move(item), at});
@@ -455,18 +458,21 @@ private:
             const bool isOwn = position.isSure && !isWhole_;
             return {isOwn ? limit : position.at + sizeof local::kSignature, false};
         }
-        if (takeByRecord(position.at)) return {items_.back().endOffset};
+        if (takeByRecord(position.at)) return {behindTaken()};
         Verdict verdict = takeWhole(*header, limit);
         see(header->item, position.isSure);
         if (verdict.isTaken()) {
             if (!position.isSure) unsure_.insert(position.at);
-            return {items_.back().endOffset, position.isSure};
+            return {behindTaken(), position.isSure};
         }
         fail(header->item, position.at, std::move(verdict));
         const Position next = behindLost(*header, position, limit);
         claimed_.add(header->item.dataOffset, next.at);
         return next;
     }
+
+    // The end of the item that was taken last, with its descriptor.
+    std::uint64_t behindTaken() const { return *taken_.endAround(items_.back().headerOffset); }
 
     // Where the search goes on after an item that could not be taken. Data of unknown length that
     // begins like a zip file is skipped, up to that file's end if it is known.
@@ -475,7 +481,21 @@ private:
         const std::uint64_t data = header.item.dataOffset;
         if (const auto end = header.claimedEnd()) return {std::min(*end, limit), position.isSure};
         if (const auto end = within_.endAround(data)) return {*end, position.isSure};
+        if (const auto end = recordedEnd(header)) return {std::min(*end, limit), false};
         return {source_->number(data) == local::kSignature ? limit : data, false};
+    }
+
+    // Where the data ends according to directory records of this place and name, which may be those
+    // of an archive within the file.
+    std::optional<std::uint64_t> recordedEnd(const LocalHeader& header) const {
+        std::optional<std::uint64_t> end;
+        const auto [first, last] = records_.equal_range(header.item.headerOffset);
+        for (auto record = first; record != last; ++record) {
+            const ZipItem& item = record->second.item;
+            if (!header.agreesWith(item) || item.compressedSize > source_->size) continue;
+            end = std::max(end.value_or(0), header.item.dataOffset + item.compressedSize);
+        }
+        return end;
     }
 
     // Takes the item at this local header with the numbers and the name of a directory record for
@@ -607,7 +627,7 @@ private:
     bool isExact_ = false;                     // and its offsets are not shifted
     bool isMixed_ = false;                     // items of an archive within the file were found
     std::vector<ZipItem> items_;               // taken so far
-    Ranges taken_;                             // the bytes of items_
+    Ranges taken_;                             // the bytes of items_, with descriptors
     Ranges tried_;                             // bytes that were read without finding an item
     Ranges claimed_;                           // the bytes of items that are lost
     Ranges within_;                            // archives that are not the file's own
