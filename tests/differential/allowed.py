@@ -20,7 +20,8 @@ class Facts:
             start = end - 76 - size
         self.has_front = data[:4] != b"PK\3\4"
         self.has_padding = end + 22 + comment < len(data)
-        self.has_stored_descriptor = self.has_empty_descriptor = self.has_wide_item = self.has_extra = False
+        self.has_stored_descriptor = self.has_empty_descriptor = self.has_one_size = False
+        self.has_wide_item = self.has_extra = False
         for _ in range(count):
             flags, method = struct.unpack("<HH", data[start + 8:start + 12])
             sizes = struct.unpack("<II", data[start + 20:start + 28])
@@ -30,6 +31,8 @@ class Facts:
             if data[local:local + 4] == b"PK\3\4":
                 flags |= struct.unpack("<H", data[local + 6:local + 8])[0]
                 self.has_extra |= data[local + 28:local + 30] != b"\0\0"
+                given = struct.unpack("<II", data[local + 18:local + 26])
+                self.has_one_size |= bool(flags & 8) and (given[0] == 0) != (given[1] == 0)
             self.has_stored_descriptor |= method == 0 and bool(flags & 8)
             self.has_empty_descriptor |= sizes[1] == 0 and bool(flags & 8)
             self.has_wide_item |= 0xFFFFFFFF in sizes
@@ -56,8 +59,9 @@ def reason(reader, what, file, ours, theirs):
         return "a reader that starts at the front cannot tell where a stored item ends that a descriptor follows"
     if reader in STREAMING and is_part(theirs, ours) and any(content is None for _, content in ours):
         return "a reader that starts at the front ends at a damaged item, without a word"
-    if reader == "ruby-stream" and facts.has_extra and is_part(theirs, ours):
-        return "rubyzip's InputStream ends at an extra field that it cannot read, without a word"
+    if reader == "ruby-stream" and is_part(theirs, ours) and (facts.has_extra or facts.has_one_size):
+        return "rubyzip's InputStream ends at an extra field that it cannot read, and where a local header " \
+            "gives one size only, without a word"
     if reader == "perl-uncompress" and facts.has_padding and [name for name, _ in more] == [b""]:
         return "IO::Uncompress::Unzip takes zeros after the end for an item without a name"
     if reader == "busybox" and facts.has_wide_item and is_part(theirs, ours):

@@ -149,7 +149,6 @@ const ItemRow kItems[] = {
     {{.localSize = 1}, "$LOCAL size$AGAIN"},
     {{.localCompressedSize = 1}, "$LOCAL compressed size$AGAIN"},
     {{.localSize = 1, .descriptor = 16}, "$LOCAL size$AGAIN"},
-    {{.localSize = 40, .descriptor = 16}, "$LOCAL size$AGAIN"},
     {{.localExtra = extraField(1, little(1, 8) + little(7, 8))}, "$LOCAL size$AGAIN"},
     {{.descriptor = 16, .descriptorBytes = ""},
      "has no data descriptor after its data, at offset 80, that agrees with the directory$AGAIN"},
@@ -331,6 +330,7 @@ const ZipRow kOddZips[] = {
 const ItemRow kOddItems[] = {
     {{.before = "#!/bin/sh\n"}},
     {{.descriptor = 12}},
+    {{.localSize = 40, .descriptor = 16}},
     {{.descriptor = 24}},
     {{.zip64 = true}},
     {{.extra = extraField(7, "12")}},

@@ -91,8 +91,9 @@ private:
         if (!agrees(load32(header, local::kCrc), item_->crc32)) failContradiction("checksum");
         if (!agrees(size, item_->size)) failContradiction("size");
         if (!agrees(compressedSize, item_->compressedSize)) failContradiction("compressed size");
-        // Where it gives one of them only, some streaming readers see no content, or no further item.
-        if (item_->size != 0 && (size == 0) != (compressedSize == 0)) failContradiction("size");
+        // Writers of deflated data that know the content's size may give that only. Of stored data,
+        // some streaming readers take the one size and some the other.
+        if (item_->method == Method::Stored && size != compressedSize) failContradiction("size");
     }
 
     // Returns the size and the compressed size, in the order of the local zip64 field, which holds
