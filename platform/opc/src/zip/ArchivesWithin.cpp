@@ -5,9 +5,9 @@
 #include "platform/opc/src/zip/Directory.hpp"
 
 #include <algorithm>
+#include <map>
+#include <set>
 #include <string>
-#include <unordered_map>
-#include <unordered_set>
 #include <utility>
 
 namespace opc::zip {
@@ -113,7 +113,7 @@ private:
 
     // The indexes of the items whose local headers are where the directory really is shifted to.
     // No other archive has a header of the same name at the same distance from this directory.
-    std::unordered_set<std::size_t> confirmedAtShift() const {
+    std::set<std::size_t> confirmedAtShift() const {
         return confirmed([this](const ZipItem& item) {
             const auto header = localHeaderAt(
                 *source_, item.headerOffset + static_cast<std::uint64_t>(directory_.shift));
@@ -123,7 +123,7 @@ private:
 
     // The indexes of the items that are at the offsets that the directory says. An archive around
     // this one may have items of the same names there.
-    std::unordered_set<std::size_t> confirmedInFront() const {
+    std::set<std::size_t> confirmedInFront() const {
         return confirmed([this](const ZipItem& item) {
             const auto header = localHeaderAt(*source_, item.headerOffset);
             return header && endOfSame(*source_, *header, item).has_value();
@@ -131,8 +131,8 @@ private:
     }
 
     template <typename Check>
-    std::unordered_set<std::size_t> confirmed(Check isConfirmed) const {
-        std::unordered_set<std::size_t> indexes;
+    std::set<std::size_t> confirmed(Check isConfirmed) const {
+        std::set<std::size_t> indexes;
         for (std::size_t i = 0; i < directory_.items.size(); ++i) {
             if (isConfirmed(directory_.items[i])) indexes.insert(i);
         }
@@ -145,8 +145,8 @@ private:
     std::int64_t base_ = 0;
     bool isConfirmed_ = false;
     // Indexes of items in front of base_, by header offset.
-    std::unordered_map<std::uint64_t, std::size_t> inFront_;
-    std::unordered_map<std::string, std::size_t> byName_;
+    std::map<std::uint64_t, std::size_t> inFront_;
+    std::map<std::string, std::size_t> byName_;
 };
 
 class Search {
