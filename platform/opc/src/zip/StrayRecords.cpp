@@ -22,11 +22,9 @@ constexpr std::size_t kMostCandidates = 10000;
 constexpr std::size_t kStep = std::size_t{32} << 10;
 
 // What the signatures of all records begin with.
-std::string signaturePrefix() {
-    std::string signature;
-    append(signature, static_cast<std::uint16_t>(end::kSignature & 0xFFFF));
-    return signature;
-}
+constexpr char kPrefixBytes[] = {static_cast<char>(end::kSignature & 0xFF),
+                                 static_cast<char>(end::kSignature >> 8 & 0xFF)};
+constexpr std::string_view kPrefix(kPrefixBytes, sizeof kPrefixBytes);
 
 // The record of this size at `offset`; false where the file ends before it does.
 template <std::size_t size>
@@ -40,9 +38,8 @@ bool readRecord(ArchiveBytes& bytes, std::uint64_t offset, std::array<std::byte,
 
 std::optional<std::uint64_t> StrayRecords::find(std::string_view text, std::uint64_t offset,
                                                 Place place) {
-    static const std::string prefix = signaturePrefix();
-    for (std::size_t at = text.find(prefix); at != std::string_view::npos;
-         at = text.find(prefix, at + prefix.size())) {
+    for (std::size_t at = text.find(kPrefix); at != std::string_view::npos;
+         at = text.find(kPrefix, at + kPrefix.size())) {
         const std::string_view rest = text.substr(at);
         if (rest.size() < sizeof(std::uint32_t)) break;
         const std::uint32_t signature = load32(asBytes(rest), 0);
