@@ -407,7 +407,8 @@ class Repair(CheckTest):
     def test_properties_that_can_be_read_stay_as_they_are(self):
         self.create()
         self.ok("edit", "app.kvpkg", "--set", "KORVALRelease=R2020a")
-        typed = '<Override PartName="/docProps/other.xml" ContentType="application/xml"/></Types>'
+        typed = '<Override PartName="/docProps/other.xml" ' \
+                'ContentType="application/vnd.openxmlformats-package.core-properties+xml"/></Types>'
         self.rewrite("app.kvpkg", "whole.kvpkg", lambda name, old: replacing(TYPES, "</Types>", typed)(name, replacing(
             HOST, "</hostProperties>", '<later xmlns="urn:later">&#169;</later></hostProperties>')(name, old)))
         record = self.metadata("whole.kvpkg")
