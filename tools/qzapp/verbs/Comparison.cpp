@@ -55,7 +55,7 @@ bool areSame(const PartFacts* a, const PartFacts* b) {
 ordered_json partChanges(const AppPair& pair) {
     ordered_json changes = ordered_json::array();
     if (!pair.a.parts || !pair.b.parts) return changes;
-    // An item may have the name that loose bytes are given.
+    // An item may have the name that the bytes in front are given.
     using Key = std::pair<std::string, bool>;
     std::map<Key, std::pair<const PartFacts*, const PartFacts*>> parts;
     for (const PartFacts& part : *pair.a.parts)

@@ -231,11 +231,13 @@ Action declareDiff(CLI::App& command) {
         foundation::shownMebibytes(kMostDiffBytes) + " or " +
         foundation::shownCount(kMostDiffLines) +
         " lines, by\n"
-        "SHA-256), and parts, other items and bytes that belong to no item by content type, size\n"
+        "SHA-256), and parts, other items and bytes in front of the zip file by content type, "
+        "size\n"
         "and SHA-256. Ignores the time of the last save, the order of relationships, content "
         "types\n"
-        "that apply to nothing, empty folder items and the comment of the zip file. Exit status:\n"
-        "0 the same, 1 different, 2 trouble.\n\n"
+        "that apply to nothing, folder items, the comment of the zip file and zeros after it. "
+        "Exit\n"
+        "status: 0 the same, 1 different, 2 trouble.\n\n"
         "Example:\n"
         "  qzapp diff atlas-1.0.kvpkg atlas.kvpkg");
     return [options] { return diffOrTrouble(*options); };

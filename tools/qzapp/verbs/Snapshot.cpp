@@ -118,13 +118,12 @@ PartFacts factsOf(const FileName& file, const ZipArchive& archive, const opc::zi
 }
 
 // Adds the items that are not parts, because they have no content type or not the name of a part.
-// Not folders that hold nothing, nor [Content_Types].xml, because the parts' types are compared one
-// by one.
+// Not folders, which hold nothing, nor [Content_Types].xml, because the parts' types are compared
+// one by one.
 void addOtherItems(const FileName& file, const ZipArchive& archive, const Package& package,
                    std::vector<PartFacts>& parts) {
     for (const opc::zip::ZipItem& item : archive.items()) {
-        const bool holdsNothing = item.isDirectory() && item.size == 0;
-        if (holdsNothing || opc::names::isContentTypesItem(item.name)) continue;
+        if (item.isDirectory() || opc::names::isContentTypesItem(item.name)) continue;
         const auto name = opc::names::partNameOf(item.name);
         if (name && package.hasPart(*name)) continue;
         parts.push_back(
@@ -133,49 +132,30 @@ void addOtherItems(const FileName& file, const ZipArchive& archive, const Packag
     }
 }
 
-struct Stretch {
-    std::uint64_t start, end;
-};
-
-// Stretches of the file that belong to nothing count as one row, if they hold anything.
-void addLooseBytes(const FileName& file, const ZipArchive& archive, const char* name,
-                   const std::vector<Stretch>& stretches, std::vector<PartFacts>& parts) {
+// Adds what stands in front of the zip file, for example a program. Elsewhere no bytes can be outside of
+// items.
+void addBytesInFront(const FileName& file, const ZipArchive& archive,
+                     std::vector<PartFacts>& parts) {
+    const std::uint64_t end =
+        archive.items().empty() ? archive.bounds().directory : archive.items().front().headerOffset;
+    if (end == 0) return;
     PartFacts facts;
-    facts.name = name;
+    facts.name = "bytes in front of the zip file";
     facts.isLoose = true;
+    facts.size = end;
     Sha256 sum;
     about(file, [&] {
         std::vector<std::byte> buffer(kLooseBuffer);
-        for (auto [at, end] : stretches) {
-            while (at < end) {
-                const auto wanted = std::min<std::uint64_t>(end - at, buffer.size());
-                const std::size_t got = archive.file().readAt({buffer.data(), wanted}, at);
-                if (got == 0) throw Error(file.shown, "was changed while it was read; try again");
-                sum.update({buffer.data(), got});
-                at += got;
-                facts.size += got;
-            }
+        for (std::uint64_t at = 0; at < end;) {
+            const auto wanted = std::min<std::uint64_t>(end - at, buffer.size());
+            const std::size_t got = archive.file().readAt({buffer.data(), wanted}, at);
+            if (got == 0) throw Error(file.shown, "was changed while it was read; try again");
+            sum.update({buffer.data(), got});
+            at += got;
         }
     });
     facts.sha256 = facts.sha256OfMeaning = sum.hex();
-    if (facts.size > 0) parts.push_back(std::move(facts));
-}
-
-// Adds what is in the file beside the zip records. A program or another file may be there.
-void addLooseBytes(const FileName& file, const ZipArchive& archive, std::vector<PartFacts>& parts) {
-    const auto& bounds = archive.bounds();
-    std::uint64_t front = bounds.directory, end = bounds.directory;
-    std::vector<Stretch> between;
-    if (!archive.items().empty()) front = end = archive.items().front().headerOffset;
-    for (const opc::zip::ZipItem& item : archive.items()) {
-        between.push_back({end, item.headerOffset});
-        end = item.endOffset;
-    }
-    between.push_back({end, bounds.directory});
-    addLooseBytes(file, archive, "bytes in front of the zip file", {{0, front}}, parts);
-    addLooseBytes(file, archive, "bytes between the items", between, parts);
-    addLooseBytes(file, archive, "bytes behind the zip file",
-                  {{bounds.fileEnd, archive.stamp().size}}, parts);
+    parts.push_back(std::move(facts));
 }
 
 std::vector<PartFacts> readParts(const FileName& file) {
@@ -186,7 +166,7 @@ std::vector<PartFacts> readParts(const FileName& file) {
             parts.push_back(factsOf(file, package, coreProperties, part));
         const auto archive = ZipArchive::open(file.path);
         addOtherItems(file, *archive, package, parts);
-        addLooseBytes(file, *archive, parts);
+        addBytesInFront(file, *archive, parts);
         std::sort(parts.begin(), parts.end(),
                   [](const PartFacts& a, const PartFacts& b) { return a.name < b.name; });
         return parts;

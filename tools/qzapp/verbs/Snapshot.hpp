@@ -11,10 +11,10 @@
 
 namespace qzapp {
 
-// A part, an item that is not a part, or bytes of the file that belong to no item.
+// A part, an item that is not a part, or the bytes in front of the zip file.
 struct PartFacts {
     std::string name;
-    bool isLoose = false;     // bytes that belong to no item; the name says where they are
+    bool isLoose = false;     // the bytes in front, not an item of that name
     std::string contentType;  // empty if it is not a part
     std::uint64_t size = 0;
     std::string sha256;  // of the bytes
