@@ -91,7 +91,7 @@ def batches(total):
 
 
 def run_corpus(arguments, comparison, scratch):
-    hostile = sorted(pathlib.Path(arguments.hostile).glob("*.kvpkg")) if arguments.hostile else []
+    hostile = sorted(pathlib.Path(arguments.hostile).resolve().glob("*.kvpkg")) if arguments.hostile else []
     if hostile:
         comparison.run([str(file) for file in hostile], [["hostile"]] * len(hostile))
     begun = time.time()
