@@ -184,22 +184,21 @@ void NameIndex::addResolvedNames(const fl::filesystem::path& file) {
     refuseItemsInItems(file);
 }
 
-// In FoldedLess order the items of a folder directly follow an item with its name.
+// In FoldedLess order everything in a folder directly follows the folder's name, so neighbours are
+// all that has to be compared. Looking up each folder of each name would take quadratic time.
 void NameIndex::refuseItemsInItems(const fl::filesystem::path& file) const {
-    for (std::size_t i = 0; i + 1 < byName_.size(); ++i)
-        refuseItemInItem(file, byName_[i]->name, *byName_[i], byName_[i + 1]->name,
-                         *byName_[i + 1]);
-    for (const auto& [name, item] : byResolvedName_) {
-        const auto next =
-            std::ranges::upper_bound(byName_, std::string_view(name), FoldedLess(), &ZipItem::name);
-        if (next != byName_.end()) refuseItemInItem(file, name, *item, (*next)->name, **next);
-        for (std::size_t end = name.rfind('/'); end != std::string::npos && end != 0;
-             end = name.rfind('/', end - 1)) {
-            const std::string_view folder = std::string_view(name).substr(0, end);
-            if (const ZipItem* const other = findEntered(folder)) {
-                refuseItemInItem(file, folder, *other, name, *item);
-            }
-        }
+    std::vector<std::pair<std::string_view, const ZipItem*>> known, resolved;
+    known.reserve(byName_.size() + byResolvedName_.size());
+    for (const ZipItem* const item : byName_)
+        known.emplace_back(item->name, item);
+    resolved.assign(byResolvedName_.begin(), byResolvedName_.end());
+    const auto middle = known.insert(known.end(), resolved.begin(), resolved.end());
+    std::inplace_merge(known.begin(), middle, known.end(),
+                       [](const auto& a, const auto& b) { return FoldedLess()(a.first, b.first); });
+    for (std::size_t i = 0; i + 1 < known.size(); ++i) {
+        const auto& [outer, item] = known[i];
+        const auto& [inner, other] = known[i + 1];
+        refuseItemInItem(file, outer, *item, inner, *other);
     }
 }
 
