@@ -104,8 +104,7 @@ std::size_t startOfPath(std::string_view name) {
 void refuseItemInItem(const fl::filesystem::path& file, std::string_view outer, const ZipItem& item,
                       std::string_view inner, const ZipItem& other) {
     const bool isFolder = isSeparator(item.name.back());
-    if (&item == &other || isFolder || inner.size() <= outer.size() ||
-        !isSeparator(inner[outer.size()]) ||
+    if (isFolder || inner.size() <= outer.size() || !isSeparator(inner[outer.size()]) ||
         compareFolded(outer, inner.substr(0, outer.size())) != 0) {
         return;
     }
@@ -184,21 +183,22 @@ void NameIndex::addResolvedNames(const fl::filesystem::path& file) {
     refuseItemsInItems(file);
 }
 
-// In FoldedLess order everything in a folder directly follows the folder's name, so neighbours are
-// all that has to be compared. Looking up each folder of each name would take quadratic time.
+// In FoldedLess order everything in a folder directly follows the folder's name, so it is enough to
+// compare each name with the next one of another item. Looking up each folder of each name would take
+// quadratic time. An item has three names at most.
 void NameIndex::refuseItemsInItems(const fl::filesystem::path& file) const {
-    std::vector<std::pair<std::string_view, const ZipItem*>> known, resolved;
+    std::vector<std::pair<std::string_view, const ZipItem*>> known;
     known.reserve(byName_.size() + byResolvedName_.size());
     for (const ZipItem* const item : byName_)
         known.emplace_back(item->name, item);
-    resolved.assign(byResolvedName_.begin(), byResolvedName_.end());
-    const auto middle = known.insert(known.end(), resolved.begin(), resolved.end());
+    const auto middle = known.insert(known.end(), byResolvedName_.begin(), byResolvedName_.end());
     std::inplace_merge(known.begin(), middle, known.end(),
                        [](const auto& a, const auto& b) { return FoldedLess()(a.first, b.first); });
-    for (std::size_t i = 0; i + 1 < known.size(); ++i) {
-        const auto& [outer, item] = known[i];
-        const auto& [inner, other] = known[i + 1];
-        refuseItemInItem(file, outer, *item, inner, *other);
+    for (auto at = known.begin(); at != known.end(); ++at) {
+        const auto& [outer, item] = *at;
+        const auto next = std::find_if(
+            at, known.end(), [item = item](const auto& other) { return other.second != item; });
+        if (next != known.end()) refuseItemInItem(file, outer, *item, next->first, *next->second);
     }
 }
 
