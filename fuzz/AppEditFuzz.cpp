@@ -1,4 +1,4 @@
-// Edits apps as their owners do: what was set reads back, the rest stays, and what is refused leaves the
+// Edits apps as their owners do. What was set reads back, the rest stays, and a refused edit leaves the
 // file as it was.
 
 #include <appserialization/AppFileReader.hpp>
@@ -36,7 +36,7 @@ namespace appmetadata = appserialization::appmetadata;
 
 // ---- What an app is made of
 
-// The parts of a new app, by key, and the relationships that they are found by.
+// The parts of a new app, by key, and the relationships by which they are found.
 using test_support::kScreenshotType;
 const std::pair<const char*, std::u16string> kParts[] = {
     {"/lumenforge/appmodel.kvd", test_support::kModelType},
@@ -52,7 +52,7 @@ const std::pair<const char*, std::u16string> kParts[] = {
      u"http://schemas.quorvane.com/package/2026/relationships/hostProperties"},
 };
 
-// What each part stands for: by its name, and by the relationships that lead to it.
+// What each part stands for, according to its name and to the relationships that lead to it.
 using Roles = std::map<std::string, std::set<std::u16string>>;
 
 Roles rolesIn(const FoundPackage& package) {
@@ -67,7 +67,7 @@ Roles rolesIn(const FoundPackage& package) {
     return roles;
 }
 
-// Whether each part is part of one thing only. Else to set one thing changes another.
+// Whether each part stands for one thing only. Otherwise setting one thing changes another.
 bool isUnambiguous(const Roles& roles) {
     return !roles.contains("/_rels/.rels") &&
            std::ranges::all_of(roles, [](const auto& each) { return each.second.size() == 1; });
@@ -83,7 +83,7 @@ std::set<std::string> itemsIn(const FoundPackage& package, const Roles& roles) {
     return names;
 }
 
-// The parts that relationships of a type lead to: of several nobody can tell which one is meant.
+// The parts to which relationships of a type lead. If there are several, nobody can tell which is meant.
 std::vector<std::optional<std::string>> contentsIn(const FoundPackage& package,
                                                    std::u16string_view type) {
     std::vector<std::optional<std::string>> contents;
@@ -128,8 +128,8 @@ AppMetadata drawRecord(fuzz::Input& input) {
     return record;
 }
 
-// Sets the fields of `expected` as a writer does. Lists are set as a whole; an empty text that is not
-// set becomes its default, and is absent here.
+// Sets the fields of `expected` as a writer does: a list is replaced as a whole, and a text that is empty
+// and not set gets its default, which counts as absent here.
 void apply(const AppMetadata& record, Values& expected) {
     for (const auto& [field, value] : record.toMap()) {
         if (fuzz::isPresent(value)) {
@@ -148,7 +148,7 @@ class Edit {
 public:
     Edit(fuzz::PackageFile& file, const FoundPackage& before) : file_(&file), before_(before) {}
 
-    // What is refused leaves the writer as it was, or makes it refuse to save.
+    // A refused call leaves the writer as it was, or makes it refuse to save.
     void take(AppFileWriter& writer, fuzz::Input& input) {
         switch (input.below(4)) {
             case 0:
@@ -181,7 +181,7 @@ public:
         if (isApp && isMetadataSet_) checkMetadata(*after);
     }
 
-    // The file after the last save that was known to be whole.
+    // The bytes of the file after the last save that is known to be complete.
     const std::string& saved() const noexcept { return saved_; }
 
 private:
@@ -190,7 +190,7 @@ private:
         if (fuzz::refuses<opc::Exception>([&] { writer.setAppMetadata(record); })) return;
         isMetadataSet_ = true;
         apply(record, metadata_);
-        added_ += 1024;  // the parts as they are when all is empty, and their entries
+        added_ += 1024;  // what empty parts and their entries take
         for (const auto& [field, value] : record.toMap())
             fuzz::visitTexts(value, [&](const auto& text) { added_ += 32 + 6 * text.size(); });
     }
@@ -210,7 +210,7 @@ private:
         set(test_support::kModelType, content, [&] { writer.setAppModelFromFile(model); });
     }
 
-    // It saves, so that what was set before may be in the file also when it is refused.
+    // This call saves, so what was set before may be in the file even if the call is refused.
     void setCode(AppFileWriter& writer, const std::u16string& code) {
         set(test_support::kCodeType, fl::i18n::to_display(code),
             [&] { writer.setKORVALCodeText(code); });
@@ -246,8 +246,8 @@ private:
     std::size_t sizeBefore_ = saved_.size();
     std::size_t added_ = 0;
     bool isMetadataSet_ = false;
-    Values metadata_;                                 // absent where it cannot be told
-    std::map<std::u16string, std::string> contents_;  // by the relationships to the parts
+    Values metadata_;                                 // absent if it cannot be known
+    std::map<std::u16string, std::string> contents_;  // by the type of the relationship to the part
 };
 
 void edit(fuzz::PackageFile& file, const FoundPackage& before, fuzz::Input& input) {

@@ -16,8 +16,8 @@ namespace {
 using fl::i18n::ustring_to_utf8;
 using fl::i18n::utf8_to_ustring;
 
-// Names that literal searches could get wrong, and some that are patterns. Sixteen, so that digits
-// choose from them.
+// Names that a search for literals could get wrong, and some that are patterns. There are sixteen, so that
+// a hexadecimal digit chooses one.
 constexpr std::u16string_view kNames[] = {u"Name", u"a",     u"aab",  u"",      u"'", u"=",
                                           u">",    u"]",     u"%}",   u"/Name", u"é", u"\U0001F600",
                                           u"=''>", u"[aN]+", u"N.me", u"a|Name"};
@@ -29,7 +29,7 @@ constexpr std::u16string_view kPieces[] = {
     u"Name",  u"data:",  u"image/", u";base64", u";base64,",
 };
 
-// What the caller's value holds before a call.
+// What the caller's variable holds before a call.
 const ustring kUntouched = u"(untouched)";
 
 ustring unescaped(ustring text) {
@@ -98,8 +98,8 @@ const Lookup kLookups[] = {
      }},
 };
 
-// ASCII stands for itself, so that seeds can be read. Most of the other bytes stand for what is sought
-// next, so that most texts hold something to find.
+// ASCII characters stand for themselves, so seeds can be read. Most other bytes stand for what is sought
+// next, so most texts hold something to find.
 ustring nextPiece(Input& input, const Case& made, const Lookup& lookup, std::size_t& next) {
     const std::uint8_t byte = input.byte();
     if (byte < 0x80) return ustring(1, byte);
@@ -108,7 +108,7 @@ ustring nextPiece(Input& input, const Case& made, const Lookup& lookup, std::siz
         return utf8_to_ustring(named(lookup.sought[next++ % lookup.sought.size()], made));
     }
     if (byte < 0xF8) return ustring(kPieces[byte % std::size(kPieces)]);
-    // Long enough to put what follows into another block of a vectorised search.
+    // This is long enough to move what follows into another block of a vectorised search.
     const std::u16string_view piece = input.oneOf(kPieces);
     ustring run;
     for (std::size_t count = input.below(80); count > 0; --count)

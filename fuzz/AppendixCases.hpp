@@ -9,7 +9,7 @@
 
 #include "fuzz/Fuzzing.hpp"
 
-// The lookups of the appendix, and texts in which they find something.
+// The lookups in an appendix, and texts in which they find something.
 namespace fuzz::appendix {
 
 using appserialization::ustring;
@@ -20,24 +20,24 @@ struct Case {
 };
 
 struct Lookup {
-    const char* expression;                // with "E" and "A" for the names
-    std::vector<std::string_view> sought;  // its literals
+    const char* expression;                // with "E" and "A" in the places of the names
+    std::vector<std::string_view> sought;  // the literals in it
     Answer (*ours)(const Case& input);
-    Answer (*expected)(Answer captured);  // from what the groups captured, in all matches
+    Answer (*expected)(Answer captured);  // what follows from the captures of all matches
 };
 
 std::span<const Lookup> lookups();
 
-// A text of some `longest` units at most, for one of the lookups above all.
+// Makes a text of about `longest` units at most, which suits one of the lookups above all.
 Case makeCase(Input input, std::size_t longest);
 
-// Whether a name is an expression of its own, whose search may be refused.
+// Whether a name is itself a regular expression, so that a search for it may be refused.
 bool hasPattern(const Case& input);
 
-// `text` with the names in the place of "E" and "A".
+// Returns `text` with the names in the places of "E" and "A".
 std::string named(std::string_view text, const Case& input);
 
-// That two answers are equal; otherwise the message has all of it.
+// Ends the process with a message that shows everything if the two answers differ.
 void requireSame(const Lookup& lookup, const Case& input, const Answer& ours,
                  const Answer& expected);
 

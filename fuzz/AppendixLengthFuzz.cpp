@@ -1,5 +1,5 @@
-// The appendix functions on long texts: what stands in front, where no lookup can begin, changes no
-// answer. AppendixScannerFuzz says what is right for short ones.
+// The appendix functions on long texts: text in front, in which no lookup can begin, changes no answer.
+// AppendixScannerFuzz establishes the answers for short texts.
 
 #include "fuzz/AppendixCases.hpp"
 

@@ -1,4 +1,4 @@
-// The appendix functions against the regular expressions that define them.
+// Compares the appendix functions with the regular expressions that define them.
 
 #include <fl/i18n.hpp>
 
@@ -16,10 +16,11 @@ using fuzz::appendix::Case;
 using fuzz::appendix::Lookup;
 using fuzz::appendix::ustring;
 
-// A backtracking expression recurses once a byte, and the longest takes the fifth power of the bytes.
+// A backtracking expression recurses once for each byte, and the longest one takes time in proportion to
+// the fifth power of the length.
 constexpr std::size_t kLongestText = 200;
 
-// What the groups of a pattern capture, in all matches.
+// Returns what the groups of a pattern capture in all matches.
 Answer captured(const ustring& input, const std::string& pattern) {
     static std::map<std::string, std::regex> compiled;
     const std::regex& regex = compiled.try_emplace(pattern, pattern).first->second;

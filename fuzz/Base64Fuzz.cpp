@@ -1,5 +1,5 @@
-// Base64: blocks of characters that are decoded at once give what one character after the other gives,
-// and what an encoder made is decoded.
+// Base64: decoding in blocks gives what decoding character by character gives, and whatever an encoder
+// makes can be decoded.
 
 #include <foundation/Base64.hpp>
 
@@ -29,7 +29,7 @@ Answer decode(std::string_view text) {
     }
 }
 
-// No two characters of this touch, so that none are decoded together.
+// Puts something between all characters, so that no two are decoded together.
 std::string spaced(std::string_view text) {
     std::string apart;
     for (const char c : text)
@@ -56,7 +56,7 @@ std::string encode(std::string_view bytes) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
-    // So that what is odd stands anywhere in the blocks that are decoded at once.
+    // Lets an odd character stand anywhere in a block that is decoded at once.
     const std::string front(input.number(2) % 8200, 'A');
     const std::string text = front + std::string(input.rest());
     const Answer together = decode(text);

@@ -1,5 +1,5 @@
-// Core properties: what a document says is written so that it reads back, and so are dates. AppEditFuzz
-// sets them.
+// Core properties: what was read from a document and written again reads back the same, and so do dates.
+// AppEditFuzz sets them.
 
 #include <opc/CoreProperties.hpp>
 #include <opc/Exception.hpp>
@@ -34,7 +34,7 @@ std::optional<CoreProperties> parse(std::string_view document) {
     });
 }
 
-// Whether the calendar has the time. A zone may carry a date past the years that are written.
+// Whether the calendar has this time. A time zone may move a date out of the years that can be written.
 bool isWritable(Seconds time) {
     const auto seconds = time.time_since_epoch().count();
     return seconds >= kFirstSecond && seconds < kPastLastSecond;
@@ -57,7 +57,7 @@ void checkDate(const std::string& text) {
     if (!date || !isWritable(*date)) return;
     const std::string written = opc::qzservices::formatW3CDate(*date);
     require(opc::qzservices::parseW3CDate(written) == date, "a time reads back");
-    // One that does not exist would come out as another.
+    // A date that does not exist would be read as another one.
     const bool isUtc = text.find('T') == text.npos || text.back() == 'Z';
     const std::string said = text.substr(0, text.find_first_of(".Z"));
     require(!isUtc || written.starts_with(said), "a date is the time that it says");

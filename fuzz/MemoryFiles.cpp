@@ -25,7 +25,7 @@ namespace {
 constexpr std::string_view kDirectory = "/memory";
 constexpr std::string_view kOpenFiles = "/proc/self/fd/";
 constexpr ino_t kInodeOfDirectory = 1;
-constexpr int kDescriptors = 1 << 24;  // the first; far above those of the system
+constexpr int kDescriptors = 1 << 24;  // the first one, far above those of the system
 
 struct File {
     std::string bytes;
@@ -35,14 +35,14 @@ using FilePointer = std::shared_ptr<File>;
 
 struct State {
     std::map<std::string, FilePointer, std::less<>> names;
-    std::vector<FilePointer> open;  // by descriptor; null where it is free
+    std::vector<FilePointer> open;  // by descriptor; null if that is free
     FilePointer directory;
     ino_t lastInode = kInodeOfDirectory;
-    long changes = 0;  // the clock of the times of change
+    long changes = 0;  // counts changes, and stands for the time of a change
     fl::filesystem::SystemCalls system = fl::filesystem::systemCalls();
 };
 
-// As the system was when it was first asked for.
+// The calls that were in place when the directory was made.
 State& state() {
     static State all;
     return all;
@@ -90,8 +90,8 @@ int add(FilePointer file) {
     return kDescriptors + static_cast<int>(index);
 }
 
-// The name in the directory that a call means, empty for the directory itself; nullopt for a name of the
-// system's.
+// The name in this directory that a call means; empty for the directory itself, nullopt for a name that
+// the system is to look up.
 std::optional<std::string_view> nameHere(int start, std::string_view name) {
     if (name.starts_with('/')) {
         if (!name.starts_with(kDirectory)) return std::nullopt;
@@ -199,7 +199,7 @@ int changeMode(int descriptor, mode_t mode) {
     return 0;
 }
 
-// A name for an open file, the only link that the library makes.
+// Gives a name to an open file, which is the only kind of link that the library makes.
 int linkAt(int sourceStart, const char* source, int start, const char* given, int flags) {
     const auto name = nameHere(start, given);
     if (!name) return state().system.linkat(sourceStart, source, start, given, flags);
@@ -240,7 +240,7 @@ int closeFile(int descriptor) {
     return 0;
 }
 
-// For calls that have nothing to do here: they give `answer` or, where it is not 0, this error.
+// Answers calls that have nothing to do here: with 0, or with `error` if that is not 0.
 template <auto member, int error, class Result, class... Arguments>
 auto without(Result (*)(int, Arguments...)) {
     return +[](int descriptor, Arguments... arguments) -> Result {
@@ -274,10 +274,10 @@ void install() {
     calls.flock = without<&SystemCalls::flock, 0>(calls.flock);
 }
 
-// The directory, once it stands behind the calls.
+// The directory, which takes its place behind the calls when it is first asked for.
 State& files() {
     static State& installed = [&]() -> State& {
-        workspace();  // which stills the clock, and does what else the targets share
+        workspace();  // stops the clock, and sets up what all targets share
         state().directory = newFile(S_IFDIR | 0755);
         state().directory->status.st_ino = kInodeOfDirectory;
         install();

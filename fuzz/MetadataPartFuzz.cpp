@@ -1,4 +1,4 @@
-// The metadata part: read through the DOM and by a walk over the elements, and written back.
+// The metadata part: reads it through the DOM and by a walk over the elements, compares, and writes it.
 
 #include <appserialization/AppFileReader.hpp>
 #include <appserialization/AppFileWriter.hpp>
@@ -34,7 +34,7 @@ constexpr std::pair<const char*, Field> kTexts[] = {
     {"AppType", Field::AppType},
 };
 
-// The texts of the root's children by name; of several with a name the first counts.
+// The texts of the root's children by name. If several have the same name, the first counts.
 class Walk final : public xml::Handler {
 public:
     void start(const xml::StartTag& tag) override {
@@ -84,7 +84,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto bytes =
         test_support::AppPackage(good).with(u"/metadata/appMetadata.xml", document).bytes();
     fuzz::memory::write("app.kvpkg", bytes);
-    // The bytes of a document may make another zip file of it, which is not what is looked at here.
+    // The bytes of a stored document may turn the file into another zip file. PackageReadFuzz tests that.
     using Refusal = appserialization::AppFileReaderExceptionBase;
     if (fuzz::refuses<Refusal>([] { AppFileReader reader(app); })) return -1;
 

@@ -1,4 +1,5 @@
-// Part names against the expression that defines them, and targets against the names that they lead to.
+// Compares the check of part names with the expression that defines them, and targets with the names to
+// which they lead.
 
 #include <opc/Exception.hpp>
 #include <opc/Names.hpp>
@@ -18,14 +19,14 @@ using fuzz::require;
 using opc::model::PartName;
 using opc::model::URI;
 
-// An expression recurses once a character.
+// The expression recurses once for each character.
 constexpr std::size_t kLongestInput = 400;
 
 bool isPartName(const std::u16string& text) {
     static const std::regex segments(
         "(/([-A-Za-z0-9._~!$&'()*+,;=:@]|%[0-9A-Fa-f]{2})*"
         "([-A-Za-z0-9_~!$&'()*+,;=:@]|%[0-9A-Fa-f]{2}))+");
-    // A slash, a backslash, or what need not be encoded.
+    // A slash, a backslash, or a character that need not be encoded.
     static const std::regex forbidden(
         "%(2[DEFdef]|3[0-9]|[46][1-9A-Fa-f]|[57][0-9Aa]|5[CFcf]|7[Ee])");
     const bool isAscii = std::ranges::all_of(text, [](char16_t unit) { return unit < 0x80; });

@@ -1,5 +1,5 @@
-// Edits packages part by part, with a list of what ought to be in them kept beside; saves, and compares
-// what is in the file then.
+// Edits packages part by part and keeps a list of what they should hold; then saves, and compares the
+// list with the file.
 
 #include <opc/Exception.hpp>
 #include <opc/Package.hpp>
@@ -38,7 +38,7 @@ std::u16string wide(const std::string& text) {
     return units;
 }
 
-// One opening of a package: what is done to it, and what it ought to hold.
+// An open package: what is done to it, and what it should hold.
 class Session {
 public:
     Session(const fuzz::PackageFile& file, FoundPackage before)
@@ -62,7 +62,7 @@ public:
 private:
     using Entry = std::map<std::string, FoundPart>::value_type;
 
-    // A part that is there, by its place; null when there is none.
+    // One of the parts that are there, chosen by the input; null if there is none.
     Entry* choose(fuzz::Input& input) {
         auto& parts = expected_.parts;
         if (parts.empty()) return nullptr;
@@ -75,7 +75,7 @@ private:
         return package_.getPart(PartName(std::u16string_view(entry.second.name)));
     }
 
-    // Which item a part stands in, is the package's affair: it is one whose name differs in case only.
+    // The package decides which item holds a part: its name differs from the part's in case only.
     void touch(const std::u16string& name) {
         for (const auto& [item, bytes] : expected_.items) {
             if (opc::ascii::equalIgnoringCase(u"/" + wide(item), name)) touched_.insert(item);
@@ -85,7 +85,7 @@ private:
 
     void touchTypes() {
         touch(u"/[Content_Types].xml");
-        added_ += 300;  // an entry
+        added_ += 300;  // for an entry
     }
 
     // ---- Parts
@@ -103,7 +103,7 @@ private:
         require(!expected_.parts.contains(*made), "a part is not created over another");
         touch(name);
         touchTypes();
-        added_ += 8 * name.size();  // in two records, and escaped in the content types
+        added_ += 8 * name.size();  // it stands in two records and, escaped, in the content types
         expected_.parts[*made] = {name, type, ""};
     }
 
@@ -126,7 +126,7 @@ private:
         if (input.flag()) finishHeld(input);
     }
 
-    // The stream that was opened last may end now or never.
+    // The stream that was opened last is closed now, later or never.
     void finishHeld(fuzz::Input& input) {
         const auto stream = std::exchange(held_, nullptr);
         if (!stream || input.below(8) == 7) return;

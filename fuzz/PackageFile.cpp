@@ -19,7 +19,7 @@ constexpr std::size_t kSlack = 64 << 10;
 
 constexpr const char* kFile = "app.kvpkg";
 
-// Without what a save may change: the offset, and the zip64 field, which may hold it as well.
+// Leaves out what a save may change: the offset, and the zip64 field, which may hold it too.
 std::string recordOf(const opc::zip::ZipItem& item) {
     std::string record(item.directoryRecord);
     const std::size_t fieldsAt = format::central::kHeaderSize + item.name.size();

@@ -20,34 +20,34 @@ namespace fuzz {
 struct FoundPart {
     std::u16string name;
     std::u16string type;
-    std::optional<std::string> content;  // nullopt when it cannot be read
+    std::optional<std::string> content;  // nullopt if it cannot be read
 };
 
-// All that is in a package: as a reader of packages sees it, and the bytes of each item.
+// All that is in a package, as a reader of packages sees it, and the bytes of each item.
 struct FoundPackage {
-    std::map<std::string, FoundPart> parts;  // by key of their names
+    std::map<std::string, FoundPart> parts;  // by the keys of their names
     std::vector<opc::model::Relationship> relationships;
     std::map<std::string, std::string> items;  // header, data, descriptor and directory record
 
-    // The key of a part of the package; nullopt when the relationship leads to none.
+    // The key of the part to which the relationship leads; nullopt if it leads to none.
     std::optional<std::string> targetOf(const opc::model::Relationship& relationship) const;
 };
 
-// The file that the edits of an input are tried on. It is the only one in its directory, in memory.
+// The file on which the edits of an input are tried. It is the only one in its directory in memory.
 class PackageFile {
 public:
     explicit PackageFile(const std::string& bytes);
 
     const std::u16string& name() const noexcept { return name_; }
     std::string bytes() const;
-    // What is in it now; nullopt when the package is refused. Looks again only when the bytes are
-    // others, since that takes most of the time of an execution.
+    // Returns what is in it now, or nullopt if the package is refused. Looks again only if the bytes have
+    // changed, because that takes most of the time of an execution.
     const std::optional<FoundPackage>& find();
 
-    // That the file holds `bytes`, and that no other file stands beside it.
+    // Requires that the file holds `bytes` and that there is no other file beside it.
     void requireUntouched(const std::string& bytes) const;
-    // That a save has left each item as it was but those of `touched`, and let the file grow by not
-    // much more than `added` bytes.
+    // Requires that a save has kept every item except those in `touched`, and that the file has not grown
+    // by much more than `added` bytes.
     void requireKept(const FoundPackage& before, std::size_t sizeBefore,
                      const std::set<std::string>& touched, std::size_t added);
 
@@ -59,8 +59,8 @@ private:
     std::optional<FoundPackage> found_;
 };
 
-// Edits the package that an input asks for, up to three times. What is refused when it is read has to be
-// refused by `open`, and to stay as it is.
+// Edits the package that an input describes, up to three times. A package that cannot be read must be
+// refused by `open` and stay as it is.
 template <class Open, class Edit>
 int editPackage(Input input, Open open, Edit edit) {
     PackageFile file(drawPackage(input).bytes);

@@ -15,11 +15,11 @@ using Zip = test_support::BuiltZip;
 namespace {
 
 constexpr std::size_t kMostItems = 24;
-// More than the longest name that a zip file can have. Seldom, since such inputs take most of the time.
+// Longer than any name in a zip file can be. Drawn rarely, because such inputs take most of the time.
 constexpr std::size_t kLongest = std::size_t{64} << 10;
 constexpr std::size_t kLong = std::size_t{2} << 10;
 
-// As often as the input says, but no longer than kLongest.
+// Repeats a text as often as the input says, up to kLongest bytes in all.
 std::string drawRepeated(const std::string& piece, Input& input) {
     const std::size_t doublings = input.below(16);
     const std::size_t limit = doublings == 15 ? kLongest : kLong;
@@ -27,7 +27,7 @@ std::string drawRepeated(const std::string& piece, Input& input) {
     const std::size_t size =
         piece.size() * std::min(std::size_t{1} << doublings, limit / piece.size());
     std::string text = piece.substr(0, size);
-    // Doubled, since a byte at a time took a tenth of an execution.
+    // Doubles the text, because adding one piece at a time took a tenth of an execution.
     while (text.size() < size)
         text.append(text, 0, size - text.size());
     return text;
@@ -119,7 +119,7 @@ constexpr ZipBreak kZipBreaks[] = {
 
 // ---- Ways to change what a package says
 
-// Behind the entries of a table, when the table still ends as it did.
+// Adds `entry` after the last one of a table, if the table still has its end tag.
 void addEntry(Zip& zip, std::string_view itemName, std::string_view end, const std::string& entry) {
     for (Item& item : zip.items) {
         if (item.name == itemName && item.content.ends_with(end))
@@ -138,7 +138,7 @@ void addRelationship(Zip& zip, Input& input) {
         u"http://schemas.quorvane.com/package/2026/relationships/hostProperties",
         u"urn:other",
     };
-    // Drawn one by one: compilers differ in the order in which they evaluate operands.
+    // These are separate statements because compilers differ in the order of evaluating operands.
     const std::u16string_view type = input.oneOf(kTypes);
     const std::string number = std::to_string(input.byte());
     const std::string slash = input.flag() ? "/" : "";
@@ -209,14 +209,14 @@ void breakZip(Zip& zip, Input& input) {
     input.oneOf(kZipBreaks)(zip, input);
 }
 
-// A step that changes an item, which is drawn.
+// Makes a step of a change to one item, which the input chooses.
 template <void change(Item&, Input&)>
 void inItem(Zip& zip, Input& input) {
     if (!zip.items.empty()) change(zip.items[input.below(zip.items.size())], input);
 }
 
 using Step = void (*)(Zip&, Input&);
-constexpr Step kSteps[] = {nullptr,  // enough
+constexpr Step kSteps[] = {nullptr,  // ends the program
                            changeItems,
                            addRelationship,
                            addType,
@@ -272,7 +272,7 @@ std::string drawItemName(Input& input) {
 std::string drawContent(Input& input) {
     std::string content = input.bytes();
     if (input.flag()) return content;
-    // Longer than the buffers that it goes through; the same again and again, or hard to shrink.
+    // Longer than the buffers on its way; either one letter repeated, or hard to compress.
     const std::size_t most = input.below(64);
     const std::size_t times = most * input.below(32);
     unsigned noise = input.flag() ? 1 : 0;

@@ -7,18 +7,18 @@
 
 namespace fuzz {
 
-// A package that an input asks for.
+// The package that an input describes.
 struct DrawnPackage {
     test_support::BuiltZip zip;
     std::string bytes;
-    bool isOverwritten = false;  // some bytes are not what the zip file was built with
+    bool isOverwritten = false;  // some bytes were changed after the zip file was built
 };
 
-// Builds a good package, and changes and breaks it as the input says, up to where the input is used up
-// or says that it is enough. Checksums and offsets follow the changes, so that most get past them.
+// Builds a good package, then changes and damages it as the input says, until the input is used up or ends
+// the program. Checksums and offsets follow the changes, so that most packages pass these checks.
 DrawnPackage drawPackage(Input& input);
 
-// Names that are taken, nearly taken, odd or free in such a package, and content.
+// Draws a name that is taken, nearly taken, odd or free in such a package; and content.
 std::string drawItemName(Input& input);
 std::string drawContent(Input& input);
 

@@ -1,4 +1,4 @@
-// Opens packages, and reads all that is in them: as a package and as an app.
+// Opens packages and reads all that is in them, as packages and as apps.
 
 #include <appserialization/AppFileReader.hpp>
 #include <appserialization/Exceptions.hpp>
@@ -26,13 +26,13 @@ using opc::model::Part;
 
 constexpr std::uint64_t kCap = 1 << 20;
 
-// In pieces of any length: none may be handed out of an item that turns out to be damaged at its end.
-// What is longer than the cap is cut short.
+// Reads in pieces of any length. If an item turns out to be damaged at its end, its last piece must not be
+// handed out. Content longer than the cap is cut off.
 std::optional<std::string> contentOf(const Part& part, std::size_t piece) {
     return attempt<opc::Exception>([&] {
         const auto stream = part.getInputStream();
         std::string content;
-        // Of that very size, so that writing past it is noticed.
+        // The buffer has exactly this size, so the sanitizer notices a write behind its end.
         const auto buffer = std::make_unique_for_overwrite<std::byte[]>(piece);
         for (std::size_t count = 1; count != 0 && content.size() < kCap;) {
             count = stream->read({buffer.get(), piece});
@@ -42,7 +42,7 @@ std::optional<std::string> contentOf(const Part& part, std::size_t piece) {
     });
 }
 
-// Whether some item that the file was built with has this name and content.
+// Whether one of the items with which the file was built has this name and content.
 bool isBuilt(const test_support::BuiltZip& zip, const Part& part, const std::string& content) {
     return std::ranges::any_of(zip.items, [&](const test_support::BuiltItem& item) {
         const std::u16string name(item.name.begin(), item.name.end());
@@ -84,7 +84,7 @@ void checkPackage(const std::u16string& file, const fuzz::DrawnPackage* drawn) {
         [&] { opc::qzservices::CorePropertiesManager(package, 0).getCoreProperties(); });
 }
 
-// With the refusals that a caller of the app reader has to reckon with.
+// Expects only the exceptions for which a caller of the app reader must be prepared.
 template <class Work>
 auto orRefused(Work work) {
     return attempt<appserialization::AppFileReaderExceptionBase, opc::Exception, std::out_of_range>(

@@ -6,7 +6,7 @@
 
 #include "fuzz/Fuzzing.hpp"
 
-// Metadata records, in whatever field.
+// Metadata records, whichever field is meant.
 namespace fuzz {
 
 // Calls `visit` with each text of a value.
@@ -20,12 +20,12 @@ void visitTexts(const appserialization::appmetadata::MetadataPropertyVariant& va
     }
 }
 
-// Whether there is a value, which may be empty.
+// Whether there is a value. It may be empty.
 inline bool isPresent(const appserialization::appmetadata::MetadataPropertyVariant& value) {
     return boost::apply_visitor([](const auto& optional) { return optional.has_value(); }, value);
 }
 
-// What every reader promises.
+// Requires what every reader promises of its record.
 inline void requireComplete(const appserialization::AppMetadata& record) {
     for (const auto& [field, value] : record.toMap())
         require(isPresent(value), "every field is present");

@@ -1,4 +1,4 @@
-// Runs a fuzz target where there is no libFuzzer: TARGET FILE|FOLDER... replays each file once.
+// Runs a fuzz target without libFuzzer: TARGET FILE|FOLDER... replays each file once.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,5 @@
-// The text-app reader on files of any bytes: it answers with a complete record, and refuses nothing but
-// a screenshot that is not base64.
+// The text-app reader on files of any bytes: it always returns a complete record, and refuses nothing but
+// a screenshot that is not Base64.
 
 #include <appserialization/KAppMetadataReader.hpp>
 #include <foundation/Base64.hpp>

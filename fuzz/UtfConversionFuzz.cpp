@@ -1,5 +1,5 @@
-// Conversion between UTF-8 and UTF-16: there and back is the same, the place that is refused is the
-// first wrong one, and where in the blocks that are converted at once a text stands makes no difference.
+// Conversion between UTF-8 and UTF-16: there and back gives the same text, the error names the first wrong
+// place, and the position of a text in the blocks that are converted at once makes no difference.
 
 #include <fl/i18n.hpp>
 
@@ -16,7 +16,7 @@ using fuzz::require;
 
 constexpr char16_t kReplacement = 0xFFFD;
 
-// Where a conversion refuses ill-formed text; nullopt when it does not.
+// The place at which a conversion refuses ill-formed text; nullopt if it does not.
 template <class Conversion, class Text>
 std::optional<std::size_t> refusedAt(Conversion convert, Text text) {
     try {
@@ -73,7 +73,7 @@ void checkFromUtf16(const std::u16string& units) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
-    // Text is converted in blocks and pieces: what is odd has to stand anywhere in them.
+    // Text is converted in blocks and pieces, so something odd has to stand anywhere in them.
     static constexpr std::u16string_view kFillers[] = {u"a", u"\u00E9", u"\u20AC", u"\U0001F600"};
     const auto filler = input.oneOf(kFillers);
     std::u16string front;
