@@ -173,26 +173,8 @@ std::optional<LocalHeader> localHeaderAt(const SalvageSource& source, std::uint6
 
 std::size_t descriptorSize(const SalvageSource& source, std::uint64_t offset,
                            const ZipItem& record) {
-    const auto found = source.at(offset, descriptor::kLargest);
-    const bool isSigned =
-        found.size() >= descriptor::kSmallest && load32(found, 0) == descriptor::kSignature;
-    const auto holds = [&](std::size_t crcAt, bool isWide) {
-        const std::size_t sizesAt = crcAt + sizeof(std::uint32_t);
-        const std::size_t width = isWide ? sizeof(std::uint64_t) : sizeof(std::uint32_t);
-        if (found.size() < sizesAt + 2 * width || load32(found, crcAt) != record.crc32)
-            return false;
-        const auto sizeAt = [&](std::size_t at) {
-            return isWide ? load64(found, at) : std::uint64_t{load32(found, at)};
-        };
-        return sizeAt(sizesAt) == record.compressedSize && sizeAt(sizesAt + width) == record.size;
-    };
-    for (const bool isWide : {true, false}) {
-        for (const std::size_t crcAt : {sizeof descriptor::kSignature, std::size_t{0}}) {
-            if ((crcAt != 0 && !isSigned) || !holds(crcAt, isWide)) continue;
-            return descriptor::kSmallest + crcAt + (isWide ? 2 * sizeof(std::uint32_t) : 0);
-        }
-    }
-    return 0;
+    return descriptor::sizeAtFront(source.at(offset, descriptor::kLargest), record.crc32,
+                                   record.compressedSize, record.size);
 }
 
 std::optional<std::uint64_t> endOfSame(const SalvageSource& source, const LocalHeader& header,

@@ -94,8 +94,7 @@ enum class Place { Any, Expected };
 std::optional<LocalHeader> localHeaderAt(const SalvageSource& source, std::uint64_t offset,
                                          Place place = Place::Any);
 
-// The size of the descriptor at `offset` if it says what `record` does, otherwise 0. Longer forms
-// are tried first because a shorter one may match the front of a longer.
+// The size of the descriptor at `offset` if it says what `record` does, otherwise 0.
 std::size_t descriptorSize(const SalvageSource& source, std::uint64_t offset,
                            const ZipItem& record);
 

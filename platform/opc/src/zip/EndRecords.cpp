@@ -214,8 +214,8 @@ private:
         if (load32(record, 0) != zip64end::kSignature ||
             load64(record, zip64end::kSizeOfRest) !=
                 zip64end::kRecordSize - zip64end::kNotInSizeOfRest) {
-            fail("there is no zip64 end record of 56 bytes at offset " + std::to_string(at) +
-                 ", where its locator points");
+            fail("there is no zip64 end record of " + std::to_string(zip64end::kRecordSize) +
+                 " bytes at offset " + std::to_string(at) + ", where its locator points");
         }
         checkDisks(load32(record, zip64end::kDisk), load32(record, zip64end::kDirectoryDisk),
                    false);

@@ -36,7 +36,7 @@ public:
         if (item_->compressedSize > limit_ - item_->dataOffset) failOverlap();
         item_->endOffset = item_->dataOffset + item_->compressedSize;
         item_->hasDescriptor = (flags & flag::kDescriptor) != 0;
-        if (item_->hasDescriptor) item_->endOffset += descriptorSize();
+        if (item_->hasDescriptor) item_->endOffset += findDescriptor();
     }
 
 private:
@@ -118,34 +118,16 @@ private:
         return sizes;
     }
 
-    // Returns the size of the descriptor after the item's data: the form that holds the right
-    // numbers is the one that was written. Longer forms are tried first because a shorter one may
-    // match the front of a longer.
-    std::size_t descriptorSize() const {
+    // Returns the size of the descriptor after the item's data.
+    std::size_t findDescriptor() const {
         const std::size_t room =
             std::min<std::uint64_t>(limit_ - item_->endOffset, descriptor::kLargest);
-        if (room >= descriptor::kSmallest) {
-            const Bytes found = bytes_->at(item_->endOffset, room, limit_);
-            for (const bool isWide : {true, false}) {
-                for (const bool isSigned : {true, false}) {
-                    const std::string form = descriptorForm(isWide, isSigned);
-                    if (asText(found).starts_with(form)) return form.size();
-                }
-            }
-        }
+        const std::size_t size =
+            descriptor::sizeAtFront(bytes_->at(item_->endOffset, room, limit_), item_->crc32,
+                                    item_->compressedSize, item_->size);
+        if (size != 0) return size;
         checks_.failDamaged("has no data descriptor after its data, at offset " +
                             std::to_string(item_->endOffset) + ", that agrees with the directory");
-    }
-
-    std::string descriptorForm(bool isWide, bool isSigned) const {
-        std::string form;
-        if (isSigned) append(form, descriptor::kSignature);
-        append(form, item_->crc32);
-        for (const std::uint64_t size : {item_->compressedSize, item_->size}) {
-            if (isWide) append(form, size);
-            if (!isWide) append(form, static_cast<std::uint32_t>(size));
-        }
-        return form;
     }
 
     ZipItem* item_;

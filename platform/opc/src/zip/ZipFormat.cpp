@@ -126,6 +126,24 @@ void replaceZip64(std::string& record, const std::optional<ExtraField>& old,
 
 }  // namespace
 
+std::size_t descriptor::sizeAtFront(Bytes bytes, std::uint32_t crc32, std::uint64_t compressedSize,
+                                    std::uint64_t size) {
+    // Longer forms are tried first because a shorter one may match the front of a longer.
+    for (const bool isWide : {true, false}) {
+        for (const bool isSigned : {true, false}) {
+            std::string form;
+            if (isSigned) append(form, kSignature);
+            append(form, crc32);
+            for (const std::uint64_t number : {compressedSize, size}) {
+                if (isWide) append(form, number);
+                if (!isWide) append(form, static_cast<std::uint32_t>(number));
+            }
+            if (asText(bytes).starts_with(form)) return form.size();
+        }
+    }
+    return 0;
+}
+
 bool needsZip64(const ItemRecord& item) {
     return hasLargeSizes(item) || item.offset >= kInZip64_32;
 }

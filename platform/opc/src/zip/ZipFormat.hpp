@@ -117,8 +117,12 @@ inline constexpr std::uint32_t kTypeOfAmigaMode = 06000, kAmigaDirectory = 04000
 // 32 or 64 bits, so there are four forms.
 namespace descriptor {
 inline constexpr std::uint32_t kSignature = 0x08074b50;
-inline constexpr std::size_t kSmallest = 12, kSmallestSigned = 16, kLargest = 24;
+inline constexpr std::size_t kSmallestSigned = 16, kLargest = 24;
 inline constexpr std::size_t kSizes = 8;  // offset of the sizes where there is a signature
+
+// The size of the descriptor at the front of `bytes` that holds these numbers; 0 if there is none.
+std::size_t sizeAtFront(Bytes bytes, std::uint32_t crc32, std::uint64_t compressedSize,
+                        std::uint64_t size);
 }  // namespace descriptor
 
 // The end record, by which readers find the directory. The archive's comment follows.
