@@ -1,3 +1,5 @@
+// How cost grows with the number of parts, items, relationships or lines.
+
 #include "bench/BenchFiles.hpp"
 #include "bench/Cases.hpp"
 

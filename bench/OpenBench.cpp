@@ -1,3 +1,5 @@
+// Reading metadata of packaged apps, and opening packages of many parts, next to python3's zipfile.
+
 #include "bench/BenchFiles.hpp"
 #include "bench/Cases.hpp"
 
@@ -30,14 +32,14 @@ void readPackage(benchmark::State& state, std::uint64_t modelSize) {
 }
 
 void readWithPython(benchmark::State& state) {
-    measureItself(
-        state, "python3 " BENCH_SCRIPTS "/read_metadata.py " + packagedApp(kKiB).string() + " 300");
+    measureItself(state, "python3 " BENCH_BASELINES "/read_metadata.py " +
+                             packagedApp(kKiB).string() + " 300");
 }
 
 // The time includes that for the few parts of every app.
 void readManyParts(benchmark::State& state) {
     const fs::path file = folder() / "many-parts.kvpkg";
-    run(state, "python3 " BENCH_SCRIPTS "/add_parts.py " + packagedApp(kKiB).string() + " " +
+    run(state, "python3 " BENCH_BASELINES "/add_parts.py " + packagedApp(kKiB).string() + " " +
                    std::to_string(kOtherParts) + " " + file.string());
     measureEach(state, kOtherParts, [name = text(file)] { openAndReadMetadata(name); });
 }

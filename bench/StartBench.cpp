@@ -1,3 +1,5 @@
+// What the first read in a process and a start of the tool cost.
+
 #include "bench/BenchFiles.hpp"
 #include "bench/Cases.hpp"
 

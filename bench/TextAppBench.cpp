@@ -1,3 +1,5 @@
+// Large text apps: finding the appendix, decoding the picture.
+
 #include "bench/BenchFiles.hpp"
 #include "bench/Cases.hpp"
 

@@ -1,3 +1,5 @@
+// Metadata of a small text app, next to the regular expressions that define it.
+
 #include "bench/BenchFiles.hpp"
 #include "bench/Cases.hpp"
 

@@ -12,8 +12,7 @@ namespace appserialization {
 //   whose value occurs again. If several items have a value, the first gets the attributes of the
 //   first, the second those of the second, and so on.
 // - All other children of the root, after those of the record. Left out are the elements that
-// readers
-//   take for the record's, and further ones with the name and namespace of such an element.
+//   readers take for the record's, and further ones with the name and namespace of such an element.
 //
 // Throws opc::Exception if the result would be more than a document may hold.
 void keepOtherMetadata(const xercesc::DOMElement* earlier, xercesc::DOMElement* root);
