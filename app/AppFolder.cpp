@@ -1,7 +1,7 @@
 #include "app/AppFolder.hpp"
 
-#include <appserialization/Functions.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/ustring.hpp>
 
 #include <algorithm>
 #include <array>

@@ -2,6 +2,7 @@
 
 #include <appserialization/AppFileReader.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/ustring.hpp>
 #include <opc/Package.hpp>
 #include <quillcode/QuillCodeFileReader.hpp>
 

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <opc/Package.hpp>
+#include <opc/Names.hpp>
 #include <opc/Streams.hpp>
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <span>

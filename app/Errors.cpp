@@ -3,9 +3,9 @@
 #include <fl/filesystem.hpp>
 #include <foundation/Shown.hpp>
 
+#include <cstddef>
 #include <exception>
 #include <new>
-#include <string_view>
 #include <system_error>
 #include <vector>
 

@@ -1,11 +1,12 @@
 #include "app/Fields.hpp"
 
 #include <fmt/format.h>
+#include <boost/optional.hpp>
 #include <boost/variant.hpp>
 
 #include <array>
+#include <cstddef>
 
-#include "app/Shown.hpp"
 #include "metadata/Fields.hpp"
 
 namespace qzapp {

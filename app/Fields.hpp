@@ -1,6 +1,7 @@
 #pragma once
 
 #include <appserialization/AppMetadata.hpp>
+#include <appserialization/ustring.hpp>
 
 #include <map>
 #include <optional>

@@ -2,6 +2,7 @@
 
 #include <fl/FileDescriptor.hpp>
 #include <fl/filesystem.hpp>
+#include <foundation/ustring.hpp>
 
 #include <memory>
 #include <optional>

@@ -3,12 +3,14 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
+#include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <span>
 #include <system_error>
 #include <utility>

@@ -6,6 +6,7 @@
 #include <opc/Limits.hpp>
 #include <quillcode/CodePart.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <appserialization/AppMetadataReader.hpp>
-#include <foundation/ustring.hpp>
 #include <opc/FileKind.hpp>
 
 #include <memory>

@@ -1,13 +1,19 @@
 #include "app/MetadataJson.hpp"
 
 #include <fmt/format.h>
+#include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
+#include <foundation/ustring.hpp>
+#include <opc/Limits.hpp>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string_view>
 #include <utility>
+#include <variant>
 
 #include "app/Errors.hpp"
 #include "app/Files.hpp"

@@ -3,8 +3,14 @@
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
 #include <opc/CorePropertiesManager.hpp>
+#include <opc/HostProperties.hpp>
+#include <opc/Names.hpp>
 #include <opc/Package.hpp>
+#include <opc/PartKind.hpp>
 #include <opc/RelatedPart.hpp>
+#include <opc/Relationship.hpp>
+#include <opc/ZipPhysicalPackage.hpp>
+#include <quillcode/CodePart.hpp>
 
 #include <algorithm>
 #include <cstddef>
@@ -16,6 +22,8 @@
 #include "app/WithPackage.hpp"
 #include "app/check/AppLayout.hpp"
 #include "app/check/Checks.hpp"
+#include "app/check/PackageView.hpp"
+#include "package/Layout.hpp"
 #include "package/PartKinds.hpp"
 
 namespace qzapp {

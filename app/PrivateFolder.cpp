@@ -1,6 +1,5 @@
 #include "app/PrivateFolder.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -13,7 +12,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstddef>
-#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <random>

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 #include <fl/FileDescriptor.hpp>
 
+#include <cstddef>
 #include <string>
 
 namespace qzapp {

@@ -3,6 +3,7 @@
 #include <fl/i18n.hpp>
 
 #include <algorithm>
+#include <cstddef>
 
 #include "app/Errors.hpp"
 #include "package/Layout.hpp"

@@ -1,10 +1,15 @@
 #include "app/Signatures.hpp"
 
+#include <foundation/JoinedText.hpp>
+#include <foundation/ustring.hpp>
+#include <opc/FoundPackage.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/Relationship.hpp>
 
 #include <algorithm>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "package/Layout.hpp"
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 
 #include <cstddef>
-#include <vector>
 
 #include "app/check/PackageView.hpp"
 

@@ -2,12 +2,12 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 
 #include <cerrno>
+#include <cstddef>
 #include <span>
 #include <string>
 #include <system_error>

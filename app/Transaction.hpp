@@ -2,9 +2,11 @@
 
 #include <fl/FileDescriptor.hpp>
 #include <fl/ReplacementFile.hpp>
+#include <fl/filesystem.hpp>
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "app/FileName.hpp"

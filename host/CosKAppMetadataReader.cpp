@@ -5,6 +5,7 @@
 #include <tarvo/TarvoMethod.hpp>
 
 #include <memory>
+#include <utility>
 
 #include "host/HostErrors.hpp"
 #include "host/ReadKAppScreenshotAsBytesMI.hpp"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <tarvo/COSClassInfo.hpp>
 #include <tarvo/HandleClassInfo.hpp>
 
 #include "host/KAppMetadataReaderTarvoAdapter.hpp"

@@ -1,5 +1,6 @@
 #include "host/KAppMetadataReaderTarvoAdapter.hpp"
 
+#include <appserialization/AppMetadata.hpp>
 #include <appserialization/MetadataToStructConverter.hpp>
 #include <hvarray/Array.hpp>
 

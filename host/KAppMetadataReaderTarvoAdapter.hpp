@@ -1,7 +1,8 @@
 #pragma once
 
 #include <appserialization/KAppMetadataReader.hpp>
-#include <tarvo/TarvoMethod.hpp>
+#include <appserialization/ustring.hpp>
+#include <tarvo/BindingRegistry.hpp>
 #include <tarvo/Wrappable.hpp>
 
 #include <memory>

@@ -1,11 +1,14 @@
 #include <appserialization/MetadataToStructConverter.hpp>
 
+#include <appserialization/ustring.hpp>
 #include <foundation/Diagnostics.hpp>
 #include <hvarray/Array.hpp>
 
+#include <boost/variant.hpp>
+
 #include <array>
 #include <cstddef>
-#include <utility>
+#include <string_view>
 #include <vector>
 
 namespace appserialization {

@@ -1,8 +1,11 @@
 #include "host/ReadKAppScreenshotAsBytesMI.hpp"
 
+#include <appserialization/AppMetadataReader.hpp>
 #include <hvarray/Array.hpp>
 #include <tarvo/InternedString.hpp>
 #include <tarvo/SelfPointer.hpp>
+
+#include <string_view>
 
 #include "host/HostErrors.hpp"
 #include "host/KAppMetadataReaderTarvoAdapter.hpp"

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <tarvo/COSMethodInfo.hpp>
+#include <tarvo/COSMethodSignature.hpp>
+#include <tarvo/InternedString.hpp>
 
 #include <cstddef>
 #include <memory>

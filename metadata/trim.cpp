@@ -1,9 +1,11 @@
 #include <appserialization/Functions.hpp>
 
+#include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
 
 #include <algorithm>
 #include <locale>
+#include <string>
 
 namespace appserialization {
 

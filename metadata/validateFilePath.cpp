@@ -1,6 +1,7 @@
 #include <appserialization/Exceptions.hpp>
 #include <appserialization/Functions.hpp>
 
+#include <appserialization/ustring.hpp>
 #include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Exceptions.hpp>

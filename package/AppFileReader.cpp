@@ -7,19 +7,21 @@
 #include <foundation/Exceptions.hpp>
 #include <foundation/Shown.hpp>
 #include <opc/Exception.hpp>
+#include <opc/Package.hpp>
 #include <opc/Streams.hpp>
+#include <opc/ZipPhysicalPackage.hpp>
 #include <quillcode/QuillCodeFileReader.hpp>
 
 #include <cerrno>
-#include <ios>
+#include <fstream>
 #include <string>
 #include <system_error>
 #include <tuple>
 #include <utility>
 
 #include "package/Layout.hpp"
+#include "package/PackagedAppFile.hpp"
 #include "package/PackagedMetadata.hpp"
-#include "package/Parts.hpp"
 
 namespace appserialization {
 

@@ -4,9 +4,13 @@
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 #include <foundation/ustring.hpp>
+#include <opc/CoreProperties.hpp>
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/Exception.hpp>
+#include <opc/HostProperties.hpp>
+#include <opc/Names.hpp>
 #include <opc/Package.hpp>
+#include <opc/PartKind.hpp>
 #include <opc/RelatedPart.hpp>
 #include <opc/StandardProperties.hpp>
 #include <opc/Streams.hpp>
@@ -15,13 +19,16 @@
 #include <quillcode/CodePart.hpp>
 #include <quillcode/QuillCodeFileWriter.hpp>
 
+#include <boost/optional.hpp>
+#include <boost/variant.hpp>
 #include <xercesc/dom/DOMDocument.hpp>
 #include <xercesc/dom/DOMElement.hpp>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <exception>
-#include <ios>
+#include <fstream>
 #include <map>
 #include <new>
 #include <optional>

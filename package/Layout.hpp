@@ -4,11 +4,17 @@
 // readers and the checks work from these tables, so a new part, format or field is one more row.
 
 #include <appserialization/AppMetadata.hpp>
+#include <appserialization/ustring.hpp>
+#include <foundation/JoinedText.hpp>
+#include <foundation/ustring.hpp>
 #include <opc/ImageTypes.hpp>
+#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
 #include <opc/PartKind.hpp>
 #include <quillcode/CodePart.hpp>
+
+#include <boost/optional.hpp>
 
 #include <algorithm>
 #include <array>

@@ -3,6 +3,8 @@
 #include <opc/Package.hpp>
 #include <opc/XercesHelper.hpp>
 
+#include <xercesc/dom/DOMElement.hpp>
+
 namespace appserialization {
 
 // The metadata part of a package, parsed into a DOM, which it owns. Make and destroy it while an

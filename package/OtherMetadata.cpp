@@ -1,6 +1,10 @@
 #include "package/OtherMetadata.hpp"
 
+#include <appserialization/ustring.hpp>
+#include <opc/XercesHelper.hpp>
+
 #include <xercesc/dom/DOMElement.hpp>
+#include <xercesc/util/XercesDefs.hpp>
 
 #include <deque>
 #include <map>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <opc/XercesHelper.hpp>
+#include <xercesc/dom/DOMElement.hpp>
 
 namespace appserialization {
 

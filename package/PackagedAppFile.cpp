@@ -2,6 +2,7 @@
 
 #include <appserialization/Exceptions.hpp>
 #include <foundation/Exceptions.hpp>
+#include <opc/Names.hpp>
 
 #include <utility>
 

@@ -1,6 +1,9 @@
 #include "package/PackagedMetadata.hpp"
 
+#include <opc/CoreProperties.hpp>
+#include <opc/Package.hpp>
 #include <opc/Streams.hpp>
+#include <xercesc/dom/DOMElement.hpp>
 
 #include <utility>
 

@@ -3,6 +3,7 @@
 #include <appserialization/AppMetadata.hpp>
 #include <appserialization/ustring.hpp>
 #include <opc/XercesHelper.hpp>
+#include <opc/ZipPhysicalPackage.hpp>
 
 #include <cstdint>
 #include <vector>

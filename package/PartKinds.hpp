@@ -1,5 +1,7 @@
 #pragma once
 
+#include <appserialization/ustring.hpp>
+#include <opc/Names.hpp>
 #include <opc/PartKind.hpp>
 
 #include <vector>

@@ -2,6 +2,7 @@
 
 #include <fl/filesystem.hpp>
 #include <foundation/Shown.hpp>
+#include <opc/Package.hpp>
 
 #include <string>
 

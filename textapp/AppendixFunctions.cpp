@@ -1,10 +1,14 @@
 #include <appserialization/Functions.hpp>
+#include <appserialization/ustring.hpp>
 
 #include <iterator>
+#include <optional>
 #include <utility>
+#include <vector>
 
 #include "textapp/AppendixScanner.hpp"
 #include "textapp/PatternScanner.hpp"
+#include "textapp/TextSearch.hpp"
 
 namespace appserialization {
 

@@ -15,6 +15,7 @@
 #include "textapp/AppendixScanner.hpp"
 #include "textapp/Layout.hpp"
 #include "textapp/TextFile.hpp"
+#include "textapp/TextSearch.hpp"
 
 namespace appserialization {
 

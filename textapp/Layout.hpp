@@ -5,6 +5,7 @@
 // describes the format.
 
 #include <appserialization/AppMetadata.hpp>
+#include <appserialization/ustring.hpp>
 #include <foundation/ustring.hpp>
 
 #include <array>

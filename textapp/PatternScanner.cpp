@@ -12,6 +12,7 @@
 #include <regex>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace appserialization::textapp {
 

@@ -3,6 +3,7 @@
 #include <appserialization/Exceptions.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
 #include <fl/FileDescriptor.hpp>
+#include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Exceptions.hpp>
 #include <foundation/Shown.hpp>

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <appserialization/ustring.hpp>
-
 #include <cstddef>
 #include <string_view>
 

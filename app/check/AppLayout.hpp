@@ -1,7 +1,7 @@
 #pragma once
 
 #include <foundation/ustring.hpp>
-#include <opc/Package.hpp>
+#include <opc/Names.hpp>
 #include <opc/PartKind.hpp>
 #include <quillcode/CodePart.hpp>
 

@@ -1,8 +1,9 @@
 #pragma once
 
+#include <string>
 #include <string_view>
-#include <vector>
 
+#include "app/FileName.hpp"
 #include "app/check/Findings.hpp"
 #include "app/check/PackageView.hpp"
 

@@ -1,10 +1,17 @@
 #include <fmt/format.h>
+#include <opc/FoundPackage.hpp>
+#include <opc/ZipArchive.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 
+#include "app/FileName.hpp"
 #include "app/Shown.hpp"
 #include "app/check/Checks.hpp"
+#include "app/check/Findings.hpp"
+#include "app/check/PackageView.hpp"
 
 namespace qzapp {
 namespace {

@@ -2,10 +2,16 @@
 #include <fl/i18n.hpp>
 #include <opc/ImageTypes.hpp>
 
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "app/FileName.hpp"
 #include "app/Forms.hpp"
 #include "app/ScreenshotFormats.hpp"
 #include "app/Shown.hpp"
 #include "app/check/Checks.hpp"
+#include "app/check/Findings.hpp"
 
 namespace qzapp {
 namespace {

@@ -1,24 +1,36 @@
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
+#include <foundation/ustring.hpp>
 #include <opc/Exception.hpp>
+#include <opc/FoundPackage.hpp>
+#include <opc/Limits.hpp>
+#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/Relationship.hpp>
 #include <opc/XmlElements.hpp>
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "app/FileName.hpp"
 #include "app/Files.hpp"
 #include "app/ScreenshotFormats.hpp"
 #include "app/Signatures.hpp"
 #include "app/check/AppLayout.hpp"
 #include "app/check/Checks.hpp"
+#include "app/check/Findings.hpp"
+#include "app/check/PackageView.hpp"
+#include "package/Layout.hpp"
 
 namespace qzapp {
 namespace {

@@ -1,11 +1,15 @@
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
+#include <foundation/ustring.hpp>
 #include <opc/CorePropertiesManager.hpp>
-#include <opc/Exception.hpp>
+#include <opc/FoundPackage.hpp>
+#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/Relationship.hpp>
 
 #include <algorithm>
+#include <cstddef>
 #include <string>
 
 #include "app/Errors.hpp"
@@ -13,6 +17,8 @@
 #include "app/WithPackage.hpp"
 #include "app/check/AppLayout.hpp"
 #include "app/check/Checks.hpp"
+#include "app/check/Findings.hpp"
+#include "app/check/PackageView.hpp"
 
 namespace qzapp {
 namespace {

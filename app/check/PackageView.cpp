@@ -3,6 +3,8 @@
 #include <fl/i18n.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/PartKind.hpp>
+#include <opc/Relationship.hpp>
 
 #include <algorithm>
 #include <memory>

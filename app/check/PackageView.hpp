@@ -1,6 +1,7 @@
 #pragma once
 
 #include <opc/FoundPackage.hpp>
+#include <opc/Names.hpp>
 #include <opc/ZipArchive.hpp>
 
 #include <optional>
@@ -8,7 +9,6 @@
 #include <vector>
 
 #include "app/FileName.hpp"
-#include "app/Progress.hpp"
 
 namespace qzapp {
 

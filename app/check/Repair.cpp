@@ -2,15 +2,24 @@
 
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
+#include <foundation/ustring.hpp>
 #include <opc/CoreProperties.hpp>
 #include <opc/Exception.hpp>
+#include <opc/FoundPackage.hpp>
 #include <opc/HostProperties.hpp>
+#include <opc/Limits.hpp>
+#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/PartKind.hpp>
+#include <opc/Relationship.hpp>
 #include <opc/StandardProperties.hpp>
+#include <opc/Streams.hpp>
 #include <opc/XmlElements.hpp>
+#include <opc/ZipPhysicalPackage.hpp>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -28,6 +37,7 @@
 #include "app/Transaction.hpp"
 #include "app/check/AppLayout.hpp"
 #include "app/check/PackageView.hpp"
+#include "package/Layout.hpp"
 #include "package/PartKinds.hpp"
 
 namespace qzapp {

@@ -1,21 +1,32 @@
 #include <fmt/format.h>
+#include <appserialization/AppMetadata.hpp>
 #include <appserialization/Functions.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
+#include <appserialization/ustring.hpp>
+#include <boost/optional.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Base64.hpp>
 #include <foundation/Immortal.hpp>
+#include <foundation/ustring.hpp>
+#include <opc/FileKind.hpp>
 
 #include <algorithm>
+#include <cstddef>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "app/Errors.hpp"
+#include "app/FileName.hpp"
 #include "app/Files.hpp"
 #include "app/Forms.hpp"
 #include "app/Progress.hpp"
 #include "app/check/Checks.hpp"
+#include "app/check/Findings.hpp"
 #include "textapp/Layout.hpp"
 
 namespace qzapp {

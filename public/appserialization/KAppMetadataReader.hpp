@@ -1,7 +1,9 @@
 #pragma once
 
+#include <appserialization/AppMetadata.hpp>
 #include <appserialization/AppMetadataReader.hpp>
 #include <appserialization/Export.hpp>
+#include <appserialization/ustring.hpp>
 
 #include <cstdint>
 #include <memory>

@@ -1,9 +1,18 @@
 #include "tools/qzhost/ClassesCommand.hpp"
 
 #include <fmt/format.h>
+#include <tarvo/Attributes.hpp>
+#include <tarvo/COSClassInfo.hpp>
+#include <tarvo/COSMethodInfo.hpp>
+#include <tarvo/COSMethodSignature.hpp>
 #include <tarvo/ClassSystem.hpp>
+#include <tarvo/InternedString.hpp>
+#include <tarvo/Namespace.hpp>
 
 #include <nlohmann/json.hpp>
+
+#include <utility>
+#include <variant>
 
 #include "tools/qzhost/Display.hpp"
 

@@ -6,7 +6,7 @@
 #include <hvarray/Inspection.hpp>
 
 #include <algorithm>
-#include <stdexcept>
+#include <cstddef>
 
 namespace qzhost {
 

@@ -6,6 +6,7 @@
 #include <tarvo/ClassSystem.hpp>
 
 #include <algorithm>
+#include <cstddef>
 #include <exception>
 #include <iterator>
 #include <stdexcept>

@@ -3,9 +3,12 @@
 #include <fmt/format.h>
 #include <fl/ReplacementFile.hpp>
 #include <fl/filesystem.hpp>
-#include <hvarray/hvarray.hpp>
+#include <hvarray/Array.hpp>
+#include <hvarray/Inspection.hpp>
+#include <tarvo/COSMethodInfo.hpp>
 #include <tarvo/ClassSystem.hpp>
 
+#include <cstdint>
 #include <cstdio>
 #include <span>
 #include <stdexcept>

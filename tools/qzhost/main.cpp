@@ -1,9 +1,14 @@
 #include <fmt/format.h>
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Error.hpp>
+#include <CLI/Formatter.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
+#include <foundation/ustring.hpp>
 #include <messages/HostError.hpp>
 
-#include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <filesystem>

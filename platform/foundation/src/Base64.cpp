@@ -1,5 +1,6 @@
 #include <foundation/Base64.hpp>
 
+#include <emmintrin.h>
 #include <tmmintrin.h>
 
 #include <algorithm>

@@ -4,6 +4,7 @@
 #include <fl/i18n.hpp>
 
 #include <unicode/utf8.h>
+#include <unicode/utypes.h>
 
 #include <algorithm>
 

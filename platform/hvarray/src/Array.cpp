@@ -1,9 +1,14 @@
 #include <hvarray/Array.hpp>
 
+#include <hvarray/Inspection.hpp>
+
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
-#include <limits>
 #include <set>
+#include <utility>
+#include <variant>
+#include <vector>
 
 #include "platform/hvarray/src/ArrayData.hpp"
 

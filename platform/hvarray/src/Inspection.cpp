@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <variant>
 
 #include "platform/hvarray/src/ArrayData.hpp"
 

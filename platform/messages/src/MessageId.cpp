@@ -3,6 +3,7 @@
 #include <fl/i18n.hpp>
 #include <messages/Catalog.hpp>
 
+#include <cstddef>
 #include <utility>
 
 namespace messages {

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <istream>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <system_error>
 #include <utility>

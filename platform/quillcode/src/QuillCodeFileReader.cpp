@@ -5,9 +5,10 @@
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 
+#include <opc/Exception.hpp>
 #include <quillcode/CodePart.hpp>
 
-#include <string_view>
+#include <string>
 
 namespace quillcode {
 

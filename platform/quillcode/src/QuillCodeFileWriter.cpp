@@ -7,8 +7,13 @@
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 
+#include <opc/CoreProperties.hpp>
+#include <opc/Exception.hpp>
+#include <opc/Names.hpp>
 #include <opc/RelatedPart.hpp>
 #include <quillcode/CodePart.hpp>
+
+#include <span>
 
 namespace quillcode {
 

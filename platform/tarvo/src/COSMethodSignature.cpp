@@ -1,12 +1,13 @@
 #include <tarvo/COSMethodSignature.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/ustring.hpp>
 #include <messages/Catalog.hpp>
+#include <tarvo/DataTypes.hpp>
 #include <tarvo/Errors.hpp>
 
+#include <string>
 #include <utility>
-
-#include <tarvo/DataTypes.hpp>
 
 namespace tarvo {
 

@@ -5,7 +5,9 @@
 #include <hvarray/Inspection.hpp>
 #include <messages/Catalog.hpp>
 #include <tarvo/BindingRegistry.hpp>
+#include <tarvo/DefinedOnce.hpp>
 #include <tarvo/Errors.hpp>
+#include <tarvo/InternedString.hpp>
 
 #include <functional>
 #include <map>

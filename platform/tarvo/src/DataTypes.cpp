@@ -6,6 +6,7 @@
 #include <tarvo/Errors.hpp>
 
 #include <atomic>
+#include <string>
 
 namespace tarvo {
 

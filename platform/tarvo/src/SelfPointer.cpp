@@ -1,5 +1,6 @@
 #include <tarvo/SelfPointer.hpp>
 
+#include <hvarray/Array.hpp>
 #include <hvarray/Inspection.hpp>
 #include <messages/Catalog.hpp>
 #include <tarvo/BindingRegistry.hpp>

@@ -1,7 +1,10 @@
 #include <fmt/format.h>
+#include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/ustring.hpp>
 #include <nlohmann/json.hpp>
+#include <opc/ZipArchive.hpp>
 
 #include <memory>
 #include <optional>
@@ -10,11 +13,14 @@
 #include <vector>
 
 #include "app/Errors.hpp"
+#include "app/FileName.hpp"
 #include "app/Files.hpp"
 #include "app/Forms.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/Shown.hpp"
 #include "app/check/Checks.hpp"
+#include "app/check/Findings.hpp"
+#include "app/check/PackageView.hpp"
 #include "app/check/Repair.hpp"
 #include "tools/qzapp/check/FindingsSheet.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"

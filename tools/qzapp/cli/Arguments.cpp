@@ -4,7 +4,10 @@
 #include <fmt/ranges.h>
 #include <sys/stat.h>
 #include <appserialization/Functions.hpp>
+#include <fl/FileDescriptor.hpp>
 #include <fl/i18n.hpp>
+
+#include <cstddef>
 
 #include "app/Errors.hpp"
 #include "app/Files.hpp"

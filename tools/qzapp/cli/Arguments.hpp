@@ -7,7 +7,6 @@
 
 #include "app/Fields.hpp"
 #include "app/FileName.hpp"
-#include "tools/qzapp/cli/Report.hpp"
 
 namespace qzapp {
 

@@ -17,6 +17,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "app/Progress.hpp"
 #include "app/Warnings.hpp"

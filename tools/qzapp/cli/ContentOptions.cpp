@@ -2,9 +2,16 @@
 
 #include <fmt/format.h>
 #include <CLI/Option.hpp>
+#include <appserialization/AppMetadataReader.hpp>
+#include <appserialization/ustring.hpp>
+#include <foundation/ustring.hpp>
 
+#include <cstddef>
 #include <utility>
+#include <variant>
 
+#include "app/Fields.hpp"
+#include "app/FileName.hpp"
 #include "app/Files.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/ScreenshotFormats.hpp"

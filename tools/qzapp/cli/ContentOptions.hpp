@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "app/Packaging.hpp"
-#include "tools/qzapp/cli/Report.hpp"
 
 namespace qzapp {
 

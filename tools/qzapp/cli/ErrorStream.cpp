@@ -4,6 +4,7 @@
 #include <fl/Retry.hpp>
 
 #include <atomic>
+#include <cstddef>
 #include <mutex>
 
 namespace qzapp {

@@ -1,7 +1,7 @@
 #include "tools/qzapp/cli/ForEachApp.hpp"
 
-#include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <filesystem>

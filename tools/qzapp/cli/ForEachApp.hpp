@@ -6,7 +6,6 @@
 
 #include "app/FileName.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
-#include "tools/qzapp/cli/Report.hpp"
 
 namespace qzapp {
 

@@ -3,7 +3,6 @@
 #include <string_view>
 
 #include "app/FileName.hpp"
-#include "tools/qzapp/cli/Report.hpp"
 
 namespace qzapp {
 

@@ -5,6 +5,7 @@
 #include <fl/FileDescriptor.hpp>
 #include <fl/Retry.hpp>
 #include <foundation/Immortal.hpp>
+#include <foundation/ustring.hpp>
 
 #include <algorithm>
 #include <array>

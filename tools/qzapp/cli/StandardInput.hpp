@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "app/FileName.hpp"
-#include "tools/qzapp/cli/Report.hpp"
 
 namespace qzapp {
 

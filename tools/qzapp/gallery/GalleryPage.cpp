@@ -2,14 +2,17 @@
 
 #include <fmt/format.h>
 #include <nettle/base64.h>
+#include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
 #include <opc/ImageTypes.hpp>
 
 #include <array>
 #include <cstdint>
 #include <string_view>
+#include <variant>
 #include <vector>
 
+#include "app/Fields.hpp"
 #include "app/Sha256.hpp"
 #include "app/Shown.hpp"
 #include "app/Thumbnails.hpp"

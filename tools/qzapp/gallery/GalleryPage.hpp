@@ -1,11 +1,10 @@
 #pragma once
 
+#include <appserialization/AppMetadata.hpp>
 #include <appserialization/AppMetadataReader.hpp>
 
 #include <cstddef>
 #include <string>
-
-#include "app/Fields.hpp"
 
 namespace qzapp {
 

@@ -1,7 +1,11 @@
 #include <fmt/format.h>
+#include <CLI/App.hpp>
 #include <CLI/Option.hpp>
+#include <fl/FileDescriptor.hpp>
+#include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
+#include <opc/FileKind.hpp>
 
 #include <atomic>
 #include <cstddef>
@@ -19,6 +23,7 @@
 #include "app/AppFolder.hpp"
 #include "app/CodeAndModel.hpp"
 #include "app/Errors.hpp"
+#include "app/FileName.hpp"
 #include "app/Files.hpp"
 #include "app/Forms.hpp"
 #include "app/Shown.hpp"

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "app/FileName.hpp"
+#include "app/Forms.hpp"
 #include "tools/qzapp/cli/Program.hpp"
 #include "tools/qzapp/verbs/Snapshot.hpp"
 

@@ -1,15 +1,23 @@
 #include <fmt/format.h>
+#include <CLI/App.hpp>
 #include <CLI/Option.hpp>
+#include <appserialization/AppMetadata.hpp>
+#include <appserialization/AppMetadataReader.hpp>
+#include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/ReleaseInfo.hpp>
+#include <foundation/ustring.hpp>
 #include <opc/XercesHelper.hpp>
 
 #include <memory>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "app/Errors.hpp"
+#include "app/Fields.hpp"
+#include "app/FileName.hpp"
 #include "app/Files.hpp"
 #include "app/Forms.hpp"
 #include "app/Packaging.hpp"

@@ -1,9 +1,11 @@
 #include <fmt/format.h>
+#include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 
 #include <memory>
+#include <string>
 
-#include "app/Files.hpp"
+#include "app/FileName.hpp"
 #include "app/Packaging.hpp"
 #include "app/Shown.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"

@@ -1,10 +1,13 @@
 #include <fmt/format.h>
+#include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
+#include <foundation/ustring.hpp>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <iterator>
@@ -15,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "app/Forms.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/Shown.hpp"
 #include "tools/qzapp/cli/Cage.hpp"

@@ -1,9 +1,13 @@
 #include <fmt/format.h>
+#include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 #include <appserialization/AppFileWriter.hpp>
+#include <appserialization/AppMetadata.hpp>
 #include <appserialization/KVPKGMetadataReader.hpp>
+#include <appserialization/ustring.hpp>
 #include <fl/FileDescriptor.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/ustring.hpp>
 #include <opc/CoreProperties.hpp>
 
 #include <algorithm>
@@ -17,6 +21,8 @@
 #include <vector>
 
 #include "app/Errors.hpp"
+#include "app/Fields.hpp"
+#include "app/FileName.hpp"
 #include "app/Files.hpp"
 #include "app/Forms.hpp"
 #include "app/PackageParts.hpp"

@@ -1,10 +1,16 @@
 #include <fmt/format.h>
+#include <CLI/App.hpp>
 #include <CLI/Option.hpp>
+#include <appserialization/AppMetadataReader.hpp>
+#include <fl/FileDescriptor.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/ustring.hpp>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,6 +22,7 @@
 
 #include "app/CodeAndModel.hpp"
 #include "app/Errors.hpp"
+#include "app/FileName.hpp"
 #include "app/Files.hpp"
 #include "app/Forms.hpp"
 #include "app/MetadataJson.hpp"

@@ -1,16 +1,25 @@
 #include <fmt/format.h>
+#include <CLI/App.hpp>
 #include <CLI/Option.hpp>
+#include <appserialization/AppMetadata.hpp>
+#include <appserialization/AppMetadataReader.hpp>
+#include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "app/Errors.hpp"
 #include "app/Fields.hpp"
+#include "app/FileName.hpp"
 #include "app/Files.hpp"
 #include "app/Forms.hpp"
 #include "app/MetadataJson.hpp"

@@ -1,13 +1,16 @@
 #include <fmt/format.h>
+#include <CLI/App.hpp>
 #include <nlohmann/json.hpp>
 #include <opc/ZipArchive.hpp>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "app/Errors.hpp"
+#include "app/FileName.hpp"
 #include "app/Files.hpp"
 #include "app/MetadataJson.hpp"
 #include "tools/qzapp/cli/Cage.hpp"

@@ -1,10 +1,13 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
-#include <CLI/Option.hpp>
+#include <CLI/App.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/ustring.hpp>
 #include <nlohmann/json.hpp>
+#include <opc/CoreProperties.hpp>
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/Package.hpp>
+#include <opc/Relationship.hpp>
 
 #include <memory>
 #include <optional>
@@ -13,6 +16,7 @@
 #include <vector>
 
 #include "app/Errors.hpp"
+#include "app/FileName.hpp"
 #include "app/Files.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/WithPackage.hpp"

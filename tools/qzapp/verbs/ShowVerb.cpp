@@ -1,12 +1,18 @@
 #include <fmt/format.h>
+#include <CLI/App.hpp>
 #include <CLI/Option.hpp>
+#include <appserialization/ustring.hpp>
 #include <nlohmann/json.hpp>
 
 #include <memory>
 #include <string>
 #include <string_view>
+#include <variant>
+#include <vector>
 
-#include "app/Files.hpp"
+#include "app/Fields.hpp"
+#include "app/FileName.hpp"
+#include "app/Forms.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/Shown.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"

@@ -1,16 +1,21 @@
 #include "tools/qzapp/verbs/Snapshot.hpp"
 
 #include <fmt/format.h>
+#include <appserialization/AppMetadataReader.hpp>
 #include <fl/i18n.hpp>
+#include <opc/Limits.hpp>
+#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
 #include <opc/ZipArchive.hpp>
 
 #include <algorithm>
+#include <cstddef>
 #include <functional>
 #include <set>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "app/CodeAndModel.hpp"
 #include "app/Errors.hpp"

@@ -3,6 +3,7 @@
 #include <foundation/Export.hpp>
 
 #include <fl/filesystem.hpp>
+#include <foundation/ustring.hpp>
 
 #include <sys/stat.h>
 

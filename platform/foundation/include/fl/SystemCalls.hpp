@@ -2,7 +2,6 @@
 
 #include <foundation/Export.hpp>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 

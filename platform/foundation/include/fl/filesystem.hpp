@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <fstream>
-#include <ios>
 #include <locale>
 #include <string>
 #include <utility>

@@ -4,6 +4,7 @@
 
 #include <boost/exception/exception.hpp>
 
+#include <exception>
 #include <memory>
 #include <new>
 #include <type_traits>

@@ -3,16 +3,19 @@
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 
+#include <endian.h>
+#include <fcntl.h>
 #include <linux/posix_acl.h>
 #include <linux/posix_acl_xattr.h>
+#include <linux/types.h>
+#include <sys/types.h>
 
-#include <algorithm>
-#include <cstddef>
+#include <cerrno>
 #include <cstring>
 #include <set>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <system_error>
 
 namespace fl::filesystem {
 

@@ -9,10 +9,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace fl::filesystem {
 

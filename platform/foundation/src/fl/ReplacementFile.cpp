@@ -6,15 +6,22 @@
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 
+#include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <climits>
+#include <ctime>
 #include <random>
+#include <string_view>
+#include <system_error>
+#include <utility>
 
 namespace fl::filesystem {
 

@@ -1,5 +1,6 @@
 #include <fl/SystemCalls.hpp>
 
+#include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>

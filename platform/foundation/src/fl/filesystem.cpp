@@ -6,9 +6,11 @@
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <system_error>

@@ -5,6 +5,7 @@
 #include <unicode/ustring.h>
 #include <unicode/utf16.h>
 #include <unicode/utf8.h>
+#include <unicode/utypes.h>
 
 #include <algorithm>
 #include <cstdint>

@@ -1,4 +1,4 @@
 #pragma once
 
-#include <hvarray/Array.hpp>
-#include <hvarray/Inspection.hpp>
+#include <hvarray/Array.hpp>       // IWYU pragma: export
+#include <hvarray/Inspection.hpp>  // IWYU pragma: export

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/Export.hpp>
+#include <foundation/ustring.hpp>
 #include <messages/Catalog.hpp>
 #include <messages/MessageId.hpp>
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/Export.hpp>
+#include <foundation/ustring.hpp>
 #include <opc/Names.hpp>
 #include <opc/PartKind.hpp>
 #include <opc/Relationship.hpp>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/Export.hpp>
+#include <foundation/JoinedText.hpp>
 #include <opc/CoreProperties.hpp>
 #include <opc/PackageNames.hpp>
 

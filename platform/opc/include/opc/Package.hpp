@@ -1,6 +1,8 @@
 #pragma once
 
+#include <fl/filesystem.hpp>
 #include <foundation/Export.hpp>
+#include <foundation/ustring.hpp>
 #include <opc/Exception.hpp>
 #include <opc/Names.hpp>
 #include <opc/Relationship.hpp>

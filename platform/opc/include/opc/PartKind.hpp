@@ -1,12 +1,14 @@
 #pragma once
 
 #include <foundation/Export.hpp>
+#include <foundation/ustring.hpp>
 #include <opc/HostProperties.hpp>
+#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/Relationship.hpp>
 #include <opc/StandardProperties.hpp>
 
-#include <array>
 #include <initializer_list>
 #include <span>
 

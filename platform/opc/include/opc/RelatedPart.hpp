@@ -1,6 +1,8 @@
 #pragma once
 
 #include <foundation/Export.hpp>
+#include <foundation/ustring.hpp>
+#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 
 namespace opc::model {

@@ -3,8 +3,6 @@
 #include <foundation/Export.hpp>
 #include <opc/CoreProperties.hpp>
 
-#include <foundation/ustring.hpp>
-
 #include <optional>
 #include <string>
 #include <string_view>

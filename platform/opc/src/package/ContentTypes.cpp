@@ -3,6 +3,7 @@
 #include <opc/Exception.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/JoinedText.hpp>
 #include <foundation/Shown.hpp>
 
 #include <opc/PackageNames.hpp>

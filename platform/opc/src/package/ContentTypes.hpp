@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/ustring.hpp>
 #include <opc/Names.hpp>
 
 #include <cstddef>

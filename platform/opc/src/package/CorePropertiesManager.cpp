@@ -1,13 +1,20 @@
 #include <opc/CorePropertiesManager.hpp>
 
-#include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
+#include <foundation/ustring.hpp>
 
+#include <opc/Exception.hpp>
 #include <opc/HostProperties.hpp>
+#include <opc/Names.hpp>
 #include <opc/PackageNames.hpp>
 #include <opc/RelatedPart.hpp>
+#include <opc/Relationship.hpp>
 #include <opc/StandardProperties.hpp>
 #include "platform/opc/src/xml/XmlReader.hpp"
+
+#include <span>
+#include <string>
+#include <vector>
 
 namespace opc::qzservices {
 

@@ -11,6 +11,8 @@
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <algorithm>
+#include <cstddef>
+#include <functional>
 
 namespace opc::model {
 

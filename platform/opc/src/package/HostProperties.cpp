@@ -3,6 +3,8 @@
 #include <opc/XercesHelper.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/ReleaseInfo.hpp>
+#include <foundation/ustring.hpp>
 
 #include "platform/opc/src/xml/ElementCopier.hpp"
 #include "platform/opc/src/xml/XmlReader.hpp"

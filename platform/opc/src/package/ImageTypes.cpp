@@ -1,5 +1,7 @@
 #include <opc/ImageTypes.hpp>
 
+#include <foundation/ustring.hpp>
+
 namespace opc {
 
 namespace {

@@ -1,12 +1,12 @@
 #include <opc/Package.hpp>
 
-#include <fl/i18n.hpp>
 #include <foundation/Immortal.hpp>
 #include <foundation/Shown.hpp>
 
 #include <opc/PackageNames.hpp>
 #include "platform/opc/src/package/PackageState.hpp"
 
+#include <string>
 #include <system_error>
 #include <utility>
 

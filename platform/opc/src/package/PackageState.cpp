@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <span>
+#include <string_view>
 #include <utility>
 
 namespace opc::model {

@@ -1,7 +1,12 @@
 #pragma once
 
+#include <foundation/ustring.hpp>
+#include <opc/Names.hpp>
 #include <opc/Package.hpp>
+#include <opc/Relationship.hpp>
+#include <opc/Streams.hpp>
 #include <opc/ZipArchive.hpp>
+#include <opc/ZipPhysicalPackage.hpp>
 
 #include "platform/opc/src/package/ContentTypes.hpp"
 #include "platform/opc/src/package/PartOrder.hpp"
@@ -14,7 +19,7 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace opc::model {

@@ -2,6 +2,7 @@
 
 #include <foundation/Shown.hpp>
 
+#include <opc/Exception.hpp>
 #include <opc/PackageNames.hpp>
 
 #include <algorithm>

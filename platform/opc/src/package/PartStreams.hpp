@@ -4,7 +4,10 @@
 #include <opc/Package.hpp>
 #include <opc/Streams.hpp>
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>

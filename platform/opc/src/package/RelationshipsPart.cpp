@@ -5,6 +5,7 @@
 #include <opc/XercesHelper.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/JoinedText.hpp>
 #include <foundation/Shown.hpp>
 
 #include <xercesc/util/XMLChar.hpp>

@@ -4,7 +4,9 @@
 #include <opc/XercesHelper.hpp>
 
 #include <fl/i18n.hpp>
+#include <foundation/JoinedText.hpp>
 #include <foundation/Shown.hpp>
+#include <foundation/ustring.hpp>
 
 #include "platform/opc/src/package/W3CDate.hpp"
 #include "platform/opc/src/xml/XmlReader.hpp"

@@ -2,8 +2,6 @@
 
 #include <opc/Exception.hpp>
 
-#include <algorithm>
-
 namespace opc::model {
 
 void TableHandler::read(std::string_view document, const std::string& where) {

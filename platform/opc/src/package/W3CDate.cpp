@@ -4,6 +4,7 @@
 
 #include "platform/opc/src/Ascii.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 

@@ -1,12 +1,11 @@
 #pragma once
 
-#include <foundation/ustring.hpp>
-
 #include <xercesc/util/XercesDefs.hpp>
 
 #include "platform/opc/src/xml/XmlReader.hpp"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 XERCES_CPP_NAMESPACE_BEGIN

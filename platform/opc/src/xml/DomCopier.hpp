@@ -2,7 +2,6 @@
 
 #include <xercesc/util/XercesDefs.hpp>
 
-#include <cstddef>
 #include <vector>
 
 XERCES_CPP_NAMESPACE_BEGIN

@@ -2,12 +2,20 @@
 
 #include <opc/Exception.hpp>
 
-#include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 
-#include <xercesc/dom/DOM.hpp>
+#include <xercesc/dom/DOMAttr.hpp>
+#include <xercesc/dom/DOMDocument.hpp>
+#include <xercesc/dom/DOMElement.hpp>
+#include <xercesc/dom/DOMException.hpp>
+#include <xercesc/dom/DOMImplementation.hpp>
+#include <xercesc/dom/DOMLSOutput.hpp>
+#include <xercesc/dom/DOMLSSerializer.hpp>
+#include <xercesc/dom/DOMNamedNodeMap.hpp>
+#include <xercesc/dom/DOMNode.hpp>
 #include <xercesc/framework/MemBufFormatTarget.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLString.hpp>
 
 #include "platform/opc/src/package/PartStreams.hpp"
@@ -17,8 +25,12 @@
 #include "platform/opc/src/xml/XercesSetup.hpp"
 #include "platform/opc/src/xml/XmlReader.hpp"
 
+#include <cstddef>
 #include <new>
 #include <optional>
+#include <span>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace opc::model {

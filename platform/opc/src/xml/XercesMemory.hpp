@@ -1,6 +1,7 @@
 #pragma once
 
 #include <xercesc/framework/MemoryManager.hpp>
+#include <xercesc/util/XercesDefs.hpp>
 
 #include <cstddef>
 

@@ -9,13 +9,13 @@
 #include <xercesc/util/PanicHandler.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLUni.hpp>
+#include <xercesc/util/XercesDefs.hpp>
 
 #include <cstddef>
 #include <cstdlib>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <new>
 
 namespace opc::xml {
 

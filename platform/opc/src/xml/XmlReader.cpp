@@ -12,6 +12,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <new>
 #include <random>
 #include <set>
 #include <utility>

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <foundation/ustring.hpp>
 #include <opc/Limits.hpp>
 
 #include <cstddef>

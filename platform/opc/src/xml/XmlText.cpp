@@ -1,10 +1,11 @@
 #include <opc/Exception.hpp>
 #include <opc/XercesHelper.hpp>
 
-#include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
+#include <foundation/ustring.hpp>
 
 #include <cstdio>
+#include <string>
 
 namespace opc::model {
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string>
+#include <string_view>
 #include <system_error>
 
 namespace opc::zip {

@@ -4,6 +4,8 @@
 
 #include <fl/FileDescriptor.hpp>
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>

@@ -3,8 +3,10 @@
 #include <opc/Exception.hpp>
 
 #include "platform/opc/src/zip/Directory.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
+#include <cstddef>
 #include <map>
 #include <set>
 #include <string>

@@ -3,10 +3,10 @@
 #include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/zip/ItemInput.hpp"
-#include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <fl/filesystem.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>

@@ -2,6 +2,10 @@
 
 #include <fl/i18n.hpp>
 
+#include <cstddef>
+#include <iterator>
+#include <string_view>
+
 #include "platform/opc/src/zip/ItemChecks.hpp"
 #include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/StrayRecords.hpp"

@@ -3,9 +3,11 @@
 #include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/zip/ArchiveBytes.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <fl/filesystem.hpp>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 

@@ -3,6 +3,7 @@
 #include <opc/FileKind.hpp>
 
 #include <foundation/Shown.hpp>
+#include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/zip/StrayRecords.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 namespace opc::zip {

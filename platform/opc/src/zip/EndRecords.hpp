@@ -1,9 +1,11 @@
 #pragma once
 
 #include "platform/opc/src/zip/ArchiveBytes.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <fl/filesystem.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 

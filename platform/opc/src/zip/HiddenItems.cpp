@@ -1,9 +1,13 @@
 #include "platform/opc/src/zip/HiddenItems.hpp"
 
+#include <opc/Exception.hpp>
+
 #include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>

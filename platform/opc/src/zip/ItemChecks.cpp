@@ -2,6 +2,8 @@
 
 #include <foundation/Shown.hpp>
 
+#include <string_view>
+
 #include "platform/opc/src/Ascii.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 

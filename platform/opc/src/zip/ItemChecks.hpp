@@ -6,6 +6,7 @@
 
 #include <fl/filesystem.hpp>
 
+#include <cstdint>
 #include <string>
 
 namespace opc::zip {

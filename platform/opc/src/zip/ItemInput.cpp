@@ -1,7 +1,5 @@
 #include "platform/opc/src/zip/ItemInput.hpp"
 
-#include <opc/Exception.hpp>
-
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
@@ -9,6 +7,9 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 namespace opc::zip {

@@ -5,8 +5,10 @@
 
 #include <fl/filesystem.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 namespace opc::zip {

@@ -2,11 +2,15 @@
 
 #include "platform/opc/src/Ascii.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
+#include <fl/FileDescriptor.hpp>
+#include <fl/filesystem.hpp>
 #include <foundation/Clock.hpp>
 
 #include <algorithm>
 #include <chrono>
+#include <string_view>
 #include <utility>
 
 namespace opc::zip {

@@ -1,10 +1,16 @@
 #pragma once
 
+#include <opc/Streams.hpp>
+#include <opc/ZipArchive.hpp>
+
 #include "platform/opc/src/zip/Deflate.hpp"
+#include "platform/opc/src/zip/NewArchive.hpp"
 #include "platform/opc/src/zip/ZipWriter.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 

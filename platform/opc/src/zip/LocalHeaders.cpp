@@ -1,15 +1,24 @@
 #include "platform/opc/src/zip/Directory.hpp"
 
+#include <fl/filesystem.hpp>
 #include <foundation/Shown.hpp>
+#include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/Ascii.hpp"
+#include "platform/opc/src/zip/ArchiveBytes.hpp"
 #include "platform/opc/src/zip/HiddenItems.hpp"
 #include "platform/opc/src/zip/ItemChecks.hpp"
 #include "platform/opc/src/zip/StrayRecords.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace opc::zip {
 

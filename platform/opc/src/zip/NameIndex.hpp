@@ -5,6 +5,7 @@
 #include <fl/filesystem.hpp>
 
 #include <compare>
+#include <cstddef>
 #include <map>
 #include <string>
 #include <string_view>

@@ -1,7 +1,9 @@
 #include "platform/opc/src/zip/NewArchive.hpp"
 
 #include <opc/Exception.hpp>
+#include <opc/Streams.hpp>
 
+#include "platform/opc/src/zip/ArchiveBytes.hpp"
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
 #include "platform/opc/src/zip/EndRecords.hpp"

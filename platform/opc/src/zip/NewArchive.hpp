@@ -4,14 +4,20 @@
 #include "platform/opc/src/zip/NewFile.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
+#include <fl/FileDescriptor.hpp>
+#include <fl/ReplacementFile.hpp>
+#include <fl/filesystem.hpp>
 #include <opc/ZipArchive.hpp>
 
-#include <sys/types.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 

@@ -2,8 +2,13 @@
 
 #include "platform/opc/src/zip/ItemInput.hpp"
 
+#include <fl/FileDescriptor.hpp>
 #include <fl/ReplacementFile.hpp>
+#include <fl/filesystem.hpp>
 
+#include <cstddef>
+#include <cstdint>
+#include <span>
 #include <vector>
 
 namespace opc::zip {

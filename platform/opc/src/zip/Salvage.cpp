@@ -5,17 +5,24 @@
 #include "platform/opc/src/zip/ArchivesWithin.hpp"
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
+#include "platform/opc/src/zip/ItemInput.hpp"
 #include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <set>
+#include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
 

@@ -3,10 +3,10 @@
 #include <foundation/Shown.hpp>
 
 #include "platform/opc/src/zip/ZipError.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
 #include <array>
-#include <span>
 #include <string>
 
 namespace opc::zip {

@@ -4,7 +4,11 @@
 
 #include <foundation/Shown.hpp>
 
+#include <system_error>
+#include <utility>
+
 #include "platform/opc/src/zip/ArchiveBytes.hpp"
+#include "platform/opc/src/zip/DamagedFile.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
 #include "platform/opc/src/zip/EndRecords.hpp"
 #include "platform/opc/src/zip/HiddenItems.hpp"
@@ -12,6 +16,7 @@
 #include "platform/opc/src/zip/NameIndex.hpp"
 #include "platform/opc/src/zip/Salvage.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
 namespace opc::zip {
 

@@ -3,6 +3,7 @@
 #include <opc/ZipArchive.hpp>
 
 #include <fl/filesystem.hpp>
+#include <opc/Exception.hpp>
 
 #include <string>
 #include <string_view>

@@ -1,5 +1,7 @@
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
+#include <opc/ZipArchive.hpp>
+
 #include "platform/opc/src/zip/Methods.hpp"
 
 #include <algorithm>

@@ -1,17 +1,18 @@
 #include "platform/opc/src/zip/ZipWriter.hpp"
 
-#include <opc/Exception.hpp>
-
 #include <foundation/Shown.hpp>
 
 #include <unistd.h>
 
 #include "platform/opc/src/zip/HiddenItems.hpp"
+#include "platform/opc/src/zip/ItemInput.hpp"
 #include "platform/opc/src/zip/ItemOutput.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
 #include <utility>
+#include <variant>
 
 namespace opc::zip {
 

@@ -3,7 +3,9 @@
 #include <opc/Streams.hpp>
 #include <opc/ZipArchive.hpp>
 
+#include <fl/FileDescriptor.hpp>
 #include <fl/ReplacementFile.hpp>
+#include <fl/filesystem.hpp>
 
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"

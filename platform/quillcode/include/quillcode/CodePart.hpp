@@ -1,9 +1,11 @@
 #pragma once
 
 #include <foundation/Export.hpp>
+#include <foundation/JoinedText.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
 #include <opc/PartKind.hpp>
+#include <opc/Relationship.hpp>
 
 #include <cstddef>
 #include <cstdint>

@@ -7,6 +7,7 @@
 #include <tarvo/InternedString.hpp>
 
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>

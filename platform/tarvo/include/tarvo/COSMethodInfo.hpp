@@ -7,6 +7,7 @@
 #include <tarvo/InternedString.hpp>
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <vector>
 

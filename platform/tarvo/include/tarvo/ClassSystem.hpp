@@ -4,6 +4,7 @@
 #include <hvarray/Array.hpp>
 #include <tarvo/COSClassInfo.hpp>
 #include <tarvo/COSMethodInfo.hpp>
+#include <tarvo/COSMethodSignature.hpp>
 #include <tarvo/Namespace.hpp>
 
 #include <cstddef>

@@ -3,7 +3,7 @@
 #include <foundation/Export.hpp>
 #include <foundation/ustring.hpp>
 #include <hvarray/Array.hpp>
-#include <tarvo/COSMethodSignature.hpp>
+#include <tarvo/InternedString.hpp>
 
 #include <string_view>
 
