@@ -3,11 +3,11 @@
 build_packages=(
     g++ cmake ninja-build pkg-config
     libboost-dev libcli11-dev libexpat1-dev libfmt-dev libicu-dev libisal-dev
-    libxerces-c-dev nettle-dev nlohmann-json3-dev
+    libxerces-c-dev nettle-dev nlohmann-json3-dev zlib1g-dev
 )
 test_packages=(
     "${build_packages[@]}"
-    libgtest-dev libgmock-dev libbenchmark-dev zlib1g-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
     clang clang-14 clang-format-14 clang-tidy-14 clang-tools-14 libclang-rt-14-dev
     attr bash-completion fish git help2man iwyu libarchive-tools libxml2-utils python3 strace unzip xz-utils zip zsh
 )

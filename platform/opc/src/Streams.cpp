@@ -19,7 +19,6 @@ class Buffer {
 public:
     std::span<std::byte> bytes() { return {bytes_.get(), kSize}; }
     std::span<const std::byte> first(std::size_t count) const { return {bytes_.get(), count}; }
-    char* chars() { return reinterpret_cast<char*>(bytes_.get()); }
     static constexpr std::size_t kSize = std::size_t{256} << 10;
 
 private:
@@ -65,36 +64,45 @@ void ByteArrayOutAdaptor::write(std::span<const std::byte> bytes) {
     bytes_->insert(bytes_->end(), first, first + bytes.size());
 }
 
-void StreamHelper::copyStreamToStream(InputStream& from, OutputStream& to) {
+void InputStream::readTo(const Take& take) {
     Buffer buffer;
-    while (const std::size_t count = from.read(buffer.bytes()))
-        to.write(buffer.first(count));
+    while (const std::size_t count = read(buffer.bytes()))
+        take(buffer.first(count));
+}
+
+void OutputStream::writeFrom(const Next& next) {
+    Buffer buffer;
+    while (const std::size_t count = next(buffer.bytes()))
+        write(buffer.first(count));
+}
+
+void StreamHelper::copyStreamToStream(InputStream& from, OutputStream& to) {
+    to.writeFrom([&](std::span<std::byte> buffer) { return from.read(buffer); });
     to.flush();
 }
 
 void StreamHelper::copyStreamToStream(InputStream& from, std::ostream& to, std::string_view name) {
-    Buffer buffer;
-    while (const std::size_t count = from.read(buffer.bytes())) {
+    from.readTo([&](std::span<const std::byte> bytes) {
         asStreamFailure(kCannotWrite, name, [&] {
-            return bool(to.write(buffer.chars(), static_cast<std::streamsize>(count)));
+            return bool(to.write(reinterpret_cast<const char*>(bytes.data()),
+                                 static_cast<std::streamsize>(bytes.size())));
         });
-    }
+    });
     asStreamFailure(kCannotWrite, name, [&] { return bool(to.flush()); });
 }
 
 void StreamHelper::copyStreamToStream(std::istream& from, OutputStream& to, std::string_view name) {
     if (from.fail()) return;
-    Buffer buffer;
-    std::size_t count = 0;
-    do {
+    to.writeFrom([&](std::span<std::byte> buffer) -> std::size_t {
+        if (from.eof()) return 0;
         // The end of the file sets the fail bit too; only the bad bit means that bytes are missing.
         asStreamFailure("cannot read to the end of ", name, [&] {
-            from.read(buffer.chars(), static_cast<std::streamsize>(Buffer::kSize));
+            from.read(reinterpret_cast<char*>(buffer.data()),
+                      static_cast<std::streamsize>(buffer.size()));
             return !from.bad();
         });
-        count = static_cast<std::size_t>(from.gcount());
-        to.write(buffer.first(count));
-    } while (count == Buffer::kSize);
+        return static_cast<std::size_t>(from.gcount());
+    });
     to.flush();
 }
 

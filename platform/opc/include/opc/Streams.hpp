@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
 #include <span>
 #include <string_view>
@@ -20,6 +21,12 @@ public:
     // for an empty buffer. Content whose checksum is wrong is never handed out to its end: the call
     // that would complete it throws.
     virtual std::size_t read(std::span<std::byte> buffer) = 0;
+
+    // Takes bytes that are valid during the call.
+    using Take = std::function<void(std::span<const std::byte> bytes)>;
+    // Reads to the end and hands everything to `take`, piece by piece and in order, on the calling
+    // thread. The stream of a large part prepares later pieces on other threads meanwhile.
+    virtual void readTo(const Take& take);
 };
 
 // Bytes that are written once, from front to back. Failures are opc::Exception. For one thread at a
@@ -28,6 +35,13 @@ class PLATFORM_API OutputStream {
 public:
     virtual ~OutputStream();
     virtual void write(std::span<const std::byte> bytes) = 0;
+
+    // Fills the buffer from its front and returns the number of bytes, which is 0 only at the end.
+    using Next = std::function<std::size_t(std::span<std::byte> buffer)>;
+    // Writes everything that `next` gives, and calls it on the calling thread only. The stream of a large
+    // part works on earlier pieces on other threads meanwhile.
+    virtual void writeFrom(const Next& next);
+
     // Hands everything that was written to its destination. A stream that is destroyed without
     // flush() may lose it. Whether writing can go on afterwards depends on the stream: one of a
     // part has ended.

@@ -4,6 +4,7 @@
 
 #include <isa-l/crc.h>
 #include <isa-l/igzip_lib.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <array>
@@ -34,46 +35,20 @@ struct Deflater::State {
     std::array<std::byte, kOutputBuffer> output;
 };
 
-Deflater::Deflater() : state_(std::make_unique_for_overwrite<State>()) {
-    start();
-}
+Deflater::Deflater() : state_(std::make_unique_for_overwrite<State>()) {}
 Deflater::~Deflater() = default;
 
-void Deflater::start() {
+// Every parameter is ours and valid, and output never runs out, so there is no failure to check for.
+void Deflater::deflate(std::span<const std::byte> slice, bool isLast, ByteSink& sink) {
     isal_zstream& stream = state_->stream;
     isal_deflate_init(&stream);
     stream.level = kLevel;
     stream.level_buf = state_->levelBuffer.data();
     stream.level_buf_size = static_cast<std::uint32_t>(state_->levelBuffer.size());
-}
-
-void Deflater::write(std::span<const std::byte> bytes, ByteSink& sink) {
-    while (!bytes.empty()) {
-        const auto piece = bytes.first(std::min(bytes.size(), kMostAtOnce));
-        state_->stream.next_in = inputOf(piece);
-        state_->stream.avail_in = static_cast<std::uint32_t>(piece.size());
-        run(sink);
-        bytes = bytes.subspan(piece.size());
-    }
-}
-
-void Deflater::sync(ByteSink& sink) {
-    state_->stream.flush = SYNC_FLUSH;
-    state_->stream.avail_in = 0;
-    run(sink);
-    state_->stream.flush = NO_FLUSH;
-}
-
-void Deflater::finish(ByteSink& sink) {
-    state_->stream.end_of_stream = 1;
-    state_->stream.avail_in = 0;
-    run(sink);
-}
-
-// The result of isal_deflate() needs no check: it reports invalid parameters, and ours are
-// constants.
-void Deflater::run(ByteSink& sink) {
-    isal_zstream& stream = state_->stream;
+    stream.flush = FULL_FLUSH;
+    stream.end_of_stream = isLast ? 1 : 0;
+    stream.next_in = inputOf(slice);
+    stream.avail_in = static_cast<std::uint32_t>(slice.size());
     do {
         stream.next_out = reinterpret_cast<std::uint8_t*>(state_->output.data());
         stream.avail_out = static_cast<std::uint32_t>(kOutputBuffer);
@@ -83,9 +58,7 @@ void Deflater::run(ByteSink& sink) {
 }
 
 std::unique_ptr<Deflater> DeflaterPool::take() {
-    if (!idle_) return std::make_unique<Deflater>();
-    idle_->start();
-    return std::move(idle_);
+    return idle_ ? std::move(idle_) : std::make_unique<Deflater>();
 }
 
 struct Inflater::State {
@@ -119,6 +92,16 @@ bool Inflater::hasEnded() const noexcept {
     return state_->stream.block_state == ISAL_BLOCK_FINISH;
 }
 
+bool Inflater::isBetweenBlocks() const noexcept {
+    const inflate_state& stream = state_->stream;
+    const bool isAtHeader =
+        stream.block_state == ISAL_BLOCK_NEW_HDR || stream.block_state == ISAL_BLOCK_HDR;
+    const bool hasBits =
+        stream.avail_in > 0 || stream.read_in_length != 0 || stream.tmp_in_size != 0;
+    const bool hasOutput = stream.tmp_out_valid != stream.tmp_out_processed;
+    return isAtHeader && !hasBits && !hasOutput && stream.bfinal == 0;
+}
+
 // The library reads ahead into a bit buffer, so the whole bytes in it belong to the unused input.
 std::size_t Inflater::unused() const noexcept {
     return state_->stream.avail_in + static_cast<std::size_t>(state_->stream.read_in_length) / 8;
@@ -126,6 +109,11 @@ std::size_t Inflater::unused() const noexcept {
 
 std::uint32_t crc32(std::uint32_t sofar, std::span<const std::byte> bytes) {
     return crc32_gzip_refl(sofar, inputOf(bytes), bytes.size());
+}
+
+std::uint32_t joinedCrc32(std::uint32_t first, std::uint32_t second, std::uint64_t sizeOfSecond) {
+    return static_cast<std::uint32_t>(
+        crc32_combine(first, second, static_cast<z_off_t>(sizeOfSecond)));
 }
 
 }  // namespace opc::zip

@@ -15,28 +15,20 @@ public:
     virtual void append(std::span<const std::byte> bytes) = 0;
 };
 
-// Encodes deflate streams, one after another. A new deflater is ready to write; start() comes
-// before each further stream. After an exception from a sink, only start() may be called. The large
-// state is on the heap, because the stacks of the host's threads may be small. For one thread at a
-// time.
+// Deflates content slice by slice. No slice refers to another's content, so slices may be deflated
+// on different threads, by a deflater each. After an exception from a sink the deflater is as good as
+// new. The large state is on the heap, because the stacks of the host's threads may be small. For one
+// thread at a time.
 class Deflater {
 public:
     Deflater();
     ~Deflater();
 
-    // Starts a new stream and drops what is left of an unfinished one.
-    void start();
-    // Encodes `bytes`. Part of them stays in the deflater until a later call needs the room.
-    void write(std::span<const std::byte> bytes, ByteSink& sink);
-    // Hands out everything that was written so far, in whole bytes, so that a caller can see how
-    // much the data shrinks. The stream can be continued.
-    void sync(ByteSink& sink);
-    // Hands out the rest of the stream with its end. Only start() may follow.
-    void finish(ByteSink& sink);
+    // Hands out the deflated `slice`: whole blocks that end at a byte boundary. Those of the last slice
+    // end the deflate stream.
+    void deflate(std::span<const std::byte> slice, bool isLast, ByteSink& sink);
 
 private:
-    void run(ByteSink& sink);
-
     struct State;
     std::unique_ptr<State> state_;
 };
@@ -73,6 +65,9 @@ public:
     // Whether the end of the last block has been decoded. All content has been handed out once
     // decode() returns 0, too.
     bool hasEnded() const noexcept;
+    // Whether everything that was fed has been decoded and handed out, and its last bit ends a
+    // block that is not the last of the stream.
+    bool isBetweenBlocks() const noexcept;
     // Once the stream has ended: the number of bytes of the last input that are not part of it.
     std::size_t unused() const noexcept;
 
@@ -80,5 +75,8 @@ private:
     struct State;
     std::unique_ptr<State> state_;
 };
+
+// The checksum of two pieces of content one after the other, from theirs and the second one's size.
+std::uint32_t joinedCrc32(std::uint32_t first, std::uint32_t second, std::uint64_t sizeOfSecond);
 
 }  // namespace opc::zip

@@ -1,11 +1,18 @@
 #include "platform/opc/src/zip/ItemInput.hpp"
 
+#include <opc/Exception.hpp>
+
+#include <foundation/Threads.hpp>
+
 #include "platform/opc/src/zip/Deflate.hpp"
+#include "platform/opc/src/zip/InflatedSlices.hpp"
 #include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
+#include <array>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -26,16 +33,22 @@ public:
     explicit ItemInput(ItemContent content) : content_(std::move(content)) {}
 
     std::size_t read(std::span<std::byte> buffer) final {
-        if (isBroken_) fail("cannot be read any further after an earlier failure");
+        requireUsable();
         if (buffer.empty() || isVerified_) return 0;
         isBroken_ = true;  // until this call has gone well
         const auto wanted = buffer.first(std::min<std::uint64_t>(buffer.size(), left()));
-        produce(wanted);
-        crc32_ = crc32(crc32_, wanted);
-        position_ += wanted.size();
-        if (left() == 0) verify();
+        produceNext(wanted);
+        account(wanted);
         isBroken_ = false;
         return wanted.size();
+    }
+
+    void readTo(const Take& take) final {
+        requireUsable();
+        isBroken_ = true;
+        if (position_ == 0 && content_.slices) skip(inflateSlices(content_, take));
+        if (!isVerified_) readRest(take);
+        isBroken_ = false;
     }
 
 protected:
@@ -45,7 +58,8 @@ protected:
     virtual void checkEnd() = 0;
 
     const ItemContent& content() const { return content_; }
-    std::uint64_t position() const { return position_; }
+    // How much has been produced.
+    std::uint64_t position() const { return produced_; }
 
     [[noreturn]] void fail(const std::string& what) const {
         throwItemError(content_.file, content_.name, what);
@@ -64,7 +78,68 @@ protected:
     }
 
 private:
+    static constexpr std::size_t kPiece = std::size_t{1} << 20;
+
     std::uint64_t left() const { return content_.size - position_; }
+
+    void requireUsable() const {
+        if (isBroken_) fail("cannot be read any further after an earlier failure");
+    }
+
+    // On one thread at a time, but while another may count earlier bytes.
+    void produceNext(std::span<std::byte> buffer) {
+        produce(buffer);
+        produced_ += buffer.size();
+    }
+
+    // Counts bytes before they are handed out, and does not let the last of them go unverified.
+    void account(Bytes produced) {
+        crc32_ = crc32(crc32_, produced);
+        position_ += produced.size();
+        if (left() == 0) verify();
+    }
+
+    // Produces bytes that have been handed out already. If they were all, they have been verified.
+    void skip(std::uint64_t count) {
+        isVerified_ = count > 0 && count == content_.size;
+        if (isVerified_) return;
+        std::vector<std::byte> piece(std::min<std::uint64_t>(count, kPiece));
+        while (position_ < count) {
+            const auto next =
+                std::span(piece).first(std::min<std::uint64_t>(count - position_, kPiece));
+            produceNext(next);
+            account(next);
+        }
+    }
+
+    // One thread produces a piece while the calling thread checks and hands out the one before.
+    void readRest(const Take& take) {
+        struct Piece {
+            std::unique_ptr<std::byte[]> buffer = {};
+            std::span<std::byte> bytes = {};
+        };
+        std::array<Piece, 3> pieces;
+        std::uint64_t toProduce = left();
+        foundation::threads::Pipeline pipeline;
+        pipeline.slots = pieces.size();
+        pipeline.workers = 1;
+        pipeline.feed = [&, isFirst = true](std::size_t slot) mutable {
+            if (toProduce == 0 && !isFirst) return false;
+            isFirst = false;  // an item of no bytes is verified, too
+            const std::size_t size = std::min<std::uint64_t>(toProduce, kPiece);
+            Piece& piece = pieces[slot];
+            if (!piece.buffer) piece.buffer = std::make_unique_for_overwrite<std::byte[]>(size);
+            piece.bytes = {piece.buffer.get(), size};
+            toProduce -= size;
+            return true;
+        };
+        pipeline.work = [&](std::size_t slot) { produceNext(pieces[slot].bytes); };
+        pipeline.take = [&](std::size_t slot) {
+            account(pieces[slot].bytes);
+            if (!pieces[slot].bytes.empty()) take(pieces[slot].bytes);
+        };
+        pipeline.run();
+    }
 
     void verify() {
         checkEnd();
@@ -76,7 +151,8 @@ private:
     }
 
     ItemContent content_;
-    std::uint64_t position_ = 0;
+    std::uint64_t produced_ = 0;
+    std::uint64_t position_ = 0;  // how much has been handed out, or is about to be
     std::uint32_t crc32_ = 0;
     bool isVerified_ = false;
     bool isBroken_ = false;

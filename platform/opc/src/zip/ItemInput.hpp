@@ -9,6 +9,9 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include "platform/opc/src/zip/SliceTable.hpp"
+
+#include <optional>
 #include <string>
 
 namespace opc::zip {
@@ -30,7 +33,8 @@ struct ItemContent {
     std::uint32_t crc32 = 0;
     std::uint64_t compressedSize = 0;
     std::uint64_t size = 0;
-    bool hasDescriptor = false;      // as in ZipItem
+    bool hasDescriptor = false;  // as in ZipItem
+    std::optional<SliceTable> slices = {};
     fl::filesystem::path file = {};  // for messages, like the name
     std::string name = {};           // the item's displayName()
 };

@@ -17,25 +17,6 @@ namespace opc::zip {
 
 namespace {
 
-constexpr std::size_t kSample = std::size_t{256} << 10;
-
-// Whether the saving is worth inflating the item at every reading. Less than three per cent is not,
-// and less than a kilobyte is not either: setting up the tables of a deflated stream takes longer
-// than reading that much.
-constexpr std::size_t kLeastSaving = 1024;
-
-bool isWorthwhile(std::size_t size, std::size_t deflated) {
-    return deflated + std::max(kLeastSaving, size / 32) <= size;
-}
-
-class MemorySink final : public ByteSink {
-public:
-    void append(std::span<const std::byte> more) override {
-        bytes.insert(bytes.end(), more.begin(), more.end());
-    }
-    std::vector<std::byte> bytes;
-};
-
 // Encoded items up to this size stay in memory until the save, so that small items come last in the
 // file, where they are cheap to replace.
 constexpr std::size_t kLargestInMemory = std::size_t{1} << 20;
@@ -103,69 +84,6 @@ private:
 
 }  // namespace
 
-ItemEncoder::ItemEncoder(bool deflate, DeflaterPool& deflaters)
-    : mode_(deflate ? Mode::Sampling : Mode::Storing), deflaters_(&deflaters) {}
-
-ItemEncoder::~ItemEncoder() {
-    if (deflater_) deflaters_->giveBack(std::move(deflater_));
-}
-
-Method ItemEncoder::method() const noexcept {
-    return mode_ == Mode::Deflating ? Method::Deflated : Method::Stored;
-}
-
-void ItemEncoder::write(std::span<const std::byte> bytes, ByteSink& sink) {
-    size_ += bytes.size();
-    crc32_ = zip::crc32(crc32_, bytes);
-    if (mode_ == Mode::Sampling) {
-        const auto taken = bytes.first(std::min(bytes.size(), kSample - sample_.size()));
-        sample_.insert(sample_.end(), taken.begin(), taken.end());
-        bytes = bytes.subspan(taken.size());
-        if (sample_.size() == kSample) decide(false, sink);
-    }
-    encode(bytes, sink);
-}
-
-void ItemEncoder::finish(ByteSink& sink) {
-    if (mode_ == Mode::Sampling) {
-        decide(true, sink);
-    } else if (mode_ == Mode::Deflating) {
-        deflater_->finish(sink);
-    }
-}
-
-void ItemEncoder::encode(std::span<const std::byte> bytes, ByteSink& sink) {
-    if (bytes.empty()) return;
-    if (mode_ == Mode::Deflating) deflater_->write(bytes, sink);
-    if (mode_ == Mode::Storing) sink.append(bytes);
-}
-
-// Decides by the sample whether to deflate. If so, its deflated form is the start of the stream,
-// which goes on from there, so nothing is deflated twice. `isAll` says that the sample is the whole
-// content.
-void ItemEncoder::decide(bool isAll, ByteSink& sink) {
-    if (sample_.empty()) {
-        mode_ = Mode::Storing;
-        return;
-    }
-    MemorySink deflated;
-    deflater_ = deflaters_->take();
-    deflater_->write(sample_, deflated);
-    if (isAll) {
-        deflater_->finish(deflated);
-    } else {
-        deflater_->sync(deflated);
-    }
-    if (isWorthwhile(sample_.size(), deflated.bytes.size())) {
-        mode_ = Mode::Deflating;
-        sink.append(deflated.bytes);
-    } else {
-        mode_ = Mode::Storing;
-        sink.append(sample_);
-    }
-    std::vector<std::byte>().swap(sample_);
-}
-
 ItemOutput::ItemOutput(ZipWriter& writer, std::string name, const ItemOptions& options)
     : writer_(&writer), encoder_(options.deflate, writer.deflaters_) {
     item_.flags = flagsFor(name);
@@ -184,20 +102,28 @@ void ItemOutput::checkOpen() const {
                        : "was completed by flush() and cannot be written any further");
 }
 
-void ItemOutput::write(std::span<const std::byte> bytes) {
+// Lets the encoder take more content. After a failure nobody knows how much of it was taken.
+template <class Step>
+void ItemOutput::take(Step step) {
     checkOpen();
-    progress_ = Progress::Failed;  // until this call has gone well
-    encoder_.write(bytes, *this);
+    progress_ = Progress::Failed;
+    step();
     refuseZip64();
     progress_ = Progress::Open;
 }
 
+void ItemOutput::write(std::span<const std::byte> bytes) {
+    take([&] { encoder_.write(bytes, *this); });
+}
+
+void ItemOutput::writeFrom(const Next& next) {
+    take([&] { encoder_.writeFrom(next, *this); });
+}
+
 void ItemOutput::flush() {
     if (progress_ == Progress::Complete) return;
-    checkOpen();
+    take([&] { encoder_.finish(*this); });
     progress_ = Progress::Failed;
-    encoder_.finish(*this);
-    refuseZip64();
     complete();
     progress_ = Progress::Complete;
 }
@@ -212,6 +138,7 @@ void ItemOutput::refuseZip64() const {
 
 void ItemOutput::append(std::span<const std::byte> bytes) {
     encodedSize_ += bytes.size();
+    refuseZip64();
     if (!spill_ && encodedSize_ > kLargestInMemory) startSpill();
     if (spill_ && buffer_.empty() && bytes.size() >= kWriteSize) return spill_->append(bytes);
     buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
@@ -237,6 +164,7 @@ void ItemOutput::complete() {
     item_.crc32 = encoder_.crc32();
     item_.size = encoder_.size();
     item_.compressedSize = encodedSize_;
+    item_.directoryFields = sliceField(encoder_.takeSlices(), item_.size);
     if (spill_) {
         drain();
         spill_->describe(item_);

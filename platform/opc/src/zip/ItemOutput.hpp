@@ -4,6 +4,7 @@
 #include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/zip/Deflate.hpp"
+#include "platform/opc/src/zip/ItemEncoder.hpp"
 #include "platform/opc/src/zip/NewArchive.hpp"
 #include "platform/opc/src/zip/ZipWriter.hpp"
 
@@ -15,40 +16,6 @@
 #include <vector>
 
 namespace opc::zip {
-
-// Turns the content of one item into its data. The data is deflated, unless the caller wants it
-// stored or the first 256 KiB hardly shrink. Holds up to that much of the content until it has
-// decided.
-class ItemEncoder {
-public:
-    // `deflate` is false to store. `deflaters`, which lends the encoder a deflater, must outlive
-    // it.
-    ItemEncoder(bool deflate, DeflaterPool& deflaters);
-    ~ItemEncoder();
-
-    void write(std::span<const std::byte> bytes, ByteSink& sink);
-    // Hands out the rest of the data. Nothing may be written after that.
-    void finish(ByteSink& sink);
-
-    // Size and checksum of the content that was written so far.
-    std::uint64_t size() const noexcept { return size_; }
-    std::uint32_t crc32() const noexcept { return crc32_; }
-    // Not decided before finish() was called.
-    Method method() const noexcept;
-
-private:
-    enum class Mode { Sampling, Deflating, Storing };
-
-    void encode(std::span<const std::byte> bytes, ByteSink& sink);
-    void decide(bool isAll, ByteSink& sink);
-
-    Mode mode_;
-    std::vector<std::byte> sample_;
-    DeflaterPool* deflaters_;
-    std::unique_ptr<Deflater> deflater_;
-    std::uint64_t size_ = 0;
-    std::uint32_t crc32_ = 0;
-};
 
 // The file that takes an item's encoded bytes when they have become too many for memory. Destroying
 // it without keep() takes the bytes back.
@@ -70,12 +37,15 @@ public:
     ~ItemOutput() override;
 
     void write(std::span<const std::byte> bytes) override;
+    void writeFrom(const Next& next) override;
     void flush() override;
 
 private:
     enum class Progress { Open, Complete, Failed };
 
     void append(std::span<const std::byte> bytes) override;
+    template <class Step>
+    void take(Step step);
     void startSpill();
     void drain();
     void checkOpen() const;

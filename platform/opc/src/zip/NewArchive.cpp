@@ -78,7 +78,8 @@ format::ItemRecord NewItem::recordAt(std::uint64_t offset) const {
             .crc32 = crc32,
             .compressedSize = compressedSize,
             .size = size,
-            .offset = offset};
+            .offset = offset,
+            .directoryFields = directoryFields};
 }
 
 ItemContent NewItem::contentIn(const fl::filesystem::path& file) const {

@@ -68,6 +68,7 @@ struct NewItem {
     std::uint32_t crc32 = 0;
     std::uint64_t compressedSize = 0;
     std::uint64_t size = 0;
+    std::string directoryFields;  // as in format::ItemRecord
     // The order in which names were first set, which is the order in the file of items that waited.
     std::uint64_t turn = 0;
     std::variant<InMemory, InScratchFile, InNewFile> content;

@@ -128,6 +128,19 @@ const ZipItem* ZipArchive::findSimilar(std::string_view name) const {
     return state_->names.findSimilar(name);
 }
 
+namespace {
+
+// Salvaged items have no directory record.
+std::optional<SliceTable> slicesOf(const ZipItem& item) {
+    if (item.method != Method::Deflated || item.directoryRecord.empty()) return std::nullopt;
+    const format::Bytes record = format::asBytes(item.directoryRecord);
+    const auto fields = record.subspan(format::central::kHeaderSize + item.name.size())
+                            .first(format::load16(record, format::central::kExtraLength));
+    return findSliceTable(fields, item.size, item.compressedSize);
+}
+
+}  // namespace
+
 std::unique_ptr<InputStream> ZipArchive::read(const ZipItem& item) const {
     return openItem({.source = state_,
                      .offset = item.dataOffset,
@@ -136,6 +149,7 @@ std::unique_ptr<InputStream> ZipArchive::read(const ZipItem& item) const {
                      .compressedSize = item.compressedSize,
                      .size = item.size,
                      .hasDescriptor = item.hasDescriptor,
+                     .slices = slicesOf(item),
                      .file = state_->path,
                      .name = item.displayName()});
 }

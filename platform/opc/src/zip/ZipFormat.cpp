@@ -10,17 +10,17 @@
 
 namespace opc::zip::format {
 
-namespace {
-
-std::uint32_t narrow(std::uint64_t number) {
-    return number < kInZip64_32 ? static_cast<std::uint32_t>(number) : kInZip64_32;
-}
-
 std::string extraField(std::uint16_t identifier, std::string_view content) {
     std::string field;
     append(field, identifier);
     append(field, static_cast<std::uint16_t>(content.size()));
     return field.append(content);
+}
+
+namespace {
+
+std::uint32_t narrow(std::uint64_t number) {
+    return number < kInZip64_32 ? static_cast<std::uint32_t>(number) : kInZip64_32;
 }
 
 bool hasLargeSizes(const ItemRecord& item) {
@@ -175,7 +175,8 @@ std::string centralRecord(const ItemRecord& item) {
     if (item.size >= kInZip64_32) append(wide, item.size);
     if (item.compressedSize >= kInZip64_32) append(wide, item.compressedSize);
     if (item.offset >= kInZip64_32) append(wide, item.offset);
-    const std::string fields = wide.empty() ? wide : extraField(extra::kZip64, wide);
+    std::string fields = wide.empty() ? wide : extraField(extra::kZip64, wide);
+    fields += item.directoryFields;
     std::string record;
     append(record, central::kSignature);
     append(record, versionFor(item, !wide.empty()));

@@ -81,6 +81,7 @@ inline constexpr std::size_t kUnicodePathName = 5;
 // Padding that the packaging standard defines: a writer may later put a longer record in its place.
 inline constexpr std::uint16_t kGrowthHint = 0xA220;
 inline constexpr std::uint16_t kGrowthHintSignature = 0xA028;
+inline constexpr std::uint16_t kSlices = 0x7A71;  // our own: see SliceTable.hpp
 }  // namespace extra
 
 // The local header, which stands in front of an item's data. The name and the extra fields follow.
@@ -161,6 +162,7 @@ struct ItemRecord {
     std::uint64_t compressedSize = 0;
     std::uint64_t size = 0;
     std::uint64_t offset = 0;  // of the local header in the file
+    std::string_view directoryFields = {};  // whole extra fields, for the directory record only
 };
 
 // What the end records say of the directory.
@@ -174,6 +176,9 @@ struct DirectoryRecord {
 // hold it. A number equal to the placeholder does not fit either.
 bool needsZip64(const ItemRecord& item);
 bool needsZip64(const DirectoryRecord& directory);
+
+// An extra field with its header.
+std::string extraField(std::uint16_t identifier, std::string_view content);
 
 // Whether a local header is as short as the sizes allow (`Exact`) or has room for zip64 sizes even
 // when it does not need it (`Growing`). A growing header has the same length whatever the sizes, so

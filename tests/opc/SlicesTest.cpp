@@ -1,0 +1,268 @@
+// Large items are deflated in slices and inflated by several threads with a table of them. Whatever the
+// table says, a reader that uses it gets what one gets that does not know it.
+
+#include <opc/Exception.hpp>
+
+#include <foundation/Clock.hpp>
+#include <foundation/Threads.hpp>
+
+#include "platform/opc/src/zip/InflatedSlices.hpp"
+#include "platform/opc/src/zip/NewArchive.hpp"
+#include "platform/opc/src/zip/SliceTable.hpp"
+#include "tests/opc/ZipTestSupport.hpp"
+#include "tests/support/ZipBuilder.hpp"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace opc::zip {
+namespace {
+
+using test_support::crc32Of;
+using test_support::readFile;
+
+constexpr std::size_t kMiB = std::size_t{1} << 20;
+
+class SlicesTest : public testing::Test {
+protected:
+    SlicesTest() { foundation::clock::set(foundation::clock::Seconds()); }
+    ~SlicesTest() override {
+        foundation::threads::setLimit(0);
+        foundation::clock::set(std::nullopt);
+    }
+
+    fl::filesystem::path path() const { return pathOf(directory_.name("a.zip")); }
+    std::string bytes() const { return readFile(directory_.path() / "a.zip"); }
+
+    // The file that holds `content`, written in pieces of this size, or by writeFrom() if it is 0.
+    std::string saved(const std::string& content, std::size_t piece) const {
+        std::remove((directory_.path() / "a.zip").c_str());
+        ZipWriter writer(path(), nullptr, true);
+        const auto stream = writer.set("item", {});
+        auto rest = std::as_bytes(std::span(content));
+        const auto next = [&](std::span<std::byte> buffer) {
+            const auto got = rest.first(std::min(rest.size(), buffer.size()));
+            std::ranges::copy(got, buffer.begin());
+            rest = rest.subspan(got.size());
+            return got.size();
+        };
+        if (piece == 0) stream->writeFrom(next);
+        for (std::vector<std::byte> buffer(piece); !rest.empty();)
+            stream->write(std::span(buffer).first(next(buffer)));
+        stream->flush();
+        writer.save();
+        return bytes();
+    }
+
+    test_support::TemporaryDirectory directory_;
+};
+
+std::string readTo(InputStream& stream) {
+    std::string content;
+    stream.readTo([&](std::span<const std::byte> piece) {
+        content.append(reinterpret_cast<const char*>(piece.data()), piece.size());
+    });
+    return content;
+}
+
+std::optional<SliceTable> tableOf(const ZipItem& item) {
+    const auto record = std::as_bytes(std::span(item.directoryRecord));
+    return findSliceTable(record.subspan(46 + item.name.size()), item.size, item.compressedSize);
+}
+
+TEST_F(SlicesTest, TheBytesDependOnTheContentOnly) {
+    for (const std::size_t size : {kMiB + 1, 5 * kMiB, 6 * kMiB - 1}) {
+        SCOPED_TRACE(size);
+        const std::string content = prose(size);
+        foundation::threads::setLimit(1);
+        const std::string alone = saved(content, 0);
+        for (const unsigned threads : {1, 4}) {
+            foundation::threads::setLimit(threads);
+            for (const std::size_t piece :
+                 {std::size_t{0}, std::size_t{77'777}, 3 * kMiB + 1, size})
+                EXPECT_TRUE(saved(content, piece) == alone) << threads << " threads, " << piece;
+        }
+        const auto archive = ZipArchive::open(path());
+        const ZipItem& item = *archive->find("item");
+        EXPECT_TRUE(readItem(*archive, "item") == content);
+        EXPECT_TRUE(readTo(*archive->read(item)) == content);
+        const auto table = tableOf(item);
+        ASSERT_EQ(table.has_value(), size > 4 * kMiB);
+        if (table) {
+            EXPECT_EQ(table->slices.size(), (size + kMiB - 1) / kMiB);
+            EXPECT_EQ(table->slices[1].crc32, crc32Of(content.substr(kMiB, kMiB)));
+        }
+    }
+    EXPECT_EQ(std::system(("unzip -tqq " + (directory_.path() / "a.zip").string()).c_str()), 0);
+}
+
+TEST_F(SlicesTest, StoredItemsAreReadWhole) {
+    const std::string content = noise(7 * kMiB / 2);
+    saved(content, 0);
+    const auto archive = ZipArchive::open(path());
+    ASSERT_EQ(archive->find("item")->method, Method::Stored);
+    EXPECT_TRUE(readTo(*archive->read(*archive->find("item"))) == content);
+}
+
+TEST_F(SlicesTest, AnEditKeepsTheTable) {
+    saved(prose(5 * kMiB), 0);
+    const auto before = ZipArchive::open(path());
+    ZipWriter writer(path(), before, true);
+    writeItem(writer, "other", "content");
+    writer.save();
+    const auto after = ZipArchive::open(path());
+    EXPECT_EQ(after->find("item")->directoryRecord.substr(46),
+              before->find("item")->directoryRecord.substr(46));
+    EXPECT_TRUE(tableOf(*after->find("item")));
+}
+
+TEST(SliceField, HoldsNoSignatureAndIsNeverTooLarge) {
+    // Checksums and sizes whose bytes are those of records.
+    constexpr std::uint32_t kSignatures[] = {0x04034b50, 0x02014b50, 0x08074b50, 0x06054b50,
+                                             0x4b504b50};
+    for (const std::size_t count : {4, 5, 3000, 4094, 4095, 4096, 9000, 100'000}) {
+        std::vector<SliceTable::Slice> slices;
+        std::uint64_t total = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            slices.push_back({0x4b50 + i % 3, kSignatures[i % std::size(kSignatures)]});
+            total += slices.back().compressedSize;
+        }
+        const std::uint64_t size = (count - 1) * kMiB + 5;
+        const std::string field = sliceField(slices, size);
+        EXPECT_EQ(field.find("PK"), std::string::npos);
+        EXPECT_LE(field.size(), 32u << 10);
+        const auto bytes = std::as_bytes(std::span(field));
+        const auto table = findSliceTable(bytes, size, total);
+        ASSERT_TRUE(table) << count;
+        EXPECT_EQ(table->slices.size(), (size + table->sliceSize - 1) / table->sliceSize);
+        if (count <= 4094) {
+            EXPECT_EQ(table->slices[3].crc32, slices[3].crc32);
+        }
+        // One that is not the item's.
+        EXPECT_FALSE(findSliceTable(bytes, size, total + 1));
+        EXPECT_FALSE(findSliceTable(bytes, size + table->sliceSize, total));
+        EXPECT_FALSE(findSliceTable(bytes.first(bytes.size() - 1), size, total));
+    }
+    EXPECT_EQ(sliceField({{1, 1}, {1, 1}, {1, 1}}, 3 * kMiB), "");
+}
+
+// An item of several slices as a writer may have made it, and what became of its table.
+struct Sliced {
+    std::string content, data;
+    SliceTable table = {.sliceSize = kMiB};
+    std::uint32_t crc32 = 0;
+
+    // Deflates with zlib, and ends slices in this way but for the last.
+    explicit Sliced(int flush, int lastFlush = Z_FINISH) : content(prose(9 * kMiB / 2)) {
+        crc32 = crc32Of(content);
+        z_stream stream{};
+        deflateInit2(&stream, 6, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
+        std::string output(content.size(), '\0');
+        stream.next_out = reinterpret_cast<Bytef*>(output.data());
+        stream.avail_out = static_cast<uInt>(output.size());
+        for (std::size_t at = 0; at < content.size(); at += kMiB) {
+            const std::string slice = content.substr(at, kMiB);
+            const uLong before = stream.total_out;
+            stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(slice.data()));
+            stream.avail_in = static_cast<uInt>(slice.size());
+            deflate(&stream, at + kMiB < content.size() ? flush : lastFlush);
+            table.slices.push_back({stream.total_out - before, crc32Of(slice)});
+        }
+        data = output.substr(0, stream.total_out);
+        deflateEnd(&stream);
+    }
+
+    ItemContent item(bool withTable) const {
+        const auto bytes = std::as_bytes(std::span(data));
+        ItemContent content_{
+            .source = std::make_shared<MemorySource>(std::vector(bytes.begin(), bytes.end())),
+            .method = Method::Deflated,
+            .crc32 = crc32,
+            .compressedSize = data.size(),
+            .size = content.size()};
+        if (withTable) content_.slices = table;
+        return content_;
+    }
+};
+
+// What a reader gets: the content, or the message, and how much came before it.
+template <class Read>
+std::string outcome(const ItemContent& item, Read read) {
+    try {
+        return read(*openItem(item));
+    } catch (const Exception& failure) {
+        return failure.what();
+    }
+}
+
+TEST(InflatedSlices, GiveWhatAReaderWithoutTheTableGets) {
+    const Sliced good(Z_FULL_FLUSH);
+    const auto changed = [&good](const std::function<void(Sliced&)>& change) {
+        Sliced item = good;
+        change(item);
+        return item;
+    };
+    const struct {
+        const char* what;
+        Sliced item;
+        std::size_t slices;  // how many are taken from the table
+    } rows[] = {
+        {"as written", good, 5},
+        {"copies reach back", Sliced(Z_SYNC_FLUSH), 1},
+        {"blocks end within bytes", Sliced(Z_BLOCK), 0},
+        {"no flush", Sliced(Z_NO_FLUSH), 0},
+        {"the stream has no end", Sliced(Z_FULL_FLUSH, Z_FULL_FLUSH), 4},
+        {"the first slice ends the stream", changed([](Sliced& item) {
+             const std::string whole = test_support::deflated(item.content.substr(0, kMiB));
+             item.data.replace(0, item.table.slices[0].compressedSize, whole);
+             item.table.slices[0].compressedSize = whole.size();
+         }),
+         0},
+        {"wrong checksum in the table", changed([](Sliced& item) { ++item.table.slices[2].crc32; }),
+         2},
+        {"slices shifted", changed([](Sliced& item) {
+             ++item.table.slices[1].compressedSize;
+             --item.table.slices[2].compressedSize;
+         }),
+         1},
+        {"slices exchanged",
+         changed([](Sliced& item) { std::swap(item.table.slices[1], item.table.slices[2]); }), 1},
+        {"larger slices", changed([](Sliced& item) { item.table.sliceSize *= 2; }), 0},
+        {"damaged data",
+         changed([](Sliced& item) { item.data[item.data.size() * 7 / 10] ^= 0x10; }), 3},
+        {"wrong checksum of the whole", changed([](Sliced& item) { ++item.crc32; }), 4},
+        {"bytes left over", changed([](Sliced& item) {
+             item.data += "rest";
+             item.table.slices.back().compressedSize += 4;
+         }),
+         4},
+        {"content and checksum in the table changed alike", changed([](Sliced& item) {
+             const auto& second = item.table.slices[1];
+             std::swap(item.table.slices[1], item.table.slices[2]);
+             const std::size_t from = item.table.slices[0].compressedSize;
+             const std::string one = item.data.substr(from, item.table.slices[2].compressedSize);
+             item.data.erase(from, one.size()).insert(from + second.compressedSize, one);
+         }),
+         4},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        std::uint64_t handedOut = 0;
+        EXPECT_EQ(
+            inflateSlices(row.item.item(true), [&](auto piece) { handedOut += piece.size(); }),
+            std::min<std::uint64_t>(row.slices * kMiB, row.item.content.size()));
+        EXPECT_EQ(handedOut, std::min<std::uint64_t>(row.slices * kMiB, row.item.content.size()));
+        const std::string expected =
+            outcome(row.item.item(false), [](InputStream& stream) { return readAll(stream); });
+        EXPECT_TRUE(outcome(row.item.item(true), readTo) == expected) << expected.substr(0, 200);
+        EXPECT_TRUE(outcome(row.item.item(false), readTo) == expected);
+    }
+}
+
+}  // namespace
+}  // namespace opc::zip
