@@ -68,10 +68,10 @@ int statusOf(const Findings& findings, const CheckOptions& options) {
     return fails ? kFailed : kDone;
 }
 
-int checkOne(const FileName& file, const CheckOptions& options) {
+Answer checkOne(const FileName& file, const CheckOptions& options) {
     const Findings findings = checkFile(file);
-    print(options.json ? jsonLine(toJson(file, findings)) : sheetOf(file, findings));
-    return statusOf(findings, options);
+    return {options.json ? jsonLine(toJson(file, findings)) : sheetOf(file, findings),
+            statusOf(findings, options)};
 }
 
 ordered_json repairJson(const FileName& file, const FileName& out, const RepairReport& report,

@@ -1,5 +1,8 @@
 #include "tools/qzapp/cli/ForEachApp.hpp"
 
+#include <foundation/Threads.hpp>
+
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -14,6 +17,7 @@
 #include "app/Files.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Display.hpp"
+#include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/StandardInput.hpp"
@@ -37,17 +41,22 @@ struct Named {
     std::vector<std::string> files;
     bool isListed;                 // it is a folder
     std::optional<Opened> opened;  // if it was opened at the start
+    bool isWhole = true;           // nothing below it was reported as unreadable
 };
 
-std::vector<std::string> listed(const FileName& folder, const Complain& complain) {
+void list(Named& folder, const Complain& complain) {
+    const auto fail = [&](const std::string& text) {
+        complain(text);
+        folder.isWhole = false;
+    };
     try {
-        AppsBelow apps = appsBelow(folder);
+        AppsBelow apps = appsBelow(fileArgument(folder.name));
         for (const UnlistedFolder& unlisted : apps.unlisted)
-            complain(unlisted.name + ": " + unlisted.reason);
-        return std::move(apps.files);
+            fail(unlisted.name + ": " + unlisted.reason);
+        folder.files = std::move(apps.files);
     } catch (const Error& e) {
-        complain(e.what());
-        return {};
+        folder.files.clear();
+        fail(e.what());
     }
 }
 
@@ -56,7 +65,7 @@ std::vector<Named> filesOf(const std::vector<std::string>& names, const Complain
     for (const std::string& name : names) {
         const bool isListed = name != kStandardStream && isFolder(name);
         all.push_back({name, {name}, isListed, std::nullopt});
-        if (isListed) all.back().files = listed(fileArgument(name), complain);
+        if (isListed) list(all.back(), complain);
     }
     return all;
 }
@@ -77,7 +86,7 @@ Opened openNow(const std::string& name) {
 }
 
 // Takes the file's stamp anew: what was written to it before its turn does no harm.
-FileName take(const Opened& opened) {
+FileName heldAnew(const Opened& opened) {
     if (opened.failure) std::rethrow_exception(opened.failure);
     return opened.file->isStandardInput ? *opened.file : hold(*opened.file);
 }
@@ -98,6 +107,88 @@ void confineTo(std::vector<Named>& all) {
     cage.enter();
 }
 
+// Visits all files on several threads, and prints and reports on the calling one.
+class Visit {
+public:
+    Visit(const std::vector<Named>& all, const std::function<Answer(const FileName&)>& ask,
+          const Complain& complain, std::atomic<std::uint64_t>& done)
+        : all_(&all), ask_(&ask), complain_(&complain), done_(&done) {}
+
+    // Returns whether every answer's status was kDone.
+    bool run() {
+        foundation::threads::Pipeline pipeline;
+        pipeline.slots = kSlotsPerThread * foundation::threads::limit();
+        slots_.resize(pipeline.slots);
+        pipeline.feed = [this](std::size_t slot) { return feed(slots_[slot]); };
+        pipeline.work = [this](std::size_t slot) { visit(slots_[slot]); };
+        pipeline.take = [this](std::size_t slot) { take(slots_[slot]); };
+        pipeline.run();
+        return isDone_;
+    }
+
+private:
+    // One file takes much longer than another.
+    static constexpr std::size_t kSlotsPerThread = 4;
+
+    struct Slot {
+        const Named* named = nullptr;
+        std::size_t file = 0;          // also of a folder that holds none
+        std::optional<Answer> answer;  // none if a file of a folder is not an app after all
+        std::optional<std::string> error;
+    };
+
+    bool feed(Slot& slot) {
+        if (named_ == all_->size()) return false;
+        const Named& named = (*all_)[named_];
+        slot = {&named, file_++, std::nullopt, std::nullopt};
+        if (file_ >= named.files.size()) {
+            ++named_;
+            file_ = 0;
+        }
+        return true;
+    }
+
+    static std::optional<FileName> open(const Named& named, const std::string& name) {
+        if (named.isListed) return openListed(name);
+        return named.opened ? heldAnew(*named.opened) : appArgument(name);
+    }
+
+    void visit(Slot& slot) const {
+        if (slot.named->files.empty()) return;
+        const std::string& name = slot.named->files[slot.file];
+        try {
+            const auto file = open(*slot.named, name);
+            if (file) slot.answer = (*ask_)(*file);
+        } catch (const Error& e) {
+            slot.error = e.what();
+        }
+    }
+
+    void take(const Slot& slot) {
+        if (slot.file == 0) hasApp_ = false;
+        hasApp_ |= slot.answer || slot.error;
+        if (slot.error) (*complain_)(*slot.error);
+        if (slot.answer) {
+            print(slot.answer->text);
+            isDone_ &= slot.answer->status == kDone;
+        }
+        ++*done_;
+        const bool isLast = slot.file + 1 >= slot.named->files.size();
+        if (isLast && !hasApp_ && slot.named->isWhole) {
+            (*complain_)(slot.named->name + ": holds no app; check the name");
+        }
+    }
+
+    const std::vector<Named>* all_;
+    const std::function<Answer(const FileName&)>* ask_;
+    const Complain* complain_;
+    std::atomic<std::uint64_t>* done_;
+    std::vector<Slot> slots_;
+    std::size_t named_ = 0, file_ = 0;  // the next file
+    bool hasApp_ = false;               // in the folder that is being printed
+    bool isDone_ = true;
+};
+
 }  // namespace
 
 void letRead(Cage& cage, const std::string& folder, const std::vector<std::string>& files) {
@@ -109,7 +200,7 @@ void letRead(Cage& cage, const std::string& folder, const std::vector<std::strin
 }
 
 int forEachApp(const std::vector<std::string>& names,
-               const std::function<int(const FileName&)>& action) {
+               const std::function<Answer(const FileName&)>& ask) {
     int status = kDone;
     const auto complain = [&](const std::string& text) {
         report(text);
@@ -122,29 +213,7 @@ int forEachApp(const std::vector<std::string>& names,
     // No bar for a single file, whose count would say nothing, or if the output itself shows the
     // progress.
     const ProgressBar progress(count == 1 || outputIsTerminal() ? 0 : count, done);
-    // Returns false if a file of a folder is not an app after all.
-    const auto visit = [&](const Named& named, const std::string& name) {
-        try {
-            const auto file = named.isListed ? openListed(name)
-                              : named.opened ? take(*named.opened)
-                                             : appArgument(name);
-            if (file && action(*file) != kDone) status = kFailed;
-            return file.has_value();
-        } catch (const OutputError&) {
-            throw;
-        } catch (const Error& e) {
-            complain(e.what());
-            return true;
-        }
-    };
-    for (const Named& named : all) {
-        bool hasApp = false;
-        for (const std::string& file : named.files) {
-            hasApp |= visit(named, file);
-            ++done;
-        }
-        if (!hasApp) complain(named.name + ": holds no app; check the name");
-    }
+    if (!Visit(all, ask, complain, done).run()) status = kFailed;
     return status;
 }
 

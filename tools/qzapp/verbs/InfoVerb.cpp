@@ -5,6 +5,7 @@
 #include <appserialization/AppMetadataReader.hpp>
 #include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/Threads.hpp>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -191,10 +192,12 @@ void requireSense(const InfoOptions& options) {
 int info(const InfoOptions& options) {
     requireSense(options);
     std::optional<Drawer> drawer;
-    if (options.picture) drawer.emplace();
+    if (options.picture) {
+        drawer.emplace();
+        foundation::threads::setLimit(1);  // it draws one picture at a time
+    }
     return forEachApp(options.files, [&](const FileName& file) {
-        print(describe(file, options, drawer));
-        return kDone;
+        return Answer{describe(file, options, drawer)};
     });
 }
 

@@ -37,6 +37,7 @@ bool isEndSignature(std::uint32_t bytes) {
            bytes == zip64locator::kSignature;
 }
 
+// Between slices there are bytes that are none of the content's, so no signature stays whole.
 void deflateInPieces(InputStream& content, ByteSink& sink) {
     constexpr std::size_t kBuffer = std::size_t{64} << 10;
     std::vector<std::byte> buffer(kBuffer);
@@ -47,13 +48,12 @@ void deflateInPieces(InputStream& content, ByteSink& sink) {
         for (std::size_t i = 0; i < count; ++i) {
             last = last >> 8 | std::to_integer<std::uint32_t>(buffer[i]) << 24;
             if (!isEndSignature(last)) continue;
-            deflater.write(std::span(buffer).subspan(from, i - from), sink);
-            deflater.sync(sink);
+            deflater.deflate(std::span(buffer).subspan(from, i - from), false, sink);
             from = i;
         }
-        deflater.write(std::span(buffer).subspan(from, count - from), sink);
+        deflater.deflate(std::span(buffer).subspan(from, count - from), false, sink);
     }
-    deflater.finish(sink);
+    deflater.deflate({}, true, sink);
 }
 
 }  // namespace
