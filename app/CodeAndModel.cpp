@@ -61,13 +61,7 @@ opc::model::PartName modelName(const FileName& file) {
     return withModel(file, [](const opc::model::Part& model) { return model.getName(); });
 }
 
-void readToEnd(opc::InputStream& stream, const TakeBytes& take) {
-    std::vector<std::byte> buffer(kReadBytes);
-    while (const std::size_t count = stream.read(buffer))
-        take(std::span(buffer).first(count));
-}
-
-void readToEnd(const FileName& file, const TakeBytes& take) {
+void readToEnd(const FileName& file, const opc::InputStream::Take& take) {
     const auto opened = openFile(file);
     about(file, [&] {
         std::vector<std::byte> buffer(kReadBytes);

@@ -27,9 +27,7 @@ std::unique_ptr<opc::InputStream> openModel(const FileName& file);
 // The name of the part that holds the model of a packaged app.
 opc::model::PartName modelName(const FileName& file);
 
-using TakeBytes = std::function<void(std::span<const std::byte>)>;
-// Reads a stream or a file to its end and passes it on in pieces of at most 256 KiB.
-void readToEnd(opc::InputStream& stream, const TakeBytes& take);
-void readToEnd(const FileName& file, const TakeBytes& take);
+// Reads a file to its end and passes it on in pieces of at most 256 KiB.
+void readToEnd(const FileName& file, const opc::InputStream::Take& take);
 
 }  // namespace qzapp

@@ -43,6 +43,12 @@ void checkItem(const PackageView& package, const FoundItem& item, Findings& find
     if (!item.fault.empty()) {
         findings.add("item-damaged", item.shownName, item.fault, repairFix(package));
     }
+    if (item.hasStaleSlices) {
+        findings.add("item-slices", item.shownName,
+                     "its table of slices is of other data, which another program has replaced; "
+                     "the content is whole, but is read by one thread only",
+                     "write the part anew, with \"qzapp edit\"");
+    }
     if (&item == package.typesItem || item.name) return;
     if (item.item->isDirectory()) {
         findings.add("item-folder", item.shownName, "a folder item, which package readers ignore",

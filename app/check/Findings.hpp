@@ -41,6 +41,7 @@ inline constexpr std::array kRules = {
     Rule{"item-folder", Severity::Note, "a package has no folder items"},
     Rule{"zip-gap", Severity::Note, "every byte before the directory belongs to an item"},
     Rule{"zip-behind", Severity::Note, "nothing follows the end of the zip file"},
+    Rule{"item-slices", Severity::Note, "an item's table of slices fits its data"},
 
     Rule{"package-refused", Severity::Error, "the package follows the rules of packages"},
     Rule{"types-missing", Severity::Error, "a package has [Content_Types].xml"},

@@ -24,6 +24,8 @@ SYSTEM_FILES = [
     r"/proc/self/exe",                             # tells the loader where the program's libraries are
     rf"{BUILD}/bin/qzapp",                         # what that leads to
     r"/proc/self/io",                              # how much was read, for the progress bar
+    r"/proc/self/cgroup",                          # tells the control group, and
+    r"/sys/fs/cgroup/(.*/)?cpu\.max",              # this how many processors it may use
     r"/proc/self",                                 # what the process may still read once it is confined,
     r"/dev/urandom",                               # and this
     r"/dev/null",                                  # stands in for a standard stream that is closed
@@ -59,14 +61,18 @@ class IsolationTest(unittest.TestCase):
         """Each call on files or the network that `program` makes when a shell runs the script: its
         arguments, the call's name, and the paths in it."""
         log = self.top / "log"
-        subprocess.run(["strace", "-f", "--seccomp-bpf", "-qq", "-y", "-s", "4096", "-e", "trace=%file,%network",
+        subprocess.run(["strace", "-f", "--seccomp-bpf", "-qq", "-y", "-s", "4096", "-e", "trace=%file,%network,clone3",
                         "-o", log, "sh", "-c", script],
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, cwd=self.top)
         running = {}
-        for line in log.read_text(errors="backslashreplace").splitlines():
+        lines = log.read_text(errors="backslashreplace").splitlines()
+        started = (re.match(r"(\d+) .*parent_tid=\[(\d+)\]", line) for line in lines)
+        starter = {match[2]: match[1] for match in started if match}  # of each thread
+        for line in lines:
             if not (match := CALL.match(line)):
                 continue
             pid, call, rest = match.groups()
+            pid = starter.get(pid, pid)
             texts = [[text.encode().decode("unicode_escape") for text in pair]
                      for pair in TEXT.findall(rest)]
             if call == "execve":

@@ -72,9 +72,11 @@ class CageTest(ToolTest):
             run = subprocess.run([*strace, TOOL, *row], cwd=self.dir, env=environment, capture_output=True)
             self.assertEqual((run.returncode, run.stderr), (1 if row[0] == "diff" else 0, b""), row)
             confined, looked = collections.defaultdict(set), 0  # the first for each process
-            for line in self.read("log").decode(errors="replace").splitlines():
+            log = self.read("log").decode(errors="replace")
+            threads = set(re.findall(r"parent_tid=\[(\d+)\]", log))  # of a process that was confined by then
+            for line in log.splitlines():
                 process, call = line.split(None, 1)
-                is_confined = confined[process] == set(CONFINED)
+                is_confined = process in threads or confined[process] == set(CONFINED)
                 confined[process].update(mark for mark in CONFINED if re.search(mark, call))
                 if re.match(r"pread64|read|mmap|copy_file_range", call) and app.search(call):
                     looked += 1

@@ -116,6 +116,21 @@ class Check(CheckTest):
                          ("item-damaged", "error", "/" + MODEL_PART))
         self.assertIn("qzapp check --repair bad-repaired.kvpkg bad.kvpkg", found["fix"])
 
+    def test_a_table_of_slices_that_another_program_kept_for_other_data_is_noted(self):
+        model = bytes(range(256)) * (5 << 12)  # of five slices
+        self.create()
+        self.ok("edit", "app.kvpkg", "--model", self.write("large.kvd", model))
+        self.assertEqual(self.rules("app.kvpkg"), set())
+        with zipfile.ZipFile(self.dir / "app.kvpkg") as old, \
+                zipfile.ZipFile(self.dir / "bad.kvpkg", "w", zipfile.ZIP_DEFLATED) as new:
+            for info in old.infolist():
+                content = old.read(info)
+                new.writestr(info, content[::-1] if info.filename == MODEL_PART else content)
+        (found,) = self.report("bad.kvpkg")["findings"]
+        self.assertEqual((found["rule"], found["part"]), ("item-slices", "/" + MODEL_PART))
+        extracted = self.run_tool("extract", "bad.kvpkg", "--only", "model", "-o", "-")
+        self.assertEqual((extracted.returncode, extracted.stdout == model[::-1]), (0, True))
+
     def test_a_zip_file_that_is_odd_or_refused_breaks_its_rule(self):
         whole = self.read(self.create())
         rows = [
@@ -146,6 +161,17 @@ class Check(CheckTest):
         self.assertTrue(said.endswith(b"d/app.kvpkg: no findings\n"))
         text = self.ok("check", "-", input=self.read("warned.kvpkg"))
         self.assertTrue(text.startswith("standard input: 1 warning\n"), text)
+
+    def test_answers_do_not_depend_on_threads(self):
+        for i in range(20):
+            self.create(f"{i}.kvpkg")
+            if i % 3 == 0: self.write(f"{i}.kvpkg", "no app")
+        for verb in ["check", "info"]:
+            one, four = (self.run_tool(verb, "--json", "--threads", n, ".") for n in "14")
+            self.assertEqual((one.returncode, one.stdout, one.stderr), (1, four.stdout, four.stderr))
+        for wrong in ["0", "257", "two", "-1"]:
+            self.fails_like(f'check: --threads: expected a number from 1 to 256, found "{wrong}"; see .*',
+                            "check", "--threads", wrong, ".", status=2)
 
     def test_text_apps(self):
         details = "%[app:appDetails]\n%{\n<Name>N</Name><Author>A</Author><Summary>S</Summary>" \

@@ -6,6 +6,7 @@
 #include <CLI/Error.hpp>
 #include <CLI/Formatter.hpp>
 #include <foundation/Clock.hpp>
+#include <foundation/Threads.hpp>
 
 #include <charconv>
 #include <chrono>
@@ -139,6 +140,24 @@ void declareTool(CLI::App& app) {
         "printed. SOURCE_DATE_EPOCH, in seconds since 1970, sets the time that files carry.");
 }
 
+// Far more than there is work for. A number above it is a mistake.
+constexpr unsigned kMostThreads = 256;
+
+void addThreadsOption(CLI::App& command, unsigned& threads) {
+    command
+        .add_option("--threads", threads,
+                    "Work on at most N threads; otherwise one for each processor, up to 8")
+        ->type_name("N")
+        ->check([](const std::string& text) {
+            unsigned number = 0;
+            const auto [end, fault] =
+                std::from_chars(text.data(), text.data() + text.size(), number);
+            const bool isNumber = fault == std::errc() && end == text.data() + text.size();
+            if (isNumber && number > 0 && number <= kMostThreads) return std::string();
+            return fmt::format("expected a number from 1 to {}, found \"{}\"", kMostThreads, text);
+        });
+}
+
 int parseAndRun(int argc, const char* const* argv) {
     setWarnings(report);
     setProgress([](std::uint64_t bytes) -> std::unique_ptr<ShownProgress> {
@@ -147,10 +166,12 @@ int parseAndRun(int argc, const char* const* argv) {
     CLI::App app;
     declareTool(app);
     Action action;
+    unsigned threads = 0;  // the default
     for (const Verb& verb : verbs()) {
         CLI::App* command = app.add_subcommand(verb.name, verb.summary);
         command->group("Verbs");
         command->final_callback([&action, run = verb.declare(*command)] { action = run; });
+        addThreadsOption(*command, threads);
     }
     try {
         app.parse(argc, argv);
@@ -158,6 +179,9 @@ int parseAndRun(int argc, const char* const* argv) {
         return answer(app, e, argc > 1 ? argv[1] : "");
     }
     takeTimeFromEnvironment();
+    foundation::threads::setLimit(threads);
+    static_cast<void>(
+        foundation::threads::limit());  // no cage lets it read the control group's quota
     return action();
 }
 

@@ -124,7 +124,7 @@ void send(const std::string& bytes, Kind kind) {
 void sendModel(const FileName& file) {
     const auto stream = openModel(file);
     about(file, [&] {
-        readToEnd(*stream, [](std::span<const std::byte> bytes) {
+        stream->readTo([](std::span<const std::byte> bytes) {
             print({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
         });
     });
@@ -153,7 +153,7 @@ ExtractedFile codeFile(const FileName& file) {
 
 void fillWithModel(const FileName& file, FileDescriptor& to) {
     std::uint64_t size = 0;
-    readToEnd(*openModel(file), [&](std::span<const std::byte> bytes) {
+    openModel(file)->readTo([&](std::span<const std::byte> bytes) {
         to.writeAt(bytes, size);
         size += bytes.size();
     });

@@ -23,7 +23,7 @@ void addListOptions(CLI::App& command, ListOptions& options, const char* fileHel
 void addFault(ordered_json& entry, const FileName& file,
               const std::function<std::unique_ptr<opc::InputStream>()>& open) {
     try {
-        about(file, [&] { readToEnd(*open(), [](std::span<const std::byte>) {}); });
+        about(file, [&] { open()->readTo([](std::span<const std::byte>) {}); });
     } catch (const Error& e) {
         entry["error"] = e.text();
     }

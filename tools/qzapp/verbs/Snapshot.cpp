@@ -85,7 +85,7 @@ std::string meaningHash(const Package& package, const Names& coreProperties, con
 void addHashes(PartFacts& facts, const Package& package, const Names& coreProperties,
                const Part& part) {
     Sha256 sum;
-    readToEnd(*part.getInputStream(), [&](std::span<const std::byte> bytes) { sum.update(bytes); });
+    part.getInputStream()->readTo([&](std::span<const std::byte> bytes) { sum.update(bytes); });
     facts.sha256 = sum.hex();
     facts.sha256OfMeaning = meaningHash(package, coreProperties, part, facts.sha256);
 }
@@ -112,8 +112,8 @@ PartFacts factsOf(const FileName& file, const ZipArchive& archive, const opc::zi
     try {
         about(file, [&] {
             Sha256 sum;
-            readToEnd(*archive.read(item),
-                      [&](std::span<const std::byte> bytes) { sum.update(bytes); });
+            archive.read(item)->readTo(
+                [&](std::span<const std::byte> bytes) { sum.update(bytes); });
             facts.sha256 = facts.sha256OfMeaning = sum.hex();
         });
     } catch (const Error& e) {

@@ -29,7 +29,8 @@ struct FoundItem {
     // The name in the zip directory if the item goes by the different one in its local header.
     std::string directoryName = {};
     std::optional<ContentType> type = std::nullopt;  // nullopt if the package has no type for it
-    std::string fault = {};  // why its content cannot be read; empty if it can
+    std::string fault = {};       // why its content cannot be read; empty if it can
+    bool hasStaleSlices = false;  // its table of slices does not fit; see ZipArchive::verify()
 
     bool isPart() const { return name && type; }
 };

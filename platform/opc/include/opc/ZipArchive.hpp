@@ -124,6 +124,10 @@ public:
     // need the archive. Reading throws opc::Exception, before the last byte, if the content is
     // damaged.
     std::unique_ptr<InputStream> read(const ZipItem& item) const;
+    // Reads the content of one of this archive's items to its end and throws opc::Exception if it is
+    // damaged. Returns false if the item has a table of slices (docs/format-kvpkg.md) that does not
+    // fit its data, so that only one thread can read it.
+    bool verify(const ZipItem& item) const;
 
     // The archive's comment as it is in the file; empty for a salvaged archive.
     const std::string& comment() const noexcept;

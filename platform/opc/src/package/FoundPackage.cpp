@@ -20,7 +20,6 @@ namespace {
 
 using zip::ZipItem;
 
-constexpr std::size_t kReadBytes = std::size_t{256} << 10;
 constexpr ustring_view kUnknownType = u"application/octet-stream";
 constexpr ustring_view kImageTypes = u"image/";
 
@@ -31,16 +30,11 @@ FoundItem foundAs(const ZipItem& item) {
     return found;
 }
 
-// Why the content cannot be read to its end; empty if it can.
-std::string faultOf(const zip::ZipArchive& archive, const ZipItem& item) {
+void readToEnd(const zip::ZipArchive& archive, FoundItem& found) {
     try {
-        std::vector<std::byte> buffer(kReadBytes);
-        const auto stream = archive.read(item);
-        while (stream->read(buffer) != 0) {
-        }
-        return {};
+        found.hasStaleSlices = !archive.verify(*found.item);
     } catch (const zip::ItemError& error) {
-        return error.fault();
+        found.fault = error.fault();
     }
 }
 
@@ -123,7 +117,7 @@ public:
     void run() {
         for (const ZipItem& item : package_.archive->items()) {
             package_.items.push_back(foundAs(item));
-            package_.items.back().fault = faultOf(*package_.archive, item);
+            readToEnd(*package_.archive, package_.items.back());
         }
         settleNames();
         readTypes();

@@ -74,11 +74,13 @@ void mergePairs(std::vector<SliceTable::Slice>& slices, std::uint64_t sliceSize,
     slices.resize(merged);
 }
 
+bool isTable(Bytes field) {
+    return field.size() >= kPreambleSize && asText(field).starts_with(kSignature) &&
+           asText(field)[kSignature.size()] == kVersion;
+}
+
 std::optional<SliceTable> parse(Bytes field, std::uint64_t size, std::uint64_t compressedSize) {
-    if (field.size() < kPreambleSize || !asText(field).starts_with(kSignature) ||
-        asText(field)[kSignature.size()] != kVersion) {
-        return std::nullopt;
-    }
+    if (!isTable(field)) return std::nullopt;
     const int log = std::to_integer<int>(field[kSignature.size() + 1]);
     if (log < kSmallestLog || log > kLargestLog) return std::nullopt;
     field = field.subspan(kPreambleSize);
@@ -115,6 +117,11 @@ std::string sliceField(std::vector<SliceTable::Slice> slices, std::uint64_t size
         appendDigits(content, slice.crc32, kCrcDigits);
     }
     return extraField(extra::kSlices, content);
+}
+
+bool hasSliceTable(Bytes extraFields) {
+    const auto field = findExtra(extraFields, extra::kSlices);
+    return field && isTable(field->content);
 }
 
 std::optional<SliceTable> findSliceTable(Bytes extraFields, std::uint64_t size,

@@ -32,6 +32,8 @@ inline constexpr std::uint64_t kSliceSize = std::uint64_t{1} << 20;
 // are merged until the field is at most 32 KiB. Empty if there are too few slices to be worth a field.
 std::string sliceField(std::vector<SliceTable::Slice> slices, std::uint64_t size);
 
+// Whether an item's extra fields hold a table of this version, which need not fit the item any more.
+bool hasSliceTable(format::Bytes extraFields);
 // The table among an item's extra fields; nullopt if there is none that fits the item's sizes.
 std::optional<SliceTable> findSliceTable(format::Bytes extraFields, std::uint64_t size,
                                          std::uint64_t compressedSize);

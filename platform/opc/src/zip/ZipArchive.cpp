@@ -12,9 +12,11 @@
 #include "platform/opc/src/zip/Directory.hpp"
 #include "platform/opc/src/zip/EndRecords.hpp"
 #include "platform/opc/src/zip/HiddenItems.hpp"
+#include "platform/opc/src/zip/InflatedSlices.hpp"
 #include "platform/opc/src/zip/ItemInput.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"
 #include "platform/opc/src/zip/Salvage.hpp"
+#include "platform/opc/src/zip/SliceTable.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
@@ -54,6 +56,7 @@ struct ZipArchive::State final : ByteSource {
 
     void read(ArchiveBytes& bytes);
     void readDirectoryBytes(ArchiveBytes& bytes, const format::DirectoryRecord& record);
+    static ItemContent contentOf(const std::shared_ptr<const State>& state, const ZipItem& item);
 
     fl::filesystem::path path;
     fl::filesystem::FileDescriptor file;
@@ -130,28 +133,46 @@ const ZipItem* ZipArchive::findSimilar(std::string_view name) const {
 
 namespace {
 
-// Salvaged items have no directory record.
-std::optional<SliceTable> slicesOf(const ZipItem& item) {
-    if (item.method != Method::Deflated || item.directoryRecord.empty()) return std::nullopt;
+// The extra fields of the item's directory record, which a salvaged item has not.
+format::Bytes extraFieldsOf(const ZipItem& item) {
     const format::Bytes record = format::asBytes(item.directoryRecord);
-    const auto fields = record.subspan(format::central::kHeaderSize + item.name.size())
-                            .first(format::load16(record, format::central::kExtraLength));
-    return findSliceTable(fields, item.size, item.compressedSize);
+    if (record.empty()) return {};
+    return record.subspan(format::central::kHeaderSize + item.name.size())
+        .first(format::load16(record, format::central::kExtraLength));
+}
+
+std::optional<SliceTable> slicesOf(const ZipItem& item) {
+    if (item.method != Method::Deflated) return std::nullopt;
+    return findSliceTable(extraFieldsOf(item), item.size, item.compressedSize);
 }
 
 }  // namespace
 
+ItemContent ZipArchive::State::contentOf(const std::shared_ptr<const State>& state,
+                                         const ZipItem& item) {
+    return {.source = state,
+            .offset = item.dataOffset,
+            .method = item.method,
+            .crc32 = item.crc32,
+            .compressedSize = item.compressedSize,
+            .size = item.size,
+            .hasDescriptor = item.hasDescriptor,
+            .slices = slicesOf(item),
+            .file = state->path,
+            .name = item.displayName()};
+}
+
 std::unique_ptr<InputStream> ZipArchive::read(const ZipItem& item) const {
-    return openItem({.source = state_,
-                     .offset = item.dataOffset,
-                     .method = item.method,
-                     .crc32 = item.crc32,
-                     .compressedSize = item.compressedSize,
-                     .size = item.size,
-                     .hasDescriptor = item.hasDescriptor,
-                     .slices = slicesOf(item),
-                     .file = state_->path,
-                     .name = item.displayName()});
+    return openItem(State::contentOf(state_, item));
+}
+
+bool ZipArchive::verify(const ZipItem& item) const {
+    const auto ignore = [](std::span<const std::byte>) {};
+    ItemContent content = State::contentOf(state_, item);
+    if (content.slices && inflateSlices(content, ignore) == item.size) return true;
+    content.slices.reset();
+    openItem(std::move(content))->readTo(ignore);
+    return !hasSliceTable(extraFieldsOf(item));
 }
 
 const std::string& ZipArchive::comment() const noexcept {
