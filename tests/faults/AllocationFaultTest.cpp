@@ -35,6 +35,7 @@ protected:
 
     bool isCreation_ = false;
     std::size_t step_ = kStep;
+    void (*failAllocation_)(std::size_t number, Memory then) = test_support::failAllocation;
 
 private:
     void failEach(const std::function<void()>& operation, const std::function<void(bool)>& check,
@@ -44,10 +45,10 @@ private:
                          (then == Memory::StaysExhausted ? " and all that follow" : ""));
             reset(isCreation_);
             const auto before = held();
-            test_support::failAllocation(number, then);
+            failAllocation_(number, then);
             const bool threw = throws(operation);
             const bool failed = test_support::allocationFailed();
-            test_support::failAllocation(0);
+            failAllocation_(0, then);
             EXPECT_EQ(held(), before);
             EXPECT_EQ(leftovers(), 0);
             check(threw);
@@ -65,6 +66,7 @@ class SaveAllocationTest : public AllocationFaultTest,
 TEST_P(SaveAllocationTest, LeavesTheOldFileOrTheNew) {
     isCreation_ = GetParam().isCreation;
     if (GetParam().isTool) step_ = 13;  // most of its allocations are those of the command line
+    if (GetParam().usesThreads) failAllocation_ = test_support::failAllocationOfAny;
     reset(isCreation_);
     const std::string before = content();
     GetParam().run(app(), inputs_);
@@ -89,6 +91,7 @@ class ReadAllocationTest : public AllocationFaultTest,
 
 TEST_P(ReadAllocationTest, ThrowsOrIsRight) {
     const std::string expected = GetParam().run(app(), inputs_, scratch());
+    if (GetParam().usesThreads) failAllocation_ = test_support::failAllocationOfAny;
     failEach([&] { EXPECT_EQ(GetParam().run(app(), inputs_, scratch()), expected); },
              [&](bool) { EXPECT_EQ(content(), example_); });
 }

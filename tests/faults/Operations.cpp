@@ -7,10 +7,12 @@
 #include <appserialization/KAppMetadataReader.hpp>
 #include <boost/variant/apply_visitor.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/Threads.hpp>
 #include <opc/Package.hpp>
 
 #include <random>
 #include <stdexcept>
+#include <utility>
 
 #ifdef QZ_TEST_QZAPP
 #include "tools/qzapp/cli/CommandLine.hpp"
@@ -55,6 +57,25 @@ std::string noise(std::size_t size) {
     for (char& byte : bytes)
         byte = static_cast<char>(random());
     return bytes;
+}
+
+// Lets the libraries use as many threads, whatever the machine has.
+class Threads {
+public:
+    explicit Threads(unsigned count) { foundation::threads::setLimit(count); }
+    ~Threads() { foundation::threads::setLimit(0); }
+    Threads(const Threads&) = delete;
+    Threads& operator=(const Threads&) = delete;
+};
+
+// Is deflated in four slices, the second of which does not shrink.
+std::string largeContent() {
+    constexpr std::size_t kSlice = std::size_t{1} << 20;
+    std::string content;
+    while (content.size() < kSlice)
+        content += "line " + std::to_string(content.size()) + " of a large model\n";
+    content.resize(kSlice);
+    return content + noise(kSlice) + content + content;
 }
 
 AppMetadata metadata(const char16_t* name) {
@@ -131,6 +152,15 @@ SaveOperation edit(const char* name, std::size_t saves,
         }};
 }
 
+SaveOperation usingThreads(SaveOperation operation) {
+    operation.usesThreads = true;
+    operation.run = [run = std::move(operation.run)](const auto& app, const Inputs& inputs) {
+        const Threads three(3);
+        run(app, inputs);
+    };
+    return operation;
+}
+
 std::vector<SaveOperation> makeSaveOperations() {
     std::vector<SaveOperation> operations{
         {"Create", false, true, true, 1, create},
@@ -139,6 +169,10 @@ std::vector<SaveOperation> makeSaveOperations() {
              [](auto& writer, const Inputs&) { writer.setAppMetadata(metadata(u"Edited")); }),
         edit("EditModel", 1,
              [](auto& writer, const Inputs& inputs) { writer.setAppModelFromFile(inputs.model); }),
+        usingThreads(edit("EditLargeModel", 1,
+                          [](auto& writer, const Inputs& inputs) {
+                              writer.setAppModelFromFile(inputs.largeModel);
+                          })),
         edit("SetCode", 2,
              [](auto& writer, const Inputs&) {
                  writer.setAppScreenshot(kImage, u"jpg");
@@ -177,6 +211,7 @@ std::string readScreenshot(const std::u16string& app, const Inputs&, const std::
 Inputs::Inputs()
     : oldModel(directory.write("old.kvd", noise(kSharable))),
       model(directory.write("model.kvd", "bytes of a model")),
+      largeModel(directory.write("large.kvd", largeContent())),
       code(directory.write("code.k", "function f\n  disp('hello')\nend\n")),
       image(directory.write("image.png", {kImage.begin(), kImage.end()})),
       textApp(directory.write(
@@ -185,7 +220,12 @@ Inputs::Inputs()
           "%[app:appDetails]\n%{\n<Name>Text</Name>\n<Summary>&lt;S&gt;</Summary>\n%}\n"
           "%[app:internalData]\n%{\n"
           "<RequiredProducts><Product>Core</Product></RequiredProducts>\n%}\n"
-          "%[app:thumbnail]\n%{\n<Thumbnail>data:image/png;base64,aGVsbG8=</Thumbnail>\n%}\n")) {}
+          "%[app:thumbnail]\n%{\n<Thumbnail>data:image/png;base64,aGVsbG8=</Thumbnail>\n%}\n")),
+      largeApp(directory.write("large.kvpkg", "")) {
+    AppFileWriter writer(largeApp, true);
+    writer.setAppModelFromFile(largeModel);
+    writer.close();
+}
 
 void prepareToolForSignals() {
 #ifdef QZ_TEST_QZAPP
@@ -212,6 +252,13 @@ const std::vector<ReadOperation>& readOperations() {
              AppFileReader(app).copyAppDataToTempFile(scratch);
              return test_support::readFile(scratch);
          }},
+        {"CopyLargeModel",
+         [](const auto&, const auto& inputs, const auto& scratch) {
+             const Threads three(3);
+             AppFileReader(inputs.largeApp).copyAppDataToTempFile(scratch);
+             return test_support::readFile(scratch);
+         },
+         true},
         {"TextApp", readTextApp},
     };
     return operations;
@@ -235,7 +282,7 @@ std::string readPackage(const std::u16string& app) {
     std::string contents;
     for (const auto& part : package.getParts()) {
         names += part.getName().toString() + u"=" + part.getContentType().toString() + u";";
-        const auto bytes = readAll(part, 1 << 20);
+        const auto bytes = readAll(part, 8 << 20);
         contents.append(bytes.begin(), bytes.end());
     }
     for (const auto& each : package.getRelationships())

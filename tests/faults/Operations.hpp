@@ -14,7 +14,8 @@ struct Inputs {
     Inputs();  // makes the files
 
     const test_support::TemporaryDirectory directory;
-    const std::u16string oldModel, model, code, image, textApp;
+    const std::u16string oldModel, model, largeModel, code, image, textApp;
+    const std::u16string largeApp;  // with largeModel, which several threads inflate
 };
 
 // Something that saves an app file, or an exception when it fails.
@@ -25,6 +26,7 @@ struct SaveOperation {
     bool replacesAnyFile;  // also one that it has not seen
     std::size_t saves;     // each of which is whole or not at all
     std::function<void(const std::u16string& app, const Inputs& inputs)> run;
+    bool usesThreads = false;  // of its own, which takes long
 };
 const std::vector<SaveOperation>& saveOperations();
 // Has signals end this process as they end the tool.
@@ -35,6 +37,7 @@ struct ReadOperation {
     const char* name;
     std::string (*run)(const std::u16string& app, const Inputs& inputs,
                        const std::u16string& scratch);
+    bool usesThreads = false;
 };
 const std::vector<ReadOperation>& readOperations();
 

@@ -17,12 +17,31 @@ std::size_t peakStart = 0;
 thread_local std::size_t countdown = 0;
 thread_local Memory afterwards = Memory::IsThereAgain;
 thread_local bool failed = false;
+// Those of all threads together.
+std::atomic<std::size_t> countdownOfAll = 0;
+std::atomic<Memory> afterwardsOfAll = Memory::IsThereAgain;
+std::atomic<bool> failedOfAny = false;
 
-// Whether the allocation that is requested now must fail.
-bool fails() noexcept {
+bool failsForAll() noexcept {
+    std::size_t left = countdownOfAll;
+    const bool stays = afterwardsOfAll == Memory::StaysExhausted;
+    while (left != 0 &&
+           !countdownOfAll.compare_exchange_weak(left, left == 1 && stays ? 1 : left - 1)) {
+    }
+    if (left == 1) failedOfAny = true;
+    return left == 1;
+}
+
+bool failsForThis() noexcept {
     if (countdown == 0 || --countdown != 0) return false;
     if (afterwards == Memory::StaysExhausted) countdown = 1;
     failed = true;
+    return true;
+}
+
+// Whether the allocation that is requested now must fail.
+bool fails() noexcept {
+    if (!failsForThis() && !failsForAll()) return false;
     errno = ENOMEM;
     return true;
 }
@@ -64,8 +83,14 @@ void failAllocation(std::size_t number, Memory then) noexcept {
     failed = false;
 }
 
+void failAllocationOfAny(std::size_t number, Memory then) noexcept {
+    afterwardsOfAll = then;
+    failedOfAny = false;
+    countdownOfAll = number;
+}
+
 bool allocationFailed() noexcept {
-    return failed;
+    return failed || failedOfAny;
 }
 
 }  // namespace test_support

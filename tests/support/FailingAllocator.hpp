@@ -21,6 +21,8 @@ std::size_t peakBytes() noexcept;
 enum class Memory { IsThereAgain, StaysExhausted };
 inline constexpr Memory kMemories[] = {Memory::IsThereAgain, Memory::StaysExhausted};
 void failAllocation(std::size_t number, Memory then = Memory::IsThereAgain) noexcept;
+// The same for the allocations of all threads together.
+void failAllocationOfAny(std::size_t number, Memory then = Memory::IsThereAgain) noexcept;
 // Whether that allocation has been requested, and so has failed.
 bool allocationFailed() noexcept;
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <mutex>
 #include <utility>
 
 #include "tests/support/TemporaryDirectory.hpp"
@@ -78,6 +79,8 @@ void halve(Other&) {}
 // Makes a call with the fault that is due, if any, and logs it. `really` makes the real call.
 template <class Really, class... Each>
 ssize_t watched(std::string_view name, Really really, Each&... arguments) {
+    static std::mutex oneAtATime;
+    const std::lock_guard lock(oneAtATime);
     const Fault* const fault = current->begin(name);
     const auto is = [&](Fault::Kind kind) { return fault != nullptr && fault->kind == kind; };
     Arguments described;

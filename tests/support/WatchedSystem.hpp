@@ -48,7 +48,7 @@ struct Fault {
 // As long as it exists, logs all calls through fl::filesystem::systemCalls() and all reads and
 // writes of the standard file streams, and lets a Fault happen at one of them. Does not really
 // sleep, but advances a clock of its own. fsync is logged and not carried out; Disk shows its
-// effect. Only one may exist at a time, used by one thread.
+// effect. Only one may exist at a time. Calls of several threads are logged one after the other.
 class WatchedSystem {
 public:
     // The abilities of the file system that it simulates.

@@ -4,6 +4,7 @@
 
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/SliceTable.hpp"
+#include "platform/opc/src/zip/ZipError.hpp"
 
 #include <algorithm>
 #include <memory>
@@ -93,12 +94,12 @@ private:
     }
 
     bool read(Slot& slot) const {
+        slot.data.resize(table_->slices[slot.index].compressedSize);
         try {
-            slot.data.resize(table_->slices[slot.index].compressedSize);
             return item_->source->readAt(slot.data, item_->offset + offsets_[slot.index]) ==
                    slot.data.size();
-        } catch (const std::system_error&) {
-            return false;
+        } catch (const std::system_error& error) {
+            throwItemError(item_->file, item_->name, error.what());
         }
     }
 
