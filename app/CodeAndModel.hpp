@@ -3,10 +3,7 @@
 #include <opc/Names.hpp>
 #include <opc/Streams.hpp>
 
-#include <cstddef>
-#include <functional>
 #include <memory>
-#include <span>
 #include <string>
 
 #include "app/FileName.hpp"

@@ -2,7 +2,6 @@
 
 #include <foundation/Threads.hpp>
 
-#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>

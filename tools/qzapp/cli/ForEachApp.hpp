@@ -6,6 +6,7 @@
 
 #include "app/FileName.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
+#include "tools/qzapp/cli/Report.hpp"
 
 namespace qzapp {
 

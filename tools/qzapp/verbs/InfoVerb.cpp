@@ -28,7 +28,6 @@
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/ForEachApp.hpp"
-#include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/Program.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/verbs/Verbs.hpp"

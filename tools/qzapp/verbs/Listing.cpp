@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <span>
 
-#include "app/CodeAndModel.hpp"
 #include "app/Errors.hpp"
 #include "app/Shown.hpp"
 #include "tools/qzapp/cli/Report.hpp"

@@ -1,12 +1,14 @@
 #include "platform/opc/src/zip/InflatedSlices.hpp"
 
 #include <foundation/Threads.hpp>
+#include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/SliceTable.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <stdexcept>
 #include <system_error>

@@ -1,7 +1,5 @@
 #include "platform/opc/src/zip/ItemInput.hpp"
 
-#include <opc/Exception.hpp>
-
 #include <foundation/Threads.hpp>
 
 #include "platform/opc/src/zip/Deflate.hpp"

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <opc/Streams.hpp>
-#include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/ItemEncoder.hpp"

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstddef>
+#include <string_view>
 
 namespace opc::zip {
 

@@ -4,6 +4,7 @@
 
 #include <foundation/Shown.hpp>
 
+#include <optional>
 #include <system_error>
 #include <utility>
 

@@ -161,7 +161,7 @@ struct ItemRecord {
     std::uint32_t crc32 = 0;
     std::uint64_t compressedSize = 0;
     std::uint64_t size = 0;
-    std::uint64_t offset = 0;  // of the local header in the file
+    std::uint64_t offset = 0;               // of the local header in the file
     std::string_view directoryFields = {};  // whole extra fields, for the directory record only
 };
 
