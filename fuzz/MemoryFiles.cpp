@@ -23,7 +23,7 @@ namespace fuzz::memory {
 namespace {
 
 constexpr std::string_view kDirectory = "/memory";
-constexpr std::string_view kOpenFiles = "/proc/self/fd/";
+constexpr std::string_view kOpenFiles = "/proc/thread-self/fd/";
 constexpr ino_t kInodeOfDirectory = 1;
 constexpr int kDescriptors = 1 << 24;  // the first one, far above those of the system
 
@@ -140,7 +140,20 @@ int fstatOf(int file, struct stat* result) {
     return statusOf(opened(file), result);
 }
 
+// The descriptor whose entry in /proc has this name; -1 for another name.
+int descriptorIn(std::string_view name) {
+    int descriptor = -1;
+    if (name.starts_with(kOpenFiles)) {
+        name.remove_prefix(kOpenFiles.size());
+        std::from_chars(name.data(), name.data() + name.size(), descriptor);
+    }
+    return descriptor;
+}
+
 int fstatAt(int start, const char* given, struct stat* result, int flags) {
+    if (const int descriptor = descriptorIn(given); isOurs(descriptor)) {
+        return statusOf(opened(descriptor), result);
+    }
     const auto name = nameHere(start, given);
     if (!name) return state().system.fstatat(start, given, result, flags);
     return statusOf(find(*name), result);
@@ -203,10 +216,7 @@ int changeMode(int descriptor, mode_t mode) {
 int linkAt(int sourceStart, const char* source, int start, const char* given, int flags) {
     const auto name = nameHere(start, given);
     if (!name) return state().system.linkat(sourceStart, source, start, given, flags);
-    const std::string_view text = source;
-    int descriptor = -1;
-    if (text.starts_with(kOpenFiles))
-        std::from_chars(text.data() + kOpenFiles.size(), text.data() + text.size(), descriptor);
+    const int descriptor = descriptorIn(source);
     require(isOurs(descriptor), "the library links only files that are open");
     return state().names.emplace(*name, opened(descriptor)).second ? 0 : failed(EEXIST);
 }

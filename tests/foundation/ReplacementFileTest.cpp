@@ -8,17 +8,22 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/file.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <functional>
+#include <iostream>
 #include <optional>
 #include <set>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace fl::filesystem {
@@ -490,18 +495,85 @@ TEST_F(ReplacementFileTest, FindsATemporaryNameBesideTheLongestOne) {
     EXPECT_EQ(files(), std::set<std::string>{longest});
 }
 
+// There may be none, or a sandbox may have files of its own there.
 TEST_F(ReplacementFileTest, NeedsNoProc) {
-    const WatchedSystem system;
-    systemCalls().fstatat = [](int directory, const char* file, struct stat* result, int flags) {
-        return std::string_view(file) == "/proc/self/fd"
-                   ? (errno = ENOENT, -1)
-                   : ::fstatat(directory, file, result, flags);
+    static const char* instead = nullptr;
+    for (const char* other : {"/nowhere", "/proc/version"}) {
+        instead = other;
+        const WatchedSystem system;
+        systemCalls().fstatat = [](int start, const char* file, struct stat* result, int flags) {
+            const bool isInProc = std::string_view(file).starts_with("/proc/");
+            return ::fstatat(start, isInProc ? instead : file, result, flags);
+        };
+        systemCalls().linkat = [](int, const char*, int, const char*, int) {
+            return (errno = ENOENT, -1);
+        };
+        EXPECT_EQ(complaint(name("a")), "");
+        EXPECT_EQ(files(), std::set<std::string>{"a"});
+    }
+}
+
+TEST_F(ReplacementFileTest, PutsNothingButWhatWasWrittenInItsPlace) {
+    write("a", "old");
+    write("other", "other");
+    static const std::string other = file("other").native();
+    const auto really = systemCalls().linkat;
+    systemCalls().linkat = [](int, const char*, int directory, const char* free, int) {
+        return ::linkat(AT_FDCWD, other.c_str(), directory, free, 0);
     };
-    systemCalls().linkat = [](int, const char*, int, const char*, int) {
-        return (errno = ENOENT, -1);
+    EXPECT_EQ(complaint(name("a")), "a: cannot name the temporary file: Bad file descriptor");
+    systemCalls().linkat = really;
+    EXPECT_EQ(readFile(file("a")), "old");
+    EXPECT_EQ(files(), (std::set<std::string>{"a", "other"}));
+}
+
+// Ways in which the descriptors of a thread are not those that the main thread has.
+TEST_F(ReplacementFileTest, SavesFromAThreadWithDescriptorsOfItsOwn) {
+    const auto saveElsewhere = [this](bool mainEnds) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            write("other", "other");
+            std::thread thread([&] {
+                if (::unshare(CLONE_FILES) != 0) ::_exit(2);
+                if (mainEnds) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                const std::string complaint_ = complaint(name("a"));
+                std::cerr << complaint_;
+                ::_exit(complaint_.empty() ? 0 : 1);
+            });
+            // What the main thread has under the numbers that the other one is going to use.
+            for (int i = 0; i < 20; ++i)
+                ::open(file("other").c_str(), O_RDONLY | O_CLOEXEC);
+            if (mainEnds) ::syscall(SYS_exit, 0);  // as pthread_exit(), but unwinds nothing
+            thread.join();
+        }
+        int status = -1;
+        ::waitpid(child, &status, 0);
+        return status;
     };
-    EXPECT_EQ(complaint(name("a")), "");
-    EXPECT_EQ(files(), std::set<std::string>{"a"});
+    for (const bool mainEnds : {false, true}) {
+        stdfs::remove(file("a"));
+        EXPECT_EQ(saveElsewhere(mainEnds), 0);
+        EXPECT_EQ(readFile(file("a")), "new");
+    }
+}
+
+TEST_F(ReplacementFileTest, KeepsWhatIsLoggedToClosedStreamsOutOfTheFile) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+            ::close(stream);
+        const SaveTarget found(name("a"));
+        ReplacementFile replacement(found);
+        fstream stream(name("b"), std::ios::out);
+        const bool isLogged = ::write(STDERR_FILENO, "log", 3) == 3;
+        replacement.file().writeAt(std::as_bytes(std::span("new", 3)), 0);
+        replacement.commit();
+        ::_exit(isLogged ? 1 : 0);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(readFile(file("a")) + readFile(file("b")), "new");
 }
 
 TEST_F(ReplacementFileTest, ReplacesNoNewFileWhereARenameCannotRefuseTo) {

@@ -1,3 +1,4 @@
+#include <foundation/ProcessMark.hpp>
 #include <foundation/Threads.hpp>
 
 #include <dlfcn.h>
@@ -40,6 +41,7 @@ namespace foundation::threads {
 namespace {
 
 constexpr std::size_t kItems = 200;
+constexpr int kNotPermitted = 77;
 
 class PipelineTest : public testing::Test {
 protected:
@@ -266,6 +268,33 @@ TEST_F(PipelineTest, EndsInAForkedChildAndGoesOnInTheParent) {
     EXPECT_EQ(status, 0);
 }
 #endif
+
+// The first processes of two containers have the same number.
+TEST(ProcessMarkTest, KnowsAForkedChildWithTheNumberOfItsParent) {
+    const auto inContainer = [](auto work) {
+        if (::unshare(CLONE_NEWPID) != 0) ::_exit(kNotPermitted);
+        const pid_t first = ::fork();
+        if (first == 0) ::_exit(work());
+        int status = -1;
+        ::waitpid(first, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::_exit(inContainer([&] {
+            const ProcessMark mark;
+            const pid_t number = ::getpid();
+            const int status = inContainer([&] {
+                return ::getpid() != number ? 2 : mark.isOfThisProcess() ? 1 : 0;
+            });
+            return status == 0 && !mark.isOfThisProcess() ? 3 : status;
+        }));
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    if (status == W_EXITCODE(kNotPermitted, 0)) GTEST_SKIP() << "containers are not permitted here";
+    EXPECT_EQ(status, 0);
+}
 
 TEST(LimitTest, IsWhatTheProcessMayUseUnlessItIsSet) {
     setLimit(0);

@@ -223,7 +223,9 @@ TEST_F(CorePropertiesManagerTest, ARefusedSetChangesNothing) {
          "/docProps/korval.xml: release: the character U+0001 at index 3 is not allowed in XML; "
          "remove it"},
         {late,
-         "/docProps/core.xml: modified: the year 10000 cannot be written; expected 0 to 9999"},
+         "/docProps/core.xml: modified: a time of 253402300800 seconds since 1970 cannot be "
+         "written; "
+         "expected one in the years 0 to 9999"},
         {large,
          "/docProps/core.xml: once written: the XML is larger than 16 MiB; remove some of it"},
     };
@@ -233,6 +235,11 @@ TEST_F(CorePropertiesManagerTest, ARefusedSetChangesNothing) {
     for (const auto& row : rows) {
         EXPECT_THAT([&] { manager.setCoreProperties(row.first); },
                     ThrowsMessage<Exception>(EndsWith(row.second)));
+    }
+    // The years of these, if cut to 16 bits, could be written.
+    for (const std::int64_t milliseconds : {2'100'000'000'000, -2'067'929'913'600}) {
+        late.setLastModifiedTime(Seconds(std::chrono::seconds(milliseconds)));
+        EXPECT_THROW(manager.setCoreProperties(late), Exception);
     }
     package.close();
     EXPECT_EQ(test_support::readFile(directory.path() / "p.zip"), before);

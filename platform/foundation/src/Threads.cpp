@@ -1,5 +1,7 @@
 #include <foundation/Threads.hpp>
 
+#include <foundation/ProcessMark.hpp>
+
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
@@ -143,7 +145,7 @@ public:
         }
     }
 
-    bool isInSameProcess() const noexcept { return ::getpid() == process_; }
+    bool isInSameProcess() const noexcept { return process_.isOfThisProcess(); }
 
 private:
     struct Outcome {
@@ -226,7 +228,7 @@ private:
     }
 
     const Pipeline* stages_;
-    const pid_t process_ = ::getpid();
+    const ProcessMark process_;
     std::mutex mutex_;
     std::condition_variable changed_;
     // Guarded by the mutex, but only the calling thread changes what is fed, taken and ended.

@@ -40,7 +40,10 @@ PLATFORM_API std::optional<FileStamp> findStamp(const path& file);
 class PLATFORM_API FileDescriptor {
 public:
     FileDescriptor() = default;
-    explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+    // Takes over what the system has opened; -1 (with errno) gives an empty object. The numbers of the
+    // standard streams are exchanged for a higher one, so that no message ends in a file if they are
+    // closed; if none is free, the object is empty, and errno says so.
+    explicit FileDescriptor(int opened) noexcept : descriptor_(aboveStandardStreams(opened)) {}
     FileDescriptor(FileDescriptor&& other) noexcept
         : descriptor_(std::exchange(other.descriptor_, -1)) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept;
@@ -81,6 +84,8 @@ public:
     void startWriteback(std::uint64_t offset, std::uint64_t size);
 
 private:
+    static int aboveStandardStreams(int opened) noexcept;
+
     int descriptor_ = -1;
 };
 

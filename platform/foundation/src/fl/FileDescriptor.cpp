@@ -123,6 +123,15 @@ FileStamp stampOf(const struct stat& status) noexcept {
             .modifiedNanoseconds = status.st_mtim.tv_nsec};
 }
 
+int FileDescriptor::aboveStandardStreams(int opened) noexcept {
+    if (opened < 0 || opened > STDERR_FILENO) return opened;
+    const int moved = ::fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    systemCalls().close(opened);
+    errno = error;
+    return moved;
+}
+
 FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
     if (this != &other) {
         FileDescriptor closed(std::exchange(descriptor_, std::exchange(other.descriptor_, -1)));

@@ -4,6 +4,7 @@
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/ProcessMark.hpp>
 #include <foundation/Shown.hpp>
 
 #include <fcntl.h>
@@ -124,18 +125,31 @@ std::string withFreeName(const std::string& target, const char* what, Create cre
 
 constexpr const char* kCannotCreate = "cannot create a temporary file in the directory";
 
-// An open file without a name gets one by linking its entry in this directory.
-constexpr const char* kOpenFiles = "/proc/self/fd";
+// The entry of an open file by which it can be linked to a name. It is that of this thread, because a
+// thread may have descriptors of its own, and the main thread may have ended.
+std::string entryOf(const FileDescriptor& file) {
+    return "/proc/thread-self/fd/" + std::to_string(file.get());
+}
 
-// Whether kOpenFiles can be used. A sandbox may lack it or forbid looking into it.
-bool canLinkOpenFiles() {
-    struct stat ignored {};
-    const int status =
-        retryInterrupted([&] { return systemCalls().fstatat(AT_FDCWD, kOpenFiles, &ignored, 0); });
-    if (status == 0) return true;
-    const bool isClosed = errno == ENOENT || errno == ENOTDIR || errno == EACCES || errno == EPERM;
-    if (!isClosed) throwSystemError(errno, "cannot look into /proc");
-    return false;
+// 0 if a name leads to this very file, otherwise why not: EBADF if it leads to another one.
+int errorOfName(int directory, const char* name, int flags, const FileDescriptor& file) {
+    struct stat found {};
+    if (retryInterrupted([&] { return systemCalls().fstatat(directory, name, &found, flags); }) <
+        0) {
+        return errno;
+    }
+    const FileStamp stamp = file.stamp();
+    return found.st_dev == stamp.device && found.st_ino == stamp.inode ? 0 : EBADF;
+}
+
+// Whether the file can be linked by its entry. A sandbox may lack /proc, forbid looking into it, or have
+// a folder of its own there.
+bool canBeLinked(const FileDescriptor& file) {
+    const int error = errorOfName(AT_FDCWD, entryOf(file).c_str(), 0, file);
+    const bool isClosed =
+        error == EBADF || error == ENOENT || error == ENOTDIR || error == EACCES || error == EPERM;
+    if (error != 0 && !isClosed) throwSystemError(error, "cannot look into /proc");
+    return error == 0;
 }
 
 // Opens a file without a name. Returns an empty descriptor if the file system does not support
@@ -527,8 +541,8 @@ struct ReplacementFile::State {
     // Opened before `file`: if it needs a name for a moment, no second temporary file exists yet.
     FileDescriptor model;
     FileDescriptor file;
-    std::string name;            // in the directory; empty while the file has none
-    pid_t process = ::getpid();  // the one that may remove the name
+    std::string name;                 // in the directory; empty while the file has none
+    foundation::ProcessMark process;  // of the one that may remove the name
 
     void create();
     void link();
@@ -538,16 +552,22 @@ struct ReplacementFile::State {
 
 void ReplacementFile::State::create() {
     model = target->openModel();
-    if (canLinkOpenFiles()) file = openUnnamed(target->directory, kPrivate);
-    if (!file) name = openNamed(target->directory, target->name, kPrivate, file);
+    file = openUnnamed(target->directory, kPrivate);
+    if (file && canBeLinked(file)) return;
+    file = {};
+    name = openNamed(target->directory, target->name, kPrivate, file);
 }
 
 void ReplacementFile::State::link() {
-    const std::string self = std::string(kOpenFiles) + "/" + std::to_string(file.get());
+    const std::string entry = entryOf(file);
     const int directory = target->directory.get();
-    name = withFreeName(target->name, "cannot name the temporary file", [&](const char* free) {
-        return systemCalls().linkat(AT_FDCWD, self.c_str(), directory, free, AT_SYMLINK_FOLLOW);
+    constexpr const char* kWhat = "cannot name the temporary file";
+    name = withFreeName(target->name, kWhat, [&](const char* free) {
+        return systemCalls().linkat(AT_FDCWD, entry.c_str(), directory, free, AT_SYMLINK_FOLLOW);
     });
+    // What gets the target's name must be what was written, whatever the entry stands for by now.
+    const int error = errorOfName(directory, name.c_str(), AT_SYMLINK_NOFOLLOW, file);
+    if (error != 0) throwSystemError(error, kWhat);
 }
 
 FileStamp ReplacementFile::State::commit() {
@@ -563,7 +583,7 @@ FileStamp ReplacementFile::State::commit() {
 
 // A forked process has a copy of this object, but the temporary file still belongs to its parent.
 void ReplacementFile::State::unlink() noexcept {
-    if (!name.empty() && process == ::getpid()) removeName(target->directory, name);
+    if (!name.empty() && process.isOfThisProcess()) removeName(target->directory, name);
     name.clear();
 }
 

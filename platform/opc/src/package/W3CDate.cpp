@@ -104,13 +104,17 @@ std::optional<Seconds> parseW3CDate(std::string_view text) {
 }
 
 std::string formatW3CDate(Seconds time) {
+    // Compared as times, because the calendar's years have 16 bits.
+    constexpr Seconds kFirst = chrono::sys_days(chrono::year(0) / chrono::January / 1);
+    constexpr Seconds kBehind = chrono::sys_days(chrono::year(10'000) / chrono::January / 1);
+    if (time < kFirst || time >= kBehind) {
+        throw Exception(
+            "modified: a time of " + std::to_string(time.time_since_epoch().count()) +
+            " seconds since 1970 cannot be written; expected one in the years 0 to 9999");
+    }
     const auto day = chrono::floor<chrono::days>(time);
     const chrono::year_month_day date(day);
     const chrono::hh_mm_ss clock(time - day);
-    if (int(date.year()) < 0 || int(date.year()) > 9999) {
-        throw Exception("modified: the year " + std::to_string(int(date.year())) +
-                        " cannot be written; expected 0 to 9999");
-    }
     char text[64];
     std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02dZ", int(date.year()),
                   unsigned(date.month()), unsigned(date.day()), int(clock.hours().count()),

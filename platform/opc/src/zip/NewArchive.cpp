@@ -170,7 +170,7 @@ void NewArchive::endItem(NewItem& item) {
 }
 
 void NewArchive::cancelItem() noexcept {
-    if (!isWriting_ || ::getpid() != process_) return;
+    if (!isWriting_ || !process_.isOfThisProcess()) return;
     isWriting_ = false;
     cutAt(writingFrom_);
 }

@@ -7,9 +7,8 @@
 #include <fl/FileDescriptor.hpp>
 #include <fl/ReplacementFile.hpp>
 #include <fl/filesystem.hpp>
+#include <foundation/ProcessMark.hpp>
 #include <opc/ZipArchive.hpp>
-
-#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -150,7 +149,7 @@ private:
     std::shared_ptr<const ZipArchive> base_;
     std::shared_ptr<NewFile> file_;
     PlacedItems placed_;
-    pid_t process_ = ::getpid();
+    foundation::ProcessMark process_;
     bool isWriting_ = false;         // between startItem() and endItem() or cancelItem()
     std::uint64_t writingFrom_ = 0;  // where that item begins
     std::size_t writingHeader_ = 0;  // the size of its local header

@@ -2,8 +2,6 @@
 
 #include <foundation/Shown.hpp>
 
-#include <unistd.h>
-
 #include "platform/opc/src/zip/HiddenItems.hpp"
 #include "platform/opc/src/zip/ItemInput.hpp"
 #include "platform/opc/src/zip/ItemOutput.hpp"
@@ -32,8 +30,7 @@ ZipWriter::ZipWriter(const fl::filesystem::path& target, std::shared_ptr<const Z
     : path_(target),
       target_(aboutTarget([&] { return fl::filesystem::SaveTarget(target); })),
       base_(std::move(base)),
-      allowZip64_(allowZip64),
-      process_(::getpid()) {
+      allowZip64_(allowZip64) {
     if (!base_) return;
     target_.expect(base_->stamp());
     fates_.resize(base_->items().size(), Fate::Waiting);
@@ -43,7 +40,7 @@ void ZipWriter::checkOpen() const {
     if (isSpent_)
         throwZipError(path_, "has been saved or closed already; open it again to change it");
     // Both processes would write into the same new file.
-    if (::getpid() != process_) {
+    if (!process_.isOfThisProcess()) {
         throwZipError(path_,
                       "was opened before this process was forked; open it again to change it");
     }

@@ -6,12 +6,11 @@
 #include <fl/FileDescriptor.hpp>
 #include <fl/ReplacementFile.hpp>
 #include <fl/filesystem.hpp>
+#include <foundation/ProcessMark.hpp>
 
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"
 #include "platform/opc/src/zip/NewArchive.hpp"
-
-#include <sys/types.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -111,7 +110,7 @@ private:
     fl::filesystem::SaveTarget target_;
     std::shared_ptr<const ZipArchive> base_;
     bool allowZip64_;
-    pid_t process_;
+    foundation::ProcessMark process_;
     bool isSpent_ = false;
     DeflaterPool deflaters_;
 
