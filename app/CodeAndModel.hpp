@@ -1,6 +1,6 @@
 #pragma once
 
-#include <opc/Names.hpp>
+#include <opc/PartName.hpp>
 #include <opc/Streams.hpp>
 
 #include <memory>

@@ -4,9 +4,9 @@
 #include <fl/i18n.hpp>
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/HostProperties.hpp>
-#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PartKind.hpp>
+#include <opc/PartName.hpp>
 #include <opc/RelatedPart.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/ZipPhysicalPackage.hpp>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <opc/Names.hpp>
 #include <opc/Package.hpp>
+#include <opc/PartName.hpp>
 
 #include <cstddef>
 

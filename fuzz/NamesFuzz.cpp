@@ -2,7 +2,7 @@
 // which they lead.
 
 #include <opc/Exception.hpp>
-#include <opc/Names.hpp>
+#include <opc/PartName.hpp>
 
 #include <algorithm>
 #include <cstdint>

@@ -8,9 +8,9 @@
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/Exception.hpp>
 #include <opc/HostProperties.hpp>
-#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PartKind.hpp>
+#include <opc/PartName.hpp>
 #include <opc/RelatedPart.hpp>
 #include <opc/StandardProperties.hpp>
 #include <opc/Streams.hpp>
@@ -36,8 +36,8 @@
 #include <utility>
 
 #include "package/Layout.hpp"
-#include "package/MetadataDocument.hpp"
 #include "package/OtherMetadata.hpp"
+#include "package/ParsedMetadata.hpp"
 #include "package/PartKinds.hpp"
 #include "package/Parts.hpp"
 
@@ -88,7 +88,7 @@ private:
     void writeMinimalSetOfOPCProperties();
     Part createPartAndRelationship(const opc::model::PartKindRow& kind);
 
-    std::optional<MetadataDocument> readEarlierMetadata() const;
+    std::optional<ParsedMetadata> readEarlierMetadata() const;
     static Fallbacks fallbacksIn(const DOMElement* earlier);
     void writeMetadataPart(Part& part, const AppMetadata& metadata,
                            const DOMElement* earlier) const;
@@ -310,10 +310,10 @@ void AppFileWriter::AppFileWriterImpl::setAppMetadata(const AppMetadata& metadat
     isHalfChanged_ = false;
 }
 
-std::optional<MetadataDocument> AppFileWriter::AppFileWriterImpl::readEarlierMetadata() const {
+std::optional<ParsedMetadata> AppFileWriter::AppFileWriterImpl::readEarlierMetadata() const {
     const auto found = package_->getRelationshipsByType(layout::kMetadataRelationship);
     if (found.empty()) return std::nullopt;
-    return std::optional<MetadataDocument>(std::in_place, package_->getTarget(found.front()));
+    return std::optional<ParsedMetadata>(std::in_place, package_->getTarget(found.front()));
 }
 
 auto AppFileWriter::AppFileWriterImpl::fallbacksIn(const DOMElement* earlier) -> Fallbacks {

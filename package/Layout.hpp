@@ -8,10 +8,10 @@
 #include <foundation/JoinedText.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/ImageTypes.hpp>
-#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
 #include <opc/PartKind.hpp>
+#include <opc/PartName.hpp>
 #include <quillcode/CodePart.hpp>
 
 #include <boost/optional.hpp>

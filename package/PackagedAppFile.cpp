@@ -2,7 +2,7 @@
 
 #include <appserialization/Exceptions.hpp>
 #include <foundation/Exceptions.hpp>
-#include <opc/Names.hpp>
+#include <opc/PartName.hpp>
 
 #include <utility>
 

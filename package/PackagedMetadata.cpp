@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "package/Layout.hpp"
-#include "package/MetadataDocument.hpp"
+#include "package/ParsedMetadata.hpp"
 #include "package/Parts.hpp"
 
 namespace appserialization {
@@ -67,7 +67,7 @@ void PackagedMetadata::readMetadataPart(AppMetadata& metadata) const {
     const auto found = package().getRelationshipsByType(layout::kMetadataRelationship);
     // Several are as bad as none, because nobody could say which part is meant.
     if (found.size() != 1) return;
-    const MetadataDocument document(package().getTarget(found.front()));
+    const ParsedMetadata document(package().getTarget(found.front()));
     for (const auto* text : layout::kTextElementsAsRead) {
         ustring value = *(metadata.*text->get)();
         readStringElement(document.root(), value, text->name);

@@ -38,7 +38,7 @@ private:
                                        std::vector<ustring>& values, const ustring& listName,
                                        const ustring& itemName, const ustring& attributeName);
 
-    opc::model::XercesGuard xercesGuard_;  // for MetadataDocument
+    opc::model::XercesGuard xercesGuard_;  // for ParsedMetadata
 };
 
 }  // namespace appserialization

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <appserialization/ustring.hpp>
-#include <opc/Names.hpp>
+#include <opc/PartName.hpp>
 
 #include <cstdint>
 

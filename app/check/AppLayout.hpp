@@ -1,8 +1,8 @@
 #pragma once
 
 #include <foundation/ustring.hpp>
-#include <opc/Names.hpp>
 #include <opc/PartKind.hpp>
+#include <opc/PartName.hpp>
 #include <quillcode/CodePart.hpp>
 
 #include <algorithm>

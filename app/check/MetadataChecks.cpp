@@ -5,9 +5,9 @@
 #include <opc/Exception.hpp>
 #include <opc/FoundPackage.hpp>
 #include <opc/Limits.hpp>
-#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/PartName.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/XmlElements.hpp>
 

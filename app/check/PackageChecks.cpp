@@ -3,9 +3,9 @@
 #include <foundation/ustring.hpp>
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/FoundPackage.hpp>
-#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/PartName.hpp>
 #include <opc/Relationship.hpp>
 
 #include <algorithm>

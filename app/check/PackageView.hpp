@@ -1,7 +1,7 @@
 #pragma once
 
 #include <opc/FoundPackage.hpp>
-#include <opc/Names.hpp>
+#include <opc/PartName.hpp>
 #include <opc/ZipArchive.hpp>
 
 #include <optional>

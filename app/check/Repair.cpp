@@ -8,10 +8,10 @@
 #include <opc/FoundPackage.hpp>
 #include <opc/HostProperties.hpp>
 #include <opc/Limits.hpp>
-#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
 #include <opc/PartKind.hpp>
+#include <opc/PartName.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/StandardProperties.hpp>
 #include <opc/Streams.hpp>

@@ -84,7 +84,7 @@ const XmlRow kDocuments[] = {
 };
 
 // Read as they are; metadata that says something else than the good one's.
-const XmlRow kMetadataDocuments[] = {
+const XmlRow kParsedMetadatas[] = {
     {"<other><uuid>u</uuid></other>", "Description: \nUuid: u\nRequiredProducts: "},
     {"<x:m xmlns:x='urn:x'><x:uuid>u</x:uuid></x:m>", "Description: \nUuid: u\nRequiredProducts: "},
     {"\xEF\xBB\xBF" + uuid("\xC3\xA4"), "Uuid: ä"},
@@ -183,7 +183,7 @@ void addDocuments(Corpus& corpus, std::string_view table, std::span<const XmlRow
 void addXmlFiles(Corpus& corpus) {
     addDocuments(corpus, "xml", kDocuments,
                  "metadata: Exception: FILE: /metadata/appMetadata.xml: line ", "$FORMAT");
-    addDocuments(corpus, "metadata", kMetadataDocuments, "", "");
+    addDocuments(corpus, "metadata", kParsedMetadatas, "", "");
     for (const XmlRow& row : kHostProperties) {
         addPackagedApp(corpus, "host", row.outcome, withHostProperties(row.document),
                        std::string("part /docProps/korval.xml$METADATA") + row.outcome);

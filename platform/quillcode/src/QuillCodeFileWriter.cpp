@@ -9,7 +9,7 @@
 
 #include <opc/CoreProperties.hpp>
 #include <opc/Exception.hpp>
-#include <opc/Names.hpp>
+#include <opc/PartName.hpp>
 #include <opc/RelatedPart.hpp>
 #include <quillcode/CodePart.hpp>
 

@@ -4,9 +4,9 @@
 #include <appserialization/AppMetadataReader.hpp>
 #include <fl/i18n.hpp>
 #include <opc/Limits.hpp>
-#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/PartName.hpp>
 #include <opc/ZipArchive.hpp>
 
 #include <algorithm>

@@ -4,22 +4,20 @@
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 #include <fl/i18n.hpp>
-#include <foundation/ProcessMark.hpp>
 #include <foundation/Shown.hpp>
+
+#include "platform/foundation/src/fl/SavePlace.hpp"
+#include "platform/foundation/src/fl/TemporaryFile.hpp"
 
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/types.h>
-#include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <ctime>
-#include <random>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -28,17 +26,8 @@ namespace fl::filesystem {
 
 namespace {
 
-constexpr const char* kNotRegularFile = "is not a regular file (save under another name)";
-constexpr int kMaxLinks = 40;  // as many as the system follows
-constexpr int kNameAttempts = 100;
 constexpr mode_t kPrivate = 0600;
 constexpr mode_t kAsTheUmaskAllows = 0666;
-
-std::string parentOf(const std::string& file) {
-    const std::size_t slash = file.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : file.substr(0, slash);
-}
 
 path pathOf(const std::string& bytes) {
     try {
@@ -48,223 +37,12 @@ path pathOf(const std::string& bytes) {
     }
 }
 
-std::string nameOf(const std::string& file) {
-    return file.substr(file.rfind('/') + 1);
-}
-
-FileDescriptor openDirectory(int start, const std::string& directory) {
-    FileDescriptor opened(retryInterrupted([&] {
-        return systemCalls().openat(start, directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC,
-                                    0);
-    }));
-    if (!opened) throwSystemError(errno, "cannot open the directory \"" + directory + "\"");
-    return opened;
-}
-
-// Opens the symbolic link itself, so that its owner and its target are those of the same link.
-FileDescriptor openLink(const FileDescriptor& directory, const std::string& name) {
-    FileDescriptor link(retryInterrupted([&] {
-        return systemCalls().openat(directory.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC,
-                                    0);
-    }));
-    if (!link) throwSystemError(errno, "cannot open the symbolic link");
-    return link;
-}
-
-// Refuses another user's link in a directory where everybody may create files, such as /tmp:
-// whoever plants one there would choose which file is replaced. The system has the same rule
-// (protected_symlinks) for links that it follows, but we read the links ourselves.
-void requireTrusted(const FileDescriptor& link, const FileDescriptor& directory,
-                    const char* advice) {
-    struct stat ofLink {};
-    struct stat ofDirectory {};
-    if (systemCalls().fstat(link.get(), &ofLink) < 0 ||
-        systemCalls().fstat(directory.get(), &ofDirectory) < 0) {
-        throwSystemError(errno, "cannot look at the symbolic link");
-    }
-    constexpr mode_t kForAll = S_ISVTX | S_IWOTH;
-    if ((ofDirectory.st_mode & kForAll) != kForAll) return;
-    if (ofLink.st_uid == ::geteuid() || ofLink.st_uid == ofDirectory.st_uid) return;
-    throwSystemError(EACCES,
-                     std::string("is another user's symbolic link, in a directory where everybody "
-                                 "may put one (") +
-                         advice + ")");
-}
-
-// Cuts `base` between characters to at most `limit` bytes.
-std::string shortened(const std::string& base, std::size_t limit) {
-    if (base.size() <= limit) return base;
-    while (limit > 0 && (static_cast<unsigned char>(base[limit]) & 0xC0) == 0x80)
-        --limit;
-    return base.substr(0, limit);
-}
-
-std::string temporaryName(const std::string& target) {
-    constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz0123456789";
-    constexpr std::size_t kRandom = 6;
-    constexpr std::string_view kSuffix = ".tmp";
-    std::random_device random;
-    std::string letters;
-    for (std::size_t i = 0; i < kRandom; ++i)
-        letters += kLetters[random() % kLetters.size()];
-    const std::size_t room = NAME_MAX - kRandom - kSuffix.size() - 2;
-    std::string name = ".";
-    return name.append(shortened(target, room)).append(".").append(letters).append(kSuffix);
-}
-
-// Calls `create` with new temporary names until it creates one, and returns that name.
-template <class Create>
-std::string withFreeName(const std::string& target, const char* what, Create create) {
-    for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-        std::string name = temporaryName(target);
-        if (retryInterrupted([&] { return create(name.c_str()); }) == 0) return name;
-        if (errno != EEXIST) throwSystemError(errno, what);
-    }
-    throwSystemError(EEXIST, what);
-}
-
-constexpr const char* kCannotCreate = "cannot create a temporary file in the directory";
-
-// The entry of an open file by which it can be linked to a name. It is that of this thread, because a
-// thread may have descriptors of its own, and the main thread may have ended.
-std::string entryOf(const FileDescriptor& file) {
-    return "/proc/thread-self/fd/" + std::to_string(file.get());
-}
-
-// 0 if a name leads to this very file, otherwise why not: EBADF if it leads to another one.
-int errorOfName(int directory, const char* name, int flags, const FileDescriptor& file) {
-    struct stat found {};
-    if (retryInterrupted([&] { return systemCalls().fstatat(directory, name, &found, flags); }) <
-        0) {
-        return errno;
-    }
-    const FileStamp stamp = file.stamp();
-    return found.st_dev == stamp.device && found.st_ino == stamp.inode ? 0 : EBADF;
-}
-
-// Whether the file can be linked by its entry. A sandbox may lack /proc, forbid looking into it, or have
-// a folder of its own there.
-bool canBeLinked(const FileDescriptor& file) {
-    const int error = errorOfName(AT_FDCWD, entryOf(file).c_str(), 0, file);
-    const bool isClosed =
-        error == EBADF || error == ENOENT || error == ENOTDIR || error == EACCES || error == EPERM;
-    if (error != 0 && !isClosed) throwSystemError(error, "cannot look into /proc");
-    return error == 0;
-}
-
-// Opens a file without a name. Returns an empty descriptor if the file system does not support
-// that.
-FileDescriptor openUnnamed(const FileDescriptor& directory, mode_t mode) {
-    FileDescriptor file(retryInterrupted([&] {
-        return systemCalls().openat(directory.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode);
-    }));
-    // Systems that do not know O_TMPFILE at all fail with EISDIR or ENOENT.
-    const bool isUnsupported =
-        errno == EOPNOTSUPP || errno == EISDIR || errno == ENOENT || errno == EINVAL;
-    if (!file && !isUnsupported) throwSystemError(errno, kCannotCreate);
-    return file;
-}
-
-int removeName(const FileDescriptor& directory, const std::string& name) noexcept {
-    return retryInterrupted(
-        [&] { return systemCalls().unlinkat(directory.get(), name.c_str(), 0); });
-}
-
-std::string openNamed(const FileDescriptor& directory, const std::string& target, mode_t mode,
-                      FileDescriptor& file) {
-    return withFreeName(target, kCannotCreate, [&](const char* name) {
-        file = FileDescriptor(systemCalls().openat(
-            directory.get(), name, O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC | O_NOFOLLOW, mode));
-        return file ? 0 : -1;
-    });
-}
-
-// Creates a file without a name on any file system: if it has to be created with one, removes that.
-FileDescriptor createScratch(const FileDescriptor& directory, const std::string& target,
-                             mode_t mode) {
-    FileDescriptor file = openUnnamed(directory, mode);
-    if (file) return file;
-    const std::string name = openNamed(directory, target, mode, file);
-    if (removeName(directory, name) < 0) {
-        throwSystemError(errno, "cannot remove a temporary file");
-    }
-    return file;
-}
-
 void syncFile(const FileDescriptor& file) {
     if (systemCalls().fsync(file.get()) < 0) throwSystemError(errno, "cannot make it durable");
 }
 
 [[noreturn]] void throwChanged() {
     throwSystemError(EBUSY, kChangedMeanwhile);
-}
-
-// Where a name leads after its symbolic links have been followed.
-struct Place {
-    std::string path;
-    FileDescriptor directory;
-    std::string name;                  // in the directory
-    std::optional<struct stat> found;  // what is there, if anything
-    bool isLinked = false;             // whether a symbolic link led here
-};
-
-// Opens the working directory, so that a relative name means the same later. Returns an empty
-// descriptor for an absolute name.
-FileDescriptor openStart(const path& given) {
-    if (given.native().starts_with(u'/')) return {};
-    FileDescriptor opened(retryInterrupted(
-        [] { return systemCalls().openat(AT_FDCWD, ".", O_PATH | O_DIRECTORY | O_CLOEXEC, 0); }));
-    if (!opened) throwSystemError(errno, "cannot open the working directory");
-    return opened;
-}
-
-// Follows the links of the last component. The system could not do this for us, because a dangling
-// link has to lead to the place where its target will be created.
-Place follow(const path& given, const FileDescriptor& start) {
-    Place place;
-    place.path = detail::make_native_access_form_i18n(given);
-    if (place.path.empty()) throwSystemError(ENOENT, "cannot be saved under this name");
-    for (int links = 0; links <= kMaxLinks; ++links) {
-        place.directory = openDirectory(start ? start.get() : AT_FDCWD, parentOf(place.path));
-        place.name = nameOf(place.path);
-        if (place.name.empty() || place.name == "." || place.name == "..") {
-            throwSystemError(EISDIR, kNotRegularFile);
-        }
-        place.found = find(place.directory, place.name);
-        if (!place.found || !S_ISLNK(place.found->st_mode)) return place;
-        const std::string target =
-            readTrustedLink(place.directory, place.name, "save under another name");
-        place.isLinked = true;
-        place.path =
-            target.starts_with('/') ? target : parentOf(place.path).append("/").append(target);
-    }
-    throwSystemError(ELOOP, "cannot follow its symbolic links (save under another name)");
-}
-
-// Throws unless the system reaches the same file through the links as follow() did. The text of a
-// link in /proc need not be the name of what it leads to: the file of "/proc/self/fd/7" may have
-// been removed, may never have had a name, or may have it where this process cannot see it. A save
-// must not create or replace another file instead.
-void requireWhatLinkLeadsTo(Place& place, const path& given, const FileDescriptor& start) {
-    const std::string name = detail::make_native_access_form_i18n(given);
-    struct stat meant {};
-    if (retryInterrupted([&] {
-            return systemCalls().fstatat(start ? start.get() : AT_FDCWD, name.c_str(), &meant, 0);
-        }) < 0) {
-        if (errno == ENOENT || errno == ENOTDIR) return;  // a dangling link
-        throwSystemError(errno, "cannot follow its symbolic links");
-    }
-    const auto isFound = [&] {
-        return place.found && place.found->st_dev == meant.st_dev &&
-               place.found->st_ino == meant.st_ino;
-    };
-    if (isFound()) return;
-    place.found = find(place.directory, place.name);  // somebody may have saved it in between
-    if (!isFound()) {
-        throwSystemError(ENOENT,
-                         "is a link to an open file, which has no name here to be saved under "
-                         "(save under another name)");
-    }
 }
 
 // The time by a clock that nobody can set.
@@ -323,17 +101,6 @@ bool SaveLock::acquire() const {
 }
 
 }  // namespace
-
-std::string readTrustedLink(const FileDescriptor& directory, const std::string& name,
-                            const char* advice) {
-    const FileDescriptor link = openLink(directory, name);
-    requireTrusted(link, directory, advice);
-    std::array<char, PATH_MAX> target{};
-    const ssize_t size = retryInterrupted(
-        [&] { return systemCalls().readlinkat(link.get(), "", target.data(), target.size()); });
-    if (size < 0) throwSystemError(errno, "cannot read the symbolic link");
-    return {target.data(), static_cast<std::size_t>(size)};
-}
 
 struct SaveTarget::State {
     path given;
@@ -537,78 +304,48 @@ FileDescriptor SaveTarget::createScratchFile() const {
 }
 
 struct ReplacementFile::State {
-    std::shared_ptr<const SaveTarget::State> target;
-    // Opened before `file`: if it needs a name for a moment, no second temporary file exists yet.
-    FileDescriptor model;
-    FileDescriptor file;
-    std::string name;                 // in the directory; empty while the file has none
-    foundation::ProcessMark process;  // of the one that may remove the name
+    explicit State(std::shared_ptr<const SaveTarget::State> where)
+        : target(std::move(where)),
+          model(target->openModel()),
+          temporary(target->directory, target->name) {}
 
-    void create();
-    void link();
     FileStamp commit();
-    void unlink() noexcept;
+
+    std::shared_ptr<const SaveTarget::State> target;
+    // Opened first: if it needs a name for a moment, no second temporary file exists yet.
+    FileDescriptor model;
+    TemporaryFile temporary;
 };
 
-void ReplacementFile::State::create() {
-    model = target->openModel();
-    file = openUnnamed(target->directory, kPrivate);
-    if (file && canBeLinked(file)) return;
-    file = {};
-    name = openNamed(target->directory, target->name, kPrivate, file);
-}
-
-void ReplacementFile::State::link() {
-    const std::string entry = entryOf(file);
-    const int directory = target->directory.get();
-    constexpr const char* kWhat = "cannot name the temporary file";
-    name = withFreeName(target->name, kWhat, [&](const char* free) {
-        return systemCalls().linkat(AT_FDCWD, entry.c_str(), directory, free, AT_SYMLINK_FOLLOW);
-    });
-    // What gets the target's name must be what was written, whatever the entry stands for by now.
-    const int error = errorOfName(directory, name.c_str(), AT_SYMLINK_NOFOLLOW, file);
-    if (error != 0) throwSystemError(error, kWhat);
-}
-
 FileStamp ReplacementFile::State::commit() {
-    copyAttributes(model, file);
+    const FileDescriptor& file = temporary.file();
+    copyAttributes(model, temporary.file());
     syncFile(file);
     const FileStamp stamp = file.stamp();
-    if (name.empty()) link();
-    target->moveIntoPlace(name, model);
-    name.clear();
+    target->moveIntoPlace(temporary.name(), model);
+    temporary.forgetName();
     target->syncDirectory();
     return stamp;
 }
 
-// A forked process has a copy of this object, but the temporary file still belongs to its parent.
-void ReplacementFile::State::unlink() noexcept {
-    if (!name.empty() && process.isOfThisProcess()) removeName(target->directory, name);
-    name.clear();
-}
+ReplacementFile::ReplacementFile(const SaveTarget& target)
+    : state_(target.state_->naming([&] { return std::make_unique<State>(target.state_); })) {}
 
-ReplacementFile::ReplacementFile(const SaveTarget& target) : state_(std::make_unique<State>()) {
-    state_->target = target.state_;
-    target.state_->naming([this] { state_->create(); });
-}
-
-ReplacementFile::~ReplacementFile() {
-    state_->unlink();
-}
+ReplacementFile::~ReplacementFile() = default;
 
 FileDescriptor& ReplacementFile::file() noexcept {
-    return state_->file;
+    return state_->temporary.file();
 }
 
 void ReplacementFile::abandon() noexcept {
-    state_->unlink();
+    state_->temporary.removeName();
 }
 
 FileStamp ReplacementFile::commit() {
     try {
         return state_->target->naming([this] { return state_->commit(); });
     } catch (...) {
-        state_->unlink();
+        state_->temporary.removeName();
         throw;
     }
 }

@@ -2,8 +2,8 @@
 
 #include <foundation/Export.hpp>
 #include <foundation/ustring.hpp>
-#include <opc/Names.hpp>
 #include <opc/PartKind.hpp>
+#include <opc/PartName.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/ZipArchive.hpp>
 

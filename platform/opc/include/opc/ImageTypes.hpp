@@ -1,7 +1,7 @@
 #pragma once
 
 #include <foundation/Export.hpp>
-#include <opc/Names.hpp>
+#include <opc/PartName.hpp>
 
 #include <algorithm>
 #include <array>

@@ -4,7 +4,7 @@
 #include <foundation/Export.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/Exception.hpp>
-#include <opc/Names.hpp>
+#include <opc/PartName.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/Streams.hpp>
 #include <opc/ZipPhysicalPackage.hpp>

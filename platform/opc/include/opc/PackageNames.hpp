@@ -3,7 +3,7 @@
 #include <foundation/Export.hpp>
 #include <foundation/JoinedText.hpp>
 #include <foundation/ustring.hpp>
-#include <opc/Names.hpp>
+#include <opc/PartName.hpp>
 
 #include <optional>
 #include <string>

@@ -3,9 +3,9 @@
 #include <foundation/Export.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/HostProperties.hpp>
-#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/PartName.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/StandardProperties.hpp>
 

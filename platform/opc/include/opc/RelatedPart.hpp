@@ -2,8 +2,8 @@
 
 #include <foundation/Export.hpp>
 #include <foundation/ustring.hpp>
-#include <opc/Names.hpp>
 #include <opc/Package.hpp>
+#include <opc/PartName.hpp>
 
 namespace opc::model {
 

@@ -2,7 +2,7 @@
 
 #include <foundation/Export.hpp>
 #include <foundation/ustring.hpp>
-#include <opc/Names.hpp>
+#include <opc/PartName.hpp>
 
 #include <optional>
 #include <vector>

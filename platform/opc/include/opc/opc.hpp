@@ -5,10 +5,10 @@
 #include <opc/Exception.hpp>
 #include <opc/FoundPackage.hpp>
 #include <opc/ImageTypes.hpp>
-#include <opc/Names.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
 #include <opc/PartKind.hpp>
+#include <opc/PartName.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/Streams.hpp>
 #include <opc/XercesHelper.hpp>

@@ -5,8 +5,8 @@
 
 #include <opc/Exception.hpp>
 #include <opc/HostProperties.hpp>
-#include <opc/Names.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/PartName.hpp>
 #include <opc/RelatedPart.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/StandardProperties.hpp>

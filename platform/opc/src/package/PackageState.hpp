@@ -1,8 +1,8 @@
 #pragma once
 
 #include <foundation/ustring.hpp>
-#include <opc/Names.hpp>
 #include <opc/Package.hpp>
+#include <opc/PartName.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/Streams.hpp>
 #include <opc/ZipArchive.hpp>

@@ -1,7 +1,7 @@
 #include "platform/opc/src/package/PartStreams.hpp"
 
 #include "platform/opc/src/package/PackageState.hpp"
-#include "platform/opc/src/zip/Methods.hpp"
+#include "platform/opc/src/zip/CompressionMethods.hpp"
 
 #include <algorithm>
 

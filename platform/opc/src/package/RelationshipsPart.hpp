@@ -1,7 +1,7 @@
 #pragma once
 
 #include <foundation/ustring.hpp>
-#include <opc/Names.hpp>
+#include <opc/PartName.hpp>
 #include <opc/Relationship.hpp>
 
 #include <cstddef>

@@ -1,6 +1,6 @@
 #include "platform/opc/src/zip/DamagedFile.hpp"
 
-#include "platform/opc/src/zip/Methods.hpp"
+#include "platform/opc/src/zip/CompressionMethods.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>

@@ -6,8 +6,8 @@
 #include <iterator>
 #include <string_view>
 
+#include "platform/opc/src/zip/CompressionMethods.hpp"
 #include "platform/opc/src/zip/ItemChecks.hpp"
-#include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/StrayRecords.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 

@@ -2,7 +2,7 @@
 
 #include <opc/Exception.hpp>
 
-#include "platform/opc/src/zip/Methods.hpp"
+#include "platform/opc/src/zip/CompressionMethods.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 

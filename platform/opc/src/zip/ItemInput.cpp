@@ -2,9 +2,9 @@
 
 #include <foundation/Threads.hpp>
 
+#include "platform/opc/src/zip/CompressionMethods.hpp"
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/InflatedSlices.hpp"
-#include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 

@@ -3,10 +3,10 @@
 #include <opc/Exception.hpp>
 
 #include "platform/opc/src/zip/ArchivesWithin.hpp"
+#include "platform/opc/src/zip/CompressionMethods.hpp"
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
 #include "platform/opc/src/zip/ItemInput.hpp"
-#include "platform/opc/src/zip/Methods.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"

@@ -2,7 +2,7 @@
 
 #include <opc/ZipArchive.hpp>
 
-#include "platform/opc/src/zip/Methods.hpp"
+#include "platform/opc/src/zip/CompressionMethods.hpp"
 
 #include <algorithm>
 #include <optional>

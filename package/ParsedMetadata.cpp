@@ -1,4 +1,4 @@
-#include "package/MetadataDocument.hpp"
+#include "package/ParsedMetadata.hpp"
 
 #include <xercesc/dom/DOMDocument.hpp>
 
@@ -8,7 +8,7 @@ namespace appserialization {
 
 using opc::model::XercesHelper;
 
-MetadataDocument::MetadataDocument(const opc::model::Part& part)
+ParsedMetadata::ParsedMetadata(const opc::model::Part& part)
     : parser_(XercesHelper::createParser()) {
     const auto stream = part.getInputStream();
     root_ = XercesHelper::readDocumentFromStream(parser_, *stream, false, u"",

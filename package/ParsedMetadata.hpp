@@ -9,11 +9,11 @@ namespace appserialization {
 
 // The metadata part of a package, parsed into a DOM, which it owns. Make and destroy it while an
 // XercesGuard is alive.
-class MetadataDocument {
+class ParsedMetadata {
 public:
     // Reads the part to its end. Throws opc::Exception if it is not an XML document or exceeds the
     // bounds of the package library's XML reader. The document does not refer to the part any more.
-    explicit MetadataDocument(const opc::model::Part& part);
+    explicit ParsedMetadata(const opc::model::Part& part);
 
     // The root element; never null. Its name is not checked, because readers only look for its
     // children.

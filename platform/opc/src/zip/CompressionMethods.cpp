@@ -1,4 +1,4 @@
-#include "platform/opc/src/zip/Methods.hpp"
+#include "platform/opc/src/zip/CompressionMethods.hpp"
 
 #include <algorithm>
 #include <iterator>

@@ -1,4 +1,4 @@
-#include <opc/Names.hpp>
+#include <opc/PartName.hpp>
 
 #include <opc/Exception.hpp>
 
