@@ -3,6 +3,7 @@
 #include <appserialization/KVPKGMetadataReader.hpp>
 #include <fl/SystemCalls.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/SaveWatch.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/Exception.hpp>
 
@@ -10,8 +11,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <random>
 
@@ -412,6 +416,39 @@ TEST_F(AppFileWriterTest, ANewAppIsMadeWhereTheWriterWasConstructed) {
 }
 
 // Both processes would write into one new file.
+TEST_F(AppFileWriterTest, LeavesTheOldFileWheneverAWatchCancelsIt) {
+    good();
+    const std::string before = bytes();
+    std::string content(std::size_t{3} << 20, '\0');
+    std::generate(content.begin(), content.end(),
+                  [random = std::mt19937(1)]() mutable { return static_cast<char>(random()); });
+    const ustring model = directory_.write("large.kvd", content);
+    std::size_t reports = 0;
+    for (std::size_t most = 0; most <= reports && !HasFailure(); ++most) {
+        std::uint64_t written = reports = 0;
+        const foundation::SaveWatch watch([&](std::uint64_t more) {
+            written += more;
+            return ++reports <= most;
+        });
+        try {
+            edit([&](AppFileWriter& writer) {
+                writer.setAppModelFromFile(model);
+                writer.setAppMetadata(filledWith(u"new"));
+            });
+            EXPECT_EQ(reports, most);
+            EXPECT_GE(written, content.size());
+            EXPECT_LE(written, bytes().size());
+            EXPECT_NE(bytes(), before);
+            EXPECT_GT(most, 8u);
+            break;
+        } catch (const foundation::Cancelled&) {
+            EXPECT_EQ(bytes(), before);
+            using Iterator = std::filesystem::directory_iterator;
+            EXPECT_EQ(std::distance(Iterator(directory_.path()), Iterator()), 3);
+        }
+    }
+}
+
 TEST_F(AppFileWriterTest, SavesInTheProcessThatMadeItOnly) {
     std::string model(3'000'000, '\0');
     std::mt19937 random(1);

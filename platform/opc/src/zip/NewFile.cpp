@@ -1,5 +1,7 @@
 #include "platform/opc/src/zip/NewFile.hpp"
 
+#include <foundation/SaveWatch.hpp>
+
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <algorithm>
@@ -32,6 +34,7 @@ void NewFile::append(std::span<const std::byte> bytes) {
 // Starts to write whole pieces only, so that no block goes to the disk twice.
 void NewFile::grow(std::uint64_t size) {
     tail_ += size;
+    foundation::SaveWatch::advance(size);
     const std::uint64_t end = (tail_ - gathered_.size()) / kPiece * kPiece;
     if (end <= onItsWay_) return;
     aboutFile(name_, [&] { replacement_.file().startWriteback(onItsWay_, end - onItsWay_); });
@@ -50,6 +53,7 @@ void NewFile::appendFrom(const fl::filesystem::FileDescriptor& source, std::uint
     std::uint64_t done = aboutFile(
         name_, [&] { return replacement_.file().shareFrom(source, offset, size, tail_); });
     tail_ += done;  // grow() would be wrong here: shared blocks are on the disk already
+    foundation::SaveWatch::advance(done);
     while (done < size) {
         const std::uint64_t piece = std::min(size - done, kPiece);
         aboutFile(name_,
@@ -78,6 +82,7 @@ void NewFile::cutAt(std::uint64_t offset) {
 
 fl::filesystem::FileStamp NewFile::commit() {
     writeGathered();
+    foundation::SaveWatch::advance(0);
     return aboutTarget([&] { return replacement_.commit(); });
 }
 

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <foundation/Export.hpp>
+
+#include <cstdint>
+#include <exception>
+#include <functional>
+
+namespace foundation {
+
+// What a save throws that a SaveWatch has cancelled.
+class PLATFORM_API Cancelled : public std::exception {
+public:
+    ~Cancelled() override;
+    const char* what() const noexcept override;
+};
+
+// Follows the saves that this thread makes as long as the object exists, and can cancel them. If there
+// are several on a thread, the newest counts. Make and destroy it on the same thread.
+class PLATFORM_API SaveWatch {
+public:
+    // Called on the thread of the save whenever bytes have been handed to the new file, at least once
+    // for each 8 MiB, and before the file is synced, with the number of bytes since the last call. If it
+    // returns false, the call that is going on, which may be a setter that writes ahead of the save,
+    // throws Cancelled and the old file stays. An exception of its own has the same effect.
+    using Report = std::function<bool(std::uint64_t bytes)>;
+
+    explicit SaveWatch(Report report);
+    ~SaveWatch();
+    SaveWatch(const SaveWatch&) = delete;
+    SaveWatch& operator=(const SaveWatch&) = delete;
+
+    // For the libraries: reports to this thread's watch, if there is one, and throws what it wants.
+    static void advance(std::uint64_t bytes);
+
+private:
+    Report report_;
+    SaveWatch* outer_;
+};
+
+}  // namespace foundation
