@@ -169,6 +169,9 @@ class Check(CheckTest):
         for verb in ["check", "info"]:
             one, four = (self.run_tool(verb, "--json", "--threads", n, ".") for n in "14")
             self.assertEqual((one.returncode, one.stdout, one.stderr), (1, four.stdout, four.stderr))
+        one, four = (self.run_tool("gallery", "--threads", n, ".", "-o", "-") for n in "14")
+        self.assertEqual((one.returncode, one.stdout, one.stderr), (1, four.stdout, four.stderr))
+        self.assertEqual(one.stderr.count(b"kvpkg: "), 7)
         for wrong in ["0", "257", "two", "-1"]:
             self.fails_like(f'check: --threads: expected a number from 1 to 256, found "{wrong}"; see .*',
                             "check", "--threads", wrong, ".", status=2)

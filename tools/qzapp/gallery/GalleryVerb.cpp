@@ -5,6 +5,7 @@
 #include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
+#include <foundation/Threads.hpp>
 #include <opc/FileKind.hpp>
 
 #include <atomic>
@@ -19,6 +20,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "app/AppFolder.hpp"
 #include "app/CodeAndModel.hpp"
@@ -52,29 +54,54 @@ struct GalleryOptions {
 
 using WriteAt = std::function<void(std::string_view, std::uint64_t)>;
 
-// The card of an app, or of the reason why it cannot be read. Nothing for a source that is not an
-// app.
-std::optional<std::string> cardOf(const std::string& name, const std::string& shown,
-                                  const Complain& complain) {
+// The card of an app, or of the reason why it cannot be read.
+struct Card {
+    std::optional<std::string> html;  // none for a source that is not an app
+    std::optional<std::string> error = {};
+};
+
+Card cardOf(const std::string& name, const std::string& shown) {
     try {
         const auto file = openListed(name);
-        if (!file) return std::nullopt;
+        if (!file) return {std::nullopt};
         const auto reader = openApp(*file);
-        return about(*file, [&] {
-            std::string card =
-                appCard(shown, reader->readMetadata(), readScreenshot(*file, *reader));
+        return about(*file, [&]() -> Card {
+            Card card{appCard(shown, reader->readMetadata(), readScreenshot(*file, *reader))};
             requireUnchanged(*file);
             return card;
         });
     } catch (const Error& e) {
-        complain(e.what());
-        return failedCard(shown, e.text());
+        return {failedCard(shown, e.text()), e.what()};
     }
 }
 
-// Writes one app at a time, because all of them may not fit into memory. Returns the number of
-// apps. That is known only at the end, because each source must be read to see whether it is an
-// app, so it is written into the room that was left for it.
+// Calls `take` with the cards in the order of the files, which several threads read. Holds only a few
+// cards at a time, because all of them may not fit into memory.
+void forEachCard(const std::vector<std::string>& files, std::size_t prefix,
+                 const std::function<void(const Card&)>& take) {
+    struct Slot {
+        const std::string* file = nullptr;
+        Card card;
+    };
+    foundation::threads::Pipeline pipeline;
+    pipeline.slots = foundation::threads::limit() + 1;
+    std::vector<Slot> slots(pipeline.slots);
+    auto next = files.begin();
+    pipeline.feed = [&](std::size_t slot) {
+        if (next == files.end()) return false;
+        slots[slot].file = &*next++;
+        return true;
+    };
+    pipeline.work = [&](std::size_t slot) {
+        const std::string& file = *slots[slot].file;
+        slots[slot].card = cardOf(file, file.substr(prefix));
+    };
+    pipeline.take = [&](std::size_t slot) { take(slots[slot].card); };
+    pipeline.run();
+}
+
+// Returns the number of apps. That is known only at the end, because each source must be read to see
+// whether it is an app, so it is written into the room that was left for it.
 std::size_t writePage(const WriteAt& write, const std::string& title, const FileName& folder,
                       const AppsBelow& found, const Complain& complain) {
     const auto& [files, unlisted] = found;
@@ -89,13 +116,14 @@ std::size_t writePage(const WriteAt& write, const std::string& title, const File
     const ProgressBar progress(files.size(), done);
     std::size_t apps = 0;
     append(frame.head);
-    for (const std::string& file : files) {
-        if (const auto card = cardOf(file, file.substr(prefix), complain)) {
-            append(*card);
+    forEachCard(files, prefix, [&](const Card& card) {
+        if (card.error) complain(*card.error);
+        if (card.html) {
+            append(*card.html);
             ++apps;
         }
         ++done;
-    }
+    });
     for (const UnlistedFolder& each : unlisted) {
         complain(each.name + ": " + each.reason);
         append(failedCard(each.name.substr(prefix), each.reason));
