@@ -564,7 +564,6 @@ TEST_F(ReplacementFileTest, KeepsWhatIsLoggedToClosedStreamsOutOfTheFile) {
             ::close(stream);
         const SaveTarget found(name("a"));
         ReplacementFile replacement(found);
-        fstream stream(name("b"), std::ios::out);
         const bool isLogged = ::write(STDERR_FILENO, "log", 3) == 3;
         replacement.file().writeAt(std::as_bytes(std::span("new", 3)), 0);
         replacement.commit();
@@ -573,7 +572,7 @@ TEST_F(ReplacementFileTest, KeepsWhatIsLoggedToClosedStreamsOutOfTheFile) {
     int status = -1;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
-    EXPECT_EQ(readFile(file("a")) + readFile(file("b")), "new");
+    EXPECT_EQ(readFile(file("a")), "new");
 }
 
 TEST_F(ReplacementFileTest, ReplacesNoNewFileWhereARenameCannotRefuseTo) {

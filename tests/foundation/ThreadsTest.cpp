@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <limits>
 #include <mutex>
 #include <numeric>
 #include <set>
@@ -303,6 +304,8 @@ TEST(LimitTest, IsWhatTheProcessMayUseUnlessItIsSet) {
     EXPECT_LE(byDefault, std::min(8U, std::max(1U, std::thread::hardware_concurrency())));
     setLimit(5);
     EXPECT_EQ(limit(), 5U);
+    setLimit(std::numeric_limits<unsigned>::max());
+    EXPECT_EQ(limit(), kMostThreads);
     setLimit(0);
     EXPECT_EQ(limit(), byDefault);
 }

@@ -6,16 +6,19 @@
 #include <foundation/Clock.hpp>
 #include <foundation/Threads.hpp>
 
+#include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/InflatedSlices.hpp"
 #include "platform/opc/src/zip/NewArchive.hpp"
 #include "platform/opc/src/zip/SliceTable.hpp"
 #include "tests/opc/ZipTestSupport.hpp"
 #include "tests/support/ZipBuilder.hpp"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <zlib.h>
 
+#include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -241,6 +244,12 @@ TEST(InflatedSlices, GiveWhatAReaderWithoutTheTableGets) {
              item.table.slices.back().compressedSize += 4;
          }),
          4},
+        {"the last slice holds more than the item", changed([](Sliced& item) {
+             item.content.pop_back();
+             item.crc32 = crc32Of(item.content);
+             item.table.slices.back().crc32 = crc32Of(item.content.substr(4 * kMiB));
+         }),
+         4},
         {"content and checksum in the table changed alike", changed([](Sliced& item) {
              const auto& second = item.table.slices[1];
              std::swap(item.table.slices[1], item.table.slices[2]);
@@ -254,7 +263,7 @@ TEST(InflatedSlices, GiveWhatAReaderWithoutTheTableGets) {
         SCOPED_TRACE(row.what);
         std::uint64_t handedOut = 0;
         EXPECT_EQ(
-            inflateSlices(row.item.item(true), [&](auto piece) { handedOut += piece.size(); }),
+            inflateSlices(row.item.item(true), [&](auto piece) { handedOut += piece.size(); }).size,
             std::min<std::uint64_t>(row.slices * kMiB, row.item.content.size()));
         EXPECT_EQ(handedOut, std::min<std::uint64_t>(row.slices * kMiB, row.item.content.size()));
         const std::string expected =
@@ -262,6 +271,63 @@ TEST(InflatedSlices, GiveWhatAReaderWithoutTheTableGets) {
         EXPECT_TRUE(outcome(row.item.item(true), readTo) == expected) << expected.substr(0, 200);
         EXPECT_TRUE(outcome(row.item.item(false), readTo) == expected);
     }
+}
+
+// Data that changes when it is read for the second time.
+class Changing final : public ByteSource {
+public:
+    Changing(std::string first, std::string then)
+        : first_(std::move(first)), then_(std::move(then)) {}
+    std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override {
+        const bool isAgain = offset == 0 && wasRead_.exchange(true);
+        const std::string& data = isAgain || isOther_ ? then_ : first_;
+        if (isAgain) isOther_ = true;
+        const std::size_t count = std::min<std::size_t>(buffer.size(), data.size() - offset);
+        std::memcpy(buffer.data(), data.data() + offset, count);
+        return count;
+    }
+
+private:
+    std::string first_, then_;
+    mutable std::atomic<bool> wasRead_ = false, isOther_ = false;
+};
+
+TEST(InflatedSlices, AreNotBelievedOfAFileThatChanges) {
+    foundation::threads::setLimit(1);
+    const Sliced good(Z_FULL_FLUSH);
+    // Whoever changes the file may choose the checksum in the table.
+    Sliced other = good;
+    struct Text : ByteSink {
+        void append(std::span<const std::byte> bytes) override {
+            text.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+        }
+        std::string text;
+    } sink;
+    const std::string chosen(kMiB, 'x');
+    Deflater().deflate(std::as_bytes(std::span(chosen)), false, sink);
+    const std::string& changed = sink.text;
+    other.data.replace(0, other.table.slices[0].compressedSize, changed);
+    other.table.slices[0] = {changed.size(), crc32Of(chosen)};
+    ItemContent item = good.item(true);
+    item.slices = other.table;
+    item.source = std::make_shared<Changing>(other.data, good.data);
+    EXPECT_THAT([&] { readTo(*openItem(item)); },
+                testing::ThrowsMessage<Exception>(testing::HasSubstr("changed while it was read")));
+    foundation::threads::setLimit(0);
+}
+
+TEST(InflatedSlices, AreHandedOutOnce) {
+    for (const bool withTable : {false, true}) {
+        const Sliced good(Z_FULL_FLUSH);
+        const auto stream = openItem(good.item(withTable));
+        EXPECT_EQ(readTo(*stream).size(), good.content.size());
+        EXPECT_EQ(readTo(*stream), "");
+    }
+}
+
+TEST(SliceField, OfNoSlicesIsNone) {
+    const std::string field = format::extraField(format::extra::kSlices, "qzsl\x01\x14");
+    EXPECT_FALSE(findSliceTable(std::as_bytes(std::span(field)), 0, 0));
 }
 
 }  // namespace

@@ -415,8 +415,8 @@ TEST_F(ZipWriterTest, SavesNothingThatItCouldNotOpenAgain) {
 TEST_F(ZipWriterTest, DeflatesWhatSomeReaderWouldTakeForARecordOfTheFile) {
     const std::string ends = BuiltZip{.commentLength = 400}.bytes(),
                       wide = BuiltZip{.zip64 = true}.bytes();
-    for (const std::string& content :
-         {ends, wide, std::string(3 << 20, 'x') + ends, noise(3 << 20) + wide}) {
+    for (const std::string& content : {ends, wide, std::string(3 << 20, 'x') + ends,
+                                       noise(3 << 20) + wide, noise((3 << 20) + 30'000) + wide}) {
         const auto writer = create();
         writeItem(*writer, "a", content, {.deflate = false});
         writeItem(*writer, "b", "b");

@@ -101,6 +101,9 @@ public:
     SignalsBlocked() noexcept {
         sigset_t all;
         sigfillset(&all);
+        // These are about the thread itself, and end the process if they are blocked.
+        for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS})
+            sigdelset(&all, own);
         pthread_sigmask(SIG_SETMASK, &all, &earlier_);
     }
     ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &earlier_, nullptr); }
@@ -114,7 +117,11 @@ private:
 // One call of Pipeline::run(). Items are numbered from 0; item n is in slot n % slots.
 class Run {
 public:
-    explicit Run(const Pipeline& stages) : stages_(&stages), outcomes_(stages.slots) {}
+    explicit Run(const Pipeline& stages) : stages_(&stages), outcomes_(stages.slots) {
+        if (stages.slots == 0 || stages.workers == 0) {
+            throw std::invalid_argument("a pipeline needs a slot and a worker");
+        }
+    }
     Run(const Run&) = delete;
     Run& operator=(const Run&) = delete;
 
@@ -258,7 +265,7 @@ unsigned limit() noexcept {
 }
 
 void setLimit(unsigned most) noexcept {
-    chosenLimit = most;
+    chosenLimit = std::min(most, kMostThreads);
 }
 
 void Pipeline::run() const {

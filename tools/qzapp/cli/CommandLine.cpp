@@ -140,10 +140,8 @@ void declareTool(CLI::App& app) {
         "printed. SOURCE_DATE_EPOCH, in seconds since 1970, sets the time that files carry.");
 }
 
-// Far more than there is work for. A number above it is a mistake.
-constexpr unsigned kMostThreads = 256;
-
 void addThreadsOption(CLI::App& command, unsigned& threads) {
+    using foundation::threads::kMostThreads;
     command
         .add_option("--threads", threads,
                     "Work on at most N threads; otherwise one for each processor, up to 8")

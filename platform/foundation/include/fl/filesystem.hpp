@@ -80,19 +80,6 @@ PLATFORM_API int descriptorOf(const path& refused, int error);
 // one position, which this call moves to the start of the file.
 PLATFORM_API int openPrivateName(const path& refused, int error);
 
-// While it exists, no file that is opened gets the number of a standard stream that is closed, where
-// messages would end in the file.
-class PLATFORM_API StandardStreamsTaken {
-public:
-    StandardStreamsTaken() noexcept;
-    ~StandardStreamsTaken();
-    StandardStreamsTaken(const StandardStreamsTaken&) = delete;
-    StandardStreamsTaken& operator=(const StandardStreamsTaken&) = delete;
-
-private:
-    bool isTaken_[3] = {};  // by this object
-};
-
 }  // namespace detail
 
 // A file stream of the standard library that is opened by path. It uses the classic locale, so
@@ -107,7 +94,6 @@ public:
     basic_file_stream(const path& file, std::ios_base::openmode mode) { open(file, mode); }
 
     void open(const path& file, std::ios_base::openmode mode) {
-        const detail::StandardStreamsTaken taken;
         Stream::open(detail::make_native_access_form_i18n(file), mode);
         const bool mayBePrivate = !this->is_open() && (mode & std::ios_base::out) == 0;
         if (mayBePrivate) openPrivate(file, mode);

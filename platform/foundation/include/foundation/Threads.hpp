@@ -12,8 +12,11 @@ namespace foundation::threads {
 // (its affinity mask and the quota of its control group), and at most 8.
 PLATFORM_API unsigned limit() noexcept;
 
+// The highest limit.
+inline constexpr unsigned kMostThreads = 256;
+
 // Sets the limit for calls that begin later: 1 keeps the libraries from starting threads at all,
-// and 0 goes back to the default. Safe from any thread.
+// 0 goes back to the default, and what is above kMostThreads counts as that. Safe from any thread.
 PLATFORM_API void setLimit(unsigned most) noexcept;
 
 // Work on a sequence of items, in three stages. feed() and take() run on the calling thread, for one
@@ -37,7 +40,8 @@ struct PLATFORM_API Pipeline {
     // signals, and are not needed: if the limit leaves none, or none can be started, the calling
     // thread does everything. An exception of work() is thrown when its item would be taken, that
     // of another stage at once, in both cases after the items in work are finished; later items are
-    // neither worked on nor taken. Throws std::runtime_error in a child that a stage has forked.
+    // not taken. Throws std::runtime_error in a child that feed() or take() has forked; work() must
+    // not fork.
     void run() const;
 };
 

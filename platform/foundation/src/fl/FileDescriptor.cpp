@@ -125,7 +125,9 @@ FileStamp stampOf(const struct stat& status) noexcept {
 
 int FileDescriptor::aboveStandardStreams(int opened) noexcept {
     if (opened < 0 || opened > STDERR_FILENO) return opened;
-    const int moved = ::fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int flags = ::fcntl(opened, F_GETFD);
+    const int moved =
+        ::fcntl(opened, (flags & FD_CLOEXEC) != 0 ? F_DUPFD_CLOEXEC : F_DUPFD, STDERR_FILENO + 1);
     const int error = errno;
     systemCalls().close(opened);
     errno = error;

@@ -96,9 +96,14 @@ FileDescriptor openUnnamed(const FileDescriptor& directory, mode_t mode) {
 std::string openNamed(const FileDescriptor& directory, const std::string& target, mode_t mode,
                       FileDescriptor& file) {
     return withFreeName(target, kCannotCreate, [&](const char* name) {
-        file = FileDescriptor(systemCalls().openat(
-            directory.get(), name, O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC | O_NOFOLLOW, mode));
-        return file ? 0 : -1;
+        const int opened = systemCalls().openat(
+            directory.get(), name, O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC | O_NOFOLLOW, mode);
+        file = FileDescriptor(opened);
+        if (file || opened < 0) return file ? 0 : -1;
+        const int error = errno;  // there is a file, but no descriptor for it
+        removeName(directory, name);
+        errno = error;
+        return -1;
     });
 }
 

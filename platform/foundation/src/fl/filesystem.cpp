@@ -8,7 +8,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -128,24 +127,6 @@ std::string make_native_access_form_i18n(const path& file) {
 
 std::string make_native_access_form_with_cleanup_i18n(const ustring& name) {
     return make_native_access_form_i18n(path(ustring(withoutTrailingSeparators(name))));
-}
-
-StandardStreamsTaken::StandardStreamsTaken() noexcept {
-    for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
-        if (::fcntl(number, F_GETFD) >= 0) continue;
-        // The lowest number that is free is the one that open() gives.
-        const int opened = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-        isTaken_[number] = opened == number;
-        if (opened >= 0 && opened != number) ::close(opened);
-    }
-}
-
-StandardStreamsTaken::~StandardStreamsTaken() {
-    const int error = errno;
-    for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
-        if (isTaken_[number]) ::close(number);
-    }
-    errno = error;
 }
 
 }  // namespace detail

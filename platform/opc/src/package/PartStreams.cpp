@@ -3,7 +3,12 @@
 #include "platform/opc/src/package/PackageState.hpp"
 #include "platform/opc/src/zip/CompressionMethods.hpp"
 
+#include <foundation/Threads.hpp>
+
 #include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <span>
 
 namespace opc::model {
 
@@ -14,9 +19,55 @@ constexpr std::uint64_t kFirstRead = 4096;
 // be wrong.
 constexpr std::uint64_t kMostAtFirst = std::uint64_t{1} << 20;
 
+// What is taken from a caller at a time: little at first, because most parts are small, and then enough
+// for all threads.
+constexpr std::size_t kFirstBatch = std::size_t{256} << 10;
+constexpr std::size_t kBatchOfThread = std::size_t{3} << 20;
+
+// Fills the buffer as far as there is something, and returns how much that was.
+std::size_t fill(std::span<std::byte> buffer, const OutputStream::Next& next) {
+    std::size_t size = 0;
+    while (size < buffer.size()) {
+        const std::size_t got = next(buffer.subspan(size));
+        if (got == 0) break;
+        size += got;
+    }
+    return size;
+}
+
 }  // namespace
 
 PartTooLarge::~PartTooLarge() = default;
+
+// `take` is the caller's code and may end this stream.
+void PartInputStream::readTo(const Take& take) {
+    const auto stream = lease_->hold(name_);
+    stream->readTo([&](std::span<const std::byte> bytes) {
+        take(bytes);
+        static_cast<void>(lease_->get(name_));
+    });
+}
+
+// `next` is the caller's code and may end this stream, so it is not called while the stream below, which
+// writes to the file that is saved, is at work.
+void PartOutputStream::writeFrom(const Next& next) {
+    std::size_t room = kFirstBatch;
+    auto batch = std::make_unique_for_overwrite<std::byte[]>(room);
+    while (true) {
+        const std::size_t size = fill({batch.get(), room}, next);
+        lease_->get(name_).writeFrom([rest = std::span<const std::byte>(batch.get(), size)](
+                                         std::span<std::byte> buffer) mutable {
+            const auto piece = rest.first(std::min(rest.size(), buffer.size()));
+            std::ranges::copy(piece, buffer.begin());
+            rest = rest.subspan(piece.size());
+            return piece.size();
+        });
+        if (size < room) return;
+        if (room > kFirstBatch) continue;
+        room = kBatchOfThread * foundation::threads::limit();
+        batch = std::make_unique_for_overwrite<std::byte[]>(room);
+    }
+}
 
 void PartOutputStream::flush() {
     OutputStream& stream = lease_->get(name_);

@@ -32,17 +32,19 @@ public:
     explicit Lease(std::unique_ptr<Stream> stream) : stream_(std::move(stream)) {}
     void revoke() noexcept { stream_.reset(); }
     // Throws opc::Exception that starts with `name` if the lease was revoked.
-    Stream& get(const std::string& name) const {
+    Stream& get(const std::string& name) const { return *hold(name); }
+    // Like get(), but the stream lives on if the lease is revoked meanwhile.
+    const std::shared_ptr<Stream>& hold(const std::string& name) const {
         if (!stream_) {
             throw Exception(name +
                             ": this stream has ended: it was flushed, its part was set again "
                             "or deleted, or its package closed");
         }
-        return *stream_;
+        return stream_;
     }
 
 private:
-    std::unique_ptr<Stream> stream_;
+    std::shared_ptr<Stream> stream_;
 };
 
 // The leases that one part has granted and may have to revoke.
@@ -75,6 +77,7 @@ public:
     std::size_t read(std::span<std::byte> buffer) override {
         return lease_->get(name_).read(buffer);
     }
+    void readTo(const Take& take) override;
     const std::string& name() const noexcept override { return name_; }
 
 private:
@@ -89,6 +92,7 @@ public:
                      std::shared_ptr<Lease<OutputStream>> lease)
         : name_(std::move(name)), part_(std::move(part)), lease_(std::move(lease)) {}
     void write(std::span<const std::byte> bytes) override { lease_->get(name_).write(bytes); }
+    void writeFrom(const Next& next) override;
     // Sets the content and ends this stream, and all input streams of the content that it replaces.
     void flush() override;
     const std::string& name() const noexcept override { return name_; }

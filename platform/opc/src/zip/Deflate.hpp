@@ -25,7 +25,7 @@ public:
     Deflater();
     ~Deflater();
 
-    // Hands out the deflated `slice`: whole blocks that end at a byte boundary. Those of the last slice
+    // Hands out the deflated `slice`, of less than 4 GiB: whole blocks that end at a byte boundary. Those of the last slice
     // end the deflate stream.
     void deflate(std::span<const std::byte> slice, bool isLast, ByteSink& sink);
 

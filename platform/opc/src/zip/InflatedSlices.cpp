@@ -31,7 +31,9 @@ namespace {
 // content is the same, and its size and its checksum are compared as every reader compares them. A
 // table can only be refused: whoever can choose sizes and checksums in it gains nothing by that.
 //
-// A slice that fails any of this is not handed out, nor is any slice after it.
+// A slice that fails any of this is not handed out, nor is any slice after it. All this is true of data
+// that does not change. If the rest has to be read from front to back, what was handed out is therefore
+// compared with that reading (ItemInput).
 
 // What the slices on their way take together; see also the number of threads.
 constexpr std::uint64_t kMostMemory = std::uint64_t{32} << 20;
@@ -56,9 +58,9 @@ public:
         }
     }
 
-    std::uint64_t run() {
-        // With two in memory a slice may take half; data takes as much room as content at most.
-        if (table_->sliceSize > kMostMemory / kFewestSlots / 2) return 0;
+    SlicesTaken run() {
+        // With two in memory a slice may take half; data takes hardly more room than content.
+        if (table_->sliceSize > kMostMemory / kFewestSlots / 2) return {};
         foundation::threads::Pipeline pipeline;
         pipeline.slots = slotCount();
         slots_.resize(pipeline.slots);
@@ -66,7 +68,7 @@ public:
         pipeline.work = [this](std::size_t slot) { inflate(slots_[slot]); };
         pipeline.take = [this](std::size_t slot) { handOut(slots_[slot]); };
         pipeline.run();
-        return handedOut_;
+        return taken_;
     }
 
 private:
@@ -84,14 +86,15 @@ private:
     }
 
     bool feed(Slot& slot) {
-        if (hasMisfit_ || next_ == table_->slices.size()) return false;
+        if (taken_.hasMisfit || next_ == table_->slices.size()) return false;
         slot.index = next_++;
         return true;
     }
 
     void inflate(Slot& slot) const {
         const SliceTable::Slice& slice = table_->slices[slot.index];
-        slot.fits = slice.compressedSize <= 2 * table_->sliceSize && read(slot) && decode(slot) &&
+        const std::uint64_t mostData = table_->sliceSize + table_->sliceSize / 16;
+        slot.fits = slice.compressedSize <= mostData && read(slot) && decode(slot) &&
                     crc32(0, slot.content) == slice.crc32;
     }
 
@@ -122,14 +125,16 @@ private:
 
     // The last slice waits for the verdict on all.
     void handOut(const Slot& slot) {
-        if (hasMisfit_ || !slot.fits) {
-            hasMisfit_ = true;
+        if (taken_.hasMisfit) return;
+        const std::uint32_t crc =
+            joinedCrc32(taken_.crc32, table_->slices[slot.index].crc32, slot.content.size());
+        if (!slot.fits || (isLast(slot.index) && crc != item_->crc32)) {
+            taken_.hasMisfit = true;
             return;
         }
-        crc32_ = joinedCrc32(crc32_, table_->slices[slot.index].crc32, slot.content.size());
-        if (isLast(slot.index) && crc32_ != item_->crc32) return;
         (*take_)(slot.content);
-        handedOut_ += slot.content.size();
+        taken_.crc32 = crc;
+        taken_.size += slot.content.size();
     }
 
     const ItemContent* item_;
@@ -138,14 +143,12 @@ private:
     std::vector<std::uint64_t> offsets_;  // of the slices in the item's data
     std::vector<Slot> slots_;
     std::size_t next_ = 0;
-    std::uint64_t handedOut_ = 0;
-    std::uint32_t crc32_ = 0;
-    bool hasMisfit_ = false;
+    SlicesTaken taken_;
 };
 
 }  // namespace
 
-std::uint64_t inflateSlices(const ItemContent& content, const InputStream::Take& take) {
+SlicesTaken inflateSlices(const ItemContent& content, const InputStream::Take& take) {
     return SliceReader(content, take).run();
 }
 

@@ -42,9 +42,16 @@ ItemEncoder::ItemEncoder(bool deflate, DeflaterPool& deflaters)
     : mode_(deflate ? Mode::Undecided : Mode::Storing), deflaters_(&deflaters) {}
 
 ItemEncoder::~ItemEncoder() {
+    release();
+}
+
+// Frees what deflating needs, but for one deflater, which the next item gets.
+void ItemEncoder::release() noexcept {
     if (!slots_.empty() && slots_.front().deflater) {
         deflaters_->giveBack(std::move(slots_.front().deflater));
     }
+    slots_ = std::vector<Slot>();
+    pending_ = std::vector<std::byte>();
 }
 
 Method ItemEncoder::method() const noexcept {
@@ -91,6 +98,7 @@ void ItemEncoder::finish(ByteSink& sink) {
     slot.content = std::exchange(pending_, {});
     deflate(slot, true);
     handOut(slot, sink);
+    release();
 }
 
 void ItemEncoder::count(std::span<const std::byte> content) {
@@ -121,11 +129,13 @@ void ItemEncoder::decide(bool isAll, ByteSink& sink) {
         mode_ = Mode::Storing;
         count(slot.content);
         sink.append(slot.content);
-        slots_.clear();
-        return;
+        return release();
     }
     mode_ = Mode::Deflating;
-    if (isAll) return handOut(slot, sink);
+    if (isAll) {
+        handOut(slot, sink);
+        return release();
+    }
     pending_ = std::exchange(slot.content, {});
 }
 

@@ -55,6 +55,7 @@ private:
     void deflate(Slot& slot, bool isLast);
     void handOut(const Slot& slot, ByteSink& sink);
     void count(std::span<const std::byte> content);
+    void release() noexcept;
 
     Mode mode_;
     DeflaterPool* deflaters_;

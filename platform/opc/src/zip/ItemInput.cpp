@@ -42,7 +42,9 @@ public:
     }
 
     void readTo(const Take& take) final {
+        if (!content_.source->isComplete()) return InputStream::readTo(take);
         requireUsable();
+        if (isVerified_) return;
         isBroken_ = true;
         if (position_ == 0 && content_.slices) skip(inflateSlices(content_, take));
         if (!isVerified_) readRest(take);
@@ -98,16 +100,17 @@ private:
     }
 
     // Produces bytes that have been handed out already. If they were all, they have been verified.
-    void skip(std::uint64_t count) {
-        isVerified_ = count > 0 && count == content_.size;
+    void skip(const SlicesTaken& taken) {
+        isVerified_ = taken.size > 0 && taken.size == content_.size;
         if (isVerified_) return;
-        std::vector<std::byte> piece(std::min<std::uint64_t>(count, kPiece));
-        while (position_ < count) {
+        std::vector<std::byte> piece(std::min<std::uint64_t>(taken.size, kPiece));
+        while (position_ < taken.size) {
             const auto next =
-                std::span(piece).first(std::min<std::uint64_t>(count - position_, kPiece));
+                std::span(piece).first(std::min<std::uint64_t>(taken.size - position_, kPiece));
             produceNext(next);
             account(next);
         }
+        if (crc32_ != taken.crc32) fail("the file was changed while it was read");
     }
 
     // One thread produces a piece while the calling thread checks and hands out the one before.
@@ -116,14 +119,14 @@ private:
             std::unique_ptr<std::byte[]> buffer = {};
             std::span<std::byte> bytes = {};
         };
+        if (left() <= kPiece) return readPiece(take);
         std::array<Piece, 3> pieces;
         std::uint64_t toProduce = left();
         foundation::threads::Pipeline pipeline;
         pipeline.slots = pieces.size();
         pipeline.workers = 1;
-        pipeline.feed = [&, isFirst = true](std::size_t slot) mutable {
-            if (toProduce == 0 && !isFirst) return false;
-            isFirst = false;  // an item of no bytes is verified, too
+        pipeline.feed = [&](std::size_t slot) {
+            if (toProduce == 0) return false;
             const std::size_t size = std::min<std::uint64_t>(toProduce, kPiece);
             Piece& piece = pieces[slot];
             if (!piece.buffer) piece.buffer = std::make_unique_for_overwrite<std::byte[]>(size);
@@ -134,9 +137,17 @@ private:
         pipeline.work = [&](std::size_t slot) { produceNext(pieces[slot].bytes); };
         pipeline.take = [&](std::size_t slot) {
             account(pieces[slot].bytes);
-            if (!pieces[slot].bytes.empty()) take(pieces[slot].bytes);
+            take(pieces[slot].bytes);
         };
         pipeline.run();
+    }
+
+    // The rest in one piece, which may be empty, but is verified all the same.
+    void readPiece(const Take& take) {
+        std::vector<std::byte> piece(left());
+        produceNext(piece);
+        account(piece);
+        if (!piece.empty()) take(piece);
     }
 
     void verify() {

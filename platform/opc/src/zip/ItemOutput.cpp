@@ -138,6 +138,7 @@ void ItemOutput::refuseZip64() const {
 }
 
 void ItemOutput::append(std::span<const std::byte> bytes) {
+    writer_->checkOpen();  // what gives the content may have saved, closed or forked
     encodedSize_ += bytes.size();
     refuseZip64();
     if (!spill_ && encodedSize_ > kLargestInMemory) startSpill();

@@ -46,6 +46,7 @@ public:
     // May be called at any time. Throws opc::Exception if gathered bytes cannot be written, and
     // std::system_error if reading fails.
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override;
+    bool isComplete() const noexcept override { return false; }
     // The file with everything that was appended.
     const fl::filesystem::FileDescriptor& file() const;
 

@@ -89,7 +89,8 @@ std::optional<SliceTable> parse(Bytes field, std::uint64_t size, std::uint64_t c
     SliceTable table{.sliceSize = std::uint64_t{1} << log};
     const std::size_t sliceRecord = sizeDigits(log) + kCrcDigits;
     const std::size_t count = field.size() / sliceRecord;
-    if (field.size() % sliceRecord != 0 || count != sliceCount(size, table.sliceSize)) {
+    if (count == 0 || field.size() % sliceRecord != 0 ||
+        count != sliceCount(size, table.sliceSize)) {
         return std::nullopt;
     }
     std::uint64_t total = 0;

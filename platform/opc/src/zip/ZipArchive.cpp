@@ -170,10 +170,12 @@ std::unique_ptr<InputStream> ZipArchive::read(const ZipItem& item) const {
 bool ZipArchive::verify(const ZipItem& item) const {
     const auto ignore = [](std::span<const std::byte>) {};
     ItemContent content = State::contentOf(state_, item);
-    if (content.slices && inflateSlices(content, ignore) == item.size) return true;
+    SlicesTaken taken{.hasMisfit = hasSliceTable(extraFieldsOf(item))};
+    if (content.slices) taken = inflateSlices(content, ignore);
+    if (taken.size == item.size && item.size != 0) return true;
     content.slices.reset();
     openItem(std::move(content))->readTo(ignore);
-    return !hasSliceTable(extraFieldsOf(item));
+    return !taken.hasMisfit;
 }
 
 const std::string& ZipArchive::comment() const noexcept {
