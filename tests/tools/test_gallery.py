@@ -67,13 +67,18 @@ class Gallery(ToolTest):
                        "gallery", "apps", "--force", "-o", name)
         self.assertEqual((self.read("apps/a.kvpkg"), self.names()), (before, ["apps", "link.html"]))
         source = (EXAMPLE / "heatfield.k").read_bytes()
-        for name, content in (("copy.html", before), ("text.html", source), ("page.html", b"<p>" + source)):
+        held = {"copy.html": before, "text.html": source, "program.html": b"#!/bin/sh\necho unpack\n" + before,
+                "far.html": b"<p>" * 2_000_000 + before, "cut.html": before[len(before) // 2:]}
+        for name, content in held.items():
             self.write(name, content)
-        for name in ("copy.html", "text.html"):
             self.fails(2, f"{name}: holds an app; choose another file for the page, such as apps.html",
                        "gallery", "apps", "--force", "-o", name)
-        self.assertEqual((self.read("copy.html"), self.read("text.html")), (before, source))
-        self.ok("gallery", "apps", "--force", "-o", "page.html")
+            self.assertEqual(self.read(name), content)
+        # A page that only shows what an app is made of is no app.
+        self.write("apps/p.k", "%[app:appDetails]\n%{\n<Name>PK\3\4 PK\1\2 PK\5\6</Name>\n%}\n")
+        self.write("page.html", b"<p>" + source)
+        for _ in range(2):
+            self.ok("gallery", "apps", "--force", "-o", "page.html")
 
     def test_what_cannot_be_listed_or_leads_nowhere_is_told(self):
         os.symlink("nowhere", self.dir / "apps/gone.kvpkg")

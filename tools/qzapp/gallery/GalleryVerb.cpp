@@ -7,6 +7,7 @@
 #include <foundation/Shown.hpp>
 #include <foundation/Threads.hpp>
 #include <opc/FileKind.hpp>
+#include <opc/ZipArchive.hpp>
 
 #include <atomic>
 #include <cstddef>
@@ -167,11 +168,14 @@ void requireNoApp(const FileName& out, const fl::filesystem::path& target) {
                      "such as apps.html");
 }
 
-// Refuses to replace an app that has some other name.
+// Refuses to replace an app that has some other name. A package may have a program in front of it,
+// or have lost its front, so all of the file is searched. The pages of this verb hold no signature,
+// because in them control characters are escaped.
 void requireHoldsNoApp(const FileName& out) {
     std::error_code ignored;
     if (!std::filesystem::is_regular_file(out.bytes(), ignored)) return;
-    const bool isPackage = kindOf(out).family == opc::FileKind::Family::Zip;
+    const auto opened = openFile(out);
+    const bool isPackage = about(out, [&] { return opc::zip::holdsZipSignature(opened); });
     if (!isPackage && !isTextApp(out)) return;
     throw UsageError(out.shown,
                      "holds an app; choose another file for the page, such as apps.html");

@@ -52,6 +52,12 @@ struct PLATFORM_API ZipItem {
 // `bytes`, and 0 if there are none.
 PLATFORM_API std::uint32_t crc32(std::uint32_t sofar, std::span<const std::byte> bytes);
 
+// Whether the file holds, wherever, the signature of an item or of a directory's record or end, as
+// every zip file does, with whatever bytes in front of it or missing. No text holds one, because of
+// its control characters; other data may by chance. Reads the file up to three times. A failure to
+// read is a std::system_error.
+PLATFORM_API bool holdsZipSignature(const fl::filesystem::FileDescriptor& file);
+
 // An item of a damaged zip file that cannot be recovered.
 struct PLATFORM_API LostItem {
     std::string name;    // its displayName()

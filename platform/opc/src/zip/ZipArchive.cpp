@@ -4,6 +4,9 @@
 
 #include <foundation/Shown.hpp>
 
+#include <algorithm>
+#include <array>
+#include <cstdint>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -38,6 +41,14 @@ fl::filesystem::FileDescriptor openFile(const fl::filesystem::path& file) {
 }
 
 }  // namespace
+
+bool holdsZipSignature(const fl::filesystem::FileDescriptor& file) {
+    const std::uint64_t size = file.stamp().size;
+    ArchiveBytes bytes(file, size, 0);
+    return std::ranges::any_of(
+        std::array{format::local::kSignature, format::central::kSignature, format::end::kSignature},
+        [&](std::uint32_t signature) { return bytes.find(signature, 0, size).has_value(); });
+}
 
 ZipRefusal::ZipRefusal(ZipRule rule, const std::string& message)
     : Exception(message), rule_(rule) {}
