@@ -57,15 +57,29 @@ std::string inUsersWords(const FileName& file, std::string text) {
 
 }  // namespace
 
+Error::Cause causeOf(const std::exception& failure) {
+    if (const auto* error = dynamic_cast<const Error*>(&failure)) return error->cause();
+    const bool isSystems = dynamic_cast<const std::bad_alloc*>(&failure) != nullptr ||
+                           dynamic_cast<const std::system_error*>(&failure) != nullptr;
+    if (isSystems) return Error::Cause::Passing;
+    const auto* outer = dynamic_cast<const std::nested_exception*>(&failure);
+    if (outer == nullptr || !outer->nested_ptr()) return Error::Cause::Lasting;
+    try {
+        outer->rethrow_nested();
+    } catch (const std::exception& nested) {
+        return causeOf(nested);
+    }
+}
+
 void rethrowAbout(const FileName& file, const FileName* other) {
     try {
         throw;
     } catch (const std::bad_alloc&) {
-        throw Error(file.shown, "there is not enough memory for it");
+        throw Error(file.shown, "there is not enough memory for it", Error::Cause::Passing);
     } catch (const std::exception& e) {
         std::string text = inUsersWords(file, e.what());
         if (other != nullptr) replaceSpellings(text, *other);
-        throw Error(file.shown, text);
+        throw Error(file.shown, text, causeOf(e));
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "app/FileName.hpp"
 
+#include <exception>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -12,14 +13,26 @@ namespace qzapp {
 // what was found and what to do about it.
 class Error : public std::runtime_error {
 public:
-    Error(const std::string& subject, const std::string& text)
-        : std::runtime_error(subject + ": " + text), text_(text) {}
+    // Whether another try may go well although nobody has mended anything. Passing are a lack of
+    // memory or descriptors, a system call that fails, and a change of the file meanwhile; what a
+    // file holds, or how it is named, is wrong for good.
+    enum class Cause { Lasting, Passing };
+
+    Error(const std::string& subject, const std::string& text, Cause cause = Cause::Lasting)
+        : std::runtime_error(subject + ": " + text), text_(text), cause_(cause) {}
     // The message without the subject, for callers that add to it.
     const std::string& text() const noexcept { return text_; }
+    Cause cause() const noexcept { return cause_; }
+    bool isPassing() const noexcept { return cause_ == Cause::Passing; }
 
 private:
     std::string text_;
+    Cause cause_;
 };
+
+// The cause of an exception: Passing for an Error that says so, std::bad_alloc, std::system_error,
+// and whatever one of these is nested in.
+Error::Cause causeOf(const std::exception& failure);
 
 // Rethrows the exception in flight as an Error about `file`. The libraries know a file by its
 // absolute path or its private name; in the message, each of these becomes the name that the user

@@ -42,7 +42,7 @@ std::string whyNotOpened(const std::error_code& code) {
 }
 
 [[noreturn]] void throwChanged(const FileName& file) {
-    throw Error(file.shown, "was changed while it was read; try again");
+    throw Error(file.shown, "was changed while it was read; try again", Error::Cause::Passing);
 }
 
 }  // namespace
@@ -61,7 +61,7 @@ FileDescriptor openFile(const FileName& file) {
     try {
         return FileDescriptor::openForReading(file.path);
     } catch (const std::system_error& e) {
-        throw Error(file.shown, whyNotOpened(e.code()));
+        throw Error(file.shown, whyNotOpened(e.code()), Error::Cause::Passing);
     }
 }
 
@@ -111,8 +111,10 @@ FileDescriptor makeNamelessFile(const std::string& shown) {
 }
 
 void throwNotKept(const std::string& shown, const std::string& reason) {
-    throw Error(shown, fmt::format("cannot be kept in {} ({}); name a folder with room in TMPDIR",
-                                   temporaryFolder(), reason));
+    throw Error(shown,
+                fmt::format("cannot be kept in {} ({}); name a folder with room in TMPDIR",
+                            temporaryFolder(), reason),
+                Error::Cause::Passing);
 }
 
 std::uint64_t sizeOf(const FileName& file) {

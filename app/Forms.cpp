@@ -120,7 +120,7 @@ std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& fil
         });
     } catch (const Error& e) {
         requireFile(file);  // has the better message if the file cannot be opened at all
-        if (!mayBeSaved || !mayBeZip(file)) throw;
+        if (!mayBeSaved || e.isPassing() || !mayBeZip(file)) throw;
         throw Error(file.shown, e.text() + "; \"qzapp check\" shows what can be saved");
     }
 }

@@ -22,6 +22,7 @@ namespace {
 
 using fl::filesystem::FileDescriptor;
 using foundation::core::except::throwInternal;
+using foundation::core::except::throwInternalWithNested;
 
 // In bytes; small enough to stay in the cache between reading and decoding.
 constexpr std::size_t kPiece = 256 * 1024;
@@ -29,9 +30,12 @@ constexpr std::size_t kPiece = 256 * 1024;
 // The most bytes of a UTF-8 sequence after its first.
 constexpr std::size_t kMaxTrailBytes = 3;
 
+AppFileReaderGenericException failure(const ustring& fileName, const std::string& problem) {
+    return {fileName, foundation::shown(fl::filesystem::path(fileName)) + ": " + problem};
+}
+
 [[noreturn]] void fail(const ustring& fileName, const std::string& problem) {
-    throwInternal(AppFileReaderGenericException(
-        fileName, foundation::shown(fl::filesystem::path(fileName)) + ": " + problem));
+    throwInternal(failure(fileName, problem));
 }
 
 void requireReasonableSize(std::uint64_t size, const ustring& fileName) {
@@ -46,7 +50,7 @@ FileDescriptor openFile(const ustring& fileName) {
     try {
         return FileDescriptor::openForReading(fl::filesystem::path(fileName));
     } catch (const std::system_error&) {
-        throwInternal(AppFileReaderInvalidFileName(fileName));
+        throwInternalWithNested(AppFileReaderInvalidFileName(fileName));
     }
 }
 
@@ -104,7 +108,8 @@ ustring readTextFile(const ustring& fileName) {
     try {
         return decodeFile(file, fileName);
     } catch (const std::system_error& error) {
-        fail(fileName, "reading the file failed: " + error.code().message());
+        throwInternalWithNested(
+            failure(fileName, "reading the file failed: " + error.code().message()));
     }
 }
 

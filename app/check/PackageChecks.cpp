@@ -165,6 +165,7 @@ void checkCoreProperties(const PackageView& package, Findings& findings) {
             opc::qzservices::CorePropertiesManager(opened, 0).getCoreProperties();
         });
     } catch (const Error& e) {
+        if (e.isPassing()) throw;
         // If an item is damaged, that is reported and may be the reason.
         const auto isDamaged = [](const FoundItem& item) { return !item.fault.empty(); };
         if (std::ranges::any_of(package.items, isDamaged)) return;

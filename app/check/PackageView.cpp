@@ -28,13 +28,15 @@ using opc::model::Relationship;
 using opc::zip::LostItem;
 using opc::zip::ZipArchive;
 
-// Runs `action` and returns why it failed, in the user's words; empty if it did not.
+// Runs `action` and returns why it failed, in the user's words; empty if it did not. Passes on what
+// is not the file's fault, because what was whole would be searched for remains.
 template <class Action>
 std::string refusalOf(const FileName& file, Action action) {
     try {
         about(file, action);
         return {};
     } catch (const Error& e) {
+        if (e.isPassing()) throw;
         return e.text();
     }
 }

@@ -220,6 +220,7 @@ private:
                 checkThumbnail(reader);
             });
         } catch (const Error& e) {
+            if (e.isPassing()) throw;
             findings_.add("text-refused", "", e.text());
         }
     }
@@ -306,6 +307,7 @@ void checkText(const FileName& file, Findings& findings) {
             TextChecks(file, text, findings).run();
         }
     } catch (const Error& e) {
+        if (e.isPassing()) throw;
         findings.add("text-refused", "", e.text());
     }
 }

@@ -1,6 +1,7 @@
 """Runs a tool, which TOOL names, as a user would, in a directory of its own for each test."""
 
 import fcntl
+import itertools
 import json
 import os
 import pathlib
@@ -25,6 +26,12 @@ MODEL_PART = "lumenforge/appModel.kvd"
 METADATA_PART = "metadata/appMetadata.xml"
 
 
+def why_not():
+    """Why system calls cannot be watched here; empty when they can."""
+    run = subprocess.run(["strace", "-o", os.devnull, "true"], capture_output=True, text=True)
+    return run.stderr if run.returncode else ""
+
+
 class ToolTest(unittest.TestCase):
     maxDiff = None
 
@@ -41,6 +48,16 @@ class ToolTest(unittest.TestCase):
         shell = ["sh", "-c", f'ulimit {limit} && exec "$0" "$@"'] if limit else []
         return subprocess.run([*shell, TOOL, *args], cwd=self.dir, env={**os.environ, **env}, timeout=120,
                               stderr=subprocess.PIPE, **options)
+
+    def with_faults(self, call, fault, *args):
+        """Runs with the first such system call failing, then with the second, and so on, as often as one fails."""
+        for number in itertools.count(1):
+            run = subprocess.run(["strace", "-f", "-qq", "-o", "faults", "-e", f"trace={call}", "-e",
+                                  f"inject={call}:error={fault}:when={number}", TOOL, *args], cwd=self.dir,
+                                 stdin=subprocess.DEVNULL, capture_output=True)
+            if b"(INJECTED)" not in self.read("faults"):
+                return
+            yield number, run
 
     def on_terminal(self, *args, env={}):
         """Exit status and output of a run whose standard streams are a terminal of 80 columns."""

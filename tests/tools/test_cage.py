@@ -11,19 +11,13 @@ import subprocess
 import unittest
 import zlib
 
-from support import EXAMPLE, TOOL, ToolTest
+from support import EXAMPLE, TOOL, ToolTest, why_not
 
 # The kernel's answer to "landlock_create_ruleset", as a program that knows nothing of ours asks for it.
 VERSION = ctypes.CDLL(None).syscall(444, None, ctypes.c_size_t(0), 1)
 # What a process has called that is in a cage.
 CONFINED = ["PR_SET_NO_NEW_PRIVS, 1"] + ["landlock_restrict_self.*= 0$"] * (VERSION > 0)
 CALLS = "openat,pread64,read,mmap,copy_file_range,clone,clone3,fork,vfork,execve,prctl,landlock_restrict_self"
-
-
-def why_not():
-    """Why system calls cannot be watched here; empty when they can."""
-    run = subprocess.run(["strace", "-o", os.devnull, "true"], capture_output=True, text=True)
-    return run.stderr if run.returncode else ""
 
 
 def watched(*options):

@@ -8,7 +8,7 @@ import subprocess
 import unittest
 import zipfile
 
-from support import DOCS, EXAMPLE, MODEL_PART, TOOL, ToolTest
+from support import DOCS, EXAMPLE, MODEL_PART, TOOL, ToolTest, why_not
 
 
 def sha256(content):
@@ -49,6 +49,26 @@ class Show(ToolTest):
         for part in ("metadata", "screenshot", "parts", "code"):
             self.assertIn(f"\n[{part}]\ncannot be read: ", text)
         self.fails(1, "none.kvpkg: there is no such file; check the name", "show", "--text", "none.kvpkg")
+
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_text_for_git_is_right_or_none_when_the_system_fails(self):
+        self.small("a.kvpkg")
+        self.write("t.k", "x = 1;\n%[app:appDetails]\n%{\n<Name>N</Name>\n%}\n")
+        for name in ("a.kvpkg", "t.k"):
+            text = self.ok("show", "--text", name)
+            for call, fault in (("pread64", "EIO"), ("openat", "EMFILE"), ("fcntl", "EMFILE")):
+                for number, run in self.with_faults(call, fault, "show", "--text", name):
+                    self.assertEqual(run.stdout.decode(), "" if run.returncode else text, (name, call, number, run))
+                    self.assertTrue(run.stderr or run.returncode == 0, (name, call, number, run))
+
+    def test_text_for_git_is_right_or_none_without_memory(self):
+        self.write("large", "x = 1;\n" * 3_000_000)
+        self.small("a.kvpkg")
+        self.ok("edit", "a.kvpkg", "--code", "large")
+        text = self.ok("show", "--text", "a.kvpkg")
+        for mebibytes in range(60, 240, 20):
+            run = self.run_tool("show", "--text", "a.kvpkg", limit=f"-v {mebibytes << 10}")
+            self.assertTrue(run.stdout.decode() == ("" if run.returncode else text), (mebibytes, run.stdout[:400]))
 
 
 class Diff(ToolTest):

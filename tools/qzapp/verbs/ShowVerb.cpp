@@ -164,6 +164,8 @@ int show(const ShowOptions& options) {
     const FileName file = appArgument(options.file);
     Cage().enter();
     const Snapshot app = takeSnapshot(file);
+    // git would keep the text for good.
+    if (options.text && app.mayReadMoreLater()) return reportFaults(file, app);
     print(options.json ? jsonLine(jsonOf(file, app)) : textOf(app));
     return options.text ? kDone : reportFaults(file, app);
 }
@@ -176,7 +178,8 @@ Action declareShow(CLI::App& command) {
         ->required()
         ->type_name("");
     command.add_flag("--text", options->text,
-                     "For git: do not fail; the text says what cannot be read");
+                     "For git: do not fail for a damaged app; the text says what cannot be\n"
+                     "read");
     command.add_flag("--json", options->json, "Print one JSON object");
     command.footer(
         "Shows the metadata, size and SHA-256 of the screenshot and of each part, and the code, "

@@ -100,6 +100,7 @@ PartFacts factsOf(const FileName& file, const Package& package, const Names& cor
         about(file, [&] { addHashes(facts, package, coreProperties, part); });
     } catch (const Error& e) {
         facts.error = e.text();
+        facts.isErrorPassing = e.isPassing();
     }
     return facts;
 }
@@ -118,6 +119,7 @@ PartFacts factsOf(const FileName& file, const ZipArchive& archive, const opc::zi
         });
     } catch (const Error& e) {
         facts.error = e.text();
+        facts.isErrorPassing = e.isPassing();
     }
     return facts;
 }
@@ -199,7 +201,7 @@ void take(Snapshot& snapshot, const FileName& file, const char* what, std::optio
     try {
         about(file, [&] { value = read(); });
     } catch (const Error& e) {
-        snapshot.faults.push_back({what, e.text()});
+        snapshot.faults.push_back({what, e.text(), e.isPassing()});
     }
 }
 
@@ -213,6 +215,11 @@ std::string shownLine(std::string_view line) {
 }
 
 }  // namespace
+
+bool Snapshot::mayReadMoreLater() const {
+    return std::ranges::any_of(faults, &Fault::isPassing) ||
+           (parts && std::ranges::any_of(*parts, &PartFacts::isErrorPassing));
+}
 
 Snapshot takeSnapshot(const FileName& file) {
     Snapshot snapshot;

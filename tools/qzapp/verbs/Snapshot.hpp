@@ -21,7 +21,8 @@ struct PartFacts {
     // The hash that two parts are compared by. Equal to sha256, except that it leaves out the time
     // of the last save (core properties) and order and identifiers (relationships).
     std::string sha256OfMeaning;
-    std::string error;  // why the bytes cannot be read, or empty
+    std::string error;            // why the bytes cannot be read, or empty
+    bool isErrorPassing = false;  // see Error
 };
 
 struct ScreenshotFacts {
@@ -34,6 +35,7 @@ struct ScreenshotFacts {
 struct Fault {
     std::string what;
     std::string text;
+    bool isPassing = false;  // see Error
 };
 
 // All of an app, with hashes in place of what is not text. What could not be read is missing, and
@@ -45,6 +47,9 @@ struct Snapshot {
     std::optional<std::vector<PartFacts>> parts;  // sorted by name; nothing for a text app
     std::optional<std::string> code;              // UTF-8; for a text app any bytes
     std::vector<Fault> faults;
+
+    // Whether another try may read what is missing, because the file is not to blame for it.
+    bool mayReadMoreLater() const;
 };
 
 // Throws Error if the file cannot be opened at all, its name is of neither form, or it was written

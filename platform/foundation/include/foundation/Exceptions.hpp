@@ -51,6 +51,13 @@ public:
     [[noreturn]] void rethrow() const override { throw AnonymousInternalException(*this); }
 };
 
+// Keeps the exception in flight as the cause of `Wrapped`.
+template <class Wrapped>
+class PLATFORM_API CausedException : public Wrapped, public std::nested_exception {
+public:
+    explicit CausedException(Wrapped wrapped) : Wrapped(std::move(wrapped)) {}
+};
+
 }  // namespace detail
 
 // Throws `exception` with the InternalException interface added. Throw through this function
@@ -58,6 +65,13 @@ public:
 template <class Wrapped>
 [[noreturn]] void throwInternal(Wrapped exception) {
     throw detail::AnonymousInternalException<Wrapped>(std::move(exception));
+}
+
+// Like throwInternal(), and nests the exception in flight (std::nested_exception). Call it only in a
+// handler.
+template <class Wrapped>
+[[noreturn]] void throwInternalWithNested(Wrapped exception) {
+    throwInternal(detail::CausedException<Wrapped>(std::move(exception)));
 }
 
 }  // namespace foundation::core::except

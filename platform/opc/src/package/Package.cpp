@@ -5,9 +5,9 @@
 
 #include <opc/PackageNames.hpp>
 #include "platform/opc/src/package/PackageState.hpp"
+#include "platform/opc/src/zip/ZipError.hpp"
 
 #include <string>
-#include <system_error>
 #include <utility>
 
 namespace opc::model {
@@ -15,21 +15,6 @@ namespace opc::model {
 using foundation::shown;
 
 using interfaces::OpenMode;
-
-namespace {
-
-// Runs `work` and returns its result. A std::system_error from it becomes opc::Exception about
-// `file`.
-template <class Work>
-auto translated(const fl::filesystem::path& file, Work work) {
-    try {
-        return work();
-    } catch (const std::system_error& error) {
-        throw Exception(shown(file) + ": " + error.what());
-    }
-}
-
-}  // namespace
 
 StandardPartInfo::StandardPartInfo(int compression, std::uint64_t /*sizeHint*/)
     : compression_(compression) {
@@ -93,13 +78,14 @@ void Package::open(OpenMode mode) {
     if (mode < OpenMode::Read || mode > OpenMode::CreateNew) {
         throw Exception(file + ": open mode " + std::to_string(int(mode)) + " is unknown");
     }
-    state_ = translated(path(), [&] { return std::make_unique<PackageState>(*physical_, mode); });
+    state_ =
+        zip::aboutFile(path(), [&] { return std::make_unique<PackageState>(*physical_, mode); });
 }
 
 void Package::close() {
     state();
     const auto closing = std::move(state_);
-    translated(path(), [&] { closing->save(); });
+    zip::aboutFile(path(), [&] { closing->save(); });
 }
 
 bool Package::hasPart(const PartName& name) const {

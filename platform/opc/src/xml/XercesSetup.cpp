@@ -13,9 +13,11 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <new>
 
 namespace opc::xml {
 
@@ -63,8 +65,12 @@ private:
 };
 
 [[noreturn]] void throwUnusable() {
-    throw Exception(
-        "the XML library could not be set up for lack of memory; start the program again");
+    try {
+        throw std::bad_alloc();
+    } catch (const std::bad_alloc&) {
+        std::throw_with_nested(Exception(
+            "the XML library could not be set up for lack of memory; start the program again"));
+    }
 }
 
 // Xerces' own handler would end the process.

@@ -104,7 +104,7 @@ private:
             return item_->source->readAt(slot.data, item_->offset + offsets_[slot.index]) ==
                    slot.data.size();
         } catch (const std::system_error& error) {
-            throwItemError(item_->file, item_->name, error.what());
+            throwItemFailure(item_->file, item_->name, error);
         }
     }
 

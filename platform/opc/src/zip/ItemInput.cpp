@@ -72,7 +72,7 @@ protected:
         try {
             if (content_.source->readAt(buffer, content_.offset + at) == buffer.size()) return;
         } catch (const std::system_error& error) {
-            fail(error.what());
+            throwItemFailure(content_.file, content_.name, error);
         }
         fail("the file became shorter while it was read");
     }

@@ -7,6 +7,7 @@
 
 #include "platform/opc/src/Ascii.hpp"
 
+#include <exception>
 #include <iterator>
 #include <utility>
 
@@ -53,8 +54,17 @@ void refuseItem(ZipRule rule, const fl::filesystem::path& file, const std::strin
     refuseZip(rule, file, foundation::shown(item) + ": " + what);
 }
 
+void throwFileFailure(const fl::filesystem::path& file, const std::system_error& error) {
+    std::throw_with_nested(Exception(foundation::shown(file) + ": " + error.what()));
+}
+
+void throwItemFailure(const fl::filesystem::path& file, const std::string& item,
+                      const std::system_error& error) {
+    std::throw_with_nested(ItemError(file, item, error.what()));
+}
+
 void throwAsException(const std::system_error& error) {
-    throw Exception(error.what());
+    std::throw_with_nested(Exception(error.what()));
 }
 
 std::string displayName(std::string_view name, bool isUtf8) {

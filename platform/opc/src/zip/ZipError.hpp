@@ -44,6 +44,15 @@ inline constexpr const char* kGetAgain = "; get the file again from where it cam
 // false. Bytes that are not UTF-8 although `isUtf8` is true become replacement characters.
 std::string displayName(std::string_view name, bool isUtf8);
 
+// Throw opc::Exception and ItemError for the std::system_error in flight, which is nested in them.
+// Call them only in a handler of it.
+[[noreturn]] void throwFileFailure(const fl::filesystem::path& file,
+                                   const std::system_error& error);
+[[noreturn]] void throwItemFailure(const fl::filesystem::path& file, const std::string& item,
+                                   const std::system_error& error);
+// Like throwFileFailure(), for an error that names the file itself.
+[[noreturn]] void throwAsException(const std::system_error& error);
+
 // Runs `step` and returns its result. A std::system_error from it becomes opc::Exception whose
 // message names `file`.
 template <class Step>
@@ -51,11 +60,9 @@ auto aboutFile(const fl::filesystem::path& file, Step step) -> decltype(step()) 
     try {
         return step();
     } catch (const std::system_error& error) {
-        throwZipError(file, error.what());
+        throwFileFailure(file, error);
     }
 }
-
-[[noreturn]] void throwAsException(const std::system_error& error);
 
 // Runs `step` and returns its result. A std::system_error from it becomes opc::Exception with the
 // same message: steps of a SaveTarget or ReplacementFile name the file themselves.
