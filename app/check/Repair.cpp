@@ -111,7 +111,8 @@ struct PropertiesPart {
             CoreProperties ignored;
             parse(document, "", ignored);
             return true;
-        } catch (const opc::Exception&) {
+        } catch (const opc::Exception& e) {
+            if (causeOf(e) == Error::Cause::Passing) throw;
             return false;
         }
     }
@@ -192,6 +193,7 @@ private:
                 to_.createPart(*item.name, type, opc::model::StandardPartInfo(1, item.item->size));
             });
         } catch (const Error& e) {
+            if (e.isPassing()) throw;
             return lose(item.shownName, e.text());
         }
         const auto content = from_.archive->read(*item.item);
@@ -258,6 +260,7 @@ private:
             opc::model::readXmlElements(textOf(item), "");
             return std::nullopt;
         } catch (const opc::Exception& e) {
+            if (causeOf(e) == Error::Cause::Passing) throw;
             return "its XML cannot be read" + std::string(e.what());
         }
     }
@@ -545,27 +548,32 @@ void requireWorthOfRepair(const PackageView& view) {
               "\"qzapp items\"");
 }
 
-}  // namespace
-
-RepairReport repairPackage(const FileName& file, const FileName& out) {
-    const PackageView view(file);
-    requireWorthOfRepair(view);
-    const Progress progress(sizeOf(file));
+RepairReport writeCopy(const PackageView& view, const FileName& working) {
+    const Progress progress(sizeOf(view.file));
     RepairReport report;
-    Transaction transaction(out, Transaction::Start::Empty);
-    about(transaction.workingFile(), [&] {
-        const opc::zippackage::ZipPhysicalPackage zip(transaction.workingFile().path, true);
+    about(working, [&] {
+        const opc::zippackage::ZipPhysicalPackage zip(working.path, true);
         Package package(zip);
         package.open(opc::interfaces::OpenMode::Create);
-        Repair(view, package, transaction.workingFile(), report).run();
+        Repair(view, package, working, report).run();
         if (report.kept.empty()) {
-            throw Error(file.shown, std::string(kUnreadable) + "; get the file again");
+            throw Error(view.file.shown, std::string(kUnreadable) + "; get the file again");
         }
         package.close();
     });
-    requireUnchanged(file);
-    transaction.commit();
     return report;
+}
+
+}  // namespace
+
+void repairPackage(const FileName& file, const FileName& out, const Examine& examine) {
+    const PackageView view(file);
+    requireWorthOfRepair(view);
+    Transaction transaction(out, Transaction::Start::Empty);
+    const RepairReport report = writeCopy(view, transaction.workingFile());
+    requireUnchanged(file);
+    examine(report, hold(transaction.workingFile()));
+    transaction.commit();
 }
 
 }  // namespace qzapp

@@ -11,17 +11,11 @@ import threading
 import time
 import unittest
 
-from support import EXAMPLE, MODEL_PART, TOOL, ToolTest
+from support import EXAMPLE, MODEL_PART, TOOL, ToolTest, why_not
 
 MEGABYTE = 1 << 20
 MIXED = "was changed while it was read; try again"
 FILES = ("code.k", "appModel.kvd", "metadata.json")
-
-
-def why_not():
-    """Why system calls cannot be watched here; empty when they can."""
-    run = subprocess.run(["strace", "-o", os.devnull, "true"], capture_output=True, text=True)
-    return run.stderr if run.returncode else ""
 
 
 @contextlib.contextmanager
@@ -181,6 +175,18 @@ class WhatWasChecked(MeanwhileTest):
                     else:
                         self.assertEqual(self.read("app.kvpkg"), before, row)
         self.assertGreater(made, 3)
+
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_a_repaired_copy_is_in_its_place_only_if_all_went_well(self):
+        self.small("app.kvpkg")
+        self.write("out.kvpkg", "old")
+        failed = []
+        for number, run in self.with_faults("openat", "EMFILE", "check", "--repair", "out.kvpkg", "--force", "app.kvpkg"):
+            isNew = self.read("out.kvpkg") != b"old"
+            self.assertEqual(isNew, run.returncode == 0, (number, run))
+            failed += [number] * (not isNew)
+            self.write("out.kvpkg", "old")
+        self.assertGreater(len(failed), 5)
 
 class ExtractMeanwhile(MeanwhileTest):
     def plant(self, _):

@@ -114,11 +114,17 @@ int repair(const CheckOptions& options) {
     }
     requireAbsent(out, options.force);
     requireNoInput(out, {file});
-    const RepairReport done = repairPackage(file, out);
-    const Findings result = checkFile(hold(out));
-    printReport(out, options.json ? jsonLine(repairJson(file, out, done, result))
-                                  : repairSheet(out, done, result));
-    return statusOf(result, options);
+    // Once OUT is written, nothing is left to do that could fail but the printing.
+    std::string text;
+    int status = kDone;
+    repairPackage(file, out, [&](const RepairReport& done, const FileName& copy) {
+        const Findings result = checkFile(copy);
+        text = options.json ? jsonLine(repairJson(file, out, done, result))
+                            : repairSheet(out, done, result);
+        status = statusOf(result, options);
+    });
+    printReport(out, text);
+    return status;
 }
 
 int check(const CheckOptions& options) {
@@ -164,7 +170,7 @@ Action declareCheck(CLI::App& command) {
     command
         .add_option("--repair", options->repair,
                     "Write to OUT, as a clean package, what can still be read of FILE;\n"
-                    "then check OUT")
+                    "once that is checked")
         ->type_name("OUT");
     command.add_flag("--force", options->force, "Replace OUT if it exists");
     command.add_flag("--rules", options->rules, "List the rules and do nothing else");
