@@ -71,17 +71,22 @@ struct Marker {
     std::size_t end;   // the offset after its "]"
 };
 
-// All section markers, in the order of the text.
+// All section markers, in the order of the text. The name of a section ends where the next marker
+// starts, so that names do not overlap: in "%[app:%[app:thumbnail]" only the second is a marker, and
+// however many there are, each byte is searched once for each end.
 std::vector<Marker> markersIn(string_view text) {
     std::vector<Marker> markers;
     const std::string open = ustring_to_utf8(textapp::kSectionOpen),
                       close = ustring_to_utf8(textapp::kSectionClose);
     const std::string start = open + ustring_to_utf8(textapp::kSectionPrefix);
-    for (std::size_t at = 0; (at = text.find(start, at)) != string_view::npos; at += start.size()) {
-        const std::size_t end = text.find_first_of(close + "\r\n", at);
-        if (end == string_view::npos || !text.substr(end).starts_with(close)) continue;
+    std::size_t next = string_view::npos;
+    for (std::size_t at = text.find(start); at != string_view::npos; at = next) {
+        next = text.find(start, at + start.size());
         const std::size_t name = at + open.size();
-        markers.push_back({text.substr(name, end - name), end + close.size()});
+        const string_view marker = text.substr(name, next - name);
+        const std::size_t end = marker.find_first_of(close + "\r\n");
+        if (end == string_view::npos || !marker.substr(end).starts_with(close)) continue;
+        markers.push_back({marker.substr(0, end), name + end + close.size()});
     }
     return markers;
 }

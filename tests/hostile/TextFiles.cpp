@@ -1,5 +1,7 @@
 #include "tests/hostile/Corpus.hpp"
 
+#include <cstddef>
+
 namespace hostile {
 
 namespace {
@@ -32,6 +34,8 @@ std::string full(const std::string& piece) {
            section("thumbnail", "<Thumbnail>data:image/\n" + hostile + "</Thumbnail>");
 }
 
+constexpr std::size_t kPieces = 30000;
+
 const TextRow kTexts[] = {
     {"\xFF\xFE\x80" + details("<Name>\xC3(\xED\xA0\x80</Name>"), "Name: �(���"},
     {std::string("\xFF\xFE%\0[\0", 6), ""},
@@ -60,6 +64,11 @@ const TextRow kTexts[] = {
     {full("&amp;"), ""},
     {full(";base64,"), ""},
     {full("data:image/\r"), ""},
+    {repeated("%[app:", kPieces), ""},
+    {repeated("%[app:", kPieces) + "]", ""},
+    {repeated("%[app:}autoCapture=<", kPieces), ""},
+    {repeated("</A%[%[app:", kPieces), ""},
+    {repeated("%[app:appDetails]", kPieces) + "%{", ""},
 };
 
 // The text of a data URI, or what looks like one.

@@ -55,7 +55,7 @@ class IsolationTest(unittest.TestCase):
         self.top = pathlib.Path(folder.name).resolve()
         self.files = self.top / "files"
         self.files.mkdir()
-        subprocess.run([CORPUS, "--write", self.files], check=True)
+        subprocess.run([CORPUS, "--write", self.files], stdout=subprocess.DEVNULL, check=True)
 
     def calls(self, script, program):
         """Each call on files or the network that `program` makes when a shell runs the script: its
