@@ -43,32 +43,47 @@ bool isSource(ustring_view name) {
     return name.ends_with(kTextExtension);
 }
 
-bool mayBeApp(const fs::directory_entry& entry) {
-    std::error_code ignored;
-    const fs::file_status status = entry.status(ignored);
-    // A dangling link with the name of an app is listed, so that the verb reports it.
-    const bool isBrokenLink = entry.is_symlink(ignored) && !fs::exists(status);
-    if (!fs::is_regular_file(status) && !isBrokenLink) return false;
+bool hasNameOfApp(const fs::directory_entry& entry) {
     const ustring name = fl::i18n::utf8_to_ustring(entry.path().string());
     // In any case: a verb that opens "A.KVPKG" says that the extension must be in lower case.
     return fl::i18n::to_lower(name).ends_with(kPackagedExtension) || isSource(name);
+}
+
+std::string whyNot(const char* done, const std::error_code& error) {
+    return std::string("cannot be ") + done + " (" + error.message() + "); check its permissions";
 }
 
 bool isHidden(const fs::path& path) {
     return path.filename().string().starts_with('.');
 }
 
-// Adds what may be apps in one folder to `apps`, and its folders to `folders`.
-void list(const std::string& folder, std::vector<std::string>& folders,
-          std::vector<std::string>& apps) {
+// A link that leads nowhere, or where nobody may look, counts, so that the verb that opens it reports
+// why it cannot.
+bool mayLeadToFile(const fs::directory_entry& link) {
+    std::error_code ignored;
+    const fs::file_status target = link.status(ignored);
+    return fs::is_regular_file(target) || !fs::exists(target);
+}
+
+// Adds an entry of a folder to `found`, or to `folders` if it is one itself. Most file systems tell
+// what an entry is together with its name; on others it is asked for here, which may fail.
+void add(const fs::directory_entry& entry, std::vector<std::string>& folders, AppsBelow& found) {
+    const std::string name = entry.path().string();
+    std::error_code error;
+    if (entry.is_symlink(error)) {
+        if (hasNameOfApp(entry) && mayLeadToFile(entry)) found.files.push_back(name);
+    } else if (!error && entry.is_directory(error)) {
+        folders.push_back(name);
+    } else if (!error && entry.is_regular_file(error)) {
+        if (hasNameOfApp(entry)) found.files.push_back(name);
+    } else if (error && error != std::errc::no_such_file_or_directory) {  // it may be gone by now
+        found.unlisted.push_back({name, whyNot("looked at", error)});
+    }
+}
+
+void list(const std::string& folder, std::vector<std::string>& folders, AppsBelow& found) {
     for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
-        if (isHidden(entry.path())) continue;
-        std::error_code ignored;
-        if (entry.is_directory(ignored) && !entry.is_symlink(ignored)) {
-            folders.push_back(entry.path().string());
-        } else if (mayBeApp(entry)) {
-            apps.push_back(entry.path().string());
-        }
+        if (!isHidden(entry.path())) add(entry, folders, found);
     }
 }
 
@@ -86,16 +101,15 @@ AppsBelow appsBelow(const FileName& folder) {
         const std::string next = std::move(folders.back());
         folders.pop_back();
         try {
-            list(next, folders, apps.files);
+            list(next, folders, apps);
         } catch (const fs::filesystem_error& e) {
-            const std::string reason =
-                "cannot be listed (" + e.code().message() + "); check its permissions";
+            const std::string reason = whyNot("listed", e.code());
             if (next == folder.bytes()) throw Error(folder.shown, reason);
             apps.unlisted.push_back({next, reason});
         }
     }
     std::ranges::sort(apps.files);
-    std::ranges::sort(apps.unlisted, {}, &UnlistedFolder::name);
+    std::ranges::sort(apps.unlisted, {}, &Unlisted::name);
     return apps;
 }
 

@@ -84,20 +84,25 @@ class Gallery(ToolTest):
         os.symlink("nowhere", self.dir / "apps/gone.kvpkg")
         os.symlink("loop.k", self.dir / "apps/loop.k")
         (self.dir / "apps/closed").mkdir()
+        (self.dir / "apps/names/deep").mkdir(parents=True)
+        self.small("apps/names/b.kvpkg")
+        self.write("apps/names/c.txt", "")
         self.write("g.html", "<p>the old page")
         # Rights do not keep everybody out.
         closed = {"preexec_fn": lambda: os.setuid(65534)} if os.getuid() == 0 else {}
         self.dir.chmod(0o777)
         (self.dir / "g.html").chmod(0o666)
         links = ["apps/gone.kvpkg: there is no such file; check the name",
-                 "apps/loop.k: cannot be opened (Too many levels of symbolic links)"]
+                 "apps/loop.k: cannot be opened (Too many levels of symbolic links)",
+                 "apps/names/b.kvpkg: may not be read; check its permissions"]
         folder = "cannot be listed (Permission denied); check its permissions"
         (self.dir / "apps/closed").chmod(0)
+        (self.dir / "apps/names").chmod(0o444)  # names can be read, but nothing can be looked at or opened
         result = self.run_tool("gallery", "apps", "-o", "g.html", "--force", **closed)
-        told = "".join(f"qzapp: {text}\n" for text in [*links, f"apps/closed: {folder}"])
+        told = "".join(f"qzapp: {text}\n" for text in [*links, f"apps/closed: {folder}", f"apps/names/deep: {folder}"])
         self.assertEqual((result.returncode, result.stderr.decode()), (1, told))
         page = Page(self.read("g.html").decode())
-        self.assertEqual(page.texts["reason"], [*(text.split(": ", 1)[1] for text in links), folder])
+        self.assertEqual(page.texts["reason"], [*(text.split(": ", 1)[1] for text in links), folder, folder])
         for verb in ("info", "check"):
             result = self.run_tool(verb, "apps", **closed)
             self.assertEqual((result.returncode, sorted(result.stderr.decode().splitlines(True))),
@@ -107,7 +112,8 @@ class Gallery(ToolTest):
         self.fails(1, f"apps: {folder}", "gallery", "apps", "-o", "g.html", "--force", **closed)
         self.assertEqual(self.read("g.html"), before)
         (self.dir / "apps").chmod(0o755)
-        (self.dir / "apps/closed").chmod(0o755)
+        for name in ("closed", "names"):
+            (self.dir / "apps" / name).chmod(0o755)
 
     def test_nothing_in_an_app_can_run(self):
         clean = Page(self.ok("gallery", "apps/sub", "-o", "-"))

@@ -50,7 +50,7 @@ void list(Named& folder, const Complain& complain) {
     };
     try {
         AppsBelow apps = appsBelow(fileArgument(folder.name));
-        for (const UnlistedFolder& unlisted : apps.unlisted)
+        for (const Unlisted& unlisted : apps.unlisted)
             fail(unlisted.name + ": " + unlisted.reason);
         folder.files = std::move(apps.files);
     } catch (const Error& e) {

@@ -125,7 +125,7 @@ std::size_t writePage(const WriteAt& write, const std::string& title, const File
         }
         ++done;
     });
-    for (const UnlistedFolder& each : unlisted) {
+    for (const Unlisted& each : unlisted) {
         complain(each.name + ": " + each.reason);
         append(failedCard(each.name.substr(prefix), each.reason));
     }
