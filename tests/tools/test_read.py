@@ -78,6 +78,28 @@ class Info(ReadTest):
             self.assertTrue(error.startswith(f"qzapp: {name}: ".replace("\udcff", "\ufffd")), error)
             self.assertIn(message, error)
 
+    def test_a_name_in_brackets_is_one_name(self):
+        names = ["[apps]", "[a,b]", "[..]", "[]", "[[apps]]"]
+        for name in [*names, "apps", "a", "b"]:
+            (self.dir / name).mkdir()
+            self.small(f"{name}/x.kvpkg", "--set", f"Name={name}", "--set", "Summary=[a]")
+        for arguments in (names, ["--", *names], ["apps", *names[1:], "a"]):
+            expected = [name for name in arguments if name != "--"]
+            seen = [json.loads(line) for line in self.ok("info", "--json", *arguments).splitlines()]
+            self.assertEqual([app["file"] for app in seen], [f"{name}/x.kvpkg" for name in expected])
+            self.assertEqual([app["metadata"]["Name"] for app in seen], expected)
+            checked = [json.loads(line) for line in self.ok("check", "--json", *arguments).splitlines()]
+            self.assertEqual([app["file"] for app in checked], [f"{name}/x.kvpkg" for name in expected])
+        self.assertEqual(seen[0]["metadata"]["Summary"], "[a]")
+        self.ok("edit", "a/x.kvpkg", "--set", "Name=b]", "--set=UserComponents=[c,d]", "--set", "UserComponents=[e]",
+                "--model=[]/x.kvpkg", "--clear", "Summary")
+        fields = self.metadata("a/x.kvpkg")
+        self.assertEqual((fields["Name"], fields["UserComponents"], fields["Summary"]), ("b]", ["[c,d]", "[e]"], ""))
+        for arguments, message in ((["[x]"], "[x]: there is no such file; check the name"),
+                                   (["[x]", "--y]"], 'info: unknown option "--y]"; see "qzapp info --help"')):
+            self.fails(2 if "--y]" in arguments else 1, message, "info", *arguments)
+        self.fails(2, 'show: unexpected argument "[y]"; see "qzapp show --help"', "show", "[x]", "[y]")
+
     def test_an_app_may_come_from_standard_input(self):
         self.create()
         self.text_app()

@@ -5,6 +5,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Error.hpp>
 #include <CLI/Formatter.hpp>
+#include <CLI/Option.hpp>
 #include <foundation/Clock.hpp>
 #include <foundation/Threads.hpp>
 
@@ -19,6 +20,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "app/Progress.hpp"
 #include "app/Warnings.hpp"
@@ -70,6 +72,31 @@ bool looksLikeOption(std::string_view argument) {
     return argument.size() > 1 && argument.starts_with('-');
 }
 
+// CLI11 takes a value of a list option that begins with "[" and ends with "]" for a list in that
+// notation: it would read "[a,b]" as two file names. A zero byte at its end, which no argument can
+// have by itself, makes it an ordinary value. It is removed before anything else sees the value.
+constexpr char kNoList = '\0';
+
+// The arguments in reverse order, as CLI11 parses them.
+std::vector<std::string> argumentsOf(int argc, const char* const* argv) {
+    std::vector<std::string> arguments;
+    for (int i = argc - 1; i > 0; --i) {
+        std::string& argument = arguments.emplace_back(argv[i]);
+        if (argument.ends_with(']')) argument += kNoList;
+    }
+    return arguments;
+}
+
+std::string withoutMarks(std::string text) {
+    std::erase(text, kNoList);
+    return text;
+}
+
+void removeMarksFromValues(CLI::App& command) {
+    for (CLI::Option* option : command.get_options())
+        option->transform(withoutMarks);
+}
+
 // What is wrong with the arguments of a verb. An unknown option goes before what CLI11 reports,
 // because a misspelt option is often why something else is missing.
 std::string reasonOf(const CLI::App& verb, const CLI::ParseError& e) {
@@ -105,7 +132,7 @@ std::string complaint(const CLI::App& app, const CLI::ParseError& e,
 // Prints the help or the version, for which CLI11 throws too, or reports what is wrong.
 int answer(const CLI::App& app, const CLI::ParseError& e, std::string_view firstArgument) {
     if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success)) {
-        report(complaint(app, e, firstArgument));
+        report(withoutMarks(complaint(app, e, firstArgument)));
         return kWrongCommandLine;
     }
     std::ostringstream text, none;
@@ -170,9 +197,10 @@ int parseAndRun(int argc, const char* const* argv) {
         command->group("Verbs");
         command->final_callback([&action, run = verb.declare(*command)] { action = run; });
         addThreadsOption(*command, threads);
+        removeMarksFromValues(*command);
     }
     try {
-        app.parse(argc, argv);
+        app.parse(argumentsOf(argc, argv));
     } catch (const CLI::ParseError& e) {
         return answer(app, e, argc > 1 ? argv[1] : "");
     }
