@@ -45,6 +45,31 @@ std::string whyNotOpened(const std::error_code& code) {
     throw Error(file.shown, "was changed while it was read; try again", Error::Cause::Passing);
 }
 
+[[noreturn]] void throwTooLarge(const FileName& file, const std::string& size,
+                                std::uint64_t limit) {
+    throw Error(file.shown,
+                fmt::format("holds {}more than the limit of {}", size, byteCount(limit)));
+}
+
+// Room for the content of a file whose size the system does not know. It is doubled until the
+// content fits.
+constexpr std::size_t kFirstRoom = std::size_t{64} << 10;
+
+// All bytes of a file that should have `size` of them; if that is 0, it may have any number. Stops
+// when there are more than expected, or more than `limit`.
+std::string readToEnd(const FileDescriptor& file, std::uint64_t size, std::uint64_t limit) {
+    // There is room for one byte more than expected, so that a file that has grown is noticed.
+    std::string bytes(size == 0 ? kFirstRoom : size + 1, '\0');
+    std::size_t end = 0;
+    while (true) {
+        end += file.readAt(std::as_writable_bytes(std::span(bytes).subspan(end)), end);
+        if (end < bytes.size() || size != 0 || end > limit) break;
+        bytes.resize(std::min<std::uint64_t>(2 * end, limit + 1));
+    }
+    bytes.resize(end);
+    return bytes;
+}
+
 }  // namespace
 
 FileName fileNamed(const std::string& bytes) {
@@ -126,15 +151,26 @@ std::string readBytes(const FileName& file, std::uint64_t limit) {
     return about(file, [&] {
         const auto stamp = opened.stamp();
         const std::uint64_t size = stamp.size;
-        if (size > limit) {
-            throw Error(file.shown, fmt::format("holds {}, more than the limit of {}",
-                                                byteCount(size), byteCount(limit)));
-        }
-        std::string bytes(size, '\0');
-        const std::size_t count = opened.readAt(std::as_writable_bytes(std::span(bytes)), 0);
-        if (count != size || opened.stamp() != stamp) throwChanged(file);
+        if (size > limit) throwTooLarge(file, byteCount(size) + ", ", limit);
+        if (!opened.reaches(size)) throwChanged(file);
+        std::string bytes = readToEnd(opened, size, limit);
+        if (size != 0 && bytes.size() != size) throwChanged(file);
+        if (bytes.size() > limit) throwTooLarge(file, "", limit);
+        if (opened.stamp() != stamp) throwChanged(file);
         return bytes;
     });
+}
+
+void copyBytes(const FileName& file, FileDescriptor& target) {
+    const FileDescriptor opened = openFile(file);
+    const std::uint64_t size = opened.stamp().size;
+    if (size == 0) {
+        const std::string bytes = readBytes(file, kMaxContentBytes);
+        target.writeAt(std::as_bytes(std::span(bytes)), 0);
+    } else {
+        target.copyFrom(opened, 0, size, 0);
+        if (opened.reaches(size + 1)) throwChanged(file);
+    }
 }
 
 foundation::ustring readText(const FileName& file, std::uint64_t limit) {

@@ -52,9 +52,14 @@ opc::FileKind kindOf(const FileName& file);
 
 std::uint64_t sizeOf(const FileName& file);
 
-// The whole file. Throws if it has more than `limit` bytes (before any memory is allocated for
-// them) or changes while it is read.
+// The whole file, read to its end. Throws if it has more than `limit` bytes (before any memory is
+// allocated for them, if the system knows the size), or changes while it is read: another number of
+// bytes than the system says is a change, unless the system says 0, as for files in /proc.
 std::string readBytes(const FileName& file, std::uint64_t limit);
+
+// Copies the whole file into an empty one. Throws if it is found to change meanwhile, and
+// std::system_error if it cannot be copied.
+void copyBytes(const FileName& file, fl::filesystem::FileDescriptor& target);
 
 // Like readBytes(), as text. Throws if the bytes are not valid UTF-8; the message gives line and
 // column.

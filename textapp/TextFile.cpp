@@ -30,6 +30,8 @@ constexpr std::size_t kPiece = 256 * 1024;
 // The most bytes of a UTF-8 sequence after its first.
 constexpr std::size_t kMaxTrailBytes = 3;
 
+constexpr const char* kChanged = "the file was changed while it was read; try again";
+
 AppFileReaderGenericException failure(const ustring& fileName, const std::string& problem) {
     return {fileName, foundation::shown(fl::filesystem::path(fileName)) + ": " + problem};
 }
@@ -76,11 +78,13 @@ std::size_t completeLength(std::string_view bytes) {
     return isLeadByte(bytes[before]) ? before : bytes.size();
 }
 
-// Reads until a read comes back short. The size that the system reports is only a hint, because
-// files may grow, and files in /proc have size 0.
+// Reads until a read comes back short, because a file of which the system says that it is empty may
+// have content. For any other file the system knows the size, and reading a different number of
+// bytes means that the file was changed.
 ustring decodeFile(const FileDescriptor& file, const ustring& fileName) {
     const std::uint64_t expectedSize = file.stamp().size;
     requireReasonableSize(expectedSize, fileName);
+    if (!file.reaches(expectedSize)) fail(fileName, kChanged);
     ustring text;
     text.reserve(static_cast<std::size_t>(expectedSize));
     const auto buffer = std::make_unique_for_overwrite<char[]>(kPiece);
@@ -97,7 +101,7 @@ ustring decodeFile(const FileDescriptor& file, const ustring& fileName) {
         text += fl::i18n::utf8_to_ustring(bytes.substr(0, decodable));
         carried = bytes.copy(buffer.get(), bytes.size() - decodable, decodable);
     }
-    if (offset < expectedSize) fail(fileName, "the file became shorter while it was read");
+    if (expectedSize != 0 && offset != expectedSize) fail(fileName, kChanged);
     return text;
 }
 

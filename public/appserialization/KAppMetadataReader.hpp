@@ -25,7 +25,7 @@ public:
     // become U+FFFD. Throws one of the three file-name exceptions if the name does not end in ".k",
     // or if there is no such file, it cannot be opened, or is not a regular file. Throws
     // AppFileReaderGenericException if the file is larger than kLargestFile, which is checked
-    // before memory is allocated, or if reading fails midway.
+    // before memory is allocated, if reading fails midway, or if the file changes meanwhile.
     explicit KAppMetadataReader(const ustring& fileName);
     ~KAppMetadataReader() override;
 

@@ -1,4 +1,6 @@
 #include <appserialization/AppFileWriter.hpp>
+#include <appserialization/Exceptions.hpp>
+#include <appserialization/KAppMetadataReader.hpp>
 #include <fl/SystemCalls.hpp>
 #include <opc/Exception.hpp>
 
@@ -15,6 +17,7 @@
 #include "platform/opc/src/zip/ZipWriter.hpp"
 #include "tests/hostile/Corpus.hpp"
 #include "tests/hostile/Outcome.hpp"
+#include "tests/support/ClaimedSize.hpp"
 #include "tests/support/FailingAllocator.hpp"
 #include "tests/support/SmallStack.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
@@ -91,6 +94,17 @@ TEST(HostileCorpus, IsSearchedForWhatIsLeftAtABoundedCost) {
             std::filesystem::remove(directory.path() / file.name);
         }
     });
+}
+
+// What the system says about a file is not what it holds, either.
+TEST(HostileFileSystem, ClaimsASizeThatCostsNothing) {
+    const TemporaryDirectory directory;
+    const std::u16string app = directory.write("app.k", "x = 1;\n");
+    const test_support::ClaimedSize claimed(appserialization::KAppMetadataReader::kLargestFile);
+    test_support::startPeak();
+    EXPECT_THROW(appserialization::KAppMetadataReader{app},
+                 appserialization::AppFileReaderGenericException);
+    EXPECT_LE(test_support::peakBytes(), mostMemory(0));
 }
 
 // Items that are completed while a large one is being written do not gather in memory.

@@ -7,10 +7,12 @@
 
 #include <sys/stat.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "tests/support/ClaimedSize.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
 
 namespace appserialization {
@@ -144,6 +146,21 @@ TEST_F(KAppMetadataReaderTest, RefusesAHugeFileBeforeItAsksForMemory) {
     std::filesystem::resize_file(directory_.path() / "app.k", KAppMetadataReader::kLargestFile + 1);
     EXPECT_THAT([&] { KAppMetadataReader reader(name); },
                 ThrowsMessage<AppFileReaderGenericException>(HasSubstr("app.k: the file has ")));
+}
+
+TEST_F(KAppMetadataReaderTest, ReadsToTheEndWhateverSizeTheSystemGives) {
+    const std::string text = section("app:appDetails", "<Name>1</Name>");
+    const ustring name = directory_.write("app.k", text);
+    {
+        const test_support::ClaimedSize unknown(0);
+        EXPECT_EQ(KAppMetadataReader(name).readMetadata().getName().value(), u"1");
+    }
+    for (const std::uint64_t size : {text.size() - 1, text.size() + 1}) {
+        const test_support::ClaimedSize claimed(size);
+        EXPECT_THAT([&] { KAppMetadataReader reader(name); },
+                    ThrowsMessage<AppFileReaderGenericException>(
+                        HasSubstr("app.k: the file was changed while it was read; try again")));
+    }
 }
 
 TEST_F(KAppMetadataReaderTest, DecodesCharactersThatPiecesOfTheFileCut) {

@@ -2,6 +2,7 @@
 
 import json
 import os
+import pathlib
 import shutil
 import unittest
 
@@ -99,6 +100,30 @@ class Info(ReadTest):
                                    (["[x]", "--y]"], 'info: unknown option "--y]"; see "qzapp info --help"')):
             self.fails(2 if "--y]" in arguments else 1, message, "info", *arguments)
         self.fails(2, 'show: unexpected argument "[y]"; see "qzapp show --help"', "show", "[x]", "[y]")
+
+    def test_a_file_whose_size_the_system_does_not_know_is_read_to_its_end(self):
+        text = "%[app:appDetails]\n%{\n<Name>n</Name>\n%}\n"
+        (self.dir / "apps").mkdir()
+        os.symlink("/proc/self/environ", self.dir / "apps/e.k")  # of the size 0; the tool's own
+        own = {"env": {"A": text}}
+        os.symlink("/proc/version", self.dir / "v.k")
+        os.symlink("/proc/version", self.dir / "v.png")
+        version = pathlib.Path("/proc/version").read_text()
+        for name in ("apps/e.k", "apps"):
+            self.assertEqual(self.ok("info", "--field", "Name", name, **own), "n\n")
+            self.assertNotIn("appendix-missing", self.ok("check", name, **own))
+        self.assertIn(text, self.json("show", "apps/e.k", **own)["code"])
+        self.small("a.kvpkg")
+        self.ok("edit", "a.kvpkg", "--code", "/proc/version", "--screenshot", "v.png")
+        self.ok("convert", "v.k", "b.kvpkg", "--model", "s.kvd")
+        for name, kind in (("a.kvpkg", "code"), ("a.kvpkg", "screenshot"), ("b.kvpkg", "code"), ("v.k", "code")):
+            self.assertEqual(self.extracted(name, kind).decode(), version)
+        self.ok("extract", "v.k", "-o", "out")
+        self.assertEqual(self.read("out/code.k").decode(), version)
+        self.ok("gallery", "apps", "-o", "v.html", **own)
+        # Here the system gives a size that is too large.
+        size = pathlib.Path("/sys/devices/system/cpu/online")
+        self.fails(1, f"{size}: was changed while it was read; try again", "edit", "a.kvpkg", "--code", size)
 
     def test_an_app_may_come_from_standard_input(self):
         self.create()

@@ -144,10 +144,7 @@ ExtractedFile codeFile(const FileName& file) {
         return madeOf("code.k", Kind::Text,
                       [file] { return salvage(file, "code", [&] { return readCode(file); }); });
     }
-    const auto fill = [file](FileDescriptor& to) {
-        const FileDescriptor source = openFile(file);
-        to.copyFrom(source, 0, source.stamp().size, 0);
-    };
+    const auto fill = [file](FileDescriptor& to) { copyBytes(file, to); };
     return {"code.k", Kind::Text, fill, [file] { send(readCode(file), Kind::Text); }};
 }
 

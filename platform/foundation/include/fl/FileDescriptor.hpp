@@ -63,7 +63,12 @@ public:
     explicit operator bool() const noexcept { return descriptor_ >= 0; }
     int get() const noexcept { return descriptor_; }
 
+    // The size in it is what the system says, which need not be true: files in /proc and those of
+    // some other file systems have the size 0 and yet content.
     FileStamp stamp() const;
+    // Whether the file has a byte just before `size`, so that memory for that many bytes may be
+    // taken. Always true for 0.
+    bool reaches(std::uint64_t size) const;
     // Returns the number of bytes read, which is less than the buffer's size only at the end of the
     // file.
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const;

@@ -179,6 +179,11 @@ FileStamp FileDescriptor::stamp() const {
     return stampOf(statusOf(descriptor_));
 }
 
+bool FileDescriptor::reaches(std::uint64_t size) const {
+    std::byte last{};
+    return size == 0 || readAt({&last, 1}, size - 1) == 1;
+}
+
 std::size_t FileDescriptor::readAt(std::span<std::byte> buffer, std::uint64_t offset) const {
     std::size_t done = 0;
     while (done < buffer.size()) {
