@@ -80,6 +80,8 @@ class Info(ReadTest):
             self.assertIn(message, error)
 
     def test_a_name_in_brackets_is_one_name(self):
+        self.dir = self.dir / "top"  # not the folder of all temporary files, in case that "[..]" is taken for ".."
+        self.dir.mkdir()
         names = ["[apps]", "[a,b]", "[..]", "[]", "[[apps]]"]
         for name in [*names, "apps", "a", "b"]:
             (self.dir / name).mkdir()
