@@ -185,8 +185,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     plain.slices.reset();
 
     Text handedOut;
-    const std::uint64_t count =
+    const SlicesTaken taken =
         inflateSlices(sliced, [&](std::span<const std::byte> bytes) { handedOut.append(bytes); });
+    const std::uint64_t count = taken.size;
+    require(taken.crc32 == crc32(0, bytesOf(handedOut.text)), "and its checksum is known");
     require(count == handedOut.text.size(), "what is handed out is counted");
     const auto expected = read(plain);
     require(read(sliced) == expected, "a table makes no difference");

@@ -5,7 +5,6 @@
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>

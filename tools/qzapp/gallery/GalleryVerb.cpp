@@ -6,7 +6,6 @@
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 #include <foundation/Threads.hpp>
-#include <opc/FileKind.hpp>
 #include <opc/ZipArchive.hpp>
 
 #include <atomic>

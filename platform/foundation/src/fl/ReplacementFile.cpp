@@ -14,11 +14,11 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <ctime>
-#include <string_view>
 #include <system_error>
 #include <utility>
 

@@ -6,7 +6,6 @@
 #include <fl/SystemCalls.hpp>
 
 #include <fcntl.h>
-#include <sys/types.h>
 #include <unistd.h>
 
 #include <array>
