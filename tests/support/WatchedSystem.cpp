@@ -76,10 +76,12 @@ void halve(std::size_t& size) {
 template <class Other>
 void halve(Other&) {}
 
+// Held during each call, of whatever kind.
+std::mutex oneAtATime;
+
 // Makes a call with the fault that is due, if any, and logs it. `really` makes the real call.
 template <class Really, class... Each>
 ssize_t watched(std::string_view name, Really really, Each&... arguments) {
-    static std::mutex oneAtATime;
     const std::lock_guard lock(oneAtATime);
     const Fault* const fault = current->begin(name);
     const auto is = [&](Fault::Kind kind) { return fault != nullptr && fault->kind == kind; };
