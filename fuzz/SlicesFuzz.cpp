@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <span>
@@ -32,7 +31,7 @@ public:
     explicit Memory(std::string bytes) : bytes_(std::move(bytes)) {}
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override {
         const std::size_t count = std::min<std::size_t>(buffer.size(), bytes_.size() - offset);
-        std::memcpy(buffer.data(), bytes_.data() + offset, count);
+        std::ranges::copy(std::as_bytes(std::span(bytes_)).subspan(offset, count), buffer.begin());
         return count;
     }
 
