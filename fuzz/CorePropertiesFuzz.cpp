@@ -10,6 +10,7 @@
 
 #include <opc/HostProperties.hpp>
 #include <opc/StandardProperties.hpp>
+
 #include "fuzz/Fuzzing.hpp"
 #include "platform/opc/src/package/W3CDate.hpp"
 

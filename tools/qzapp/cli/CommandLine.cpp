@@ -206,8 +206,8 @@ int parseAndRun(int argc, const char* const* argv) {
     }
     takeTimeFromEnvironment();
     foundation::threads::setLimit(threads);
-    static_cast<void>(
-        foundation::threads::limit());  // no cage lets it read the control group's quota
+    // Finds out the default now: inside a cage the control group's quota could not be read.
+    static_cast<void>(foundation::threads::limit());
     return action();
 }
 

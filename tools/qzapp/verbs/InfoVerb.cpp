@@ -193,7 +193,8 @@ int info(const InfoOptions& options) {
     std::optional<Drawer> drawer;
     if (options.picture) {
         drawer.emplace();
-        foundation::threads::setLimit(1);  // it draws one picture at a time
+        // It draws one picture at a time, whatever --threads says.
+        foundation::threads::setLimit(1);
     }
     return forEachApp(options.files, [&](const FileName& file) {
         return Answer{describe(file, options, drawer)};

@@ -7,6 +7,7 @@
 #include <foundation/Shown.hpp>
 
 #include <opc/PackageNames.hpp>
+
 #include "platform/opc/src/Ascii.hpp"
 #include "platform/opc/src/package/TableHandler.hpp"
 #include "platform/opc/src/xml/XmlReader.hpp"

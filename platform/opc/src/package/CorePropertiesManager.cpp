@@ -10,6 +10,7 @@
 #include <opc/RelatedPart.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/StandardProperties.hpp>
+
 #include "platform/opc/src/xml/XmlReader.hpp"
 
 #include <span>

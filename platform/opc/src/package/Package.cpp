@@ -4,6 +4,7 @@
 #include <foundation/Shown.hpp>
 
 #include <opc/PackageNames.hpp>
+
 #include "platform/opc/src/package/PackageState.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 

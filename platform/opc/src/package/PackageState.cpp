@@ -5,6 +5,7 @@
 #include <foundation/Shown.hpp>
 
 #include <opc/PackageNames.hpp>
+
 #include "platform/opc/src/Ascii.hpp"
 #include "platform/opc/src/xml/XmlReader.hpp"
 

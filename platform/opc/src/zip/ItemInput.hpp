@@ -5,13 +5,13 @@
 
 #include <fl/filesystem.hpp>
 
+#include "platform/opc/src/zip/SliceTable.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <span>
-#include "platform/opc/src/zip/SliceTable.hpp"
-
 #include <optional>
+#include <span>
 #include <string>
 
 namespace opc::zip {
