@@ -1,4 +1,5 @@
-// What the first read in a process and a start of the tool cost.
+// What the first use of the library in a process costs, what a whole process of the tool costs, and
+// how much faster the tool is with many files on several threads.
 
 #include "bench/BenchFiles.hpp"
 #include "bench/Cases.hpp"
@@ -11,8 +12,6 @@
 #include <fstream>
 #include <string>
 #include <vector>
-
-// What the first use of the library in a process costs, and what a whole process of the tool costs.
 
 namespace {
 
@@ -59,8 +58,7 @@ const std::vector<fs::path>& manyApps() {
     return files;
 }
 
-void infoOfMany(benchmark::State& state) {
-    std::vector<std::string> arguments = {BENCH_QZAPP, "info", "--json"};
+void runOnMany(benchmark::State& state, std::vector<std::string> arguments) {
     for (const fs::path& file : manyApps())
         arguments.push_back(file.string());
     measureEach(state, kApps, [&] { runProgram(state, arguments); });
@@ -90,7 +88,17 @@ void registerAll() {
     Case("qzapp info of a text app", [](auto& state) {
         program(state, {BENCH_QZAPP, "info", smallTextApp()});
     }).against("process with Xerces", 1.4, xercesProgram);
-    Case("qzapp info, each of 10,000 apps", infoOfMany).against("in process", 1.3, readMany);
+    const auto onMany = [](const std::string& verb, const std::string& threads) {
+        return [=](auto& state) {
+            runOnMany(state, {BENCH_QZAPP, verb, "--json", "--threads", threads});
+        };
+    };
+    Case("qzapp info, each of 10,000 apps", onMany("info", "1"))
+        .against("in process", 1.3, readMany);
+    for (const std::string verb : {"info", "check"}) {
+        Case("qzapp " + verb + " of 10,000 apps, 2 threads", onMany(verb, "2"))
+            .against("1 thread", 1 / 1.6, onMany(verb, "1"));
+    }
 }
 
 const bool registered = (registerAll(), true);

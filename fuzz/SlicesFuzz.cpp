@@ -173,6 +173,21 @@ std::optional<std::string> read(const ItemContent& item) {
     return isWhole ? std::optional(text.text) : std::nullopt;
 }
 
+// A table of any bytes is believed only if it adds up to the item.
+void readTable(Input& input) {
+    const std::string content = "qzsl\x01" + input.bytes();
+    const std::uint64_t size = input.number(8), compressedSize = input.number(8);
+    const std::string field = format::extraField(format::extra::kSlices, content);
+    const auto table = findSliceTable(bytesOf(field), size, compressedSize);
+    if (!table) return;
+    std::uint64_t sum = 0;
+    for (const SliceTable::Slice& slice : table->slices)
+        sum += slice.compressedSize;
+    require(sum == compressedSize, "the slices are all of the data");
+    const std::uint64_t count = table->slices.size();
+    require(count > 0 && (size - 1) / table->sliceSize == count - 1, "and all of the content");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -195,5 +210,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string decoded = inflated(draft.data(), sliced.size);
     const std::size_t common = std::min(decoded.size(), handedOut.text.size());
     require(decoded.compare(0, common, handedOut.text, 0, common) == 0, "some slices begin it");
+    readTable(input);
     return 0;
 }

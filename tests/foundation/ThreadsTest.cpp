@@ -229,10 +229,11 @@ TEST_F(PipelineTest, HelpersHandleNoSignals) {
         ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
         blocked += ::sigismember(&mask, SIGTERM) == 1 && ::sigismember(&mask, SIGINT) == 1;
     };
-    while (helped == 0) {
+    for (int round = 0; helped == 0 && round < 100'000; ++round) {
         fed_ = 0;
         pipeline_.run();
     }
+    ASSERT_GT(helped, 0) << "no helper could be started";
     EXPECT_EQ(blocked, helped);
     sigset_t mine;
     ::pthread_sigmask(SIG_SETMASK, nullptr, &mine);
