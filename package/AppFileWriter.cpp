@@ -156,6 +156,7 @@ void AppFileWriter::AppFileWriterImpl::requireUsable(const char* method) const {
                              "() was called on a writer that is closed; construct another one to "
                              "change the file again");
     }
+    package_->refuseInReport();
     if (isHalfChanged_) {
         throw opc::Exception(shownName(fileName_) +
                              ": not saved, because an earlier change failed halfway; construct "

@@ -1,6 +1,8 @@
 #include <opc/Package.hpp>
 
+#include <foundation/SaveWatch.hpp>
 #include <opc/Exception.hpp>
+#include <opc/Streams.hpp>
 
 #include "tests/opc/ZipTestSupport.hpp"
 #include "tests/support/PackageBuilder.hpp"
@@ -8,7 +10,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
 
 namespace opc::model {
 namespace {
@@ -217,6 +225,83 @@ TEST_F(PackageTest, StreamsEndWithWhatTheyWorkOn) {
     EXPECT_THROW(part.getInputStream(), Exception);
     EXPECT_THROW(package.close(), Exception);
     session(OpenMode::Read, [](Package& again) { EXPECT_EQ(contentOf(again, u"/data"), "newer"); });
+}
+
+// Bytes that do not shrink.
+std::byte noise(std::size_t position) {
+    return std::byte(position * position * 2'654'435'761u >> 21);
+}
+
+// Gives `size` bytes, and then throws.
+class FailingStream final : public InputStream {
+public:
+    explicit FailingStream(std::size_t size) : left_(size) {}
+    std::size_t read(std::span<std::byte> buffer) override {
+        if (left_ == 0) throw Exception("the disk is gone");
+        const std::size_t count = std::min({left_, buffer.size(), std::size_t{50'000}});
+        std::ranges::generate(buffer.first(count), [this] { return noise(left_--); });
+        return count;
+    }
+
+private:
+    std::size_t left_;
+};
+
+TEST_F(PackageTest, HasWhatWasReadFromAStreamThatFails) {
+    put(goodPlainPackage());
+    for (const std::size_t size : {0u, 100'000u, 400'000u, 3'000'000u, 14'000'000u}) {
+        SCOPED_TRACE(size);
+        std::string expected(size, '\0');
+        for (std::size_t left = size; char& c : expected)
+            c = static_cast<char>(noise(left--));
+        session(OpenMode::Edit, [&](Package& package) {
+            auto part = package.getPart(PartName(u"/data"));
+            const auto out = part.getOutputStream();
+            FailingStream in(size);
+            EXPECT_THAT([&] { StreamHelper::copyStreamToStream(in, *out); },
+                        ThrowsMessage<Exception>("the disk is gone"));
+            out->write(std::as_bytes(std::span(std::string_view(" and more"))));
+            out->flush();
+        });
+        session(OpenMode::Read, [&](const Package& package) {
+            EXPECT_EQ(contentOf(package, u"/data"), expected + " and more");
+        });
+    }
+}
+
+TEST_F(PackageTest, IsNotChangedByAFunctionThatFollowsASave) {
+    put(goodPlainPackage());
+    Package package(zip);
+    package.open(OpenMode::Edit);
+    auto part = package.getPart(PartName(u"/data"));
+    const auto out = part.getOutputStream();
+    std::size_t reports = 0;
+    const foundation::SaveWatch watch([&](std::uint64_t) {
+        ++reports;
+        EXPECT_THROW(out->write({}), Exception);
+        EXPECT_THROW(out->flush(), Exception);
+        EXPECT_THROW(part.getOutputStream(), Exception);
+        EXPECT_THROW(package.createPart(PartName(u"/other"), ContentType(u"a/b"), kInfo),
+                     Exception);
+        EXPECT_THROW(package.deletePart(part.getName()), Exception);
+        EXPECT_THROW(package.createInternalRelationship(u"urn:t", URI(u"/data"), u""), Exception);
+        EXPECT_THROW(package.close(), Exception);
+        return true;
+    });
+    EXPECT_THROW(
+        StreamHelper::copyStreamToStream(*std::make_unique<FailingStream>(8'000'000), *out),
+        Exception);
+    EXPECT_GT(reports, 0u);
+    out->flush();
+    setContent(part, "new");
+    reports = 0;
+    package.close();
+    EXPECT_GT(reports, 0u);
+    session(OpenMode::Read, [](const Package& again) {
+        EXPECT_EQ(contentOf(again, u"/data"), "new");
+        EXPECT_TRUE(again.getRelationshipsByType(u"urn:t").empty());
+        EXPECT_FALSE(again.hasPart(PartName(u"/other")));
+    });
 }
 
 }  // namespace

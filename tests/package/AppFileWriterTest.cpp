@@ -415,13 +415,17 @@ TEST_F(AppFileWriterTest, ANewAppIsMadeWhereTheWriterWasConstructed) {
     EXPECT_FALSE(std::filesystem::exists("new.kvpkg"));
 }
 
-// Both processes would write into one new file.
+std::string noise(std::size_t size) {
+    std::string bytes(size, '\0');
+    std::generate(bytes.begin(), bytes.end(),
+                  [random = std::mt19937(1)]() mutable { return static_cast<char>(random()); });
+    return bytes;
+}
+
 TEST_F(AppFileWriterTest, LeavesTheOldFileWheneverAWatchCancelsIt) {
     good();
     const std::string before = bytes();
-    std::string content(std::size_t{3} << 20, '\0');
-    std::generate(content.begin(), content.end(),
-                  [random = std::mt19937(1)]() mutable { return static_cast<char>(random()); });
+    const std::string content = noise(std::size_t{3} << 20);
     const ustring model = directory_.write("large.kvd", content);
     std::size_t reports = 0;
     for (std::size_t most = 0; most <= reports && !HasFailure(); ++most) {
@@ -449,11 +453,44 @@ TEST_F(AppFileWriterTest, LeavesTheOldFileWheneverAWatchCancelsIt) {
     }
 }
 
+// The new file is in the middle of a change then.
+TEST_F(AppFileWriterTest, RefusesToChangeAnythingInTheFunctionOfAWatch) {
+    const std::string content = noise(std::size_t{3} << 20);
+    const ustring large = directory_.write("large.kvd", content);
+    using Call = std::function<void(AppFileWriter&)>;
+    const std::vector<Call> calls = {
+        [](AppFileWriter& writer) { writer.close(); },
+        [](AppFileWriter& writer) { writer.setKORVALCodeText(u"within"); },
+        [](AppFileWriter& writer) { writer.setAppMetadata(filledWith(u"within")); },
+        [&](AppFileWriter& writer) { writer.setAppModelFromFile(large); },
+        [](AppFileWriter& writer) { writer.setAppScreenshot({1}, u"png"); },
+    };
+    for (const Call& call : calls) {
+        SCOPED_TRACE(&call - calls.data());
+        good();
+        const ustring before = *AppFileReader(app_).getAppMetadata().getName();
+        AppFileWriter writer(app_, false);
+        std::size_t reports = 0;
+        const foundation::SaveWatch watch([&](std::uint64_t) {
+            ++reports;
+            EXPECT_THROW(call(writer), opc::Exception);
+            EXPECT_EQ(*AppFileReader(app_).getAppMetadata().getName(), before);
+            return true;
+        });
+        writer.setAppMetadata(filledWith(u"new"));
+        writer.setAppModelFromFile(large);
+        writer.close();
+        EXPECT_GT(reports, 8u);
+        const AppFileReader reader(app_);
+        reader.copyAppDataToTempFile(directory_.name("copy.kvd"));
+        EXPECT_EQ(test_support::readFile(directory_.path() / "copy.kvd"), content);
+        EXPECT_EQ(*reader.getAppMetadata().getName(), u"new");
+    }
+}
+
+// Both processes would write into one new file.
 TEST_F(AppFileWriterTest, SavesInTheProcessThatMadeItOnly) {
-    std::string model(3'000'000, '\0');
-    std::mt19937 random(1);
-    for (char& byte : model)
-        byte = static_cast<char>(random());
+    const std::string model = noise(3'000'000);
     directory_.write("large.kvd", model);
     good();
     AppFileWriter writer(app_, false);

@@ -22,7 +22,9 @@ public:
     // Called on the thread of the save whenever bytes have been handed to the new file, at least once
     // for each 8 MiB, and before the file is synced, with the number of bytes since the last call. If it
     // returns false, the call that is going on, which may be a setter that writes ahead of the save,
-    // throws Cancelled and the old file stays. An exception of its own has the same effect.
+    // throws Cancelled and the old file stays. An exception of its own has the same effect. Until it
+    // returns, calls on its thread that would change or save a package fail, whatever the package, and
+    // the objects of the save must not be destroyed.
     using Report = std::function<bool(std::uint64_t bytes)>;
 
     explicit SaveWatch(Report report);
@@ -32,10 +34,13 @@ public:
 
     // For the libraries: reports to this thread's watch, if there is one, and throws what it wants.
     static void advance(std::uint64_t bytes);
+    // For the libraries: whether a report of this thread has been called and has not returned.
+    static bool isReporting() noexcept;
 
 private:
     Report report_;
     SaveWatch* outer_;
+    bool isReporting_ = false;
 };
 
 }  // namespace foundation

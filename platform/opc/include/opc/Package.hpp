@@ -112,6 +112,9 @@ public:
     // is on the disk when close() returns; without changes, an existing file is not touched. If
     // saving fails, the package is closed too, its changes are lost, and the file is what it was.
     void close();
+    // Throws as every change and close() do while a foundation::SaveWatch of this thread reports, if
+    // the package is open for a change.
+    void refuseInReport() const;
 
     bool hasPart(const PartName& name) const;
     // Throws if there is no such part.

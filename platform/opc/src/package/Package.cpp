@@ -83,8 +83,12 @@ void Package::open(OpenMode mode) {
         zip::aboutFile(path(), [&] { return std::make_unique<PackageState>(*physical_, mode); });
 }
 
+void Package::refuseInReport() const {
+    state().refuseInReport();
+}
+
 void Package::close() {
-    state();
+    state().refuseInReport();
     const auto closing = std::move(state_);
     zip::aboutFile(path(), [&] { closing->save(); });
 }

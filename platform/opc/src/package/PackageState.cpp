@@ -183,8 +183,13 @@ const std::shared_ptr<PartEntry>& PackageState::insert(const PartName& name,
     return place;
 }
 
+void PackageState::refuseInReport() const {
+    if (writer_) writer_->refuseInReport();
+}
+
 void PackageState::requireWritable() const {
     if (!writer_) refuse("the package is open for reading only; open it for editing");
+    refuseInReport();
 }
 
 void PackageState::requireFree(const PartName& name, const ContentType& type) const {

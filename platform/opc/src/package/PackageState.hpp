@@ -67,6 +67,9 @@ public:
     // may follow, also if it throws.
     void save();
 
+    // Throws if the package is open for a change and a foundation::SaveWatch of this thread reports.
+    void refuseInReport() const;
+
     // The part with this name, or null. The pointer is valid until the part is deleted.
     const std::shared_ptr<PartEntry>* findPart(const PartName& name) const;
     std::vector<std::shared_ptr<PartEntry>> partsInOrder() const;

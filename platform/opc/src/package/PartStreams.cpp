@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <exception>
 #include <memory>
 #include <span>
 
@@ -24,16 +25,45 @@ constexpr std::uint64_t kMostAtFirst = std::uint64_t{1} << 20;
 constexpr std::size_t kFirstBatch = std::size_t{256} << 10;
 constexpr std::size_t kBatchOfThread = std::size_t{3} << 20;
 
-// Fills the buffer as far as there is something, and returns how much that was.
-std::size_t fill(std::span<std::byte> buffer, const OutputStream::Next& next) {
-    std::size_t size = 0;
-    while (size < buffer.size()) {
-        const std::size_t got = next(buffer.subspan(size));
-        if (got == 0) break;
-        size += got;
+// Bytes of a caller, gathered so that there is work for several threads.
+class Batch {
+public:
+    explicit Batch(std::size_t room)
+        : room_(room), bytes_(std::make_unique_for_overwrite<std::byte[]>(room)) {}
+
+    // Takes what `next` gives until the batch is full.
+    void fill(const OutputStream::Next& next) {
+        size_ = 0;
+        try {
+            std::size_t got = 0;
+            do {
+                got = next({bytes_.get() + size_, room_ - size_});
+                size_ += got;
+            } while (got > 0 && size_ < room_);
+        } catch (...) {
+            failure_ = std::current_exception();
+        }
     }
-    return size;
-}
+    void writeTo(OutputStream& stream) const {
+        stream.writeFrom([rest = std::span<const std::byte>(bytes_.get(), size_)](
+                             std::span<std::byte> buffer) mutable {
+            const auto piece = rest.first(std::min(rest.size(), buffer.size()));
+            std::ranges::copy(piece, buffer.begin());
+            rest = rest.subspan(piece.size());
+            return piece.size();
+        });
+    }
+    // Whether there may be more after this batch. Throws what `next` threw.
+    bool isFull() const {
+        if (failure_) std::rethrow_exception(failure_);
+        return size_ == room_;
+    }
+
+private:
+    std::size_t room_, size_ = 0;
+    std::unique_ptr<std::byte[]> bytes_;
+    std::exception_ptr failure_;
+};
 
 }  // namespace
 
@@ -49,33 +79,26 @@ void PartInputStream::readTo(const Take& take) {
 }
 
 // `next` is the caller's code and may end this stream, so it is not called while the stream below, which
-// writes to the file that is saved, is at work.
+// writes to the file that is saved, is at work. What it has given before it throws is written.
 void PartOutputStream::writeFrom(const Next& next) {
-    std::size_t room = kFirstBatch;
-    auto batch = std::make_unique_for_overwrite<std::byte[]>(room);
-    while (true) {
-        const std::size_t size = fill({batch.get(), room}, next);
-        lease_->get(name_).writeFrom([rest = std::span<const std::byte>(batch.get(), size)](
-                                         std::span<std::byte> buffer) mutable {
-            const auto piece = rest.first(std::min(rest.size(), buffer.size()));
-            std::ranges::copy(piece, buffer.begin());
-            rest = rest.subspan(piece.size());
-            return piece.size();
-        });
-        if (size < room) return;
-        if (room > kFirstBatch) continue;
-        room = kBatchOfThread * foundation::threads::limit();
-        batch = std::make_unique_for_overwrite<std::byte[]>(room);
+    const auto copy = [&](Batch& batch) {
+        batch.fill(next);
+        batch.writeTo(lease_->get(name_));
+        return batch.isFull();
+    };
+    if (Batch first(kFirstBatch); !copy(first)) return;
+    Batch batch(kBatchOfThread * foundation::threads::limit());
+    while (copy(batch)) {
     }
 }
 
 void PartOutputStream::flush() {
     OutputStream& stream = lease_->get(name_);
+    stream.flush();
     // The part is alive: when it is destroyed, it revokes its leases, so that get() would have
     // thrown.
     const auto part = part_.lock();
     part->inputs.revoke();
-    stream.flush();
     lease_->revoke();
     part->item = nullptr;
 }

@@ -95,7 +95,7 @@ ItemOutput::ItemOutput(ZipWriter& writer, std::string name, const ItemOptions& o
 ItemOutput::~ItemOutput() = default;
 
 void ItemOutput::checkOpen() const {
-    writer_->checkOpen();
+    writer_->checkChangeable();
     if (progress_ == Progress::Open) return;
     throwItemError(writer_->path_, displayName(item_.name, true),
                    progress_ == Progress::Failed

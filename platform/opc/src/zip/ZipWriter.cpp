@@ -1,5 +1,6 @@
 #include "platform/opc/src/zip/ZipWriter.hpp"
 
+#include <foundation/SaveWatch.hpp>
 #include <foundation/Shown.hpp>
 
 #include "platform/opc/src/zip/HiddenItems.hpp"
@@ -34,6 +35,19 @@ ZipWriter::ZipWriter(const fl::filesystem::path& target, std::shared_ptr<const Z
     if (!base_) return;
     target_.expect(base_->stamp());
     fates_.resize(base_->items().size(), Fate::Waiting);
+}
+
+// The new file is in the middle of a change when a report is called.
+void ZipWriter::refuseInReport() const {
+    if (!foundation::SaveWatch::isReporting()) return;
+    throwZipError(path_,
+                  "cannot be changed or saved by a function that follows a save; do it when the "
+                  "call that it follows has returned");
+}
+
+void ZipWriter::checkChangeable() const {
+    refuseInReport();
+    checkOpen();
 }
 
 void ZipWriter::checkOpen() const {
@@ -77,7 +91,7 @@ void ZipWriter::refuseSimilarName(std::string_view name) const {
 }
 
 std::unique_ptr<OutputStream> ZipWriter::set(std::string_view name, const ItemOptions& options) {
-    checkOpen();
+    checkChangeable();
     refuseSimilarName(name);
     if (name.size() > format::kInZip64_16 || name.find('\0') != name.npos) {
         throwItemError(path_, displayName(name, true),
@@ -96,7 +110,7 @@ void ZipWriter::loseKept(std::string_view name) noexcept {
 }
 
 void ZipWriter::remove(std::string_view name) {
-    checkOpen();
+    checkChangeable();
     loseKept(name);
     const auto found = items_.find(name);
     if (found == items_.end() || found->second->name != name) return;
@@ -229,7 +243,7 @@ std::optional<fl::filesystem::FileStamp> ZipWriter::writeAll() {
 }
 
 std::optional<fl::filesystem::FileStamp> ZipWriter::save() {
-    checkOpen();
+    checkChangeable();
     const auto spend = [this](ZipWriter*) {
         isSpent_ = true;
         archive_.reset();

@@ -66,6 +66,9 @@ public:
     // removed. Throws ItemError if there is no such item.
     std::unique_ptr<InputStream> read(std::string_view name) const;
 
+    // Throws while a foundation::SaveWatch of this thread reports. Whatever changes or saves does so, too.
+    void refuseInReport() const;
+
     // Whether there was a file to be replaced when the writer was made.
     bool replacesFile() const noexcept { return target_.stamp().has_value(); }
     // Whether save() has something to write. A new file is always written, even if it is empty.
@@ -84,6 +87,7 @@ private:
     fl::filesystem::FileDescriptor createScratchFile() const;
     void complete(NewItem item);
     void checkOpen() const;
+    void checkChangeable() const;
 
     // What has become of an item of the base: it is still to be taken over, has been taken over
     // into the new file, or was replaced or removed.
