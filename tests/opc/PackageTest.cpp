@@ -269,6 +269,40 @@ TEST_F(PackageTest, HasWhatWasReadFromAStreamThatFails) {
     }
 }
 
+// Does something after a few megabytes, and gives no end.
+class ActingStream final : public InputStream {
+public:
+    explicit ActingStream(std::function<void()> act) : act_(std::move(act)) {}
+    std::size_t read(std::span<std::byte> buffer) override {
+        if (size_ < kLater && size_ + buffer.size() >= kLater) act_();
+        std::ranges::generate(buffer, [this] { return noise(++size_) & std::byte{15}; });
+        return size_ < 2 * kLater ? buffer.size() : 0;
+    }
+
+private:
+    static constexpr std::size_t kLater = 5'000'000;
+    std::function<void()> act_;
+    std::size_t size_ = 0;
+};
+
+TEST_F(PackageTest, AStreamEndsInTheMiddleOfACopyToIt) {
+    const std::vector<std::function<void(Package&)>> acts = {
+        [](Package& package) { package.close(); },
+        [](Package& package) { package.deletePart(PartName(u"/data")); },
+    };
+    for (const auto& act : acts) {
+        put(goodPlainPackage());
+        const zippackage::ZipPhysicalPackage file(directory.name("p.zip"), true);
+        Package package(file);
+        package.open(OpenMode::Edit);
+        const auto out = package.getPart(PartName(u"/data")).getOutputStream();
+        ActingStream in([&] { act(package); });
+        EXPECT_THAT([&] { StreamHelper::copyStreamToStream(in, *out); },
+                    ThrowsMessage<Exception>(HasSubstr("/data: this stream has ended")));
+        EXPECT_THROW(out->write({}), Exception);
+    }
+}
+
 TEST_F(PackageTest, IsNotChangedByAFunctionThatFollowsASave) {
     put(goodPlainPackage());
     Package package(zip);

@@ -53,7 +53,7 @@ PackageState::PackageState(const zippackage::ZipPhysicalPackage& physical, OpenM
     if (mode == OpenMode::Read) return;
     loadedTypes_ = types_;
     loadedRelationships_ = relationships_;
-    writer_ = std::make_unique<zip::ZipWriter>(physical.path(), archive_, physical.allowsZip64());
+    writer_ = std::make_shared<zip::ZipWriter>(physical.path(), archive_, physical.allowsZip64());
     if (mode == OpenMode::CreateNew && writer_->replacesFile()) {
         refuse("someone else has just created the file; open it again to change it");
     }
@@ -287,7 +287,13 @@ std::unique_ptr<OutputStream> PackageState::write(const std::shared_ptr<PartEntr
                " is kept by the package; change relationships instead");
     }
     const zip::ItemOptions options{part->info.compression() != 0};
-    auto lease = part->outputs.grant(writer_->set(part->itemName, options));
+    // A call of the stream that ends the package does not end what the stream still needs.
+    struct Kept {
+        std::shared_ptr<zip::ZipWriter> writer;
+        std::unique_ptr<OutputStream> stream;
+    };
+    const auto kept = std::make_shared<Kept>(Kept{writer_, writer_->set(part->itemName, options)});
+    auto lease = part->outputs.grant({kept, kept->stream.get()});
     return std::make_unique<PartOutputStream>(where(part->name), part, std::move(lease));
 }
 

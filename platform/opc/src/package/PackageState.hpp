@@ -114,7 +114,7 @@ private:
     interfaces::OpenMode mode_;
     std::string file_;  // for messages
     std::shared_ptr<const zip::ZipArchive> archive_;
-    std::unique_ptr<zip::ZipWriter> writer_;  // null if the package is open for reading
+    std::shared_ptr<zip::ZipWriter> writer_;  // null if the package is open for reading
     std::string typesItem_;                   // the name of the item with the content types
     // The tables, and how they were when the package was opened: only a changed table is written.
     ContentTypes types_, loadedTypes_;

@@ -3,8 +3,6 @@
 #include "platform/opc/src/package/PackageState.hpp"
 #include "platform/opc/src/zip/CompressionMethods.hpp"
 
-#include <foundation/Threads.hpp>
-
 #include <algorithm>
 #include <cstddef>
 #include <exception>
@@ -20,51 +18,6 @@ constexpr std::uint64_t kFirstRead = 4096;
 // be wrong.
 constexpr std::uint64_t kMostAtFirst = std::uint64_t{1} << 20;
 
-// What is taken from a caller at a time: little at first, because most parts are small, and then enough
-// for all threads.
-constexpr std::size_t kFirstBatch = std::size_t{256} << 10;
-constexpr std::size_t kBatchOfThread = std::size_t{3} << 20;
-
-// Bytes of a caller, gathered so that there is work for several threads.
-class Batch {
-public:
-    explicit Batch(std::size_t room)
-        : room_(room), bytes_(std::make_unique_for_overwrite<std::byte[]>(room)) {}
-
-    // Takes what `next` gives until the batch is full.
-    void fill(const OutputStream::Next& next) {
-        size_ = 0;
-        try {
-            std::size_t got = 0;
-            do {
-                got = next({bytes_.get() + size_, room_ - size_});
-                size_ += got;
-            } while (got > 0 && size_ < room_);
-        } catch (...) {
-            failure_ = std::current_exception();
-        }
-    }
-    void writeTo(OutputStream& stream) const {
-        stream.writeFrom([rest = std::span<const std::byte>(bytes_.get(), size_)](
-                             std::span<std::byte> buffer) mutable {
-            const auto piece = rest.first(std::min(rest.size(), buffer.size()));
-            std::ranges::copy(piece, buffer.begin());
-            rest = rest.subspan(piece.size());
-            return piece.size();
-        });
-    }
-    // Whether there may be more after this batch. Throws what `next` threw.
-    bool isFull() const {
-        if (failure_) std::rethrow_exception(failure_);
-        return size_ == room_;
-    }
-
-private:
-    std::size_t room_, size_ = 0;
-    std::unique_ptr<std::byte[]> bytes_;
-    std::exception_ptr failure_;
-};
-
 }  // namespace
 
 PartTooLarge::~PartTooLarge() = default;
@@ -78,18 +31,22 @@ void PartInputStream::readTo(const Take& take) {
     });
 }
 
-// `next` is the caller's code and may end this stream, so it is not called while the stream below, which
-// writes to the file that is saved, is at work. What it has given before it throws is written.
+// `next` is the caller's code. It may end this stream, which lives until it has noticed, and what `next` has
+// given before it throws is written.
 void PartOutputStream::writeFrom(const Next& next) {
-    const auto copy = [&](Batch& batch) {
-        batch.fill(next);
-        batch.writeTo(lease_->get(name_));
-        return batch.isFull();
-    };
-    if (Batch first(kFirstBatch); !copy(first)) return;
-    Batch batch(kBatchOfThread * foundation::threads::limit());
-    while (copy(batch)) {
-    }
+    const auto stream = lease_->hold(name_);
+    std::exception_ptr failure;
+    stream->writeFrom([&](std::span<std::byte> buffer) {
+        std::size_t size = 0;
+        try {
+            size = next(buffer);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        static_cast<void>(lease_->get(name_));
+        return size;
+    });
+    if (failure) std::rethrow_exception(failure);
 }
 
 void PartOutputStream::flush() {

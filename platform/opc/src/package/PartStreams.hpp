@@ -29,7 +29,7 @@ public:
 template <class Stream>
 class Lease {
 public:
-    explicit Lease(std::unique_ptr<Stream> stream) : stream_(std::move(stream)) {}
+    explicit Lease(std::shared_ptr<Stream> stream) : stream_(std::move(stream)) {}
     void revoke() noexcept { stream_.reset(); }
     // Throws opc::Exception that starts with `name` if the lease was revoked.
     Stream& get(const std::string& name) const { return *hold(name); }
@@ -52,7 +52,7 @@ template <class Stream>
 class Leases {
 public:
     // Takes over a stream and returns the lease for it.
-    std::shared_ptr<Lease<Stream>> grant(std::unique_ptr<Stream> stream) {
+    std::shared_ptr<Lease<Stream>> grant(std::shared_ptr<Stream> stream) {
         std::erase_if(granted_, [](const auto& lease) { return lease.expired(); });
         auto lease = std::make_shared<Lease<Stream>>(std::move(stream));
         granted_.push_back(lease);
