@@ -513,6 +513,45 @@ TEST_F(AppFileWriterTest, SavesInTheProcessThatMadeItOnly) {
     EXPECT_TRUE(saved.at(kModelPart) == model);
 }
 
+TEST_F(AppFileWriterTest, SavesInTheParentOnlyIfTheFunctionOfAWatchForks) {
+    const std::string model = noise(3'000'000), shot = noise(2'000'000);
+    const ustring large = directory_.write("large.kvd", model);
+    using Iterator = std::filesystem::directory_iterator;
+    std::size_t reports = 1;
+    for (std::size_t at = 0; at < reports && !HasFailure(); ++at) {
+        SCOPED_TRACE(at);
+        good();
+        const auto files = std::distance(Iterator(directory_.path()), Iterator());
+        pid_t child = -1;
+        int status = 0;
+        reports = 0;
+        const foundation::SaveWatch watch([&](std::uint64_t) {
+            if (reports++ == at && (child = ::fork()) > 0) ::waitpid(child, &status, 0);
+            return true;
+        });
+        AppFileWriter writer(app_, false);
+        try {
+            writer.setAppScreenshot({shot.begin(), shot.end()}, u"png");
+            writer.setAppModelFromFile(large);
+            writer.close();
+        } catch (const std::exception&) {
+            if (child != 0) throw;
+            try {
+                writer.close();
+            } catch (const opc::Exception&) {
+                ::_exit(0);
+            }
+        }
+        if (child == 0) ::_exit(1);
+        EXPECT_EQ(status, 0);
+        const auto saved = PackageContents(app_).parts;
+        EXPECT_TRUE(saved.at(kModelPart) == model);
+        EXPECT_TRUE(saved.at(u"/metadata/appScreenshot.png") == shot);
+        EXPECT_EQ(std::distance(Iterator(directory_.path()), Iterator()), files);
+    }
+    EXPECT_GT(reports, 15u);
+}
+
 // What else leads to the picture that was the screenshot keeps it.
 TEST_F(AppFileWriterTest, KeepsAnOldScreenshotThatIsSomethingElseToo) {
     const auto* const shot = u"/metadata/appScreenshot.png";

@@ -31,10 +31,16 @@ void NewFile::append(std::span<const std::byte> bytes) {
     grow(bytes.size());
 }
 
+// The function that is called may fork, and come back in both processes.
+void NewFile::report(std::uint64_t size) const {
+    foundation::SaveWatch::advance(size);
+    if (!process_.isOfThisProcess()) throwForked(name_);
+}
+
 // Starts to write whole pieces only, so that no block goes to the disk twice.
 void NewFile::grow(std::uint64_t size) {
     tail_ += size;
-    foundation::SaveWatch::advance(size);
+    report(size);
     const std::uint64_t end = (tail_ - gathered_.size()) / kPiece * kPiece;
     if (end <= onItsWay_) return;
     aboutFile(name_, [&] { replacement_.file().startWriteback(onItsWay_, end - onItsWay_); });
@@ -53,7 +59,7 @@ void NewFile::appendFrom(const fl::filesystem::FileDescriptor& source, std::uint
     std::uint64_t done = aboutFile(
         name_, [&] { return replacement_.file().shareFrom(source, offset, size, tail_); });
     tail_ += done;  // grow() would be wrong here: shared blocks are on the disk already
-    foundation::SaveWatch::advance(done);
+    report(done);
     while (done < size) {
         const std::uint64_t piece = std::min(size - done, kPiece);
         aboutFile(name_,
@@ -82,7 +88,7 @@ void NewFile::cutAt(std::uint64_t offset) {
 
 fl::filesystem::FileStamp NewFile::commit() {
     writeGathered();
-    foundation::SaveWatch::advance(0);
+    report(0);
     return aboutTarget([&] { return replacement_.commit(); });
 }
 

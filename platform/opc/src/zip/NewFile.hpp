@@ -5,6 +5,7 @@
 #include <fl/FileDescriptor.hpp>
 #include <fl/ReplacementFile.hpp>
 #include <fl/filesystem.hpp>
+#include <foundation/ProcessMark.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -53,8 +54,10 @@ public:
 private:
     void writeGathered() const;
     void grow(std::uint64_t size);
+    void report(std::uint64_t size) const;
 
     fl::filesystem::path name_;
+    foundation::ProcessMark process_;
     // Mutable because reading writes out what was gathered, which changes nothing that a caller
     // sees.
     mutable fl::filesystem::ReplacementFile replacement_;

@@ -36,6 +36,10 @@ void throwZipError(const fl::filesystem::path& file, const std::string& what) {
     throw Exception(foundation::shown(file) + ": " + what);
 }
 
+void throwForked(const fl::filesystem::path& file) {
+    throwZipError(file, "was opened before this process was forked; open it again to change it");
+}
+
 ItemError::ItemError(const fl::filesystem::path& file, const std::string& item, std::string fault)
     : Exception(foundation::shown(file) + ": " + foundation::shown(item) + ": " + fault),
       fault_(std::move(fault)) {}

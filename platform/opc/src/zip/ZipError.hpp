@@ -22,13 +22,16 @@ private:
     std::string fault_;
 };
 
-// The four functions below throw errors whose message is one line, "FILE: what is wrong" or
+// The five functions below throw errors whose message is one line, "FILE: what is wrong" or
 // "FILE: ITEM: what is wrong". `item` is an item's displayName().
 
 // Throw opc::Exception and ItemError, for a failure at any time.
 [[noreturn]] void throwZipError(const fl::filesystem::path& file, const std::string& what);
 [[noreturn]] void throwItemError(const fl::filesystem::path& file, const std::string& item,
                                  const std::string& what);
+
+// Throws opc::Exception, for a save that a forked child would go on with: its parent writes the same new file.
+[[noreturn]] void throwForked(const fl::filesystem::path& file);
 
 // Throw ZipRefusal, for the rule that a file breaks when it is opened.
 [[noreturn]] void refuseZip(ZipRule rule, const fl::filesystem::path& file,

@@ -53,11 +53,7 @@ void ZipWriter::checkChangeable() const {
 void ZipWriter::checkOpen() const {
     if (isSpent_)
         throwZipError(path_, "has been saved or closed already; open it again to change it");
-    // Both processes would write into the same new file.
-    if (!process_.isOfThisProcess()) {
-        throwZipError(path_,
-                      "was opened before this process was forked; open it again to change it");
-    }
+    if (!process_.isOfThisProcess()) throwForked(path_);
 }
 
 std::size_t ZipWriter::indexOf(const ZipItem& item) const noexcept {
