@@ -120,6 +120,14 @@ TEST_F(FilesystemTest, KeepsBytesWhateverTheGlobalLocaleConverts) {
     EXPECT_EQ(test_support::readFile("written"), "bytes");
 }
 
+TEST_F(FilesystemTest, CopiesAllThatWasAskedForOrFails) {
+    const FileDescriptor file = FileDescriptor::openForReading(path(u"file"));
+    FileDescriptor copy(::open("copy", O_RDWR | O_CREAT, 0600));
+    copy.copyFrom(file, 1, 4, 0);
+    EXPECT_EQ(test_support::readFile("copy"), "ytes");
+    EXPECT_THROW(copy.copyFrom(file, 0, 6, 0), std::system_error);
+}
+
 TEST_F(FilesystemTest, TakesNothingElseForAPrivateName) {
     const FileDescriptor file = FileDescriptor::openForReading(path(u"file"));
     const FileDescriptor folder(::open("dir", O_RDONLY));
