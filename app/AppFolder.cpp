@@ -10,9 +10,9 @@
 #include <system_error>
 #include <utility>
 
-#include "app/Errors.hpp"
-#include "app/Files.hpp"
+#include "app/Error.hpp"
 #include "app/Forms.hpp"
+#include "app/InputFiles.hpp"
 #include "textapp/Layout.hpp"
 
 namespace qzapp {

@@ -11,8 +11,8 @@
 
 #include <string>
 
-#include "app/Errors.hpp"
-#include "app/Files.hpp"
+#include "app/Error.hpp"
+#include "app/InputFiles.hpp"
 
 namespace qzapp {
 namespace {

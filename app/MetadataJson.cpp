@@ -15,8 +15,8 @@
 #include <utility>
 #include <variant>
 
-#include "app/Errors.hpp"
-#include "app/Files.hpp"
+#include "app/Error.hpp"
+#include "app/InputFiles.hpp"
 
 namespace qzapp {
 namespace {

@@ -17,7 +17,7 @@
 #include <span>
 #include <vector>
 
-#include "app/Errors.hpp"
+#include "app/Error.hpp"
 #include "app/Signatures.hpp"
 #include "app/WithPackage.hpp"
 #include "app/check/AppLayout.hpp"

@@ -10,9 +10,9 @@
 #include <string_view>
 #include <utility>
 
-#include "app/CodeAndModel.hpp"
-#include "app/Errors.hpp"
-#include "app/Files.hpp"
+#include "app/AppContent.hpp"
+#include "app/Error.hpp"
+#include "app/InputFiles.hpp"
 #include "app/Progress.hpp"
 #include "app/Transaction.hpp"
 

@@ -8,7 +8,7 @@
 #include <optional>
 #include <vector>
 
-#include "app/Fields.hpp"
+#include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
 
 namespace qzapp {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "app/Errors.hpp"
+#include "app/Error.hpp"
 #include "package/Layout.hpp"
 
 namespace qzapp {

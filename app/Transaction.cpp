@@ -12,8 +12,8 @@
 #include <string>
 #include <system_error>
 
-#include "app/Errors.hpp"
-#include "app/Files.hpp"
+#include "app/Error.hpp"
+#include "app/InputFiles.hpp"
 #include "app/SignalsBlocked.hpp"
 
 namespace qzapp {

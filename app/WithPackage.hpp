@@ -3,7 +3,7 @@
 #include <opc/Package.hpp>
 #include <opc/ZipPhysicalPackage.hpp>
 
-#include "app/Errors.hpp"
+#include "app/Error.hpp"
 #include "app/FileName.hpp"
 
 namespace qzapp {

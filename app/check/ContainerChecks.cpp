@@ -8,7 +8,7 @@
 #include <string>
 
 #include "app/FileName.hpp"
-#include "app/Shown.hpp"
+#include "app/VisibleText.hpp"
 #include "app/check/Checks.hpp"
 #include "app/check/Findings.hpp"
 #include "app/check/PackageView.hpp"

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "app/Shown.hpp"
+#include "app/VisibleText.hpp"
 
 namespace qzapp {
 namespace {

@@ -9,7 +9,7 @@
 #include "app/FileName.hpp"
 #include "app/Forms.hpp"
 #include "app/ScreenshotFormats.hpp"
-#include "app/Shown.hpp"
+#include "app/VisibleText.hpp"
 #include "app/check/Checks.hpp"
 #include "app/check/Findings.hpp"
 

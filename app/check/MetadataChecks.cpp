@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "app/FileName.hpp"
-#include "app/Files.hpp"
+#include "app/InputFiles.hpp"
 #include "app/ScreenshotFormats.hpp"
 #include "app/Signatures.hpp"
 #include "app/check/AppLayout.hpp"

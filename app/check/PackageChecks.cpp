@@ -12,7 +12,7 @@
 #include <cstddef>
 #include <string>
 
-#include "app/Errors.hpp"
+#include "app/Error.hpp"
 #include "app/Signatures.hpp"
 #include "app/WithPackage.hpp"
 #include "app/check/AppLayout.hpp"

@@ -10,9 +10,9 @@
 #include <memory>
 #include <utility>
 
-#include "app/Errors.hpp"
-#include "app/Files.hpp"
+#include "app/Error.hpp"
 #include "app/Forms.hpp"
+#include "app/InputFiles.hpp"
 #include "app/Progress.hpp"
 #include "app/WithPackage.hpp"
 #include "app/check/AppLayout.hpp"

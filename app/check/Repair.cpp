@@ -30,11 +30,11 @@
 #include <utility>
 #include <vector>
 
-#include "app/Errors.hpp"
-#include "app/Files.hpp"
+#include "app/Error.hpp"
+#include "app/InputFiles.hpp"
 #include "app/Progress.hpp"
-#include "app/Shown.hpp"
 #include "app/Transaction.hpp"
+#include "app/VisibleText.hpp"
 #include "app/check/AppLayout.hpp"
 #include "app/check/PackageView.hpp"
 #include "package/Layout.hpp"

@@ -20,10 +20,10 @@
 #include <utility>
 #include <vector>
 
-#include "app/Errors.hpp"
+#include "app/Error.hpp"
 #include "app/FileName.hpp"
-#include "app/Files.hpp"
 #include "app/Forms.hpp"
+#include "app/InputFiles.hpp"
 #include "app/Progress.hpp"
 #include "app/check/Checks.hpp"
 #include "app/check/Findings.hpp"

@@ -14,7 +14,7 @@
 #include <utility>
 #include <variant>
 
-#include "tools/qzhost/Display.hpp"
+#include "tools/qzhost/StructText.hpp"
 
 namespace qzhost {
 

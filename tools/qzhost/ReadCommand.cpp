@@ -15,7 +15,7 @@
 #include <string>
 #include <utility>
 
-#include "tools/qzhost/Display.hpp"
+#include "tools/qzhost/StructText.hpp"
 
 namespace qzhost {
 

@@ -18,9 +18,9 @@
 #include <system_error>
 
 #include "tools/qzhost/ClassesCommand.hpp"
-#include "tools/qzhost/Display.hpp"
 #include "tools/qzhost/Module.hpp"
 #include "tools/qzhost/ReadCommand.hpp"
+#include "tools/qzhost/StructText.hpp"
 
 namespace {
 

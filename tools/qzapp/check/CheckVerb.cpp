@@ -12,12 +12,12 @@
 #include <utility>
 #include <vector>
 
-#include "app/Errors.hpp"
+#include "app/Error.hpp"
 #include "app/FileName.hpp"
-#include "app/Files.hpp"
 #include "app/Forms.hpp"
+#include "app/InputFiles.hpp"
 #include "app/MetadataJson.hpp"
-#include "app/Shown.hpp"
+#include "app/VisibleText.hpp"
 #include "app/check/Checks.hpp"
 #include "app/check/Findings.hpp"
 #include "app/check/PackageView.hpp"

@@ -6,8 +6,8 @@
 #include <array>
 #include <cstddef>
 
-#include "app/Shown.hpp"
-#include "tools/qzapp/cli/Display.hpp"
+#include "app/VisibleText.hpp"
+#include "tools/qzapp/cli/TerminalText.hpp"
 
 namespace qzapp {
 namespace {

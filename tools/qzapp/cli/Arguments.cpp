@@ -9,11 +9,11 @@
 
 #include <cstddef>
 
-#include "app/Errors.hpp"
-#include "app/Files.hpp"
+#include "app/Error.hpp"
 #include "app/Forms.hpp"
-#include "tools/qzapp/cli/Display.hpp"
+#include "app/InputFiles.hpp"
 #include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/cli/TerminalText.hpp"
 
 namespace qzapp {
 namespace {

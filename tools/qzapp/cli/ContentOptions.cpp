@@ -10,9 +10,9 @@
 #include <utility>
 #include <variant>
 
-#include "app/Fields.hpp"
+#include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
-#include "app/Files.hpp"
+#include "app/InputFiles.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/ScreenshotFormats.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"

@@ -12,14 +12,14 @@
 #include <utility>
 
 #include "app/AppFolder.hpp"
-#include "app/Errors.hpp"
-#include "app/Files.hpp"
+#include "app/Error.hpp"
+#include "app/InputFiles.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
-#include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/StandardInput.hpp"
+#include "tools/qzapp/cli/TerminalText.hpp"
 
 namespace qzapp {
 namespace {

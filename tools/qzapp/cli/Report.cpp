@@ -1,6 +1,6 @@
 #include "tools/qzapp/cli/Report.hpp"
 
-#include "app/Shown.hpp"
+#include "app/VisibleText.hpp"
 #include "tools/qzapp/cli/ErrorStream.hpp"
 
 namespace qzapp {

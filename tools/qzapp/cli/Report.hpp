@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "app/Errors.hpp"
+#include "app/Error.hpp"
 
 namespace qzapp {
 

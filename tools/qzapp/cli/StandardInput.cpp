@@ -18,9 +18,10 @@
 #include <system_error>
 #include <utility>
 
-#include "app/Errors.hpp"
-#include "app/Files.hpp"
+#include "app/Error.hpp"
 #include "app/Forms.hpp"
+#include "app/InputFiles.hpp"
+#include "app/ScratchFile.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 
@@ -50,7 +51,7 @@ std::optional<fl::filesystem::FileStamp> originalOfStandardInput() {
 }
 
 std::shared_ptr<const HeldFile> keepStandardInput() {
-    FileDescriptor file = makeNamelessFile(kName);
+    FileDescriptor file = makeScratchFile(kName);
     std::vector<std::byte> buffer(kReadBytes);
     std::uint64_t size = 0;
     while (const std::size_t count = readSome(buffer)) {

@@ -23,14 +23,14 @@
 #include <vector>
 
 #include "app/AppFolder.hpp"
-#include "app/CodeAndModel.hpp"
-#include "app/Errors.hpp"
+#include "app/Error.hpp"
 #include "app/FileName.hpp"
-#include "app/Files.hpp"
 #include "app/Forms.hpp"
-#include "app/Shown.hpp"
-#include "app/Thumbnails.hpp"
+#include "app/InputFiles.hpp"
+#include "app/SafeImage.hpp"
+#include "app/ScratchFile.hpp"
 #include "app/Transaction.hpp"
+#include "app/VisibleText.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/ForEachApp.hpp"
@@ -39,7 +39,7 @@
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/StandardInput.hpp"
 #include "tools/qzapp/cli/Worker.hpp"
-#include "tools/qzapp/gallery/GalleryPage.hpp"
+#include "tools/qzapp/gallery/GalleryHtml.hpp"
 #include "tools/qzapp/verbs/Verbs.hpp"
 
 namespace qzapp {
@@ -141,19 +141,19 @@ Cage cageFor(const FileName& folder, const AppsBelow& found) {
 
 // Prints the page when it is complete, because its head needs the number of apps.
 void printPage(const std::string& title, const FileName& folder, const Complain& complain) {
-    constexpr const char* kPage = "the page";
-    fl::filesystem::FileDescriptor kept = makeNamelessFile(kPage);
+    constexpr const char* kName = "the page";
+    fl::filesystem::FileDescriptor kept = makeScratchFile(kName);
     const auto write = [&](std::string_view text, std::uint64_t offset) {
         try {
             kept.writeAt(std::as_bytes(std::span(text)), offset);
         } catch (const std::system_error& e) {
-            throwNotKept(kPage, e.code().message());
+            throwNotKept(kName, e.code().message());
         }
     };
     const AppsBelow found = appsBelow(folder);
     cageFor(folder, found).enter();
     writePage(write, title, folder, found, complain);
-    readToEnd({kPage, kept.privateName(u"page.html")}, [](std::span<const std::byte> bytes) {
+    readToEnd({kName, kept.privateName(u"page.html")}, [](std::span<const std::byte> bytes) {
         print({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     });
 }

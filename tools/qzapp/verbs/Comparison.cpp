@@ -11,8 +11,8 @@
 #include <string>
 #include <utility>
 
-#include "app/Errors.hpp"
-#include "app/Fields.hpp"
+#include "app/Error.hpp"
+#include "app/FieldValues.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/Sha256.hpp"
 

@@ -15,14 +15,14 @@
 #include <variant>
 #include <vector>
 
-#include "app/Errors.hpp"
-#include "app/Fields.hpp"
+#include "app/Error.hpp"
+#include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
-#include "app/Files.hpp"
 #include "app/Forms.hpp"
+#include "app/InputFiles.hpp"
 #include "app/Packaging.hpp"
 #include "app/ScreenshotFormats.hpp"
-#include "app/Shown.hpp"
+#include "app/VisibleText.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/Report.hpp"

@@ -7,7 +7,7 @@
 
 #include "app/FileName.hpp"
 #include "app/Packaging.hpp"
-#include "app/Shown.hpp"
+#include "app/VisibleText.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/ContentOptions.hpp"
 #include "tools/qzapp/cli/Output.hpp"

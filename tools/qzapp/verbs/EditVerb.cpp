@@ -20,15 +20,15 @@
 #include <variant>
 #include <vector>
 
-#include "app/Errors.hpp"
-#include "app/Fields.hpp"
+#include "app/Error.hpp"
+#include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
-#include "app/Files.hpp"
 #include "app/Forms.hpp"
+#include "app/InputFiles.hpp"
 #include "app/PackageParts.hpp"
 #include "app/Packaging.hpp"
-#include "app/Shown.hpp"
 #include "app/Transaction.hpp"
+#include "app/VisibleText.hpp"
 #include "metadata/Fields.hpp"
 #include "package/Layout.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"

@@ -20,21 +20,21 @@
 #include <string>
 #include <vector>
 
-#include "app/CodeAndModel.hpp"
-#include "app/Errors.hpp"
+#include "app/AppContent.hpp"
+#include "app/Error.hpp"
 #include "app/FileName.hpp"
-#include "app/Files.hpp"
 #include "app/Forms.hpp"
+#include "app/InputFiles.hpp"
 #include "app/MetadataJson.hpp"
-#include "app/Shown.hpp"
-#include "app/Thumbnails.hpp"
+#include "app/SafeImage.hpp"
+#include "app/VisibleText.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
-#include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/StandardInput.hpp"
+#include "tools/qzapp/cli/TerminalText.hpp"
 #include "tools/qzapp/verbs/OutputFolder.hpp"
 #include "tools/qzapp/verbs/Verbs.hpp"
 
@@ -176,7 +176,7 @@ bool isPlain(const foundation::ustring& format) {
 // Throws unless the screenshot may be handed to the image library of a desktop.
 void requireThumbnail(const FileName& file, const Screenshot& screenshot) {
     const auto& bytes = screenshot.second;
-    if (isThumbnail({reinterpret_cast<const char*>(bytes.data()), bytes.size()})) return;
+    if (isSafeImage({reinterpret_cast<const char*>(bytes.data()), bytes.size()})) return;
     throw Error(
         file.shown,
         fmt::format("the screenshot is not a PNG, JPEG or GIF image of at most {} and {} pixels a "

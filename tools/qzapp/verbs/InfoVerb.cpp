@@ -18,18 +18,18 @@
 #include <variant>
 #include <vector>
 
-#include "app/Errors.hpp"
-#include "app/Fields.hpp"
+#include "app/Error.hpp"
+#include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
-#include "app/Files.hpp"
 #include "app/Forms.hpp"
+#include "app/InputFiles.hpp"
 #include "app/MetadataJson.hpp"
-#include "app/Shown.hpp"
+#include "app/VisibleText.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
-#include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/ForEachApp.hpp"
 #include "tools/qzapp/cli/Program.hpp"
 #include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/cli/TerminalText.hpp"
 #include "tools/qzapp/verbs/Verbs.hpp"
 
 namespace qzapp {

@@ -9,15 +9,15 @@
 #include <utility>
 #include <vector>
 
-#include "app/Errors.hpp"
+#include "app/Error.hpp"
 #include "app/FileName.hpp"
-#include "app/Files.hpp"
+#include "app/InputFiles.hpp"
 #include "app/MetadataJson.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
-#include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
 #include "tools/qzapp/cli/StandardInput.hpp"
+#include "tools/qzapp/cli/TerminalText.hpp"
 #include "tools/qzapp/verbs/Listing.hpp"
 #include "tools/qzapp/verbs/Verbs.hpp"
 

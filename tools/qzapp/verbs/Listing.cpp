@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <span>
 
-#include "app/Errors.hpp"
-#include "app/Shown.hpp"
+#include "app/Error.hpp"
+#include "app/VisibleText.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 
 namespace qzapp {

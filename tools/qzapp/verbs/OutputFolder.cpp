@@ -15,7 +15,7 @@
 #include <exception>
 #include <system_error>
 
-#include "app/Errors.hpp"
+#include "app/Error.hpp"
 #include "app/SignalsBlocked.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 

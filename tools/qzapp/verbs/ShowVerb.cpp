@@ -10,17 +10,17 @@
 #include <variant>
 #include <vector>
 
-#include "app/Fields.hpp"
+#include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
 #include "app/Forms.hpp"
 #include "app/MetadataJson.hpp"
-#include "app/Shown.hpp"
+#include "app/VisibleText.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
-#include "tools/qzapp/cli/Display.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/StandardInput.hpp"
+#include "tools/qzapp/cli/TerminalText.hpp"
 #include "tools/qzapp/verbs/Snapshot.hpp"
 #include "tools/qzapp/verbs/Verbs.hpp"
 

@@ -17,11 +17,11 @@
 #include <string_view>
 #include <utility>
 
-#include "app/CodeAndModel.hpp"
-#include "app/Errors.hpp"
-#include "app/Files.hpp"
+#include "app/AppContent.hpp"
+#include "app/Error.hpp"
+#include "app/InputFiles.hpp"
 #include "app/Sha256.hpp"
-#include "app/Shown.hpp"
+#include "app/VisibleText.hpp"
 #include "app/WithPackage.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "app/Fields.hpp"
+#include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
 #include "app/Forms.hpp"
 

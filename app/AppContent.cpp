@@ -1,4 +1,4 @@
-#include "app/CodeAndModel.hpp"
+#include "app/AppContent.hpp"
 
 #include <appserialization/AppFileReader.hpp>
 #include <fl/i18n.hpp>
@@ -6,22 +6,16 @@
 #include <opc/Package.hpp>
 #include <quillcode/QuillCodeFileReader.hpp>
 
-#include <cstddef>
-#include <cstdint>
 #include <exception>
-#include <span>
-#include <vector>
 
-#include "app/Errors.hpp"
-#include "app/Files.hpp"
+#include "app/Error.hpp"
 #include "app/Forms.hpp"
+#include "app/InputFiles.hpp"
 #include "app/WithPackage.hpp"
 #include "package/Layout.hpp"
 
 namespace qzapp {
 namespace {
-
-constexpr std::size_t kReadBytes = std::size_t{256} << 10;
 
 // Opens the package and returns what `get` returns for its model part.
 template <class Get>
@@ -60,18 +54,6 @@ std::unique_ptr<opc::InputStream> openModel(const FileName& file) {
 
 opc::model::PartName modelName(const FileName& file) {
     return withModel(file, [](const opc::model::Part& model) { return model.getName(); });
-}
-
-void readToEnd(const FileName& file, const opc::InputStream::Take& take) {
-    const auto opened = openFile(file);
-    about(file, [&] {
-        std::vector<std::byte> buffer(kReadBytes);
-        std::uint64_t offset = 0;
-        while (const std::size_t count = opened.readAt(buffer, offset)) {
-            take(std::span(buffer).first(count));
-            offset += count;
-        }
-    });
 }
 
 }  // namespace qzapp

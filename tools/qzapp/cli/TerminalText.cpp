@@ -1,4 +1,4 @@
-#include "tools/qzapp/cli/Display.hpp"
+#include "tools/qzapp/cli/TerminalText.hpp"
 
 #include <fmt/format.h>
 #include <sys/ioctl.h>
@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "app/Shown.hpp"
+#include "app/VisibleText.hpp"
 
 namespace qzapp {
 namespace {

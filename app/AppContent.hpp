@@ -10,7 +10,7 @@
 
 namespace qzapp {
 
-// Access to code and model beyond what the public readers offer. All failures are Errors about the
+// What the public readers do not offer about the code and the model of an app. All failures are Errors about the
 // file.
 
 // The code as UTF-8. For a packaged app that is its code part, for a text app the whole file as it
@@ -23,8 +23,5 @@ std::unique_ptr<opc::InputStream> openModel(const FileName& file);
 
 // The name of the part that holds the model of a packaged app.
 opc::model::PartName modelName(const FileName& file);
-
-// Reads a file to its end and passes it on in pieces of at most 256 KiB.
-void readToEnd(const FileName& file, const opc::InputStream::Take& take);
 
 }  // namespace qzapp

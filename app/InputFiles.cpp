@@ -1,23 +1,20 @@
-#include "app/Files.hpp"
+#include "app/InputFiles.hpp"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 #include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <memory>
 #include <span>
 #include <system_error>
 #include <utility>
+#include <vector>
 
-#include "app/Errors.hpp"
-#include "app/Shown.hpp"
-#include "app/SignalsBlocked.hpp"
+#include "app/Error.hpp"
+#include "app/VisibleText.hpp"
 
 namespace qzapp {
 namespace {
@@ -51,13 +48,15 @@ std::string whyNotOpened(const std::error_code& code) {
                 fmt::format("holds {}more than the limit of {}", size, byteCount(limit)));
 }
 
+constexpr std::size_t kReadBytes = std::size_t{256} << 10;
+
 // Room for the content of a file whose size the system does not know. It is doubled until the
 // content fits.
 constexpr std::size_t kFirstRoom = std::size_t{64} << 10;
 
 // All bytes of a file that should have `size` of them; if that is 0, it may have any number. Stops
 // when there are more than expected, or more than `limit`.
-std::string readToEnd(const FileDescriptor& file, std::uint64_t size, std::uint64_t limit) {
+std::string readAll(const FileDescriptor& file, std::uint64_t size, std::uint64_t limit) {
     // There is room for one byte more than expected, so that a file that has grown is noticed.
     std::string bytes(size == 0 ? kFirstRoom : size + 1, '\0');
     std::size_t end = 0;
@@ -117,31 +116,6 @@ void requireUnchanged(const FileName& file) {
     throwChanged(file);
 }
 
-std::string temporaryFolder() {
-    const char* named = std::getenv("TMPDIR");
-    return named != nullptr && *named != '\0' ? named : "/tmp";
-}
-
-FileDescriptor makeNamelessFile(const std::string& shown) {
-    const std::string folder = temporaryFolder();
-    FileDescriptor file(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
-    if (file) return file;
-    // Not every file system has files without a name.
-    const SignalsBlocked blocked;
-    std::string name = folder + "/qzapp-XXXXXX";
-    file = FileDescriptor(::mkostemp(name.data(), O_CLOEXEC));
-    if (!file) throwNotKept(shown, std::generic_category().message(errno));
-    ::unlink(name.c_str());
-    return file;
-}
-
-void throwNotKept(const std::string& shown, const std::string& reason) {
-    throw Error(shown,
-                fmt::format("cannot be kept in {} ({}); name a folder with room in TMPDIR",
-                            temporaryFolder(), reason),
-                Error::Cause::Passing);
-}
-
 std::uint64_t sizeOf(const FileName& file) {
     return about(file, [&] { return openFile(file).stamp().size; });
 }
@@ -153,11 +127,23 @@ std::string readBytes(const FileName& file, std::uint64_t limit) {
         const std::uint64_t size = stamp.size;
         if (size > limit) throwTooLarge(file, byteCount(size) + ", ", limit);
         if (!opened.reaches(size)) throwChanged(file);
-        std::string bytes = readToEnd(opened, size, limit);
+        std::string bytes = readAll(opened, size, limit);
         if (size != 0 && bytes.size() != size) throwChanged(file);
         if (bytes.size() > limit) throwTooLarge(file, "", limit);
         if (opened.stamp() != stamp) throwChanged(file);
         return bytes;
+    });
+}
+
+void readToEnd(const FileName& file, const opc::InputStream::Take& take) {
+    const auto opened = openFile(file);
+    about(file, [&] {
+        std::vector<std::byte> buffer(kReadBytes);
+        std::uint64_t offset = 0;
+        while (const std::size_t count = opened.readAt(buffer, offset)) {
+            take(std::span(buffer).first(count));
+            offset += count;
+        }
     });
 }
 

@@ -1,4 +1,4 @@
-#include "tools/qzhost/Display.hpp"
+#include "tools/qzhost/StructText.hpp"
 
 #include <fmt/format.h>
 #include <fl/i18n.hpp>

@@ -1,4 +1,4 @@
-#include "app/Shown.hpp"
+#include "app/VisibleText.hpp"
 
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>

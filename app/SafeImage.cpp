@@ -1,4 +1,4 @@
-#include "app/Thumbnails.hpp"
+#include "app/SafeImage.hpp"
 
 #include <opc/ImageTypes.hpp>
 
@@ -141,7 +141,7 @@ bool isModestPng(std::string_view bytes) {
 
 }  // namespace
 
-bool isThumbnail(std::string_view bytes) {
+bool isSafeImage(std::string_view bytes) {
     const opc::ImageType* const kind = opc::imageTypeOf(bytes);
     if (kind == nullptr || bytes.size() > kMaxPictureBytes) return false;
     if (kind->format == "png") return isModestPng(bytes);

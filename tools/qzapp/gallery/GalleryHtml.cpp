@@ -1,4 +1,4 @@
-#include "tools/qzapp/gallery/GalleryPage.hpp"
+#include "tools/qzapp/gallery/GalleryHtml.hpp"
 
 #include <fmt/format.h>
 #include <nettle/base64.h>
@@ -12,10 +12,10 @@
 #include <variant>
 #include <vector>
 
-#include "app/Fields.hpp"
+#include "app/FieldValues.hpp"
+#include "app/SafeImage.hpp"
 #include "app/Sha256.hpp"
-#include "app/Shown.hpp"
-#include "app/Thumbnails.hpp"
+#include "app/VisibleText.hpp"
 #include "tools/qzapp/gallery/GalleryFiles.hpp"
 
 namespace qzapp {

@@ -13,6 +13,6 @@ inline constexpr std::uint32_t kMaxPictureSide = 8192;
 // stranger's app contains: it must be a PNG, JPEG or GIF of at most kMaxPictureBytes, with at most
 // kMaxPictureSide pixels on each side, and must not decompress to much more than its size in pixels
 // takes.
-bool isThumbnail(std::string_view bytes);
+bool isSafeImage(std::string_view bytes);
 
 }  // namespace qzapp

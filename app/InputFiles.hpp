@@ -4,6 +4,7 @@
 #include <foundation/ustring.hpp>
 #include <opc/FileKind.hpp>
 #include <opc/Limits.hpp>
+#include <opc/Streams.hpp>
 #include <quillcode/CodePart.hpp>
 
 #include <cstddef>
@@ -39,14 +40,6 @@ FileName hold(const FileName& file);
 // mix of two versions. Does nothing for a file that is not held open.
 void requireUnchanged(const FileName& file);
 
-// The folder for temporary files: TMPDIR, or "/tmp".
-std::string temporaryFolder();
-// Makes an empty file without a name in temporaryFolder(), open for reading and writing, which
-// disappears when it is closed. Throws the Error of throwNotKept() if it cannot be made.
-fl::filesystem::FileDescriptor makeNamelessFile(const std::string& shown);
-// Throws the Error that `shown` cannot be kept in temporaryFolder(), and why.
-[[noreturn]] void throwNotKept(const std::string& shown, const std::string& reason);
-
 // What the first bytes of the file say that it is.
 opc::FileKind kindOf(const FileName& file);
 
@@ -56,6 +49,9 @@ std::uint64_t sizeOf(const FileName& file);
 // allocated for them, if the system knows the size), or changes while it is read: another number of
 // bytes than the system says is a change, unless the system says 0, as for files in /proc.
 std::string readBytes(const FileName& file, std::uint64_t limit);
+
+// Reads a file to its end and passes it on in pieces of at most 256 KiB.
+void readToEnd(const FileName& file, const opc::InputStream::Take& take);
 
 // Copies the whole file into an empty one. Throws if it is found to change meanwhile, and
 // std::system_error if it cannot be copied.

@@ -1,4 +1,4 @@
-#include "app/Errors.hpp"
+#include "app/Error.hpp"
 
 #include <fl/filesystem.hpp>
 #include <foundation/Shown.hpp>

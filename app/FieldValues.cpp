@@ -1,4 +1,4 @@
-#include "app/Fields.hpp"
+#include "app/FieldValues.hpp"
 
 #include <fmt/format.h>
 #include <boost/optional.hpp>

@@ -1,4 +1,4 @@
-#include "app/Files.hpp"
+#include "app/InputFiles.hpp"
 
 #include <fl/FileDescriptor.hpp>
 
@@ -10,7 +10,8 @@
 
 #include <gtest/gtest.h>
 
-#include "app/Errors.hpp"
+#include "app/Error.hpp"
+#include "app/ScratchFile.hpp"
 #include "tests/support/ClaimedSize.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
 
@@ -22,7 +23,7 @@ using test_support::ClaimedSize;
 constexpr std::uint64_t kLimit = 1'000'000;
 
 std::string copied(const FileName& file) {
-    auto target = makeNamelessFile("the copy");
+    auto target = makeScratchFile("the copy");
     copyBytes(file, target);
     std::string bytes(2 * kLimit, '\0');
     bytes.resize(target.readAt(std::as_writable_bytes(std::span(bytes)), 0));
