@@ -68,10 +68,10 @@ void checkUntyped(const PackageView& package, Findings& findings) {
         if (!item.name || item.type || &item == package.typesItem) continue;
         // checkOwnRelationships() checks the type of this one.
         if (*item.name == opc::names::packageRelationships()) continue;
-        findings.add(
-            "item-untyped", item.shownName,
-            "not a part, because [Content_Types].xml has no type for it; readers ignore it",
-            "add a Default or Override for it, or remove it from the zip file");
+        findings.add("item-untyped", item.shownName,
+                     fmt::format("not a part, because {} has no type for it; readers ignore it",
+                                 opc::names::kContentTypesItem),
+                     "add a Default or Override for it, or remove it from the zip file");
     }
 }
 

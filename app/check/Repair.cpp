@@ -375,15 +375,19 @@ private:
     }
 
     void reportTables() {
-        if (!from_.hasTypes) mend("wrote a new [Content_Types].xml, because the old one is lost");
+        const std::string types(opc::names::kContentTypesItem);
+        const std::string relationships = shownName(opc::names::packageRelationships());
+        if (!from_.hasTypes) mendTable(types);
         const auto* own = from_.relationshipsItem;
-        if (own == nullptr || !own->fault.empty()) {
-            mend("wrote a new /_rels/.rels, because the old one is lost");
-        }
+        if (own == nullptr || !own->fault.empty()) mendTable(relationships);
         for (const std::string& fault : from_.relationshipFaults)
-            lose("an entry of /_rels/.rels", fault);
+            lose("an entry of " + relationships, fault);
         for (const std::string& fault : from_.typeFaults)
-            lose("an entry of [Content_Types].xml", fault);
+            lose("an entry of " + types, fault);
+    }
+
+    void mendTable(const std::string& name) {
+        mend(fmt::format("wrote a new {}, because the old one is lost", name));
     }
 
     void reportRest() {
