@@ -75,9 +75,8 @@ std::vector<EditedKind> kindsOf(const PartsToEdit& parts) {
 // would get.
 void requireNoStray(const FileName& file, const Package& package, const EditedKind& kind) {
     if (!package.getRelationshipsByType(kind.relationshipType).empty()) return;
-    const auto part = std::ranges::find(layout::kParts, kind.relationshipType,
-                                        &layout::AppPart::relationshipType);
-    if (package.hasPart(PartName(part->name))) throwStray(file, PartName(part->name), kind.name);
+    const PartName name(layout::findPart(kind.relationshipType)->name);
+    if (package.hasPart(name)) throwStray(file, name, kind.name);
 }
 
 // Runs `require`. To the Error that it throws, adds the command that makes a repaired copy, which
@@ -96,9 +95,8 @@ void orRepair(const FileName& file, const char* copy, Require require) {
 // type.
 void requireTyped(const FileName& file, const Package& package, const EditedKind& kind,
                   const ustring& screenshotFormat) {
-    const auto part = std::ranges::find(layout::kParts, kind.relationshipType,
-                                        &layout::AppPart::relationshipType);
-    const bool isScreenshot = part == layout::kParts.end();
+    const layout::PartKindRow* const part = layout::findPart(kind.relationshipType);
+    const bool isScreenshot = part == nullptr;
     if (isScreenshot && screenshotFormat.empty()) return;  // it is removed, so no part is made
     const PartName name =
         isScreenshot ? layout::screenshotName(screenshotFormat) : PartName(part->name);

@@ -37,7 +37,7 @@ namespace {
 
 using foundation::ustring;
 using foundation::ustring_view;
-using layout::AppPart;
+using layout::PartKindRow;
 using opc::model::ContentType;
 using opc::model::FoundItem;
 using opc::model::PartName;
@@ -88,22 +88,28 @@ private:
                            options);
     }
 
-    void missing(const AppPart& part) {
+    // Reports that no relationship leads to such a part, unless an app may lack it.
+    void missing(const PartKindRow& part) {
+        const layout::PartRules* const rules = layout::rulesOf(part);
+        if (rules == nullptr) return;
         const std::string name = shown(part.name);
         const bool isThere = package_.find(part.name) != nullptr;
-        findings_.add(part.whenMissing, name,
+        findings_.add(rules->whenMissing, name,
                       isThere ? "no relationship leads to it" : "there is no such part",
-                      isThere ? repairFix(package_) : edit(part.option));
+                      isThere ? repairFix(package_) : edit(rules->option));
     }
 
     // The part that the one relationship of its type leads to. Adds a finding and returns null if
     // there is none.
-    const FoundItem* only(const AppPart& part) {
+    const FoundItem* only(const PartKindRow& part) {
         const auto links = package_.byType(part.relationshipType);
         if (links.empty()) missing(part);
         if (links.size() > 1) ambiguous(shown(part.name), links);
         if (links.size() != 1) return nullptr;
-        const FoundItem* found = follow(*links[0], shown(part.name), part.whenDangling);
+        const layout::PartRules* const rules = layout::rulesOf(part);
+        const FoundItem* found =
+            follow(*links[0], shown(part.name),
+                   rules == nullptr ? RuleName("part-dangling") : rules->whenDangling);
         if (found == nullptr) return nullptr;
         used_.insert(found->name->key());
         if (!(*found->type == ContentType(part.contentType))) {
@@ -309,11 +315,11 @@ private:
 
     // Parts whose content is not checked.
     void checkOtherParts() {
-        for (const AppPart& part : layout::kParts) {
+        for (const PartKindRow& part : layout::app::kParts) {
             const bool isChecked =
                 std::ranges::any_of(std::array{layout::kModel, layout::kCode, layout::kMetadata,
                                                layout::kCoreProperties},
-                                    [&](const AppPart& each) {
+                                    [&](const PartKindRow& each) {
                                         return each.relationshipType == part.relationshipType;
                                     });
             if (!isChecked) only(part);

@@ -99,7 +99,7 @@ constexpr Property kHostProperties[] = {
 // A part whose content is a list of independent properties, so that some can be kept without the
 // others.
 struct PropertiesPart {
-    layout::AppPart part;
+    layout::PartKindRow part;
     const char* called;
     std::span<const Property> properties;
     void (*parse)(std::string_view document, const std::string& where, CoreProperties& properties);
@@ -127,13 +127,13 @@ constexpr PropertiesPart kPropertiesParts[] = {
 // The relationship type that leads to parts such as this one, which its name or else its content
 // type identifies; empty if it is not a part of an app.
 ustring kindOf(const FoundItem& item) {
-    const auto isNamed = [&](const layout::AppPart& part) {
+    const auto isNamed = [&](const layout::PartKindRow& part) {
         return *item.name == PartName(part.name);
     };
-    const auto isTyped = [&](const layout::AppPart& part) {
+    const auto isTyped = [&](const layout::PartKindRow& part) {
         return item.type && *item.type == ContentType(part.contentType);
     };
-    const auto& all = layout::kParts;
+    const auto& all = layout::app::kParts;
     auto found = std::ranges::find_if(all, isNamed);
     if (found == all.end()) found = std::ranges::find_if(all, isTyped);
     if (found != all.end()) return ustring(found->relationshipType);
@@ -221,8 +221,8 @@ private:
     // The parts that readers of apps parse as XML.
     std::set<const FoundItem*> xmlParts() const {
         std::set<const FoundItem*> parts;
-        for (const layout::AppPart& part : layout::kParts) {
-            if (!part.isXml()) continue;
+        for (const layout::PartKindRow& part : layout::app::kParts) {
+            if (!layout::isXml(part)) continue;
             if (isAppName(from_.file)) parts.insert(from_.findItem(PartName(part.name)));
             for (const Relationship* link : from_.byType(part.relationshipType)) {
                 if (!isOfAnotherKind(*link)) parts.insert(from_.targetItem(*link));
@@ -242,10 +242,10 @@ private:
     }
 
     // The kind of part that a relationship says an item is. If there are several, the first in
-    // layout::kParts.
-    std::map<const FoundItem*, const layout::AppPart*> linkedParts() const {
-        std::map<const FoundItem*, const layout::AppPart*> parts;
-        for (const layout::AppPart& part : layout::kParts) {
+    // app::kParts.
+    std::map<const FoundItem*, const layout::PartKindRow*> linkedParts() const {
+        std::map<const FoundItem*, const layout::PartKindRow*> parts;
+        for (const layout::PartKindRow& part : layout::app::kParts) {
             for (const Relationship* link : from_.byType(part.relationshipType))
                 parts.try_emplace(from_.targetItem(*link), &part);
         }
@@ -267,7 +267,7 @@ private:
 
     ContentType typeFor(const FoundItem& item) const {
         if (opc::names::isRelationshipsName(*item.name)) return opc::names::relationshipsType();
-        for (const layout::AppPart& part : layout::kParts) {
+        for (const layout::PartKindRow& part : layout::app::kParts) {
             if (*item.name == PartName(part.name)) return ContentType(part.contentType);
         }
         return item.type ? *item.type : likelyType(item);
@@ -429,14 +429,14 @@ private:
 
     // Small for the kinds that an app needs most.
     static std::ptrdiff_t rankOf(const ustring& type) {
-        return std::ranges::find(layout::kParts, ustring_view(type),
-                                 &layout::AppPart::relationshipType) -
-               layout::kParts.begin();
+        return std::ranges::find(layout::app::kParts, ustring_view(type),
+                                 &layout::PartKindRow::relationshipType) -
+               layout::app::kParts.begin();
     }
 
     // Adds the missing relationships to parts of an app that have their usual names.
     void linkAppParts() {
-        for (const layout::AppPart& part : layout::kParts) {
+        for (const layout::PartKindRow& part : layout::app::kParts) {
             link(PartName(part.name), ustring(part.relationshipType));
         }
         for (const bool isThumbnail : {true, false}) {
@@ -528,7 +528,7 @@ private:
     RepairReport& report_;
     const std::vector<PartKind> kinds_ = layout::app::partKinds();
     std::set<const FoundItem*> xmlParts_, thumbnails_;
-    std::map<const FoundItem*, const layout::AppPart*> linkedParts_;
+    std::map<const FoundItem*, const layout::PartKindRow*> linkedParts_;
     std::map<ustring, const Relationship*> meant_;  // by type
 };
 
