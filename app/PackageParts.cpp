@@ -206,8 +206,8 @@ bool removeScreenshot(Package& package) {
 // "/metadata/appScreenshot.N.png" with the first N, from 1, that is free.
 PartName freeScreenshotName(const Package& package, const ustring& extension) {
     for (std::size_t number = 1;; ++number) {
-        const ustring digits = fl::i18n::utf8_to_ustring(std::to_string(number));
-        const PartName name = layout::screenshotName(digits + u"." + extension);
+        const ustring prefix = fl::i18n::utf8_to_ustring(std::to_string(number) + ".");
+        PartName name = layout::screenshotName(prefix + extension);
         if (!package.hasPart(name) && !package.hasUntypedItem(name)) return name;
     }
 }
@@ -226,7 +226,7 @@ PartName setScreenshotBeside(Package& package, const appserialization::Screensho
     const ustring extension = fl::i18n::to_lower(screenshot.first);
     const auto format = std::ranges::find(layout::app::kScreenshotFormats, extension,
                                           &layout::app::ScreenshotFormatRow::extension);
-    const PartName name = freeScreenshotName(package, extension);
+    PartName name = freeScreenshotName(package, extension);
     const auto stream =
         package.createPart(name, format->contentType(), layout::app::partInfo()).getOutputStream();
     for (const ustring& type : {ustring(layout::app::kScreenshotRelationship),

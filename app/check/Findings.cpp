@@ -17,7 +17,7 @@ constexpr std::size_t kMostOfARule = 100;
 constexpr std::string_view kPlainInShell =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+@%-";
 
-std::string quoted(const std::string& name) {
+std::string singleQuoted(const std::string& name) {
     std::string word = "'";
     for (const char c : name)
         word += c == '\'' ? std::string("'\\''") : std::string(1, c);
@@ -102,9 +102,9 @@ ordered_json rulesJson() {
 std::string shellWord(const FileName& file) {
     if (file.isStandardInput) return "FILE";
     // A word that begins with "-" would be taken as an option.
-    const std::string name = (file.shown.starts_with('-') ? "./" : "") + file.shown;
+    std::string name = (file.shown.starts_with('-') ? "./" : "") + file.shown;
     if (name.find_first_not_of(kPlainInShell) == std::string::npos) return name;
-    return visible(name) == name ? quoted(name) : spelled(name);
+    return visible(name) == name ? singleQuoted(name) : spelled(name);
 }
 
 }  // namespace qzapp

@@ -53,7 +53,6 @@ using opc::model::PartKind;
 using opc::model::PartName;
 using opc::model::Relationship;
 using opc::model::TargetMode;
-using opc::model::URI;
 using opc::model::XmlElement;
 using opc::qzservices::CoreProperties;
 using opc::qzservices::HostProperties;

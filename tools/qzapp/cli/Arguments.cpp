@@ -57,7 +57,7 @@ std::string fieldHelp() {
 }
 
 FileName newPackageArgument(const std::string& value) {
-    const FileName file = fileArgument(value);
+    FileName file = fileArgument(value);
     if (!appserialization::hasExtension(file.native(), kPackagedExtension)) {
         throw UsageError(
             value, fmt::format("the name of a packaged app must end in \"{}\"; choose another",

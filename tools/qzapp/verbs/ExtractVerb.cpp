@@ -130,7 +130,8 @@ void sendModel(const FileName& file) {
     });
 }
 
-ExtractedFile madeOf(const std::string& name, Kind kind, std::function<std::string()> bytes) {
+ExtractedFile madeOf(const std::string& name, Kind kind,
+                     const std::function<std::string()>& bytes) {
     return {name, kind,
             [bytes](FileDescriptor& to) {
                 const std::string content = bytes();

@@ -28,7 +28,6 @@
 namespace qzapp {
 namespace {
 
-using appserialization::AppMetadataReader;
 using opc::model::Package;
 using opc::model::PackageHelper;
 using opc::model::Part;

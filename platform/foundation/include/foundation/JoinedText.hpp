@@ -22,8 +22,8 @@ struct FixedText {
 // The result is a zero-terminated std::array of the second literal's character type.
 template <FixedText kBegin, FixedText kEnd>
 inline constexpr auto kJoinedText = [] {
-    constexpr std::size_t kBeginSize = sizeof(kBegin.text) / sizeof(kBegin.text[0]) - 1;
-    constexpr std::size_t kEndSize = sizeof(kEnd.text) / sizeof(kEnd.text[0]);
+    constexpr std::size_t kBeginSize = std::size(kBegin.text) - 1;
+    constexpr std::size_t kEndSize = std::size(kEnd.text);
     using Char = std::remove_cvref_t<decltype(kEnd.text[0])>;
     std::array<Char, kBeginSize + kEndSize> joined{};
     for (std::size_t i = 0; i < kBeginSize; ++i)

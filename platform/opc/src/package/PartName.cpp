@@ -29,8 +29,8 @@ constexpr bool isUnreserved(char16_t unit) {
 // The characters of a URI path segment, other than "%".
 constexpr std::array<bool, 128> kSegmentCharacters = [] {
     std::array<bool, 128> table{};
-    for (char16_t unit = 0; unit < table.size(); ++unit)
-        table[unit] = isUnreserved(unit);
+    for (std::size_t unit = 0; unit < table.size(); ++unit)
+        table[unit] = isUnreserved(static_cast<char16_t>(unit));
     for (const char other : std::string_view("!$&'()*+,;=:@"))
         table[static_cast<unsigned char>(other)] = true;
     return table;

@@ -284,7 +284,8 @@ private:
 }  // namespace
 
 std::unique_ptr<InputStream> openItem(ItemContent content) {
-    return rowOf(content.method).open(std::move(content));
+    const MethodRow& method = rowOf(content.method);
+    return method.open(std::move(content));
 }
 
 std::unique_ptr<InputStream> openStored(ItemContent content) {

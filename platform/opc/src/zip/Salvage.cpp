@@ -374,12 +374,13 @@ private:
                 fail(item, at, lostBy(Loss::Within));
                 return size;
             }
-            if (item.headerOffset < source_->size) addLocal(item);
-            const auto header = localHeaderAt(*source_, item.headerOffset);
+            const std::uint64_t headerOffset = item.headerOffset;
+            if (headerOffset < source_->size) addLocal(item);
+            const auto header = localHeaderAt(*source_, headerOffset);
             if (header && endOfSame(*source_, *header, item)) {
                 takeConfirmed(item, at);
             } else {
-                records_.emplace(item.headerOffset, Record{std::move(item), at});
+                records_.emplace(headerOffset, Record{std::move(item), at});
             }
             return size;
         } catch (const Exception&) {
