@@ -9,7 +9,7 @@ test_packages=(
     "${build_packages[@]}"
     libgtest-dev libgmock-dev libbenchmark-dev
     clang clang-14 clang-format-14 clang-tidy-14 clang-tools-14 libclang-rt-14-dev
-    attr bash-completion fish git help2man libarchive-tools libxml2-utils python3 strace unzip xz-utils zip zsh
+    attr bash-completion fish git help2man iwyu libarchive-tools libxml2-utils python3 strace unzip xz-utils zip zsh
 )
 # Other programs that read and write zip files.
 reader_packages=(
