@@ -7,6 +7,7 @@
 #include <opc/Limits.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
+#include <opc/PartKind.hpp>
 #include <opc/PartName.hpp>
 #include <opc/Relationship.hpp>
 #include <opc/XmlElements.hpp>
