@@ -1,12 +1,14 @@
 #include "app/FieldValues.hpp"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <boost/optional.hpp>
 #include <boost/variant.hpp>
 
 #include <array>
 #include <cstddef>
 
+#include "app/Suggestion.hpp"
 #include "metadata/Fields.hpp"
 
 namespace qzapp {
@@ -46,11 +48,20 @@ std::optional<Field> findField(std::string_view name) {
     return std::nullopt;
 }
 
+std::optional<Field> findFieldInAnyCase(std::string_view name) {
+    for (const Field field : allFields()) {
+        if (isSameInAnyCase(name, nameOf(field))) return field;
+    }
+    return std::nullopt;
+}
+
 std::string unknownField(std::string_view name) {
-    std::string names;
+    std::vector<std::string_view> names;
     for (const Field field : allFields())
-        names += (names.empty() ? "" : ", ") + std::string(nameOf(field));
-    return fmt::format("unknown metadata field \"{}\"; the fields are {}", name, names);
+        names.emplace_back(nameOf(field));
+    return fmt::format(
+        "unknown metadata field \"{}\"{}", name,
+        didYouMean(name, names, fmt::format("; the fields are {}", fmt::join(names, ", "))));
 }
 
 FieldValue valueOf(const AppMetadata& record, Field field) {

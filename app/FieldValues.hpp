@@ -29,7 +29,9 @@ bool isList(Field field);
 
 // The field of exactly this name, in its case, or nothing.
 std::optional<Field> findField(std::string_view name);
-// The error message for a name that findField() does not know; it lists the names of all fields.
+// The field of this name in any case, as a person may write it.
+std::optional<Field> findFieldInAnyCase(std::string_view name);
+// The error message for a name that is no field's. It has the nearest name, or those of all fields.
 std::string unknownField(std::string_view name);
 
 // The value of a field. A field that the record lacks is an empty text or list; a record that a

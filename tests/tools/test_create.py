@@ -91,11 +91,20 @@ class Create(ToolTest):
         create = ["create", "a.kvpkg", "--code", "c.k", "--model", "c.k"]
         rows = [
             (create[:4], 'create: --model is required; see "qzapp create --help"'),
-            ([*create, "--set", "name=x"], f'--set: unknown metadata field "name"; the fields are {FIELD_LIST}'),
+            ([*create, "--set", "Kind=x"], f'--set: unknown metadata field "Kind"; the fields are {FIELD_LIST}'),
+            ([*create, "--set", "autor=x"], '--set: unknown metadata field "autor"; did you mean "Author"?'),
+            ([*create, "--set"], 'create: --set needs a value: --set FIELD=VALUE; see "qzapp create --help"'),
+            ([*create, "--code", "c.k"], 'create: --code is given 2 times; give it once; see "qzapp create --help"'),
+            (["check", "--", "c.k", "--json"], 'check: "--json" stands behind "--", so it is taken for a file, and there '
+                                               'is none of that name; put it before "--"'),
             (["create", b"\xff.kvpkg", *create[2:]],
              "\ufffd.kvpkg: the file's name is not valid UTF-8 at byte 0; rename the file"),
             (["pack"], f'unknown verb "pack"; the verbs are {VERBS}; see "qzapp --help"'),
+            (["chekc"], 'unknown verb "chekc"; did you mean "check"?'),
+            (["pack", "--help"], f'unknown verb "pack"; the verbs are {VERBS}; see "qzapp --help"'),
+            (["help", "inof"], 'unknown verb "inof"; did you mean "info"?'),
             (["items", "--vers", "a.kvpkg"], 'items: unknown option "--vers"; see "qzapp items --help"'),
+            (["items", "--JSN=x", "a.kvpkg"], 'items: unknown option "--JSN=x"; did you mean "--json"?'),
         ]
         for args, message in rows:
             self.fails(2, message, *args)
@@ -103,9 +112,12 @@ class Create(ToolTest):
 
     def test_help_and_version(self):
         self.assertRegex(self.ok("--version"), r"^qzapp \d+\.\d+\.\d+\nVerbs that read are .*\n$")
+        self.assertEqual(self.ok("-V"), self.ok("--version"))
+        self.assertEqual(self.ok("help"), self.ok("--help"))
         for verb in VERBS.split(", "):
             self.assertIn(f"\n  {verb} ", self.ok("--help"))
-            self.assertIn(f"\n  qzapp {verb} ", self.ok(verb, "--help"))
+            self.assertIn(f"\n  qzapp {verb} ", self.ok("help", verb))
+            self.assertEqual(self.ok("help", verb), self.ok(verb, "--help"))
 
     def test_bad_inputs_leave_nothing_behind(self):
         self.write("c.k", "x")
@@ -125,7 +137,7 @@ class Create(ToolTest):
     def test_metadata_files_are_judged_field_by_field(self):
         self.write("c.k", "x")
         rows = [
-            ('{"name": "x"}', f'unknown metadata field "name"; the fields are {FIELD_LIST}'),
+            ('{"name": "x"}', 'unknown metadata field "name"; did you mean "Name"?'),
             ('{"Name": "x", "Name": "x"}', '"Name" is given twice; give it once'),
             ('{"UserComponents": ["x", {}]}',
              '"UserComponents" must be an array of strings, found an object in the array'),

@@ -46,8 +46,9 @@ class Info(ReadTest):
                    "UserComponents=2")
         for field, text in (("Name", " x\ny\u0085\n"), ("UserComponents", "1\n2\n"), ("RequiredProducts", "")):
             self.assertEqual(self.ok("info", "--field", field, "a.kvpkg"), text)
-        self.fails(2, f'--field: unknown metadata field "Nome"; the fields are {FIELD_LIST}',
-                   "info", "--field", "Nome", "a.kvpkg")
+        self.assertEqual(self.ok("info", "--field", "usercomponents", "a.kvpkg"), "1\n2\n")
+        self.fails(2, f'--field: unknown metadata field "Title"; the fields are {FIELD_LIST}',
+                   "info", "--field", "Title", "a.kvpkg")
 
     def test_bad_files_do_not_stop_the_others(self):
         self.small("good.kvpkg")

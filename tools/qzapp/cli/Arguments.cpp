@@ -42,7 +42,7 @@ FileName fileArgument(const std::string& value) {
 }
 
 Field fieldArgument(const std::string& option, const std::string& name) {
-    if (const auto field = findField(name)) return *field;
+    if (const auto field = findFieldInAnyCase(name)) return *field;
     throw UsageError(option, unknownField(name));
 }
 

@@ -1,6 +1,7 @@
 #include "tools/qzapp/cli/CommandLine.hpp"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Error.hpp>
@@ -9,13 +10,16 @@
 #include <foundation/Clock.hpp>
 #include <foundation/Threads.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <new>
+#include <ranges>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -23,6 +27,7 @@
 #include <vector>
 
 #include "app/Progress.hpp"
+#include "app/Suggestion.hpp"
 #include "app/Warnings.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/ErrorStream.hpp"
@@ -53,11 +58,15 @@ void takeTimeFromEnvironment() {
     foundation::clock::set(foundation::clock::Seconds(std::chrono::seconds(seconds)));
 }
 
-std::string verbNames() {
-    std::string names;
+std::vector<std::string_view> namesOfVerbs() {
+    std::vector<std::string_view> names;
     for (const Verb& verb : verbs())
-        names += (names.empty() ? "" : ", ") + std::string(verb.name);
+        names.emplace_back(verb.name);
     return names;
+}
+
+std::string joined(const std::vector<std::string_view>& names) {
+    return fmt::format("{}", fmt::join(names, ", "));
 }
 
 // CLI11 puts two blank lines between groups.
@@ -77,13 +86,24 @@ bool looksLikeOption(std::string_view argument) {
 // have by itself, makes it an ordinary value. It is removed before anything else sees the value.
 constexpr char kNoList = '\0';
 
-// The arguments in reverse order, as CLI11 parses them.
-std::vector<std::string> argumentsOf(int argc, const char* const* argv) {
-    std::vector<std::string> arguments;
-    for (int i = argc - 1; i > 0; --i) {
-        std::string& argument = arguments.emplace_back(argv[i]);
+using Arguments = std::vector<std::string>;
+
+// "help VERB" becomes "VERB --help".
+Arguments argumentsOf(int argc, const char* const* argv) {
+    Arguments arguments(argv + std::min(argc, 1), argv + argc);
+    if (!arguments.empty() && arguments.front() == "help") {
+        arguments.erase(arguments.begin());
+        arguments.emplace_back("--help");
+    }
+    return arguments;
+}
+
+// As CLI11 parses them: in reverse order.
+Arguments marked(Arguments arguments) {
+    for (std::string& argument : arguments) {
         if (argument.ends_with(']')) argument += kNoList;
     }
+    std::ranges::reverse(arguments);
     return arguments;
 }
 
@@ -97,42 +117,89 @@ void removeMarksFromValues(CLI::App& command) {
         option->transform(withoutMarks);
 }
 
+std::string seeHelp(const std::string& command) {
+    return fmt::format("; see \"{} --help\"", command);
+}
+
+std::string unknownOption(const CLI::App& command, std::string_view given,
+                          const std::string& hint) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : command.get_options()) {
+        for (const std::string& name : option->get_lnames())
+            names.push_back("--" + name);
+    }
+    const std::vector<std::string_view> known(names.begin(), names.end());
+    return fmt::format("unknown option \"{}\"{}", given,
+                       didYouMean(given.substr(0, given.find('=')), known, hint));
+}
+
+// About an option that was given too often or without its value; empty if `e` is about neither.
+std::string mismatchOf(const CLI::App& verb, const CLI::ParseError& e) {
+    if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::ArgumentMismatch)) return {};
+    const std::string_view what = e.what();
+    const std::string name(what.substr(0, what.find(':')));
+    const CLI::Option* option = verb.get_option_no_throw(name);
+    if (option == nullptr) return {};
+    if (option->count() > 1) {
+        return fmt::format("{} is given {} times; give it once", name, option->count());
+    }
+    return fmt::format("{} needs a value: {} {}", name, name, option->get_type_name());
+}
+
 // What is wrong with the arguments of a verb. An unknown option goes before what CLI11 reports,
 // because a misspelt option is often why something else is missing.
 std::string reasonOf(const CLI::App& verb, const CLI::ParseError& e) {
+    const std::string hint = seeHelp("qzapp " + verb.get_name());
     const auto extra = verb.remaining();
     for (const std::string& argument : extra) {
-        if (looksLikeOption(argument)) return fmt::format("unknown option \"{}\"", argument);
+        if (looksLikeOption(argument)) return unknownOption(verb, withoutMarks(argument), hint);
     }
+    if (std::string mismatch = mismatchOf(verb, e); !mismatch.empty()) return mismatch + hint;
     if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError) || extra.empty()) {
-        return e.what();
+        return e.what() + hint;
     }
-    return fmt::format("unexpected argument \"{}\"", extra[0]);
+    return fmt::format("unexpected argument \"{}\"{}", extra[0], hint);
 }
 
 // The message about a wrong command line, which names the verb if there is one.
-std::string complaint(const CLI::App& app, const CLI::ParseError& e,
-                      std::string_view firstArgument) {
+std::string complaint(const CLI::App& app, const CLI::ParseError& e, const std::string& first) {
     const auto parsed = app.get_subcommands();
     if (!parsed.empty()) {
-        const std::string verb = parsed[0]->get_name();
-        return fmt::format("{}: {}; see \"qzapp {} --help\"", verb, reasonOf(*parsed[0], e), verb);
+        return fmt::format("{}: {}", parsed[0]->get_name(), reasonOf(*parsed[0], e));
     }
-    constexpr const char* kSeeHelp = "see \"qzapp --help\"";
-    if (firstArgument.empty()) {
-        return fmt::format("expected a verb, one of {}; {}", verbNames(), kSeeHelp);
+    const std::string hint = seeHelp("qzapp"), all = joined(namesOfVerbs());
+    if (first.empty()) return fmt::format("expected a verb, one of {}{}", all, hint);
+    if (looksLikeOption(first)) return unknownOption(app, first, hint);
+    return fmt::format(
+        "unknown verb \"{}\"{}", first,
+        didYouMean(first, namesOfVerbs(), fmt::format("; the verbs are {}{}", all, hint)));
+}
+
+bool isVerb(std::string_view name) {
+    return std::ranges::any_of(verbs(), [&](const Verb& verb) { return verb.name == name; });
+}
+
+// Behind "--" every argument is a file. An option of the verb there is a mistake unless there is a
+// file of that name.
+void refuseOptionsTakenForFiles(const CLI::App& verb, const Arguments& arguments) {
+    const auto separator = std::ranges::find(arguments, "--");
+    for (const std::string& argument : std::ranges::subrange(separator, arguments.end())) {
+        std::error_code ignored;
+        if (!looksLikeOption(argument) || verb.get_option_no_throw(argument) == nullptr ||
+            std::filesystem::exists(argument, ignored)) {
+            continue;
+        }
+        throw UsageError(verb.get_name(),
+                         fmt::format("\"{}\" stands behind \"--\", so it is taken for a file, and "
+                                     "there is none of that name; put it before \"--\"",
+                                     argument));
     }
-    if (looksLikeOption(firstArgument)) {
-        return fmt::format("unknown option \"{}\"; {}", firstArgument, kSeeHelp);
-    }
-    return fmt::format("unknown verb \"{}\"; the verbs are {}; {}", firstArgument, verbNames(),
-                       kSeeHelp);
 }
 
 // Prints the help or the version, for which CLI11 throws too, or reports what is wrong.
-int answer(const CLI::App& app, const CLI::ParseError& e, std::string_view firstArgument) {
+int answer(const CLI::App& app, const CLI::ParseError& e, const std::string& first) {
     if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success)) {
-        report(withoutMarks(complaint(app, e, firstArgument)));
+        report(withoutMarks(complaint(app, e, first)));
         return kWrongCommandLine;
     }
     std::ostringstream text, none;
@@ -154,7 +221,7 @@ void declareTool(CLI::App& app) {
         "Makes, changes, reads and checks app files: packaged apps (.kvpkg) and text apps (.k).");
     app.set_help_flag("-h,--help", "Print this help");
     app.set_version_flag(
-        "--version", [] { return "qzapp " QZAPP_VERSION "\n" + describeConfinement(); },
+        "-V,--version", [] { return "qzapp " QZAPP_VERSION "\n" + describeConfinement(); },
         "Print the version, and how verbs that read are confined");
     app.require_subcommand(1);
     nameThings(*app.get_formatter());
@@ -199,11 +266,17 @@ int parseAndRun(int argc, const char* const* argv) {
         addThreadsOption(*command, threads);
         removeMarksFromValues(*command);
     }
+    const Arguments arguments = argumentsOf(argc, argv);
+    const std::string first = arguments.empty() ? "" : arguments.front();
     try {
-        app.parse(argumentsOf(argc, argv));
+        // CLI11 would answer "--help" behind an unknown verb.
+        if (!first.empty() && !looksLikeOption(first) && !isVerb(first))
+            throw CLI::ExtrasError({first});
+        app.parse(marked(arguments));
     } catch (const CLI::ParseError& e) {
-        return answer(app, e, argc > 1 ? argv[1] : "");
+        return answer(app, e, first);
     }
+    refuseOptionsTakenForFiles(*app.get_subcommands().front(), arguments);
     takeTimeFromEnvironment();
     foundation::threads::setLimit(threads);
     // Finds out the default now: inside a cage the control group's quota could not be read.

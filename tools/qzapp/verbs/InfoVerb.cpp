@@ -164,7 +164,7 @@ std::string describe(const FileName& file, const InfoOptions& options,
         const AppMetadata record = reader->readMetadata();
         if (options.field) {
             requireUnchanged(file);
-            return fieldText(record, *findField(*options.field));
+            return fieldText(record, *findFieldInAnyCase(*options.field));
         }
         const Screenshot screenshot = readScreenshot(file, *reader);
         requireUnchanged(file);
