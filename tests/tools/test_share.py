@@ -51,9 +51,15 @@ class Share(ToolTest):
                 self.assertNotIn("edit", complete("qzapp con"))
                 self.assertLessEqual({"--set", "--screenshot"}, set(complete("qzapp edit --s")))
                 self.assertIn("heatfield.k", complete("qzapp info heat"))
+                self.assertEqual(set(complete("qzapp edit --clear U")), {"Uuid", "UserComponents"})
+                self.assertEqual(complete("qzapp info --field Auth"), ["Author"])
+                self.assertEqual(complete("qzapp edit --set Auth"), ["Author="])
+                self.assertEqual(complete("qzapp extract --only mo"), ["model"])
+                self.assertEqual(complete("qzapp help con"), ["convert"])
         self.assertIn("convert:Make a packaged app from a text app", zsh("Verbs"))
         self.assertIn("--set:Set one field, whatever --metadata says; repeat it for list items",
                       zsh("[A-Z][a-z]+", "edit"))
+        self.assertTrue({"--output", "--help"} <= {line.split(":")[0] for line in zsh("[A-Z][a-z]+", "extract")})
 
     def test_the_thumbnailer_gives_the_apps_picture(self):
         entry = dict(line.split("=", 1) for line in

@@ -1,8 +1,8 @@
-# fish completion for qzapp: verbs and options from its own help, otherwise files.
+# fish completion for qzapp: verbs, options, fields and kinds from its own help, otherwise files.
 
 function __qzapp_described
     qzapp $argv --help 2>/dev/null |
-        string replace -rf '^  (?:-h,)?([a-z-]+)(?: [A-Z]\S*)?(?: \.\.\.)?(?: \(required\))? +(.*)' '$1\t$2'
+        string replace -rf '^  (?:-[A-Za-z],)?([a-z-]+)(?: [A-Z]\S*)?(?: \.\.\.)?(?: \(required\))? +(.*)' '$1\t$2'
 end
 
 function __qzapp_verbs
@@ -13,5 +13,18 @@ function __qzapp_options
     __qzapp_described (commandline -opc)[2] | string match -r '^-.*'
 end
 
+function __qzapp_fields
+    qzapp edit --help 2>/dev/null | sed -n '/^Text fields:/,/^$/{/:$/d;s/,//g;p}' | string split -n ' '
+end
+
+function __qzapp_kinds
+    qzapp extract --help 2>/dev/null | sed -n 's/.*What to write: //;T;s/,//g;p' | string split -n ' '
+end
+
 complete -c qzapp -n __fish_use_subcommand -f -a '(__qzapp_verbs)'
+complete -c qzapp -n '__fish_seen_subcommand_from help' -f -a '(__qzapp_verbs)'
 complete -c qzapp -n 'string match -q -- "-*" (commandline -ct)' -f -a '(__qzapp_options)'
+complete -c qzapp -l field -x -a '(__qzapp_fields)'
+complete -c qzapp -l clear -x -a '(__qzapp_fields)'
+complete -c qzapp -l set -x -a '(__qzapp_fields | string replace -r "\$" "=")'
+complete -c qzapp -l only -x -a '(__qzapp_kinds)'

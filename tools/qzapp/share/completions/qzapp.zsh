@@ -1,14 +1,27 @@
 #compdef qzapp
-# zsh completion for qzapp: verbs and options from its own help, otherwise files.
+# zsh completion for qzapp: verbs, options, fields and kinds from its own help, otherwise files.
 
 _qzapp_described() {  # prints "name:what it does" for each line of a section of the help
     qzapp "${@:2}" --help 2>/dev/null |
-        sed -nE "/^$1:/,/^\$/s/^  (-h,)?([a-z-]+)( [A-Z][^ ]*)?( \.\.\.)?( \(required\))? +(.*)/\2:\6/p"
+        sed -nE "/^$1:/,/^\$/s/^  (-[A-Za-z],)?([a-z-]+)( [A-Z][^ ]*)?( \.\.\.)?( \(required\))? +(.*)/\2:\6/p"
+}
+
+_qzapp_fields() {
+    qzapp edit --help 2>/dev/null | sed -n '/^Text fields:/,/^$/{/:$/d;s/,//g;p}'
+}
+
+_qzapp_kinds() {
+    qzapp extract --help 2>/dev/null | sed -n 's/.*What to write: //;T;s/,//g;p'
 }
 
 _qzapp() {
     local -a choices
-    if ((CURRENT == 2)) && [[ $PREFIX != -* ]]; then
+    case ${words[CURRENT-1]} in
+        --field | --clear) compadd -- $(_qzapp_fields); return ;;
+        --set) compadd -S = -- $(_qzapp_fields); return ;;
+        --only) compadd -- $(_qzapp_kinds); return ;;
+    esac
+    if ((CURRENT == 2)) && [[ $PREFIX != -* ]] || [[ ${words[2]} == help ]]; then
         choices=(${(f)"$(_qzapp_described Verbs)"})
         _describe verb choices
     elif [[ $PREFIX == -* ]]; then
