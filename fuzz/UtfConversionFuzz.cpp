@@ -1,5 +1,5 @@
 // Conversion between UTF-8 and UTF-16: there and back gives the same text, the error names the first wrong
-// place, and the position of a text in the blocks that are converted at once makes no difference.
+// place, and the position of a text in the pieces that are converted at once makes no difference.
 
 #include <fl/i18n.hpp>
 
@@ -73,7 +73,7 @@ void checkFromUtf16(const std::u16string& units) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
-    // Text is converted in blocks and pieces, so something odd has to stand anywhere in them.
+    // Text is converted in pieces, so something odd has to stand anywhere in them.
     static constexpr std::u16string_view kFillers[] = {u"a", u"\u00E9", u"\u20AC", u"\U0001F600"};
     const auto filler = input.oneOf(kFillers);
     std::u16string front;

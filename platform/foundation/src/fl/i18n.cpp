@@ -1,6 +1,5 @@
 #include <fl/i18n.hpp>
 
-#include <emmintrin.h>
 #include <unicode/unorm2.h>
 #include <unicode/ustring.h>
 #include <unicode/utf16.h>
@@ -10,7 +9,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <stdexcept>
-#include <type_traits>
 
 namespace fl::i18n {
 
@@ -25,72 +23,39 @@ constexpr UChar32 kReplacement = 0xFFFD;
 constexpr std::size_t kPiece = 2048;
 constexpr std::size_t kMaxUtf8PerUnit = 3;
 
-// Shortens a piece of a longer text so that it does not end within a well-formed sequence, nor
-// within an ill-formed one that becomes a single U+FFFD.
-std::size_t withoutCutSequence(std::string_view piece) {
-    auto length = static_cast<std::int32_t>(piece.size());
-    U8_TRUNCATE_IF_INCOMPLETE(piece.data(), 0, length);
+// The length of the first piece, which does not end within a well-formed sequence, nor within an
+// ill-formed one that becomes a single U+FFFD.
+std::size_t pieceLength(std::string_view text) {
+    if (text.size() <= kPiece) return text.size();
+    std::int32_t length = kPiece;
+    U8_TRUNCATE_IF_INCOMPLETE(text.data(), 0, length);
     return static_cast<std::size_t>(length);
 }
 
-std::size_t withoutCutSequence(ustring_view piece) {
-    return U16_IS_LEAD(piece.back()) ? piece.size() - 1 : piece.size();
-}
-
-// Blocks of ASCII, which most text consists of, are converted here; ICU converts the rest.
-constexpr std::size_t kBlock = 16;
-static_assert(kPiece % kBlock == 0);
-
-bool isAsciiBlock(const char* block) {
-    return _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(block))) == 0;
-}
-
-bool isAsciiBlock(const char16_t* block) {
-    const auto* const units = reinterpret_cast<const __m128i*>(block);
-    const auto both = _mm_or_si128(_mm_loadu_si128(units), _mm_loadu_si128(units + 1));
-    const auto beyond = _mm_and_si128(both, _mm_set1_epi16(static_cast<short>(0xFF80)));
-    return _mm_movemask_epi8(_mm_cmpeq_epi16(beyond, _mm_setzero_si128())) == 0xFFFF;
-}
-
-void copyAsciiBlock(const char* block, char16_t* target) {
-    const auto bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block));
-    auto* const units = reinterpret_cast<__m128i*>(target);
-    _mm_storeu_si128(units, _mm_unpacklo_epi8(bytes, _mm_setzero_si128()));
-    _mm_storeu_si128(units + 1, _mm_unpackhi_epi8(bytes, _mm_setzero_si128()));
-}
-
-void copyAsciiBlock(const char16_t* block, char* target) {
-    const auto* const units = reinterpret_cast<const __m128i*>(block);
-    const auto bytes = _mm_packus_epi16(_mm_loadu_si128(units), _mm_loadu_si128(units + 1));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(target), bytes);
-}
-
-// Converts the blocks of ASCII at the front of `text`, at most a piece, and returns their length.
-template <class Source, class Unit>
-std::size_t copyAscii(Source text, Unit* target) {
-    const Source piece = text.substr(0, kPiece);
-    std::size_t length = 0;
-    for (; length + kBlock <= piece.size(); length += kBlock) {
-        if (!isAsciiBlock(piece.data() + length)) break;
-        copyAsciiBlock(piece.data() + length, target + length);
-    }
-    return length;
-}
-
-// The length of the text before the next block of ASCII, at most a piece.
-template <class Source>
-std::size_t mixedLength(Source text) {
-    const Source piece = text.substr(0, kPiece);
-    for (std::size_t length = 0; length + kBlock <= piece.size(); length += kBlock) {
-        if (isAsciiBlock(piece.data() + length)) return length;
-    }
-    return piece.size() == text.size() ? piece.size() : withoutCutSequence(piece);
+std::size_t pieceLength(ustring_view text) {
+    if (text.size() <= kPiece) return text.size();
+    return U16_IS_LEAD(text[kPiece - 1]) ? kPiece - 1 : kPiece;
 }
 
 struct Converted {
     std::size_t length;
     bool substituted;
 };
+
+template <class Source>
+bool isAscii(Source piece) {
+    int bits = 0;
+    for (const auto unit : piece)
+        bits |= unit;
+    return (bits & ~0x7F) == 0;
+}
+
+// Like convertPiece(), for ASCII.
+template <class Source, class Unit>
+Converted copyPiece(Source source, Unit* target) {
+    std::copy(source.begin(), source.end(), target);
+    return {source.size(), false};
+}
 
 // Converts `source`, at most kPiece long, to `target`, which has room for the longest result.
 Converted convertPiece(std::string_view source, char16_t* target) {
@@ -144,19 +109,17 @@ std::size_t findIllFormed(ustring_view piece) {
 
 template <class Target, class Source>
 Target convert(Source source, IllFormed illFormed) {
-    constexpr std::size_t kRoom = std::is_same_v<Target, ustring> ? 1 : kMaxUtf8PerUnit;
-    // Room for a piece of ASCII and the mixed text after it.
-    typename Target::value_type buffer[kPiece + kPiece * kRoom];
+    typename Target::value_type buffer[kPiece * kMaxUtf8PerUnit];
     Target target;
     target.reserve(source.size());
     for (std::size_t next = 0; next < source.size();) {
-        const std::size_t ascii = copyAscii(source.substr(next), buffer);
-        next += ascii;
-        const Source mixed = source.substr(next, mixedLength(source.substr(next)));
-        const auto converted = convertPiece(mixed, buffer + ascii);
-        if (converted.substituted && illFormed == IllFormed::Throw) throwIllFormed(mixed, next);
-        target.append(buffer, ascii + converted.length);
-        next += mixed.size();
+        const Source piece = source.substr(next, pieceLength(source.substr(next)));
+        // Most pieces are ASCII, which is copied several times as fast as ICU converts it.
+        const auto converted =
+            isAscii(piece) ? copyPiece(piece, buffer) : convertPiece(piece, buffer);
+        if (converted.substituted && illFormed == IllFormed::Throw) throwIllFormed(piece, next);
+        target.append(buffer, converted.length);
+        next += piece.size();
     }
     return target;
 }
