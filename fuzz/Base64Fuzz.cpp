@@ -13,6 +13,7 @@
 namespace {
 
 using foundation::crypto::utils::base64Decode;
+using foundation::crypto::utils::base64DecodedSize;
 using foundation::crypto::utils::Base64Error;
 using fuzz::require;
 
@@ -26,6 +27,16 @@ Answer decode(std::string_view text) {
         return {base64Decode(text), {}};
     } catch (const Base64Error& error) {
         return {{}, error.offset()};
+    }
+}
+
+// Requires that the size is counted, or the text refused, as `decoded` says.
+void requireCounted(std::string_view text, const Answer& decoded) {
+    try {
+        const std::size_t size = base64DecodedSize(text);
+        require(!decoded.refusedAt && size == decoded.bytes.size(), "the size of what is decoded");
+    } catch (const Base64Error& error) {
+        require(decoded.refusedAt == error.offset(), "no size of what is refused");
     }
 }
 
@@ -65,6 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(together.refusedAt.has_value() == apart.refusedAt.has_value() &&
                 2 * together.refusedAt.value_or(0) == apart.refusedAt.value_or(0),
             "refused at the same character");
+    requireCounted(text, together);
     const auto again = base64Decode(encode(text));
     require(std::string(again.begin(), again.end()) == text, "what was encoded is decoded");
     return 0;

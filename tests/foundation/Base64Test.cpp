@@ -10,16 +10,24 @@ namespace {
 
 std::string decode(std::string_view text) {
     const auto bytes = base64Decode(text);
+    EXPECT_EQ(base64DecodedSize(text), bytes.size()) << text;
     return {bytes.begin(), bytes.end()};
 }
 
-std::optional<std::size_t> errorOffset(std::string_view text) {
+template <class Function>
+std::optional<std::size_t> errorOffsetOf(Function function, std::string_view text) {
     try {
-        base64Decode(text);
+        function(text);
     } catch (const Base64Error& error) {
         return error.offset();
     }
     return std::nullopt;
+}
+
+std::optional<std::size_t> errorOffset(std::string_view text) {
+    const auto offset = errorOffsetOf(base64Decode, text);
+    EXPECT_EQ(errorOffsetOf(base64DecodedSize, text), offset) << text;
+    return offset;
 }
 
 // No two characters of this touch, so that none are decoded together.

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <span>
 #include <string>
+#include <utility>
 
 namespace foundation::crypto::utils {
 
@@ -122,15 +124,16 @@ void decodeGroups(std::string_view piece, std::uint8_t* target, Progress& done) 
 }
 
 // Decodes the groups at the front of `text` that hold nothing but the alphabet, at most one piece,
-// which fits into the cache. Appends their bytes and returns the number of characters decoded.
-std::size_t decodePlain(std::string_view text, std::vector<std::uint8_t>& bytes) {
+// which fits into the cache. Passes on their bytes and returns the number of characters decoded.
+template <class Sink>
+std::size_t decodePlain(std::string_view text, Sink& sink) {
     constexpr std::size_t kPieceGroups = 1024;
     const std::string_view piece = text.substr(0, kPieceGroups * kGroup);
     std::uint8_t buffer[kPieceGroups * kGroupBytes + kOverrun];
     Progress done;
     if (__builtin_cpu_supports("ssse3")) done = decodeBlocks(piece, buffer);
     decodeGroups(piece, buffer, done);
-    bytes.insert(bytes.end(), buffer, buffer + done.bytes);
+    sink.take({buffer, done.bytes});
     return done.characters;
 }
 
@@ -140,7 +143,8 @@ class OpenGroup {
 public:
     bool isEmpty() const noexcept { return length_ == 0; }
 
-    void take(char character, std::size_t offset, std::vector<std::uint8_t>& bytes) {
+    template <class Sink>
+    void take(char character, std::size_t offset, Sink& sink) {
         if (kWhiteSpace.find(character) != kWhiteSpace.npos) return;
         if (character == kPadding) return takePadding(offset);
         const std::uint32_t bits = placeOf(character, length_);
@@ -148,14 +152,16 @@ public:
         if (padding_ != 0) throw Base64Error("data after the padding", offset);
         bits_ |= bits;
         last_ = offset;
-        if (++length_ == kGroup) close(bytes);
+        if (++length_ == kGroup) close(sink);
     }
 
-    // Writes what an incomplete group at the end of the text holds.
-    void close(std::vector<std::uint8_t>& bytes) {
+    // Passes on what the group holds; it may be incomplete at the end of the text.
+    template <class Sink>
+    void close(Sink& sink) {
         if (length_ == 1) throw Base64Error("single character left over", last_);
         for (std::size_t i = 1; i < length_; ++i) {
-            bytes.push_back(static_cast<std::uint8_t>(bits_));
+            const auto byte = static_cast<std::uint8_t>(bits_);
+            sink.take({&byte, 1});
             bits_ >>= 8;
         }
         *this = OpenGroup();
@@ -176,6 +182,30 @@ private:
     std::size_t last_ = 0;
 };
 
+// What becomes of the decoded bytes: they are kept, or only counted.
+struct Bytes {
+    std::vector<std::uint8_t> all;
+    void take(std::span<const std::uint8_t> bytes) {
+        all.insert(all.end(), bytes.begin(), bytes.end());
+    }
+};
+struct ByteCount {
+    std::size_t total = 0;
+    void take(std::span<const std::uint8_t> bytes) { total += bytes.size(); }
+};
+
+template <class Sink>
+void decode(std::string_view text, Sink& sink) {
+    OpenGroup group;
+    for (std::size_t next = 0; next < text.size();) {
+        if (group.isEmpty()) next += decodePlain(text.substr(next), sink);
+        if (next == text.size()) break;
+        group.take(text[next], next, sink);
+        ++next;
+    }
+    group.close(sink);
+}
+
 }  // namespace
 
 Base64Error::Base64Error(const char* reason, std::size_t offset)
@@ -183,17 +213,16 @@ Base64Error::Base64Error(const char* reason, std::size_t offset)
       offset_(offset) {}
 
 std::vector<std::uint8_t> base64Decode(std::string_view text) {
-    std::vector<std::uint8_t> bytes;
-    bytes.reserve(text.size() / kGroup * kGroupBytes + kGroupBytes);
-    OpenGroup group;
-    for (std::size_t next = 0; next < text.size();) {
-        if (group.isEmpty()) next += decodePlain(text.substr(next), bytes);
-        if (next == text.size()) break;
-        group.take(text[next], next, bytes);
-        ++next;
-    }
-    group.close(bytes);
-    return bytes;
+    Bytes bytes;
+    bytes.all.reserve(text.size() / kGroup * kGroupBytes + kGroupBytes);
+    decode(text, bytes);
+    return std::move(bytes.all);
+}
+
+std::size_t base64DecodedSize(std::string_view text) {
+    ByteCount count;
+    decode(text, count);
+    return count.total;
 }
 
 }  // namespace foundation::crypto::utils

@@ -27,4 +27,7 @@ private:
 // character, which is less than a byte. Takes time and memory linear in the length of the text.
 PLATFORM_API std::vector<std::uint8_t> base64Decode(std::string_view text);
 
+// The number of bytes that base64Decode() returns. Takes no memory, and throws the same.
+PLATFORM_API std::size_t base64DecodedSize(std::string_view text);
+
 }  // namespace foundation::crypto::utils
