@@ -23,17 +23,12 @@ namespace textapp = appserialization::textapp;
 using foundation::ustring;
 using foundation::ustring_view;
 
-// What every app section's marker begins with: "%[app:".
-std::string sectionMark() {
-    return fl::i18n::ustring_to_utf8(
-        ustring(textapp::kSectionOpen).append(textapp::kSectionPrefix));
-}
-
 // A source that cannot be read counts as an app, so that the verb reads it and reports why it
 // cannot.
 bool holdsAppSections(const FileName& file) {
     try {
-        return readBytes(file, kMaxContentBytes).find(sectionMark()) != std::string::npos;
+        return readBytes(file, kMaxContentBytes).find(textapp::kAppSectionOpen) !=
+               std::string::npos;
     } catch (const Error&) {
         return true;
     }

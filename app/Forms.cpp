@@ -135,7 +135,7 @@ appserialization::Screenshot readScreenshot(const FileName& file,
                 file.shown,
                 fmt::format("the screenshot in section {} is damaged: {}; save the app again, "
                             "or remove the section",
-                            ustring_to_utf8(textapp::kThumbnailSection.name), e.what()));
+                            textapp::kThumbnailSection.name, e.what()));
         }
     });
 }

@@ -108,7 +108,7 @@ ustring nextPiece(Input& input, const Case& made, const Lookup& lookup, std::siz
         return utf8_to_ustring(named(lookup.sought[next++ % lookup.sought.size()], made));
     }
     if (byte < 0xF8) return ustring(kPieces[byte % std::size(kPieces)]);
-    // This is long enough to move what follows into another block of a vectorised search.
+    // Long enough for any search that looks at several bytes at once.
     const std::u16string_view piece = input.oneOf(kPieces);
     ustring run;
     for (std::size_t count = input.below(80); count > 0; --count)

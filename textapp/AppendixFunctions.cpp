@@ -1,89 +1,81 @@
 #include <appserialization/Functions.hpp>
 #include <appserialization/ustring.hpp>
+#include <fl/i18n.hpp>
 
+#include <algorithm>
 #include <iterator>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "textapp/AppendixScanner.hpp"
 #include "textapp/PatternScanner.hpp"
-#include "textapp/TextSearch.hpp"
+
+// The lookups are made in UTF-8, the encoding of the file.
 
 namespace appserialization {
 
 namespace {
 
 using namespace textapp;
+using fl::i18n::ustring_to_utf8;
+using fl::i18n::utf8_to_ustring;
 
-std::optional<ustring> toString(const std::optional<ustring_view>& view) {
-    if (!view) return std::nullopt;
-    return ustring(*view);
-}
-
-// Callers may pass the same string as the text to search and as `value`, so `value` changes last.
-void assignUnescaped(ustring& value, std::optional<ustring> found) {
-    if (!found) return;
-    unescapeXMLEntities(*found);
-    value = std::move(*found);
-}
-
-std::vector<ustring> findElements(const ustring& text, const ustring& elementName) {
-    std::vector<ustring> texts;
-    const ElementFinder finder(elementName);
-    for (auto element = finder.find(text); element; element = finder.find(text, element->end)) {
-        texts.emplace_back(element->text);
-    }
-    return texts;
+void assignUnescaped(ustring& value, std::optional<std::string_view> found) {
+    if (found) value = utf8_to_ustring(unescapedXMLEntities(*found));
 }
 
 }  // namespace
 
 ustring getKAppAppendixSection(const ustring& text, const ustring& sectionName) {
-    if (isPattern(sectionName)) {
-        return findSectionByPattern(text, sectionName).value_or(ustring());
-    }
-    requireValidUtf16(text);
-    requireValidUtf16(sectionName);
-    return ustring(findSection(text, sectionName).value_or(ustring_view()));
+    const std::string bytes = ustring_to_utf8(text);
+    const std::string name = ustring_to_utf8(sectionName);
+    const auto body =
+        isPattern(name) ? findSectionByPattern(bytes, name) : findSection(bytes, name);
+    return utf8_to_ustring(body.value_or(""));
 }
 
 void readXMLElement(const ustring& text, const ustring& elementName, ustring& value) {
     if (text.empty()) return;
-    if (isPattern(elementName)) {
-        return assignUnescaped(value, findElementByPattern(text, elementName));
-    }
-    requireValidUtf16(text);
-    requireValidUtf16(elementName);
-    assignUnescaped(value, toString(findElement(text, elementName)));
+    const std::string bytes = ustring_to_utf8(text);
+    const std::string name = ustring_to_utf8(elementName);
+    assignUnescaped(value,
+                    isPattern(name) ? findElementByPattern(bytes, name) : findElement(bytes, name));
 }
 
 void readXMLElements(const ustring& text, const ustring& elementName,
                      std::vector<ustring>& values) {
     if (text.empty()) return;
-    requireValidUtf16(text);
-    requireValidUtf16(elementName);
-    auto found = isPattern(elementName) ? findElementsByPattern(text, elementName)
-                                        : findElements(text, elementName);
-    for (ustring& item : found) {
+    const std::string bytes = ustring_to_utf8(text);
+    const std::string name = ustring_to_utf8(elementName);
+    std::vector<ustring> items;
+    const auto add = [&](std::string_view item) {
         // Items are not unescaped, because the caller has unescaped the list that holds them. A
         // second pass would turn "&amp;lt;" into "<".
-        trim(item);
+        trim(items.emplace_back(utf8_to_ustring(item)));
+    };
+    if (isPattern(name)) {
+        std::ranges::for_each(findElementsByPattern(bytes, name), add);
+    } else {
+        std::string_view rest = bytes;
+        while (const auto item = takeElement(rest, name))
+            add(*item);
     }
-    values.insert(values.end(), std::make_move_iterator(found.begin()),
-                  std::make_move_iterator(found.end()));
+    values.insert(values.end(), std::make_move_iterator(items.begin()),
+                  std::make_move_iterator(items.end()));
 }
 
 void readXMLElementAttribute(const ustring& text, const ustring& elementName,
                              const ustring& attributeName, ustring& value) {
     if (text.empty()) return;
-    if (isPattern(elementName) || isPattern(attributeName)) {
-        return assignUnescaped(value, findAttributeByPattern(text, elementName, attributeName));
-    }
-    requireValidUtf16(text);
-    requireValidUtf16(elementName);
-    requireValidUtf16(attributeName);
-    assignUnescaped(value, toString(findAttribute(text, elementName, attributeName)));
+    const std::string bytes = ustring_to_utf8(text);
+    const std::string element = ustring_to_utf8(elementName);
+    const std::string attribute = ustring_to_utf8(attributeName);
+    assignUnescaped(value, isPattern(element) || isPattern(attribute)
+                               ? findAttributeByPattern(bytes, element, attribute)
+                               : findAttribute(bytes, element, attribute));
 }
 
 }  // namespace appserialization

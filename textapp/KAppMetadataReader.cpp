@@ -4,70 +4,77 @@
 #include <fl/i18n.hpp>
 #include <foundation/Base64.hpp>
 
-#include <cstdint>
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "textapp/AppendixScanner.hpp"
 #include "textapp/Layout.hpp"
 #include "textapp/TextFile.hpp"
-#include "textapp/TextSearch.hpp"
 
 namespace appserialization {
 
 namespace {
 
 using namespace textapp;
+using fl::i18n::utf8_to_ustring;
+using foundation::crypto::utils::base64Decode;
 
-ustring trimmed(ustring text) {
+ustring trimmed(std::string_view bytes) {
+    ustring text = utf8_to_ustring(bytes);
     trim(text);
     return text;
 }
 
 // The unescaped text of an element, or `missing` if the section has no such element.
-ustring elementText(ustring_view section, ustring_view elementName, ustring_view missing = {}) {
-    ustring text(findElement(section, elementName).value_or(missing));
-    unescapeXMLEntities(text);
-    return text;
+std::string elementText(std::string_view section, std::string_view elementName,
+                        std::string_view missing = "") {
+    return unescapedXMLEntities(findElement(section, elementName).value_or(missing));
 }
 
-void setText(AppMetadata& metadata, ustring_view section, const TextElementRow& row) {
-    ustring text = elementText(section, row.name, row.missing);
-    (metadata.*row.set)(row.isTrimmed ? trimmed(std::move(text)) : text);
+void setText(AppMetadata& metadata, std::string_view section, const TextElementRow& row) {
+    const std::string text = elementText(section, row.name, row.missing);
+    (metadata.*row.set)(row.isTrimmed ? trimmed(text) : utf8_to_ustring(text));
 }
 
-void setList(AppMetadata& metadata, ustring_view section, const ListElementRow& row) {
+void setList(AppMetadata& metadata, std::string_view section, const ListElementRow& row) {
+    const std::string list = elementText(section, row.name);
     std::vector<ustring> items;
-    readXMLElements(elementText(section, row.name), row.item, items);
+    std::string_view rest = list;
+    while (const auto item = takeElement(rest, row.item))
+        items.push_back(trimmed(*item));
     (metadata.*row.set)(items);
 }
 
 // The host takes the screenshot unless `autoCapture` is "false". Then the screenshot is the one in
 // the file, if the element has any text, even if that is only white space.
-const char16_t* screenshotMode(ustring_view section) {
-    ustring autoCapture(findAttribute(section, kThumbnail, kAutoCapture).value_or(u"true"));
-    unescapeXMLEntities(autoCapture);
-    if (autoCapture != u"false") return u"auto";
-    return findElement(section, kThumbnail).value_or(u"").empty() ? u"none" : u"manual";
+const char16_t* screenshotMode(std::string_view section) {
+    const auto autoCapture = findAttribute(section, kThumbnail, kAutoCapture).value_or("true");
+    if (unescapedXMLEntities(autoCapture) != "false") return u"auto";
+    return findElement(section, kThumbnail).value_or("").empty() ? u"none" : u"manual";
 }
 
 }  // namespace
 
 class KAppMetadataReader::KAppMetadataReaderImpl {
 public:
-    explicit KAppMetadataReaderImpl(const ustring& fileName)
-        : fileName_(fileName), text_(readTextFile(fileName)) {}
+    explicit KAppMetadataReaderImpl(const ustring& fileName) : fileName_(fileName) {
+        SectionFinder sections;
+        text_ = readTextFile(fileName, sections);
+        bodies_ = sections.bodies({text_.data(), text_.size()});
+    }
 
     const ustring& getFileName() const { return fileName_; }
 
     AppMetadata getAppMetadata() const {
         AppMetadata metadata;
         for (const SectionRow& row : kSections) {
-            const ustring_view body = section(row);
+            const std::string_view body = section(row);
             for (const TextElementRow& text : row.texts)
                 setText(metadata, body, text);
             for (const ListElementRow& list : row.lists)
@@ -78,30 +85,25 @@ public:
         return metadata;
     }
 
-    // Leaves both arguments as they are if there is no screenshot.
-    void getAppScreenshot(std::vector<std::uint8_t>& bytes, ustring& format) const {
-        const auto element = findElement(section(kThumbnailSection), kThumbnail);
-        if (!element) return;
-        // From here on we use UTF-8: the payload may be most of the file, and UTF-16 takes twice
-        // the memory.
-        std::string uri = fl::i18n::ustring_to_utf8(*element);
-        unescapeXMLEntities(uri);
-        if (!uri.starts_with(kImageUriStart)) return;
-        const auto image = findImageDataUri(uri);
-        if (!image) return;
-        bytes = foundation::crypto::utils::base64Decode(image->payload);
-        format = fl::i18n::utf8_to_ustring(image->format);
+    // The data URI of the screenshot. It is a view into the file's text, because it may be most of
+    // that, or into `unescaped` if it has entity references.
+    std::optional<ImageDataUri> findScreenshot(std::string& unescaped) const {
+        std::string_view uri = findElement(section(kThumbnailSection), kThumbnail).value_or("");
+        if (uri.find('&') != uri.npos) uri = unescaped = unescapedXMLEntities(uri);
+        if (!uri.starts_with(kImageUriStart)) return std::nullopt;
+        return findImageDataUri(uri);
     }
 
 private:
-    // The body of a section; empty if there is none. The text was decoded from UTF-8, so it is
-    // valid UTF-16, as the scanner requires.
-    ustring_view section(const SectionRow& row) const {
-        return findSection(text_, row.name).value_or(ustring_view());
+    // The body of a section; empty if there is none.
+    std::string_view section(const SectionRow& row) const {
+        const auto found = std::ranges::find(kSections, row.name, &SectionRow::name);
+        return bodies_[static_cast<std::size_t>(found - kSections.begin())];
     }
 
     ustring fileName_;
-    ustring text_;
+    FileText text_;
+    std::array<std::string_view, kSections.size()> bodies_;  // in text_
 };
 
 KAppMetadataReader::KAppMetadataReader(const ustring& fileName)
@@ -122,9 +124,10 @@ AppMetadata KAppMetadataReader::readMetadata() const {
 }
 
 Screenshot KAppMetadataReader::readScreenshotAsBytes() const {
-    Screenshot screenshot;
-    impl_->getAppScreenshot(screenshot.second, screenshot.first);
-    return screenshot;
+    std::string unescaped;
+    const auto image = impl_->findScreenshot(unescaped);
+    if (!image) return {};
+    return {utf8_to_ustring(image->format), base64Decode(image->payload)};
 }
 
 }  // namespace appserialization

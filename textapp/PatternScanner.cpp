@@ -1,7 +1,5 @@
 #include "textapp/PatternScanner.hpp"
 
-#include <fl/i18n.hpp>
-
 #include <pthread.h>
 
 #include <algorithm>
@@ -128,31 +126,30 @@ std::size_t expandedLength(std::string_view name) {
     return length;
 }
 
-// A name in UTF-8, to be inserted into a pattern. Throws if its expanded form is too long.
-std::string patternPiece(const ustring& name) {
-    std::string piece = fl::i18n::ustring_to_utf8(name);
-    if (expandedLength(piece) > kLongestName) {
+// A name, to be inserted into a pattern. Throws if its expanded form is too long.
+const std::string& patternPiece(const std::string& name) {
+    if (expandedLength(name) > kLongestName) {
         throw std::regex_error(std::regex_constants::error_stack);
     }
-    return piece;
+    return name;
 }
 
 // A text and a pattern to search in it. All searches together have one budget.
 class PatternSearch {
 public:
-    PatternSearch(const ustring& text, const std::string& pattern)
-        : text_(fl::i18n::ustring_to_utf8(text)), pattern_(pattern, std::regex::ECMAScript) {}
+    PatternSearch(std::string_view text, const std::string& pattern)
+        : text_(text), pattern_(pattern, std::regex::ECMAScript) {}
 
     // The first group of the first match.
-    std::optional<ustring> first() {
+    std::optional<std::string_view> first() {
         Match match;
         if (!search(0, match)) return std::nullopt;
         return firstGroup(match);
     }
 
     // The first group of each match, every search starting at the end of the match before.
-    std::vector<ustring> all() {
-        std::vector<ustring> groups;
+    std::vector<std::string_view> all() {
+        std::vector<std::string_view> groups;
         Match match;
         for (std::size_t from = 0; search(from, match); from = offset(match[0].second)) {
             // After an empty match, the next search would find the same one again, endlessly.
@@ -174,49 +171,49 @@ private:
         return static_cast<std::size_t>(at.position() - text_.data());
     }
 
-    // Empty if the group did not take part in the match. The group may end within a character,
-    // because a name may contain ".", which matches a byte; the conversion accepts that.
-    ustring firstGroup(const Match& match) const {
-        if (!match[1].matched) return {};
-        return fl::i18n::utf8_to_ustring(
-            std::string_view(match[1].first.position(), match[1].second.position()));
+    static std::string_view firstGroup(const Match& match) {
+        if (!match[1].matched) return "";
+        return {match[1].first.position(), match[1].second.position()};
     }
 
     SearchBudget budget_;  // comes first, because compiling the pattern needs stack, too
-    std::string text_;
+    std::string_view text_;
     std::regex pattern_;
 };
 
-std::string elementPattern(const ustring& elementName) {
-    const std::string name = patternPiece(elementName);
+std::string elementPattern(const std::string& elementName) {
+    const std::string& name = patternPiece(elementName);
     return "<" + name + R"([\s\S]*?>([\s\S]*?)</)" + name + ">";
 }
 
 }  // namespace
 
-bool isPattern(const ustring& name) {
+bool isPattern(std::string_view name) {
     // A lone "]" or "}" stands for itself.
-    return name.find_first_of(uR"(^$\.*+?()[{|)") != ustring::npos;
+    return name.find_first_of(R"(^$\.*+?()[{|)") != std::string_view::npos;
 }
 
-std::optional<ustring> findSectionByPattern(const ustring& text, const ustring& sectionName) {
-    const std::string name = patternPiece(sectionName);
+std::optional<std::string_view> findSectionByPattern(std::string_view text,
+                                                     const std::string& sectionName) {
+    const std::string& name = patternPiece(sectionName);
     return PatternSearch(text, R"(%\[)" + name + R"(\][\s\S]*?\{([\s\S]*?)%\})").first();
 }
 
-std::optional<ustring> findElementByPattern(const ustring& text, const ustring& elementName) {
+std::optional<std::string_view> findElementByPattern(std::string_view text,
+                                                     const std::string& elementName) {
     return PatternSearch(text, elementPattern(elementName)).first();
 }
 
-std::vector<ustring> findElementsByPattern(const ustring& text, const ustring& elementName) {
+std::vector<std::string_view> findElementsByPattern(std::string_view text,
+                                                    const std::string& elementName) {
     return PatternSearch(text, elementPattern(elementName)).all();
 }
 
-std::optional<ustring> findAttributeByPattern(const ustring& text, const ustring& elementName,
-                                              const ustring& attributeName) {
-    const std::string element = patternPiece(elementName);
-    const std::string attribute = patternPiece(attributeName);
-    return PatternSearch(text, "<" + element + R"([\s\S]*?)" + attribute +
+std::optional<std::string_view> findAttributeByPattern(std::string_view text,
+                                                       const std::string& elementName,
+                                                       const std::string& attributeName) {
+    return PatternSearch(text, "<" + patternPiece(elementName) + R"([\s\S]*?)" +
+                                   patternPiece(attributeName) +
                                    R"([\s\S]*?=[\s\S]*?'(.*?)'[\s\S]*?>)")
         .first();
 }

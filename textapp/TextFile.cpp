@@ -4,17 +4,17 @@
 #include <appserialization/KAppMetadataReader.hpp>
 #include <fl/FileDescriptor.hpp>
 #include <fl/filesystem.hpp>
-#include <fl/i18n.hpp>
 #include <foundation/Exceptions.hpp>
 #include <foundation/Shown.hpp>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string>
-#include <string_view>
 #include <system_error>
+
+#include "textapp/AppendixScanner.hpp"
 
 namespace appserialization::textapp {
 
@@ -24,11 +24,8 @@ using fl::filesystem::FileDescriptor;
 using foundation::core::except::throwInternal;
 using foundation::core::except::throwInternalWithNested;
 
-// In bytes; small enough to stay in the cache between reading and decoding.
+// In bytes; small enough to stay in the cache between reading and searching.
 constexpr std::size_t kPiece = 256 * 1024;
-
-// The most bytes of a UTF-8 sequence after its first.
-constexpr std::size_t kMaxTrailBytes = 3;
 
 constexpr const char* kChanged = "the file was changed while it was read; try again";
 
@@ -56,61 +53,38 @@ FileDescriptor openFile(const ustring& fileName) {
     }
 }
 
-bool isTrailByte(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
-bool isLeadByte(char byte) {
-    return static_cast<unsigned char>(byte) >= 0xC0;
-}
-
-// How many of the bytes can be decoded without knowing what follows them. A sequence, well-formed
-// or not, starts with a lead byte and contains no other, so the bytes before a lead byte are
-// complete.
-std::size_t completeLength(std::string_view bytes) {
-    std::size_t trail = 0;
-    while (trail < bytes.size() && trail < kMaxTrailBytes &&
-           isTrailByte(bytes[bytes.size() - 1 - trail])) {
-        ++trail;
-    }
-    if (trail == bytes.size()) return bytes.size();
-    const std::size_t before = bytes.size() - 1 - trail;
-    return isLeadByte(bytes[before]) ? before : bytes.size();
-}
-
 // Reads until a read comes back short, because a file of which the system says that it is empty may
 // have content. For any other file the system knows the size, and reading a different number of
 // bytes means that the file was changed.
-ustring decodeFile(const FileDescriptor& file, const ustring& fileName) {
+FileText readBytes(const FileDescriptor& file, const ustring& fileName, SectionFinder& sections) {
     const std::uint64_t expectedSize = file.stamp().size;
     requireReasonableSize(expectedSize, fileName);
     if (!file.reaches(expectedSize)) fail(fileName, kChanged);
-    ustring text;
-    text.reserve(static_cast<std::size_t>(expectedSize));
-    const auto buffer = std::make_unique_for_overwrite<char[]>(kPiece);
-    std::size_t carried = 0;  // bytes of a sequence that the previous piece did not complete
-    std::uint64_t offset = 0;
+    // One byte more than there may be shows that the file is too long.
+    const std::size_t most =
+        (expectedSize == 0 ? KAppMetadataReader::kLargestFile : expectedSize) + 1;
+    FileText text;
+    text.reserve(expectedSize + 1);
     for (bool atEnd = false; !atEnd;) {
-        const std::span<char> room(buffer.get() + carried, kPiece - carried);
-        const std::size_t got = file.readAt(std::as_writable_bytes(room), offset);
-        atEnd = got < room.size();
-        offset += got;
-        requireReasonableSize(offset, fileName);
-        const std::string_view bytes(buffer.get(), carried + got);
-        const std::size_t decodable = atEnd ? bytes.size() : completeLength(bytes);
-        text += fl::i18n::utf8_to_ustring(bytes.substr(0, decodable));
-        carried = bytes.copy(buffer.get(), bytes.size() - decodable, decodable);
+        const std::size_t end = text.size();
+        text.resize(std::min(end + kPiece, most), boost::container::default_init);
+        const std::span room(text.data() + end, text.size() - end);
+        const std::size_t got = file.readAt(std::as_writable_bytes(room), end);
+        atEnd = got < room.size() || text.size() == most;
+        text.resize(end + got);
+        sections.search({text.data(), text.size()});
     }
-    if (expectedSize != 0 && offset != expectedSize) fail(fileName, kChanged);
+    requireReasonableSize(text.size(), fileName);
+    if (expectedSize != 0 && text.size() != expectedSize) fail(fileName, kChanged);
     return text;
 }
 
 }  // namespace
 
-ustring readTextFile(const ustring& fileName) {
+FileText readTextFile(const ustring& fileName, SectionFinder& sections) {
     const FileDescriptor file = openFile(fileName);
     try {
-        return decodeFile(file, fileName);
+        return readBytes(file, fileName, sections);
     } catch (const std::system_error& error) {
         throwInternalWithNested(
             failure(fileName, "reading the file failed: " + error.code().message()));

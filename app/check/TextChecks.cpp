@@ -6,7 +6,6 @@
 #include <boost/optional.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Base64.hpp>
-#include <foundation/Immortal.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/FileKind.hpp>
 
@@ -34,36 +33,22 @@ namespace {
 
 namespace textapp = appserialization::textapp;
 
-using fl::i18n::ustring_to_utf8;
+using fl::i18n::utf8_to_ustring;
 using foundation::ustring;
 using std::string_view;
+using textapp::SectionRow;
 
 constexpr string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-// A section that readers know, and the elements that they take from it.
-struct Section {
-    std::string name;
-    std::vector<std::string> elements;
-};
-
-Section sectionOf(const textapp::SectionRow& row) {
-    Section section{ustring_to_utf8(row.name), {}};
-    for (const auto& text : row.texts)
-        section.elements.push_back(ustring_to_utf8(text.name));
-    for (const auto& list : row.lists)
-        section.elements.push_back(ustring_to_utf8(list.name));
-    if (row.screenshot != nullptr) section.elements.push_back(ustring_to_utf8(row.screenshot));
-    return section;
-}
-
-const std::vector<Section>& knownSections() {
-    static const foundation::Immortal<std::vector<Section>> sections([] {
-        std::vector<Section> all;
-        for (const auto& row : textapp::kSections)
-            all.push_back(sectionOf(row));
-        return all;
-    }());
-    return *sections;
+// The elements that readers take from a section.
+std::vector<string_view> elementsOf(const SectionRow& section) {
+    std::vector<string_view> elements;
+    for (const auto& text : section.texts)
+        elements.push_back(text.name);
+    for (const auto& list : section.lists)
+        elements.push_back(list.name);
+    if (!section.screenshot.empty()) elements.push_back(section.screenshot);
+    return elements;
 }
 
 struct Marker {
@@ -75,29 +60,27 @@ struct Marker {
 // starts, so that names do not overlap: in "%[app:%[app:thumbnail]" only the second is a marker, and
 // however many there are, each byte is searched once for each end.
 std::vector<Marker> markersIn(string_view text) {
+    using textapp::kAppSectionOpen, textapp::kSectionOpen, textapp::kSectionClose;
+    const std::string nameEnds = std::string(kSectionClose) + "\r\n";
     std::vector<Marker> markers;
-    const std::string open = ustring_to_utf8(textapp::kSectionOpen),
-                      close = ustring_to_utf8(textapp::kSectionClose);
-    const std::string start = open + ustring_to_utf8(textapp::kSectionPrefix);
     std::size_t next = string_view::npos;
-    for (std::size_t at = text.find(start); at != string_view::npos; at = next) {
-        next = text.find(start, at + start.size());
-        const std::size_t name = at + open.size();
+    for (std::size_t at = text.find(kAppSectionOpen); at != string_view::npos; at = next) {
+        next = text.find(kAppSectionOpen, at + kAppSectionOpen.size());
+        const std::size_t name = at + kSectionOpen.size();
         const string_view marker = text.substr(name, next - name);
-        const std::size_t end = marker.find_first_of(close + "\r\n");
-        if (end == string_view::npos || !marker.substr(end).starts_with(close)) continue;
-        markers.push_back({marker.substr(0, end), name + end + close.size()});
+        const std::size_t end = marker.find_first_of(nameEnds);
+        if (end == string_view::npos || !marker.substr(end).starts_with(kSectionClose)) continue;
+        markers.push_back({marker.substr(0, end), name + end + kSectionClose.size()});
     }
     return markers;
 }
 
 // The body of a section; nothing if it is not closed.
 std::optional<string_view> bodyOf(string_view text, const Marker& marker) {
-    const std::string open = ustring_to_utf8(textapp::kBodyOpen);
-    const std::size_t start = text.find(open, marker.end);
+    const std::size_t start = text.find(textapp::kBodyOpen, marker.end);
     if (start == string_view::npos) return std::nullopt;
-    const std::size_t body = start + open.size();
-    const std::size_t end = text.find(ustring_to_utf8(textapp::kBodyClose), body);
+    const std::size_t body = start + textapp::kBodyOpen.size();
+    const std::size_t end = text.find(textapp::kBodyClose, body);
     if (end == string_view::npos) return std::nullopt;
     return text.substr(body, end - body);
 }
@@ -138,21 +121,21 @@ private:
         std::map<string_view, std::size_t> seen;
         for (const Marker& marker : markersIn(text_))
             checkSection(marker, seen[marker.name]++);
-        hasAppendix_ = std::ranges::any_of(
-            knownSections(), [&](const Section& section) { return seen.contains(section.name); });
+        hasAppendix_ = std::ranges::any_of(textapp::kSections, [&](const SectionRow& section) {
+            return seen.contains(section.name);
+        });
         if (hasAppendix_) return;
         findings_.add("appendix-missing", "",
                       "has no appendix, so readers take the default for every field",
                       fmt::format("add the section \"{}{}{}\" (docs/format-k.md shows how)",
-                                  ustring_to_utf8(textapp::kSectionOpen),
-                                  ustring_to_utf8(textapp::kDetailsSection.name),
-                                  ustring_to_utf8(textapp::kSectionClose)));
+                                  textapp::kSectionOpen, textapp::kDetailsSection.name,
+                                  textapp::kSectionClose));
     }
 
     void checkSection(const Marker& marker, std::size_t before) {
-        const std::string name(marker.name), bodyClose = ustring_to_utf8(textapp::kBodyClose);
-        const auto known = std::ranges::find(knownSections(), marker.name, &Section::name);
-        if (known == knownSections().end()) {
+        const std::string name(marker.name);
+        const auto known = std::ranges::find(textapp::kSections, marker.name, &SectionRow::name);
+        if (known == textapp::kSections.end()) {
             if (before == 0) {
                 findings_.add("section-unknown", name, "readers ignore a section of this name");
             }
@@ -163,18 +146,21 @@ private:
                           "keep one of them");
         } else if (before == 0) {
             if (const auto body = bodyOf(text_, marker)) {
+                if (known->name == textapp::kThumbnailSection.name) thumbnail_ = *body;
                 checkElements(*known, *body);
             } else {
-                findings_.add("section-open", name,
-                              fmt::format("the section at {} has no \"{}\", so readers ignore it",
-                                          placeOf(text_, marker.end), bodyClose),
-                              fmt::format("end its block comment with \"{}\"", bodyClose));
+                findings_.add(
+                    "section-open", name,
+                    fmt::format("the section at {} has no \"{}\", so readers ignore it",
+                                placeOf(text_, marker.end), textapp::kBodyClose),
+                    fmt::format("end its block comment with \"{}\"", textapp::kBodyClose));
             }
         }
     }
 
     // Checks the elements of a section. What is inside an element is its text and is not looked at.
-    void checkElements(const Section& section, string_view body) {
+    void checkElements(const SectionRow& section, string_view body) {
+        const std::vector<string_view> known = elementsOf(section);
         std::map<string_view, std::size_t> seen;
         for (std::size_t at = 0; (at = body.find('<', at)) != string_view::npos;) {
             std::size_t end = ++at;
@@ -185,18 +171,18 @@ private:
             if (name.empty()) continue;  // an end tag, or a stray sign
             const std::string endTag = fmt::format("</{}>", name);
             const std::size_t close = body.find(endTag, at);
-            checkElement(section, name, seen[name]++, close != string_view::npos);
+            checkElement(section.name, known, name, seen[name]++, close != string_view::npos);
             if (close == string_view::npos) return;  // the rest may be the text of this element
             at = close + endTag.size();
         }
     }
 
-    void checkElement(const Section& section, string_view name, std::size_t before, bool isClosed) {
-        const std::string part(section.name);
-        const auto& known = section.elements;
+    void checkElement(string_view section, const std::vector<string_view>& known, string_view name,
+                      std::size_t before, bool isClosed) {
+        const std::string part(section);
         if (std::ranges::find(known, name) == known.end()) {
             const auto prefix = std::ranges::find_if(
-                known, [&](const std::string& element) { return name.starts_with(element); });
+                known, [&](string_view element) { return name.starts_with(element); });
             if (prefix != known.end()) {
                 findings_.add("element-prefix", part,
                               fmt::format("readers take <{}> for <{}>", name, *prefix),
@@ -233,7 +219,7 @@ private:
     void checkFields(const appserialization::AppMetadata& metadata) {
         const auto fix = [](string_view element) {
             return fmt::format("write <{}>...</{}> into section {}", element, element,
-                               ustring_to_utf8(textapp::kDetailsSection.name));
+                               textapp::kDetailsSection.name);
         };
         if (metadata.getName().value_or(u"").empty()) {
             findings_.add("name-missing", "", "Name is empty; people see an app without a name",
@@ -250,19 +236,15 @@ private:
     }
 
     void checkThumbnail(const appserialization::KAppMetadataReader& reader) {
-        const std::string part = ustring_to_utf8(textapp::kThumbnailSection.name);
-        const ustring section = appserialization::getKAppAppendixSection(
-            fl::i18n::utf8_to_ustring(text_), ustring(textapp::kThumbnailSection.name));
-        checkCapture(section);
-        ustring uri;
-        appserialization::readXMLElement(section, textapp::kThumbnail, uri);
+        const std::string part(textapp::kThumbnailSection.name);
+        checkCapture();
         try {
             const auto [format, bytes] = reader.readScreenshotAsBytes();
             if (!format.empty()) {
                 const string_view image(reinterpret_cast<const char*>(bytes.data()), bytes.size());
                 const auto lower = fl::i18n::to_lower(format);
                 checkImage(file_, part, fl::i18n::to_display(lower), image, findings_);
-            } else if (!uri.empty()) {
+            } else if (hasThumbnailText()) {
                 findings_.add(
                     "thumbnail-uri", part,
                     "its text is not a data URI of an image, so the app has no screenshot",
@@ -275,27 +257,37 @@ private:
         }
     }
 
-    void checkCapture(const ustring& section) {
-        const std::size_t tag = section.find(ustring(u"<") + textapp::kThumbnail);
-        if (tag == ustring::npos) return;
-        const ustring start = section.substr(tag, section.find(u'>', tag) - tag);
+    bool hasThumbnailText() const {
+        ustring text;
+        appserialization::readXMLElement(utf8_to_ustring(thumbnail_),
+                                         utf8_to_ustring(textapp::kThumbnail), text);
+        return !text.empty();
+    }
+
+    void checkCapture() {
+        const std::size_t tag = thumbnail_.find("<" + std::string(textapp::kThumbnail));
+        if (tag == string_view::npos) return;
+        const string_view start = thumbnail_.substr(tag, thumbnail_.find('>', tag) - tag);
         ustring value;
-        appserialization::readXMLElementAttribute(start + u">", textapp::kThumbnail,
-                                                  textapp::kAutoCapture, value);
-        const bool isGiven = start.find(textapp::kAutoCapture) != ustring::npos;
+        appserialization::readXMLElementAttribute(utf8_to_ustring(start) + u">",
+                                                  utf8_to_ustring(textapp::kThumbnail),
+                                                  utf8_to_ustring(textapp::kAutoCapture), value);
+        const bool isGiven = start.find(textapp::kAutoCapture) != string_view::npos;
         if (!isGiven || value == u"true" || value == u"false") return;
-        const std::string name = ustring_to_utf8(textapp::kAutoCapture);
-        findings_.add("capture-value", ustring_to_utf8(textapp::kThumbnailSection.name),
-                      value.empty() ? name + " has no value in single quotes; it reads as true"
-                                    : fmt::format("{} is \"{}\"; it reads as true", name,
-                                                  fl::i18n::to_display(value)),
-                      fmt::format("write {}='true' or {}='false'", name, name));
+        const string_view name = textapp::kAutoCapture;
+        findings_.add(
+            "capture-value", std::string(textapp::kThumbnailSection.name),
+            value.empty()
+                ? fmt::format("{} has no value in single quotes; it reads as true", name)
+                : fmt::format("{} is \"{}\"; it reads as true", name, fl::i18n::to_display(value)),
+            fmt::format("write {}='true' or {}='false'", name, name));
     }
 
     const FileName& file_;
     const std::string& text_;
     Findings& findings_;
     bool hasAppendix_ = false;
+    string_view thumbnail_;  // the body of its section
 };
 
 }  // namespace

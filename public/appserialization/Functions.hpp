@@ -32,7 +32,7 @@ APPSERIALIZATION_API void trim(ustring& text);
 // The four functions below read the appendix of a text app (docs/format-k.md). The appendix is not
 // XML: each function returns what the first match of a regular expression captures, in ECMAScript
 // grammar and over the UTF-8 form of `text`. The expression stands in the function's comment. What
-// is not found is not an error. The time is linear in the length of `text`, which is not copied.
+// is not found is not an error. Time and memory are linear in the length of `text`.
 //
 // Names are inserted into the expressions as they are. A name that holds one of ^$\.*+?()[{| is a
 // pattern, and is searched for by the standard library within bounds: it throws std::regex_error

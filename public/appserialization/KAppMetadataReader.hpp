@@ -17,8 +17,7 @@ class APPSERIALIZATION_API KAppMetadataReader : public AppMetadataReader {
 public:
     // The largest file that is read, in bytes: 640 MiB. A text app with the largest code and the
     // largest screenshot that a packaged app may have, 256 MiB each, is smaller, even in base64. A
-    // reader keeps the text in memory as UTF-16, up to twice the size of the file, and needs about
-    // as much again while it reads the screenshot.
+    // reader keeps the bytes of the file in memory, and converts only what it is asked for.
     static constexpr std::uint64_t kLargestFile = std::uint64_t{640} << 20;
 
     // Reads `fileName`, absolute or relative to the working directory. Bytes that are not UTF-8
