@@ -61,6 +61,22 @@ bool isWrongCase(const FileName& file) {
            isExtensionWrongCase(file.native(), kTextExtension);
 }
 
+// Calls `read`, and makes an Error about the file of what it throws.
+template <class Read>
+auto aboutScreenshot(const FileName& file, Read read) {
+    return about(file, [&] {
+        try {
+            return read();
+        } catch (const foundation::crypto::utils::Base64Error& e) {
+            throw Error(
+                file.shown,
+                fmt::format("the screenshot in section {} is damaged: {}; save the app again, "
+                            "or remove the section",
+                            textapp::kThumbnailSection.name, e.what()));
+        }
+    });
+}
+
 }  // namespace
 
 const char* nameOf(Form form) {
@@ -127,16 +143,16 @@ std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& fil
 
 appserialization::Screenshot readScreenshot(const FileName& file,
                                             const appserialization::AppMetadataReader& reader) {
-    return about(file, [&] {
-        try {
-            return reader.readScreenshotAsBytes();
-        } catch (const foundation::crypto::utils::Base64Error& e) {
-            throw Error(
-                file.shown,
-                fmt::format("the screenshot in section {} is damaged: {}; save the app again, "
-                            "or remove the section",
-                            textapp::kThumbnailSection.name, e.what()));
-        }
+    return aboutScreenshot(file, [&] { return reader.readScreenshotAsBytes(); });
+}
+
+appserialization::ScreenshotSize readScreenshotSize(
+    const FileName& file, const appserialization::AppMetadataReader& reader) {
+    return aboutScreenshot(file, [&]() -> appserialization::ScreenshotSize {
+        const auto* text = dynamic_cast<const appserialization::KAppMetadataReader*>(&reader);
+        if (text != nullptr) return text->readScreenshotSize();
+        const auto [format, bytes] = reader.readScreenshotAsBytes();
+        return {format, bytes.size()};
     });
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <appserialization/AppMetadataReader.hpp>
+#include <appserialization/KAppMetadataReader.hpp>
 #include <opc/FileKind.hpp>
 
 #include <memory>
@@ -45,5 +46,8 @@ std::unique_ptr<appserialization::AppMetadataReader> openApp(const FileName& fil
 // none. All failures are Errors about the file.
 appserialization::Screenshot readScreenshot(const FileName& file,
                                             const appserialization::AppMetadataReader& reader);
+// Like readScreenshot(), for callers that need only the format and the size.
+appserialization::ScreenshotSize readScreenshotSize(
+    const FileName& file, const appserialization::AppMetadataReader& reader);
 
 }  // namespace qzapp

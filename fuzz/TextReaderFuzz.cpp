@@ -79,6 +79,11 @@ void requireScreenshot(const KAppMetadataReader& reader) {
     };
     const auto screenshot = read();
     require(screenshot == read(), "a screenshot reads the same again");
+    const auto size = fuzz::attempt<Base64Error>([&] { return reader.readScreenshotSize(); });
+    require(size.has_value() == screenshot.has_value(), "there is a size if there is a screenshot");
+    require(
+        !size || (size->format == screenshot->first && size->bytes == screenshot->second.size()),
+        "its format and size are right");
 }
 
 }  // namespace

@@ -24,6 +24,7 @@ namespace {
 using namespace textapp;
 using fl::i18n::utf8_to_ustring;
 using foundation::crypto::utils::base64Decode;
+using foundation::crypto::utils::base64DecodedSize;
 
 ustring trimmed(std::string_view bytes) {
     ustring text = utf8_to_ustring(bytes);
@@ -128,6 +129,13 @@ Screenshot KAppMetadataReader::readScreenshotAsBytes() const {
     const auto image = impl_->findScreenshot(unescaped);
     if (!image) return {};
     return {utf8_to_ustring(image->format), base64Decode(image->payload)};
+}
+
+ScreenshotSize KAppMetadataReader::readScreenshotSize() const {
+    std::string unescaped;
+    const auto image = impl_->findScreenshot(unescaped);
+    if (!image) return {};
+    return {utf8_to_ustring(image->format), base64DecodedSize(image->payload)};
 }
 
 }  // namespace appserialization

@@ -10,6 +10,13 @@
 
 namespace appserialization {
 
+// A screenshot's format as the file spells it, such as "png", and the size of the encoded image in
+// bytes. The format is empty and the size 0 if an app has no screenshot.
+struct ScreenshotSize {
+    ustring format;
+    std::uint64_t bytes = 0;
+};
+
 // Reads the metadata and screenshot of a text app file (".k"). The constructor reads the whole file
 // and closes it, so a reader does not see later changes of the file. After that a reader never
 // changes, and several threads may use it at once.
@@ -38,6 +45,9 @@ public:
     // end. Throws foundation::crypto::utils::Base64Error (a std::runtime_error) for malformed
     // base64.
     Screenshot readScreenshotAsBytes() const override;
+    // The format and size of what readScreenshotAsBytes() returns, in less time and without memory
+    // for the image. Throws the same for malformed base64.
+    ScreenshotSize readScreenshotSize() const;
 
 private:
     class KAppMetadataReaderImpl;

@@ -1,5 +1,6 @@
 #include <appserialization/Exceptions.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
+#include <foundation/Base64.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -118,8 +119,21 @@ TEST_F(KAppMetadataReaderTest, ReadsTheScreenshotFromADataUri) {
             section("app:thumbnail", "<Thumbnail>" + std::string(row.text) + "</Thumbnail>"));
         EXPECT_EQ(format, row.format);
         EXPECT_EQ(bytes, row.bytes);
+        const ScreenshotSize size =
+            KAppMetadataReader(directory_.name("app.k")).readScreenshotSize();
+        EXPECT_EQ(size.format, row.format);
+        EXPECT_EQ(size.bytes, row.bytes.size());
     }
     EXPECT_EQ(screenshotOf("x"), Screenshot());
+}
+
+TEST_F(KAppMetadataReaderTest, RefusesAMalformedScreenshotAlsoForItsSize) {
+    const KAppMetadataReader reader(directory_.write(
+        "app.k", section("app:thumbnail", "<Thumbnail>data:image/png;base64,AA\xFF=</Thumbnail>")));
+    const auto isRefused = ThrowsMessage<foundation::crypto::utils::Base64Error>(
+        "base64: invalid character at offset 2");
+    EXPECT_THAT([&] { reader.readScreenshotAsBytes(); }, isRefused);
+    EXPECT_THAT([&] { reader.readScreenshotSize(); }, isRefused);
 }
 
 TEST_F(KAppMetadataReaderTest, AnswersFromTheTextThatItReadAtFirst) {

@@ -3,6 +3,7 @@
 #include <CLI/Option.hpp>
 #include <appserialization/AppMetadata.hpp>
 #include <appserialization/AppMetadataReader.hpp>
+#include <appserialization/KAppMetadataReader.hpp>
 #include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Threads.hpp>
@@ -37,6 +38,7 @@ namespace {
 
 using appserialization::AppMetadata;
 using appserialization::Screenshot;
+using appserialization::ScreenshotSize;
 
 constexpr std::size_t kLabelWidth = 33;  // the longest field name, indented, and two blanks
 constexpr std::size_t kMinTextWidth = 24;
@@ -50,19 +52,18 @@ struct InfoOptions {
     std::optional<std::string> field;
 };
 
-bool isPresent(const Screenshot& screenshot) {
-    return !screenshot.first.empty() || !screenshot.second.empty();
+bool isPresent(const ScreenshotSize& screenshot) {
+    return !screenshot.format.empty() || screenshot.bytes != 0;
 }
 
-nlohmann::ordered_json screenshotJson(const Screenshot& screenshot) {
+nlohmann::ordered_json screenshotJson(const ScreenshotSize& screenshot) {
     if (!isPresent(screenshot)) return nullptr;
-    return {{"format", fl::i18n::ustring_to_utf8(screenshot.first)},
-            {"bytes", screenshot.second.size()}};
+    return {{"format", fl::i18n::ustring_to_utf8(screenshot.format)}, {"bytes", screenshot.bytes}};
 }
 
-std::string screenshotText(const Screenshot& screenshot) {
+std::string screenshotText(const ScreenshotSize& screenshot) {
     if (!isPresent(screenshot)) return "(none)";
-    return fmt::format("{}, {}", visible(screenshot.first), byteCount(screenshot.second.size()));
+    return fmt::format("{}, {}", visible(screenshot.format), byteCount(screenshot.bytes));
 }
 
 // A value as lines for the sheet.
@@ -92,7 +93,7 @@ std::string entry(std::string_view label, const std::vector<std::string>& lines)
 }
 
 std::string sheetFor(const FileName& file, const AppMetadata& record,
-                     const Screenshot& screenshot) {
+                     const ScreenshotSize& screenshot) {
     const std::size_t width = std::max(outputWidth(), kLabelWidth + kMinTextWidth) - kLabelWidth;
     std::string text = styled(visible(file.shown), Style::Heading) +
                        fmt::format(" ({} app)\n", nameOf(formOf(file)));
@@ -102,7 +103,8 @@ std::string sheetFor(const FileName& file, const AppMetadata& record,
     return text + entry("Screenshot", {screenshotText(screenshot)});
 }
 
-std::string jsonFor(const FileName& file, const AppMetadata& record, const Screenshot& screenshot) {
+std::string jsonFor(const FileName& file, const AppMetadata& record,
+                    const ScreenshotSize& screenshot) {
     return jsonLine({{"file", file.shown},
                      {"form", nameOf(formOf(file))},
                      {"metadata", toJson(record)},
@@ -166,10 +168,11 @@ std::string describe(const FileName& file, const InfoOptions& options,
             requireUnchanged(file);
             return fieldText(record, *findFieldInAnyCase(*options.field));
         }
-        const Screenshot screenshot = readScreenshot(file, *reader);
+        const ScreenshotSize size = readScreenshotSize(file, *reader);
+        const Screenshot screenshot = drawer ? readScreenshot(file, *reader) : Screenshot();
         requireUnchanged(file);
-        if (options.json) return jsonFor(file, record, screenshot);
-        const std::string sheet = sheetFor(file, record, screenshot);
+        if (options.json) return jsonFor(file, record, size);
+        const std::string sheet = sheetFor(file, record, size);
         return drawer ? sheet + drawer->draw(file, screenshot) : sheet;
     });
 }
