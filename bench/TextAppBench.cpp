@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <regex>
 #include <string>
 #include <vector>
@@ -55,17 +56,24 @@ fs::path textApp(const char* name, const std::string& text) {
     return file;
 }
 
-// Text apps of 64 MiB that are nearly all code, or nearly all picture.
+// Large text apps that are nearly all code, or nearly all picture.
 const fs::path& longCode() {
     static const fs::path file = textApp("code.k", code(64 * kMiB) + appendix(30 * kKiB));
     return file;
 }
 const fs::path& longPicture() {
-    static const fs::path file = textApp("picture.k", code(30 * kKiB) + appendix(64 * kMiB));
+    static const fs::path file = textApp("picture.k", code(30 * kKiB) + appendix(60 * kMiB));
     return file;
 }
 
 // --- read metadata and screenshot of a large file ------------------------------------------------
+
+void readTextMetadata(benchmark::State& state, const fs::path& file) {
+    const ustring name = text(file);
+    measure(state, [&] {
+        benchmark::DoNotOptimize(appserialization::KAppMetadataReader(name).readMetadata());
+    });
+}
 
 void readTextApp(benchmark::State& state, const fs::path& file) {
     const ustring name = text(file);
@@ -76,17 +84,27 @@ void readTextApp(benchmark::State& state, const fs::path& file) {
     });
 }
 
+// The bytes of a file, in memory that is not set to zero before.
+std::unique_ptr<char[]> readFile(const fs::path& file, std::size_t size) {
+    auto bytes = std::make_unique_for_overwrite<char[]>(size);
+    std::ifstream(file, std::ios::binary).read(bytes.get(), static_cast<std::streamsize>(size));
+    return bytes;
+}
+
+void readOnly(benchmark::State& state, const fs::path& file) {
+    measure(state, [&] { benchmark::DoNotOptimize(readFile(file, fs::file_size(file))); });
+}
+
 // The least that reading a UTF-8 file into UTF-16 costs.
 void readAndConvert(benchmark::State& state, const fs::path& file) {
     measure(state, [&] {
-        std::string bytes(fs::file_size(file), '\0');
-        std::ifstream(file, std::ios::binary)
-            .read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        const auto size = static_cast<std::int32_t>(bytes.size());
-        ustring converted(bytes.size(), u'\0');
+        const auto size = static_cast<std::int32_t>(fs::file_size(file));
+        const auto bytes = readFile(file, static_cast<std::size_t>(size));
+        const auto converted =
+            std::make_unique_for_overwrite<char16_t[]>(static_cast<std::size_t>(size));
         std::int32_t length = 0;
         UErrorCode status = U_ZERO_ERROR;
-        u_strFromUTF8(converted.data(), size, &length, bytes.data(), size, &status);
+        u_strFromUTF8(converted.get(), size, &length, bytes.get(), size, &status);
         if (U_FAILURE(status)) state.SkipWithError(u_errorName(status));
         benchmark::DoNotOptimize(converted);
     });
@@ -139,12 +157,12 @@ void matchPicture(benchmark::State& state) {
 // -------------------------------------------------------------------------------------------------
 
 void registerAll() {
-    Case("text app of 64 MiB code", [](auto& state) {
-        readTextApp(state, longCode());
-    }).against("read, ICU", 2.5, [](auto& state) { readAndConvert(state, longCode()); });
-    Case("text app of 64 MiB picture", [](auto& state) {
+    Case("metadata of a .k of 64 MiB code", [](auto& state) {
+        readTextMetadata(state, longCode());
+    }).against("read", 1.5, [](auto& state) { readOnly(state, longCode()); });
+    Case("text app with a 60 MiB picture", [](auto& state) {
         readTextApp(state, longPicture());
-    }).against("read, ICU", 2.5, [](auto& state) { readAndConvert(state, longPicture()); });
+    }).against("read, ICU", 1, [](auto& state) { readAndConvert(state, longPicture()); });
     Case("decode 64 MiB of base64", decodeBase64)
         .against("1.5 GB/s", 1, [](auto& state) { allow(state, kPayload / 1.5e9); })
         .against("copy to new memory", 1.5, copyToNewMemory);
