@@ -19,7 +19,6 @@
 #include <filesystem>
 #include <memory>
 #include <new>
-#include <ranges>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -183,17 +182,17 @@ bool isVerb(std::string_view name) {
 // file of that name.
 void refuseOptionsTakenForFiles(const CLI::App& verb, const Arguments& arguments) {
     const auto separator = std::ranges::find(arguments, "--");
-    for (const std::string& argument : std::ranges::subrange(separator, arguments.end())) {
+    const auto found = std::find_if(separator, arguments.end(), [&](const std::string& argument) {
         std::error_code ignored;
-        if (!looksLikeOption(argument) || verb.get_option_no_throw(argument) == nullptr ||
-            std::filesystem::exists(argument, ignored)) {
-            continue;
-        }
-        throw UsageError(verb.get_name(),
-                         fmt::format("\"{}\" stands behind \"--\", so it is taken for a file, and "
-                                     "there is none of that name; put it before \"--\"",
-                                     argument));
-    }
+        return looksLikeOption(argument) && verb.get_option_no_throw(argument) != nullptr &&
+               !std::filesystem::exists(argument, ignored);
+    });
+    if (found == arguments.end()) return;
+    throw UsageError(
+        verb.get_name(),
+        fmt::format("\"{}\" stands behind \"--\", so it is taken for a file, and there "
+                    "is none of that name; put it before \"--\"",
+                    *found));
 }
 
 // Prints the help or the version, for which CLI11 throws too, or reports what is wrong.
