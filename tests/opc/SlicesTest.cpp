@@ -17,10 +17,12 @@
 #include <zlib.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace opc::zip {
@@ -314,6 +316,35 @@ TEST(InflatedSlices, AreNotBelievedOfAFileThatChanges) {
     EXPECT_THAT([&] { readTo(*openItem(item)); },
                 testing::ThrowsMessage<Exception>(testing::HasSubstr("changed while it was read")));
     foundation::threads::setLimit(0);
+}
+
+// A disk that fails once.
+class Failing final : public ByteSource {
+public:
+    Failing(std::string data, int good) : data_(std::move(data)), left_(good) {}
+    std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override {
+        if (left_-- == 0) throw std::system_error(EIO, std::generic_category());
+        const std::size_t count = std::min<std::size_t>(buffer.size(), data_.size() - offset);
+        std::memcpy(buffer.data(), data_.data() + offset, count);
+        return count;
+    }
+
+private:
+    std::string data_;
+    mutable std::atomic<int> left_;
+};
+
+TEST(InflatedSlices, AreNotReadAnyFurtherAfterAFailure) {
+    const Sliced good(Z_FULL_FLUSH);
+    for (const bool withTable : {false, true}) {
+        ItemContent item = good.item(withTable);
+        item.source = std::make_shared<Failing>(good.data, 2);
+        const auto stream = openItem(item);
+        EXPECT_THROW(readAll(*stream), Exception);
+        EXPECT_THAT([&] { readAll(*stream); },
+                    testing::ThrowsMessage<Exception>(testing::HasSubstr("an earlier failure")));
+        EXPECT_THROW(readTo(*stream), Exception);
+    }
 }
 
 TEST(InflatedSlices, AreHandedOutOnce) {

@@ -385,6 +385,19 @@ TEST_F(ZipWriterTest, RefusesNamesThatItCouldNotOpenAgain) {
     EXPECT_EQ(names(), "A/b ");
 }
 
+// The largest number of a field says that the zip64 field has it.
+TEST(ZipFormat, LeavesTheLargestNumbersToZip64) {
+    using format::ItemRecord;
+    for (std::uint64_t ItemRecord::*const number :
+         {&ItemRecord::compressedSize, &ItemRecord::size, &ItemRecord::offset}) {
+        ItemRecord item;
+        item.*number = 0xFFFFFFFE;
+        EXPECT_FALSE(format::needsZip64(item));
+        item.*number = 0xFFFFFFFF;
+        EXPECT_TRUE(format::needsZip64(item));
+    }
+}
+
 // Noticed at the end, since each item by itself is one that a zip file can hold.
 TEST_F(ZipWriterTest, SavesNothingThatItCouldNotOpenAgain) {
     save(*create());
