@@ -8,7 +8,8 @@ namespace foundation {
 
 namespace {
 
-constinit thread_local SaveWatch* current = nullptr;
+constinit thread_local SaveWatch* newest = nullptr;
+constinit thread_local unsigned reports = 0;  // that were called and have not returned
 
 }  // namespace
 
@@ -19,25 +20,26 @@ const char* Cancelled::what() const noexcept {
 }
 
 SaveWatch::SaveWatch(Report report)
-    : report_(std::move(report)), outer_(std::exchange(current, this)) {}
+    : report_(std::make_shared<const Report>(std::move(report))),
+      older_(std::exchange(newest, this)) {}
 
 SaveWatch::~SaveWatch() {
-    current = outer_;
+    SaveWatch** link = &newest;
+    while (*link != nullptr && *link != this)
+        link = &(*link)->older_;
+    if (*link == this) *link = older_;
 }
 
 void SaveWatch::advance(std::uint64_t bytes) {
-    if (current == nullptr) return;
-    current->isReporting_ = true;
-    const auto end = [](SaveWatch* watch) { watch->isReporting_ = false; };
-    const std::unique_ptr<SaveWatch, decltype(end)> reporting(current, end);
-    if (!current->report_(bytes)) throw Cancelled();
+    if (newest == nullptr) return;
+    const auto report = newest->report_;
+    const auto end = [](unsigned* count) { --*count; };
+    const std::unique_ptr<unsigned, decltype(end)> reporting(&++reports, end);
+    if (!(*report)(bytes)) throw Cancelled();
 }
 
 bool SaveWatch::isReporting() noexcept {
-    const SaveWatch* watch = current;
-    while (watch != nullptr && !watch->isReporting_)
-        watch = watch->outer_;
-    return watch != nullptr;
+    return reports > 0;
 }
 
 }  // namespace foundation

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <memory>
 
 namespace foundation {
 
@@ -16,7 +17,7 @@ public:
 };
 
 // Follows the saves that this thread makes as long as the object exists, and can cancel them. If there
-// are several on a thread, the newest counts. Make and destroy it on the same thread.
+// are several on a thread, the newest of those that are left counts. Make and destroy it on the same thread.
 class PLATFORM_API SaveWatch {
 public:
     // Called on the thread of the save whenever bytes have been handed to the new file, at least once
@@ -38,9 +39,8 @@ public:
     static bool isReporting() noexcept;
 
 private:
-    Report report_;
-    SaveWatch* outer_;
-    bool isReporting_ = false;
+    std::shared_ptr<const Report> report_;  // shared by a call of it, which may destroy the watch
+    SaveWatch* older_;
 };
 
 }  // namespace foundation

@@ -22,28 +22,28 @@ constexpr std::uint64_t kMostAtFirst = std::uint64_t{1} << 20;
 
 PartTooLarge::~PartTooLarge() = default;
 
-// `take` is the caller's code and may end this stream.
+// `take` is the caller's code and may end or destroy this stream.
 void PartInputStream::readTo(const Take& take) {
     const auto stream = lease_->hold(name_);
-    stream->readTo([&](std::span<const std::byte> bytes) {
+    stream->readTo([&take, lease = lease_, name = name_](std::span<const std::byte> bytes) {
         take(bytes);
-        static_cast<void>(lease_->get(name_));
+        static_cast<void>(lease->get(name));
     });
 }
 
-// `next` is the caller's code. It may end this stream, which lives until it has noticed, and what `next` has
-// given before it throws is written.
+// `next` is the caller's code. It may end or destroy this stream: what it works on lives until that is noticed.
+// What `next` has given before it throws is written.
 void PartOutputStream::writeFrom(const Next& next) {
     const auto stream = lease_->hold(name_);
     std::exception_ptr failure;
-    stream->writeFrom([&](std::span<std::byte> buffer) {
+    stream->writeFrom([&, lease = lease_, name = name_](std::span<std::byte> buffer) {
         std::size_t size = 0;
         try {
             size = next(buffer);
         } catch (...) {
             failure = std::current_exception();
         }
-        static_cast<void>(lease_->get(name_));
+        static_cast<void>(lease->get(name));
         return size;
     });
     if (failure) std::rethrow_exception(failure);
