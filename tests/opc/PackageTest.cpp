@@ -17,6 +17,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <thread>
 
 namespace opc::model {
 namespace {
@@ -303,6 +304,15 @@ TEST_F(PackageTest, AStreamEndsInTheMiddleOfACopyToIt) {
     }
 }
 
+TEST_F(PackageTest, TakesNoMoreThanThereIsRoomFor) {
+    put(goodPlainPackage());
+    session(OpenMode::Edit, [](Package& package) {
+        const auto out = package.getPart(PartName(u"/data")).getOutputStream();
+        EXPECT_THROW(out->writeFrom([](std::span<std::byte> buffer) { return buffer.size() + 1; }),
+                     Exception);
+    });
+}
+
 TEST_F(PackageTest, IsNotChangedByAFunctionThatFollowsASave) {
     put(goodPlainPackage());
     Package package(zip);
@@ -310,8 +320,7 @@ TEST_F(PackageTest, IsNotChangedByAFunctionThatFollowsASave) {
     auto part = package.getPart(PartName(u"/data"));
     const auto out = part.getOutputStream();
     std::size_t reports = 0;
-    const foundation::SaveWatch watch([&](std::uint64_t) {
-        ++reports;
+    const auto change = [&] {
         EXPECT_THROW(out->write({}), Exception);
         EXPECT_THROW(out->flush(), Exception);
         EXPECT_THROW(part.getOutputStream(), Exception);
@@ -320,6 +329,15 @@ TEST_F(PackageTest, IsNotChangedByAFunctionThatFollowsASave) {
         EXPECT_THROW(package.deletePart(part.getName()), Exception);
         EXPECT_THROW(package.createInternalRelationship(u"urn:t", URI(u"/data"), u""), Exception);
         EXPECT_THROW(package.close(), Exception);
+        EXPECT_THROW(package.open(OpenMode::Read), Exception);
+    };
+    // Once on the thread of the save, and once on another one while that waits.
+    const foundation::SaveWatch watch([&](std::uint64_t) {
+        if (++reports % 2 == 0) {
+            change();
+        } else {
+            std::thread(change).join();
+        }
         return true;
     });
     EXPECT_THROW(

@@ -9,7 +9,6 @@ namespace foundation {
 namespace {
 
 constinit thread_local SaveWatch* newest = nullptr;
-constinit thread_local unsigned reports = 0;  // that were called and have not returned
 
 }  // namespace
 
@@ -33,13 +32,7 @@ SaveWatch::~SaveWatch() {
 void SaveWatch::advance(std::uint64_t bytes) {
     if (newest == nullptr) return;
     const auto report = newest->report_;
-    const auto end = [](unsigned* count) { --*count; };
-    const std::unique_ptr<unsigned, decltype(end)> reporting(&++reports, end);
     if (!(*report)(bytes)) throw Cancelled();
-}
-
-bool SaveWatch::isReporting() noexcept {
-    return reports > 0;
 }
 
 }  // namespace foundation

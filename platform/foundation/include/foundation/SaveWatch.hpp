@@ -24,8 +24,8 @@ public:
     // for each 8 MiB, and before the file is synced, with the number of bytes since the last call. If it
     // returns false, the call that is going on, which may be a setter that writes ahead of the save,
     // throws Cancelled and the old file stays. An exception of its own has the same effect. Until it
-    // returns, calls on its thread that would change or save a package fail, whatever the package, and
-    // the objects of the save must not be destroyed.
+    // returns, calls that would change or save the package that is being saved fail, whatever thread
+    // makes them, and the objects of the save must not be destroyed.
     using Report = std::function<bool(std::uint64_t bytes)>;
 
     explicit SaveWatch(Report report);
@@ -35,8 +35,6 @@ public:
 
     // For the libraries: reports to this thread's watch, if there is one, and throws what it wants.
     static void advance(std::uint64_t bytes);
-    // For the libraries: whether a report of this thread has been called and has not returned.
-    static bool isReporting() noexcept;
 
 private:
     std::shared_ptr<const Report> report_;  // shared by a call of it, which may destroy the watch

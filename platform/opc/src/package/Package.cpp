@@ -89,8 +89,10 @@ void Package::refuseInReport() const {
 
 void Package::close() {
     state().refuseInReport();
-    const auto closing = std::move(state_);
-    zip::aboutFile(path(), [&] { closing->save(); });
+    // It is open until all is done, so that it cannot be opened in the middle of the save.
+    const auto reset = [](Package* package) { package->state_.reset(); };
+    const std::unique_ptr<Package, decltype(reset)> closing(this, reset);
+    zip::aboutFile(path(), [&] { state_->save(); });
 }
 
 bool Package::hasPart(const PartName& name) const {

@@ -67,7 +67,7 @@ public:
     // may follow, also if it throws.
     void save();
 
-    // Throws if the package is open for a change and a foundation::SaveWatch of this thread reports.
+    // Throws if the package is open for a change and a foundation::SaveWatch reports on it.
     void refuseInReport() const;
 
     // The part with this name, or null. The pointer is valid until the part is deleted.

@@ -8,6 +8,7 @@
 #include <exception>
 #include <memory>
 #include <span>
+#include <string>
 
 namespace opc::model {
 
@@ -44,6 +45,10 @@ void PartOutputStream::writeFrom(const Next& next) {
             failure = std::current_exception();
         }
         static_cast<void>(lease->get(name));
+        if (size > buffer.size()) {
+            throw Exception(name + ": the stream to copy says that it gave " +
+                            std::to_string(size) + " bytes, for which there was no room");
+        }
         return size;
     });
     if (failure) std::rethrow_exception(failure);

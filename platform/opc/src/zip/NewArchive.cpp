@@ -102,11 +102,12 @@ ItemContent NewItem::contentIn(const fl::filesystem::path& file) const {
 }
 
 NewArchive::NewArchive(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name,
-                       std::shared_ptr<const ZipArchive> base)
+                       std::shared_ptr<const ZipArchive> base, bool& isReporting)
     : target_(&target),
       name_(&name),
       base_(std::move(base)),
-      file_(std::make_shared<NewFile>(target, name)) {}
+      isReporting_(&isReporting),
+      file_(std::make_shared<NewFile>(target, name, isReporting)) {}
 
 // The number of bytes in front of the base's first item.
 std::uint64_t NewArchive::frontSize() const noexcept {
@@ -226,7 +227,7 @@ void NewArchive::closeGaps() {
     const auto placed = std::exchange(placed_, {});
     const auto old = file_;
     old->abandon();
-    file_ = std::make_shared<NewFile>(*target_, *name_);
+    file_ = std::make_shared<NewFile>(*target_, *name_, *isReporting_);
     for (auto at = placed.begin(); at != placed.end();) {
         std::vector<const ZipItem*> kept;
         for (; at != placed.end() && at->second.kept; ++at)

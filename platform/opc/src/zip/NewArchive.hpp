@@ -86,9 +86,9 @@ struct NewItem {
 // thread at a time.
 class NewArchive {
 public:
-    // `target` and `name` (for messages) must outlive it; `base` may be null.
+    // `target`, `name` (for messages) and `isReporting` (see NewFile) must outlive it; `base` may be null.
     NewArchive(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name,
-               std::shared_ptr<const ZipArchive> base);
+               std::shared_ptr<const ZipArchive> base, bool& isReporting);
 
     // Takes over items of the base, which must be in the order of their data. Items that directly
     // follow each other are taken over as one range.
@@ -147,6 +147,7 @@ private:
     const fl::filesystem::SaveTarget* target_;
     const fl::filesystem::path* name_;
     std::shared_ptr<const ZipArchive> base_;
+    bool* isReporting_;
     std::shared_ptr<NewFile> file_;
     PlacedItems placed_;
     foundation::ProcessMark process_;

@@ -5,6 +5,7 @@
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <algorithm>
+#include <memory>
 
 namespace opc::zip {
 
@@ -17,8 +18,10 @@ constexpr std::uint64_t kPiece = std::uint64_t{8} << 20;
 
 }  // namespace
 
-NewFile::NewFile(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name)
+NewFile::NewFile(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name,
+                 bool& isReporting)
     : name_(name),
+      isReporting_(&isReporting),
       replacement_(aboutTarget([&] { return fl::filesystem::ReplacementFile(target); })) {}
 
 void NewFile::append(std::span<const std::byte> bytes) {
@@ -33,6 +36,9 @@ void NewFile::append(std::span<const std::byte> bytes) {
 
 // The function that is called may fork, and come back in both processes.
 void NewFile::report(std::uint64_t size) const {
+    *isReporting_ = true;
+    const auto end = [](bool* isReporting) { *isReporting = false; };
+    const std::unique_ptr<bool, decltype(end)> reporting(isReporting_, end);
     foundation::SaveWatch::advance(size);
     if (!process_.isOfThisProcess()) throwForked(name_);
 }

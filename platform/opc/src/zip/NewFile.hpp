@@ -21,8 +21,10 @@ namespace opc::zip {
 // reading, which first writes what was gathered.
 class NewFile final : public ByteSource {
 public:
-    // `name` is for messages.
-    NewFile(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name);
+    // `name` is for messages. `isReporting` is true while a foundation::SaveWatch is told how far the file
+    // has come: the file is in the middle of a change then, and only reading is right.
+    NewFile(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name,
+            bool& isReporting);
 
     // The size of the file, which is where append() writes.
     std::uint64_t tail() const noexcept { return tail_; }
@@ -57,6 +59,7 @@ private:
     void report(std::uint64_t size) const;
 
     fl::filesystem::path name_;
+    bool* isReporting_;
     foundation::ProcessMark process_;
     // Mutable because reading writes out what was gathered, which changes nothing that a caller
     // sees.

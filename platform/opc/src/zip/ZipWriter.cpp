@@ -1,6 +1,5 @@
 #include "platform/opc/src/zip/ZipWriter.hpp"
 
-#include <foundation/SaveWatch.hpp>
 #include <foundation/Shown.hpp>
 
 #include "platform/opc/src/zip/HiddenItems.hpp"
@@ -39,7 +38,7 @@ ZipWriter::ZipWriter(const fl::filesystem::path& target, std::shared_ptr<const Z
 
 // The new file is in the middle of a change when a report is called.
 void ZipWriter::refuseInReport() const {
-    if (!foundation::SaveWatch::isReporting()) return;
+    if (!isReporting_) return;
     throwZipError(path_,
                   "cannot be changed or saved by a function that follows a save; do it when the "
                   "call that it follows has returned");
@@ -138,7 +137,7 @@ void ZipWriter::placeKept(NewArchive& archive, Wanted wanted) {
 // written; if it replaces one of the base, only the items in front of that are taken over.
 void ZipWriter::openArchive(std::string_view firstName) {
     if (archive_) return;
-    auto archive = std::make_unique<NewArchive>(target_, path_, base_);
+    auto archive = std::make_unique<NewArchive>(target_, path_, base_, isReporting_);
     const ZipItem* replaced = findKept(firstName);
     placeKept(*archive, [&](const ZipItem& item) {
         return item.compressedSize >= kLarge && (!replaced || &item < replaced);
@@ -229,7 +228,7 @@ void ZipWriter::refuseItemsInKept() const {
 
 std::optional<fl::filesystem::FileStamp> ZipWriter::writeAll() {
     refuseItemsInKept();
-    if (!archive_) archive_ = std::make_unique<NewArchive>(target_, path_, base_);
+    if (!archive_) archive_ = std::make_unique<NewArchive>(target_, path_, base_, isReporting_);
     archive_->cancelItem();  // a stream that is still open has set nothing
     placeKept(*archive_, [](const ZipItem&) { return true; });
     for (NewItem* item : itemsInTurn()) {

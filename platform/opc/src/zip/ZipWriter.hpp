@@ -66,7 +66,7 @@ public:
     // removed. Throws ItemError if there is no such item.
     std::unique_ptr<InputStream> read(std::string_view name) const;
 
-    // Throws while a foundation::SaveWatch of this thread reports. Whatever changes or saves does so, too.
+    // Throws while a foundation::SaveWatch reports on this writer. Whatever changes or saves does so, too.
     void refuseInReport() const;
 
     // Whether there was a file to be replaced when the writer was made.
@@ -116,6 +116,7 @@ private:
     bool allowZip64_;
     foundation::ProcessMark process_;
     bool isSpent_ = false;
+    bool isReporting_ = false;  // set by the new file
     DeflaterPool deflaters_;
 
     std::vector<Fate> fates_;   // of the base's items, in their order
