@@ -31,7 +31,7 @@ bool isList(Field field);
 std::optional<Field> findField(std::string_view name);
 // The field of this name in any case, as a person may write it.
 std::optional<Field> findFieldInAnyCase(std::string_view name);
-// The error message for a name that is no field's. It has the nearest name, or those of all fields.
+// The error message for a name that is not a field's. It proposes the nearest name, or lists all.
 std::string unknownField(std::string_view name);
 
 // The value of a field. A field that the record lacks is an empty text or list; a record that a

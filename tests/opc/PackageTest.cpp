@@ -290,6 +290,10 @@ TEST_F(PackageTest, AStreamEndsInTheMiddleOfACopyToIt) {
     const std::vector<std::function<void(Package&)>> acts = {
         [](Package& package) { package.close(); },
         [](Package& package) { package.deletePart(PartName(u"/data")); },
+        [](Package& package) {
+            package.close();
+            throw Exception("/data: this stream has ended by itself");
+        },
     };
     for (const auto& act : acts) {
         put(goodPlainPackage());

@@ -95,6 +95,12 @@ class Create(ToolTest):
             ([*create, "--set", "autor=x"], '--set: unknown metadata field "autor"; did you mean "Author"?'),
             ([*create, "--set"], 'create: --set needs a value: --set FIELD=VALUE; see "qzapp create --help"'),
             ([*create, "--code", "c.k"], 'create: --code is given 2 times; give it once; see "qzapp create --help"'),
+            ([*create, "--set", "Name=a", "--set"],
+             'create: --set needs a value: --set FIELD=VALUE; see "qzapp create --help"'),
+            (["info", "--"], 'info: FILE is required; see "qzapp info --help"'),
+            (["diff", "--", "a", "b", "c"], 'diff: unexpected argument "c"; see "qzapp diff --help"'),
+            (["--threads", "2", "info", "c.k"], '"--threads" stands before the verb; put it behind "info"'),
+            (["--", "info"], f'expected a verb, one of {VERBS}; see "qzapp --help"'),
             (["check", "--", "c.k", "--json"], 'check: "--json" stands behind "--", so it is taken for a file, and there '
                                                'is none of that name; put it before "--"'),
             (["create", b"\xff.kvpkg", *create[2:]],
@@ -117,7 +123,7 @@ class Create(ToolTest):
         for verb in VERBS.split(", "):
             self.assertIn(f"\n  {verb} ", self.ok("--help"))
             self.assertIn(f"\n  qzapp {verb} ", self.ok("help", verb))
-            self.assertEqual(self.ok("help", verb), self.ok(verb, "--help"))
+            self.assertEqual(self.ok("help", verb, "--threads"), self.ok(verb, "--help"))
 
     def test_bad_inputs_leave_nothing_behind(self):
         self.write("c.k", "x")

@@ -87,14 +87,13 @@ constexpr char kNoList = '\0';
 
 using Arguments = std::vector<std::string>;
 
-// "help VERB" becomes "VERB --help".
+// "help" becomes "--help", and "help VERB" becomes "VERB --help".
 Arguments argumentsOf(int argc, const char* const* argv) {
     Arguments arguments(argv + std::min(argc, 1), argv + argc);
-    if (!arguments.empty() && arguments.front() == "help") {
-        arguments.erase(arguments.begin());
-        arguments.emplace_back("--help");
-    }
-    return arguments;
+    if (arguments.empty() || arguments.front() != "help") return arguments;
+    const bool hasVerb =
+        arguments.size() > 1 && !looksLikeOption(arguments[1]) && arguments[1] != "help";
+    return hasVerb ? Arguments{arguments[1], "--help"} : Arguments{"--help"};
 }
 
 // As CLI11 parses them: in reverse order.
@@ -139,7 +138,7 @@ std::string mismatchOf(const CLI::App& verb, const CLI::ParseError& e) {
     const std::string name(what.substr(0, what.find(':')));
     const CLI::Option* option = verb.get_option_no_throw(name);
     if (option == nullptr) return {};
-    if (option->count() > 1) {
+    if (option->get_items_expected_max() == 1 && option->count() > 1) {
         return fmt::format("{} is given {} times; give it once", name, option->count());
     }
     return fmt::format("{} needs a value: {} {}", name, name, option->get_type_name());
@@ -149,7 +148,8 @@ std::string mismatchOf(const CLI::App& verb, const CLI::ParseError& e) {
 // because a misspelt option is often why something else is missing.
 std::string reasonOf(const CLI::App& verb, const CLI::ParseError& e) {
     const std::string hint = seeHelp("qzapp " + verb.get_name());
-    const auto extra = verb.remaining();
+    auto extra = verb.remaining();
+    std::erase(extra, "--");
     for (const std::string& argument : extra) {
         if (looksLikeOption(argument)) return unknownOption(verb, withoutMarks(argument), hint);
     }
@@ -163,11 +163,16 @@ std::string reasonOf(const CLI::App& verb, const CLI::ParseError& e) {
 // The message about a wrong command line, which names the verb if there is one.
 std::string complaint(const CLI::App& app, const CLI::ParseError& e, const std::string& first) {
     const auto parsed = app.get_subcommands();
+    if (!parsed.empty() && looksLikeOption(first)) {
+        return fmt::format("\"{}\" stands before the verb; put it behind \"{}\"", first,
+                           parsed[0]->get_name());
+    }
     if (!parsed.empty()) {
         return fmt::format("{}: {}", parsed[0]->get_name(), reasonOf(*parsed[0], e));
     }
     const std::string hint = seeHelp("qzapp"), all = joined(namesOfVerbs());
-    if (first.empty()) return fmt::format("expected a verb, one of {}{}", all, hint);
+    if (first.empty() || first == "--")
+        return fmt::format("expected a verb, one of {}{}", all, hint);
     if (looksLikeOption(first)) return unknownOption(app, first, hint);
     return fmt::format(
         "unknown verb \"{}\"{}", first,
@@ -178,21 +183,23 @@ bool isVerb(std::string_view name) {
     return std::ranges::any_of(verbs(), [&](const Verb& verb) { return verb.name == name; });
 }
 
-// Behind "--" every argument is a file. An option of the verb there is a mistake unless there is a
-// file of that name.
-void refuseOptionsTakenForFiles(const CLI::App& verb, const Arguments& arguments) {
-    const auto separator = std::ranges::find(arguments, "--");
-    const auto found = std::find_if(separator, arguments.end(), [&](const std::string& argument) {
-        std::error_code ignored;
-        return looksLikeOption(argument) && verb.get_option_no_throw(argument) != nullptr &&
-               !std::filesystem::exists(argument, ignored);
-    });
-    if (found == arguments.end()) return;
-    throw UsageError(
-        verb.get_name(),
-        fmt::format("\"{}\" stands behind \"--\", so it is taken for a file, and there "
-                    "is none of that name; put it before \"--\"",
-                    *found));
+// A file's name can begin like an option only behind "--". If it is an option of the verb, and there
+// is no such file, the option stands in the wrong place.
+void refuseOptionsTakenForFiles(const CLI::App& verb) {
+    for (const CLI::Option* positional : verb.get_options()) {
+        if (!positional->get_positional()) continue;
+        for (const std::string& name : positional->results()) {
+            std::error_code ignored;
+            if (!looksLikeOption(name) || verb.get_option_no_throw(name) == nullptr ||
+                std::filesystem::exists(name, ignored)) {
+                continue;
+            }
+            throw UsageError(verb.get_name(),
+                             fmt::format("\"{}\" stands behind \"--\", so it is taken for a file, "
+                                         "and there is none of that name; put it before \"--\"",
+                                         name));
+        }
+    }
 }
 
 // Prints the help or the version, for which CLI11 throws too, or reports what is wrong.
@@ -225,7 +232,7 @@ void declareTool(CLI::App& app) {
     app.require_subcommand(1);
     nameThings(*app.get_formatter());
     app.footer(
-        "\"qzapp VERB --help\" shows a verb's options and an example. \"-\" as a file to be read "
+        "\"qzapp help VERB\" shows a verb's options and an example. \"-\" as a file to be read "
         "is\n"
         "standard input.\n"
         "Exit status: 0 done, 1 failed, 2 wrong command line, 3 saved, but the report could not "
@@ -275,7 +282,7 @@ int parseAndRun(int argc, const char* const* argv) {
     } catch (const CLI::ParseError& e) {
         return answer(app, e, first);
     }
-    refuseOptionsTakenForFiles(*app.get_subcommands().front(), arguments);
+    refuseOptionsTakenForFiles(*app.get_subcommands().front());
     takeTimeFromEnvironment();
     foundation::threads::setLimit(threads);
     // Finds out the default now: inside a cage the control group's quota could not be read.

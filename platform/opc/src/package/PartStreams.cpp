@@ -37,20 +37,25 @@ void PartInputStream::readTo(const Take& take) {
 void PartOutputStream::writeFrom(const Next& next) {
     const auto stream = lease_->hold(name_);
     std::exception_ptr failure;
-    stream->writeFrom([&, lease = lease_, name = name_](std::span<std::byte> buffer) {
-        std::size_t size = 0;
-        try {
-            size = next(buffer);
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        static_cast<void>(lease->get(name));
-        if (size > buffer.size()) {
-            throw Exception(name + ": the stream to copy says that it gave " +
-                            std::to_string(size) + " bytes, for which there was no room");
-        }
-        return size;
-    });
+    try {
+        stream->writeFrom([&, lease = lease_, name = name_](std::span<std::byte> buffer) {
+            std::size_t size = 0;
+            try {
+                size = next(buffer);
+            } catch (...) {
+                failure = std::current_exception();
+                return std::size_t{0};
+            }
+            static_cast<void>(lease->get(name));
+            if (size > buffer.size()) {
+                throw Exception(name + ": the stream to copy says that it gave " +
+                                std::to_string(size) + " bytes, for which there was no room");
+            }
+            return size;
+        });
+    } catch (...) {
+        if (!failure) throw;  // otherwise `next` has ended the stream and then failed
+    }
     if (failure) std::rethrow_exception(failure);
 }
 

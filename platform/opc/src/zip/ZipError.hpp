@@ -22,7 +22,7 @@ private:
     std::string fault_;
 };
 
-// The five functions below throw errors whose message is one line, "FILE: what is wrong" or
+// The functions below throw errors whose message is one line, "FILE: what is wrong" or
 // "FILE: ITEM: what is wrong". `item` is an item's displayName().
 
 // Throw opc::Exception and ItemError, for a failure at any time.
