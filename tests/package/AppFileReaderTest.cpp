@@ -3,11 +3,17 @@
 #include <appserialization/KVPKGMetadataReader.hpp>
 #include <foundation/Exceptions.hpp>
 #include <opc/Exception.hpp>
+#include <opc/Package.hpp>
+#include <opc/Streams.hpp>
+#include <opc/ZipPhysicalPackage.hpp>
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <vector>
 
 #include "tests/support/AppPackage.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
@@ -100,6 +106,34 @@ TEST_F(AppFileReaderTest, AnAppWithoutAScreenshotEmptiesWhatIsGiven) {
     reader.getAppScreenshot(image, format);
     EXPECT_THAT(image, IsEmpty());
     EXPECT_EQ(format, u"");
+}
+
+TEST_F(AppFileReaderTest, ReadsNoneOfSeveralMetadataParts) {
+    const AppFileReader reader(
+        write(goodPackage()
+                  .with(u"/metadata/other.xml", "<root><description>Other</description></root>")
+                  .withRelationship(test_support::kMetadataType, u"/metadata/other.xml")));
+    EXPECT_EQ(reader.getAppMetadata().getDescription().value(), u"");
+    EXPECT_EQ(reader.getAppMetadata().getName().value(), u"Good App") << "a core property";
+}
+
+TEST_F(AppFileReaderTest, ReadsNoScreenshotThatIsTooLarge) {
+    const ustring app = write(goodPackage());
+    const opc::zippackage::ZipPhysicalPackage file(app, true);
+    opc::model::Package package(file);
+    package.open(opc::interfaces::OpenMode::Edit);
+    const auto shot = package.getRelationshipsByType(test_support::kScreenshotType).front();
+    const auto stream = package.getTarget(shot).getOutputStream();
+    const std::vector<std::byte> zeros(std::size_t{1} << 20);
+    for (int i = 0; i < 257; ++i)
+        stream->write(zeros);
+    stream->flush();
+    package.close();
+    std::vector<std::uint8_t> image;
+    ustring format;
+    EXPECT_THAT([&] { AppFileReader(app).getAppScreenshot(image, format); },
+                testing::ThrowsMessage<opc::Exception>(testing::HasSubstr(
+                    "the screenshot has 269484032 bytes, but may have at most")));
 }
 
 TEST_F(AppFileReaderTest, CopiesTheFirstModelOverWhatIsThere) {

@@ -552,6 +552,17 @@ TEST_F(AppFileWriterTest, SavesInTheParentOnlyIfTheFunctionOfAWatchForks) {
     EXPECT_GT(reports, 15u);
 }
 
+TEST_F(AppFileWriterTest, ChangesNothingIfTheCorePropertiesCannotBeRead) {
+    good(goodPackage().with(u"/docProps/core.xml", "<broken"));
+    AppFileWriter writer(app_, false);
+    EXPECT_THROW(writer.setAppMetadata(filledWith(u"new")), opc::Exception);
+    writer.setAppModelFromFile(model_);
+    writer.close();
+    AppFileReader(app_).copyAppDataToTempFile(directory_.name("copy.kvd"));
+    EXPECT_EQ(test_support::readFile(directory_.path() / "copy.kvd"),
+              std::string("new \0 model", 11));
+}
+
 // What else leads to the picture that was the screenshot keeps it.
 TEST_F(AppFileWriterTest, KeepsAnOldScreenshotThatIsSomethingElseToo) {
     const auto* const shot = u"/metadata/appScreenshot.png";
