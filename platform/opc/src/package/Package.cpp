@@ -9,7 +9,6 @@
 #include "platform/opc/src/zip/ZipError.hpp"
 
 #include <string>
-#include <utility>
 
 namespace opc::model {
 
