@@ -37,7 +37,7 @@ std::size_t distance(std::string_view a, std::string_view b) {
     return row[b.size()];
 }
 
-// Names longer than any that is known, which nobody meant.
+// No name is longer. Bounds the work on an argument of any length.
 constexpr std::size_t kLongest = 64;
 
 }  // namespace

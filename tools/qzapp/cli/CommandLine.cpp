@@ -163,12 +163,10 @@ std::string reasonOf(const CLI::App& verb, const CLI::ParseError& e) {
 // The message about a wrong command line, which names the verb if there is one.
 std::string complaint(const CLI::App& app, const CLI::ParseError& e, const std::string& first) {
     const auto parsed = app.get_subcommands();
-    if (!parsed.empty() && looksLikeOption(first)) {
-        return fmt::format("\"{}\" stands before the verb; put it behind \"{}\"", first,
-                           parsed[0]->get_name());
-    }
     if (!parsed.empty()) {
-        return fmt::format("{}: {}", parsed[0]->get_name(), reasonOf(*parsed[0], e));
+        const std::string verb = parsed[0]->get_name();
+        if (!looksLikeOption(first)) return fmt::format("{}: {}", verb, reasonOf(*parsed[0], e));
+        return fmt::format("\"{}\" stands before the verb; put it behind \"{}\"", first, verb);
     }
     const std::string hint = seeHelp("qzapp"), all = joined(namesOfVerbs());
     if (first.empty() || first == "--")

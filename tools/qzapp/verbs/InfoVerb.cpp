@@ -159,19 +159,21 @@ private:
     Program program_;
 };
 
-std::string describe(const FileName& file, const InfoOptions& options,
+std::string describe(const FileName& file, std::optional<Field> field, bool asJson,
                      std::optional<Drawer>& drawer) {
     const auto reader = openApp(file);
     return about(file, [&] {
         const AppMetadata record = reader->readMetadata();
-        if (options.field) {
+        if (field) {
             requireUnchanged(file);
-            return fieldText(record, *findFieldInAnyCase(*options.field));
+            return fieldText(record, *field);
         }
-        const ScreenshotSize size = readScreenshotSize(file, *reader);
         const Screenshot screenshot = drawer ? readScreenshot(file, *reader) : Screenshot();
+        const ScreenshotSize size = drawer
+                                        ? ScreenshotSize{screenshot.first, screenshot.second.size()}
+                                        : readScreenshotSize(file, *reader);
         requireUnchanged(file);
-        if (options.json) return jsonFor(file, record, size);
+        if (asJson) return jsonFor(file, record, size);
         const std::string sheet = sheetFor(file, record, size);
         return drawer ? sheet + drawer->draw(file, screenshot) : sheet;
     });
@@ -188,11 +190,12 @@ void requireSense(const InfoOptions& options) {
                          "only draws on a terminal; leave it out, or use \"qzapp "
                          "extract --only screenshot\"");
     }
-    if (options.field) static_cast<void>(fieldArgument("--field", *options.field));
 }
 
 int info(const InfoOptions& options) {
     requireSense(options);
+    std::optional<Field> field;
+    if (options.field) field = fieldArgument("--field", *options.field);
     std::optional<Drawer> drawer;
     if (options.picture) {
         drawer.emplace();
@@ -200,7 +203,7 @@ int info(const InfoOptions& options) {
         foundation::threads::setLimit(1);
     }
     return forEachApp(options.files, [&](const FileName& file) {
-        return Answer{describe(file, options, drawer)};
+        return Answer{describe(file, field, options.json, drawer)};
     });
 }
 

@@ -16,8 +16,9 @@ public:
     const char* what() const noexcept override;
 };
 
-// Follows the saves that this thread makes as long as the object exists, and can cancel them. If there
-// are several on a thread, the newest of those that are left counts. Make and destroy it on the same thread.
+// Follows the saves that this thread makes as long as the object exists, and can cancel them. If
+// there are several on a thread, the newest of those that are left counts. Make and destroy it on the
+// same thread.
 class PLATFORM_API SaveWatch {
 public:
     // Called on the thread of the save whenever bytes have been handed to the new file, at least once

@@ -32,8 +32,8 @@ void PartInputStream::readTo(const Take& take) {
     });
 }
 
-// `next` is the caller's code. It may end or destroy this stream: what it works on lives until that is noticed.
-// What `next` has given before it throws is written.
+// `next` is the caller's code. It may end or destroy this stream: what the stream works on lives
+// until that is noticed. What `next` has given before it throws is written.
 void PartOutputStream::writeFrom(const Next& next) {
     const auto stream = lease_->hold(name_);
     std::exception_ptr failure;

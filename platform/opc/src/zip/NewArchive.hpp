@@ -86,7 +86,8 @@ struct NewItem {
 // thread at a time.
 class NewArchive {
 public:
-    // `target`, `name` (for messages) and `isReporting` (see NewFile) must outlive it; `base` may be null.
+    // `target`, `name` (for messages) and `isReporting` (see NewFile) must outlive it; `base` may be
+    // null.
     NewArchive(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name,
                std::shared_ptr<const ZipArchive> base, bool& isReporting);
 

@@ -30,7 +30,8 @@ private:
 [[noreturn]] void throwItemError(const fl::filesystem::path& file, const std::string& item,
                                  const std::string& what);
 
-// Throws opc::Exception, for a save that a forked child would go on with: its parent writes the same new file.
+// Throws opc::Exception, in a forked child that would go on with a save: its parent writes the same
+// new file.
 [[noreturn]] void throwForked(const fl::filesystem::path& file);
 
 // Throw ZipRefusal, for the rule that a file breaks when it is opened.
