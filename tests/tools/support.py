@@ -59,10 +59,10 @@ class ToolTest(unittest.TestCase):
                 return
             yield number, run
 
-    def on_terminal(self, *args, env={}):
-        """Exit status and output of a run whose standard streams are a terminal of 80 columns."""
+    def on_terminal(self, *args, columns=80, env={}):
+        """Exit status and output of a run whose standard streams are a terminal."""
         main, side = pty.openpty()
-        fcntl.ioctl(side, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 80, 0, 0))
+        fcntl.ioctl(side, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
         environment = {**os.environ, "TERM": "xterm-256color", **env}
         with subprocess.Popen([TOOL, *args], cwd=self.dir, env=environment, stdin=side, stdout=side,
                               stderr=side) as tool:

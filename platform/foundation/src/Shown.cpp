@@ -3,6 +3,7 @@
 #include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
 
+#include <unicode/uchar.h>
 #include <unicode/utf8.h>
 #include <unicode/utypes.h>
 
@@ -53,6 +54,15 @@ UChar32 nextCharacter(std::string_view utf8, std::size_t& at) {
 }
 #pragma GCC diagnostic pop
 
+std::size_t displayWidthOf(UChar32 character) {
+    constexpr std::uint32_t kWithoutWidth =
+        U_GC_MN_MASK | U_GC_ME_MASK | U_GC_CF_MASK | U_GC_CC_MASK;
+    if (character < 0x80) return 1;  // most are, and ASCII's control characters are not shown
+    if ((U_GET_GC_MASK(character) & kWithoutWidth) != 0) return 0;
+    const int width = u_getIntPropertyValue(character, UCHAR_EAST_ASIAN_WIDTH);
+    return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;
+}
+
 enum class Layout { Escaped, Kept };
 
 std::string escaped(std::string_view utf8, Layout layout) {
@@ -100,6 +110,13 @@ std::string shown(ustring_view text) {
 
 std::string shown(const fl::filesystem::path& file) {
     return printable(fl::i18n::to_display(file.native()));
+}
+
+std::size_t displayWidth(std::string_view utf8) {
+    std::size_t width = 0;
+    for (std::size_t at = 0; at < utf8.size();)
+        width += displayWidthOf(nextCharacter(utf8, at));
+    return width;
 }
 
 std::string shownCount(std::uint64_t count) {

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -13,7 +12,6 @@ namespace qzapp {
 namespace {
 
 constexpr std::size_t kIndent = 4;
-constexpr std::size_t kMinWidth = 40;
 constexpr std::array kSeverities = {Severity::Error, Severity::Warning, Severity::Note};
 
 std::string counts(const Findings& findings) {
@@ -28,9 +26,8 @@ std::string counts(const Findings& findings) {
 }
 
 std::string indented(const std::string& text) {
-    const std::size_t width = std::max(outputWidth(), kMinWidth + kIndent) - kIndent;
     std::string lines;
-    for (const std::string& line : wrapped(visible(text), width))
+    for (const std::string& line : wrapped(visible(text), outputWidth(kIndent)))
         lines += std::string(kIndent, ' ') + line + "\n";
     return lines;
 }
@@ -52,9 +49,8 @@ std::string sheetOf(const FileName& file, const Findings& findings) {
 }
 
 std::string rulesSheet() {
-    Table table({{"Rule", Table::Align::Left},
-                 {"Severity", Table::Align::Left},
-                 {"Requirement", Table::Align::Left}});
+    Table table(
+        {{"Rule"}, {"Severity"}, {"Requirement", Table::Align::Left, Table::IfNarrow::GoesBelow}});
     for (const Rule& rule : kRules)
         table.add({rule.id, nameOf(rule.severity), rule.text});
     return table.text();

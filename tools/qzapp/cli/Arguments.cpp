@@ -1,26 +1,18 @@
 #include "tools/qzapp/cli/Arguments.hpp"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <sys/stat.h>
 #include <appserialization/Functions.hpp>
 #include <fl/FileDescriptor.hpp>
 #include <fl/i18n.hpp>
 
-#include <cstddef>
-
 #include "app/Error.hpp"
 #include "app/Forms.hpp"
 #include "app/InputFiles.hpp"
 #include "tools/qzapp/cli/Report.hpp"
-#include "tools/qzapp/cli/TerminalText.hpp"
 
 namespace qzapp {
-namespace {
-
-constexpr std::size_t kHelpWidth = 90;
-
-}  // namespace
+namespace {}  // namespace
 
 foundation::ustring textArgument(const std::string& option, const std::string& value) {
     try {
@@ -52,8 +44,7 @@ std::string fieldHelp() {
         std::string& names = isList(field) ? lists : texts;
         names += (names.empty() ? "" : ", ") + std::string(nameOf(field));
     }
-    return fmt::format("Text fields:\n  {}\nList fields:\n  {}",
-                       fmt::join(wrapped(texts, kHelpWidth), "\n  "), lists);
+    return fmt::format("\nText fields: {}.\n\nList fields: {}.", texts, lists);
 }
 
 FileName newPackageArgument(const std::string& value) {

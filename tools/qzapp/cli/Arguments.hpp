@@ -20,7 +20,7 @@ FileName fileArgument(const std::string& value);
 
 // The metadata field of this name, which `option` gives.
 Field fieldArgument(const std::string& option, const std::string& name);
-// The names of all fields, on several lines for the help of a verb.
+// The names of all fields, for the help of a verb: paragraphs with a blank line before each.
 std::string fieldHelp();
 
 // The name of a packaged app to be made, which must end in ".kvpkg".

@@ -5,7 +5,6 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Error.hpp>
-#include <CLI/Formatter.hpp>
 #include <CLI/Option.hpp>
 #include <foundation/Clock.hpp>
 #include <foundation/Threads.hpp>
@@ -30,6 +29,7 @@
 #include "app/Warnings.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/ErrorStream.hpp"
+#include "tools/qzapp/cli/HelpText.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
 #include "tools/qzapp/cli/Report.hpp"
@@ -66,13 +66,6 @@ std::vector<std::string_view> namesOfVerbs() {
 
 std::string joined(const std::vector<std::string_view>& names) {
     return fmt::format("{}", fmt::join(names, ", "));
-}
-
-// CLI11 puts two blank lines between groups.
-std::string withoutDoubleGaps(std::string help) {
-    for (std::size_t at = 0; (at = help.find("\n\n\n", at)) != std::string::npos;)
-        help.erase(at, 1);
-    return help;
 }
 
 // "-" alone is standard input or output.
@@ -208,15 +201,8 @@ int answer(const CLI::App& app, const CLI::ParseError& e, const std::string& fir
     }
     std::ostringstream text, none;
     app.exit(e, text, none);
-    print(withoutDoubleGaps(text.str()));
+    print(text.str());
     return kDone;
-}
-
-void nameThings(CLI::FormatterBase& formatter) {
-    formatter.column_width(28);
-    formatter.label("REQUIRED", "(required)");
-    formatter.label("Positionals", "Arguments");
-    formatter.label("SUBCOMMAND", "VERB");
 }
 
 void declareTool(CLI::App& app) {
@@ -228,7 +214,7 @@ void declareTool(CLI::App& app) {
         "-V,--version", [] { return "qzapp " QZAPP_VERSION "\n" + describeConfinement(); },
         "Print the version, and how verbs that read are confined");
     app.require_subcommand(1);
-    nameThings(*app.get_formatter());
+    app.formatter(std::make_shared<HelpText>());
     app.footer(
         "\"qzapp help VERB\" shows a verb's options and an example. \"-\" as a file to be read "
         "is\n"

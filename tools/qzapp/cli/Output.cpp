@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/cli/Signals.hpp"
 
 namespace qzapp {
 namespace {
@@ -19,9 +20,8 @@ void waitUntilWritable() {
     ::poll(&request, 1, -1);
 }
 
-}  // namespace
-
-void print(std::string_view text) {
+// Returns 0, or why not all of `text` could be written (an errno value).
+int writeAll(std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
         if (written >= 0) {
@@ -29,19 +29,30 @@ void print(std::string_view text) {
         } else if (errno == EAGAIN) {
             waitUntilWritable();
         } else if (errno != EINTR) {
-            const std::string reason = std::generic_category().message(errno);
-            throw OutputError("standard output", "cannot be written (" + reason + ")");
+            return errno;
         }
     }
+    return 0;
+}
+
+std::string failureOf(int reason) {
+    return "cannot be written (" + std::generic_category().message(reason) + ")";
+}
+
+}  // namespace
+
+void print(std::string_view text) {
+    const int reason = writeAll(text);
+    if (reason == 0) return;
+    if (reason == EPIPE) endBecauseReaderLeft();
+    throw OutputError("standard output", failureOf(reason));
 }
 
 void printReport(const FileName& saved, std::string_view text) {
-    try {
-        print(text);
-    } catch (const OutputError& e) {
-        throw ReportError(saved.shown,
-                          std::string("was saved; only the report is missing: ") + e.what());
-    }
+    const int reason = writeAll(text);
+    if (reason == 0) return;
+    throw ReportError(saved.shown, "was saved; only the report is missing: standard output: " +
+                                       failureOf(reason));
 }
 
 }  // namespace qzapp

@@ -6,8 +6,8 @@
 
 namespace qzapp {
 
-// Writes all of `text` to standard output. Throws OutputError if that fails, so that a full disk or
-// a reader that went away is never taken for success.
+// Writes all of `text` to standard output. Throws OutputError if that fails, so that a full disk is never
+// taken for success. A reader that went away, like "| head", ends the process without a message.
 void print(std::string_view text);
 
 // Prints the report of a verb that has saved `saved`. Throws ReportError, which says that it is

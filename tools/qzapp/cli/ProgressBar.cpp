@@ -13,6 +13,7 @@
 
 #include "app/SignalsBlocked.hpp"
 #include "tools/qzapp/cli/ErrorStream.hpp"
+#include "tools/qzapp/cli/TerminalText.hpp"
 
 namespace qzapp {
 namespace {
@@ -77,6 +78,18 @@ std::string barOf(std::uint64_t done, std::uint64_t total, double seconds,
     return text + fmt::format(", {} left", shownTime(left));
 }
 
+// A bar that fits a terminal of this width, since one that wraps cannot be erased: what stands last goes
+// first.
+std::string fitted(std::string bar, std::size_t width) {
+    while (bar.size() >= width) {
+        const std::size_t comma = bar.rfind(", ");
+        const std::size_t cut = comma == std::string::npos ? bar.rfind("  ") : comma;
+        if (cut == std::string::npos) return "";
+        bar.resize(cut);
+    }
+    return bar;
+}
+
 }  // namespace
 
 ProgressBar::ProgressBar(std::uint64_t bytes) : total_(bytes), done_(bytesRead), show_(shownBytes) {
@@ -127,7 +140,7 @@ void ProgressBar::drawUntilEnd() {
     do {
         const std::chrono::duration<double> passed = Clock::now() - began;
         const std::uint64_t done = std::min(std::max(done_(), before_) - before_, total_);
-        drawBar(barOf(done, total_, passed.count(), show_));
+        drawBar(fitted(barOf(done, total_, passed.count(), show_), terminalWidth(STDERR_FILENO)));
     } while (!ended_.wait_for(lock, kBetweenDrawings, [this] { return hasEnded_; }));
 }
 

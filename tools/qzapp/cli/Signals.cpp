@@ -8,6 +8,8 @@
 namespace qzapp {
 namespace {
 
+bool pipeIsIgnored = false;
+
 extern "C" void cleanUpAndDie(int signal) {
     removePrivateFolders();
     eraseBar();
@@ -18,12 +20,17 @@ extern "C" void cleanUpAndDie(int signal) {
 }  // namespace
 
 void installSignalHandlers() {
-    ::signal(SIGPIPE, SIG_IGN);
+    // Ignored here, so that a pipe that closes while files are being saved stops nothing.
+    pipeIsIgnored = ::signal(SIGPIPE, SIG_IGN) == SIG_IGN;
     ::signal(SIGXFSZ, SIG_IGN);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGXCPU}) {
         // A signal that the parent process ignores (as nohup does) stays ignored.
         if (::signal(signal, SIG_IGN) != SIG_IGN) ::signal(signal, cleanUpAndDie);
     }
+}
+
+void endBecauseReaderLeft() {
+    if (!pipeIsIgnored) cleanUpAndDie(SIGPIPE);
 }
 
 }  // namespace qzapp

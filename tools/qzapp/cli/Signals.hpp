@@ -7,4 +7,8 @@ namespace qzapp {
 // an error instead. Call it once, before any file is made.
 void installSignalHandlers();
 
+// Ends the process as SIGPIPE does by default, after the same cleaning up. Returns if the parent process
+// ignores that signal.
+void endBecauseReaderLeft();
+
 }  // namespace qzapp

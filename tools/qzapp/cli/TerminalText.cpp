@@ -3,10 +3,12 @@
 #include <fmt/format.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <foundation/Shown.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <numeric>
 #include <string_view>
 #include <utility>
 
@@ -15,18 +17,21 @@
 namespace qzapp {
 namespace {
 
+using foundation::displayWidth;
 using foundation::ustring_view;
 
-constexpr std::size_t kDefaultWidth = 100;
+constexpr std::size_t kUsualWidth = 80;  // of a terminal that does not tell its width
+constexpr std::size_t kColumnGap = 2;
+constexpr std::size_t kIndentBelow = 4;
 
 // The terminal's codes in the order of Style: none, faint, bold, green, red, cyan.
 constexpr std::array<const char*, 6> kCodes = {"", "2", "1", "32", "31", "36"};
 
-// The number of code points, which is close enough to the width for breaking and aligning.
-std::size_t lengthOf(std::string_view utf8) {
-    return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    }));
+std::size_t longestWord(const std::string& text) {
+    std::size_t longest = 0;
+    for (const std::string& word : wrapped(text, 0))
+        longest = std::max(longest, displayWidth(word));
+    return longest;
 }
 
 }  // namespace
@@ -52,12 +57,12 @@ std::vector<std::string> wrapped(const std::string& line, std::size_t width) {
     while (start <= line.size()) {
         const std::size_t end = std::min(line.find(' ', start), line.size());
         const std::string word = line.substr(start, end - start);
-        if (!current.empty() && length + 1 + lengthOf(word) > width) {
+        if (!current.empty() && length + 1 + displayWidth(word) > width) {
             lines.push_back(std::exchange(current, word));
-            length = lengthOf(word);
+            length = displayWidth(word);
         } else {
             current += (start == 0 ? "" : " ") + word;
-            length += (start == 0 ? 0 : 1) + lengthOf(word);
+            length += (start == 0 ? 0 : 1) + displayWidth(word);
         }
         start = end + 1;
     }
@@ -82,49 +87,77 @@ std::string styled(const std::string& text, Style style) {
     return fmt::format("\x1B[{}m{}\x1B[0m", kCodes[static_cast<std::size_t>(style)], text);
 }
 
-std::size_t outputWidth() {
+std::size_t terminalWidth(int descriptor) {
     winsize size{};
-    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kDefaultWidth;
-    return size.ws_col;
+    const bool tells = ::ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return tells ? size.ws_col : kUsualWidth;
+}
+
+std::size_t outputWidth(std::size_t indent) {
+    if (!outputIsTerminal()) return kUnlimitedWidth;
+    const std::size_t width = terminalWidth(STDOUT_FILENO);
+    return width - std::min(indent, width);
 }
 
 Table::Table(std::vector<Column> columns) : columns_(std::move(columns)) {
-    std::vector<std::string> titles;
+    Row titles;
     for (const Column& column : columns_)
-        titles.emplace_back(column.title);
+        titles.push_back(column.title);
     rows_.push_back(std::move(titles));
 }
 
-void Table::add(std::vector<std::string> row) {
+void Table::add(Row row) {
     rows_.push_back(std::move(row));
 }
 
 std::vector<std::size_t> Table::widths() const {
     std::vector<std::size_t> widths(columns_.size());
-    for (const auto& row : rows_) {
+    for (const Row& row : rows_) {
         for (std::size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], lengthOf(row[i]));
+            widths[i] = std::max(widths[i], displayWidth(row[i]));
     }
     return widths;
 }
 
-void Table::append(std::string& out, const std::vector<std::string>& row,
-                   const std::vector<std::size_t>& widths) const {
-    std::string line;
+Table::Fit Table::fitOf(const std::vector<std::size_t>& widths) const {
+    const std::size_t before =
+        std::accumulate(widths.begin(), widths.end() - 1, kColumnGap * (widths.size() - 1));
+    if (before + widths.back() <= outputWidth()) return Fit::AsIs;
+    if (columns_.back().ifNarrow == IfNarrow::Stays) return Fit::Below;
+    const bool hasRoom = std::ranges::all_of(
+        rows_, [&](const Row& row) { return longestWord(row.back()) <= outputWidth(before); });
+    return hasRoom ? Fit::LastWrapped : Fit::Below;
+}
+
+void Table::append(std::string& out, const Row& row, const std::vector<std::size_t>& widths,
+                   Fit fit) const {
+    std::string line, below;
     for (std::size_t i = 0; i < row.size(); ++i) {
-        const std::string padding(widths[i] - lengthOf(row[i]), ' ');
-        line += columns_[i].align == Align::Right ? padding + row[i] : row[i] + padding;
-        line += "  ";
+        if (fit == Fit::Below && columns_[i].ifNarrow == IfNarrow::GoesBelow) {
+            for (const std::string& part : wrapped(row[i], outputWidth(kIndentBelow)))
+                below += std::string(kIndentBelow, ' ') + part + "\n";
+        } else if (fit == Fit::LastWrapped && i + 1 == row.size()) {
+            const std::size_t column = displayWidth(line);
+            const std::vector<std::string> parts = wrapped(row[i], outputWidth(column));
+            line += parts.front();
+            for (std::size_t part = 1; part < parts.size(); ++part)
+                below += std::string(column, ' ') + parts[part] + "\n";
+        } else {
+            const std::string padding(widths[i] - displayWidth(row[i]), ' ');
+            line += columns_[i].align == Align::Right ? padding + row[i] : row[i] + padding;
+            line += std::string(kColumnGap, ' ');
+        }
     }
     line.erase(line.find_last_not_of(' ') + 1);
-    out += line + "\n";
+    out += line + "\n" + below;
 }
 
 std::string Table::text() const {
     const std::vector<std::size_t> columnWidths = widths();
+    const Fit fit = fitOf(columnWidths);
     std::string out;
-    for (const auto& row : rows_)
-        append(out, row, columnWidths);
+    for (const Row& row : rows_)
+        append(out, row, columnWidths, fit);
     return out;
 }
 

@@ -47,7 +47,8 @@ Action declareCreate(CLI::App& command) {
         "\n\n"
         "Example:\n"
         "  qzapp create atlas.kvpkg --code atlas.k --model atlas.kvd --set Name=Atlas \\\n"
-        "      --set RequiredProducts=Core --set RequiredProducts=Signals --screenshot atlas.png");
+        "      --screenshot atlas.png \\\n"
+        "      --set RequiredProducts=Core --set RequiredProducts=Signals");
     return [options] { return create(*options); };
 }
 

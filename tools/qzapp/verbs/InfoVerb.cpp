@@ -9,7 +9,6 @@
 #include <foundation/Threads.hpp>
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -41,8 +40,10 @@ using appserialization::Screenshot;
 using appserialization::ScreenshotSize;
 
 constexpr std::size_t kLabelWidth = 33;  // the longest field name, indented, and two blanks
-constexpr std::size_t kMinTextWidth = 24;
 constexpr std::size_t kIndent = 2;
+// On a narrower terminal values stand below their labels.
+constexpr std::size_t kMinWidth = 60;
+constexpr std::size_t kIndentBelow = 4;
 constexpr std::size_t kPictureRows = 20;
 
 struct InfoOptions {
@@ -78,8 +79,17 @@ std::vector<std::string> linesOf(const FieldValue& value, std::size_t width) {
     return lines.empty() ? std::vector<std::string>{"(none)"} : lines;
 }
 
+// A label and below it its lines.
+std::string stackedEntry(std::string_view label, const std::vector<std::string>& lines) {
+    std::string text = std::string(kIndent, ' ') + styled(std::string(label), Style::Label) + "\n";
+    for (const std::string& line : lines)
+        text += (line.empty() ? "" : std::string(kIndentBelow, ' ') + line) + "\n";
+    return text;
+}
+
 // A label and, in a column to its right, its lines.
 std::string entry(std::string_view label, const std::vector<std::string>& lines) {
+    if (outputWidth() < kMinWidth) return stackedEntry(label, lines);
     std::string text;
     for (const std::string& line : lines) {
         const std::string name = styled(std::string(label), Style::Label);
@@ -94,7 +104,7 @@ std::string entry(std::string_view label, const std::vector<std::string>& lines)
 
 std::string sheetFor(const FileName& file, const AppMetadata& record,
                      const ScreenshotSize& screenshot) {
-    const std::size_t width = std::max(outputWidth(), kLabelWidth + kMinTextWidth) - kLabelWidth;
+    const std::size_t width = outputWidth(outputWidth() < kMinWidth ? kIndentBelow : kLabelWidth);
     std::string text = styled(visible(file.shown), Style::Heading) +
                        fmt::format(" ({} app)\n", nameOf(formOf(file)));
     for (const Field field : allFields()) {

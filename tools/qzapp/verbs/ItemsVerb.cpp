@@ -54,12 +54,11 @@ ordered_json readItems(const FileName& file, bool verify) {
 }
 
 std::string itemsTable(const ordered_json& items, bool verify) {
-    std::vector<Table::Column> columns = {
-        {"Item", Table::Align::Left},   {"Method", Table::Align::Left},
-        {"Size", Table::Align::Right},  {"Compressed", Table::Align::Right},
-        {"CRC-32", Table::Align::Left}, {"Offset", Table::Align::Right},
-    };
-    if (verify) columns.push_back({"Check", Table::Align::Left});
+    using enum Table::Align;
+    std::vector<Table::Column> columns = {{"Item"},        {"Method"},
+                                          {"Size", Right}, {"Compressed", Right},
+                                          {"CRC-32"},      {"Offset", Right}};
+    if (verify) columns.push_back({"Check"});
     Table table(std::move(columns));
     for (const ordered_json& item : items) {
         std::vector<std::string> row = {

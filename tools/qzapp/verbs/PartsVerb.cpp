@@ -106,11 +106,11 @@ ordered_json readPackage(const FileName& file, bool verify) {
 }
 
 std::string partsTable(const ordered_json& parts, bool verify) {
-    std::vector<Table::Column> columns = {{"Part", Table::Align::Left},
-                                          {"Content type", Table::Align::Left},
-                                          {"Size", Table::Align::Right},
-                                          {"Compressed", Table::Align::Right}};
-    if (verify) columns.push_back({"Check", Table::Align::Left});
+    using enum Table::Align;
+    using enum Table::IfNarrow;
+    std::vector<Table::Column> columns = {
+        {"Part"}, {"Content type", Left, GoesBelow}, {"Size", Right}, {"Compressed", Right}};
+    if (verify) columns.push_back({"Check"});
     Table table(std::move(columns));
     for (const ordered_json& part : parts) {
         std::vector<std::string> row = {shownText(part["name"]), shownText(part["contentType"]),
@@ -122,9 +122,8 @@ std::string partsTable(const ordered_json& parts, bool verify) {
 }
 
 std::string relationshipsTable(const ordered_json& relationships) {
-    Table table({{"Relationship", Table::Align::Left},
-                 {"Target", Table::Align::Left},
-                 {"Type", Table::Align::Left}});
+    Table table(
+        {{"Relationship"}, {"Target"}, {"Type", Table::Align::Left, Table::IfNarrow::GoesBelow}});
     for (const ordered_json& relationship : relationships) {
         const char* mark = relationship["external"].get<bool>() ? " (external)" : "";
         table.add({shownText(relationship["id"]), shownText(relationship["target"]) + mark,
@@ -134,7 +133,7 @@ std::string relationshipsTable(const ordered_json& relationships) {
 }
 
 std::string propertiesTable(const ordered_json& properties) {
-    Table table({{"Core property", Table::Align::Left}, {"Value", Table::Align::Left}});
+    Table table({{"Core property"}, {"Value", Table::Align::Left, Table::IfNarrow::GoesBelow}});
     for (const auto& [name, value] : properties.items()) {
         if (!value.is_null()) table.add({name, shownText(value)});
     }

@@ -35,6 +35,10 @@ PLATFORM_API std::string shown(ustring_view text);
 // A path is not cut, because a reader needs all of it.
 PLATFORM_API std::string shown(const fl::filesystem::path& file);
 
+// The columns that `utf8` takes on a terminal: two for a wide character of East Asian scripts or an
+// emoji, none for a combining mark.
+PLATFORM_API std::size_t displayWidth(std::string_view utf8);
+
 // With separators: "23,456".
 PLATFORM_API std::string shownCount(std::uint64_t count);
 // In mebibytes, rounded down: "16 MiB".

@@ -5,7 +5,7 @@ _qzapp_verbs() {
 }
 
 _qzapp_fields() {
-    qzapp edit --help 2>/dev/null | sed -n '/^Text fields:/,/^$/{/:$/d;s/,//g;p}'
+    qzapp edit --help 2>/dev/null | sed -nE '/^(Text|List) fields: /{s///;s/[,.]//g;p}'
 }
 
 _qzapp_kinds() {

@@ -14,7 +14,7 @@ function __qzapp_options
 end
 
 function __qzapp_fields
-    qzapp edit --help 2>/dev/null | sed -n '/^Text fields:/,/^$/{/:$/d;s/,//g;p}' | string split -n ' '
+    qzapp edit --help 2>/dev/null | sed -nE '/^(Text|List) fields: /{s///;s/[,.]//g;p}' | string split -n ' '
 end
 
 function __qzapp_kinds

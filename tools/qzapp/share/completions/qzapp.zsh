@@ -7,7 +7,7 @@ _qzapp_described() {  # prints "name:what it does" for each line of a section of
 }
 
 _qzapp_fields() {
-    qzapp edit --help 2>/dev/null | sed -n '/^Text fields:/,/^$/{/:$/d;s/,//g;p}'
+    qzapp edit --help 2>/dev/null | sed -nE '/^(Text|List) fields: /{s///;s/[,.]//g;p}'
 }
 
 _qzapp_kinds() {
