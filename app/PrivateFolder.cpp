@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <fl/ReplacementFile.hpp>
 #include <fl/Retry.hpp>
 
 #include <array>
@@ -169,7 +170,7 @@ struct stat statusOfNewFile(const FileDescriptor& parent) {
         return ::openat(parent.get(), name.c_str(),
                         O_RDONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0);
     }));
-    if (!file) throwSystemError(errno, "cannot create a file in its directory");
+    if (!file) throwSystemError(errno, fl::filesystem::kCannotCreateFile);
     ::unlinkat(parent.get(), name.c_str(), 0);
     return statusOf(file);
 }
@@ -193,7 +194,7 @@ std::string makeFolder(const FileDescriptor& parent, mode_t mode) {
         if (::mkdirat(parent.get(), name.c_str(), mode) == 0) return name;
         if (errno != EEXIST) break;
     }
-    throwSystemError(errno, "cannot create a file in its directory");
+    throwSystemError(errno, fl::filesystem::kCannotCreateFile);
 }
 
 }  // namespace

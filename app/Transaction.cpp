@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
+#include <fl/ReplacementFile.hpp>
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 
@@ -30,8 +31,7 @@ std::string extensionOf(const fl::filesystem::path& file) {
 }
 
 [[noreturn]] void throwNoFile(int reason) {
-    throw std::system_error(reason, std::generic_category(),
-                            "cannot create a file in its directory");
+    throw std::system_error(reason, std::generic_category(), fl::filesystem::kCannotCreateFile);
 }
 
 }  // namespace

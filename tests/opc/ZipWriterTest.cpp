@@ -416,7 +416,7 @@ TEST_F(ZipWriterTest, SavesNothingThatItCouldNotOpenAgain) {
         EXPECT_THAT(
             [&] { writer->save(); },
             testing::ThrowsMessage<Exception>(testing::AllOf(
-                testing::HasSubstr("a.zip: was not saved, because it could not be opened again: "),
+                testing::HasSubstr("a.zip: was not saved, because it could not be opened again: a"),
                 testing::HasSubstr(row.complaint))));
         EXPECT_EQ(bytes(), before);
         EXPECT_EQ(filesInDirectory(), 1u);

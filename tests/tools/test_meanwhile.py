@@ -188,6 +188,25 @@ class WhatWasChecked(MeanwhileTest):
             self.write("out.kvpkg", "old")
         self.assertGreater(len(failed), 5)
 
+    @unittest.skipIf(why_not(), why_not())
+    def test_a_full_disk_has_one_text_whatever_is_being_written(self):
+        self.small("a.kvpkg")
+        self.write("c.k", "x = 1;\n")
+        failed = 0
+        for args in (["create", "new.kvpkg", "--force", "--code", "c.k", "--model", "c.k"], ["edit", "a.kvpkg", "--set", "Name=N"],
+                     ["edit", "a.kvpkg", "--code", "c.k", "--model", "c.k"], ["extract", "a.kvpkg", "--force", "-o", "new"],
+                     ["convert", "c.k", "new.kvpkg", "--force", "--model", "c.k"], ["gallery", "a.kvpkg", "--force", "-o", "new.html"],
+                     ["check", "a.kvpkg", "--force", "--repair", "new.kvpkg"]):
+            for call in "pwrite64", "copy_file_range":
+                for number, run in self.with_faults(call, "ENOSPC", *args):
+                    if run.returncode == 0:  # it was tried in another way
+                        continue
+                    self.assertRegex(run.stderr.decode(), r"^qzapp: [\w./]+: cannot write: No space left on device(;.*)?\n$",
+                                     (args, call, number))
+                    failed += 1
+        self.assertGreater(failed, 20)
+
+
 class ExtractMeanwhile(MeanwhileTest):
     def plant(self, _):
         (self.dir / "out/metadata.json").symlink_to(self.dir / "victim")

@@ -30,6 +30,7 @@ class TerminalTest(ToolTest):
             for verb, expected in words.items():
                 text = self.on_terminal("help", verb, columns=columns)[1]
                 self.assertEqual(text.split(), expected)
+                self.assertNotRegex(self.ok("help", verb), r"\S {2,}\S.*\n {28}", "a line end in a description")
                 body, _, examples = text.partition("\nExample")
                 # Usage and commands are to be copied.
                 wide = [line for line in body.splitlines() if width(line) > widest and " " in line.strip()

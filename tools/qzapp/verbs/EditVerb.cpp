@@ -6,6 +6,7 @@
 #include <appserialization/KVPKGMetadataReader.hpp>
 #include <appserialization/ustring.hpp>
 #include <fl/FileDescriptor.hpp>
+#include <fl/ReplacementFile.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/CoreProperties.hpp>
@@ -147,7 +148,7 @@ std::vector<std::string> writeContent(const FileName& file, const Content& conte
             hasMetadata ? recordForEdit(file, content.fields, facts) : AppMetadata();
         appserialization::AppFileWriter writer(file.native(), false);
         if (openFile(file).stamp() != before) {
-            throw Error(file.shown, "was changed by another program meanwhile; try again");
+            throw Error(file.shown, fl::filesystem::kChangedMeanwhile);
         }
         // The writer would refuse a screenshot whose usual name something else has.
         if (facts.takenName) {

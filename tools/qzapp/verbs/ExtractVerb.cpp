@@ -333,14 +333,14 @@ Action declareExtract(CLI::App& command) {
         ->type_name("");
     command
         .add_option("-o,--output", options->directory,
-                    "The folder to write to, made if it does not exist; by default FILE\n"
+                    "The folder to write to, made if it does not exist; by default FILE "
                     "without its extension")
         ->type_name("DIR");
     command.add_option("--only", options->only, "What to write: code, model, screenshot, metadata")
         ->type_name("KIND,...");
     command.add_flag("--force", options->force, "Replace files that exist");
     command.add_flag("--thumbnail", options->thumbnail,
-                     "With --only screenshot: fail unless it is a PNG, JPEG or GIF image of\n"
+                     "With --only screenshot: fail unless it is a PNG, JPEG or GIF image of "
                      "modest size");
     command.footer(
         "Writes code.k, appModel.kvd (not from a text app, which has no model), screenshot.FORMAT\n"

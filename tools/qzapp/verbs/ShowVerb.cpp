@@ -178,7 +178,7 @@ Action declareShow(CLI::App& command) {
         ->required()
         ->type_name("");
     command.add_flag("--text", options->text,
-                     "For git: do not fail for a damaged app; the text says what cannot be\n"
+                     "For git: do not fail for a damaged app; the text says what cannot be "
                      "read");
     command.add_flag("--json", options->json, "Print one JSON object");
     command.footer(

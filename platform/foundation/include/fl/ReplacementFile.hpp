@@ -19,6 +19,9 @@ inline constexpr const char* kChangedMeanwhile =
     "someone else created, changed or removed the file in the meantime; it is left as it is now "
     "(open it again, or save under another name)";
 
+// The message of a failure to create a file beside the one that is being saved.
+inline constexpr const char* kCannotCreateFile = "cannot create a file in its directory";
+
 // Where the symbolic link `name` in `directory` leads, for whoever is going to write there. Throws
 // std::system_error if it cannot be read, or if it is a link of another user in a directory where
 // everybody may create files, such as /tmp; the message then ends in `advice`.

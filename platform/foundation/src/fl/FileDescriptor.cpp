@@ -49,6 +49,12 @@ struct stat statusOf(int descriptor) {
 // larger blocks refuses.
 constexpr std::uint64_t kLargestBlock = std::uint64_t{64} << 10;
 
+constexpr const char* kCannotWrite = "cannot write";
+
+bool isLackOfRoom(int error) {
+    return error == ENOSPC || error == EDQUOT || error == EFBIG;
+}
+
 // Whether the error means that copy_file_range does not support this pair of files, so that they
 // have to be copied by reading and writing.
 bool isUnsupportedCopy(int error) {
@@ -205,9 +211,9 @@ void FileDescriptor::writeAt(std::span<const std::byte> bytes, std::uint64_t off
             return systemCalls().pwrite(descriptor_, bytes.data() + done, bytes.size() - done,
                                         static_cast<off_t>(offset + done));
         });
-        if (put < 0) throwSystemError(errno, "cannot write");
+        if (put < 0) throwSystemError(errno, kCannotWrite);
         // If a file accepts nothing and reports no error, this loop would never end.
-        if (put == 0) throwSystemError(EIO, "cannot write");
+        if (put == 0) throwSystemError(EIO, kCannotWrite);
         done += static_cast<std::size_t>(put);
     }
 }
@@ -243,7 +249,7 @@ void FileDescriptor::copyFrom(const FileDescriptor& source, std::uint64_t source
         if (moved == 0 || (moved < 0 && isUnsupportedCopy(errno))) {
             return copyThroughMemory(source, sourceOffset, size, *this, offset);
         }
-        if (moved < 0) throwSystemError(errno, "cannot copy");
+        if (moved < 0) throwSystemError(errno, isLackOfRoom(errno) ? kCannotWrite : "cannot copy");
         sourceOffset += static_cast<std::uint64_t>(moved);
         offset += static_cast<std::uint64_t>(moved);
         size -= static_cast<std::uint64_t>(moved);
@@ -266,7 +272,7 @@ void FileDescriptor::startWriteback(std::uint64_t offset, std::uint64_t size) {
         return;
     }
     const bool isUnsupported = errno == ENOSYS || errno == EINVAL || errno == ESPIPE;
-    if (!isUnsupported) throwSystemError(errno, "cannot write");
+    if (!isUnsupported) throwSystemError(errno, kCannotWrite);
 }
 
 }  // namespace fl::filesystem

@@ -1,5 +1,6 @@
 #include "platform/foundation/src/fl/TemporaryFile.hpp"
 
+#include <fl/ReplacementFile.hpp>
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 
@@ -51,8 +52,6 @@ std::string withFreeName(const std::string& target, const char* what, Create cre
     throwSystemError(EEXIST, what);
 }
 
-constexpr const char* kCannotCreate = "cannot create a temporary file in the directory";
-
 // The entry of an open file by which it can be linked to a name. It is that of this thread, because a
 // thread may have descriptors of its own, and the main thread may have ended.
 std::string entryOf(const FileDescriptor& file) {
@@ -89,13 +88,13 @@ FileDescriptor openUnnamed(const FileDescriptor& directory, mode_t mode) {
     // Systems that do not know O_TMPFILE at all fail with EISDIR or ENOENT.
     const bool isUnsupported =
         errno == EOPNOTSUPP || errno == EISDIR || errno == ENOENT || errno == EINVAL;
-    if (!file && !isUnsupported) throwSystemError(errno, kCannotCreate);
+    if (!file && !isUnsupported) throwSystemError(errno, kCannotCreateFile);
     return file;
 }
 
 std::string openNamed(const FileDescriptor& directory, const std::string& target, mode_t mode,
                       FileDescriptor& file) {
-    return withFreeName(target, kCannotCreate, [&](const char* name) {
+    return withFreeName(target, kCannotCreateFile, [&](const char* name) {
         const int opened = systemCalls().openat(
             directory.get(), name, O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC | O_NOFOLLOW, mode);
         file = FileDescriptor(opened);

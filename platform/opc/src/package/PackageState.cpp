@@ -4,6 +4,7 @@
 
 #include <foundation/Shown.hpp>
 
+#include <fl/ReplacementFile.hpp>
 #include <opc/PackageNames.hpp>
 
 #include "platform/opc/src/Ascii.hpp"
@@ -55,7 +56,7 @@ PackageState::PackageState(const zippackage::ZipPhysicalPackage& physical, OpenM
     loadedRelationships_ = relationships_;
     writer_ = std::make_shared<zip::ZipWriter>(physical.path(), archive_, physical.allowsZip64());
     if (mode == OpenMode::CreateNew && writer_->replacesFile()) {
-        refuse("someone else has just created the file; open it again to change it");
+        refuse(fl::filesystem::kChangedMeanwhile);
     }
 }
 

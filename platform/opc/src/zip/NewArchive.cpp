@@ -1,5 +1,7 @@
 #include "platform/opc/src/zip/NewArchive.hpp"
 
+#include <fl/FileDescriptor.hpp>
+#include <foundation/Shown.hpp>
 #include <opc/Exception.hpp>
 #include <opc/Streams.hpp>
 
@@ -15,6 +17,7 @@
 #include <iterator>
 #include <span>
 #include <stdexcept>
+#include <string_view>
 
 namespace opc::zip {
 
@@ -299,12 +302,18 @@ fl::filesystem::FileStamp NewArchive::finish(bool allowZip64) {
 // if the new file can be opened again. Throws if it cannot, for any other reason.
 NewItem* NewArchive::findMistakable(const format::DirectoryRecord& record) const {
     const auto fail = [this](const Exception& fault) {
-        throwZipError(*name_, std::string("was not saved, because it could not be opened again: ") +
-                                  fault.what());
+        std::string_view reason = fault.what();
+        const std::string named = foundation::shown(*name_) + ": ";
+        if (reason.starts_with(named)) reason.remove_prefix(named.size());
+        throwZipError(
+            *name_,
+            std::string("was not saved, because it could not be opened again: ").append(reason));
     };
+    // Throws if the disk is full, which is not to be taken for a fault of what is in the file.
+    const fl::filesystem::FileDescriptor& file = file_->file();
     try {
         aboutFile(*name_, [&] {
-            ArchiveBytes bytes(file_->file(), file_->tail(), kEndSearch);
+            ArchiveBytes bytes(file, file_->tail(), kEndSearch);
             readArchiveEnd(bytes, *name_);
             std::string directory(record.size, '\0');
             bytes.copy(record.offset, std::as_writable_bytes(std::span(directory)));
