@@ -128,6 +128,26 @@ TEST_F(ClassSystem, RunsADefinerOnFirstUseAndAgainOnlyIfItFailed) {
     EXPECT_EQ(definerCalls, 2);
 }
 
+// Each of these namespaces uses the other one while it is being defined.
+TEST_F(ClassSystem, RefusesDefinitionsThatGoInACircle) {
+    const auto useRight = [](TarvoNamespace&) { tarvo::findNamespace("right"); };
+    const auto useLeft = [](TarvoNamespace&) { tarvo::findNamespace("left"); };
+    tarvo::factory::registerTarvoNamespace("left", useRight);
+    tarvo::factory::registerTarvoNamespace("right", useLeft);
+    const auto use = [](const char* name) {
+        EXPECT_THAT([&] { tarvo::findNamespace(name); },
+                    testing::ThrowsMessage<tarvo::RegistrationError>(testing::StartsWith(
+                        std::string(name) + ": its definition uses what it is defining")));
+    };
+    for (int round = 0; round < 100; ++round) {
+        std::thread other(use, "left");
+        use("right");
+        other.join();
+    }
+    tarvo::unregisterTarvoNamespace("left");
+    tarvo::unregisterTarvoNamespace("right");
+}
+
 TEST_F(ClassSystem, RefusesASecondMeaningOfAName) {
     EXPECT_NO_THROW(tarvo::factory::registerTarvoNamespace("test", defineTest));
     EXPECT_THROW(tarvo::factory::registerTarvoNamespace("test", [](TarvoNamespace&) {}),

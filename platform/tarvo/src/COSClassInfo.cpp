@@ -37,7 +37,7 @@ std::span<const Attribute<COSClassInfo>> COSClassInfo::attributes() noexcept {
 }
 
 const MethodList& COSClassInfo::getMethods() const {
-    return methods_.get([this] {
+    return methods_.get(getFullName().str(), [this] {
         MethodList methods;
         defineMethods(methods);
         checkNamesDiffer(*this, methods);

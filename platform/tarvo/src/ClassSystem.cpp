@@ -31,7 +31,7 @@ public:
     NamespaceDefiner definer() const noexcept { return definer_; }
 
     NamespacePtr get() const {
-        return defined_.get([this] {
+        return defined_.get(name_.str(), [this] {
             auto made = std::make_shared<TarvoNamespace>(name_);
             definer_(*made);
             return made;
