@@ -57,6 +57,12 @@ std::string inUsersWords(const FileName& file, std::string text) {
 
 }  // namespace
 
+std::string Error::textAbout(std::string item) const {
+    if (item.starts_with('/')) item.erase(0, 1);  // of a part, whose item has none
+    item += ": ";
+    return text_.starts_with(item) ? text_.substr(item.size()) : text_;
+}
+
 Error::Cause causeOf(const std::exception& failure) {
     if (const auto* error = dynamic_cast<const Error*>(&failure)) return error->cause();
     const bool isSystems = dynamic_cast<const std::bad_alloc*>(&failure) != nullptr ||

@@ -22,6 +22,9 @@ public:
         : std::runtime_error(subject + ": " + text), text_(text), cause_(cause) {}
     // The message without the subject, for callers that add to it.
     const std::string& text() const noexcept { return text_; }
+    // text() without the name of the item that it begins with, for callers that name the item or part
+    // themselves.
+    std::string textAbout(std::string item) const;
     Cause cause() const noexcept { return cause_; }
     bool isPassing() const noexcept { return cause_ == Cause::Passing; }
 

@@ -554,7 +554,7 @@ void requireWorthOfRepair(const PackageView& view) {
 RepairReport writeCopy(const PackageView& view, const FileName& working) {
     const Progress progress(sizeOf(view.file));
     RepairReport report;
-    about(working, [&] {
+    about(working, view.file, [&] {
         const opc::zippackage::ZipPhysicalPackage zip(working.path, true);
         Package package(zip);
         package.open(opc::interfaces::OpenMode::Create);
@@ -575,7 +575,8 @@ void repairPackage(const FileName& file, const FileName& out, const Examine& exa
     Transaction transaction(out, Transaction::Start::Empty);
     const RepairReport report = writeCopy(view, transaction.workingFile());
     requireUnchanged(file);
-    examine(report, hold(transaction.workingFile()));
+    const FileName repaired = hold(transaction.workingFile());
+    about(repaired, [&] { examine(report, repaired); });
     transaction.commit();
 }
 

@@ -207,6 +207,19 @@ class WhatWasChecked(MeanwhileTest):
         self.assertGreater(failed, 20)
 
 
+    @unittest.skipIf(why_not(), why_not())
+    def test_a_file_that_cannot_be_read_is_named_once_and_as_the_user_named_it(self):
+        self.small("a.kvpkg")
+        self.write("c.k", "x = 1;\n")
+        for args in (["edit", "a.kvpkg", "--set", "Name=N"], ["edit", "a.kvpkg", "--model", "c.k"],
+                     ["extract", "a.kvpkg", "--force", "-o", "new"], ["gallery", "a.kvpkg", "--force", "-o", "new.html"],
+                     ["check", "a.kvpkg", "--force", "--repair", "new.kvpkg"], ["parts", "--verify", "a.kvpkg"],
+                     ["convert", "c.k", "new.kvpkg", "--force", "--model", "c.k"], ["info", "a.kvpkg"], ["info", "c.k"]):
+            for number, run in self.with_faults("pread64", "EIO", *args):
+                for line in run.stderr.decode().splitlines():
+                    self.assertNotRegex(line, r"/proc/|([\w.]+\.\w+): .*\1", (args, number))
+
+
 class ExtractMeanwhile(MeanwhileTest):
     def plant(self, _):
         (self.dir / "out/metadata.json").symlink_to(self.dir / "victim")

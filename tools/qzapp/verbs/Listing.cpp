@@ -1,5 +1,6 @@
 #include "tools/qzapp/verbs/Listing.hpp"
 
+#include <fmt/format.h>
 #include <CLI/Option.hpp>
 
 #include <cstddef>
@@ -24,7 +25,7 @@ void addFault(ordered_json& entry, const FileName& file,
     try {
         about(file, [&] { open()->readTo([](std::span<const std::byte>) {}); });
     } catch (const Error& e) {
-        entry["error"] = e.text();
+        entry["error"] = e.textAbout(entry["name"].get<std::string>());
     }
 }
 
@@ -40,11 +41,8 @@ int reportFaults(const FileName& file, const ordered_json& entries) {
     int status = kDone;
     for (const ordered_json& entry : entries) {
         if (!entry.contains("error")) continue;
-        const auto name = entry["name"].get<std::string>();
-        const auto error = entry["error"].get<std::string>();
-        // The library's message usually begins with the name already.
-        const std::string where = error.starts_with(name) ? "" : name + ": ";
-        report(file.shown + ": " + where + error);
+        report(fmt::format("{}: {}: {}", file.shown, entry["name"].get<std::string>(),
+                           entry["error"].get<std::string>()));
         status = kFailed;
     }
     return status;
