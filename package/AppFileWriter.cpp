@@ -103,6 +103,7 @@ private:
                                  const ustring& attributeName) const;
 
     std::optional<PartName> previousScreenshot() const;
+    void deleteRelationships(const std::vector<ustring>& identifiers);
     void deleteOnlyRelationship(const ustring& type);
 
     ustring fileName_;
@@ -207,9 +208,11 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(
     // still read the first one.
     if (!found.empty()) return requireOwnTarget(*package_, found.front(), layout::partKinds());
 
-    Part part = package_->createPart(PartName(kind.name), ContentType(kind.contentType),
-                                     layout::partInfo());
+    const PartName name(kind.name);
+    const auto misled = danglingAt(*package_, name, relationshipType, layout::partKinds());
+    Part part = package_->createPart(name, ContentType(kind.contentType), layout::partInfo());
     isHalfChanged_ = true;
+    deleteRelationships(misled);
     package_->createInternalRelationship(relationshipType, part.getName().getURI(), u"");
     return part;
 }
@@ -441,9 +444,12 @@ void AppFileWriter::AppFileWriterImpl::setAppScreenshot(const std::vector<std::u
     const auto create = [&] {
         return package_->createPart(name, row.contentType(), layout::partInfo());
     };
+    const auto misled =
+        danglingAt(*package_, name, layout::kScreenshotRelationship, layout::partKinds());
     std::optional<Part> part;
     if (old != name) part = create();
     isHalfChanged_ = true;
+    deleteRelationships(misled);
     // If another relationship leads to the old part, too, the part stays, without our
     // relationships.
     if (old && (old == name || !isUsedBesides(*package_, *old,
@@ -470,6 +476,12 @@ std::optional<PartName> AppFileWriter::AppFileWriterImpl::previousScreenshot() c
     const auto found = package_->getRelationshipsByType(layout::kScreenshotRelationship);
     if (found.size() != 1 || !package_->hasTarget(found.front())) return std::nullopt;
     return requireOwnTarget(*package_, found.front(), layout::partKinds()).getName();
+}
+
+void AppFileWriter::AppFileWriterImpl::deleteRelationships(
+    const std::vector<ustring>& identifiers) {
+    for (const ustring& identifier : identifiers)
+        package_->deleteRelationship(identifier);
 }
 
 void AppFileWriter::AppFileWriterImpl::deleteOnlyRelationship(const ustring& type) {

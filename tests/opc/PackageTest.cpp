@@ -79,6 +79,18 @@ TEST_F(PackageTest, CreatesNoNewFileWhereThereIsOne) {
         ThrowsMessage<Exception>(HasSubstr("someone else created, changed or removed the file")));
 }
 
+TEST_F(PackageTest, CreatesNothingInThePlaceOfAnothersFile) {
+    put(goodPlainPackage());
+    session(OpenMode::Edit, [](const Package&) {});
+    put(goodPlainPackage().with("other.bin", "another program's"));
+    const auto before = bytes();
+    Package package(zip);
+    EXPECT_THAT(
+        [&] { package.open(OpenMode::Create); },
+        ThrowsMessage<Exception>(HasSubstr("someone else created, changed or removed the file")));
+    EXPECT_EQ(bytes(), before);
+}
+
 TEST_F(PackageTest, ReadsNoPartThatIsLargerThanAsked) {
     put(goodPlainPackage());
     session(OpenMode::Read, [](const Package& package) {

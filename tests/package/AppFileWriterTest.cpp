@@ -937,6 +937,22 @@ TEST_F(AppFileWriterTest, FurtherRelationshipsToAPartAreNoReasonToRefuse) {
     }
 }
 
+TEST_F(AppFileWriterTest, ANewPartIsNotWhatARelationshipOfAnotherKindHasBeenMissing) {
+    constexpr const char16_t* kHostProperties =
+        u"http://schemas.quorvane.com/package/2026/relationships/hostProperties";
+    good(goodPackage()
+             .without(u"/docProps/korval.xml")
+             .without(u"/metadata/appScreenshot.png")
+             .withRelationship(kHostProperties, u"/metadata/appScreenshot.jpg")
+             .withRelationship(u"urn:of-others", u"/metadata/appScreenshot.jpg"));
+    edit([](AppFileWriter& writer) { writer.setAppScreenshot({1, 2, 3}, u"jpg"); });
+    EXPECT_THAT(PackageContents(app_).targets(kHostProperties),
+                testing::Not(testing::Contains(u"/metadata/appScreenshot.jpg")));
+    EXPECT_THAT(PackageContents(app_).targets(u"urn:of-others"), testing::SizeIs(1));
+    edit([](AppFileWriter& writer) { writer.setAppMetadata(filledWith(u"new")); });
+    EXPECT_EQ(PackageContents(app_).properties.getTitle(), u"new");
+}
+
 TEST_F(AppFileWriterTest, NeedsNoMoreThanASmallStack) {
     const ustring large = directory_.write("large", std::string(3 << 20, 'm'));
     test_support::onSmallStack([&] {

@@ -11,6 +11,7 @@
 
 #include <initializer_list>
 #include <span>
+#include <vector>
 
 namespace opc::model {
 
@@ -60,6 +61,13 @@ inline constexpr PartKindRow kHostPropertiesKind{
 // among the kinds.
 PLATFORM_API Part requireOwnTarget(const Package& package, const Relationship& relationship,
                                    std::span<const PartKind> kinds);
+
+// The identifiers of relationships of other types among `kinds` that lead to `name`, where there is no
+// part. Whoever creates a part of `relationshipType` there deletes them, because they would make it a part
+// of those kinds, too.
+PLATFORM_API std::vector<ustring> danglingAt(const Package& package, const PartName& name,
+                                             const ustring& relationshipType,
+                                             std::span<const PartKind> kinds);
 
 // Whether the package has a relationship to `part` whose type is not among `types`.
 PLATFORM_API bool isUsedBesides(const Package& package, const PartName& part,

@@ -49,6 +49,8 @@ private:
 
     std::shared_ptr<const zip::ZipArchive> openArchive() const;
     std::shared_ptr<const zip::ZipArchive> openByName() const;
+    // Throws if another file than the one that this object is bound to has its name now.
+    void requireNoOtherFile() const;
     [[noreturn]] void throwChanged() const;
     void bindTo(const fl::filesystem::FileStamp& saved) const noexcept;
 

@@ -55,6 +55,8 @@ PackageState::PackageState(const zippackage::ZipPhysicalPackage& physical, OpenM
     loadedTypes_ = types_;
     loadedRelationships_ = relationships_;
     writer_ = std::make_shared<zip::ZipWriter>(physical.path(), archive_, physical.allowsZip64());
+    // After the writer has looked at the file, so that it notices every later change.
+    physical.requireNoOtherFile();
     if (mode == OpenMode::CreateNew && writer_->replacesFile()) {
         refuse(fl::filesystem::kChangedMeanwhile);
     }

@@ -64,6 +64,19 @@ Part requireOwnTarget(const Package& package, const Relationship& relationship,
     return part;
 }
 
+std::vector<ustring> danglingAt(const Package& package, const PartName& name,
+                                const ustring& relationshipType, std::span<const PartKind> kinds) {
+    std::vector<ustring> found;
+    if (package.hasPart(name)) return found;
+    for (const PartKind& other : kinds) {
+        if (other.relationshipType == relationshipType) continue;
+        for (const Relationship& each : package.getRelationshipsByType(other.relationshipType)) {
+            if (each.getTargetName() == name) found.push_back(each.getID());
+        }
+    }
+    return found;
+}
+
 bool isUsedBesides(const Package& package, const PartName& part,
                    std::initializer_list<ustring> types) {
     const auto relationships = package.getRelationships();

@@ -55,6 +55,12 @@ std::shared_ptr<const zip::ZipArchive> ZipPhysicalPackage::openByName() const {
     }
 }
 
+void ZipPhysicalPackage::requireNoOtherFile() const {
+    if (!isBound()) return;
+    const auto found = zip::aboutFile(path_, [&] { return fl::filesystem::findStamp(path_); });
+    if (found && *found != *binding_->stamp) throwChanged();
+}
+
 void ZipPhysicalPackage::throwChanged() const {
     zip::throwZipError(path_, fl::filesystem::kChangedMeanwhile);
 }
