@@ -26,6 +26,15 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(qz_build_options INTERFACE
         "$<$<CONFIG:Release,RelWithDebInfo>:-Wno-restrict;-Wno-stringop-overflow;-Wno-stringop-overread;-Wno-array-bounds>")
 endif()
+# The programs and libraries read files from strangers: what overruns a buffer ends them, and what finds a
+# way to write anywhere finds no table of functions to write to. This needs optimisation, and the
+# sanitizers have checks of their own.
+set(hardened $<AND:$<CONFIG:Release,RelWithDebInfo,MinSizeRel>,$<NOT:$<BOOL:${QZ_SANITIZE}>>>)
+target_compile_options(qz_build_options INTERFACE
+    "$<${hardened}:-fstack-protector-strong;-fstack-clash-protection;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+target_link_options(qz_build_options INTERFACE LINKER:-z,relro LINKER:-z,now)
+include(CheckPIESupported)
+check_pie_supported()
 if(QZ_WARNINGS_AS_ERRORS)
     target_compile_options(qz_build_options INTERFACE -Werror)
 endif()
