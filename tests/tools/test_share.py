@@ -2,6 +2,7 @@
 
 import gzip
 import os
+import re
 import shlex
 import struct
 import subprocess
@@ -41,6 +42,16 @@ def fish(line):
 def zsh(*arguments):
     functions = (COMPLETIONS / "qzapp.zsh").read_text().replace('_qzapp "$@"', "")
     return run("zsh", "-f", "-c", functions + "_qzapp_described " + shlex.join(arguments)).splitlines()
+
+
+def man_page(name):
+    """Its lines on 80 columns. Nothing in it may make the formatter complain."""
+    page = gzip.open(TOOL.parents[1] / f"man/{name}.1.gz").read()
+    shown = subprocess.run(["groff", "-man", "-Kutf8", "-Tutf8", "-P-cbou", "-rLL=80n", "-ww"], input=page, check=True,
+                           capture_output=True)
+    if shown.stderr:
+        raise AssertionError(f"{name}: {shown.stderr.decode()}")
+    return shown.stdout.decode().splitlines()
 
 
 class Share(ToolTest):
@@ -114,9 +125,28 @@ class Share(ToolTest):
             given = subprocess.run(command, env=environment, capture_output=True).returncode == 0
             self.assertEqual((given, (self.dir / "thumbnail.png").exists()), (is_given, is_given), why)
 
-    def test_each_verb_has_a_man_page(self):
-        verbs = bash("qzapp ")
-        self.assertGreaterEqual(len(verbs), 7)
-        for verb in verbs:
-            page = gzip.open(TOOL.parents[1] / f"man/qzapp-{verb}.1.gz", "rt").read()
-            self.assertIn(f".TH QZAPP-{verb.upper()} ", page)
+    def test_man_pages_say_what_the_help_says(self):
+        """Sections, options and examples of each page, as a reader sees them on 80 columns."""
+        pages = {"qzapp": ["qzapp"], "qzhost": ["qzhost"], **{f"qzapp-{verb}": ["qzapp", verb] for verb in bash("qzapp ")}}
+        self.assertGreaterEqual(len(pages), 9)
+        for name, command in pages.items():
+            with self.subTest(name):
+                lines = man_page(name)
+                sections = [line for line in lines if re.fullmatch("[A-Z ]+", line)]
+                self.assertEqual(sections[:3], ["NAME", "SYNOPSIS", "DESCRIPTION"])
+                self.assertEqual([section for section in sections if section != "EXAMPLES"][-3:],
+                                 ["EXIT STATUS", "ENVIRONMENT", "SEE ALSO"])
+                self.assertTrue(lines[lines.index("NAME") + 1].startswith(f"       {name} - "))
+                text = "\n".join(lines)
+                help_text = run(*command, "--help")
+                for option in re.findall(r"^  .*?(--[a-z-]+)", help_text, re.MULTILINE):
+                    self.assertRegex(text, rf"\n +(-., )?{option}\b")
+                examples = re.search(r"^Examples?:\n((?:  .*\n?)+)", help_text, re.MULTILINE)
+                for example in examples[1].splitlines() if examples else ():
+                    self.assertIn("     " + example, lines)
+                others = set(re.findall(r"\b(qz[a-z-]+)\(1\)", text[text.index("SEE ALSO"):]))
+                self.assertIn("qzhost" if name == "qzapp" else "qzapp", others)
+                self.assertLessEqual(others, set(pages))
+        # A verb's own statuses stand in the place of the tool's.
+        for name, status in ("qzapp-diff", "       1      different"), ("qzapp-info", "       1      failed"):
+            self.assertIn(status, man_page(name))

@@ -50,6 +50,7 @@ void declareCommands(CLI::App& app, Options& options) {
     app.require_subcommand(1)->fallthrough();
     app.set_version_flag("--version", "qzhost " QZHOST_VERSION, "Print the version");
     app.failure_message(describeWrongCommandLine);
+    app.footer("Exit status: 0 done, 1 failed, 2 wrong command line.");
     app.add_option("--library", options.library,
                    "The library to load; by default the one next to this program")
         ->type_name("PATH");

@@ -221,7 +221,13 @@ void declareTool(CLI::App& app) {
         "standard input.\n"
         "Exit status: 0 done, 1 failed, 2 wrong command line, 3 saved, but the report could not "
         "be\n"
-        "printed. SOURCE_DATE_EPOCH, in seconds since 1970, sets the time that files carry.");
+        "printed.\n"
+        "\n"
+        "Environment:\n"
+        "  NO_COLOR                  If set, output on a terminal has no colours\n"
+        "  SOURCE_DATE_EPOCH         Seconds since 1970: the time that saved files carry\n"
+        "  TERM                      If \"dumb\": no colours and no progress bar\n"
+        "  TMPDIR                    The folder for temporary files, otherwise /tmp");
 }
 
 void addThreadsOption(CLI::App& command, unsigned& threads) {

@@ -1,7 +1,7 @@
 # bash completion for qzapp: verbs, options, fields and kinds from its own help, otherwise files.
 
 _qzapp_verbs() {
-    qzapp --help 2>/dev/null | sed -n '/^Verbs:/,/^$/s/^  \([a-z]*\) .*/\1/p'
+    qzapp --help 2>/dev/null | sed -n '/^Verbs:/,/^$/s/^  \([a-z-]*\) .*/\1/p'
 }
 
 _qzapp_fields() {
