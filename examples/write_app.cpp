@@ -16,6 +16,7 @@ AppMetadata describe() {
     metadata.setName(u"Tide Table");
     metadata.setAuthor(u"Zoë Ångström");
     metadata.setVersion(u"1.0");
+    metadata.setKORVALRelease(u"R2019a");  // for which the app was written
     metadata.setSummary(u"High and low water for a harbour");
     metadata.setRequiredProducts({u"KORVAL", u"Signal Toolbox"});
     return metadata;
