@@ -1,7 +1,7 @@
 # `cmake --install`: headers, both shared objects, the tools with their man pages, completions and
-# desktop entries, and two packages: qzappserialization (qz::appserialization) and, when it is built
-# here, qzplatform (qz::platform). What programs need to run is the component `runtime`, what only
-# their builds need is `development`.
+# desktop entries, documents and examples, and two packages: qzappserialization (qz::appserialization)
+# and, when it is built here, qzplatform (qz::platform). What programs need to run is the component
+# `runtime`, what only their builds and authors need is `development`, and `tools` is qzapp and qzhost.
 
 include(CMakePackageConfigHelpers)
 
@@ -51,40 +51,49 @@ if(QZ_BUNDLED_PLATFORM)
     endforeach()
 endif()
 
+# The documents refer to each other, and to examples/, which can be built where it is installed.
+install(DIRECTORY docs/ examples COMPONENT development
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qzappserialization
+    PATTERN Doxyfile EXCLUDE PATTERN __pycache__ EXCLUDE)
+
 foreach(tool qzapp qzhost)
     if(TARGET ${tool})
         set_target_properties(${tool} PROPERTIES
             INSTALL_RPATH "${tool_search_path}" BUILD_WITH_INSTALL_RPATH ON)
-        install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+        install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
     endif()
 endforeach()
 
 if(TARGET qzapp)
     set(share tools/qzapp/share)
-    install(FILES ${share}/completions/qzapp.bash COMPONENT runtime RENAME qzapp
+    install(FILES ${share}/completions/qzapp.bash COMPONENT tools RENAME qzapp
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-    install(FILES ${share}/completions/qzapp.zsh COMPONENT runtime RENAME _qzapp
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
-    install(FILES ${share}/completions/qzapp.fish COMPONENT runtime
+    # Where zsh looks depends on the prefix, which is known when it is installed.
+    install(CODE [[
+        if(CMAKE_INSTALL_PREFIX MATCHES "/usr/?$")
+            set(QZ_ZSH_FOLDER vendor-completions)
+        else()
+            set(QZ_ZSH_FOLDER site-functions)
+        endif()]] COMPONENT tools)
+    install(FILES ${share}/completions/qzapp.zsh COMPONENT tools RENAME _qzapp
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/\${QZ_ZSH_FOLDER})
+    install(FILES ${share}/completions/qzapp.fish COMPONENT tools
         DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
-    install(FILES ${share}/desktop/qzapp.xml COMPONENT runtime
+    install(FILES ${share}/desktop/qzapp.xml COMPONENT tools
         DESTINATION ${CMAKE_INSTALL_DATADIR}/mime/packages)
-    install(FILES ${share}/desktop/qzapp.thumbnailer COMPONENT runtime
+    install(FILES ${share}/desktop/qzapp.thumbnailer COMPONENT tools
         DESTINATION ${CMAKE_INSTALL_DATADIR}/thumbnailers)
 
     # The tools' own help, made into pages, so that the two cannot differ.
-    find_program(HELP2MAN help2man)
-    if(HELP2MAN)
-        set(man_pages ${CMAKE_CURRENT_BINARY_DIR}/man)
-        # For packages the programs are built without a search path.
-        add_custom_command(OUTPUT ${man_pages}/made
-            COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${CMAKE_LIBRARY_OUTPUT_DIRECTORY}
-                ${PROJECT_SOURCE_DIR}/scripts/lib/man-pages ${man_pages}
-                $<TARGET_FILE:qzapp> $<TARGET_FILE:qzhost>
-            COMMAND ${CMAKE_COMMAND} -E touch ${man_pages}/made
-            DEPENDS qzapp qzhost scripts/lib/man-pages VERBATIM)
-        add_custom_target(man ALL DEPENDS ${man_pages}/made)
-        install(DIRECTORY ${man_pages}/ COMPONENT runtime
-            DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 FILES_MATCHING PATTERN "*.1.gz")
-    endif()
+    set(man_pages ${CMAKE_CURRENT_BINARY_DIR}/man)
+    # For packages the programs are built without a search path.
+    add_custom_command(OUTPUT ${man_pages}/made
+        COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${CMAKE_LIBRARY_OUTPUT_DIRECTORY}
+            ${PROJECT_SOURCE_DIR}/scripts/lib/man-pages ${man_pages}
+            $<TARGET_FILE:qzapp> $<TARGET_FILE:qzhost>
+        COMMAND ${CMAKE_COMMAND} -E touch ${man_pages}/made
+        DEPENDS qzapp qzhost scripts/lib/man-pages scripts/lib/man-page.awk VERBATIM)
+    add_custom_target(man ALL DEPENDS ${man_pages}/made)
+    install(DIRECTORY ${man_pages}/ COMPONENT tools
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 FILES_MATCHING PATTERN "*.1.gz")
 endif()

@@ -5,11 +5,13 @@ build_packages=(
     libboost-dev libcli11-dev libexpat1-dev libfmt-dev libicu-dev libisal-dev
     libxerces-c-dev nettle-dev nlohmann-json3-dev zlib1g-dev
 )
+# What uses installed man pages and completions.
+installed_packages=(bash-completion fish groff-base zsh)
 test_packages=(
-    "${build_packages[@]}"
+    "${build_packages[@]}" "${installed_packages[@]}"
     libgtest-dev libgmock-dev libbenchmark-dev
     clang clang-14 clang-format-14 clang-tidy-14 clang-tools-14 libclang-rt-14-dev
-    attr bash-completion fish git help2man iwyu libarchive-tools libxml2-utils python3 strace unzip xz-utils zip zsh
+    attr git iwyu libarchive-tools libxml2-utils python3 strace unzip xz-utils zip
 )
 # Other programs that read and write zip files.
 reader_packages=(
