@@ -38,6 +38,11 @@ class TerminalTest(ToolTest):
                 self.assertEqual(wide, [], (verb, columns))
                 self.assertLessEqual(max(map(width, examples.splitlines()), default=0), 80, verb)
 
+    def test_variables_are_laid_out_like_options(self):
+        for columns, expected in ((40, "  NO_COLOR\n      If set, output on a terminal has\n      no colours\n"),
+                                  (80, "  NO_COLOR                  If set, output on a terminal has no colours\n")):
+            self.assertIn(expected, self.on_terminal("help", columns=columns)[1])
+
     def test_a_pipe_gets_no_line_broken(self):
         summary = "word" + " word" * 59
         self.small("a.kvpkg", "--set", f"Summary={summary}")

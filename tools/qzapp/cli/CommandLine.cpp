@@ -224,10 +224,10 @@ void declareTool(CLI::App& app) {
         "printed.\n"
         "\n"
         "Environment:\n"
-        "  NO_COLOR                  If set, output on a terminal has no colours\n"
-        "  SOURCE_DATE_EPOCH         Seconds since 1970: the time that saved files carry\n"
-        "  TERM                      If \"dumb\": no colours and no progress bar\n"
-        "  TMPDIR                    The folder for temporary files, otherwise /tmp");
+        "  NO_COLOR  If set, output on a terminal has no colours\n"
+        "  SOURCE_DATE_EPOCH  Seconds since 1970: the time that saved files carry\n"
+        "  TERM  If \"dumb\": no colours and no progress bar\n"
+        "  TMPDIR  The folder for temporary files, otherwise /tmp");
 }
 
 void addThreadsOption(CLI::App& command, unsigned& threads) {

@@ -51,6 +51,15 @@ bool isSentence(std::string_view line) {
     return !line.empty() && !line.starts_with(' ');
 }
 
+// "  NAME  What it is" as an entry; any other line that is not of a sentence as it is.
+std::string entryOrLine(std::string_view line) {
+    const std::size_t start = line.find_first_not_of(' ');
+    const std::size_t gap = line.find("  ", start);
+    const std::size_t text = line.find_first_not_of(' ', gap);
+    if (start != kNameIndent || text == std::string_view::npos) return std::string(line) + "\n";
+    return entry(std::string(line.substr(start, gap - start)), std::string(line.substr(text)));
+}
+
 std::string reflowed(std::string_view text) {
     std::string result, paragraph;
     const auto endParagraph = [&] {
@@ -65,7 +74,7 @@ std::string reflowed(std::string_view text) {
             if (line.ends_with(':')) endParagraph();
         } else {
             endParagraph();
-            result += std::string(line) + "\n";
+            result += entryOrLine(line);
         }
     }
     endParagraph();
