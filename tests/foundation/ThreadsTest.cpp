@@ -271,11 +271,16 @@ TEST_F(PipelineTest, EndsInAForkedChildAndGoesOnInTheParent) {
 }
 #endif
 
-// The first processes of two containers have the same number.
-TEST(ProcessMarkTest, KnowsAForkedChildWithTheNumberOfItsParent) {
+// The first processes of two containers have the same number. Programs that start containers may make
+// processes without the handlers of fork().
+class ProcessMarkTest : public testing::TestWithParam<pid_t (*)()> {};
+
+INSTANTIATE_TEST_SUITE_P(MadeBy, ProcessMarkTest, testing::Values(&::fork, &::_Fork));
+
+TEST_P(ProcessMarkTest, KnowsAChildWithTheNumberOfItsParent) {
     const auto inContainer = [](auto work) {
         if (::unshare(CLONE_NEWPID) != 0) ::_exit(kNotPermitted);
-        const pid_t first = ::fork();
+        const pid_t first = GetParam()();
         if (first == 0) ::_exit(work());
         int status = -1;
         ::waitpid(first, &status, 0);

@@ -11,13 +11,14 @@ namespace foundation {
 class PLATFORM_API ProcessMark {
 public:
     ProcessMark() noexcept;
-    // False in a forked child, even if it has the number of its parent, as the first processes of two
-    // containers have.
+    // False in a child, even if it has the number of its parent, as the first processes of two containers
+    // have, and even if it was made without fork().
     bool isOfThisProcess() const noexcept;
 
 private:
     pid_t number_;
     unsigned forks_;  // how many forks lie between the first process of the program and this one
+    unsigned generation_;  // the same for processes however they were made, if the kernel tells
 };
 
 }  // namespace foundation
