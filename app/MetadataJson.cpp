@@ -168,6 +168,10 @@ std::string dumped(const ordered_json& value, int indent) {
 
 }  // namespace
 
+ordered_json failureJson(const std::string& file, const std::string& reason) {
+    return {{"file", file}, {"error", reason}};
+}
+
 std::string jsonLine(const ordered_json& value) {
     return dumped(value, -1);
 }

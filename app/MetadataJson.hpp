@@ -22,6 +22,9 @@ nlohmann::ordered_json valueToJson(const FieldValue& value);
 // has the wrong type.
 FieldValues readMetadataJson(const FileName& file);
 
+// What verbs print for a file that could not be read, where they print an object for each file.
+nlohmann::ordered_json failureJson(const std::string& file, const std::string& reason);
+
 // JSON text that ends with a line end: jsonLine() on one line, jsonDocument() indented, for people
 // to edit. Bytes that are not UTF-8 become U+FFFD, and characters that a terminal acts on are
 // escaped.

@@ -11,6 +11,11 @@ namespace qzapp {
 
 // The groups of rules. Each adds what it finds to `findings` and carries on after what is broken.
 
+// Whether the file is a zip file with nothing in it of what its name promises, an app or a package.
+// Every rule would complain about it.
+bool isOfAnotherKind(const PackageView& package);
+// Adds that the file is of another kind, and what is damaged in it.
+void checkOtherZip(const PackageView& package, Findings& findings);
 // The rules of zip files.
 void checkContainer(const PackageView& package, Findings& findings);
 // The rules of packages: content types, relationships, core properties.

@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 #include <opc/FoundPackage.hpp>
+#include <opc/PackageNames.hpp>
 #include <opc/ZipArchive.hpp>
 
 #include <cstddef>
@@ -39,10 +40,19 @@ RuleName ruleOf(std::optional<ZipRule> rule) {
     return "not-readable";
 }
 
-void checkItem(const PackageView& package, const FoundItem& item, Findings& findings) {
-    if (!item.fault.empty()) {
+void checkRefusalAndDamage(const PackageView& package, Findings& findings) {
+    if (!package.zipRefusal.empty()) {
+        findings.add(ruleOf(package.brokenRule), "", package.zipRefusal, repairFix(package));
+    }
+    for (const LostItem& lost : package.lost)
+        findings.add("item-lost", lost.name, lost.reason, "get the file again");
+    for (const FoundItem& item : package.items) {
+        if (item.fault.empty()) continue;
         findings.add("item-damaged", item.shownName, item.fault, repairFix(package));
     }
+}
+
+void checkItem(const PackageView& package, const FoundItem& item, Findings& findings) {
     if (item.hasStaleSlices) {
         findings.add("item-slices", item.shownName,
                      "its table of slices is of other data, which another program has replaced; "
@@ -117,12 +127,32 @@ std::string repairFix(const PackageView& package) {
     return "get the file again, or: " + repairCommand(package.file);
 }
 
-void checkContainer(const PackageView& package, Findings& findings) {
-    if (!package.zipRefusal.empty()) {
-        findings.add(ruleOf(package.brokenRule), "", package.zipRefusal, repairFix(package));
+bool isOfAnotherKind(const PackageView& package) {
+    return !package.isRepairable && (package.zipRefusal.empty() || !package.items.empty());
+}
+
+void checkOtherZip(const PackageView& package, Findings& findings) {
+    checkRefusalAndDamage(package, findings);
+    // "qzapp items" refuses what readers refuse.
+    const auto see = [&](const char* which) {
+        return package.zipRefusal.empty() ? fmt::format("see what {} holds with: qzapp items {}",
+                                                        which, shellWord(package.file))
+                                          : "";
+    };
+    if (isAppName(package.file)) {
+        const std::string further = see("this one");
+        findings.add("app-missing", "",
+                     "holds nothing of an app: no model, code, metadata or screenshot",
+                     "choose another file" + (further.empty() ? "" : "; " + further));
+    } else {
+        const auto types = opc::names::kContentTypesItem;
+        findings.add("types-missing", std::string(types),
+                     fmt::format("not a package: the zip file holds no \"{}\"", types), see("it"));
     }
-    for (const LostItem& lost : package.lost)
-        findings.add("item-lost", lost.name, lost.reason, "get the file again");
+}
+
+void checkContainer(const PackageView& package, Findings& findings) {
+    checkRefusalAndDamage(package, findings);
     for (const FoundItem& item : package.items)
         checkItem(package, item, findings);
     checkGaps(package, findings);

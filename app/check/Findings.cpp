@@ -1,6 +1,7 @@
 #include "app/check/Findings.hpp"
 
 #include <fmt/format.h>
+#include <foundation/Shown.hpp>
 
 #include <algorithm>
 #include <utility>
@@ -12,7 +13,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr std::size_t kMostOfARule = 100;
+constexpr std::size_t kMostOfARule = 10;
 
 constexpr std::string_view kPlainInShell =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+@%-";
@@ -56,11 +57,17 @@ void Findings::add(RuleName rule, std::string part, std::string text, std::strin
     findings_.push_back({&*rule, std::move(part), std::move(text), std::move(fix)});
 }
 
-std::vector<Finding> Findings::sorted() const {
-    std::vector<Finding> findings = findings_;
-    for (const auto& [rule, count] : counts_) {
-        if (count <= kMostOfARule) continue;
-        findings.push_back({rule, "", fmt::format("{} more of these", count - kMostOfARule), ""});
+std::vector<Finding> Findings::sorted(Severity least) const {
+    std::vector<Finding> findings;
+    std::map<const Rule*, std::size_t> listed;
+    for (const Finding& finding : findings_) {
+        if (finding.rule->severity > least) continue;
+        findings.push_back(finding);
+        const std::size_t count = counts_.at(finding.rule);
+        if (++listed[finding.rule] < kMostOfARule || count == kMostOfARule) continue;
+        const std::size_t rest = count - kMostOfARule;
+        findings.push_back({finding.rule, "",
+                            fmt::format("… and {} more", foundation::shownCount(rest)), "", rest});
     }
     std::ranges::stable_sort(findings, {},
                              [](const Finding& finding) { return finding.rule->severity; });
@@ -74,14 +81,22 @@ std::size_t Findings::count(Severity severity) const {
     return total;
 }
 
-ordered_json toJson(const FileName& file, const Findings& findings) {
+std::optional<Severity> Findings::worst() const {
+    std::optional<Severity> worst;
+    for (const auto& [rule, count] : counts_)
+        worst = std::min(worst.value_or(Severity::Note), rule->severity);
+    return worst;
+}
+
+ordered_json toJson(const FileName& file, const Findings& findings, Severity least) {
     ordered_json list = ordered_json::array();
-    for (const Finding& finding : findings.sorted()) {
+    for (const Finding& finding : findings.sorted(least)) {
         list.push_back({{"rule", finding.rule->id},
                         {"severity", nameOf(finding.rule->severity)},
                         {"part", finding.part},
                         {"text", finding.text},
-                        {"fix", finding.fix}});
+                        {"fix", finding.fix},
+                        {"count", finding.count}});
     }
     return {{"file", file.shown},
             {"errors", findings.count(Severity::Error)},
@@ -97,6 +112,10 @@ ordered_json rulesJson() {
             {{"rule", rule.id}, {"severity", nameOf(rule.severity)}, {"text", rule.text}});
     }
     return {{"rules", std::move(list)}};
+}
+
+Finding unreadFinding(const std::string& reason) {
+    return {&*RuleName("not-readable"), "", reason, ""};
 }
 
 std::string shellWord(const FileName& file) {

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,7 +35,7 @@ inline constexpr std::array kRules = {
          "the directory lists every item, and nothing is between them"},
     Rule{"zip-names", Severity::Error, "no two items have names that a reader may take for one"},
     Rule{"zip-unsupported", Severity::Error, "the zip file is of a kind that packages allow"},
-    Rule{"not-readable", Severity::Error, "the file can be read as a zip file"},
+    Rule{"not-readable", Severity::Error, "the file can be read"},
     Rule{"item-lost", Severity::Error, "every item can be found and read"},
     Rule{"item-damaged", Severity::Error, "content has the size and checksum that the file says"},
     Rule{"item-name", Severity::Warning, "the name of every item is a valid part name"},
@@ -137,19 +138,22 @@ struct Finding {
     // is at its end, after ": " (unless the command is all), and can be pasted into a shell as it
     // is.
     std::string fix;
+    std::size_t count = 1;  // more than 1 for findings that were only counted
 };
 
-// What the checks found in one file. The first hundred findings of each rule are kept and the rest
-// only counted, because a small file can break a rule a hundred thousand times.
+// What the checks found in one file. The first ten findings of each rule are kept and the rest only
+// counted, because a small file can break a rule a hundred thousand times.
 class Findings {
 public:
     void add(RuleName rule, std::string part, std::string text, std::string fix = "");
-    // The most severe findings first, otherwise in the order in which they were added. For each
-    // rule of which some were only counted, a finding that says how many comes last in its
-    // severity.
-    std::vector<Finding> sorted() const;
+    // The findings of at least this severity, the most severe first, otherwise in the order in which
+    // they were added. If some of a rule were only counted, the last that was kept is followed by
+    // one whose text and `count` say how many they are.
+    std::vector<Finding> sorted(Severity least = Severity::Note) const;
     // The number of findings, including those that were only counted.
     std::size_t count(Severity severity) const;
+    // The severity of the most severe finding; nothing if there is none.
+    std::optional<Severity> worst() const;
     // The findings that were kept, in the order in which they were added.
     const std::vector<Finding>& all() const { return findings_; }
 
@@ -158,9 +162,14 @@ private:
     std::map<const Rule*, std::size_t> counts_;
 };
 
-// The objects that "qzapp check --json" and "qzapp check --rules --json" print.
-nlohmann::ordered_json toJson(const FileName& file, const Findings& findings);
+// The objects that "qzapp check --json" and "qzapp check --rules --json" print. The former lists the
+// findings of at least the severity `least`.
+nlohmann::ordered_json toJson(const FileName& file, const Findings& findings,
+                              Severity least = Severity::Note);
 nlohmann::ordered_json rulesJson();
+
+// The finding that stands for a file that could not be read, where only findings can be shown.
+Finding unreadFinding(const std::string& reason);
 
 // A file's name for a command in a fix, quoted for a POSIX shell; "FILE" for standard input.
 std::string shellWord(const FileName& file);

@@ -58,12 +58,6 @@ public:
         : package_(package), findings_(findings) {}
 
     void run() {
-        if (!package_.isRepairable) {
-            findings_.add("app-missing", "",
-                          "holds nothing of an app: no model, code, metadata or screenshot",
-                          "choose another file; see what this one holds with \"qzapp items\"");
-            return;
-        }
         if (package_.relationshipsItem == nullptr) {
             findings_.add("relationships-missing", shownName(opc::names::packageRelationships()),
                           "there is no such part, so readers find no part of the app",

@@ -33,19 +33,12 @@ std::string shown(const ustring& text) {
     return fl::i18n::to_display(text);
 }
 
-// Another kind of zip file, for which every further rule would complain.
-bool isNoPackage(const PackageView& package) {
-    return package.typesItem == nullptr && package.relationshipsItem == nullptr &&
-           !isAppName(package.file);
-}
-
 void checkTypes(const PackageView& package, Findings& findings) {
     if (package.typesItem == nullptr) {
-        const bool isOther = !package.isRepairable && package.zipRefusal.empty();
         findings.add("types-missing", std::string(opc::names::kContentTypesItem),
                      fmt::format("not a package: the zip file holds no \"{}\"",
                                  opc::names::kContentTypesItem),
-                     isOther ? "see what it holds with \"qzapp items\"" : repairFix(package));
+                     repairFix(package));
         return;
     }
     const std::string& name = package.typesItem->item->name;
@@ -195,7 +188,6 @@ void checkRefusal(const PackageView& package, Findings& findings) {
 
 void checkPackage(const PackageView& package, Findings& findings) {
     checkTypes(package, findings);
-    if (isNoPackage(package)) return;
     checkUntyped(package, findings);
     checkDerivedNames(package, findings);
     checkOwnRelationships(package, findings);

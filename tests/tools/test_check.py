@@ -84,7 +84,7 @@ class Check(CheckTest):
 
     def test_signatures_are_found_and_not_verified(self):
         self.assertEqual(self.report(self.signed(self.create(), "signed.kvpkg"))["findings"], [{
-            "rule": "package-signed", "severity": "note", "part": "", "fix": "",
+            "rule": "package-signed", "severity": "note", "part": "", "fix": "", "count": 1,
             "text": '1 digital signature, which qzapp does not verify; an edit needs "--drop-signature"'}])
 
     def test_goes_on_behind_the_first_error(self):
@@ -158,7 +158,7 @@ class Check(CheckTest):
         self.assertIn("1 warning", self.ok("check", "warned.kvpkg", "d"))
         self.assertEqual(self.run_tool("check", "--strict", "warned.kvpkg").returncode, 1)
         said = self.fails_like("none.kvpkg: there is no such file; check the name", "check", "none.kvpkg", "d")
-        self.assertTrue(said.endswith(b"d/app.kvpkg: no findings\n"))
+        self.assertTrue(said.endswith(b"d/app.kvpkg: no findings\n2 files: 1 without findings, 1 not read\n"), said)
         text = self.ok("check", "-", input=self.read("warned.kvpkg"))
         self.assertTrue(text.startswith("standard input: 1 warning\n"), text)
 
@@ -222,6 +222,62 @@ class Check(CheckTest):
                          ("code-large", "has 268435457 bytes; it may have at most 268435456"))
         self.fails_like(".* 268435457 bytes are more than the 268435456 that can be read; .*", "extract", "bad.kvpkg", "--only", "code", "-o", "-")
 
+    def test_a_zip_file_of_another_kind_is_one_finding(self):
+        relationships = (b'<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">'
+                         b'<Relationship Id="r" Type="urn:document" Target="word/gone.xml"/></Relationships>')
+        types = (b'<Types xmlns="http://schemas.openxmlformats.org/package/2006/content-types"><Default '
+                 b'Extension="xml" ContentType="application/xml"/></Types>')
+        archive = {"META-INF/": b"", "META-INF/MANIFEST.MF": b"1", "a b.txt": b"2", "x/y": b"3"}
+        office = {TYPES: types, RELS: relationships, "word/styles.xml": b"<a/>", CORE: b"<coreProperties/>", **archive}
+        rows = [("a.jar", archive, "types-missing"), ("a.kvpkg", archive, "app-missing"),
+                ("a.KVPKG", {}, "app-missing"), ("b.kvpkg", office, "app-missing")]
+        for name, items, rule in rows:
+            with zipfile.ZipFile(self.dir / name, "w") as package:
+                for item, content in items.items():
+                    package.writestr(item, content)
+            found = [f["rule"] for f in self.report(name)["findings"] if f["rule"] != "extension-case"]
+            self.assertEqual(found, [rule], name)
+        self.flip("a.jar", "bad.jar", "META-INF/MANIFEST.MF")
+        self.assertEqual(self.rules("bad.jar"), {"item-damaged", "types-missing"})
+
+    def test_ten_findings_of_a_rule_are_shown_and_the_others_counted(self):
+        self.create()
+        with zipfile.ZipFile(self.dir / "app.kvpkg", "a") as package:
+            for i in range(5009):
+                package.writestr(f"stray/{i}.zzz", b"")
+                package.writestr(f"folder{i}/", b"")
+        report = self.report("app.kvpkg")
+        found = report["findings"]
+        self.assertEqual((report["warnings"], report["notes"]), (5009, 5009))
+        self.assertEqual([f["rule"] for f in found], ["item-untyped"] * 11 + ["item-folder"] * 11)
+        self.assertEqual([f["part"] for f in found[:11]], [*(f"/stray/{i}.zzz" for i in range(10)), ""])
+        self.assertEqual({(f["text"], f["count"]) for f in (found[10], found[21])}, {("… and 4,999 more", 4999)})
+        self.assertEqual(sum(f["count"] for f in found), 10018)
+        text = self.ok("check", "app.kvpkg")
+        self.assertTrue(text.startswith("app.kvpkg: 5,009 warnings, 5,009 notes\n"), text)
+        self.assertIn("  warning  item-untyped\n    … and 4,999 more\n", text)
+        self.create("small.kvpkg")
+        with zipfile.ZipFile(self.dir / "small.kvpkg", "a") as package:
+            for i in range(10):
+                package.writestr(f"stray/{i}.zzz", b"")
+        self.assertEqual([f["count"] for f in self.report("small.kvpkg")["findings"]], [1] * 10)
+        said = self.ok("check", "--repair", "out.kvpkg", "app.kvpkg")
+        self.assertIn("  … and 5,005 more, which --json lists\n", said)
+        self.assertIn("  … and 10,008 more, which --json lists\n", said)
+
+    def test_a_terminal_shows_severities_in_colours(self):
+        self.rewrite(self.create(), "bad.kvpkg", lambda name, old: {
+            MODEL_PART: b"", METADATA_PART: old.replace(b"<uuid>", b"<later/><uuid>"), "korval/code.k": b"\xff"}.get(
+                name, old))
+        status, text = self.on_terminal("check", ".")
+        for part in ("\x1b[1m./bad.kvpkg\x1b[0m: \x1b[1;31m1 error\x1b[0m, ", "  \x1b[1;31merror\x1b[0m    code-encoding",
+                     "  \x1b[33mwarning\x1b[0m  model-empty", "  \x1b[36mnote\x1b[0m     metadata-unknown"):
+            self.assertIn(part, text)
+        self.assertTrue(text.endswith("2 files: 1 without findings, \x1b[1;31m1 with errors\x1b[0m\n"), text)
+        plain = self.run_tool("check", ".").stdout.decode()
+        self.assertNotIn("\x1b", plain + self.on_terminal("check", ".", env={"NO_COLOR": "1"})[1])
+        self.assertEqual(status, 1)
+
     def test_a_fix_is_one_line_that_a_shell_takes(self):
         self.flip(self.create(), "bad.kvpkg", SHOT)
         damaged = self.read("bad.kvpkg")
@@ -236,7 +292,7 @@ class Check(CheckTest):
                 name = f"{stem}.kvpkg"
                 self.write(name, damaged)
                 before = set(self.names())
-                status, text = self.on_terminal("check", "--", name)
+                status, text = self.on_terminal("check", "--", name, env={"NO_COLOR": "1"})
                 fixes = [line.removeprefix("    fix: ") for line in text.split("\n") if "fix: " in line]
                 command = fixes[0].removeprefix("get the file again, or: ")
                 self.assertEqual((status, command.startswith("qzapp check --repair ")), (1, True), text)

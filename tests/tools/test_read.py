@@ -73,8 +73,12 @@ class Info(ReadTest):
         ]
         result = self.run_tool("info", "--json", "good.kvpkg", *(name for name, _ in rows), "good.k")
         self.assertEqual(result.returncode, 1)
-        self.assertEqual([json.loads(l)["file"] for l in result.stdout.splitlines()], ["good.kvpkg", "good.k"])
+        records = [json.loads(line) for line in result.stdout.splitlines()]
+        bad = {name.replace("\udcff", "\ufffd") for name, _ in rows}
+        self.assertEqual([r["file"] for r in records], ["good.kvpkg", *(name.replace("\udcff", "\ufffd") for name, _ in rows), "good.k"])
         errors = result.stderr.decode().splitlines()
+        told = [f"qzapp: {r['file']}: {r['error']}" for r in records if list(r) == ["file", "error"]]
+        self.assertEqual((told, {r["file"] for r in records if "metadata" not in r}), (errors, bad))
         self.assertEqual(len(errors), len(rows), errors)
         for error, (name, message) in zip(errors, rows):
             self.assertTrue(error.startswith(f"qzapp: {name}: ".replace("\udcff", "\ufffd")), error)

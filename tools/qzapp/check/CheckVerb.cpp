@@ -2,12 +2,16 @@
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/Shown.hpp>
 #include <foundation/ustring.hpp>
 #include <nlohmann/json.hpp>
 #include <opc/ZipArchive.hpp>
 
+#include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,6 +26,7 @@
 #include "app/check/Findings.hpp"
 #include "app/check/PackageView.hpp"
 #include "app/check/Repair.hpp"
+#include "tools/qzapp/check/CheckReport.hpp"
 #include "tools/qzapp/check/FindingsSheet.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/ForEachApp.hpp"
@@ -33,6 +38,7 @@
 namespace qzapp {
 namespace {
 
+using foundation::shownCount;
 using nlohmann::ordered_json;
 
 struct CheckOptions {
@@ -40,9 +46,30 @@ struct CheckOptions {
     std::optional<std::string> repair;
     bool force = false;
     bool strict = false;
+    bool quiet = false;
     bool json = false;
+    bool sarif = false;
+    std::optional<std::string> format;
     bool rules = false;
 };
+
+CheckFormat formatOf(const CheckOptions& options) {
+    if (options.json + options.sarif + options.format.has_value() > 1) {
+        throw UsageError("--format",
+                         "give one of --format, --json and --sarif; leave the others out");
+    }
+    if (options.format) return checkFormatNamed(*options.format);
+    if (options.json) return CheckFormat::Json;
+    return options.sarif ? CheckFormat::Sarif : CheckFormat::Text;
+}
+
+// For --repair and --rules, which do not print findings in a file.
+bool wantsJson(const CheckOptions& options, const char* with) {
+    const CheckFormat format = formatOf(options);
+    if (format == CheckFormat::Text || format == CheckFormat::Json)
+        return format == CheckFormat::Json;
+    throw UsageError(with, "goes with the formats text and json; leave --format or --sarif out");
+}
 
 bool isTextName(const FileName& file) {
     return fl::i18n::to_lower(file.native()).ends_with(kTextExtension);
@@ -56,6 +83,10 @@ void checkExtension(const FileName& file, const foundation::ustring& extension,
 
 void checkAnyPackage(const FileName& file, Findings& findings) {
     const PackageView package(file);
+    if (isOfAnotherKind(package)) {
+        checkOtherZip(package, findings);
+        return;
+    }
     checkContainer(package, findings);
     if (package.items.empty() && !package.zipRefusal.empty()) return;
     checkPackage(package, findings);
@@ -66,12 +97,6 @@ int statusOf(const Findings& findings, const CheckOptions& options) {
     const bool fails = findings.count(Severity::Error) > 0 ||
                        (options.strict && findings.count(Severity::Warning) > 0);
     return fails ? kFailed : kDone;
-}
-
-Answer checkOne(const FileName& file, const CheckOptions& options) {
-    const Findings findings = checkFile(file);
-    return {options.json ? jsonLine(toJson(file, findings)) : sheetOf(file, findings),
-            statusOf(findings, options)};
 }
 
 ordered_json repairJson(const FileName& file, const FileName& out, const RepairReport& report,
@@ -85,15 +110,31 @@ ordered_json repairJson(const FileName& file, const FileName& out, const RepairR
             {"lost", std::move(lost)}, {"mended", report.mended}, {"result", toJson(out, result)}};
 }
 
+// The first lines of a list, and how many more there are.
+constexpr std::size_t kMostListed = 10;
+
+template <class Entry, class LineOf>
+std::string listed(const std::vector<Entry>& entries, LineOf lineOf) {
+    std::string text;
+    for (const Entry& entry : std::span(entries).first(std::min(kMostListed, entries.size())))
+        text += "  " + lineOf(entry) + "\n";
+    if (entries.size() <= kMostListed) return text;
+    return text + fmt::format("  … and {} more, which --json lists\n",
+                              shownCount(entries.size() - kMostListed));
+}
+
 std::string repairSheet(const FileName& out, const RepairReport& report, const Findings& result) {
     std::string text = fmt::format("wrote {}: {} kept, {} lost, {} mended\n", visible(out.shown),
-                                   report.kept.size(), report.lost.size(), report.mended.size());
-    for (const RepairReport::Kept& part : report.kept)
-        text += fmt::format("  kept    {}, {}\n", visible(part.name), byteCount(part.size));
-    for (const opc::zip::LostItem& item : report.lost)
-        text += fmt::format("  lost    {}: {}\n", visible(item.name), visible(item.reason));
-    for (const std::string& mended : report.mended)
-        text += fmt::format("  mended  {}\n", visible(mended));
+                                   shownCount(report.kept.size()), shownCount(report.lost.size()),
+                                   shownCount(report.mended.size()));
+    text += listed(report.kept, [](const RepairReport::Kept& part) {
+        return fmt::format("kept    {}, {}", visible(part.name), byteCount(part.size));
+    });
+    text += listed(report.lost, [](const opc::zip::LostItem& item) {
+        return fmt::format("lost    {}: {}", visible(item.name), visible(item.reason));
+    });
+    text += listed(report.mended,
+                   [](const std::string& mended) { return "mended  " + visible(mended); });
     return text + sheetOf(out, result);
 }
 
@@ -105,6 +146,7 @@ FileName outArgument(const FileName& file, const std::string& name) {
 int repair(const CheckOptions& options) {
     if (options.files.size() != 1)
         throw UsageError("--repair", "takes one FILE; repair them one by one");
+    const bool asJson = wantsJson(options, "--repair");
     const FileName file = appArgument(options.files[0]);
     const FileName out = outArgument(file, *options.repair);
     requireFile(file);
@@ -119,17 +161,36 @@ int repair(const CheckOptions& options) {
     int status = kDone;
     repairPackage(file, out, [&](const RepairReport& done, const FileName& copy) {
         const Findings result = checkFile(copy);
-        text = options.json ? jsonLine(repairJson(file, out, done, result))
-                            : repairSheet(out, done, result);
+        text =
+            asJson ? jsonLine(repairJson(file, out, done, result)) : repairSheet(out, done, result);
         status = statusOf(result, options);
     });
     printReport(out, text);
     return status;
 }
 
+int checkEach(const CheckOptions& options) {
+    const bool hasTotal = !options.quiet && maybeSeveral(options.files);
+    const Severity least = options.quiet ? Severity::Warning : Severity::Note;
+    const auto report = makeCheckReport(formatOf(options), {least, hasTotal});
+    AppVisitor visitor;
+    visitor.ask = [&](const FileName& file) {
+        const Findings findings = checkFile(file);
+        return Answer{report->textOf(file, findings), statusOf(findings, options),
+                      static_cast<int>(kindOf(findings))};
+    };
+    visitor.show = [&](const Answer& answer) { report->show(answer); };
+    visitor.fail = [&](const std::string& file, const std::string& reason) {
+        report->fail(file, reason);
+    };
+    const int status = forEachApp(options.files, visitor);
+    report->end();
+    return status;
+}
+
 int check(const CheckOptions& options) {
     if (options.rules) {
-        print(options.json ? jsonLine(rulesJson()) : rulesSheet());
+        print(wantsJson(options, "--rules") ? jsonLine(rulesJson()) : rulesSheet());
         return kDone;
     }
     if (options.force && !options.repair)
@@ -137,7 +198,7 @@ int check(const CheckOptions& options) {
     if (options.files.empty())
         throw UsageError("check", "FILE is required; see \"qzapp check --help\"");
     if (options.repair) return repair(options);
-    return forEachApp(options.files, [&](const FileName& file) { return checkOne(file, options); });
+    return checkEach(options);
 }
 
 }  // namespace
@@ -166,7 +227,15 @@ Action declareCheck(CLI::App& command) {
                     "apps, or \"-\"")
         ->type_name("");
     command.add_flag("--strict", options->strict, "Let warnings count as failures, too");
-    command.add_flag("--json", options->json, "Print one JSON object per file, each on one line");
+    command.add_flag("-q,--quiet", options->quiet,
+                     "Print errors and warnings only: no notes, no total, and nothing about a file "
+                     "that has neither");
+    command.add_option("--format", options->format, "How to print findings: " + checkFormats())
+        ->type_name("FORMAT");
+    command.add_flag("--json", options->json,
+                     "Print one JSON object per file, each on one line; short for --format json");
+    command.add_flag("--sarif", options->sarif,
+                     "Print a SARIF 2.1.0 log, for code scanning; short for --format sarif");
     command
         .add_option("--repair", options->repair,
                     "Write to OUT, as a clean package, what can still be read of FILE;\n"
@@ -179,9 +248,10 @@ Action declareCheck(CLI::App& command) {
         "or\n"
         "a part of it. Warnings: they read it, but perhaps not as meant. Notes: allowed, and good\n"
         "to know. The exit status is 1 if there are errors. FILE is read to its end and never\n"
-        "changed. Standard input, \"-\", is taken for an app.\n\n"
+        "changed. Several files end in a total. Standard input, \"-\", is taken for an app.\n\n"
         "Examples:\n"
         "  qzapp check --strict apps/*.kvpkg\n"
+        "  qzapp check --sarif apps > apps.sarif\n"
         "  qzapp check --repair atlas-repaired.kvpkg atlas.kvpkg");
     return [options] { return check(*options); };
 }

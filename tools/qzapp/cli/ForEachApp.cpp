@@ -2,6 +2,7 @@
 
 #include <foundation/Threads.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -43,28 +44,34 @@ struct Named {
     bool isWhole = true;           // nothing below it was reported as unreadable
 };
 
-void list(Named& folder, const Complain& complain) {
-    const auto fail = [&](const std::string& text) {
-        complain(text);
+// Receives the name of what could not be read, and the reason.
+using Fail = std::function<void(const std::string&, const Error&)>;
+
+void list(Named& folder, const Fail& fail) {
+    const auto failHere = [&](const std::string& name, const Error& reason) {
+        fail(name, reason);
         folder.isWhole = false;
     };
     try {
         AppsBelow apps = appsBelow(fileArgument(folder.name));
         for (const Unlisted& unlisted : apps.unlisted)
-            fail(unlisted.name + ": " + unlisted.reason);
+            failHere(unlisted.name, Error(unlisted.name, unlisted.reason));
         folder.files = std::move(apps.files);
     } catch (const Error& e) {
         folder.files.clear();
-        fail(e.what());
+        failHere(folder.name, e);
     }
 }
 
-std::vector<Named> filesOf(const std::vector<std::string>& names, const Complain& complain) {
+bool isListed(const std::string& name) {
+    return name != kStandardStream && isFolder(name);
+}
+
+std::vector<Named> filesOf(const std::vector<std::string>& names, const Fail& fail) {
     std::vector<Named> all;
     for (const std::string& name : names) {
-        const bool isListed = name != kStandardStream && isFolder(name);
-        all.push_back({name, {name}, isListed, std::nullopt});
-        if (isListed) list(all.back(), complain);
+        all.push_back({name, {name}, isListed(name), std::nullopt});
+        if (all.back().isListed) list(all.back(), fail);
     }
     return all;
 }
@@ -106,12 +113,12 @@ void confineTo(std::vector<Named>& all) {
     cage.enter();
 }
 
-// Visits all files on several threads, and prints and reports on the calling one.
+// Visits all files on several threads, and shows and reports on the calling one.
 class Visit {
 public:
-    Visit(const std::vector<Named>& all, const std::function<Answer(const FileName&)>& ask,
-          const Complain& complain, std::atomic<std::uint64_t>& done)
-        : all_(&all), ask_(&ask), complain_(&complain), done_(&done) {}
+    Visit(const std::vector<Named>& all, const AppVisitor& visitor, const Fail& fail,
+          std::atomic<std::uint64_t>& done)
+        : all_(&all), visitor_(&visitor), fail_(&fail), done_(&done) {}
 
     // Returns whether every answer's status was kDone.
     bool run() {
@@ -133,7 +140,7 @@ private:
         const Named* named = nullptr;
         std::size_t file = 0;          // also of a folder that holds none
         std::optional<Answer> answer;  // none if a file of a folder is not an app after all
-        std::optional<std::string> error;
+        std::optional<Error> error;
     };
 
     bool feed(Slot& slot) {
@@ -157,30 +164,31 @@ private:
         const std::string& name = slot.named->files[slot.file];
         try {
             const auto file = open(*slot.named, name);
-            if (file) slot.answer = (*ask_)(*file);
+            if (file) slot.answer = visitor_->ask(*file);
         } catch (const Error& e) {
-            slot.error = e.what();
+            slot.error = e;
         }
     }
 
     void take(const Slot& slot) {
         if (slot.file == 0) hasApp_ = false;
         hasApp_ |= slot.answer || slot.error;
-        if (slot.error) (*complain_)(*slot.error);
+        if (slot.error) (*fail_)(slot.named->files[slot.file], *slot.error);
         if (slot.answer) {
-            print(slot.answer->text);
+            visitor_->show(*slot.answer);
             isDone_ &= slot.answer->status == kDone;
         }
         ++*done_;
         const bool isLast = slot.file + 1 >= slot.named->files.size();
         if (isLast && !hasApp_ && slot.named->isWhole) {
-            (*complain_)(slot.named->name + ": holds no app; check the name");
+            const std::string& folder = slot.named->name;
+            (*fail_)(folder, Error(folder, "holds no app; check the name"));
         }
     }
 
     const std::vector<Named>* all_;
-    const std::function<Answer(const FileName&)>* ask_;
-    const Complain* complain_;
+    const AppVisitor* visitor_;
+    const Fail* fail_;
     std::atomic<std::uint64_t>* done_;
     std::vector<Slot> slots_;
     std::size_t named_ = 0, file_ = 0;  // the next file
@@ -198,22 +206,26 @@ void letRead(Cage& cage, const std::string& folder, const std::vector<std::strin
     }
 }
 
-int forEachApp(const std::vector<std::string>& names,
-               const std::function<Answer(const FileName&)>& ask) {
+int forEachApp(const std::vector<std::string>& names, const AppVisitor& visitor) {
     int status = kDone;
-    const auto complain = [&](const std::string& text) {
-        report(text);
+    const auto fail = [&](const std::string& name, const Error& reason) {
+        report(reason.what());
         status = kFailed;
+        visitor.fail(name == kStandardStream ? kStandardInputName : name, reason.text());
     };
-    std::vector<Named> all = filesOf(names, complain);
+    std::vector<Named> all = filesOf(names, fail);
     confineTo(all);
     const std::size_t count = countOf(all);
     std::atomic<std::uint64_t> done = 0;
     // No bar for a single file, whose count would say nothing, or if the output itself shows the
     // progress.
     const ProgressBar progress(count == 1 || outputIsTerminal() ? 0 : count, done);
-    if (!Visit(all, ask, complain, done).run()) status = kFailed;
+    if (!Visit(all, visitor, fail, done).run()) status = kFailed;
     return status;
+}
+
+bool maybeSeveral(const std::vector<std::string>& names) {
+    return names.size() > 1 || std::ranges::any_of(names, isListed);
 }
 
 }  // namespace qzapp

@@ -30,7 +30,7 @@ namespace {
 
 using fl::filesystem::FileDescriptor;
 
-constexpr const char* kName = "standard input";
+constexpr const char* kName = kStandardInputName;
 constexpr std::size_t kReadBytes = std::size_t{256} << 10;
 
 // A zip file has a zero byte in its first record, and text has none. So this many bytes show which

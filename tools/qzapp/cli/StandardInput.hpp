@@ -10,6 +10,8 @@ namespace qzapp {
 
 // The name of standard input and standard output on the command line.
 inline constexpr const char* kStandardStream = "-";
+// What messages and reports call standard input.
+inline constexpr const char* kStandardInputName = "standard input";
 
 // Opens and holds the input file that `value` names. "-" is standard input, which is copied to a
 // nameless file at the first call and then read like any other file. Throws Error if the file

@@ -27,7 +27,7 @@ bool outputIsTerminal();
 
 // Whether standard output is a terminal that shows colours and NO_COLOR is not set.
 bool outputIsColoured();
-enum class Style { Plain, Label, Heading, Added, Removed, Place };
+enum class Style { Plain, Label, Heading, Added, Removed, Place, Error, Warning, Note };
 // `text` in this style if the output is coloured, otherwise as it is.
 std::string styled(const std::string& text, Style style);
 

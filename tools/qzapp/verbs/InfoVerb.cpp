@@ -27,6 +27,7 @@
 #include "app/VisibleText.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/ForEachApp.hpp"
+#include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/Program.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/TerminalText.hpp"
@@ -212,9 +213,16 @@ int info(const InfoOptions& options) {
         // It draws one picture at a time, whatever --threads says.
         foundation::threads::setLimit(1);
     }
-    return forEachApp(options.files, [&](const FileName& file) {
+    AppVisitor visitor;
+    visitor.ask = [&](const FileName& file) {
         return Answer{describe(file, field, options.json, drawer)};
-    });
+    };
+    if (options.json) {
+        visitor.fail = [](const std::string& file, const std::string& reason) {
+            print(jsonLine(failureJson(file, reason)));
+        };
+    }
+    return forEachApp(options.files, visitor);
 }
 
 }  // namespace
