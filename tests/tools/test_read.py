@@ -50,6 +50,30 @@ class Info(ReadTest):
         self.fails(2, f'--field: unknown metadata field "Title"; the fields are {FIELD_LIST}',
                    "info", "--field", "Title", "a.kvpkg")
 
+    def test_a_table_for_programs_is_one_line_an_app_whatever_its_values_hold(self):
+        value = "a\tb\r\nc\\d\u2028e\x1b"
+        self.small("a.kvpkg", "--set", f"Name={value.replace(chr(27), '')}", "--set", "Version=1", "--set",
+                   "UserComponents=x", "--set", "UserComponents=y")
+        self.text_app("b.k")
+        name = "a\\tb\\r\\nc\\\\d\\u2028e"
+        self.assertEqual(self.ok("info", "--table", "a.kvpkg", "b.k"),
+                         f"a.kvpkg\t{name}\t1\t\nb.k\tWärmefeld\t2.4.1\tZoë Lindqvist, Jiří Novák\n")
+        self.assertEqual(self.ok("info", "--columns", "usercomponents,FORM,screenshot,name", "a.kvpkg"),
+                         f"x, y\tpackaged\t(none)\t{name}\n")
+        self.assertEqual(self.fails_like("none.k: there is no such file; check the name", "info", "--table", "none.k",
+                                         "b.k").count(b"\n"), 1)
+        self.fails(2, '--columns: unknown column "Nam"; did you mean "Name"?', "info", "--columns", "Nam", "b.k")
+        self.fails(2, "--table: cannot be given with --json, --field or --picture; leave one out", "info", "--table",
+                   "--json", "b.k")
+
+    def test_a_table_for_people_is_fitted_to_the_terminal(self):
+        self.small("a.kvpkg", "--set", "Name=" + "日本語" * 30, "--set", "Author=one\n\ntwo", "--set", "Version=1")
+        self.small("b.kvpkg", "--set", "Name=short", "--set", "Version=2")
+        status, text = self.on_terminal("info", "--table", "a.kvpkg", "b.kvpkg", "none.k")
+        self.assertEqual((status, text), (1, "qzapp: none.k: there is no such file; check the name\n"
+                         f"File     Name{' ' * 49}  Version  Author\n"
+                         f"a.kvpkg  {'日本語' * 8}日本…  1        one two\nb.kvpkg  short{' ' * 48}  2\n"))
+
     def test_bad_files_do_not_stop_the_others(self):
         self.small("good.kvpkg")
         self.write("good.k", "x")

@@ -35,6 +35,21 @@ std::size_t longestWord(const std::string& text) {
     return longest;
 }
 
+// The beginning of a text that is wider than `width`, with a mark that the rest is missing.
+std::string cut(const std::string& text, std::size_t width) {
+    if (displayWidth(text) <= width) return text;
+    std::size_t end = 0, used = 1;  // a column for the mark
+    while (end < text.size()) {
+        std::size_t next = end + 1;
+        while (next < text.size() && (static_cast<unsigned char>(text[next]) & 0xC0) == 0x80)
+            ++next;
+        used += displayWidth(std::string_view(text).substr(end, next - end));
+        if (used > width) break;
+        end = next;
+    }
+    return text.substr(0, end) + "…";
+}
+
 }  // namespace
 
 std::vector<std::string> visibleLines(ustring_view text, std::size_t width) {
@@ -120,6 +135,20 @@ std::vector<std::size_t> Table::widths() const {
     return widths;
 }
 
+// Gives all columns whose values may be cut at most the same width.
+void Table::shrink(std::vector<std::size_t>& widths) const {
+    const auto mayBeCut = [&](std::size_t i) { return columns_[i].ifNarrow == IfNarrow::IsCut; };
+    const auto total = [&] {
+        return std::accumulate(widths.begin(), widths.end(), kColumnGap * (widths.size() - 1));
+    };
+    const std::size_t room = outputWidth();
+    for (std::size_t most = room; most > 0 && total() > room; --most) {
+        for (std::size_t i = 0; i < widths.size(); ++i) {
+            if (mayBeCut(i)) widths[i] = std::min(widths[i], most);
+        }
+    }
+}
+
 Table::Fit Table::fitOf(const std::vector<std::size_t>& widths) const {
     const std::size_t before =
         std::accumulate(widths.begin(), widths.end() - 1, kColumnGap * (widths.size() - 1));
@@ -144,8 +173,9 @@ void Table::append(std::string& out, const Row& row, const std::vector<std::size
             for (std::size_t part = 1; part < parts.size(); ++part)
                 below += std::string(column, ' ') + parts[part] + "\n";
         } else {
-            const std::string padding(widths[i] - displayWidth(row[i]), ' ');
-            line += columns_[i].align == Align::Right ? padding + row[i] : row[i] + padding;
+            const std::string value = cut(row[i], widths[i]);
+            const std::string padding(widths[i] - displayWidth(value), ' ');
+            line += columns_[i].align == Align::Right ? padding + value : value + padding;
             line += std::string(kColumnGap, ' ');
         }
     }
@@ -154,7 +184,8 @@ void Table::append(std::string& out, const Row& row, const std::vector<std::size
 }
 
 std::string Table::text() const {
-    const std::vector<std::size_t> columnWidths = widths();
+    std::vector<std::size_t> columnWidths = widths();
+    shrink(columnWidths);
     const Fit fit = fitOf(columnWidths);
     std::string out;
     for (const Row& row : rows_)

@@ -31,13 +31,13 @@ enum class Style { Plain, Label, Heading, Added, Removed, Place, Error, Warning,
 // `text` in this style if the output is coloured, otherwise as it is.
 std::string styled(const std::string& text, Style style);
 
-// Rows of text in aligned columns, two blanks apart. If the terminal is too narrow for a table, its last
-// column is wrapped, or columns stand below their rows, indented.
+// Rows of text in aligned columns, two blanks apart. If the terminal is too narrow for a table, values
+// are cut, or the last column is wrapped, or columns stand below their rows, indented.
 class Table {
 public:
     enum class Align { Left, Right };
-    // Whether a column may be wrapped or go below its row.
-    enum class IfNarrow { Stays, GoesBelow };
+    // Whether a column may be wrapped or go below its row, or its values are cut, the longest first.
+    enum class IfNarrow { Stays, GoesBelow, IsCut };
     struct Column {
         std::string title;
         Align align = Align::Left;
@@ -53,6 +53,7 @@ private:
     enum class Fit { AsIs, LastWrapped, Below };
 
     std::vector<std::size_t> widths() const;
+    void shrink(std::vector<std::size_t>& widths) const;
     Fit fitOf(const std::vector<std::size_t>& widths) const;
     void append(std::string& out, const Row& row, const std::vector<std::size_t>& widths,
                 Fit fit) const;

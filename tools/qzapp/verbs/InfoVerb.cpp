@@ -31,6 +31,7 @@
 #include "tools/qzapp/cli/Program.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/TerminalText.hpp"
+#include "tools/qzapp/verbs/InfoTable.hpp"
 #include "tools/qzapp/verbs/Verbs.hpp"
 
 namespace qzapp {
@@ -52,6 +53,8 @@ struct InfoOptions {
     bool json = false;
     bool picture = false;
     std::optional<std::string> field;
+    bool table = false;
+    std::optional<std::string> columns;
 };
 
 bool isPresent(const ScreenshotSize& screenshot) {
@@ -61,11 +64,6 @@ bool isPresent(const ScreenshotSize& screenshot) {
 nlohmann::ordered_json screenshotJson(const ScreenshotSize& screenshot) {
     if (!isPresent(screenshot)) return nullptr;
     return {{"format", fl::i18n::ustring_to_utf8(screenshot.format)}, {"bytes", screenshot.bytes}};
-}
-
-std::string screenshotText(const ScreenshotSize& screenshot) {
-    if (!isPresent(screenshot)) return "(none)";
-    return fmt::format("{}, {}", visible(screenshot.format), byteCount(screenshot.bytes));
 }
 
 // A value as lines for the sheet.
@@ -170,27 +168,40 @@ private:
     Program program_;
 };
 
-std::string describe(const FileName& file, std::optional<Field> field, bool asJson,
-                     std::optional<Drawer>& drawer) {
+// What is wanted about each app.
+struct Wanted {
+    std::optional<Field> field;
+    std::optional<Drawer> drawer;
+    std::optional<InfoTable> table;
+    bool json = false;
+};
+
+std::string describe(const FileName& file, Wanted& wanted) {
     const auto reader = openApp(file);
     return about(file, [&] {
         const AppMetadata record = reader->readMetadata();
-        if (field) {
+        if (wanted.field) {
             requireUnchanged(file);
-            return fieldText(record, *field);
+            return fieldText(record, *wanted.field);
         }
+        auto& drawer = wanted.drawer;
         const Screenshot screenshot = drawer ? readScreenshot(file, *reader) : Screenshot();
         const ScreenshotSize size = drawer
                                         ? ScreenshotSize{screenshot.first, screenshot.second.size()}
                                         : readScreenshotSize(file, *reader);
         requireUnchanged(file);
-        if (asJson) return jsonFor(file, record, size);
+        if (wanted.json) return jsonFor(file, record, size);
+        if (wanted.table) return wanted.table->rowOf(file, record, size);
         const std::string sheet = sheetFor(file, record, size);
         return drawer ? sheet + drawer->draw(file, screenshot) : sheet;
     });
 }
 
 void requireSense(const InfoOptions& options) {
+    if ((options.table || options.columns) && (options.field || options.json || options.picture)) {
+        throw UsageError(options.table ? "--table" : "--columns",
+                         "cannot be given with --json, --field or --picture; leave one out");
+    }
     if (options.field && options.json)
         throw UsageError("--field", "cannot be given with --json; leave one out");
     if (options.picture && (options.field || options.json)) {
@@ -205,24 +216,26 @@ void requireSense(const InfoOptions& options) {
 
 int info(const InfoOptions& options) {
     requireSense(options);
-    std::optional<Field> field;
-    if (options.field) field = fieldArgument("--field", *options.field);
-    std::optional<Drawer> drawer;
+    Wanted wanted;
+    wanted.json = options.json;
+    if (options.field) wanted.field = fieldArgument("--field", *options.field);
+    if (options.table || options.columns) wanted.table.emplace(options.columns);
     if (options.picture) {
-        drawer.emplace();
+        wanted.drawer.emplace();
         // It draws one picture at a time, whatever --threads says.
         foundation::threads::setLimit(1);
     }
     AppVisitor visitor;
-    visitor.ask = [&](const FileName& file) {
-        return Answer{describe(file, field, options.json, drawer)};
-    };
+    visitor.ask = [&](const FileName& file) { return Answer{describe(file, wanted)}; };
+    if (wanted.table) visitor.show = [&](const Answer& answer) { wanted.table->show(answer); };
     if (options.json) {
         visitor.fail = [](const std::string& file, const std::string& reason) {
             print(jsonLine(failureJson(file, reason)));
         };
     }
-    return forEachApp(options.files, visitor);
+    const int status = forEachApp(options.files, visitor);
+    if (wanted.table) wanted.table->end();
+    return status;
 }
 
 }  // namespace
@@ -237,15 +250,25 @@ Action declareInfo(CLI::App& command) {
     command.add_flag("--json", options->json, "Print one JSON object per file, each on one line");
     command.add_option("--field", options->field, "Print this field's value and nothing else")
         ->type_name("NAME");
+    command.add_flag("--table", options->table,
+                     "Print one line per app, with the columns File, Name, Version and Author");
+    command
+        .add_option("--columns", options->columns,
+                    "Print such a table with these columns: fields, File, Form, Screenshot")
+        ->type_name("NAMES");
     command.add_flag("--picture", options->picture,
                      "Draw the screenshot on the terminal, with chafa or img2sixel");
     command.footer(
         "A file that cannot be read is reported and does not stop the others; the exit status is\n"
-        "then 1. On a terminal the output is coloured, unless NO_COLOR is set.\n" +
+        "then 1. On a terminal the output is coloured, unless NO_COLOR is set, and a table is\n"
+        "fitted to its width. Otherwise a table has no header, and tabs between its columns; "
+        "tabs,\n"
+        "line ends and backslashes in values are \\t, \\n, \\r and \\\\.\n" +
         fieldHelp() +
         "\n\n"
         "Examples:\n"
         "  qzapp info atlas.kvpkg atlas.k\n"
+        "  qzapp info --columns Author,Name,Version apps | sort\n"
         "  qzapp info --json apps | jq -r .metadata.Name\n"
         "  version=$(qzapp info --field Version atlas.kvpkg)");
     return [options] { return info(*options); };

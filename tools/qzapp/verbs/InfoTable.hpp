@@ -1,0 +1,51 @@
+#pragma once
+
+#include <appserialization/AppMetadata.hpp>
+#include <appserialization/KAppMetadataReader.hpp>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/FieldValues.hpp"
+#include "app/FileName.hpp"
+#include "tools/qzapp/cli/ForEachApp.hpp"
+
+namespace qzapp {
+
+// The table of apps that "qzapp info --table" prints, a line for each app. On a terminal, columns are
+// aligned and long values cut, so it is printed when all apps are known. For a program, values are
+// whole and separated by tabs, and each line is printed at once.
+class InfoTable {
+public:
+    // `names` are separated by commas: fields, in any case, "File", "Form" and "Screenshot"; the usual
+    // ones if there are none. Throws UsageError if there is no column of a name.
+    explicit InfoTable(const std::optional<std::string>& names);
+
+    // The text of an answer for show(). Any thread may call it.
+    std::string rowOf(const FileName& file, const appserialization::AppMetadata& record,
+                      const appserialization::ScreenshotSize& screenshot) const;
+    // Prints the row, or keeps it for end().
+    void show(const Answer& answer);
+    void end() const;
+
+private:
+    // A field, or what is known of the file besides.
+    struct Column {
+        std::string title;
+        std::optional<Field> field;
+    };
+
+    static std::vector<Column> allColumns();
+    static ustring valueOf(const Column& column, const FileName& file,
+                           const appserialization::AppMetadata& record,
+                           const appserialization::ScreenshotSize& screenshot);
+
+    std::vector<Column> columns_;
+    std::vector<std::string> rows_;  // for a terminal
+};
+
+// "(none)", or "png, 26,098 bytes".
+std::string screenshotText(const appserialization::ScreenshotSize& screenshot);
+
+}  // namespace qzapp
