@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "app/FieldValues.hpp"
 #include "app/check/Findings.hpp"
 #include "package/Layout.hpp"
 
@@ -54,7 +55,7 @@ inline constexpr std::array kPartRules = {
     PartRules{
         kHostProperties,
         "host-properties-missing",
-        "--set KVPKGVersion=1",
+        "--set Version=VERSION",
         "relationship-dangling",
     },
 };
@@ -87,10 +88,13 @@ inline opc::model::PartName screenshotName(foundation::ustring_view extension) {
                                 foundation::ustring(extension));
 }
 
-// A known element of the metadata part. For a list, `item` is the name of its child elements and
-// `attribute` that of their attribute that holds the value; for a text both are empty.
+// A known element of the metadata part, and the field that it holds. For a list, `item` is the name of
+// its child elements and `attribute` that of their attribute that holds the value; for a text both are
+// empty, and `usual` is what readers take if there is no such element.
 struct MetadataElement {
     std::string name, item, attribute;
+    Field field;
+    std::string usual;
 };
 const std::vector<MetadataElement>& metadataElements();
 

@@ -1,8 +1,13 @@
 #pragma once
 
+#include <foundation/ustring.hpp>
+#include <opc/CoreProperties.hpp>
+
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
 #include "app/check/Findings.hpp"
 #include "app/check/PackageView.hpp"
@@ -18,10 +23,13 @@ bool isOfAnotherKind(const PackageView& package);
 void checkOtherZip(const PackageView& package, Findings& findings);
 // The rules of zip files.
 void checkContainer(const PackageView& package, Findings& findings);
-// The rules of packages: content types, relationships, core properties.
-void checkPackage(const PackageView& package, Findings& findings);
-// The rules of packaged apps: layout and metadata.
-void checkApp(const PackageView& package, Findings& findings);
+// The rules of packages: content types, relationships, core properties. Returns the core properties
+// if readers accept them.
+std::optional<opc::qzservices::CoreProperties> checkPackage(const PackageView& package,
+                                                            Findings& findings);
+// The rules of packaged apps: layout and metadata. `properties` are what checkPackage() returned.
+void checkApp(const PackageView& package,
+              const std::optional<opc::qzservices::CoreProperties>& properties, Findings& findings);
 // The rules of text apps.
 void checkText(const FileName& file, Findings& findings);
 
@@ -30,10 +38,17 @@ void checkText(const FileName& file, Findings& findings);
 Findings checkFile(const FileName& file);
 
 // The rules of screenshots, for both forms of apps. `part` is the part or section that holds the
-// image, `format` the extension of the part's name, or what the data URI says.
-void checkImage(const FileName& file, const std::string& part, std::string_view format,
-                std::string_view bytes, Findings& findings);
+// image, `format` the extension of the part's name, or what the data URI says, `fix` how to set another.
+void checkImage(const std::string& part, std::string_view format, std::string_view bytes,
+                const std::string& fix, Findings& findings);
 
+// The rules of values that readers take but that make no sense, for both forms of apps. `fix` is how to
+// set another value.
+void checkValue(Field field, const foundation::ustring& value, const std::string& fix,
+                Findings& findings);
+
+// The file under the name that an edit takes: "atlas.kvpkg" for "atlas.KVPKG".
+FileName lowerCaseName(const FileName& file);
 // The name that fixes propose for a repaired copy: "atlas-repaired.kvpkg".
 FileName repairedName(const FileName& file);
 // The command that writes the repaired copy.

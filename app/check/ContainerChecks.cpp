@@ -9,6 +9,7 @@
 #include <string>
 
 #include "app/FileName.hpp"
+#include "app/Forms.hpp"
 #include "app/VisibleText.hpp"
 #include "app/check/Checks.hpp"
 #include "app/check/Findings.hpp"
@@ -57,7 +58,7 @@ void checkItem(const PackageView& package, const FoundItem& item, Findings& find
         findings.add("item-slices", item.shownName,
                      "its table of slices is of other data, which another program has replaced; "
                      "the content is whole, but is read by one thread only",
-                     "write the part anew, with \"qzapp edit\"");
+                     "write it anew: " + repairCommand(package.file));
     }
     if (&item == package.typesItem || item.name) return;
     if (item.item->isDirectory()) {
@@ -105,6 +106,14 @@ void checkBehindEnd(const PackageView& package, Findings& findings) {
 
 }  // namespace
 
+FileName lowerCaseName(const FileName& file) {
+    const std::string extension = shownExtension(Form::Packaged);
+    std::string name = file.shown;
+    if (!isAppName(file) || file.isStandardInput) return file;
+    name.replace(name.size() - extension.size(), extension.size(), extension);
+    return {name, {}};
+}
+
 FileName repairedName(const FileName& file) {
     if (file.isStandardInput) return {"OUT", {}};
     const std::string& name = file.shown;
@@ -112,9 +121,10 @@ FileName repairedName(const FileName& file) {
     const std::size_t dot = name.find_last_of('.');
     const bool hasExtension = dot != std::string::npos && dot >= folder;
     const std::string stem = hasExtension ? name.substr(0, dot) : name;
+    const std::string extension = hasExtension ? lowerCaseName(file).shown.substr(dot) : "";
     const char* const mark =
         stem.size() > folder ? "-repaired" : "repaired";  // "-" begins an option
-    return {stem + mark + (hasExtension ? name.substr(dot) : ""), {}};
+    return {stem + mark + extension, {}};
 }
 
 std::string repairCommand(const FileName& file) {

@@ -95,6 +95,10 @@ inline constexpr std::array kRules = {
     Rule{"screenshot-large", Severity::Error, "the screenshot is no larger than readers accept"},
     Rule{"screenshot-mode", Severity::Note,
          "the screenshot mode fits whether there is a screenshot"},
+    Rule{"mode-value", Severity::Note, "the screenshot mode is auto, manual or none"},
+    Rule{"version-value", Severity::Note, "KVPKGVersion is a version of the format"},
+    Rule{"uuid-value", Severity::Note, "Uuid is a UUID"},
+    Rule{"release-value", Severity::Note, "a release has a form such as R2026b"},
     Rule{"thumbnail-missing", Severity::Note, "the screenshot is the package's thumbnail"},
 
     Rule{"text-kind", Severity::Error, "a text app is text"},

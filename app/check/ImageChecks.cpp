@@ -6,8 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "app/FileName.hpp"
-#include "app/Forms.hpp"
+#include "app/DoubtfulValues.hpp"
 #include "app/ScreenshotFormats.hpp"
 #include "app/VisibleText.hpp"
 #include "app/check/Checks.hpp"
@@ -52,29 +51,16 @@ void checkWhole(const ImageType& kind, const std::string& part, string_view byte
 
 }  // namespace
 
-void checkImage(const FileName& file, const std::string& part, string_view format,
-                string_view bytes, Findings& findings) {
-    const bool isText = file.native().ends_with(kTextExtension);
-    const std::string fix = isText
-                                ? "set a whole image as the app's screenshot in its editor"
-                                : fmt::format("qzapp edit {} --screenshot IMAGE", shellWord(file));
-    const ImageType* kind = opc::imageTypeOf(bytes);
-    const ImageType* meant = packagedType(fl::i18n::utf8_to_ustring(format));
-    if (meant == nullptr) {
+void checkImage(const std::string& part, string_view format, string_view bytes,
+                const std::string& fix, Findings& findings) {
+    if (packagedType(fl::i18n::utf8_to_ustring(format)) == nullptr) {
         findings.add("screenshot-format", part,
                      fmt::format("the format is \"{}\", which a packaged app cannot hold", format),
                      fix);
-    } else if (kind == nullptr) {
-        findings.add("screenshot-bytes", part,
-                     bytes.empty() ? "the image is empty"
-                                   : fmt::format("its bytes are not a {} image", format),
-                     fix);
-    } else if (kind->format != meant->format) {
-        findings.add(
-            "screenshot-bytes", part,
-            fmt::format("is declared as {}, but its bytes are a {} image", format, kind->format),
-            fix);
+    } else if (const auto doubt = doubtAboutImage(format, bytes)) {
+        findings.add("screenshot-bytes", part, *doubt, fix);
     }
+    const ImageType* const kind = opc::imageTypeOf(bytes);
     if (kind != nullptr) checkWhole(*kind, part, bytes, fix, findings);
 }
 

@@ -1,7 +1,9 @@
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 #include <foundation/ustring.hpp>
+#include <opc/CoreProperties.hpp>
 #include <opc/Exception.hpp>
 #include <opc/FoundPackage.hpp>
 #include <opc/Limits.hpp>
@@ -23,6 +25,7 @@
 #include <string_view>
 #include <vector>
 
+#include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
 #include "app/InputFiles.hpp"
 #include "app/ScreenshotFormats.hpp"
@@ -45,6 +48,7 @@ using opc::model::PartName;
 using opc::model::readXmlElements;
 using opc::model::Relationship;
 using opc::model::XmlElement;
+using opc::qzservices::CoreProperties;
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
@@ -54,8 +58,9 @@ std::string shown(ustring_view text) {
 
 class AppChecks {
 public:
-    AppChecks(const PackageView& package, Findings& findings)
-        : package_(package), findings_(findings) {}
+    AppChecks(const PackageView& package, const std::optional<CoreProperties>& properties,
+              Findings& findings)
+        : package_(package), coreProperties_(properties), findings_(findings) {}
 
     void run() {
         if (package_.relationshipsItem == nullptr) {
@@ -76,11 +81,15 @@ private:
     // The fix "qzapp edit" with `options`; `before` is what to do first, in words.
     std::string edit(const std::string& options, const std::string& before = "") const {
         const bool isReady = package_.opens();
-        const FileName file = isReady ? package_.file : repairedName(package_.file);
-        std::string fix = before;
-        if (!isReady) fix += (fix.empty() ? "" : ", ") + std::string("once it is repaired");
-        return fmt::format("{}{}qzapp edit {} {}", fix, fix.empty() ? "" : ": ", shellWord(file),
-                           options);
+        const FileName file = isReady ? lowerCaseName(package_.file) : repairedName(package_.file);
+        std::vector<std::string> first;
+        if (!before.empty()) first.push_back(before);
+        if (!isReady) first.emplace_back("once it is repaired");
+        if (isReady && file.shown != package_.file.shown) first.emplace_back("once it is renamed");
+        const bool isSigned = signatures::isSigned(package_);
+        return fmt::format("{}{}qzapp edit {} {}{}", fmt::join(first, ", "),
+                           first.empty() ? "" : ": ", shellWord(file), options,
+                           isSigned ? " --drop-signature" : "");
     }
 
     // Reports that no relationship leads to such a part, unless an app may lack it.
@@ -221,27 +230,20 @@ private:
         }
         if (elements.empty()) return;
         std::map<std::string, std::size_t> seen;
-        const layout::MetadataElement* list = nullptr;
+        const layout::MetadataElement* known = nullptr;
         for (const XmlElement& element : elements) {
             if (element.depth == 2)
-                list = checkField(part->shownName, element, seen[element.name]++);
-            if (element.depth == 3) checkItem(part->shownName, element, list);
-            if (isText(element, layout::app::kScreenshotMode)) mode_ = element.text;
-            if (isText(element, layout::app::kUuid)) uuid_ = element.text;
-            if (isText(element, layout::app::kDescription)) description_ = element.text;
+                known = checkField(part->shownName, element, seen[element.name]++);
+            if (element.depth == 3) checkItem(part->shownName, element, known);
         }
-        for (const auto& known : layout::metadataElements()) {
-            if (seen.contains(known.name)) continue;
+        for (const auto& each : layout::metadataElements()) {
+            if (seen.contains(each.name)) continue;
             findings_.add(
                 "metadata-default", part->shownName,
-                fmt::format("has no element \"{}\"; readers take the default", known.name));
+                fmt::format("has no element \"{}\"; readers take the default", each.name));
         }
-        empty("Uuid", uuid_);
-        empty("Description", description_);
-    }
-
-    static bool isText(const XmlElement& element, const layout::app::TextElementRow& row) {
-        return element.depth == 2 && element.name == shown(row.name);
+        empty("Uuid", texts_[Field::Uuid]);
+        empty("Description", texts_[Field::Description]);
     }
 
     // Checks a child of the root. Returns the known element that it is, or null.
@@ -259,28 +261,42 @@ private:
             findings_.add(
                 "metadata-twice", part,
                 fmt::format("has several elements \"{}\"; readers take the first", element.name),
-                "set any field with \"qzapp edit --set\", which keeps only the first");
+                edit("--set Version=VERSION", "any change keeps only the first"));
         }
+        if (before == 0 && known->item.empty()) checkText(*known, element.text);
         return &*known;
+    }
+
+    void checkText(const layout::MetadataElement& known, const std::string& text) {
+        texts_[known.field] = text;
+        const std::string proposed = known.usual.empty() ? "VALUE" : known.usual;
+        checkValue(known.field, fl::i18n::utf8_to_ustring(text),
+                   edit(fmt::format("--set {}={}", nameOf(known.field), proposed)), findings_);
     }
 
     void checkItem(const std::string& part, const XmlElement& element,
                    const layout::MetadataElement* list) {
         if (list == nullptr || list->item.empty() || element.name != list->item) return;
         if (element.attribute(list->attribute) != nullptr) return;
-        findings_.add("metadata-item", part,
-                      fmt::format("an item of \"{}\" has no attribute \"{}\"; it reads as empty",
-                                  list->name, list->attribute),
-                      "set the list again with \"qzapp edit --set\"");
+        findings_.add(
+            "metadata-item", part,
+            fmt::format("an item of \"{}\" has no attribute \"{}\"; it reads as empty", list->name,
+                        list->attribute),
+            edit(fmt::format("--set {}=ITEM", nameOf(list->field)), "set all its items again"));
     }
 
     void empty(const char* field, const std::string& value) {
         if (!value.empty()) return;
         findings_.add("field-empty", "", fmt::format("{} is empty", field),
-                      edit(fmt::format("--set {}=TEXT", field)));
+                      edit(fmt::format("--set {}=VALUE", field)));
     }
 
     void checkProperties() {
+        if (coreProperties_) {
+            checkValue(Field::KORVALRelease, coreProperties_->getKORVALRelease(),
+                       edit("--set Version=VERSION", "any change writes that of the host"),
+                       findings_);
+        }
         const FoundItem* part = only(layout::kCoreProperties);
         std::map<std::string, std::string> properties;
         std::string fault;
@@ -304,7 +320,7 @@ private:
                 "package-type", part->shownName,
                 fmt::format("contentType is \"{}\"; expected \"{}\"", properties["contentType"],
                             shown(layout::app::kPackageContentType)),
-                edit("--set KVPKGVersion=1"));
+                edit("--set Version=VERSION", "any change mends it"));
         }
     }
 
@@ -334,7 +350,7 @@ private:
         const auto image = package_.read(*part, kMaxContentBytes);
         if (!image) return;
         const std::string format = shown(fl::i18n::to_lower(part->name->getExtension()));
-        checkImage(package_.file, part->shownName, format, *image, findings_);
+        checkImage(part->shownName, format, *image, edit("--screenshot IMAGE"), findings_);
         if (const auto* type = packagedType(part->name->getExtension()))
             checkImageType(*part, type->contentType());
     }
@@ -361,11 +377,12 @@ private:
     }
 
     void checkMode(bool hasScreenshot) {
-        const bool isOdd = hasScreenshot ? mode_ == "none" : mode_ == "manual";
+        const std::string& mode = texts_[Field::ScreenshotMode];
+        const bool isOdd = hasScreenshot ? mode == "none" : mode == "manual";
         if (!isOdd) return;
         findings_.add(
             "screenshot-mode", "",
-            fmt::format("ScreenshotMode is \"{}\", but there is {} screenshot", mode_,
+            fmt::format("ScreenshotMode is \"{}\", but there is {} screenshot", mode,
                         hasScreenshot ? "a" : "no"),
             edit("--set ScreenshotMode=" + std::string(hasScreenshot ? "manual" : "none")));
     }
@@ -383,15 +400,17 @@ private:
     }
 
     const PackageView& package_;
+    const std::optional<CoreProperties>& coreProperties_;
     Findings& findings_;
-    std::set<std::string> used_;  // keys of the parts that an app has
-    std::string mode_, uuid_, description_;
+    std::set<std::string> used_;          // keys of the parts that an app has
+    std::map<Field, std::string> texts_;  // of the metadata part
 };
 
 }  // namespace
 
-void checkApp(const PackageView& package, Findings& findings) {
-    AppChecks(package, findings).run();
+void checkApp(const PackageView& package, const std::optional<CoreProperties>& properties,
+              Findings& findings) {
+    AppChecks(package, properties, findings).run();
 }
 
 }  // namespace qzapp

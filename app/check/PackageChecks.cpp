@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <fl/i18n.hpp>
 #include <foundation/ustring.hpp>
+#include <opc/CoreProperties.hpp>
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/FoundPackage.hpp>
 #include <opc/Package.hpp>
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <string>
 
 #include "app/Error.hpp"
@@ -28,6 +30,7 @@ using opc::model::FoundItem;
 using opc::model::PartName;
 using opc::model::Relationship;
 using opc::model::TargetMode;
+using opc::qzservices::CoreProperties;
 
 std::string shown(const ustring& text) {
     return fl::i18n::to_display(text);
@@ -134,15 +137,16 @@ void checkTargets(const PackageView& package, Findings& findings) {
 void checkSignature(const PackageView& package, Findings& findings) {
     if (!signatures::isSigned(package)) return;
     const std::size_t count = signatures::count(package);
-    findings.add("package-signed", "",
-                 fmt::format("{} digital signature{}, which qzapp does not verify; an edit needs "
-                             "\"--drop-signature\"",
-                             count, count == 1 ? "" : "s"));
+    findings.add(
+        "package-signed", "",
+        fmt::format("{} digital signature{}, which qzapp does not verify{}", count,
+                    count == 1 ? "" : "s",
+                    isAppName(package.file) ? "; an edit needs \"--drop-signature\"" : ""));
 }
 
 // Readers check core properties only when somebody asks for them, so a package that opens may still
-// fail here.
-void checkCoreProperties(const PackageView& package, Findings& findings) {
+// fail here. Returns them if they do not.
+std::optional<CoreProperties> checkCoreProperties(const PackageView& package, Findings& findings) {
     const auto found = package.byType(layout::kCoreProperties.relationshipType);
     const std::string name = shown(ustring(layout::kCoreProperties.name));
     if (found.size() > 1) {
@@ -150,22 +154,23 @@ void checkCoreProperties(const PackageView& package, Findings& findings) {
             "core-properties-several", name,
             fmt::format("{} relationships lead to core properties; at most one may", found.size()),
             repairFix(package));
-        return;
+        return std::nullopt;
     }
-    if (!package.opens()) return;
+    if (!package.opens()) return std::nullopt;
     try {
-        withPackage(package.file, [](opc::model::Package& opened) {
-            opc::qzservices::CorePropertiesManager(opened, 0).getCoreProperties();
+        return withPackage(package.file, [](opc::model::Package& opened) {
+            return opc::qzservices::CorePropertiesManager(opened, 0).getCoreProperties();
         });
     } catch (const Error& e) {
         if (e.isPassing()) throw;
         // If an item is damaged, that is reported and may be the reason.
         const auto isDamaged = [](const FoundItem& item) { return !item.fault.empty(); };
-        if (std::ranges::any_of(package.items, isDamaged)) return;
+        if (std::ranges::any_of(package.items, isDamaged)) return std::nullopt;
         const std::size_t colon = e.text().find(": ");
         const bool namesPart = e.text().starts_with('/') && colon != std::string::npos;
         findings.add("core-properties-rules", namesPart ? e.text().substr(0, colon) : name,
                      namesPart ? e.text().substr(colon + 2) : e.text(), repairFix(package));
+        return std::nullopt;
     }
 }
 
@@ -186,7 +191,7 @@ void checkRefusal(const PackageView& package, Findings& findings) {
 
 }  // namespace
 
-void checkPackage(const PackageView& package, Findings& findings) {
+std::optional<CoreProperties> checkPackage(const PackageView& package, Findings& findings) {
     checkTypes(package, findings);
     checkUntyped(package, findings);
     checkDerivedNames(package, findings);
@@ -194,8 +199,9 @@ void checkPackage(const PackageView& package, Findings& findings) {
     checkTargets(package, findings);
     checkReach(package, findings);
     checkSignature(package, findings);
-    checkCoreProperties(package, findings);
+    auto properties = checkCoreProperties(package, findings);
     checkRefusal(package, findings);
+    return properties;
 }
 
 }  // namespace qzapp

@@ -17,9 +17,11 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "app/Error.hpp"
+#include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
 #include "app/Forms.hpp"
 #include "app/InputFiles.hpp"
@@ -233,6 +235,16 @@ private:
             if (!value.value_or(u"").empty()) continue;
             findings_.add("field-empty", "", fmt::format("{} is empty", name), fix(name));
         }
+        const std::pair<Field, string_view> internals[] = {
+            {Field::Uuid, "AppId"},
+            {Field::MinimumSupportedKORVALRelease, "MinimumSupportedKORVALRelease"},
+            {Field::KORVALRelease, "KORVALRelease"}};
+        for (const auto& [field, element] : internals) {
+            checkValue(
+                field, std::get<ustring>(valueOf(metadata, field)),
+                fmt::format("correct <{}> in section {}", element, textapp::kInternalSection.name),
+                findings_);
+        }
     }
 
     void checkThumbnail(const appserialization::KAppMetadataReader& reader) {
@@ -243,7 +255,8 @@ private:
             if (!format.empty()) {
                 const string_view image(reinterpret_cast<const char*>(bytes.data()), bytes.size());
                 const auto lower = fl::i18n::to_lower(format);
-                checkImage(file_, part, fl::i18n::to_display(lower), image, findings_);
+                checkImage(part, fl::i18n::to_display(lower), image,
+                           "set a whole image as the app's screenshot in its editor", findings_);
             } else if (hasThumbnailText()) {
                 findings_.add(
                     "thumbnail-uri", part,

@@ -105,8 +105,10 @@ class OneVersion(MeanwhileTest):
     def test_no_value_of_a_file_that_is_rewritten_is_printed(self):
         self.write("app.k", "x" * (32 * MEGABYTE))
         with meanwhile(lambda: (os.utime(self.dir / "app.k"), time.sleep(0.001))):
-            for args in ([], ["--field", "Name"], ["--json"]):
+            for args in ([], ["--field", "Name"], ["--columns", "Name"]):
                 self.fails(1, f"app.k: {MIXED}", "info", *args, "app.k")
+            record = self.fails_like(f"app.k: {MIXED}", "info", "--json", "app.k")
+            self.assertEqual(json.loads(record), {"file": "app.k", "error": MIXED})
 
     @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
     def test_each_file_is_opened_once(self):

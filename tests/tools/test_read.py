@@ -5,6 +5,7 @@ import os
 import signal
 import pathlib
 import shutil
+import subprocess
 import unittest
 
 from support import EXAMPLE, FIELD_LIST, FIELDS, MODEL_PART, ToolTest, without
@@ -145,7 +146,9 @@ class Info(ReadTest):
             self.assertNotIn("appendix-missing", self.ok("check", name, **own))
         self.assertIn(text, self.json("show", "apps/e.k", **own)["code"])
         self.small("a.kvpkg")
-        self.ok("edit", "a.kvpkg", "--code", "/proc/version", "--screenshot", "v.png")
+        self.ok("edit", "a.kvpkg", "--code", "/proc/version")
+        self.fails(0, "warning: the screenshot: its bytes are not a png image", "edit", "a.kvpkg", "--screenshot", "v.png",
+                   stdout=subprocess.DEVNULL)
         self.ok("convert", "v.k", "b.kvpkg", "--model", "s.kvd")
         for name, kind in (("a.kvpkg", "code"), ("a.kvpkg", "screenshot"), ("b.kvpkg", "code"), ("v.k", "code")):
             self.assertEqual(self.extracted(name, kind).decode(), version)

@@ -89,8 +89,8 @@ void checkAnyPackage(const FileName& file, Findings& findings) {
     }
     checkContainer(package, findings);
     if (package.items.empty() && !package.zipRefusal.empty()) return;
-    checkPackage(package, findings);
-    if (isAppName(file)) checkApp(package, findings);
+    const auto properties = checkPackage(package, findings);
+    if (isAppName(file)) checkApp(package, properties, findings);
 }
 
 int statusOf(const Findings& findings, const CheckOptions& options) {

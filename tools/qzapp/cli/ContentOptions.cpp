@@ -10,6 +10,7 @@
 #include <utility>
 #include <variant>
 
+#include "app/DoubtfulValues.hpp"
 #include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
 #include "app/InputFiles.hpp"
@@ -120,6 +121,7 @@ Content loadContent(const ContentOptions& options) {
         content.code = readText(source(inputArgument(*options.code)), kMaxContentBytes);
     if (options.screenshot)
         content.screenshot = loadScreenshot(source(hold(fileArgument(*options.screenshot))));
+    warnOfDoubts(content);
     return content;
 }
 

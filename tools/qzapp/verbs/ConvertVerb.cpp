@@ -15,6 +15,7 @@
 #include <variant>
 #include <vector>
 
+#include "app/DoubtfulValues.hpp"
 #include "app/Error.hpp"
 #include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
@@ -89,6 +90,7 @@ Conversion convertText(const FileName& in) {
     about(in, [&] { takeMetadata(conversion, reader->readMetadata()); });
     takeScreenshot(conversion, readScreenshot(in, *reader));
     requireUnchanged(in);
+    warnOfDoubts(conversion.content);
     return conversion;
 }
 
