@@ -1,10 +1,12 @@
 """docs/qzapp-json.md: what it shows is what the verbs print."""
 
+import copy
 import json
 import re
-import unittest
 
-from support import DOCS, FIELDS, ToolTest
+import jsonschema
+
+from support import DOCS, EXAMPLE, FIELDS, METADATA_PART, MODEL_PART, ToolTest, replacing, setting
 
 
 # What a terminal acts on, or what ends a line for some readers.
@@ -52,3 +54,96 @@ class Json(ToolTest):
                 example["metadata"] = metadata
             files = ["a.kvpkg", "b.kvpkg"] if verb == "diff" else ["a.kvpkg"]
             self.same_form(example, json.loads(self.run_tool(verb, "--json", *files).stdout), verb)
+
+
+SCHEMAS = {path.name: json.loads(path.read_text()) for path in (DOCS / "schemas").iterdir()}
+
+
+def bundled(schema, name):
+    """The schema with what its references lead to in their place, and no key allowed that it does not list."""
+    if isinstance(schema, list):
+        return [bundled(entry, name) for entry in schema]
+    if not isinstance(schema, dict):
+        return schema
+    if "$ref" in schema:
+        file, _, pointer = schema["$ref"].partition("#")
+        target = SCHEMAS[file or name]
+        for key in pointer.split("/")[1:]:
+            target = target[key]
+        return bundled(target, file or name)
+    closed = {key: bundled(value, name) for key, value in schema.items() if key not in ("$defs", "$id")}
+    if "properties" in schema and schema.get("type") == "object":
+        closed["additionalProperties"] = False
+    return closed
+
+
+def leaves(value, path=()):
+    if isinstance(value, (dict, list)) and value:
+        for key, entry in value.items() if isinstance(value, dict) else enumerate(value):
+            yield from leaves(entry, (*path, key))
+    else:
+        yield path
+
+
+def with_wrong_type(value, path):
+    changed = copy.deepcopy(value)
+    *folders, last = path
+    place = changed
+    for key in folders:
+        place = place[key]
+    place[last] = {"wrong": 1}
+    return changed
+
+
+class Schemas(ToolTest):
+    def outputs(self):
+        """What each verb prints, whatever it finds: its name, and a list of objects."""
+        self.create("a.kvpkg")
+        self.small("b.kvpkg")
+        self.write("t.k", (EXAMPLE / "heatfield.k").read_bytes())
+        self.flip("a.kvpkg", "bad.kvpkg", MODEL_PART)
+        self.rewrite("a.kvpkg", "odd.kvpkg", setting("korval/code.k", b"\xff"))
+        self.rewrite("a.kvpkg", "props.kvpkg", replacing("docProps/core.xml", "<cp:version>", "<cp:version x='1'>"))
+        self.rewrite("a.kvpkg", "meta.kvpkg", setting(METADATA_PART, b"<metadata>"))
+        apps = ["a.kvpkg", "b.kvpkg", "t.k", "bad.kvpkg", "odd.kvpkg", "props.kvpkg", "meta.kvpkg"]
+        runs = [("info", [*apps, "none.k"]), ("check", [*apps, "none.k"]), ("check", ["--rules"]),
+                ("check", ["--repair", "out.kvpkg", "bad.kvpkg"])]
+        runs += [("show", [app]) for app in apps]
+        runs += [("diff", ["a.kvpkg", app]) for app in apps]
+        runs += [(verb, [*options, app]) for verb in ("parts", "items") for options in ([], ["--verify"])
+                 for app in apps if app.endswith(".kvpkg")]
+        found = {"metadata": [json.loads(self.extracted("a.kvpkg", "metadata"))]}
+        for verb, arguments in runs:
+            lines = self.run_tool(verb, "--json", *arguments).stdout.decode().splitlines()
+            self.assertTrue(lines, (verb, arguments))
+            found.setdefault(verb, []).extend(map(json.loads, lines))
+        return found
+
+    def test_each_output_follows_the_schema_of_its_verb(self):
+        outputs = self.outputs()
+        self.assertEqual({f"{verb}.schema.json" for verb in outputs} | {"common.schema.json"}, set(SCHEMAS))
+        for verb, values in outputs.items():
+            name = f"{verb}.schema.json"
+            jsonschema.Draft202012Validator.check_schema(SCHEMAS[name])
+            validator = jsonschema.Draft202012Validator(bundled(SCHEMAS[name], name))
+            wrong = {}
+            for value in values:
+                errors = [error.message for error in validator.iter_errors(value)]
+                self.assertEqual(errors, [], (verb, value))
+                # One place of each kind is enough.
+                wrong.update({tuple(0 if isinstance(key, int) else key for key in path): (value, path)
+                              for path in leaves(value)})
+            for value, path in wrong.values():
+                self.assertFalse(validator.is_valid(with_wrong_type(value, path)), (verb, path))
+        self.assertTrue(any("error" in value for value in outputs["info"]))
+        self.assertTrue(any("error" in value for value in outputs["check"]))
+
+    def test_a_verb_has_json_and_a_schema_or_the_page_says_why_not(self):
+        page = (DOCS / "qzapp-json.md").read_text()
+        (without,) = re.findall(r"^\| (`.*`) \| none", page, re.M)
+        verbs = re.findall(r"^  ([a-z-]+) ", self.ok("--help").split("Verbs:\n")[1].split("\n\n")[0], re.M)
+        self.assertTrue(verbs)
+        for verb in verbs:
+            has_json = "--json" in self.ok(verb, "--help")
+            self.assertEqual((has_json, f"{verb}.schema.json" in SCHEMAS, f"`{verb}`" in without),
+                             (True, True, False) if has_json else (False, False, True), verb)

@@ -45,7 +45,9 @@ ordered_json screenshotChange(const AppPair& pair) {
 
 ordered_json partJson(const PartFacts* part) {
     if (part == nullptr) return nullptr;
-    return {{"contentType", part->contentType}, {"size", part->size}, {"sha256", part->sha256}};
+    return {{"contentType", part->contentType},
+            {"size", part->size},
+            {"sha256", part->error.empty() ? ordered_json(part->sha256) : nullptr}};
 }
 
 bool areSame(const PartFacts* a, const PartFacts* b) {

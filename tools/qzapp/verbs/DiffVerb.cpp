@@ -115,10 +115,12 @@ std::string partsText(const ordered_json& changes) {
             const ordered_json& part = change[side];
             if (part.is_null()) continue;
             text +=
-                line(sign, fmt::format("{}  {}  {}  sha256:{}",
-                                       visible(change["name"].get<std::string>()),
+                line(sign, fmt::format("{}  {}  {}  {}", visible(change["name"].get<std::string>()),
                                        typeText(part["contentType"].get<std::string>()),
-                                       byteCount(part["size"]), part["sha256"].get<std::string>()));
+                                       byteCount(part["size"]),
+                                       part["sha256"].is_null()
+                                           ? "unreadable"
+                                           : "sha256:" + part["sha256"].get<std::string>()));
         }
     }
     return text.empty() ? "" : "parts\n" + text;
