@@ -99,6 +99,7 @@ class Create(ToolTest):
              'create: --set needs a value: --set FIELD=VALUE; see "qzapp create --help"'),
             (["info", "--"], 'info: FILE is required; see "qzapp info --help"'),
             (["diff", "--", "a", "b", "c"], 'diff: unexpected argument "c"; see "qzapp diff --help"'),
+            (["diff", "a", "--", "b", "-c"], 'diff: unexpected argument "-c"; see "qzapp diff --help"'),
             (["--threads", "2", "info", "c.k"], '"--threads" stands before the verb; put it behind "info"'),
             (["--", "info"], f'expected a verb, one of {VERBS}; see "qzapp --help"'),
             (["check", "--", "c.k", "--json"], 'check: "--json" stands behind "--", so it is taken for a file, and there '
@@ -115,6 +116,15 @@ class Create(ToolTest):
         for args, message in rows:
             self.fails(2, message, *args)
         self.assertEqual(self.names(), ["c.k"])
+
+    def test_what_stands_behind_two_dashes_is_a_file(self):
+        names = ["a.kvpkg", "-b.kvpkg", "--json.kvpkg", "[c].kvpkg"]
+        self.small("a.kvpkg")
+        for name in names[1:]:
+            self.write(name, self.read("a.kvpkg"))
+        for before in range(2):
+            self.assertEqual(self.ok("info", "--field", "AppType", *names[:before], "--", *names[before:]),
+                             "Standard\n" * 4)
 
     def test_help_and_version(self):
         self.assertRegex(self.ok("--version"), r"^qzapp \d+\.\d+\.\d+\nVerbs that read are .*\n$")

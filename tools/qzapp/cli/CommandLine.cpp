@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <memory>
 #include <new>
+#include <span>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -75,8 +76,10 @@ bool looksLikeOption(std::string_view argument) {
 
 // CLI11 takes a value of a list option that begins with "[" and ends with "]" for a list in that
 // notation: it would read "[a,b]" as two file names. A zero byte at its end, which no argument can
-// have by itself, makes it an ordinary value. It is removed before anything else sees the value.
-constexpr char kNoList = '\0';
+// have by itself, makes it an ordinary value. One at its front makes it a value that is no option, for
+// what stands behind "--", because CLI11 refuses a "--" behind the first name. The bytes are removed
+// before anything else sees the value.
+constexpr char kMark = '\0';
 
 using Arguments = std::vector<std::string>;
 
@@ -92,14 +95,20 @@ Arguments argumentsOf(int argc, const char* const* argv) {
 // As CLI11 parses them: in reverse order.
 Arguments marked(Arguments arguments) {
     for (std::string& argument : arguments) {
-        if (argument.ends_with(']')) argument += kNoList;
+        if (argument.ends_with(']')) argument += kMark;
+    }
+    const auto end = std::ranges::find(arguments, "--");
+    if (end != arguments.end() && end != arguments.begin()) {
+        for (std::string& name : std::span(end + 1, arguments.end()))
+            name.insert(0, 1, kMark);
+        arguments.erase(end);
     }
     std::ranges::reverse(arguments);
     return arguments;
 }
 
 std::string withoutMarks(std::string text) {
-    std::erase(text, kNoList);
+    std::erase(text, kMark);
     return text;
 }
 
