@@ -29,7 +29,8 @@ struct FileName {
     // all that open it by name read this very file, even if another one has taken its place. Null
     // for a file to be written.
     std::shared_ptr<const HeldFile> held = {};
-    bool isStandardInput = false;  // if so, no other command can read it again
+    // Standard input, or what goes to standard output: no other command can name it.
+    bool isStream = false;
 
     const foundation::ustring& native() const noexcept { return path.native(); }
     // The name as the system takes it; empty if it cannot be expressed (see fl::filesystem::path).

@@ -106,7 +106,8 @@ FileName hold(const FileName& file) {
     return about(file, [&] {
         const auto stamp = opened.stamp();
         const auto held = std::make_shared<HeldFile>(HeldFile{std::move(opened), stamp});
-        return FileName{file.shown, held->file.privateName(file.path.filename()), held};
+        return FileName{file.shown, held->file.privateName(file.path.filename()), held,
+                        file.isStream};
     });
 }
 

@@ -36,6 +36,12 @@ FileDescriptor makeScratchFile(const std::string& shown) {
     return file;
 }
 
+FileDescriptor openScratchPlace(const std::string& shown) {
+    FileDescriptor place(::open(temporaryFolder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!place) throwNotKept(shown, std::generic_category().message(errno));
+    return place;
+}
+
 void throwNotKept(const std::string& shown, const std::string& reason) {
     throw Error(shown,
                 fmt::format("cannot be kept in {} ({}); name a folder with room in TMPDIR",

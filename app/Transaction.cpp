@@ -66,8 +66,10 @@ void Transaction::createFolder() {
     if (!directory_) throwNoFile(errno);
     folder_.emplace(directory_, 0700);
     workingName_ = "working" + extensionOf(saveTarget_->resolved());
-    working_ = {target_.shown, fl::filesystem::path::fromBytes(
-                                   fmt::format("{}/{}", nameOfFolder(name), workingName_))};
+    working_ = {
+        target_.shown,
+        fl::filesystem::path::fromBytes(fmt::format("{}/{}", nameOfFolder(name), workingName_)),
+        nullptr, target_.isStream};
 }
 
 // Names the folder through its descriptor, so that no other folder or link can take its place while

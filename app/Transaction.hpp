@@ -28,6 +28,8 @@ public:
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
 
+    // The target as it was when the transaction began, if it has ContentOfTarget.
+    fl::filesystem::FileStamp startStamp() const { return source_.stamp(); }
     // The file that commit() replaces, after all symbolic links have been followed.
     const fl::filesystem::path& resolvedTarget() const noexcept { return saveTarget_->resolved(); }
     // The file to work on; messages about it show the target's name.

@@ -115,7 +115,7 @@ FileName lowerCaseName(const FileName& file) {
 }
 
 FileName repairedName(const FileName& file) {
-    if (file.isStandardInput) return {"OUT", {}};
+    if (file.isStream) return {"OUT", {}};
     const std::string& name = file.shown;
     const std::size_t folder = name.rfind('/') + 1;  // 0 when there is none
     const std::size_t dot = name.find_last_of('.');

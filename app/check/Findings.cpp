@@ -119,7 +119,7 @@ Finding unreadFinding(const std::string& reason) {
 }
 
 std::string shellWord(const FileName& file) {
-    if (file.isStandardInput) return "FILE";
+    if (file.isStream) return "FILE";
     // A word that begins with "-" would be taken as an option.
     std::string name = (file.shown.starts_with('-') ? "./" : "") + file.shown;
     if (name.find_first_not_of(kPlainInShell) == std::string::npos) return name;

@@ -195,6 +195,41 @@ class Create(ToolTest):
             self.fails(status, message, "edit", "a.kvpkg", *args, input=given)
         self.assertEqual((self.read("a.kvpkg"), self.names()), (before, names))
 
+    def test_a_new_package_may_go_to_standard_output(self):
+        self.write("c.k", "x = 1;\n")
+        model = self.write("m.kvd", os.urandom(1 << 20))
+        (self.dir / "tmp").mkdir()
+        epoch = {"SOURCE_DATE_EPOCH": "1000000000", "TMPDIR": "tmp"}
+        self.ok("create", "file.kvpkg", "--code", "c.k", "--model", model, env=epoch)
+        damaged = self.write("damaged.kvpkg", self.read("file.kvpkg")[:-100])
+        self.write("t.k", (EXAMPLE / "heatfield.k").read_bytes())
+        rows = [  # the verb, with what it says on standard error
+            ("", lambda out: ["create", out, "--code", "c.k", "--model", model]),
+            ("", lambda out: ["create", out, "--force", "--code", "c.k", "--model", model]),
+            ('note: KORVALRelease "R20.*\n', lambda out: ["convert", "t.k", out, "--model", model]),
+            ("wrote standard output: .* kept(.*\n)*", lambda out: ["check", "--repair", out, damaged]),
+            (r'\{"file":"damaged.kvpkg","out":"standard output",.*\n', lambda out: ["check", "--json", "--repair", out, damaged]),
+        ]
+        for said, command in rows:
+            with self.subTest(command=command("-")):
+                (self.dir / "want.kvpkg").unlink(missing_ok=True)
+                want = self.run_tool(*command("want.kvpkg"), env=epoch)
+                run = self.run_tool(*command("-"), env=epoch)
+                self.assertEqual((run.returncode, run.stdout), (want.returncode, self.read("want.kvpkg")))
+                self.assertRegex(run.stderr.decode(), rf"^{said}$")
+                self.assertNotIn("edit 'standard", run.stderr.decode())
+                with open("/dev/full", "wb") as full:
+                    self.fails_like(r"standard output: cannot be written \(No space left on device\)", *command("-"), env=epoch,
+                                    stdout=full)
+                status, text = self.on_terminal(*command("-"), env=epoch)
+                self.assertEqual((status, text), (1, "qzapp: standard output: a package is not text for a terminal; send it "
+                                                  "to a file or a program\n"))
+                for limit, folder in ("", "none"), ("-f 100", "tmp"):
+                    self.fails_like(rf"standard output: cannot be kept in {folder} \(.*\); name a folder with room in TMPDIR",
+                                    *command("-"), limit=limit, env={"TMPDIR": folder})
+                self.assertEqual(self.names("tmp"), [])
+        self.fails_like("bad: not valid UTF-8.*", "create", "-", "--code", self.write("bad", b"\xff"), "--model", model)
+
     def test_a_small_stack_is_enough(self):
         self.ok("create", "s.kvpkg", "--code", EXAMPLE / "code.k", "--model", EXAMPLE / "appModel.kvd",
                 "--metadata", EXAMPLE / "metadata.json", limit="-s 128")

@@ -28,8 +28,8 @@
 #include "app/check/Repair.hpp"
 #include "tools/qzapp/check/CheckReport.hpp"
 #include "tools/qzapp/check/FindingsSheet.hpp"
-#include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/ForEachApp.hpp"
+#include "tools/qzapp/cli/NewPackage.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/StandardInput.hpp"
@@ -138,34 +138,32 @@ std::string repairSheet(const FileName& out, const RepairReport& report, const F
     return text + sheetOf(out, result);
 }
 
-// The copy of an app needs an app's extension, because readers go by that.
-FileName outArgument(const FileName& file, const std::string& name) {
-    return isAppName(file) ? newPackageArgument(name) : fileArgument(name);
-}
-
 int repair(const CheckOptions& options) {
     if (options.files.size() != 1)
         throw UsageError("--repair", "takes one FILE; repair them one by one");
     const bool asJson = wantsJson(options, "--repair");
     const FileName file = appArgument(options.files[0]);
-    const FileName out = outArgument(file, *options.repair);
+    // The copy of an app needs an app's extension, because readers go by that.
+    const NewPackage copied(*options.repair,
+                            isAppName(file) ? NewPackage::Kind::App : NewPackage::Kind::Any);
     requireFile(file);
     if (isTextName(file)) {
         throw Error(file.shown,
                     "is a text app, which you repair in an editor; \"qzapp check\" says where");
     }
-    requireAbsent(out, options.force);
-    requireNoInput(out, {file});
+    copied.requireFree(options.force, {file});
     // Once OUT is written, nothing is left to do that could fail but the printing.
     std::string text;
     int status = kDone;
-    repairPackage(file, out, [&](const RepairReport& done, const FileName& copy) {
-        const Findings result = checkFile(copy);
-        text =
-            asJson ? jsonLine(repairJson(file, out, done, result)) : repairSheet(out, done, result);
-        status = statusOf(result, options);
+    copied.make([&](const FileName& out) {
+        repairPackage(file, out, [&](const RepairReport& done, const FileName& copy) {
+            const Findings result = checkFile(copy);
+            text = asJson ? jsonLine(repairJson(file, out, done, result))
+                          : repairSheet(out, done, result);
+            status = statusOf(result, options);
+        });
     });
-    printReport(out, text);
+    copied.deliver("", text);
     return status;
 }
 
@@ -239,7 +237,7 @@ Action declareCheck(CLI::App& command) {
     command
         .add_option("--repair", options->repair,
                     "Write to OUT, as a clean package, what can still be read of FILE;\n"
-                    "once that is checked")
+                    "once that is checked; \"-\" is standard output")
         ->type_name("OUT");
     command.add_flag("--force", options->force, "Replace OUT if it exists");
     command.add_flag("--rules", options->rules, "List the rules and do nothing else");

@@ -20,6 +20,8 @@ FileName fileArgument(const std::string& value);
 
 // The metadata field of this name, which `option` gives.
 Field fieldArgument(const std::string& option, const std::string& name);
+// How the value of a field can be given, for the help of a verb: a paragraph.
+std::string valueHelp();
 // The names of all fields, for the help of a verb: paragraphs with a blank line before each.
 std::string fieldHelp();
 

@@ -94,7 +94,7 @@ Opened openNow(const std::string& name) {
 // Takes the file's stamp anew: what was written to it before its turn does no harm.
 FileName heldAnew(const Opened& opened) {
     if (opened.failure) std::rethrow_exception(opened.failure);
-    return opened.file->isStandardInput ? *opened.file : hold(*opened.file);
+    return opened.file->isStream ? *opened.file : hold(*opened.file);
 }
 
 // Opens the named files, and confines this process to them and what is in the named folders. Standard

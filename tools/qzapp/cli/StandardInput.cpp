@@ -1,5 +1,6 @@
 #include "tools/qzapp/cli/StandardInput.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <fl/FileDescriptor.hpp>
@@ -15,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <system_error>
 #include <utility>
 
@@ -37,11 +39,17 @@ constexpr std::size_t kReadBytes = std::size_t{256} << 10;
 // of the two it is, unless the zip file has more than that in front of its first record.
 constexpr std::size_t kSniffedBytes = 4096;
 
-std::size_t readSome(std::span<std::byte> buffer) {
+// What can be read only once, from its start to its end: standard input or a pipe.
+struct Stream {
+    int descriptor;
+    std::string shown;
+};
+
+std::size_t readSome(const Stream& stream, std::span<std::byte> buffer) {
     const auto count = fl::filesystem::retryInterrupted(
-        [&] { return ::read(STDIN_FILENO, buffer.data(), buffer.size()); });
+        [&] { return ::read(stream.descriptor, buffer.data(), buffer.size()); });
     if (count >= 0) return static_cast<std::size_t>(count);
-    throw Error(kName, "cannot be read (" + std::generic_category().message(errno) + ")");
+    throw Error(stream.shown, "cannot be read (" + std::generic_category().message(errno) + ")");
 }
 
 std::optional<fl::filesystem::FileStamp> originalOfStandardInput() {
@@ -50,27 +58,48 @@ std::optional<fl::filesystem::FileStamp> originalOfStandardInput() {
     return fl::filesystem::stampOf(status);
 }
 
-std::shared_ptr<const HeldFile> keepStandardInput() {
-    FileDescriptor file = makeScratchFile(kName);
+// Copies the stream to a nameless file. Throws if there is nothing in it, because then the program
+// that should have filled it has failed.
+std::shared_ptr<const HeldFile> keep(const Stream& stream,
+                                     std::optional<fl::filesystem::FileStamp> original = {}) {
+    FileDescriptor file = makeScratchFile(stream.shown);
     std::vector<std::byte> buffer(kReadBytes);
     std::uint64_t size = 0;
-    while (const std::size_t count = readSome(buffer)) {
+    while (const std::size_t count = readSome(stream, buffer)) {
         try {
             file.writeAt(std::span(buffer).first(count), size);
         } catch (const std::system_error& e) {
-            throwNotKept(kName, e.code().message());
+            throwNotKept(stream.shown, e.code().message());
         }
         size += count;
     }
-    if (size == 0) throw Error(kName, "is empty; check the program that writes to it");
+    if (size == 0) throw Error(stream.shown, "is empty; check the program that writes to it");
     const auto stamp = file.stamp();
-    return std::make_shared<HeldFile>(HeldFile{std::move(file), stamp, originalOfStandardInput()});
+    return std::make_shared<HeldFile>(HeldFile{std::move(file), stamp, original});
 }
 
 // Standard input can be read only once, so the first call copies it and all calls return that copy.
 FileName keptInput(const foundation::ustring& filename) {
-    static const foundation::Immortal<std::shared_ptr<const HeldFile>> kept(keepStandardInput());
+    static const foundation::Immortal<std::shared_ptr<const HeldFile>> kept(
+        keep({STDIN_FILENO, kName}, originalOfStandardInput()));
     return {kName, (*kept)->file.privateName(filename), *kept, true};
+}
+
+// Waits for a program to write to the pipe. Returns nothing if `file` is not a pipe.
+std::optional<FileName> keptPipe(const FileName& file) {
+    struct stat status {};
+    if (::stat(file.bytes().c_str(), &status) != 0 || !S_ISFIFO(status.st_mode))
+        return std::nullopt;
+    const FileDescriptor pipe(fl::filesystem::retryInterrupted(
+        [&] { return ::open(file.bytes().c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY); }));
+    if (!pipe) {
+        throw Error(file.shown, "cannot be opened (" + std::generic_category().message(errno) + ")",
+                    Error::Cause::Passing);
+    }
+    // Something else may have taken the pipe's place in between.
+    if (::fstat(pipe.get(), &status) != 0 || !S_ISFIFO(status.st_mode)) return std::nullopt;
+    const auto kept = keep({pipe.get(), file.shown});
+    return FileName{file.shown, kept->file.privateName(file.path.filename()), kept};
 }
 
 bool looksPackaged(const FileName& input) {
@@ -83,6 +112,13 @@ bool looksPackaged(const FileName& input) {
 
 FileName inputArgument(const std::string& value) {
     return value == kStandardStream ? keptInput(u"input") : hold(fileArgument(value));
+}
+
+FileName contentArgument(const std::string& value) {
+    if (value != kStandardStream) {
+        if (auto pipe = keptPipe(fileArgument(value))) return *std::move(pipe);
+    }
+    return inputArgument(value);
 }
 
 FileName appArgument(const std::string& value) {

@@ -19,6 +19,11 @@ inline constexpr const char* kStandardInputName = "standard input";
 // it has failed.
 FileName inputArgument(const std::string& value);
 
+// Like inputArgument(), for content of an app, which may also come from a pipe: a FIFO, or "/dev/fd/N",
+// which shells put in the place of "<(COMMAND)". It is copied like standard input, so several of them can
+// be read, each once.
+FileName contentArgument(const std::string& value);
+
 // Like inputArgument(), for an app. Readers recognise the form of an app by its extension, so
 // standard input gets one: ".kvpkg" if there is a zero byte near its start, as in any zip file,
 // otherwise ".k".

@@ -24,8 +24,7 @@
 #include "app/Packaging.hpp"
 #include "app/ScreenshotFormats.hpp"
 #include "app/VisibleText.hpp"
-#include "tools/qzapp/cli/Arguments.hpp"
-#include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/NewPackage.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/StandardInput.hpp"
 #include "tools/qzapp/verbs/Verbs.hpp"
@@ -95,19 +94,18 @@ Conversion convertText(const FileName& in) {
 }
 
 int convert(const ConvertOptions& options) {
-    const FileName out = newPackageArgument(options.out);
+    const NewPackage out(options.out, NewPackage::Kind::App);
     requireOneStandardInput({options.in, options.model});
     const FileName in = appArgument(options.in);
     requireForm(in, Form::Text);
     Conversion conversion = convertText(in);
-    conversion.content.model = inputArgument(options.model);
-    requireAbsent(out, options.force);
-    requireNoInput(out, {in, *conversion.content.model});
-    createPackage(out, conversion.content);
-    std::string text = fmt::format("wrote {}\n", visible(out.shown));
+    conversion.content.model = contentArgument(options.model);
+    out.requireFree(options.force, {in, *conversion.content.model});
+    out.make([&](const FileName& file) { createPackage(file, conversion.content); });
+    std::string notes;
     for (const std::string& loss : conversion.losses)
-        text += "note: " + loss + "\n";
-    printReport(out, text);
+        notes += "note: " + loss + "\n";
+    out.deliver(fmt::format("wrote {}\n", visible(out.shown())), notes);
     return kDone;
 }
 
@@ -116,12 +114,15 @@ int convert(const ConvertOptions& options) {
 Action declareConvert(CLI::App& command) {
     const auto options = std::make_shared<ConvertOptions>();
     command.add_option("IN.k", options->in, "The text app, or \"-\"")->required()->type_name("");
-    command.add_option("OUT.kvpkg", options->out, "The packaged app to make")
+    command
+        .add_option("OUT.kvpkg", options->out,
+                    "The packaged app to make, or \"-\", standard output")
         ->required()
         ->type_name("");
     command
         .add_option("--model", options->model,
-                    "Binary app model, which a text app does not have, or \"-\"")
+                    "Binary app model, which a text app does not have: a file, a pipe\n"
+                    "or \"-\"")
         ->required()
         ->type_name("FILE");
     command.add_flag("--force", options->force, "Replace OUT.kvpkg if it exists");

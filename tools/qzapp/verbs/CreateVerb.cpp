@@ -10,7 +10,7 @@
 #include "app/VisibleText.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/ContentOptions.hpp"
-#include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/NewPackage.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/verbs/Verbs.hpp"
 
@@ -24,12 +24,11 @@ struct CreateOptions {
 };
 
 int create(const CreateOptions& options) {
-    const FileName out = newPackageArgument(options.out);
+    const NewPackage out(options.out, NewPackage::Kind::App);
     const Content content = loadContent(options.content);
-    requireAbsent(out, options.force);
-    requireNoInput(out, content.sources);
-    createPackage(out, content);
-    printReport(out, fmt::format("wrote {}\n", visible(out.shown)));
+    out.requireFree(options.force, content.sources);
+    out.make([&](const FileName& file) { createPackage(file, content); });
+    out.deliver(fmt::format("wrote {}\n", visible(out.shown())));
     return kDone;
 }
 
@@ -37,18 +36,21 @@ int create(const CreateOptions& options) {
 
 Action declareCreate(CLI::App& command) {
     const auto options = std::make_shared<CreateOptions>();
-    command.add_option("OUT.kvpkg", options->out, "The file to make")->required()->type_name("");
+    command.add_option("OUT.kvpkg", options->out, "The file to make, or \"-\", standard output")
+        ->required()
+        ->type_name("");
     addContentOptions(command, options->content, true);
     command.add_flag("--force", options->force, "Replace OUT.kvpkg if it exists");
     command.footer(
         "Fields that are not given get their defaults. If the exit status is 1 or 2, nothing was\n"
-        "written. One of code, model and metadata may be \"-\", standard input.\n" +
-        fieldHelp() +
+        "written. Repeat --set for the items of a list.\n" +
+        valueHelp() + fieldHelp() +
         "\n\n"
         "Example:\n"
         "  qzapp create atlas.kvpkg --code atlas.k --model atlas.kvd --set Name=Atlas \\\n"
         "      --screenshot atlas.png \\\n"
-        "      --set RequiredProducts=Core --set RequiredProducts=Signals");
+        "      --set RequiredProducts=Core --set RequiredProducts=Signals\n"
+        "  make-model | qzapp create - --code atlas.k --model - --set Summary=@about.txt > a.kvpkg");
     return [options] { return create(*options); };
 }
 

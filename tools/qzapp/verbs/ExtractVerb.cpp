@@ -251,7 +251,7 @@ Plan planFor(const FileName& file, const Selection& selection) {
 // extension.
 FileName directoryFor(const FileName& file, const ExtractOptions& options) {
     if (options.directory) return fileArgument(*options.directory);
-    if (file.isStandardInput)
+    if (file.isStream)
         throw UsageError(file.shown, "gives no name for the folder; name one with -o");
     const std::string name = file.shown.substr(0, file.shown.rfind('.'));
     const std::string last = name.substr(name.rfind('/') + 1);  // all of it when there is no slash

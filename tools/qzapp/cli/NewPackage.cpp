@@ -1,0 +1,83 @@
+#include "tools/qzapp/cli/NewPackage.hpp"
+
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "app/Error.hpp"
+#include "app/InputFiles.hpp"
+#include "app/ScratchFile.hpp"
+#include "tools/qzapp/cli/Arguments.hpp"
+#include "tools/qzapp/cli/ErrorStream.hpp"
+#include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/StandardInput.hpp"
+#include "tools/qzapp/cli/TerminalText.hpp"
+
+namespace qzapp {
+namespace {
+
+constexpr const char* kOutput = "standard output";
+
+void send(const FileName& file) {
+    readToEnd(file, [](std::span<const std::byte> bytes) {
+        print({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    });
+}
+
+}  // namespace
+
+NewPackage::NewPackage(const std::string& value, Kind kind) {
+    if (value != kStandardStream) {
+        file_ = kind == Kind::App ? newPackageArgument(value) : fileArgument(value);
+        return;
+    }
+    if (outputIsTerminal()) {
+        throw Error(kOutput,
+                    "a package is not text for a terminal; send it to a file or a program");
+    }
+    place_ = openScratchPlace(kOutput);
+    try {
+        folder_.emplace(place_, 0700);
+    } catch (const std::system_error& e) {
+        throwNotKept(kOutput, e.code().message());
+    }
+    file_ = about({kOutput, {}}, [&] {
+        return FileName{kOutput,
+                        fl::filesystem::path::fromBytes(
+                            fmt::format("/proc/self/fd/{}/package{}", folder_->descriptor().get(),
+                                        kind == Kind::App ? ".kvpkg" : "")),
+                        nullptr, true};
+    });
+}
+
+void NewPackage::requireFree(bool force, const std::vector<FileName>& inputs) const {
+    if (isStandardOutput()) return;
+    requireAbsent(file_, force);
+    requireNoInput(file_, inputs);
+}
+
+void NewPackage::make(const std::function<void(const FileName&)>& write) const {
+    try {
+        write(file_);
+    } catch (const Error& e) {
+        // Not standard output is full, but the folder in which the package is made.
+        if (isStandardOutput() && e.isPassing() &&
+            e.what() == std::string(kOutput) + ": " + e.text()) {
+            throwNotKept(kOutput, e.text());
+        }
+        throw;
+    }
+}
+
+void NewPackage::deliver(std::string_view report, std::string_view notes) const {
+    if (!isStandardOutput()) return printReport(file_, std::string(report).append(notes));
+    send(file_);
+    writeMessage(notes);
+}
+
+}  // namespace qzapp
