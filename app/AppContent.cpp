@@ -52,6 +52,10 @@ std::unique_ptr<opc::InputStream> openModel(const FileName& file) {
     return withModel(file, [](const opc::model::Part& model) { return model.getInputStream(); });
 }
 
+std::uint64_t modelSize(const FileName& file) {
+    return withModel(file, [](const opc::model::Part& model) { return model.size(); });
+}
+
 opc::model::PartName modelName(const FileName& file) {
     return withModel(file, [](const opc::model::Part& model) { return model.getName(); });
 }

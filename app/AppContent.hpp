@@ -3,6 +3,7 @@
 #include <opc/PartName.hpp>
 #include <opc/Streams.hpp>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -20,6 +21,9 @@ std::string readCode(const FileName& file);
 // The model of a packaged app, to be read once from start to end. The stream keeps the file open by
 // itself. If size or checksum are wrong, reading throws before it hands out the last bytes.
 std::unique_ptr<opc::InputStream> openModel(const FileName& file);
+
+// The size of that model.
+std::uint64_t modelSize(const FileName& file);
 
 // The name of the part that holds the model of a packaged app.
 opc::model::PartName modelName(const FileName& file);

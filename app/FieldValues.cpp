@@ -4,9 +4,13 @@
 #include <fmt/ranges.h>
 #include <boost/optional.hpp>
 #include <boost/variant.hpp>
+#include <fl/i18n.hpp>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <iterator>
+#include <utility>
 
 #include "app/Suggestion.hpp"
 #include "metadata/Fields.hpp"
@@ -62,6 +66,29 @@ std::string unknownField(std::string_view name) {
     return fmt::format(
         "unknown metadata field \"{}\"{}", name,
         didYouMean(name, names, fmt::format("; the fields are {}", fmt::join(names, ", "))));
+}
+
+EditedList edited(Field field, List items, const ListEdit& edit) {
+    EditedList result{std::move(items), {}};
+    for (const ustring& item : edit.removed) {
+        if (std::erase(result.items, item) > 0) continue;
+        const std::string shown = fl::i18n::to_display(item);
+        std::vector<std::string> present;
+        std::ranges::transform(result.items, std::back_inserter(present),
+                               [](const ustring& text) { return fl::i18n::to_display(text); });
+        result.notes.push_back(fmt::format(
+            "{} does not hold \"{}\"{}", nameOf(field), shown,
+            didYouMean(shown, std::vector<std::string_view>(present.begin(), present.end()), "")));
+    }
+    for (const ustring& item : edit.added) {
+        if (std::ranges::find(result.items, item) == result.items.end()) {
+            result.items.push_back(item);
+        } else {
+            result.notes.push_back(
+                fmt::format("{} already holds \"{}\"", nameOf(field), fl::i18n::to_display(item)));
+        }
+    }
+    return result;
 }
 
 FieldValue valueOf(const AppMetadata& record, Field field) {

@@ -22,6 +22,19 @@ using FieldValue = std::variant<ustring, List>;
 // Values for some of the fields. An edit leaves all other fields alone.
 using FieldValues = std::map<Field, FieldValue>;
 
+// Items to be added to and removed from a list, whatever else it holds.
+struct ListEdit {
+    List added, removed;
+};
+using ListEdits = std::map<Field, ListEdit>;
+// The list of a field after such an edit, and a note on each item that was there, or was not, already.
+struct EditedList {
+    List items;
+    std::vector<std::string> notes;
+};
+// Adds what `items` lacks at its end, and removes each item that equals one of those to be removed.
+EditedList edited(Field field, List items, const ListEdit& edit);
+
 // All fields, in the order of their enumerators, in which they are shown.
 std::span<const Field> allFields();
 const char* nameOf(Field field);

@@ -185,9 +185,9 @@ PackageFacts requireEditable(const FileName& file, Package& package, const Parts
     return facts;
 }
 
-bool removeScreenshot(Package& package) {
+void removeScreenshot(Package& package) {
     const auto screenshots = package.getRelationshipsByType(layout::app::kScreenshotRelationship);
-    if (screenshots.empty()) return false;
+    if (screenshots.empty()) return;
     const Relationship& link = screenshots[0];
     const auto thumbnails =
         package.getRelationshipsByType(PackageHelper::getThumbnailRelationshipType());
@@ -200,7 +200,6 @@ bool removeScreenshot(Package& package) {
                                                    PackageHelper::getThumbnailRelationshipType()});
     if (isOnlyScreenshot) package.deletePart(package.getTarget(link).getName());
     package.deleteRelationship(link.getID());
-    return true;
 }
 
 // "/metadata/appScreenshot.N.png" with the first N, from 1, that is free.
@@ -238,22 +237,21 @@ PartName setScreenshotBeside(Package& package, const appserialization::Screensho
     return name;
 }
 
-bool removeSignatures(Package& package) {
-    if (!signatures::isSigned(package)) return false;
-    signatures::remove(package);
-    return true;
+bool hasAny(const Package& package, const PartsToEdit& removed) {
+    return (removed.screenshot &&
+            !package.getRelationshipsByType(layout::app::kScreenshotRelationship).empty()) ||
+           (removed.signature && signatures::isSigned(package));
 }
 
-// Opens the package for editing, calls `work` with it, saves, and returns what `work` returned.
+// Opens the package for editing, calls `work` with it, and saves.
 template <class Work>
-auto editPackage(const FileName& file, Work work) {
-    return about(file, [&] {
+void editPackage(const FileName& file, Work work) {
+    about(file, [&] {
         const ZipPhysicalPackage zip(file.path, true);
         Package package(zip);
         package.open(OpenMode::Edit);
-        auto result = work(package);
+        work(package);
         package.close();
-        return result;
     });
 }
 
@@ -266,17 +264,22 @@ PackageFacts requireEditable(const FileName& file, const PartsToEdit& parts) {
 
 std::string setScreenshotBeside(const FileName& file,
                                 const appserialization::Screenshot& screenshot) {
-    return editPackage(file, [&](Package& package) {
-        return shownName(setScreenshotBeside(package, screenshot));
+    std::string name;
+    editPackage(file, [&](Package& package) {
+        name = shownName(setScreenshotBeside(package, screenshot));
     });
+    return name;
 }
 
-bool removeParts(const FileName& file, const PartsToEdit& parts) {
-    return editPackage(file, [&](Package& package) {
+bool hasAny(const FileName& file, const PartsToEdit& removed) {
+    return withPackage(file, [&](const Package& package) { return hasAny(package, removed); });
+}
+
+void removeParts(const FileName& file, const PartsToEdit& parts) {
+    editPackage(file, [&](Package& package) {
         requireEditable(file, package, parts);
-        const bool screenshot = parts.screenshot && removeScreenshot(package);
-        const bool signature = parts.signature && removeSignatures(package);
-        return screenshot || signature;
+        if (parts.screenshot) removeScreenshot(package);
+        if (parts.signature) signatures::remove(package);
     });
 }
 

@@ -46,8 +46,10 @@ PackageFacts requireEditable(const FileName& file, const PartsToEdit& parts);
 std::string setScreenshotBeside(const FileName& file,
                                 const appserialization::Screenshot& screenshot);
 
-// Removes the screenshot, the signatures or both with their relationships, and saves. Returns false
-// if there was nothing to remove. Throws as requireEditable() does.
-bool removeParts(const FileName& file, const PartsToEdit& parts);
+// Whether the package has any of the parts that an edit is to remove, the screenshot or signatures.
+bool hasAny(const FileName& file, const PartsToEdit& removed);
+// Removes the screenshot, the signatures or both with their relationships, and saves. Throws as
+// requireEditable() does.
+void removeParts(const FileName& file, const PartsToEdit& parts);
 
 }  // namespace qzapp

@@ -28,6 +28,15 @@ AppMetadata recordOf(const FieldValues& fields) {
     return record;
 }
 
+PartsToEdit partsIn(const Content& content) {
+    PartsToEdit parts{.code = content.code.has_value(),
+                      .model = content.model.has_value(),
+                      .metadata = content.hasMetadata(),
+                      .screenshot = content.screenshot.has_value()};
+    if (content.screenshot) parts.newFormat = content.screenshot->first;
+    return parts;
+}
+
 namespace {
 
 std::uint32_t checksumOf(const FileName& file) {
@@ -50,20 +59,20 @@ std::pair<std::uint32_t, std::uint64_t> modelIn(const FileName& file) {
 
 }  // namespace
 
-void writeParts(const FileName& file, AppFileWriter& writer, const Content& content) {
+void writeParts(const FileName& file, AppFileWriter& writer, const Content& content,
+                const PartsToEdit& parts) {
     // Code first: setting it saves whatever was set before, so a model set earlier would be written
     // twice.
-    if (content.code) writer.setKORVALCodeText(*content.code);
-    if (content.model) {
+    if (parts.code) writer.setKORVALCodeText(*content.code);
+    if (parts.model) {
         about(file, *content.model, [&] { writer.setAppModelFromFile(content.model->native()); });
     }
-    if (content.screenshot) {
+    if (parts.screenshot) {
         writer.setAppScreenshot(content.screenshot->second, content.screenshot->first);
     }
 }
 
 void requireModelArrived(const FileName& package, const Content& content) {
-    if (!content.model) return;
     const FileName& model = *content.model;
     const std::pair given(checksumOf(model), model.held->stamp.size);
     requireUnchanged(model);
@@ -77,11 +86,11 @@ void createPackage(const FileName& out, const Content& content) {
     const FileName& file = transaction.workingFile();
     about(file, [&] {
         AppFileWriter writer(file.native(), true);
-        writeParts(file, writer, content);
+        writeParts(file, writer, content, partsIn(content));
         writer.setAppMetadata(recordOf(content.fields));
         writer.close();
     });
-    requireModelArrived(file, content);
+    if (content.model) requireModelArrived(file, content);
     transaction.commit();
 }
 

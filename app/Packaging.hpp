@@ -6,10 +6,12 @@
 #include <foundation/ustring.hpp>
 
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
+#include "app/PackageParts.hpp"
 
 namespace qzapp {
 
@@ -20,20 +22,27 @@ struct Content {
     std::optional<FileName> model;
     std::optional<appserialization::Screenshot> screenshot;
     FieldValues fields;
+    // Those of `fields` that the user named one by one, and not as part of a whole record.
+    std::set<Field> named;
+    ListEdits listEdits;            // for an app that exists; made after `fields` are set
     std::vector<FileName> sources;  // all files that the content was read from, held open
 
-    bool empty() const { return !code && !model && !screenshot && fields.empty(); }
+    bool hasMetadata() const { return !fields.empty() || !listEdits.empty(); }
+    bool empty() const { return !code && !model && !screenshot && !hasMetadata(); }
 };
+
+// The parts that the content sets.
+PartsToEdit partsIn(const Content& content);
 
 // A record with these fields and no others.
 appserialization::AppMetadata recordOf(const FieldValues& fields);
 
-// Sets the code, model and screenshot that `content` has through `writer`, which was constructed on
-// `file`. The caller sets the metadata and closes the writer.
+// Sets those of the code, model and screenshot that are in `parts`, and that `content` must have, through
+// `writer`, which was constructed on `file`. The caller sets the metadata and closes the writer.
 void writeParts(const FileName& file, appserialization::AppFileWriter& writer,
-                const Content& content);
+                const Content& content, const PartsToEdit& parts);
 
-// Throws Error unless the model in the saved package has the size and checksum of the model's file
+// Throws Error unless the model in the saved package has the size and checksum of the content's model
 // and that file has not changed meanwhile. Needed because the library does not report an error if
 // it cannot open the model's file: the package then has its old model, or an empty one.
 void requireModelArrived(const FileName& package, const Content& content);

@@ -1,5 +1,6 @@
 #include "app/ScreenshotFormats.hpp"
 
+#include <fmt/format.h>
 #include <fl/i18n.hpp>
 
 #include <algorithm>
@@ -30,13 +31,24 @@ bool isPackagedFormat(ustring_view format) {
     return packagedType(format) != nullptr;
 }
 
-ustring screenshotFormatOf(const FileName& image) {
+ustring screenshotFormatOf(const FileName& image, std::string_view bytes) {
     const ustring name = image.path.filename();
     const std::size_t dot = name.rfind(u'.');
     ustring format = dot == ustring::npos ? ustring() : name.substr(dot + 1);
     if (isPackagedFormat(format)) return format;
-    throw Error(image.shown, "expected an image whose name ends in " + packagedFormats(".") +
-                                 "; convert it first");
+    const opc::ImageType* const type = opc::imageTypeOf(bytes);
+    if (type != nullptr) format = fl::i18n::utf8_to_ustring(type->format);
+    if (isPackagedFormat(format)) return format;
+    if (type != nullptr) {
+        throw Error(image.shown, fmt::format("is {}, and a packaged app holds {}; convert it first",
+                                             type->name, packagedFormats()));
+    }
+    throw Error(
+        image.shown,
+        fmt::format(
+            "neither its name nor its first bytes are those of an image in one of the formats "
+            "{}; convert it first",
+            packagedFormats("", " and ")));
 }
 
 std::string packagedFormats(std::string_view before, std::string_view lastly) {

@@ -109,7 +109,7 @@ void checkBehindEnd(const PackageView& package, Findings& findings) {
 FileName lowerCaseName(const FileName& file) {
     const std::string extension = shownExtension(Form::Packaged);
     std::string name = file.shown;
-    if (!isAppName(file) || file.isStandardInput) return file;
+    if (!isAppName(file) || file.isStream) return file;
     name.replace(name.size() - extension.size(), extension.size(), extension);
     return {name, {}};
 }

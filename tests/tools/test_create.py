@@ -138,12 +138,17 @@ class Create(ToolTest):
     def test_bad_inputs_leave_nothing_behind(self):
         self.write("c.k", "x")
         self.write("bad.k", b"line\nab\xe2\x82")
-        os.mkfifo(self.dir / "fifo")
+        self.write("s", b"RIFF\0\0\0\0WEBP")
+        (self.dir / "d").mkdir()
         before = self.names()
         rows = [
             ("--code", "no.k", "no.k: there is no such file; check the name"),
             ("--code", "bad.k", "bad.k: not valid UTF-8 at byte 7 (line 2, column 3); save it as UTF-8"),
-            ("--model", "fifo", "fifo: is not a regular file; copy its content into one"),
+            ("--model", "d", "d: is a directory; give the name of a file"),
+            ("--model", "/dev/zero", "/dev/zero: is not a regular file; copy its content into one"),
+            ("--screenshot", "c.k", "c.k: neither its name nor its first bytes are those of an image in one of the formats "
+             "png, jpg, jpeg and gif; convert it first"),
+            ("--screenshot", "s", "s: is a WebP image, and a packaged app holds png, jpg, jpeg or gif; convert it first"),
         ]
         for option, value, message in rows:
             args = {"--code": "c.k", "--model": "c.k", option: value}
@@ -194,6 +199,44 @@ class Create(ToolTest):
         for status, message, args, given in rows:
             self.fails(status, message, "edit", "a.kvpkg", *args, input=given)
         self.assertEqual((self.read("a.kvpkg"), self.names()), (before, names))
+
+    def test_content_may_come_from_pipes(self):
+        model = os.urandom(3 << 20)
+        gif = b"GIF89a" + bytes(100)
+        self.write("m", model)
+        self.write("s", gif)
+        (self.dir / "sent.gif").write_bytes(gif)
+        os.mkfifo(self.dir / "fifo")
+        os.mkfifo(self.dir / "shot.JPG")
+        command = """cat m > fifo & cat s > shot.JPG &
+            "$0" create a.kvpkg --code <(echo 'x = 1;') --model fifo --metadata <(echo '{"Name": "N"}') --set \
+            Summary=@<(echo S) --screenshot <(cat s) && "$0" edit a.kvpkg --screenshot shot.JPG && wait"""
+        run = subprocess.run(["bash", "-c", command, TOOL], cwd=self.dir, capture_output=True, timeout=60)
+        self.assertEqual((run.stdout, run.stderr), (b"wrote a.kvpkg\nedited a.kvpkg\n", b""))
+        got = self.metadata("a.kvpkg")
+        self.assertEqual((got["Name"], got["Summary"]), ("N", "S"))
+        self.assertEqual(self.extracted("a.kvpkg", "code"), b"x = 1;\n")
+        self.assertEqual(self.extracted("a.kvpkg", "model"), model)
+        self.assertEqual(self.json("info", "a.kvpkg")["screenshot"], {"format": "jpg", "bytes": len(gif)})
+        self.ok("edit", "a.kvpkg", "--screenshot", "-", input=gif)
+        self.assertEqual(self.json("info", "a.kvpkg")["screenshot"]["format"], "gif")
+        before = self.read("a.kvpkg")
+        for command, message in [
+            ('"$0" edit a.kvpkg --model <(true)', r"/dev/fd/\d+: is empty; check the program that writes to it"),
+            ('TMPDIR=none "$0" edit a.kvpkg --model <(cat m)',
+             r"/dev/fd/\d+: cannot be kept in none \(.*\); name a folder with room in TMPDIR"),
+            ('ulimit -f 1024; "$0" edit a.kvpkg --model <(cat m)',  # in blocks of 1024 bytes
+             r"/dev/fd/\d+: cannot be kept in .* \(File too large\); name a folder with room in TMPDIR"),
+        ]:
+            run = subprocess.run(["bash", "-c", command, TOOL], cwd=self.dir, capture_output=True, timeout=60)
+            self.assertEqual((run.returncode, run.stdout), (1, b""))
+            self.assertRegex(run.stderr.decode(), f"^qzapp: {message}\n$")
+        self.assertEqual(self.read("a.kvpkg"), before)
+
+    def test_a_pipe_is_kept_on_disk_and_not_in_memory(self):
+        self.small("a.kvpkg")
+        command = 'ulimit -v 600000; "$0" edit --threads 1 a.kvpkg --model <(head -c 700M /dev/zero)'
+        subprocess.run(["bash", "-c", command, TOOL], cwd=self.dir, check=True, capture_output=True, timeout=120)
 
     def test_a_new_package_may_go_to_standard_output(self):
         self.write("c.k", "x = 1;\n")

@@ -64,6 +64,170 @@ class Edit(ToolTest):
                          "a.kvpkg: has no screenshot; nothing changed\n")
         self.assertEqual(self.read("a.kvpkg"), before)
 
+    def test_an_edit_that_changes_nothing_leaves_the_file_alone(self):
+        self.create("a.kvpkg", "--set", "RequiredProducts=1", "--set", "RequiredProducts=2", "--set",
+                    "KORVALRelease=R2020a")
+        self.small("default.kvpkg")  # its Version is one that readers assume
+        self.ok("extract", "a.kvpkg", "-o", "out")
+        self.ok("extract", "default.kvpkg", "-o", "default", "--only", "metadata")
+        (self.dir / "out/code.k").write_bytes((EXAMPLE / "code.k").read_bytes())
+        record = self.metadata("a.kvpkg")
+        rows = [
+            ("a", ["--code", "out/code.k"]), ("a", ["--model", "out/appModel.kvd"]),
+            ("a", ["--screenshot", "out/screenshot.png"]),
+            ("a", [word for field in ("Name", "Description", "AppType", "Version")
+                   for word in ("--set", f"{field}={record[field]}")]),
+            ("a", ["--set", "RequiredProducts=1", "--set", "RequiredProducts=2"]),
+            ("a", ["--set", "KORVALRelease=R2020a"]),  # it is there as legacy information
+            ("default", ["--metadata", "default/metadata.json"]), ("default", ["--clear", "Author"]),
+            ("default", ["--clear", "KORVALRelease"]), ("default", ["--set", "AppType=Standard"]),
+            ("a", ["--set", "KORVALRelease=R2020a", "--code", "out/code.k", "--model", "out/appModel.kvd", "--screenshot",
+                   "out/screenshot.png"]),
+        ]
+        for name, args in rows:
+            with self.subTest(name=name, args=args):
+                path = self.dir / f"{name}.kvpkg"
+                before, folder = path.stat(), self.dir.stat()
+                self.assertEqual(self.ok("edit", path.name, *args), f"{path.name}: is already as asked; nothing changed\n")
+                after = path.stat()
+                for each in "st_ino", "st_mtime_ns", "st_ctime_ns":
+                    self.assertEqual(getattr(after, each), getattr(before, each))
+                self.assertEqual(self.dir.stat().st_mtime_ns, folder.st_mtime_ns)
+        self.assertEqual(self.ok("edit", "default.kvpkg", "--remove-screenshot", "--drop-signature", "--clear", "Name"),
+                         "default.kvpkg: has neither a screenshot nor a signature, and is already as asked; nothing changed\n")
+
+    def test_an_edit_that_changes_little_is_made(self):
+        self.create("a.kvpkg", "--set", "RequiredProducts=1", "--set", "RequiredProducts=2", "--set",
+                    "KORVALRelease=R2020a")
+        host = self.metadata("a.kvpkg")["KORVALRelease"]
+        code, model, shot = ((EXAMPLE / name).read_bytes() for name in ("code.k", "appModel.kvd", "screenshot.png"))
+        large = os.urandom(600_000)
+        self.write("large.kvd", large)
+        self.ok("edit", "a.kvpkg", "--model", "large.kvd")
+        before = self.read("a.kvpkg")
+
+        def parts():
+            return self.json("parts", "a.kvpkg")["coreProperties"]
+        rows = [
+            (["--code", self.write("c.k", code + b"\n")], lambda: self.extracted("a.kvpkg", "code") == code + b"\n"),
+            *((["--model", self.write(f"{number}.kvd", other)],
+               lambda other=other: self.extracted("a.kvpkg", "model") == other)
+              for number, other in enumerate((large[:-1] + bytes([large[-1] ^ 1]), large + b"x", large[:-1]))),
+            (["--screenshot", self.write("s.png", shot[:-1] + b"x")],
+             lambda: self.extracted("a.kvpkg", "screenshot") == shot[:-1] + b"x"),
+            (["--screenshot", self.write("s.jpg", shot)],
+             lambda: self.json("info", "a.kvpkg")["screenshot"]["format"] == "jpg"),
+            (["--set", "RequiredProducts=2", "--set", "RequiredProducts=1"],
+             lambda: self.metadata("a.kvpkg")["RequiredProducts"] == ["2", "1"]),
+            (["--set", f"KORVALRelease={host}"], lambda: parts()["KORVALReleaseInfo"] == host),
+            (["--clear", "KORVALRelease"], lambda: parts()["KORVALReleaseInfo"] == host),
+            (["--set", "KORVALRelease=R2020a", "--set", "Name=N", "--code", EXAMPLE / "code.k"],
+             lambda: parts()["KORVALReleaseInfo"] == "R2020a (legacy)" and self.metadata("a.kvpkg")["Name"] == "N"),
+        ]
+        for args, is_made in rows:
+            with self.subTest(args=args):
+                self.write("a.kvpkg", before)
+                self.assertRegex(self.ok("edit", "a.kvpkg", *args), r"^edited a\.kvpkg\n")
+                self.assertTrue(is_made())
+        # What cannot be read is not there, whatever its size.
+        self.write("a.kvpkg", before)
+        self.flip("a.kvpkg", "bad.kvpkg", MODEL_PART)
+        self.ok("edit", "bad.kvpkg", "--model", "large.kvd")
+        self.assertEqual(self.extracted("bad.kvpkg", "model"), large)
+
+    def test_a_named_default_becomes_a_value(self):
+        self.small("a.kvpkg")
+        self.rewrite("a.kvpkg", "b.kvpkg", replacing(METADATA_PART, "<AppType>Standard</AppType>", ""))
+        for assignment in "AppType=Standard", "Version=1.0":
+            self.assertEqual(self.ok("edit", "b.kvpkg", "--set", assignment), "edited b.kvpkg\n")
+            self.assertIn("nothing changed", self.ok("edit", "b.kvpkg", "--set", assignment))
+        self.assertIn(b"<AppType>Standard</AppType>", self.items("b.kvpkg")[METADATA_PART])
+        self.assertEqual(self.json("parts", "b.kvpkg")["coreProperties"]["version"], "1.0")
+
+    def test_items_of_lists(self):
+        self.small("a.kvpkg", *(word for n in "xyx" for word in ("--set", f"RequiredProducts={n}")))
+        self.write("items", "u\r\n\nv w\nx")
+        already, absent = 'a.kvpkg: RequiredProducts already holds "y"\n', 'a.kvpkg: RequiredProducts does not hold '
+        rows = [
+            (["--add", "requiredproducts=z", "--add", "RequiredProducts=y"], "edited a.kvpkg\n" + already, ["x", "y", "x", "z"]),
+            (["--add", "RequiredProducts=y"], "a.kvpkg: is already as asked; nothing changed\n" + already,
+             ["x", "y", "x", "z"]),
+            (["--remove", "RequiredProducts=x", "--add", "RequiredProducts=q"], "edited a.kvpkg\n", ["y", "z", "q"]),
+            (["--remove", "RequiredProducts=absent", "--remove", "RequiredProducts=Q"],
+             f'a.kvpkg: is already as asked; nothing changed\n{absent}"absent"\n{absent}"Q"; did you mean "q"?\n', ["y", "z", "q"]),
+            (["--add", "RequiredProducts=@items", "--remove", "RequiredProducts=z"], "edited a.kvpkg\n",
+             ["y", "q", "u", "v w", "x"]),
+            (["--metadata", "m.json", "--add", "RequiredProducts=2"], "edited a.kvpkg\n", ["1", "2"]),
+            (["--set", "RequiredProducts=@items", "--set", "RequiredProducts=@@"], "edited a.kvpkg\n",
+             ["u", "v w", "x", "@"]),
+        ]
+        self.write("m.json", '{"RequiredProducts": ["1"]}')
+        for args, report, items in rows:
+            with self.subTest(args=args):
+                self.assertEqual(self.ok("edit", "a.kvpkg", *args), report)
+                self.assertEqual(self.metadata("a.kvpkg")["RequiredProducts"], items)
+        before = self.read("a.kvpkg")
+        replaced = "RequiredProducts is set or cleared as well, which replaces the whole list; leave one out"
+        for message, *args in [
+            ("--add: Name is a text, not a list; give --set Name=VALUE, which replaces it", "--add", "Name=x"),
+            (f"--add: {replaced}", "--add", "RequiredProducts=a", "--set", "RequiredProducts=b"),
+            (f"--remove: {replaced}", "--remove", "RequiredProducts=a", "--clear", "RequiredProducts"),
+            ('--remove: "a" is added to RequiredProducts as well; leave one out', "--add", "RequiredProducts=a", "--remove",
+             "RequiredProducts=a"),
+            ('--add: expected Field=Value, found "a"', "--add", "a"),
+        ]:
+            self.fails(2, message, "edit", "a.kvpkg", *args)
+        self.assertEqual(self.read("a.kvpkg"), before)
+
+    def test_values_from_files(self):
+        self.small("a.kvpkg")
+        for content, value in [("a\n", "a"), ("a\r\n", "a"), ("a\n\n", "a\n"), (" ä\nb ", " ä\nb "), ("", ""), ("@x", "@x")]:
+            with self.subTest(content=content):
+                self.write("text", content)
+                self.ok("edit", "a.kvpkg", "--set", "Description=@text", "--set", "Name=@@text", "--set", "Author=x@y")
+                got = self.metadata("a.kvpkg")
+                self.assertEqual((got["Description"], got["Name"], got["Author"]), (value, "@text", "x@y"))
+        self.ok("edit", "a.kvpkg", "--set", "Summary=@-", input=b"in\n")
+        self.assertEqual(self.metadata("a.kvpkg")["Summary"], "in")
+        self.write("bad", b"a\xff")
+        self.write("large", "x" * ((16 << 20) + 1))
+        before = self.read("a.kvpkg")
+        for status, message, *args in [
+            (1, 'no: there is no such file; check the name (for the text "@no" write "@@no")', "--set", "Name=@no"),
+            (1, "bad: not valid UTF-8 at byte 1 (line 1, column 2); save it as UTF-8", "--set", "Name=@bad"),
+            (1, "large: holds 16,777,217 bytes, more than the limit of 16,777,216 bytes", "--add", "UserComponents=@large"),
+            (2, '--set: expected the name of a file behind "@"; "@@" is the text "@"', "--set", "Name=@"),
+            (2, "-: standard input can be only one of the files; name the others", "--set", "Name=@-", "--code", "-"),
+        ]:
+            self.fails(status, message, "edit", "a.kvpkg", *args, input=b"x")
+        self.assertEqual(self.read("a.kvpkg"), before)
+
+    def test_each_of_several_files_is_edited_by_itself(self):
+        for name in "ab":
+            self.small(f"{name}.kvpkg", "--set", f"RequiredProducts={name}")
+        (self.dir / "link.kvpkg").symlink_to("a.kvpkg")
+        self.write("junk.kvpkg", "no zip")
+        run = self.run_tool("edit", "a.kvpkg", "junk.kvpkg", "--add", "RequiredProducts=b", "t.k", "none.kvpkg",
+                            "./a.kvpkg", "b.kvpkg", "link.kvpkg", "--code", "-", input=b"y = 1;\n")
+        self.assertEqual((run.returncode, run.stdout.decode()),
+                         (1, 'edited a.kvpkg\nedited b.kvpkg\nb.kvpkg: RequiredProducts already holds "b"\n'))
+        self.assertRegex(run.stderr.decode(), r"^qzapp: junk\.kvpkg: is not a zip.*\nqzapp: t\.k: expected a packaged .*\n"
+                         r"qzapp: none\.kvpkg: there is no such file; check the name\n$")
+        self.assertTrue((self.dir / "link.kvpkg").is_symlink())
+        for name, products in ("a", ["a", "b"]), ("b", ["b"]):
+            self.assertEqual(self.metadata(f"{name}.kvpkg")["RequiredProducts"], products)
+            self.assertEqual(self.extracted(f"{name}.kvpkg", "code"), b"y = 1;\n")
+        # What is wrong for one of them is found before any is edited.
+        before = self.read("a.kvpkg")
+        self.fails(2, "b.kvpkg: is the same file as the input b.kvpkg; name another file", "edit", "a.kvpkg", "b.kvpkg",
+                   "--model", "b.kvpkg")
+        self.fails(1, "no: there is no such file; check the name", "edit", "a.kvpkg", "b.kvpkg", "--model", "no")
+        self.assertEqual(self.read("a.kvpkg"), before)
+        with open("/dev/full", "wb") as full:
+            self.fails_like("a.kvpkg: was saved; only the report is missing: .*", "edit", "a.kvpkg", "b.kvpkg", "--set",
+                            "Name=N", status=3, stdout=full)
+        self.assertEqual(self.metadata("b.kvpkg")["Name"], "N")
+
     def test_a_metadata_edit_keeps_what_later_hosts_have_put_there(self):
         self.small("a.kvpkg", *(word for n in "xxy" for word in ("--set", f"RequiredProducts={n}")))
         self.rewrite("a.kvpkg", "b.kvpkg", lambda name, content: content if name != METADATA_PART else content.replace(
@@ -151,8 +315,9 @@ class Edit(ToolTest):
             before, edited = self.items("bad.kvpkg"), "bad.kvpkg"
             with self.subTest(what=what, rels=before.get(RELS)):
                 if works:
-                    for _ in range(2):  # the second time, to a package of its own making
-                        self.assertEqual(self.ok("edit", "bad.kvpkg", *sets[what]), "edited bad.kvpkg\nbad.kvpkg: /metadata/"
+                    self.write("first.png", b"\x89PNG")
+                    for args in ["--screenshot", "first.png"], sets[what]:  # then to a package of its own making
+                        self.assertEqual(self.ok("edit", "bad.kvpkg", *args), "edited bad.kvpkg\nbad.kvpkg: /metadata/"
                                          "appScreenshot.png is something else and stays; the new screenshot is /metadata/"
                                          "appScreenshot.1.png\n")
                 else:
@@ -241,13 +406,16 @@ class Edit(ToolTest):
         self.signed(self.create(), "signed.kvpkg")
         self.ok("check", "--strict", "signed.kvpkg")
         before = self.read("signed.kvpkg")
-        for args in (["--set", "Name=N"], ["--code", EXAMPLE / "code.k"], ["--remove-screenshot"]):
+        code = ["--code", self.write("new.k", "y = 2;\n")]
+        self.assertEqual(self.ok("edit", "signed.kvpkg", "--code", EXAMPLE / "code.k"),
+                         "signed.kvpkg: is already as asked; nothing changed\n")
+        for args in (["--set", "Name=N"], code, ["--remove-screenshot"]):
             self.fails(1, "signed.kvpkg: is signed, and no signature would be valid after an edit; add --drop-signature "
                        "to remove the signatures", "edit", "signed.kvpkg", *args)
         self.write("bad.json", '{"Summary": "\\u0000"}')
         self.fails_like(".*Summary.*", "edit", "signed.kvpkg", "--drop-signature", "--metadata", "bad.json")
         self.assertEqual(self.read("signed.kvpkg"), before)
-        for args in ([], ["--set", "Name=N", "--code", EXAMPLE / "code.k"], ["--remove-screenshot"]):
+        for args in ([], ["--set", "Name=N", *code], ["--remove-screenshot"], ["--code", EXAMPLE / "code.k"]):
             self.write("signed.kvpkg", before)
             self.assertEqual(self.ok("edit", "signed.kvpkg", "--drop-signature", *args), "edited signed.kvpkg\n")
             self.assertEqual([n for n in self.items("signed.kvpkg") if n.startswith("_xml")], [])
@@ -285,7 +453,8 @@ class Edit(ToolTest):
                          "edited b.kvpkg\nb.kvpkg: /media/t.png is no longer the thumbnail, because the screenshot is; "
                          "the picture stays in the file\n")
         self.assertEqual(self.items("b.kvpkg")["media/t.png"], b"other")
-        self.assertEqual(self.ok("edit", "b.kvpkg", "--screenshot", shot), "edited b.kvpkg\n")
+        self.write("new.gif", b"GIF89a")
+        self.assertEqual(self.ok("edit", "b.kvpkg", "--screenshot", "new.gif"), "edited b.kvpkg\n")
 
     def test_a_release_is_kept_as_legacy_information_through_edits(self):
         def release():
@@ -300,7 +469,9 @@ class Edit(ToolTest):
         self.assertEqual(release(), (host, "R2020a (legacy)"))
         self.assertEqual(self.ok("edit", "a.kvpkg", "--clear", "KORVALRelease"), kept + "\n")
         self.assertEqual(release(), (host, host))
+        self.ok("edit", "a.kvpkg", "--set", "KORVALRelease=R2020a")
         self.assertEqual(self.ok("edit", "a.kvpkg", "--set", f"KORVALRelease={host}"), "edited a.kvpkg\n")
+        self.assertEqual(release(), (host, host))
 
     def test_a_failing_edit_changes_nothing(self):
         self.create()

@@ -65,6 +65,7 @@ class Share(ToolTest):
                 self.assertEqual(set(complete("qzapp edit --clear U")), {"Uuid", "UserComponents"})
                 self.assertEqual(complete("qzapp info --field Auth"), ["Author"])
                 self.assertEqual(complete("qzapp edit --set Auth"), ["Author="])
+                self.assertEqual(complete("qzapp edit --add U"), ["UserComponents="])
                 self.assertEqual(complete("qzapp extract --only mo"), ["model"])
                 self.assertEqual(complete("qzapp help con"), ["convert"])
         self.assertIn("convert:Make a packaged app from a text app", zsh("Verbs"))

@@ -17,12 +17,15 @@ struct ContentOptions {
     std::optional<std::string> metadata;
     std::optional<std::string> screenshot;
     std::vector<std::string> set;
-    std::vector<std::string> clear;  // "edit" only
+    std::vector<std::string> clear, add, remove;  // "edit" only
 };
 
-// Declares these options (except --clear) on `command`. `options` must outlive it. With `required`,
+// Declares these options (except --clear, --add and --remove) on `command`. `options` must outlive it. With `required`,
 // code and model must be given.
 void addContentOptions(CLI::App& command, ContentOptions& options, bool required);
+
+// Declares --add and --remove. `options` must outlive `command`.
+void addListOptions(CLI::App& command, ContentOptions& options);
 
 // Reads and checks everything that the options name; holds the model's file open. Throws UsageError
 // for wrong options, Error for files that are missing or bad.

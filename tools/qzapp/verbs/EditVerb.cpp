@@ -14,13 +14,19 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
+#include <filesystem>
 #include <memory>
+#include <new>
 #include <optional>
+#include <set>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <variant>
 #include <vector>
 
+#include "app/Changes.hpp"
 #include "app/Error.hpp"
 #include "app/FieldValues.hpp"
 #include "app/FileName.hpp"
@@ -45,17 +51,15 @@ namespace {
 using appserialization::AppMetadata;
 
 struct EditOptions {
-    std::string file;
+    std::vector<std::string> files;
     ContentOptions content;
     bool removeScreenshot = false;
     bool dropSignature = false;
 
     bool removesParts() const { return removeScreenshot || dropSignature; }
-};
-
-struct Outcome {
-    bool isChanged = false;
-    std::vector<std::string> notes;  // what the user may not expect
+    PartsToEdit removed() const {
+        return {.screenshot = removeScreenshot, .signature = dropSignature};
+    }
 };
 
 // Whether the library, given a record without this text, replaces an empty text in the file by the
@@ -87,6 +91,12 @@ std::optional<ustring> releaseFor(const FieldValues& named, const PackageFacts& 
     return release.empty() ? std::nullopt : std::optional(release);
 }
 
+void requireStamp(const FileName& file, const fl::filesystem::FileStamp& found,
+                  const fl::filesystem::FileStamp& expected) {
+    if (found == expected) return;
+    throw Error(file.shown, fl::filesystem::kChangedMeanwhile, Error::Cause::Passing);
+}
+
 // What to hand to the library so that the fields that are not named stay.
 AppMetadata recordForEdit(const FileName& file, FieldValues named, const PackageFacts& facts) {
     const AppMetadata present = appserialization::KVPKGMetadataReader(file.native()).readMetadata();
@@ -101,16 +111,17 @@ AppMetadata recordForEdit(const FileName& file, FieldValues named, const Package
     return record;
 }
 
-std::vector<std::string> notesOn(const Content& content, const PackageFacts& facts) {
-    std::vector<std::string> notes;
-    if (content.screenshot && facts.otherThumbnail) {
+// What the user may not expect.
+std::vector<std::string> notesOn(const Changes& changes, const PackageFacts& facts) {
+    std::vector<std::string> notes = changes.notes;
+    if (changes.parts.screenshot && facts.otherThumbnail) {
         notes.push_back(
             fmt::format("{} is no longer the thumbnail, because the screenshot is; the "
                         "picture stays in the file",
                         *facts.otherThumbnail));
     }
-    const auto release = content.fields.find(Field::KORVALRelease);
-    if (release == content.fields.end()) return notes;
+    const auto release = changes.fields.find(Field::KORVALRelease);
+    if (release == changes.fields.end()) return notes;
     const ustring current = opc::qzservices::CoreProperties::getCurrentKORVALRelease();
     const ustring& given = std::get<ustring>(release->second);
     if (given == current) return notes;
@@ -123,42 +134,24 @@ std::vector<std::string> notesOn(const Content& content, const PackageFacts& fac
     return notes;
 }
 
-PartsToEdit partsIn(const Content& content) {
-    PartsToEdit parts{.code = content.code.has_value(),
-                      .model = content.model.has_value(),
-                      .metadata = !content.fields.empty(),
-                      .screenshot = content.screenshot.has_value()};
-    if (content.screenshot) parts.newFormat = content.screenshot->first;
-    return parts;
-}
-
-Content withoutScreenshot(Content content) {
-    content.screenshot.reset();
-    return content;
-}
-
 // Takes one save, plus one before it for the code and one after it for a screenshot whose usual
 // name is taken. Returns notes for the user.
-std::vector<std::string> writeContent(const FileName& file, const Content& content) {
+std::vector<std::string> writeContent(const FileName& file, const Content& content,
+                                      const Changes& changes) {
     return about(file, [&] {
         const fl::filesystem::FileStamp before = openFile(file).stamp();
-        const bool hasMetadata = !content.fields.empty();
-        const PackageFacts facts = requireEditable(file, partsIn(content));
+        const PackageFacts facts = requireEditable(file, changes.parts);
         const AppMetadata record =
-            hasMetadata ? recordForEdit(file, content.fields, facts) : AppMetadata();
+            changes.parts.metadata ? recordForEdit(file, changes.fields, facts) : AppMetadata();
         appserialization::AppFileWriter writer(file.native(), false);
-        if (openFile(file).stamp() != before) {
-            throw Error(file.shown, fl::filesystem::kChangedMeanwhile);
-        }
+        requireStamp(file, openFile(file).stamp(), before);
         // The writer would refuse a screenshot whose usual name something else has.
-        if (facts.takenName) {
-            writeParts(file, writer, withoutScreenshot(content));
-        } else {
-            writeParts(file, writer, content);
-        }
-        if (hasMetadata) writer.setAppMetadata(record);
+        PartsToEdit parts = changes.parts;
+        parts.screenshot &= !facts.takenName;
+        writeParts(file, writer, content, parts);
+        if (parts.metadata) writer.setAppMetadata(record);
         writer.close();
-        std::vector<std::string> notes = notesOn(content, facts);
+        std::vector<std::string> notes = notesOn(changes, facts);
         if (facts.takenName) {
             notes.push_back(fmt::format("{} is something else and stays; the new screenshot is {}",
                                         *facts.takenName,
@@ -168,73 +161,132 @@ std::vector<std::string> writeContent(const FileName& file, const Content& conte
     });
 }
 
-Outcome apply(const FileName& file, const Content& content, const EditOptions& options) {
-    const bool isRemoved =
-        options.removesParts() && removeParts(file, {.screenshot = options.removeScreenshot,
-                                                     .signature = options.dropSignature});
-    if (content.empty()) return {isRemoved, {}};
-    return {true, writeContent(file, content)};
-}
-
 // An estimate: a save reads all that it keeps, which is mostly the old model. The first of several
 // saves always keeps that.
-std::uint64_t bytesToRead(const FileName& file, const Content& content, bool severalSaves) {
+std::uint64_t bytesToRead(const FileName& file, const Content& content, const Changes& changes,
+                          bool isRemoving) {
+    const bool severalSaves = changes.parts.code || (isRemoving && changes.any());
     const std::uint64_t old = sizeOf(file);
-    return (severalSaves ? old : 0) + (content.model ? sizeOf(*content.model) : old);
+    return (severalSaves ? old : 0) + (changes.parts.model ? sizeOf(*content.model) : old);
 }
+
+// What an edit does to a file, found out before anything is written.
+struct Plan {
+    Changes changes;
+    bool isRemoving = false;
+
+    bool isEmpty() const { return !changes.any() && !isRemoving; }
+};
 
 // Saves in a private folder, so that several saves count as one, the result is checked before it
-// replaces the file, and a signal leaves nothing behind.
-Outcome applyAtOnce(const FileName& file, const Content& content, const EditOptions& options) {
-    const bool severalSaves = content.code || (options.removesParts() && !content.empty());
-    const ProgressBar progress(bytesToRead(file, content, severalSaves));
+// replaces the file, and a signal leaves nothing behind. `opened` is the file for which the plan was
+// made. Returns notes for the user.
+std::vector<std::string> applyAtOnce(const FileName& file, const FileName& opened,
+                                     const Content& content, const EditOptions& options,
+                                     const Plan& plan) {
+    const ProgressBar progress(bytesToRead(file, content, plan.changes, plan.isRemoving));
     Transaction transaction(file, Transaction::Start::ContentOfTarget);
-    Outcome outcome = apply(transaction.workingFile(), content, options);
-    if (!outcome.isChanged) return outcome;
-    requireModelArrived(transaction.workingFile(), content);
+    requireStamp(file, transaction.startStamp(), opened.held->stamp);
+    const FileName& working = transaction.workingFile();
+    if (plan.isRemoving) removeParts(working, options.removed());
+    std::vector<std::string> notes = plan.changes.notes;
+    if (plan.changes.any()) notes = writeContent(working, content, plan.changes);
+    if (plan.changes.parts.model) requireModelArrived(working, content);
     transaction.commit();
-    return outcome;
+    return notes;
 }
 
-std::string nothingToRemove(const EditOptions& options) {
-    if (!options.dropSignature) return "has no screenshot";
-    return options.removeScreenshot ? "has neither a screenshot nor a signature" : "is not signed";
+// Why a file stays as it is.
+std::string whyUnchanged(const EditOptions& options, const Content& content) {
+    std::string reason;
+    if (options.removeScreenshot) reason = "has no screenshot";
+    if (options.dropSignature)
+        reason =
+            options.removeScreenshot ? "has neither a screenshot nor a signature" : "is not signed";
+    if (content.empty()) return reason;
+    return reason + (reason.empty() ? "" : ", and ") + "is already as asked";
+}
+
+std::string withNotes(std::string text, const FileName& file,
+                      const std::vector<std::string>& notes) {
+    for (const std::string& note : notes)
+        text += fmt::format("{}: {}\n", visible(file.shown), visible(note));
+    return text;
+}
+
+void editFile(const FileName& file, const Content& content, const EditOptions& options) {
+    requireForm(file, Form::Packaged);
+    const FileName opened = hold(file);
+    const std::string name = visible(file.shown);
+    if (content.empty() && !options.removesParts()) {
+        openApp(opened);
+        return print(fmt::format(
+            "{}: nothing to change; say what with an option, see \"qzapp edit --help\"\n", name));
+    }
+    const Plan plan{changesTo(opened, content), hasAny(opened, options.removed())};
+    requireUnchanged(opened);
+    if (plan.isEmpty()) {
+        const std::string why =
+            fmt::format("{}: {}; nothing changed\n", name, whyUnchanged(options, content));
+        return print(withNotes(why, file, plan.changes.notes));
+    }
+    const auto notes = applyAtOnce(file, opened, content, options, plan);
+    printReport(file, withNotes(fmt::format("edited {}\n", name), file, notes));
+}
+
+// The files, each once, even if several names lead to it.
+std::vector<FileName> filesToEdit(const std::vector<std::string>& names) {
+    std::vector<FileName> files;
+    std::set<std::string> known;
+    for (const std::string& name : names) {
+        FileName file = fileArgument(name);
+        std::error_code missing;
+        const auto place = std::filesystem::canonical(name, missing);
+        if (known.insert(missing ? name : place.string()).second) files.push_back(std::move(file));
+    }
+    return files;
+}
+
+// Goes on after a file that fails, and after a report that cannot be printed.
+int editAll(const std::vector<FileName>& files, const Content& content,
+            const EditOptions& options) {
+    int status = kDone;
+    std::exception_ptr unreported;
+    for (const FileName& file : files) {
+        try {
+            editFile(file, content, options);
+        } catch (const ReportError&) {
+            if (!unreported) unreported = std::current_exception();
+        } catch (const OutputError&) {
+            throw;
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (const std::exception& e) {
+            report(e.what());
+            status = kFailed;
+        }
+    }
+    if (unreported && status == kDone) std::rethrow_exception(unreported);
+    return status;
 }
 
 int edit(const EditOptions& options) {
-    const FileName file = fileArgument(options.file);
+    const std::vector<FileName> files = filesToEdit(options.files);
     if (options.removeScreenshot && options.content.screenshot) {
         throw UsageError("--remove-screenshot",
                          "cannot be given with --screenshot, which replaces it");
     }
-    requireForm(file, Form::Packaged);
-    requireFile(file);
     const Content content = loadContent(options.content);
-    requireNoInput(file, content.sources);
-    const std::string name = visible(file.shown);
-    if (content.empty() && !options.removesParts()) {
-        openApp(file);
-        print(fmt::format(
-            "{}: nothing to change; say what with an option, see \"qzapp edit --help\"\n", name));
-        return kDone;
-    }
-    const Outcome outcome = applyAtOnce(file, content, options);
-    if (!outcome.isChanged) {
-        print(fmt::format("{}: {}; nothing changed\n", name, nothingToRemove(options)));
-        return kDone;
-    }
-    std::string text = fmt::format("edited {}\n", name);
-    for (const std::string& note : outcome.notes)
-        text += fmt::format("{}: {}\n", name, visible(note));
-    printReport(file, text);
-    return kDone;
+    for (const FileName& file : files)
+        requireNoInput(file, content.sources);
+    return editAll(files, content, options);
 }
 
 }  // namespace
 
 Action declareEdit(CLI::App& command) {
     const auto options = std::make_shared<EditOptions>();
-    command.add_option("FILE.kvpkg", options->file, "The packaged app to change")
+    command.add_option("FILE.kvpkg", options->files, "The packaged apps to change")
         ->required()
         ->type_name("");
     addContentOptions(command, options->content, false);
@@ -244,6 +296,7 @@ Action declareEdit(CLI::App& command) {
         ->type_name("FIELD")
         ->group("Metadata")
         ->allow_extra_args(false);
+    addListOptions(command, options->content);
     command.add_flag("--remove-screenshot", options->removeScreenshot, "Remove the screenshot")
         ->group("Content");
     command
@@ -251,14 +304,19 @@ Action declareEdit(CLI::App& command) {
                   "Remove digital signatures, which no edit leaves valid")
         ->group("Content");
     command.footer(
-        "What you do not name stays as it is. An edit is made completely or not at all.\n"
+        "What you do not name stays as it is. Each file is edited by itself, completely or not at\n"
+        "all; one that fails does not stop the others. Folders are not taken.\n"
+        "A file that is already as asked stays untouched. A default that readers assume, because\n"
+        "the file lacks the field, is there for --metadata, but written by --set.\n"
+        "--set replaces a whole list; --add and --remove change items of it.\n" +
+        valueHelp() +
         "KORVALRelease is always the release of the host that saves; if you set another one, it\n"
-        "is kept as legacy information.\n"
-        "One of code, model and metadata may be \"-\", standard input.\n" +
+        "is kept as legacy information.\n" +
         fieldHelp() +
         "\n\n"
         "Example:\n"
-        "  qzapp edit atlas.kvpkg --set Version=2.1 --clear Summary --code atlas.k");
+        "  qzapp edit atlas.kvpkg --set Version=2.1 --clear Summary --code atlas.k\n"
+        "  qzapp edit apps/*.kvpkg --set Author=Ada --add RequiredProducts=Signals");
     return [options] { return edit(*options); };
 }
 

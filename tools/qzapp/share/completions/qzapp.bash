@@ -8,6 +8,10 @@ _qzapp_fields() {
     qzapp edit --help 2>/dev/null | sed -nE '/^(Text|List) fields: /{s///;s/[,.]//g;p}'
 }
 
+_qzapp_lists() {
+    qzapp edit --help 2>/dev/null | sed -n '/^List fields:/,/^$/{/:$/d;s/,//g;p}'
+}
+
 _qzapp_kinds() {
     qzapp extract --help 2>/dev/null | sed -n 's/.*What to write: //;T;s/,//g;p'
 }
@@ -21,6 +25,11 @@ _qzapp() {
         --field | --clear) COMPREPLY=($(compgen -W '$(_qzapp_fields)' -- "$cur")); return ;;
         --set)
             COMPREPLY=($(compgen -S = -W '$(_qzapp_fields)' -- "$cur"))
+            compopt -o nospace 2>/dev/null
+            return
+            ;;
+        --add | --remove)
+            COMPREPLY=($(compgen -S = -W '$(_qzapp_lists)' -- "$cur"))
             compopt -o nospace 2>/dev/null
             return
             ;;

@@ -17,6 +17,10 @@ function __qzapp_fields
     qzapp edit --help 2>/dev/null | sed -nE '/^(Text|List) fields: /{s///;s/[,.]//g;p}' | string split -n ' '
 end
 
+function __qzapp_lists
+    qzapp edit --help 2>/dev/null | sed -n '/^List fields:/,/^$/{/:$/d;s/,//g;p}' | string split -n ' '
+end
+
 function __qzapp_kinds
     qzapp extract --help 2>/dev/null | sed -n 's/.*What to write: //;T;s/,//g;p' | string split -n ' '
 end
@@ -27,4 +31,6 @@ complete -c qzapp -n 'string match -q -- "-*" (commandline -ct)' -f -a '(__qzapp
 complete -c qzapp -n '__fish_seen_subcommand_from info' -l field -x -a '(__qzapp_fields)'
 complete -c qzapp -n '__fish_seen_subcommand_from edit' -l clear -x -a '(__qzapp_fields)'
 complete -c qzapp -n '__fish_seen_subcommand_from create edit' -l set -x -a '(__qzapp_fields | string replace -r "\$" "=")'
+complete -c qzapp -n '__fish_seen_subcommand_from edit' -l add -x -a '(__qzapp_lists | string replace -r "\$" "=")'
+complete -c qzapp -n '__fish_seen_subcommand_from edit' -l remove -x -a '(__qzapp_lists | string replace -r "\$" "=")'
 complete -c qzapp -n '__fish_seen_subcommand_from extract' -l only -x -a '(__qzapp_kinds)'

@@ -10,6 +10,10 @@ _qzapp_fields() {
     qzapp edit --help 2>/dev/null | sed -nE '/^(Text|List) fields: /{s///;s/[,.]//g;p}'
 }
 
+_qzapp_lists() {
+    qzapp edit --help 2>/dev/null | sed -n '/^List fields:/,/^$/{/:$/d;s/,//g;p}'
+}
+
 _qzapp_kinds() {
     qzapp extract --help 2>/dev/null | sed -n 's/.*What to write: //;T;s/,//g;p'
 }
@@ -19,6 +23,7 @@ _qzapp() {
     case ${words[CURRENT-1]} in
         --field | --clear) compadd -- $(_qzapp_fields); return ;;
         --set) compadd -S = -- $(_qzapp_fields); return ;;
+        --add | --remove) compadd -S = -- $(_qzapp_lists); return ;;
         --only) compadd -- $(_qzapp_kinds); return ;;
     esac
     if ((CURRENT == 2)) && [[ $PREFIX != -* ]] || [[ ${words[2]} == help ]]; then
