@@ -1,21 +1,22 @@
 #include "app/Changes.hpp"
 
-#include <appserialization/AppFileReader.hpp>
 #include <appserialization/AppMetadata.hpp>
 #include <appserialization/AppMetadataReader.hpp>
 #include <appserialization/KVPKGMetadataReader.hpp>
+#include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/Package.hpp>
 #include <opc/Streams.hpp>
 #include <opc/XercesHelper.hpp>
-#include <xercesc/dom/DOMDocument.hpp>
+#include <quillcode/QuillCodeFileReader.hpp>
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
-#include <new>
+#include <iterator>
 #include <optional>
 #include <set>
 #include <span>
@@ -57,9 +58,8 @@ void addMissingElements(const opc::model::Package& package, std::set<Field>& mis
     const auto links = package.getRelationshipsByType(layout::kMetadataRelationship);
     if (!links.empty()) {
         const auto stream = package.getTarget(links.front()).getInputStream();
-        root = XercesHelper::readDocumentFromStream(parser, *stream, false, u"",
-                                                    layout::kMetadataNamespace)
-                   ->getDocumentElement();
+        root = XercesHelper::getRoot(XercesHelper::readDocumentFromStream(
+            parser, *stream, false, u"", layout::kMetadataNamespace));
     }
     for (const layout::TextElementRow* element : layout::kTextElementsAsRead) {
         if (root == nullptr || XercesHelper::getElement(root, element->name) == nullptr)
@@ -160,14 +160,14 @@ bool isScreenshotThere(const FileName& file, const appserialization::Screenshot&
            present.second == screenshot.second;
 }
 
-// Returns what `compare` returns. What cannot be read is not there, and is to be replaced.
+// Returns what `compare` returns. What the file holds but cannot be read is not there, and is to be
+// replaced. Throws Error if the system fails.
 template <class Compare>
-bool isThere(Compare compare) {
+bool isThere(const FileName& file, Compare compare) {
     try {
         return compare();
-    } catch (const std::bad_alloc&) {
-        throw;
-    } catch (const std::exception&) {
+    } catch (const std::exception& e) {
+        if (causeOf(e) == Error::Cause::Passing) rethrowAbout(file);
         return false;
     }
 }
@@ -180,18 +180,17 @@ Changes changesTo(const FileName& file, const Content& content) {
     const PackageFacts facts = requireEditable(file, given);
     Changes changes;
     if (content.code) {
-        changes.parts.code = !isThere([&] {
-            return appserialization::AppFileReader(file.native()).getKORVALCodeText() ==
-                   *content.code;
+        changes.parts.code = !isThere(file, [&] {
+            return quillcode::QuillCodeFileReader(file.native()).getKORVALCode() == *content.code;
         });
     }
     if (content.model) {
-        changes.parts.model = !isThere([&] { return isModelThere(file, *content.model); });
+        changes.parts.model = !isThere(file, [&] { return isModelThere(file, *content.model); });
         requireUnchanged(*content.model);
     }
     if (content.screenshot) {
         // The screenshot is the thumbnail, too, after an edit.
-        changes.parts.screenshot = facts.otherThumbnail || !isThere([&] {
+        changes.parts.screenshot = facts.otherThumbnail || !isThere(file, [&] {
                                        return isScreenshotThere(file, *content.screenshot);
                                    });
         if (changes.parts.screenshot) changes.parts.newFormat = given.newFormat;

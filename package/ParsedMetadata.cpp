@@ -1,7 +1,5 @@
 #include "package/ParsedMetadata.hpp"
 
-#include <xercesc/dom/DOMDocument.hpp>
-
 #include "package/Layout.hpp"
 
 namespace appserialization {
@@ -11,9 +9,8 @@ using opc::model::XercesHelper;
 ParsedMetadata::ParsedMetadata(const opc::model::Part& part)
     : parser_(XercesHelper::createParser()) {
     const auto stream = part.getInputStream();
-    root_ = XercesHelper::readDocumentFromStream(parser_, *stream, false, u"",
-                                                 layout::kMetadataNamespace)
-                ->getDocumentElement();
+    root_ = XercesHelper::getRoot(XercesHelper::readDocumentFromStream(parser_, *stream, false, u"",
+                                                                       layout::kMetadataNamespace));
 }
 
 }  // namespace appserialization

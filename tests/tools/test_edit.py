@@ -224,6 +224,9 @@ class Edit(ToolTest):
         self.fails(1, "no: there is no such file; check the name", "edit", "a.kvpkg", "b.kvpkg", "--model", "no")
         self.assertEqual(self.read("a.kvpkg"), before)
         with open("/dev/full", "wb") as full:
+            self.fails_like("b.kvpkg: was saved; only the report is missing: .*", "edit", "a.kvpkg", "b.kvpkg",
+                            "--add", "RequiredProducts=a", status=3, stdout=full)
+            self.assertEqual(self.metadata("b.kvpkg")["RequiredProducts"], ["b", "a"])
             self.fails_like("a.kvpkg: was saved; only the report is missing: .*", "edit", "a.kvpkg", "b.kvpkg", "--set",
                             "Name=N", status=3, stdout=full)
         self.assertEqual(self.metadata("b.kvpkg")["Name"], "N")
@@ -281,6 +284,19 @@ class Edit(ToolTest):
                 self.assertEqual(self.json("info", "bad-repaired.kvpkg")["screenshot"],
                                  self.json("info", "app.kvpkg")["screenshot"])
                 self.ok("edit", "bad-repaired.kvpkg", *sets[what])
+
+    def test_a_release_of_another_host_is_kept_if_it_is_given(self):
+        host = self.metadata(self.small("a.kvpkg"))["KORVALRelease"]
+        self.rewrite("a.kvpkg", "b.kvpkg", lambda name, content: content.replace(host.encode(), b"R2020a")
+                     if name == "docProps/korval.xml" else content)
+        self.assertEqual(self.metadata("b.kvpkg")["KORVALRelease"], "R2020a")
+        before = self.read("b.kvpkg")
+        self.assertIn("nothing changed", self.ok("edit", "b.kvpkg", "--set", "KORVALRelease=R2020a"))
+        self.assertIn("nothing changed", self.ok("edit", "b.kvpkg", "--clear", "KORVALRelease"))
+        self.assertEqual(self.read("b.kvpkg"), before)
+        self.ok("edit", "b.kvpkg", "--set", "KORVALRelease=R2020a", "--set", "Name=N")
+        properties = self.json("parts", "b.kvpkg")["coreProperties"]
+        self.assertEqual((properties["KORVALRelease"], properties["KORVALReleaseInfo"]), (host, "R2020a (legacy)"))
 
     def test_what_has_a_usual_name_blocks_no_edit_for_good(self):
         self.create()

@@ -126,7 +126,7 @@ class OneVersion(MeanwhileTest):
             ["info", "apps"], ["check", "apps"], ["parts", "--verify", "one.kvpkg"],
             ["items", "--verify", "one.kvpkg"], ["check", "--repair", "mended.kvpkg", "damaged.kvpkg"],
             ["create", "c.kvpkg", "--code", "two.k", "--model", "model.kvd", "--screenshot", "shot.png"],
-            ["edit", "c.kvpkg", "--model", "model.kvd"],
+            ["edit", "c.kvpkg", "--model", "damaged.kvpkg"],
         ]
         shutil.copy(EXAMPLE / "screenshot.png", self.dir / "shot.png")
         inputs = {"one.kvpkg", "two.k", "model.kvd", "damaged.kvpkg", "apps/one.kvpkg", "apps/two.k", "shot.png"}
@@ -191,15 +191,32 @@ class WhatWasChecked(MeanwhileTest):
         self.assertGreater(len(failed), 5)
 
     @unittest.skipIf(why_not(), why_not())
+    def test_an_edit_is_of_the_file_that_was_compared(self):
+        (self.dir / self.version(1)).rename(self.dir / "app.kvpkg")
+        self.version(2)
+        self.write("c.k", "x = 1;\n")
+        tool = subprocess.Popen(["strace", "-f", "-qq", "-o", "/dev/null", "-e", "inject=mkdirat:delay_exit=500000", TOOL,
+                                 "edit", "app.kvpkg", "--set", "Name=1", "--code", "c.k"], cwd=self.dir,
+                                stderr=subprocess.PIPE, stdout=subprocess.PIPE)
+        while not list(self.dir.glob(".qzapp-*")) and tool.poll() is None:
+            time.sleep(0.0005)
+        os.rename(self.dir / "v2.kvpkg", self.dir / "app.kvpkg")
+        output, message = tool.communicate(timeout=60)
+        self.assertEqual((tool.returncode, output), (1, b""), message)
+        self.assertRegex(message.decode(), "^qzapp: app.kvpkg: someone else .*\n$")
+        self.assertEqual((self.metadata("app.kvpkg")["Name"], self.extracted("app.kvpkg", "code")), ("2", b"v = 2;\n"))
+
+    @unittest.skipIf(why_not(), why_not())
     def test_a_full_disk_has_one_text_whatever_is_being_written(self):
         self.small("a.kvpkg")
-        self.write("c.k", "x = 1;\n")
+        self.write("c.k", "y = 2;\n")
         failed = 0
         for args in (["create", "new.kvpkg", "--force", "--code", "c.k", "--model", "c.k"], ["edit", "a.kvpkg", "--set", "Name=N"],
                      ["edit", "a.kvpkg", "--code", "c.k", "--model", "c.k"], ["extract", "a.kvpkg", "--force", "-o", "new"],
                      ["convert", "c.k", "new.kvpkg", "--force", "--model", "c.k"], ["gallery", "a.kvpkg", "--force", "-o", "new.html"],
                      ["check", "a.kvpkg", "--force", "--repair", "new.kvpkg"]):
             for call in "pwrite64", "copy_file_range":
+                self.small("a.kvpkg", "--force")  # or the edit would have nothing to change
                 for number, run in self.with_faults(call, "ENOSPC", *args):
                     if run.returncode == 0:  # it was tried in another way
                         continue

@@ -41,7 +41,8 @@ Field fieldArgument(const std::string& option, const std::string& name) {
 std::string valueHelp() {
     return "\"@FILE\" as a VALUE is what the text file holds, without its last line end; for a\n"
            "list, each line that is not empty is an item. \"@@TEXT\" is the text \"@TEXT\".\n"
-           "Any FILE may be a pipe, such as \"<(COMMAND)\" in a shell, and one may be \"-\", standard\n"
+           "Any FILE may be a pipe, such as \"<(COMMAND)\" in a shell, and one may be \"-\", "
+           "standard\n"
            "input.\n";
 }
 

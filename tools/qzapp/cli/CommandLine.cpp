@@ -225,9 +225,8 @@ void declareTool(CLI::App& app) {
     app.require_subcommand(1);
     app.formatter(std::make_shared<HelpText>());
     app.footer(
-        "\"qzapp help VERB\" shows a verb's options and an example. \"-\" as a file to be read "
-        "is\n"
-        "standard input.\n"
+        "\"qzapp help VERB\" shows a verb's options and an example. \"-\" as a file to be read is\n"
+        "standard input, and as a package to be made standard output.\n"
         "Exit status: 0 done, 1 failed, 2 wrong command line, 3 saved, but the report could not "
         "be\n"
         "printed.\n"

@@ -6,10 +6,12 @@
 #include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/ustring.hpp>
+#include <opc/Limits.hpp>
 
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
+#include <set>
 #include <utility>
 #include <variant>
 

@@ -1,6 +1,7 @@
 #include "tools/qzapp/cli/NewPackage.hpp"
 
 #include <fmt/format.h>
+#include <fl/filesystem.hpp>
 
 #include <cstddef>
 #include <functional>

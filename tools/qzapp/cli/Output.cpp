@@ -48,6 +48,10 @@ void print(std::string_view text) {
     throw OutputError("standard output", failureOf(reason));
 }
 
+bool tryPrint(std::string_view text) {
+    return writeAll(text) == 0;
+}
+
 void printReport(const FileName& saved, std::string_view text) {
     const int reason = writeAll(text);
     if (reason == 0) return;

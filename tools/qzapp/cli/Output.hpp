@@ -10,6 +10,9 @@ namespace qzapp {
 // taken for success. A reader that went away, like "| head", ends the process without a message.
 void print(std::string_view text);
 
+// Like print(), but returns false if that fails, and does not end the process.
+bool tryPrint(std::string_view text);
+
 // Prints the report of a verb that has saved `saved`. Throws ReportError, which says that it is
 // saved, if printing fails.
 void printReport(const FileName& saved, std::string_view text);

@@ -8,7 +8,6 @@
 #include <fl/FileDescriptor.hpp>
 #include <fl/ReplacementFile.hpp>
 #include <fl/i18n.hpp>
-#include <foundation/ustring.hpp>
 #include <opc/CoreProperties.hpp>
 
 #include <algorithm>
@@ -214,24 +213,26 @@ std::string withNotes(std::string text, const FileName& file,
     return text;
 }
 
-void editFile(const FileName& file, const Content& content, const EditOptions& options) {
+// Returns the report on a file that was left as it is, or nothing after printing that of an edit.
+std::string editFile(const FileName& file, const Content& content, const EditOptions& options) {
     requireForm(file, Form::Packaged);
     const FileName opened = hold(file);
     const std::string name = visible(file.shown);
     if (content.empty() && !options.removesParts()) {
         openApp(opened);
-        return print(fmt::format(
-            "{}: nothing to change; say what with an option, see \"qzapp edit --help\"\n", name));
+        return fmt::format(
+            "{}: nothing to change; say what with an option, see \"qzapp edit --help\"\n", name);
     }
     const Plan plan{changesTo(opened, content), hasAny(opened, options.removed())};
     requireUnchanged(opened);
     if (plan.isEmpty()) {
         const std::string why =
             fmt::format("{}: {}; nothing changed\n", name, whyUnchanged(options, content));
-        return print(withNotes(why, file, plan.changes.notes));
+        return withNotes(why, file, plan.changes.notes);
     }
     const auto notes = applyAtOnce(file, opened, content, options, plan);
     printReport(file, withNotes(fmt::format("edited {}\n", name), file, notes));
+    return {};
 }
 
 // The files, each once, even if several names lead to it.
@@ -247,18 +248,18 @@ std::vector<FileName> filesToEdit(const std::vector<std::string>& names) {
     return files;
 }
 
-// Goes on after a file that fails, and after a report that cannot be printed.
+// Goes on after a file that fails, and after a report that cannot be printed, even if the reader has gone.
 int editAll(const std::vector<FileName>& files, const Content& content,
             const EditOptions& options) {
     int status = kDone;
     std::exception_ptr unreported;
+    std::string unprinted;
     for (const FileName& file : files) {
         try {
-            editFile(file, content, options);
+            std::string untouched = editFile(file, content, options);
+            if (!tryPrint(untouched)) unprinted = std::move(untouched);
         } catch (const ReportError&) {
             if (!unreported) unreported = std::current_exception();
-        } catch (const OutputError&) {
-            throw;
         } catch (const std::bad_alloc&) {
             throw;
         } catch (const std::exception& e) {
@@ -266,8 +267,10 @@ int editAll(const std::vector<FileName>& files, const Content& content,
             status = kFailed;
         }
     }
-    if (unreported && status == kDone) std::rethrow_exception(unreported);
-    return status;
+    if (status != kDone) return status;
+    if (unreported) std::rethrow_exception(unreported);
+    print(unprinted);  // fails again, now for good
+    return kDone;
 }
 
 int edit(const EditOptions& options) {

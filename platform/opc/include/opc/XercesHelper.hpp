@@ -91,6 +91,8 @@ public:
     // cannot hold.
     static xercesc::DOMElement* appendElementNS(xercesc::DOMNode* parent, const ustring& nameSpace,
                                                 const ustring& name);
+    // The element that holds all others.
+    static xercesc::DOMElement* getRoot(const xercesc::DOMDocument* document);
     // The first child with this local name in the namespace of its parent, so that a foreign
     // element does not hide it; otherwise the first one in any namespace, or null.
     static xercesc::DOMElement* getElement(const xercesc::DOMElement* parent, const ustring& name);

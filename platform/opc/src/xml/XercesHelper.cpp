@@ -274,6 +274,10 @@ xercesc::DOMElement* XercesHelper::appendElementNS(xercesc::DOMNode* parent,
     });
 }
 
+xercesc::DOMElement* XercesHelper::getRoot(const xercesc::DOMDocument* document) {
+    return given(document, "document").getDocumentElement();
+}
+
 xercesc::DOMElement* XercesHelper::getElement(const xercesc::DOMElement* parent,
                                               const ustring& name) {
     const auto& around = given(parent, "parent element");
