@@ -30,7 +30,9 @@ std::optional<struct stat> statOf(const path& file) {
                              return systemCalls().fstatat(AT_FDCWD, bytes.c_str(), &status, 0);
                          }) != 0) {
         const int descriptor = detail::descriptorOf(file, errno);
-        if (descriptor < 0 || systemCalls().fstat(descriptor, &status) != 0) return std::nullopt;
+        if (descriptor < 0) return std::nullopt;
+        if (retryInterrupted([&] { return systemCalls().fstat(descriptor, &status); }) < 0)
+            return std::nullopt;
     }
     return status;
 }
