@@ -27,6 +27,7 @@
 #include "app/Error.hpp"
 #include "app/Forms.hpp"
 #include "app/InputFiles.hpp"
+#include "app/ScreenshotFormats.hpp"
 #include "app/WithPackage.hpp"
 #include "metadata/Fields.hpp"
 #include "package/Layout.hpp"
@@ -154,10 +155,28 @@ bool isModelThere(const FileName& file, const FileName& model) {
     }
 }
 
+// The only part that the relationships of this type lead to.
+std::optional<opc::model::Part> onlyTarget(const opc::model::Package& package,
+                                           const ustring& relationshipType) {
+    const auto links = package.getRelationshipsByType(relationshipType);
+    if (links.size() != 1 || !package.hasTarget(links.front())) return std::nullopt;
+    return package.getTarget(links.front());
+}
+
+// Whether the screenshot has its content type and is the thumbnail, as it is after an edit.
+bool isAsWritten(const opc::model::Package& package) {
+    const auto screenshot = onlyTarget(package, layout::kScreenshotRelationship);
+    const auto thumbnail =
+        onlyTarget(package, opc::model::PackageHelper::getThumbnailRelationshipType());
+    if (!screenshot || !thumbnail || screenshot->getName() != thumbnail->getName()) return false;
+    const opc::ImageType* const type = packagedType(screenshot->getName().getExtension());
+    return type != nullptr && screenshot->getContentType() == type->contentType();
+}
+
 bool isScreenshotThere(const FileName& file, const appserialization::Screenshot& screenshot) {
     const appserialization::Screenshot present = readScreenshot(file, *openApp(file));
     return fl::i18n::to_lower(present.first) == fl::i18n::to_lower(screenshot.first) &&
-           present.second == screenshot.second;
+           present.second == screenshot.second && withPackage(file, isAsWritten);
 }
 
 // Returns what `compare` returns. What the file holds but cannot be read is not there, and is to be
@@ -165,9 +184,9 @@ bool isScreenshotThere(const FileName& file, const appserialization::Screenshot&
 template <class Compare>
 bool isThere(const FileName& file, Compare compare) {
     try {
-        return compare();
-    } catch (const std::exception& e) {
-        if (causeOf(e) == Error::Cause::Passing) rethrowAbout(file);
+        return about(file, compare);
+    } catch (const Error& e) {
+        if (e.isPassing()) throw;
         return false;
     }
 }
@@ -189,10 +208,8 @@ Changes changesTo(const FileName& file, const Content& content) {
         requireUnchanged(*content.model);
     }
     if (content.screenshot) {
-        // The screenshot is the thumbnail, too, after an edit.
-        changes.parts.screenshot = facts.otherThumbnail || !isThere(file, [&] {
-                                       return isScreenshotThere(file, *content.screenshot);
-                                   });
+        changes.parts.screenshot =
+            !isThere(file, [&] { return isScreenshotThere(file, *content.screenshot); });
         if (changes.parts.screenshot) changes.parts.newFormat = given.newFormat;
     }
     if (content.hasMetadata()) compareMetadata(file, content, facts, changes);

@@ -55,7 +55,7 @@ std::string expectedInstead(Field field, ustring_view value) {
 }
 
 void warnOf(const std::optional<std::string>& doubt) {
-    if (doubt) warn("warning: " + *doubt + "");
+    if (doubt) warn("warning: " + *doubt);
 }
 
 }  // namespace

@@ -212,7 +212,9 @@ class Create(ToolTest):
             "$0" create a.kvpkg --code <(echo 'x = 1;') --model fifo --metadata <(echo '{"Name": "N"}') --set \
             Summary=@<(echo S) --screenshot <(cat s) && "$0" edit a.kvpkg --screenshot shot.JPG && wait"""
         run = subprocess.run(["bash", "-c", command, TOOL], cwd=self.dir, capture_output=True, timeout=60)
-        self.assertEqual((run.stdout, run.stderr), (b"wrote a.kvpkg\nedited a.kvpkg\n", b""))
+        self.assertEqual((run.stdout, run.stderr),
+                         (b"wrote a.kvpkg\nedited a.kvpkg\n",
+                          b"qzapp: warning: the screenshot: is declared as jpg, but its bytes are a gif image\n"))
         got = self.metadata("a.kvpkg")
         self.assertEqual((got["Name"], got["Summary"]), ("N", "S"))
         self.assertEqual(self.extracted("a.kvpkg", "code"), b"x = 1;\n")
