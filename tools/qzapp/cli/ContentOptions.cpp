@@ -219,7 +219,7 @@ void addContentOptions(CLI::App& command, ContentOptions& options, bool required
         ->group("Content");
     command
         .add_option("--screenshot", options.screenshot,
-                    fmt::format("Image; its extension ({}), or else its first bytes,\n"
+                    fmt::format("Image; its extension ({}), or else its first bytes, "
                                 "give the format",
                                 packagedFormats("", ", ")))
         ->type_name("IMAGE")

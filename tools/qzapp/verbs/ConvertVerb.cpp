@@ -121,7 +121,7 @@ Action declareConvert(CLI::App& command) {
         ->type_name("");
     command
         .add_option("--model", options->model,
-                    "Binary app model, which a text app does not have: a file, a pipe\n"
+                    "Binary app model, which a text app does not have: a file, a pipe "
                     "or \"-\"")
         ->required()
         ->type_name("FILE");
