@@ -50,7 +50,7 @@ Action declareCreate(CLI::App& command) {
         "  qzapp create atlas.kvpkg --code atlas.k --model atlas.kvd --set Name=Atlas \\\n"
         "      --screenshot atlas.png \\\n"
         "      --set RequiredProducts=Core --set RequiredProducts=Signals\n"
-        "  make-model | qzapp create - --code a.k --model - --set Summary=@about.txt > a.kvpkg");
+        "  make-model | qzapp create - --code a.k --model - > a.kvpkg");
     return [options] { return create(*options); };
 }
 
