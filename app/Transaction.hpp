@@ -35,6 +35,8 @@ public:
     // The file to work on; messages about it show the target's name.
     const FileName& workingFile() const noexcept { return working_; }
 
+    // The working file, open for reading and writing, if it was Empty at the start.
+    fl::filesystem::FileDescriptor& file() noexcept { return file_; }
     // Writes into a working file that was Empty at the start; not for a ContentOfTarget one.
     void write(std::string_view bytes, std::uint64_t offset);
 

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
 
 namespace qzapp {
 namespace {
@@ -161,6 +162,16 @@ void limitProcessorTime(std::chrono::seconds time) {
     if (::getrlimit(RLIMIT_CPU, &limit) != 0) return;
     limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, static_cast<rlim_t>(time.count()));
     ::setrlimit(RLIMIT_CPU, &limit);
+}
+
+void limitMemory(std::uint64_t bytes) {
+    std::ifstream pages("/proc/self/statm");
+    std::uint64_t taken = 0;
+    rlimit limit{};
+    if (!(pages >> taken) || ::getrlimit(RLIMIT_AS, &limit) != 0) return;
+    taken *= static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, taken + bytes);
+    ::setrlimit(RLIMIT_AS, &limit);
 }
 
 }  // namespace qzapp

@@ -46,4 +46,8 @@ std::string describeConfinement();
 // Lets SIGXCPU end the process when it has used so much processor time. A lower limit stays.
 void limitProcessorTime(std::chrono::seconds time);
 
+// Lets allocations fail once this process has taken so many bytes of memory more than now. A lower limit
+// stays.
+void limitMemory(std::uint64_t bytes);
+
 }  // namespace qzapp

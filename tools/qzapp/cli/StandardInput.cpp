@@ -58,8 +58,7 @@ std::optional<fl::filesystem::FileStamp> originalOfStandardInput() {
     return fl::filesystem::stampOf(status);
 }
 
-// Copies the stream to a nameless file. Throws if there is nothing in it, because then the program
-// that should have filled it has failed.
+// Copies the stream to a nameless file.
 std::shared_ptr<const HeldFile> keep(const Stream& stream,
                                      std::optional<fl::filesystem::FileStamp> original = {}) {
     FileDescriptor file = makeScratchFile(stream.shown);
@@ -73,15 +72,20 @@ std::shared_ptr<const HeldFile> keep(const Stream& stream,
         }
         size += count;
     }
-    if (size == 0) throw Error(stream.shown, "is empty; check the program that writes to it");
     const auto stamp = file.stamp();
     return std::make_shared<HeldFile>(HeldFile{std::move(file), stamp, original});
 }
 
+// If there is nothing in a stream, the program that should have filled it has failed.
+void requireContent(const std::string& shown, const HeldFile& kept) {
+    if (kept.stamp.size == 0) throw Error(shown, "is empty; check the program that writes to it");
+}
+
 // Standard input can be read only once, so the first call copies it and all calls return that copy.
-FileName keptInput(const foundation::ustring& filename) {
+FileName keptInput(const foundation::ustring& filename, MayBeEmpty mayBeEmpty = MayBeEmpty::No) {
     static const foundation::Immortal<std::shared_ptr<const HeldFile>> kept(
         keep({STDIN_FILENO, kName}, originalOfStandardInput()));
+    if (mayBeEmpty == MayBeEmpty::No) requireContent(kName, **kept);
     return {kName, (*kept)->file.privateName(filename), *kept, true};
 }
 
@@ -99,6 +103,7 @@ std::optional<FileName> keptPipe(const FileName& file) {
     // Something else may have taken the pipe's place in between.
     if (::fstat(pipe.get(), &status) != 0 || !S_ISFIFO(status.st_mode)) return std::nullopt;
     const auto kept = keep({pipe.get(), file.shown});
+    requireContent(file.shown, *kept);
     return FileName{file.shown, kept->file.privateName(file.path.filename()), kept};
 }
 
@@ -110,8 +115,8 @@ bool looksPackaged(const FileName& input) {
 
 }  // namespace
 
-FileName inputArgument(const std::string& value) {
-    return value == kStandardStream ? keptInput(u"input") : hold(fileArgument(value));
+FileName inputArgument(const std::string& value, MayBeEmpty mayBeEmpty) {
+    return value == kStandardStream ? keptInput(u"input", mayBeEmpty) : hold(fileArgument(value));
 }
 
 FileName contentArgument(const std::string& value) {

@@ -13,11 +13,13 @@ inline constexpr const char* kStandardStream = "-";
 // What messages and reports call standard input.
 inline constexpr const char* kStandardInputName = "standard input";
 
+enum class MayBeEmpty { No, Yes };
+
 // Opens and holds the input file that `value` names. "-" is standard input, which is copied to a
 // nameless file at the first call and then read like any other file. Throws Error if the file
-// cannot be opened, or if standard input is empty, because then the program that should have filled
-// it has failed.
-FileName inputArgument(const std::string& value);
+// cannot be opened. Unless it may be, throws also if standard input is empty, because then the program
+// that should have filled it has failed.
+FileName inputArgument(const std::string& value, MayBeEmpty mayBeEmpty = MayBeEmpty::No);
 
 // Like inputArgument(), for content of an app, which may also come from a pipe: a FIFO, or "/dev/fd/N",
 // which shells put in the place of "<(COMMAND)". It is copied like standard input, so several of them can

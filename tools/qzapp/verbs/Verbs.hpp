@@ -32,5 +32,6 @@ Action declareExtract(CLI::App& command);
 Action declareParts(CLI::App& command);
 Action declareItems(CLI::App& command);
 Action declareCheck(CLI::App& command);
+Action declareRepack(CLI::App& command);
 
 }  // namespace qzapp

@@ -10,6 +10,7 @@
 #include <opc/PartKind.hpp>
 #include <opc/PartName.hpp>
 #include <opc/Relationship.hpp>
+#include <opc/Repack.hpp>
 #include <opc/Streams.hpp>
 #include <opc/XercesHelper.hpp>
 #include <opc/XmlElements.hpp>

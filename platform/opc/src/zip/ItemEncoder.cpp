@@ -38,8 +38,20 @@ std::size_t slotsFor(unsigned threads) {
 
 }  // namespace
 
-ItemEncoder::ItemEncoder(bool deflate, DeflaterPool& deflaters)
-    : mode_(deflate ? Mode::Undecided : Mode::Storing), deflaters_(&deflaters) {}
+ItemEncoder::ItemEncoder(Packing packing, DeflaterPool& deflaters)
+    : mode_(firstMode(packing)), deflaters_(&deflaters) {}
+
+ItemEncoder::Mode ItemEncoder::firstMode(Packing packing) noexcept {
+    switch (packing) {
+        case Packing::Stored:
+            return Mode::Storing;
+        case Packing::Deflated:
+            return Mode::Deflating;
+        case Packing::IfItIsWorthwhile:
+            return Mode::Undecided;
+    }
+    return Mode::Undecided;
+}
 
 ItemEncoder::~ItemEncoder() {
     release();

@@ -15,13 +15,18 @@
 
 namespace opc::zip {
 
-// Turns the content of one item into the bytes that stand in the file. The content is deflated, or
-// stored if it is not to be deflated or if the first part of it shrinks too little. What comes out
+// Turns the content of one item into the bytes that stand in the file, stored or deflated. What comes out
 // depends on the content only, not on the pieces in which it is written nor on the number of threads.
 class ItemEncoder {
 public:
+    enum class Packing {
+        Stored,
+        Deflated,          // for content that is not empty
+        IfItIsWorthwhile,  // deflated, but stored if the first part of it shrinks too little
+    };
+
     // `deflaters` must outlive the encoder.
-    ItemEncoder(bool deflate, DeflaterPool& deflaters);
+    ItemEncoder(Packing packing, DeflaterPool& deflaters);
     ~ItemEncoder();
 
     // Hands what is encoded to the sink, on the calling thread. Up to a slice waits for the next call.
@@ -48,6 +53,7 @@ private:
         std::unique_ptr<Deflater> deflater;
     };
 
+    static Mode firstMode(Packing packing) noexcept;
     void decide(bool isAll, ByteSink& sink);
     void store(const OutputStream::Next& next, ByteSink& sink);
     void deflateFrom(const OutputStream::Next& next, ByteSink& sink);

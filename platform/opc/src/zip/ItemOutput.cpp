@@ -86,7 +86,10 @@ private:
 }  // namespace
 
 ItemOutput::ItemOutput(ZipWriter& writer, std::string name, const ItemOptions& options)
-    : writer_(&writer), encoder_(options.deflate, writer.deflaters_) {
+    : writer_(&writer),
+      encoder_(
+          options.deflate ? ItemEncoder::Packing::IfItIsWorthwhile : ItemEncoder::Packing::Stored,
+          writer.deflaters_) {
     item_.flags = flagsFor(name);
     item_.name = std::move(name);
     item_.dosDateAndTime = dosDateAndTime(foundation::clock::now());

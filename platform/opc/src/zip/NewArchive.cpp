@@ -10,6 +10,7 @@
 #include "platform/opc/src/zip/Directory.hpp"
 #include "platform/opc/src/zip/EndRecords.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"
+#include "platform/opc/src/zip/StoredBlocks.hpp"
 #include "platform/opc/src/zip/StrayRecords.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 
@@ -31,33 +32,6 @@ public:
 private:
     NewFile* file_;
 };
-
-// Whether the last four bytes, the last of them in the upper bits, begin a record that some reader
-// searches for.
-bool isEndSignature(std::uint32_t bytes) {
-    using namespace format;
-    return bytes == end::kSignature || bytes == zip64end::kSignature ||
-           bytes == zip64locator::kSignature;
-}
-
-// Between slices there are bytes that are none of the content's, so no signature stays whole.
-void deflateInPieces(InputStream& content, ByteSink& sink) {
-    constexpr std::size_t kBuffer = std::size_t{64} << 10;
-    std::vector<std::byte> buffer(kBuffer);
-    Deflater deflater;
-    std::uint32_t last = 0;
-    while (const std::size_t count = content.read(buffer)) {
-        std::size_t from = 0;
-        for (std::size_t i = 0; i < count; ++i) {
-            last = last >> 8 | std::to_integer<std::uint32_t>(buffer[i]) << 24;
-            if (!isEndSignature(last)) continue;
-            deflater.deflate(std::span(buffer).subspan(from, i - from), false, sink);
-            from = i;
-        }
-        deflater.deflate(std::span(buffer).subspan(from, count - from), false, sink);
-    }
-    deflater.deflate({}, true, sink);
-}
 
 }  // namespace
 
@@ -337,8 +311,8 @@ NewItem* NewArchive::storedAt(std::uint64_t offset) const {
     return isStored && offset < placed.end ? placed.fresh : nullptr;
 }
 
-// At the end of the file; closeGaps() fills the old place. Blocks of the stream end within records'
-// signatures, so that these are in none, even where the stream holds the content as it is.
+// At the end of the file; closeGaps() fills the old place. Nothing is compressed: the item is stored
+// because it does not shrink, or because the caller wants it so.
 void NewArchive::deflateAgain(NewItem& item) {
     NewItem deflated = item;
     deflated.method = Method::Deflated;
@@ -346,7 +320,7 @@ void NewArchive::deflateAgain(NewItem& item) {
     startItem(deflated);
     const std::uint64_t dataOffset = file_->tail();
     EndOfFile sink(*file_);
-    deflateInPieces(*content, sink);
+    writeStoredBlocks(*content, sink);
     deflated.compressedSize = file_->tail() - dataOffset;
     drop(item);
     item = std::move(deflated);

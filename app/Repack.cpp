@@ -1,0 +1,63 @@
+#include "app/Repack.hpp"
+
+#include <fmt/format.h>
+#include <fl/filesystem.hpp>
+#include <foundation/Shown.hpp>
+#include <opc/Package.hpp>
+#include <opc/Repack.hpp>
+
+#include <cstdint>
+
+#include "app/Error.hpp"
+#include "app/InputFiles.hpp"
+#include "app/Progress.hpp"
+#include "app/Signatures.hpp"
+#include "app/VisibleText.hpp"
+#include "app/WithPackage.hpp"
+
+namespace qzapp {
+namespace {
+
+// A signature stays valid in another packing, but what it says of the packing may not: other programs
+// would ask why the file is another one than was signed.
+void requireUnsigned(const FileName& file) {
+    const bool isSigned = withPackage(
+        file, [](const opc::model::Package& package) { return signatures::isSigned(package); });
+    if (!isSigned) return;
+    throw Error(file.shown,
+                "is signed, and stays as it was signed; to repack a copy without its signatures, "
+                "remove them with \"qzapp edit --drop-signature\"");
+}
+
+std::string itemCount(std::uint64_t number) {
+    return number == 1 ? "1 item" : foundation::shownCount(number) + " items";
+}
+
+std::vector<std::string> phrases(const opc::zip::LeftOut& leftOut) {
+    std::vector<std::string> all;
+    if (leftOut.bytes != 0) {
+        all.push_back(byteCount(leftOut.bytes) + " in front of, between or after the items");
+    }
+    if (leftOut.commentBytes != 0) all.emplace_back("the comment of the zip file");
+    if (leftOut.comments != 0) all.push_back("the comments of " + itemCount(leftOut.comments));
+    if (leftOut.extraFields != 0)
+        all.push_back("the extra fields of " + itemCount(leftOut.extraFields));
+    return all;
+}
+
+}  // namespace
+
+std::vector<std::string> repackPackage(const FileName& from, opc::zip::Method method,
+                                       fl::filesystem::FileDescriptor& to,
+                                       const std::string& name) {
+    requireUnsigned(from);
+    const Progress progress(sizeOf(from));
+    const auto leftOut = about(from, [&] {
+        const auto archive = opc::zip::ZipArchive::open(from.path);
+        return opc::zip::repack(*archive, method, to, fl::filesystem::path::fromBytes(name));
+    });
+    requireUnchanged(from);
+    return phrases(leftOut);
+}
+
+}  // namespace qzapp
