@@ -58,13 +58,23 @@ std::string metadataText(const FieldValues& values) {
     return text;
 }
 
+// Size and hash of a part whose bytes change with each save are left out: it is shown by its meaning.
+std::string contentText(const PartFacts& part) {
+    if (!part.error.empty()) {
+        return fmt::format("{}  cannot be read: {}", byteCount(part.size), visible(part.error));
+    }
+    if (!part.meaning) return fmt::format("{}  sha256:{}", byteCount(part.size), part.sha256);
+    std::string text = "says:";
+    for (const std::string& line : *part.meaning)
+        text += "\n  | " + visible(line);
+    return text;
+}
+
 std::string partsText(const std::vector<PartFacts>& parts) {
     std::string text;
     for (const PartFacts& part : parts) {
-        text += fmt::format("{}  {}  {}  {}\n", visible(part.name), visible(part.contentType),
-                            byteCount(part.size),
-                            part.error.empty() ? "sha256:" + part.sha256
-                                               : "cannot be read: " + visible(part.error));
+        text += fmt::format("{}  {}  {}\n", visible(part.name), visible(part.contentType),
+                            contentText(part));
     }
     return text;
 }

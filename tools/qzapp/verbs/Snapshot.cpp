@@ -3,10 +3,12 @@
 #include <fmt/format.h>
 #include <appserialization/AppMetadataReader.hpp>
 #include <fl/i18n.hpp>
+#include <opc/Exception.hpp>
 #include <opc/Limits.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
 #include <opc/PartName.hpp>
+#include <opc/XmlElements.hpp>
 #include <opc/ZipArchive.hpp>
 
 #include <algorithm>
@@ -33,6 +35,8 @@ using opc::model::PackageHelper;
 using opc::model::Part;
 using opc::zip::ZipArchive;
 
+using Lines = std::vector<std::string>;
+
 constexpr std::size_t kMaxLineBytes = 2000;
 constexpr std::size_t kShownLineBytes = 120;
 constexpr std::size_t kLooseBuffer = std::size_t{64} << 10;
@@ -41,23 +45,32 @@ std::string_view textOf(const std::vector<std::uint8_t>& bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-// Drops the text of the "modified" element, whatever its prefix.
-std::string withoutModifiedTime(std::string xml) {
-    const std::size_t name = xml.find(":modified");
-    const std::size_t start = xml.find('>', name);
-    const std::size_t end = xml.find('<', start);
-    if (end != std::string::npos) xml.erase(start + 1, end - start - 1);
-    return xml;
+// The elements of the core properties, without the time of the last save, which is in the only element of
+// its name, "modified".
+Lines meaningOfProperties(const Part& part) {
+    Lines lines;
+    const auto bytes = opc::model::readAll(part, kMaxXmlBytes);
+    for (const auto& element : opc::model::readXmlElements(textOf(bytes), "")) {
+        std::string line = element.name;
+        for (const auto& [name, value] : element.attributes)
+            line += fmt::format(" {}={}", name, value);
+        if (element.name != "modified") lines.push_back(line + ": " + element.text);
+    }
+    std::ranges::sort(lines);
+    return lines;
 }
 
-std::string relationshipsHash(const Package& package) {
-    std::multiset<std::string> lines;
+Lines meaningOfRelationships(const Package& package) {
+    Lines lines;
     for (const auto& relationship : package.getRelationships()) {
-        lines.insert(fmt::format("{}\n{}\n{}\n", fl::i18n::to_display(relationship.getType()),
-                                 fl::i18n::to_display(relationship.getTargetURI().toString()),
-                                 static_cast<int>(relationship.getTargetMode())));
+        const bool isExternal = relationship.getTargetMode() == opc::model::TargetMode::External;
+        lines.push_back(fmt::format("{} leads {}to {}",
+                                    fl::i18n::to_display(relationship.getType()),
+                                    isExternal ? "outside, " : "",
+                                    fl::i18n::to_display(relationship.getTargetURI().toString())));
     }
-    return sha256Hex(fmt::format("{}", fmt::join(lines, "")));
+    std::ranges::sort(lines);
+    return lines;
 }
 
 using Names = std::set<opc::model::PartName>;
@@ -72,13 +85,19 @@ Names corePropertiesOf(const Package& package) {
     return names;
 }
 
-std::string meaningHash(const Package& package, const Names& coreProperties, const Part& part,
-                        const std::string& hash) {
+// The meaning of a part that a save changes by itself. Nothing for any other part, and for core properties
+// that are not XML.
+std::optional<Lines> meaningOf(const Package& package, const Names& coreProperties,
+                               const Part& part) {
     if (part.getName().toString() == opc::names::kRelationshipsPart)
-        return relationshipsHash(package);
-    if (!coreProperties.contains(part.getName())) return hash;
-    return sha256Hex(
-        withoutModifiedTime(std::string(textOf(opc::model::readAll(part, kMaxXmlBytes)))));
+        return meaningOfRelationships(package);
+    if (!coreProperties.contains(part.getName())) return std::nullopt;
+    try {
+        return meaningOfProperties(part);
+    } catch (const opc::Exception& e) {
+        if (causeOf(e) == Error::Cause::Passing) throw;
+        return std::nullopt;
+    }
 }
 
 void addHashes(PartFacts& facts, const Package& package, const Names& coreProperties,
@@ -86,7 +105,11 @@ void addHashes(PartFacts& facts, const Package& package, const Names& coreProper
     Sha256 sum;
     part.getInputStream()->readTo([&](std::span<const std::byte> bytes) { sum.update(bytes); });
     facts.sha256 = sum.hex();
-    facts.sha256OfMeaning = meaningHash(package, coreProperties, part, facts.sha256);
+    facts.meaning = meaningOf(package, coreProperties, part);
+    facts.sha256OfMeaning =
+        facts.meaning
+            ? sha256Hex(fmt::format("{}", fmt::join(*facts.meaning, std::string_view("\0", 1))))
+            : facts.sha256;
 }
 
 PartFacts factsOf(const FileName& file, const Package& package, const Names& coreProperties,

@@ -18,8 +18,10 @@ struct PartFacts {
     std::string contentType;  // empty if it is not a part
     std::uint64_t size = 0;
     std::string sha256;  // of the bytes
-    // The hash that two parts are compared by. Equal to sha256, except that it leaves out the time
-    // of the last save (core properties) and order and identifiers (relationships).
+    // Of the core properties and the package's relationships, what they say, in an order of its own:
+    // without the time of the last save, and without identifiers.
+    std::optional<std::vector<std::string>> meaning;
+    // The hash that two parts are compared by: of the meaning, if there is one, otherwise sha256.
     std::string sha256OfMeaning;
     std::string error;            // why the bytes cannot be read, or empty
     bool isErrorPassing = false;  // see Error
