@@ -22,7 +22,7 @@ namespace {
 
 using fl::filesystem::FileDescriptor;
 
-// The extension with its dot. The working file needs the target's, because readers insist on it.
+// The extension with its dot.
 std::string extensionOf(const fl::filesystem::path& file) {
     const std::string name =
         fl::filesystem::detail::make_native_access_form_i18n(fl::filesystem::path(file.filename()));
@@ -36,10 +36,11 @@ std::string extensionOf(const fl::filesystem::path& file) {
 
 }  // namespace
 
-Transaction::Transaction(const FileName& target, Start start) : target_(target) {
+Transaction::Transaction(const FileName& target, Start start, const std::string& extension)
+    : target_(target) {
     about(target_, [&] {
         saveTarget_.emplace(target_.path);
-        createFolder();
+        createFolder(extension.empty() ? extensionOf(saveTarget_->resolved()) : extension);
     });
     if (start == Start::Empty) {
         about(target_, [&] { createWorkingFile(); });
@@ -58,14 +59,14 @@ void Transaction::takeContentOfTarget() {
     });
 }
 
-void Transaction::createFolder() {
+void Transaction::createFolder(const std::string& extension) {
     const auto parent = fl::filesystem::canonical(saveTarget_->resolved().parent());
     const std::string name = fl::filesystem::detail::make_native_access_form_i18n(parent);
     directory_ = FileDescriptor(fl::filesystem::retryInterrupted(
         [&] { return ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
     if (!directory_) throwNoFile(errno);
     folder_.emplace(directory_, 0700);
-    workingName_ = "working" + extensionOf(saveTarget_->resolved());
+    workingName_ = "working" + extension;
     working_ = {
         target_.shown,
         fl::filesystem::path::fromBytes(fmt::format("{}/{}", nameOfFolder(name), workingName_)),
@@ -99,12 +100,22 @@ bool Transaction::linkWorkingFile() const {
 }
 
 void Transaction::createWorkingFile() {
-    file_ = FileDescriptor(fl::filesystem::retryInterrupted([&] {
-        return fl::filesystem::systemCalls().openat(folder_->descriptor().get(),
-                                                    workingName_.c_str(),
+    file_ = newFile(workingName_);
+}
+
+FileDescriptor Transaction::newFile(const std::string& name) const {
+    FileDescriptor file(fl::filesystem::retryInterrupted([&] {
+        return fl::filesystem::systemCalls().openat(folder_->descriptor().get(), name.c_str(),
                                                     O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     }));
-    if (!file_) throwNoFile(errno);
+    if (!file) throwNoFile(errno);
+    return file;
+}
+
+void Transaction::replaceWorkingFile(const std::string& name) const {
+    const int folder = folder_->descriptor().get();
+    if (::renameat(folder, name.c_str(), folder, workingName_.c_str()) != 0)
+        fl::filesystem::throwSystemError(errno, "cannot rename a file in its directory");
 }
 
 void Transaction::write(std::string_view bytes, std::uint64_t offset) {

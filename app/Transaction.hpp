@@ -24,7 +24,9 @@ public:
     // the file system has no hard links). So it may be replaced by a save, but never written into.
     enum class Start { Empty, ContentOfTarget };
 
-    Transaction(const FileName& target, Start start);
+    // `extension`, with its dot, is that of the working file; without one, it gets the target's.
+    // Readers and writers of apps insist on their extensions.
+    Transaction(const FileName& target, Start start, const std::string& extension = {});
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
 
@@ -35,17 +37,24 @@ public:
     // The file to work on; messages about it show the target's name.
     const FileName& workingFile() const noexcept { return working_; }
 
+    // The private folder, which holds the working file and what saves put next to it.
+    const fl::filesystem::FileDescriptor& folder() const noexcept { return folder_->descriptor(); }
     // The working file, open for reading and writing, if it was Empty at the start.
     fl::filesystem::FileDescriptor& file() noexcept { return file_; }
     // Writes into a working file that was Empty at the start; not for a ContentOfTarget one.
     void write(std::string_view bytes, std::uint64_t offset);
+
+    // Makes an empty file of this name in the folder, open for reading and writing.
+    fl::filesystem::FileDescriptor newFile(const std::string& name) const;
+    // Puts a file from the folder in the place of the working file.
+    void replaceWorkingFile(const std::string& name) const;
 
     // Replaces the target atomically and durably. Throws, and leaves the target alone, if another
     // program has changed or made it since the transaction was constructed.
     void commit();
 
 private:
-    void createFolder();
+    void createFolder(const std::string& extension);
     std::string nameOfFolder(const std::string& parent) const;
     void takeContentOfTarget();
     void createWorkingFile();

@@ -1,15 +1,19 @@
 """repack, merge and git-setup, and git with them."""
 
 import hashlib
-import itertools
+import json
+import os
 import random
 import shutil
+import signal
 import struct
 import subprocess
+import time
 import unittest
 import zipfile
 
-from support import EXAMPLE, MODEL_PART, TOOL, ToolTest, replacing, setting, why_not
+from support import (EXAMPLE, METADATA_PART, MODEL_PART, TOOL, ToolTest, add_relationship, replacing, setting, why_not,
+                     without)
 
 # The records by which a reader that searches for them finds an archive without items in this content.
 OTHER_ARCHIVE = b"model" + b"PK\6\6" + struct.pack("<QHHIIQQQQ", 44, 45, 45, 0, 0, 0, 0, 0, 0) + b"PK\6\7" + bytes(16)
@@ -159,6 +163,564 @@ class Repack(ToolTest):
             for number, run in self.with_faults(call, fault, "repack", "--store", "--or-unchanged", "a.kvpkg", "-"):
                 self.assertTrue(run.returncode != 0 or run.stdout in (stored, content), (call, number, run.stderr))
                 self.assertTrue(run.returncode == 0 or run.stderr, (call, number))
+
+
+CODE = "".join(f"line {number}\n" for number in range(20))
+SCREENSHOT = "metadata/appScreenshot.png"
+CODE_PART = "korval/code.k"
+EXTRA = "http://example.org/extra"
+
+
+class Merge(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.write("code", CODE)
+        self.ok("create", "base.kvpkg", "--code", "code", "--model", EXAMPLE / "appModel.kvd", "--metadata",
+                EXAMPLE / "metadata.json", "--screenshot", EXAMPLE / "screenshot.png")
+
+    def edited(self, name, *options, source="base.kvpkg"):
+        if source != name:
+            shutil.copy(self.dir / source, self.dir / name)
+        if options:
+            self.ok("edit", name, *options)
+        return name
+
+    def changed(self, name, *changes, source="base.kvpkg"):
+        for change in changes:
+            self.rewrite(source, name, change)
+            source = name + ".source"
+            shutil.copy(self.dir / name, self.dir / source)
+        return name
+
+    def merge(self, status=0, base="base.kvpkg", ours="ours.kvpkg", theirs="theirs.kvpkg", out="out.kvpkg", more=()):
+        """The conflicts, as (what, name)."""
+        result = self.run_tool("merge", "--json", base, ours, theirs, "-o", out, "--force", *more)
+        self.assertEqual((result.returncode, result.stderr.decode()), (status, ""))
+        merged = json.loads(result.stdout)
+        self.assertEqual((merged["out"], bool(merged["conflicts"])), (out, status == 1))
+        if out.endswith(".kvpkg"):
+            self.assertNotIn("error", self.ok("check", out))
+        return [(each["what"], each["name"]) for each in merged["conflicts"]]
+
+    def test_changes_of_both_sides(self):
+        self.edited("ours.kvpkg", "--set", "Name=Ours", "--code", self.write("c", "first\n" + CODE))
+        self.edited("theirs.kvpkg", "--set", "Author=Theirs", "--set", "Name=Ours", "--code",
+                    self.write("c", CODE + "last\n"), "--model", self.write("m", "model"))
+        self.assertEqual(self.merge(), [])
+        wanted = {**self.metadata("base.kvpkg"), "Name": "Ours", "Author": "Theirs"}
+        self.assertEqual(self.metadata("out.kvpkg"), wanted)
+        self.assertEqual(self.extracted("out.kvpkg", "code").decode(), "first\n" + CODE + "last\n")
+        self.assertEqual(self.extracted("out.kvpkg", "model"), b"model")
+        self.assertEqual(self.extracted("out.kvpkg", "screenshot"), (EXAMPLE / "screenshot.png").read_bytes())
+
+    def test_each_field_goes_by_the_side_that_changed_it(self):
+        self.edited("base.kvpkg", "--set", "Summary=base")
+        ours = {"Summary": "ours", "Name": "ours", "Version": "7", "Description": "one"}
+        theirs = {"Summary": "theirs", "Author": "theirs", "Version": "7", "Description": ""}
+        for name, fields in (("ours.kvpkg", ours), ("theirs.kvpkg", theirs)):
+            self.edited(name, *(option for field, value in fields.items() for option in ("--set", f"{field}={value}")))
+        self.assertEqual(self.merge(1), [("field", "Summary"), ("field", "Description")])
+        merged = self.metadata("out.kvpkg")
+        self.assertEqual(merged, {**self.metadata("base.kvpkg"), **ours, "Author": "theirs"})
+
+    def test_lists_are_sets_in_an_order(self):
+        rows = [  # base, ours, theirs, merged, whether their order is in conflict
+            ("a b c", "a b c d", "a x b c", "a x b c d", 0),
+            ("a b c", "a c", "a b c d", "a c d", 0),
+            ("a b c", "b c", "a b", "b", 0),
+            ("a b c", "a b c", "c b a", "c b a", 0),
+            ("a b c", "a b c o", "c b a", "c o b a", 0),
+            ("a b c", "c b a t", "a b c", "c b a t", 0),
+            ("a b c", "b a c", "a c b", "b a c", 1),
+            ("", "a b", "b c", "a b c", 0),
+            ("a", "a x", "a y", "a x y", 0),
+            ("a b", "", "a b c", "c", 0),
+        ]
+        for base, ours, theirs, merged, conflict in rows:
+            with self.subTest(f"{base}: {ours} + {theirs}"):
+                for name, items in (("b.kvpkg", base), ("ours.kvpkg", ours), ("theirs.kvpkg", theirs)):
+                    options = [option for item in items.split() for option in ("--set", f"RequiredProducts={item}")]
+                    # Another field, so that the record as a whole has changed on both sides.
+                    self.edited(name, *(options or ["--clear", "RequiredProducts"]), "--set", f"Summary={name[0]}")
+                self.ok("edit", "theirs.kvpkg", "--set", "Summary=o", "--set", "Author=t")
+                self.assertEqual(self.merge(conflict, base="b.kvpkg"), [("field", "RequiredProducts")] * conflict)
+                self.assertEqual(self.metadata("out.kvpkg")["RequiredProducts"], merged.split())
+
+    def test_conflicts_are_named_and_ours_is_kept(self):
+        # Each row: what makes ours and theirs of the base, the conflict, and the item that ours keeps.
+        code = lambda text: setting(CODE_PART, text.encode())
+        rows = [
+            ([setting(MODEL_PART, b"o")], [setting(MODEL_PART, b"t")], [("part", "/" + MODEL_PART)], MODEL_PART),
+            ([setting(MODEL_PART, b"o")], [setting(MODEL_PART, b"o")], [], MODEL_PART),
+            ([code("o\n" + CODE)], [code("t\n" + CODE)], [("lines", "code")], None),
+            ([replacing("[Content_Types].xml", "image/png", "image/x-o")],
+             [replacing("[Content_Types].xml", "image/png", "image/x-t")], [("part", "/" + SCREENSHOT)], SCREENSHOT),
+            ([add_relationship(EXTRA, "o.bin", "rIdO")], [add_relationship(EXTRA, "t.bin", "rIdO")], [], None),
+            ([replacing(METADATA_PART, "</metadata>", "<later>o</later></metadata>")],
+             [replacing(METADATA_PART, "</metadata>", "<later>t</later></metadata>")],
+             [("metadata", "/metadata/appmetadata.xml")], METADATA_PART),
+            ([replacing(METADATA_PART, "</uuid>", "1</uuid>")],
+             [replacing(METADATA_PART, "</metadata>", "<later>t</later></metadata>")],
+             [("metadata", "/metadata/appmetadata.xml")], METADATA_PART),
+        ]
+        for ours, theirs, conflicts, kept in rows:
+            self.changed("ours.kvpkg", *ours)
+            self.changed("theirs.kvpkg", *theirs)
+            with self.subTest(conflicts):
+                self.assertEqual(self.merge(1 if conflicts else 0), conflicts)
+                if kept:
+                    self.assertEqual(self.items("out.kvpkg")[kept], self.items("ours.kvpkg")[kept])
+        self.changed("ours.kvpkg", code("o\n" + CODE))
+        self.changed("theirs.kvpkg", code("t\n" + CODE))
+        self.merge(1, more=["--marker-size", "9"])
+        self.assertEqual(self.extracted("out.kvpkg", "code").decode(),
+                         f"{'<' * 9} ours\no\n{'=' * 9}\nt\n{'>' * 9} theirs\n{CODE}")
+        sheet = self.run_tool("merge", "base.kvpkg", "ours.kvpkg", "theirs.kvpkg", "-o", "out.kvpkg", "--force")
+        self.assertEqual(sheet.stdout.decode(), "merged out.kvpkg with 1 conflict\ncode: both changed the same lines; "
+                         "look for the marks \"<<<<<<<\"\n")
+
+    def test_parts_come_and_go(self):
+        self.edited("ours.kvpkg", "--set", "Name=Ours")
+        self.edited("theirs.kvpkg", "--remove-screenshot")
+        self.assertEqual(self.merge(), [])
+        self.assertNotIn(SCREENSHOT, self.items("out.kvpkg"))
+        self.assertEqual(self.metadata("out.kvpkg")["Name"], "Ours")
+        # A new part with a new relationship.
+        self.edited("bare.kvpkg", "--remove-screenshot")
+        self.edited("ours.kvpkg", "--set", "Name=Ours", source="bare.kvpkg")
+        self.edited("theirs.kvpkg", "--screenshot", EXAMPLE / "screenshot.png", source="bare.kvpkg")
+        self.assertEqual(self.merge(base="bare.kvpkg"), [])
+        self.assertEqual(self.extracted("out.kvpkg", "screenshot"), (EXAMPLE / "screenshot.png").read_bytes())
+        # Two new screenshots of different formats: one is the app's, and the other is not left behind.
+        gif = self.write("s.gif", b"GIF89a\1\0\1\0\0\0\0,\0\0\0\0\1\0\1\0\0\2\2D\1\0;")
+        self.edited("ours.kvpkg", "--screenshot", gif, source="bare.kvpkg")
+        self.assertEqual({what for what, _ in self.merge(1, base="bare.kvpkg")}, {"relationship"})
+        self.assertNotIn(SCREENSHOT, self.items("out.kvpkg"))
+        self.assertEqual(self.extracted("out.kvpkg", "screenshot"), self.read("s.gif"))
+        # Theirs deletes what ours has changed, and the other way round.
+        self.changed("ours.kvpkg", setting(SCREENSHOT, b"changed"))
+        self.edited("theirs.kvpkg", "--remove-screenshot")
+        self.assertEqual(self.merge(1), [("part", "/" + SCREENSHOT)])
+        self.assertEqual(self.extracted("out.kvpkg", "screenshot"), b"changed")
+        self.assertEqual(self.merge(1, ours="theirs.kvpkg", theirs="ours.kvpkg"), [("part", "/" + SCREENSHOT)])
+        self.assertNotIn(SCREENSHOT, self.items("out.kvpkg"))
+        # Theirs deletes what ours has come to need.
+        self.changed("ours.kvpkg", add_relationship(EXTRA, "/" + SCREENSHOT))
+        self.edited("theirs.kvpkg", "--remove-screenshot")
+        self.assertIn(("part", "/" + SCREENSHOT), self.merge(1))
+        self.assertIn(SCREENSHOT, self.items("out.kvpkg"))
+        # Ours has deleted what theirs has come to need.
+        self.edited("ours.kvpkg", "--remove-screenshot")
+        self.changed("theirs.kvpkg", add_relationship(EXTRA, "/" + SCREENSHOT))
+        self.assertEqual(self.merge(1), [("relationship", EXTRA)])
+        self.assertNotIn(SCREENSHOT, self.items("out.kvpkg"))
+
+    def test_what_later_hosts_put_in_stays(self):
+        self.changed("ours.kvpkg", replacing(METADATA_PART, "</metadata>", "<later a='1'>o</later></metadata>"))
+        self.edited("theirs.kvpkg", "--set", "Uuid=5b1c1c0e-8f0f-4c43-9a63-2f0d6f3f7f12")
+        self.merge()
+        self.assertIn(b'<later a="1">o</later>', self.items("out.kvpkg")[METADATA_PART])
+        self.assertEqual(self.metadata("out.kvpkg")["Uuid"], "5b1c1c0e-8f0f-4c43-9a63-2f0d6f3f7f12")
+        # The whole part is taken if ours has not changed it.
+        self.edited("ours.kvpkg", "--model", self.write("m", "model"))
+        self.changed("theirs.kvpkg", replacing(METADATA_PART, "</metadata>", "<later a='1'>t</later></metadata>"))
+        self.merge()
+        self.assertIn(b"<later a='1'>t</later>", self.items("out.kvpkg")[METADATA_PART])
+
+    def test_a_side_without_changes_gives_the_other_as_it_is(self):
+        self.edited("ours.kvpkg", "--set", "Name=Ours")
+        self.signed("ours.kvpkg", "signed.kvpkg")
+        for ours, theirs in (("base.kvpkg", "signed.kvpkg"), ("signed.kvpkg", "base.kvpkg"),
+                             ("signed.kvpkg", "signed.kvpkg")):
+            self.merge(ours=ours, theirs=theirs)
+            self.assertEqual(self.read("out.kvpkg"), self.read("signed.kvpkg"), (ours, theirs))
+        # A save without a change is none either.
+        self.edited("same.kvpkg", "--set", "Version=" + self.metadata("base.kvpkg")["Version"])
+        self.merge(ours="same.kvpkg", theirs="ours.kvpkg")
+        self.assertEqual(self.metadata("out.kvpkg"), self.metadata("ours.kvpkg"))
+        self.edited("theirs.kvpkg", "--set", "Author=Theirs")
+        for sides in (["signed.kvpkg", "theirs.kvpkg"], ["theirs.kvpkg", "signed.kvpkg"]):
+            self.fails_like(r"signed\.kvpkg: is signed, .*", "merge", "base.kvpkg", *sides, "-o", "new.kvpkg", status=2)
+
+    def test_without_a_base(self):
+        self.write("none.kvpkg", "")
+        self.edited("ours.kvpkg", "--set", "Name=Ours")
+        self.edited("theirs.kvpkg", "--set", "Name=Theirs")
+        self.assertEqual(self.merge(1, base="none.kvpkg"), [("field", "Name")])
+        self.write("none.k", "")
+        self.write("o.k", "x = 1;\n")
+        self.write("t.k", "x = 2;\n")
+        self.assertEqual(self.merge(1, "none.k", "o.k", "t.k", "out.k"), [("lines", "code")])
+
+    def test_text_apps_are_merged_by_lines(self):
+        base = (EXAMPLE / "heatfield.k").read_text()
+        version = next(line for line in base.splitlines() if line.startswith("<Version>"))
+        name = next(line for line in base.splitlines() if line.startswith("<Name>"))
+        self.write("base.k", base)
+        self.write("ours.k", "% ours\n" + base.replace(name, "<Name>Ours</Name>"))
+        self.write("theirs.k", base.replace(version, "<Version>9</Version>"))
+        self.assertEqual(self.merge(0, "base.k", "ours.k", "theirs.k", "out.k"), [])
+        self.assertEqual(self.read("out.k").decode(),
+                         "% ours\n" + base.replace(name, "<Name>Ours</Name>").replace(version, "<Version>9</Version>"))
+        self.write("ours.k", base.replace(version, "<Version>8</Version>"))
+        self.assertEqual(self.merge(1, "base.k", "ours.k", "theirs.k", "out.k"),
+                         [("lines", "code"), ("field", "Version")])
+        self.assertEqual(self.read("out.k").decode(), base.replace(
+            version, "<<<<<<< ours\n<Version>8</Version>\n=======\n<Version>9</Version>\n>>>>>>> theirs"))
+        self.write("ours.k", "\0ours" + base)
+        self.write("theirs.k", "\0theirs" + base)
+        self.assertEqual(self.merge(1, "base.k", "ours.k", "theirs.k", "out.k"), [("text", "code")])
+        self.assertEqual(self.read("out.k"), self.read("ours.k"))
+
+    def test_trouble_changes_nothing(self):
+        self.edited("ours.kvpkg", "--set", "Name=Ours")
+        self.edited("theirs.kvpkg", "--set", "Author=Theirs")
+        self.flip("theirs.kvpkg", "bad.kvpkg", MODEL_PART)
+        self.write("text.kvpkg", "text")
+        before = self.names()
+        files = ["base.kvpkg", "ours.kvpkg", "theirs.kvpkg"]
+        for arguments, message in [
+                ((*files[:2], "bad.kvpkg", "-o", "ours.kvpkg"), r"bad\.kvpkg: .*"),
+                ((files[0], "text.kvpkg", files[2], "-o", "text.kvpkg"), r"text\.kvpkg: .*"),
+                ((*files, "-o", "theirs.kvpkg", "--force"), r"theirs\.kvpkg: is the same file as the input .*"),
+                ((*files, "-o", "bad.kvpkg"), r"bad\.kvpkg: already exists; .*"),
+                (("none.kvpkg", *files[1:], "-o", "out.kvpkg"), r"none\.kvpkg: there is no such file; .*"),
+                ((*files, "-o", "none/out.kvpkg"), r"none/out\.kvpkg: .*"),
+                ((*files, "-o", "out.kvpkg", "--marker-size", "0"), r"merge: .*"),
+                (("s", "s", "s", "-o", "out"), r"s: there is no such file; .*")]:
+            contents = {name: self.read(name) for name in before}
+            with self.subTest(arguments):
+                self.fails_like(message, "merge", *arguments, status=2)
+                self.assertEqual({name: self.read(name) for name in self.names()}, contents)
+
+    def test_ours_may_be_the_file_to_write_and_is_packed_as_asked(self):
+        self.edited("ours.kvpkg", "--set", "Name=Ours")
+        self.edited("theirs.kvpkg", "--set", "Author=Theirs")
+        for name in ("base", "ours", "theirs"):
+            shutil.copy(self.dir / f"{name}.kvpkg", self.dir / name)
+        self.ok("merge", "base", "ours", "theirs", "-o", "ours", "--path", "-odd].kvpkg", "--store")
+        self.assertEqual(self.names().count("ours"), 1)
+        shutil.copy(self.dir / "ours", self.dir / "out.kvpkg")
+        self.ok("repack", "--store", "out.kvpkg", "again.kvpkg")
+        self.assertEqual(self.read("again.kvpkg"), self.read("out.kvpkg"))
+        merged = self.metadata("out.kvpkg")
+        self.assertEqual((merged["Name"], merged["Author"]), ("Ours", "Theirs"))
+
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_a_failing_system_leaves_ours_or_the_result(self):
+        self.edited("ours.kvpkg", "--set", "Name=Ours", "--code", self.write("c", "first\n" + CODE))
+        self.edited("theirs.kvpkg", "--set", "Author=Theirs", "--code", self.write("c", CODE + "last\n"))
+        ours = self.read("ours.kvpkg")
+        before = self.names()
+        for call, fault in (("pwrite64", "ENOSPC"), ("linkat", "EIO"), ("fsync", "EIO"), ("renameat", "EIO"),
+                            ("rename", "EIO")):
+            for number, run in self.with_faults(call, fault, "merge", "base.kvpkg", "ours.kvpkg", "theirs.kvpkg", "-o",
+                                                "ours.kvpkg", "--store"):
+                self.assertEqual([name for name in self.names() if name != "faults"], before, (call, number))
+                if run.returncode == 0:
+                    self.assertEqual(self.metadata("ours.kvpkg")["Author"], "Theirs", (call, number))
+                else:
+                    self.assertEqual((run.returncode, run.stdout), (2, b""), (call, number, run.stderr))
+                    self.assertTrue(run.stderr, (call, number))
+                self.write("ours.kvpkg", ours)
+
+    def test_a_signal_leaves_nothing(self):
+        with open(self.dir / "model", "wb") as model:
+            model.truncate(100 << 20)
+        self.edited("ours.kvpkg", "--set", "Name=Ours", "--model", "model")
+        self.edited("theirs.kvpkg", "--set", "Author=Theirs")
+        before = self.names()
+        ours = self.read("ours.kvpkg")
+        for delay in (0.02, 0.1, 0.2, 0.4):
+            with subprocess.Popen([TOOL, "merge", "base.kvpkg", "ours.kvpkg", "theirs.kvpkg", "-o", "ours.kvpkg",
+                                   "--store"], cwd=self.dir, stdout=subprocess.DEVNULL) as tool:
+                time.sleep(delay)
+                tool.send_signal(signal.SIGTERM)
+            time.sleep(0.2)
+            self.assertEqual(self.names(), before, delay)
+            self.assertIn(tool.returncode, (0, -signal.SIGTERM))
+            if tool.returncode:
+                self.assertEqual(self.read("ours.kvpkg"), ours)
+            self.write("ours.kvpkg", ours)
+
+
+ODD = ["-dash.kvpkg", "a b.kvpkg", "$(touch pwned).kvpkg", "'single' \"double\".kvpkg", "semi;touch pwned;.kvpkg",
+       "line\nbreak.kvpkg", "%P %A.kvpkg", "[x].kvpkg", "\u00fc\u4e2d.kvpkg", "`touch pwned`.kvpkg", "b\\n.kvpkg"]
+
+
+class Git(ToolTest):
+    """git itself, in repositories that were set up."""
+
+    def setUp(self):
+        super().setUp()
+        (self.dir / "home").mkdir()
+        self.repository = "r"
+        self.environment = {
+            "HOME": str(self.dir / "home"), "GIT_CONFIG_NOSYSTEM": "1", "PATH": f"{TOOL.parent}:{os.environ['PATH']}",
+            **{f"GIT_{who}_{what}": "a@b" for who in ("AUTHOR", "COMMITTER") for what in ("NAME", "EMAIL")}}
+        self.git("init", "-q", "-b", "main", "r", within=".")
+        self.create("r/a.kvpkg")
+        shutil.copy(EXAMPLE / "heatfield.k", self.dir / "r/t.k")
+
+    def git(self, *arguments, status=0, within=None):
+        run = subprocess.run(["git", *arguments], cwd=self.dir / (within or self.repository), capture_output=True,
+                             env={**os.environ, **self.environment})
+        self.assertEqual(run.returncode, status, (arguments, run))
+        self.said = run.stderr.decode()
+        return run.stdout.decode()
+
+    def set_up(self, *options):
+        run = self.run_tool("git-setup", *options, env=self.environment, cwd=self.dir / self.repository)
+        self.assertEqual((run.returncode, run.stderr), (0, b""))
+        return run.stdout.decode()
+
+    def run_tool(self, *arguments, cwd=None, **options):
+        if cwd is None:
+            return super().run_tool(*arguments, **options)
+        return subprocess.run([TOOL, *arguments], cwd=cwd, env={**os.environ, **options["env"]}, capture_output=True)
+
+    def commit(self, message="c"):
+        self.git("add", "-A")
+        self.git("commit", "-q", "-m", message)
+
+    def edit(self, *options, name="a.kvpkg"):
+        self.ok("edit", f"r/{name}", *options)
+
+    def test_set_up_shown_run_twice_and_undone(self):
+        nothing = (self.dir / "r/.git/config").read_bytes()
+        shown = self.set_up("--print")
+        self.assertFalse((self.dir / "r/.gitattributes").exists())
+        self.assertEqual((self.dir / "r/.git/config").read_bytes(), nothing)
+        self.assertIn("added lines to .gitattributes", self.set_up())
+        lines = self.read("r/.gitattributes").decode().splitlines()[1:]
+        for line in lines:
+            self.assertIn(line + "\n", shown)
+        configuration = (self.dir / "r/.git/config").read_bytes()
+        # The commands that --print shows do the same.
+        commands = [line for line in shown.splitlines() if line.startswith("git config")]
+        (self.dir / "r/.git/config").write_bytes(nothing)
+        subprocess.run(["sh", "-e", "-c", "\n".join(commands)], cwd=self.dir / "r", check=True,
+                       env={**os.environ, **self.environment})
+        self.assertEqual((self.dir / "r/.git/config").read_bytes(), configuration)
+        (self.dir / "r/below").mkdir()
+        self.repository = "r/below"
+        self.assertEqual(self.set_up(), "nothing to change\n")
+        self.assertIn("removed the configuration", self.set_up("--undo"))
+        self.assertFalse((self.dir / "r/.gitattributes").exists())
+        self.assertNotIn(b"qzapp", (self.dir / "r/.git/config").read_bytes())
+        self.assertEqual(self.set_up("--undo"), "nothing to change\n")
+        self.assertEqual(self.run_tool("git-setup", cwd=self.dir, env=self.environment).returncode, 1)
+
+    def test_lines_of_others_stay(self):
+        ours = self.set_up() and self.read("r/.gitattributes").decode()
+        self.set_up("--undo")
+        head = ours.splitlines()[0]
+        for before, after in [
+                ("*.txt text", f"*.txt text\n{ours}"),
+                ("*.kvpkg diff=qzapp\n",
+                 f"*.kvpkg diff=qzapp\n{head}\n*.kvpkg -text filter=qzapp merge=qzapp\n*.k merge=qzapp\n"),
+                ("*.kvpkg filter=lfs diff=lfs merge=lfs -text\n*.k -merge\n", None),
+                ("*.kvpkg binary\n", f"*.kvpkg binary\n{head}\n*.kvpkg filter=qzapp\n*.k merge=qzapp\n"),
+                ("# *.kvpkg diff=qzapp\r\n", f"# *.kvpkg diff=qzapp\r\n{ours}"),
+                (ours + "*.png binary\n", None)]:
+            with self.subTest(before):
+                self.write("r/.gitattributes", before)
+                said = self.set_up()
+                self.assertEqual(self.read("r/.gitattributes").decode(), after or before)
+                self.assertEqual("note: lines of yours" in said, "lfs" in before or "binary\n" in before[:16], said)
+                self.set_up("--undo")
+                rest = before.replace(ours, "")
+                self.assertEqual(self.read("r/.gitattributes").decode().rstrip("\n"), rest.rstrip("\n"))
+        self.write("elsewhere", "mine")
+        (self.dir / "r/.gitattributes").unlink()
+        (self.dir / "r/.gitattributes").symlink_to("../elsewhere")
+        run = self.run_tool("git-setup", cwd=self.dir / "r", env=self.environment)
+        self.assertEqual((run.returncode, self.read("elsewhere")), (1, b"mine"))
+
+    def test_no_hook_runs(self):
+        for hook in ("reference-transaction", "post-index-change", "fsmonitor"):
+            path = self.dir / "r/.git/hooks" / hook
+            path.parent.mkdir(exist_ok=True)
+            path.write_text("#!/bin/sh\ntouch $GIT_DIR/pwned ../pwned pwned\n")
+            path.chmod(0o755)
+        self.git("config", "core.fsmonitor", ".git/hooks/fsmonitor")
+        self.git("update-ref", "refs/notes/textconv/qzapp", self.git("hash-object", "-w", "t.k").strip())
+        for path in [*self.dir.rglob("pwned")]:
+            path.unlink()
+        self.set_up()
+        self.set_up("--undo")
+        self.assertEqual([*self.dir.rglob("pwned")], [])
+        self.git("rev-parse", "-q", "--verify", "refs/notes/textconv/qzapp", status=1)
+
+    def test_the_filter_stores_apps_and_passes_the_rest(self):
+        self.set_up()
+        contents = {"garbage.kvpkg": b"garbage", "empty.kvpkg": b"", "cut.kvpkg": self.read("r/a.kvpkg")[:-9],
+                    "lines.kvpkg": b"one\r\ntwo\r\n", "signed.kvpkg": b""}
+        self.signed("r/a.kvpkg", "signed.kvpkg")
+        contents["signed.kvpkg"] = self.read("signed.kvpkg")
+        for name, content in contents.items():
+            self.write(f"r/{name}", content)
+        for name in ODD:
+            shutil.copy(self.dir / "r/a.kvpkg", self.dir / "r" / name)
+        os.link(self.dir / "r/a.kvpkg", os.fsencode(self.dir / "r") + b"/\xff.kvpkg")
+        self.commit()
+        self.assertEqual(self.said, "")
+        for name, content in contents.items():
+            stored = subprocess.run(["git", "show", f"HEAD:{name}"], cwd=self.dir / "r", capture_output=True).stdout
+            self.assertEqual(stored, content, name)
+        self.ok("repack", "--store", "r/a.kvpkg", "stored.kvpkg")
+        blob = subprocess.run(["git", "show", "HEAD:a.kvpkg"], cwd=self.dir / "r", capture_output=True).stdout
+        self.assertEqual(blob, self.read("stored.kvpkg"))
+        for name in ODD:
+            self.assertEqual(self.git("rev-parse", f"HEAD:{name}"), self.git("rev-parse", "HEAD:a.kvpkg"), name)
+        self.assertEqual([*self.dir.rglob("pwned")], [])
+        # Packed otherwise, there is nothing to commit.
+        self.ok("repack", "--deflate", "r/a.kvpkg", "r/a.kvpkg", "--force")
+        self.assertEqual(self.git("diff"), "")
+        self.git("add", "-A")
+        self.assertEqual(self.git("status", "--short"), "")
+        # Without qzapp, git says so and adds what there is.
+        self.environment["PATH"] = "/usr/bin:/bin"
+        self.edit("--set", "Name=Other")
+        self.commit()
+        self.assertEqual(self.git("status", "--short"), "")
+
+    def test_a_repository_is_normalised_once(self):
+        self.commit()
+        self.set_up()
+        self.git("add", "--renormalize", ".")
+        self.commit()
+        blob = subprocess.run(["git", "show", "HEAD:a.kvpkg"], cwd=self.dir / "r", capture_output=True).stdout
+        self.ok("repack", "--store", "r/a.kvpkg", "stored.kvpkg")
+        self.assertEqual(blob, self.read("stored.kvpkg"))
+        self.assertEqual(self.git("diff", "HEAD^", "--", "a.kvpkg"), "")
+
+    def branches(self, ours, theirs, name="a.kvpkg"):
+        """Two branches with an edit each; the first is checked out."""
+        self.git("checkout", "-q", "-b", "side")
+        self.edit(*theirs, name=name)
+        self.commit("theirs")
+        self.git("checkout", "-q", "main")
+        self.edit(*ours, name=name)
+        self.commit("ours")
+
+    def name_and_author(self, name="a.kvpkg"):
+        fields = self.metadata(f"r/{name}")
+        return fields["Name"], fields["Author"]
+
+    def test_merge_rebase_cherry_pick_stash_and_gc(self):
+        self.set_up()
+        self.commit()
+        self.branches(["--set", "Name=Ours"], ["--set", "Author=Theirs"])
+        start = self.git("rev-parse", "main").strip()
+        for command in (["merge", "-q", "-m", "m", "side"], ["cherry-pick", "side"], ["rebase", "-q", "side"]):
+            with self.subTest(command[0]):
+                self.git(*command)
+                self.assertEqual(self.name_and_author(), ("Ours", "Theirs"))
+                # What the driver wrote is what the filter would.
+                self.git("add", "--renormalize", ".")
+                self.assertEqual(self.git("status", "--short"), "")
+                self.git("reset", "-q", "--hard", start)
+        self.edit("--set", "Version=7")
+        self.git("stash")
+        self.git("merge", "-q", "-m", "m", "side")
+        self.git("stash", "pop")
+        self.assertEqual((self.name_and_author(), self.metadata("r/a.kvpkg")["Version"]), (("Ours", "Theirs"), "7"))
+        self.commit()
+        self.git("gc", "-q")
+        self.git("fsck", "--strict")
+        self.git("clone", "-q", "r", "clone", within=".")
+        self.assertEqual(self.ok("check", "--strict", "clone/a.kvpkg"), "clone/a.kvpkg: no findings\n")
+        # A clone without the set-up works, and merges as git does with binary files.
+        self.assertEqual(self.git("status", "--short", within="clone"), "")
+        self.repository = "clone"
+        self.set_up()
+        self.assertEqual(self.git("status", "--short"), "")
+        self.assertEqual(self.git("log", "-p", "-1", "--format=").count("+Version: 7"), 1)
+
+    def test_conflicts_are_left_to_people(self):
+        self.set_up()
+        for name in ODD:
+            shutil.copy(self.dir / "r/a.kvpkg", self.dir / "r" / name)
+        self.commit()
+        for name in ["a.kvpkg", *ODD]:
+            self.ok("edit", str(self.dir / "r" / name), "--set", "Name=Ours", "--set", "Author=Ours")
+        self.commit()
+        self.git("checkout", "-q", "-b", "side", "HEAD^")
+        for name in ["a.kvpkg", *ODD]:
+            self.ok("edit", str(self.dir / "r" / name), "--set", "Name=Theirs", "--set", "Version=7")
+        self.commit()
+        self.git("checkout", "-q", "main")
+        merged = self.git("merge", "side", status=1)
+        self.assertIn("field Name: ours is kept", merged)
+        self.assertEqual([*self.dir.rglob("pwned")], [])
+        unmerged = set(self.git("diff", "-z", "--name-only", "--diff-filter=U").split("\0"))
+        self.assertEqual(unmerged, {"", "a.kvpkg", *ODD})
+        for name in ["a.kvpkg", *ODD]:
+            fields = self.metadata(str(self.dir / "r" / name))
+            self.assertEqual((fields["Name"], fields["Author"], fields["Version"]), ("Ours", "Ours", "7"), name)
+        self.commit()
+        # What cannot be merged is a conflict, too.
+        self.write("r/a.kvpkg", "garbage")
+        self.commit()
+        self.git("checkout", "-q", "side")
+        self.edit("--set", "Name=More")
+        self.commit()
+        self.assertIn("CONFLICT", self.git("merge", "main", status=1))
+        self.assertEqual(self.metadata("r/a.kvpkg")["Name"], "More")
+
+    def test_both_add_an_app(self):
+        self.set_up()
+        self.commit()
+        for branch, name in (("side", "Theirs"), ("main", "Ours")):
+            self.git("checkout", "-q", *(["-b"] if branch == "side" else []), branch)
+            shutil.copy(self.dir / "r/a.kvpkg", self.dir / "r/new.kvpkg")
+            self.edit("--set", f"Name={name}", name="new.kvpkg")
+            self.commit()
+        self.assertIn("field Name", self.git("merge", "side", status=1))
+        self.assertEqual(self.name_and_author("new.kvpkg")[0], "Ours")
+
+    def test_a_diff_is_quiet_about_what_a_save_changes(self):
+        self.set_up()
+        self.commit()
+        relationships = self.items("r/a.kvpkg")["_rels/.rels"].decode()
+        entries = relationships.split("<Relationship ")
+        last, end = entries[-1].split("/>", 1)
+        turned = "<Relationship ".join([entries[0], last + "/>", *entries[1:-1]]) + end
+        self.rewrite("r/a.kvpkg", "new.kvpkg", setting("_rels/.rels", turned.encode()))
+        os.replace(self.dir / "new.kvpkg", self.dir / "r/a.kvpkg")
+        self.ok("edit", "r/a.kvpkg", "--set", "Uuid=5b1c1c0e-8f0f-4c43-9a63-2f0d6f3f7f12",
+                env={"SOURCE_DATE_EPOCH": "1900000000"})
+        changed = [line for line in self.git("diff", "-U0", "--", "a.kvpkg").splitlines() if line[0] in "+-"][2:]
+        self.assertEqual([line.split()[0] for line in changed],
+                         ["-Uuid:", "+Uuid:", "-/metadata/appMetadata.xml", "+/metadata/appMetadata.xml"])
+        self.rewrite("r/a.kvpkg", "new.kvpkg", add_relationship(EXTRA, "x.bin"))
+        os.replace(self.dir / "new.kvpkg", self.dir / "r/a.kvpkg")
+        self.assertIn(f"+  | {EXTRA} leads to x.bin\n", self.git("diff", "--", "a.kvpkg"))
+
+    def test_history_is_small(self):
+        random.seed(2)
+        sizes = {}
+        numbers = [random.random() for _ in range(50_000)]
+        for how in ("with", "without"):
+            self.repository = how
+            self.git("init", "-q", "-b", "main", how, within=".")
+            if how == "with":
+                self.set_up()
+            values = list(numbers)
+            for commit in range(8):
+                for _ in range(25):
+                    values[random.randrange(len(values))] = random.random()
+                self.write("m", struct.pack(f"<{len(values)}d", *values))
+                self.small("new.kvpkg") if commit == 0 else None
+                self.ok("edit", "new.kvpkg", "--model", "m")
+                shutil.copy(self.dir / "new.kvpkg", self.dir / how / "a.kvpkg")
+                self.commit()
+            (self.dir / "new.kvpkg").unlink()
+            self.git("gc", "-q", "--aggressive")
+            sizes[how] = sum(file.stat().st_size for file in (self.dir / how / ".git/objects").rglob("*")
+                             if file.is_file())
+        self.assertLess(sizes["with"] * 4, sizes["without"])
 
 
 if __name__ == "__main__":

@@ -18,6 +18,9 @@ std::span<const Verb> verbs() {
         Verb{"parts", "List and check the parts of any package", declareParts},
         Verb{"items", "List and check the items of any zip file", declareItems},
         Verb{"check", "Report what is wrong with apps and packages, and repair them", declareCheck},
+        Verb{"merge", "Merge the changes of two copies of an app", declareMerge},
+        Verb{"git-setup", "Let git show, merge and store apps well in a repository",
+             declareGitSetup},
         Verb{"repack", "Pack a packaged app anew: stored, for git, or deflated", declareRepack},
     };
     return kVerbs;

@@ -1,0 +1,253 @@
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <CLI/App.hpp>
+#include <CLI/Option.hpp>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "app/Error.hpp"
+#include "app/FileName.hpp"
+#include "app/InputFiles.hpp"
+#include "app/Transaction.hpp"
+#include "app/VisibleText.hpp"
+#include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/Program.hpp"
+#include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/git/GitAttributes.hpp"
+#include "tools/qzapp/verbs/Verbs.hpp"
+
+namespace qzapp {
+namespace {
+
+constexpr std::uint64_t kMostAttributes = std::uint64_t{1} << 20;
+constexpr const char* kCachedTexts = "refs/notes/textconv/qzapp";
+
+struct SetupOptions {
+    bool print = false;
+    bool undo = false;
+};
+
+// Runs git without the hooks and the file watcher that the repository may name.
+ProgramEnd git(const std::vector<std::string>& arguments) {
+    std::vector<std::string> command = {"git", "-c", "core.hooksPath=/dev/null", "-c",
+                                        "core.fsmonitor=false"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    auto end = Program({std::move(command)}).run();
+    if (!end) throw Error("git", "is not installed");
+    return *std::move(end);
+}
+
+void requireGit(const std::vector<std::string>& arguments) {
+    const ProgramEnd end = git(arguments);
+    if (end.status == 0) return;
+    throw Error("git " + arguments.front(), fmt::format("ended with status {}", end.status));
+}
+
+std::string withoutLineEnd(std::string text) {
+    if (text.ends_with('\n')) text.pop_back();
+    return text;
+}
+
+std::string topOfRepository() {
+    const ProgramEnd end = git({"rev-parse", "--show-toplevel"});
+    if (end.status == 0) return withoutLineEnd(end.output);
+    throw Error("git-setup",
+                "there is no repository with files here; go into one, or see with --print what "
+                "would be done");
+}
+
+// A word for the shell, through which git runs its filters.
+std::string quoted(const std::string& word) {
+    std::string text = "'";
+    for (const char c : word)
+        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return text + "'";
+}
+
+// How git is to call this program: by its name if that leads to it, otherwise by its path.
+std::string ownCommand() {
+    std::error_code ignored;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", ignored);
+    const char* path = std::getenv("PATH");
+    std::istringstream folders(path == nullptr ? "" : path);
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        const auto candidate = std::filesystem::path(folder) / "qzapp";
+        if (::access(candidate.c_str(), X_OK) != 0) continue;
+        if (std::filesystem::equivalent(candidate, self, ignored)) return "qzapp";
+        break;
+    }
+    return self.empty() ? "qzapp" : quoted(self.string());
+}
+
+std::string withoutPlaceholders(std::string command) {
+    for (std::size_t at = 0; (at = command.find('%', at)) != std::string::npos; at += 2)
+        command.insert(at, 1, '%');
+    return command;
+}
+
+using Setting = std::pair<std::string, std::string>;
+
+// git quotes the path (%P) for the shell, and the names of the three files are its own. It takes the base as
+// it is where a base is itself a merge.
+std::vector<Setting> settings() {
+    const std::string qzapp = ownCommand(), expanded = withoutPlaceholders(qzapp);
+    return {
+        {"diff.qzapp.textconv", qzapp + " show --text --"},
+        {"diff.qzapp.cachetextconv", "true"},
+        {"filter.qzapp.clean", expanded + " repack --store --or-unchanged - -"},
+        {"merge.qzapp.name", "apps, by field, line and part"},
+        {"merge.qzapp.driver",
+         expanded + " merge --store --marker-size %L --path=%P -o %A -- %O %A %B"},
+        {"merge.qzapp.recursive", "binary"},
+    };
+}
+
+std::optional<std::string> settingIn(const std::string& key) {
+    const ProgramEnd end = git({"config", "--local", "--get", key});
+    return end.status == 0 ? std::optional(withoutLineEnd(end.output)) : std::nullopt;
+}
+
+void print() {
+    std::string text = "# lines of .gitattributes\n";
+    for (const AttributesLine& line : attributesLines())
+        text += textOf(line);
+    text += "# commands for each clone\n";
+    for (const auto& [key, value] : settings())
+        text += fmt::format("git config {} {}\n", key, quoted(value));
+    qzapp::print(text);
+}
+
+// The report of what was done, a line each.
+class Report {
+public:
+    void add(const std::string& line) { text_ += line + "\n"; }
+    void print() const { qzapp::print(text_.empty() ? "nothing to change\n" : text_); }
+
+private:
+    std::string text_;
+};
+
+class Setup {
+public:
+    Setup() : attributes_(fileNamed(topOfRepository() + "/.gitattributes")) {
+        // git does not follow such a link, and it may lead anywhere.
+        struct stat status {};
+        const bool exists = ::lstat(attributes_.bytes().c_str(), &status) == 0;
+        if (exists && !S_ISREG(status.st_mode))
+            throw Error(attributes_.shown, "is not a regular file; put one in its place");
+        if (exists) content_ = readBytes(attributes_, kMostAttributes);
+    }
+
+    void make() {
+        const std::string content = withOurLines(content_);
+        if (content != content_) {
+            write(content);
+            report_.add("added lines to .gitattributes, which is for all clones; commit it");
+        }
+        bool isChanged = false;
+        for (const auto& [key, value] : settings()) {
+            const auto present = settingIn(key);
+            if (present == value) continue;
+            if (present) report_.add(fmt::format("{} was \"{}\"", key, visible(*present)));
+            requireGit({"config", "--local", "--replace-all", key, value});
+            isChanged = true;
+        }
+        if (isChanged) {
+            forgetTexts();
+            report_.add("configured this clone: diff, filter and merge of apps");
+            report_.add("pack the apps that it has with \"git add --renormalize .\", then commit");
+        }
+        if (!hasAllAttributes(content)) {
+            report_.add(
+                "note: lines of yours in .gitattributes say otherwise for apps, and stay; see "
+                "\"qzapp git-setup --print\"");
+        }
+        report_.print();
+    }
+
+    void undo() {
+        const std::string content = withoutOurLines(content_);
+        if (content != content_) {
+            write(content);
+            report_.add("removed the lines from .gitattributes");
+        }
+        bool isChanged = false;
+        for (const auto& [key, value] : settings()) {
+            if (!settingIn(key)) continue;
+            requireGit({"config", "--local", "--unset-all", key});
+            isChanged = true;
+        }
+        if (isChanged) {
+            forgetTexts();
+            report_.add("removed the configuration from this clone");
+        }
+        report_.print();
+    }
+
+private:
+    void write(const std::string& content) {
+        if (content.empty()) {
+            if (::unlink(attributes_.bytes().c_str()) == 0) return;
+        }
+        Transaction transaction(attributes_, Transaction::Start::Empty);
+        transaction.write(content, 0);
+        transaction.commit();
+    }
+
+    // Those that git has kept may be of another version.
+    static void forgetTexts() {
+        if (git({"rev-parse", "-q", "--verify", kCachedTexts}).status == 0)
+            requireGit({"update-ref", "-d", kCachedTexts});
+    }
+
+    FileName attributes_;
+    std::string content_;
+
+    Report report_;
+};
+
+int setUp(const SetupOptions& options) {
+    if (options.print && options.undo)
+        throw UsageError("--print", "cannot be given with --undo; leave one out");
+    if (options.print) {
+        print();
+    } else if (options.undo) {
+        Setup().undo();
+    } else {
+        Setup().make();
+    }
+    return kDone;
+}
+
+}  // namespace
+
+Action declareGitSetup(CLI::App& command) {
+    const auto options = std::make_shared<SetupOptions>();
+    command.add_flag("--print", options->print, "Show the lines and commands, and change nothing");
+    command.add_flag("--undo", options->undo, "Remove what was set up");
+    command.footer(
+        "Adds lines to .gitattributes and configures this clone, so that \"git diff\" and \"git "
+        "log\"\n"
+        "show apps as text, \"git merge\" merges them with \"qzapp merge\", and \"git add\" stores "
+        "them\n"
+        "with \"qzapp repack --store\", which keeps the repository small. Running it again "
+        "changes\n"
+        "nothing. A clone without this configuration works, but adds apps as they are packed.\n\n"
+        "Example:\n"
+        "  qzapp git-setup && git add --renormalize . && git commit -m \"Store apps\"");
+    return [options] { return setUp(*options); };
+}
+
+}  // namespace qzapp

@@ -1,0 +1,79 @@
+#include "tools/qzapp/git/MergeSide.hpp"
+
+#include <fl/i18n.hpp>
+#include <opc/Package.hpp>
+#include <opc/PackageNames.hpp>
+
+#include "app/Error.hpp"
+#include "app/Signatures.hpp"
+#include "app/WithPackage.hpp"
+
+namespace qzapp {
+namespace {
+
+using opc::model::Package;
+using opc::model::Part;
+using opc::model::PartName;
+using opc::model::Relationship;
+
+// In front of keys that are no names of parts, none of which begins so.
+constexpr const char* kLoose = "front ";
+constexpr const char* kItem = "item ";
+
+std::string keyOf(const PartFacts& facts) {
+    if (facts.isLoose) return kLoose;
+    const auto name = PartName::fromName(fl::i18n::utf8_to_ustring(facts.name));
+    return name ? name->key() : kItem + facts.name;
+}
+
+}  // namespace
+
+LinkTarget targetOf(const Relationship& relationship) {
+    const auto name = relationship.getTargetName();
+    if (name) return {name->key(), true};
+    return {fl::i18n::ustring_to_utf8(relationship.getTargetURI().toString()), false};
+}
+
+void requireWhole(const FileName& file, const Snapshot& snapshot) {
+    for (const Fault& fault : snapshot.faults)
+        throw Error(file.shown, fault.what + ": " + fault.text);
+    if (!snapshot.parts) return;
+    for (const PartFacts& part : *snapshot.parts) {
+        if (!part.error.empty()) throw Error(file.shown, part.name + ": " + part.error);
+    }
+}
+
+MergeSide::MergeSide(const FileName& from) : file(from), snapshot(takeSnapshot(from)) {
+    requireWhole(from, snapshot);
+    for (const PartFacts& facts : *snapshot.parts)
+        items.emplace(keyOf(facts), &facts);
+    items.erase(opc::names::packageRelationships().key());  // merged one by one
+    withPackage(from, [&](const Package& package) {
+        isSigned = signatures::isSigned(package);
+        for (const Part& part : package.getParts())
+            partNames.emplace(part.getName().key(), part.getName());
+        relationships = package.getRelationships();
+    });
+    for (const Relationship& link : relationships)
+        links[fl::i18n::ustring_to_utf8(link.getType())].insert(targetOf(link));
+}
+
+const PartFacts* MergeSide::find(const std::string& key) const {
+    const auto found = items.find(key);
+    return found == items.end() ? nullptr : found->second;
+}
+
+const LinkTargets& MergeSide::targets(const std::string& type) const {
+    static const LinkTargets kNone;
+    const auto found = links.find(type);
+    return found == links.end() ? kNone : found->second;
+}
+
+bool MergeSide::leadsTo(const std::string& part) const {
+    for (const auto& [type, targets] : links) {
+        if (targets.contains({part, true})) return true;
+    }
+    return false;
+}
+
+}  // namespace qzapp

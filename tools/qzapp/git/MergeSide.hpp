@@ -1,0 +1,57 @@
+#pragma once
+
+#include <opc/PartName.hpp>
+#include <opc/Relationship.hpp>
+
+#include <compare>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "app/FileName.hpp"
+#include "tools/qzapp/verbs/Snapshot.hpp"
+
+namespace qzapp {
+
+// Where a relationship leads: a part, by its key, or another place, by its URI.
+struct LinkTarget {
+    std::string place;
+    bool isPart;
+    auto operator<=>(const LinkTarget&) const = default;
+};
+using LinkTargets = std::set<LinkTarget>;
+
+// A packaged app as a merge compares it. Items are found by their keys: for parts, that is
+// PartName::key().
+struct MergeSide {
+    // A side without a file has nothing.
+    MergeSide() = default;
+    // Throws Error if something of the app cannot be read.
+    explicit MergeSide(const FileName& from);
+    MergeSide(const MergeSide&) = delete;  // `items` refers to `snapshot`
+    MergeSide& operator=(const MergeSide&) = delete;
+
+    // Null if there is no such item.
+    const PartFacts* find(const std::string& key) const;
+    bool leadsTo(const std::string& part) const;
+    // The targets of all relationships of a type.
+    const LinkTargets& targets(const std::string& type) const;
+
+    std::optional<FileName> file;
+    Snapshot snapshot;
+    std::map<std::string, const PartFacts*> items;
+    std::map<std::string, opc::model::PartName> partNames;  // of those items that are parts
+    std::map<std::string, LinkTargets> links;               // by type
+    std::vector<opc::model::Relationship> relationships;
+    bool isSigned = false;
+};
+
+// What stands in `links` for this relationship.
+LinkTarget targetOf(const opc::model::Relationship& relationship);
+
+// Throws Error unless everything of the app could be read.
+void requireWhole(const FileName& file, const Snapshot& snapshot);
+
+}  // namespace qzapp
