@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "app/Error.hpp"
+#include "app/Sha256.hpp"
 #include "app/VisibleText.hpp"
 
 namespace qzapp {
@@ -146,6 +147,15 @@ void readToEnd(const FileName& file, const opc::InputStream::Take& take) {
             offset += count;
         }
     });
+}
+
+bool haveSameContent(const FileName& a, const FileName& b) {
+    const auto hashOf = [](const FileName& file) {
+        Sha256 sum;
+        readToEnd(file, [&](std::span<const std::byte> bytes) { sum.update(bytes); });
+        return sum.hex();
+    };
+    return sizeOf(a) == sizeOf(b) && hashOf(a) == hashOf(b);
 }
 
 void copyBytes(const FileName& file, FileDescriptor& target) {

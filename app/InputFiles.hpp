@@ -53,6 +53,9 @@ std::string readBytes(const FileName& file, std::uint64_t limit);
 // Reads a file to its end and passes it on in pieces of at most 256 KiB.
 void readToEnd(const FileName& file, const opc::InputStream::Take& take);
 
+// Whether two files have the same bytes. Reads them only if their sizes are the same.
+bool haveSameContent(const FileName& a, const FileName& b);
+
 // Copies the whole file into an empty one. Throws if it is found to change meanwhile, and
 // std::system_error if it cannot be copied.
 void copyBytes(const FileName& file, fl::filesystem::FileDescriptor& target);

@@ -129,8 +129,28 @@ class Repack(ToolTest):
         self.assertEqual(self.names(), ["a.kvpkg", "b.kvpkg"])
         for arguments in (["a.kvpkg", "-"], ["--store", "--deflate", "a.kvpkg", "-"]):
             self.fails(2, "repack: give one of --store and --deflate", "repack", *arguments)
-        self.fails(2, '--or-unchanged: only goes with "-" as OUT; leave it out', "repack", "--store",
+        self.fails(2, '--or-unchanged: only goes with "-" as OUT, or with --in-place', "repack", "--store",
                    "--or-unchanged", "a.kvpkg", "c.kvpkg")
+
+    def test_files_in_their_places(self):
+        self.create("a.kvpkg")
+        stored = self.repack("--store", "a.kvpkg")
+        shutil.copy(self.dir / "a.kvpkg", self.dir / "-b].kvpkg")
+        (self.dir / "link.kvpkg").symlink_to("a.kvpkg")
+        self.write("bad.kvpkg", "text")
+        result = self.run_tool("repack", "--store", "--in-place", "out.kvpkg", "./-b].kvpkg", "bad.kvpkg", "link.kvpkg")
+        self.assertEqual(result.stdout.decode(),
+                         "out.kvpkg: nothing to change\nrepacked ./-b].kvpkg\nrepacked link.kvpkg\n")
+        self.assertRegex(result.stderr.decode(), r"^qzapp: bad\.kvpkg: is not a zip file but text; .*\n$")
+        self.assertEqual(result.returncode, 1)
+        for name in ("a.kvpkg", "-b].kvpkg", "out.kvpkg"):
+            self.assertEqual(self.read(name), stored)
+        self.assertTrue((self.dir / "link.kvpkg").is_symlink())
+        self.ok("repack", "--store", "--or-unchanged", "--in-place", "bad.kvpkg")
+        self.assertEqual(self.read("bad.kvpkg"), b"text")
+        self.fails(2, "--in-place: takes all files; leave IN and OUT out", "repack", "--store", "a.kvpkg",
+                   "--in-place", "a.kvpkg")
+        self.fails(2, 'repack: IN and OUT are required; see "qzapp repack --help"', "repack", "--store", "a.kvpkg")
 
     def test_memory_does_not_grow_with_a_part(self):
         with open(self.dir / "model", "wb") as model:

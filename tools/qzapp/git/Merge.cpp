@@ -30,7 +30,6 @@
 #include "app/MetadataJson.hpp"
 #include "app/PackageParts.hpp"
 #include "app/Packaging.hpp"
-#include "app/Sha256.hpp"
 #include "app/WithPackage.hpp"
 #include "app/check/AppLayout.hpp"
 #include "app/check/Checks.hpp"
@@ -534,24 +533,15 @@ std::vector<Conflict> mergeTexts(const MergeInput& base, const FileName& ours,
     return conflicts;
 }
 
-std::string hashOf(const FileName& file) {
-    Sha256 sum;
-    readToEnd(file, [&](std::span<const std::byte> bytes) { sum.update(bytes); });
-    return sum.hex();
-}
-
-bool areSame(const FileName& a, const FileName& b) {
-    return sizeOf(a) == sizeOf(b) && hashOf(a) == hashOf(b);
-}
-
 }  // namespace
 
 std::vector<Conflict> mergeApps(const MergeInput& base, const FileName& ours,
                                 const FileName& theirs, Transaction& working, LineMerge& lines) {
     // Without a change on one side, the other side's file is the result as it is, signatures included.
-    const bool takesTheirs = base && areSame(*base, ours);
+    const bool takesTheirs = base && haveSameContent(*base, ours);
     copyBytes(takesTheirs ? theirs : ours, working.file());
-    if (takesTheirs || areSame(ours, theirs) || (base && areSame(*base, theirs))) return {};
+    if (takesTheirs || haveSameContent(ours, theirs) || (base && haveSameContent(*base, theirs)))
+        return {};
     return formOf(ours) == Form::Packaged
                ? mergePackages(base, ours, theirs, working.workingFile(), lines)
                : mergeTexts(base, ours, theirs, working.file(), lines);

@@ -2,18 +2,19 @@
 #include <fmt/ranges.h>
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
-#include <CLI/Validators.hpp>
 #include <fl/FileDescriptor.hpp>
 #include <fl/filesystem.hpp>
 #include <foundation/ustring.hpp>
 #include <nlohmann/json.hpp>
 #include <opc/ZipArchive.hpp>
 
+#include <charconv>
 #include <exception>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "app/Error.hpp"
@@ -41,6 +42,8 @@ using nlohmann::ordered_json;
 constexpr int kClean = 0;
 constexpr int kConflicts = 1;
 constexpr int kTrouble = 2;
+
+constexpr unsigned kLongestMark = 1000;
 
 struct MergeOptions {
     std::string base, ours, theirs, out, path;
@@ -215,14 +218,20 @@ Action declareMerge(CLI::App& command) {
     command.add_flag("--force", options->force, "Replace OUT if it exists");
     command
         .add_option("--path", options->path,
-                    "For git: what the app is called in messages. Its extension says\n"
-                    "what it is")
+                    "For git: what messages call the app. Its extension says what it is")
         ->type_name("NAME");
     command
         .add_option("--marker-size", options->markerSize,
                     "The length of the marks around lines in conflict (7)")
         ->type_name("N")
-        ->check(CLI::Range(1U, 1000U));
+        ->check([](const std::string& text) {
+            unsigned number = 0;
+            const auto [end, fault] =
+                std::from_chars(text.data(), text.data() + text.size(), number);
+            const bool isNumber = fault == std::errc() && end == text.data() + text.size();
+            if (isNumber && number > 0 && number <= kLongestMark) return std::string();
+            return fmt::format("expected a number from 1 to {}, found \"{}\"", kLongestMark, text);
+        });
     command.add_flag("--json", options->json, "Print one JSON object");
     command.footer(
         "Adds to OURS what THEIRS changed since BASE: the metadata field by field (lists item by\n"

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -41,7 +42,8 @@ using nlohmann::json;
 constexpr std::uint64_t kMostMemory = std::uint64_t{1} << 30;
 
 struct RepackOptions {
-    std::string in, out;
+    std::optional<std::string> in, out;
+    std::vector<std::string> inPlace;
     bool store = false;
     bool deflate = false;
     bool orUnchanged = false;
@@ -58,29 +60,37 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Repacks in a process of its own, because only such a process may look into the file. Returns what was
-// left out, a phrase each.
-std::vector<std::string> repackInCage(const FileName& in, const RepackOptions& options,
-                                      FileDescriptor& to, const std::string& name) {
+struct Repacked {
+    std::vector<std::string> leftOut;  // a phrase each
+    bool isSame;                       // asked for only with --in-place
+};
+
+// Repacks in a process of its own, because only such a process may look into the file. `name` is that of
+// `to` in messages.
+Repacked repackInCage(const FileName& in, const RepackOptions& options, FileDescriptor& to,
+                      const std::string& name) {
     Cage cage;
-    const std::string leftOut = inCage(cage, [&] {
+    const std::string answer = inCage(cage, [&] {
         if (options.orUnchanged) limitMemory(kMostMemory);
         try {
-            return json(repackPackage(in, options.method(), to, name)).dump();
+            const auto leftOut = repackPackage(in, options.method(), to, name);
+            const bool isSame = !options.inPlace.empty() &&
+                                haveSameContent(in, {name, to.privateName(u"repacked")});
+            return json{{"leftOut", leftOut}, {"isSame", isSame}}.dump();
         } catch (const Error& e) {
             if (e.isPassing()) throw;
             return json(e.what()).dump(-1, ' ', false, json::error_handler_t::replace);
         }
     });
-    const json parsed = json::parse(leftOut);
+    const json parsed = json::parse(answer);
     if (parsed.is_string()) throw NotRepacked(parsed.get<std::string>());
-    return parsed.get<std::vector<std::string>>();
+    return {parsed["leftOut"].get<std::vector<std::string>>(), parsed["isSame"].get<bool>()};
 }
 
-void copyToStandardOutput(const FileDescriptor& file, const std::string& name) {
+void copyToStandardOutput(const FileDescriptor& file, const FileName& name) {
     std::vector<std::byte> buffer(std::size_t{256} << 10);
     std::uint64_t at = 0;
-    while (const std::size_t count = about({name, {}}, [&] { return file.readAt(buffer, at); })) {
+    while (const std::size_t count = about(name, [&] { return file.readAt(buffer, at); })) {
         print({reinterpret_cast<const char*>(buffer.data()), count});
         at += count;
     }
@@ -92,51 +102,86 @@ void noteWhatIsLeftOut(const FileName& in, const std::vector<std::string>& phras
 }
 
 void repackToStandardOutput(const FileName& in, const RepackOptions& options) {
+    const FileName out{"standard output", {}};
     FileDescriptor scratch = makeScratchFile("the repacked file");
-    const auto leftOut = repackInCage(in, options, scratch, "standard output");
-    copyToStandardOutput(scratch, "standard output");
-    if (!options.orUnchanged) noteWhatIsLeftOut(in, leftOut);
+    const Repacked repacked = repackInCage(in, options, scratch, out.shown);
+    copyToStandardOutput(scratch, out);
+    if (!options.orUnchanged) noteWhatIsLeftOut(in, repacked.leftOut);
 }
 
 // What is wrong with the file is no news for a filter of git, which every version of it passes. Only a
 // failure of the system is reported, since another try may go well.
 int repackOrPassOn(const RepackOptions& options) {
-    const FileName in = inputArgument(options.in, MayBeEmpty::Yes);
+    const FileName in = inputArgument(*options.in, MayBeEmpty::Yes);
     try {
         repackToStandardOutput(in, options);
     } catch (const OutputError&) {
         throw;
     } catch (const NotRepacked&) {
-        copyToStandardOutput(in.held->file, in.shown);
+        copyToStandardOutput(in.held->file, in);
     } catch (const std::exception& e) {
         report(fmt::format("{}; it stays as it is", e.what()));
-        copyToStandardOutput(in.held->file, in.shown);
+        copyToStandardOutput(in.held->file, in);
     }
     return kDone;
 }
 
 int repackToFile(const RepackOptions& options) {
-    const FileName out = fileArgument(options.out);
-    const FileName in = inputArgument(options.in);
+    const FileName out = fileArgument(*options.out);
+    const FileName in = inputArgument(*options.in);
     requireAbsent(out, options.force);
     Transaction transaction(out, Transaction::Start::Empty);
-    const auto leftOut = repackInCage(in, options, transaction.file(), out.shown);
+    const Repacked repacked = repackInCage(in, options, transaction.file(), out.shown);
     transaction.commit();
-    noteWhatIsLeftOut(in, leftOut);
+    noteWhatIsLeftOut(in, repacked.leftOut);
     printReport(out, fmt::format("wrote {}\n", visible(out.shown)));
     return kDone;
+}
+
+void repackInPlace(const std::string& name, const RepackOptions& options) {
+    const FileName file = fileArgument(name), in = hold(file);
+    Transaction transaction(file, Transaction::Start::Empty);
+    const Repacked repacked = repackInCage(in, options, transaction.file(), in.shown);
+    if (repacked.isSame) return print(fmt::format("{}: nothing to change\n", visible(file.shown)));
+    transaction.commit();
+    noteWhatIsLeftOut(in, repacked.leftOut);
+    printReport(file, fmt::format("repacked {}\n", visible(file.shown)));
+}
+
+int repackAllInPlace(const RepackOptions& options) {
+    int status = kDone;
+    for (const std::string& name : options.inPlace) {
+        try {
+            repackInPlace(name, options);
+        } catch (const OutputError&) {
+            throw;
+        } catch (const std::exception& e) {
+            const bool isLeft =
+                options.orUnchanged && dynamic_cast<const NotRepacked*>(&e) != nullptr;
+            if (isLeft) continue;
+            report(e.what());
+            status = kFailed;
+        }
+    }
+    return status;
 }
 
 int repack(const RepackOptions& options) {
     if (options.store == options.deflate)
         throw UsageError("repack", "give one of --store and --deflate");
-    const bool toOutput = options.out == kStandardStream;
+    if (!options.inPlace.empty()) {
+        if (options.in) throw UsageError("--in-place", "takes all files; leave IN and OUT out");
+        return repackAllInPlace(options);
+    }
+    if (!options.in || !options.out)
+        throw UsageError("repack", "IN and OUT are required; see \"qzapp repack --help\"");
+    const bool toOutput = *options.out == kStandardStream;
     if (options.orUnchanged) {
         if (toOutput) return repackOrPassOn(options);
-        throw UsageError("--or-unchanged", "only goes with \"-\" as OUT; leave it out");
+        throw UsageError("--or-unchanged", "only goes with \"-\" as OUT, or with --in-place");
     }
     if (!toOutput) return repackToFile(options);
-    repackToStandardOutput(inputArgument(options.in), options);
+    repackToStandardOutput(inputArgument(*options.in), options);
     return kDone;
 }
 
@@ -145,18 +190,20 @@ int repack(const RepackOptions& options) {
 Action declareRepack(CLI::App& command) {
     const auto options = std::make_shared<RepackOptions>();
     command.add_option("IN", options->in, "An app (.kvpkg) or any other package, or \"-\"")
-        ->required()
         ->type_name("");
     command.add_option("OUT", options->out, "The file to write, or \"-\", standard output")
-        ->required()
         ->type_name("");
     command.add_flag("--store", options->store,
                      "Store every item, so that a small change stays small in a history");
     command.add_flag("--deflate", options->deflate,
                      "Deflate every item, so that the file is small");
     command.add_flag("--force", options->force, "Replace OUT if it exists; it may be IN");
+    command
+        .add_option("--in-place", options->inPlace,
+                    "Repack these files, each in its place, instead of IN")
+        ->type_name("FILE");
     command.add_flag("--or-unchanged", options->orUnchanged,
-                     "For git: write to \"-\" what cannot be read or is signed as it is");
+                     "For git: leave what cannot be read or is signed as it is, without an error");
     command.footer(
         "Writes the same items in the order of their names, with the earliest time that zip files\n"
         "have. Comments, extra fields and bytes between items go, with a note. The same content "
