@@ -38,6 +38,11 @@ class CageTest(ToolTest):
     def apps(self):
         self.create("a.kvpkg")
         shutil.copy(EXAMPLE / "heatfield.k", self.dir / "b.k")
+        for name, field in ("c", "Name"), ("d", "Author"):
+            shutil.copy(self.dir / "a.kvpkg", self.dir / f"{name}.kvpkg")
+            self.ok("edit", f"{name}.kvpkg", "--set", f"{field}=X", "--set", "Version=9")
+        self.write("c.k", "x = 1;\n" + self.read("b.k").decode())
+        self.write("d.k", self.read("b.k").decode() + "% end\n")
         for folder in ("apps/below", "else", "there"):
             (self.dir / folder).mkdir(parents=True)
         shutil.copy(self.dir / "a.kvpkg", self.dir / "apps/below")
@@ -55,7 +60,10 @@ class CageTest(ToolTest):
             ["extract", "b.k", "--only", "code", "-o", "-"],
             ["extract", "a.kvpkg", "--only", "screenshot", "--thumbnail", "-o", "-"],
             ["gallery", "apps", "-o", "g.html"], ["gallery", "link", "-o", "g.html", "--force"],
-            ["gallery", "apps", "-o", "-"]]
+            ["gallery", "apps", "-o", "-"], ["repack", "--store", "a.kvpkg", "packed.kvpkg"],
+            ["repack", "--store", "--or-unchanged", "a.kvpkg", "-"], ["repack", "--deflate", "--in-place", "c.kvpkg"],
+            ["merge", "--store", "a.kvpkg", "c.kvpkg", "d.kvpkg", "-o", "c.kvpkg"],
+            ["merge", "b.k", "c.k", "d.k", "-o", "c.k"]]
 
     @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
     def test_a_file_is_looked_at_by_a_confined_process_only(self):
