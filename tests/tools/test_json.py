@@ -43,16 +43,19 @@ class Json(ToolTest):
         self.create("b.kvpkg")
         self.write("shot.png", b"\x89PNG\r\n\x1a\n")
         self.ok("edit", "b.kvpkg", "--set", "Version=9", "--code", "-", "--screenshot", "shot.png", input=b"x\n")
+        self.create("c.kvpkg")
+        self.ok("edit", "c.kvpkg", "--set", "Version=8")
         page = (DOCS / "qzapp-json.md").read_text()
         blocks = dict(re.findall(r"^## (\w+)\n.*?^```json\n(.*?)^```", page, re.M | re.S))
         documented = {verb: json.loads(block) for verb, block in blocks.items()}
-        self.assertEqual(list(documented), ["metadata", "info", "show", "diff", "parts", "items"])
+        self.assertEqual(list(documented), ["metadata", "info", "show", "diff", "merge", "parts", "items"])
         metadata = documented.pop("metadata")
         self.assertEqual(list(metadata), FIELDS)
         for verb, example in documented.items():
             if example.get("metadata") == {}:  # "as above"
                 example["metadata"] = metadata
-            files = ["a.kvpkg", "b.kvpkg"] if verb == "diff" else ["a.kvpkg"]
+            files = {"diff": ["a.kvpkg", "b.kvpkg"],
+                     "merge": ["a.kvpkg", "b.kvpkg", "c.kvpkg", "-o", "out.kvpkg"]}.get(verb, ["a.kvpkg"])
             self.same_form(example, json.loads(self.run_tool(verb, "--json", *files).stdout), verb)
 
 
