@@ -246,7 +246,7 @@ Action declareGitSetup(CLI::App& command) {
         "changes\n"
         "nothing. A clone without this configuration works, but adds apps as they are packed.\n\n"
         "Example:\n"
-        "  qzapp git-setup && git add --renormalize . && git commit -m \"Store apps\"");
+        "  qzapp git-setup");
     return [options] { return setUp(*options); };
 }
 

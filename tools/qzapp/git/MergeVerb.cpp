@@ -239,9 +239,8 @@ Action declareMerge(CLI::App& command) {
         "whole.\n"
         "Text apps are merged line by line. If both changed the same thing differently, it is "
         "named\n"
-        "and ours is kept; code gets the usual marks. Exit status: 0 merged, 1 merged with "
-        "conflicts,\n"
-        "2 trouble, and OUT is as it was.\n\n"
+        "and ours is kept; code gets the usual marks. In trouble OUT stays as it was.\n"
+        "Exit status: 0 merged, 1 merged with conflicts, 2 trouble.\n\n"
         "Example:\n"
         "  qzapp merge atlas-1.0.kvpkg atlas-mine.kvpkg atlas-yours.kvpkg -o atlas.kvpkg");
     return [options] { return mergeOrTrouble(*options); };
