@@ -246,7 +246,7 @@ Action declareGitSetup(CLI::App& command) {
         "changes\n"
         "nothing. A clone without this configuration works, but adds apps as they are packed.\n\n"
         "Example:\n"
-        "  qzapp git-setup");
+        "  qzapp git-setup --print");
     return [options] { return setUp(*options); };
 }
 
