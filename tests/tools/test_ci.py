@@ -176,13 +176,28 @@ class Github(CiTest):
 
 
 class PreCommit(CiTest):
+    def hook(self, name):
+        """The arguments of a hook, and the pattern of the files that it is for."""
+        hooks = (DOCS.parent / ".pre-commit-hooks.yaml").read_text()
+        found = re.search(rf"^- id: {name}\n(?:  .*\n)*?  entry: qzapp (.*)\n(?:  .*\n)*?  files: '(.*)'$", hooks, re.M)
+        return found[1].split(), found[2]
+
+    def test_a_hook_repacks_apps_and_leaves_what_is_none(self):
+        arguments, pattern = self.hook("qzapp-repack")
+        self.apps()
+        self.write("apps/none.kvpkg", "no app")
+        names = ["apps/good.kvpkg", f"apps/{ODD}", "apps/none.kvpkg"]
+        self.assertTrue(all(re.search(pattern, name) for name in names))
+        self.ok(*arguments, *names)
+        self.assertEqual(self.read("apps/none.kvpkg"), b"no app")
+        with zipfile.ZipFile(self.dir / "apps/good.kvpkg") as package:
+            self.assertEqual({item.compress_type for item in package.infolist()}, {zipfile.ZIP_STORED})
+
     def test_the_hook_refuses_apps_with_errors(self):
-        hook = (DOCS.parent / ".pre-commit-hooks.yaml").read_text()
-        (entry,) = re.findall(r"^  entry: qzapp (.*)$", hook, re.M)
-        (pattern,) = re.findall(r"^  files: '(.*)'$", hook, re.M)
+        entry, pattern = self.hook("qzapp-check")
         self.apps()
         for name, status in ("apps/good.kvpkg", 0), (f"apps/{ODD}", 0), ("apps/wrong.kvpkg", 1):
             self.assertTrue(re.search(pattern, name))
-            self.assertEqual(self.run_tool(*entry.split(), name).returncode, status, name)
+            self.assertEqual(self.run_tool(*entry, name).returncode, status, name)
         self.assertEqual([bool(re.search(pattern, name)) for name in ("a.k", "a.KVPKG", "a.ok", "a.kvpkg.txt")],
                          [True, True, False, False])

@@ -3,6 +3,7 @@
 import copy
 import json
 import re
+import shutil
 
 import jsonschema
 
@@ -115,6 +116,13 @@ class Schemas(ToolTest):
         runs += [("diff", ["a.kvpkg", app]) for app in apps]
         runs += [(verb, [*options, app]) for verb in ("parts", "items") for options in ([], ["--verify"])
                  for app in apps if app.endswith(".kvpkg")]
+        for side, model in (("ours", b"ours"), ("theirs", b"theirs")):
+            self.write("model", model)
+            shutil.copy(self.dir / "b.kvpkg", self.dir / f"{side}.kvpkg")
+            self.ok("edit", f"{side}.kvpkg", "--set", f"Version={side}", "--model", "model", "--code", "-",
+                    input=model)
+        runs += [("merge", ["b.kvpkg", "ours.kvpkg", f"{side}.kvpkg", "-o", f"merged-{side}.kvpkg"])
+                 for side in ("ours", "theirs")]
         found = {"metadata": [json.loads(self.extracted("a.kvpkg", "metadata"))]}
         for verb, arguments in runs:
             lines = self.run_tool(verb, "--json", *arguments).stdout.decode().splitlines()

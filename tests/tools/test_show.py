@@ -8,7 +8,7 @@ import subprocess
 import unittest
 import zipfile
 
-from support import DOCS, EXAMPLE, MODEL_PART, TOOL, ToolTest, why_not
+from support import EXAMPLE, MODEL_PART, TOOL, ToolTest, why_not
 
 
 def sha256(content):
@@ -199,20 +199,18 @@ class Diff(ToolTest):
 
 
 class Git(ToolTest):
+    def environment(self):
+        return {**os.environ, "HOME": str(self.dir), "GIT_CONFIG_NOSYSTEM": "1", "GIT_PAGER": "cat",
+                "PATH": f"{TOOL.parent}:{os.environ['PATH']}"}
+
     def git(self, *args):
-        environment = {**os.environ, "HOME": str(self.dir), "GIT_CONFIG_NOSYSTEM": "1", "GIT_PAGER": "cat",
-                       "PATH": f"{TOOL.parent}:{os.environ['PATH']}"}
         return subprocess.run(["git", "-c", "user.name=a", "-c", "user.email=a@example.org", *args], cwd=self.dir,
-                              env=environment, check=True, capture_output=True).stdout.decode()
+                              env=self.environment(), check=True, capture_output=True).stdout.decode()
 
     def set_up(self):
         """A repository as the documents describe it, with an app."""
-        page = (DOCS / "qzapp-git.md").read_text()
-        attribute, *config = [l[4:] for l in page.splitlines() if l.startswith("    ")][:4]
         self.git("init", "-q", "-b", "main")
-        self.write(".gitattributes", attribute + "\n")
-        with open(self.dir / ".git/config", "a") as file:
-            file.write("\n".join(config) + "\n")
+        self.ok("git-setup", env=self.environment())
         self.small("a.kvpkg", "--set", "Version=1")
 
     def test_a_name_that_the_tool_cannot_take_does_not_end_the_log(self):
