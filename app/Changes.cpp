@@ -7,6 +7,7 @@
 #include <fl/i18n.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/CorePropertiesManager.hpp>
+#include <opc/ImageTypes.hpp>
 #include <opc/Package.hpp>
 #include <opc/Streams.hpp>
 #include <opc/XercesHelper.hpp>

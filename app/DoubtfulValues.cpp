@@ -1,13 +1,13 @@
 #include "app/DoubtfulValues.hpp"
 
 #include <fmt/format.h>
+#include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 #include <opc/ImageTypes.hpp>
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <variant>
 
 #include "app/ScreenshotFormats.hpp"

@@ -1,6 +1,5 @@
 #include "app/Repack.hpp"
 
-#include <fmt/format.h>
 #include <fl/filesystem.hpp>
 #include <foundation/Shown.hpp>
 #include <opc/Package.hpp>

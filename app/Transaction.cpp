@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <stdio.h>
 #include <unistd.h>
 #include <fl/ReplacementFile.hpp>
 #include <fl/Retry.hpp>

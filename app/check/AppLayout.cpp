@@ -1,5 +1,6 @@
 #include "app/check/AppLayout.hpp"
 
+#include <appserialization/AppMetadata.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Immortal.hpp>
 

@@ -1,6 +1,9 @@
+#include <foundation/ustring.hpp>
+
 #include <string>
 
 #include "app/DoubtfulValues.hpp"
+#include "app/FieldValues.hpp"
 #include "app/check/Checks.hpp"
 #include "app/check/Findings.hpp"
 

@@ -233,7 +233,8 @@ class WhatWasChecked(MeanwhileTest):
         for args in (["edit", "a.kvpkg", "--set", "Name=N"], ["edit", "a.kvpkg", "--model", "c.k"],
                      ["extract", "a.kvpkg", "--force", "-o", "new"], ["gallery", "a.kvpkg", "--force", "-o", "new.html"],
                      ["check", "a.kvpkg", "--force", "--repair", "new.kvpkg"], ["parts", "--verify", "a.kvpkg"],
-                     ["convert", "c.k", "new.kvpkg", "--force", "--model", "c.k"], ["info", "a.kvpkg"], ["info", "c.k"]):
+                     ["convert", "c.k", "new.kvpkg", "--force", "--model", "c.k"], ["info", "a.kvpkg"], ["info", "c.k"],
+                     ["diff", "a.kvpkg", "c.k"], ["show", "a.kvpkg"]):
             for number, run in self.with_faults("pread64", "EIO", *args):
                 for line in run.stderr.decode().splitlines():
                     self.assertNotRegex(line, r"/proc/|([\w.]+\.\w+): .*\1", (args, number))

@@ -2,13 +2,10 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <optional>
-#include <vector>
 
 #include "app/MetadataJson.hpp"
 #include "app/Suggestion.hpp"

@@ -5,7 +5,9 @@
 #include <foundation/ustring.hpp>
 #include <nlohmann/json.hpp>
 
+#include <array>
 #include <map>
+#include <utility>
 
 #include "app/MetadataJson.hpp"
 #include "app/Sha256.hpp"

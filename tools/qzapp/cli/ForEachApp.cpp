@@ -16,7 +16,6 @@
 #include "app/Error.hpp"
 #include "app/InputFiles.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
-#include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/StandardInput.hpp"

@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <CLI/App.hpp>
-#include <CLI/Option.hpp>
 
 #include <algorithm>
 #include <cstdint>
@@ -12,7 +11,6 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>

@@ -1,16 +1,18 @@
 #include "tools/qzapp/git/Merge.hpp"
 
-#include <fmt/format.h>
 #include <appserialization/AppFileWriter.hpp>
 #include <appserialization/AppMetadata.hpp>
+#include <fl/FileDescriptor.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/ustring.hpp>
+#include <opc/Limits.hpp>
 #include <opc/Package.hpp>
+#include <opc/PartKind.hpp>
 #include <opc/PartName.hpp>
+#include <opc/Relationship.hpp>
 #include <opc/Streams.hpp>
 #include <opc/XmlElements.hpp>
 #include <opc/ZipPhysicalPackage.hpp>
-#include <quillcode/CodePart.hpp>
 
 #include <algorithm>
 #include <array>
@@ -33,9 +35,11 @@
 #include "app/WithPackage.hpp"
 #include "app/check/AppLayout.hpp"
 #include "app/check/Checks.hpp"
+#include "app/check/Findings.hpp"
 #include "package/Layout.hpp"
 #include "tools/qzapp/git/MergeSide.hpp"
 #include "tools/qzapp/git/ThreeWay.hpp"
+#include "tools/qzapp/verbs/Snapshot.hpp"
 
 namespace qzapp {
 namespace {

@@ -1,5 +1,4 @@
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 #include <fl/FileDescriptor.hpp>
@@ -9,6 +8,7 @@
 #include <opc/ZipArchive.hpp>
 
 #include <charconv>
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <new>

@@ -5,7 +5,6 @@
 #include <nlohmann/json.hpp>
 #include <opc/ZipArchive.hpp>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -13,7 +12,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "app/Error.hpp"

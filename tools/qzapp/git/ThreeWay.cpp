@@ -1,7 +1,10 @@
 #include "tools/qzapp/git/ThreeWay.hpp"
 
+#include <appserialization/ustring.hpp>
+
 #include <algorithm>
 #include <set>
+#include <utility>
 
 namespace qzapp {
 namespace {

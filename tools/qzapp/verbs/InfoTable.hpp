@@ -2,6 +2,7 @@
 
 #include <appserialization/AppMetadata.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
+#include <appserialization/ustring.hpp>
 
 #include <optional>
 #include <string>

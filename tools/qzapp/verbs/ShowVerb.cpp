@@ -88,8 +88,9 @@ std::string faultText(const Snapshot& app, std::string_view what) {
 
 // Does not contain the file's name: git passes a different temporary file each time.
 std::string textOf(const Snapshot& app) {
-    std::string text =
-        fmt::format("form: {}\n\n[metadata]\n{}", nameOf(app.form), faultText(app, "metadata"));
+    std::string text = fmt::format("form: {}\n\n", nameOf(app.form));
+    if (const std::string fault = faultText(app, "app"); !fault.empty()) return text + fault;
+    text += "[metadata]\n" + faultText(app, "metadata");
     if (app.metadata) text += metadataText(*app.metadata);
     text += "\n[screenshot]\n" + faultText(app, "screenshot");
     if (app.screenshot) {

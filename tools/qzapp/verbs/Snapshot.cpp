@@ -8,6 +8,7 @@
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
 #include <opc/PartName.hpp>
+#include <opc/Relationship.hpp>
 #include <opc/XmlElements.hpp>
 #include <opc/ZipArchive.hpp>
 
@@ -121,7 +122,7 @@ PartFacts factsOf(const FileName& file, const Package& package, const Names& cor
     try {
         about(file, [&] { addHashes(facts, package, coreProperties, part); });
     } catch (const Error& e) {
-        facts.error = e.text();
+        facts.error = e.textAbout(facts.name);
         facts.isErrorPassing = e.isPassing();
     }
     return facts;
@@ -140,7 +141,7 @@ PartFacts factsOf(const FileName& file, const ZipArchive& archive, const opc::zi
             facts.sha256 = facts.sha256OfMeaning = sum.hex();
         });
     } catch (const Error& e) {
-        facts.error = e.text();
+        facts.error = e.textAbout(facts.name);
         facts.isErrorPassing = e.isPassing();
     }
     return facts;
@@ -247,6 +248,16 @@ Snapshot takeSnapshot(const FileName& file) {
     Snapshot snapshot;
     snapshot.form = formOf(file);
     const ProgressBar progress(sizeOf(file));
+    if (snapshot.form == Form::Packaged) {
+        // What keeps anything of a package from being read is one fault, not one of each thing in it.
+        std::optional<bool> isPackage;
+        take<bool>(snapshot, file, "app", isPackage,
+                   [&] { return withPackage(file, [](const Package&) { return true; }); });
+        if (!isPackage) {
+            requireUnchanged(file);
+            return snapshot;
+        }
+    }
     take<FieldValues>(snapshot, file, "metadata", snapshot.metadata,
                       [&] { return readFields(file); });
     take<ScreenshotFacts>(snapshot, file, "screenshot", snapshot.screenshot,

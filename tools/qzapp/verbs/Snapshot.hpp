@@ -33,7 +33,7 @@ struct ScreenshotFacts {
     std::string sha256;
 };
 
-// Something of the app that could not be read: "metadata", "screenshot", "parts" or "code".
+// Something that could not be read: "app" for all of it, "metadata", "screenshot", "parts" or "code".
 struct Fault {
     std::string what;
     std::string text;

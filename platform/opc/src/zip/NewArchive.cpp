@@ -3,7 +3,6 @@
 #include <fl/FileDescriptor.hpp>
 #include <foundation/Shown.hpp>
 #include <opc/Exception.hpp>
-#include <opc/Streams.hpp>
 
 #include "platform/opc/src/zip/ArchiveBytes.hpp"
 #include "platform/opc/src/zip/Deflate.hpp"

@@ -1,6 +1,5 @@
 #include <opc/Repack.hpp>
 
-#include <opc/Exception.hpp>
 #include <opc/Streams.hpp>
 
 #include "platform/opc/src/Ascii.hpp"
@@ -17,6 +16,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace opc::zip {
