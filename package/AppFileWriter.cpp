@@ -1,5 +1,6 @@
 #include <appserialization/AppFileWriter.hpp>
 
+#include <fl/FileReader.hpp>
 #include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
@@ -28,11 +29,12 @@
 #include <cerrno>
 #include <cstddef>
 #include <exception>
-#include <fstream>
 #include <map>
 #include <new>
 #include <optional>
+#include <span>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "package/Layout.hpp"
@@ -219,6 +221,42 @@ Part AppFileWriter::AppFileWriterImpl::createPartAndRelationship(
 
 // ---- Code and model
 
+namespace {
+
+class ModelStream final : public opc::InputStream {
+public:
+    ModelStream(const fl::filesystem::path& file, const std::string& shown)
+        : name_("\"" + shown + "\""), file_(open(file)) {}
+
+    bool isOpen() const noexcept { return file_.isOpen(); }
+    std::size_t read(std::span<std::byte> buffer) override {
+        return about([&] { return file_.read(buffer); });
+    }
+
+private:
+    template <class Step>
+    auto about(Step step) const -> decltype(step()) {
+        try {
+            return step();
+        } catch (const std::system_error& error) {
+            throw opc::Exception("cannot read to the end of " + name_ + ": " + error.what());
+        }
+    }
+    fl::filesystem::FileReader open(const fl::filesystem::path& file) const {
+        return about([&] {
+            fl::filesystem::FileReader opened(file);
+            // This says nothing about the file.
+            if (!opened.isOpen() && errno == ENOMEM) throw std::bad_alloc();
+            return opened;
+        });
+    }
+
+    std::string name_;
+    fl::filesystem::FileReader file_;
+};
+
+}  // namespace
+
 void AppFileWriter::AppFileWriterImpl::setKORVALCodeText(const ustring& codeText) {
     requireUsable("setKORVALCodeText");
     requireReplaceable(quillcode::codepart::kRelationshipType, quillcode::codepart::kName);
@@ -250,12 +288,9 @@ void AppFileWriter::AppFileWriterImpl::setAppModelFromFile(const ustring& modelF
     if (!modelFilePath.empty()) {
         path = fl::filesystem::detail::make_native_form(modelFilePath, true);
     }
-    fl::filesystem::basic_ifstream<char> file(path, std::ios_base::in | std::ios_base::binary);
-    // A file that does not open is ignored, but running out of memory says nothing about the file.
-    if (!file.is_open() && errno == ENOMEM) throw std::bad_alloc();
-    // If the file did not open, this copies nothing and leaves the part as it was.
-    opc::StreamHelper::copyStreamToStream(file, *part.getOutputStream(),
-                                          "\"" + shownName(modelFilePath) + "\"");
+    ModelStream model(path, shownName(modelFilePath));
+    // A file that does not open leaves the part as it was.
+    if (model.isOpen()) opc::StreamHelper::copyStreamToStream(model, *part.getOutputStream());
     isHalfChanged_ = false;
 }
 

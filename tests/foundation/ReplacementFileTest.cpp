@@ -486,6 +486,52 @@ TEST_F(ReplacementFileTest, StaysWhenAForkedProcessDestroysItsCopy) {
     EXPECT_EQ(files(), std::set<std::string>{"a"});
 }
 
+// As a signal handler may do: both processes return into the save.
+TEST_F(ReplacementFileTest, SavesInTheParentOnlyIfAForkComesInTheMiddle) {
+    using FileSystem = WatchedSystem::FileSystem;
+    for (const auto fileSystem : {FileSystem::Current, FileSystem::Older, FileSystem::Linkless}) {
+        for (const char* old : {"", "old"}) {
+            std::size_t number = 0;
+            for (bool isForked = true; isForked && !HasFailure();) {
+                SCOPED_TRACE(testing::Message()
+                             << int(fileSystem) << " " << old << " " << ++number);
+                stdfs::remove(file("a"));
+                if (*old != '\0') write("a", old);
+                const SaveTarget found(name("a"));
+                std::optional<WatchedSystem> system(std::in_place, fileSystem);
+                pid_t child = -1;
+                int status = 0;
+                isForked = false;
+                bool isInPlace = false;
+                system->strike(number, {"", test_support::Fault::Kind::Follows}, [&] {
+                    isForked = true;
+                    isInPlace = stdfs::exists(file("a")) && readFile(file("a")) == "new";
+                    if ((child = ::fork()) > 0) ::waitpid(child, &status, 0);
+                });
+                std::string complaint;
+                try {
+                    ReplacementFile replacement(found);
+                    replacement.file().writeAt(std::as_bytes(std::span("new", 3)), 0);
+                    replacement.commit();
+                } catch (const std::system_error& error) {
+                    complaint = error.what();
+                }
+                if (child == 0) {
+                    const bool isRefused = complaint.find("was forked") != std::string::npos;
+                    ::_exit(isRefused || isInPlace ? 0 : 1);
+                }
+                const std::string_view at = system->struck() ? system->struck()->name : "";
+                system.reset();  // reading would be watched, too
+                EXPECT_EQ(complaint, "") << at;
+                EXPECT_EQ(status, 0) << at;
+                EXPECT_EQ(readFile(file("a")), "new") << at;
+                EXPECT_EQ(files(), std::set<std::string>{"a"}) << at;
+            }
+            EXPECT_GT(number, 8u);
+        }
+    }
+}
+
 TEST_F(ReplacementFileTest, FindsATemporaryNameBesideTheLongestOne) {
     std::string longest = "n";
     while (longest.size() < 255)

@@ -8,6 +8,7 @@
 #include <opc/Exception.hpp>
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,11 +19,13 @@
 #include <iterator>
 #include <map>
 #include <random>
+#include <thread>
 
 #include "tests/package/PackageContents.hpp"
 #include "tests/support/AppPackage.hpp"
 #include "tests/support/SmallStack.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
+#include "tests/support/WatchedSystem.hpp"
 
 namespace appserialization {
 namespace {
@@ -550,6 +553,58 @@ TEST_F(AppFileWriterTest, SavesInTheParentOnlyIfTheFunctionOfAWatchForks) {
         EXPECT_EQ(std::distance(Iterator(directory_.path()), Iterator()), files);
     }
     EXPECT_GT(reports, 15u);
+}
+
+// As a signal handler may do: both processes return into the call, and descriptors have one position
+// in both.
+TEST_F(AppFileWriterTest, SavesTheWholeModelIfAForkComesWhileItIsRead) {
+    const std::string model = noise(700'000) + std::string(1'500'000, 'a');
+    const ustring large = directory_.write("large.kvd", model);
+    std::size_t forks = 0;
+    for (std::size_t number = 1; !HasFailure(); ++number) {
+        SCOPED_TRACE(number);
+        good();
+        pid_t child = -1;
+        int status = 0;
+        {
+            AppFileWriter writer(app_, false);
+            test_support::WatchedSystem system;
+            system.strike(number, {"", test_support::Fault::Kind::Interferes, 0, "read pread"},
+                          [&] {
+                              if ((child = ::fork()) > 0) ::waitpid(child, &status, 0);
+                          });
+            try {
+                writer.setAppModelFromFile(large);
+                writer.close();
+            } catch (const opc::Exception&) {
+                if (child != 0) throw;
+                ::_exit(0);
+            }
+            if (child == 0) ::_exit(1);
+            if (number > system.calls().size()) break;
+        }
+        if (child > 0) ++forks;
+        EXPECT_EQ(status, 0);
+        EXPECT_TRUE(PackageContents(app_).parts.at(kModelPart) == model);
+    }
+    EXPECT_GT(forks, 8u);
+}
+
+// A FIFO has no positions, and the name of a folder opens, but nothing can be read from it.
+TEST_F(AppFileWriterTest, ReadsTheModelFromAFifoButNotFromAFolder) {
+    const std::string model = noise(700'000);
+    good();
+    ASSERT_EQ(::mkfifo((directory_.path() / "fifo").c_str(), 0600), 0);
+    std::thread other([&] { directory_.write("fifo", model); });
+    edit([&](AppFileWriter& writer) { writer.setAppModelFromFile(directory_.name("fifo")); });
+    other.join();
+    EXPECT_TRUE(PackageContents(app_).parts.at(kModelPart) == model);
+
+    AppFileWriter writer(app_, false);
+    EXPECT_THAT([&] { writer.setAppModelFromFile(directory_.name("")); },
+                ThrowsMessage<opc::Exception>(
+                    testing::AllOf(HasSubstr("cannot read to the end of \""),
+                                   HasSubstr("\": cannot read: Is a directory"))));
 }
 
 TEST_F(AppFileWriterTest, ChangesNothingIfTheCorePropertiesCannotBeRead) {

@@ -95,6 +95,7 @@ ssize_t watched(std::string_view name, Really really, Each&... arguments) {
     if (is(Fault::Kind::Fails)) result = refuse(fault->error);
     const int error = errno;
     current->log(describe(name, result, described));
+    if (is(Fault::Kind::Follows)) current->interfere();
     errno = error;
     return result;
 }
@@ -224,15 +225,17 @@ const Call* WatchedSystem::struck() const noexcept {
 const Fault* WatchedSystem::begin(std::string_view call) {
     if (calls_.size() + 1 != number_ || !fault_.canStrike(call)) return nullptr;
     if (fault_.kind == Fault::Kind::Kills) ::kill(::getpid(), fault_.error);
-    if (fault_.kind == Fault::Kind::Interferes) {
-        // The calls that `interfere` makes are not watched.
-        const auto watching = std::exchange(fl::filesystem::systemCalls(), real_);
-        current = nullptr;
-        interfere_();
-        current = this;
-        fl::filesystem::systemCalls() = watching;
-    }
+    if (fault_.kind == Fault::Kind::Interferes) interfere();
     return &fault_;
+}
+
+// The calls that the given function makes are not watched.
+void WatchedSystem::interfere() {
+    const auto watching = std::exchange(fl::filesystem::systemCalls(), real_);
+    current = nullptr;
+    interfere_();
+    current = this;
+    fl::filesystem::systemCalls() = watching;
 }
 
 void Disk::add(const std::string& name, ino_t inode, const std::string& content) {

@@ -32,7 +32,7 @@ struct Call {
 
 // What goes wrong at one call. IsShort and MovesNothing are for calls that transfer bytes.
 struct Fault {
-    enum class Kind { Fails, IsShort, MovesNothing, Kills, Interferes };
+    enum class Kind { Fails, IsShort, MovesNothing, Kills, Interferes, Follows };
     const char* name;
     Kind kind;
     int error = 0;  // the errno value; for Kind::Kills the signal
@@ -65,7 +65,7 @@ public:
     WatchedSystem& operator=(const WatchedSystem&) = delete;
 
     // Lets `fault` happen at call `number` (from 1). For Kind::Interferes, `interfere` is called
-    // just before it.
+    // just before it; for Kind::Follows, just after.
     void strike(std::size_t number, const Fault& fault, std::function<void()> interfere = {});
     // The call at which the fault happened; null if it has not been made yet.
     const Call* struck() const noexcept;
@@ -73,6 +73,7 @@ public:
 
     // For the replaced calls: counts a call and returns the fault that must happen to it, or null.
     const Fault* begin(std::string_view call);
+    void interfere();
     void log(Call call) { calls_.push_back(std::move(call)); }
     const fl::filesystem::SystemCalls& real() const noexcept { return real_; }
 

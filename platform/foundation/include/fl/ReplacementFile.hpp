@@ -4,6 +4,7 @@
 
 #include <fl/FileDescriptor.hpp>
 #include <fl/filesystem.hpp>
+#include <foundation/ProcessMark.hpp>
 
 #include <memory>
 #include <optional>
@@ -18,6 +19,13 @@ class SaveTarget;
 inline constexpr const char* kChangedMeanwhile =
     "someone else created, changed or removed the file in the meantime; it is left as it is now "
     "(open it again, or save under another name)";
+
+// The message in a child process that was forked meanwhile, which may change nothing for its parent.
+inline constexpr const char* kForkedMeanwhile =
+    "was opened before this process was forked; open it again to change it";
+
+// Throws std::system_error with that message in any process but the one of the mark.
+PLATFORM_API void requireOwn(const foundation::ProcessMark& process);
 
 // The message of a failure to create a file beside the one that is being saved.
 inline constexpr const char* kCannotCreateFile = "cannot create a file in its directory";
@@ -40,7 +48,9 @@ PLATFORM_API void replaceWithFile(const SaveTarget& target, const path& content)
 //
 // Construct the target before reading the content that is to be edited, make the new content, and
 // hand the target to a ReplacementFile or to replaceWithFile(). Use a target from one thread at a
-// time. A target that was moved from can only be assigned to or destroyed.
+// time. A target that was moved from can only be assigned to or destroyed. A child process that is
+// forked afterwards, also in the middle of a save, cannot save through its copy: the save throws
+// there before it makes, renames or removes a name.
 class PLATFORM_API SaveTarget {
 public:
     // `file` is absolute or relative to the present working directory, which later changes of the

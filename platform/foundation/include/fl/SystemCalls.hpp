@@ -21,6 +21,7 @@ struct SystemCalls {
     int (*fstatat)(int directory, const char* name, struct stat* result, int flags);
     int (*faccessat)(int directory, const char* name, int mode, int flags);
     ssize_t (*readlinkat)(int directory, const char* name, char* target, size_t size);
+    ssize_t (*read)(int file, void* buffer, size_t size);
     ssize_t (*pread)(int file, void* buffer, size_t size, off_t offset);
     ssize_t (*pwrite)(int file, const void* buffer, size_t size, off_t offset);
     ssize_t (*copy_file_range)(int source, off_t* sourceOffset, int target, off_t* targetOffset,

@@ -4,6 +4,7 @@
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/ProcessMark.hpp>
 #include <foundation/Shown.hpp>
 
 #include "platform/foundation/src/fl/SavePlace.hpp"
@@ -61,7 +62,10 @@ public:
     ~SaveLock() {
         const int error = errno;  // the rename's, which the caller has yet to look at
         // Closing the file would not do: a forked process may hold a copy of the descriptor.
-        if (isHeld_) retryInterrupted([this] { return request(LOCK_UN); });
+        // A forked child shares the lock, and must not take it from its parent.
+        if (isHeld_ && process_.isOfThisProcess()) {
+            retryInterrupted([this] { return request(LOCK_UN); });
+        }
         errno = error;
     }
     SaveLock(const SaveLock&) = delete;
@@ -74,6 +78,7 @@ private:
     bool acquire() const;
 
     const FileDescriptor* file_;
+    foundation::ProcessMark process_;
     bool isHeld_;
 };
 
@@ -103,6 +108,8 @@ bool SaveLock::acquire() const {
 }  // namespace
 
 struct SaveTarget::State {
+    // The one that may make, rename and remove names for this save.
+    foundation::ProcessMark process;
     path given;
     FileDescriptor start;
     path resolved;
@@ -134,7 +141,7 @@ struct SaveTarget::State {
     Place followAgain() const;
     void checkPlace() const;
     void checkUnchanged() const;
-    int rename(const std::string& temporary, unsigned flags) const noexcept;
+    int rename(const std::string& temporary, unsigned flags) const;
     int linkAndUnlink(const std::string& temporary) const;
     void moveIntoPlace(const std::string& temporary, const FileDescriptor& model) const;
     int replace(const std::string& temporary, const FileDescriptor& model) const;
@@ -181,7 +188,7 @@ void SaveTarget::State::hold() {
 // file that is created as any program would, so the system gives it the mode of the umask and the
 // directory's default access list.
 FileDescriptor SaveTarget::State::openModel() const {
-    if (!stamp) return createScratch(directory, name, kAsTheUmaskAllows);
+    if (!stamp) return createScratch(directory, name, kAsTheUmaskAllows, process);
     FileDescriptor model(retryInterrupted([&] {
         return systemCalls().openat(directory.get(), name.c_str(),
                                     O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0);
@@ -219,8 +226,9 @@ void SaveTarget::State::checkUnchanged() const {
     if (found && stampOf(*found) != *stamp) throwChanged();
 }
 
-int SaveTarget::State::rename(const std::string& temporary, unsigned flags) const noexcept {
+int SaveTarget::State::rename(const std::string& temporary, unsigned flags) const {
     return retryInterrupted([&] {
+        requireOwn(process);
         return systemCalls().renameat2(directory.get(), temporary.c_str(), directory.get(),
                                        name.c_str(), flags);
     });
@@ -229,10 +237,13 @@ int SaveTarget::State::rename(const std::string& temporary, unsigned flags) cons
 // Stands in for a rename that refuses to replace (EEXIST).
 int SaveTarget::State::linkAndUnlink(const std::string& temporary) const {
     const int result = retryInterrupted([&] {
+        requireOwn(process);
         return systemCalls().linkat(directory.get(), temporary.c_str(), directory.get(),
                                     name.c_str(), 0);
     });
-    if (result == 0 && removeName(directory, temporary) < 0) {
+    if (result < 0) return result;
+    requireOwn(process);
+    if (removeName(directory, temporary) < 0) {
         throwSystemError(errno, "the new file is in its place, but keeps its temporary name \"" +
                                     temporary + "\" too (remove that)");
     }
@@ -280,6 +291,10 @@ void SaveTarget::State::syncDirectory() const {
     }
 }
 
+void requireOwn(const foundation::ProcessMark& process) {
+    if (!process.isOfThisProcess()) throwSystemError(EPERM, kForkedMeanwhile);
+}
+
 SaveTarget::SaveTarget(const path& file) : state_(std::make_shared<State>()) {
     state_->given = file;
     state_->naming([this] { state_->resolve(); });
@@ -299,15 +314,16 @@ void SaveTarget::expect(const FileStamp& opened) {
 }
 
 FileDescriptor SaveTarget::createScratchFile() const {
-    return state_->naming(
-        [this] { return createScratch(state_->directory, state_->name, kPrivate); });
+    return state_->naming([this] {
+        return createScratch(state_->directory, state_->name, kPrivate, state_->process);
+    });
 }
 
 struct ReplacementFile::State {
     explicit State(std::shared_ptr<const SaveTarget::State> where)
         : target(std::move(where)),
           model(target->openModel()),
-          temporary(target->directory, target->name) {}
+          temporary(target->directory, target->name, target->process) {}
 
     FileStamp commit();
 

@@ -31,6 +31,7 @@ SystemCalls& systemCalls() noexcept {
         .fstatat = ::fstatat,
         .faccessat = ::faccessat,
         .readlinkat = ::readlinkat,
+        .read = ::read,
         .pread = ::pread,
         .pwrite = ::pwrite,
         .copy_file_range = ::copy_file_range,

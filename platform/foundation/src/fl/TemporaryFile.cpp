@@ -93,8 +93,9 @@ FileDescriptor openUnnamed(const FileDescriptor& directory, mode_t mode) {
 }
 
 std::string openNamed(const FileDescriptor& directory, const std::string& target, mode_t mode,
-                      FileDescriptor& file) {
+                      const foundation::ProcessMark& process, FileDescriptor& file) {
     return withFreeName(target, kCannotCreateFile, [&](const char* name) {
+        requireOwn(process);
         const int opened = systemCalls().openat(
             directory.get(), name, O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC | O_NOFOLLOW, mode);
         file = FileDescriptor(opened);
@@ -108,11 +109,15 @@ std::string openNamed(const FileDescriptor& directory, const std::string& target
 
 }  // namespace
 
-TemporaryFile::TemporaryFile(const FileDescriptor& directory, const std::string& target)
-    : directory_(&directory), target_(target), file_(openUnnamed(directory, kPrivate)) {
+TemporaryFile::TemporaryFile(const FileDescriptor& directory, const std::string& target,
+                             const foundation::ProcessMark& process)
+    : directory_(&directory),
+      process_(&process),
+      target_(target),
+      file_(openUnnamed(directory, kPrivate)) {
     if (file_ && canBeLinked(file_)) return;
     file_ = {};
-    name_ = openNamed(directory, target, kPrivate, file_);
+    name_ = openNamed(directory, target, kPrivate, process, file_);
 }
 
 const std::string& TemporaryFile::name() {
@@ -120,6 +125,7 @@ const std::string& TemporaryFile::name() {
     constexpr const char* kWhat = "cannot name the temporary file";
     const std::string entry = entryOf(file_);
     name_ = withFreeName(target_, kWhat, [&](const char* free) {
+        requireOwn(*process_);
         return systemCalls().linkat(AT_FDCWD, entry.c_str(), directory_->get(), free,
                                     AT_SYMLINK_FOLLOW);
     });
@@ -130,15 +136,16 @@ const std::string& TemporaryFile::name() {
 }
 
 void TemporaryFile::removeName() noexcept {
-    if (!name_.empty() && process_.isOfThisProcess()) filesystem::removeName(*directory_, name_);
+    if (!name_.empty() && process_->isOfThisProcess()) filesystem::removeName(*directory_, name_);
     name_.clear();
 }
 
 FileDescriptor createScratch(const FileDescriptor& directory, const std::string& target,
-                             mode_t mode) {
+                             mode_t mode, const foundation::ProcessMark& process) {
     FileDescriptor file = openUnnamed(directory, mode);
     if (file) return file;
-    const std::string name = openNamed(directory, target, mode, file);
+    const std::string name = openNamed(directory, target, mode, process, file);
+    requireOwn(process);
     if (removeName(directory, name) < 0) {
         throwSystemError(errno, "cannot remove a temporary file");
     }

@@ -14,8 +14,10 @@ namespace fl::filesystem {
 // replace. All functions throw std::system_error unless they are noexcept.
 class TemporaryFile {
 public:
-    // In a directory, which must outlive this object, for the file called `target` there.
-    TemporaryFile(const FileDescriptor& directory, const std::string& target);
+    // In a directory, which must outlive this object, for the file called `target` there. Only the
+    // process of the mark, which must outlive this object, too, makes and removes names.
+    TemporaryFile(const FileDescriptor& directory, const std::string& target,
+                  const foundation::ProcessMark& process);
     ~TemporaryFile() { removeName(); }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
@@ -30,15 +32,15 @@ public:
 
 private:
     const FileDescriptor* directory_;
+    const foundation::ProcessMark* process_;
     std::string target_;
     FileDescriptor file_;
-    std::string name_;                 // empty while the file has none
-    foundation::ProcessMark process_;  // the one that may remove the name
+    std::string name_;  // empty while the file has none
 };
 
 // Creates a file without a name on any file system: if it has to be created with one, removes that.
 FileDescriptor createScratch(const FileDescriptor& directory, const std::string& target,
-                             mode_t mode);
+                             mode_t mode, const foundation::ProcessMark& process);
 
 // Like unlinkat().
 int removeName(const FileDescriptor& directory, const std::string& name) noexcept;

@@ -40,7 +40,12 @@ void NewFile::report(std::uint64_t size) const {
     const auto end = [](bool* isReporting) { *isReporting = false; };
     const std::unique_ptr<bool, decltype(end)> reporting(isReporting_, end);
     foundation::SaveWatch::advance(size);
+    static_cast<void>(ours());
+}
+
+fl::filesystem::FileDescriptor& NewFile::ours() const {
     if (!process_.isOfThisProcess()) throwForked(name_);
+    return replacement_.file();
 }
 
 // Starts to write whole pieces only, so that no block goes to the disk twice.
@@ -49,27 +54,26 @@ void NewFile::grow(std::uint64_t size) {
     report(size);
     const std::uint64_t end = (tail_ - gathered_.size()) / kPiece * kPiece;
     if (end <= onItsWay_) return;
-    aboutFile(name_, [&] { replacement_.file().startWriteback(onItsWay_, end - onItsWay_); });
+    aboutFile(name_, [&] { ours().startWriteback(onItsWay_, end - onItsWay_); });
     onItsWay_ = end;
 }
 
 void NewFile::writeGathered() const {
     if (gathered_.empty()) return;
-    aboutFile(name_, [&] { replacement_.file().writeAt(gathered_, tail_ - gathered_.size()); });
+    aboutFile(name_, [&] { ours().writeAt(gathered_, tail_ - gathered_.size()); });
     gathered_.clear();
 }
 
 void NewFile::appendFrom(const fl::filesystem::FileDescriptor& source, std::uint64_t offset,
                          std::uint64_t size) {
     writeGathered();
-    std::uint64_t done = aboutFile(
-        name_, [&] { return replacement_.file().shareFrom(source, offset, size, tail_); });
+    std::uint64_t done =
+        aboutFile(name_, [&] { return ours().shareFrom(source, offset, size, tail_); });
     tail_ += done;  // grow() would be wrong here: shared blocks are on the disk already
     report(done);
     while (done < size) {
         const std::uint64_t piece = std::min(size - done, kPiece);
-        aboutFile(name_,
-                  [&] { replacement_.file().copyFrom(source, offset + done, piece, tail_); });
+        aboutFile(name_, [&] { ours().copyFrom(source, offset + done, piece, tail_); });
         grow(piece);
         done += piece;
     }
@@ -82,12 +86,12 @@ void NewFile::reserve(std::size_t size) {
 
 void NewFile::writeAt(std::span<const std::byte> bytes, std::uint64_t offset) {
     writeGathered();
-    aboutFile(name_, [&] { replacement_.file().writeAt(bytes, offset); });
+    aboutFile(name_, [&] { ours().writeAt(bytes, offset); });
 }
 
 void NewFile::cutAt(std::uint64_t offset) {
     writeGathered();
-    aboutFile(name_, [&] { replacement_.file().truncate(offset); });
+    aboutFile(name_, [&] { ours().truncate(offset); });
     tail_ = offset;
     onItsWay_ = std::min(onItsWay_, offset);
 }

@@ -54,6 +54,9 @@ public:
     const fl::filesystem::FileDescriptor& file() const;
 
 private:
+    // The file, to be changed. Throws opc::Exception in a child that was forked meanwhile: what it
+    // writes late would overwrite what its parent has written since.
+    fl::filesystem::FileDescriptor& ours() const;
     void writeGathered() const;
     void grow(std::uint64_t size);
     void report(std::uint64_t size) const;

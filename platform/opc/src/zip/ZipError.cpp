@@ -2,6 +2,7 @@
 
 #include <opc/Exception.hpp>
 
+#include <fl/ReplacementFile.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 
@@ -37,7 +38,7 @@ void throwZipError(const fl::filesystem::path& file, const std::string& what) {
 }
 
 void throwForked(const fl::filesystem::path& file) {
-    throwZipError(file, "was opened before this process was forked; open it again to change it");
+    throwZipError(file, fl::filesystem::kForkedMeanwhile);
 }
 
 ItemError::ItemError(const fl::filesystem::path& file, const std::string& item, std::string fault)
