@@ -72,15 +72,29 @@ bool declaresDefault(const DOMElement& element) {
     return element.getAttributeNode(XMLUni::fgXMLNSString) != nullptr;
 }
 
-// The namespace of elements without a prefix within `element`; empty if they have none.
-const XMLCh* defaultWithin(const DOMElement& element) {
-    for (const DOMNode* node = &element; node->getNodeType() == DOMNode::ELEMENT_NODE;
+bool hasPrefix(const DOMElement& element) {
+    return element.getPrefix() != nullptr && *element.getPrefix() != 0;
+}
+
+// The namespace of an element; empty if it has none.
+const XMLCh* namespaceOf(const DOMElement& element) {
+    const XMLCh* const nameSpace = element.getNamespaceURI();
+    return nameSpace ? nameSpace : XMLUni::fgZeroLenString;
+}
+
+void setDefault(DOMElement& element, const XMLCh* nameSpace) {
+    element.setAttributeNS(XMLUni::fgXMLNSURIName, XMLUni::fgXMLNSString, nameSpace);
+}
+
+// The namespace of elements without a prefix within `top`; empty if they have none.
+const XMLCh* defaultWithin(const DOMNode& top) {
+    for (const DOMNode* node = &top; node->getNodeType() == DOMNode::ELEMENT_NODE;
          node = node->getParentNode()) {
         const auto& each = static_cast<const DOMElement&>(*node);
         if (declaresDefault(each)) return each.getAttribute(XMLUni::fgXMLNSString);
-        // An element that was made in the DOM may have a namespace without prefix and declaration.
-        const bool hasPrefix = each.getPrefix() != nullptr && *each.getPrefix() != 0;
-        if (!hasPrefix && each.getNamespaceURI() != nullptr) return each.getNamespaceURI();
+        // An element that was made in the DOM may be in a namespace, or in none, without prefix and
+        // declaration.
+        if (!hasPrefix(each)) return namespaceOf(each);
         if (node->getParentNode() == nullptr) break;
     }
     return XMLUni::fgZeroLenString;
@@ -90,6 +104,12 @@ const XMLCh* defaultWithin(const DOMElement& element) {
 
 bool DomCopier::isDeclaration(const DOMNode& attribute) {
     return XMLString::equals(attribute.getNamespaceURI(), XMLUni::fgXMLNSURIName);
+}
+
+void DomCopier::declareDefault(DOMElement& element, const DOMNode& parent) {
+    if (parent.getNodeType() != DOMNode::ELEMENT_NODE || hasPrefix(element)) return;
+    const XMLCh* const own = namespaceOf(element);
+    if (!XMLString::equals(own, defaultWithin(parent))) setDefault(element, own);
 }
 
 void DomCopier::copyAttributes(const DOMElement& from, DOMElement& to, const DOMNode* except) {
@@ -107,14 +127,13 @@ void DomCopier::copyAttributes(const DOMElement& from, DOMElement& to, const DOM
 
 void DomCopier::appendCopies(const std::vector<const DOMElement*>& elements, DOMElement& to) {
     if (elements.empty()) return;
-    const XMLCh* const inherited =
-        defaultWithin(static_cast<const DOMElement&>(*elements.front()->getParentNode()));
+    const XMLCh* const inherited = defaultWithin(*elements.front()->getParentNode());
     const bool mustDeclare = !XMLString::equals(inherited, defaultWithin(to));
     std::size_t added = 0;
     for (const DOMElement* const element : elements) {
         DOMElement* const copy = copyOfTree(*element, *to.getOwnerDocument());
         if (mustDeclare && !declaresDefault(*copy)) {
-            copy->setAttributeNS(XMLUni::fgXMLNSURIName, XMLUni::fgXMLNSString, inherited);
+            setDefault(*copy, inherited);
             requireRoomToKeep(added += XMLString::stringLen(inherited));
         }
         to.appendChild(copy);

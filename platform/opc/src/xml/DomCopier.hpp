@@ -21,6 +21,11 @@ public:
     // Whether the attribute declares a namespace.
     static bool isDeclaration(const xercesc::DOMNode& attribute);
 
+    // Declares the default namespace in an element that is going to be appended to `parent`, which
+    // need not be an element, if it has no prefix and another namespace is the default there. The
+    // serialiser forgets some of these declarations: it takes one further out for the nearest.
+    static void declareDefault(xercesc::DOMElement& element, const xercesc::DOMNode& parent);
+
     // Adds those attributes of `from` to `to` that it lacks, namespace declarations included.
     // Leaves out the declaration of the default namespace, because `to` has its own, and `except`,
     // which may be null.

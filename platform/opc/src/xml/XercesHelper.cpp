@@ -264,11 +264,15 @@ void XercesHelper::writeDocumentToStream(const XercesWriterPtr& writer,
 xercesc::DOMElement* XercesHelper::appendElementNS(xercesc::DOMNode* parent,
                                                    const ustring& nameSpace, const ustring& name) {
     given(parent, "parent for an element");
+    // The DOM takes names only up to the first NUL, as it does texts.
+    requireXmlText(nameSpace, u"namespace of an element");
+    requireXmlText(name, u"name of an element");
     return translated("element \"" + shown(name) + "\"", [&] {
         const bool isDocument = parent->getNodeType() == xercesc::DOMNode::DOCUMENT_NODE;
         auto* const document =
             isDocument ? static_cast<xercesc::DOMDocument*>(parent) : parent->getOwnerDocument();
         auto* const element = document->createElementNS(nameSpace.c_str(), name.c_str());
+        DomCopier::declareDefault(*element, *parent);
         parent->appendChild(element);
         return element;
     });
@@ -331,6 +335,7 @@ bool XercesHelper::getElementAttribute(const xercesc::DOMElement* element, const
 void XercesHelper::setElementAttribute(xercesc::DOMElement* element, const ustring& name,
                                        const ustring& value) {
     given(element, "element");
+    requireXmlText(name, u"name of an attribute");
     requireXmlText(value, name);
     translated(shown(name), [&] { element->setAttribute(name.c_str(), value.c_str()); });
 }
@@ -346,6 +351,8 @@ void XercesHelper::copyAttributes(const xercesc::DOMElement* from, xercesc::DOME
 void XercesHelper::appendCopies(xercesc::DOMElement* parent,
                                 const std::vector<const xercesc::DOMElement*>& elements) {
     auto& target = given(parent, "parent for elements");
+    for (const auto* const element : elements)
+        given(element, "element to copy");
     const auto name = display(target.getNodeName());
     translated(name, [&] {
         try {
