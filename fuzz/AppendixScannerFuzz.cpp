@@ -18,7 +18,7 @@ using fuzz::appendix::ustring;
 
 // A backtracking expression recurses once for each byte, and the longest one takes time in proportion to
 // the fifth power of the length.
-constexpr std::size_t kLongestText = 200;
+constexpr std::size_t kLongestText = 64;
 
 // Returns what the groups of a pattern capture in all matches.
 Answer captured(const ustring& input, const std::string& pattern) {

@@ -24,6 +24,13 @@ std::string property(std::string_view text) {
     return escaped(text, "%\r\n:,");
 }
 
+// "./apps/a.kvpkg" is "apps/a.kvpkg" among the files of a repository.
+std::string_view withoutDot(std::string_view name) {
+    while (name.starts_with("./"))
+        name.remove_prefix(2);
+    return name;
+}
+
 const char* commandOf(Severity severity) {
     switch (severity) {
         case Severity::Error:
@@ -41,7 +48,7 @@ std::string annotationOf(const std::string& file, const Finding& finding) {
     const std::string part = finding.part.empty() ? "" : finding.part + ": ";
     const std::string fix = finding.fix.empty() ? "" : " (fix: " + finding.fix + ")";
     return fmt::format("::{} file={},title={}::{}\n", commandOf(finding.rule->severity),
-                       property(file), property(finding.rule->id),
+                       property(withoutDot(file)), property(finding.rule->id),
                        escaped(part + finding.text + fix, "%\r\n"));
 }
 
