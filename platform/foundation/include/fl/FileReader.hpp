@@ -24,12 +24,14 @@ public:
 
     bool isOpen() const noexcept { return static_cast<bool>(file_); }
     // Returns the number of bytes read, which is less than the buffer's size only at the end.
-    // Throws std::system_error if reading fails, and in a child that was forked meanwhile.
+    // Throws std::system_error if reading fails, if a file ends before the size that it had when it was
+    // opened, and in a child that was forked meanwhile.
     std::size_t read(std::span<std::byte> buffer);
 
 private:
     FileDescriptor file_;
     bool hasPositions_ = false;
+    std::uint64_t size_ = 0;  // of a regular file
     std::uint64_t position_ = 0;
     foundation::ProcessMark process_;
 };

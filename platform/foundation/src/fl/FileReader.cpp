@@ -48,6 +48,7 @@ FileReader::FileReader(const path& file) : file_(openAsStreamsDo(file)) {
         throwSystemError(errno, "cannot stat");
     }
     hasPositions_ = S_ISREG(status.st_mode) || S_ISBLK(status.st_mode);
+    if (S_ISREG(status.st_mode)) size_ = static_cast<std::uint64_t>(status.st_size);
 }
 
 std::size_t FileReader::read(std::span<std::byte> buffer) {
@@ -55,6 +56,9 @@ std::size_t FileReader::read(std::span<std::byte> buffer) {
     if (!hasPositions_) return readOn(file_, buffer);
     const std::size_t count = file_.readAt(buffer, position_);
     position_ += count;
+    if (count < buffer.size() && position_ < size_) {
+        throwSystemError(EIO, "ends before the size that it had when it was opened");
+    }
     return count;
 }
 
