@@ -47,8 +47,8 @@ std::vector<std::string> phrases(const opc::zip::LeftOut& leftOut) {
 }  // namespace
 
 std::vector<std::string> repackPackage(const FileName& from, opc::zip::Method method,
-                                       fl::filesystem::FileDescriptor& to,
-                                       const std::string& name) {
+                                       fl::filesystem::FileDescriptor& to, const std::string& name,
+                                       Losing losing) {
     requireUnsigned(from);
     const Progress progress(sizeOf(from));
     const auto leftOut = about(from, [&] {
@@ -56,6 +56,10 @@ std::vector<std::string> repackPackage(const FileName& from, opc::zip::Method me
         return opc::zip::repack(*archive, method, to, fl::filesystem::path::fromBytes(name));
     });
     requireUnchanged(from);
+    const bool losesContent =
+        leftOut.bytes != 0 || leftOut.commentBytes != 0 || leftOut.comments != 0;
+    if (losing == Losing::Nothing && losesContent)
+        throw Error(from.shown, "holds bytes or comments beside its items, which stay as they are");
     return phrases(leftOut);
 }
 

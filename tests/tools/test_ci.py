@@ -196,8 +196,10 @@ class PreCommit(CiTest):
     def test_the_hook_refuses_apps_with_errors(self):
         entry, pattern = self.hook("qzapp-check")
         self.apps()
-        for name, status in ("apps/good.kvpkg", 0), (f"apps/{ODD}", 0), ("apps/wrong.kvpkg", 1):
+        self.write("--repair=x.kvpkg", self.read("apps/good.kvpkg"))
+        for name, status in ("--repair=x.kvpkg", 0), ("apps/good.kvpkg", 0), (f"apps/{ODD}", 0), ("apps/wrong.kvpkg", 1):
             self.assertTrue(re.search(pattern, name))
             self.assertEqual(self.run_tool(*entry, name).returncode, status, name)
+        self.assertFalse((self.dir / "x.kvpkg").exists(), "a file's name is no option")
         self.assertEqual([bool(re.search(pattern, name)) for name in ("a.k", "a.KVPKG", "a.ok", "a.kvpkg.txt")],
                          [True, True, False, False])

@@ -115,6 +115,13 @@ class Repack(ToolTest):
                 content = self.read(name)
                 result = self.run_tool("repack", "--store", "--or-unchanged", "-", "-", input=content)
                 self.assertEqual((result.returncode, result.stdout, result.stderr), (0, content, b""))
+        self.write("stub.kvpkg", b"#!/bin/sh\nexit 0\n")
+        with zipfile.ZipFile(self.dir / "a.kvpkg") as package, zipfile.ZipFile(self.dir / "stub.kvpkg", "a") as stub:
+            for item in package.infolist():
+                stub.writestr(item.filename, package.read(item))
+        content = self.read("stub.kvpkg")
+        result = self.run_tool("repack", "--store", "--or-unchanged", "-", "-", input=content)
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (0, content, b""))
         result = self.run_tool("repack", "--store", "--or-unchanged", "-", "-", input=b"")
         self.assertEqual((result.returncode, result.stdout, result.stderr), (0, b"", b""))
         self.assertNotIn("out.kvpkg", self.names())
@@ -391,6 +398,23 @@ class Merge(ToolTest):
         self.write("theirs.k", "\0theirs" + base)
         self.assertEqual(self.merge(1, "base.k", "ours.k", "theirs.k", "out.k"), [("text", "code")])
         self.assertEqual(self.read("out.k"), self.read("ours.k"))
+
+    def test_no_app_gets_two_screenshots(self):
+        self.write("b.png", (EXAMPLE / "screenshot.png").read_bytes()[:-1] + b"x")
+        self.write("x.gif", b"GIF89a" + bytes(100))
+        self.edited("ours.kvpkg", "--screenshot", "b.png")
+        self.edited("theirs.kvpkg", "--screenshot", "x.gif")
+        self.fails_like(r"out\.kvpkg: is not written, because .*", "merge", "base.kvpkg", "ours.kvpkg", "theirs.kvpkg",
+                        "-o", "out.kvpkg", status=2)
+        self.assertNotIn("out.kvpkg", self.names())
+
+    def test_a_lost_report_is_not_trouble(self):
+        self.edited("ours.kvpkg", "--set", "Name=Ours")
+        self.edited("theirs.kvpkg", "--set", "Author=Theirs")
+        with open("/dev/full", "wb") as full:
+            run = self.run_tool("merge", "base.kvpkg", "ours.kvpkg", "theirs.kvpkg", "-o", "out.kvpkg", stdout=full)
+        self.assertEqual(run.returncode, 3)
+        self.assertEqual(self.metadata("out.kvpkg")["Author"], "Theirs")
 
     def test_trouble_changes_nothing(self):
         self.edited("ours.kvpkg", "--set", "Name=Ours")
@@ -671,8 +695,8 @@ class Git(ToolTest):
             self.ok("edit", str(self.dir / "r" / name), "--set", "Name=Theirs", "--set", "Version=7")
         self.commit()
         self.git("checkout", "-q", "main")
-        merged = self.git("merge", "side", status=1)
-        self.assertIn("field Name: ours is kept", merged)
+        self.git("merge", "side", status=1)
+        self.assertIn("field Name: ours is kept", self.said)
         self.assertEqual([*self.dir.rglob("pwned")], [])
         unmerged = set(self.git("diff", "-z", "--name-only", "--diff-filter=U").split("\0"))
         self.assertEqual(unmerged, {"", "a.kvpkg", *ODD})
@@ -697,7 +721,8 @@ class Git(ToolTest):
             shutil.copy(self.dir / "r/a.kvpkg", self.dir / "r/new.kvpkg")
             self.edit("--set", f"Name={name}", name="new.kvpkg")
             self.commit()
-        self.assertIn("field Name", self.git("merge", "side", status=1))
+        self.git("merge", "side", status=1)
+        self.assertIn("field Name", self.said)
         self.assertEqual(self.name_and_author("new.kvpkg")[0], "Ours")
 
     def test_a_diff_is_quiet_about_what_a_save_changes(self):

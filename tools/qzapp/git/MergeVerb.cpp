@@ -135,12 +135,18 @@ std::string sheetOf(const std::string& name, const ordered_json& conflicts, Form
     return text;
 }
 
-// Puts the working file in the form in which git keeps it.
+// Puts the working file in the form in which git keeps it, unless something would be lost.
 void store(Transaction& transaction) {
     const FileName working = hold(transaction.workingFile());
     about(transaction.workingFile(), [&] {
         auto packed = transaction.newFile("packed");
-        repackPackage(working, opc::zip::Method::Stored, packed, working.shown);
+        try {
+            repackPackage(working, opc::zip::Method::Stored, packed, working.shown,
+                          Losing::Nothing);
+        } catch (const Error& e) {
+            if (e.isPassing()) throw;
+            return;
+        }
         transaction.replaceWorkingFile("packed");
     });
 }
@@ -181,9 +187,21 @@ int merge(const MergeOptions& options) {
     Transaction transaction({name, out.path}, Transaction::Start::Empty, shownExtension(form));
     const ordered_json conflicts = mergeInCage(options, base, ours, theirs, transaction, lines);
     transaction.commit();
-    printReport(out, options.json ? jsonLine({{"out", out.shown}, {"conflicts", conflicts}})
-                                  : sheetOf(name, conflicts, form));
-    return conflicts.empty() ? kClean : kConflicts;
+    const int status = conflicts.empty() ? kClean : kConflicts;
+    if (!options.path.empty()) {
+        // Standard output is git's own.
+        for (const ordered_json& conflict : conflicts)
+            report(name + ": " + lineOf(conflict, form));
+        return status;
+    }
+    try {
+        printReport(out, options.json ? jsonLine({{"out", out.shown}, {"conflicts", conflicts}})
+                                      : sheetOf(name, conflicts, form));
+    } catch (const ReportError& e) {
+        report(e.what());
+        return conflicts.empty() ? kSavedUnreported : kConflicts;
+    }
+    return status;
 }
 
 int mergeOrTrouble(const MergeOptions& options) {

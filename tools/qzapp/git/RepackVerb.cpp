@@ -71,7 +71,8 @@ Repacked repackInCage(const FileName& in, const RepackOptions& options, FileDesc
     const std::string answer = inCage(cage, [&] {
         if (options.orUnchanged) limitMemory(kMostMemory);
         try {
-            const auto leftOut = repackPackage(in, options.method(), to, name);
+            const Losing losing = options.orUnchanged ? Losing::Nothing : Losing::WhatIsNoItem;
+            const auto leftOut = repackPackage(in, options.method(), to, name, losing);
             const bool isSame = !options.inPlace.empty() &&
                                 haveSameContent(in, {name, to.privateName(u"repacked")});
             return json{{"leftOut", leftOut}, {"isSame", isSame}}.dump();
