@@ -1,6 +1,7 @@
 #include "app/PackageParts.hpp"
 
 #include <fmt/format.h>
+#include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/HostProperties.hpp>
@@ -156,13 +157,6 @@ std::optional<std::string> otherThumbnailOf(const Package& package) {
     return shownName(package.getTarget(thumbnails[0]).getName());
 }
 
-std::optional<ustring> legacyReleaseOf(Package& package) {
-    const auto info = opc::qzservices::CorePropertiesManager(package, 0)
-                          .getCoreProperties()
-                          .getKORVALReleaseInfo();
-    return info && info->legacy ? std::optional(info->release) : std::nullopt;
-}
-
 PackageFacts requireEditable(const FileName& file, Package& package, const PartsToEdit& parts) {
     if (!parts.signature && signatures::isSigned(package)) {
         throw Error(
@@ -256,6 +250,13 @@ void editPackage(const FileName& file, Work work) {
 }
 
 }  // namespace
+
+std::optional<ustring> legacyReleaseOf(Package& package) {
+    const auto info = opc::qzservices::CorePropertiesManager(package, 0)
+                          .getCoreProperties()
+                          .getKORVALReleaseInfo();
+    return info && info->legacy ? std::optional(info->release) : std::nullopt;
+}
 
 PackageFacts requireEditable(const FileName& file, const PartsToEdit& parts) {
     return withPackage(file,

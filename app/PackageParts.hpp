@@ -2,6 +2,7 @@
 
 #include <appserialization/AppMetadataReader.hpp>
 #include <foundation/ustring.hpp>
+#include <opc/Package.hpp>
 
 #include <optional>
 #include <string>
@@ -23,10 +24,12 @@ struct PartsToEdit {
     foundation::ustring newFormat = {};
 };
 
+// The release that a user has set, which the file holds besides that of the host that saved it.
+std::optional<foundation::ustring> legacyReleaseOf(opc::model::Package& package);
+
 // What an edit needs to know of the package as it was before.
 struct PackageFacts {
-    // The legacy release that the file holds besides the release of the host that saved it; a
-    // metadata edit that does not set KORVALRelease has to set this one again.
+    // A metadata edit that does not set KORVALRelease has to set this one again.
     std::optional<foundation::ustring> legacyRelease;
     // The name of the package's thumbnail if it is a picture other than the screenshot.
     std::optional<std::string> otherThumbnail;

@@ -4,6 +4,7 @@ import hashlib
 import json
 import os
 import random
+import re
 import shutil
 import signal
 import struct
@@ -402,11 +403,34 @@ class Merge(ToolTest):
     def test_no_app_gets_two_screenshots(self):
         self.write("b.png", (EXAMPLE / "screenshot.png").read_bytes()[:-1] + b"x")
         self.write("x.gif", b"GIF89a" + bytes(100))
+        self.write("none.kvpkg", "")
         self.edited("ours.kvpkg", "--screenshot", "b.png")
         self.edited("theirs.kvpkg", "--screenshot", "x.gif")
-        self.fails_like(r"out\.kvpkg: is not written, because .*", "merge", "base.kvpkg", "ours.kvpkg", "theirs.kvpkg",
-                        "-o", "out.kvpkg", status=2)
-        self.assertNotIn("out.kvpkg", self.names())
+        links = [("relationship", type_) for type_ in (
+            "http://schemas.openxmlformats.org/package/2006/relationships/metadata/thumbnail",
+            "http://schemas.quorvane.com/lumenForge/app/2017/relationships/appScreenshot")]
+        for base, ours, theirs, conflicts, kept in [
+                ("base.kvpkg", "ours.kvpkg", "theirs.kvpkg", links + [("part", "/" + SCREENSHOT)], "png"),
+                ("base.kvpkg", "theirs.kvpkg", "ours.kvpkg", [("part", "/" + SCREENSHOT)], "gif"),
+                ("none.kvpkg", "ours.kvpkg", "theirs.kvpkg", links, "png"),
+                ("none.kvpkg", "theirs.kvpkg", "ours.kvpkg", links, "gif")]:
+            with self.subTest(base=base, ours=ours):
+                self.assertEqual(self.merge(1, base, ours, theirs), conflicts)
+                pictures = [name for name in self.items("out.kvpkg") if "Screenshot" in name]
+                self.assertEqual(pictures, ["metadata/appScreenshot." + kept])
+                self.assertEqual(self.extracted("out.kvpkg", "screenshot"), self.extracted(ours, "screenshot"))
+
+    def test_a_release_that_was_set_by_hand_is_merged(self):
+        def legacy_release():
+            return re.search(rb'legacy="true">([^<]*)', self.items("out.kvpkg")["docProps/korval.xml"])[1]
+        self.edited("ours.kvpkg", "--set", "Name=Ours")
+        self.edited("theirs.kvpkg", "--set", "KORVALRelease=R2020a", "--set", "Author=Theirs")
+        self.merge()
+        self.assertEqual(legacy_release(), b"R2020a")
+        self.assertEqual(self.metadata("out.kvpkg")["Name"], "Ours")
+        self.edited("ours.kvpkg", "--set", "KORVALRelease=R2021b")
+        self.assertEqual(self.merge(1), [("field", "KORVALRelease")])
+        self.assertEqual(legacy_release(), b"R2021b")
 
     def test_a_lost_report_is_not_trouble(self):
         self.edited("ours.kvpkg", "--set", "Name=Ours")

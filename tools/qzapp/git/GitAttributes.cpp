@@ -63,12 +63,11 @@ bool isOurs(const std::string& line) {
 }  // namespace
 
 // Line ends within a package are none.
-const std::vector<AttributesLine>& attributesLines() {
-    static const std::vector<AttributesLine> kLines = {
+std::vector<AttributesLine> attributesLines() {
+    return {
         {"*.kvpkg", {"-text", "diff=qzapp", "filter=qzapp", "merge=qzapp"}},
         {"*.k", {"merge=qzapp"}},
     };
-    return kLines;
 }
 
 std::string textOf(const AttributesLine& line) {

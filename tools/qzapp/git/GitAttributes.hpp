@@ -13,7 +13,7 @@ struct AttributesLine {
 };
 
 // The lines of ".gitattributes" by which git treats apps as apps.
-const std::vector<AttributesLine>& attributesLines();
+std::vector<AttributesLine> attributesLines();
 // As they stand in the file.
 std::string textOf(const AttributesLine& line);
 

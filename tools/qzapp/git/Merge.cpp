@@ -2,6 +2,7 @@
 
 #include <appserialization/AppFileWriter.hpp>
 #include <appserialization/AppMetadata.hpp>
+#include <appserialization/ustring.hpp>
 #include <fl/FileDescriptor.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/ustring.hpp>
@@ -67,7 +68,8 @@ bool isSingle(const std::string& type) {
 constexpr std::array kMetadataKinds = {&layout::kMetadata, &layout::kCoreProperties,
                                        &layout::kHostProperties};
 
-// The release is that of the program which saved last, so every save changes it.
+// The release is that of the program which saved last, so every save changes it. What a user sets is
+// the legacy release.
 bool isMerged(Field field) {
     return field != Field::KORVALRelease;
 }
@@ -103,6 +105,7 @@ public:
         planMetadata();
         planLinks();
         planItems();
+        dropWhatNothingLeadsTo();
         dropLinksToNothing();
     }
 
@@ -114,8 +117,9 @@ public:
     Keys takenParts;  // those of theirs that replace ours, or are new
     Keys deletedParts;
     Links addedLinks, removedLinks;
-    std::optional<std::string> code;      // where both sides' are merged
-    std::optional<FieldValues> metadata;  // where both sides' are merged; all fields
+    std::optional<std::string> code;       // where both sides' are merged
+    std::optional<FieldValues> metadata;   // where both sides' are merged; all fields
+    std::optional<ustring> legacyRelease;  // goes with `metadata`
     std::vector<Conflict> conflicts;
 
 private:
@@ -169,7 +173,18 @@ private:
                 mergeText(merged, field);
             }
         }
-        if (merged != *ours_.snapshot.metadata) metadata = std::move(merged);
+        mergeLegacyRelease();
+        if (merged != *ours_.snapshot.metadata || legacyRelease != ours_.legacyRelease)
+            metadata = std::move(merged);
+    }
+
+    void mergeLegacyRelease() {
+        const Outcome found = outcome([](const MergeSide& side) { return side.legacyRelease; });
+        legacyRelease = found == Outcome::Theirs ? theirs_.legacyRelease : ours_.legacyRelease;
+        if (found != Outcome::Conflict) return;
+        addConflict("field", nameOf(Field::KORVALRelease), [](const MergeSide& side) {
+            return side.legacyRelease ? ordered_json(utf8(*side.legacyRelease)) : ordered_json();
+        });
     }
 
     static std::optional<FieldValue> valueIn(const MergeSide& side, Field field) {
@@ -255,12 +270,16 @@ private:
             const Outcome found = outcome(targets);
             if (found == Outcome::Ours) continue;
             if (found == Outcome::Conflict && isSingle(type)) {
-                addConflict("relationship", type,
-                            [&](const MergeSide& side) { return targetsJson(side.targets(type)); });
+                addLinkConflict(type);
             } else {
                 planLinksOf(type);
             }
         }
+    }
+
+    void addLinkConflict(const std::string& type) {
+        addConflict("relationship", type,
+                    [&](const MergeSide& side) { return targetsJson(side.targets(type)); });
     }
 
     void planLinksOf(const std::string& type) {
@@ -301,12 +320,26 @@ private:
 
     // What ours keeps, it keeps with the relationships that lead to it.
     void addItemConflict(const std::string& key, const char* what) {
-        std::erase_if(removedLinks, [&](const auto& link) {
-            return link.second == LinkTarget{key, true} && ours_.find(key) != nullptr;
-        });
+        if (ours_.find(key) != nullptr) keepLinksTo({key, true});
         const PartFacts* facts = ours_.find(key) != nullptr ? ours_.find(key) : theirs_.find(key);
         addConflict(what, facts->name,
                     [&](const MergeSide& side) { return factsJson(side.find(key)); });
+    }
+
+    // If an app has one relationship of a type, it is not theirs then.
+    void keepLinksTo(const LinkTarget& target) {
+        for (const auto& ours : ours_.links) {
+            const std::string& type = ours.first;
+            if (removedLinks.erase({type, target}) == 0 || !isSingle(type)) continue;
+            const auto isOfType = [&](const auto& link) { return link.first == type; };
+            if (std::erase_if(addedLinks, isOfType) > 0) addLinkConflict(type);
+        }
+    }
+
+    void dropWhatNothingLeadsTo() {
+        std::erase_if(takenParts, [&](const std::string& key) {
+            return ours_.find(key) == nullptr && isReplacedByOurs(key);
+        });
     }
 
     static bool isPartOrNone(const MergeSide& side, const std::string& key) {
@@ -343,9 +376,7 @@ private:
             const bool isThere = takenParts.contains(target.place) ||
                                  (ours_.find(target.place) && !deletedParts.contains(target.place));
             if (isThere) return false;
-            addConflict("relationship", type, [&](const MergeSide& side) {
-                return targetsJson(side.targets(link.first));
-            });
+            addLinkConflict(type);
             return true;
         });
     }
@@ -434,15 +465,15 @@ private:
 
     void writeContent() {
         if (!plan_.code && !plan_.metadata) return;
-        const PackageFacts facts = requireEditable(
-            working_, {.code = plan_.code.has_value(), .metadata = plan_.metadata.has_value()});
+        requireEditable(working_,
+                        {.code = plan_.code.has_value(), .metadata = plan_.metadata.has_value()});
         appserialization::AppFileWriter writer(working_.native(), false);
         if (plan_.code) writer.setKORVALCodeText(fl::i18n::utf8_to_ustring(*plan_.code));
         if (plan_.metadata) {
             FieldValues fields = *plan_.metadata;
             fields.erase(Field::KORVALRelease);
             appserialization::AppMetadata record = recordOf(fields);
-            if (facts.legacyRelease) record.setKORVALRelease(*facts.legacyRelease);
+            if (plan_.legacyRelease) record.setKORVALRelease(*plan_.legacyRelease);
             writer.setAppMetadata(record);
         }
         writer.close();

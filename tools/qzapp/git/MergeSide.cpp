@@ -1,10 +1,12 @@
 #include "tools/qzapp/git/MergeSide.hpp"
 
 #include <fl/i18n.hpp>
+#include <foundation/Immortal.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
 
 #include "app/Error.hpp"
+#include "app/PackageParts.hpp"
 #include "app/Signatures.hpp"
 #include "app/WithPackage.hpp"
 
@@ -48,8 +50,9 @@ MergeSide::MergeSide(const FileName& from) : file(from), snapshot(takeSnapshot(f
     for (const PartFacts& facts : *snapshot.parts)
         items.emplace(keyOf(facts), &facts);
     items.erase(opc::names::packageRelationships().key());  // merged one by one
-    withPackage(from, [&](const Package& package) {
+    withPackage(from, [&](Package& package) {
         isSigned = signatures::isSigned(package);
+        legacyRelease = legacyReleaseOf(package);
         for (const Part& part : package.getParts())
             partNames.emplace(part.getName().key(), part.getName());
         relationships = package.getRelationships();
@@ -64,9 +67,9 @@ const PartFacts* MergeSide::find(const std::string& key) const {
 }
 
 const LinkTargets& MergeSide::targets(const std::string& type) const {
-    static const LinkTargets kNone;
+    static const foundation::Immortal<LinkTargets> none;
     const auto found = links.find(type);
-    return found == links.end() ? kNone : found->second;
+    return found == links.end() ? *none : found->second;
 }
 
 bool MergeSide::leadsTo(const std::string& part) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/ustring.hpp>
 #include <opc/PartName.hpp>
 #include <opc/Relationship.hpp>
 
@@ -46,6 +47,7 @@ struct MergeSide {
     std::map<std::string, LinkTargets> links;               // by type
     std::vector<opc::model::Relationship> relationships;
     bool isSigned = false;
+    std::optional<foundation::ustring> legacyRelease;  // see legacyReleaseOf()
 };
 
 // What stands in `links` for this relationship.
