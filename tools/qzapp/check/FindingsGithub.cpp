@@ -32,14 +32,7 @@ std::string_view withoutDot(std::string_view name) {
 }
 
 const char* commandOf(Severity severity) {
-    switch (severity) {
-        case Severity::Error:
-            return "error";
-        case Severity::Warning:
-            return "warning";
-        default:
-            return "notice";
-    }
+    return severity == Severity::Note ? "notice" : nameOf(severity);
 }
 
 }  // namespace

@@ -6,14 +6,17 @@
 #include <fl/FileDescriptor.hpp>
 #include <fl/i18n.hpp>
 
+#include <charconv>
+#include <functional>
+#include <string>
+#include <system_error>
+
 #include "app/Error.hpp"
 #include "app/Forms.hpp"
 #include "app/InputFiles.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 
 namespace qzapp {
-namespace {}  // namespace
-
 foundation::ustring textArgument(const std::string& option, const std::string& value) {
     try {
         return fl::i18n::utf8_to_ustring_strict(value);
@@ -31,6 +34,17 @@ FileName fileArgument(const std::string& value) {
     } catch (const Error& e) {
         throw UsageError(value, e.text());
     }
+}
+
+std::function<std::string(const std::string&)> numberUpTo(unsigned most) {
+    return [most](const std::string& text) {
+        unsigned number = 0;
+        const char* const end = text.data() + text.size();
+        const auto [parsed, fault] = std::from_chars(text.data(), end, number);
+        if (fault == std::errc() && parsed == end && number > 0 && number <= most)
+            return std::string();
+        return fmt::format("expected a number from 1 to {}, found \"{}\"", most, text);
+    };
 }
 
 Field fieldArgument(const std::string& option, const std::string& name) {

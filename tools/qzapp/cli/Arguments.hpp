@@ -2,6 +2,7 @@
 
 #include <foundation/ustring.hpp>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,9 @@ foundation::ustring textArgument(const std::string& option, const std::string& v
 // A file's name, which must not be empty and must be valid UTF-8. Opens nothing; for a file to be
 // read use inputArgument() or appArgument().
 FileName fileArgument(const std::string& value);
+
+// Checks, for CLI11, that a value is a number from 1 to `most`.
+std::function<std::string(const std::string&)> numberUpTo(unsigned most);
 
 // The metadata field of this name, which `option` gives.
 Field fieldArgument(const std::string& option, const std::string& name);

@@ -28,6 +28,7 @@
 #include "app/Progress.hpp"
 #include "app/Suggestion.hpp"
 #include "app/Warnings.hpp"
+#include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/ErrorStream.hpp"
 #include "tools/qzapp/cli/HelpText.hpp"
@@ -244,14 +245,7 @@ void addThreadsOption(CLI::App& command, unsigned& threads) {
         .add_option("--threads", threads,
                     "Work on at most N threads; otherwise one for each processor, up to 8")
         ->type_name("N")
-        ->check([](const std::string& text) {
-            unsigned number = 0;
-            const auto [end, fault] =
-                std::from_chars(text.data(), text.data() + text.size(), number);
-            const bool isNumber = fault == std::errc() && end == text.data() + text.size();
-            if (isNumber && number > 0 && number <= kMostThreads) return std::string();
-            return fmt::format("expected a number from 1 to {}, found \"{}\"", kMostThreads, text);
-        });
+        ->check(numberUpTo(kMostThreads));
 }
 
 int parseAndRun(int argc, const char* const* argv) {

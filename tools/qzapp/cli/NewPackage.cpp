@@ -3,15 +3,12 @@
 #include <fmt/format.h>
 #include <fl/filesystem.hpp>
 
-#include <cstddef>
 #include <functional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
 
 #include "app/Error.hpp"
-#include "app/InputFiles.hpp"
 #include "app/ScratchFile.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/ErrorStream.hpp"
@@ -23,12 +20,6 @@ namespace qzapp {
 namespace {
 
 constexpr const char* kOutput = "standard output";
-
-void send(const FileName& file) {
-    readToEnd(file, [](std::span<const std::byte> bytes) {
-        print({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
-    });
-}
 
 }  // namespace
 
@@ -77,7 +68,7 @@ void NewPackage::make(const std::function<void(const FileName&)>& write) const {
 
 void NewPackage::deliver(std::string_view report, std::string_view notes) const {
     if (!isStandardOutput()) return printReport(file_, std::string(report).append(notes));
-    send(file_);
+    printFile(file_);
     writeMessage(notes);
 }
 

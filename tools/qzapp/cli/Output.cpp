@@ -5,9 +5,11 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <span>
 #include <string>
 #include <system_error>
 
+#include "app/InputFiles.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/Signals.hpp"
 
@@ -46,6 +48,12 @@ void print(std::string_view text) {
     if (reason == 0) return;
     if (reason == EPIPE) endBecauseReaderLeft();
     throw OutputError("standard output", failureOf(reason));
+}
+
+void printFile(const FileName& file) {
+    readToEnd(file, [](std::span<const std::byte> bytes) {
+        print({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    });
 }
 
 bool tryPrint(std::string_view text) {

@@ -10,6 +10,9 @@ namespace qzapp {
 // taken for success. A reader that went away, like "| head", ends the process without a message.
 void print(std::string_view text);
 
+// Like print(), with all bytes of a file. Throws Error if the file cannot be read.
+void printFile(const FileName& file);
+
 // Like print(), but returns false if that fails, and does not end the process.
 bool tryPrint(std::string_view text);
 

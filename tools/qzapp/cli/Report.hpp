@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "app/Error.hpp"
@@ -11,6 +12,8 @@ inline constexpr int kDone = 0;
 inline constexpr int kFailed = 1;
 inline constexpr int kWrongCommandLine = 2;
 inline constexpr int kSavedUnreported = 3;
+// Of the verbs for which status 1 is an answer.
+inline constexpr int kTrouble = 2;
 
 // The command line is wrong. The tool ends with kWrongCommandLine.
 class UsageError : public Error {
@@ -35,5 +38,8 @@ public:
 // Writes "qzapp: MESSAGE" to standard error, on one line and made visible(), whatever the message
 // holds.
 void report(const std::string& message);
+
+// Returns what `verb` returns. Reports what it throws, and returns kTrouble then.
+int runOrTrouble(const std::function<int()>& verb);
 
 }  // namespace qzapp

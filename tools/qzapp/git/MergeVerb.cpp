@@ -7,14 +7,10 @@
 #include <nlohmann/json.hpp>
 #include <opc/ZipArchive.hpp>
 
-#include <charconv>
 #include <cstdint>
-#include <exception>
 #include <memory>
-#include <new>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "app/Error.hpp"
@@ -41,7 +37,6 @@ using nlohmann::ordered_json;
 // The exit statuses that git expects of a merge driver. It takes kTrouble, too, for a conflict.
 constexpr int kClean = 0;
 constexpr int kConflicts = 1;
-constexpr int kTrouble = 2;
 
 constexpr unsigned kLongestMark = 1000;
 
@@ -204,17 +199,6 @@ int merge(const MergeOptions& options) {
     return status;
 }
 
-int mergeOrTrouble(const MergeOptions& options) {
-    try {
-        return merge(options);
-    } catch (const std::bad_alloc&) {
-        report("there is not enough memory");
-    } catch (const std::exception& e) {
-        report(e.what());
-    }
-    return kTrouble;
-}
-
 }  // namespace
 
 Action declareMerge(CLI::App& command) {
@@ -242,14 +226,7 @@ Action declareMerge(CLI::App& command) {
         .add_option("--marker-size", options->markerSize,
                     "The length of the marks around lines in conflict (7)")
         ->type_name("N")
-        ->check([](const std::string& text) {
-            unsigned number = 0;
-            const auto [end, fault] =
-                std::from_chars(text.data(), text.data() + text.size(), number);
-            const bool isNumber = fault == std::errc() && end == text.data() + text.size();
-            if (isNumber && number > 0 && number <= kLongestMark) return std::string();
-            return fmt::format("expected a number from 1 to {}, found \"{}\"", kLongestMark, text);
-        });
+        ->check(numberUpTo(kLongestMark));
     command.add_flag("--json", options->json, "Print one JSON object");
     command.footer(
         "Adds to OURS what THEIRS changed since BASE: the metadata field by field (lists item by\n"
@@ -261,7 +238,7 @@ Action declareMerge(CLI::App& command) {
         "Exit status: 0 merged, 1 merged with conflicts, 2 trouble.\n\n"
         "Example:\n"
         "  qzapp merge atlas-1.0.kvpkg atlas-mine.kvpkg atlas-yours.kvpkg -o atlas.kvpkg");
-    return [options] { return mergeOrTrouble(*options); };
+    return [options] { return runOrTrouble([&] { return merge(*options); }); };
 }
 
 }  // namespace qzapp

@@ -5,13 +5,13 @@
 #include <nlohmann/json.hpp>
 #include <opc/ZipArchive.hpp>
 
-#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/Error.hpp"
@@ -86,42 +86,43 @@ Repacked repackInCage(const FileName& in, const RepackOptions& options, FileDesc
     return {parsed["leftOut"].get<std::vector<std::string>>(), parsed["isSame"].get<bool>()};
 }
 
-void copyToStandardOutput(const FileDescriptor& file, const FileName& name) {
-    std::vector<std::byte> buffer(std::size_t{256} << 10);
-    std::uint64_t at = 0;
-    while (const std::size_t count = about(name, [&] { return file.readAt(buffer, at); })) {
-        print({reinterpret_cast<const char*>(buffer.data()), count});
-        at += count;
-    }
-}
-
 void noteWhatIsLeftOut(const FileName& in, const std::vector<std::string>& phrases) {
     for (const std::string& phrase : phrases)
         report(fmt::format("note: {}: left out {}", in.shown, phrase));
 }
 
-void repackToStandardOutput(const FileName& in, const RepackOptions& options) {
-    const FileName out{"standard output", {}};
-    FileDescriptor scratch = makeScratchFile("the repacked file");
-    const Repacked repacked = repackInCage(in, options, scratch, out.shown);
-    copyToStandardOutput(scratch, out);
-    if (!options.orUnchanged) noteWhatIsLeftOut(in, repacked.leftOut);
+// The repacked file, which has no name, held open; and what it lacks of `in`.
+std::pair<FileName, std::vector<std::string>> repackedCopy(const FileName& in,
+                                                           const RepackOptions& options) {
+    const std::string shown = "the repacked file";
+    FileDescriptor scratch = makeScratchFile(shown);
+    Repacked repacked = repackInCage(in, options, scratch, shown);
+    return {hold({shown, scratch.privateName(u"repacked")}), std::move(repacked.leftOut)};
+}
+
+int repackToStandardOutput(const RepackOptions& options) {
+    const FileName in = inputArgument(*options.in);
+    const auto [copy, leftOut] = repackedCopy(in, options);
+    printFile(copy);
+    noteWhatIsLeftOut(in, leftOut);
+    return kDone;
 }
 
 // What is wrong with the file is no news for a filter of git, which every version of it passes. Only a
 // failure of the system is reported, since another try may go well.
-int repackOrPassOn(const RepackOptions& options) {
-    const FileName in = inputArgument(*options.in, MayBeEmpty::Yes);
+FileName repackedOrAsItIs(const FileName& in, const RepackOptions& options) {
     try {
-        repackToStandardOutput(in, options);
-    } catch (const OutputError&) {
-        throw;
+        return repackedCopy(in, options).first;
     } catch (const NotRepacked&) {
-        copyToStandardOutput(in.held->file, in);
+        return in;
     } catch (const std::exception& e) {
         report(fmt::format("{}; it stays as it is", e.what()));
-        copyToStandardOutput(in.held->file, in);
+        return in;
     }
+}
+
+int repackOrPassOn(const RepackOptions& options) {
+    printFile(repackedOrAsItIs(inputArgument(*options.in, MayBeEmpty::Yes), options));
     return kDone;
 }
 
@@ -179,9 +180,7 @@ int repack(const RepackOptions& options) {
         if (toOutput) return repackOrPassOn(options);
         throw UsageError("--or-unchanged", "only goes with \"-\" as OUT, or with --in-place");
     }
-    if (!toOutput) return repackToFile(options);
-    repackToStandardOutput(inputArgument(*options.in), options);
-    return kDone;
+    return toOutput ? repackToStandardOutput(options) : repackToFile(options);
 }
 
 }  // namespace

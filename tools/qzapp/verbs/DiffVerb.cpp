@@ -9,10 +9,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
 #include <iterator>
 #include <memory>
-#include <new>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -35,11 +33,10 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// The exit statuses of diff(1). If something could not be compared, the apps are neither the same
-// nor different.
+// The exit statuses of diff(1), with kTrouble. If something could not be compared, the apps are neither
+// the same nor different.
 constexpr int kSame = 0;
 constexpr int kDifferent = 1;
-constexpr int kTrouble = 2;
 
 struct DiffOptions {
     std::string a, b;
@@ -212,17 +209,6 @@ int diff(const DiffOptions& options) {
     return reportErrors(changes);
 }
 
-int diffOrTrouble(const DiffOptions& options) {
-    try {
-        return diff(options);
-    } catch (const std::bad_alloc&) {
-        report("there is not enough memory");
-    } catch (const std::exception& e) {
-        report(e.what());
-    }
-    return kTrouble;
-}
-
 }  // namespace
 
 Action declareDiff(CLI::App& command) {
@@ -246,7 +232,7 @@ Action declareDiff(CLI::App& command) {
         "status: 0 the same, 1 different, 2 trouble.\n\n"
         "Example:\n"
         "  qzapp diff atlas-1.0.kvpkg atlas.kvpkg");
-    return [options] { return diffOrTrouble(*options); };
+    return [options] { return runOrTrouble([&] { return diff(*options); }); };
 }
 
 }  // namespace qzapp
