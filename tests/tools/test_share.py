@@ -39,9 +39,13 @@ def fish(line):
     return [choice.split("\t")[0] for choice in choices.splitlines()]
 
 
-def zsh(*arguments):
+def zsh_function(*call):
     functions = (COMPLETIONS / "qzapp.zsh").read_text().replace('_qzapp "$@"', "")
-    return run("zsh", "-f", "-c", functions + "_qzapp_described " + shlex.join(arguments)).splitlines()
+    return run("zsh", "-f", "-c", functions + shlex.join(call)).splitlines()
+
+
+def zsh(*arguments):
+    return zsh_function("_qzapp_described", *arguments)
 
 
 def man_page(name):
@@ -67,7 +71,11 @@ class Share(ToolTest):
                 self.assertEqual(complete("qzapp edit --set Auth"), ["Author="])
                 self.assertEqual(complete("qzapp edit --add U"), ["UserComponents="])
                 self.assertEqual(complete("qzapp extract --only mo"), ["model"])
+                self.assertEqual(complete("qzapp extract --only model,co"), ["model,code"])
+                self.assertEqual(complete("qzapp info --columns Name,F"), ["Name,File", "Name,Form"])
+                self.assertEqual(complete("qzapp check --format s"), ["sarif"])
                 self.assertEqual(complete("qzapp help con"), ["convert"])
+        self.assertEqual(zsh_function("_qzapp_values", "check", "format"), ["text json sarif github"])
         self.assertIn("convert:Make a packaged app from a text app", zsh("Verbs"))
         self.assertIn("--set:Set one field, whatever --metadata says; repeat it for list items",
                       zsh("[A-Z][a-z]+", "edit"))

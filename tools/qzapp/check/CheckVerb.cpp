@@ -221,7 +221,7 @@ Action declareCheck(CLI::App& command) {
     const auto options = std::make_shared<CheckOptions>();
     command
         .add_option("FILE", options->files,
-                    "Packaged (.kvpkg) or text (.k) apps, any other packages, folders of\n"
+                    "Packaged (.kvpkg) or text (.k) apps, any other packages, folders of "
                     "apps, or \"-\"")
         ->type_name("");
     command.add_flag("--strict", options->strict, "Let warnings count as failures, too");
@@ -236,8 +236,8 @@ Action declareCheck(CLI::App& command) {
                      "Print a SARIF 2.1.0 log, for code scanning; short for --format sarif");
     command
         .add_option("--repair", options->repair,
-                    "Write to OUT, as a clean package, what can still be read of FILE;\n"
-                    "once that is checked; \"-\" is standard output")
+                    "Write what can still be read of FILE to OUT, as a clean package, once that "
+                    "is checked; \"-\" is standard output")
         ->type_name("OUT");
     command.add_flag("--force", options->force, "Replace OUT if it exists");
     command.add_flag("--rules", options->rules, "List the rules and do nothing else");

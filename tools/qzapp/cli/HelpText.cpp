@@ -94,6 +94,20 @@ std::string HelpText::make_help(const CLI::App* app, std::string name,
     return withoutDoubleGaps(Formatter::make_help(app, std::move(name), mode));
 }
 
+// CLI11 names only arguments.
+std::string HelpText::make_usage(const CLI::App* app, std::string name) const {
+    std::string usage = Formatter::make_usage(app, std::move(name));
+    const auto required = app->get_options([](const CLI::Option* option) {
+        return option->nonpositional() && option->get_required();
+    });
+    for (const CLI::Option* option : required) {
+        const bool isShort = !option->get_snames().empty();
+        const std::string shown = isShort ? "-" + option->get_snames()[0] : option->get_name();
+        usage.insert(usage.find_last_not_of('\n') + 1, " " + shown + " " + option->get_type_name());
+    }
+    return usage;
+}
+
 std::string HelpText::make_description(const CLI::App* app) const {
     return indented(app->get_description(), 0);
 }

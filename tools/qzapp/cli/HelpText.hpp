@@ -19,6 +19,7 @@ public:
     HelpText();
     std::string make_help(const CLI::App* app, std::string name,
                           CLI::AppFormatMode mode) const override;
+    std::string make_usage(const CLI::App* app, std::string name) const override;
     std::string make_description(const CLI::App* app) const override;
     std::string make_footer(const CLI::App* app) const override;
     std::string make_subcommand(const CLI::App* verb) const override;

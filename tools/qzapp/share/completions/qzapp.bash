@@ -1,4 +1,4 @@
-# bash completion for qzapp: verbs, options, fields and kinds from its own help, otherwise files.
+# bash completion for qzapp: verbs, options, fields and other values from its own help, otherwise files.
 
 _qzapp_verbs() {
     qzapp --help 2>/dev/null | sed -n '/^Verbs:/,/^$/s/^  \([a-z-]*\) .*/\1/p'
@@ -12,8 +12,15 @@ _qzapp_lists() {
     qzapp edit --help 2>/dev/null | sed -n '/^List fields:/,/^$/{/:$/d;s/,//g;p}'
 }
 
-_qzapp_kinds() {
-    qzapp extract --help 2>/dev/null | sed -n 's/.*What to write: //;T;s/,//g;p'
+_qzapp_values() {  # VERB OPTION
+    qzapp "$1" --help 2>/dev/null | sed -nE "s/^  --$2 .*: //;T;s/,|\<fields\>//g;p"
+}
+
+_qzapp_complete_list() {  # WORDS, of which several may be given with commas between them
+    local before=
+    [[ $cur == *,* ]] && before=${cur%,*},
+    COMPREPLY=($(compgen -P "$before" -W "$1" -- "${cur##*,}"))
+    compopt -o nospace 2>/dev/null
 }
 
 _qzapp() {
@@ -33,7 +40,9 @@ _qzapp() {
             compopt -o nospace 2>/dev/null
             return
             ;;
-        --only) COMPREPLY=($(compgen -W '$(_qzapp_kinds)' -- "$cur")); return ;;
+        --only) _qzapp_complete_list "$(_qzapp_values extract only)"; return ;;
+        --columns) _qzapp_complete_list "$(_qzapp_fields) $(_qzapp_values info columns)"; return ;;
+        --format) COMPREPLY=($(compgen -W '$(_qzapp_values check format)' -- "$cur")); return ;;
     esac
     if [[ $cur == -* ]]; then
         COMPREPLY=($(compgen -W '$(_parse_help "$1" "$verb --help")' -- "$cur"))

@@ -1,4 +1,4 @@
-# fish completion for qzapp: verbs, options, fields and kinds from its own help, otherwise files.
+# fish completion for qzapp: verbs, options, fields and other values from its own help, otherwise files.
 
 function __qzapp_described
     qzapp $argv --help 2>/dev/null |
@@ -21,8 +21,17 @@ function __qzapp_lists
     qzapp edit --help 2>/dev/null | sed -n '/^List fields:/,/^$/{/:$/d;s/,//g;p}' | string split -n ' '
 end
 
+function __qzapp_values -a verb option
+    qzapp $verb --help 2>/dev/null | sed -nE "s/^  --$option .*: //;T;s/,|\<fields\>//g;p" | string split -n ' '
+end
+
 function __qzapp_kinds
-    qzapp extract --help 2>/dev/null | sed -n 's/.*What to write: //;T;s/,//g;p' | string split -n ' '
+    __qzapp_values extract only
+end
+
+function __qzapp_columns
+    __qzapp_fields
+    __qzapp_values info columns
 end
 
 complete -c qzapp -n __fish_use_subcommand -f -a '(__qzapp_verbs)'
@@ -33,4 +42,6 @@ complete -c qzapp -n '__fish_seen_subcommand_from edit' -l clear -x -a '(__qzapp
 complete -c qzapp -n '__fish_seen_subcommand_from create edit' -l set -x -a '(__qzapp_fields | string replace -r "\$" "=")'
 complete -c qzapp -n '__fish_seen_subcommand_from edit' -l add -x -a '(__qzapp_lists | string replace -r "\$" "=")'
 complete -c qzapp -n '__fish_seen_subcommand_from edit' -l remove -x -a '(__qzapp_lists | string replace -r "\$" "=")'
-complete -c qzapp -n '__fish_seen_subcommand_from extract' -l only -x -a '(__qzapp_kinds)'
+complete -c qzapp -n '__fish_seen_subcommand_from extract' -l only -x -a '(__fish_complete_list , __qzapp_kinds)'
+complete -c qzapp -n '__fish_seen_subcommand_from info' -l columns -x -a '(__fish_complete_list , __qzapp_columns)'
+complete -c qzapp -n '__fish_seen_subcommand_from check' -l format -x -a '(__qzapp_values check format)'

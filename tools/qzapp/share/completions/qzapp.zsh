@@ -1,5 +1,5 @@
 #compdef qzapp
-# zsh completion for qzapp: verbs, options, fields and kinds from its own help, otherwise files.
+# zsh completion for qzapp: verbs, options, fields and other values from its own help, otherwise files.
 
 _qzapp_described() {  # prints "name:what it does" for each line of a section of the help
     qzapp "${@:2}" --help 2>/dev/null |
@@ -14,8 +14,8 @@ _qzapp_lists() {
     qzapp edit --help 2>/dev/null | sed -n '/^List fields:/,/^$/{/:$/d;s/,//g;p}'
 }
 
-_qzapp_kinds() {
-    qzapp extract --help 2>/dev/null | sed -n 's/.*What to write: //;T;s/,//g;p'
+_qzapp_values() {  # VERB OPTION
+    qzapp $1 --help 2>/dev/null | sed -nE "s/^  --$2 .*: //;T;s/,|\<fields\>//g;p"
 }
 
 _qzapp() {
@@ -24,7 +24,9 @@ _qzapp() {
         --field | --clear) compadd -- $(_qzapp_fields); return ;;
         --set) compadd -S = -- $(_qzapp_fields); return ;;
         --add | --remove) compadd -S = -- $(_qzapp_lists); return ;;
-        --only) compadd -- $(_qzapp_kinds); return ;;
+        --only) _values -s , kind $(_qzapp_values extract only); return ;;
+        --columns) _values -s , column $(_qzapp_fields) $(_qzapp_values info columns); return ;;
+        --format) compadd -- $(_qzapp_values check format); return ;;
     esac
     if ((CURRENT == 2)) && [[ $PREFIX != -* ]] || [[ ${words[2]} == help ]]; then
         choices=(${(f)"$(_qzapp_described Verbs)"})
