@@ -1,6 +1,7 @@
 #include "app/Repack.hpp"
 
 #include <fl/filesystem.hpp>
+#include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
 #include <opc/Package.hpp>
 #include <opc/Repack.hpp>
@@ -53,7 +54,9 @@ std::vector<std::string> repackPackage(const FileName& from, opc::zip::Method me
     const Progress progress(sizeOf(from));
     const auto leftOut = about(from, [&] {
         const auto archive = opc::zip::ZipArchive::open(from.path);
-        return opc::zip::repack(*archive, method, to, fl::filesystem::path::fromBytes(name));
+        // git calls a file by whatever bytes its name has.
+        return opc::zip::repack(*archive, method, to,
+                                fl::filesystem::path(fl::i18n::utf8_to_ustring(name)));
     });
     requireUnchanged(from);
     const bool losesContent =

@@ -466,7 +466,7 @@ class Merge(ToolTest):
         self.edited("theirs.kvpkg", "--set", "Author=Theirs")
         for name in ("base", "ours", "theirs"):
             shutil.copy(self.dir / f"{name}.kvpkg", self.dir / name)
-        self.ok("merge", "base", "ours", "theirs", "-o", "ours", "--path", "-odd].kvpkg", "--store")
+        self.ok("merge", "base", "ours", "theirs", "-o", "ours", "--path", b"-odd]\xff.kvpkg", "--store")
         self.assertEqual(self.names().count("ours"), 1)
         shutil.copy(self.dir / "ours", self.dir / "out.kvpkg")
         self.ok("repack", "--store", "out.kvpkg", "again.kvpkg")
@@ -577,6 +577,13 @@ class Git(ToolTest):
         self.assertFalse((self.dir / "r/.gitattributes").exists())
         self.assertNotIn(b"qzapp", (self.dir / "r/.git/config").read_bytes())
         self.assertEqual(self.set_up("--undo"), "nothing to change\n")
+        # What is not from here stays; what leads to another copy of the tool goes.
+        self.set_up()
+        self.git("config", "merge.qzapp.name", "mine")
+        self.git("config", "diff.qzapp.textconv", "/old/qzapp show --text --")
+        self.assertIn('note: merge.qzapp.name is "mine", which is yours and stays', self.set_up("--undo"))
+        self.assertEqual(self.git("config", "--get-regexp", "qzapp"), "merge.qzapp.name mine\n")
+        self.git("config", "--unset", "merge.qzapp.name")
         self.assertEqual(self.run_tool("git-setup", cwd=self.dir, env=self.environment).returncode, 1)
 
     def test_lines_of_others_stay(self):

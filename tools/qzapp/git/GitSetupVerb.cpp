@@ -95,20 +95,28 @@ std::string withoutPlaceholders(std::string command) {
     return command;
 }
 
-using Setting = std::pair<std::string, std::string>;
+// What a key of git's configuration is to say: a call of this program, or just `rest`.
+struct Setting {
+    std::string key, program, rest;
+    std::string value() const { return program + rest; }
+    // Also if the value leads to this program by another path.
+    bool isIn(const std::string& value) const {
+        return program.empty() ? value == rest : value.ends_with(rest);
+    }
+};
 
 // git quotes the path (%P) for the shell, and the names of the three files are its own. It takes the base as
 // it is where a base is itself a merge.
 std::vector<Setting> settings() {
     const std::string qzapp = ownCommand(), expanded = withoutPlaceholders(qzapp);
     return {
-        {"diff.qzapp.textconv", qzapp + " show --text --"},
-        {"diff.qzapp.cachetextconv", "true"},
-        {"filter.qzapp.clean", expanded + " repack --store --or-unchanged - -"},
-        {"merge.qzapp.name", "apps, by field, line and part"},
-        {"merge.qzapp.driver",
-         expanded + " merge --store --marker-size %L --path=%P -o %A -- %O %A %B"},
-        {"merge.qzapp.recursive", "binary"},
+        {"diff.qzapp.textconv", qzapp, " show --text --"},
+        {"diff.qzapp.cachetextconv", "", "true"},
+        {"filter.qzapp.clean", expanded, " repack --store --or-unchanged - -"},
+        {"merge.qzapp.name", "", "apps, by field, line and part"},
+        {"merge.qzapp.driver", expanded,
+         " merge --store --marker-size %L --path=%P -o %A -- %O %A %B"},
+        {"merge.qzapp.recursive", "", "binary"},
     };
 }
 
@@ -122,8 +130,8 @@ void print() {
     for (const AttributesLine& line : attributesLines())
         text += textOf(line);
     text += "# commands for each clone\n";
-    for (const auto& [key, value] : settings())
-        text += fmt::format("git config {} {}\n", key, quoted(value));
+    for (const Setting& setting : settings())
+        text += fmt::format("git config {} {}\n", setting.key, quoted(setting.value()));
     qzapp::print(text);
 }
 
@@ -155,11 +163,11 @@ public:
             report_.add("added lines to .gitattributes, which is for all clones; commit it");
         }
         bool isChanged = false;
-        for (const auto& [key, value] : settings()) {
-            const auto present = settingIn(key);
-            if (present == value) continue;
-            if (present) report_.add(fmt::format("{} was \"{}\"", key, visible(*present)));
-            requireGit({"config", "--local", "--replace-all", key, value});
+        for (const Setting& setting : settings()) {
+            const auto present = settingIn(setting.key);
+            if (present == setting.value()) continue;
+            if (present) report_.add(fmt::format("{} was \"{}\"", setting.key, visible(*present)));
+            requireGit({"config", "--local", "--replace-all", setting.key, setting.value()});
             isChanged = true;
         }
         if (isChanged) {
@@ -182,9 +190,15 @@ public:
             report_.add("removed the lines from .gitattributes");
         }
         bool isChanged = false;
-        for (const auto& [key, value] : settings()) {
-            if (!settingIn(key)) continue;
-            requireGit({"config", "--local", "--unset-all", key});
+        for (const Setting& setting : settings()) {
+            const auto present = settingIn(setting.key);
+            if (!present) continue;
+            if (!setting.isIn(*present)) {
+                report_.add(fmt::format("note: {} is \"{}\", which is yours and stays", setting.key,
+                                        visible(*present)));
+                continue;
+            }
+            requireGit({"config", "--local", "--unset-all", setting.key});
             isChanged = true;
         }
         if (isChanged) {

@@ -55,7 +55,6 @@ std::string utf8(foundation::ustring_view text) {
     return fl::i18n::ustring_to_utf8(text);
 }
 
-using Links = std::set<std::pair<std::string, LinkTarget>>;  // types and targets
 using Keys = std::set<std::string>;
 
 // The types of relationships of which an app has one each. What they lead to is merged as a whole.
@@ -261,7 +260,7 @@ private:
     void planLinks() {
         std::set<std::string> types;
         for (const MergeSide* side : {&base_, &ours_, &theirs_}) {
-            for (const auto& [type, targets] : side->links)
+            for (const auto& [type, targets] : side->targetsByType)
                 types.insert(type);
         }
         for (const std::string& type : types) {
@@ -286,11 +285,11 @@ private:
         const LinkTargets &base = base_.targets(type), &ours = ours_.targets(type),
                           &theirs = theirs_.targets(type);
         for (const LinkTarget& target : theirs) {
-            if (!base.contains(target) && !ours.contains(target)) addedLinks.emplace(type, target);
+            if (!base.contains(target) && !ours.contains(target)) addedLinks.insert({target, type});
         }
         for (const LinkTarget& target : base) {
             if (!theirs.contains(target) && ours.contains(target))
-                removedLinks.emplace(type, target);
+                removedLinks.insert({target, type});
         }
     }
 
@@ -328,11 +327,11 @@ private:
 
     // If an app has one relationship of a type, it is not theirs then.
     void keepLinksTo(const LinkTarget& target) {
-        for (const auto& ours : ours_.links) {
-            const std::string& type = ours.first;
-            if (removedLinks.erase({type, target}) == 0 || !isSingle(type)) continue;
-            const auto isOfType = [&](const auto& link) { return link.first == type; };
-            if (std::erase_if(addedLinks, isOfType) > 0) addLinkConflict(type);
+        for (const Link& link : linksTo(removedLinks, target)) {
+            removedLinks.erase(link);
+            if (!isSingle(link.type)) continue;
+            const auto isOfType = [&](const Link& added) { return added.type == link.type; };
+            if (std::erase_if(addedLinks, isOfType) > 0) addLinkConflict(link.type);
         }
     }
 
@@ -348,42 +347,43 @@ private:
 
     // Whether theirs has the part for a relationship that is in conflict, and already named.
     bool isReplacedByOurs(const std::string& key) const {
-        return theirs_.leadsTo(key) && !resultLeadsTo(key);
+        return leadsTo(theirs_, key) && !resultLeadsTo(key);
+    }
+
+    static bool leadsTo(const MergeSide& side, const std::string& key) {
+        return !linksTo(side.links, {key, true}).empty();
     }
 
     bool resultLeadsTo(const std::string& key) const {
-        const auto leads = [&](const auto& link) { return link.second == LinkTarget{key, true}; };
-        if (std::ranges::any_of(addedLinks, leads)) return true;
-        for (const auto& [type, targets] : ours_.links) {
-            if (targets.contains({key, true}) &&
-                !removedLinks.contains({type, LinkTarget{key, true}}))
-                return true;
-        }
-        return false;
+        const LinkTarget target{key, true};
+        return !linksTo(addedLinks, target).empty() ||
+               linksTo(ours_.links, target).size() > linksTo(removedLinks, target).size();
     }
 
     // Ours may have come to need what theirs has deleted.
     void planDeletion(const std::string& key) {
-        if (resultLeadsTo(key) && !theirs_.leadsTo(key)) return addItemConflict(key, "part");
+        if (resultLeadsTo(key) && !leadsTo(theirs_, key)) return addItemConflict(key, "part");
         deletedParts.insert(key);
     }
 
     // Theirs may have come to need what ours has deleted.
     void dropLinksToNothing() {
-        std::erase_if(addedLinks, [&](const auto& link) {
-            const auto& [type, target] = link;
-            if (!target.isPart || theirs_.find(target.place) == nullptr) return false;
-            const bool isThere = takenParts.contains(target.place) ||
-                                 (ours_.find(target.place) && !deletedParts.contains(target.place));
+        std::erase_if(addedLinks, [&](const Link& link) {
+            const std::string& key = link.target.place;
+            if (!link.target.isPart || theirs_.find(key) == nullptr) return false;
+            const bool isThere =
+                takenParts.contains(key) || (ours_.find(key) && !deletedParts.contains(key));
             if (isThere) return false;
-            addLinkConflict(type);
+            addLinkConflict(link.type);
             return true;
         });
     }
 
+    // Whether both sides have the part as their code, and with the same type.
     bool isCode(const std::string& key) const {
         const Keys just = {key};
-        return partsOf(ours_, layout::kCode) == just && partsOf(theirs_, layout::kCode) == just;
+        return partsOf(ours_, layout::kCode) == just && partsOf(theirs_, layout::kCode) == just &&
+               ours_.find(key)->contentType == theirs_.find(key)->contentType;
     }
 
     void mergeCode() {
@@ -417,38 +417,42 @@ private:
         const opc::zippackage::ZipPhysicalPackage zip(working_.path, true);
         Package package(zip);
         package.open(OpenMode::Edit);
-        for (const auto& [type, target] : plan_.removedLinks)
-            removeLink(package, type, target);
+        removeLinks(package);
         for (const std::string& key : plan_.deletedParts)
             package.deletePart(ours_.partNames.at(key));
         withPackage(*theirs_.file, [&](const Package& from) {
             for (const std::string& key : plan_.takenParts)
                 takePart(package, from, key);
         });
-        for (const Relationship& link : theirs_.relationships) {
-            if (plan_.addedLinks.contains({utf8(link.getType()), targetOf(link)}))
-                addLink(package, link);
-        }
+        addLinks(package);
         package.close();
     }
 
-    static void removeLink(Package& package, const std::string& type, const LinkTarget& target) {
+    void removeLinks(Package& package) const {
+        if (plan_.removedLinks.empty()) return;
         for (const Relationship& link : package.getRelationships()) {
-            if (utf8(link.getType()) == type && targetOf(link) == target)
-                package.deleteRelationship(link.getID());
+            if (plan_.removedLinks.contains(linkOf(link))) package.deleteRelationship(link.getID());
         }
     }
 
-    static void addLink(Package& package, const Relationship& link) {
-        const auto links = package.getRelationships();
-        const bool isTaken = std::ranges::any_of(
-            links, [&](const Relationship& each) { return each.getID() == link.getID(); });
-        const foundation::ustring id = isTaken ? foundation::ustring() : link.getID();
-        if (link.getTargetMode() == opc::model::TargetMode::External) {
-            package.createExternalRelationship(link.getType(), link.getTargetURI(), id);
-        } else {
-            package.createInternalRelationship(link.getType(), link.getTargetURI(), id);
+    // A relationship keeps its id unless ours uses it.
+    void addLinks(Package& package) const {
+        if (plan_.addedLinks.empty()) return;
+        std::set<ustring> taken;
+        for (const Relationship& link : package.getRelationships())
+            taken.insert(link.getID());
+        for (const Relationship& link : theirs_.relationships) {
+            if (!plan_.addedLinks.contains(linkOf(link))) continue;
+            const ustring id = taken.contains(link.getID()) ? ustring() : link.getID();
+            taken.insert(addLink(package, link, id).getID());
         }
+    }
+
+    static Relationship addLink(Package& package, const Relationship& link, const ustring& id) {
+        const bool isExternal = link.getTargetMode() == opc::model::TargetMode::External;
+        return isExternal
+                   ? package.createExternalRelationship(link.getType(), link.getTargetURI(), id)
+                   : package.createInternalRelationship(link.getType(), link.getTargetURI(), id);
     }
 
     void takePart(Package& package, const Package& from, const std::string& key) const {
@@ -497,7 +501,7 @@ bool hasErrors(const FileName& file) {
 
 // Whether readers could no longer tell which of several parts is meant, for example which screenshot.
 bool isMoreAmbiguous(const MergeSide& merged, const MergeSide& ours) {
-    return std::ranges::any_of(merged.links, [&](const auto& link) {
+    return std::ranges::any_of(merged.targetsByType, [&](const auto& link) {
         const auto& [type, targets] = link;
         return isSingle(type) && targets.size() > 1 && ours.targets(type).size() < 2;
     });

@@ -28,12 +28,25 @@ std::string keyOf(const PartFacts& facts) {
     return name ? name->key() : kItem + facts.name;
 }
 
-}  // namespace
-
 LinkTarget targetOf(const Relationship& relationship) {
     const auto name = relationship.getTargetName();
     if (name) return {name->key(), true};
     return {fl::i18n::ustring_to_utf8(relationship.getTargetURI().toString()), false};
+}
+
+}  // namespace
+
+Link linkOf(const Relationship& relationship) {
+    return {targetOf(relationship), fl::i18n::ustring_to_utf8(relationship.getType())};
+}
+
+std::vector<Link> linksTo(const Links& links, const LinkTarget& target) {
+    std::vector<Link> found;
+    for (auto link = links.lower_bound({target, ""}); link != links.end(); ++link) {
+        if (link->target != target) break;
+        found.push_back(*link);
+    }
+    return found;
 }
 
 void requireWhole(const FileName& file, const Snapshot& snapshot) {
@@ -57,8 +70,11 @@ MergeSide::MergeSide(const FileName& from) : file(from), snapshot(takeSnapshot(f
             partNames.emplace(part.getName().key(), part.getName());
         relationships = package.getRelationships();
     });
-    for (const Relationship& link : relationships)
-        links[fl::i18n::ustring_to_utf8(link.getType())].insert(targetOf(link));
+    for (const Relationship& relationship : relationships) {
+        const Link link = linkOf(relationship);
+        targetsByType[link.type].insert(link.target);
+        links.insert(link);
+    }
 }
 
 const PartFacts* MergeSide::find(const std::string& key) const {
@@ -68,15 +84,8 @@ const PartFacts* MergeSide::find(const std::string& key) const {
 
 const LinkTargets& MergeSide::targets(const std::string& type) const {
     static const foundation::Immortal<LinkTargets> none;
-    const auto found = links.find(type);
-    return found == links.end() ? *none : found->second;
-}
-
-bool MergeSide::leadsTo(const std::string& part) const {
-    for (const auto& [type, targets] : links) {
-        if (targets.contains({part, true})) return true;
-    }
-    return false;
+    const auto found = targetsByType.find(type);
+    return found == targetsByType.end() ? *none : found->second;
 }
 
 }  // namespace qzapp

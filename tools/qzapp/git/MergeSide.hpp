@@ -24,6 +24,17 @@ struct LinkTarget {
 };
 using LinkTargets = std::set<LinkTarget>;
 
+// A relationship, without its id. Those that lead to the same target stand beside each other in a set.
+struct Link {
+    LinkTarget target;
+    std::string type;
+    auto operator<=>(const Link&) const = default;
+};
+using Links = std::set<Link>;
+Link linkOf(const opc::model::Relationship& relationship);
+// Those of `links` that lead to a target.
+std::vector<Link> linksTo(const Links& links, const LinkTarget& target);
+
 // A packaged app as a merge compares it. Items are found by their keys: for parts, that is
 // PartName::key().
 struct MergeSide {
@@ -36,7 +47,6 @@ struct MergeSide {
 
     // Null if there is no such item.
     const PartFacts* find(const std::string& key) const;
-    bool leadsTo(const std::string& part) const;
     // The targets of all relationships of a type.
     const LinkTargets& targets(const std::string& type) const;
 
@@ -44,14 +54,12 @@ struct MergeSide {
     Snapshot snapshot;
     std::map<std::string, const PartFacts*> items;
     std::map<std::string, opc::model::PartName> partNames;  // of those items that are parts
-    std::map<std::string, LinkTargets> links;               // by type
+    Links links;
+    std::map<std::string, LinkTargets> targetsByType;
     std::vector<opc::model::Relationship> relationships;
     bool isSigned = false;
     std::optional<foundation::ustring> legacyRelease;  // see legacyReleaseOf()
 };
-
-// What stands in `links` for this relationship.
-LinkTarget targetOf(const opc::model::Relationship& relationship);
 
 // Throws Error unless everything of the app could be read.
 void requireWhole(const FileName& file, const Snapshot& snapshot);
