@@ -584,30 +584,47 @@ class Git(ToolTest):
         self.assertIn('note: merge.qzapp.name is "mine", which is yours and stays', self.set_up("--undo"))
         self.assertEqual(self.git("config", "--get-regexp", "qzapp"), "merge.qzapp.name mine\n")
         self.git("config", "--unset", "merge.qzapp.name")
-        self.assertEqual(self.run_tool("git-setup", cwd=self.dir, env=self.environment).returncode, 1)
+        for outside in (self.dir, self.dir / "r/.git"):
+            run = self.run_tool("git-setup", cwd=outside, env=self.environment)
+            self.assertEqual((run.returncode, run.stderr.count(b"\n")), (1, 1), run.stderr)
 
     def test_lines_of_others_stay(self):
         ours = self.set_up() and self.read("r/.gitattributes").decode()
         self.set_up("--undo")
-        head = ours.splitlines()[0]
-        for before, after in [
-                ("*.txt text", f"*.txt text\n{ours}"),
-                ("*.kvpkg diff=qzapp\n",
-                 f"*.kvpkg diff=qzapp\n{head}\n*.kvpkg -text filter=qzapp merge=qzapp\n*.k merge=qzapp\n"),
-                ("*.kvpkg filter=lfs diff=lfs merge=lfs -text\n*.k -merge\n", None),
-                ("*.kvpkg binary\n", f"*.kvpkg binary\n{head}\n*.kvpkg filter=qzapp\n*.k merge=qzapp\n"),
-                ("# *.kvpkg diff=qzapp\r\n", f"# *.kvpkg diff=qzapp\r\n{ours}"),
-                (ours + "*.png binary\n", None)]:
+        for before, is_noted in [
+                ("*.txt text", False),
+                ("*.kvpkg diff=qzapp\n", False),
+                ("*.kvpkg filter=lfs diff=lfs merge=lfs -text\n*.k -merge\n", True),
+                ("[attr]app filter=lfs\n*.kvpkg app\n", True),
+                ("*.kvpkg binary\n", True),
+                ("apps/*.kvpkg filter=lfs\n", False),
+                ("\ufeff*.kvpkg -filter\n", True),
+                ("# *.kvpkg diff=qzapp\r\n", False),
+                ("*.png binary\n" + ours, False)]:
             with self.subTest(before):
                 self.write("r/.gitattributes", before)
-                said = self.set_up()
-                self.assertEqual(self.read("r/.gitattributes").decode(), after or before)
-                self.assertEqual("note: lines of yours" in said, "lfs" in before or "binary\n" in before[:16], said)
-                self.set_up("--undo")
                 rest = before.replace(ours, "")
-                self.assertEqual(self.read("r/.gitattributes").decode().rstrip("\n"), rest.rstrip("\n"))
+                of_others = self.git("check-attr", "-a", "app.kvpkg", "app.k", "apps/a.kvpkg")
+                said = self.set_up()
+                after = self.read("r/.gitattributes").decode()
+                self.assertEqual(after, before if ours in before else ours.join(re.match("(\ufeff?)(.*)", before, re.S).groups()))
+                self.assertEqual("note: lines of yours" in said, is_noted, said)
+                if ours not in before:
+                    self.assertLessEqual(set(of_others.splitlines()),
+                                         set(self.git("check-attr", "-a", "app.kvpkg", "app.k", "apps/a.kvpkg").splitlines()))
+                self.set_up("--undo")
+                self.assertEqual(self.read("r/.gitattributes").decode(), rest)
+        self.write("r/.gitattributes", "")
+        self.write("r/.git/info/attributes", "*.kvpkg -filter\n")
+        self.assertIn("note: lines of yours", self.set_up())
+        # What fails first leaves all as it was.
+        self.set_up("--undo")
+        self.write("r/.git/config.lock", "")
+        run = self.run_tool("git-setup", cwd=self.dir / "r", env=self.environment)
+        self.assertRegex(run.stderr.decode(), r"\Aqzapp: git config: git: error: could not lock config file .*\n\Z")
+        self.assertFalse((self.dir / "r/.gitattributes").exists())
+        (self.dir / "r/.git/config.lock").unlink()
         self.write("elsewhere", "mine")
-        (self.dir / "r/.gitattributes").unlink()
         (self.dir / "r/.gitattributes").symlink_to("../elsewhere")
         run = self.run_tool("git-setup", cwd=self.dir / "r", env=self.environment)
         self.assertEqual((run.returncode, self.read("elsewhere")), (1, b"mine"))

@@ -31,10 +31,11 @@ void require(bool worked, int reason, const std::string& what) {
 // that this process ignores.
 class Setting {
 public:
-    explicit Setting(int output) {
+    Setting(int output, int errors) {
         ::posix_spawn_file_actions_init(&streams_);
         ::posix_spawn_file_actions_addopen(&streams_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
         ::posix_spawn_file_actions_adddup2(&streams_, output, STDOUT_FILENO);
+        ::posix_spawn_file_actions_adddup2(&streams_, errors, STDERR_FILENO);
         sigset_t ignored;
         ::sigemptyset(&ignored);
         ::sigaddset(&ignored, SIGPIPE);
@@ -81,11 +82,12 @@ struct Answer {
     int status;
 };
 
-Answer runFirst(const std::vector<std::vector<std::string>>& commands, int output) {
+Answer runFirst(const std::vector<std::vector<std::string>>& commands, int output, int errors) {
     Answer answer{commands.size() - 1, ENOENT, -1};
-    // The program writes at the file's current position.
+    // The program writes at the files' current positions.
     ::lseek(output, 0, SEEK_SET);
-    const Setting setting(output);
+    ::lseek(errors, 0, SEEK_SET);
+    const Setting setting(output, errors);
     for (std::size_t i = 0; i < commands.size(); ++i) {
         const std::vector<char*> arguments = argumentsOf(commands[i]);
         pid_t process = 0;
@@ -119,6 +121,14 @@ std::string MemoryFile::name() const {
     return fmt::format("/dev/fd/{}", file_.get());
 }
 
+std::string ProgramEnd::failure() const {
+    const std::size_t end = errors.find_last_not_of(" \n") + 1;
+    const std::size_t start = errors.rfind('\n', end - 1) + 1;
+    if (end > 0) return name + ": " + errors.substr(start, end - start);
+    return status < 0 ? name + " was ended by a signal"
+                      : fmt::format("{} ended with status {}", name, status);
+}
+
 Program::Program(std::vector<std::vector<std::string>> commands) : commands_(std::move(commands)) {
     Pipe requests = makePipe();
     Pipe answers = makePipe();
@@ -142,6 +152,7 @@ Program::~Program() {
 std::optional<ProgramEnd> Program::run() {
     require(process_ > 0, EAGAIN, "cannot start a process");
     output_.fill("");
+    errors_.fill("");
     Answer answer{};
     const bool isAnswered =
         retryInterrupted([&] { return ::write(requests_.get(), "", 1); }) == 1 &&
@@ -151,7 +162,7 @@ std::optional<ProgramEnd> Program::run() {
     const std::string& name = commands_.at(answer.command)[0];
     if (answer.reason == ENOENT) return std::nullopt;
     require(answer.reason == 0, answer.reason, name + " cannot be run");
-    return ProgramEnd{name, answer.status, output_.content()};
+    return ProgramEnd{name, answer.status, output_.content(), errors_.content()};
 }
 
 // Runs in the process that waits.
@@ -159,7 +170,7 @@ void Program::serve(const FileDescriptor& requests, const FileDescriptor& answer
     ::signal(SIGCHLD, SIG_DFL);  // if it were ignored, waitpid() would give no status
     char request = 0;
     while (retryInterrupted([&] { return ::read(requests.get(), &request, 1); }) == 1) {
-        const Answer answer = runFirst(commands_, output_.get());
+        const Answer answer = runFirst(commands_, output_.get(), errors_.get());
         if (::write(answers.get(), &answer, sizeof answer) != sizeof answer) break;
     }
     ::_exit(0);

@@ -28,6 +28,10 @@ struct ProgramEnd {
     std::string name;    // of the program
     int status;          // the exit status; -1 if a signal ended it
     std::string output;  // what it wrote to standard output
+    std::string errors;  // what it wrote to standard error
+
+    // Why it failed, for messages: its name, and its last line of errors or else its status.
+    std::string failure() const;
 };
 
 // A program that can be run any number of times after this process has entered its cage. The
@@ -51,7 +55,7 @@ private:
                             const fl::filesystem::FileDescriptor& answers) const;
 
     std::vector<std::vector<std::string>> commands_;
-    MemoryFile output_;
+    MemoryFile output_, errors_;
     fl::filesystem::FileDescriptor requests_, answers_;
     int process_ = -1;
 };

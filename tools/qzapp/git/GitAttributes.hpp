@@ -17,14 +17,10 @@ std::vector<AttributesLine> attributesLines();
 // As they stand in the file.
 std::string textOf(const AttributesLine& line);
 
-// The content of a ".gitattributes" with our lines at its end, below a comment that says where they are
-// from. Lines of others stay, and an attribute that one of them gives to the pattern is not given again:
-// it would override theirs.
+// The content of a ".gitattributes" with our lines at its start, below a comment that says where they are
+// from. So whatever a line of others says of an app stays in force: in git, the last line counts.
 std::string withOurLines(const std::string& content);
 // The content without the comment and the lines of ours below it.
 std::string withoutOurLines(const std::string& content);
-
-// Whether git does with the files of each pattern what attributesLines() say.
-bool hasAllAttributes(const std::string& content);
 
 }  // namespace qzapp

@@ -50,7 +50,7 @@ ProgramEnd git(const std::vector<std::string>& arguments) {
 void requireGit(const std::vector<std::string>& arguments) {
     const ProgramEnd end = git(arguments);
     if (end.status == 0) return;
-    throw Error("git " + arguments.front(), fmt::format("ended with status {}", end.status));
+    throw Error("git " + arguments.front(), end.failure());
 }
 
 std::string withoutLineEnd(std::string text) {
@@ -58,12 +58,34 @@ std::string withoutLineEnd(std::string text) {
     return text;
 }
 
-std::string topOfRepository() {
-    const ProgramEnd end = git({"rev-parse", "--show-toplevel"});
-    if (end.status == 0) return withoutLineEnd(end.output);
+// The way to the top of the repository from here: "", "../", "../../" and so on.
+std::string wayToTop() {
+    const ProgramEnd end = git({"rev-parse", "--is-inside-work-tree", "--show-cdup"});
+    constexpr std::string_view kInside = "true\n";
+    if (end.status == 0 && end.output.starts_with(kInside))
+        return withoutLineEnd(end.output.substr(kInside.size()));
     throw Error("git-setup",
                 "there is no repository with files here; go into one, or see with --print what "
                 "would be done");
+}
+
+// Whether git does with apps at the top what attributesLines() say, whoever else says something of them.
+bool isInForce(const std::string& top) {
+    return std::ranges::all_of(attributesLines(), [&](const AttributesLine& line) {
+        const std::string app = top + "app" + (line.pattern + 1);
+        std::vector<std::string> command = {"check-attr"};
+        std::string expected;
+        for (const std::string_view attribute : line.attributes) {
+            const bool isUnset = attribute.starts_with('-');
+            const std::size_t equals = attribute.find('=');
+            const auto name = attribute.substr(isUnset ? 1 : 0, equals);
+            const auto value = isUnset ? "unset" : attribute.substr(equals + 1);
+            command.emplace_back(name);
+            expected += fmt::format("{}: {}: {}\n", app, name, value);
+        }
+        command.insert(command.end(), {"--", app});
+        return git(command).output == expected;
+    });
 }
 
 // A word for the shell, through which git runs its filters.
@@ -125,29 +147,24 @@ std::optional<std::string> settingIn(const std::string& key) {
     return end.status == 0 ? std::optional(withoutLineEnd(end.output)) : std::nullopt;
 }
 
-void print() {
+void printSettings() {
     std::string text = "# lines of .gitattributes\n";
     for (const AttributesLine& line : attributesLines())
         text += textOf(line);
     text += "# commands for each clone\n";
     for (const Setting& setting : settings())
         text += fmt::format("git config {} {}\n", setting.key, quoted(setting.value()));
-    qzapp::print(text);
+    print(text);
 }
 
-// The report of what was done, a line each.
-class Report {
-public:
-    void add(const std::string& line) { text_ += line + "\n"; }
-    void print() const { qzapp::print(text_.empty() ? "nothing to change\n" : text_); }
-
-private:
-    std::string text_;
-};
+// Reports at once what has been done, since what follows may fail.
+void say(const std::string& line) {
+    print(line + "\n");
+}
 
 class Setup {
 public:
-    Setup() : attributes_(fileNamed(topOfRepository() + "/.gitattributes")) {
+    Setup() : top_(wayToTop()), attributes_(fileNamed(top_ + ".gitattributes")) {
         // git does not follow such a link, and it may lead anywhere.
         struct stat status {};
         const bool exists = ::lstat(attributes_.bytes().c_str(), &status) == 0;
@@ -156,46 +173,61 @@ public:
         if (exists) content_ = readBytes(attributes_, kMostAttributes);
     }
 
+    // git's configuration first: that fails more often, and without it the lines do nothing.
     void make() {
+        bool isChanged = configure();
         const std::string content = withOurLines(content_);
         if (content != content_) {
             write(content);
-            report_.add("added lines to .gitattributes, which is for all clones; commit it");
+            say("added lines to .gitattributes, which is for all clones; commit it");
+            isChanged = true;
         }
+        if (!isInForce(top_)) {
+            say("note: lines of yours say otherwise for apps, and stay; see \"git check-attr -a "
+                "app.kvpkg\"");
+        } else if (!isChanged) {
+            say("nothing to change");
+        }
+    }
+
+    void undo() {
+        bool isChanged = unconfigure();
+        const std::string content = withoutOurLines(content_);
+        if (content != content_) {
+            write(content);
+            say("removed the lines from .gitattributes");
+            isChanged = true;
+        }
+        if (!isChanged) say("nothing to change");
+    }
+
+private:
+    // Returns whether anything has changed.
+    static bool configure() {
         bool isChanged = false;
         for (const Setting& setting : settings()) {
             const auto present = settingIn(setting.key);
             if (present == setting.value()) continue;
-            if (present) report_.add(fmt::format("{} was \"{}\"", setting.key, visible(*present)));
+            if (present) say(fmt::format("{} was \"{}\"", setting.key, visible(*present)));
             requireGit({"config", "--local", "--replace-all", setting.key, setting.value()});
             isChanged = true;
         }
         if (isChanged) {
             forgetTexts();
-            report_.add("configured this clone: diff, filter and merge of apps");
-            report_.add("pack the apps that it has with \"git add --renormalize .\", then commit");
+            say("configured this clone: diff, filter and merge of apps");
+            say("pack the apps that it has with \"git add --renormalize .\", then commit");
         }
-        if (!hasAllAttributes(content)) {
-            report_.add(
-                "note: lines of yours in .gitattributes say otherwise for apps, and stay; see "
-                "\"qzapp git-setup --print\"");
-        }
-        report_.print();
+        return isChanged;
     }
 
-    void undo() {
-        const std::string content = withoutOurLines(content_);
-        if (content != content_) {
-            write(content);
-            report_.add("removed the lines from .gitattributes");
-        }
+    static bool unconfigure() {
         bool isChanged = false;
         for (const Setting& setting : settings()) {
             const auto present = settingIn(setting.key);
             if (!present) continue;
             if (!setting.isIn(*present)) {
-                report_.add(fmt::format("note: {} is \"{}\", which is yours and stays", setting.key,
-                                        visible(*present)));
+                say(fmt::format("note: {} is \"{}\", which is yours and stays", setting.key,
+                                visible(*present)));
                 continue;
             }
             requireGit({"config", "--local", "--unset-all", setting.key});
@@ -203,12 +235,11 @@ public:
         }
         if (isChanged) {
             forgetTexts();
-            report_.add("removed the configuration from this clone");
+            say("removed the configuration from this clone");
         }
-        report_.print();
+        return isChanged;
     }
 
-private:
     void write(const std::string& content) {
         if (content.empty()) {
             if (::unlink(attributes_.bytes().c_str()) == 0) return;
@@ -224,17 +255,16 @@ private:
             requireGit({"update-ref", "-d", kCachedTexts});
     }
 
+    std::string top_;
     FileName attributes_;
     std::string content_;
-
-    Report report_;
 };
 
 int setUp(const SetupOptions& options) {
     if (options.print && options.undo)
         throw UsageError("--print", "cannot be given with --undo; leave one out");
     if (options.print) {
-        print();
+        printSettings();
     } else if (options.undo) {
         Setup().undo();
     } else {

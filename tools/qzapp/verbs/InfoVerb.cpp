@@ -152,9 +152,8 @@ public:
                         "picture with \"qzapp extract --only screenshot\"");
         }
         if (end->status == 0) return end->output;
-        throw Error(file.shown, fmt::format("its screenshot cannot be drawn: {} ended with status "
-                                            "{}; see what it is with \"qzapp extract\"",
-                                            end->name, end->status));
+        throw Error(file.shown, "its screenshot cannot be drawn: " + end->failure() +
+                                    "; see what it is with \"qzapp extract\"");
     }
 
 private:
