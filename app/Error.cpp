@@ -84,8 +84,11 @@ void rethrowAbout(const FileName& file, const FileName* other) {
         throw Error(file.shown, "there is not enough memory for it", Error::Cause::Passing);
     } catch (const std::exception& e) {
         std::string text = inUsersWords(file, e.what());
-        if (other != nullptr) replaceSpellings(text, *other);
-        throw Error(file.shown, text, causeOf(e));
+        if (other == nullptr) throw Error(file.shown, text, causeOf(e));
+        replaceSpellings(text, *other);
+        const std::string start = other->shown + ": ";
+        if (!text.starts_with(start)) throw Error(file.shown, text, causeOf(e));
+        throw Error(other->shown, text.substr(start.size()), causeOf(e));
     }
 }
 

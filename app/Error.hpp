@@ -39,8 +39,8 @@ Error::Cause causeOf(const std::exception& failure);
 
 // Rethrows the exception in flight as an Error about `file`. The libraries know a file by its
 // absolute path or its private name; in the message, each of these becomes the name that the user
-// gave. That is done for `other` too, if the message may name a second file. Call it only in a
-// handler.
+// gave. That is done for `other` too, if the message may name a second file; if it begins with that
+// name, the Error is about `other`. Call it only in a handler.
 [[noreturn]] void rethrowAbout(const FileName& file, const FileName* other = nullptr);
 
 // Runs `action` and returns its result. Whatever it throws becomes an Error about `file`, unless it
@@ -56,8 +56,7 @@ decltype(auto) about(const FileName& file, Action&& action) {
     }
 }
 
-// Like about(file, action), for an action that also reads or writes `other`: the Error is about
-// `file`, and calls `other` what the user calls it.
+// Like about(file, action), for an action that also reads or writes `other` (see rethrowAbout()).
 template <class Action>
 decltype(auto) about(const FileName& file, const FileName& other, Action&& action) {
     try {

@@ -6,6 +6,7 @@
 #include <opc/Package.hpp>
 #include <opc/Repack.hpp>
 
+#include <algorithm>
 #include <cstdint>
 
 #include "app/Error.hpp"
@@ -29,6 +30,21 @@ void requireUnsigned(const FileName& file) {
                 "remove them with \"qzapp edit --drop-signature\"");
 }
 
+constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
+constexpr std::uint64_t kAlwaysInHistory = 64 * kMebibyte;
+constexpr std::uint64_t kMostInHistory = 512 * kMebibyte;
+constexpr std::uint64_t kMostGrowth = 16;
+
+void requireModestSize(const FileName& file, const opc::zip::ZipArchive& archive) {
+    const std::uint64_t packed = sizeOf(file);
+    std::uint64_t size = 0;
+    for (const opc::zip::ZipItem& item : archive.items())
+        size += std::min(item.size, kMostInHistory + 1);
+    if (size <= kAlwaysInHistory || (size <= kMostInHistory && size / kMostGrowth <= packed))
+        return;
+    throw Error(file.shown, "holds " + byteCount(size) + ", too much for a history to store");
+}
+
 std::string itemCount(std::uint64_t number) {
     return number == 1 ? "1 item" : foundation::shownCount(number) + " items";
 }
@@ -49,19 +65,19 @@ std::vector<std::string> phrases(const opc::zip::LeftOut& leftOut) {
 
 std::vector<std::string> repackPackage(const FileName& from, opc::zip::Method method,
                                        fl::filesystem::FileDescriptor& to, const std::string& name,
-                                       Losing losing) {
+                                       RepackFor whom) {
     requireUnsigned(from);
     const Progress progress(sizeOf(from));
-    const auto leftOut = about(from, [&] {
-        const auto archive = opc::zip::ZipArchive::open(from.path);
-        // git calls a file by whatever bytes its name has.
-        return opc::zip::repack(*archive, method, to,
-                                fl::filesystem::path(fl::i18n::utf8_to_ustring(name)));
-    });
+    const auto archive = about(from, [&] { return opc::zip::ZipArchive::open(from.path); });
+    if (whom == RepackFor::History) requireModestSize(from, *archive);
+    // git calls a file by whatever bytes its name has.
+    const FileName target{name, fl::filesystem::path(fl::i18n::utf8_to_ustring(name))};
+    const auto leftOut =
+        about(from, target, [&] { return opc::zip::repack(*archive, method, to, target.path); });
     requireUnchanged(from);
     const bool losesContent =
         leftOut.bytes != 0 || leftOut.commentBytes != 0 || leftOut.comments != 0;
-    if (losing == Losing::Nothing && losesContent)
+    if (whom == RepackFor::History && losesContent)
         throw Error(from.shown, "holds bytes or comments beside its items, which stay as they are");
     return phrases(leftOut);
 }

@@ -29,7 +29,10 @@ endif()
 # The programs and libraries read files from strangers: what overruns a buffer ends them, and what finds a
 # way to write anywhere finds no table of functions to write to. This needs optimisation, and the
 # sanitizers have checks of their own.
-set(hardened $<AND:$<CONFIG:Release,RelWithDebInfo,MinSizeRel>,$<NOT:$<BOOL:${QZ_SANITIZE}>>>)
+set(hardened $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+if(QZ_SANITIZE)
+    set(hardened 0)
+endif()
 target_compile_options(qz_build_options INTERFACE
     "$<${hardened}:-fstack-protector-strong;-fstack-clash-protection;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
 target_link_options(qz_build_options INTERFACE LINKER:-z,relro LINKER:-z,now)

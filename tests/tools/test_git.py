@@ -196,6 +196,7 @@ class Repack(ToolTest):
 CODE = "".join(f"line {number}\n" for number in range(20))
 SCREENSHOT = "metadata/appScreenshot.png"
 CODE_PART = "korval/code.k"
+CODE_TYPE = "application/vnd.quorvane.korval.code"
 EXTRA = "http://example.org/extra"
 
 
@@ -286,10 +287,12 @@ class Merge(ToolTest):
             ([add_relationship(EXTRA, "o.bin", "rIdO")], [add_relationship(EXTRA, "t.bin", "rIdO")], [], None),
             ([replacing(METADATA_PART, "</metadata>", "<later>o</later></metadata>")],
              [replacing(METADATA_PART, "</metadata>", "<later>t</later></metadata>")],
-             [("metadata", "/metadata/appmetadata.xml")], METADATA_PART),
+             [("metadata", "/" + METADATA_PART)], METADATA_PART),
             ([replacing(METADATA_PART, "</uuid>", "1</uuid>")],
              [replacing(METADATA_PART, "</metadata>", "<later>t</later></metadata>")],
-             [("metadata", "/metadata/appmetadata.xml")], METADATA_PART),
+             [("metadata", "/" + METADATA_PART)], METADATA_PART),
+            ([code("o\n" + CODE)], [code(CODE + "t\n"), replacing("[Content_Types].xml", CODE_TYPE, CODE_TYPE + "2")],
+             [("part", "/" + CODE_PART)], CODE_PART),
         ]
         for ours, theirs, conflicts, kept in rows:
             self.changed("ours.kvpkg", *ours)
@@ -342,6 +345,53 @@ class Merge(ToolTest):
         self.changed("theirs.kvpkg", add_relationship(EXTRA, "/" + SCREENSHOT))
         self.assertEqual(self.merge(1), [("relationship", EXTRA)])
         self.assertNotIn(SCREENSHOT, self.items("out.kvpkg"))
+
+    def grown(self, name, items, *changes):
+        """The base with further items, all with a content type, and the changes."""
+        types = ('<Default Extension="bin" ContentType="a/b"/>'
+                 if b'Extension="bin"' not in self.items("base.kvpkg")["[Content_Types].xml"] else "")
+        self.changed(name, replacing("[Content_Types].xml", "</Types>", types + "</Types>"), *changes)
+        with zipfile.ZipFile(self.dir / name, "a") as package:
+            for item, content in items.items():
+                package.writestr(item, content)
+
+    def test_relationships_lead_to_parts_that_are_there(self):
+        def relationships(target):
+            return ('<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">'
+                    f'<Relationship Id="r" Type="{EXTRA}" Target="{target}"/></Relationships>')
+        shutil.copy(self.dir / "base.kvpkg", self.dir / "app.kvpkg")
+        self.grown("all.kvpkg", {"p/x.bin": "x", "p/y.bin": "y", "p/_rels/y.bin.rels": relationships("x.bin")},
+                   *(add_relationship(EXTRA, f"/p/{name}.bin", "r" + name) for name in "xy"))
+        shutil.copy(self.dir / "all.kvpkg", self.dir / "base.kvpkg")
+        no_x, no_y = ([without(f"p/{name}.bin"),
+                       replacing("_rels/.rels", f'<Relationship Id="r{name}" Type="{EXTRA}" Target="/p/{name}.bin"/>', "")]
+                      for name in "xy")
+        no_y.append(without("p/_rels/y.bin.rels"))
+        links = [add_relationship(EXTRA + "2", f"/p/{name}.bin", f"n{name}") for name in "xy"]
+        code_links = {"korval/_rels/code.k.rels": relationships("/p/x.bin")}
+        rows = [
+            # Theirs deletes what a part of ours has come to need, or what has come to have relationships.
+            (code_links, [], {}, no_x + [without("p/_rels/y.bin.rels")], [("part", "/p/x.bin")], {"p/x.bin"}, set()),
+            ({"p/_rels/x.bin.rels": relationships("y.bin")}, [], {}, no_x, [("part", "/p/x.bin")], {"p/x.bin"}, set()),
+            # What both leave dangling is no conflict.
+            ({}, [], {}, no_x, [], set(), {"p/x.bin"}),
+            # Ours has deleted what theirs has come to need.
+            ({}, no_x + [without("p/_rels/y.bin.rels")], code_links, [], [("part", "/korval/_rels/code.k.rels")], set(), {"p/x.bin"}),
+            ({}, no_x, {"p/_rels/x.bin.rels": relationships("y.bin")}, [], [("part", "/p/_rels/x.bin.rels")], set(),
+             {"p/_rels/x.bin.rels"}),
+            ({}, no_x + no_y, {}, links, [("relationship", EXTRA + "2")], set(), {"p/x.bin"}),
+            # A name that the other side has for a folder.
+            ({"p/z.bin": "z"}, [], {"p/z.bin/a.bin": "a"}, [], [("part", "/p/z.bin/a.bin")], {"p/z.bin"}, {"p/z.bin/a.bin"}),
+            ({"p/z.bin/a.bin": "a"}, [], {"p/z.bin": "z"}, [], [("part", "/p/z.bin")], {"p/z.bin/a.bin"}, {"p/z.bin"}),
+        ]
+        for ours, ours_changes, theirs, theirs_changes, conflicts, kept, gone in rows:
+            self.grown("ours.kvpkg", ours, *ours_changes)
+            self.grown("theirs.kvpkg", {**theirs, "p/new.bin": "theirs"}, *theirs_changes)
+            with self.subTest(conflicts=conflicts, ours=list(ours), theirs=list(theirs)):
+                self.assertEqual(self.merge(1 if conflicts else 0), conflicts)
+                items = set(self.items("out.kvpkg"))
+                self.assertLessEqual(kept | {"p/new.bin"}, items)
+                self.assertEqual(gone & items, set())
 
     def test_what_later_hosts_put_in_stays(self):
         self.changed("ours.kvpkg", replacing(METADATA_PART, "</metadata>", "<later a='1'>o</later></metadata>"))
@@ -455,11 +505,37 @@ class Merge(ToolTest):
                 (("none.kvpkg", *files[1:], "-o", "out.kvpkg"), r"none\.kvpkg: there is no such file; .*"),
                 ((*files, "-o", "none/out.kvpkg"), r"none/out\.kvpkg: .*"),
                 ((*files, "-o", "out.kvpkg", "--marker-size", "0"), r"merge: .*"),
-                (("s", "s", "s", "-o", "out"), r"s: there is no such file; .*")]:
+                ((*files, "-o", "-"), r"merge: OUT is a file, .*"),
+                ((*files, "-o", "out.zip"), r"out\.zip: expected a name ending in \"\.kvpkg\", as OURS does"),
+                ((*files[:2], "s.k", "-o", "out.kvpkg"), r"s\.k: is of another form than OURS; .*"),
+                ((*files, "-o", "out.kvpkg", "--path", "a.kvpkg", "--json"), r"--json: cannot be given with --path; .*"),
+                (("s.k", "s.k", "s.k", "-o", "out.k"), r"s\.k: there is no such file; .*")]:
             contents = {name: self.read(name) for name in before}
             with self.subTest(arguments):
                 self.fails_like(message, "merge", *arguments, status=2)
                 self.assertEqual({name: self.read(name) for name in self.names()}, contents)
+
+    def test_a_program_that_fails_is_trouble(self):
+        (self.dir / "bin").mkdir()
+        self.write("bin/git", "#!/bin/sh\necho 'no can do' >&2\nexit 255\n")
+        (self.dir / "bin/git").chmod(0o755)
+        self.changed("ours.kvpkg", setting(CODE_PART, b"o\n"))
+        self.changed("theirs.kvpkg", setting(CODE_PART, b"t\n"))
+        run = self.run_tool("merge", "base.kvpkg", "ours.kvpkg", "theirs.kvpkg", "-o", "out.kvpkg",
+                            env={"PATH": str(self.dir / "bin")})
+        self.assertEqual((run.returncode, run.stderr),
+                         (2, b"qzapp: merge: the lines of the code cannot be merged: git: no can do\n"))
+
+    def test_inputs_may_be_pipes(self):
+        self.edited("ours.kvpkg", "--set", "Name=Ours")
+        self.edited("theirs.kvpkg", "--set", "Author=Theirs")
+        line = (f"{TOOL} merge <(cat base.kvpkg) ours.kvpkg - -o out.kvpkg <theirs.kvpkg && "
+                f"{TOOL} repack --store <(cat out.kvpkg) again.kvpkg && "
+                f"{TOOL} merge /dev/null ours.kvpkg ours.kvpkg -o same.kvpkg")
+        run = subprocess.run(["bash", "-c", line], cwd=self.dir, capture_output=True, text=True)
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertEqual(self.metadata("again.kvpkg")["Author"], "Theirs")
+        self.assertEqual(self.read("same.kvpkg"), self.read("ours.kvpkg"))
 
     def test_ours_may_be_the_file_to_write_and_is_packed_as_asked(self):
         self.edited("ours.kvpkg", "--set", "Name=Ours")
@@ -677,6 +753,27 @@ class Git(ToolTest):
         self.commit()
         self.assertEqual(self.git("status", "--short"), "")
 
+    def test_the_filter_stores_no_more_than_git_can_hold(self):
+        with open(self.dir / "zeros", "wb") as zeros:
+            zeros.truncate(80 << 20)
+        self.ok("create", "large.kvpkg", "--code", "r/t.k", "--model", "zeros")
+        with open(self.dir / "large.kvpkg", "rb") as app:
+            passed = self.run_tool("repack", "--store", "--or-unchanged", "-", "-", stdin=app)
+        self.assertEqual(passed.stdout, self.read("large.kvpkg"))
+        self.ok("repack", "--store", "large.kvpkg", "stored.kvpkg")
+
+    def test_the_filter_ends_with_git(self):
+        self.write("random", os.urandom(1 << 20))
+        self.ok("create", "a.kvpkg", "--code", "r/t.k", "--model", "random")
+        output, into = os.pipe()
+        with open(self.dir / "a.kvpkg", "rb") as app:
+            # git leaves the end open in the filter from which it reads itself.
+            tool = subprocess.Popen([TOOL, "repack", "--store", "--or-unchanged", "-", "-"], stdin=app, stdout=into,
+                                    pass_fds=[output])
+        os.close(into)
+        os.close(output)
+        self.assertNotEqual(tool.wait(timeout=60), 0)
+
     def test_a_repository_is_normalised_once(self):
         self.commit()
         self.set_up()
@@ -744,7 +841,7 @@ class Git(ToolTest):
         self.commit()
         self.git("checkout", "-q", "main")
         self.git("merge", "side", status=1)
-        self.assertIn("field Name: ours is kept", self.said)
+        self.assertIn('qzapp: a.kvpkg: field Name: ours is kept (ours "Ours", theirs "Theirs")\n', self.said)
         self.assertEqual([*self.dir.rglob("pwned")], [])
         unmerged = set(self.git("diff", "-z", "--name-only", "--diff-filter=U").split("\0"))
         self.assertEqual(unmerged, {"", "a.kvpkg", *ODD})
@@ -760,6 +857,26 @@ class Git(ToolTest):
         self.commit()
         self.assertIn("CONFLICT", self.git("merge", "main", status=1))
         self.assertEqual(self.metadata("r/a.kvpkg")["Name"], "More")
+
+    def test_rerere_replays_nothing_over_another_model(self):
+        self.set_up()
+        self.git("config", "rerere.enabled", "true")
+        self.git("config", "rerere.autoUpdate", "true")
+        self.write("m1", struct.pack("<2000d", *range(2000)))
+        self.write("m2", struct.pack("<2000d", *range(700), 1.5, *range(701, 2000)))
+        for name, text in ("c", CODE), ("o", "o\n" + CODE), ("t", "t\n" + CODE), ("both", "both\n" + CODE):
+            self.write(name, text)
+        self.edit("--model", "m1", "--code", "c")
+        self.commit()
+        self.branches(("--code", "o"), ("--code", "t"))
+        self.git("merge", "side", status=1)
+        self.edit("--code", "both")
+        self.commit("merged")
+        self.git("reset", "-q", "--hard", "HEAD^")
+        self.edit("--model", "m2")
+        self.commit("m2")
+        self.git("merge", "side", status=1)
+        self.assertEqual(self.items("r/a.kvpkg")[MODEL_PART], self.read("m2"))
 
     def test_both_add_an_app(self):
         self.set_up()

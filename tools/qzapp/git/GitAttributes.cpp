@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <map>
-#include <sstream>
 
 namespace qzapp {
 namespace {

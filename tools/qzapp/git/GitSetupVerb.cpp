@@ -11,6 +11,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -134,7 +135,7 @@ std::vector<Setting> settings() {
     return {
         {"diff.qzapp.textconv", qzapp, " show --text --"},
         {"diff.qzapp.cachetextconv", "", "true"},
-        {"filter.qzapp.clean", expanded, " repack --store --or-unchanged - -"},
+        {"filter.qzapp.clean", "exec " + expanded, " repack --store --or-unchanged - -"},
         {"merge.qzapp.name", "", "apps, by field, line and part"},
         {"merge.qzapp.driver", expanded,
          " merge --store --marker-size %L --path=%P -o %A -- %O %A %B"},

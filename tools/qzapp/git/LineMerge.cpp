@@ -1,3 +1,5 @@
+#include "tools/qzapp/git/LineMerge.hpp"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -7,7 +9,6 @@
 #include <utility>
 
 #include "app/Error.hpp"
-#include "tools/qzapp/git/Merge.hpp"
 #include "tools/qzapp/verbs/Comparison.hpp"
 
 namespace qzapp {
@@ -16,7 +17,7 @@ namespace {
 constexpr int kMostConflicts = 127;  // git stops counting there; larger statuses are failures
 
 bool isMergeable(const std::string& text) {
-    return text.size() <= kMostDiffBytes &&
+    return text.find('\0') == std::string::npos && text.size() <= kMostDiffBytes &&
            static_cast<std::uint64_t>(std::ranges::count(text, '\n')) <= kMostDiffLines;
 }
 
@@ -39,7 +40,8 @@ std::optional<LineMerge::Merged> LineMerge::merge(const std::string& base, const
     auto end = program_.run();
     if (!end) throw Error("merge", "needs git or diff3 to merge the code; install one of them");
     const int most = end->name == "git" ? kMostConflicts : 1;
-    if (end->status < 0 || end->status > most) return std::nullopt;
+    if (end->status < 0 || end->status > most)
+        throw Error("merge", "the lines of the code cannot be merged: " + end->failure());
     return Merged{std::move(end->output), end->status != 0};
 }
 

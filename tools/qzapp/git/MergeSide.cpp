@@ -2,13 +2,17 @@
 
 #include <fl/i18n.hpp>
 #include <foundation/Immortal.hpp>
+#include <opc/FoundPackage.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
+
+#include <algorithm>
 
 #include "app/Error.hpp"
 #include "app/PackageParts.hpp"
 #include "app/Signatures.hpp"
 #include "app/WithPackage.hpp"
+#include "app/check/PackageView.hpp"
 
 namespace qzapp {
 namespace {
@@ -32,6 +36,14 @@ LinkTarget targetOf(const Relationship& relationship) {
     const auto name = relationship.getTargetName();
     if (name) return {name->key(), true};
     return {fl::i18n::ustring_to_utf8(relationship.getTargetURI().toString()), false};
+}
+
+// An empty set if there is none.
+template <class Set>
+const Set& setIn(const std::map<std::string, Set>& sets, const std::string& key) {
+    static const foundation::Immortal<Set> none;
+    const auto found = sets.find(key);
+    return found == sets.end() ? *none : found->second;
 }
 
 }  // namespace
@@ -75,6 +87,25 @@ MergeSide::MergeSide(const FileName& from) : file(from), snapshot(takeSnapshot(f
         targetsByType[link.type].insert(link.target);
         links.insert(link);
     }
+    readRelationshipsOfParts();
+}
+
+void MergeSide::readRelationshipsOfParts() {
+    const bool hasAny = std::ranges::any_of(partNames, [](const auto& part) {
+        return opc::names::isRelationshipsName(part.second) &&
+               !(part.second == opc::names::packageRelationships());
+    });
+    if (!hasAny) return;
+    const PackageView package(*file);
+    for (const opc::model::FoundItem& item : package.items) {
+        if (!item.isPart()) continue;
+        for (const Relationship& link : package.relationshipsFrom(item)) {
+            const auto target = link.getTargetName();
+            if (!target) continue;
+            targetsByPart[item.name->key()].insert(target->key());
+            partsByTarget[target->key()].insert(item.name->key());
+        }
+    }
 }
 
 const PartFacts* MergeSide::find(const std::string& key) const {
@@ -83,9 +114,20 @@ const PartFacts* MergeSide::find(const std::string& key) const {
 }
 
 const LinkTargets& MergeSide::targets(const std::string& type) const {
-    static const foundation::Immortal<LinkTargets> none;
-    const auto found = targetsByType.find(type);
-    return found == targetsByType.end() ? *none : found->second;
+    return setIn(targetsByType, type);
+}
+
+std::string MergeSide::shownPlace(const LinkTarget& target) const {
+    const auto found = partNames.find(target.place);
+    return target.isPart && found != partNames.end() ? shownName(found->second) : target.place;
+}
+
+const std::set<std::string>& MergeSide::targetsOfPart(const std::string& key) const {
+    return setIn(targetsByPart, key);
+}
+
+const std::set<std::string>& MergeSide::partsLeadingTo(const std::string& key) const {
+    return setIn(partsByTarget, key);
 }
 
 }  // namespace qzapp

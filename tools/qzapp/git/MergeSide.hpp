@@ -49,6 +49,11 @@ struct MergeSide {
     const PartFacts* find(const std::string& key) const;
     // The targets of all relationships of a type.
     const LinkTargets& targets(const std::string& type) const;
+    // The name of the part, or the URI.
+    std::string shownPlace(const LinkTarget& target) const;
+    // The parts to which the relationships of a part lead, and those whose relationships lead to it.
+    const std::set<std::string>& targetsOfPart(const std::string& key) const;
+    const std::set<std::string>& partsLeadingTo(const std::string& key) const;
 
     std::optional<FileName> file;
     Snapshot snapshot;
@@ -57,8 +62,12 @@ struct MergeSide {
     Links links;
     std::map<std::string, LinkTargets> targetsByType;
     std::vector<opc::model::Relationship> relationships;
+    std::map<std::string, std::set<std::string>> targetsByPart, partsByTarget;
     bool isSigned = false;
     std::optional<foundation::ustring> legacyRelease;  // see legacyReleaseOf()
+
+private:
+    void readRelationshipsOfParts();
 };
 
 // Throws Error unless everything of the app could be read.

@@ -25,8 +25,11 @@
 #include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/Report.hpp"
+#include "tools/qzapp/cli/StandardInput.hpp"
 #include "tools/qzapp/cli/Worker.hpp"
+#include "tools/qzapp/git/LineMerge.hpp"
 #include "tools/qzapp/git/Merge.hpp"
+#include "tools/qzapp/git/MergePlan.hpp"
 #include "tools/qzapp/verbs/Verbs.hpp"
 
 namespace qzapp {
@@ -39,6 +42,7 @@ constexpr int kClean = 0;
 constexpr int kConflicts = 1;
 
 constexpr unsigned kLongestMark = 1000;
+constexpr const char* kNoFile = "/dev/null";
 
 struct MergeOptions {
     std::string base, ours, theirs, out, path;
@@ -101,7 +105,8 @@ std::string shownValue(const ordered_json& value) {
     return value.dump();
 }
 
-std::string lineOf(const ordered_json& conflict, Form form) {
+// What is in conflict, and what became of it.
+std::string headOf(const ordered_json& conflict, Form form) {
     const std::string what = conflict["what"], name = visible(conflict["name"].get<std::string>());
     if (what == "lines") {
         return fmt::format("{}: both changed the same lines; look for the marks \"<<<<<<<\"", name);
@@ -110,13 +115,15 @@ std::string lineOf(const ordered_json& conflict, Form form) {
         return fmt::format(
             "{}: both changed it, and it cannot be merged line by line; ours is kept", name);
     }
-    if (what == "metadata") {
-        return fmt::format("{}: both changed it, or theirs did beside the fields; ours is kept",
-                           name);
-    }
-    return fmt::format("{} {}: {}\n  ours    {}\n  theirs  {}", what, name,
-                       form == Form::Packaged ? "ours is kept" : "is in these lines",
-                       visible(shownValue(conflict["ours"])),
+    return fmt::format("{} {}: {}", what, name,
+                       form == Form::Packaged ? "ours is kept" : "is in these lines");
+}
+
+// `text` for each side, with its value; "" if the conflict has no values.
+std::string valuesOf(const ordered_json& conflict, const char* text) {
+    const std::string what = conflict["what"];
+    if (what == "lines" || what == "text") return "";
+    return fmt::format(fmt::runtime(text), visible(shownValue(conflict["ours"])),
                        visible(shownValue(conflict["theirs"])));
 }
 
@@ -126,7 +133,7 @@ std::string sheetOf(const std::string& name, const ordered_json& conflicts, Form
         "merged {} with {}\n", visible(name),
         conflicts.size() == 1 ? "1 conflict" : fmt::format("{} conflicts", conflicts.size()));
     for (const ordered_json& conflict : conflicts)
-        text += lineOf(conflict, form) + "\n";
+        text += headOf(conflict, form) + valuesOf(conflict, "\n  ours    {}\n  theirs  {}") + "\n";
     return text;
 }
 
@@ -137,7 +144,7 @@ void store(Transaction& transaction) {
         auto packed = transaction.newFile("packed");
         try {
             repackPackage(working, opc::zip::Method::Stored, packed, working.shown,
-                          Losing::Nothing);
+                          RepackFor::History);
         } catch (const Error& e) {
             if (e.isPassing()) throw;
             return;
@@ -161,23 +168,54 @@ ordered_json mergeInCage(const MergeOptions& options, const MergeInput& base, co
     return ordered_json::parse(conflicts);
 }
 
+void requireSense(const MergeOptions& options, Form form) {
+    requireOneStandardInput({options.base, options.ours, options.theirs});
+    if (options.out == kStandardStream)
+        throw UsageError("merge", "OUT is a file, since standard output gets the report");
+    if (!options.path.empty()) {
+        if (options.json) throw UsageError("--json", "cannot be given with --path; leave one out");
+        return;
+    }
+    const Form other = form == Form::Packaged ? Form::Text : Form::Packaged;
+    for (const std::string& name : {options.base, options.theirs}) {
+        if (endsIn(name, other))
+            throw UsageError(name, "is of another form than OURS; merge apps of the same form");
+    }
+    if (!endsIn(options.out, form))
+        throw UsageError(options.out, fmt::format("expected a name ending in \"{}\", as OURS does",
+                                                  shownExtension(form)));
+}
+
+// rerere, which replays how a person has resolved a conflict, looks for marks of git's length in the whole
+// file. It would take a new model for the old one, because it cuts lines off at a zero byte. So in a package
+// git must not see the marks.
+unsigned markerSize(const MergeOptions& options, Form form) {
+    const bool isHidden = form == Form::Packaged && !options.path.empty();
+    return options.markerSize + (isHidden ? 1 : 0);
+}
+
 int merge(const MergeOptions& options) {
-    LineMerge lines(options.markerSize);
-    const FileName out = fileArgument(options.out);
-    const FileName heldBase = hold(fileArgument(options.base)),
-                   heldOurs = hold(fileArgument(options.ours)),
-                   heldTheirs = hold(fileArgument(options.theirs));
     const Form form = formToMerge(options);
+    requireSense(options, form);
+    LineMerge lines(markerSize(options, form));
+    const FileName out = fileArgument(options.out);
+    const FileName heldOurs = contentArgument(options.ours),
+                   heldTheirs = contentArgument(options.theirs);
+    std::vector<FileName> inputs = {heldTheirs};
     const std::string& name = options.path.empty() ? out.shown : options.path;
     const auto called = [&](const char* side) {
         return options.path.empty() ? "" : fmt::format("{} ({})", options.path, side);
     };
     MergeInput base;
-    if (heldBase.held->stamp.size != 0) base = asApp(heldBase, form, called("base"));
+    if (options.base != kNoFile) {
+        const FileName held = contentArgument(options.base);
+        inputs.push_back(held);
+        if (held.held->stamp.size != 0) base = asApp(held, form, called("base"));
+    }
     const FileName ours = asApp(heldOurs, form, called("ours"));
     const FileName theirs = asApp(heldTheirs, form, called("theirs"));
     if (!isFile(out, heldOurs)) requireAbsent(out, options.force);
-    requireNoInput(out, {heldBase, heldTheirs});
+    requireNoInput(out, inputs);
 
     Transaction transaction({name, out.path}, Transaction::Start::Empty, shownExtension(form));
     const ordered_json conflicts = mergeInCage(options, base, ours, theirs, transaction, lines);
@@ -186,7 +224,8 @@ int merge(const MergeOptions& options) {
     if (!options.path.empty()) {
         // Standard output is git's own.
         for (const ordered_json& conflict : conflicts)
-            report(name + ": " + lineOf(conflict, form));
+            report(name + ": " + headOf(conflict, form) +
+                   valuesOf(conflict, " (ours {}, theirs {})"));
         return status;
     }
     try {
@@ -204,7 +243,8 @@ int merge(const MergeOptions& options) {
 Action declareMerge(CLI::App& command) {
     const auto options = std::make_shared<MergeOptions>();
     command
-        .add_option("BASE", options->base, "The app before both changes; if empty, there was none")
+        .add_option("BASE", options->base,
+                    "The app before both changes; there was none if it is empty or /dev/null")
         ->required()
         ->type_name("");
     command.add_option("OURS", options->ours, "The copy to which changes are added")

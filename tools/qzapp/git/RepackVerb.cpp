@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <unistd.h>
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 #include <fl/FileDescriptor.hpp>
@@ -71,8 +72,8 @@ Repacked repackInCage(const FileName& in, const RepackOptions& options, FileDesc
     const std::string answer = inCage(cage, [&] {
         if (options.orUnchanged) limitMemory(kMostMemory);
         try {
-            const Losing losing = options.orUnchanged ? Losing::Nothing : Losing::WhatIsNoItem;
-            const auto leftOut = repackPackage(in, options.method(), to, name, losing);
+            const RepackFor whom = options.orUnchanged ? RepackFor::History : RepackFor::People;
+            const auto leftOut = repackPackage(in, options.method(), to, name, whom);
             const bool isSame = !options.inPlace.empty() &&
                                 haveSameContent(in, {name, to.privateName(u"repacked")});
             return json{{"leftOut", leftOut}, {"isSame", isSame}}.dump();
@@ -96,12 +97,20 @@ std::pair<FileName, std::vector<std::string>> repackedCopy(const FileName& in,
                                                            const RepackOptions& options) {
     const std::string shown = "the repacked file";
     FileDescriptor scratch = makeScratchFile(shown);
-    Repacked repacked = repackInCage(in, options, scratch, shown);
+    Repacked repacked = [&] {
+        try {
+            return repackInCage(in, options, scratch, shown);
+        } catch (const std::runtime_error& e) {
+            const std::string text = e.what(), start = shown + ": ";
+            if (text.starts_with(start)) throwNotKept(shown, text.substr(start.size()));
+            throw;
+        }
+    }();
     return {hold({shown, scratch.privateName(u"repacked")}), std::move(repacked.leftOut)};
 }
 
 int repackToStandardOutput(const RepackOptions& options) {
-    const FileName in = inputArgument(*options.in);
+    const FileName in = contentArgument(*options.in);
     const auto [copy, leftOut] = repackedCopy(in, options);
     printFile(copy);
     noteWhatIsLeftOut(in, leftOut);
@@ -121,14 +130,21 @@ FileName repackedOrAsItIs(const FileName& in, const RepackOptions& options) {
     }
 }
 
+// git leaves the other end of this process's own output open in it. While it is open, nothing tells that git
+// has gone, and this process would wait for it for ever.
+void closeInheritedFiles() {
+    ::close_range(STDERR_FILENO + 1, ~0U, 0);
+}
+
 int repackOrPassOn(const RepackOptions& options) {
+    closeInheritedFiles();
     printFile(repackedOrAsItIs(inputArgument(*options.in, MayBeEmpty::Yes), options));
     return kDone;
 }
 
 int repackToFile(const RepackOptions& options) {
     const FileName out = fileArgument(*options.out);
-    const FileName in = inputArgument(*options.in);
+    const FileName in = contentArgument(*options.in);
     requireAbsent(out, options.force);
     Transaction transaction(out, Transaction::Start::Empty);
     const Repacked repacked = repackInCage(in, options, transaction.file(), out.shown);

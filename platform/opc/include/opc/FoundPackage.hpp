@@ -81,6 +81,10 @@ public:
     // object.
     std::vector<const Relationship*> byType(ustring_view type) const;
 
+    // The relationships of a part, with targets that count from the root of the package. None if they
+    // cannot be read. Throws as read() does.
+    std::vector<Relationship> relationshipsFrom(const FoundItem& part) const;
+
     // The content of an item; nullopt if it is damaged or has more than `limit` bytes. Throws
     // opc::Exception if the file has changed since the item was read by the constructor.
     std::optional<std::string> read(const FoundItem& item, std::uint64_t limit) const;
@@ -94,8 +98,6 @@ public:
 
 private:
     class Reading;
-
-    std::vector<Relationship> relationshipsFrom(const FoundItem& part) const;
 
     std::map<std::string, zip::ZipItem> renamed_;    // items under their local names
     std::map<std::string, const FoundItem*> named_;  // by part name key
