@@ -22,23 +22,6 @@ namespace {
 
 using fl::filesystem::FileDescriptor;
 
-std::string whyNotOpened(const std::error_code& code) {
-    switch (code.value()) {
-        case ENOENT:
-        case ENOTDIR:
-            return "there is no such file; check the name";
-        case EISDIR:
-            return "is a directory; give the name of a file";
-        case EINVAL:
-        case ENXIO:
-            return "is not a regular file; copy its content into one";
-        case EACCES:
-            return "may not be read; check its permissions";
-        default:
-            return "cannot be opened (" + code.message() + ")";
-    }
-}
-
 [[noreturn]] void throwChanged(const FileName& file) {
     throw Error(file.shown, "was changed while it was read; try again", Error::Cause::Passing);
 }
@@ -79,6 +62,23 @@ FileName fileNamed(const std::string& bytes) {
         throw Error(bytes,
                     fmt::format("the file's name is not valid UTF-8 at byte {}; rename the file",
                                 e.index()));
+    }
+}
+
+std::string whyNotOpened(const std::error_code& code) {
+    switch (code.value()) {
+        case ENOENT:
+        case ENOTDIR:
+            return "there is no such file; check the name";
+        case EISDIR:
+            return "is a directory; give the name of a file";
+        case EINVAL:
+        case ENXIO:
+            return "is not a regular file; copy its content into one";
+        case EACCES:
+            return "may not be read; check its permissions";
+        default:
+            return "cannot be opened (" + code.message() + ")";
     }
 }
 

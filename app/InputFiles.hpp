@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "app/FileName.hpp"
 #include "package/Layout.hpp"
@@ -28,6 +29,8 @@ using opc::kMaxXmlBytes;
 // The file that the system knows by these bytes, which must be UTF-8. Opens nothing; see hold().
 FileName fileNamed(const std::string& bytes);
 
+// Why a file could not be opened for reading, and what to do about it.
+std::string whyNotOpened(const std::error_code& code);
 // Opens a regular file for reading. Refuses a directory, a pipe or a device without waiting for it.
 fl::filesystem::FileDescriptor openFile(const FileName& file);
 // Throws the Error of openFile() if the file cannot be opened, and does nothing else.

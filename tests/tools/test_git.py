@@ -100,6 +100,15 @@ class Repack(ToolTest):
             "3 bytes in front of, between or after the items", "the comment of the zip file",
             "the comments of 2 items", "the extra fields of 1 item")))
 
+    def test_names_mean_what_they_meant(self):
+        """Names that are not ASCII and have no flag mean what they do on the system that the record names."""
+        plain_package(self.dir / "a.zip", [("XX.t", "text")])
+        self.write("a.kvpkg", self.read("a.zip").replace(b"XX.t", b"\xc3\xbc.t"))
+        self.repack("--store", "a.kvpkg")
+        before, after = (subprocess.run(["unzip", "-Z1", self.dir / name], capture_output=True).stdout.splitlines()
+                         for name in ("a.kvpkg", "out.kvpkg"))
+        self.assertEqual(sorted(before), sorted(after))
+
     def test_what_is_refused_passes_a_filter(self):
         self.create("a.kvpkg")
         self.signed("a.kvpkg", "signed.kvpkg")
@@ -877,6 +886,25 @@ class Git(ToolTest):
         self.commit("m2")
         self.git("merge", "side", status=1)
         self.assertEqual(self.items("r/a.kvpkg")[MODEL_PART], self.read("m2"))
+
+    def test_a_merge_of_branches_that_merged_each_other(self):
+        self.set_up()
+        self.edit("--set", "Version=1", "--set", "RequiredProducts=P")
+        self.commit()
+        self.branches(("--set", "Version=2", "--remove", "RequiredProducts=P"), ("--set", "Author=A"))
+        first = self.git("rev-parse", "main").strip()
+        self.git("merge", "-q", "side", "-m", "side into main")
+        self.git("checkout", "-q", "side")
+        self.git("merge", "-q", first, "-m", "main into side")
+        self.edit("--set", "Name=Z")
+        self.commit()
+        self.git("checkout", "-q", "main")
+        self.edit("--set", "Version=1", "--add", "RequiredProducts=P")
+        self.commit()
+        self.git("merge", "side", "-m", "again")
+        fields = self.metadata("r/a.kvpkg")
+        self.assertEqual([fields[name] for name in ("Name", "Author", "Version", "RequiredProducts")],
+                         ["Z", "A", "1", ["P"]])
 
     def test_both_add_an_app(self):
         self.set_up()

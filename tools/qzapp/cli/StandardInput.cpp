@@ -96,15 +96,24 @@ std::optional<FileName> keptPipe(const FileName& file) {
         return std::nullopt;
     const FileDescriptor pipe(fl::filesystem::retryInterrupted(
         [&] { return ::open(file.bytes().c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY); }));
-    if (!pipe) {
-        throw Error(file.shown, "cannot be opened (" + std::generic_category().message(errno) + ")",
+    if (!pipe)
+        throw Error(file.shown, whyNotOpened({errno, std::generic_category()}),
                     Error::Cause::Passing);
-    }
     // Something else may have taken the pipe's place in between.
     if (::fstat(pipe.get(), &status) != 0 || !S_ISFIFO(status.st_mode)) return std::nullopt;
     const auto kept = keep({pipe.get(), file.shown});
     requireContent(file.shown, *kept);
     return FileName{file.shown, kept->file.privateName(file.path.filename()), kept};
+}
+
+constexpr std::array kForms = {Form::Packaged, Form::Text};
+
+bool endsInAnyCase(const std::string& name, Form form) {
+    const std::string extension = shownExtension(form);
+    return name.size() > extension.size() &&
+           std::equal(extension.rbegin(), extension.rend(), name.rbegin(), [](char a, char b) {
+               return a == (b >= 'A' && b <= 'Z' ? b - 'A' + 'a' : b);
+           });
 }
 
 bool looksPackaged(const FileName& input) {
@@ -131,6 +140,24 @@ FileName appArgument(const std::string& value) {
     const bool isPackaged = looksPackaged(keptInput(u"input"));
     return keptInput(foundation::ustring(u"app") +
                      (isPackaged ? kPackagedExtension : kTextExtension));
+}
+
+FileName gitArgument(const std::string& value) {
+    const auto form =
+        std::ranges::find_if(kForms, [&](Form each) { return endsInAnyCase(value, each); });
+    if (form == kForms.end()) return appArgument(value);
+    FileDescriptor file(fl::filesystem::retryInterrupted(
+        [&] { return ::open(value.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
+    struct stat status {};
+    if (!file || ::fstat(file.get(), &status) != 0)
+        throw Error(value, whyNotOpened({errno, std::generic_category()}), Error::Cause::Passing);
+    if (!S_ISREG(status.st_mode)) throw Error(value, "is not a regular file");
+    const auto held = about({value, {}}, [&] {
+        const auto stamp = file.stamp();
+        return std::make_shared<HeldFile>(HeldFile{std::move(file), stamp});
+    });
+    const auto extension = *form == Form::Packaged ? kPackagedExtension : kTextExtension;
+    return {value, held->file.privateName(foundation::ustring(u"app") + extension), held};
 }
 
 void requireOneStandardInput(const std::vector<std::optional<std::string>>& values) {

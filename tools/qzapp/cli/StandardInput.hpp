@@ -31,6 +31,10 @@ FileName contentArgument(const std::string& value);
 // otherwise ".k".
 FileName appArgument(const std::string& value);
 
+// Like appArgument(), for a file that git names: by any bytes, and with its extension in any case. git
+// keeps what is read from it for every file of the same content, so nothing may depend on the name.
+FileName gitArgument(const std::string& value);
+
 // Throws UsageError if more than one of these options is "-".
 void requireOneStandardInput(const std::vector<std::optional<std::string>>& values);
 

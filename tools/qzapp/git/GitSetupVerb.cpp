@@ -128,8 +128,7 @@ struct Setting {
     }
 };
 
-// git quotes the path (%P) for the shell, and the names of the three files are its own. It takes the base as
-// it is where a base is itself a merge.
+// git quotes the path (%P) for the shell, and the names of the three files are its own.
 std::vector<Setting> settings() {
     const std::string qzapp = ownCommand(), expanded = withoutPlaceholders(qzapp);
     return {
@@ -139,7 +138,6 @@ std::vector<Setting> settings() {
         {"merge.qzapp.name", "", "apps, by field, line and part"},
         {"merge.qzapp.driver", expanded,
          " merge --store --marker-size %L --path=%P -o %A -- %O %A %B"},
-        {"merge.qzapp.recursive", "", "binary"},
     };
 }
 
@@ -158,11 +156,6 @@ void printSettings() {
     print(text);
 }
 
-// Reports at once what has been done, since what follows may fail.
-void say(const std::string& line) {
-    print(line + "\n");
-}
-
 class Setup {
 public:
     Setup() : top_(wayToTop()), attributes_(fileNamed(top_ + ".gitattributes")) {
@@ -172,6 +165,17 @@ public:
         if (exists && !S_ISREG(status.st_mode))
             throw Error(attributes_.shown, "is not a regular file; put one in its place");
         if (exists) content_ = readBytes(attributes_, kMostAttributes);
+    }
+
+    // Reports what was done even if what follows failed.
+    void run(void (Setup::*work)()) {
+        try {
+            (this->*work)();
+        } catch (...) {
+            tryPrint(report_);
+            throw;
+        }
+        printReport(attributes_, report_);
     }
 
     // git's configuration first: that fails more often, and without it the lines do nothing.
@@ -204,7 +208,7 @@ public:
 
 private:
     // Returns whether anything has changed.
-    static bool configure() {
+    bool configure() {
         bool isChanged = false;
         for (const Setting& setting : settings()) {
             const auto present = settingIn(setting.key);
@@ -221,7 +225,7 @@ private:
         return isChanged;
     }
 
-    static bool unconfigure() {
+    bool unconfigure() {
         bool isChanged = false;
         for (const Setting& setting : settings()) {
             const auto present = settingIn(setting.key);
@@ -256,9 +260,12 @@ private:
             requireGit({"update-ref", "-d", kCachedTexts});
     }
 
+    void say(const std::string& line) { report_ += line + "\n"; }
+
     std::string top_;
     FileName attributes_;
     std::string content_;
+    std::string report_;
 };
 
 int setUp(const SetupOptions& options) {
@@ -267,9 +274,9 @@ int setUp(const SetupOptions& options) {
     if (options.print) {
         printSettings();
     } else if (options.undo) {
-        Setup().undo();
+        Setup().run(&Setup::undo);
     } else {
-        Setup().make();
+        Setup().run(&Setup::make);
     }
     return kDone;
 }

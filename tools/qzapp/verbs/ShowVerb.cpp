@@ -4,6 +4,7 @@
 #include <appserialization/ustring.hpp>
 #include <nlohmann/json.hpp>
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -15,7 +16,6 @@
 #include "app/Forms.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/VisibleText.hpp"
-#include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/Report.hpp"
@@ -58,6 +58,13 @@ std::string metadataText(const FieldValues& values) {
     return text;
 }
 
+// So that an escape that stands in the text is not taken for what visible() escapes.
+std::string withDoubledBackslashes(std::string text) {
+    for (std::size_t at = 0; (at = text.find('\\', at)) != std::string::npos; at += 2)
+        text.insert(at, 1, '\\');
+    return text;
+}
+
 // Size and hash of a part whose bytes change with each save are left out: it is shown by its meaning.
 std::string contentText(const PartFacts& part) {
     if (!part.error.empty()) {
@@ -66,7 +73,7 @@ std::string contentText(const PartFacts& part) {
     if (!part.meaning) return fmt::format("{}  sha256:{}", byteCount(part.size), part.sha256);
     std::string text = "says:";
     for (const std::string& line : *part.meaning)
-        text += "\n  | " + visible(line);
+        text += "\n  | " + visible(withDoubledBackslashes(line));
     return text;
 }
 
@@ -154,25 +161,10 @@ int reportFaults(const FileName& file, const Snapshot& app) {
     return status;
 }
 
-// Why this cannot be the name of a file for the tool; empty if it can. git has files of any names.
-std::string whyNoName(const std::string& name) {
-    try {
-        fileArgument(name);
-        return "";
-    } catch (const UsageError& e) {
-        return e.text();
-    }
-}
-
 int show(const ShowOptions& options) {
     if (options.text && options.json)
         throw UsageError("--text", "cannot be given with --json; leave one out");
-    const std::string unnamed = options.text ? whyNoName(options.file) : "";
-    if (!unnamed.empty()) {
-        print("cannot be read: " + unnamed + "\n");
-        return kDone;
-    }
-    const FileName file = appArgument(options.file);
+    const FileName file = options.text ? gitArgument(options.file) : appArgument(options.file);
     Cage().enter();
     const Snapshot app = takeSnapshot(file);
     // git would keep the text for good.

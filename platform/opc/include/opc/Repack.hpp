@@ -22,8 +22,8 @@ struct PLATFORM_API LeftOut {
 
 // Writes the items of an archive to `file`, an empty file that is open for reading and writing, in a
 // form that depends on their names and contents alone: in the order of the bytes of their names, each
-// with the earliest time that the zip format has, with nothing between them and no extra field that is
-// not needed. Directories and empty items are stored, all others packed by `method`. An item is deflated
+// with the earliest time that the zip format has, without attributes, with nothing between them and no
+// extra field that is not needed. Directories and empty items are stored, all others packed by `method`. An item is deflated
 // in any case if its stored bytes would lead some reader to other items (a zip file in a zip file may).
 //
 // With Method::Stored, the same items give the same bytes with every version of this library. With

@@ -97,11 +97,18 @@ private:
         std::string directoryFields = {};
     };
 
+    // By the system that a record was made by, some readers know what the bytes of a name mean.
+    static std::uint8_t systemOf(const ZipItem& item) {
+        return static_cast<std::uint8_t>(item.directoryRecord[format::central::kSystemMadeBy]);
+    }
+
     format::ItemRecord recordOf(const Placed& placed) const {
         const ZipItem& item = *placed.item;
-        const bool isUtf8 = item.nameIsUtf8 && !ascii::isAscii(item.name);
+        const bool isAscii = ascii::isAscii(item.name);
+        const bool isUtf8 = item.nameIsUtf8 && !isAscii;
         const Method method = placed.form == Form::Stored ? Method::Stored : Method::Deflated;
         return {.name = item.name,
+                .system = isAscii || isUtf8 ? std::uint8_t{0} : systemOf(item),
                 .flags = isUtf8 ? format::flag::kUtf8 : std::uint16_t{0},
                 .method = static_cast<std::uint16_t>(method),
                 .dosDateAndTime = kEarliest,

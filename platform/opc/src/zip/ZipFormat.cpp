@@ -179,8 +179,9 @@ std::string centralRecord(const ItemRecord& item) {
     fields += item.directoryFields;
     std::string record;
     append(record, central::kSignature);
-    append(record, versionFor(item, !wide.empty()));
-    append(record, versionFor(item, !wide.empty()));
+    const std::uint16_t version = versionFor(item, !wide.empty());
+    append(record, static_cast<std::uint16_t>(version | item.system << 8));
+    append(record, version);
     appendCommon(record, item, narrow(item.compressedSize), narrow(item.size));
     append(record, static_cast<std::uint16_t>(fields.size()));
     append(record, std::uint16_t{0});  // comment

@@ -155,6 +155,7 @@ inline constexpr std::size_t kNotInSizeOfRest = 12;
 // functions below add a zip64 field if a number needs one.
 struct ItemRecord {
     std::string_view name = {};  // at most 65,535 bytes
+    std::uint8_t system = 0;     // that the record was made by
     std::uint16_t flags = 0;
     std::uint16_t method = 0;
     std::uint32_t dosDateAndTime = 0;  // the date in the upper half
