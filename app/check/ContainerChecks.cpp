@@ -110,6 +110,10 @@ FileName lowerCaseName(const FileName& file) {
     const std::string extension = shownExtension(Form::Packaged);
     std::string name = file.shown;
     if (!isAppName(file) || file.isStream) return file;
+    // What messages call the file need not be its name.
+    const bool isShown = name.size() > extension.size() &&
+                         name[name.size() - extension.size()] == extension.front();
+    if (!isShown) return file;
     name.replace(name.size() - extension.size(), extension.size(), extension);
     return {name, {}};
 }

@@ -553,6 +553,7 @@ class Merge(ToolTest):
             shutil.copy(self.dir / f"{name}.kvpkg", self.dir / name)
         self.ok("merge", "base", "ours", "theirs", "-o", "ours", "--path", b"-odd]\xff.kvpkg", "--store")
         self.assertEqual(self.names().count("ours"), 1)
+        self.ok("merge", "base.kvpkg", "ours.kvpkg", "theirs.kvpkg", "-o", "o", "--path", "k")
         shutil.copy(self.dir / "ours", self.dir / "out.kvpkg")
         self.ok("repack", "--store", "out.kvpkg", "again.kvpkg")
         self.assertEqual(self.read("again.kvpkg"), self.read("out.kvpkg"))
