@@ -111,8 +111,8 @@ FileName lowerCaseName(const FileName& file) {
     std::string name = file.shown;
     if (!isAppName(file) || file.isStream) return file;
     // What messages call the file need not be its name.
-    const bool isShown = name.size() > extension.size() &&
-                         name[name.size() - extension.size()] == extension.front();
+    const bool isShown =
+        name.size() > extension.size() && name[name.size() - extension.size()] == extension.front();
     if (!isShown) return file;
     name.replace(name.size() - extension.size(), extension.size(), extension);
     return {name, {}};

@@ -402,6 +402,13 @@ class Merge(ToolTest):
                 self.assertLessEqual(kept | {"p/new.bin"}, items)
                 self.assertEqual(gone & items, set())
 
+    def test_a_metadata_part_that_one_side_lacks(self):
+        link = re.search(rb'<Relationship [^>]*appMetadata"[^>]*/>', self.items("base.kvpkg")["_rels/.rels"])[0].decode()
+        self.changed("theirs.kvpkg", without(METADATA_PART), replacing("_rels/.rels", link, ""))
+        self.edited("ours.kvpkg", "--set", "Name=Ours", "--set", "Uuid=5b1c1c0e-8f0f-4c43-9a63-2f0d6f3f7f12")
+        self.assertEqual(self.merge(1), [("part", "/" + METADATA_PART)])
+        self.assertEqual(self.metadata("out.kvpkg"), self.metadata("ours.kvpkg"))
+
     def test_what_later_hosts_put_in_stays(self):
         self.changed("ours.kvpkg", replacing(METADATA_PART, "</metadata>", "<later a='1'>o</later></metadata>"))
         self.edited("theirs.kvpkg", "--set", "Uuid=5b1c1c0e-8f0f-4c43-9a63-2f0d6f3f7f12")

@@ -106,7 +106,7 @@ private:
             }
             return all;
         };
-        if (outcome(meaning) != Outcome::Conflict) return;
+        if (outcome(meaning) != Outcome::Conflict || !haveSameKindsOfMetadata()) return;
         for (const MergeSide* side : {&base_, &ours_, &theirs_}) {
             for (const auto* kind : kMetadataKinds)
                 settled_.merge(partsOf(*side, *kind));
@@ -116,6 +116,13 @@ private:
             planRestOf(*kind);
         }
         planFields();
+    }
+
+    // The fields of a part that a side does not have would be cleared.
+    bool haveSameKindsOfMetadata() const {
+        return std::ranges::all_of(kMetadataKinds, [&](const auto* kind) {
+            return partsOf(ours_, *kind).empty() == partsOf(theirs_, *kind).empty();
+        });
     }
 
     void planFields() {
