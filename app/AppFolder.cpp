@@ -99,7 +99,7 @@ AppsBelow appsBelow(const FileName& folder) {
             list(next, folders, apps);
         } catch (const fs::filesystem_error& e) {
             const std::string reason = whyNot("listed", e.code());
-            if (next == folder.bytes()) throw Error(folder.shown, reason);
+            if (next == folder.bytes()) throw Error(folder.shown, reason, e.code());
             apps.unlisted.push_back({next, reason});
         }
     }

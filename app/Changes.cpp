@@ -5,6 +5,7 @@
 #include <appserialization/KVPKGMetadataReader.hpp>
 #include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/SaveWatch.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/CorePropertiesManager.hpp>
 #include <opc/ImageTypes.hpp>
@@ -144,6 +145,7 @@ bool isModelThere(const FileName& file, const FileName& model) {
     const auto stored = openModel(file);
     std::vector<std::byte> buffer(kComparedBytes), other(kComparedBytes);
     for (std::uint64_t offset = 0;;) {
+        foundation::SaveWatch::advance(0);  // a part of the save that it is done for
         const std::size_t count = stored->read(buffer);
         // One byte more than there should be shows that the file is longer.
         const auto rest = std::span(other).first(std::max<std::size_t>(count, 1));

@@ -1,11 +1,13 @@
 #include "app/Error.hpp"
 
 #include <fl/filesystem.hpp>
+#include <foundation/SaveWatch.hpp>
 #include <foundation/Shown.hpp>
 
 #include <cstddef>
 #include <exception>
 #include <new>
+#include <optional>
 #include <system_error>
 #include <vector>
 
@@ -55,6 +57,25 @@ std::string inUsersWords(const FileName& file, std::string text) {
     return text;
 }
 
+// What the system said, if it is the system that failed.
+std::optional<std::error_code> systemsCode(const std::exception& failure) {
+    if (const auto* error = dynamic_cast<const Error*>(&failure)) {
+        return error->isPassing() ? std::optional(error->code()) : std::nullopt;
+    }
+    if (dynamic_cast<const std::bad_alloc*>(&failure) != nullptr)
+        return std::make_error_code(std::errc::not_enough_memory);
+    if (dynamic_cast<const foundation::Cancelled*>(&failure) != nullptr)
+        return std::make_error_code(std::errc::operation_canceled);
+    if (const auto* error = dynamic_cast<const std::system_error*>(&failure)) return error->code();
+    const auto* outer = dynamic_cast<const std::nested_exception*>(&failure);
+    if (outer == nullptr || !outer->nested_ptr()) return std::nullopt;
+    try {
+        outer->rethrow_nested();
+    } catch (const std::exception& nested) {
+        return systemsCode(nested);
+    }
+}
+
 }  // namespace
 
 std::string Error::textAbout(std::string item) const {
@@ -63,32 +84,45 @@ std::string Error::textAbout(std::string item) const {
     return text_.starts_with(item) ? text_.substr(item.size()) : text_;
 }
 
-Error::Cause causeOf(const std::exception& failure) {
-    if (const auto* error = dynamic_cast<const Error*>(&failure)) return error->cause();
-    const bool isSystems = dynamic_cast<const std::bad_alloc*>(&failure) != nullptr ||
-                           dynamic_cast<const std::system_error*>(&failure) != nullptr;
-    if (isSystems) return Error::Cause::Passing;
-    const auto* outer = dynamic_cast<const std::nested_exception*>(&failure);
-    if (outer == nullptr || !outer->nested_ptr()) return Error::Cause::Lasting;
-    try {
-        outer->rethrow_nested();
-    } catch (const std::exception& nested) {
-        return causeOf(nested);
+Error::Pieces Error::pieces() const {
+    Pieces pieces{{}, text_, {}};
+    // The name of a place comes first and has no blank; sentences have some.
+    const std::size_t colon = pieces.found.find(": ");
+    if (colon != std::string::npos && pieces.found.find(' ') > colon) {
+        pieces.place = pieces.found.substr(0, colon);
+        pieces.found.erase(0, colon + 2);
     }
+    // Advice may have several sentences.
+    const std::size_t semicolon = pieces.found.find("; ");
+    if (semicolon != std::string::npos) {
+        pieces.advice = pieces.found.substr(semicolon + 2);
+        pieces.found.erase(semicolon);
+    }
+    return pieces;
+}
+
+Error::Cause causeOf(const std::exception& failure) {
+    return systemsCode(failure) ? Error::Cause::Passing : Error::Cause::Lasting;
 }
 
 void rethrowAbout(const FileName& file, const FileName* other) {
     try {
         throw;
     } catch (const std::bad_alloc&) {
-        throw Error(file.shown, "there is not enough memory for it", Error::Cause::Passing);
+        throw Error(file.shown, "there is not enough memory for it", std::errc::not_enough_memory);
     } catch (const std::exception& e) {
+        std::string subject = file.shown;
         std::string text = inUsersWords(file, e.what());
-        if (other == nullptr) throw Error(file.shown, text, causeOf(e));
-        replaceSpellings(text, *other);
-        const std::string start = other->shown + ": ";
-        if (!text.starts_with(start)) throw Error(file.shown, text, causeOf(e));
-        throw Error(other->shown, text.substr(start.size()), causeOf(e));
+        if (other != nullptr) {
+            replaceSpellings(text, *other);
+            const std::string start = other->shown + ": ";
+            if (text.starts_with(start)) {
+                subject = other->shown;
+                text.erase(0, start.size());
+            }
+        }
+        if (const auto code = systemsCode(e)) throw Error(subject, text, *code);
+        throw Error(subject, text);
     }
 }
 

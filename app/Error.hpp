@@ -5,6 +5,7 @@
 #include <exception>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 
 namespace qzapp {
@@ -19,22 +20,57 @@ public:
     enum class Cause { Lasting, Passing };
 
     Error(const std::string& subject, const std::string& text, Cause cause = Cause::Lasting)
-        : std::runtime_error(subject + ": " + text), text_(text), cause_(cause) {}
+        : std::runtime_error(subject + ": " + text),
+          subject_(subject),
+          text_(text),
+          cause_(cause) {}
+    // For a failure of the system, which has the cause Passing.
+    Error(const std::string& subject, const std::string& text, std::error_code code)
+        : Error(subject, text, Cause::Passing) {
+        code_ = code;
+    }
+    Error(const std::string& subject, const std::string& text, std::errc code)
+        : Error(subject, text, std::make_error_code(code)) {}
+
+    const std::string& subject() const noexcept { return subject_; }
     // The message without the subject, for callers that add to it.
     const std::string& text() const noexcept { return text_; }
     // text() without the name of the item that it begins with, for callers that name the item or part
     // themselves.
     std::string textAbout(std::string item) const;
+    // The three pieces of text(): the part, item or section that it begins with, what was found there, and
+    // what to do. The first and the last are empty if the text has no such piece.
+    struct Pieces {
+        std::string place, found, advice;
+    };
+    Pieces pieces() const;
     Cause cause() const noexcept { return cause_; }
     bool isPassing() const noexcept { return cause_ == Cause::Passing; }
+    // What the system said, if it was the system that failed; otherwise zero.
+    const std::error_code& code() const noexcept { return code_; }
 
 private:
+    std::string subject_;
     std::string text_;
     Cause cause_;
+    std::error_code code_;
+};
+
+// The name of a file does not end in the extension that it should have.
+class ExtensionError : public Error {
+public:
+    enum class Fault { OtherExtension, NotInLowerCase };
+
+    ExtensionError(const std::string& subject, const std::string& text, Fault fault)
+        : Error(subject, text), fault_(fault) {}
+    Fault fault() const noexcept { return fault_; }
+
+private:
+    Fault fault_;
 };
 
 // The cause of an exception: Passing for an Error that says so, std::bad_alloc, std::system_error,
-// and whatever one of these is nested in.
+// a save that was cancelled, and whatever one of these is nested in.
 Error::Cause causeOf(const std::exception& failure);
 
 // Rethrows the exception in flight as an Error about `file`. The libraries know a file by its

@@ -9,6 +9,10 @@
 #include <foundation/Base64.hpp>
 #include <opc/Exception.hpp>
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <span>
 #include <string>
 
 #include "app/Error.hpp"
@@ -18,6 +22,10 @@ namespace qzapp {
 namespace {
 
 namespace textapp = appserialization::textapp;
+
+// A zip file has a zero byte in its first record, and text has none. So this many bytes show which
+// of the two it is, unless the zip file has more than that in front of its first record.
+constexpr std::size_t kSniffedBytes = 4096;
 
 using appserialization::hasExtension;
 using appserialization::isExtensionWrongCase;
@@ -84,29 +92,44 @@ const char* nameOf(Form form) {
 }
 
 std::string shownExtension(Form form) {
-    return ustring_to_utf8(form == Form::Packaged ? kPackagedExtension : kTextExtension);
+    return ustring_to_utf8(extensionOf(form));
+}
+
+foundation::ustring extensionOf(Form form) {
+    return form == Form::Packaged ? kPackagedExtension : kTextExtension;
+}
+
+Form formOfContent(const fl::filesystem::FileDescriptor& content) {
+    std::array<std::byte, kSniffedBytes> start;
+    const auto read = std::span(start).first(content.readAt(start, 0));
+    return std::ranges::find(read, std::byte{0}) == read.end() ? Form::Text : Form::Packaged;
 }
 
 Form formOf(const FileName& file) {
     if (hasExtension(file.native(), kPackagedExtension)) return Form::Packaged;
     if (hasExtension(file.native(), kTextExtension)) return Form::Text;
     if (isWrongCase(file)) {
-        throw Error(file.shown, "the extension must be in lower case; rename the file");
+        throw ExtensionError(file.shown, "the extension must be in lower case; rename the file",
+                             ExtensionError::Fault::NotInLowerCase);
     }
-    throw Error(file.shown,
-                fmt::format("expected a name ending in \"{}\" or \"{}\"; rename the file, or use "
-                            "\"qzapp parts\" for any other package",
-                            shownExtension(Form::Packaged), shownExtension(Form::Text)));
+    throw ExtensionError(
+        file.shown,
+        fmt::format("expected a name ending in \"{}\" or \"{}\"; rename the file, or use "
+                    "\"qzapp parts\" for any other package",
+                    shownExtension(Form::Packaged), shownExtension(Form::Text)),
+        ExtensionError::Fault::OtherExtension);
 }
 
 void requireForm(const FileName& file, Form form) {
     if (formOf(file) == form) return;
     const Form found = form == Form::Packaged ? Form::Text : Form::Packaged;
-    throw Error(file.shown,
-                fmt::format("expected a {} app (\"{}\"), found a {} app; {}", nameOf(form),
-                            shownExtension(form), nameOf(found),
-                            form == Form::Packaged ? "\"qzapp convert\" makes a packaged app of it"
-                                                   : "there is nothing to convert"));
+    throw ExtensionError(
+        file.shown,
+        fmt::format("expected a {} app (\"{}\"), found a {} app; {}", nameOf(form),
+                    shownExtension(form), nameOf(found),
+                    form == Form::Packaged ? "\"qzapp convert\" makes a packaged app of it"
+                                           : "there is nothing to convert"),
+        ExtensionError::Fault::OtherExtension);
 }
 
 std::optional<WrongKind> whyNoText(const opc::FileKind& kind) {

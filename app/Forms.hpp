@@ -2,6 +2,8 @@
 
 #include <appserialization/AppMetadataReader.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
+#include <fl/FileDescriptor.hpp>
+#include <foundation/ustring.hpp>
 #include <opc/FileKind.hpp>
 
 #include <memory>
@@ -23,6 +25,12 @@ enum class Form { Packaged, Text };
 const char* nameOf(Form form);
 // ".kvpkg" or ".k".
 std::string shownExtension(Form form);
+
+// The extension without which readers do not take an app.
+foundation::ustring extensionOf(Form form);
+
+// The form of app that the content is, if it is an app, for content that comes without a name.
+Form formOfContent(const fl::filesystem::FileDescriptor& content);
 
 // The form of app that the file's extension names; the file is not opened. Throws Error if it is
 // neither, or not in lower case.

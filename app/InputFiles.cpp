@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
+#include <foundation/SaveWatch.hpp>
 
 #include <algorithm>
 #include <array>
@@ -23,7 +24,8 @@ namespace {
 using fl::filesystem::FileDescriptor;
 
 [[noreturn]] void throwChanged(const FileName& file) {
-    throw Error(file.shown, "was changed while it was read; try again", Error::Cause::Passing);
+    throw Error(file.shown, "was changed while it was read; try again",
+                std::errc::device_or_resource_busy);
 }
 
 [[noreturn]] void throwTooLarge(const FileName& file, const std::string& size,
@@ -86,7 +88,7 @@ FileDescriptor openFile(const FileName& file) {
     try {
         return FileDescriptor::openForReading(file.path);
     } catch (const std::system_error& e) {
-        throw Error(file.shown, whyNotOpened(e.code()), Error::Cause::Passing);
+        throw Error(file.shown, whyNotOpened(e.code()), e.code());
     }
 }
 
@@ -143,6 +145,7 @@ void readToEnd(const FileName& file, const opc::InputStream::Take& take) {
         std::vector<std::byte> buffer(kReadBytes);
         std::uint64_t offset = 0;
         while (const std::size_t count = opened.readAt(buffer, offset)) {
+            foundation::SaveWatch::advance(0);  // a part of the save that it is done for
             take(std::span(buffer).first(count));
             offset += count;
         }

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/types.h>
 #include <unistd.h>
 #include <fl/ReplacementFile.hpp>
 #include <fl/Retry.hpp>
@@ -37,6 +38,7 @@ constexpr int kMaxNameTries = 100;
 struct Slot {
     enum class State { Free, Taken, InUse };
     std::atomic<State> state = State::Free;
+    pid_t owner = -1;  // a forked child must not remove its parent's folders
     int parent = -1;
     int folder = -1;
     std::array<char, NAME_MAX + 1> name{};
@@ -201,7 +203,7 @@ std::string makeFolder(const FileDescriptor& parent, mode_t mode) {
 
 void removePrivateFolders() noexcept {
     for (const Slot& slot : slots) {
-        if (slot.state.load() == Slot::State::InUse) remove(slot);
+        if (slot.state.load() == Slot::State::InUse && slot.owner == ::getpid()) remove(slot);
     }
 }
 
@@ -228,6 +230,7 @@ PrivateFolder::PrivateFolder(const FileDescriptor& parent, mode_t mode)
         slot.state.store(Slot::State::Free);
         throw;
     }
+    slot.owner = ::getpid();
     slot.parent = parent.get();
     slot.folder = folder_.get();
     slot.name[name_.copy(slot.name.data(), NAME_MAX)] = '\0';

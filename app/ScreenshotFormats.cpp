@@ -7,6 +7,7 @@
 #include <cstddef>
 
 #include "app/Error.hpp"
+#include "app/InputFiles.hpp"
 #include "package/Layout.hpp"
 
 namespace qzapp {
@@ -49,6 +50,11 @@ ustring screenshotFormatOf(const FileName& image, std::string_view bytes) {
             "neither its name nor its first bytes are those of an image in one of the formats "
             "{}; convert it first",
             packagedFormats("", " and ")));
+}
+
+appserialization::Screenshot readImage(const FileName& image) {
+    const std::string bytes = readBytes(image, kMaxContentBytes);
+    return {screenshotFormatOf(image, bytes), {bytes.begin(), bytes.end()}};
 }
 
 std::string packagedFormats(std::string_view before, std::string_view lastly) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <appserialization/AppMetadataReader.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/ImageTypes.hpp>
 
@@ -21,6 +22,10 @@ bool isPackagedFormat(foundation::ustring_view format);
 // packaged app can hold; otherwise what its first bytes say, as for one from a pipe. Throws Error if a
 // packaged app cannot hold that either, because the library would store the image as PNG.
 foundation::ustring screenshotFormatOf(const FileName& image, std::string_view bytes);
+
+// The image in a file, in the format that screenshotFormatOf() returns. Throws Error as that does, and if
+// the file cannot be read or is larger than an app's screenshot may be.
+appserialization::Screenshot readImage(const FileName& image);
 
 // The formats that a packaged app can hold, for messages: "png, jpg, jpeg or gif". `before` is put
 // in front of each format, `lastly` between the last two.

@@ -33,6 +33,9 @@ void checkApp(const PackageView& package,
 // The rules of text apps.
 void checkText(const FileName& file, Findings& findings);
 
+// Whether checkFile() takes the file for a text app, by its name.
+bool isTextName(const FileName& file);
+
 // Checks all groups that apply to a file of this name: a packaged app, a text app or any other
 // package. Throws Error if the file cannot be read at all.
 Findings checkFile(const FileName& file);

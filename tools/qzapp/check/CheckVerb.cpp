@@ -1,9 +1,7 @@
 #include <fmt/format.h>
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
-#include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
-#include <foundation/ustring.hpp>
 #include <nlohmann/json.hpp>
 #include <opc/ZipArchive.hpp>
 
@@ -69,28 +67,6 @@ bool wantsJson(const CheckOptions& options, const char* with) {
     if (format == CheckFormat::Text || format == CheckFormat::Json)
         return format == CheckFormat::Json;
     throw UsageError(with, "goes with the formats text and json; leave --format or --sarif out");
-}
-
-bool isTextName(const FileName& file) {
-    return fl::i18n::to_lower(file.native()).ends_with(kTextExtension);
-}
-
-void checkExtension(const FileName& file, const foundation::ustring& extension,
-                    Findings& findings) {
-    if (file.native().ends_with(extension)) return;
-    findings.add("extension-case", "", "the extension must be in lower case", "rename the file");
-}
-
-void checkAnyPackage(const FileName& file, Findings& findings) {
-    const PackageView package(file);
-    if (isOfAnotherKind(package)) {
-        checkOtherZip(package, findings);
-        return;
-    }
-    checkContainer(package, findings);
-    if (package.items.empty() && !package.zipRefusal.empty()) return;
-    const auto properties = checkPackage(package, findings);
-    if (isAppName(file)) checkApp(package, properties, findings);
 }
 
 int statusOf(const Findings& findings, const CheckOptions& options) {
@@ -200,22 +176,6 @@ int check(const CheckOptions& options) {
 }
 
 }  // namespace
-
-Findings checkFile(const FileName& file) {
-    requireFile(file);
-    Findings findings;
-    const bool isText = isTextName(file);
-    if (isText || isAppName(file)) {
-        checkExtension(file, isText ? kTextExtension : kPackagedExtension, findings);
-    }
-    if (isText) {
-        checkText(file, findings);
-    } else {
-        checkAnyPackage(file, findings);
-    }
-    requireUnchanged(file);
-    return findings;
-}
 
 Action declareCheck(CLI::App& command) {
     const auto options = std::make_shared<CheckOptions>();

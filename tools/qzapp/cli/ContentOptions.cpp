@@ -201,11 +201,6 @@ std::vector<std::optional<std::string>> inputsOf(const ContentOptions& options) 
     return inputs;
 }
 
-appserialization::Screenshot loadScreenshot(const FileName& file) {
-    const std::string bytes = readBytes(file, kMaxContentBytes);
-    return {screenshotFormatOf(file, bytes), {bytes.begin(), bytes.end()}};
-}
-
 }  // namespace
 
 void addContentOptions(CLI::App& command, ContentOptions& options, bool required) {
@@ -260,7 +255,7 @@ Content loadContent(const ContentOptions& options) {
     };
     if (options.model) content.model = source(*options.model);
     if (options.code) content.code = readText(source(*options.code), kMaxContentBytes);
-    if (options.screenshot) content.screenshot = loadScreenshot(source(*options.screenshot));
+    if (options.screenshot) content.screenshot = readImage(source(*options.screenshot));
     warnOfDoubts(content);
     return content;
 }

@@ -35,10 +35,6 @@ using fl::filesystem::FileDescriptor;
 constexpr const char* kName = kStandardInputName;
 constexpr std::size_t kReadBytes = std::size_t{256} << 10;
 
-// A zip file has a zero byte in its first record, and text has none. So this many bytes show which
-// of the two it is, unless the zip file has more than that in front of its first record.
-constexpr std::size_t kSniffedBytes = 4096;
-
 // What can be read only once, from its start to its end: standard input or a pipe.
 struct Stream {
     int descriptor;
@@ -116,12 +112,6 @@ bool endsInAnyCase(const std::string& name, Form form) {
            });
 }
 
-bool looksPackaged(const FileName& input) {
-    std::array<std::byte, kSniffedBytes> start;
-    const auto count = input.held->file.readAt(start, 0);
-    return std::find(start.begin(), start.begin() + count, std::byte{0}) != start.begin() + count;
-}
-
 }  // namespace
 
 FileName inputArgument(const std::string& value, MayBeEmpty mayBeEmpty) {
@@ -137,9 +127,8 @@ FileName contentArgument(const std::string& value) {
 
 FileName appArgument(const std::string& value) {
     if (value != kStandardStream) return inputArgument(value);
-    const bool isPackaged = looksPackaged(keptInput(u"input"));
     return keptInput(foundation::ustring(u"app") +
-                     (isPackaged ? kPackagedExtension : kTextExtension));
+                     extensionOf(formOfContent(keptInput(u"input").held->file)));
 }
 
 FileName gitArgument(const std::string& value) {
