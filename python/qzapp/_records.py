@@ -107,17 +107,18 @@ def _checked(name: str, value: object) -> object:
     raise TypeError(f"{name}: expected a list of str or None, found {value!r:.100}")
 
 
-@dataclasses.dataclass(frozen=True, eq=False)
 class ScannedApp(Mapping[str, Any]):
     """An app that scan() found: where it is, its form, and its metadata or why it cannot be read.
 
     It is also a mapping of these and all fields of the metadata, by their names in Python, so that
     ``pandas.DataFrame(qzapp.scan(folder))`` has a column for each."""
 
-    path: str
-    form: str | None
-    metadata: Metadata | None
-    error: Exception | None
+    # No dataclass: pandas would take its fields for the columns.
+    def __init__(self, path: str, form: str | None, metadata: Metadata | None, error: Exception | None) -> None:
+        self.path, self.form, self.metadata, self.error = path, form, metadata, error
+
+    def __repr__(self) -> str:
+        return f"ScannedApp(path={self.path!r}, {self.metadata if self.error is None else self.error!r})"
 
     def __getitem__(self, name: str) -> Any:
         if name in FIELDS:

@@ -9,6 +9,8 @@ build_packages=(
 installed_packages=(bash-completion fish groff-base zsh)
 # What the Python package is built with.
 python_packages=(pybind11-dev python3-dev)
+# What its notebook needs.
+notebook_packages=(python3-ipykernel python3-nbclient python3-nbformat python3-pandas)
 test_packages=(
     "${build_packages[@]}" "${installed_packages[@]}" "${python_packages[@]}"
     libgtest-dev libgmock-dev libbenchmark-dev

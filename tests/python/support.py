@@ -10,7 +10,7 @@ import unittest
 
 import qzapp
 
-EXAMPLE = pathlib.Path(os.environ["EXAMPLE"])
+EXAMPLE = pathlib.Path(os.environ["EXAMPLE"]).resolve()
 PNG = (EXAMPLE / "screenshot.png").read_bytes()
 MODEL = (EXAMPLE / "appModel.kvd").read_bytes()
 TEXT_APP = """disp(1)

@@ -1,5 +1,6 @@
 """Reading: one door for all apps, and what it says of what is none."""
 
+import dataclasses
 import errno
 import hashlib
 import io
@@ -212,6 +213,8 @@ class Scan(ModuleTest):
             self.assertEqual((text["name"], text.form, text.error), ("Scope", "text", None))
             self.assertIsInstance(named.error, qzapp.BadFileError)
         self.assertEqual(dict(text)["app_type"], text.metadata.app_type)
+        self.assertEqual(list(text)[:4], ["path", "form", "error", "name"])
+        self.assertFalse(dataclasses.is_dataclass(text))  # pandas takes the columns from a dataclass, not the mapping
 
     def test_a_folder_that_cannot_be_listed_is_an_error_at_once(self):
         pathlib.Path("file").write_text("")
