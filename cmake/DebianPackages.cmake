@@ -1,5 +1,5 @@
-# Debian packages: libqzappserialization1 to run programs, libqzappserialization-dev to build them, and qzapp
-# with the tools. scripts/package configures a tree for them and makes them.
+# Debian packages: libqzappserialization1 to run programs, libqzappserialization-dev to build them, qzapp with
+# the tools, and python3-qzapp. scripts/package configures a tree for them and makes them.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME qzappserialization)
@@ -50,6 +50,23 @@ if(QZ_BUILD_TOOLS)
  it shows, compares, edits, checks, repairs and unpacks them. With it come man
  pages, completions for bash, zsh and fish, a thumbnailer, and qzhost, a small
  host that loads the library as a real one would.")
+endif()
+
+if(TARGET qzapp_python)
+    list(APPEND CPACK_COMPONENTS_ALL python)
+    set(CPACK_COMPONENT_PYTHON_DEPENDS runtime)
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-qzapp)
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
+    # The extension module is for one minor version.
+    string(REGEX REPLACE ".*\\." "" minor ${QZ_PYTHON_VERSION})
+    math(EXPR next_minor "${minor} + 1")
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+        "python3 (>= ${QZ_PYTHON_VERSION}), python3 (<< 3.${next_minor})")
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-pandas, qzapp")
+    set(CPACK_COMPONENT_PYTHON_DESCRIPTION "files of interactive apps, Python package
+ Reads, makes, changes and checks packaged apps (.kvpkg) and text apps (.k)
+ from Python, and reads folders of them on all cores.")
 endif()
 
 # What Debian wants of each package's documentation.

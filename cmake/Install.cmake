@@ -1,7 +1,8 @@
 # `cmake --install`: headers, both shared objects, the tools with their man pages, completions and
 # desktop entries, documents and examples, and two packages: qzappserialization (qz::appserialization)
 # and, when it is built here, qzplatform (qz::platform). What programs need to run is the component
-# `runtime`, what only their builds and authors need is `development`, and `tools` is qzapp and qzhost.
+# `runtime`, what only their builds and authors need is `development`, `tools` is qzapp and qzhost, and
+# `python` is the package for Python.
 
 include(CMakePackageConfigHelpers)
 
@@ -63,6 +64,26 @@ foreach(tool qzapp qzhost)
         install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
     endif()
 endforeach()
+
+if(TARGET qzapp_python)
+    # Debian's python3 looks in one folder for packages of the distribution and in another for those of
+    # /usr/local; a virtual environment has a third. Which it is depends on the prefix, which is known when
+    # it is installed. All of them are three folders below the prefix.
+    install(CODE "set(QZ_PYTHON_VERSION ${QZ_PYTHON_VERSION})" COMPONENT python)
+    install(CODE [[
+        if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
+            set(QZ_PYTHON_FOLDER lib/python3/dist-packages)
+        elseif(EXISTS "${CMAKE_INSTALL_PREFIX}/pyvenv.cfg")
+            set(QZ_PYTHON_FOLDER lib/python${QZ_PYTHON_VERSION}/site-packages)
+        else()
+            set(QZ_PYTHON_FOLDER lib/python${QZ_PYTHON_VERSION}/dist-packages)
+        endif()]] COMPONENT python)
+    set_target_properties(qzapp_python PROPERTIES BUILD_WITH_INSTALL_RPATH ON
+        INSTALL_RPATH "$ORIGIN/../../lib;$ORIGIN/../../..;$ORIGIN/../../../../${CMAKE_INSTALL_LIBDIR}")
+    install(TARGETS qzapp_python LIBRARY COMPONENT python DESTINATION \${QZ_PYTHON_FOLDER}/qzapp)
+    install(FILES ${QZ_PYTHON_MODULES} COMPONENT python
+        DESTINATION \${QZ_PYTHON_FOLDER}/qzapp)
+endif()
 
 if(TARGET qzapp)
     set(share tools/qzapp/share)

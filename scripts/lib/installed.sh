@@ -77,15 +77,27 @@ check_documents() {
     [ -e "$1/guide.md" ] || failed "the guide is not installed"
 }
 
+# The package is where python3 of this prefix looks, and reads what it wrote.
+check_python() {
+    local found
+    found=$(find "$1" -name '_native.*.so')
+    [[ $found == "$1"/lib/python3*/dist-packages/qzapp/* ]] || failed "the Python package is in: $found"
+    (cd "$2" && PYTHONPATH=${found%/qzapp/*} PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -c '
+import qzapp
+qzapp.create("python.kvpkg", code="", model=b"").save()
+assert qzapp.open("python.kvpkg").metadata.app_type == "Standard"') || failed "the Python package"
+}
+
 # check_installed PREFIX ZSH-FOLDER WORK: all of the above, and the examples, built where they are
 # installed against what is installed and run. WORK is a scratch folder.
 check_installed() {
     local documents=$1/share/doc/qzappserialization
-    echo "man pages, completions, documents:"
+    echo "man pages, completions, documents, Python package:"
     check_man_pages "$1" "$3"
     check_completions "$1" "$2" "$3"
     check_documents "$documents"
     "$1/bin/qzhost" classes >/dev/null
+    check_python "$1" "$3"
     echo "the examples:"
     { cmake -S "$documents/examples" -B "$3/examples" -G Ninja -DCMAKE_PREFIX_PATH="$1" &&
         cmake --build "$3/examples" &&
