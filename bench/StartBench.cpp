@@ -74,7 +74,30 @@ void readMany(benchmark::State& state) {
     });
 }
 
+#ifdef BENCH_PYTHON
+// The time for all of them.
+auto inPython(const std::string& way) {
+    return [=](benchmark::State& state) {
+        manyApps();
+        measureItself(state, BENCH_PYTHON " " BENCH_BASELINES "/read_apps.py " + way + " " +
+                                 (folder() / "apps").string());
+    };
+}
+
+void registerPython() {
+    Case("Python, open() of 10,000 apps", inPython("open"))
+        .against("python3 zipfile, etree", 1, inPython("zipfile"));
+    Case("Python, scan() of 10,000 apps, 1 thread", inPython("scan"))
+        .against("python3 zipfile, etree", 1, inPython("zipfile"));
+    Case("Python, scan() of 10,000 apps, all cores", inPython("scan-all"))
+        .against("1 thread", 1 / 1.6, inPython("scan"));
+}
+#else
+void registerPython() {}
+#endif
+
 void registerAll() {
+    registerPython();
     const auto xercesModule = [](auto& state) { loadAndRun(state, BENCH_XERCES_MODULE, ""); };
     Case("first packaged app in a process", [](auto& state) {
         loadAndRun(state, BENCH_READER_MODULE, smallPackage());
