@@ -16,7 +16,6 @@
 
 #include "app/Error.hpp"
 #include "app/FileName.hpp"
-#include "app/Forms.hpp"
 #include "app/InputFiles.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/VisibleText.hpp"

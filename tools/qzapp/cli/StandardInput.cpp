@@ -9,7 +9,6 @@
 #include <foundation/ustring.hpp>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
