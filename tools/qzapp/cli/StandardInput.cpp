@@ -9,6 +9,7 @@
 #include <foundation/ustring.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
