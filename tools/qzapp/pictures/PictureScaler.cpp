@@ -1,0 +1,299 @@
+#include "tools/qzapp/pictures/PictureScaler.hpp"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <fl/Retry.hpp>
+#include <opc/ImageTypes.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "tools/qzapp/pictures/DecoderProcess.hpp"
+
+namespace qzapp::pictures {
+namespace {
+
+using fl::filesystem::FileDescriptor;
+using fl::filesystem::retryInterrupted;
+using fl::filesystem::throwSystemError;
+using Clock = std::chrono::steady_clock;
+
+// For a process that does nothing, so that its processor time does not end it.
+constexpr std::chrono::seconds kPatience{60};
+
+// Two ends of a connection that no started program inherits.
+std::array<FileDescriptor, 2> connect() {
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
+        throwSystemError(errno, "cannot make a socket");
+    return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+// What the starter is asked and answers. The connection of a new process comes with the answer.
+
+struct StartRequest {
+    pid_t toBeEnded;  // a process that was started before and is no longer needed, or 0
+};
+
+struct StartAnswer {
+    pid_t process;  // 0 if none could be started
+    int error;      // why not
+};
+
+union DescriptorMessage {
+    cmsghdr header;
+    std::array<char, CMSG_SPACE(sizeof(int))> room;
+};
+
+void sendAnswer(const FileDescriptor& to, StartAnswer answer, const FileDescriptor& connection) {
+    iovec part{&answer, sizeof answer};
+    DescriptorMessage control{};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    if (connection) {
+        message.msg_control = &control;
+        message.msg_controllen = sizeof control;
+        cmsghdr* const header = CMSG_FIRSTHDR(&message);
+        header->cmsg_level = SOL_SOCKET;
+        header->cmsg_type = SCM_RIGHTS;
+        header->cmsg_len = CMSG_LEN(sizeof(int));
+        const int descriptor = connection.get();
+        std::memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
+    }
+    retryInterrupted([&] { return ::sendmsg(to.get(), &message, MSG_NOSIGNAL); });
+}
+
+std::optional<std::pair<StartAnswer, FileDescriptor>> receiveAnswer(const FileDescriptor& from) {
+    StartAnswer answer{};
+    iovec part{&answer, sizeof answer};
+    DescriptorMessage control{};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = &control;
+    message.msg_controllen = sizeof control;
+    const auto count =
+        retryInterrupted([&] { return ::recvmsg(from.get(), &message, MSG_CMSG_CLOEXEC); });
+    if (count != sizeof answer) return std::nullopt;
+    int descriptor = -1;
+    const cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    if (header != nullptr && header->cmsg_type == SCM_RIGHTS)
+        std::memcpy(&descriptor, CMSG_DATA(header), sizeof descriptor);
+    return std::pair(answer, FileDescriptor(descriptor));
+}
+
+// The process that starts those that decode, and ends them. It looks at no image, and ends only what it has
+// started itself.
+class Starter {
+public:
+    Starter(const FileDescriptor& requests, Size box) : requests_(&requests), box_(box) {}
+
+    [[noreturn]] void run() {
+        handleSignals();
+        ::prctl(PR_SET_NAME, "qzapp-pictures");
+        keepOnly(*requests_);
+        StartRequest request{};
+        while (retryInterrupted([&] {
+                   return ::read(requests_->get(), &request, sizeof request);
+               }) == sizeof request) {
+            end(request.toBeEnded);
+            startOne();
+        }
+        while (!started_.empty())
+            end(started_.back());
+        ::_exit(EXIT_SUCCESS);
+    }
+
+private:
+    // What was set for the main process would remove its files. The terminal sends signals to this process
+    // too, which ends when the main process does.
+    static void handleSignals() {
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+            ::signal(signal, SIG_IGN);
+        for (const int signal : {SIGPIPE, SIGXFSZ, SIGXCPU, SIGPROF, SIGCHLD})
+            ::signal(signal, SIG_DFL);
+        sigset_t none;
+        ::sigemptyset(&none);
+        ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    }
+
+    void end(pid_t process) {
+        const auto found = std::ranges::find(started_, process);
+        if (found == started_.end()) return;
+        started_.erase(found);
+        ::kill(process, SIGKILL);
+        retryInterrupted([&] { return ::waitpid(process, nullptr, 0); });
+    }
+
+    void startOne() {
+        std::array<int, 2> ends{};
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+            sendAnswer(*requests_, {0, errno}, {});
+            return;
+        }
+        const FileDescriptor theirs(ends[0]), own(ends[1]);
+        const pid_t self = ::getpid();
+        const pid_t process = ::fork();
+        if (process == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+            if (::getppid() != self) ::_exit(EXIT_FAILURE);
+            runDecoder(own, box_);
+        }
+        if (process < 0) {
+            sendAnswer(*requests_, {0, errno}, {});
+            return;
+        }
+        started_.push_back(process);
+        sendAnswer(*requests_, {process, 0}, theirs);
+    }
+
+    const FileDescriptor* requests_;
+    Size box_;
+    std::vector<pid_t> started_;
+};
+
+// Both return false if the other process has ended.
+
+bool sendTo(const FileDescriptor& connection, const void* from, std::size_t size) {
+    const auto* at = static_cast<const char*>(from);
+    while (size > 0) {
+        const auto count =
+            retryInterrupted([&] { return ::send(connection.get(), at, size, MSG_NOSIGNAL); });
+        if (count <= 0) return false;
+        at += count;
+        size -= static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+bool receiveFrom(const FileDescriptor& connection, void* to, std::size_t size,
+                 Clock::time_point deadline) {
+    auto* at = static_cast<char*>(to);
+    while (size > 0) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        pollfd ready{connection.get(), POLLIN, 0};
+        const int polled = ::poll(&ready, 1, static_cast<int>(std::max<std::int64_t>(0, left)));
+        if (polled < 0 && errno == EINTR) continue;
+        if (polled <= 0) return false;
+        const auto count = retryInterrupted([&] { return ::recv(connection.get(), at, size, 0); });
+        if (count <= 0) return false;
+        at += count;
+        size -= static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+// More than a file of this many pixels can have.
+std::uint64_t maxBytesOf(Size box) {
+    return std::uint64_t{8} * box.width * box.height + (std::uint64_t{64} << 10);
+}
+
+// Whether an image may have made a process say this. What does not fit together comes from one that an image
+// has taken over.
+bool isSound(const Reply& reply, Size box) {
+    if (reply.isScaled == 0) return reply.bytes == 0 && reply.refusal <= Refusal::NoMemory;
+    const Size original = reply.original;
+    return original.width > 0 && original.height > 0 && original.width <= kMaxSide &&
+           original.height <= kMaxSide && reply.size == fitted(original, box) && reply.bytes > 0 &&
+           reply.bytes <= maxBytesOf(box);
+}
+
+std::optional<PictureScaler::Result> resultOf(const Reply& reply, std::string bytes) {
+    if (reply.isScaled == 0) return reply.refusal;
+    const opc::ImageType* const type = opc::imageTypeOf(bytes);
+    if (type != opc::imageType("png") && type != opc::imageType("jpg")) return std::nullopt;
+    return ScaledPicture{std::move(bytes), type->mediaType, reply.size, reply.original};
+}
+
+}  // namespace
+
+PictureScaler::PictureScaler(Size box) : box_(box) {
+    auto [own, theirs] = connect();
+    starterProcess_ = ::fork();
+    if (starterProcess_ < 0) throwSystemError(errno, "cannot start a process");
+    if (starterProcess_ == 0) Starter(theirs, box).run();
+    starter_ = std::move(own);
+}
+
+PictureScaler::~PictureScaler() {
+    idle_.clear();
+    starter_ = {};
+    retryInterrupted([&] { return ::waitpid(starterProcess_, nullptr, 0); });
+}
+
+PictureScaler::Decoder PictureScaler::start(pid_t toBeEnded) {
+    const std::lock_guard lock(startMutex_);
+    const StartRequest request{toBeEnded};
+    auto answer =
+        sendTo(starter_, &request, sizeof request) ? receiveAnswer(starter_) : std::nullopt;
+    if (!answer) throwSystemError(EPIPE, "the process that starts those for pictures has ended");
+    if (answer->first.process == 0 || !answer->second)
+        throwSystemError(answer->first.error, "cannot start a process for pictures");
+    const timeval patience{kPatience.count(), 0};
+    ::setsockopt(answer->second.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    return {std::move(answer->second), answer->first.process};
+}
+
+PictureScaler::Decoder PictureScaler::take() {
+    {
+        const std::lock_guard lock(idleMutex_);
+        if (!idle_.empty()) {
+            Decoder decoder = std::move(idle_.back());
+            idle_.pop_back();
+            return decoder;
+        }
+    }
+    return start(0);
+}
+
+void PictureScaler::giveBack(Decoder decoder) {
+    const std::lock_guard lock(idleMutex_);
+    idle_.push_back(std::move(decoder));
+}
+
+// The process may be one that does not end by itself, and no longer deserves trust.
+void PictureScaler::end(Decoder decoder) {
+    decoder.connection = {};
+    giveBack(start(decoder.process));
+}
+
+PictureScaler::Result PictureScaler::scale(std::string_view image) {
+    if (opc::imageTypeOf(image) == nullptr) return Refusal::NoImage;
+    if (image.size() > kMaxBytes) return Refusal::TooManyBytes;
+    Decoder decoder = take();
+    const Request request{image.size()};
+    const auto deadline = Clock::now() + kPatience;
+    Reply reply{};
+    std::string bytes;
+    std::optional<Result> result;
+    if (sendTo(decoder.connection, &request, sizeof request) &&
+        sendTo(decoder.connection, image.data(), image.size()) &&
+        receiveFrom(decoder.connection, &reply, sizeof reply, deadline) && isSound(reply, box_)) {
+        bytes.resize(reply.bytes);
+        if (receiveFrom(decoder.connection, bytes.data(), bytes.size(), deadline))
+            result = resultOf(reply, std::move(bytes));
+    }
+    if (!result || reply.isLast != 0)
+        end(std::move(decoder));
+    else
+        giveBack(std::move(decoder));
+    return result ? std::move(*result) : Refusal::Killed;
+}
+
+}  // namespace qzapp::pictures
