@@ -15,7 +15,7 @@ test_packages=(
     "${build_packages[@]}" "${installed_packages[@]}" "${python_packages[@]}"
     libgtest-dev libgmock-dev libbenchmark-dev
     clang clang-14 clang-format-14 clang-tidy-14 clang-tools-14 libclang-rt-14-dev
-    attr git iwyu libarchive-tools libxml2-utils mypy python3 python3-jsonschema strace unzip xz-utils zip
+    attr git iwyu libarchive-tools libxml2-utils mypy nodejs python3 python3-jsonschema strace unzip xz-utils zip
 )
 # Other programs that read and write zip files.
 reader_packages=(

@@ -5,11 +5,15 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace qzapp {
 
 // The pieces of the page that "gallery" writes: head, cards, tail. All are HTML in which text from
 // an app or a file name is escaped, so it cannot become markup or script.
+
+// Text as HTML, for any place in it, including quoted attribute values.
+std::string htmlText(std::string_view text);
 
 struct PageFrame {
     std::string head, tail;

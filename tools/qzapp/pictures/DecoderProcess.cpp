@@ -11,14 +11,13 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
-#include <cstddef>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <memory>
 #include <new>
 #include <string>
-#include <string_view>
+#include <utility>
 
 #include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/pictures/Decoders.hpp"

@@ -6,8 +6,6 @@
 #include <opc/ImageTypes.hpp>
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -273,7 +271,7 @@ ScaledPicture scaleHere(std::string_view bytes, Size box) {
     Decoded decoded = decode(bytes, box);
     const Size size = fitted(decoded.original, box);
     if (decoded.raster.size != size) decoded.raster = shrunk(decoded.raster, size);
-    const bool isJpeg = opc::imageTypeOf(bytes) == opc::imageType("jpg");
+    const bool isJpeg = opc::imageTypeOf(bytes)->format == "jpg";
     // What was not scaled stays as sharp as it was.
     const bool isExact = size == decoded.original && !isJpeg;
     Encoded encoded = isExact || !decoded.raster.isOpaque() ? encodePng(decoded.raster)

@@ -5,6 +5,7 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <fl/Retry.hpp>
@@ -14,7 +15,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -217,7 +217,7 @@ bool isSound(const Reply& reply, Size box) {
 std::optional<PictureScaler::Result> resultOf(const Reply& reply, std::string bytes) {
     if (reply.isScaled == 0) return reply.refusal;
     const opc::ImageType* const type = opc::imageTypeOf(bytes);
-    if (type != opc::imageType("png") && type != opc::imageType("jpg")) return std::nullopt;
+    if (type == nullptr || (type->format != "png" && type->format != "jpg")) return std::nullopt;
     return ScaledPicture{std::move(bytes), type->mediaType, reply.size, reply.original};
 }
 

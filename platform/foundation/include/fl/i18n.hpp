@@ -49,6 +49,8 @@ PLATFORM_API ustring to_lower(ustring_view text);
 // Canonical composition (NFC), for comparing short texts such as names. Unpaired surrogates stay as
 // they are.
 PLATFORM_API ustring to_composed(ustring_view text);
+// Canonical decomposition (NFD): letters without accents, each followed by its accents.
+PLATFORM_API ustring to_decomposed(ustring_view text);
 
 // Index of the first unpaired surrogate, or npos if `text` is valid UTF-16.
 PLATFORM_API std::size_t find_unpaired_surrogate(ustring_view text);

@@ -146,6 +146,21 @@ void appendLower(ustring_view piece, ustring& lower) {
     lower.resize(start + room);
 }
 
+ustring normalized(ustring_view text, const UNormalizer2* form) {
+    UErrorCode status = U_ZERO_ERROR;
+    ustring result(text.size(), u'\0');
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        status = U_ZERO_ERROR;
+        const std::int32_t size =
+            unorm2_normalize(form, text.data(), static_cast<std::int32_t>(text.size()),
+                             result.data(), static_cast<std::int32_t>(result.size()), &status);
+        result.resize(static_cast<std::size_t>(size));
+        if (status != U_BUFFER_OVERFLOW_ERROR) break;
+    }
+    if (U_FAILURE(status)) throw std::runtime_error("text cannot be normalized");
+    return result;
+}
+
 }  // namespace
 
 ConversionError::ConversionError(const char* encoding, std::size_t index)
@@ -184,18 +199,12 @@ ustring to_lower(ustring_view text) {
 
 ustring to_composed(ustring_view text) {
     UErrorCode status = U_ZERO_ERROR;
-    const UNormalizer2* const composer = unorm2_getNFCInstance(&status);
-    ustring composed(text.size(), u'\0');
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        status = U_ZERO_ERROR;
-        const std::int32_t size =
-            unorm2_normalize(composer, text.data(), static_cast<std::int32_t>(text.size()),
-                             composed.data(), static_cast<std::int32_t>(composed.size()), &status);
-        composed.resize(static_cast<std::size_t>(size));
-        if (status != U_BUFFER_OVERFLOW_ERROR) break;
-    }
-    if (U_FAILURE(status)) throw std::runtime_error("text cannot be composed");
-    return composed;
+    return normalized(text, unorm2_getNFCInstance(&status));
+}
+
+ustring to_decomposed(ustring_view text) {
+    UErrorCode status = U_ZERO_ERROR;
+    return normalized(text, unorm2_getNFDInstance(&status));
 }
 
 std::size_t find_unpaired_surrogate(ustring_view text) {
