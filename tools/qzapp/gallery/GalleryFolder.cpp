@@ -47,8 +47,9 @@ FileDescriptor openFolder(int parent, const std::string& name, int flags = O_NOF
 // Calls `visit` with each name in the folder and whether it is a folder.
 void forEachEntry(const FileDescriptor& folder,
                   const std::function<void(const std::string&, bool)>& visit) {
-    FileDescriptor own = openFolder(folder.get(), ".");
-    const std::unique_ptr<DIR, int (*)(DIR*)> list(::fdopendir(::dup(own.get())), ::closedir);
+    const FileDescriptor own = openFolder(folder.get(), ".");
+    const std::unique_ptr<DIR, int (*)(DIR*)> list(
+        ::fdopendir(::fcntl(own.get(), F_DUPFD_CLOEXEC, 0)), ::closedir);
     if (!list) throwSystemError(errno, "cannot be listed");
     while (const dirent* const entry = ::readdir(list.get())) {
         const std::string name = entry->d_name;
@@ -227,18 +228,10 @@ void GalleryFolder::commit() {
         if (::syncfs(private_->descriptor().get()) != 0)
             throwSystemError(errno, "cannot be made durable");
         const SignalsBlocked blocked;
-        if (old_) {
+        if (old_)
             exchange();
-        } else if (rename(place_, private_->name(), name_, RENAME_NOREPLACE) != 0) {
-            struct stat ignored {};
-            const bool isTaken =
-                errno == EEXIST || !isUnknown(errno) ||
-                ::fstatat(place_.get(), name_.c_str(), &ignored, AT_SYMLINK_NOFOLLOW) == 0;
-            if (errno == EEXIST)
-                throw Error(shown_.shown, "was made by another program meanwhile; try again");
-            if (isTaken || rename(place_, private_->name(), name_, 0) != 0)
-                throwSystemError(errno, kCannotBePut);
-        }
+        else
+            putNew();
         private_->requireAt(name_);
         private_->release();
         isInPlace_ = true;
@@ -265,6 +258,23 @@ void GalleryFolder::requireSameGallery() const {
         throw Error(shown_.shown, "was replaced by another program meanwhile; try again");
     }
     requireGallery(old_);
+}
+
+void GalleryFolder::putNew() {
+    if (rename(place_, private_->name(), name_, RENAME_NOREPLACE) == 0) return;
+    int reason = errno;
+    if (isUnknown(reason)) {
+        // What remains is to look first and then rename.
+        struct stat ignored {};
+        reason = EEXIST;
+        if (::fstatat(place_.get(), name_.c_str(), &ignored, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (rename(place_, private_->name(), name_, 0) == 0) return;
+            reason = errno;
+        }
+    }
+    if (reason == EEXIST)
+        throw Error(shown_.shown, "was made by another program meanwhile; try again");
+    throwSystemError(reason, kCannotBePut);
 }
 
 // The private name then leads to what was there before.

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <sys/types.h>
 #include <fl/FileDescriptor.hpp>
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -44,6 +44,7 @@ public:
 
 private:
     void openPlace();
+    void putNew();
     void exchange();
     void requireSameGallery() const;
 
