@@ -3,7 +3,7 @@
 build_packages=(
     g++ cmake ninja-build pkg-config
     libboost-dev libcli11-dev libexpat1-dev libfmt-dev libgif-dev libicu-dev libisal-dev libpng-dev
-    libseccomp-dev libturbojpeg0-dev libxerces-c-dev nettle-dev nlohmann-json3-dev zlib1g-dev
+    libseccomp-dev libsqlite3-dev libturbojpeg0-dev libxerces-c-dev nettle-dev nlohmann-json3-dev zlib1g-dev
 )
 # What uses installed man pages and completions.
 installed_packages=(bash-completion fish groff-base zsh)

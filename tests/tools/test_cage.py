@@ -60,7 +60,7 @@ class CageTest(ToolTest):
             ["extract", "b.k", "--only", "code", "-o", "-"],
             ["extract", "a.kvpkg", "--only", "screenshot", "--thumbnail", "-o", "-"],
             ["gallery", "apps", "-o", "g.html"], ["gallery", "link", "-o", "g.html", "--force"],
-            ["gallery", "apps", "-o", "-"], ["repack", "--store", "--force", "a.kvpkg", "packed.kvpkg"],
+            ["gallery", "apps", "-o", "-"], ["index", "apps", "--rescan", "-d", "c.db"], ["repack", "--store", "--force", "a.kvpkg", "packed.kvpkg"],
             ["repack", "--store", "--or-unchanged", "a.kvpkg", "-"], ["repack", "--deflate", "--in-place", "c.kvpkg"],
             ["merge", "--store", "a.kvpkg", "c.kvpkg", "d.kvpkg", "-o", "c.kvpkg"],
             ["merge", "b.k", "c.k", "d.k", "-o", "c.k"]]

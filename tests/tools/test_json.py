@@ -2,6 +2,7 @@
 
 import copy
 import json
+import os
 import re
 import shutil
 
@@ -49,14 +50,15 @@ class Json(ToolTest):
         page = (DOCS / "qzapp-json.md").read_text()
         blocks = dict(re.findall(r"^## (\w+)\n.*?^```json\n(.*?)^```", page, re.M | re.S))
         documented = {verb: json.loads(block) for verb, block in blocks.items()}
-        self.assertEqual(list(documented), ["metadata", "info", "show", "diff", "merge", "parts", "items"])
+        self.assertEqual(list(documented), ["metadata", "info", "show", "diff", "merge", "index", "find", "parts", "items"])
         metadata = documented.pop("metadata")
         self.assertEqual(list(metadata), FIELDS)
         for verb, example in documented.items():
             if example.get("metadata") == {}:  # "as above"
                 example["metadata"] = metadata
             files = {"diff": ["a.kvpkg", "b.kvpkg"],
-                     "merge": ["a.kvpkg", "b.kvpkg", "c.kvpkg", "-o", "out.kvpkg"]}.get(verb, ["a.kvpkg"])
+                     "merge": ["a.kvpkg", "b.kvpkg", "c.kvpkg", "-o", "out.kvpkg"],
+                     "index": [".", "-d", "apps.db"], "find": ["-d", "apps.db", "--limit", "1"]}.get(verb, ["a.kvpkg"])
             self.same_form(example, json.loads(self.run_tool(verb, "--json", *files).stdout), verb)
 
 
@@ -123,6 +125,16 @@ class Schemas(ToolTest):
                     input=model)
         runs += [("merge", ["b.kvpkg", "ours.kvpkg", f"{side}.kvpkg", "-o", f"merged-{side}.kvpkg"])
                  for side in ("ours", "theirs")]
+        for name in "twin.kvpkg", "lab/b.kvpkg":
+            (self.dir / "lab").mkdir(exist_ok=True)
+            shutil.copy(self.dir / "b.kvpkg", self.dir / name)
+        (self.dir / "loose.k").symlink_to("none.k")
+        self.ok("index", "lab", "-d", "lab.db")
+        os.mkfifo(self.dir / "wait.k")
+        (self.dir / "lab" / os.fsdecode(b"\xff.kvpkg")).write_bytes(self.read("a.kvpkg"))
+        (self.dir / "apps.KVPKG").write_bytes(self.read("a.kvpkg"))
+        runs += [("index", [".", "-d", "apps.db"]), ("index", ["--merge", "lab.db", "-d", "apps.db"]),
+                 ("index", ["--status", "-d", "apps.db"]), ("find", ["-d", "apps.db"])]
         found = {"metadata": [json.loads(self.extracted("a.kvpkg", "metadata"))]}
         for verb, arguments in runs:
             lines = self.run_tool(verb, "--json", *arguments).stdout.decode().splitlines()

@@ -10,7 +10,6 @@
 #include <utility>
 #include <variant>
 
-#include "app/Forms.hpp"
 #include "app/Suggestion.hpp"
 #include "app/VisibleText.hpp"
 #include "tools/qzapp/cli/Output.hpp"
@@ -20,7 +19,6 @@
 namespace qzapp {
 namespace {
 
-using appserialization::AppMetadata;
 using appserialization::ScreenshotSize;
 
 constexpr const char* kUsualColumns = "File,Name,Version,Author";
@@ -103,24 +101,22 @@ InfoTable::InfoTable(const std::optional<std::string>& names) {
     }
 }
 
-ustring InfoTable::valueOf(const Column& column, const FileName& file, const AppMetadata& record,
-                           const ScreenshotSize& screenshot) {
+ustring InfoTable::valueOf(const Column& column, const TableApp& app) {
     if (column.field) {
-        const FieldValue value = qzapp::valueOf(record, *column.field);
+        const FieldValue value = qzapp::valueOf(app.record, *column.field);
         const auto* list = std::get_if<List>(&value);
         return list == nullptr ? std::get<ustring>(value) : joined(*list);
     }
-    if (column.title == kFile) return fl::i18n::utf8_to_ustring(file.shown);
-    if (column.title == kForm) return fl::i18n::utf8_to_ustring(nameOf(formOf(file)));
-    return fl::i18n::utf8_to_ustring(screenshotText(screenshot));
+    if (column.title == kFile) return fl::i18n::utf8_to_ustring(app.file);
+    if (column.title == kForm) return fl::i18n::utf8_to_ustring(app.form);
+    return fl::i18n::utf8_to_ustring(screenshotText(app.screenshot));
 }
 
 // On a terminal too, values are separated by tabs, which no value holds.
-std::string InfoTable::rowOf(const FileName& file, const AppMetadata& record,
-                             const ScreenshotSize& screenshot) const {
+std::string InfoTable::rowOf(const TableApp& app) const {
     std::string row;
     for (const Column& column : columns_) {
-        const ustring value = valueOf(column, file, record, screenshot);
+        const ustring value = valueOf(column, app);
         row += (&column == columns_.data() ? "" : "\t") +
                (outputIsTerminal() ? forPeople(value) : forPrograms(value));
     }

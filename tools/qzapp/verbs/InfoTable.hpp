@@ -9,12 +9,18 @@
 #include <vector>
 
 #include "app/FieldValues.hpp"
-#include "app/FileName.hpp"
 #include "tools/qzapp/cli/ForEachApp.hpp"
 
 namespace qzapp {
 
-// The table of apps that "qzapp info --table" prints, a line for each app. On a terminal, columns are
+// What a table shows about an app.
+struct TableApp {
+    std::string file, form;
+    appserialization::AppMetadata record;
+    appserialization::ScreenshotSize screenshot;
+};
+
+// The table of apps that "qzapp info --table" and "qzapp find --table" print, a line for each app. On a terminal, columns are
 // aligned and long values cut, so it is printed when all apps are known. For a program, values are
 // whole and separated by tabs, and each line is printed at once.
 class InfoTable {
@@ -24,8 +30,7 @@ public:
     explicit InfoTable(const std::optional<std::string>& names);
 
     // The text of an answer for show(). Any thread may call it.
-    std::string rowOf(const FileName& file, const appserialization::AppMetadata& record,
-                      const appserialization::ScreenshotSize& screenshot) const;
+    std::string rowOf(const TableApp& app) const;
     // Prints the row, or keeps it for end().
     void show(const Answer& answer);
     void end() const;
@@ -38,9 +43,7 @@ private:
     };
 
     static std::vector<Column> allColumns();
-    static ustring valueOf(const Column& column, const FileName& file,
-                           const appserialization::AppMetadata& record,
-                           const appserialization::ScreenshotSize& screenshot);
+    static ustring valueOf(const Column& column, const TableApp& app);
 
     std::vector<Column> columns_;
     std::vector<std::string> rows_;  // for a terminal

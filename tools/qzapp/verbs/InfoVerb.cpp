@@ -190,7 +190,8 @@ std::string describe(const FileName& file, Wanted& wanted) {
                                         : readScreenshotSize(file, *reader);
         requireUnchanged(file);
         if (wanted.json) return jsonFor(file, record, size);
-        if (wanted.table) return wanted.table->rowOf(file, record, size);
+        if (wanted.table)
+            return wanted.table->rowOf({file.shown, nameOf(formOf(file)), record, size});
         const std::string sheet = sheetFor(file, record, size);
         return drawer ? sheet + drawer->draw(file, screenshot) : sheet;
     });

@@ -32,6 +32,8 @@ Action declareExtract(CLI::App& command);
 Action declareParts(CLI::App& command);
 Action declareItems(CLI::App& command);
 Action declareCheck(CLI::App& command);
+Action declareIndex(CLI::App& command);
+Action declareFind(CLI::App& command);
 Action declareMerge(CLI::App& command);
 Action declareGitSetup(CLI::App& command);
 Action declareRepack(CLI::App& command);

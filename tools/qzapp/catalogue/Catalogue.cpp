@@ -1,0 +1,220 @@
+#include "tools/qzapp/catalogue/Catalogue.hpp"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <fl/FileDescriptor.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <random>
+#include <span>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+#include "app/Error.hpp"
+#include "app/InputFiles.hpp"
+#include "tools/qzapp/catalogue/Schema.hpp"
+
+namespace qzapp {
+namespace {
+
+constexpr std::string_view kMagic("SQLite format 3\0", 16);
+
+// The head of an SQLite file, and where in it the fields are that are looked at.
+using Head = std::array<std::byte, 100>;
+constexpr std::size_t kWriteVersionAt = 18, kReadVersionAt = 19;
+constexpr std::size_t kUserVersionAt = 60, kApplicationIdAt = 68;
+constexpr std::byte kRollbackJournal{1};
+
+std::uint32_t numberAt(const Head& head, std::size_t at) {
+    std::uint32_t number = 0;
+    for (const std::byte byte : std::span(head).subspan(at, 4))
+        number = number << 8 | std::to_integer<std::uint32_t>(byte);
+    return number;
+}
+
+[[noreturn]] void throwForeign(const FileName& file, const std::string& what) {
+    throw Error(file.shown, what + "; it is left as it is; choose another file for the catalogue");
+}
+
+bool exists(const std::string& name) {
+    struct stat status {};
+    return ::stat(name.c_str(), &status) == 0;
+}
+
+bool isZero(const Head& head) {
+    return std::ranges::all_of(head, [](std::byte byte) { return byte == std::byte{0}; });
+}
+
+// Throws if this is not the head of a catalogue. Returns false if there is nothing in the file yet.
+bool requireCatalogue(const FileName& file, const Head& head, std::size_t size) {
+    if (size == 0) return false;
+    // The first run was ended while it wrote the first pages. SQLite undoes that by the journal.
+    if (size == head.size() && isZero(head) && exists(file.bytes() + "-journal")) return false;
+    if (size < head.size() || std::memcmp(head.data(), kMagic.data(), kMagic.size()) != 0)
+        throwForeign(file, "is not a catalogue of qzapp, nor any other SQLite database");
+    if (numberAt(head, kApplicationIdAt) != kApplicationId)
+        throwForeign(file, "is an SQLite database of another program");
+    if (head[kWriteVersionAt] != kRollbackJournal || head[kReadVersionAt] != kRollbackJournal) {
+        throw Error(file.shown,
+                    "was put into write-ahead mode by another program, which qzapp does not use; "
+                    "run \"PRAGMA journal_mode = DELETE\" on it");
+    }
+    return true;
+}
+
+// Looks at the head of the file without SQLite, which might change a file that is not ours. The file is
+// closed again before SQLite opens it: closing it later would give up SQLite's locks.
+bool holdsCatalogue(const FileName& file) {
+    const auto opened = openFile(file);
+    return about(file, [&] {
+        Head head{};
+        const std::size_t size = opened.readAt(head, 0);
+        return requireCatalogue(file, head, size);
+    });
+}
+
+using Objects = std::vector<std::tuple<std::string, std::string, std::string>>;
+
+Objects objectsIn(const SqlConnection& connection) {
+    Objects objects;
+    SqlStatement rows =
+        connection.prepare("SELECT type, name, coalesce(sql, '') FROM sqlite_schema");
+    while (rows.step())
+        objects.emplace_back(rows.text(0), rows.text(1), rows.text(2));
+    std::ranges::sort(objects);
+    return objects;
+}
+
+void requireOurSchema(const FileName& file, const SqlConnection& catalogue) {
+    const SqlConnection ours("", "", SqlConnection::Mode::Memory);
+    ours.execute(kSchema);
+    const Objects expected = objectsIn(ours), found = objectsIn(catalogue);
+    if (expected == found) return;
+    Objects differing;
+    std::ranges::set_symmetric_difference(expected, found, std::back_inserter(differing));
+    const auto& [type, name, sql] = differing.front();
+    throw Error(file.shown,
+                fmt::format("its {} \"{}\" is not as qzapp makes it; remove the database, and make "
+                            "it again with \"qzapp index\"",
+                            type, name));
+}
+
+// Of a catalogue; throws if it is newer than this program.
+std::int64_t versionOf(const FileName& file, const SqlConnection& catalogue) {
+    const std::int64_t version = catalogue.integer("PRAGMA user_version");
+    if (version > kSchemaVersion) {
+        throw Error(file.shown,
+                    fmt::format("was made by a newer qzapp (its schema is {}, this one knows {}); "
+                                "use that one, or choose another file",
+                                version, kSchemaVersion));
+    }
+    return version;
+}
+
+std::string randomUuid() {
+    std::random_device random;
+    std::array<std::uint32_t, 4> bits{};
+    std::ranges::generate(bits, std::ref(random));
+    return fmt::format("{:08x}-{:04x}-4{:03x}-{:04x}-{:04x}{:08x}", bits[0], bits[1] >> 16,
+                       bits[1] & 0xFFF, 0x8000 | (bits[2] >> 16 & 0x3FFF), bits[2] & 0xFFFF,
+                       bits[3]);
+}
+
+void makeTables(const SqlConnection& catalogue) {
+    catalogue.execute(kSchema);
+    SqlStatement own =
+        catalogue.prepare("INSERT INTO sources (id, uuid, label, updated) VALUES (?, ?, '', 0)");
+    own.bind(1, std::int64_t{kOwnSource}).bind(2, randomUuid()).run();
+    catalogue.execute(fmt::format("PRAGMA application_id = {}; PRAGMA user_version = {}",
+                                  kApplicationId, kSchemaVersion));
+}
+
+std::string inQuotes(const std::string& name) {
+    std::string text = "\"";
+    for (const char c : name)
+        text += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return text + "\"";
+}
+
+// Virtual tables go first, because the tables that they keep their content in go with them.
+void dropTables(const SqlConnection& catalogue) {
+    while (true) {
+        std::string type, name;
+        SqlStatement next = catalogue.prepare(
+            "SELECT type, name FROM sqlite_schema WHERE type IN ('table', 'view') "
+            "AND name NOT LIKE 'sqlite@_%' ESCAPE '@' "
+            "ORDER BY sql LIKE 'CREATE VIRTUAL%' DESC LIMIT 1");
+        if (!next.step()) return;
+        type = next.text(0);
+        name = next.text(1);
+        next.reset();
+        catalogue.execute(fmt::format("DROP {} {}", type, inQuotes(name)));
+    }
+}
+
+// In one transaction, so that of two first runs at once the second finds the tables.
+Made makeOrRebuild(const FileName& file, const SqlConnection& catalogue) {
+    const bool isEmpty = catalogue.integer("SELECT count(*) FROM sqlite_schema") == 0;
+    if (!isEmpty && versionOf(file, catalogue) == kSchemaVersion) return Made::Found;
+    dropTables(catalogue);
+    makeTables(catalogue);
+    return isEmpty ? Made::New : Made::Rebuilt;
+}
+
+}  // namespace
+
+std::unique_ptr<SqlConnection> openCatalogue(const FileName& file) {
+    if (!holdsCatalogue(file))
+        throw Error(file.shown, "is empty; make a catalogue with \"qzapp index\"");
+    auto catalogue =
+        std::make_unique<SqlConnection>(file.bytes(), file.shown, SqlConnection::Mode::Read);
+    if (versionOf(file, *catalogue) < kSchemaVersion) {
+        throw Error(file.shown,
+                    "was made by an older qzapp; \"qzapp index\" with the same folders makes it "
+                    "anew");
+    }
+    requireOurSchema(file, *catalogue);
+    return catalogue;
+}
+
+void requireWhole(const FileName& file, const SqlConnection& catalogue) {
+    SqlStatement check = catalogue.prepare("PRAGMA quick_check(1)");
+    const std::string found = check.step() ? check.text(0) : "";
+    if (found == "ok") return;
+    throw Error(
+        file.shown,
+        fmt::format("is damaged ({}); remove it, and make it again with \"qzapp index\"", found));
+}
+
+void letReadCatalogue(Cage& cage, const FileName& file) {
+    cage.mayRead(file.bytes());
+    cage.mayRead(file.bytes() + "-journal");
+}
+
+void confineToCatalogue(const FileName& file) {
+    Cage cage;
+    letReadCatalogue(cage, file);
+    cage.enter();
+}
+
+std::unique_ptr<SqlConnection> openOrMakeCatalogue(const FileName& file, Made& made) {
+    const bool isThere = exists(file.bytes());
+    const bool isMade = isThere && holdsCatalogue(file);
+    auto catalogue =
+        std::make_unique<SqlConnection>(file.bytes(), file.shown, SqlConnection::Mode::Create);
+    made = Made::Found;
+    if (!isMade || versionOf(file, *catalogue) < kSchemaVersion)
+        catalogue->inTransaction([&] { made = makeOrRebuild(file, *catalogue); });
+    requireOurSchema(file, *catalogue);
+    return catalogue;
+}
+
+}  // namespace qzapp

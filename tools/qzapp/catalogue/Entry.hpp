@@ -1,0 +1,85 @@
+#pragma once
+
+#include <appserialization/AppMetadata.hpp>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/FieldValues.hpp"
+
+namespace qzapp {
+
+// By what a file is recognised that has not changed since it was read.
+struct Stamp {
+    std::int64_t size = 0;
+    std::int64_t modified = 0;  // nanoseconds since 1970
+    std::int64_t inode = 0;
+
+    friend bool operator==(const Stamp&, const Stamp&) = default;
+};
+
+// The fields that are texts, and those that are lists, in the order of allFields().
+std::span<const Field> textFields();
+std::span<const Field> listFields();
+inline constexpr std::size_t kTextFields = 11, kListFields = 3;
+
+// A finding of a check as a catalogue keeps it.
+struct FoundRow {
+    std::string severity, rule, part, text, fix;
+    std::int64_t count = 1;
+};
+
+// What a catalogue holds about a packaged or text app, all texts in UTF-8.
+struct AppRow {
+    std::string file;
+    std::optional<std::string> form, error, sha256;
+    std::array<std::string, kTextFields> texts;
+    std::array<std::vector<std::string>, kListFields> lists;
+    std::optional<std::string> screenshotFormat, screenshotSha256;
+    std::int64_t screenshotBytes = 0;
+    std::int64_t errors = 0, warnings = 0, notes = 0;
+    std::vector<FoundRow> findings;
+};
+
+// A file below an indexed folder.
+struct Entry {
+    std::string path;  // the bytes of its name
+    Stamp stamp;
+    bool again = false;         // whether the next run shall read it whatever its stamp is
+    std::optional<AppRow> app;  // none for a source that is not an app
+};
+
+// A folder that was indexed, and when.
+struct IndexedFolder {
+    std::string path;
+    std::int64_t indexed = 0;
+};
+
+// Where entries came from: the catalogue's own folders, or a catalogue that was merged into it.
+struct Source {
+    std::int64_t id = 0;
+    std::string uuid, label;
+    std::int64_t updated = 0;
+    std::vector<IndexedFolder> folders;
+};
+
+// Bytes for a pipe, and back. The functions that decode take any bytes, and return nothing if these are
+// something else.
+std::string encoded(const Entry& entry);
+std::string encoded(const Source& source);
+std::optional<Entry> decodedEntry(std::string_view bytes);
+std::optional<Source> decodedSource(std::string_view bytes);
+
+// A release as a number that sorts as releases do: 20241 for R2024a, 20242 for R2024b. Nothing for other texts.
+std::optional<std::int64_t> releaseOrder(std::string_view release);
+
+// The record that these texts are, as readers give it.
+appserialization::AppMetadata recordOf(const AppRow& app);
+
+}  // namespace qzapp

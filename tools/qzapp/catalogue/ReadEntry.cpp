@@ -1,0 +1,157 @@
+#include "tools/qzapp/catalogue/ReadEntry.hpp"
+
+#include <appserialization/AppMetadata.hpp>
+#include <appserialization/AppMetadataReader.hpp>
+#include <fl/FileDescriptor.hpp>
+#include <fl/i18n.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "app/AppFolder.hpp"
+#include "app/Error.hpp"
+#include "app/FieldValues.hpp"
+#include "app/FileName.hpp"
+#include "app/Forms.hpp"
+#include "app/InputFiles.hpp"
+#include "app/Sha256.hpp"
+#include "app/check/Checks.hpp"
+#include "app/check/Findings.hpp"
+
+namespace qzapp {
+namespace {
+
+using appserialization::AppMetadata;
+using fl::i18n::to_display;
+
+// What is longer is cut, so that a hostile app cannot fill the disk of the catalogue.
+constexpr std::size_t kMostTextBytes = std::size_t{1} << 20;
+constexpr std::size_t kMostItems = 10'000;
+constexpr std::size_t kMostItemBytes = 1'000;
+
+constexpr std::int64_t kNanoseconds = 1'000'000'000;
+// The clock by which the system dates files advances in steps of up to so much. Some file systems only keep
+// whole seconds, or even ones.
+constexpr std::int64_t kFineStep = kNanoseconds / 50, kCoarseStep = 2 * kNanoseconds;
+
+std::string cut(std::string text, std::size_t most) {
+    if (text.size() <= most) return text;
+    std::size_t end = most;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+        --end;
+    text.resize(end);
+    return text;
+}
+
+void addMetadata(const AppMetadata& record, AppRow& app) {
+    for (std::size_t i = 0; i < kTextFields; ++i) {
+        const FieldValue value = valueOf(record, textFields()[i]);
+        app.texts.at(i) = cut(to_display(std::get<ustring>(value)), kMostTextBytes);
+    }
+    for (std::size_t i = 0; i < kListFields; ++i) {
+        const FieldValue value = valueOf(record, listFields()[i]);
+        for (const ustring& item : std::get<List>(value)) {
+            if (app.lists.at(i).size() == kMostItems) break;
+            app.lists.at(i).push_back(cut(to_display(item), kMostItemBytes));
+        }
+    }
+}
+
+void addScreenshot(const FileName& file, const appserialization::AppMetadataReader& reader,
+                   AppRow& app) {
+    try {
+        const auto [format, bytes] = readScreenshot(file, reader);
+        if (format.empty() && bytes.empty()) return;
+        app.screenshotFormat = cut(to_display(format), kMostItemBytes);
+        app.screenshotBytes = static_cast<std::int64_t>(bytes.size());
+    } catch (const Error& e) {
+        // A damaged screenshot is among the findings.
+        if (e.isPassing()) throw;
+    }
+}
+
+void addFindings(const FileName& file, AppRow& app) {
+    const Findings findings = checkFile(file);
+    const auto count = [&](Severity severity) {
+        return static_cast<std::int64_t>(findings.count(severity));
+    };
+    app.errors = count(Severity::Error);
+    app.warnings = count(Severity::Warning);
+    app.notes = count(Severity::Note);
+    for (const Finding& finding : findings.sorted()) {
+        app.findings.push_back({nameOf(finding.rule->severity), finding.rule->id,
+                                cut(finding.part, kMostItemBytes),
+                                cut(finding.text, kMostItemBytes), cut(finding.fix, kMostItemBytes),
+                                static_cast<std::int64_t>(finding.count)});
+    }
+}
+
+std::string hashOf(const FileName& file) {
+    Sha256 sum;
+    readToEnd(file, [&](std::span<const std::byte> bytes) { sum.update(bytes); });
+    return sum.hex();
+}
+
+void addContent(const FileName& file, AppRow& app) {
+    app.sha256 = hashOf(file);
+    addFindings(file, app);
+    app.form = nameOf(formOf(file));
+    const auto reader = openApp(file);
+    about(file, [&] { addMetadata(reader->readMetadata(), app); });
+    addScreenshot(file, *reader, app);
+}
+
+std::int64_t nanoseconds(const fl::filesystem::FileStamp& stamp) {
+    return stamp.modifiedSeconds * kNanoseconds + stamp.modifiedNanoseconds;
+}
+
+// A file that was written to a moment ago may be written to again without a difference in its time.
+bool maySoonChangeUnseen(const Stamp& stamp) {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const std::int64_t step = stamp.modified % kNanoseconds == 0 ? kCoarseStep : kFineStep;
+    return std::chrono::nanoseconds(now).count() - stamp.modified < step;
+}
+
+void readInto(Entry& entry) {
+    const auto file = openListed(entry.path);
+    if (!file) {
+        entry.app.reset();
+        return;
+    }
+    const auto& held = file->held->stamp;
+    entry.stamp = {static_cast<std::int64_t>(held.size), nanoseconds(held),
+                   static_cast<std::int64_t>(held.inode)};
+    entry.again |= maySoonChangeUnseen(entry.stamp);
+    addContent(*file, *entry.app);
+    requireUnchanged(*file);
+}
+
+}  // namespace
+
+Entry readEntry(const FoundFile& found) {
+    Entry entry{found.path, found.stamp, maySoonChangeUnseen(found.stamp), AppRow()};
+    entry.app->file = to_display(fl::i18n::utf8_to_ustring(found.path));
+    try {
+        readInto(entry);
+    } catch (const Error& e) {
+        AppRow& app = *entry.app;
+        app.texts = {};
+        app.lists = {};
+        app.screenshotFormat.reset();
+        app.screenshotBytes = 0;
+        app.errors = std::max<std::int64_t>(app.errors, 1);
+        app.error = cut(e.text(), kMostItemBytes);
+        entry.again |= e.isPassing();
+    }
+    return entry;
+}
+
+}  // namespace qzapp

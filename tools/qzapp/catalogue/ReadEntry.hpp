@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+#include "tools/qzapp/catalogue/Entry.hpp"
+
+namespace qzapp {
+
+// A file below a folder, as the walk over it found it.
+struct FoundFile {
+    std::string path;  // the bytes of its name
+    Stamp stamp;
+};
+
+// Reads a file for the catalogue: metadata, screenshot, hash and what "qzapp check" finds. An app that cannot be
+// read gives an entry with the reason. If it changes while it is read, or a failure of the system keeps it
+// from being read, the entry says that it is to be read again.
+Entry readEntry(const FoundFile& found);
+
+}  // namespace qzapp
