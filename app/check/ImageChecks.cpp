@@ -23,7 +23,7 @@ using namespace std::string_view_literals;
 constexpr std::size_t kPngSizesAt = 16, kPngSizesEnd = 24;
 
 bool hasNoSize(const ImageType& type, string_view bytes) {
-    if (&type != opc::imageType("png")) return false;
+    if (type.format != opc::imageType("png")->format) return false;
     if (bytes.size() < kPngSizesEnd) return true;
     constexpr string_view kZero = "\0\0\0\0"sv;
     return bytes.substr(kPngSizesAt, 4) == kZero || bytes.substr(kPngSizesAt + 4, 4) == kZero;
