@@ -1,10 +1,12 @@
 """index and find."""
 
+import hashlib
 import json
 import os
 import re
 import shutil
 import sqlite3
+import struct
 import subprocess
 import time
 import unittest
@@ -348,6 +350,53 @@ class Index(CatalogueTest):
         self.assertEqual(self.sql("SELECT releaseOrder, minimumOrder, Form FROM apps"), [(20262, 20242, "packaged")])
         self.assertEqual(self.sql("SELECT value FROM RequiredProducts"), [("Signals",)])
         self.assertEqual((self.sql("PRAGMA application_id"), self.sql("PRAGMA user_version")), ([(0x515A4150,)], [(1,)]))
+
+
+class Pictures(CatalogueTest):
+    def pictures(self):
+        return self.sql("SELECT count(*) FROM apps JOIN pictures ON pictures.sha256 = screenshotSha256 WHERE "
+                        "width BETWEEN 1 AND 480 AND height BETWEEN 1 AND 360 AND length(bytes) > 100"), self.sql(
+                            "SELECT count(*) FROM pictures WHERE reason IS NULL"), self.sql(
+                                "SELECT count(*) FROM pictures WHERE reason IS NOT NULL AND bytes IS NULL")
+
+    def test_each_screenshot_is_scaled_once_and_kept_as_long_as_an_app_has_it(self):
+        picture = (EXAMPLE / "screenshot.png").read_bytes()
+        self.write("bad.png", picture[:200])
+        for number in range(3):
+            self.small(f"apps{number}.kvpkg", "--screenshot", EXAMPLE / "screenshot.png")
+        self.small("bad.kvpkg", "--screenshot", "bad.png")
+        (self.dir / "apps").mkdir()
+        for name in "apps0", "apps1", "apps2", "bad":
+            os.replace(self.dir / f"{name}.kvpkg", self.dir / f"apps/{name}.kvpkg")
+            os.utime(self.dir / f"apps/{name}.kvpkg", (OLD, OLD))
+        self.assertEqual(self.index("apps"), (4, 0, 0))
+        self.assertEqual(self.pictures(), ([(3,)], [(1,)], [(1,)]))
+        self.assertEqual(self.sql("SELECT DISTINCT screenshotSha256 FROM apps WHERE File NOT LIKE '%bad%'"),
+                         [(hashlib.sha256(picture).hexdigest(),)])
+        self.assertEqual(self.sql("SELECT originalWidth, originalHeight FROM pictures WHERE reason IS NULL"),
+                         [struct.unpack(">II", picture[16:24])])
+        self.ok("index", "--merge", "c.db", "-d", "all.db")
+        self.assertEqual(self.sql("SELECT * FROM pictures ORDER BY sha256", "all.db"),
+                         self.sql("SELECT * FROM pictures ORDER BY sha256"))
+        os.remove(self.dir / "apps/apps0.kvpkg")
+        os.remove(self.dir / "apps/bad.kvpkg")
+        self.index("apps")
+        self.assertEqual(self.pictures(), ([(2,)], [(1,)], [(0,)]))
+        # One that somebody took out is made again, as soon as the app is read.
+        self.sql("DELETE FROM pictures;")
+        self.index("apps", "--rescan")
+        self.assertEqual(self.pictures(), ([(2,)], [(1,)], [(0,)]))
+        for name in "apps1", "apps2":
+            os.remove(self.dir / f"apps/{name}.kvpkg")
+        self.index("apps")
+        self.assertEqual(self.pictures(), ([(0,)], [(0,)], [(0,)]))
+
+    def test_no_picture_of_a_stranger_has_another_type(self):
+        self.small("app.kvpkg", "--screenshot", EXAMPLE / "screenshot.png")
+        self.ok("index", ".", "-d", "c.db")
+        self.sql("UPDATE pictures SET mediaType = 'text/html';")
+        self.fails(1, 'c.db: holds what no catalogue holds; make it again with "qzapp index"', "index", "--merge", "c.db",
+                   "-d", "all.db")
 
 
 class Find(CatalogueTest):

@@ -20,6 +20,13 @@ std::array<Field, kCount> fieldsThatAre(bool list) {
 }
 
 // Visits every member of an entry in one order, for writing and for reading. `Item` is a Writer or a Reader.
+template <class Item, class PictureOrConst>
+void visitPicture(Item& item, PictureOrConst& picture) {
+    item(picture.sha256), item(picture.mediaType), item(picture.bytes), item(picture.reason);
+    item(picture.width), item(picture.height);
+    item(picture.originalWidth), item(picture.originalHeight);
+}
+
 template <class Item, class AppOrConst>
 void visitApp(Item& item, AppOrConst& app) {
     item(app.file), item(app.form), item(app.error), item(app.sha256);
@@ -33,6 +40,7 @@ void visitApp(Item& item, AppOrConst& app) {
         item(row.severity), item(row.rule), item(row.part), item(row.text), item(row.fix);
         item(row.count);
     });
+    if (item.isPresent(app.picture)) visitPicture(item, *app.picture);
 }
 
 template <class Item, class EntryOrConst>

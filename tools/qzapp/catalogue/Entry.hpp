@@ -35,6 +35,13 @@ struct FoundRow {
     std::int64_t count = 1;
 };
 
+// The scaled picture of a screenshot, or the reason why there is none.
+struct PictureRow {
+    std::string sha256;  // of the image in the app
+    std::optional<std::string> mediaType, bytes, reason;
+    std::int64_t width = 0, height = 0, originalWidth = 0, originalHeight = 0;
+};
+
 // What a catalogue holds about a packaged or text app, all texts in UTF-8.
 struct AppRow {
     std::string file;
@@ -45,6 +52,7 @@ struct AppRow {
     std::int64_t screenshotBytes = 0;
     std::int64_t errors = 0, warnings = 0, notes = 0;
     std::vector<FoundRow> findings;
+    std::optional<PictureRow> picture;  // that of its screenshot, if the catalogue may lack it
 };
 
 // A file below an indexed folder.

@@ -48,13 +48,15 @@ struct FindOptions {
     std::optional<unsigned> most;
 };
 
-ordered_json screenshotJson(const AppRow& app) {
-    if (!app.screenshotFormat) return nullptr;
-    return {{"format", *app.screenshotFormat}, {"bytes", app.screenshotBytes}};
-}
-
 ordered_json orNull(const std::optional<std::string>& text) {
     return text ? ordered_json(*text) : ordered_json(nullptr);
+}
+
+ordered_json screenshotJson(const AppRow& app) {
+    if (!app.screenshotFormat) return nullptr;
+    return {{"format", *app.screenshotFormat},
+            {"bytes", app.screenshotBytes},
+            {"sha256", orNull(app.screenshotSha256)}};
 }
 
 ordered_json toJson(const Entry& entry) {

@@ -7,12 +7,14 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include "tools/qzapp/catalogue/Batch.hpp"
 #include "tools/qzapp/catalogue/Entry.hpp"
+#include "tools/qzapp/catalogue/Pictures.hpp"
 #include "tools/qzapp/catalogue/ReadEntry.hpp"
 #include "tools/qzapp/catalogue/Rows.hpp"
 #include "tools/qzapp/catalogue/Schema.hpp"
@@ -21,12 +23,14 @@
 #include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/ProgressBar.hpp"
 #include "tools/qzapp/cli/Worker.hpp"
+#include "tools/qzapp/pictures/PictureScaler.hpp"
 
 namespace qzapp {
 namespace {
 
 // Reads the files on several threads and sends an encoded entry of each, in the order of the files.
-void sendEntries(const std::vector<FoundFile>& files, const CagedWorker::Send& send) {
+void sendEntries(const std::vector<FoundFile>& files, Pictures& pictures,
+                 const CagedWorker::Send& send) {
     constexpr std::size_t kSlotsPerThread = 4;  // one file takes much longer than another
     struct Slot {
         const FoundFile* file = nullptr;
@@ -42,7 +46,7 @@ void sendEntries(const std::vector<FoundFile>& files, const CagedWorker::Send& s
         return true;
     };
     pipeline.work = [&](std::size_t slot) {
-        slots[slot].entry = encoded(readEntry(*slots[slot].file));
+        slots[slot].entry = encoded(readEntry(*slots[slot].file, pictures));
     };
     pipeline.take = [&](std::size_t slot) { send(slots[slot].entry); };
     pipeline.run();
@@ -58,8 +62,12 @@ public:
     IndexResult run() {
         // Forked before the catalogue is opened for writing: whoever takes the reading process over shall
         // not find it open.
+        std::optional<pictures::PictureScaler> scaler;
         std::optional<CagedWorker> worker;
-        if (!toRead_.empty()) startIn(worker);
+        if (!toRead_.empty()) {
+            scaler.emplace();
+            startIn(worker, *scaler);
+        }
         Made ignored = Made::Found;
         const auto catalogue = openOrMakeCatalogue(*catalogue_, ignored);
         RowWriter rows(*catalogue);
@@ -67,7 +75,10 @@ public:
         if (worker) takeFrom(*worker, batch);
         batch.write();
         batch.remove(gone_);
-        catalogue->inTransaction([&] { noteFolders(rows); });
+        catalogue->inTransaction([&] {
+            if (!toRead_.empty() || !gone_.empty()) rows.removePictures();
+            noteFolders(rows);
+        });
         result_.apps = catalogue->integer("SELECT count(*) FROM apps");
         result_.unreadable =
             catalogue->integer("SELECT count(*) FROM apps WHERE error IS NOT NULL");
@@ -81,6 +92,7 @@ private:
             walks.push_back(walkOver(folder));
         const auto catalogue = openOrMakeCatalogue(*catalogue_, result_.made);
         RowReader reader(*catalogue);
+        knownPictures_ = reader.knownPictures();
         for (std::size_t i = 0; i < folders_.size(); ++i) {
             std::ranges::copy(walks[i].unlisted, std::back_inserter(result_.unread));
             Differences differences =
@@ -94,11 +106,14 @@ private:
         }
     }
 
-    void startIn(std::optional<CagedWorker>& worker) const {
+    void startIn(std::optional<CagedWorker>& worker, pictures::PictureScaler& scaler) const {
         Cage cage;
         for (const std::string& folder : folders_)
             cage.mayRead(folder);
-        worker.emplace(cage, [this](const CagedWorker::Send& send) { sendEntries(toRead_, send); });
+        worker.emplace(cage, [&](const CagedWorker::Send& send) {
+            Pictures pictures(scaler, knownPictures_);
+            sendEntries(toRead_, pictures, send);
+        });
     }
 
     void takeFrom(CagedWorker& worker, Batch& batch) {
@@ -128,6 +143,7 @@ private:
     std::vector<std::string> folders_;
     std::vector<FoundFile> toRead_;
     std::vector<KnownFile> gone_;
+    std::set<std::string> knownPictures_;
     IndexResult result_;
 };
 

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <stdexcept>
 #include <string_view>
@@ -37,6 +38,18 @@ std::string labelOf(const FileName& file) {
     return name.substr(0, name.rfind('.')).substr(0, kMostLabelBytes);
 }
 
+// Adds the picture of the screenshot to the first entry that has it.
+void addPicture(RowReader& rows, std::set<std::string>& sent, Entry& entry) {
+    if (!entry.app || !entry.app->screenshotSha256) return;
+    if (sent.insert(*entry.app->screenshotSha256).second)
+        entry.app->picture = rows.picture(*entry.app->screenshotSha256);
+}
+
+// Whether it may be one that a run has made: what shows it need not look at its type again.
+bool isPlausible(const PictureRow& picture) {
+    return !picture.bytes || picture.mediaType == "image/png" || picture.mediaType == "image/jpeg";
+}
+
 // Sends all of a catalogue, some entries at a time, and holds no lock on it meanwhile.
 void sendAll(const FileName& other, const CagedWorker::Send& send) {
     constexpr std::size_t kAtATime = 256;
@@ -44,6 +57,7 @@ void sendAll(const FileName& other, const CagedWorker::Send& send) {
     requireWhole(other, *catalogue);
     RowReader rows(*catalogue);
     for (const Source& source : rows.sources()) {
+        std::set<std::string> sent;  // for each source, because others may be passed over
         send(kSource + encoded(source));
         const std::vector<std::int64_t> ids = rows.idsOf(source.id);
         for (std::span left(ids); !left.empty();) {
@@ -52,8 +66,10 @@ void sendAll(const FileName& other, const CagedWorker::Send& send) {
             std::vector<std::string> pieces;
             catalogue->inSnapshot([&] {
                 for (const std::int64_t id : some) {
-                    if (const auto entry = rows.entry(id))
-                        pieces.push_back(kEntry + encoded(*entry));
+                    auto entry = rows.entry(id);
+                    if (!entry) continue;
+                    addPicture(rows, sent, *entry);
+                    pieces.push_back(kEntry + encoded(*entry));
                 }
             });
             for (const std::string& piece : pieces)
@@ -87,6 +103,8 @@ public:
         } else {
             auto entry = kind == kEntry ? decodedEntry(piece.substr(1)) : std::nullopt;
             if (!entry) throwStrange(*other_);
+            if (entry->app && entry->app->picture && !isPlausible(*entry->app->picture))
+                throwStrange(*other_);
             if (source_) put(*std::move(entry), piece.size());
         }
     }
@@ -143,6 +161,7 @@ private:
         source_->batch->remove(gone);
         result_.removed += std::ssize(gone);
         catalogue_->inTransaction([&] {
+            rows_.removePictures();
             rows_.removeFolders(source_->id);
             for (const IndexedFolder& folder : source_->sent.folders)
                 rows_.putFolder(source_->id, folder);

@@ -12,6 +12,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -65,13 +66,26 @@ void addMetadata(const AppMetadata& record, AppRow& app) {
     }
 }
 
+// Without the process that scales there is no picture for now.
+void addPicture(std::string_view image, Pictures& pictures, Entry& entry) {
+    try {
+        entry.app->picture = pictures.scaled(*entry.app->screenshotSha256, image);
+    } catch (const std::system_error&) {
+        entry.again = true;
+    }
+}
+
 void addScreenshot(const FileName& file, const appserialization::AppMetadataReader& reader,
-                   AppRow& app) {
+                   Pictures& pictures, Entry& entry) {
+    AppRow& app = *entry.app;
     try {
         const auto [format, bytes] = readScreenshot(file, reader);
         if (format.empty() && bytes.empty()) return;
         app.screenshotFormat = cut(to_display(format), kMostItemBytes);
         app.screenshotBytes = static_cast<std::int64_t>(bytes.size());
+        const std::string_view image(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+        app.screenshotSha256 = sha256Hex(image);
+        addPicture(image, pictures, entry);
     } catch (const Error& e) {
         // A damaged screenshot is among the findings.
         if (e.isPassing()) throw;
@@ -100,13 +114,14 @@ std::string hashOf(const FileName& file) {
     return sum.hex();
 }
 
-void addContent(const FileName& file, AppRow& app) {
+void addContent(const FileName& file, Pictures& pictures, Entry& entry) {
+    AppRow& app = *entry.app;
     app.sha256 = hashOf(file);
     addFindings(file, app);
     app.form = nameOf(formOf(file));
     const auto reader = openApp(file);
     about(file, [&] { addMetadata(reader->readMetadata(), app); });
-    addScreenshot(file, *reader, app);
+    addScreenshot(file, *reader, pictures, entry);
 }
 
 std::int64_t nanoseconds(const fl::filesystem::FileStamp& stamp) {
@@ -120,7 +135,7 @@ bool maySoonChangeUnseen(const Stamp& stamp) {
     return std::chrono::nanoseconds(now).count() - stamp.modified < step;
 }
 
-void readInto(Entry& entry) {
+void readInto(Entry& entry, Pictures& pictures) {
     const auto file = openListed(entry.path);
     if (!file) {
         entry.app.reset();
@@ -130,23 +145,25 @@ void readInto(Entry& entry) {
     entry.stamp = {static_cast<std::int64_t>(held.size), nanoseconds(held),
                    static_cast<std::int64_t>(held.inode)};
     entry.again |= maySoonChangeUnseen(entry.stamp);
-    addContent(*file, *entry.app);
+    addContent(*file, pictures, entry);
     requireUnchanged(*file);
 }
 
 }  // namespace
 
-Entry readEntry(const FoundFile& found) {
+Entry readEntry(const FoundFile& found, Pictures& pictures) {
     Entry entry{found.path, found.stamp, maySoonChangeUnseen(found.stamp), AppRow()};
     entry.app->file = to_display(fl::i18n::utf8_to_ustring(found.path));
     try {
-        readInto(entry);
+        readInto(entry, pictures);
     } catch (const Error& e) {
         AppRow& app = *entry.app;
         app.texts = {};
         app.lists = {};
         app.screenshotFormat.reset();
         app.screenshotBytes = 0;
+        app.screenshotSha256.reset();
+        app.picture.reset();
         app.errors = std::max<std::int64_t>(app.errors, 1);
         app.error = cut(e.text(), kMostItemBytes);
         entry.again |= e.isPassing();

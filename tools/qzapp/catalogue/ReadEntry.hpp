@@ -3,6 +3,7 @@
 #include <string>
 
 #include "tools/qzapp/catalogue/Entry.hpp"
+#include "tools/qzapp/catalogue/Pictures.hpp"
 
 namespace qzapp {
 
@@ -12,9 +13,9 @@ struct FoundFile {
     Stamp stamp;
 };
 
-// Reads a file for the catalogue: metadata, screenshot, hash and what "qzapp check" finds. An app that cannot be
+// Reads a file for the catalogue: metadata, screenshot and its picture, hash and what "qzapp check" finds. An app that cannot be
 // read gives an entry with the reason. If it changes while it is read, or a failure of the system keeps it
 // from being read, the entry says that it is to be read again.
-Entry readEntry(const FoundFile& found);
+Entry readEntry(const FoundFile& found, Pictures& pictures);
 
 }  // namespace qzapp

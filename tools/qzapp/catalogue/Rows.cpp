@@ -63,7 +63,9 @@ RowReader::RowReader(const SqlConnection& catalogue)
       file_(catalogue.prepare("SELECT path, size, modified, inode, again FROM files WHERE id = ?")),
       app_(catalogue.prepare(fmt::format("SELECT {} FROM apps WHERE id = ?", columnsOfApps()))),
       findings_(catalogue.prepare("SELECT severity, rule, part, text, fix, count FROM findings "
-                                  "WHERE app = ? ORDER BY position")) {
+                                  "WHERE app = ? ORDER BY position")),
+      picture_(catalogue.prepare("SELECT mediaType, bytes, reason, width, height, originalWidth, "
+                                 "originalHeight FROM pictures WHERE sha256 = ?")) {
     for (const Field field : listFields()) {
         lists_.push_back(catalogue.prepare(
             fmt::format("SELECT value FROM {} WHERE app = ? ORDER BY position", nameOf(field))));
@@ -126,6 +128,28 @@ std::optional<Entry> RowReader::entry(std::int64_t id) {
     return entry;
 }
 
+std::optional<PictureRow> RowReader::picture(const std::string& sha256) {
+    picture_.bind(1, sha256);
+    if (!picture_.step()) return std::nullopt;
+    PictureRow row;
+    row.sha256 = sha256;
+    int column = 0;
+    for (auto* text : {&row.mediaType, &row.bytes, &row.reason})
+        *text = picture_.optionalText(column++);
+    for (auto* number : {&row.width, &row.height, &row.originalWidth, &row.originalHeight})
+        *number = picture_.integer(column++);
+    picture_.reset();
+    return row;
+}
+
+std::set<std::string> RowReader::knownPictures() {
+    std::set<std::string> known;
+    SqlStatement rows = catalogue_->prepare("SELECT sha256 FROM pictures ORDER BY sha256");
+    while (rows.step())
+        known.insert(known.end(), rows.text(0));
+    return known;
+}
+
 std::optional<AppRow> RowReader::app(std::int64_t id) {
     app_.bind(1, id);
     if (!app_.step()) return std::nullopt;
@@ -167,7 +191,11 @@ RowWriter::RowWriter(const SqlConnection& catalogue)
                                  "fix, count) VALUES (?, ?, ?, ?, ?, ?, ?, ?)")),
       words_(catalogue.prepare(
           "INSERT INTO words (rowid, Name, Summary, Author, Description, RequiredProducts, "
-          "UserComponents, ImageRelativePaths, Stem) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)")) {
+          "UserComponents, ImageRelativePaths, Stem) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)")),
+      picture_(catalogue.prepare(
+          "INSERT OR IGNORE INTO pictures (sha256, mediaType, bytes, reason, width, height, "
+          "originalWidth, originalHeight) VALUES (?, ?, ?, ?, ?, ?, ?, ?)")),
+      findPicture_(catalogue.prepare("SELECT 1 FROM pictures WHERE sha256 = ?")) {
     for (const Field field : listFields()) {
         lists_.push_back(catalogue.prepare(
             fmt::format("INSERT INTO {} (app, position, value) VALUES (?, ?, ?)", nameOf(field))));
@@ -180,6 +208,8 @@ RowWriter::RowWriter(const SqlConnection& catalogue)
 
 void RowWriter::put(std::int64_t source, const Entry& entry) {
     std::int64_t id = 0;
+    if (entry.app && entry.app->picture) putPicture(*entry.app->picture);
+    const std::int64_t again = entry.again || (entry.app && lacksPicture(*entry.app)) ? 1 : 0;
     find_.bind(1, source).bindBlob(2, entry.path);
     const bool isKnown = find_.step();
     if (isKnown) id = find_.integer(0);
@@ -187,15 +217,46 @@ void RowWriter::put(std::int64_t source, const Entry& entry) {
     if (isKnown) {
         removeContent(id);
         stamp_.bind(1, id).bind(2, entry.stamp.size).bind(3, entry.stamp.modified);
-        stamp_.bind(4, entry.stamp.inode).bind(5, std::int64_t{entry.again}).run();
+        stamp_.bind(4, entry.stamp.inode).bind(5, again).run();
     } else {
         file_.bind(1, entry.stamp.size).bind(2, entry.stamp.modified).bind(3, entry.stamp.inode);
-        file_.bind(4, std::int64_t{entry.again}).bind(5, source).bindBlob(6, entry.path);
+        file_.bind(4, again).bind(5, source).bindBlob(6, entry.path);
         file_.step();
         id = file_.integer(0);
         file_.run();
     }
     if (entry.app) putApp(id, *entry.app);
+}
+
+void RowWriter::putPicture(const PictureRow& picture) {
+    int column = 1;
+    picture_.bind(column++, picture.sha256);
+    picture_.bindOptional(column++, picture.mediaType);
+    if (picture.bytes) {
+        picture_.bindBlob(column++, *picture.bytes);
+    } else {
+        picture_.bindOptional(column++, std::optional<std::string>());
+    }
+    picture_.bindOptional(column++, picture.reason);
+    for (const std::int64_t number :
+         {picture.width, picture.height, picture.originalWidth, picture.originalHeight}) {
+        picture_.bind(column++, number);
+    }
+    picture_.run();
+}
+
+bool RowWriter::lacksPicture(const AppRow& app) {
+    if (!app.screenshotSha256) return false;
+    findPicture_.bind(1, *app.screenshotSha256);
+    const bool isThere = findPicture_.step();
+    findPicture_.reset();
+    return !isThere;
+}
+
+void RowWriter::removePictures() {
+    catalogue_->execute(
+        "DELETE FROM pictures WHERE sha256 NOT IN "
+        "(SELECT screenshotSha256 FROM apps WHERE screenshotSha256 IS NOT NULL)");
 }
 
 void RowWriter::putApp(std::int64_t id, const AppRow& app) {

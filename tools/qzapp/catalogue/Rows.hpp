@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,14 +36,17 @@ public:
 
     // The ids of all files of a source.
     std::vector<std::int64_t> idsOf(std::int64_t source);
-    // Nothing if there is no such file any more.
+    // Nothing if there is no such file any more. The picture of the screenshot is not read.
     std::optional<Entry> entry(std::int64_t id);
+    std::optional<PictureRow> picture(const std::string& sha256);
+    // The hashes of all images of which there is a picture, or a reason why there is none.
+    std::set<std::string> knownPictures();
 
 private:
     std::optional<AppRow> app(std::int64_t id);
 
     const SqlConnection* catalogue_;
-    SqlStatement file_, app_, findings_;
+    SqlStatement file_, app_, findings_, picture_;
     std::vector<SqlStatement> lists_;
 };
 
@@ -51,7 +55,8 @@ class RowWriter {
 public:
     explicit RowWriter(const SqlConnection& catalogue);
 
-    // Adds a file of this source, or replaces what is known of the file of this name.
+    // Adds a file of this source, or replaces what is known of the file of this name. If the picture of its
+    // screenshot is missing, because another run took it out meanwhile, the next run shall read it again.
     void put(std::int64_t source, const Entry& entry);
     void remove(std::int64_t id);
     // Removes the file unless another run has read the file since.
@@ -61,9 +66,13 @@ public:
     std::int64_t putSource(const std::string& uuid, const std::string& label);
     void putFolder(std::int64_t source, const IndexedFolder& folder);
     void removeFolders(std::int64_t source);
+    // Removes the pictures that no app has.
+    void removePictures();
     void setUpdated(std::int64_t source, std::int64_t time);
 
 private:
+    void putPicture(const PictureRow& picture);
+    bool lacksPicture(const AppRow& app);
     void putApp(std::int64_t id, const AppRow& app);
     void putLists(std::int64_t id, const AppRow& app);
     void putFindings(std::int64_t id, const AppRow& app);
@@ -71,7 +80,7 @@ private:
     void removeContent(std::int64_t id);
 
     const SqlConnection* catalogue_;
-    SqlStatement find_, stamp_, file_, app_, finding_, words_;
+    SqlStatement find_, stamp_, file_, app_, finding_, words_, picture_, findPicture_;
     std::vector<SqlStatement> lists_, removals_;
 };
 

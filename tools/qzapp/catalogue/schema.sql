@@ -32,7 +32,7 @@ CREATE TABLE apps (
     releaseOrder INTEGER,        --     not of that form; the same of KORVALRelease
     screenshotFormat TEXT,       -- NULL if there is no screenshot
     screenshotBytes INTEGER NOT NULL,
-    screenshotSha256 TEXT,       -- pictures.sha256, if it was scaled
+    screenshotSha256 TEXT,       -- of the image; pictures.sha256
     errors INTEGER NOT NULL,     -- findings of "qzapp check", by severity; errors > 0 if there is an error
     warnings INTEGER NOT NULL,
     notes INTEGER NOT NULL
@@ -56,9 +56,12 @@ CREATE TABLE findings (
     PRIMARY KEY (app, position)
 ) STRICT, WITHOUT ROWID;
 
--- Scaled screenshots, each once, by the hash of the image in the app. One that cannot be scaled has a reason.
+-- Scaled screenshots, each once, by the hash of the image in the app: a PNG or JPEG file that fits into 480 by
+-- 360 pixels, and the size in pixels before and after. An image that cannot be scaled has a reason instead.
 CREATE TABLE pictures (
-    sha256 TEXT PRIMARY KEY, format TEXT, width INTEGER, height INTEGER, bytes BLOB, reason TEXT
+    sha256 TEXT PRIMARY KEY, mediaType TEXT, bytes BLOB, reason TEXT,
+    width INTEGER NOT NULL, height INTEGER NOT NULL,
+    originalWidth INTEGER NOT NULL, originalHeight INTEGER NOT NULL
 ) STRICT;
 
 -- Row 1 is this catalogue; the others were merged into it. updated: nanoseconds since 1970, UTC.

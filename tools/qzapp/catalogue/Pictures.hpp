@@ -1,0 +1,31 @@
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "tools/qzapp/catalogue/Entry.hpp"
+#include "tools/qzapp/pictures/PictureScaler.hpp"
+
+namespace qzapp {
+
+// Scales the screenshots of a run, equal ones once.
+class Pictures {
+public:
+    // `known` are the hashes of the images that the catalogue has pictures of.
+    Pictures(pictures::PictureScaler& scaler, std::set<std::string> known)
+        : scaler_(&scaler), known_(std::move(known)) {}
+
+    // Nothing if the picture is known, or the same image was given before. Any thread may call it. Throws
+    // std::system_error if the system cannot start the process that scales.
+    std::optional<PictureRow> scaled(const std::string& sha256, std::string_view image);
+
+private:
+    pictures::PictureScaler* scaler_;
+    std::mutex mutex_;
+    std::set<std::string> known_;
+};
+
+}  // namespace qzapp
