@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -36,6 +37,8 @@ namespace qzapp {
 namespace {
 
 using nlohmann::ordered_json;
+
+constexpr std::size_t kPrintedBytes = std::size_t{64} << 10;
 
 struct FindOptions {
     std::vector<std::string> query;
@@ -91,8 +94,6 @@ public:
     std::string textOf(const Entry& entry) const {
         const AppRow& app = *entry.app;
         if (options_->json) return jsonLine(toJson(entry));
-        if (options_->zeros) return entry.path + '\0';
-        if (!table_) return visible(app.file) + "\n";
         const auto bytes =
             static_cast<std::uint64_t>(std::max<std::int64_t>(app.screenshotBytes, 0));
         return table_->rowOf(
@@ -140,14 +141,26 @@ void printEach(const SqlConnection& catalogue, std::span<const std::int64_t> ids
     found.end();
 }
 
-std::vector<std::int64_t> idsOf(const SqlConnection& catalogue, Sql sql,
-                                const std::optional<unsigned>& most) {
-    if (most) sql += Sql{" LIMIT ?", {static_cast<std::int64_t>(*most)}};
-    std::vector<std::int64_t> ids;
+// Calls `take` with each row. It must not print: others wait for the lock meanwhile.
+void forEachRow(const SqlConnection& catalogue, const Sql& sql,
+                const std::function<void(const SqlStatement&)>& take) {
     SqlStatement rows = sql.prepareFor(catalogue);
     while (rows.step())
-        ids.push_back(rows.integer(0));
-    return ids;
+        take(rows);
+}
+
+// Prints the names of the files, which need nothing else of the apps.
+void printNames(const SqlConnection& catalogue, const Sql& sql, bool zeros) {
+    std::vector<std::string> names;
+    forEachRow(catalogue, sql, [&](const SqlStatement& row) { names.push_back(row.text(0)); });
+    std::string text;
+    for (const std::string& name : names) {
+        text += zeros ? name + '\0' : visible(name) + "\n";
+        if (text.size() < kPrintedBytes) continue;
+        print(text);
+        text.clear();
+    }
+    print(text);
 }
 
 void requireSense(const FindOptions& options) {
@@ -166,18 +179,27 @@ int find(const FindOptions& options) {
     requireSense(options);
     const std::string query = fmt::format("{}", fmt::join(options.query, " "));
     const QueryNode node = parseQuery(query);
-    const Sql sql = options.count ? selectCount(query, node) : selectIds(query, node);
+    const bool isNamesOnly = !options.json && !options.table && !options.columns;
+    Selected what = Selected::Id;
+    if (isNamesOnly) what = options.zeros ? Selected::Path : Selected::File;
+    Sql sql = options.count ? selectCount(query, node) : selectApps(query, node, what);
+    if (options.most) sql += Sql{" LIMIT ?", {std::int64_t{*options.most}}};
     FoundApps found(options);
     const FileName file = fileArgument(options.catalogue);
     confineToCatalogue(file);
     const auto catalogue = openCatalogue(file);
     if (options.count) {
-        SqlStatement count = sql.prepareFor(*catalogue);
-        const std::int64_t apps = count.step() ? count.integer(0) : 0;
+        std::int64_t apps = 0;
+        forEachRow(*catalogue, sql, [&](const SqlStatement& row) { apps = row.integer(0); });
         print(fmt::format("{}\n", apps));
-        return kDone;
+    } else if (isNamesOnly) {
+        printNames(*catalogue, sql, options.zeros);
+    } else {
+        std::vector<std::int64_t> ids;
+        forEachRow(*catalogue, sql,
+                   [&](const SqlStatement& row) { ids.push_back(row.integer(0)); });
+        printEach(*catalogue, ids, found);
     }
-    printEach(*catalogue, idsOf(*catalogue, sql, options.most), found);
     return kDone;
 }
 

@@ -325,6 +325,11 @@ private:
     std::string_view query_;
 };
 
+const char* columnFor(Selected what) {
+    if (what == Selected::Id) return "a.id";
+    return what == Selected::File ? "a.File" : "(SELECT f.path FROM files f WHERE f.id = a.id)";
+}
+
 // By what the apps are grouped that are asked for as duplicates; null if they are not.
 const char* groupOf(const QueryNode& node) {
     if (node.kind == QueryNode::Kind::None) return nullptr;
@@ -368,9 +373,9 @@ SqlStatement Sql::prepareFor(const SqlConnection& connection) const {
     return statement;
 }
 
-Sql selectIds(std::string_view query, const QueryNode& node) {
+Sql selectApps(std::string_view query, const QueryNode& node, Selected what) {
     const Compiler compiler(query);
-    Sql sql{"SELECT a.id FROM apps a WHERE ", {}};
+    Sql sql{fmt::format("SELECT {} FROM apps a WHERE ", columnFor(what)), {}};
     sql += compiler.condition(node);
     sql += " ORDER BY ";
     if (const char* group = groupOf(node)) sql += std::string(group) + ", ";
