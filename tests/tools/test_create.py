@@ -9,7 +9,7 @@ import unittest
 
 from support import EXAMPLE, FIELD_LIST, FIELDS, MODEL_PART, TOOL, ToolTest
 
-VERBS = "create, edit, convert, info, show, diff, gallery, extract, parts, items, check, merge, git-setup, repack"
+VERBS = "create, edit, convert, info, show, diff, gallery, extract, parts, items, check, index, find, merge, git-setup, repack"
 
 
 class Create(ToolTest):

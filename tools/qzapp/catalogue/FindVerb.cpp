@@ -168,7 +168,7 @@ void requireSense(const FindOptions& options) {
         options.json + options.count + options.zeros + (options.table || options.columns);
     if (kinds > 1) {
         throw UsageError("find",
-                         "give one of --json, --table (or --columns), --count and --print0; leave "
+                         "give one of --json, --table (or --columns), --count and --null; leave "
                          "the others out");
     }
     if (options.count && options.most)
@@ -228,7 +228,7 @@ Action declareFind(CLI::App& command) {
                     "Print such a table with these columns: fields, File, Form, Screenshot")
         ->type_name("NAMES");
     command.add_flag("--count", options->count, "Print only how many apps there are");
-    command.add_flag("-0,--print0", options->zeros,
+    command.add_flag("-0,--null", options->zeros,
                      "Print names as they are, each with a zero byte at its end, for xargs -0");
     command.add_option("--limit", options->most, "Print at most N apps, the first ones")
         ->type_name("N")

@@ -2,7 +2,7 @@
 
 function __qzapp_described
     qzapp $argv --help 2>/dev/null |
-        string replace -rf '^  (?:-[A-Za-z],)?([a-z-]+)(?: [A-Z]\S*)?(?: \.\.\.)?(?: \(required\))? +(.*)' '$1\t$2'
+        string replace -rf '^  (?:-[A-Za-z0-9],)?([a-z-]+)(?: [A-Z]\S*)?(?: \.\.\.)?(?: \(required\))? +(.*)' '$1\t$2'
 end
 
 function __qzapp_verbs

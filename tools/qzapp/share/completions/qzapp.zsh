@@ -3,7 +3,7 @@
 
 _qzapp_described() {  # prints "name:what it does" for each line of a section of the help
     qzapp "${@:2}" --help 2>/dev/null |
-        sed -nE "/^$1:/,/^\$/s/^  (-[A-Za-z],)?([a-z-]+)( [A-Z][^ ]*)?( \.\.\.)?( \(required\))? +(.*)/\2:\6/p"
+        sed -nE "/^$1:/,/^\$/s/^  (-[A-Za-z0-9],)?([a-z-]+)( [A-Z][^ ]*)?( \.\.\.)?( \(required\))? +(.*)/\2:\6/p"
 }
 
 _qzapp_fields() {
