@@ -6,11 +6,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <optional>
+#include <functional>
+#include <iterator>
 #include <random>
 #include <span>
 #include <string>

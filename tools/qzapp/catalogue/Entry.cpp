@@ -2,9 +2,8 @@
 
 #include <fl/i18n.hpp>
 
-#include <algorithm>
 #include <cstring>
-#include <type_traits>
+#include <utility>
 
 namespace qzapp {
 namespace {

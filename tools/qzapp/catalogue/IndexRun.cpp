@@ -2,6 +2,7 @@
 
 #include <foundation/Threads.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <iterator>
@@ -9,7 +10,6 @@
 #include <optional>
 #include <set>
 #include <stdexcept>
-#include <string_view>
 #include <utility>
 
 #include "tools/qzapp/catalogue/Batch.hpp"

@@ -9,10 +9,10 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/AppFolder.hpp"
-#include "app/Error.hpp"
 #include "app/FileName.hpp"
 #include "app/Forms.hpp"
 #include "app/MetadataJson.hpp"

@@ -1,15 +1,14 @@
 #include "tools/qzapp/catalogue/MergeRun.hpp"
 
-#include <fl/filesystem.hpp>
-
 #include <algorithm>
 #include <cstddef>
+#include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <span>
-#include <stdexcept>
 #include <string_view>
 #include <utility>
 #include <vector>

@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "tools/qzapp/catalogue/Entry.hpp"
 #include "tools/qzapp/pictures/PictureScaler.hpp"

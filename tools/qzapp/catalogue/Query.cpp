@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "app/Suggestion.hpp"
-#include "app/VisibleText.hpp"
 
 namespace qzapp {
 namespace {

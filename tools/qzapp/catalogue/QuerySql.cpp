@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <optional>
 #include <span>
+#include <system_error>
 #include <utility>
 
 #include "app/FieldValues.hpp"

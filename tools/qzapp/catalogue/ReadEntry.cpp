@@ -2,6 +2,7 @@
 
 #include <appserialization/AppMetadata.hpp>
 #include <appserialization/AppMetadataReader.hpp>
+#include <appserialization/ustring.hpp>
 #include <fl/FileDescriptor.hpp>
 #include <fl/i18n.hpp>
 

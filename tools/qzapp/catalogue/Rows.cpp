@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "app/FieldValues.hpp"
-#include "tools/qzapp/catalogue/Schema.hpp"
 
 namespace qzapp {
 namespace {

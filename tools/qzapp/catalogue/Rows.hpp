@@ -4,7 +4,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "tools/qzapp/catalogue/Entry.hpp"

@@ -5,18 +5,18 @@
 #include <linux/fs.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <fl/ReplacementFile.hpp>
 #include <fl/Retry.hpp>
 #include <fl/SystemCalls.hpp>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstddef>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <span>
+#include <stdexcept>
 #include <system_error>
 
 #include "app/Error.hpp"

@@ -8,6 +8,7 @@
 
 #include "tools/qzapp/gallery/GalleryFolder.hpp"
 #include "tools/qzapp/gallery/GalleryRecord.hpp"
+#include "tools/qzapp/pictures/Picture.hpp"
 #include "tools/qzapp/pictures/PictureScaler.hpp"
 
 namespace qzapp {

@@ -2,7 +2,6 @@
 
 #include <appserialization/AppMetadata.hpp>
 
-#include <cstdint>
 #include <functional>
 #include <string>
 
