@@ -134,8 +134,22 @@ std::string unknownOption(const CLI::App& command, std::string_view given,
                        didYouMean(given.substr(0, given.find('=')), known, hint));
 }
 
-// About an option that was given too often or without its value; empty if `e` is about neither.
+// About a flag that was given a value; empty if `e` is not about that.
+std::string flagWithValue(const CLI::App& verb, const CLI::ParseError& e) {
+    if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::ConversionError)) return {};
+    for (const CLI::Option* option : verb.get_options()) {
+        const bool isMeant =
+            std::string_view(e.what()).find(option->get_name() + " =") != std::string_view::npos;
+        if (isMeant && option->get_items_expected_max() == 0)
+            return option->get_name() + " takes no value";
+    }
+    return {};
+}
+
+// About an option that was given too often or without its value, or a flag with one; empty if `e` is
+// about neither.
 std::string mismatchOf(const CLI::App& verb, const CLI::ParseError& e) {
+    if (std::string text = flagWithValue(verb, e); !text.empty()) return text;
     if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::ArgumentMismatch)) return {};
     const std::string_view what = e.what();
     const std::string name(what.substr(0, what.find(':')));
