@@ -161,7 +161,7 @@ Action declareIndex(CLI::App& command) {
     const auto options = std::make_shared<IndexOptions>();
     command
         .add_option("DIR", options->folders,
-                    "The folders with the apps, also in folders below them; with --merge,\n"
+                    "The folders with the apps, also in folders below them; with --merge, "
                     "the catalogues to be merged")
         ->type_name("");
     command
