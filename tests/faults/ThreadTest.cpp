@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t kThreads = 16;
 
 #if defined(__SANITIZE_THREAD__)
-constexpr std::size_t kRounds = 1000;
+constexpr std::size_t kRounds = 200;
 #else
 constexpr std::size_t kRounds = 50;
 #endif
