@@ -167,6 +167,8 @@ class Index(CatalogueTest):
         self.app("apps/good.kvpkg", "Name=Good")
         self.write("apps/bad.kvpkg", b"PK\3\4 and nothing more")
         self.write("apps/bad.k", b"PK\3\4%[app:appDetails]")
+        moment = time.time() + 10  # it will be read again, but it could be looked at
+        os.utime(self.dir / "apps/bad.k", (moment, moment))
         name = b"w\xff\x1b[31m\n.kvpkg"
         shutil.copy(self.dir / "apps/good.kvpkg", os.fsencode(self.dir) + b"/apps/" + name)
         shutil.copy(self.dir / "apps/good.kvpkg", self.dir / "apps/UPPER.KVPKG")

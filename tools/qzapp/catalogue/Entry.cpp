@@ -45,7 +45,7 @@ void visitApp(Item& item, AppOrConst& app) {
 template <class Item, class EntryOrConst>
 void visit(Item& item, EntryOrConst& entry) {
     item(entry.path), item(entry.stamp.size), item(entry.stamp.modified);
-    item(entry.stamp.inode), item(entry.again);
+    item(entry.stamp.inode), item(entry.again), item(entry.isUnread);
     if (item.isPresent(entry.app)) visitApp(item, *entry.app);
 }
 

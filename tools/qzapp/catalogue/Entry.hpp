@@ -64,6 +64,7 @@ struct Entry {
 };
 
 // A folder that was indexed, and when.
+    bool isUnread = false;      // whether it could not be looked at for now
 struct IndexedFolder {
     std::string path;
     std::int64_t indexed = 0;

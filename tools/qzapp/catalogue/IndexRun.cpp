@@ -125,7 +125,7 @@ private:
                 throw std::runtime_error(
                     "the process that reads the apps sent what it should not; a malicious app may "
                     "have taken it over");
-            if (entry->again && entry->app && entry->app->error)
+            if (entry->isUnread && entry->app && entry->app->error)
                 result_.unread.push_back({entry->path, *entry->app->error});
             batch.put(*std::move(entry), piece->size());
             ++done;

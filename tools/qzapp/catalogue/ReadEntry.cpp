@@ -153,7 +153,7 @@ void readInto(Entry& entry, Pictures& pictures) {
 }  // namespace
 
 Entry readEntry(const FoundFile& found, Pictures& pictures) {
-    Entry entry{found.path, found.stamp, maySoonChangeUnseen(found.stamp), AppRow()};
+    Entry entry{found.path, found.stamp, maySoonChangeUnseen(found.stamp), false, AppRow()};
     entry.app->file = to_display(fl::i18n::utf8_to_ustring(found.path));
     try {
         readInto(entry, pictures);
@@ -167,7 +167,8 @@ Entry readEntry(const FoundFile& found, Pictures& pictures) {
         app.picture.reset();
         app.errors = std::max<std::int64_t>(app.errors, 1);
         app.error = cut(e.text(), kMostItemBytes);
-        entry.again |= e.isPassing();
+        entry.isUnread = e.isPassing();
+        entry.again |= entry.isUnread;
     }
     return entry;
 }
