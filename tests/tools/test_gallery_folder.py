@@ -6,6 +6,7 @@ import json
 import os
 import re
 import shutil
+import sqlite3
 import subprocess
 import unittest
 import urllib.parse
@@ -118,6 +119,35 @@ class GalleryFolder(ToolTest):
         apps = self.apps()
         self.assertEqual(apps["cut.kvpkg"]["picture"], "The screenshot is not shown: it is damaged")
         self.assertEqual(apps["a.kvpkg"]["width"], 480)
+
+    def test_a_catalogue_gives_the_same_gallery_without_reading_apps(self):
+        self.write("apps/bad.kvpkg", "no package")
+        self.run_tool("gallery", "apps", "--folder", "-o", "g")
+        self.ok("index", "apps", "-d", "c.db")
+        for path in (self.dir / "apps").rglob("*.k*"):
+            path.write_bytes(b"changed since")
+        self.assertEqual(self.ok("gallery", "-d", "c.db", "--folder", "-o", "h"),
+                         "wrote h with 2 apps; open h/index.html\n")
+        read = {str(self.dir / "apps" / name): app for name, app in self.apps("g").items()}
+        known = self.apps("h")
+        self.assertEqual(known.keys(), read.keys())
+        for name, app in known.items():
+            self.assertEqual(app | {"file": ""}, read[name] | {"file": ""})
+        self.assertEqual([self.read(f"h/{name}") for name in self.files("h") if name.startswith("pictures/")],
+                         [self.read(f"g/{name}") for name in self.files("g") if name.startswith("pictures/")])
+        page = self.ok("gallery", "-d", "c.db", "-o", "-")
+        self.assertEqual((page.count("data:image/"), page.count("bad.kvpkg")), (2, 1))
+        # The paths of another machine lead nowhere here.
+        self.ok("index", "--merge", "c.db", "-d", "all.db")
+        self.ok("gallery", "-d", "all.db", "--folder", "-o", "i")
+        self.assertEqual({app.get("link") for app in self.apps("i").values()}, {""})
+        # A picture of a stranger that is none is left out.
+        with sqlite3.connect(self.dir / "c.db") as database:
+            database.execute("UPDATE pictures SET bytes = x'3C3C'")
+        self.ok("gallery", "-d", "c.db", "--folder", "-o", "j")
+        self.assertEqual([name for name in self.files("j") if name.startswith("pictures/")], [])
+        for names in (), ("apps", "-d", "c.db"):
+            self.assertEqual(self.run_tool("gallery", *names, "-o", "k").returncode, 2)
 
     def test_replaces_nothing_but_a_gallery(self):
         self.ok("gallery", "apps", "--folder", "-o", "g")

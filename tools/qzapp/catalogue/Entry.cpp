@@ -1,9 +1,12 @@
 #include "tools/qzapp/catalogue/Entry.hpp"
 
 #include <fl/i18n.hpp>
+#include <opc/ImageTypes.hpp>
 
 #include <cstring>
 #include <utility>
+
+#include "tools/qzapp/pictures/Picture.hpp"
 
 namespace qzapp {
 namespace {
@@ -148,6 +151,20 @@ std::span<const Field> textFields() {
 std::span<const Field> listFields() {
     static const auto kFields = fieldsThatAre<kListFields>(true);
     return kFields;
+}
+
+bool isPlausible(const PictureRow& picture) {
+    if (!picture.bytes) return true;
+    const opc::ImageType* const type = opc::imageTypeOf(*picture.bytes);
+    const bool isKind = type != nullptr && (type->format == "png" || type->format == "jpg");
+    if (!isKind || picture.mediaType != type->mediaType) return false;
+    const auto isSide = [](std::int64_t side, std::int64_t most) {
+        return side > 0 && side <= most;
+    };
+    return isSide(picture.width, pictures::kBox.width) &&
+           isSide(picture.height, pictures::kBox.height) &&
+           isSide(picture.originalWidth, pictures::kMaxSide) &&
+           isSide(picture.originalHeight, pictures::kMaxSide);
 }
 
 std::string encoded(const Entry& entry) {

@@ -42,6 +42,10 @@ struct PictureRow {
     std::int64_t width = 0, height = 0, originalWidth = 0, originalHeight = 0;
 };
 
+// Whether the picture may be one that a run has made. Whoever shows a picture of a stranger's catalogue asks this
+// first.
+bool isPlausible(const PictureRow& picture);
+
 // What a catalogue holds about a packaged or text app, all texts in UTF-8.
 struct AppRow {
     std::string file;
@@ -60,11 +64,11 @@ struct Entry {
     std::string path;  // the bytes of its name
     Stamp stamp;
     bool again = false;         // whether the next run shall read it whatever its stamp is
+    bool isUnread = false;      // whether it could not be looked at for now
     std::optional<AppRow> app;  // none for a source that is not an app
 };
 
 // A folder that was indexed, and when.
-    bool isUnread = false;      // whether it could not be looked at for now
 struct IndexedFolder {
     std::string path;
     std::int64_t indexed = 0;

@@ -12,7 +12,6 @@
 #include <limits>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,10 +44,9 @@ struct FindOptions {
     std::vector<std::string> query;
     std::string catalogue;
     bool json = false;
-    bool table = false;
+    TableOptions table;
     bool count = false;
     bool zeros = false;
-    std::optional<std::string> columns;
     std::optional<unsigned> most;
 };
 
@@ -89,7 +87,7 @@ ordered_json toJson(const Entry& entry) {
 class FoundApps {
 public:
     explicit FoundApps(const FindOptions& options) : options_(&options) {
-        if (options.table || options.columns) table_.emplace(options.columns);
+        if (options.table.isWanted()) table_.emplace(options.table.columns);
     }
 
     std::string textOf(const Entry& entry) const {
@@ -121,24 +119,18 @@ private:
     std::optional<InfoTable> table_;
 };
 
-// Prints the apps some at a time, and holds no lock on the database meanwhile: a pager may wait for long.
-void printEach(const SqlConnection& catalogue, std::span<const std::int64_t> ids,
+// Holds no lock on the database while it prints: a pager may wait for long.
+void printEach(const SqlConnection& catalogue, const std::vector<std::int64_t>& ids,
                FoundApps& found) {
-    constexpr std::size_t kAtATime = 256;
-    RowReader rows(catalogue);
-    while (!ids.empty()) {
-        const auto some = ids.first(std::min(kAtATime, ids.size()));
-        ids = ids.subspan(some.size());
-        std::vector<std::string> texts;
-        catalogue.inSnapshot([&] {
-            for (const std::int64_t id : some) {
-                const auto entry = rows.entry(id);
-                if (entry && entry->app) texts.push_back(found.textOf(*entry));
-            }
-        });
+    std::vector<std::string> texts;
+    const auto take = [&](const Entry& entry) {
+        if (entry.app) texts.push_back(found.textOf(entry));
+    };
+    RowReader(catalogue).forEachEntry(ids, take, [&] {
         for (std::string& text : texts)
             found.show(std::move(text));
-    }
+        texts.clear();
+    });
     found.end();
 }
 
@@ -165,8 +157,7 @@ void printNames(const SqlConnection& catalogue, const Sql& sql, bool zeros) {
 }
 
 void requireSense(const FindOptions& options) {
-    const int kinds =
-        options.json + options.count + options.zeros + (options.table || options.columns);
+    const int kinds = options.json + options.count + options.zeros + options.table.isWanted();
     if (kinds > 1) {
         throw UsageError("find",
                          "give one of --json, --table (or --columns), --count and --null; leave "
@@ -180,7 +171,7 @@ int find(const FindOptions& options) {
     requireSense(options);
     const std::string query = fmt::format("{}", fmt::join(options.query, " "));
     const QueryNode node = parseQuery(query);
-    const bool isNamesOnly = !options.json && !options.table && !options.columns;
+    const bool isNamesOnly = !options.json && !options.table.isWanted();
     Selected what = Selected::Id;
     if (isNamesOnly) what = options.zeros ? Selected::Path : Selected::File;
     Sql sql = options.count ? selectCount(query, node) : selectApps(query, node, what);
@@ -222,12 +213,7 @@ Action declareFind(CLI::App& command) {
         ->required()
         ->type_name("CATALOG.db");
     command.add_flag("--json", options->json, "Print one JSON object per app, each on one line");
-    command.add_flag("--table", options->table,
-                     "Print one line per app, with the columns File, Name, Version and Author");
-    command
-        .add_option("--columns", options->columns,
-                    "Print such a table with these columns: fields, File, Form, Screenshot")
-        ->type_name("NAMES");
+    declareTable(command, options->table);
     command.add_flag("--count", options->count, "Print only how many apps there are");
     command.add_flag("-0,--null", options->zeros,
                      "Print names as they are, each with a zero byte at its end, for xargs -0");

@@ -8,7 +8,6 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -44,36 +43,24 @@ void addPicture(RowReader& rows, std::set<std::string>& sent, Entry& entry) {
         entry.app->picture = rows.picture(*entry.app->screenshotSha256);
 }
 
-// Whether it may be one that a run has made: what shows it need not look at its type again.
-bool isPlausible(const PictureRow& picture) {
-    return !picture.bytes || picture.mediaType == "image/png" || picture.mediaType == "image/jpeg";
-}
-
-// Sends all of a catalogue, some entries at a time, and holds no lock on it meanwhile.
+// Sends all of a catalogue, and holds no lock on it meanwhile.
 void sendAll(const FileName& other, const CagedWorker::Send& send) {
-    constexpr std::size_t kAtATime = 256;
     const auto catalogue = openCatalogue(other);
     requireWhole(other, *catalogue);
     RowReader rows(*catalogue);
     for (const Source& source : rows.sources()) {
         std::set<std::string> sent;  // for each source, because others may be passed over
         send(kSource + encoded(source));
-        const std::vector<std::int64_t> ids = rows.idsOf(source.id);
-        for (std::span left(ids); !left.empty();) {
-            const auto some = left.first(std::min(kAtATime, left.size()));
-            left = left.subspan(some.size());
-            std::vector<std::string> pieces;
-            catalogue->inSnapshot([&] {
-                for (const std::int64_t id : some) {
-                    auto entry = rows.entry(id);
-                    if (!entry) continue;
-                    addPicture(rows, sent, *entry);
-                    pieces.push_back(kEntry + encoded(*entry));
-                }
-            });
+        std::vector<std::string> pieces;
+        const auto take = [&](Entry entry) {
+            addPicture(rows, sent, entry);
+            pieces.push_back(kEntry + encoded(entry));
+        };
+        rows.forEachEntry(rows.idsOf(source.id), take, [&] {
             for (const std::string& piece : pieces)
                 send(piece);
-        }
+            pieces.clear();
+        });
     }
 }
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -125,6 +126,22 @@ std::optional<Entry> RowReader::entry(std::int64_t id) {
     file_.reset();
     entry.app = app(id);
     return entry;
+}
+
+void RowReader::forEachEntry(const std::vector<std::int64_t>& ids,
+                             const std::function<void(Entry&&)>& take,
+                             const std::function<void()>& pause) {
+    constexpr std::size_t kAtATime = 256;
+    for (std::span left(ids); !left.empty();) {
+        const auto some = left.first(std::min(kAtATime, left.size()));
+        left = left.subspan(some.size());
+        catalogue_->inSnapshot([&] {
+            for (const std::int64_t id : some) {
+                if (auto found = entry(id)) take(*std::move(found));
+            }
+        });
+        pause();
+    }
 }
 
 std::optional<PictureRow> RowReader::picture(const std::string& sha256) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -37,6 +38,10 @@ public:
     std::vector<std::int64_t> idsOf(std::int64_t source);
     // Nothing if there is no such file any more. The picture of the screenshot is not read.
     std::optional<Entry> entry(std::int64_t id);
+    // Calls `take` with each of them that is still there, some at a time in one state of the database, and `pause`
+    // after each time, when no lock is held. Only `pause` may print, or wait for something else.
+    void forEachEntry(const std::vector<std::int64_t>& ids,
+                      const std::function<void(Entry&&)>& take, const std::function<void()>& pause);
     std::optional<PictureRow> picture(const std::string& sha256);
     // The hashes of all images of which there is a picture, or a reason why there is none.
     std::set<std::string> knownPictures();

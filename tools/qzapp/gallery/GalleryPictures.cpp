@@ -22,6 +22,10 @@ std::string nameOf(const pictures::ScaledPicture& picture) {
 
 }  // namespace
 
+std::string notShown(const std::string& reason) {
+    return "The screenshot is not shown: " + reason;
+}
+
 void GalleryPictures::add(const pictures::ScaledPicture& picture, GalleryRecord& record) {
     record.picture = nameOf(picture);
     record.size = picture.size;
@@ -33,7 +37,8 @@ void GalleryPictures::add(const pictures::ScaledPicture& picture, GalleryRecord&
     folder_->write(record.picture, picture.bytes);
 }
 
-void GalleryPictures::add(std::string_view screenshot, GalleryRecord& record) {
+void GalleryPictures::scale(std::string_view screenshot, pictures::PictureScaler& scaler,
+                            GalleryRecord& record) {
     if (screenshot.empty()) return;
     const std::string hash = sha256Hex(screenshot);
     {
@@ -45,9 +50,9 @@ void GalleryPictures::add(std::string_view screenshot, GalleryRecord& record) {
             return;
         }
     }
-    const auto result = scaler_->scale(screenshot);
+    const auto result = scaler.scale(screenshot);
     if (const auto* refusal = std::get_if<pictures::Refusal>(&result))
-        record.picture = "The screenshot is not shown: " + pictures::textOf(*refusal);
+        record.picture = notShown(pictures::textOf(*refusal));
     else
         add(std::get<pictures::ScaledPicture>(result), record);
     const std::lock_guard lock(mutex_);

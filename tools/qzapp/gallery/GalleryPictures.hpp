@@ -13,15 +13,17 @@
 
 namespace qzapp {
 
+// What a record says instead of a picture.
+std::string notShown(const std::string& reason);
+
 // The pictures of a gallery's folder. Equal screenshots are scaled once, and equal pictures stored once. Any
 // thread may call its functions.
 class GalleryPictures {
 public:
-    GalleryPictures(pictures::PictureScaler& scaler, const GalleryFolder& folder)
-        : scaler_(&scaler), folder_(&folder) {}
+    explicit GalleryPictures(const GalleryFolder& folder) : folder_(&folder) {}
 
     // Scales a screenshot, and gives the record its picture or the reason why there is none.
-    void add(std::string_view screenshot, GalleryRecord& record);
+    void scale(std::string_view screenshot, pictures::PictureScaler& scaler, GalleryRecord& record);
     // Gives the record a picture that has been scaled before.
     void add(const pictures::ScaledPicture& picture, GalleryRecord& record);
 
@@ -31,7 +33,6 @@ private:
         pictures::Size size, original;
     };
 
-    pictures::PictureScaler* scaler_;
     const GalleryFolder* folder_;
     std::mutex mutex_;
     std::map<std::string, Place> known_;  // by the hash of the screenshot

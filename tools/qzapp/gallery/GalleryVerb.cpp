@@ -1,15 +1,12 @@
 #include <fmt/format.h>
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
-#include <appserialization/AppMetadataReader.hpp>
 #include <fl/FileDescriptor.hpp>
 #include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/Shown.hpp>
-#include <foundation/Threads.hpp>
 #include <opc/ZipArchive.hpp>
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -35,15 +32,14 @@
 #include "app/VisibleText.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
-#include "tools/qzapp/cli/ForEachApp.hpp"
 #include "tools/qzapp/cli/Output.hpp"
-#include "tools/qzapp/cli/ProgressBar.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/StandardInput.hpp"
 #include "tools/qzapp/cli/Worker.hpp"
+#include "tools/qzapp/gallery/AppsInCatalogue.hpp"
+#include "tools/qzapp/gallery/AppsInFiles.hpp"
 #include "tools/qzapp/gallery/GalleryFolder.hpp"
 #include "tools/qzapp/gallery/GalleryHtml.hpp"
-#include "tools/qzapp/gallery/GalleryPictures.hpp"
 #include "tools/qzapp/gallery/GalleryPieces.hpp"
 #include "tools/qzapp/gallery/GalleryRecord.hpp"
 #include "tools/qzapp/pictures/PictureScaler.hpp"
@@ -54,6 +50,7 @@ namespace {
 
 struct GalleryOptions {
     std::vector<std::string> names;
+    std::optional<std::string> catalogue;
     std::string out;
     std::optional<std::string> title;
     bool asFolder = false;
@@ -63,106 +60,18 @@ struct GalleryOptions {
 // More apps than this make a page that opens slowly.
 constexpr std::size_t kMostOnPage = 1'000;
 
-// A file that may be an app: one that was found in a folder, or one that was named.
-struct Source {
-    std::string name, shown;
-    bool isListed;
-};
-
-// What the command line names.
-struct Sources {
-    struct Gap {
-        std::string name, shown, reason;
-    };
-    std::vector<Source> files;
-    std::vector<Gap> unlisted;
-};
-
-// If one folder is named, its apps are shown by their names in it.
-Sources sourcesOf(const std::vector<std::string>& names, Cage& cage) {
-    Sources sources;
-    for (const std::string& name : names) {
-        const FileName file = fileArgument(name);
-        if (!isFolder(name)) {
-            appArgument(name);  // throws if it cannot be opened
-            cage.mayRead(file.bytes());
-            sources.files.push_back({name, name, false});
-            continue;
-        }
-        const AppsBelow found = appsBelow(file);
-        letRead(cage, file.bytes(), found.files);
-        const std::size_t prefix =
-            names.size() > 1 ? 0 : name.size() + (name.ends_with('/') ? 0 : 1);
-        for (const std::string& each : found.files)
-            sources.files.push_back({each, each.substr(prefix), true});
-        for (const Unlisted& each : found.unlisted)
-            sources.unlisted.push_back({each.name, each.name.substr(prefix), each.reason});
-    }
-    return sources;
-}
-
-// Opens and holds a source. Nothing if it is one in a folder without an app.
-std::optional<FileName> openSource(const Source& source) {
-    return source.isListed ? openListed(source.name) : appArgument(source.name);
+std::unique_ptr<GalleryApps> appsOf(const GalleryOptions& options, const Complain& complain,
+                                    Cage& cage) {
+    if (options.catalogue)
+        return std::make_unique<AppsInCatalogue>(fileArgument(*options.catalogue), cage);
+    return std::make_unique<AppsInFiles>(options.names, complain, cage);
 }
 
 using WriteAt = std::function<void(std::string_view, std::uint64_t)>;
 
-// The card of an app, or of the reason why it cannot be read.
-struct Card {
-    std::optional<std::string> html;  // none for a source that is not an app
-    std::optional<std::string> error = {};
-};
-
-Card cardOf(const Source& source) {
-    const std::string& shown = source.shown;
-    try {
-        const auto file = openSource(source);
-        if (!file) return {std::nullopt};
-        const auto reader = openApp(*file);
-        return about(*file, [&]() -> Card {
-            Card card{appCard(shown, reader->readMetadata(), readScreenshot(*file, *reader))};
-            requireUnchanged(*file);
-            return card;
-        });
-    } catch (const Error& e) {
-        return {failedCard(shown, e.text()), e.what()};
-    }
-}
-
-// Calls `take` with what `ask` makes of each source, in their order; several threads ask. Holds only a few
-// results at a time, because all of them may not fit into memory.
-template <class Result>
-void forEachSource(const std::vector<Source>& sources,
-                   const std::function<Result(const Source&)>& ask,
-                   const std::function<void(const Result&)>& take) {
-    struct Slot {
-        const Source* source = nullptr;
-        Result result;
-    };
-    std::atomic<std::uint64_t> done = 0;
-    const ProgressBar progress(sources.size(), done);
-    foundation::threads::Pipeline pipeline;
-    pipeline.slots = foundation::threads::limit() + 1;
-    std::vector<Slot> slots(pipeline.slots);
-    auto next = sources.begin();
-    pipeline.feed = [&](std::size_t slot) {
-        if (next == sources.end()) return false;
-        slots[slot].source = &*next++;
-        return true;
-    };
-    pipeline.work = [&](std::size_t slot) { slots[slot].result = ask(*slots[slot].source); };
-    pipeline.take = [&](std::size_t slot) {
-        take(slots[slot].result);
-        ++done;
-    };
-    pipeline.run();
-}
-
 // Returns the number of apps. That is known only at the end, because each source must be read to see
 // whether it is an app, so it is written into the room that was left for it.
-std::size_t writePage(const WriteAt& write, const std::string& title, const Sources& sources,
-                      const Complain& complain) {
+std::size_t writePage(const WriteAt& write, const std::string& title, const CardSource& cards) {
     const PageFrame frame = pageFrame(title);
     std::uint64_t end = 0;
     const auto append = [&](std::string_view text) {
@@ -171,25 +80,17 @@ std::size_t writePage(const WriteAt& write, const std::string& title, const Sour
     };
     std::size_t apps = 0;
     append(frame.head);
-    forEachSource<Card>(sources.files, cardOf, [&](const Card& card) {
-        if (card.error) complain(*card.error);
-        if (card.html) {
-            append(*card.html);
-            ++apps;
-        }
+    cards([&](const Card& card) {
+        append(card.html);
+        if (card.isApp) ++apps;
     });
-    for (const Sources::Gap& each : sources.unlisted) {
-        complain(each.name + ": " + each.reason);
-        append(failedCard(each.shown, each.reason));
-    }
     append(frame.tail);
     write(appCount(apps), frame.placeOfCount);
     return apps;
 }
 
 // Prints the page when it is complete, because its head needs the number of apps.
-void printPage(const std::string& title, const std::vector<std::string>& names,
-               const Complain& complain) {
+void printPage(const GalleryOptions& options, const std::string& title, const Complain& complain) {
     constexpr const char* kName = "the page";
     fl::filesystem::FileDescriptor kept = makeScratchFile(kName);
     const auto write = [&](std::string_view text, std::uint64_t offset) {
@@ -200,9 +101,9 @@ void printPage(const std::string& title, const std::vector<std::string>& names,
         }
     };
     Cage cage;
-    const Sources sources = sourcesOf(names, cage);
+    const auto apps = appsOf(options, complain, cage);
     cage.enter();
-    writePage(write, title, sources, complain);
+    writePage(write, title, apps->cards());
     readToEnd({kName, kept.privateName(u"page.html")}, [](std::span<const std::byte> bytes) {
         print({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     });
@@ -230,65 +131,6 @@ void requireHoldsNoApp(const FileName& out) {
                      "holds an app; choose another file for the page, such as apps.html");
 }
 
-// What a gallery in a folder shows of a source.
-struct Shown {
-    std::optional<GalleryRecord> record;  // none for a source that is not an app
-    std::optional<std::string> error = {};
-};
-
-// The path of a file without links in its folders.
-std::string withoutLinks(const std::string& name) {
-    const std::filesystem::path path(name);
-    std::error_code ignored;
-    const auto folder =
-        std::filesystem::canonical(path.has_parent_path() ? path.parent_path() : ".", ignored);
-    return (folder / path.filename()).string();
-}
-
-Shown shownOf(const Source& source, const std::string& folder, GalleryPictures& pictures) {
-    GalleryRecord record;
-    record.file = source.shown;
-    record.link = linkTo(withoutLinks(source.name), folder);
-    appserialization::Screenshot screenshot;
-    try {
-        const auto file = openSource(source);
-        if (!file) return {std::nullopt};
-        const auto reader = openApp(*file);
-        about(*file, [&] {
-            record.metadata = reader->readMetadata();
-            screenshot = readScreenshot(*file, *reader);
-            requireUnchanged(*file);
-        });
-    } catch (const Error& e) {
-        record.failure = e.text();
-        return {std::move(record), e.what()};
-    }
-    // If the picture cannot be written, all of the gallery fails.
-    const auto& bytes = screenshot.second;
-    pictures.add({reinterpret_cast<const char*>(bytes.data()), bytes.size()}, record);
-    return {std::move(record)};
-}
-
-// The records of the apps that the command line names.
-RecordSource recordsOf(const Sources& sources, const std::string& folder, GalleryPictures& pictures,
-                       const Complain& complain) {
-    return [&](const std::function<void(const GalleryRecord&)>& take) {
-        forEachSource<Shown>(
-            sources.files, [&](const Source& source) { return shownOf(source, folder, pictures); },
-            [&](const Shown& shown) {
-                if (shown.error) complain(*shown.error);
-                if (shown.record) take(*shown.record);
-            });
-        for (const Sources::Gap& each : sources.unlisted) {
-            complain(each.name + ": " + each.reason);
-            GalleryRecord record;
-            record.file = each.shown;
-            record.failure = each.reason;
-            take(record);
-        }
-    };
-}
-
 std::string countOf(std::size_t apps) {
     return fmt::format("{} app{}", apps, apps == 1 ? "" : "s");
 }
@@ -302,39 +144,52 @@ void writeFolder(const GalleryOptions& options, const std::string& title, int& s
     fl::filesystem::FileDescriptor scratch = makeGalleryScratch();
     Cage cage;
     folder.allowIn(cage);
-    const Sources sources = sourcesOf(options.names, cage);
+    const auto apps = appsOf(options, complain, cage);
     const std::string told = inCage(cage, [&] {
-        GalleryPictures pictures(scaler, folder);
-        const std::size_t apps =
-            writeGallery(folder, std::move(scratch), title,
-                         recordsOf(sources, folder.path(), pictures, complain));
-        return fmt::format("{} {}", status, apps);
+        const std::size_t count =
+            writeGallery(folder, std::move(scratch), title, apps->records(folder, scaler));
+        return fmt::format("{} {}", status, count);
     });
-    std::size_t apps = 0;
-    std::istringstream(told) >> status >> apps;
+    std::size_t count = 0;
+    std::istringstream(told) >> status >> count;
     folder.commit();
     printReport(out, fmt::format("wrote {} with {}; open {}/{}\n", visible(out.shown),
-                                 countOf(apps), visible(out.shown), galleryfiles::kPage));
+                                 countOf(count), visible(out.shown), galleryfiles::kPage));
 }
 
-int gallery(const GalleryOptions& options) {
+void requireSense(const GalleryOptions& options) {
+    if (options.catalogue && !options.names.empty())
+        throw UsageError("--database", "cannot be given with folders or files; leave one out");
+    if (!options.catalogue && options.names.empty()) {
+        throw UsageError("gallery",
+                         "name folders or files with apps, or a catalogue with --database");
+    }
     for (const std::string& name : options.names) {
         if (fileArgument(name).shown == kStandardStream)
             throw UsageError(name, "cannot be read from standard input; name folders or files");
     }
+}
+
+// The heading if none is given.
+std::string titleOf(const GalleryOptions& options) {
+    if (options.catalogue) return "Apps in " + *options.catalogue;
+    return options.names.size() == 1 ? "Apps in " + options.names.front() : "Apps";
+}
+
+int gallery(const GalleryOptions& options) {
+    requireSense(options);
     int status = kDone;
     const auto complain = [&](const std::string& text) {
         report(text);
         status = kFailed;
     };
-    const std::string title = options.title.value_or(
-        options.names.size() == 1 ? "Apps in " + options.names.front() : "Apps");
+    const std::string title = options.title ? *options.title : titleOf(options);
     if (options.asFolder) {
         writeFolder(options, title, status, complain);
         return status;
     }
     if (options.out == kStandardStream) {
-        printPage(title, options.names, complain);
+        printPage(options, title, complain);
         return status;
     }
     const FileName out = fileArgument(options.out);
@@ -347,18 +202,18 @@ int gallery(const GalleryOptions& options) {
         transaction.write(text, offset);
     };
     Cage cage;
-    const Sources sources = sourcesOf(options.names, cage);
+    const auto apps = appsOf(options, complain, cage);
     // The process that reads the apps can write to the open page only. Putting that in place needs rights
     // to the whole folder, which this process keeps.
     const std::string told = inCage(cage, [&] {
-        const std::size_t count = writePage(write, title, sources, complain);
+        const std::size_t count = writePage(write, title, apps->cards());
         return fmt::format("{} {}", status, count);
     });
-    std::size_t apps = 0;
-    std::istringstream(told) >> status >> apps;
+    std::size_t count = 0;
+    std::istringstream(told) >> status >> count;
     transaction.commit();
-    const char* hint = apps > kMostOnPage ? "; with --folder it would open faster" : "";
-    printReport(out, fmt::format("wrote {} with {}{}\n", visible(out.shown), countOf(apps), hint));
+    const char* hint = count > kMostOnPage ? "; with --folder it would open faster" : "";
+    printReport(out, fmt::format("wrote {} with {}{}\n", visible(out.shown), countOf(count), hint));
     return status;
 }
 
@@ -369,8 +224,11 @@ Action declareGallery(CLI::App& command) {
     command
         .add_option("DIR|FILE", options->names,
                     "Apps, and folders with apps, also in folders below them")
-        ->required()
         ->type_name("");
+    command
+        .add_option("-d,--database", options->catalogue,
+                    "Show the apps of a catalogue of \"qzapp index\" instead, without reading them")
+        ->type_name("CATALOG.db");
     command
         .add_option("-o,--output", options->out,
                     "The page to write; \"-\" is standard output. With --folder, the folder")
@@ -399,10 +257,14 @@ Action declareGallery(CLI::App& command) {
                     "An app or folder that cannot be read is listed with the reason, and the exit "
                     "status is 1. "
                     "Files\n"
-                    "and folders whose names begin with a dot are left out.\n\n"
+                    "and folders whose names begin with a dot are left out. The pictures of a "
+                    "catalogue are the\n"
+                    "scaled ones that it holds; apps that were merged from another one have no "
+                    "links.\n\n"
                     "Examples:\n"
                     "  qzapp gallery apps -o apps.html --title \"Apps of the lab\"\n"
-                    "  qzapp gallery apps --folder -o site/gallery",
+                    "  qzapp gallery apps --folder -o site/gallery\n"
+                    "  qzapp gallery -d apps.db --folder -o site/gallery",
                     kMostOnPage, galleryfiles::kPage));
     return [options] { return gallery(*options); };
 }

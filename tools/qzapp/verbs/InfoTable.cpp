@@ -1,6 +1,7 @@
 #include "tools/qzapp/verbs/InfoTable.hpp"
 
 #include <fmt/format.h>
+#include <CLI/Option.hpp>
 #include <appserialization/ustring.hpp>
 #include <fl/i18n.hpp>
 
@@ -71,6 +72,15 @@ std::string forPeople(const ustring& value) {
 }
 
 }  // namespace
+
+void declareTable(CLI::App& command, TableOptions& options) {
+    command.add_flag("--table", options.usual,
+                     "Print one line per app, with the columns File, Name, Version and Author");
+    command
+        .add_option("--columns", options.columns,
+                    "Print such a table with these columns: fields, File, Form, Screenshot")
+        ->type_name("NAMES");
+}
 
 std::vector<InfoTable::Column> InfoTable::allColumns() {
     std::vector<Column> all = {{kFile, {}}, {kForm, {}}};

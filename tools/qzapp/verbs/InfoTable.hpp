@@ -1,5 +1,6 @@
 #pragma once
 
+#include <CLI/App.hpp>
 #include <appserialization/AppMetadata.hpp>
 #include <appserialization/KAppMetadataReader.hpp>
 #include <appserialization/ustring.hpp>
@@ -20,9 +21,19 @@ struct TableApp {
     appserialization::ScreenshotSize screenshot;
 };
 
-// The table of apps that "qzapp info --table" and "qzapp find --table" print, a line for each app. On a terminal, columns are
-// aligned and long values cut, so it is printed when all apps are known. For a program, values are
-// whole and separated by tabs, and each line is printed at once.
+// The options of a verb that may print a table of apps.
+struct TableOptions {
+    bool usual = false;  // with the usual columns
+    std::optional<std::string> columns;
+
+    bool isWanted() const { return usual || columns; }
+};
+// Declares "--table" and "--columns", which fill in `options`.
+void declareTable(CLI::App& command, TableOptions& options);
+
+// A table of apps, a line for each app. On a terminal, columns are aligned and long values cut, so it is
+// printed when all apps are known. For a program, values are whole and separated by tabs, and each line
+// is printed at once.
 class InfoTable {
 public:
     // `names` are separated by commas: fields, in any case, "File", "Form" and "Screenshot"; the usual

@@ -53,8 +53,7 @@ struct InfoOptions {
     bool json = false;
     bool picture = false;
     std::optional<std::string> field;
-    bool table = false;
-    std::optional<std::string> columns;
+    TableOptions table;
 };
 
 bool isPresent(const ScreenshotSize& screenshot) {
@@ -198,8 +197,8 @@ std::string describe(const FileName& file, Wanted& wanted) {
 }
 
 void requireSense(const InfoOptions& options) {
-    if ((options.table || options.columns) && (options.field || options.json || options.picture)) {
-        throw UsageError(options.table ? "--table" : "--columns",
+    if (options.table.isWanted() && (options.field || options.json || options.picture)) {
+        throw UsageError(options.table.usual ? "--table" : "--columns",
                          "cannot be given with --json, --field or --picture; leave one out");
     }
     if (options.field && options.json)
@@ -219,7 +218,7 @@ int info(const InfoOptions& options) {
     Wanted wanted;
     wanted.json = options.json;
     if (options.field) wanted.field = fieldArgument("--field", *options.field);
-    if (options.table || options.columns) wanted.table.emplace(options.columns);
+    if (options.table.isWanted()) wanted.table.emplace(options.table.columns);
     if (options.picture) {
         wanted.drawer.emplace();
         // It draws one picture at a time, whatever --threads says.
@@ -250,12 +249,7 @@ Action declareInfo(CLI::App& command) {
     command.add_flag("--json", options->json, "Print one JSON object per file, each on one line");
     command.add_option("--field", options->field, "Print this field's value and nothing else")
         ->type_name("NAME");
-    command.add_flag("--table", options->table,
-                     "Print one line per app, with the columns File, Name, Version and Author");
-    command
-        .add_option("--columns", options->columns,
-                    "Print such a table with these columns: fields, File, Form, Screenshot")
-        ->type_name("NAMES");
+    declareTable(command, options->table);
     command.add_flag("--picture", options->picture,
                      "Draw the screenshot on the terminal, with chafa or img2sixel");
     command.footer(
