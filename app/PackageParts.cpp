@@ -159,10 +159,7 @@ std::optional<std::string> otherThumbnailOf(const Package& package) {
 
 PackageFacts requireEditable(const FileName& file, Package& package, const PartsToEdit& parts) {
     if (!parts.signature && signatures::isSigned(package)) {
-        throw Error(
-            file.shown,
-            "is signed, and no signature would be valid after an edit; add --drop-signature "
-            "to remove the signatures");
+        throw SignedError(file.shown, "is signed, and no signature would be valid after an edit");
     }
     const ustring format = fl::i18n::to_lower(parts.newFormat);
     for (const EditedKind& kind : kindsOf(parts)) {

@@ -109,10 +109,15 @@ py::object edit(const SaveName& name, const std::shared_ptr<File>& opened, const
     Warnings warnings;
     const PartsToEdit removed{.screenshot = removeScreenshot, .signature = dropSignature};
     const auto notes = savingReleased([&]() -> std::optional<std::vector<std::string>> {
-        const EditPlan plan = planEdit(opened->name(), content, removed);
-        if (plan.isEmpty()) return std::nullopt;
-        const EndingSignals ending;
-        return applyEdit(nameOf(name), opened->name(), content, plan);
+        try {
+            const EditPlan plan = planEdit(opened->name(), content, removed);
+            if (plan.isEmpty()) return std::nullopt;
+            const EndingSignals ending;
+            return applyEdit(nameOf(name), opened->name(), content, plan);
+        } catch (const SignedError& e) {
+            throw Error(e.subject(),
+                        e.text() + "; give edit() drop_signature=True to remove the signatures");
+        }
     });
     warnings.show();
     if (!notes) return py::none();

@@ -7,6 +7,7 @@ import os
 import pathlib
 import unittest
 import warnings
+import zipfile
 
 import qzapp
 from support import EXAMPLE, MODEL, PNG, ModuleTest
@@ -168,6 +169,24 @@ class Edit(ModuleTest):
                 self.assertEqual(pathlib.Path(name).read_bytes(), before)
                 self.assertEqual(self.names(), [name])
         self.assertEqual(self.names(), [])
+
+    def test_signatures_go_only_if_that_is_asked_for(self):
+        name = self.create()
+        kind = b"http://schemas.openxmlformats.org/package/2006/relationships/digital-signature/origin"
+        with zipfile.ZipFile(name) as package:
+            items = {item: package.read(item) for item in package.namelist()}
+        items["_rels/.rels"] = items["_rels/.rels"].replace(
+            b"</Rel", b'<Relationship Id="s" Type="' + kind + b'" Target="korval/code.k"/></Rel')
+        with zipfile.ZipFile(name, "w") as package:
+            for item, content in items.items():
+                package.writestr(item, content)
+        text = "app.kvpkg: is signed, and no signature would be valid after an edit; "
+        with self.fails(qzapp.BadFileError, text + "give edit() drop_signature=True to remove the signatures"):
+            with qzapp.edit(name) as draft:
+                draft.metadata.name = "B"
+        with qzapp.edit(name, drop_signature=True) as draft:
+            draft.metadata.name = "B"
+        self.assertEqual((qzapp.open(name).metadata.name, qzapp.open(name).code), ("B", "disp(1)\n"))
 
     def test_the_second_of_two_edits_sees_the_first_or_fails(self):
         name = self.create()

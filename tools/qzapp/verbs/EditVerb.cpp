@@ -59,7 +59,7 @@ std::string withNotes(std::string text, const FileName& file,
 }
 
 // Returns the report on a file that was left as it is, or nothing after printing that of an edit.
-std::string editFile(const FileName& file, const Content& content, const EditOptions& options) {
+std::string changeFile(const FileName& file, const Content& content, const EditOptions& options) {
     requireForm(file, Form::Packaged);
     const FileName opened = hold(file);
     const std::string name = visible(file.shown);
@@ -77,6 +77,14 @@ std::string editFile(const FileName& file, const Content& content, const EditOpt
     const auto notes = applyEdit(file, opened, content, plan);
     printReport(file, withNotes(fmt::format("edited {}\n", name), file, notes));
     return {};
+}
+
+std::string editFile(const FileName& file, const Content& content, const EditOptions& options) {
+    try {
+        return changeFile(file, content, options);
+    } catch (const SignedError& e) {
+        throw Error(e.subject(), e.text() + "; add --drop-signature to remove the signatures");
+    }
 }
 
 // The files, each once, even if several names lead to it.
