@@ -53,13 +53,13 @@ def _memory_file(source: object) -> _native.MemoryFile:
 
 def _app_file(source: Source) -> _native.File:
     if _is_path(source):
-        return _native.File.at(_names_of(source)[0])  # type: ignore[arg-type]
+        return _native.File.at(os.fsencode(source))  # type: ignore[arg-type]
     return _memory_file(source).app()
 
 
 def _content_file(source: Source) -> _native.File:
     if _is_path(source):
-        return _native.File.at(_names_of(source)[0])  # type: ignore[arg-type]
+        return _native.File.at(os.fsencode(source))  # type: ignore[arg-type]
     return _memory_file(source).content()
 
 
@@ -179,7 +179,7 @@ class App:
     @property
     def metadata(self) -> Metadata:
         """The metadata as the file has it; a new record each time."""
-        return Metadata(*self._open_file().metadata())
+        return Metadata._of(self._open_file().metadata())
 
     @property
     def code(self) -> str | None:
@@ -230,7 +230,7 @@ class Draft(App):
         self._model: _native.File | None = None
         self._screenshot: Any = _UNSET
         self.notes: list[str] = []
-        self._before = Metadata(*file.metadata()) if file is not None else Metadata()
+        self._before = Metadata._of(file.metadata()) if file is not None else Metadata()
         self._metadata = self._copy(self._before)
 
     @staticmethod
@@ -470,7 +470,7 @@ def scan(folder: StrPath, *, threads: int = 0) -> Iterator[ScannedApp]:
 def _records_of(scan: _native.Scan) -> Iterator[ScannedApp]:
     while some := scan.next():
         for path, form, values, error in some:
-            yield ScannedApp(path, form, Metadata(*values) if values is not None else None, error)
+            yield ScannedApp(path, form, Metadata._of(values) if values is not None else None, error)
 
 
 def check(source: Source) -> list[Finding]:

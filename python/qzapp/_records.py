@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import dataclasses
-from collections.abc import Iterator, Mapping
+from collections.abc import Iterable, Iterator, Mapping
 from typing import Any, Generic, TypeVar, overload
 
 _Value = TypeVar("_Value")
@@ -73,6 +73,13 @@ class Metadata:
     RequiredProducts = _List("required_products")
     UserComponents = _List("user_components")
     ImageRelativePaths = _List("image_relative_paths")
+
+    @classmethod
+    def _of(cls, values: Iterable[Any]) -> Metadata:
+        """The record of values that need no check, such as those of a file."""
+        record = cls.__new__(cls)
+        record.__dict__.update(zip(FIELDS, values))
+        return record
 
     def __setattr__(self, name: str, value: object) -> None:
         object.__setattr__(self, name, _checked(name, value))
