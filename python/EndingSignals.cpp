@@ -1,9 +1,13 @@
 #include "python/EndingSignals.hpp"
 
 #include <signal.h>
+#include <sys/types.h>
+#include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <mutex>
+#include <thread>
 
 #include "app/PrivateFolder.hpp"
 
@@ -13,8 +17,16 @@ namespace {
 
 constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP, SIGXCPU};
 
+// Each save may need two of the private folders that a process can have.
+constexpr int kMostSaves = 8;
+
 constinit std::mutex mutex;
 constinit int savesGoingOn = 0;
+constinit pid_t process = 0;  // whose saves are counted; those of a parent do not end in its child
+
+bool isOfThisProcess() {
+    return process == ::getpid();
+}
 
 using Handler = void (*)(int);
 
@@ -36,13 +48,24 @@ void exchange(Handler from, Handler to) {
 
 }  // namespace
 
-EndingSignals::EndingSignals() {
+bool EndingSignals::begin() {
     const std::lock_guard lock(mutex);
+    if (!isOfThisProcess()) savesGoingOn = 0;
+    process = ::getpid();
+    if (savesGoingOn == kMostSaves) return false;
     if (savesGoingOn++ == 0) exchange(SIG_DFL, cleanUpAndDie);
+    return true;
+}
+
+EndingSignals::EndingSignals() {
+    constexpr std::chrono::milliseconds kPause{5};
+    while (!begin())
+        std::this_thread::sleep_for(kPause);
 }
 
 EndingSignals::~EndingSignals() {
     const std::lock_guard lock(mutex);
+    if (!isOfThisProcess()) return;
     if (--savesGoingOn == 0) exchange(cleanUpAndDie, SIG_DFL);
 }
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "app/AppContent.hpp"
+#include "app/AppFolder.hpp"
 #include "app/Error.hpp"
 #include "app/InputFiles.hpp"
 #include "app/WithPackage.hpp"
@@ -96,7 +97,13 @@ std::shared_ptr<File> MemoryFile::app() {
     const std::lock_guard lock(mutex_);
     requireOpen();
     const Form form = about({kBytes, {}}, [&] { return formOfContent(file_); });
-    return named(u"app" + extensionOf(form));
+    auto app = named(u"app" + extensionOf(form));
+    if (form == Form::Text && !isTextApp(app->name())) {
+        throw Error(kBytes,
+                    "these bytes hold neither a package nor the sections of a text app; if they "
+                    "are a path, give it as a str");
+    }
+    return app;
 }
 
 std::shared_ptr<File> MemoryFile::content() {

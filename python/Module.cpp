@@ -106,7 +106,7 @@ void append(MemoryFile& to, py::handle buffer) {
 py::list nextOf(Scan& scan) {
     std::optional<py::error_already_set> raised;
     const auto mayGoOn = [&] {
-        const py::gil_scoped_acquire held;
+        const Locked held;
         if (!raised && isInterrupted()) raised.emplace();
         return !raised;
     };
@@ -196,9 +196,10 @@ void declareSaving(py::module_& module) {
 
 void declareScan(py::module_& module) {
     py::class_<Scan>(module, "Scan")
-        .def(py::init([](const std::string& folder, std::size_t threads) {
-            return released([&] { return std::make_unique<Scan>(folder, threads); });
-        }))
+        .def(py::init(
+            [](const std::string& shown, const std::string& absolute, std::size_t threads) {
+                return released([&] { return std::make_unique<Scan>(shown, absolute, threads); });
+            }))
         .def("next", nextOf);
 }
 

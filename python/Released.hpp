@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Python.h>
 #include <pybind11/pybind11.h>
 #include <foundation/SaveWatch.hpp>
 
@@ -9,11 +10,39 @@
 
 namespace qzapp::python {
 
+// The interpreter's lock. When the interpreter is shutting down, Python ends a thread that asks for the lock, by
+// unwinding its stack, which functions of C++ that let nothing pass turn into the end of the process. These
+// classes keep such a thread until the process ends.
+
+// Gives the lock back for a while.
+class Unlocked {
+public:
+    Unlocked() : state_(PyEval_SaveThread()) {}
+    ~Unlocked();
+    Unlocked(const Unlocked&) = delete;
+    Unlocked& operator=(const Unlocked&) = delete;
+
+private:
+    PyThreadState* state_;
+};
+
+// Takes the lock for a while, on any thread.
+class Locked {
+public:
+    Locked();
+    ~Locked() { PyGILState_Release(state_); }
+    Locked(const Locked&) = delete;
+    Locked& operator=(const Locked&) = delete;
+
+private:
+    PyGILState_STATE state_;
+};
+
 // Runs work without the interpreter's lock, and returns its result. The work must not touch Python's
 // objects.
 template <class Work>
 auto released(Work work) {
-    const pybind11::gil_scoped_release free;
+    const Unlocked free;
     return work();
 }
 
@@ -31,7 +60,7 @@ auto savingReleased(Work work) {
     try {
         return released([&] {
             const foundation::SaveWatch watch([&](std::uint64_t) {
-                const pybind11::gil_scoped_acquire held;
+                const Locked held;
                 if (!raised && isInterrupted()) raised.emplace();
                 return !raised;
             });

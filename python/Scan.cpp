@@ -16,22 +16,36 @@ namespace {
 // Enough for starting the threads to cost little, and few enough for the first to come soon.
 constexpr std::size_t kAtOnce = 256;
 
+Error renamed(const Error& error, const std::string& shown) {
+    return error.code() ? Error(shown, error.text(), error.code())
+                        : Error(shown, error.text(), error.cause());
+}
+
 // Nothing if the file is not an app.
-std::optional<Scanned> read(const std::string& name) {
+std::optional<Scanned> read(const std::string& absolute, const std::string& shown) {
     try {
-        const auto file = openListed(name);
+        auto file = openListed(absolute);
         if (!file) return std::nullopt;
+        file->shown = shown;
         const Form form = formOf(*file);
-        return Scanned{name, form, about(*file, [&] { return openApp(*file)->readMetadata(); })};
+        return Scanned{shown, form, about(*file, [&] { return openApp(*file)->readMetadata(); })};
     } catch (const Error& error) {
-        return Scanned{.name = name, .error = error};
+        return Scanned{.name = shown, .error = renamed(error, shown)};
     }
 }
 
 }  // namespace
 
-Scan::Scan(const std::string& folder, std::size_t threads)
-    : threads_(threads), found_(appsBelow(fileNamed(folder))) {}
+Scan::Scan(const std::string& shown, const std::string& absolute, std::size_t threads)
+    : threads_(threads), shown_(shown), absolute_(absolute) {
+    FileName folder = fileNamed(absolute);
+    folder.shown = shown;
+    found_ = appsBelow(folder);
+}
+
+std::string Scan::shownName(const std::string& name) const {
+    return shown_ + name.substr(absolute_.size());
+}
 
 std::vector<Scanned> Scan::next(const std::function<bool()>& mayGoOn) {
     const std::lock_guard lock(mutex_);
@@ -40,7 +54,8 @@ std::vector<Scanned> Scan::next(const std::function<bool()>& mayGoOn) {
         some = readSome(mayGoOn);
     if (!some.empty() || file_ < found_.files.size()) return some;
     for (const auto& [name, reason] : std::exchange(found_.unlisted, {}))
-        some.push_back({.name = name, .error = Error(name, reason, std::error_code())});
+        some.push_back(
+            {.name = shownName(name), .error = Error(shownName(name), reason, std::error_code())});
     return some;
 }
 
@@ -57,7 +72,10 @@ std::vector<Scanned> Scan::readSome(const std::function<bool()>& mayGoOn) {
         files[slot] = file_++;
         return true;
     };
-    pipeline.work = [&](std::size_t slot) { read[slot] = python::read(found_.files[files[slot]]); };
+    pipeline.work = [&](std::size_t slot) {
+        const std::string& name = found_.files[files[slot]];
+        read[slot] = python::read(name, shownName(name));
+    };
     pipeline.take = [&](std::size_t slot) {
         if (read[slot]) some.push_back(*std::exchange(read[slot], std::nullopt));
     };

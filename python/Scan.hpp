@@ -26,18 +26,21 @@ struct Scanned {
 // All apps below a folder, read on all cores, some at a time. Runs without the interpreter's lock.
 class Scan {
 public:
-    // Throws Error if the folder cannot be listed. `threads` bounds how many files are read at a time; 0
+    // A folder by the name that is shown and by its absolute one, since the working directory may change
+    // meanwhile. Throws Error if it cannot be listed. `threads` bounds how many files are read at a time; 0
     // leaves that to foundation::threads::limit().
-    Scan(const std::string& folder, std::size_t threads);
+    Scan(const std::string& shown, const std::string& absolute, std::size_t threads);
 
     // The next of them, in the order of names: at least one, and none only at the end. Returns fewer once
     // `mayGoOn`, which is called on this thread, returns false.
     std::vector<Scanned> next(const std::function<bool()>& mayGoOn);
 
 private:
+    std::string shownName(const std::string& name) const;
     std::vector<Scanned> readSome(const std::function<bool()>& mayGoOn);
 
     std::size_t threads_;
+    std::string shown_, absolute_;  // of the folder
     std::mutex mutex_;
     AppsBelow found_;
     std::size_t file_ = 0;  // the next one

@@ -5,6 +5,7 @@ from __future__ import annotations
 import dataclasses
 import errno
 import io
+import operator
 import os
 import warnings
 from collections.abc import Iterator, Mapping
@@ -19,6 +20,7 @@ StrPath = Union[str, "os.PathLike[str]"]
 Source = Union[StrPath, bytes, bytearray, memoryview, IO[bytes]]
 
 _PIECE = 1 << 20
+_MOST_THREADS = 1024
 _Self = TypeVar("_Self", bound="App")
 
 
@@ -26,12 +28,20 @@ def _is_path(source: object) -> bool:
     return isinstance(source, (str, os.PathLike))
 
 
+def _bytes_of(path: StrPath) -> bytes:
+    try:
+        return os.fsencode(path)
+    except UnicodeEncodeError:
+        shown, found, advice = ascii(os.fspath(path)), "the system has no bytes for this name", "choose another"
+        raise BadFileError(f"{shown}: {found}; {advice}", shown, None, found, advice) from None
+
+
 def _names_of(path: StrPath) -> tuple[bytes, bytes]:
     """The name of a file as it was given, and with the working directory of this moment before it."""
     if not _is_path(path):
         raise TypeError(f"expected the path of a file, found {type(path).__name__}")
-    given = os.fsencode(path)
-    return given, os.path.join(os.getcwdb(), given) if given else given
+    given = _bytes_of(path)
+    return given, given if os.path.isabs(given) or not given else os.path.join(os.getcwdb(), given)
 
 
 def _memory_file(source: object) -> _native.MemoryFile:
@@ -40,26 +50,30 @@ def _memory_file(source: object) -> _native.MemoryFile:
     if read is None:
         try:
             memory.append(memoryview(source))  # type: ignore[arg-type]
-        except TypeError:
-            raise TypeError("expected a path, a bytes-like object or a file object, found "
+        except (TypeError, BufferError):
+            raise TypeError("expected a path, a bytes-like object without gaps or a file object, found "
                             f"{type(source).__name__}") from None
         return memory
-    while piece := read(_PIECE):
+    while True:
+        piece = read(_PIECE)
+        if piece is None:
+            raise BlockingIOError(errno.EAGAIN, "expected a file object that waits for bytes, found one that does not")
         if isinstance(piece, str):
             raise TypeError("expected a file object that was opened in binary mode, found one in text mode")
+        if not piece:
+            return memory
         memory.append(piece)
-    return memory
 
 
 def _app_file(source: Source) -> _native.File:
     if _is_path(source):
-        return _native.File.at(os.fsencode(source))  # type: ignore[arg-type]
+        return _native.File.at(_bytes_of(source))  # type: ignore[arg-type]
     return _memory_file(source).app()
 
 
 def _content_file(source: Source) -> _native.File:
     if _is_path(source):
-        return _native.File.at(os.fsencode(source))  # type: ignore[arg-type]
+        return _native.File.at(_bytes_of(source))  # type: ignore[arg-type]
     return _memory_file(source).content()
 
 
@@ -460,11 +474,12 @@ def scan(folder: StrPath, *, threads: int = 0) -> Iterator[ScannedApp]:
 
     A file that cannot be read is a record with an ``error``, and so is a folder that cannot be listed. Links to
     folders, hidden files, and sources without app metadata are left out."""
-    if threads < 0:
-        raise ValueError(f"threads: expected 0 or more, found {threads}")
+    threads = operator.index(threads)
+    if not 0 <= threads <= _MOST_THREADS:
+        raise ValueError(f"threads: expected 0 to {_MOST_THREADS}, found {threads}")
     if not _is_path(folder):
         raise TypeError(f"expected the path of a folder, found {type(folder).__name__}")
-    return _records_of(_native.Scan(os.fsencode(folder), threads))
+    return _records_of(_native.Scan(*_names_of(folder), threads))
 
 
 def _records_of(scan: _native.Scan) -> Iterator[ScannedApp]:

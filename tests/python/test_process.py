@@ -138,6 +138,27 @@ class Threads(ModuleTest):
 
         self.assertEqual(self.in_threads(8, read), [])
 
+    def test_a_thread_that_works_when_the_program_ends_does_no_harm(self):
+        self.create()
+        for work in ['qzapp.open("app.kvpkg").metadata', 'list(qzapp.scan("."))',
+                     'qzapp.create(name, code="", model=bytes(1 << 20), overwrite=True).save()']:
+            program = self.run_python(f"""
+import qzapp, threading, time
+def loop():
+    name = f"{{threading.get_ident()}}.kvpkg"
+    while True:
+        {work}
+for _ in range(3):
+    threading.Thread(target=loop, daemon=True).start()
+time.sleep(.3)
+""")
+            self.assertEqual((program.communicate()[1], program.returncode), (b"", 0), work)
+
+    def test_any_number_may_save_at_once(self):
+        model = bytes(4 << 20)
+        self.assertEqual(self.in_threads(40, lambda i: self.create(f"{i}.kvpkg", model=model)), [])
+        self.assertEqual(len(self.names()), 40)
+
     def test_only_one_of_many_edits_is_saved_and_the_others_know(self):
         name = self.create()
         drafts = [qzapp.edit(name) for _ in range(6)]

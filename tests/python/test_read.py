@@ -80,7 +80,7 @@ class Open(ModuleTest):
     def test_arguments_of_wrong_types_are_type_errors_that_say_so(self):
         name = self.create()
         path = "expected the path of a file, found bytes"
-        source = "expected a path, a bytes-like object or a file object, found "
+        source = "expected a path, a bytes-like object without gaps or a file object, found "
         rows = [
             (lambda: qzapp.open(None), source + "NoneType"),
             (lambda: qzapp.open(10**30), source + "int"),
@@ -95,6 +95,22 @@ class Open(ModuleTest):
         for call, text in rows:
             with self.subTest(text), self.fails(TypeError, text):
                 call()
+
+    def test_bytes_that_are_no_app_and_files_that_do_not_wait_are_refused(self):
+        class Waiting(io.RawIOBase):
+            pieces = [TEXT_APP.encode(), None, b"more", b""]
+
+            def read(self, size=-1):
+                return self.pieces.pop(0)
+
+        with self.assertRaises(BlockingIOError):
+            qzapp.open(Waiting())
+        for source in b"", os.fsencode(self.create()):
+            with self.fails(qzapp.BadFileError, "<bytes>: these bytes hold neither a package nor the sections of a "
+                            "text app; if they are a path, give it as a str"):
+                qzapp.open(source)
+        with self.fails(qzapp.BadFileError, r"'\ud800.kvpkg': the system has no bytes for this name; choose another"):
+            qzapp.open("\ud800.kvpkg")
 
     def test_a_closed_app_is_not_read(self):
         with qzapp.open(self.create()) as app:
@@ -212,6 +228,12 @@ class Scan(ModuleTest):
             self.assertEqual((bad.metadata, bad["name"], bad.form, type(bad.error)), (None, None, None, qzapp.BadFileError))
             self.assertEqual((text["name"], text.form, text.error), ("Scope", "text", None))
             self.assertIsInstance(named.error, qzapp.BadFileError)
+        scan = qzapp.scan("apps")
+        next(scan)
+        os.chdir("/")
+        self.assertEqual([(record.path, type(record.error)) for record in scan][-4:],
+                         [(record.path, type(record.error)) for record in records[-4:]])
+        os.chdir(self.dir)
         self.assertEqual(dict(text)["app_type"], text.metadata.app_type)
         self.assertEqual(list(text)[:4], ["path", "form", "error", "name"])
         self.assertFalse(dataclasses.is_dataclass(text))  # pandas takes the columns from a dataclass, not the mapping
@@ -222,7 +244,7 @@ class Scan(ModuleTest):
             qzapp.scan("no")
         with self.assertRaises(NotADirectoryError):
             qzapp.scan("file")
-        with self.fails(ValueError, "threads: expected 0 or more, found -1"):
+        with self.fails(ValueError, "threads: expected 0 to 1024, found -1"):
             qzapp.scan(".", threads=-1)
         self.assertEqual(list(qzapp.scan(".")), [])
 
