@@ -80,5 +80,36 @@ TEST(Conversion, BringsEveryMixtureOfCharactersBack) {
     }
 }
 
+ustring repeated(ustring_view text, std::size_t times) {
+    ustring all;
+    while (times-- > 0)
+        all += text;
+    return all;
+}
+
+// Short texts are ICU's; longer ones must come out alike, and long runs of marks in little time.
+TEST(Composed, OrdersTheMarksOfTextsOfAnyLength) {
+    for (const std::size_t times : {3U, 1'000U, 200'000U}) {
+        const struct {
+            ustring text, decomposed, composed;
+        } rows[] = {
+            {u"a" + repeated(u"\u0301\u0316", times),
+             u"a" + repeated(u"\u0316", times) + repeated(u"\u0301", times),
+             u"\u00E1" + repeated(u"\u0316", times) + repeated(u"\u0301", times - 1)},
+            // Decomposes into marks of two classes.
+            {u"x" + repeated(u"\u0F73", times),
+             u"x" + repeated(u"\u0F71", times) + repeated(u"\u0F72", times),
+             u"x" + repeated(u"\u0F71", times) + repeated(u"\u0F72", times)},
+            {repeated(u"e\u0301\uAC01\U0001D15E\xD800", times),
+             repeated(u"e\u0301\u1100\u1161\u11A8\U0001D157\U0001D165\xD800", times),
+             repeated(u"\u00E9\uAC01\U0001D157\U0001D165\xD800", times)},
+        };
+        for (const auto& row : rows) {
+            EXPECT_TRUE(to_decomposed(row.text) == row.decomposed) << times;
+            EXPECT_TRUE(to_composed(row.text) == row.composed) << times;
+        }
+    }
+}
+
 }  // namespace
 }  // namespace fl::i18n

@@ -7,8 +7,11 @@
 #include <unicode/utypes.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <iterator>
 #include <stdexcept>
+#include <string>
 
 namespace fl::i18n {
 
@@ -161,6 +164,59 @@ ustring normalized(ustring_view text, const UNormalizer2* form) {
     return result;
 }
 
+const UNormalizer2* decomposition() {
+    UErrorCode status = U_ZERO_ERROR;
+    return unorm2_getNFDInstance(&status);
+}
+
+const UNormalizer2* composition() {
+    UErrorCode status = U_ZERO_ERROR;
+    return unorm2_getNFCInstance(&status);
+}
+
+void appendDecomposed(UChar32 character, std::u32string& to) {
+    constexpr std::size_t kMostUnits = 18;  // that a character decomposes into
+    std::array<char16_t, kMostUnits> units{};
+    UErrorCode status = U_ZERO_ERROR;
+    const std::int32_t size = unorm2_getDecomposition(decomposition(), character, units.data(),
+                                                      std::ssize(units), &status);
+    if (size < 0) to += static_cast<char32_t>(character);
+    for (std::int32_t at = 0; at < size;) {
+        UChar32 part = 0;
+        U16_NEXT(units.data(), at, size, part);
+        to += static_cast<char32_t>(part);
+    }
+}
+
+// The text decomposed, if it is so long that its marks may need much time to be put in order. ICU inserts them
+// one by one, which takes time with the square of the length of a run of marks.
+ustring withMarksInOrder(ustring_view text) {
+    constexpr std::size_t kShort = 500;
+    if (text.size() <= kShort) return ustring(text);
+    std::u32string characters;
+    for (std::size_t at = 0; at < text.size();) {
+        UChar32 character = 0;
+        U16_NEXT(text.data(), at, text.size(), character);
+        appendDecomposed(character, characters);
+    }
+    const auto order = [](char32_t c) {
+        return unorm2_getCombiningClass(decomposition(), static_cast<UChar32>(c));
+    };
+    const auto isMark = [&](char32_t c) { return order(c) != 0; };
+    for (auto begin = characters.begin(); begin != characters.end();) {
+        begin = std::find_if(begin, characters.end(), isMark);
+        const auto end = std::find_if_not(begin, characters.end(), isMark);
+        std::ranges::stable_sort(begin, end, {}, order);
+        begin = end;
+    }
+    ustring units;
+    for (const char32_t c : characters) {
+        if (c > 0xFFFF) units += static_cast<char16_t>(U16_LEAD(c));
+        units += static_cast<char16_t>(c > 0xFFFF ? U16_TRAIL(c) : c);
+    }
+    return units;
+}
+
 }  // namespace
 
 ConversionError::ConversionError(const char* encoding, std::size_t index)
@@ -198,13 +254,11 @@ ustring to_lower(ustring_view text) {
 }
 
 ustring to_composed(ustring_view text) {
-    UErrorCode status = U_ZERO_ERROR;
-    return normalized(text, unorm2_getNFCInstance(&status));
+    return normalized(withMarksInOrder(text), composition());
 }
 
 ustring to_decomposed(ustring_view text) {
-    UErrorCode status = U_ZERO_ERROR;
-    return normalized(text, unorm2_getNFDInstance(&status));
+    return normalized(withMarksInOrder(text), decomposition());
 }
 
 std::size_t find_unpaired_surrogate(ustring_view text) {
