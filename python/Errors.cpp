@@ -80,4 +80,12 @@ void Warnings::show() {
     }
 }
 
+void Warnings::showAfterSave() {
+    try {
+        show();
+    } catch (py::error_already_set& e) {
+        e.discard_as_unraisable("qzapp");
+    }
+}
+
 }  // namespace qzapp::python

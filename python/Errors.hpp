@@ -29,6 +29,8 @@ public:
 
     // Throws if a filter of the program makes an exception of a warning. Needs the interpreter's lock.
     void show();
+    // Like show(), after a save that took place: such an exception is only reported, as one in a destructor is.
+    void showAfterSave();
 
 private:
     static thread_local Warnings* current;

@@ -99,7 +99,7 @@ void create(const SaveName& name, const Given& given, bool overwrite) {
         requireFree(name, overwrite);
         createPackage(nameOf(name), content);
     });
-    warnings.show();
+    warnings.showAfterSave();
 }
 
 py::object edit(const SaveName& name, const std::shared_ptr<File>& opened, const Given& given,
@@ -119,7 +119,7 @@ py::object edit(const SaveName& name, const std::shared_ptr<File>& opened, const
                         e.text() + "; give edit() drop_signature=True to remove the signatures");
         }
     });
-    warnings.show();
+    warnings.showAfterSave();
     if (!notes) return py::none();
     py::list shown;
     for (const std::string& note : *notes)

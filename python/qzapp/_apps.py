@@ -119,18 +119,18 @@ class _Content:
         _native.copy_to(self._stream(), *_names_of(path))
 
 
-@dataclasses.dataclass(frozen=True)
+@dataclasses.dataclass(frozen=True, eq=False)
 class Model(_Content):
     """The binary model of a packaged app: ``size`` bytes, to be read by open(), read() or save()."""
 
     size: int
-    _file: _native.File = dataclasses.field(repr=False, compare=False)
+    _file: _native.File = dataclasses.field(repr=False)
 
     def _stream(self) -> _native.Stream:
         return self._file.model()
 
 
-@dataclasses.dataclass(frozen=True)
+@dataclasses.dataclass(frozen=True, eq=False)
 class Part(_Content):
     """A part of a package, to be read by open(), read() or save()."""
 
@@ -138,7 +138,7 @@ class Part(_Content):
     content_type: str
     size: int
     compressed_size: int
-    _file: _native.File = dataclasses.field(repr=False, compare=False)
+    _file: _native.File = dataclasses.field(repr=False)
 
     def _stream(self) -> _native.Stream:
         return self._file.part(self.name)
