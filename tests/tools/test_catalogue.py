@@ -158,7 +158,7 @@ class Index(CatalogueTest):
         self.assertIn("apps/shut-too.kvpkg: may not be read", run.stderr.decode())
         self.assertEqual([entry["file"].rsplit("/", 1)[1] for entry in json.loads(run.stdout)["unread"]],
                          ["shut", "shut-too.kvpkg"])
-        self.assertEqual(self.find(), ["shut-too.kvpkg", "b.kvpkg"])
+        self.assertEqual((self.find(), self.find("is:unreadable")), (["shut-too.kvpkg", "b.kvpkg"], []))
         os.chmod(self.dir / "apps/shut-too.kvpkg", 0o600)  # which changes neither size nor time
         self.assertEqual(self.index("apps"), (0, 1, 0))
         self.assertEqual(self.find("is:unreadable"), [])
@@ -182,7 +182,9 @@ class Index(CatalogueTest):
         self.assertIn("rename the file", errors["PER.KVPKG"])
         self.assertEqual(self.sql("SELECT count(*) FROM files WHERE path = x'" + os.fsencode(
             self.dir / "apps").hex() + "2f" + name.hex() + "'"), [(1,)])
+        os.utime(self.dir / "apps/good.kvpkg", (15 * 10**9, 15 * 10**9))
         text = self.ok("index", "apps", "-d", "c.db")
+        self.assertEqual(self.find("modified:>2200"), ["good.kvpkg"])
         self.assertIn('4 apps cannot be read; "qzapp find -d c.db is:unreadable" lists them', text)
 
     def test_other_files_are_refused_and_left_as_they_are(self):
@@ -373,6 +375,14 @@ class Pictures(CatalogueTest):
             os.utime(self.dir / f"apps/{name}.kvpkg", (OLD, OLD))
         self.assertEqual(self.index("apps"), (4, 0, 0))
         self.assertEqual(self.pictures(), ([(3,)], [(1,)], [(1,)]))
+        self.assertEqual(self.index("apps"), (0, 0, 0))
+        # Whichever of several has brought the picture with it.
+        for number in range(20, 60):
+            shutil.copy2(self.dir / "apps/apps0.kvpkg", self.dir / f"apps/{number}.kvpkg")
+        self.ok("index", "apps", "-d", "many.db")
+        self.assertEqual(self.sql("SELECT count(*) FROM files WHERE again", "many.db"), [(0,)])
+        for number in range(20, 60):
+            os.remove(self.dir / f"apps/{number}.kvpkg")
         self.assertEqual(self.sql("SELECT DISTINCT screenshotSha256 FROM apps WHERE File NOT LIKE '%bad%'"),
                          [(hashlib.sha256(picture).hexdigest(),)])
         self.assertEqual(self.sql("SELECT originalWidth, originalHeight FROM pictures WHERE reason IS NULL"),
@@ -473,7 +483,10 @@ class Find(CatalogueTest):
             ("is:unreadble", 4, 'unknown value "unreadble"; did you mean "unreadable"?'),
             ("duplicate:x", 11, 'unknown value "x"; duplicate: takes uuid, hash'),
             ("has:nam", 5, 'unknown value "nam"; did you mean "Name"?'),
-            ("a +++", 3, "words consist of letters and digits; here are none"),
+            ("a +++", 3, "words consist of letters and digits; here are none, so leave it out"),
+            ("a \u2014 b", 3, "words consist of letters and digits; here are none, so leave it out"),
+            ("a NOT -b", 3, "excludes what is excluded; leave both NOT or - out"),
+            ("a --b", 3, "excludes what is excluded; leave both NOT or - out"),
             ("(" * 60, 51, "there are too many parentheses in each other"),
             ("a " * 201, 401, "a query has at most 200 terms"),
         ]
@@ -566,6 +579,20 @@ class Merge(CatalogueTest):
         status = json.loads(self.ok("index", "--status", "--json", "-d", "c.db"))
         self.assertEqual([source["label"] for source in status["sources"]], [None, "one", "two"])
         self.is_whole()
+
+    def test_no_other_catalogue_takes_the_place_of_one_for_good(self):
+        self.app("one/a.kvpkg", "Name=Real")
+        self.ok("index", "one", "-d", "one.db")
+        shutil.copy(self.dir / "one.db", self.dir / "evil.db")
+        self.sql("UPDATE sources SET updated = 9223372036854775807; UPDATE apps SET Name = 'Evil';", "evil.db")
+        self.ok("index", "--merge", "evil.db", "-d", "c.db")
+        self.ok("index", "--merge", "one.db", "-d", "c.db")
+        self.assertEqual(self.sql("SELECT Name FROM apps"), [("Real",)])
+        # Names that might be taken for options are no files.
+        self.sql("UPDATE files SET path = CAST('-rf' AS BLOB);", "evil.db")
+        self.fails(1, 'evil.db: holds the path "-rf", and no catalogue does; make it again with "qzapp index"', "find", "-0",
+                   "-d", "evil.db")
+        self.fails_like("evil.db: holds what no catalogue holds.*", "index", "--merge", "evil.db", "-d", "c.db")
 
     def test_the_same_catalogue_is_refused(self):
         self.app("one/a.kvpkg")

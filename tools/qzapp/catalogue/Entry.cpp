@@ -4,6 +4,7 @@
 #include <opc/ImageTypes.hpp>
 
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include "tools/qzapp/pictures/Picture.hpp"
@@ -143,6 +144,16 @@ private:
 
 }  // namespace
 
+std::int64_t nanosecondsOf(std::int64_t seconds, std::int64_t nanoseconds) {
+    std::int64_t time = 0;
+    if (__builtin_mul_overflow(seconds, std::int64_t{1'000'000'000}, &time) ||
+        __builtin_add_overflow(time, nanoseconds, &time)) {
+        using Limits = std::numeric_limits<std::int64_t>;
+        return seconds < 0 ? Limits::min() : Limits::max();
+    }
+    return time;
+}
+
 std::span<const Field> textFields() {
     static const auto kFields = fieldsThatAre<kTextFields>(false);
     return kFields;
@@ -151,6 +162,10 @@ std::span<const Field> textFields() {
 std::span<const Field> listFields() {
     static const auto kFields = fieldsThatAre<kListFields>(true);
     return kFields;
+}
+
+bool isAbsolutePath(std::string_view path) {
+    return path.starts_with('/') && path.find('\0') == std::string_view::npos;
 }
 
 bool isPlausible(const PictureRow& picture) {
@@ -183,7 +198,7 @@ std::optional<Entry> decodedEntry(std::string_view bytes) {
     Reader reader(bytes);
     Entry entry;
     visit(reader, entry);
-    if (!reader.isGood()) return std::nullopt;
+    if (!reader.isGood() || !isAbsolutePath(entry.path)) return std::nullopt;
     return entry;
 }
 

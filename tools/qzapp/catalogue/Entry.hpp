@@ -24,6 +24,9 @@ struct Stamp {
     friend bool operator==(const Stamp&, const Stamp&) = default;
 };
 
+// A time of the system in nanoseconds. One that is too far away becomes the first or last that can be expressed.
+std::int64_t nanosecondsOf(std::int64_t seconds, std::int64_t nanoseconds);
+
 // The fields that are texts, and those that are lists, in the order of allFields().
 std::span<const Field> textFields();
 std::span<const Field> listFields();
@@ -81,6 +84,9 @@ struct Source {
     std::int64_t updated = 0;
     std::vector<IndexedFolder> folders;
 };
+
+// Whether a path can be that of a file that a run has found.
+bool isAbsolutePath(std::string_view path);
 
 // Bytes for a pipe, and back. The functions that decode take any bytes, and return nothing if these are
 // something else.

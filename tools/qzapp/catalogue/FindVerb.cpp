@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "app/Error.hpp"
 #include "app/FileName.hpp"
 #include "app/MetadataJson.hpp"
 #include "app/VisibleText.hpp"
@@ -143,11 +144,18 @@ void forEachRow(const SqlConnection& catalogue, const Sql& sql,
 }
 
 // Prints the names of the files, which need nothing else of the apps.
-void printNames(const SqlConnection& catalogue, const Sql& sql, bool zeros) {
+void printNames(const FileName& file, const SqlConnection& catalogue, const Sql& sql, bool zeros) {
     std::vector<std::string> names;
     forEachRow(catalogue, sql, [&](const SqlStatement& row) { names.push_back(row.text(0)); });
     std::string text;
     for (const std::string& name : names) {
+        // What the names are handed to may take others for options, and no run makes them.
+        if (zeros && !isAbsolutePath(name)) {
+            throw Error(file.shown,
+                        fmt::format("holds the path \"{}\", and no catalogue does; make it again "
+                                    "with \"qzapp index\"",
+                                    visible(name)));
+        }
         text += zeros ? name + '\0' : visible(name) + "\n";
         if (text.size() < kPrintedBytes) continue;
         print(text);
@@ -185,7 +193,7 @@ int find(const FindOptions& options) {
         forEachRow(*catalogue, sql, [&](const SqlStatement& row) { apps = row.integer(0); });
         print(fmt::format("{}\n", apps));
     } else if (isNamesOnly) {
-        printNames(*catalogue, sql, options.zeros);
+        printNames(file, *catalogue, sql, options.zeros);
     } else {
         std::vector<std::int64_t> ids;
         forEachRow(*catalogue, sql,

@@ -76,7 +76,7 @@ public:
         batch.write();
         batch.remove(gone_);
         catalogue->inTransaction([&] {
-            if (!toRead_.empty() || !gone_.empty()) rows.removePictures();
+            if (!toRead_.empty() || !gone_.empty()) rows.settlePictures();
             noteFolders(rows);
         });
         result_.apps = catalogue->integer("SELECT count(*) FROM apps");

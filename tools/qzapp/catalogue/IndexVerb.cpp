@@ -108,12 +108,21 @@ std::string sheetOf(const FileName& catalogue, const FileName& other, const Merg
                        countOf(result.taken), countOf(result.removed));
 }
 
+void reportRebuilt(const FileName& catalogue, Made made) {
+    if (made != Made::Rebuilt) return;
+    report(catalogue.shown +
+           ": was made by an older qzapp and has been made anew; if it held other folders or "
+           "catalogues, "
+           "index or merge them again");
+}
+
 int merge(const FileName& catalogue, const IndexOptions& options) {
     int status = kDone;
     for (const std::string& name : options.folders) {
         const FileName other = fileArgument(name);
         try {
             const MergeResult result = mergeCatalogue(catalogue, other);
+            reportRebuilt(catalogue, result.made);
             printReport(catalogue, options.json ? jsonLine(toJson(catalogue, other, result))
                                                 : sheetOf(catalogue, other, result));
         } catch (const OutputError&) {
@@ -144,12 +153,7 @@ int index(const IndexOptions& options) {
     const IndexResult result = indexFolders(catalogue, options.folders, options.rescan);
     for (const Unlisted& each : result.unread)
         report(each.name + ": " + each.reason);
-    if (result.made == Made::Rebuilt) {
-        report(
-            catalogue.shown +
-            ": was made by an older qzapp and has been made anew; if it held other folders, index "
-            "them again");
-    }
+    reportRebuilt(catalogue, result.made);
     printReport(catalogue,
                 options.json ? jsonLine(toJson(catalogue, result)) : sheetOf(catalogue, result));
     return result.unread.empty() ? kDone : kFailed;

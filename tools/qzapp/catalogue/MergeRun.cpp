@@ -101,6 +101,13 @@ public:
     }
 
 private:
+    // At first hand, only what was merged before is passed over: what claims to be newer may come from another
+    // catalogue, or from a time when a clock was wrong. At second hand, whatever is older.
+    static bool isPassedOver(const Source& known, const Source& sent) {
+        return sent.id == kOwnSource ? known.updated == sent.updated
+                                     : known.updated >= sent.updated;
+    }
+
     // The source of which entries are coming, and its files that none has replaced so far.
     struct Current {
         Source sent;
@@ -116,8 +123,7 @@ private:
             throw Error(other_->shown,
                         "is this catalogue, or a copy of it; make a new one with \"qzapp index\"");
         }
-        const bool isOld = known != known_.end() && known->second.updated >= sent.updated;
-        if (isOurs || isOld) return;
+        if (isOurs || (known != known_.end() && isPassedOver(known->second, sent))) return;
         result_.isCurrent = false;
         const std::string label = sent.id == kOwnSource ? labelOf(*other_) : sent.label;
         source_.emplace();
@@ -147,7 +153,7 @@ private:
         source_->batch->remove(gone);
         result_.removed += std::ssize(gone);
         catalogue_->inTransaction([&] {
-            rows_.removePictures();
+            rows_.settlePictures();
             rows_.removeFolders(source_->id);
             for (const IndexedFolder& folder : source_->sent.folders)
                 rows_.putFolder(source_->id, folder);
@@ -172,12 +178,14 @@ MergeResult mergeCatalogue(const FileName& catalogue, const FileName& other) {
     letReadCatalogue(cage, other);
     CagedWorker worker(cage, [&](const CagedWorker::Send& send) { sendAll(other, send); });
     std::optional<std::string> piece = worker.next();  // throws if it is not a catalogue
-    Made ignored = Made::Found;
-    const auto opened = openOrMakeCatalogue(catalogue, ignored);
+    Made made = Made::Found;
+    const auto opened = openOrMakeCatalogue(catalogue, made);
     Merger merger(other, *opened);
     for (; piece; piece = worker.next())
         merger.take(*piece);
-    return merger.end();
+    MergeResult result = merger.end();
+    result.made = made;
+    return result;
 }
 
 }  // namespace qzapp

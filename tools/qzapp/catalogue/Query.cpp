@@ -136,6 +136,8 @@ private:
         const std::size_t start = at_;
         const bool isNegated = take("NOT") || takeMinus();
         if (isAtEnd()) fail(start, "something is missing behind it");
+        if (isNegated && (take("NOT") || takeMinus()))
+            fail(start, "excludes what is excluded; leave both NOT or - out");
         QueryNode inner = text_[at_] == '(' ? group() : term();
         if (!isNegated) return inner;
         QueryNode none{QueryNode::Kind::None, {}, {}};

@@ -1,6 +1,7 @@
 #include "tools/qzapp/catalogue/QuerySql.hpp"
 
 #include <fmt/format.h>
+#include <fl/i18n.hpp>
 
 #include <algorithm>
 #include <array>
@@ -69,6 +70,15 @@ bool isWords(const QueryNode& node) {
     if (node.kind == QueryNode::Kind::Term)
         return node.term.field == nullptr || node.term.field->kind == FieldKind::Words;
     return !node.nodes.empty() && std::ranges::all_of(node.nodes, isWords);
+}
+
+// Whether it is a letter or digit to FTS5, or half of a character. Beyond ASCII all but the blocks of punctuation
+// and symbols are.
+bool isPartOfWord(char16_t c) {
+    if (c < 0x80) return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+    const auto isWithin = [&](char16_t first, char16_t last) { return c >= first && c <= last; };
+    return !isWithin(0x80, 0xBF) && !isWithin(0x2000, 0x206F) && !isWithin(0x20A0, 0x20CF) &&
+           !isWithin(0x2190, 0x2BFF) && !isWithin(0x3000, 0x303F);
 }
 
 // Between the marks that FTS5 wants around a text.
@@ -197,11 +207,8 @@ private:
     }
 
     std::string matchOf(const QueryTerm& term) const {
-        const bool hasLetter = std::ranges::any_of(term.value, [](char c) {
-            return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-                   static_cast<unsigned char>(c) >= 0x80;
-        });
-        if (!hasLetter) fail(term, "words consist of letters and digits; here are none");
+        if (std::ranges::none_of(fl::i18n::utf8_to_ustring(term.value), isPartOfWord))
+            fail(term, "words consist of letters and digits; here are none, so leave it out");
         std::string match = quotedForMatch(term.value) + (term.isStart ? " *" : "");
         if (term.field != nullptr) match = term.field->column + (" : " + match);
         return match;

@@ -125,15 +125,11 @@ void addContent(const FileName& file, Pictures& pictures, Entry& entry) {
     addScreenshot(file, *reader, pictures, entry);
 }
 
-std::int64_t nanoseconds(const fl::filesystem::FileStamp& stamp) {
-    return stamp.modifiedSeconds * kNanoseconds + stamp.modifiedNanoseconds;
-}
-
 // A file that was written to a moment ago may be written to again without a difference in its time.
 bool maySoonChangeUnseen(const Stamp& stamp) {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const std::int64_t step = stamp.modified % kNanoseconds == 0 ? kCoarseStep : kFineStep;
-    return std::chrono::nanoseconds(now).count() - stamp.modified < step;
+    return stamp.modified > std::chrono::nanoseconds(now).count() - step;
 }
 
 void readInto(Entry& entry, Pictures& pictures) {
@@ -143,7 +139,8 @@ void readInto(Entry& entry, Pictures& pictures) {
         return;
     }
     const auto& held = file->held->stamp;
-    entry.stamp = {static_cast<std::int64_t>(held.size), nanoseconds(held),
+    entry.stamp = {static_cast<std::int64_t>(held.size),
+                   nanosecondsOf(held.modifiedSeconds, held.modifiedNanoseconds),
                    static_cast<std::int64_t>(held.inode)};
     entry.again |= maySoonChangeUnseen(entry.stamp);
     addContent(*file, pictures, entry);
@@ -158,6 +155,10 @@ Entry readEntry(const FoundFile& found, Pictures& pictures) {
     try {
         readInto(entry, pictures);
     } catch (const Error& e) {
+        if (e.code() == std::errc::no_such_file_or_directory) {  // gone since it was listed
+            entry.app.reset();
+            return entry;
+        }
         AppRow& app = *entry.app;
         app.texts = {};
         app.lists = {};

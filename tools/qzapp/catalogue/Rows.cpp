@@ -36,6 +36,9 @@ std::vector<std::pair<std::string, std::string>> tablesOfApp() {
     return tables;
 }
 
+// What `again` is if only the picture is missing.
+constexpr std::int64_t kAgainForPicture = 2;
+
 std::string joined(const std::vector<std::string>& list) {
     return fmt::format("{}", fmt::join(list, "\n"));
 }
@@ -197,6 +200,7 @@ RowWriter::RowWriter(const SqlConnection& catalogue)
       find_(catalogue.prepare("SELECT id FROM files WHERE source = ? AND path = ?")),
       stamp_(catalogue.prepare("UPDATE files SET size = ?2, modified = ?3, inode = ?4, again = ?5 "
                                "WHERE id = ?1")),
+      again_(catalogue.prepare("UPDATE files SET again = 1 WHERE id = ?")),
       file_(catalogue.prepare("INSERT INTO files (size, modified, inode, again, source, path) "
                               "VALUES (?, ?, ?, ?, ?, ?) RETURNING id")),
       app_(catalogue.prepare(fmt::format(
@@ -225,11 +229,16 @@ RowWriter::RowWriter(const SqlConnection& catalogue)
 void RowWriter::put(std::int64_t source, const Entry& entry) {
     std::int64_t id = 0;
     if (entry.app && entry.app->picture) putPicture(*entry.app->picture);
-    const std::int64_t again = entry.again || (entry.app && lacksPicture(*entry.app)) ? 1 : 0;
+    std::int64_t again = entry.app && lacksPicture(*entry.app) ? kAgainForPicture : 0;
+    if (entry.again) again = 1;
     find_.bind(1, source).bindBlob(2, entry.path);
     const bool isKnown = find_.step();
     if (isKnown) id = find_.integer(0);
     find_.reset();
+    if (isKnown && entry.isUnread) {
+        again_.bind(1, id).run();
+        return;
+    }
     if (isKnown) {
         removeContent(id);
         stamp_.bind(1, id).bind(2, entry.stamp.size).bind(3, entry.stamp.modified);
@@ -269,7 +278,11 @@ bool RowWriter::lacksPicture(const AppRow& app) {
     return !isThere;
 }
 
-void RowWriter::removePictures() {
+void RowWriter::settlePictures() {
+    catalogue_->execute(fmt::format(
+        "UPDATE files SET again = 0 WHERE again = {} AND id IN (SELECT id FROM apps WHERE "
+        "screenshotSha256 IN (SELECT sha256 FROM pictures))",
+        kAgainForPicture));
     catalogue_->execute(
         "DELETE FROM pictures WHERE sha256 NOT IN "
         "(SELECT screenshotSha256 FROM apps WHERE screenshotSha256 IS NOT NULL)");

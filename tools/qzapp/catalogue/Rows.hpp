@@ -59,8 +59,9 @@ class RowWriter {
 public:
     explicit RowWriter(const SqlConnection& catalogue);
 
-    // Adds a file of this source, or replaces what is known of the file of this name. If the picture of its
-    // screenshot is missing, because another run took it out meanwhile, the next run shall read it again.
+    // Adds a file of this source, or replaces what is known of the file of this name; what is known stays if the file
+    // could not be looked at now. If the picture of its
+    // screenshot is missing, the next run shall read the file again, unless settlePictures() finds it.
     void put(std::int64_t source, const Entry& entry);
     void remove(std::int64_t id);
     // Removes the file unless another run has read the file since.
@@ -70,8 +71,9 @@ public:
     std::int64_t putSource(const std::string& uuid, const std::string& label);
     void putFolder(std::int64_t source, const IndexedFolder& folder);
     void removeFolders(std::int64_t source);
-    // Removes the pictures that no app has.
-    void removePictures();
+    // To be called when all files are put: the picture of an app may come with one that is put later. Removes the
+    // pictures that no app has.
+    void settlePictures();
     void setUpdated(std::int64_t source, std::int64_t time);
 
 private:
@@ -84,7 +86,7 @@ private:
     void removeContent(std::int64_t id);
 
     const SqlConnection* catalogue_;
-    SqlStatement find_, stamp_, file_, app_, finding_, words_, picture_, findPicture_;
+    SqlStatement find_, stamp_, again_, file_, app_, finding_, words_, picture_, findPicture_;
     std::vector<SqlStatement> lists_, removals_;
 };
 

@@ -16,8 +16,6 @@
 namespace qzapp {
 namespace {
 
-constexpr std::int64_t kNanoseconds = 1'000'000'000;
-
 bool isBelow(const std::string& name, const std::string& folder) {
     return name.starts_with(folder) &&
            (name.size() == folder.size() || folder.ends_with('/') || name[folder.size()] == '/');
@@ -35,7 +33,7 @@ void add(std::string&& name, Walk& walk) {
     if (!S_ISREG(status.st_mode)) return;
     walk.files.push_back(
         {std::move(name),
-         {status.st_size, status.st_mtim.tv_sec * kNanoseconds + status.st_mtim.tv_nsec,
+         {status.st_size, nanosecondsOf(status.st_mtim.tv_sec, status.st_mtim.tv_nsec),
           static_cast<std::int64_t>(status.st_ino)}});
 }
 

@@ -7,7 +7,8 @@ CREATE TABLE files (
     size INTEGER NOT NULL,
     modified INTEGER NOT NULL,   -- nanoseconds since 1970, UTC
     inode INTEGER NOT NULL,
-    again INTEGER NOT NULL,      -- 1: to be read again by the next run, because it may have changed meanwhile
+    again INTEGER NOT NULL,      -- not 0: to be read again by the next run; 1 as it may have changed meanwhile, 2
+                                 --     as the scaled screenshot is missing
     UNIQUE (source, path)
 ) STRICT;
 

@@ -164,6 +164,9 @@ void requireSense(const GalleryOptions& options) {
         throw UsageError("gallery",
                          "name folders or files with apps, or a catalogue with --database");
     }
+    if (options.asFolder && options.out == kStandardStream)
+        throw UsageError("--output",
+                         "\"-\" is standard output, and --folder needs a folder; name one");
     for (const std::string& name : options.names) {
         if (fileArgument(name).shown == kStandardStream)
             throw UsageError(name, "cannot be read from standard input; name folders or files");
