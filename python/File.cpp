@@ -13,6 +13,7 @@
 #include "app/Error.hpp"
 #include "app/InputFiles.hpp"
 #include "app/WithPackage.hpp"
+#include "python/ObjectLock.hpp"
 
 namespace qzapp::python {
 
@@ -23,7 +24,7 @@ constexpr const char* kBytes = "<bytes>";
 }  // namespace
 
 std::size_t Stream::read(std::span<std::byte> buffer) {
-    const std::lock_guard lock(mutex_);
+    const ObjectLock lock(mutex_);
     if (failure_) std::rethrow_exception(failure_);
     try {
         return about(file_, [&] { return stream_->read(buffer); });
@@ -43,17 +44,17 @@ appserialization::AppMetadataReader& File::reader() {
 }
 
 void File::requireApp() {
-    const std::lock_guard lock(mutex_);
+    const ObjectLock lock(mutex_);
     reader();
 }
 
 appserialization::AppMetadata File::metadata() {
-    const std::lock_guard lock(mutex_);
+    const ObjectLock lock(mutex_);
     return about(name_, [&] { return reader().readMetadata(); });
 }
 
 appserialization::Screenshot File::screenshot() {
-    const std::lock_guard lock(mutex_);
+    const ObjectLock lock(mutex_);
     return readScreenshot(name_, reader());
 }
 
@@ -87,14 +88,14 @@ MemoryFile::MemoryFile() : file_(::memfd_create("qzapp", MFD_CLOEXEC)) {
 }
 
 void MemoryFile::append(std::span<const std::byte> bytes) {
-    const std::lock_guard lock(mutex_);
+    const ObjectLock lock(mutex_);
     requireOpen();
     about({kBytes, {}}, [&] { file_.writeAt(bytes, size_); });
     size_ += bytes.size();
 }
 
 std::shared_ptr<File> MemoryFile::app() {
-    const std::lock_guard lock(mutex_);
+    const ObjectLock lock(mutex_);
     requireOpen();
     const Form form = about({kBytes, {}}, [&] { return formOfContent(file_); });
     auto app = named(u"app" + extensionOf(form));
@@ -107,7 +108,7 @@ std::shared_ptr<File> MemoryFile::app() {
 }
 
 std::shared_ptr<File> MemoryFile::content() {
-    const std::lock_guard lock(mutex_);
+    const ObjectLock lock(mutex_);
     requireOpen();
     return named(u"content");
 }

@@ -17,6 +17,7 @@
 #include "python/Conversions.hpp"
 #include "python/Errors.hpp"
 #include "python/File.hpp"
+#include "python/ObjectLock.hpp"
 #include "python/Released.hpp"
 #include "python/Saving.hpp"
 #include "python/Scan.hpp"
@@ -157,8 +158,8 @@ void declareFiles(py::module_& module) {
     py::class_<MemoryFile>(module, "MemoryFile")
         .def(py::init<>())
         .def("append", append)
-        .def("app", &MemoryFile::app)
-        .def("content", &MemoryFile::content);
+        .def("app", [](MemoryFile& file) { return released([&] { return file.app(); }); })
+        .def("content", [](MemoryFile& file) { return released([&] { return file.content(); }); });
 }
 
 Given given(const py::dict& fields, const py::object& code, const FilePointer& model,
@@ -207,6 +208,7 @@ void declare(py::module_& module) {
     if (PyModule_AddFunctions(module.ptr(), functions) != 0) throw py::error_already_set();
     module.attr("FIELDS") = fieldNames();
     translateErrors();
+    ObjectLock::install();
     Warnings::install();
     declareFiles(module);
     declareSaving(module);

@@ -48,6 +48,8 @@ std::string Scan::shownName(const std::string& name) const {
 }
 
 std::vector<Scanned> Scan::next(const std::function<bool()>& mayGoOn) {
+    if (!process_.isOfThisProcess())
+        throw Error(shown_, "this scan belongs to the process that began it; begin another one");
     const std::lock_guard lock(mutex_);
     std::vector<Scanned> some;
     while (some.empty() && file_ < found_.files.size() && mayGoOn())

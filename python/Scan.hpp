@@ -1,6 +1,7 @@
 #pragma once
 
 #include <appserialization/AppMetadata.hpp>
+#include <foundation/ProcessMark.hpp>
 
 #include <cstddef>
 #include <functional>
@@ -31,7 +32,8 @@ public:
     // leaves that to foundation::threads::limit().
     Scan(const std::string& shown, const std::string& absolute, std::size_t threads);
 
-    // The next of them, in the order of names: at least one, and none only at the end. Returns fewer once
+    // The next of them, in the order of names: at least one, and none only at the end. Throws Error in a forked
+    // child, since a thread of its parent may have been in here. Returns fewer once
     // `mayGoOn`, which is called on this thread, returns false.
     std::vector<Scanned> next(const std::function<bool()>& mayGoOn);
 
@@ -41,6 +43,7 @@ private:
 
     std::size_t threads_;
     std::string shown_, absolute_;  // of the folder
+    foundation::ProcessMark process_;
     std::mutex mutex_;
     AppsBelow found_;
     std::size_t file_ = 0;  // the next one

@@ -229,6 +229,26 @@ class Processes(ModuleTest):
             self.assertEqual(qzapp.open(file).code, "new")
         self.assertEqual(self.names(), [name, "new.kvpkg"])
 
+    def test_a_forked_process_reads_what_other_threads_were_reading(self):
+        app, done = qzapp.open(self.create()), threading.Event()
+        scan = qzapp.scan(".")
+
+        def read():
+            while not done.is_set():
+                app.metadata
+
+        threads = [threading.Thread(target=read) for _ in range(3)]
+        for thread in threads:
+            thread.start()
+        self.addCleanup(lambda: [done.set(), *(thread.join() for thread in threads)])
+
+        def work():
+            signal.alarm(20)
+            return app.metadata.name
+
+        self.assertEqual([self.in_child(work) for _ in range(20)], ["Atlas"] * 20)
+        self.assertIn("belongs to the process that began it", self.in_child(lambda: list(scan)))
+
     def test_a_forked_process_scans_and_saves_what_it_opens_itself(self):
         list(qzapp.scan("."))
 
