@@ -588,6 +588,11 @@ class Merge(CatalogueTest):
         self.ok("index", "--merge", "evil.db", "-d", "c.db")
         self.ok("index", "--merge", "one.db", "-d", "c.db")
         self.assertEqual(self.sql("SELECT Name FROM apps"), [("Real",)])
+        # Nothing that is longer than an index makes it is taken.
+        self.sql("UPDATE apps SET Name = printf('%.*c', 30000000, 'x'), Summary = Name;", "evil.db")
+        self.sql("UPDATE sources SET updated = 1;", "evil.db")
+        self.ok("index", "--merge", "evil.db", "-d", "c.db")
+        self.assertEqual(self.sql("SELECT length(Name) FROM apps"), [(1 << 20,)])
         # Names that might be taken for options are no files.
         self.sql("UPDATE files SET path = CAST('-rf' AS BLOB);", "evil.db")
         self.fails(1, 'evil.db: holds the path "-rf", and no catalogue does; make it again with "qzapp index"', "find", "-0",

@@ -29,8 +29,8 @@ class GalleryFolder(ToolTest):
         """The apps of a gallery by the names of their files, read as the page does."""
         columns = json.loads(COLUMNS)
         apps = {}
-        for number, (size, integrity) in enumerate(self.pieces(folder), 1):
-            piece = self.read(f"{folder}/data/{number:04}.js")
+        for number, (size, integrity, name) in enumerate(self.pieces(folder), 1):
+            piece = self.read(f"{folder}/data/{name}.js")
             hashed = "sha256-" + base64.b64encode(hashlib.sha256(piece).digest()).decode()
             self.assertEqual(integrity, hashed)
             rows = re.fullmatch(rf"galleryPiece\({number},(\[.*\])\);\n", piece.decode(), re.S)[1]
@@ -62,7 +62,7 @@ class GalleryFolder(ToolTest):
         apps = self.apps()
         self.assertEqual(sorted(apps), ["a.kvpkg", "sub/t#1?%.k"])
         pictures = {app["picture"] for app in apps.values()}
-        self.assertEqual(self.files(), sorted(["data/0001.js", "index.html", *pictures]))
+        self.assertEqual(self.files(), sorted([f"data/{self.pieces()[0][2]}.js", "index.html", *pictures]))
         picture = self.read("g/" + pictures.pop())
         self.assertEqual(picture[:3], b"\xff\xd8\xff")
         app = apps["sub/t#1?%.k"]
@@ -141,11 +141,13 @@ class GalleryFolder(ToolTest):
         self.ok("index", "--merge", "c.db", "-d", "all.db")
         self.ok("gallery", "-d", "all.db", "--folder", "-o", "i")
         self.assertEqual({app.get("link") for app in self.apps("i").values()}, {""})
-        # A picture of a stranger that is none is left out.
+        # A picture of a stranger that is none is left out, and so is a link to what is no app.
         with sqlite3.connect(self.dir / "c.db") as database:
             database.execute("UPDATE pictures SET bytes = x'3C3C'")
+            database.execute("UPDATE files SET path = CAST('/etc/passwd' || id AS BLOB)")
         self.ok("gallery", "-d", "c.db", "--folder", "-o", "j")
         self.assertEqual([name for name in self.files("j") if name.startswith("pictures/")], [])
+        self.assertEqual({app.get("link", "") for app in self.apps("j").values()}, {""})
         for names in (), ("apps", "-d", "c.db"):
             self.assertEqual(self.run_tool("gallery", *names, "-o", "k").returncode, 2)
 

@@ -3,14 +3,28 @@
 #include <fl/i18n.hpp>
 #include <opc/ImageTypes.hpp>
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <utility>
 
+#include "app/SafeImage.hpp"
 #include "tools/qzapp/pictures/Picture.hpp"
 
 namespace qzapp {
 namespace {
+
+constexpr std::size_t kMostTextBytes = std::size_t{1} << 20;
+constexpr std::size_t kMostItems = 10'000;
+constexpr std::size_t kMostItemBytes = 1'000;
+
+void cut(std::string& text, std::size_t most) {
+    if (text.size() <= most) return;
+    std::size_t end = most;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+        --end;
+    text.resize(end);
+}
 
 template <std::size_t kCount>
 std::array<Field, kCount> fieldsThatAre(bool list) {
@@ -164,6 +178,24 @@ std::span<const Field> listFields() {
     return kFields;
 }
 
+void cutToLimits(AppRow& app) {
+    for (std::string& text : app.texts)
+        cut(text, kMostTextBytes);
+    for (std::vector<std::string>& list : app.lists) {
+        list.resize(std::min(list.size(), kMostItems));
+        for (std::string& item : list)
+            cut(item, kMostItemBytes);
+    }
+    for (FoundRow& row : app.findings) {
+        for (std::string* text : {&row.severity, &row.rule, &row.part, &row.text, &row.fix})
+            cut(*text, kMostItemBytes);
+    }
+    for (auto* text :
+         {&app.form, &app.error, &app.sha256, &app.screenshotFormat, &app.screenshotSha256}) {
+        if (*text) cut(**text, kMostItemBytes);
+    }
+}
+
 bool isAbsolutePath(std::string_view path) {
     return path.starts_with('/') && path.find('\0') == std::string_view::npos;
 }
@@ -172,7 +204,8 @@ bool isPlausible(const PictureRow& picture) {
     if (!picture.bytes) return true;
     const opc::ImageType* const type = opc::imageTypeOf(*picture.bytes);
     const bool isKind = type != nullptr && (type->format == "png" || type->format == "jpg");
-    if (!isKind || picture.mediaType != type->mediaType) return false;
+    if (!isKind || picture.mediaType != type->mediaType || !isSafeImage(*picture.bytes))
+        return false;
     const auto isSide = [](std::int64_t side, std::int64_t most) {
         return side > 0 && side <= most;
     };

@@ -62,6 +62,10 @@ struct AppRow {
     std::optional<PictureRow> picture;  // that of its screenshot, if the catalogue may lack it
 };
 
+// Cuts what is longer than a catalogue keeps: texts of more than 1 MiB, and lists of more than 10,000 items, or of
+// items of more than 1,000 bytes. So no hostile app fills the disk, and no other catalogue what takes it in.
+void cutToLimits(AppRow& app);
+
 // A file below an indexed folder.
 struct Entry {
     std::string path;  // the bytes of its name

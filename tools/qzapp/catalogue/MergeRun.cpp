@@ -91,6 +91,7 @@ public:
             if (!entry) throwStrange(*other_);
             if (entry->app && entry->app->picture && !isPlausible(*entry->app->picture))
                 throwStrange(*other_);
+            if (entry->app) cutToLimits(*entry->app);
             if (source_) put(*std::move(entry), piece.size());
         }
     }

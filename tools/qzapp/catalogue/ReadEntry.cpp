@@ -34,36 +34,20 @@ namespace {
 using appserialization::AppMetadata;
 using fl::i18n::to_display;
 
-// What is longer is cut, so that a hostile app cannot fill the disk of the catalogue.
-constexpr std::size_t kMostTextBytes = std::size_t{1} << 20;
-constexpr std::size_t kMostItems = 10'000;
-constexpr std::size_t kMostItemBytes = 1'000;
-
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
 // The clock by which the system dates files advances in steps of up to so much. Some file systems only keep
 // whole seconds, or even ones.
 constexpr std::int64_t kFineStep = kNanoseconds / 50, kCoarseStep = 2 * kNanoseconds;
 
-std::string cut(std::string text, std::size_t most) {
-    if (text.size() <= most) return text;
-    std::size_t end = most;
-    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
-        --end;
-    text.resize(end);
-    return text;
-}
-
 void addMetadata(const AppMetadata& record, AppRow& app) {
     for (std::size_t i = 0; i < kTextFields; ++i) {
         const FieldValue value = valueOf(record, textFields()[i]);
-        app.texts.at(i) = cut(to_display(std::get<ustring>(value)), kMostTextBytes);
+        app.texts.at(i) = to_display(std::get<ustring>(value));
     }
     for (std::size_t i = 0; i < kListFields; ++i) {
         const FieldValue value = valueOf(record, listFields()[i]);
-        for (const ustring& item : std::get<List>(value)) {
-            if (app.lists.at(i).size() == kMostItems) break;
-            app.lists.at(i).push_back(cut(to_display(item), kMostItemBytes));
-        }
+        for (const ustring& item : std::get<List>(value))
+            app.lists.at(i).push_back(to_display(item));
     }
 }
 
@@ -82,7 +66,7 @@ void addScreenshot(const FileName& file, const appserialization::AppMetadataRead
     try {
         const auto [format, bytes] = readScreenshot(file, reader);
         if (format.empty() && bytes.empty()) return;
-        app.screenshotFormat = cut(to_display(format), kMostItemBytes);
+        app.screenshotFormat = to_display(format);
         app.screenshotBytes = static_cast<std::int64_t>(bytes.size());
         const std::string_view image(reinterpret_cast<const char*>(bytes.data()), bytes.size());
         app.screenshotSha256 = sha256Hex(image);
@@ -102,9 +86,8 @@ void addFindings(const FileName& file, AppRow& app) {
     app.warnings = count(Severity::Warning);
     app.notes = count(Severity::Note);
     for (const Finding& finding : findings.sorted()) {
-        app.findings.push_back({nameOf(finding.rule->severity), finding.rule->id,
-                                cut(finding.part, kMostItemBytes),
-                                cut(finding.text, kMostItemBytes), cut(finding.fix, kMostItemBytes),
+        app.findings.push_back({nameOf(finding.rule->severity), finding.rule->id, finding.part,
+                                finding.text, finding.fix,
                                 static_cast<std::int64_t>(finding.count)});
     }
 }
@@ -167,10 +150,11 @@ Entry readEntry(const FoundFile& found, Pictures& pictures) {
         app.screenshotSha256.reset();
         app.picture.reset();
         app.errors = std::max<std::int64_t>(app.errors, 1);
-        app.error = cut(e.text(), kMostItemBytes);
+        app.error = e.text();
         entry.isUnread = e.isPassing();
         entry.again |= entry.isUnread;
     }
+    if (entry.app) cutToLimits(*entry.app);
     return entry;
 }
 

@@ -10,6 +10,9 @@
 #include <utility>
 #include <vector>
 
+#include "app/InputFiles.hpp"
+#include "app/check/Checks.hpp"
+#include "app/check/PackageView.hpp"
 #include "tools/qzapp/catalogue/Catalogue.hpp"
 #include "tools/qzapp/catalogue/Entry.hpp"
 #include "tools/qzapp/catalogue/Rows.hpp"
@@ -60,6 +63,12 @@ appserialization::Screenshot screenshotOf(const KnownApp& app) {
     return {u"", {begin, begin + app.picture->bytes->size()}};
 }
 
+// A catalogue of a stranger may name any file.
+bool mayBeLinked(const std::string& path) {
+    const FileName file = fileNamed(path);
+    return isAbsolutePath(path) && (isAppName(file) || isTextName(file));
+}
+
 void addPicture(const KnownApp& app, GalleryPictures& pictures, GalleryRecord& record) {
     if (!app.picture) return;
     const PictureRow& row = *app.picture;
@@ -101,7 +110,7 @@ RecordSource AppsInCatalogue::records(const GalleryFolder& folder,
         forEachApp(catalogue_, [&](const KnownApp& app) {
             GalleryRecord record;
             record.file = app.row.file;
-            if (!app.path.empty()) record.link = linkTo(app.path, folder.path());
+            if (mayBeLinked(app.path)) record.link = linkTo(app.path, folder.path());
             record.metadata = recordOf(app.row);
             record.failure = app.row.error.value_or("");
             addPicture(app, pictures, record);

@@ -69,7 +69,7 @@ bool isMadeOf(std::string_view text, std::string_view characters) {
     return !text.empty() && text.find_first_not_of(characters) == std::string_view::npos;
 }
 
-constexpr std::string_view kDigits = "0123456789", kHexDigits = "0123456789abcdef";
+constexpr std::string_view kHexDigits = "0123456789abcdef", kPieceCharacters = "0123456789abcdef-";
 
 // Whether a file of this name is in the folder of a gallery. `in` is "", "data", or a folder of pictures.
 bool isFileOf(std::string_view in, std::string_view name) {
@@ -77,7 +77,7 @@ bool isFileOf(std::string_view in, std::string_view name) {
     const std::size_t dot = name.find('.');
     if (dot == std::string_view::npos) return false;
     const std::string_view stem = name.substr(0, dot), extension = name.substr(dot);
-    if (in == kData) return isMadeOf(stem, kDigits) && extension == ".js";
+    if (in == kData) return isMadeOf(stem, kPieceCharacters) && extension == ".js";
     return isMadeOf(stem, kHexDigits) && (extension == ".png" || extension == ".jpg");
 }
 

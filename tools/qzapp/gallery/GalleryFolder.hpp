@@ -13,7 +13,7 @@
 
 namespace qzapp {
 
-// The files of a gallery's folder: "index.html", "data/0001.js" and so on, and "pictures/3f/3f04….jpg".
+// The files of a gallery's folder: "index.html", "data/0001-5d02f8a1.js" and so on, and "pictures/3f/3f04….jpg".
 namespace galleryfiles {
 inline constexpr const char* kPage = "index.html";
 inline constexpr const char* kData = "data";

@@ -38,6 +38,9 @@ constexpr const char* kShown = "the gallery";
 // The page shows the first piece before it has any other.
 constexpr std::size_t kFirstPiece = std::size_t{48} << 10;
 constexpr std::size_t kPiece = std::size_t{256} << 10;
+// As many digits of its hash are in the name of a piece, so that no browser takes one of an earlier gallery, which
+// it has kept, for one of this.
+constexpr std::size_t kPieceHash = 8;
 
 std::string textOf(const ustring& text, std::size_t most = kMaxText) {
     if (text.size() <= most) return visibleText(fl::i18n::to_display(text));
@@ -174,8 +177,10 @@ json writePieces(const GalleryFolder& folder, const Rows& rows) {
             piece += rows.row(at++);
         }
         piece += "\n]);\n";
-        folder.write(fmt::format("{}/{:04}.js", galleryfiles::kData, number), piece);
-        pieces.push_back({at - first, "sha256-" + sha256Base64(piece)});
+        const std::string name =
+            fmt::format("{:04}-{}", number, sha256Hex(piece).substr(0, kPieceHash));
+        folder.write(fmt::format("{}/{}.js", galleryfiles::kData, name), piece);
+        pieces.push_back({at - first, "sha256-" + sha256Base64(piece), name});
     }
     return pieces;
 }

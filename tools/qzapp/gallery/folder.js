@@ -5,7 +5,7 @@ const collator = new Intl.Collator(undefined, { numeric: true, sensitivity: "bas
 
 // Pieces: each has some apps, in the order of their names, and is a script that calls galleryPiece().
 
-const pieces = JSON.parse($("pieces").textContent);  // [number of apps, hash] each
+const pieces = JSON.parse($("pieces").textContent);  // [number of apps, hash, name] each
 const starts = [0];
 for (const [size] of pieces) starts.push(starts.at(-1) + size);
 const total = starts.at(-1);
@@ -18,7 +18,7 @@ function load(piece) {
   state[piece] = "loading";
   ++loading;
   const script = document.createElement("script");
-  script.src = `data/${String(piece + 1).padStart(4, "0")}.js`;
+  script.src = `data/${pieces[piece][2]}.js`;
   // From a file, browsers refuse a script with a hash, because they take each file for a site of its own.
   if (location.protocol !== "file:") script.integrity = pieces[piece][1];
   script.onload = script.onerror = () => {
