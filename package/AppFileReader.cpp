@@ -3,6 +3,7 @@
 #include <appserialization/AppMetadataReader.hpp>
 #include <appserialization/Exceptions.hpp>
 #include <appserialization/Functions.hpp>
+#include <fl/ReplacementFile.hpp>
 #include <fl/filesystem.hpp>
 #include <foundation/Exceptions.hpp>
 #include <foundation/Shown.hpp>
@@ -13,6 +14,7 @@
 #include <quillcode/QuillCodeFileReader.hpp>
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <system_error>
@@ -55,10 +57,22 @@ void requireOtherFile(const fl::filesystem::path& destination,
                          "choose another destination");
 }
 
+// A link to a file is followed where a save would follow it, so not one that another user may have planted in /tmp.
+void requireTrustedLink(const fl::filesystem::path& destination) {
+    const std::filesystem::path name =
+        fl::filesystem::detail::make_native_access_form_i18n(destination);
+    std::error_code ignored;
+    if (!std::filesystem::is_symlink(name, ignored)) return;
+    const auto target = std::filesystem::status(name, ignored);
+    if (std::filesystem::is_regular_file(target) || !std::filesystem::exists(target))
+        const fl::filesystem::SaveTarget followed(destination);
+}
+
 void requireDestination(const fl::filesystem::path& destination,
                         const opc::zippackage::ZipPhysicalPackage& app, const std::string& shown) {
     try {
         requireOtherFile(destination, app);
+        requireTrustedLink(destination);
     } catch (const std::system_error& error) {
         throwCannotWrite(shown, error.code());
     }

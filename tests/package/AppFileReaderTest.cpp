@@ -166,6 +166,25 @@ TEST_F(AppFileReaderTest, RefusesWhereTheModelCannotGo) {
     EXPECT_TRUE(readFile(directory_.path() / "app.kvpkg") == before);
 }
 
+TEST_F(AppFileReaderTest, CopiesNothingThroughALinkThatAnotherUserMayHavePlanted) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can make another user's link";
+    const AppFileReader reader(write(goodPackage()));
+    const std::filesystem::path folder = directory_.path() / "for all", link = folder / "link";
+    std::filesystem::create_directory(folder);
+    std::filesystem::permissions(folder, std::filesystem::perms{01777});
+    for (const char* target : {"precious", "new"}) {
+        directory_.write("precious", "own");
+        std::filesystem::create_symlink(directory_.path() / target, link);
+        ASSERT_EQ(::lchown(link.c_str(), 65534, 65534), 0);
+        EXPECT_THAT([&] { reader.copyAppDataToTempFile(directory_.name("for all/link")); },
+                    testing::ThrowsMessage<opc::Exception>(testing::HasSubstr("cannot write to")));
+        ASSERT_EQ(::lchown(link.c_str(), 0, 0), 0);
+        EXPECT_NO_THROW(reader.copyAppDataToTempFile(directory_.name("for all/link")));
+        EXPECT_NE(readFile(directory_.path() / target), "own");
+        std::filesystem::remove(link);
+    }
+}
+
 TEST_F(AppFileReaderTest, AClosedReaderStillReadsByName) {
     AppFileReader reader(write(goodPackage()));
     reader.close();

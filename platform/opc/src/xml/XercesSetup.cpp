@@ -1,5 +1,6 @@
 #include "platform/opc/src/xml/XercesSetup.hpp"
 
+#include <pthread.h>
 #include <opc/Exception.hpp>
 
 #include <foundation/Immortal.hpp>
@@ -11,6 +12,7 @@
 #include <xercesc/util/XMLUni.hpp>
 #include <xercesc/util/XercesDefs.hpp>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <exception>
@@ -92,23 +94,31 @@ bool initialize(SetupMemory& memory, ThrowingPanicHandler& panics) {
     return true;
 }
 
+enum class State { Untried, Usable, Unusable };
+
+constinit std::mutex mutex;
+constinit std::atomic<State> state = State::Untried;
+
+void setUp() {
+    // Another thread may be at it when one forks; the child waits for it here, and not for ever.
+    [[maybe_unused]] static const int registered =
+        ::pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
+    const std::lock_guard lock(mutex);
+    if (state != State::Untried) return;
+    // These allocations may fail, so they come before Xerces begins.
+    static const foundation::Immortal<SetupMemory> memory;
+    static const foundation::Immortal<ThrowingPanicHandler> panics;
+    // Freed again at once, so that the libraries below Xerces find as much memory.
+    ::operator delete(::operator new(kHeadroom));
+    state = initialize(*memory, *panics) ? State::Usable : State::Unusable;
+}
+
 }  // namespace
 
 // A mutex and not std::call_once: an exception that passes through call_once makes the C library
 // load another library, which ends the process if there is no memory.
 void setUpXerces() {
-    enum class State { Untried, Usable, Unusable };
-    static std::mutex mutex;
-    static State state = State::Untried;
-    const std::lock_guard lock(mutex);
-    if (state == State::Untried) {
-        // These allocations may fail, so they come before Xerces begins.
-        static const foundation::Immortal<SetupMemory> memory;
-        static const foundation::Immortal<ThrowingPanicHandler> panics;
-        // Freed again at once, so that the libraries below Xerces find as much memory.
-        ::operator delete(::operator new(kHeadroom));
-        state = initialize(*memory, *panics) ? State::Usable : State::Unusable;
-    }
+    if (state == State::Untried) setUp();
     if (state == State::Unusable) throwUnusable();
 }
 
