@@ -313,6 +313,10 @@ TEST(PictureScaler, LosesOnePictureWithTheProcessAndLeavesNoProcess) {
             EXPECT_EQ(refusalOf(scaler.scale(image)), Refusal::Killed);
             pictureOf(scaler.scale(image));
         }
+        // Without the process that starts them there is no other one.
+        ::kill(childrenOf(::getpid()).front(), SIGKILL);
+        refusalOf(scaler.scale(image));  // by the one that was running, which ends too
+        EXPECT_EQ(refusalOf(scaler.scale(image)), Refusal::NotNow);
     }
     EXPECT_TRUE(childrenOf(::getpid()).empty());
 }

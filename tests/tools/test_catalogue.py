@@ -394,6 +394,10 @@ class Pictures(CatalogueTest):
         os.remove(self.dir / "apps/bad.kvpkg")
         self.index("apps")
         self.assertEqual(self.pictures(), ([(2,)], [(1,)], [(0,)]))
+        # One that could not be scaled is tried again when all is read again.
+        self.sql("UPDATE pictures SET bytes = NULL, reason = 'it took too long';")
+        self.index("apps", "--rescan")
+        self.assertEqual(self.pictures(), ([(2,)], [(1,)], [(0,)]))
         # One that somebody took out is made again, as soon as the app is read.
         self.sql("DELETE FROM pictures;")
         self.index("apps", "--rescan")

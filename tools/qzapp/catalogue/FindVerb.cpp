@@ -247,7 +247,8 @@ Action declareFind(CLI::App& command) {
         fieldList() +
         ".\n"
         "\n"
-        "Cases and accents make no difference. The exit status is 0 also if there is no such app.\n"
+        "Words are found whatever their case and accents. The exit status is 0 also if there is no "
+        "such app.\n"
         "The catalogue is never changed, and may come from a stranger.\n\n"
         "Examples:\n"
         "  qzapp find -d apps.db 'heat author:lindqvist release:>=R2024a'\n"

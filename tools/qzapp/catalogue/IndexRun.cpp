@@ -80,6 +80,7 @@ public:
             noteFolders(rows);
         });
         result_.apps = catalogue->integer("SELECT count(*) FROM apps");
+        result_.unscaled = rows.countUnscaled();
         result_.unreadable =
             catalogue->integer("SELECT count(*) FROM apps WHERE error IS NOT NULL");
         return std::move(result_);
@@ -92,7 +93,8 @@ private:
             walks.push_back(walkOver(folder));
         const auto catalogue = openOrMakeCatalogue(*catalogue_, result_.made);
         RowReader reader(*catalogue);
-        knownPictures_ = reader.knownPictures();
+        // What could not be scaled is tried again with the rest.
+        knownPictures_ = reader.knownPictures(!rescan);
         for (std::size_t i = 0; i < folders_.size(); ++i) {
             std::ranges::copy(walks[i].unlisted, std::back_inserter(result_.unread));
             Differences differences =

@@ -15,8 +15,9 @@ struct IndexResult {
     Made made = Made::Found;
     std::int64_t apps = 0, unreadable = 0;             // in the catalogue, after the run
     std::int64_t added = 0, changed = 0, removed = 0;  // files, apps or not
-    std::vector<Unlisted>
-        unread;  // what could not be looked at, and would perhaps be at another time
+    // What could not be looked at, and would perhaps be at another time.
+    std::vector<Unlisted> unread;
+    std::int64_t unscaled = 0;  // apps whose screenshots could not be scaled now
 };
 
 // Brings a catalogue up to date with these folders: reads the files that are new or have changed, with `rescan`

@@ -57,7 +57,8 @@ ordered_json toJson(const FileName& catalogue, const IndexResult& result) {
     return {{"catalogue", catalogue.shown}, {"made", nameOf(result.made)},
             {"apps", result.apps},          {"unreadable", result.unreadable},
             {"added", result.added},        {"changed", result.changed},
-            {"removed", result.removed},    {"unread", std::move(unread)}};
+            {"removed", result.removed},    {"unread", std::move(unread)},
+            {"unscaled", result.unscaled}};
 }
 
 std::string sheetOf(const FileName& catalogue, const IndexResult& result) {
@@ -153,10 +154,15 @@ int index(const IndexOptions& options) {
     const IndexResult result = indexFolders(catalogue, options.folders, options.rescan);
     for (const Unlisted& each : result.unread)
         report(each.name + ": " + each.reason);
+    if (result.unscaled > 0) {
+        report(fmt::format("{}: {} screenshot{} could not be scaled now; the next run tries again",
+                           catalogue.shown, countOf(result.unscaled),
+                           result.unscaled == 1 ? "" : "s"));
+    }
     reportRebuilt(catalogue, result.made);
     printReport(catalogue,
                 options.json ? jsonLine(toJson(catalogue, result)) : sheetOf(catalogue, result));
-    return result.unread.empty() ? kDone : kFailed;
+    return result.unread.empty() && result.unscaled == 0 ? kDone : kFailed;
 }
 
 }  // namespace

@@ -15,6 +15,7 @@ std::optional<PictureRow> Pictures::scaled(const std::string& sha256, std::strin
     row.sha256 = sha256;
     const auto result = scaler_->scale(image);
     if (const auto* refusal = std::get_if<pictures::Refusal>(&result)) {
+        if (*refusal == pictures::Refusal::NotNow) return std::nullopt;
         row.reason = pictures::textOf(*refusal);
         return row;
     }

@@ -51,15 +51,6 @@ void addMetadata(const AppMetadata& record, AppRow& app) {
     }
 }
 
-// Without the process that scales there is no picture for now.
-void addPicture(std::string_view image, Pictures& pictures, Entry& entry) {
-    try {
-        entry.app->picture = pictures.scaled(*entry.app->screenshotSha256, image);
-    } catch (const std::system_error&) {
-        entry.again = true;
-    }
-}
-
 void addScreenshot(const FileName& file, const appserialization::AppMetadataReader& reader,
                    Pictures& pictures, Entry& entry) {
     AppRow& app = *entry.app;
@@ -70,7 +61,7 @@ void addScreenshot(const FileName& file, const appserialization::AppMetadataRead
         app.screenshotBytes = static_cast<std::int64_t>(bytes.size());
         const std::string_view image(reinterpret_cast<const char*>(bytes.data()), bytes.size());
         app.screenshotSha256 = sha256Hex(image);
-        addPicture(image, pictures, entry);
+        app.picture = pictures.scaled(*app.screenshotSha256, image);
     } catch (const Error& e) {
         // A damaged screenshot is among the findings.
         if (e.isPassing()) throw;

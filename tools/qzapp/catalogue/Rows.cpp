@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "app/FieldValues.hpp"
+#include "tools/qzapp/catalogue/Schema.hpp"
 
 namespace qzapp {
 namespace {
@@ -161,9 +162,11 @@ std::optional<PictureRow> RowReader::picture(const std::string& sha256) {
     return row;
 }
 
-std::set<std::string> RowReader::knownPictures() {
+std::set<std::string> RowReader::knownPictures(bool orReason) {
     std::set<std::string> known;
-    SqlStatement rows = catalogue_->prepare("SELECT sha256 FROM pictures ORDER BY sha256");
+    SqlStatement rows = catalogue_->prepare(
+        "SELECT sha256 FROM pictures WHERE bytes IS NOT NULL OR ? ORDER BY sha256");
+    rows.bind(1, std::int64_t{orReason});
     while (rows.step())
         known.insert(known.end(), rows.text(0));
     return known;
@@ -213,7 +216,7 @@ RowWriter::RowWriter(const SqlConnection& catalogue)
           "INSERT INTO words (rowid, Name, Summary, Author, Description, RequiredProducts, "
           "UserComponents, ImageRelativePaths, Stem) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)")),
       picture_(catalogue.prepare(
-          "INSERT OR IGNORE INTO pictures (sha256, mediaType, bytes, reason, width, height, "
+          "INSERT OR REPLACE INTO pictures (sha256, mediaType, bytes, reason, width, height, "
           "originalWidth, originalHeight) VALUES (?, ?, ?, ?, ?, ?, ?, ?)")),
       findPicture_(catalogue.prepare("SELECT 1 FROM pictures WHERE sha256 = ?")) {
     for (const Field field : listFields()) {
@@ -286,6 +289,12 @@ void RowWriter::settlePictures() {
     catalogue_->execute(
         "DELETE FROM pictures WHERE sha256 NOT IN "
         "(SELECT screenshotSha256 FROM apps WHERE screenshotSha256 IS NOT NULL)");
+}
+
+std::int64_t RowWriter::countUnscaled() const {
+    return catalogue_->integer(
+        fmt::format("SELECT count(*) FROM files WHERE again = {} AND source = {}", kAgainForPicture,
+                    kOwnSource));
 }
 
 void RowWriter::putApp(std::int64_t id, const AppRow& app) {

@@ -43,8 +43,8 @@ public:
     void forEachEntry(const std::vector<std::int64_t>& ids,
                       const std::function<void(Entry&&)>& take, const std::function<void()>& pause);
     std::optional<PictureRow> picture(const std::string& sha256);
-    // The hashes of all images of which there is a picture, or a reason why there is none.
-    std::set<std::string> knownPictures();
+    // The hashes of all images of which there is a picture, or `orReason` why there is none.
+    std::set<std::string> knownPictures(bool orReason);
 
 private:
     std::optional<AppRow> app(std::int64_t id);
@@ -74,6 +74,8 @@ public:
     // To be called when all files are put: the picture of an app may come with one that is put later. Removes the
     // pictures that no app has.
     void settlePictures();
+    // The apps below the catalogue's own folders whose pictures are missing after that.
+    std::int64_t countUnscaled() const;
     void setUpdated(std::int64_t source, std::int64_t time);
 
 private:

@@ -106,14 +106,8 @@ std::string whyFailed(sqlite3* database, int result, bool mayWrite) {
 }
 
 int flagsFor(SqlConnection::Mode mode) {
-    switch (mode) {
-        case SqlConnection::Mode::Read:
-            return SQLITE_OPEN_READONLY;
-        case SqlConnection::Mode::Write:
-            return SQLITE_OPEN_READWRITE;
-        default:
-            return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
-    }
+    return mode == SqlConnection::Mode::Read ? SQLITE_OPEN_READONLY
+                                             : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
 }
 
 // A name that SQLite takes for nothing but a name: not for "file:..." or ":memory:".
@@ -213,8 +207,7 @@ void SqlConnection::harden() const {
     sqlite3* const database = database_.get();
     sqlite3_extended_result_codes(database, 1);
     sqlite3_busy_timeout(database, kWaitMilliseconds);
-    for (const int on : {SQLITE_DBCONFIG_DEFENSIVE})
-        sqlite3_db_config(database, on, 1, nullptr);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     for (const int off :
          {SQLITE_DBCONFIG_TRUSTED_SCHEMA, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION,
           SQLITE_DBCONFIG_ENABLE_TRIGGER, SQLITE_DBCONFIG_ENABLE_VIEW,

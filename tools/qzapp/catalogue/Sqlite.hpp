@@ -59,7 +59,6 @@ class SqlConnection {
 public:
     enum class Mode {
         Read,    // changes no byte of any file
-        Write,   // the database must exist
         Create,  // it is made if it does not exist
         Memory,  // a new one that is no file
     };

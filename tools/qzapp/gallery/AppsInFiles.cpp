@@ -1,5 +1,6 @@
 #include "tools/qzapp/gallery/AppsInFiles.hpp"
 
+#include <fmt/format.h>
 #include <appserialization/AppMetadata.hpp>
 #include <appserialization/AppMetadataReader.hpp>
 #include <foundation/Threads.hpp>
@@ -98,6 +99,11 @@ RecordSource AppsInFiles::records(const GalleryFolder& folder,
                 return record;
             },
             take);
+        if (const std::size_t count = pictures.unscaled(); count > 0) {
+            complain_(
+                fmt::format("{} screenshot{} could not be scaled now; write the gallery again",
+                            count, count == 1 ? "" : "s"));
+        }
     };
 }
 

@@ -51,10 +51,12 @@ void GalleryPictures::scale(std::string_view screenshot, pictures::PictureScaler
         }
     }
     const auto result = scaler.scale(screenshot);
-    if (const auto* refusal = std::get_if<pictures::Refusal>(&result))
+    if (const auto* refusal = std::get_if<pictures::Refusal>(&result)) {
         record.picture = notShown(pictures::textOf(*refusal));
-    else
+        if (*refusal == pictures::Refusal::NotNow) ++unscaled_;
+    } else {
         add(std::get<pictures::ScaledPicture>(result), record);
+    }
     const std::lock_guard lock(mutex_);
     known_.emplace(hash, Place{record.picture, record.size, record.original});
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <map>
 #include <mutex>
 #include <set>
@@ -26,6 +28,8 @@ public:
     void scale(std::string_view screenshot, pictures::PictureScaler& scaler, GalleryRecord& record);
     // Gives the record a picture that has been scaled before.
     void add(const pictures::ScaledPicture& picture, GalleryRecord& record);
+    // How many screenshots could not be scaled now.
+    std::size_t unscaled() const noexcept { return unscaled_; }
 
 private:
     struct Place {
@@ -34,6 +38,7 @@ private:
     };
 
     const GalleryFolder* folder_;
+    std::atomic<std::size_t> unscaled_ = 0;
     std::mutex mutex_;
     std::map<std::string, Place> known_;  // by the hash of the screenshot
     std::set<std::string> written_;

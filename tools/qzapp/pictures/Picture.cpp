@@ -22,6 +22,8 @@ std::string textOf(Refusal refusal) {
             return "decoding it takes too much memory";
         case Refusal::Killed:
             return "decoding it takes too long, or ends the decoder";
+        case Refusal::NotNow:
+            return "no process could be started that decodes it";
     }
     return {};
 }

@@ -36,6 +36,7 @@ enum class Refusal : std::uint8_t {
     Damaged,        // cannot be decoded
     NoMemory,       // decoding needs more memory than the process may take
     Killed,         // the process that decoded it ended, or did not answer
+    NotNow,         // no process could be started: the same image may be scaled at another time
 };
 
 // The reason as a sentence without its end, such as "it is damaged".

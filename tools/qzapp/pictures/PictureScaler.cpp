@@ -30,10 +30,10 @@ namespace {
 using fl::filesystem::FileDescriptor;
 using fl::filesystem::retryInterrupted;
 using fl::filesystem::throwSystemError;
-using Clock = std::chrono::steady_clock;
-
-// For a process that does nothing, so that its processor time does not end it.
-constexpr std::chrono::seconds kPatience{60};
+// For a process that does nothing, so that its processor time does not end it. Counted in waits of a second, and not
+// by the clock, which goes on while everything here is stopped.
+constexpr int kPatience = 60;
+constexpr int kSecond = 1000;  // milliseconds
 
 // Two ends of a connection that no started program inherits.
 std::array<FileDescriptor, 2> connect() {
@@ -167,45 +167,54 @@ private:
     std::vector<pid_t> started_;
 };
 
-// Both return false if the other process has ended.
+// An exchange with a process that may have been taken over. Its functions return false if that process has ended, or
+// has let us wait for too long altogether.
+class Exchange {
+public:
+    explicit Exchange(const FileDescriptor& connection) : connection_(&connection) {}
 
-bool sendTo(const FileDescriptor& connection, const void* from, std::size_t size) {
-    const auto* at = static_cast<const char*>(from);
-    while (size > 0) {
-        const auto count =
-            retryInterrupted([&] { return ::send(connection.get(), at, size, MSG_NOSIGNAL); });
-        if (count <= 0) return false;
-        at += count;
-        size -= static_cast<std::size_t>(count);
+    bool send(const void* from, std::size_t size) {
+        const auto* at = static_cast<const char*>(from);
+        return move(size, POLLOUT, [&](std::size_t done) {
+            return ::send(connection_->get(), at + done, size - done, MSG_NOSIGNAL | MSG_DONTWAIT);
+        });
     }
-    return true;
-}
+    bool receive(void* to, std::size_t size) {
+        auto* at = static_cast<char*>(to);
+        return move(size, POLLIN, [&](std::size_t done) {
+            return ::recv(connection_->get(), at + done, size - done, MSG_DONTWAIT);
+        });
+    }
 
-bool receiveFrom(const FileDescriptor& connection, void* to, std::size_t size,
-                 Clock::time_point deadline) {
-    auto* at = static_cast<char*>(to);
-    while (size > 0) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        pollfd ready{connection.get(), POLLIN, 0};
-        const int polled = ::poll(&ready, 1, static_cast<int>(std::max<std::int64_t>(0, left)));
-        if (polled < 0 && errno == EINTR) continue;
-        if (polled <= 0) return false;
-        const auto count = retryInterrupted([&] { return ::recv(connection.get(), at, size, 0); });
-        if (count <= 0) return false;
-        at += count;
-        size -= static_cast<std::size_t>(count);
+private:
+    template <class Call>
+    bool move(std::size_t size, short event, Call call) {
+        for (std::size_t done = 0; done < size;) {
+            const auto count = retryInterrupted([&] { return call(done); });
+            if (count > 0) {
+                done += static_cast<std::size_t>(count);
+            } else if (count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK) || !wait(event)) {
+                return false;
+            }
+        }
+        return true;
     }
-    return true;
-}
+    bool wait(short event) {
+        pollfd ready{connection_->get(), event, 0};
+        if (::poll(&ready, 1, kSecond) == 0) ++waits_;
+        return waits_ < kPatience;
+    }
+
+    const FileDescriptor* connection_;
+    int waits_ = 0;
+};
 
 // More than a file of this many pixels can have.
 std::uint64_t maxBytesOf(Size box) {
     return std::uint64_t{8} * box.width * box.height + (std::uint64_t{64} << 10);
 }
 
-// Whether an image may have made a process say this. What does not fit together comes from one that an image
-// has taken over.
+// Whether the process that decodes can have replied so. If not, an image has taken it over.
 bool isSound(const Reply& reply, Size box) {
     if (reply.isScaled == 0) return reply.bytes == 0 && reply.refusal <= Refusal::NoMemory;
     const Size original = reply.original;
@@ -237,20 +246,16 @@ PictureScaler::~PictureScaler() {
     retryInterrupted([&] { return ::waitpid(starterProcess_, nullptr, 0); });
 }
 
-PictureScaler::Decoder PictureScaler::start(pid_t toBeEnded) {
+std::optional<PictureScaler::Decoder> PictureScaler::start(pid_t toBeEnded) {
     const std::lock_guard lock(startMutex_);
     const StartRequest request{toBeEnded};
     auto answer =
-        sendTo(starter_, &request, sizeof request) ? receiveAnswer(starter_) : std::nullopt;
-    if (!answer) throwSystemError(EPIPE, "the process that starts those for pictures has ended");
-    if (answer->first.process == 0 || !answer->second)
-        throwSystemError(answer->first.error, "cannot start a process for pictures");
-    const timeval patience{kPatience.count(), 0};
-    ::setsockopt(answer->second.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    return {std::move(answer->second), answer->first.process};
+        Exchange(starter_).send(&request, sizeof request) ? receiveAnswer(starter_) : std::nullopt;
+    if (!answer || answer->first.process == 0 || !answer->second) return std::nullopt;
+    return Decoder{std::move(answer->second), answer->first.process};
 }
 
-PictureScaler::Decoder PictureScaler::take() {
+std::optional<PictureScaler::Decoder> PictureScaler::take() {
     {
         const std::lock_guard lock(idleMutex_);
         if (!idle_.empty()) {
@@ -270,23 +275,24 @@ void PictureScaler::giveBack(Decoder decoder) {
 // The process may be one that does not end by itself, and no longer deserves trust.
 void PictureScaler::end(Decoder decoder) {
     decoder.connection = {};
-    giveBack(start(decoder.process));
+    if (auto next = start(decoder.process)) giveBack(*std::move(next));
 }
 
 PictureScaler::Result PictureScaler::scale(std::string_view image) {
     if (opc::imageTypeOf(image) == nullptr) return Refusal::NoImage;
     if (image.size() > kMaxBytes) return Refusal::TooManyBytes;
-    Decoder decoder = take();
+    std::optional<Decoder> taken = take();
+    if (!taken) return Refusal::NotNow;
+    Decoder decoder = *std::move(taken);
     const Request request{image.size()};
-    const auto deadline = Clock::now() + kPatience;
+    Exchange exchange(decoder.connection);
     Reply reply{};
     std::string bytes;
     std::optional<Result> result;
-    if (sendTo(decoder.connection, &request, sizeof request) &&
-        sendTo(decoder.connection, image.data(), image.size()) &&
-        receiveFrom(decoder.connection, &reply, sizeof reply, deadline) && isSound(reply, box_)) {
+    if (exchange.send(&request, sizeof request) && exchange.send(image.data(), image.size()) &&
+        exchange.receive(&reply, sizeof reply) && isSound(reply, box_)) {
         bytes.resize(reply.bytes);
-        if (receiveFrom(decoder.connection, bytes.data(), bytes.size(), deadline))
+        if (exchange.receive(bytes.data(), bytes.size()))
             result = resultOf(reply, std::move(bytes));
     }
     if (!result || reply.isLast != 0)

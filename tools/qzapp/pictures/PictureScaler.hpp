@@ -4,6 +4,7 @@
 #include <fl/FileDescriptor.hpp>
 
 #include <mutex>
+#include <optional>
 #include <string_view>
 #include <variant>
 #include <vector>
@@ -28,7 +29,7 @@ public:
     PictureScaler& operator=(const PictureScaler&) = delete;
 
     // Any number of threads may call this, in a cage too; each is served by a process of its own. Of a GIF
-    // the first frame is taken. Throws std::system_error if no process can be started.
+    // the first frame is taken.
     using Result = std::variant<ScaledPicture, Refusal>;
     Result scale(std::string_view image);
 
@@ -37,8 +38,9 @@ private:
         fl::filesystem::FileDescriptor connection;
         pid_t process = 0;
     };
-    Decoder take();
-    Decoder start(pid_t toBeEnded);
+    // Nothing if no process can be started.
+    std::optional<Decoder> take();
+    std::optional<Decoder> start(pid_t toBeEnded);
     void giveBack(Decoder decoder);
     void end(Decoder decoder);
 
