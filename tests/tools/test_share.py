@@ -14,6 +14,7 @@ from support import DOCS, EXAMPLE, TOOL, ToolTest
 
 SHARE = DOCS.parent / "tools/qzapp/share"
 COMPLETIONS = SHARE / "completions"
+LISTS = ["RequiredProducts", "UserComponents", "ImageRelativePaths"]
 BASH = """
 . /usr/share/bash-completion/bash_completion
 . {script}
@@ -69,12 +70,13 @@ class Share(ToolTest):
                 self.assertEqual(set(complete("qzapp edit --clear U")), {"Uuid", "UserComponents"})
                 self.assertEqual(complete("qzapp info --field Auth"), ["Author"])
                 self.assertEqual(complete("qzapp edit --set Auth"), ["Author="])
-                self.assertEqual(complete("qzapp edit --add U"), ["UserComponents="])
+                self.assertEqual(set(complete("qzapp edit --add ")), {f"{name}=" for name in LISTS})
                 self.assertEqual(complete("qzapp extract --only mo"), ["model"])
                 self.assertEqual(complete("qzapp extract --only model,co"), ["model,code"])
                 self.assertEqual(complete("qzapp info --columns Name,F"), ["Name,File", "Name,Form"])
                 self.assertEqual(complete("qzapp check --format s"), ["sarif"])
                 self.assertEqual(complete("qzapp help con"), ["convert"])
+        self.assertEqual(zsh_function("_qzapp_fields", "List"), [" ".join(LISTS)])
         self.assertEqual(zsh_function("_qzapp_values", "check", "format"), ["text json sarif github"])
         self.assertIn("convert:Make a packaged app from a text app", zsh("Verbs"))
         self.assertIn("--set:Set one field, whatever --metadata says; repeat it for list items",

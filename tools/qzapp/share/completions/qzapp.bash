@@ -4,12 +4,8 @@ _qzapp_verbs() {
     qzapp --help 2>/dev/null | sed -n '/^Verbs:/,/^$/s/^  \([a-z-]*\) .*/\1/p'
 }
 
-_qzapp_fields() {
-    qzapp edit --help 2>/dev/null | sed -nE '/^(Text|List) fields: /{s///;s/[,.]//g;p}'
-}
-
-_qzapp_lists() {
-    qzapp edit --help 2>/dev/null | sed -n '/^List fields:/,/^$/{/:$/d;s/,//g;p}'
+_qzapp_fields() {  # [Text or List, otherwise both]
+    qzapp edit --help 2>/dev/null | sed -nE "/^(${1:-Text|List}) fields: /{s///;s/[,.]//g;p}"
 }
 
 _qzapp_values() {  # VERB OPTION
@@ -36,7 +32,7 @@ _qzapp() {
             return
             ;;
         --add | --remove)
-            COMPREPLY=($(compgen -S = -W '$(_qzapp_lists)' -- "$cur"))
+            COMPREPLY=($(compgen -S = -W '$(_qzapp_fields List)' -- "$cur"))
             compopt -o nospace 2>/dev/null
             return
             ;;

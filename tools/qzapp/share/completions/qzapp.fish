@@ -13,12 +13,9 @@ function __qzapp_options
     __qzapp_described (commandline -opc)[2] | string match -r '^-.*'
 end
 
-function __qzapp_fields
-    qzapp edit --help 2>/dev/null | sed -nE '/^(Text|List) fields: /{s///;s/[,.]//g;p}' | string split -n ' '
-end
-
-function __qzapp_lists
-    qzapp edit --help 2>/dev/null | sed -n '/^List fields:/,/^$/{/:$/d;s/,//g;p}' | string split -n ' '
+function __qzapp_fields -a kinds  # Text or List, otherwise both
+    test -n "$kinds"; or set kinds 'Text|List'
+    qzapp edit --help 2>/dev/null | sed -nE "/^($kinds) fields: /{s///;s/[,.]//g;p}" | string split -n ' '
 end
 
 function __qzapp_values -a verb option
@@ -40,8 +37,8 @@ complete -c qzapp -n 'string match -q -- "-*" (commandline -ct)' -f -a '(__qzapp
 complete -c qzapp -n '__fish_seen_subcommand_from info' -l field -x -a '(__qzapp_fields)'
 complete -c qzapp -n '__fish_seen_subcommand_from edit' -l clear -x -a '(__qzapp_fields)'
 complete -c qzapp -n '__fish_seen_subcommand_from create edit' -l set -x -a '(__qzapp_fields | string replace -r "\$" "=")'
-complete -c qzapp -n '__fish_seen_subcommand_from edit' -l add -x -a '(__qzapp_lists | string replace -r "\$" "=")'
-complete -c qzapp -n '__fish_seen_subcommand_from edit' -l remove -x -a '(__qzapp_lists | string replace -r "\$" "=")'
+complete -c qzapp -n '__fish_seen_subcommand_from edit' -l add -x -a '(__qzapp_fields List | string replace -r "\$" "=")'
+complete -c qzapp -n '__fish_seen_subcommand_from edit' -l remove -x -a '(__qzapp_fields List | string replace -r "\$" "=")'
 complete -c qzapp -n '__fish_seen_subcommand_from extract' -l only -x -a '(__fish_complete_list , __qzapp_kinds)'
 complete -c qzapp -n '__fish_seen_subcommand_from info' -l columns -x -a '(__fish_complete_list , __qzapp_columns)'
 complete -c qzapp -n '__fish_seen_subcommand_from check' -l format -x -a '(__qzapp_values check format)'

@@ -6,12 +6,8 @@ _qzapp_described() {  # prints "name:what it does" for each line of a section of
         sed -nE "/^$1:/,/^\$/s/^  (-[A-Za-z0-9],)?([a-z-]+)( [A-Z][^ ]*)?( \.\.\.)?( \(required\))? +(.*)/\2:\6/p"
 }
 
-_qzapp_fields() {
-    qzapp edit --help 2>/dev/null | sed -nE '/^(Text|List) fields: /{s///;s/[,.]//g;p}'
-}
-
-_qzapp_lists() {
-    qzapp edit --help 2>/dev/null | sed -n '/^List fields:/,/^$/{/:$/d;s/,//g;p}'
+_qzapp_fields() {  # [Text or List, otherwise both]
+    qzapp edit --help 2>/dev/null | sed -nE "/^(${1:-Text|List}) fields: /{s///;s/[,.]//g;p}"
 }
 
 _qzapp_values() {  # VERB OPTION
@@ -23,7 +19,7 @@ _qzapp() {
     case ${words[CURRENT-1]} in
         --field | --clear) compadd -- $(_qzapp_fields); return ;;
         --set) compadd -S = -- $(_qzapp_fields); return ;;
-        --add | --remove) compadd -S = -- $(_qzapp_lists); return ;;
+        --add | --remove) compadd -S = -- $(_qzapp_fields List); return ;;
         --only) _values -s , kind $(_qzapp_values extract only); return ;;
         --columns) _values -s , column $(_qzapp_fields) $(_qzapp_values info columns); return ;;
         --format) compadd -- $(_qzapp_values check format); return ;;
