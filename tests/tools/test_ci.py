@@ -72,10 +72,10 @@ class Check(CiTest):
     def test_one_format_at_a_time(self):
         self.apps()
         for args, message in [
-            (["--json", "--sarif"], "--format: give one of --format, --json and --sarif; leave the others out"),
-            (["--format", "xml"], '--format: unknown format "xml"; use one of text, json, sarif, github'),
-            (["--format", "srif"], '--format: unknown format "srif"; did you mean "sarif"?'),
-            (["--sarif", "--rules"], "--rules: goes with the formats text and json; leave --format or --sarif out"),
+            (["--json", "--sarif"], "check: --format: give one of --format, --json and --sarif; leave the others out"),
+            (["--format", "xml"], 'check: --format: unknown format "xml"; use one of text, json, sarif, github'),
+            (["--format", "srif"], 'check: --format: unknown format "srif"; did you mean "sarif"?'),
+            (["--sarif", "--rules"], "check: --rules: goes with the formats text and json; leave --format or --sarif out"),
         ]:
             self.fails(2, message, "check", *args, "apps/good.kvpkg")
         for short, name in (["--json"], "json"), (["--sarif"], "sarif"), ([], "text"):

@@ -91,8 +91,8 @@ class Create(ToolTest):
         create = ["create", "a.kvpkg", "--code", "c.k", "--model", "c.k"]
         rows = [
             (create[:4], 'create: --model is required; see "qzapp create --help"'),
-            ([*create, "--set", "Kind=x"], f'--set: unknown metadata field "Kind"; the fields are {FIELD_LIST}'),
-            ([*create, "--set", "autor=x"], '--set: unknown metadata field "autor"; did you mean "Author"?'),
+            ([*create, "--set", "Kind=x"], f'create: --set: unknown metadata field "Kind"; the fields are {FIELD_LIST}'),
+            ([*create, "--set", "autor=x"], 'create: --set: unknown metadata field "autor"; did you mean "Author"?'),
             (["info", "--table=Name", "x.k"], 'info: --table takes no value; see "qzapp info --help"'),
             ([*create, "--set"], 'create: --set needs a value: --set FIELD=VALUE; see "qzapp create --help"'),
             ([*create, "--code", "c.k"], 'create: --code is given 2 times; give it once; see "qzapp create --help"'),

@@ -171,12 +171,12 @@ class Edit(ToolTest):
         before = self.read("a.kvpkg")
         replaced = "RequiredProducts is set or cleared as well, which replaces the whole list; leave one out"
         for message, *args in [
-            ("--add: Name is a text, not a list; give --set Name=VALUE, which replaces it", "--add", "Name=x"),
-            (f"--add: {replaced}", "--add", "RequiredProducts=a", "--set", "RequiredProducts=b"),
-            (f"--remove: {replaced}", "--remove", "RequiredProducts=a", "--clear", "RequiredProducts"),
-            ('--remove: "a" is added to RequiredProducts as well; leave one out', "--add", "RequiredProducts=a", "--remove",
+            ("edit: --add: Name is a text, not a list; give --set Name=VALUE, which replaces it", "--add", "Name=x"),
+            (f"edit: --add: {replaced}", "--add", "RequiredProducts=a", "--set", "RequiredProducts=b"),
+            (f"edit: --remove: {replaced}", "--remove", "RequiredProducts=a", "--clear", "RequiredProducts"),
+            ('edit: --remove: "a" is added to RequiredProducts as well; leave one out', "--add", "RequiredProducts=a", "--remove",
              "RequiredProducts=a"),
-            ('--add: expected Field=Value, found "a"', "--add", "a"),
+            ('edit: --add: expected Field=Value, found "a"', "--add", "a"),
         ]:
             self.fails(2, message, "edit", "a.kvpkg", *args)
         self.assertEqual(self.read("a.kvpkg"), before)
@@ -198,7 +198,7 @@ class Edit(ToolTest):
             (1, 'no: there is no such file; check the name (for the text "@no" write "@@no")', "--set", "Name=@no"),
             (1, "bad: not valid UTF-8 at byte 1 (line 1, column 2); save it as UTF-8", "--set", "Name=@bad"),
             (1, "large: holds 16,777,217 bytes, more than the limit of 16,777,216 bytes", "--add", "UserComponents=@large"),
-            (2, '--set: expected the name of a file behind "@"; "@@" is the text "@"', "--set", "Name=@"),
+            (2, 'edit: --set: expected the name of a file behind "@"; "@@" is the text "@"', "--set", "Name=@"),
             (2, "-: standard input can be only one of the files; name the others", "--set", "Name=@-", "--code", "-"),
         ]:
             self.fails(status, message, "edit", "a.kvpkg", *args, input=b"x")

@@ -146,7 +146,7 @@ class Repack(ToolTest):
         self.assertEqual(self.names(), ["a.kvpkg", "b.kvpkg"])
         for arguments in (["a.kvpkg", "-"], ["--store", "--deflate", "a.kvpkg", "-"]):
             self.fails(2, "repack: give one of --store and --deflate", "repack", *arguments)
-        self.fails(2, '--or-unchanged: only goes with "-" as OUT, or with --in-place', "repack", "--store",
+        self.fails(2, 'repack: --or-unchanged: only goes with "-" as OUT, or with --in-place', "repack", "--store",
                    "--or-unchanged", "a.kvpkg", "c.kvpkg")
 
     def test_files_in_their_places(self):
@@ -165,7 +165,7 @@ class Repack(ToolTest):
         self.assertTrue((self.dir / "link.kvpkg").is_symlink())
         self.ok("repack", "--store", "--or-unchanged", "--in-place", "bad.kvpkg")
         self.assertEqual(self.read("bad.kvpkg"), b"text")
-        self.fails(2, "--in-place: takes all files; leave IN and OUT out", "repack", "--store", "a.kvpkg",
+        self.fails(2, "repack: --in-place: takes all files; leave IN and OUT out", "repack", "--store", "a.kvpkg",
                    "--in-place", "a.kvpkg")
         self.fails(2, 'repack: IN and OUT are required; see "qzapp repack --help"', "repack", "--store", "a.kvpkg")
 
@@ -524,7 +524,7 @@ class Merge(ToolTest):
                 ((*files, "-o", "-"), r"merge: OUT is a file, .*"),
                 ((*files, "-o", "out.zip"), r"out\.zip: expected a name ending in \"\.kvpkg\", as OURS does"),
                 ((*files[:2], "s.k", "-o", "out.kvpkg"), r"s\.k: is of another form than OURS; .*"),
-                ((*files, "-o", "out.kvpkg", "--path", "a.kvpkg", "--json"), r"--json: cannot be given with --path; .*"),
+                ((*files, "-o", "out.kvpkg", "--path", "a.kvpkg", "--json"), r"merge: --json: cannot be given with --path; .*"),
                 (("s.k", "s.k", "s.k", "-o", "out.k"), r"s\.k: there is no such file; .*")]:
             contents = {name: self.read(name) for name in before}
             with self.subTest(arguments):

@@ -48,7 +48,7 @@ class Info(ReadTest):
         for field, text in (("Name", " x\ny\u0085\n"), ("UserComponents", "1\n2\n"), ("RequiredProducts", "")):
             self.assertEqual(self.ok("info", "--field", field, "a.kvpkg"), text)
         self.assertEqual(self.ok("info", "--field", "usercomponents", "a.kvpkg"), "1\n2\n")
-        self.fails(2, f'--field: unknown metadata field "Title"; the fields are {FIELD_LIST}',
+        self.fails(2, f'info: --field: unknown metadata field "Title"; the fields are {FIELD_LIST}',
                    "info", "--field", "Title", "a.kvpkg")
 
     def test_a_table_for_programs_is_one_line_an_app_whatever_its_values_hold(self):
@@ -63,8 +63,8 @@ class Info(ReadTest):
                          f"x, y\tpackaged\t(none)\t{name}\n")
         self.assertEqual(self.fails_like("none.k: there is no such file; check the name", "info", "--table", "none.k",
                                          "b.k").count(b"\n"), 1)
-        self.fails(2, '--columns: unknown column "Nam"; did you mean "Name"?', "info", "--columns", "Nam", "b.k")
-        self.fails(2, "--table: cannot be given with --json, --field or --picture; leave one out", "info", "--table",
+        self.fails(2, 'info: --columns: unknown column "Nam"; did you mean "Name"?', "info", "--columns", "Nam", "b.k")
+        self.fails(2, "info: --table: cannot be given with --json, --field or --picture; leave one out", "info", "--table",
                    "--json", "b.k")
 
     def test_a_table_for_people_is_fitted_to_the_terminal(self):
@@ -300,9 +300,9 @@ class Extract(ReadTest):
         rows = [
             (1, "t.k: has no model, because it is a text app; leave it out of --only", ["t.k", "--only", "model"]),
             (1, "t.k: has no screenshot; leave it out of --only", ["t.k", "--only", "screenshot"]),
-            (2, '--only: "source" is not one of code, model, screenshot, metadata',
+            (2, 'extract: --only: "source" is not one of code, model, screenshot, metadata',
              ["t.k", "--only", "code,source"]),
-            (2, "--only: names nothing; name some of code, model, screenshot, metadata", ["t.k", "--only", ""]),
+            (2, "extract: --only: names nothing; name some of code, model, screenshot, metadata", ["t.k", "--only", ""]),
             (1, "t.k: exists and is not a directory; choose another with -o", ["app.kvpkg", "-o", "t.k"]),
         ]
         for status, message, args in rows:
@@ -320,7 +320,7 @@ class Extract(ReadTest):
             self.assertEqual(self.extracted("app.kvpkg", kind), (EXAMPLE / name).read_bytes())
         self.assertEqual(json.loads(self.extracted("app.kvpkg", "metadata")), self.metadata("app.kvpkg"))
         for only in ([], ["--only", "code,model"]):
-            self.fails(2, "-o -: standard output takes one kind; name one of code, model, screenshot, "
+            self.fails(2, "extract: -o -: standard output takes one kind; name one of code, model, screenshot, "
                        "metadata with --only", "extract", "app.kvpkg", "-o", "-", *only)
         self.flip("app.kvpkg", "crc.kvpkg", MODEL_PART)
         given = self.fails_like(".*", "extract", "crc.kvpkg", "--only", "model", "-o", "-")

@@ -194,8 +194,10 @@ std::string complaint(const CLI::App& app, const CLI::ParseError& e, const std::
         didYouMean(first, namesOfVerbs(), fmt::format("; the verbs are {}{}", all, hint)));
 }
 
-bool isVerb(std::string_view name) {
-    return std::ranges::any_of(verbs(), [&](const Verb& verb) { return verb.name == name; });
+// Null if there is no such verb. Takes no memory.
+const Verb* findVerb(std::string_view name) {
+    const auto found = std::ranges::find(verbs(), name, &Verb::name);
+    return found == verbs().end() ? nullptr : &*found;
 }
 
 // A file's name can begin like an option only behind "--". If it is an option of the verb, and there
@@ -282,7 +284,7 @@ int parseAndRun(int argc, const char* const* argv) {
     const std::string first = arguments.empty() ? "" : arguments.front();
     try {
         // CLI11 would answer "--help" behind an unknown verb.
-        if (!first.empty() && !looksLikeOption(first) && !isVerb(first))
+        if (!first.empty() && !looksLikeOption(first) && findVerb(first) == nullptr)
             throw CLI::ExtrasError({first});
         app.parse(marked(arguments));
     } catch (const CLI::ParseError& e) {
@@ -296,12 +298,22 @@ int parseAndRun(int argc, const char* const* argv) {
     return action();
 }
 
+// The name of an option does not say whose it is.
+std::string withVerb(const Verb* verb, const UsageError& e) {
+    const bool isNamed = verb != nullptr && looksLikeOption(e.subject());
+    return isNamed ? fmt::format("{}: {}", verb->name, e.what()) : e.what();
+}
+
+int statusOfFailure(const Verb* verb) {
+    return verb == nullptr ? kFailed : verb->failure;
+}
+
 // Reports all failures except a lack of memory, which its caller reports without taking any.
-int runAndReport(int argc, const char* const* argv) {
+int runAndReport(int argc, const char* const* argv, const Verb* verb) {
     try {
         return parseAndRun(argc, argv);
     } catch (const UsageError& e) {
-        report(e.what());
+        report(withVerb(verb, e));
         return kWrongCommandLine;
     } catch (const ReportError& e) {
         report(e.what());
@@ -310,19 +322,20 @@ int runAndReport(int argc, const char* const* argv) {
         throw;
     } catch (const std::exception& e) {
         report(e.what());
-        return kFailed;
+        return statusOfFailure(verb);
     }
 }
 
 }  // namespace
 
 int runCommandLine(int argc, const char* const* argv) {
+    const Verb* verb = findVerb(argc > 1 ? argv[1] : "");
     try {
-        return runAndReport(argc, argv);
+        return runAndReport(argc, argv, verb);
     } catch (const std::bad_alloc&) {
         // Takes no memory, unlike report().
         writeMessage("qzapp: there is not enough memory\n");
-        return kFailed;
+        return statusOfFailure(verb);
     }
 }
 

@@ -1,8 +1,5 @@
 #include "tools/qzapp/cli/Report.hpp"
 
-#include <exception>
-#include <functional>
-#include <new>
 #include <string>
 
 #include "app/VisibleText.hpp"
@@ -12,17 +9,6 @@ namespace qzapp {
 
 void report(const std::string& message) {
     writeMessage("qzapp: " + visible(message) + "\n");
-}
-
-int runOrTrouble(const std::function<int()>& verb) {
-    try {
-        return verb();
-    } catch (const std::bad_alloc&) {
-        report("there is not enough memory");
-    } catch (const std::exception& e) {
-        report(e.what());
-    }
-    return kTrouble;
 }
 
 }  // namespace qzapp

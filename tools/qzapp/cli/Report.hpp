@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <string>
 
 #include "app/Error.hpp"
@@ -38,8 +37,5 @@ public:
 // Writes "qzapp: MESSAGE" to standard error, on one line and made visible(), whatever the message
 // holds.
 void report(const std::string& message);
-
-// Returns what `verb` returns. Reports what it throws, and returns kTrouble then.
-int runOrTrouble(const std::function<int()>& verb);
 
 }  // namespace qzapp

@@ -278,7 +278,7 @@ Action declareMerge(CLI::App& command) {
         "Exit status: 0 merged, 1 merged with conflicts, 2 trouble.\n\n"
         "Example:\n"
         "  qzapp merge atlas-1.0.kvpkg atlas-mine.kvpkg atlas-yours.kvpkg -o atlas.kvpkg");
-    return [options] { return runOrTrouble([&] { return merge(*options); }); };
+    return [options] { return merge(*options); };
 }
 
 }  // namespace qzapp

@@ -232,7 +232,7 @@ Action declareDiff(CLI::App& command) {
         "status: 0 the same, 1 different, 2 trouble.\n\n"
         "Example:\n"
         "  qzapp diff atlas-1.0.kvpkg atlas.kvpkg");
-    return [options] { return runOrTrouble([&] { return diff(*options); }); };
+    return [options] { return diff(*options); };
 }
 
 }  // namespace qzapp

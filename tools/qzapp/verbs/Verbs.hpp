@@ -5,6 +5,8 @@
 #include <functional>
 #include <span>
 
+#include "tools/qzapp/cli/Report.hpp"
+
 namespace qzapp {
 
 // Runs a verb once its command line has been parsed. Returns the exit status, or throws Error.
@@ -16,6 +18,7 @@ struct Verb {
     const char* name;
     const char* summary;
     Action (*declare)(CLI::App& command);
+    int failure = kFailed;  // the exit status if the action throws, or there is no memory for it
 };
 
 // All verbs, in the order of the help.
