@@ -41,6 +41,10 @@ using nlohmann::ordered_json;
 constexpr int kClean = 0;
 constexpr int kConflicts = 1;
 
+// For git, which merges whatever a branch holds. Three apps with the largest code that can be read take
+// two thirds of this.
+constexpr std::uint64_t kMostMemory = std::uint64_t{2} << 30;
+
 constexpr unsigned kLongestMark = 1000;
 constexpr const char* kNoFile = "/dev/null";
 
@@ -158,6 +162,7 @@ ordered_json mergeInCage(const MergeOptions& options, const MergeInput& base, co
     Cage cage;
     cage.mayChange(transaction.folder());
     const std::string conflicts = inCage(cage, [&] {
+        if (!options.path.empty()) limitMemory(kMostMemory);
         const auto found = mergeApps(base, ours, theirs, transaction, lines);
         for (const FileName& file : {ours, theirs})
             requireUnchanged(file);
