@@ -4,6 +4,8 @@
 #include <foundation/Shown.hpp>
 
 #include <algorithm>
+#include <array>
+#include <string_view>
 #include <utility>
 
 #include "app/VisibleText.hpp"
@@ -14,6 +16,11 @@ namespace {
 using nlohmann::ordered_json;
 
 constexpr std::size_t kMostOfARule = 10;
+
+// How readers' messages end that advise what a fix says better.
+constexpr std::array<std::string_view, 3> kAdvice = {"; get the file again from where it came from",
+                                                     "; mend the XML or get the file again",
+                                                     "; choose another file"};
 
 constexpr std::string_view kPlainInShell =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+@%-";
@@ -54,6 +61,9 @@ const char* nameOf(Severity severity) {
 
 void Findings::add(RuleName rule, std::string part, std::string text, std::string fix) {
     if (++counts_[&*rule] > kMostOfARule) return;
+    for (const std::string_view advice : kAdvice) {
+        if (!fix.empty() && text.ends_with(advice)) text.resize(text.size() - advice.size());
+    }
     findings_.push_back({&*rule, std::move(part), std::move(text), std::move(fix)});
 }
 

@@ -149,6 +149,7 @@ struct Finding {
 // counted, because a small file can break a rule a hundred thousand times.
 class Findings {
 public:
+    // `text` may be a reader's message. If there is a fix, its advice is left out.
     void add(RuleName rule, std::string part, std::string text, std::string fix = "");
     // The findings of at least this severity, the most severe first, otherwise in the order in which
     // they were added. If some of a rule were only counted, the last that was kept is followed by
