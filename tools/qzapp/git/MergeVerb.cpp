@@ -280,7 +280,9 @@ Action declareMerge(CLI::App& command) {
         "Text apps are merged line by line. If both changed the same thing differently, it is "
         "named\n"
         "and ours is kept; code gets the usual marks. In trouble OUT stays as it was.\n"
-        "Exit status: 0 merged, 1 merged with conflicts, 2 trouble.\n\n"
+        "Exit status: 0 merged, 1 merged with conflicts, 2 trouble, 3 merged without a conflict, "
+        "but the\n"
+        "report could not be printed.\n\n"
         "Example:\n"
         "  qzapp merge atlas-1.0.kvpkg atlas-mine.kvpkg atlas-yours.kvpkg -o atlas.kvpkg");
     return [options] { return merge(*options); };
