@@ -677,9 +677,11 @@ class Git(ToolTest):
         self.assertIn('note: merge.qzapp.name is "mine", which is yours and stays', self.set_up("--undo"))
         self.assertEqual(self.git("config", "--get-regexp", "qzapp"), "merge.qzapp.name mine\n")
         self.git("config", "--unset", "merge.qzapp.name")
-        for outside in (self.dir, self.dir / "r/.git"):
+        for outside, why in ((self.dir, b"git refuses: fatal: not a git repository "),
+                             (self.dir / "r/.git", b"there are no files of a repository here; ")):
             run = self.run_tool("git-setup", cwd=outside, env=self.environment)
             self.assertEqual((run.returncode, run.stderr.count(b"\n")), (1, 1), run.stderr)
+            self.assertIn(why, run.stderr)
 
     def test_lines_of_others_stay(self):
         ours = self.set_up() and self.read("r/.gitattributes").decode()

@@ -65,9 +65,11 @@ std::string wayToTop() {
     constexpr std::string_view kInside = "true\n";
     if (end.status == 0 && end.output.starts_with(kInside))
         return withoutLineEnd(end.output.substr(kInside.size()));
+    const std::string reason = end.status == 0
+                                   ? "there are no files of a repository here"
+                                   : "git refuses: " + end.errors.substr(0, end.errors.find('\n'));
     throw Error("git-setup",
-                "there is no repository with files here; go into one, or see with --print what "
-                "would be done");
+                reason + "; go into a repository, or see with --print what would be done");
 }
 
 // Whether git does with apps at the top what attributesLines() say, whoever else says something of them.
