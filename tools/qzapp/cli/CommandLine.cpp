@@ -146,6 +146,23 @@ std::string flagWithValue(const CLI::App& verb, const CLI::ParseError& e) {
     return {};
 }
 
+std::string needsValue(const CLI::Option& option) {
+    const std::string name = option.get_name();
+    return fmt::format("{} needs a value: {} {}", name, name, option.get_type_name());
+}
+
+// About an option that has taken the next one for its value; empty if there is none.
+std::string optionAsValue(const CLI::App& verb) {
+    const auto isOption = [&](const std::string& value) {
+        return looksLikeOption(value) && verb.get_option_no_throw(value) != nullptr;
+    };
+    for (const CLI::Option* option : verb.get_options()) {
+        if (option->nonpositional() && std::ranges::any_of(option->results(), isOption))
+            return needsValue(*option);
+    }
+    return {};
+}
+
 // About an option that was given too often or without its value, or a flag with one; empty if `e` is
 // about neither.
 std::string mismatchOf(const CLI::App& verb, const CLI::ParseError& e) {
@@ -158,7 +175,7 @@ std::string mismatchOf(const CLI::App& verb, const CLI::ParseError& e) {
     if (option->get_items_expected_max() == 1 && option->count() > 1) {
         return fmt::format("{} is given {} times; give it once", name, option->count());
     }
-    return fmt::format("{} needs a value: {} {}", name, name, option->get_type_name());
+    return needsValue(*option);
 }
 
 // What is wrong with the arguments of a verb. An unknown option goes before what CLI11 reports,
@@ -170,7 +187,9 @@ std::string reasonOf(const CLI::App& verb, const CLI::ParseError& e) {
     for (const std::string& argument : extra) {
         if (looksLikeOption(argument)) return unknownOption(verb, withoutMarks(argument), hint);
     }
-    if (std::string mismatch = mismatchOf(verb, e); !mismatch.empty()) return mismatch + hint;
+    for (const std::string& text : {optionAsValue(verb), mismatchOf(verb, e)}) {
+        if (!text.empty()) return text + hint;
+    }
     if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError) || extra.empty()) {
         return e.what() + hint;
     }
@@ -290,7 +309,10 @@ int parseAndRun(int argc, const char* const* argv) {
     } catch (const CLI::ParseError& e) {
         return answer(app, e, first);
     }
-    refuseOptionsTakenForFiles(*app.get_subcommands().front());
+    const CLI::App& verb = *app.get_subcommands().front();
+    if (const std::string text = optionAsValue(verb); !text.empty())
+        throw UsageError(verb.get_name(), text + seeHelp("qzapp " + verb.get_name()));
+    refuseOptionsTakenForFiles(verb);
     takeTimeFromEnvironment();
     foundation::threads::setLimit(threads);
     // Finds out the default now: inside a cage the control group's quota could not be read.
