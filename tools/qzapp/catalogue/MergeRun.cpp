@@ -1,6 +1,5 @@
 #include "tools/qzapp/catalogue/MergeRun.hpp"
 
-#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <iterator>

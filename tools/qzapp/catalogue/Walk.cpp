@@ -12,6 +12,7 @@
 
 #include "app/Error.hpp"
 #include "app/InputFiles.hpp"
+#include "tools/qzapp/catalogue/Entry.hpp"
 
 namespace qzapp {
 namespace {

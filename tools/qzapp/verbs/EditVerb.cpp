@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "app/Edit.hpp"
+#include "app/Error.hpp"
 #include "app/FileName.hpp"
 #include "app/Forms.hpp"
 #include "app/InputFiles.hpp"
