@@ -450,8 +450,8 @@ def create(path: StrPath, *, metadata: Metadata | Mapping[str, Any] | None = Non
 
         qzapp.create("atlas.kvpkg", metadata={"name": "Atlas"}, code="app = 1;", model=b"").save()
 
-    An app needs code and a model, which may be empty; fields that are not set get their defaults. A file that exists is replaced only with
-    ``overwrite=True``; otherwise that is a FileExistsError."""
+    An app needs code and a model, which may be empty; fields that are not set get their defaults. A file that
+    exists is replaced only with ``overwrite=True``; otherwise that is a FileExistsError."""
     draft = _Create(path, overwrite)
     try:
         if metadata is not None:

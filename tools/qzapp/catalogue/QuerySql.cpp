@@ -72,13 +72,14 @@ bool isWords(const QueryNode& node) {
     return !node.nodes.empty() && std::ranges::all_of(node.nodes, isWords);
 }
 
-// Whether it is a letter or digit to FTS5, or half of a character. Beyond ASCII all but the blocks of punctuation
-// and symbols are.
+// Whether FTS5 takes it for part of a word, or it is half of a character. Beyond Latin-1, all but the blocks of
+// punctuation and symbols are.
 bool isPartOfWord(char16_t c) {
     if (c < 0x80) return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
     const auto isWithin = [&](char16_t first, char16_t last) { return c >= first && c <= last; };
-    return !isWithin(0x80, 0xBF) && !isWithin(0x2000, 0x206F) && !isWithin(0x20A0, 0x20CF) &&
-           !isWithin(0x2190, 0x2BFF) && !isWithin(0x3000, 0x303F);
+    if (c < 0xC0) return std::u16string_view(u"ª²³µ¹º¼½¾").find(c) != std::u16string_view::npos;
+    return !isWithin(0x2000, 0x206F) && !isWithin(0x20A0, 0x20CF) && !isWithin(0x2190, 0x245F) &&
+           !isWithin(0x2500, 0x2BFF) && !isWithin(0x3000, 0x3004) && !isWithin(0x3008, 0x3020);
 }
 
 // Between the marks that FTS5 wants around a text.
