@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <string_view>
@@ -98,8 +97,10 @@ void scaleAll(benchmark::State& state, std::uint64_t modelSize) {
             return next++ < kApps;
         };
         pipeline.work = [&](std::size_t slot) {
-            std::ifstream file(images / std::to_string(numbers[slot]), std::ios::binary);
-            const std::string image(std::istreambuf_iterator<char>(file), {});
+            const fs::path path = images / std::to_string(numbers[slot]);
+            std::string image(fs::file_size(path), '\0');
+            std::ifstream(path, std::ios::binary)
+                .read(image.data(), static_cast<std::streamsize>(image.size()));
             benchmark::DoNotOptimize(scaler.scale(image));
         };
         pipeline.take = [](std::size_t) {};

@@ -5,6 +5,8 @@
 #include <opc/Streams.hpp>
 #include <xercesc/dom/DOMElement.hpp>
 
+#include <algorithm>
+#include <cstdint>
 #include <utility>
 
 #include "package/Layout.hpp"
@@ -17,6 +19,9 @@ using opc::model::XercesHelper;
 using xercesc::DOMElement;
 
 namespace {
+
+// What to ask for before an image is read, whose size may be wrong.
+constexpr std::uint64_t kMostReserved = std::uint64_t{1} << 20;
 
 // The metadata of an app whose package holds none.
 AppMetadata defaultMetadata() {
@@ -117,6 +122,7 @@ void PackagedMetadata::getAppScreenshot(std::vector<std::uint8_t>& bytes, ustrin
     const opc::model::Part part = package().getTarget(found.front());
     requireScreenshotSize(getFileName(), part.getName(), part.size());
     const auto stream = part.getInputStream();
+    bytes.reserve(bytes.size() + std::min(part.size(), kMostReserved));
     opc::ByteArrayOutAdaptor image(bytes);
     opc::StreamHelper::copyStreamToStream(*stream, image);
     format = part.getName().getExtension();

@@ -2,6 +2,8 @@
 
 #include <fl/i18n.hpp>
 
+#include <utility>
+
 #include "app/Forms.hpp"
 #include "app/InputFiles.hpp"
 
@@ -14,8 +16,7 @@ void checkExtension(const FileName& file, const foundation::ustring& extension,
     findings.add("extension-case", "", "the extension must be in lower case", "rename the file");
 }
 
-void checkAnyPackage(const FileName& file, Findings& findings) {
-    const PackageView package(file);
+void checkPackageOfAnyKind(const PackageView& package, Findings& findings) {
     if (isOfAnotherKind(package)) {
         checkOtherZip(package, findings);
         return;
@@ -23,7 +24,7 @@ void checkAnyPackage(const FileName& file, Findings& findings) {
     checkContainer(package, findings);
     if (package.items.empty() && !package.zipRefusal.empty()) return;
     const auto properties = checkPackage(package, findings);
-    if (isAppName(file)) checkApp(package, properties, findings);
+    if (isAppName(package.file)) checkApp(package, properties, findings);
 }
 
 }  // namespace
@@ -32,9 +33,10 @@ bool isTextName(const FileName& file) {
     return fl::i18n::to_lower(file.native()).ends_with(kTextExtension);
 }
 
-Findings checkFile(const FileName& file) {
+CheckedFile checkAndOpen(const FileName& file) {
     requireFile(file);
-    Findings findings;
+    CheckedFile checked;
+    Findings& findings = checked.findings;
     const bool isText = isTextName(file);
     if (isText || isAppName(file)) {
         checkExtension(file, isText ? kTextExtension : kPackagedExtension, findings);
@@ -42,10 +44,16 @@ Findings checkFile(const FileName& file) {
     if (isText) {
         checkText(file, findings);
     } else {
-        checkAnyPackage(file, findings);
+        PackageView package(file);
+        checkPackageOfAnyKind(package, findings);
+        checked.app = std::move(package.app);
     }
     requireUnchanged(file);
-    return findings;
+    return checked;
+}
+
+Findings checkFile(const FileName& file) {
+    return checkAndOpen(file).findings;
 }
 
 }  // namespace qzapp

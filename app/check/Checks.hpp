@@ -1,8 +1,10 @@
 #pragma once
 
+#include <appserialization/AppMetadataReader.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/CoreProperties.hpp>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,8 +38,15 @@ void checkText(const FileName& file, Findings& findings);
 // Whether checkFile() takes the file for a text app, by its name.
 bool isTextName(const FileName& file);
 
+// What was found in a file, and the app in it; null unless it is a packaged one that readers open.
+struct CheckedFile {
+    Findings findings;
+    std::unique_ptr<appserialization::AppMetadataReader> app;
+};
+
 // Checks all groups that apply to a file of this name: a packaged app, a text app or any other
 // package. Throws Error if the file cannot be read at all.
+CheckedFile checkAndOpen(const FileName& file);
 Findings checkFile(const FileName& file);
 
 // The rules of screenshots, for both forms of apps. `part` is the part or section that holds the

@@ -60,7 +60,10 @@ class AppChecks {
 public:
     AppChecks(const PackageView& package, const std::optional<CoreProperties>& properties,
               Findings& findings)
-        : package_(package), coreProperties_(properties), findings_(findings) {}
+        : package_(package),
+          isSigned_(signatures::isSigned(package)),
+          coreProperties_(properties),
+          findings_(findings) {}
 
     void run() {
         if (package_.relationshipsItem == nullptr) {
@@ -86,10 +89,9 @@ private:
         if (!before.empty()) first.push_back(before);
         if (!isReady) first.emplace_back("once it is repaired");
         if (isReady && file.shown != package_.file.shown) first.emplace_back("once it is renamed");
-        const bool isSigned = signatures::isSigned(package_);
         return fmt::format("{}{}qzapp edit {} {}{}", fmt::join(first, ", "),
                            first.empty() ? "" : ": ", shellWord(file), options,
-                           isSigned ? " --drop-signature" : "");
+                           isSigned_ ? " --drop-signature" : "");
     }
 
     // Reports that no relationship leads to such a part, unless an app may lack it.
@@ -400,6 +402,7 @@ private:
     }
 
     const PackageView& package_;
+    const bool isSigned_;
     const std::optional<CoreProperties>& coreProperties_;
     Findings& findings_;
     std::set<std::string> used_;          // keys of the parts that an app has

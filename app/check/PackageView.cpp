@@ -1,5 +1,6 @@
 #include "app/check/PackageView.hpp"
 
+#include <appserialization/Functions.hpp>
 #include <fl/i18n.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
@@ -39,6 +40,13 @@ std::string refusalOf(const FileName& file, Action action) {
         if (e.isPassing()) throw;
         return e.text();
     }
+}
+
+std::unique_ptr<appserialization::AppMetadataReader> appIn(const FileName& file) {
+    if (!appserialization::hasExtension(file.native(), kPackagedExtension)) return nullptr;
+    std::unique_ptr<appserialization::AppMetadataReader> app;
+    refusalOf(file, [&] { app = openApp(file); });
+    return app;
 }
 
 std::string packageRefusalOf(const FileName& file) {
@@ -90,8 +98,9 @@ PackageView::PackageView(const FileName& itsFile) try : PackageView(itsFile, Sou
 PackageView::PackageView(const FileName& itsFile, Source source)
     : FoundPackage(std::move(source.archive), layout::app::partKinds()),
       file(itsFile),
+      app(source.refusal.empty() ? appIn(file) : nullptr),
       zipRefusal(std::move(source.refusal)),
-      packageRefusal(zipRefusal.empty() ? packageRefusalOf(file) : ""),
+      packageRefusal(zipRefusal.empty() && !app ? packageRefusalOf(file) : ""),
       brokenRule(source.brokenRule),
       lost(std::move(source.lost)) {
     // A name that is a part's gets its "/", as the parts that were found have it.

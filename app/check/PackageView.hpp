@@ -1,9 +1,11 @@
 #pragma once
 
+#include <appserialization/AppMetadataReader.hpp>
 #include <opc/FoundPackage.hpp>
 #include <opc/PartName.hpp>
 #include <opc/ZipArchive.hpp>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,6 +24,8 @@ public:
     explicit PackageView(const FileName& file);
 
     FileName file;
+    // The file as an app. Null if its name is not that of one, or readers refuse it.
+    std::unique_ptr<appserialization::AppMetadataReader> app;
     // Why readers refuse the zip file or, if they accept that, the package. Empty if they do not.
     std::string zipRefusal, packageRefusal;
     // The rule that the zip file breaks. Nothing if readers accept it, or failed for another

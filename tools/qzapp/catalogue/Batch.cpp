@@ -10,7 +10,7 @@ namespace {
 constexpr std::size_t kMostEntries = 1000;
 constexpr std::size_t kMostBytes = std::size_t{8} << 20;
 // After so long a kill loses no more.
-constexpr std::chrono::seconds kLongest{5};
+constexpr std::chrono::seconds kLongest{1};
 
 }  // namespace
 

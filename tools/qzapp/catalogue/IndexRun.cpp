@@ -36,6 +36,8 @@ void sendEntries(const std::vector<FoundFile>& files, Pictures& pictures,
         const FoundFile* file = nullptr;
         std::string entry;
     };
+    // One more than there are processors, because a thread waits while its picture is scaled.
+    foundation::threads::setLimit(foundation::threads::limit() + 1);
     foundation::threads::Pipeline pipeline;
     pipeline.slots = kSlotsPerThread * foundation::threads::limit();
     std::vector<Slot> slots(pipeline.slots);

@@ -68,8 +68,7 @@ void addScreenshot(const FileName& file, const appserialization::AppMetadataRead
     }
 }
 
-void addFindings(const FileName& file, AppRow& app) {
-    const Findings findings = checkFile(file);
+void addFindings(const Findings& findings, AppRow& app) {
     const auto count = [&](Severity severity) {
         return static_cast<std::int64_t>(findings.count(severity));
     };
@@ -92,11 +91,12 @@ std::string hashOf(const FileName& file) {
 void addContent(const FileName& file, Pictures& pictures, Entry& entry) {
     AppRow& app = *entry.app;
     app.sha256 = hashOf(file);
-    addFindings(file, app);
+    CheckedFile checked = checkAndOpen(file);
+    addFindings(checked.findings, app);
     app.form = nameOf(formOf(file));
-    const auto reader = openApp(file);
-    about(file, [&] { addMetadata(reader->readMetadata(), app); });
-    addScreenshot(file, *reader, pictures, entry);
+    if (!checked.app) checked.app = openApp(file);
+    about(file, [&] { addMetadata(checked.app->readMetadata(), app); });
+    addScreenshot(file, *checked.app, pictures, entry);
 }
 
 // A file that was written to a moment ago may be written to again without a difference in its time.

@@ -1,5 +1,6 @@
 #include "tools/qzapp/cli/Worker.hpp"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -37,6 +38,8 @@ struct Head {
 
 // What is read at a time, so that no memory is taken for a size that no bytes follow.
 constexpr std::size_t kReadBytes = std::size_t{64} << 10;
+// What the worker can send while this process is busy with something else.
+constexpr int kPipeBytes = 1 << 20;
 
 // Returns false if nobody reads any more.
 bool writeAll(const FileDescriptor& pipe, std::string_view bytes) {
@@ -94,6 +97,8 @@ std::string readBytes(const FileDescriptor& pipe, std::uint64_t size) {
 
 CagedWorker::CagedWorker(Cage& cage, const std::function<void(const Send&)>& toDo) {
     Pipe pipe = makePipe();
+    // Without the room that may be refused the worker only waits more often.
+    static_cast<void>(::fcntl(pipe.into.get(), F_SETPIPE_SZ, kPipeBytes));
     const pid_t self = ::getpid();
     process_ = ::fork();
     if (process_ < 0) throwSystemError(errno, "cannot start a process");
