@@ -92,6 +92,8 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     headless.items[1].localSignature = "XX\3\4";
     described.items[0].descriptor = 16;
     encrypted.items[1].flags = 1;
+    BuiltZip emptyFirst = good();
+    emptyFirst.items[0] = {.name = "a", .method = 0};
     BuiltZip again = good(), unsure = good();
     again.items.push_back({.name = "B", .content = "newer"});
     unsure.items[1].localSignature = std::string(4, '\0');
@@ -105,6 +107,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         const char* why;
         std::string bytes, outcome;
     } rows[] = {
+        {"an empty item without its first byte", emptyFirst.bytes().substr(1), "a=;b=bb;c=ccc;"},
         {"cut in the last item", headers.substr(0, headers.size() - 1),
          "a=aaaaaaaaaa;b=bb;c: the file ends before its data does;"},
         {"something stands in front, so offsets are wrong", "junk" + good().bytes(), all},

@@ -39,6 +39,7 @@ public:
     Archive(const SalvageSource& source, const EndPlace& place, std::vector<ZipItem> items)
         : source_(&source), fileEnd_(place.fileEnd) {
         directory_.items = std::move(items);
+        directory_.offset = place.stated.offset;
         directory_.shift = static_cast<std::int64_t>(place.start - place.stated.offset);
         findBase();
     }

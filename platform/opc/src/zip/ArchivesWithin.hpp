@@ -15,6 +15,7 @@ namespace opc::zip {
 struct WholeDirectory {
     std::vector<ZipItem> items;  // as readDirectory() gives them, without `directoryRecord`
     std::int64_t shift = 0;      // negative if bytes were removed
+    std::uint64_t offset = 0;    // where the end record says that it begins
 };
 
 // What findArchives() returns.

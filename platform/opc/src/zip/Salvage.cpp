@@ -222,14 +222,20 @@ private:
         item.endOffset = item.dataOffset + item.compressedSize;
         if (item.endOffset > source_->size || item.endOffset < item.dataOffset)
             return lostBy(Loss::Cut);
-        if (taken_.overlap(item.headerOffset, item.endOffset)) return lostBy(Loss::Overlap);
+        // Nothing comes from the place of an empty item, which may be wrong.
+        const bool isNowhere =
+            item.compressedSize == 0 && !localHeaderAt(*source_, item.headerOffset);
+        if (!isNowhere && taken_.overlap(item.headerOffset, item.endOffset))
+            return lostBy(Loss::Overlap);
         if (hasName(item.name) && !item.localName.empty()) {
             std::swap(item.name, item.localName);
         }
         if (hasName(item.name)) return lostBy(Loss::SameName);
         if (Verdict verdict = judgeContent(item); !verdict.isTaken()) return verdict;
-        taken_.add(item.headerOffset,
-                   item.endOffset + descriptorSize(*source_, item.endOffset, item));
+        if (!isNowhere) {
+            taken_.add(item.headerOffset,
+                       item.endOffset + descriptorSize(*source_, item.endOffset, item));
+        }
         names_.insert(knownName(item.name));
         item.directoryRecord = {};
         items_.push_back(std::move(item));
@@ -291,10 +297,28 @@ private:
         return !name.empty() && name.find('\0') == std::string_view::npos;
     }
 
-    // Returns `item`, of the directory, once for each place where its local header may be, the
-    // likeliest first: the offset that the directory says, and the one `shift` bytes after it if
-    // that is another.
-    std::vector<ZipItem> placesOf(const ZipItem& item, std::int64_t shift) const {
+    // Where the data of an item may begin if its local header does not say it right, because the
+    // length of the name or of the extra fields is damaged: so that they end where the next item
+    // begins, at `next`, or behind a header with the directory's name.
+    std::vector<std::uint64_t> otherOffsetsOfData(const ZipItem& item, std::uint64_t next) const {
+        std::vector<std::uint64_t> offsets;
+        for (const std::uint64_t descriptor : {0, 16, 12, 24, 20}) {
+            const std::uint64_t behind = item.compressedSize + descriptor;
+            if (next < item.headerOffset + local::kHeaderSize + behind) continue;
+            const std::uint64_t end = next - descriptor;
+            if (descriptor == 0 || descriptorSize(*source_, end, item) == descriptor)
+                offsets.push_back(next - behind);
+        }
+        offsets.push_back(item.headerOffset + local::kHeaderSize + item.name.size());
+        std::erase(offsets, item.dataOffset);
+        return offsets;
+    }
+
+    // Returns `item`, of the directory, once for each place where its local header and its data may
+    // be, the likeliest first: the offset that the directory says, and the one `shift` bytes after
+    // it if that is another. What follows the item is at `next`.
+    std::vector<ZipItem> placesOf(const ZipItem& item, std::uint64_t next,
+                                  std::int64_t shift) const {
         std::vector<std::pair<int, ZipItem>> places;
         for (const std::int64_t moved : {std::int64_t{0}, shift}) {
             ZipItem placed = item;
@@ -310,6 +334,13 @@ private:
         std::vector<ZipItem> sorted;
         for (auto& [likelihood, placed] : places)
             sorted.push_back(std::move(placed));
+        for (std::size_t i = 0; i < places.size(); ++i) {
+            const std::uint64_t moved = sorted[i].headerOffset - item.headerOffset;
+            for (const std::uint64_t offset : otherOffsetsOfData(sorted[i], next + moved)) {
+                sorted.push_back(sorted[i]);
+                sorted.back().dataOffset = offset;
+            }
+        }
         return sorted;
     }
 
@@ -317,9 +348,14 @@ private:
     // first, so that an item with a damaged name does not take the name of another.
     void takeDirectory(const WholeDirectory& directory) {
         isExact_ = directory.shift == 0;
+        std::set<std::uint64_t> starts = {directory.offset};
+        for (const ZipItem& item : directory.items)
+            starts.insert(item.headerOffset);
         for (const bool isAgreed : {true, false}) {
             for (const ZipItem& item : directory.items) {
-                const auto places = placesOf(item, directory.shift);
+                const auto next = starts.upper_bound(item.headerOffset);
+                const auto places =
+                    placesOf(item, next == starts.end() ? source_->size : *next, directory.shift);
                 const bool isSame = !places.empty() && places.front().localName.empty();
                 if (isSame == isAgreed) takeListed(item, places);
             }
@@ -466,7 +502,7 @@ private:
             const bool isOwn = position.isSure && !isWhole_;
             return {isOwn ? limit : position.at + sizeof local::kSignature, false};
         }
-        if (takeByRecord(position.at)) return {behindTaken()};
+        if (takeByRecord(*header)) return {behindTaken()};
         Verdict verdict = takeWhole(*header, limit);
         see(header->item, position.isSure);
         if (verdict.isTaken()) {
@@ -480,7 +516,10 @@ private:
     }
 
     // The end of the item that was taken last, with its descriptor.
-    std::uint64_t behindTaken() const { return *taken_.endAround(items_.back().headerOffset); }
+    std::uint64_t behindTaken() const {
+        const ZipItem& item = items_.back();
+        return taken_.endAround(item.headerOffset).value_or(item.endOffset);
+    }
 
     // Where the search goes on after an item that could not be taken. Data of unknown length that
     // begins like a zip file is skipped, up to that file's end if it is known.
@@ -507,11 +546,14 @@ private:
     }
 
     // Takes the item at this local header with the numbers and the name of a directory record for
-    // the same offset, if they fit its content.
-    bool takeByRecord(std::uint64_t headerOffset) {
-        const auto [first, last] = records_.equal_range(headerOffset);
+    // the same offset, if they fit its content. That begins behind the header's name, so if the names
+    // differ in length, the header has the right one.
+    bool takeByRecord(const LocalHeader& header) {
+        const auto [first, last] = records_.equal_range(header.item.headerOffset);
         for (auto record = first; record != last; ++record) {
-            if (!take(record->second.item).isTaken()) continue;
+            ZipItem item = record->second.item;
+            if (item.name.size() != header.item.name.size()) item.name = header.item.name;
+            if (!take(std::move(item)).isTaken()) continue;
             see(items_.back(), true);
             return true;
         }
