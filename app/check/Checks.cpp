@@ -2,8 +2,6 @@
 
 #include <fl/i18n.hpp>
 
-#include <utility>
-
 #include "app/Forms.hpp"
 #include "app/InputFiles.hpp"
 
@@ -16,7 +14,8 @@ void checkExtension(const FileName& file, const foundation::ustring& extension,
     findings.add("extension-case", "", "the extension must be in lower case", "rename the file");
 }
 
-void checkPackageOfAnyKind(const PackageView& package, Findings& findings) {
+void checkAnyPackage(const FileName& file, bool isOpen, Findings& findings) {
+    const PackageView package(file, isOpen);
     if (isOfAnotherKind(package)) {
         checkOtherZip(package, findings);
         return;
@@ -24,7 +23,7 @@ void checkPackageOfAnyKind(const PackageView& package, Findings& findings) {
     checkContainer(package, findings);
     if (package.items.empty() && !package.zipRefusal.empty()) return;
     const auto properties = checkPackage(package, findings);
-    if (isAppName(package.file)) checkApp(package, properties, findings);
+    if (isAppName(file)) checkApp(package, properties, findings);
 }
 
 }  // namespace
@@ -33,10 +32,9 @@ bool isTextName(const FileName& file) {
     return fl::i18n::to_lower(file.native()).ends_with(kTextExtension);
 }
 
-CheckedFile checkAndOpen(const FileName& file) {
+Findings checkFile(const FileName& file, bool isOpen) {
     requireFile(file);
-    CheckedFile checked;
-    Findings& findings = checked.findings;
+    Findings findings;
     const bool isText = isTextName(file);
     if (isText || isAppName(file)) {
         checkExtension(file, isText ? kTextExtension : kPackagedExtension, findings);
@@ -44,16 +42,10 @@ CheckedFile checkAndOpen(const FileName& file) {
     if (isText) {
         checkText(file, findings);
     } else {
-        PackageView package(file);
-        checkPackageOfAnyKind(package, findings);
-        checked.app = std::move(package.app);
+        checkAnyPackage(file, isOpen, findings);
     }
     requireUnchanged(file);
-    return checked;
-}
-
-Findings checkFile(const FileName& file) {
-    return checkAndOpen(file).findings;
+    return findings;
 }
 
 }  // namespace qzapp

@@ -1,10 +1,8 @@
 #pragma once
 
-#include <appserialization/AppMetadataReader.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/CoreProperties.hpp>
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,16 +36,9 @@ void checkText(const FileName& file, Findings& findings);
 // Whether checkFile() takes the file for a text app, by its name.
 bool isTextName(const FileName& file);
 
-// What was found in a file, and the app in it; null unless it is a packaged one that readers open.
-struct CheckedFile {
-    Findings findings;
-    std::unique_ptr<appserialization::AppMetadataReader> app;
-};
-
 // Checks all groups that apply to a file of this name: a packaged app, a text app or any other
-// package. Throws Error if the file cannot be read at all.
-CheckedFile checkAndOpen(const FileName& file);
-Findings checkFile(const FileName& file);
+// package. `isOpen` says that a reader has it open. Throws Error if the file cannot be read at all.
+Findings checkFile(const FileName& file, bool isOpen = false);
 
 // The rules of screenshots, for both forms of apps. `part` is the part or section that holds the
 // image, `format` the extension of the part's name, or what the data URI says, `fix` how to set another.

@@ -70,6 +70,7 @@ inline constexpr std::array kRules = {
     Rule{"model-unlinked", Severity::Error, "a relationship leads to the model"},
     Rule{"model-empty", Severity::Warning, "the model is not empty"},
     Rule{"code-missing", Severity::Warning, "an app has code"},
+    Rule{"code-ambiguous", Severity::Error, "one relationship leads to the code"},
     Rule{"code-large", Severity::Error, "the code is no larger than readers accept"},
     Rule{"code-encoding", Severity::Error, "code is UTF-8"},
     Rule{"code-mark", Severity::Note, "code has no byte-order mark"},

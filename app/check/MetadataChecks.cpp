@@ -110,7 +110,11 @@ private:
     const FoundItem* only(const PartKindRow& part) {
         const auto links = package_.byType(part.relationshipType);
         if (links.empty()) missing(part);
-        if (links.size() > 1) ambiguous(shown(part.name), links);
+        if (links.size() > 1) {
+            const bool isCode = part.relationshipType == layout::kCode.relationshipType;
+            ambiguous(isCode ? RuleName("code-ambiguous") : RuleName("part-ambiguous"),
+                      shown(part.name), links);
+        }
         if (links.size() != 1) return nullptr;
         const layout::PartRules* const rules = layout::rulesOf(part);
         const FoundItem* found =
@@ -143,12 +147,13 @@ private:
         return found;
     }
 
-    void ambiguous(const std::string& name, const std::vector<const Relationship*>& links) {
+    void ambiguous(RuleName rule, const std::string& name,
+                   const std::vector<const Relationship*>& links) {
         for (const Relationship* link : links) {
             const FoundItem* target = package_.target(*link);
             if (target != nullptr) used_.insert(target->name->key());
         }
-        findings_.add("part-ambiguous", name,
+        findings_.add(rule, name,
                       fmt::format("{} relationships lead to such a part, and readers cannot tell "
                                   "which one is right",
                                   links.size()),
@@ -342,7 +347,7 @@ private:
     void checkScreenshot() {
         const auto links = package_.byType(layout::app::kScreenshotRelationship);
         checkMode(!links.empty());
-        if (links.size() > 1) ambiguous("screenshot", links);
+        if (links.size() > 1) ambiguous("part-ambiguous", "screenshot", links);
         if (links.size() != 1) return;
         const FoundItem* part = follow(*links[0], "screenshot", "part-dangling");
         if (part == nullptr) return;

@@ -1,6 +1,5 @@
 #include "app/check/PackageView.hpp"
 
-#include <appserialization/Functions.hpp>
 #include <fl/i18n.hpp>
 #include <opc/Package.hpp>
 #include <opc/PackageNames.hpp>
@@ -42,13 +41,6 @@ std::string refusalOf(const FileName& file, Action action) {
     }
 }
 
-std::unique_ptr<appserialization::AppMetadataReader> appIn(const FileName& file) {
-    if (!appserialization::hasExtension(file.native(), kPackagedExtension)) return nullptr;
-    std::unique_ptr<appserialization::AppMetadataReader> app;
-    refusalOf(file, [&] { app = openApp(file); });
-    return app;
-}
-
 std::string packageRefusalOf(const FileName& file) {
     return refusalOf(file, [&] { withPackage(file, [](const opc::model::Package&) {}); });
 }
@@ -88,19 +80,19 @@ std::string shownName(const PartName& name) {
     return fl::i18n::to_display(name.toString());
 }
 
-PackageView::PackageView(const FileName& itsFile) try : PackageView(itsFile, Source(itsFile)) {
+PackageView::PackageView(const FileName& itsFile, bool isOpen) try
+    : PackageView(itsFile, Source(itsFile), isOpen) {
 } catch (const Error&) {
     throw;
 } catch (...) {
     rethrowAbout(itsFile);
 }
 
-PackageView::PackageView(const FileName& itsFile, Source source)
+PackageView::PackageView(const FileName& itsFile, Source source, bool isOpen)
     : FoundPackage(std::move(source.archive), layout::app::partKinds()),
       file(itsFile),
-      app(source.refusal.empty() ? appIn(file) : nullptr),
       zipRefusal(std::move(source.refusal)),
-      packageRefusal(zipRefusal.empty() && !app ? packageRefusalOf(file) : ""),
+      packageRefusal(zipRefusal.empty() && !isOpen ? packageRefusalOf(file) : ""),
       brokenRule(source.brokenRule),
       lost(std::move(source.lost)) {
     // A name that is a part's gets its "/", as the parts that were found have it.

@@ -1,11 +1,9 @@
 #pragma once
 
-#include <appserialization/AppMetadataReader.hpp>
 #include <opc/FoundPackage.hpp>
 #include <opc/PartName.hpp>
 #include <opc/ZipArchive.hpp>
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,12 +18,11 @@ namespace qzapp {
 class PackageView : public opc::model::FoundPackage {
 public:
     // Opens the file and reads every item in it to its end; a file that readers refuse is salvaged,
-    // which reads it twice more. Throws Error only if the file itself cannot be read.
-    explicit PackageView(const FileName& file);
+    // which reads it twice more. `isOpen` says that a reader has it open, so that it is not asked
+    // whether readers refuse it. Throws Error only if the file itself cannot be read.
+    explicit PackageView(const FileName& file, bool isOpen = false);
 
     FileName file;
-    // The file as an app. Null if its name is not that of one, or readers refuse it.
-    std::unique_ptr<appserialization::AppMetadataReader> app;
     // Why readers refuse the zip file or, if they accept that, the package. Empty if they do not.
     std::string zipRefusal, packageRefusal;
     // The rule that the zip file breaks. Nothing if readers accept it, or failed for another
@@ -45,7 +42,7 @@ public:
 private:
     struct Source;
 
-    PackageView(const FileName& file, Source source);
+    PackageView(const FileName& file, Source source, bool isOpen);
     bool holdsApp() const;
     bool holdsTables() const;
 };

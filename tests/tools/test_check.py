@@ -70,7 +70,7 @@ class Check(CheckTest):
 
     def test_each_of_several_parts_of_a_kind_is_of_the_app(self):
         code = add_relationship(f"{SCHEMA}/korval/2026/relationships/code", "korval/code.k")
-        self.assertEqual(self.rules(self.rewrite(self.create(), "bad.kvpkg", code)), {"part-ambiguous"})
+        self.assertEqual(self.rules(self.rewrite(self.create(), "bad.kvpkg", code)), {"code-ambiguous"})
         self.assertIn("part-unknown", self.rules(self.rewrite("app.kvpkg", "bad.kvpkg", replacing(
             RELS, f"{SCHEMA}/korval/2026/relationships/code", "urn:x"))))
 

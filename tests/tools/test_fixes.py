@@ -41,6 +41,7 @@ ROWS = [
     ("model-unlinked", without_link(MODEL_PART)),
     ("model-empty", setting(MODEL_PART, b"")),
     ("code-missing", without_link("korval/code.k")),
+    ("code-ambiguous", add_relationship(SCHEMA + "/korval/2026/relationships/code", "korval/code.k")),
     ("code-encoding", setting("korval/code.k", b"\xff")),
     ("metadata-missing", lambda name, content: None if name == METADATA_PART else without_link(METADATA_PART)(name, content)),
     ("metadata-xml", setting(METADATA_PART, b"<metadata>")),

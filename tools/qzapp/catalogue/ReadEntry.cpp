@@ -10,6 +10,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -91,12 +93,18 @@ std::string hashOf(const FileName& file) {
 void addContent(const FileName& file, Pictures& pictures, Entry& entry) {
     AppRow& app = *entry.app;
     app.sha256 = hashOf(file);
-    CheckedFile checked = checkAndOpen(file);
-    addFindings(checked.findings, app);
+    std::unique_ptr<appserialization::AppMetadataReader> reader;
+    std::exception_ptr refusal;  // thrown when the findings are noted
+    try {
+        reader = openApp(file);
+    } catch (const Error&) {
+        refusal = std::current_exception();
+    }
+    addFindings(checkFile(file, reader != nullptr), app);
     app.form = nameOf(formOf(file));
-    if (!checked.app) checked.app = openApp(file);
-    about(file, [&] { addMetadata(checked.app->readMetadata(), app); });
-    addScreenshot(file, *checked.app, pictures, entry);
+    if (refusal) std::rethrow_exception(refusal);
+    about(file, [&] { addMetadata(reader->readMetadata(), app); });
+    addScreenshot(file, *reader, pictures, entry);
 }
 
 // A file that was written to a moment ago may be written to again without a difference in its time.
