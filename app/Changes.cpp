@@ -81,14 +81,6 @@ std::set<Field> missingTexts(const FileName& file) {
     });
 }
 
-// Whether setting the release would leave what the file says about it. A release other than that of the
-// host that saves is kept as legacy information; an empty one removes that.
-bool isReleaseThere(const ustring& given, const ustring& present,
-                    const std::optional<ustring>& legacy) {
-    if (legacy) return !given.empty() && given == *legacy;
-    return given.empty() || given == present;
-}
-
 // Compares fields with those of an app.
 class Metadata {
 public:
@@ -103,16 +95,27 @@ public:
 
     // `isNamed` says that the user named the field.
     bool holds(Field field, const FieldValue& value, bool isNamed) const {
+        if (field == Field::KORVALRelease) return isReleaseThere(std::get<ustring>(value), isNamed);
         const FieldValue present = valueOf(field);
-        if (field == Field::KORVALRelease) {
-            return isReleaseThere(std::get<ustring>(value), std::get<ustring>(present),
-                                  legacyRelease_);
-        }
         const bool isAssumed = missing_.contains(field) && value != FieldValue(ustring());
         return value == present && !(isNamed && isAssumed);
     }
 
+    // Whether a record repeats the release that readers find, while the file keeps another one as legacy
+    // information, which readers do not find.
+    bool leavesLegacyRelease(const ustring& given, bool isNamed) const {
+        return legacyRelease_ && !isNamed && given == present_.getKORVALRelease();
+    }
+
 private:
+    // Whether setting the release would leave what the file says about it. A release other than that of the
+    // host that saves is kept as legacy information; an empty one removes that.
+    bool isReleaseThere(const ustring& given, bool isNamed) const {
+        if (leavesLegacyRelease(given, isNamed)) return true;
+        if (legacyRelease_) return !given.empty() && given == *legacyRelease_;
+        return given.empty() || given == present_.getKORVALRelease();
+    }
+
     AppMetadata present_;
     std::set<Field> missing_;
     std::optional<ustring> legacyRelease_;
@@ -135,7 +138,10 @@ void compareMetadata(const FileName& file, const Content& content, const Package
     changes.parts.metadata = !changes.fields.empty();
     // A save writes the release of the host that saves, so one that is to stay must be given again.
     const auto release = content.fields.find(Field::KORVALRelease);
-    if (changes.parts.metadata && release != content.fields.end()) changes.fields.insert(*release);
+    if (!changes.parts.metadata || release == content.fields.end()) return;
+    const bool isNamed = content.named.contains(Field::KORVALRelease);
+    if (!metadata.leavesLegacyRelease(std::get<ustring>(release->second), isNamed))
+        changes.fields.insert(*release);
 }
 
 bool isModelThere(const FileName& file, const FileName& model) {

@@ -315,8 +315,13 @@ TEST(PictureScaler, LosesOnePictureWithTheProcessAndLeavesNoProcess) {
         }
         // Without the process that starts them there is no other one.
         ::kill(childrenOf(::getpid()).front(), SIGKILL);
-        refusalOf(scaler.scale(image));  // by the one that was running, which ends too
-        EXPECT_EQ(refusalOf(scaler.scale(image)), Refusal::NotNow);
+        // The one that is running ends too, but perhaps not at once.
+        PictureScaler::Result last;
+        const Refusal* refusal = nullptr;
+        while (refusal == nullptr || *refusal != Refusal::NotNow) {
+            last = scaler.scale(image);
+            refusal = std::get_if<Refusal>(&last);
+        }
     }
     EXPECT_TRUE(childrenOf(::getpid()).empty());
 }

@@ -54,7 +54,7 @@ class ToolTest(unittest.TestCase):
         for number in itertools.count(1):
             run = subprocess.run(["strace", "-f", "-qq", "-o", "faults", "-e", f"trace={call}", "-e",
                                   f"inject={call}:error={fault}:when={number}", TOOL, *args], cwd=self.dir,
-                                 stdin=subprocess.DEVNULL, capture_output=True)
+                                 stdin=subprocess.DEVNULL, capture_output=True, timeout=120)
             if b"(INJECTED)" not in self.read("faults"):
                 return
             yield number, run

@@ -330,6 +330,20 @@ class Index(CatalogueTest):
                 self.write("c.db", start)
             self.assertGreater(number, 1)
 
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_a_process_for_pictures_that_cannot_be_had_costs_pictures(self):
+        for name in "ab":
+            picture = self.write("s.png", (EXAMPLE / "screenshot.png").read_bytes() + name.encode())
+            self.app(f"apps/{name}.kvpkg")
+            self.ok("edit", f"apps/{name}.kvpkg", "--screenshot", picture)
+        number = 0
+        for call, fault in (("sendmsg", "ETOOMANYREFS"), ("socketpair", "EMFILE")):
+            for number, run in self.with_faults(call, fault, "index", "apps", "-d", "c.db"):
+                self.assertIn(run.returncode, (1, 2), (call, number))
+                self.assertRegex(run.stderr.decode(), "screenshots? could not be scaled now|cannot make a socket")
+                (self.dir / "c.db").unlink(missing_ok=True)
+            self.assertGreater(number, 0)
+
     @unittest.skipIf(os.getuid() != 0, "only root can become an ordinary user")
     def test_a_database_that_may_not_be_written_is_refused(self):
         self.app("apps/a.kvpkg")

@@ -1,5 +1,6 @@
 """edit."""
 
+import json
 import os
 import re
 import unittest
@@ -485,6 +486,12 @@ class Edit(ToolTest):
                          f"{kept}; R2020a is kept as legacy information\n")
         self.assertEqual(self.ok("edit", "a.kvpkg", "--set", "Name=N"), "edited a.kvpkg\n")
         self.assertEqual(release(), (host, "R2020a (legacy)"))
+        # A record has the release that readers find.
+        record = {**self.metadata("a.kvpkg"), "Summary": "S"}
+        self.assertEqual(record["KORVALRelease"], host)
+        for done in ("edited a.kvpkg\n", "a.kvpkg: is already as asked; nothing changed\n"):
+            self.assertEqual(self.ok("edit", "a.kvpkg", "--metadata", self.write("m.json", json.dumps(record))), done)
+            self.assertEqual(release(), (host, "R2020a (legacy)"))
         self.assertEqual(self.ok("edit", "a.kvpkg", "--clear", "KORVALRelease"), kept + "\n")
         self.assertEqual(release(), (host, host))
         self.ok("edit", "a.kvpkg", "--set", "KORVALRelease=R2020a")

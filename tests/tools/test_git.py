@@ -355,6 +355,33 @@ class Merge(ToolTest):
         self.assertEqual(self.merge(1), [("relationship", EXTRA)])
         self.assertNotIn(SCREENSHOT, self.items("out.kvpkg"))
 
+    def test_attributes_of_later_hosts(self):
+        part = METADATA_PART
+        self.edited("plain.kvpkg", "--set", "Description=Text", "--set", "RequiredProducts=A", "--set", "RequiredProducts=B")
+        self.changed("base.kvpkg", replacing(part, "<description>", '<description xml:lang="en">'),
+                     replacing(part, '<product id="A"', '<product since="1" id="A"'), source="plain.kvpkg")
+        conflict = [("metadata", "/" + part)]
+        rows = [  # what theirs changes, and the conflict, if ours changes another field
+            (replacing(part, '"en"', '"de"'), conflict),
+            (replacing(part, ">Text<", ">New<"), conflict),  # it would be written without its language
+            (replacing(part, ' xml:lang="en"', ""), conflict),
+            (replacing(part, 'since="1"', 'since="2"'), conflict),
+            (replacing(part, "<componentProducts>", '<componentProducts a="b">'), conflict),
+            (replacing(part, '<product id="B"/>', '<product id="B"/><product id="C" since="1"/>'), conflict),
+            (replacing(part, '<product id="B"/>', '<product id="B"/><product id="C"/>'), []),
+            (replacing(part, '<product since="1" id="A"/>', ""), []),
+            (replacing(part, '<product since="1" id="A"/>', '<product id="A" since="1"/>'), []),
+        ]
+        self.edited("ours.kvpkg", "--set", "Author=Ours")
+        for change, conflicts in rows:
+            self.changed("theirs.kvpkg", change, replacing("docProps/core.xml", "<dc:title>", "<dc:title>Their "))
+            with self.subTest(theirs=self.items("theirs.kvpkg")[part]):
+                self.assertEqual(self.merge(len(conflicts)), conflicts)
+                merged = self.metadata("out.kvpkg")
+                self.assertEqual((merged["Author"], merged["Name"][:6]), ("Ours", "Their "))
+                # What ours has changed stays with ours.
+                self.assertEqual(self.merge(0, ours="theirs.kvpkg", theirs="ours.kvpkg"), [])
+
     def grown(self, name, items, *changes):
         """The base with further items, all with a content type, and the changes."""
         types = ('<Default Extension="bin" ContentType="a/b"/>'

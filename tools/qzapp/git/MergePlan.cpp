@@ -1,5 +1,6 @@
 #include "tools/qzapp/git/MergePlan.hpp"
 
+#include <fmt/format.h>
 #include <fl/i18n.hpp>
 #include <foundation/ustring.hpp>
 #include <opc/Limits.hpp>
@@ -13,6 +14,7 @@
 #include <array>
 #include <cstddef>
 #include <iterator>
+#include <map>
 #include <string_view>
 #include <utility>
 #include <variant>
@@ -185,39 +187,106 @@ private:
             std::set<std::string> types;
             for (const std::string& key : partsOf(side, kind))
                 types.insert(side.find(key)->contentType);
-            return std::pair(std::move(types), restOf(side, kind));
+            return std::pair(std::move(types), restOf(side, kind).beside);
         };
-        if (outcome(rest) == Outcome::Ours) return;
+        if (outcome(rest) == Outcome::Ours && !losesAttributes(kind)) return;
         const Keys parts = partsOf(ours_, kind);
         const std::string name = parts.empty() ? utf8(kind.name) : ours_.find(*parts.begin())->name;
         addConflict("metadata", name, [&](const MergeSide& side) {
+            const Rest found = restOf(side, kind);
             ordered_json elements = ordered_json::array();
-            for (const Element& element : restOf(side, kind)) {
+            for (const Element& element : found.beside) {
                 if (element.depth > 1) elements.push_back(element.name + ": " + element.text);
+            }
+            for (const auto& [place, all] : found.ofFields) {
+                for (const Attributes& attributes : all) {
+                    for (const auto& [attribute, value] : attributes)
+                        elements.push_back(fmt::format("{} {}={}", place, attribute, value));
+                }
             }
             return elements;
         });
     }
 
+    // Whether theirs has attributes on a field that the result would not have: an edit writes none on a text that it
+    // changes or on a new item, and keeps those of ours elsewhere.
+    bool losesAttributes(const layout::PartKindRow& kind) const {
+        const Rest base = restOf(base_, kind), ours = restOf(ours_, kind);
+        return std::ranges::any_of(restOf(theirs_, kind).ofFields, [&](const auto& each) {
+            const auto& [place, theirs] = each;
+            const auto isAny = [](const std::vector<Attributes>& all) {
+                return !std::ranges::all_of(all, &Attributes::empty);
+            };
+            if (theirs == ours.of(place) || theirs == base.of(place))
+                return isAny(theirs) && &kind == &layout::kMetadata && isTakenText(place);
+            return isAny(theirs) || isAny(ours.of(place));
+        });
+    }
+
+    bool isTakenText(const std::string& element) const {
+        const auto* const known = knownElement(element);
+        if (known == nullptr || !known->item.empty()) return false;
+        const auto value = [&](const MergeSide& side) { return valueIn(side, known->field); };
+        return outcome(value) == Outcome::Theirs;
+    }
+
+    using Attributes = std::vector<std::pair<std::string, std::string>>;
     struct Element {
         std::size_t depth;
         std::string name;
-        std::vector<std::pair<std::string, std::string>> attributes;
+        Attributes attributes;
         std::string text;
         bool operator==(const Element&) const = default;
     };
-    // The elements of a metadata part that hold none of the fields.
-    static std::vector<Element> restOf(const MergeSide& side, const layout::PartKindRow& kind) {
-        std::vector<Element> rest;
+    // What the parts of a kind hold but the values of the fields.
+    struct Rest {
+        std::vector<Element> beside;
+        // By the name of the field's element, or by those of the list and the item and its value. Several items may have
+        // one value.
+        std::map<std::string, std::vector<Attributes>> ofFields;
+
+        std::vector<Attributes> of(const std::string& place) const {
+            const auto found = ofFields.find(place);
+            return found == ofFields.end() ? std::vector<Attributes>() : found->second;
+        }
+    };
+    static Rest restOf(const MergeSide& side, const layout::PartKindRow& kind) {
+        Rest rest;
         for (const std::string& key : partsOf(side, kind)) {
-            bool isWithinField = false;
-            for (const auto& element : elementsOf(side, key)) {
-                if (element.depth <= 2) isWithinField = element.depth == 2 && isField(element.name);
-                if (isWithinField) continue;
-                rest.push_back({element.depth, element.name, element.attributes, element.text});
+            std::string field;
+            for (auto& element : elementsOf(side, key)) {
+                if (element.depth <= 2)
+                    field = element.depth == 2 && isField(element.name) ? element.name : "";
+                if (field.empty()) {
+                    rest.beside.push_back({element.depth, std::move(element.name),
+                                           std::move(element.attributes), std::move(element.text)});
+                } else if (!isWrittenBySaves(field)) {
+                    addAttributes(field, element, rest);
+                }
             }
         }
         return rest;
+    }
+
+    static void addAttributes(const std::string& field, const opc::model::XmlElement& element,
+                              Rest& rest) {
+        std::string place = field;
+        Attributes attributes = element.attributes;
+        if (element.depth > 2) {
+            const auto* const list = knownElement(field);
+            if (list == nullptr || element.depth > 3 || element.name != list->item) return;
+            const std::string* const value = element.attribute(list->attribute);
+            place += fmt::format(" {} \"{}\"", element.name, value == nullptr ? "" : *value);
+            std::erase_if(attributes,
+                          [&](const auto& each) { return each.first == list->attribute; });
+        }
+        std::ranges::sort(attributes);
+        rest.ofFields[place].push_back(std::move(attributes));
+    }
+
+    static bool isWrittenBySaves(std::string_view element) {
+        return element == "version" || element == "modified" || element == "release" ||
+               element == "releaseInfo";
     }
 
     static std::vector<opc::model::XmlElement> elementsOf(const MergeSide& side,
@@ -233,8 +302,14 @@ private:
         static constexpr std::array<std::string_view, 7> kProperties = {
             "title", "description", "creator", "version", "modified", "release", "releaseInfo"};
         return std::ranges::find(kProperties, element) != kProperties.end() ||
-               std::ranges::any_of(layout::metadataElements(),
-                                   [&](const auto& known) { return known.name == element; });
+               knownElement(element) != nullptr;
+    }
+
+    // Null if the metadata part has no such element.
+    static const layout::MetadataElement* knownElement(std::string_view name) {
+        const auto& all = layout::metadataElements();
+        const auto known = std::ranges::find(all, name, &layout::MetadataElement::name);
+        return known == all.end() ? nullptr : &*known;
     }
 
     void planLinks() {

@@ -57,7 +57,8 @@ union DescriptorMessage {
     std::array<char, CMSG_SPACE(sizeof(int))> room;
 };
 
-void sendAnswer(const FileDescriptor& to, StartAnswer answer, const FileDescriptor& connection) {
+// Returns false if it could not be sent, for example because the system has no memory for the descriptor.
+bool sendAnswer(const FileDescriptor& to, StartAnswer answer, const FileDescriptor& connection) {
     iovec part{&answer, sizeof answer};
     DescriptorMessage control{};
     msghdr message{};
@@ -73,7 +74,8 @@ void sendAnswer(const FileDescriptor& to, StartAnswer answer, const FileDescript
         const int descriptor = connection.get();
         std::memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
     }
-    retryInterrupted([&] { return ::sendmsg(to.get(), &message, MSG_NOSIGNAL); });
+    return retryInterrupted([&] { return ::sendmsg(to.get(), &message, MSG_NOSIGNAL); }) ==
+           sizeof answer;
 }
 
 std::optional<std::pair<StartAnswer, FileDescriptor>> receiveAnswer(const FileDescriptor& from) {
@@ -106,11 +108,12 @@ public:
         ::prctl(PR_SET_NAME, "qzapp-pictures");
         keepOnly(*requests_);
         StartRequest request{};
-        while (retryInterrupted([&] {
-                   return ::read(requests_->get(), &request, sizeof request);
-               }) == sizeof request) {
+        bool isHeard = true;
+        while (isHeard && retryInterrupted([&] {
+                              return ::read(requests_->get(), &request, sizeof request);
+                          }) == sizeof request) {
             end(request.toBeEnded);
-            startOne();
+            isHeard = startOne();
         }
         while (!started_.empty())
             end(started_.back());
@@ -138,12 +141,11 @@ private:
         retryInterrupted([&] { return ::waitpid(process, nullptr, 0); });
     }
 
-    void startOne() {
+    // Returns false if the main process cannot be answered; it then sees that this one has ended.
+    bool startOne() {
         std::array<int, 2> ends{};
-        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
-            sendAnswer(*requests_, {0, errno}, {});
-            return;
-        }
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
+            return sendAnswer(*requests_, {0, errno}, {});
         const FileDescriptor theirs(ends[0]), own(ends[1]);
         const pid_t self = ::getpid();
         const pid_t process = ::fork();
@@ -152,12 +154,12 @@ private:
             if (::getppid() != self) ::_exit(EXIT_FAILURE);
             runDecoder(own, box_);
         }
-        if (process < 0) {
-            sendAnswer(*requests_, {0, errno}, {});
-            return;
-        }
+        if (process < 0) return sendAnswer(*requests_, {0, errno}, {});
         started_.push_back(process);
-        sendAnswer(*requests_, {process, 0}, theirs);
+        if (sendAnswer(*requests_, {process, 0}, theirs)) return true;
+        const int reason = errno;
+        end(process);
+        return sendAnswer(*requests_, {0, reason}, {});
     }
 
     const FileDescriptor* requests_;

@@ -14,7 +14,7 @@ namespace opc::model {
 struct PLATFORM_API XmlElement {
     std::size_t depth = 0;  // the root's is 1
     std::string name;       // without its prefix
-    // Names and values of the attributes without a namespace.
+    // Names and values of the attributes. The name of one in a namespace has its prefix.
     std::vector<std::pair<std::string, std::string>> attributes;
     std::string text;  // its own character data, without that of the elements in it
 

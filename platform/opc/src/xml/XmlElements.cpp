@@ -15,8 +15,9 @@ public:
         element.depth = open_.size();
         element.name = tag.name().local;
         for (const xml::Attribute& attribute : tag.attributes()) {
-            if (!attribute.name.nameSpace.empty()) continue;
-            element.attributes.emplace_back(attribute.name.local, attribute.value);
+            std::string name(attribute.prefix);
+            if (!name.empty()) name += ':';
+            element.attributes.emplace_back(name += attribute.name.local, attribute.value);
         }
     }
     void end() override { open_.pop_back(); }
