@@ -314,11 +314,10 @@ private:
         return offsets;
     }
 
-    // Returns `item`, of the directory, once for each place where its local header and its data may
-    // be, the likeliest first: the offset that the directory says, and the one `shift` bytes after
-    // it if that is another. What follows the item is at `next`.
-    std::vector<ZipItem> placesOf(const ZipItem& item, std::uint64_t next,
-                                  std::int64_t shift) const {
+    // Returns `item`, of the directory, once for each place where its local header may be, the
+    // likeliest first: the offset that the directory says, and the one `shift` bytes after it if
+    // that is another.
+    std::vector<ZipItem> placesOf(const ZipItem& item, std::int64_t shift) const {
         std::vector<std::pair<int, ZipItem>> places;
         for (const std::int64_t moved : {std::int64_t{0}, shift}) {
             ZipItem placed = item;
@@ -334,13 +333,6 @@ private:
         std::vector<ZipItem> sorted;
         for (auto& [likelihood, placed] : places)
             sorted.push_back(std::move(placed));
-        for (std::size_t i = 0; i < places.size(); ++i) {
-            const std::uint64_t moved = sorted[i].headerOffset - item.headerOffset;
-            for (const std::uint64_t offset : otherOffsetsOfData(sorted[i], next + moved)) {
-                sorted.push_back(sorted[i]);
-                sorted.back().dataOffset = offset;
-            }
-        }
         return sorted;
     }
 
@@ -353,11 +345,11 @@ private:
             starts.insert(item.headerOffset);
         for (const bool isAgreed : {true, false}) {
             for (const ZipItem& item : directory.items) {
-                const auto next = starts.upper_bound(item.headerOffset);
-                const auto places =
-                    placesOf(item, next == starts.end() ? source_->size : *next, directory.shift);
+                const auto places = placesOf(item, directory.shift);
                 const bool isSame = !places.empty() && places.front().localName.empty();
-                if (isSame == isAgreed) takeListed(item, places);
+                if (isSame != isAgreed) continue;
+                const auto next = starts.upper_bound(item.headerOffset);
+                takeListed(item, places, next == starts.end() ? source_->size : *next);
             }
         }
     }
@@ -365,13 +357,20 @@ private:
     // Takes an item of a whole directory from one of its places. If that fails and the directory's
     // offsets are right, the local header's numbers may be better than the directory's. If the
     // offsets are shifted, the header may belong to an archive within the file, so its numbers are
-    // not used.
-    void takeListed(const ZipItem& item, const std::vector<ZipItem>& places) {
+    // not used. The directory says that what follows the item is at `next`.
+    void takeListed(const ZipItem& item, const std::vector<ZipItem>& places, std::uint64_t next) {
         Verdict verdict = lostBy(Loss::Cut);
         for (const ZipItem& placed : places) {
             Verdict there = take(placed);
             if (there.isTaken()) return;
             if (&placed == &places.front()) verdict = std::move(there);
+        }
+        for (ZipItem placed : places) {
+            const std::uint64_t moved = placed.headerOffset - item.headerOffset;
+            for (const std::uint64_t offset : otherOffsetsOfData(placed, next + moved)) {
+                placed.dataOffset = offset;
+                if (take(placed).isTaken()) return;
+            }
         }
         listed_.emplace(item.name, item);
         fail(places.empty() ? item : places.front(), source_->size, std::move(verdict));
@@ -552,7 +551,8 @@ private:
         const auto [first, last] = records_.equal_range(header.item.headerOffset);
         for (auto record = first; record != last; ++record) {
             ZipItem item = record->second.item;
-            if (item.name.size() != header.item.name.size()) item.name = header.item.name;
+            if (item.name.size() != header.item.name.size() && isName(header.item.name))
+                item.name = header.item.name;
             if (!take(std::move(item)).isTaken()) continue;
             see(items_.back(), true);
             return true;
