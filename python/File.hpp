@@ -30,6 +30,8 @@ public:
 
     // Returns 0 only at the end, or for an empty buffer.
     std::size_t read(std::span<std::byte> buffer);
+    // The file that holds them.
+    const FileName& file() const noexcept { return file_; }
 
 private:
     FileName file_;  // holds it open

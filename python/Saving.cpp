@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <fl/ReplacementFile.hpp>
+#include <fl/filesystem.hpp>
 #include <fl/i18n.hpp>
 #include <foundation/SaveWatch.hpp>
 
@@ -130,6 +131,8 @@ py::object edit(const SaveName& name, const std::shared_ptr<File>& opened, const
 void copyTo(Stream& stream, const SaveName& name) {
     savingReleased([&] {
         const FileName file = nameOf(name);
+        if (fl::filesystem::isSameFile(file.path, stream.file().path))
+            throw Error(file.shown, "holds what is to be copied to it; choose another file");
         about(file, [&] {
             fl::filesystem::ReplacementFile target{fl::filesystem::SaveTarget(file.path)};
             std::vector<std::byte> buffer(kCopiedBytes);

@@ -143,6 +143,15 @@ class Content(ModuleTest):
         with self.assertRaises(ValueError):
             stream.read()
 
+    def test_an_app_is_not_replaced_by_its_model(self):
+        name = self.create()
+        before = pathlib.Path(name).read_bytes()
+        os.symlink(name, "link")
+        for target in (name, "link", pathlib.Path(name).absolute()):
+            with self.assertRaisesRegex(qzapp.Error, "holds what is to be copied to it; choose another file"):
+                qzapp.open(name).model.save(target)
+        self.assertEqual(pathlib.Path(name).read_bytes(), before)
+
     def test_a_damaged_model_is_never_taken_for_a_whole_one(self):
         self.create(model=bytes(100) + os.urandom(3 << 20))
         content = bytearray(pathlib.Path("app.kvpkg").read_bytes())
