@@ -92,6 +92,13 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     headless.items[1].localSignature = "XX\3\4";
     described.items[0].descriptor = 16;
     encrypted.items[1].flags = 1;
+    const BuiltZip inner = {
+        .items = {{.name = "a", .content = "inner"}, {.name = "d", .content = "d"}}};
+    const BuiltZip outer = {.items = {{.name = "b", .content = "bb"},
+                                      {.name = "old", .content = inner.bytes(), .method = 0},
+                                      {.name = "a", .content = "aa"}}};
+    const std::string both = inner.bytes() + outer.bytes();
+    const std::size_t behindRecord = both.find("PK\1\2", inner.bytes().size()) + 46 + 1;
     BuiltZip emptyFirst = good();
     emptyFirst.items[0] = {.name = "a", .method = 0};
     BuiltZip again = good(), unsure = good();
@@ -108,6 +115,10 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         std::string bytes, outcome;
     } rows[] = {
         {"an empty item without its first byte", emptyFirst.bytes().substr(1), "a=;b=bb;c=ccc;"},
+        {"an archive in front, and its copy in an item cut in the directory",
+         both.substr(0, behindRecord),
+         "b=bb;a: it belongs to a zip file inside this one;d: it belongs to a zip file inside this "
+         "one;old: the file ends before its data does;"},
         {"cut in the last item", headers.substr(0, headers.size() - 1),
          "a=aaaaaaaaaa;b=bb;c: the file ends before its data does;"},
         {"something stands in front, so offsets are wrong", "junk" + good().bytes(), all},

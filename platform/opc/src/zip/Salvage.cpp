@@ -405,7 +405,8 @@ private:
             ZipItem item = readDirectory(text, 1, *source_->file).front();
             item.directoryRecord = {};
             if (!isName(item.name)) return 0;  // zeros from the length of the name on
-            if (within_.endAround(at)) {
+            // Records of a copy of the archive in front may point into that.
+            if (within_.endAround(at) || within_.endAround(item.headerOffset)) {
                 fail(item, at, lostBy(Loss::Within));
                 return size;
             }
