@@ -104,16 +104,18 @@ public:
     // Whether a record repeats the release that readers find, while the file keeps another one as legacy
     // information, which readers do not find.
     bool leavesLegacyRelease(const ustring& given, bool isNamed) const {
-        return legacyRelease_ && !isNamed && given == present_.getKORVALRelease();
+        return legacyRelease_ && !isNamed && given == presentRelease();
     }
 
 private:
+    ustring presentRelease() const { return std::get<ustring>(valueOf(Field::KORVALRelease)); }
+
     // Whether setting the release would leave what the file says about it. A release other than that of the
     // host that saves is kept as legacy information; an empty one removes that.
     bool isReleaseThere(const ustring& given, bool isNamed) const {
         if (leavesLegacyRelease(given, isNamed)) return true;
         if (legacyRelease_) return !given.empty() && given == *legacyRelease_;
-        return given.empty() || given == present_.getKORVALRelease();
+        return given.empty() || given == presentRelease();
     }
 
     AppMetadata present_;
