@@ -28,6 +28,16 @@
 namespace qzapp {
 namespace {
 
+// A thread waits while its picture is scaled. So one more than usual keeps the processors busy, unless the user wants
+// fewer than usual.
+void addThreadThatWaits() {
+    using namespace foundation::threads;
+    const unsigned wanted = limit();
+    setLimit(0);
+    const unsigned usual = limit();
+    setLimit(wanted < usual ? wanted : std::max(wanted, usual + 1));
+}
+
 // Reads the files on several threads and sends an encoded entry of each, in the order of the files.
 void sendEntries(const std::vector<FoundFile>& files, Pictures& pictures,
                  const CagedWorker::Send& send) {
@@ -36,8 +46,7 @@ void sendEntries(const std::vector<FoundFile>& files, Pictures& pictures,
         const FoundFile* file = nullptr;
         std::string entry;
     };
-    // One more than there are processors, because a thread waits while its picture is scaled.
-    foundation::threads::setLimit(foundation::threads::limit() + 1);
+    addThreadThatWaits();
     foundation::threads::Pipeline pipeline;
     pipeline.slots = kSlotsPerThread * foundation::threads::limit();
     std::vector<Slot> slots(pipeline.slots);
