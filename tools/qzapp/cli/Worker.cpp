@@ -97,7 +97,7 @@ std::string readBytes(const FileDescriptor& pipe, std::uint64_t size) {
 
 CagedWorker::CagedWorker(Cage& cage, const std::function<void(const Send&)>& toDo) {
     Pipe pipe = makePipe();
-    // Without the room that may be refused the worker only waits more often.
+    // If the system refuses, the worker only waits more often.
     static_cast<void>(::fcntl(pipe.into.get(), F_SETPIPE_SZ, kPipeBytes));
     const pid_t self = ::getpid();
     process_ = ::fork();

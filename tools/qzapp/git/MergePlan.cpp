@@ -211,6 +211,7 @@ private:
     // Whether theirs has attributes on a field that the result would not have: an edit writes none on a text that it
     // changes or on a new item, and keeps those of ours elsewhere.
     bool losesAttributes(const layout::PartKindRow& kind) const {
+        const bool isOfRecord = kind.relationshipType == layout::kMetadata.relationshipType;
         const Rest base = restOf(base_, kind), ours = restOf(ours_, kind);
         return std::ranges::any_of(restOf(theirs_, kind).ofFields, [&](const auto& each) {
             const auto& [place, theirs] = each;
@@ -218,7 +219,7 @@ private:
                 return !std::ranges::all_of(all, &Attributes::empty);
             };
             if (theirs == ours.of(place) || theirs == base.of(place))
-                return isAny(theirs) && &kind == &layout::kMetadata && isTakenText(place);
+                return isAny(theirs) && isOfRecord && isTakenText(place);
             return isAny(theirs) || isAny(ours.of(place));
         });
     }
@@ -241,8 +242,8 @@ private:
     // What the parts of a kind hold but the values of the fields.
     struct Rest {
         std::vector<Element> beside;
-        // By the name of the field's element, or by those of the list and the item and its value. Several items may have
-        // one value.
+        // The attributes that fields have in the file, by the name of the field's element or, for an item, by those of
+        // the list and the item and its value. Several items may have one value.
         std::map<std::string, std::vector<Attributes>> ofFields;
 
         std::vector<Attributes> of(const std::string& place) const {

@@ -209,8 +209,6 @@ private:
         isPatient(kAttempt + (isAgain ? reading.produced : 0));
     }
 
-    // Takes the item if its bytes are free, its name is new and its content is whole. Otherwise
-    // returns why not.
     // What the loosest reader takes a name for: the copy that is made of the items must not have two
     // of one name for it.
     static std::string knownName(const std::string& name) {
@@ -218,11 +216,13 @@ private:
     }
     bool hasName(const std::string& name) const { return names_.contains(knownName(name)); }
 
+    // Takes the item if its bytes are free, its name is new and its content is whole. Otherwise
+    // returns why not.
     Verdict take(ZipItem item) {
         item.endOffset = item.dataOffset + item.compressedSize;
         if (item.endOffset > source_->size || item.endOffset < item.dataOffset)
             return lostBy(Loss::Cut);
-        // Nothing comes from the place of an empty item, which may be wrong.
+        // An empty item takes no bytes from its place, which may be wrong.
         const bool isNowhere =
             item.compressedSize == 0 && !localHeaderAt(*source_, item.headerOffset);
         if (!isNowhere && taken_.overlap(item.headerOffset, item.endOffset))
