@@ -53,7 +53,6 @@ Transaction::Transaction(const FileName& target, Start start, const std::string&
 void Transaction::takeContentOfTarget() {
     source_ = openFile({target_.shown, saveTarget_->resolved()});
     about(target_, [&] {
-        saveTarget_->expect(source_.stamp());
         if (linkWorkingFile()) return;
         createWorkingFile();
         file_.copyFrom(source_, 0, source_.stamp().size, 0);

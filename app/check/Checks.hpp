@@ -45,6 +45,11 @@ Findings checkFile(const FileName& file, bool isOpen = false);
 void checkImage(const std::string& part, std::string_view format, std::string_view bytes,
                 const std::string& fix, Findings& findings);
 
+// Whether a merge has left a conflict in the code, for both forms of apps. `text` is the code of a packaged
+// app or a whole text app, `fix` how to settle the conflict.
+void checkConflicts(const std::string& part, std::string_view text, const std::string& fix,
+                    Findings& findings);
+
 // The rules of values that readers take but that make no sense, for both forms of apps. `fix` is how to
 // set another value.
 void checkValue(Field field, const foundation::ustring& value, const std::string& fix,

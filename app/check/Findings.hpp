@@ -74,6 +74,7 @@ inline constexpr std::array kRules = {
     Rule{"code-large", Severity::Error, "the code is no larger than readers accept"},
     Rule{"code-encoding", Severity::Error, "code is UTF-8"},
     Rule{"code-mark", Severity::Note, "code has no byte-order mark"},
+    Rule{"code-conflict", Severity::Warning, "conflicts of a merge are settled"},
     Rule{"metadata-missing", Severity::Warning, "an app has a metadata part"},
     Rule{"metadata-xml", Severity::Error, "the metadata part is well-formed XML within the limits"},
     Rule{"metadata-unknown", Severity::Note, "the metadata part holds only known elements"},

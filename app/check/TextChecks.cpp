@@ -98,6 +98,7 @@ public:
 
     void run() {
         checkEncoding();
+        checkConflicts("", text_, "settle it in an editor", findings_);
         checkSections();
         checkReader();
     }

@@ -55,6 +55,7 @@ class Check(CheckTest):
         rows = [
             ("package-type", replacing(CORE, "vnd.quorvane.korval.app", "x")),
             ("code-encoding", setting("korval/code.k", b"x = '\xff'")),
+            ("code-conflict", setting("korval/code.k", b"%%%%\n<<<<<<<< ours\r\n1\n========\r\n2\n>>>>>>>> theirs")),
             ("model-empty", setting(MODEL_PART, b"")),
             ("model-missing", without(MODEL_PART)),
             ("metadata-xml", setting(METADATA_PART, b"<metadata>")),
@@ -183,6 +184,8 @@ class Check(CheckTest):
             ({"appendix-missing"}, "x = 1"),
             ({"appendix-missing"}, "GIF89a = 1; BZh = 2;\n"),
             ({"text-encoding"}, details.encode() + b"\xff"),
+            ({"code-conflict"}, "<<<<<<<\n<<<<<<< ours\n1\n=======\n2\n>>>>>>> theirs\n" + details),
+            (set(), "<<<<<<< a\n========\n>>>>>>> b\n=======\n>>>>>>>b\n>>>>>>>> b\n >>>>>>> b\n" + details),
             ({"section-twice"}, details * 2),
             ({"section-open"}, details + "%[app:internalData]\n%{\n"),
             ({"element-twice"}, details.replace("\n%}", "<Name>M</Name>\n%}")),
