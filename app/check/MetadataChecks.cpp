@@ -209,8 +209,7 @@ private:
             findings_.add("code-mark", code->shownName,
                           "begins with a byte-order mark, which counts as a character");
         }
-        checkConflicts(code->shownName, *text,
-                       edit("--code FILE", "settle it, then"), findings_);
+        checkConflicts(code->shownName, *text, edit("--code FILE", "settle it, then"), findings_);
     }
 
     // The elements of an XML part. Empty if `part` is null or cannot be read; `fault` says what is

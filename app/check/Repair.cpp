@@ -264,22 +264,23 @@ private:
         }
     }
 
+    // The content type of an item in the new package: that of its kind, if the usual name says which that
+    // is or it is the only one of the package that a relationship of the kind leads to.
     ContentType typeFor(const FoundItem& item) const {
         if (opc::names::isRelationshipsName(*item.name)) return opc::names::relationshipsType();
         for (const layout::PartKindRow& part : layout::app::kParts) {
             if (*item.name == PartName(part.name)) return ContentType(part.contentType);
         }
-        return item.type ? *item.type : likelyType(item);
-    }
-
-    // The content type to give to an item that has none.
-    ContentType likelyType(const FoundItem& item) const {
+        const auto linked = linkedParts_.find(&item);
+        const layout::PartKindRow* const kind =
+            linked == linkedParts_.end() ? nullptr : linked->second;
+        const bool isOnlyOne = kind && from_.byType(kind->relationshipType).size() == 1;
+        if (isOnlyOne && kindOf(item).empty()) return ContentType(kind->contentType);
+        if (item.type) return *item.type;
         for (const auto& format : layout::app::kScreenshotFormats) {
             if (*item.name == layout::screenshotName(format.extension)) return format.contentType();
         }
-        const auto linked = linkedParts_.find(&item);
-        return ContentType(linked == linkedParts_.end() ? ustring_view(kUnknownType)
-                                                        : linked->second->contentType);
+        return ContentType(kind ? kind->contentType : ustring_view(kUnknownType));
     }
 
     void takeRelationship(const Relationship& link) {

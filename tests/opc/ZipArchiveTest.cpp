@@ -6,6 +6,7 @@
 #include "tests/opc/ZipTestSupport.hpp"
 #include "tests/support/ZipBuilder.hpp"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -106,6 +107,34 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     unsure.items[1].localSignature = std::string(4, '\0');
     unsure.items[1].localMethod = 99;
     unsure.items.push_back({.name = "a", .content = "another"});
+    BuiltZip emptied = good(), moved = good(), misplaced = good(), endless = good(),
+             streamed = good();
+    emptied.items[1] = {.name = "b",
+                        .content = "bb",
+                        .method = 0,
+                        .crc = 0,
+                        .size = 0,
+                        .compressedSize = 0,
+                        .localCrc = test_support::crc32Of("bb"),
+                        .localSize = 2,
+                        .localCompressedSize = 2};
+    moved.items[0] = {.name = "a",
+                      .content = withoutDirectory({.items = {good().items[2]}}),
+                      .method = 0,
+                      .crc = 7};
+    moved.items[2].data = "x";
+    misplaced.items[1] = {.name = "x", .content = "bb", .offset = 5, .localName = "b"};
+    endless.items[0].crc = 7;
+    endless.items[0].compressedSize = 1 << 30;
+    endless.items[0].localCompressedSize = test_support::deflated("aaaaaaaaaa").size();
+    streamed.items[1].descriptor = 16;
+    // The header of the second item says that its extra fields go on behind the end of the file.
+    const auto nonsense = [](std::size_t size) {
+        BuiltZip zip = good();
+        zip.items[1].content = std::string(size, 'b');
+        const std::string bytes = withoutDirectory(zip);
+        return std::string(bytes).replace(bytes.find("PK\3\4", 4) + 28, 2, "\xff\xff");
+    };
     const std::string behind =
         ": it follows a damaged place and may belong to a zip file that an item contained;";
     const std::string all = "a=aaaaaaaaaa;b=bb;c=ccc;", others = "a=aaaaaaaaaa;c=ccc;";
@@ -114,6 +143,23 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         const char* why;
         std::string bytes, outcome;
     } rows[] = {
+        {"zeros over what the directory says of an item", emptied.bytes(), all},
+        {"where a damaged item was", moved.bytes(),
+         "c=ccc;b=bb;a: its content is damaged: the checksum does not match the one in the "
+         "directory; get the file again from where it came from;"},
+        {"the directory has neither name nor place right", misplaced.bytes(),
+         "a=aaaaaaaaaa;x=bb;c=ccc;"},
+        {"data that are said to end behind the file", endless.bytes(),
+         "b=bb;c=ccc;a: the file ends before its data does;"},
+        {"stored, with sizes in a descriptor only", withoutDirectory(streamed), all},
+        {"bytes put into the first header", good().bytes().insert(30, 100, 'x'),
+         all + "x: the directory does not list it;"},
+        {"a header without sense in front of much data", nonsense(1000),
+         others + "item at byte 46: its header is damaged;"},
+        {"a header without sense in front of a header", nonsense(100),
+         "a=aaaaaaaaaa;item at byte 46: its header is damaged, and what follows it may belong to a "
+         "zip "
+         "file that it contained;"},
         {"an empty item without its first byte", emptyFirst.bytes().substr(1), "a=;b=bb;c=ccc;"},
         {"an archive in front, and its copy in an item cut in the directory",
          both.substr(0, behindRecord),
@@ -366,6 +412,22 @@ TEST_F(NestTest, SalvageKeepsAllButTheItemThatBytesArePutInto) {
                 check(nest, std::string(nest.bytes).insert(at, size, 'x'), true);
                 EXPECT_LE(nest.contents.size(), kept_.size() + 1);
             }
+        }
+    }
+}
+
+// The first or the last bytes come twice, as when a block was written to the wrong place.
+TEST_F(ZipArchiveTest, SalvageKeepsAllIfItsEndsAreThereTwice) {
+    BuiltZip described = good();
+    for (auto& item : described.items)
+        item.descriptor = 16;
+    for (const std::string& bytes : {good().bytes(), described.bytes()}) {
+        for (std::size_t size = 1; size < bytes.size(); ++size) {
+            SCOPED_TRACE(size);
+            const std::string first = bytes.substr(0, size) + bytes;
+            const std::string last = bytes + bytes.substr(bytes.size() - size);
+            for (const std::string& twice : {first, last})
+                EXPECT_THAT(salvaged(twice), testing::StartsWith("a=aaaaaaaaaa;b=bb;c=ccc;"));
         }
     }
 }

@@ -10,6 +10,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 
 namespace opc::zip {
@@ -24,6 +25,7 @@ using namespace format;
 constexpr std::uint64_t kWorkPerByte = 2;
 constexpr std::uint64_t kWork = std::uint64_t{64} << 20;
 constexpr std::uint64_t kAttempt = 64;
+constexpr std::uint64_t kPiece = std::uint64_t{128} << 10;
 
 // An end record and the directory that is right in front of it.
 struct EndPlace {
@@ -52,8 +54,9 @@ public:
     std::uint64_t end() const { return fileEnd_; }
 
     // Whether there are items in front of the archive that it does not list: it is then the content
-    // of an item of another archive.
+    // of an item of another archive. The file's first sectors, if they are there twice, are no such items.
     bool hasForeignItems() const {
+        if (isStartTwice()) return false;
         if (isForeign(0, Place::Expected)) return true;
         SignatureSearch search(*source_, local::kSignature);
         std::uint64_t from = 0;
@@ -66,6 +69,22 @@ public:
             if (isForeign(from, Place::Expected)) return true;
         }
         return false;
+    }
+
+    // The offset of the first record after the archive that is not a copy of one of its own, as there
+    // are if the last sectors of the file are there twice. The size of the file if there is none.
+    std::uint64_t foreignRecordBehind() const {
+        std::uint64_t first = source_->size;
+        for (const auto signature : {local::kSignature, central::kSignature}) {
+            SignatureSearch search(*source_, signature);
+            std::uint64_t from = fileEnd_;
+            while (const auto at = search.next(from, first)) {
+                from = *at + sizeof signature;
+                const bool isLocal = signature == local::kSignature;
+                if (isLocal ? isForeignHeader(*at) : isForeignRecord(*at)) first = *at;
+            }
+        }
+        return first;
     }
 
     WholeDirectory takeDirectory() { return std::move(directory_); }
@@ -83,8 +102,15 @@ private:
             byName_.emplace(item.name, i);
             if (shifted.contains(i)) continue;
             const auto header = localHeaderAt(*source_, item.headerOffset);
-            if (!header || header->item.name == item.name) inFront_.emplace(item.headerOffset, i);
+            if (!header || header->item.name == item.name || !isAround(*header))
+                inFront_.emplace(item.headerOffset, i);
         }
+    }
+
+    // Whether the archive is in the data that a header claims.
+    bool isAround(const LocalHeader& header) const {
+        const std::uint64_t claimed = header.claimedEnd().value_or(0);
+        return header.item.dataOffset <= start() && fileEnd_ <= claimed && claimed <= source_->size;
     }
 
     bool isForeign(std::uint64_t at, Place place) const {
@@ -93,6 +119,37 @@ private:
         if (header && listedEnd(*header)) return false;
         const bool isWhole = header && header->item.dataOffset <= start();
         return isWhole || (place == Place::Expected && source_->number(at) == local::kSignature);
+    }
+
+    bool isForeignHeader(std::uint64_t at) const {
+        const auto header = localHeaderAt(*source_, at);
+        return header && !listedEnd(*header);
+    }
+
+    bool isForeignRecord(std::uint64_t at) const {
+        const std::uint64_t size = centralRecordSize(*source_, at);
+        if (size == 0) return false;
+        try {
+            const auto record = source_->at(at, size);
+            const std::string text(asText(record));
+            const ZipItem item = readDirectory(text, 1, *source_->file).front();
+            const auto found = byName_.find(item.name);
+            if (found == byName_.end()) return true;
+            const ZipItem& own = directory_.items[found->second];
+            return std::tie(item.crc32, item.size, item.compressedSize, item.headerOffset) !=
+                   std::tie(own.crc32, own.size, own.compressedSize, own.headerOffset);
+        } catch (const Exception&) {
+            return true;  // who knows whose
+        }
+    }
+
+    // Whether all that is in front of the archive is a copy of its first bytes.
+    bool isStartTwice() const {
+        for (std::uint64_t from = 0; from < start(); from += kPiece) {
+            const std::uint64_t piece = std::min(kPiece, start() - from);
+            if (source_->at(from, piece) != source_->at(start() + from, piece)) return false;
+        }
+        return true;
     }
 
     // The end of the item of a header if the directory lists that item, and not only its name: an
@@ -246,10 +303,17 @@ private:
 
     // Of several archives that could be the file's own, the last one contains all others.
     void settle(Archive archive) {
-        const bool isLast = lastRecord_ < archive.end();
-        const bool isAlone = isLast && spend(archive.start()) && !archive.hasForeignItems();
+        const bool isAlone =
+            isLast(archive) && spend(archive.start()) && !archive.hasForeignItems();
         if (archive.isConfirmed()) found_.others.add(archive.start(), archive.end());
         if (isAlone) found_.own = archive.takeDirectory();
+    }
+
+    bool isLast(const Archive& archive) {
+        if (lastRecord_ < archive.end()) return true;
+        if (!archive.isConfirmed()) return false;
+        const std::uint64_t foreign = archive.foreignRecordBehind();
+        return spend(foreign - archive.end()) && foreign == source_->size;
     }
 
     const SalvageSource* source_;

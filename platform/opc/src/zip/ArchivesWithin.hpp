@@ -29,8 +29,8 @@ struct ArchivesWithin {
 
 // Finds the archives in a damaged file by their end records, each with its directory right in front
 // of it. If the file's own end is lost, an archive that is an item's content looks like the file's
-// own; it differs in having records after it or, in front of it, items that it does not list. Takes
-// time linear in the size of the file. A failure to read is a std::system_error.
+// own; it differs in having records after it, or items in front of it, that are not its own or copies
+// of its own. Takes time linear in the size of the file. A failure to read is a std::system_error.
 ArchivesWithin findArchives(const SalvageSource& source);
 
 }  // namespace opc::zip

@@ -12,6 +12,7 @@
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -39,6 +40,8 @@ constexpr std::size_t kPiece = std::size_t{128} << 10;
 constexpr std::uint64_t kWastePerByte = 2;
 constexpr std::uint64_t kWaste = std::uint64_t{64} << 20;
 constexpr std::uint64_t kAttempt = 4096;
+// No local header that anybody writes is longer.
+constexpr std::uint64_t kLikelyHeader = 512;
 
 // Why something that was found is not kept.
 enum class Loss {
@@ -49,6 +52,8 @@ enum class Loss {
     Within,
     Cut,
     Overlap,
+    Header,
+    AllBehind,
     NotTried,
     Encrypted,
     NoEnd,
@@ -72,10 +77,13 @@ constexpr LossRow kLosses[] = {
     {Loss::Within, "it belongs to a zip file inside this one"},
     {Loss::Cut, "the file ends before its data does"},
     {Loss::Overlap, "its bytes belong to another item"},
+    {Loss::Header, "its header is damaged"},
+    {Loss::AllBehind,
+     "its header is damaged, and what follows it may belong to a zip file that it contained"},
     {Loss::NotTried, "not tried, because the file holds too many damaged items"},
     {Loss::Encrypted, "it is encrypted"},
     {Loss::NoEnd, "the end of its data cannot be determined"},
-    {Loss::TwoSizes, "it is stored, but declares two different sizes"},
+    {Loss::TwoSizes, "it declares two different sizes"},
 };
 
 std::string textOf(Loss loss, const std::string& detail = "") {
@@ -161,10 +169,18 @@ public:
     }
 
 private:
+    // What tells two items of one name apart.
+    struct Content {
+        std::uint64_t size;
+        std::uint32_t crc32;
+        auto operator<=>(const Content&) const = default;
+    };
+
     // An item that was found and could not be taken. `at` is the offset of the record that names
     // it.
     struct Failure {
         std::string name, shownName;
+        Content content;
         Loss loss;
         std::string detail;
         std::uint64_t at;
@@ -184,14 +200,24 @@ private:
 
     // What the first record with a given name says of the item.
     struct Seen {
-        std::uint64_t size;
-        std::uint32_t crc32;
+        Content content;
         bool isSure;
     };
 
+    // Where the content of an item is, and which.
+    using DataPlace = std::pair<std::uint64_t, Content>;
+
+    static DataPlace dataPlaceOf(const ZipItem& item) { return {item.dataOffset, contentOf(item)}; }
+    static Content contentOf(const ZipItem& item) { return {item.size, item.crc32}; }
+
     void fail(const ZipItem& item, std::uint64_t at, Verdict verdict) {
-        failures_.push_back(
-            {item.name, item.displayName(), *verdict.loss, std::move(verdict.detail), at});
+        failures_.push_back({item.name, item.displayName(), contentOf(item), *verdict.loss,
+                             std::move(verdict.detail), at});
+    }
+
+    // Remembers the bytes of an item that is lost, as far as the file has them.
+    void claim(std::uint64_t from, std::uint64_t to) {
+        claimed_.add(from, std::min(to, source_->size));
     }
 
     // Takes `wasted` off the budget, and returns whether any is left.
@@ -222,21 +248,20 @@ private:
         item.endOffset = item.dataOffset + item.compressedSize;
         if (item.endOffset > source_->size || item.endOffset < item.dataOffset)
             return lostBy(Loss::Cut);
-        // An empty item takes no bytes from its place, which may be wrong.
-        const bool isNowhere =
-            item.compressedSize == 0 && !localHeaderAt(*source_, item.headerOffset);
-        if (!isNowhere && taken_.overlap(item.headerOffset, item.endOffset))
+        // Without a header at its place, which may be wrong, an item takes only its data.
+        const bool hasHeader = localHeaderAt(*source_, item.headerOffset).has_value();
+        const std::uint64_t start = hasHeader ? item.headerOffset : item.dataOffset;
+        if (start < item.endOffset && taken_.overlap(start, item.endOffset))
             return lostBy(Loss::Overlap);
         if (hasName(item.name) && !item.localName.empty()) {
             std::swap(item.name, item.localName);
         }
         if (hasName(item.name)) return lostBy(Loss::SameName);
         if (Verdict verdict = judgeContent(item); !verdict.isTaken()) return verdict;
-        if (!isNowhere) {
-            taken_.add(item.headerOffset,
-                       item.endOffset + descriptorSize(*source_, item.endOffset, item));
-        }
-        names_.insert(knownName(item.name));
+        if (start < item.endOffset)
+            taken_.add(start, item.endOffset + descriptorSize(*source_, item.endOffset, item));
+        names_.emplace(knownName(item.name), contentOf(item));
+        places_.insert(dataPlaceOf(item));
         item.directoryRecord = {};
         items_.push_back(std::move(item));
         return {};
@@ -354,6 +379,14 @@ private:
         }
     }
 
+    // Whether the directory calls an item empty and the local header says its size, as if zeros had been
+    // written over the directory. Empty content would always be whole.
+    bool isEmptied(const ZipItem& item) const {
+        if (item.size != 0 || item.compressedSize != 0) return false;
+        const auto header = localHeaderAt(*source_, item.headerOffset);
+        return header && header->item.name == item.name && header->item.size != 0;
+    }
+
     // Takes an item of a whole directory from one of its places. If that fails and the directory's
     // offsets are right, the local header's numbers may be better than the directory's. If the
     // offsets are shifted, the header may belong to an archive within the file, so its numbers are
@@ -361,7 +394,7 @@ private:
     void takeListed(const ZipItem& item, const std::vector<ZipItem>& places, std::uint64_t next) {
         Verdict verdict = lostBy(Loss::Cut);
         for (const ZipItem& placed : places) {
-            Verdict there = take(placed);
+            Verdict there = isEmptied(placed) ? lostBy(Loss::TwoSizes) : take(placed);
             if (there.isTaken()) return;
             if (&placed == &places.front()) verdict = std::move(there);
         }
@@ -369,18 +402,18 @@ private:
             const std::uint64_t moved = placed.headerOffset - item.headerOffset;
             for (const std::uint64_t offset : otherOffsetsOfData(placed, next + moved)) {
                 placed.dataOffset = offset;
-                if (take(placed).isTaken()) return;
+                if (!isEmptied(placed) && take(placed).isTaken()) return;
             }
         }
         listed_.emplace(item.name, item);
+        listedNames_.try_emplace({contentOf(item), item.name.size()}, item.name);
         fail(places.empty() ? item : places.front(), source_->size, std::move(verdict));
         if (places.empty()) return;
         auto header = localHeaderAt(*source_, places.front().headerOffset);
         if (!header || header->item.name != item.name) return;
         if (isExact_ && takeWhole(*header, source_->size).isTaken()) return;
         if (isExact_ || header->agreesWith(item)) {
-            claimed_.add(places.front().headerOffset,
-                         places.front().dataOffset + item.compressedSize);
+            claim(places.front().headerOffset, places.front().dataOffset + item.compressedSize);
         }
     }
 
@@ -431,7 +464,7 @@ private:
         Verdict verdict = take(item);
         if (verdict.isTaken()) return;
         fail(item, recordAt, std::move(verdict));
-        claimed_.add(item.headerOffset, item.dataOffset + item.compressedSize);
+        claim(item.headerOffset, item.dataOffset + item.compressedSize);
     }
 
     // Takes the items of directory records that point to a damaged local header.
@@ -447,9 +480,10 @@ private:
         }
     }
 
-    // Searches the bytes between the items that were taken or lost so far for local headers.
+    // Searches the bytes between the items that were taken so far for local headers, and those of lost
+    // items too if a whole directory says what to look for.
     void searchHeaders() {
-        Ranges closed = claimed_;
+        Ranges closed = isWhole_ ? Ranges() : claimed_;
         for (const auto& [start, end] : taken_.all())
             closed.add(start, end);
         std::vector<std::pair<std::uint64_t, std::uint64_t>> gaps;
@@ -491,17 +525,12 @@ private:
         return Position{*at, false};
     }
 
-    // Takes the item of a local header. Returns where the search goes on: after the item's data,
-    // which is not searched, whether it is whole or not.
+    // Takes the item of a local header. Returns where the search goes on: after the item's data, which
+    // is not searched, whether it is whole or not, unless a whole directory says what to look for.
     Position takeUnlisted(const Position& position, std::uint64_t limit) {
         auto header = localHeaderAt(*source_, position.at,
                                     position.isSure && !isWhole_ ? Place::Expected : Place::Any);
-        if (!header) {
-            // If the header of an item of the file's own is cut or says nonsense, the item may
-            // contain all that follows.
-            const bool isOwn = position.isSure && !isWhole_;
-            return {isOwn ? limit : position.at + sizeof local::kSignature, false};
-        }
+        if (!header) return behindNonsense(position, limit);
         if (takeByRecord(*header)) return {behindTaken()};
         Verdict verdict = takeWhole(*header, limit);
         see(header->item, position.isSure);
@@ -509,16 +538,32 @@ private:
             if (!position.isSure) unsure_.insert(position.at);
             return {behindTaken(), position.isSure};
         }
-        fail(header->item, position.at, std::move(verdict));
+        const bool isTaken = places_.contains(dataPlaceOf(header->item));
+        if (!isTaken) fail(header->item, position.at, std::move(verdict));
+        if (isWhole_) return {header->item.dataOffset, false};
         const Position next = behindLost(*header, position, limit);
-        claimed_.add(header->item.dataOffset, next.at);
+        claim(header->item.dataOffset, next.at);
         return next;
+    }
+
+    // Where the search goes on after a signature without a header. If it is that of an item of the file's
+    // own and a zip file seems to follow it, all that follows may be in the item.
+    Position behindNonsense(const Position& position, std::uint64_t limit) {
+        const std::uint64_t behind = position.at + sizeof local::kSignature;
+        if (!position.isSure || isWhole_) return {behind, false};
+        SignatureSearch search(*source_, local::kSignature);
+        const bool mayContainAll =
+            search.next(behind, std::min(limit, position.at + kLikelyHeader)).has_value();
+        ZipItem nameless;
+        nameless.name = "item at byte " + std::to_string(position.at);
+        fail(nameless, position.at, lostBy(mayContainAll ? Loss::AllBehind : Loss::Header));
+        return {mayContainAll ? limit : behind, false};
     }
 
     // The end of the item that was taken last, with its descriptor.
     std::uint64_t behindTaken() const {
         const ZipItem& item = items_.back();
-        return taken_.endAround(item.headerOffset).value_or(item.endOffset);
+        return taken_.endAround(item.dataOffset).value_or(item.endOffset);
     }
 
     // Where the search goes on after an item that could not be taken. Data of unknown length that
@@ -554,7 +599,7 @@ private:
             ZipItem item = record->second.item;
             if (item.name.size() != header.item.name.size() && isName(header.item.name))
                 item.name = header.item.name;
-            if (!take(std::move(item)).isTaken()) continue;
+            if (isEmptied(item) || !take(std::move(item)).isTaken()) continue;
             see(items_.back(), true);
             return true;
         }
@@ -570,7 +615,6 @@ private:
         if (findMethod(item.method) == nullptr)
             return lostBy(Loss::Method, "it " + methodFault(item.method));
         if (hasName(item.name)) return lostBy(Loss::SameName);
-        if (isWhole_ && !listed_.contains(item.name)) return lostBy(Loss::NotListed);
         if (header.isMeasured() && !measure(item, limit)) return lostBy(Loss::NoEnd);
         if (isWhole_ && !isListed(item)) return lostBy(Loss::NotListed);
         if (item.method != Method::Stored || item.size == item.compressedSize) return take(item);
@@ -582,20 +626,50 @@ private:
         return lostBy(Loss::TwoSizes);
     }
 
-    // Whether a whole directory lists an item of this name with the same content or the same place.
-    bool isListed(const ZipItem& item) const {
+    // Whether a whole directory lists an item of this name with the same content or the same place,
+    // or one with the same content and another name that is as long; the item then gets both names.
+    bool isListed(ZipItem& item) const {
         const auto [first, last] = listed_.equal_range(item.name);
-        return std::any_of(first, last, [&](const auto& listed) {
+        const bool isThere = std::any_of(first, last, [&](const auto& listed) {
             const ZipItem& there = listed.second;
             return (isExact_ && there.headerOffset == item.headerOffset) ||
-                   (there.crc32 == item.crc32 && there.size == item.size);
+                   contentOf(there) == contentOf(item);
         });
+        if (isThere || item.size == 0) return isThere;
+        const auto renamed = listedNames_.find({contentOf(item), item.name.size()});
+        if (renamed == listedNames_.end()) return false;
+        item.localName = std::exchange(item.name, renamed->second);
+        return true;
     }
 
-    // Sets the numbers of an item whose local header leaves them to a descriptor, by decoding the
-    // data. Returns false if the data has no end or the descriptor has another checksum.
+    // Sets the numbers of an item whose local header leaves them to a descriptor. Returns false if its
+    // data has no end or none with a descriptor that fits.
     bool measure(ZipItem& item, std::uint64_t limit) {
-        if (!rowOf(item.method).endsItself || !isPatient(0)) return false;
+        if (!isPatient(0)) return false;
+        if (item.method == Method::Stored) return measureStored(item, limit);
+        return rowOf(item.method).endsItself && measureDecoded(item, limit);
+    }
+
+    // Stored data ends at a descriptor that says so.
+    bool measureStored(ZipItem& item, std::uint64_t limit) {
+        SignatureSearch search(*source_, descriptor::kSignature);
+        std::uint64_t from = item.dataOffset;
+        while (const auto at = search.next(from, limit)) {
+            from = *at + sizeof descriptor::kSignature;
+            const auto checksum = source_->number(from);
+            if (!checksum || !isPatient(sizeof descriptor::kSignature)) break;
+            ZipItem likely = item;
+            likely.crc32 = *checksum;
+            likely.size = likely.compressedSize = *at - item.dataOffset;
+            if (descriptorSize(*source_, *at, likely) == 0) continue;
+            item = std::move(likely);
+            return true;
+        }
+        count({item.dataOffset, limit, limit - item.dataOffset});
+        return false;
+    }
+
+    bool measureDecoded(ZipItem& item, std::uint64_t limit) {
         Reading reading{item.dataOffset, item.dataOffset};
         try {
             const auto found = measureDeflated(*source_, item.dataOffset, limit, reading);
@@ -625,10 +699,9 @@ private:
     // surely the file's own, items of an archive within the file are among those that were found.
     void see(const ZipItem& item, bool isSure) {
         if (isWhole_) return;
-        const auto [found, isNew] =
-            seen_.try_emplace(item.name, Seen{item.size, item.crc32, isSure});
+        const auto [found, isNew] = seen_.try_emplace(item.name, Seen{contentOf(item), isSure});
         const Seen& other = found->second;
-        if (isNew || (other.size == item.size && other.crc32 == item.crc32)) return;
+        if (isNew || other.content == contentOf(item)) return;
         if (isSure && other.isSure) {
             twice_.insert(item.name);
         } else {
@@ -651,12 +724,15 @@ private:
     }
 
     // Reports failures as lost, each name once. A failure does not count if an item of its name was
-    // taken after all, or if its record is in the content of an item, such as a zip file within.
+    // taken after all, unless that has other content, or if its record is in the content of an item,
+    // such as a zip file within.
     void reportFailures() {
         std::set<std::pair<std::string, bool>> told;  // the name, and whether another item has it
         for (Failure& failure : failures_) {
             const bool isOther = failure.loss == Loss::SameName;
-            if (hasName(failure.name) && !isOther) continue;
+            const auto kept = names_.find(knownName(failure.name));
+            const bool isKept = kept != names_.end();
+            if (isKept && (!isOther || kept->second == failure.content)) continue;
             if (isOther && twice_.contains(failure.name)) continue;
             if (taken_.overlap(failure.at, failure.at + 1)) continue;
             if (claimed_.overlap(failure.at, failure.at + 1)) continue;
@@ -673,21 +749,24 @@ private:
 
     const SalvageSource* source_;
     std::vector<LostItem>* lost_;
-    std::uint64_t patience_;                   // what is left of the budget
-    bool isWhole_ = false;                     // the file's own directory could be read as a whole
-    bool isExact_ = false;                     // and its offsets are not shifted
-    bool isMixed_ = false;                     // items of an archive within the file were found
-    std::vector<ZipItem> items_;               // taken so far
-    Ranges taken_;                             // the bytes of items_, with descriptors
-    Ranges tried_;                             // bytes that were read without finding an item
-    Ranges claimed_;                           // the bytes of items that are lost
-    Ranges within_;                            // archives that are not the file's own
-    std::set<std::string, FoldedLess> names_;  // of items_, as knownName() gives them
-    std::set<std::string, FoldedLess> twice_;  // of several items that are the file's own
-    std::map<std::string, Seen, FoldedLess> seen_;  // what see() records
+    std::uint64_t patience_;      // what is left of the budget
+    bool isWhole_ = false;        // the file's own directory could be read as a whole
+    bool isExact_ = false;        // and its offsets are not shifted
+    bool isMixed_ = false;        // items of an archive within the file were found
+    std::vector<ZipItem> items_;  // taken so far
+    Ranges taken_;                // the bytes of items_, with descriptors
+    std::set<DataPlace> places_;  // of items_
+    Ranges tried_;                // bytes that were read without finding an item
+    Ranges claimed_;              // the bytes of items that are lost
+    Ranges within_;               // archives that are not the file's own
+    std::map<std::string, Content, FoldedLess> names_;  // of items_, as knownName() gives them
+    std::set<std::string, FoldedLess> twice_;           // of several items that are the file's own
+    std::map<std::string, Seen, FoldedLess> seen_;      // what see() records
     std::set<std::uint64_t> unsure_;  // header offsets of items that may not be the file's own
     // Items of a whole directory that could not be taken as it describes them, by name.
     std::multimap<std::string, ZipItem, FoldedLess> listed_;
+    // Their names by content and length of the name.
+    std::map<std::pair<Content, std::size_t>, std::string> listedNames_;
     // Directory records that no local header confirms, by header offset.
     std::multimap<std::uint64_t, Record> records_;
     std::map<Numbers, std::string> faults_;  // why reading failed
