@@ -8,9 +8,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <variant>
 
 #include "app/ScreenshotFormats.hpp"
+#include "app/VisibleText.hpp"
 #include "app/Warnings.hpp"
 #include "package/Layout.hpp"
 
@@ -18,6 +20,7 @@ namespace qzapp {
 namespace {
 
 using foundation::ustring_view;
+using namespace std::string_view_literals;
 
 // What hosts make of a screenshot: they take one, have one, or show none.
 constexpr std::array<ustring_view, 3> kModes = {u"auto", u"manual", u"none"};
@@ -54,6 +57,24 @@ std::string expectedInstead(Field field, ustring_view value) {
     }
 }
 
+// A PNG has its width and height, four bytes each, from offset 16 to 24.
+constexpr std::size_t kPngSizesAt = 16, kPngSizesEnd = 24;
+
+bool hasNoSize(const opc::ImageType& type, std::string_view bytes) {
+    if (type.format != opc::imageType("png")->format) return false;
+    if (bytes.size() < kPngSizesEnd) return true;
+    constexpr std::string_view kZero = "\0\0\0\0"sv;
+    return bytes.substr(kPngSizesAt, 4) == kZero || bytes.substr(kPngSizesAt + 4, 4) == kZero;
+}
+
+// Some programs add white space or padding after the end of an image.
+constexpr std::size_t kMaxBehindEnd = 64;
+
+bool hasEnd(const opc::ImageType& kind, std::string_view bytes) {
+    const std::size_t at = bytes.rfind(kind.end);
+    return at != std::string_view::npos && bytes.size() - at <= kind.end.size() + kMaxBehindEnd;
+}
+
 void warnOf(const std::optional<std::string>& doubt) {
     if (doubt) warn("warning: " + *doubt);
 }
@@ -78,6 +99,14 @@ std::optional<std::string> doubtAboutImage(std::string_view format, std::string_
     return fmt::format("is declared as {}, but its bytes are a {} image", format, kind->format);
 }
 
+std::optional<std::string> doubtAboutWholeness(std::string_view bytes) {
+    const opc::ImageType* const kind = opc::imageTypeOf(bytes);
+    if (kind == nullptr) return std::nullopt;
+    if (hasNoSize(*kind, bytes)) return "the image has no width or no height";
+    if (hasEnd(*kind, bytes)) return std::nullopt;
+    return fmt::format("the image has no end; after {} it seems cut off", byteCount(bytes.size()));
+}
+
 void warnOfDoubts(const Content& content) {
     for (const auto& [field, value] : content.fields) {
         if (const auto* text = std::get_if<ustring>(&value)) warnOf(doubtAbout(field, *text));
@@ -85,8 +114,10 @@ void warnOfDoubts(const Content& content) {
     if (!content.screenshot) return;
     const auto& [format, bytes] = *content.screenshot;
     const std::string_view image(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    const auto doubt = doubtAboutImage(fl::i18n::to_display(fl::i18n::to_lower(format)), image);
-    if (doubt) warnOf("the screenshot: " + *doubt);
+    const auto name = fl::i18n::to_display(fl::i18n::to_lower(format));
+    for (const auto& doubt : {doubtAboutImage(name, image), doubtAboutWholeness(image)}) {
+        if (doubt) warnOf("the screenshot: " + *doubt);
+    }
 }
 
 }  // namespace qzapp

@@ -22,6 +22,10 @@ std::optional<std::string> doubtAbout(Field field, foundation::ustring_view valu
 // hold: "its bytes are not a png image".
 std::optional<std::string> doubtAboutImage(std::string_view format, std::string_view bytes);
 
+// Whether an image, whose kind its first bytes tell, is whole: "the image has no end; after 60 bytes it
+// seems cut off". Nothing if it is, or if it is no image.
+std::optional<std::string> doubtAboutWholeness(std::string_view bytes);
+
 // Warns of each odd value that `content` has.
 void warnOfDoubts(const Content& content);
 

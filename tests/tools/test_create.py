@@ -60,7 +60,8 @@ class Create(ToolTest):
         self.assertEqual(self.metadata("a.kvpkg")["Name"], "Wärmefeld")
 
     def test_no_output_takes_the_place_of_an_input(self):
-        inputs = {"c.k": b"x = 1;\n", "m.kvd": b"model", "m.json": b"{}", "s.png": b"\x89PNG\r\n\x1a\n", "e/code.k": b"y = 2;\n"}
+        inputs = {"c.k": b"x = 1;\n", "m.kvd": b"model", "m.json": b"{}", "s.png": (EXAMPLE / "screenshot.png").read_bytes(),
+                  "e/code.k": b"y = 2;\n"}
         (self.dir / "e").mkdir()
         for name, content in inputs.items():
             self.write(name, content)
@@ -206,7 +207,7 @@ class Create(ToolTest):
 
     def test_content_may_come_from_pipes(self):
         model = os.urandom(3 << 20)
-        gif = b"GIF89a" + bytes(100)
+        gif = b"GIF89a" + bytes(100) + b";"
         self.write("m", model)
         self.write("s", gif)
         (self.dir / "sent.gif").write_bytes(gif)

@@ -26,12 +26,12 @@ class Edit(ToolTest):
         record = self.metadata("app.kvpkg")
         self.write("new.k", "y = 2;\n")
         self.write("new.kvd", b"other model")
-        self.write("new.GIF", b"GIF89a")
+        self.write("new.GIF", b"GIF89a;")
         for args in (["--code", "new.k"], ["--model", "new.kvd"], ["--screenshot", "new.GIF"]):
             self.assertEqual(self.ok("edit", "app.kvpkg", *args), "edited app.kvpkg\n")
         self.assertEqual(self.extracted("app.kvpkg", "code"), b"y = 2;\n")
         self.assertEqual(self.extracted("app.kvpkg", "model"), b"other model")
-        self.assertEqual(self.json("info", "app.kvpkg")["screenshot"], {"format": "gif", "bytes": 6})
+        self.assertEqual(self.json("info", "app.kvpkg")["screenshot"], {"format": "gif", "bytes": 7})
         self.ok("edit", "app.kvpkg", "--code", EXAMPLE / "code.k", "--remove-screenshot", "--set", "Name=N")
         self.assertEqual(self.extracted("app.kvpkg", "code"), (EXAMPLE / "code.k").read_bytes())
         self.assertIsNone(self.json("info", "app.kvpkg")["screenshot"])
@@ -114,8 +114,8 @@ class Edit(ToolTest):
             *((["--model", self.write(f"{number}.kvd", other)],
                lambda other=other: self.extracted("a.kvpkg", "model") == other)
               for number, other in enumerate((large[:-1] + bytes([large[-1] ^ 1]), large + b"x", large[:-1]))),
-            (["--screenshot", self.write("s.png", shot[:-1] + b"x")],
-             lambda: self.extracted("a.kvpkg", "screenshot") == shot[:-1] + b"x"),
+            (["--screenshot", self.write("s.png", shot + b"x")],
+             lambda: self.extracted("a.kvpkg", "screenshot") == shot + b"x"),
             (["--screenshot", self.write("s.jpg", shot)],
              lambda: self.json("info", "a.kvpkg")["screenshot"]["format"] == "jpg"),
             (["--set", "RequiredProducts=2", "--set", "RequiredProducts=1"],
@@ -334,7 +334,7 @@ class Edit(ToolTest):
             before, edited = self.items("bad.kvpkg"), "bad.kvpkg"
             with self.subTest(what=what, rels=before.get(RELS)):
                 if works:
-                    self.write("first.png", b"\x89PNG\r\n\x1a\n")
+                    self.write("first.png", (EXAMPLE / "screenshot.png").read_bytes() + b"\n")
                     for args in ["--screenshot", "first.png"], sets[what]:  # then to a package of its own making
                         self.assertEqual(self.ok("edit", "bad.kvpkg", *args), "edited bad.kvpkg\nbad.kvpkg: /metadata/"
                                          "appScreenshot.png is something else and stays; the new screenshot is /metadata/"
@@ -472,7 +472,7 @@ class Edit(ToolTest):
                          "edited b.kvpkg\nb.kvpkg: /media/t.png is no longer the thumbnail, because the screenshot is; "
                          "the picture stays in the file\n")
         self.assertEqual(self.items("b.kvpkg")["media/t.png"], b"other")
-        self.write("new.gif", b"GIF89a")
+        self.write("new.gif", b"GIF89a;")
         self.assertEqual(self.ok("edit", "b.kvpkg", "--screenshot", "new.gif"), "edited b.kvpkg\n")
 
     def test_a_release_is_kept_as_legacy_information_through_edits(self):

@@ -177,6 +177,8 @@ class DoubtfulValues(CheckTest):
         self.small("a.kvpkg")
         for name, content, doubt in (("shot.png", b"text", "its bytes are not a png image"),
                                      ("shot.PNG", b"GIF89a;", "is declared as png, but its bytes are a gif image"),
+                                     ("shot.png", (EXAMPLE / "screenshot.png").read_bytes()[:60],
+                                      "the image has no end; after 60 bytes it seems cut off"),
                                      ("shot.jpeg", b"", "the image is empty")):
             ran = self.run_tool("edit", "a.kvpkg", "--screenshot", self.write(name, content))
             self.assertEqual((ran.returncode, ran.stderr.decode()), (

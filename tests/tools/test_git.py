@@ -494,8 +494,8 @@ class Merge(ToolTest):
         self.assertEqual(self.read("out.k"), self.read("ours.k"))
 
     def test_no_app_gets_two_screenshots(self):
-        self.write("b.png", (EXAMPLE / "screenshot.png").read_bytes()[:-1] + b"x")
-        self.write("x.gif", b"GIF89a" + bytes(100))
+        self.write("b.png", (EXAMPLE / "screenshot.png").read_bytes() + b"x")
+        self.write("x.gif", b"GIF89a" + bytes(100) + b";")
         self.write("none.kvpkg", "")
         self.edited("ours.kvpkg", "--screenshot", "b.png")
         self.edited("theirs.kvpkg", "--screenshot", "x.gif")
@@ -543,6 +543,8 @@ class Merge(ToolTest):
         for arguments, message in [
                 ((*files[:2], "bad.kvpkg", "-o", "ours.kvpkg"), r"bad\.kvpkg: .*"),
                 ((files[0], "text.kvpkg", files[2], "-o", "text.kvpkg"), r"text\.kvpkg: .*"),
+                ((files[0], files[0], "bad.kvpkg", "-o", "out.kvpkg"), r"bad\.kvpkg: .*"),
+                ((files[0], "text.kvpkg", files[0], "-o", "out.kvpkg", "--store"), r"text\.kvpkg: .*"),
                 ((*files, "-o", "theirs.kvpkg", "--force"), r"theirs\.kvpkg: is the same file as the input .*"),
                 ((*files, "-o", "bad.kvpkg"), r"bad\.kvpkg: already exists; .*"),
                 (("none.kvpkg", *files[1:], "-o", "out.kvpkg"), r"none\.kvpkg: there is no such file; .*"),

@@ -207,6 +207,23 @@ class WhatWasChecked(MeanwhileTest):
         self.assertEqual((self.metadata("app.kvpkg")["Name"], self.extracted("app.kvpkg", "code")), ("2", b"v = 2;\n"))
 
     @unittest.skipIf(why_not(), why_not())
+    def test_what_another_saves_once_a_file_was_opened_is_not_replaced(self):
+        self.small("app.kvpkg")
+        shutil.copy(self.dir / "app.kvpkg", self.dir / "base.kvpkg")
+        self.ok("edit", "base.kvpkg", "--set", "Author=Theirs")
+        theirs = self.read("base.kvpkg")
+        shutil.copy(self.dir / "app.kvpkg", self.dir / "base.kvpkg")
+        for number, args in enumerate([("merge", "base.kvpkg", "app.kvpkg", "-", "-o", "app.kvpkg", "--force"),
+                                       ("repack", "--store", "--force", "-", "app.kvpkg")]):
+            tool = subprocess.Popen([TOOL, *args], cwd=self.dir, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
+                                    stderr=subprocess.PIPE)
+            while not list(self.dir.glob(".qzapp-*")) and tool.poll() is None:
+                time.sleep(0.001)
+            self.ok("edit", "app.kvpkg", "--set", f"Version={number}")
+            message = tool.communicate(theirs, timeout=60)[1].decode()
+            self.assertRegex(message, r"^qzapp: app\.kvpkg: someone else created, changed or removed the file ")
+            self.assertEqual(self.metadata("app.kvpkg")["Version"], str(number))
+
     def test_a_full_disk_has_one_text_whatever_is_being_written(self):
         self.small("a.kvpkg")
         self.write("c.k", "y = 2;\n")

@@ -8,7 +8,7 @@ import shutil
 import subprocess
 import unittest
 
-from support import EXAMPLE, FIELD_LIST, FIELDS, MODEL_PART, ToolTest, without
+from support import EXAMPLE, FIELD_LIST, FIELDS, MODEL_PART, TOOL, ToolTest, without
 
 TEXT_APP = """x = 1;
 %[app:appDetails]
@@ -217,6 +217,8 @@ class Info(ReadTest):
             for args in (["edit", "a.kvpkg"], ["edit", "a.kvpkg", "--remove-screenshot"],
                          ["extract", "a.kvpkg", "--only", "code", "-o", "-"]):
                 self.fails(1, "standard output: cannot be written (No space left on device)", *args, stdout=full)
+            repair = [TOOL, "check", "--repair", "-", "a.kvpkg"]
+            self.assertEqual(subprocess.run(repair, cwd=self.dir, stdout=subprocess.DEVNULL, stderr=full).returncode, 3)
 
     def test_help_and_version(self):
         self.assertRegex(self.ok("--version"), r"^qzapp \d+\.\d+\.\d+\nVerbs that read are .*\n$")

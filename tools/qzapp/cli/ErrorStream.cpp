@@ -16,21 +16,22 @@ std::mutex stream;
 std::atomic<bool> barIsDrawn = false;
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-void write(std::string_view text) noexcept {
+bool write(std::string_view text) noexcept {
     while (!text.empty()) {
         const auto written = fl::filesystem::retryInterrupted(
             [&] { return ::write(STDERR_FILENO, text.data(), text.size()); });
-        if (written <= 0) return;
+        if (written <= 0) return false;
         text.remove_prefix(static_cast<std::size_t>(written));
     }
+    return true;
 }
 
 }  // namespace
 
-void writeMessage(std::string_view line) {
+bool writeMessage(std::string_view line) {
     const std::lock_guard lock(stream);
     eraseBar();
-    write(line);
+    return write(line);
 }
 
 void drawBar(const std::string& bar) {

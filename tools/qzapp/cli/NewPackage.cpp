@@ -13,6 +13,7 @@
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/ErrorStream.hpp"
 #include "tools/qzapp/cli/Output.hpp"
+#include "tools/qzapp/cli/Report.hpp"
 #include "tools/qzapp/cli/StandardInput.hpp"
 #include "tools/qzapp/cli/TerminalText.hpp"
 
@@ -69,7 +70,8 @@ void NewPackage::make(const std::function<void(const FileName&)>& write) const {
 void NewPackage::deliver(std::string_view report, std::string_view notes) const {
     if (!isStandardOutput()) return printReport(file_, std::string(report).append(notes));
     printFile(file_);
-    writeMessage(notes);
+    if (!writeMessage(notes))
+        throw ReportError(kOutput, "has the file; only the report on standard error is missing");
 }
 
 }  // namespace qzapp

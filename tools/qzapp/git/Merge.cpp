@@ -237,9 +237,12 @@ std::vector<Conflict> mergeApps(const MergeInput& base, const FileName& ours,
                                 const FileName& theirs, Transaction& working, LineMerge& lines) {
     // Without a change on one side, the other side's file is the result as it is, signatures included.
     const bool takesTheirs = base && haveSameContent(*base, ours);
-    about(working.workingFile(), [&] { copyBytes(takesTheirs ? theirs : ours, working.file()); });
-    if (takesTheirs || haveSameContent(ours, theirs) || (base && haveSameContent(*base, theirs)))
+    const FileName& start = takesTheirs ? theirs : ours;
+    about(working.workingFile(), [&] { copyBytes(start, working.file()); });
+    if (takesTheirs || haveSameContent(ours, theirs) || (base && haveSameContent(*base, theirs))) {
+        wholeSnapshot(start);
         return {};
+    }
     return formOf(ours) == Form::Packaged
                ? mergePackages(base, ours, theirs, working.workingFile(), lines)
                : mergeTexts(base, ours, theirs, working, lines);

@@ -204,10 +204,12 @@ int merge(const MergeOptions& options) {
     requireSense(options, form);
     LineMerge lines(markerSize(options, form));
     const FileName out = fileArgument(options.out);
+    const std::string& name = options.path.empty() ? out.shown : options.path;
+    // Before OURS is opened, which may be OUT: what others save from now on is not replaced.
+    Transaction transaction({name, out.path}, Transaction::Start::Empty, shownExtension(form));
     const FileName heldOurs = contentArgument(options.ours),
                    heldTheirs = contentArgument(options.theirs);
     std::vector<FileName> inputs = {heldTheirs};
-    const std::string& name = options.path.empty() ? out.shown : options.path;
     const auto called = [&](const char* side) {
         return options.path.empty() ? "" : fmt::format("{} ({})", options.path, side);
     };
@@ -222,7 +224,6 @@ int merge(const MergeOptions& options) {
     if (!isFile(out, heldOurs)) requireAbsent(out, options.force);
     requireNoInput(out, inputs);
 
-    Transaction transaction({name, out.path}, Transaction::Start::Empty, shownExtension(form));
     const ordered_json conflicts = mergeInCage(options, base, ours, theirs, transaction, lines);
     transaction.commit();
     const int status = conflicts.empty() ? kClean : kConflicts;

@@ -144,9 +144,10 @@ int repackOrPassOn(const RepackOptions& options) {
 
 int repackToFile(const RepackOptions& options) {
     const FileName out = fileArgument(*options.out);
-    const FileName in = contentArgument(*options.in);
     requireAbsent(out, options.force);
+    // Before IN is opened, which may be OUT: what others save from now on is not replaced.
     Transaction transaction(out, Transaction::Start::Empty);
+    const FileName in = contentArgument(*options.in);
     const Repacked repacked = repackInCage(in, options, transaction.file(), out.shown);
     transaction.commit();
     noteWhatIsLeftOut(in, repacked.leftOut);
@@ -155,8 +156,9 @@ int repackToFile(const RepackOptions& options) {
 }
 
 void repackInPlace(const std::string& name, const RepackOptions& options) {
-    const FileName file = fileArgument(name), in = hold(file);
+    const FileName file = fileArgument(name);
     Transaction transaction(file, Transaction::Start::Empty);
+    const FileName in = hold(file);
     const Repacked repacked = repackInCage(in, options, transaction.file(), in.shown);
     if (repacked.isSame) return print(fmt::format("{}: nothing to change\n", visible(file.shown)));
     transaction.commit();
