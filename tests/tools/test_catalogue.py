@@ -351,10 +351,30 @@ class Index(CatalogueTest):
         self.app("apps/b.kvpkg")
         os.chmod(self.dir, 0o755)
         run = self.run_tool("index", "apps", "-d", "c.db", **ORDINARY)
-        self.assertRegex(run.stderr.decode(), "^qzapp: c.db: may not be written to; check the permissions")
+        self.assertRegex(run.stderr.decode(), r"^qzapp: c.db: may not be written \(change its mode")
         run = self.run_tool("index", "apps", "-d", "new.db", **ORDINARY)
         self.assertRegex(run.stderr.decode(), "^qzapp: new.db: it, or the journal beside it, cannot be made or opened")
         self.assertEqual(self.run_tool("find", "-d", "c.db", **ORDINARY).returncode, 0)
+
+    @unittest.skipIf(os.getuid() != 0, "only root can make files for others")
+    def test_what_others_put_into_a_directory_for_all_changes_no_database(self):
+        self.app("apps/a.kvpkg")
+        for folder in ("all", "victim"):
+            (self.dir / folder).mkdir()
+        (self.dir / "all").chmod(0o1777)
+        link = self.dir / "all/link.db"
+        link.symlink_to("../victim/c.db")
+        os.lchown(link, 12345, 12345)
+        self.fails_like(r"all/link\.db: is another user's symbolic link, .*", "index", "apps", "-d", "all/link.db")
+        self.assertEqual(self.names("victim"), [])
+        self.ok("index", "apps", "-d", "all/c.db")
+        before = self.read("all/c.db")
+        os.chown(self.dir / self.write("all/c.db-journal", b"\xd9\xd5\x05\xf9\x20\xa1\x63\xd7" + bytes(504)), 12345, 12345)
+        self.fails_like(r"all/c\.db: has a journal beside it that another user put there, .*", "index", "apps", "-d", "all/c.db")
+        self.assertEqual(self.read("all/c.db"), before)
+        (self.dir / "own.db").symlink_to("all/own.db")
+        self.ok("index", "apps", "-d", "own.db")
+        self.assertIn("own.db", self.names("all"))
 
     def test_the_documented_schema_is_that_of_the_database(self):
         self.app("apps/a.kvpkg", "RequiredProducts=Signals",

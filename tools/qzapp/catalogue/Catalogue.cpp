@@ -2,7 +2,10 @@
 
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <fl/FileDescriptor.hpp>
+#include <fl/ReplacementFile.hpp>
+#include <fl/filesystem.hpp>
 
 #include <algorithm>
 #include <array>
@@ -79,6 +82,34 @@ bool holdsCatalogue(const FileName& file) {
         const std::size_t size = opened.readAt(head, 0);
         return requireCatalogue(file, head, size);
     });
+}
+
+// Where the links of the name lead, under the rules of files that are saved.
+FileName placeToWrite(const FileName& file) {
+    return about(file, [&] {
+        const auto bytesOf = fl::filesystem::detail::make_native_access_form_i18n;
+        const fl::filesystem::path place = fl::filesystem::SaveTarget(file.path).resolved();
+        FileName resolved = file;
+        resolved.path = fl::filesystem::path::fromBytes(
+            fmt::format("{}/{}", bytesOf(fl::filesystem::canonical(place.parent())),
+                        bytesOf(fl::filesystem::path(place.filename()))));
+        return resolved;
+    });
+}
+
+// SQLite would write what a journal holds over the database.
+void requireOwnJournal(const FileName& file) {
+    struct stat journal {};
+    const std::string name = file.bytes() + "-journal";
+    if (::lstat(name.c_str(), &journal) != 0) return;
+    struct stat database {};
+    const bool isThere = ::stat(file.bytes().c_str(), &database) == 0;
+    const bool isOwn =
+        journal.st_uid == ::geteuid() || (isThere && journal.st_uid == database.st_uid);
+    if (isOwn && S_ISREG(journal.st_mode)) return;
+    throw Error(file.shown,
+                "has a journal beside it that another user put there, who could change it so; "
+                "remove the journal, or choose a folder in which nobody else makes files");
 }
 
 using Objects = std::vector<std::tuple<std::string, std::string, std::string>>;
@@ -205,9 +236,11 @@ void confineToCatalogue(const FileName& file) {
     cage.enter();
 }
 
-std::unique_ptr<SqlConnection> openOrMakeCatalogue(const FileName& file, Made& made) {
+std::unique_ptr<SqlConnection> openOrMakeCatalogue(const FileName& named, Made& made) {
+    const FileName file = placeToWrite(named);
     const bool isThere = exists(file.bytes());
     const bool isMade = isThere && holdsCatalogue(file);
+    requireOwnJournal(file);
     auto catalogue =
         std::make_unique<SqlConnection>(file.bytes(), file.shown, SqlConnection::Mode::Create);
     made = Made::Found;

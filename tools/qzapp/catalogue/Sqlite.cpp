@@ -106,8 +106,9 @@ std::string whyFailed(sqlite3* database, int result, bool mayWrite) {
 }
 
 int flagsFor(SqlConnection::Mode mode) {
-    return mode == SqlConnection::Mode::Read ? SQLITE_OPEN_READONLY
-                                             : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    return mode == SqlConnection::Mode::Read
+               ? SQLITE_OPEN_READONLY
+               : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOFOLLOW;
 }
 
 // A name that SQLite takes for nothing but a name: not for "file:..." or ":memory:".

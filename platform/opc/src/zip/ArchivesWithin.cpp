@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
 
@@ -224,6 +226,7 @@ public:
             const auto place = placeOf(*at);
             if (place && spend(place->end - place->start)) readArchive(*place);
         }
+        if (!found_.own) readWithoutEnd();
         return std::move(found_);
     }
 
@@ -299,6 +302,66 @@ private:
         } catch (const Exception&) {
             // The directory is damaged, so the search for single records has to find its items.
         }
+    }
+
+    // Takes the last records of the file for its directory if no end record says what that is, for
+    // example because the file was cut.
+    void readWithoutEnd() {
+        std::uint64_t start = 0, end = 0, count = 0;
+        SignatureSearch search(*source_, central::kSignature);
+        while (const auto at = search.next(end, source_->size)) {
+            if (!spend(kAttempt)) return;
+            const std::uint64_t size = centralRecordSize(*source_, *at);
+            count = *at == end && size != 0 ? count + 1 : 1;
+            if (count == 1) start = *at;
+            end = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
+        }
+        if (lastRecord_ >= end || !spend(end - start)) return;
+        try {
+            const std::string text(asText(source_->at(start, end - start)));
+            auto items = readDirectory(text, count, *source_->file);
+            const auto shift = shiftOf(items, start);
+            if (!shift) return;
+            const EndPlace place{
+                {count, end - start, start - static_cast<std::uint64_t>(*shift)}, start, end, end};
+            for (ZipItem& item : items)
+                item.directoryRecord = {};
+            Archive archive(*source_, place, std::move(items));
+            if (!archive.isConfirmed() || !spend(archive.start()) || archive.hasForeignItems())
+                return;
+            found_.own = archive.takeDirectory();
+        } catch (const Exception&) {
+            // Damaged, too.
+        }
+    }
+
+    // How far most items are from where their records say. Nullopt if the directory at `start` may lack
+    // records, because its last item does not end there.
+    std::optional<std::int64_t> shiftOf(const std::vector<ZipItem>& items, std::uint64_t start) {
+        std::map<std::string_view, const ZipItem*> byName;
+        for (const ZipItem& item : items)
+            byName.emplace(item.name, &item);
+        const auto last = std::ranges::max_element(items, {}, &ZipItem::headerOffset);
+        bool isComplete = false;
+        std::map<std::int64_t, std::size_t> counts;
+        SignatureSearch search(*source_, local::kSignature);
+        std::uint64_t from = 0;
+        while (const auto at = search.next(from, start)) {
+            from = *at + sizeof local::kSignature;
+            if (!spend(kAttempt)) return std::nullopt;
+            const auto header = localHeaderAt(*source_, *at);
+            const auto found = header ? byName.find(header->item.name) : byName.end();
+            if (found == byName.end()) continue;
+            const auto itemEnd = endOfSame(*source_, *header, *found->second);
+            if (!itemEnd) continue;
+            ++counts[static_cast<std::int64_t>(*at - found->second->headerOffset)];
+            isComplete = isComplete || (found->second == &*last && *itemEnd == start);
+        }
+        if (!isComplete) return std::nullopt;
+        const auto most = std::ranges::max_element(counts, {}, [](const auto& count) {
+            return std::pair(count.second, -std::abs(count.first));
+        });
+        return most->first;
     }
 
     // Of several archives that could be the file's own, the last one contains all others.

@@ -447,8 +447,9 @@ private:
             if (headerOffset < source_->size) addLocal(item);
             const auto header = localHeaderAt(*source_, headerOffset);
             if (header && endOfSame(*source_, *header, item)) {
-                takeConfirmed(item, at);
+                takeConfirmed(item);
             } else {
+                see(item, false);
                 records_.emplace(headerOffset, Record{std::move(item), at});
             }
             return size;
@@ -459,12 +460,12 @@ private:
     }
 
     // Takes an item whose directory record and local header agree.
-    void takeConfirmed(const ZipItem& item, std::uint64_t recordAt) {
+    void takeConfirmed(const ZipItem& item) {
         see(item, true);
         Verdict verdict = take(item);
         if (verdict.isTaken()) return;
-        fail(item, recordAt, std::move(verdict));
-        claim(item.headerOffset, item.dataOffset + item.compressedSize);
+        fail(item, item.headerOffset, std::move(verdict));
+        claim(item.dataOffset, item.dataOffset + item.compressedSize);
     }
 
     // Takes the items of directory records that point to a damaged local header.
@@ -533,7 +534,7 @@ private:
         if (!header) return behindNonsense(position, limit);
         if (takeByRecord(*header)) return {behindTaken()};
         Verdict verdict = takeWhole(*header, limit);
-        see(header->item, position.isSure);
+        if (!header->isIncomplete()) see(header->item, position.isSure);
         if (verdict.isTaken()) {
             if (!position.isSure) unsure_.insert(position.at);
             return {behindTaken(), position.isSure};
@@ -615,8 +616,9 @@ private:
         if (findMethod(item.method) == nullptr)
             return lostBy(Loss::Method, "it " + methodFault(item.method));
         if (hasName(item.name)) return lostBy(Loss::SameName);
-        if (header.isMeasured() && !measure(item, limit)) return lostBy(Loss::NoEnd);
-        if (isWhole_ && !isListed(item)) return lostBy(Loss::NotListed);
+        const bool isMeasured = header.isMeasured();
+        if (isMeasured && !measure(item, limit)) return lostBy(Loss::NoEnd);
+        if (isWhole_ && !isListed(item, isMeasured)) return lostBy(Loss::NotListed);
         if (item.method != Method::Stored || item.size == item.compressedSize) return take(item);
         for (const std::uint64_t size : {item.compressedSize, item.size}) {
             ZipItem likely = item;
@@ -628,12 +630,17 @@ private:
 
     // Whether a whole directory lists an item of this name with the same content or the same place,
     // or one with the same content and another name that is as long; the item then gets both names.
-    bool isListed(ZipItem& item) const {
+    // Content that was measured may be another item's that was written over this one's. At the same place,
+    // it counts only if it has one of the numbers that the directory says, which may be damaged.
+    bool isListed(ZipItem& item, bool isMeasured) const {
         const auto [first, last] = listed_.equal_range(item.name);
         const bool isThere = std::any_of(first, last, [&](const auto& listed) {
             const ZipItem& there = listed.second;
-            return (isExact_ && there.headerOffset == item.headerOffset) ||
-                   contentOf(there) == contentOf(item);
+            const bool isHere = isExact_ && there.headerOffset == item.headerOffset;
+            const bool isLike = there.crc32 == item.crc32 || there.size == item.size ||
+                                there.compressedSize == item.compressedSize ||
+                                there.compressedSize == 0;
+            return (isHere && (isLike || !isMeasured)) || contentOf(there) == contentOf(item);
         });
         if (isThere || item.size == 0) return isThere;
         const auto renamed = listedNames_.find({contentOf(item), item.name.size()});
