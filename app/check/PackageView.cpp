@@ -53,7 +53,17 @@ struct PackageView::Source {
         : refusal(refusalOf(file, [&] { open(file); })),
           // Salvaging a refused file reads it twice before its items are read.
           progress((archive ? 1 : 3) * sizeOf(file)) {
-        if (!archive) about(file, [&] { archive = ZipArchive::salvage(file.path, lost); });
+        if (archive) return;
+        about(file, [&] { archive = ZipArchive::salvage(file.path, lost, usualNames()); });
+    }
+
+    static std::vector<std::string> usualNames() {
+        std::vector<std::string> names = {
+            std::string(opc::names::kContentTypesItem),
+            opc::names::itemNameOf(opc::names::packageRelationships())};
+        for (const PartKind& kind : layout::app::partKinds())
+            names.push_back(opc::names::itemNameOf(kind.name));
+        return names;
     }
 
     void open(const FileName& file) {

@@ -379,7 +379,12 @@ private:
         const std::string relationships = shownName(opc::names::packageRelationships());
         if (!from_.hasTypes) mendTable(types);
         const auto* own = from_.relationshipsItem;
-        if (own == nullptr || !own->fault.empty()) mendTable(relationships);
+        const bool isLost = own == nullptr || !own->fault.empty();
+        if (isLost && (isAppName(from_.file) || !from_.relationships.empty())) {
+            mendTable(relationships);
+        } else if (isLost && own != nullptr) {
+            lose(relationships, own->fault);
+        }
         for (const std::string& fault : from_.relationshipFaults)
             lose("an entry of " + relationships, fault);
         for (const std::string& fault : from_.typeFaults)

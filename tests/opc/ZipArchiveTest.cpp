@@ -152,6 +152,14 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         {"data that are said to end behind the file", endless.bytes(),
          "b=bb;c=ccc;a: the file ends before its data does;"},
         {"stored, with sizes in a descriptor only", withoutDirectory(streamed), all},
+        {"no end record, and a byte less in a header and in data",
+         std::string(good().bytes())
+             .erase(77, 1)
+             .erase(10, 1)
+             .substr(0, good().bytes().size() - 24),
+         "c=ccc;a: the file ends before its data does;b: its content is damaged: the checksum does "
+         "not "
+         "match the one in the directory; get the file again from where it came from;"},
         {"bytes put into the first header", good().bytes().insert(30, 100, 'x'),
          all + "x: the directory does not list it;"},
         {"a header without sense in front of much data", nonsense(1000),
@@ -186,7 +194,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          others + "b: the directory does not list it;"},
         {"two of one name, and no directory", withoutDirectory(again),
          "a=aaaaaaaaaa;c=ccc;b: there are several of this name, and no directory says which "
-         "counts;"},
+         "counts;B: there are several of this name, and no directory says which counts;"},
         {"a name that comes again behind a gap", withoutDirectory(unsure),
          "a=aaaaaaaaaa;a: there is another item of this name;c" + behind},
         {"encrypted", withoutDirectory(encrypted), others + "b: it is encrypted;"},

@@ -318,6 +318,27 @@ class Repair(CheckTest):
         """What is in a package but its tables, which a repair makes anew."""
         return {item: content for item, content in self.items(name).items() if item not in (TYPES, RELS)}
 
+    def test_no_name_of_another_item_takes_the_place_of_a_part(self):
+        good = self.items(self.create())
+        for odd in ("korval\\code.k", "korval/code.k;1", "korval/code%2ek", "korval/code.k/sub", "C:korval", "_rels",
+                    "_rels/.rels/x", "[Content_Types].xml/x", "lumenforge/appModel.kvd/[0].piece"):
+            with zipfile.ZipFile(self.dir / "odd.kvpkg", "w") as new:
+                for name, content in {odd: b"evil", **good}.items():
+                    new.writestr(name, content)
+            report = self.repaired("odd.kvpkg")
+            self.assertEqual([lost["name"].lstrip("/") for lost in report["lost"]], [odd])
+            self.assertEqual(self.contents("out.kvpkg"), self.contents("app.kvpkg"), odd)
+
+    def test_content_types_are_given_by_relationships_where_names_are_others(self):
+        self.create()
+        moved = "korval/code.k", "src/prog.k"
+        with zipfile.ZipFile(self.dir / "bad.kvpkg", "w") as new:
+            for name, old in self.items("app.kvpkg").items():
+                if name != TYPES:
+                    new.writestr(name.replace(*moved), old.replace(*(path.encode() for path in moved)))
+        self.repaired("bad.kvpkg")
+        self.assertEqual(self.rules("out.kvpkg"), {"part-name"})
+
     def test_takes_what_readers_could_take_for_two_packages(self):
         self.create()
         whole = self.read("app.kvpkg")

@@ -108,11 +108,13 @@ public:
     static std::shared_ptr<const ZipArchive> open(const fl::filesystem::path& file);
     // Opens what is left of a file that open() refuses, or whose items are damaged: the items whose
     // content is whole. They are found through the directory, its single records or the local
-    // headers, and each is read to its end. Adds what cannot be recovered to `lost`. A file without
+    // headers, and each is read to its end. Adds what cannot be recovered to `lost`. Of two items that some
+    // reader takes for one, or for an item and its folder, the one whose name is `expected` is kept. A file without
     // any items gives an empty archive. Throws as open() does, except ZipRefusal. Takes linear
     // time, and memory linear in the file.
     static std::shared_ptr<const ZipArchive> salvage(const fl::filesystem::path& file,
-                                                     std::vector<LostItem>& lost);
+                                                     std::vector<LostItem>& lost,
+                                                     std::span<const std::string> expected = {});
     ~ZipArchive();
 
     // All items in the order of their data in the file.

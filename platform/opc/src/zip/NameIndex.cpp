@@ -103,11 +103,7 @@ std::size_t startOfPath(std::string_view name) {
 // `outer` and `inner` are names of the items by which some reader knows them.
 void refuseItemInItem(const fl::filesystem::path& file, std::string_view outer, const ZipItem& item,
                       std::string_view inner, const ZipItem& other) {
-    const bool isFolder = isSeparator(item.name.back());
-    if (isFolder || inner.size() <= outer.size() || !isSeparator(inner[outer.size()]) ||
-        compareFolded(outer, inner.substr(0, outer.size())) != 0) {
-        return;
-    }
+    if (isSeparator(item.name.back()) || !isInFolder(inner, outer)) return;
     refuseItem(ZipRule::Names, file, other.displayName(),
                "is in a folder that is an item itself, \"" + foundation::shown(item.displayName()) +
                    "\": some readers see one of them only; rename one");
@@ -124,6 +120,11 @@ bool mayResolve(std::string_view name) noexcept {
         previous = c;
     }
     return previous == '.' || previous == ' ' || isSeparator(previous);
+}
+
+bool isInFolder(std::string_view inner, std::string_view outer) noexcept {
+    return inner.size() > outer.size() && isSeparator(inner[outer.size()]) &&
+           compareFolded(outer, inner.substr(0, outer.size())) == 0;
 }
 
 std::string resolvedName(std::string_view name) {

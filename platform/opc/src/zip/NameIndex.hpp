@@ -42,6 +42,9 @@ bool mayResolve(std::string_view name) noexcept;
 // and blanks are dropped.
 std::string resolvedName(std::string_view name);
 
+// Whether `inner` is the name of something in the folder `outer`, for the loosest reader.
+bool isInFolder(std::string_view inner, std::string_view outer) noexcept;
+
 struct FoldedLess {
     using is_transparent = void;
     bool operator()(std::string_view a, std::string_view b) const noexcept {

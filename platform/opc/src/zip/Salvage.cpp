@@ -52,6 +52,8 @@ enum class Loss {
     Within,
     Cut,
     Overlap,
+    IsFolder,
+    InItem,
     Header,
     AllBehind,
     NotTried,
@@ -77,6 +79,8 @@ constexpr LossRow kLosses[] = {
     {Loss::Within, "it belongs to a zip file inside this one"},
     {Loss::Cut, "the file ends before its data does"},
     {Loss::Overlap, "its bytes belong to another item"},
+    {Loss::IsFolder, "another item is in a folder of its name"},
+    {Loss::InItem, "it is in a folder that has the name of another item"},
     {Loss::Header, "its header is damaged"},
     {Loss::AllBehind,
      "its header is damaged, and what follows it may belong to a zip file that it contained"},
@@ -148,8 +152,12 @@ std::optional<Measured> measureDeflated(const SalvageSource& source, std::uint64
 // failures of items that nothing else explains are reported as lost.
 class Salvage {
 public:
-    Salvage(const SalvageSource& source, std::vector<LostItem>& lost)
-        : source_(&source), lost_(&lost), patience_(kWaste + kWastePerByte * source.size) {}
+    Salvage(const SalvageSource& source, std::span<const std::string> expected,
+            std::vector<LostItem>& lost)
+        : source_(&source),
+          expected_(expected),
+          lost_(&lost),
+          patience_(kWaste + kWastePerByte * source.size) {}
 
     std::vector<ZipItem> run() {
         ArchivesWithin archives = findArchives(*source_);
@@ -164,6 +172,7 @@ public:
         searchHeaders();
         reportFailures();
         dropUnsure();
+        dropConflicts();
         std::ranges::sort(items_, {}, &ZipItem::headerOffset);
         return std::move(items_);
     }
@@ -235,12 +244,7 @@ private:
         isPatient(kAttempt + (isAgain ? reading.produced : 0));
     }
 
-    // What the loosest reader takes a name for: the copy that is made of the items must not have two
-    // of one name for it.
-    static std::string knownName(const std::string& name) {
-        return mayResolve(name) ? resolvedName(name) : name;
-    }
-    bool hasName(const std::string& name) const { return names_.contains(knownName(name)); }
+    bool hasName(const std::string& name) const { return names_.contains(name); }
 
     // Takes the item if its bytes are free, its name is new and its content is whole. Otherwise
     // returns why not.
@@ -260,7 +264,7 @@ private:
         if (Verdict verdict = judgeContent(item); !verdict.isTaken()) return verdict;
         if (start < item.endOffset)
             taken_.add(start, item.endOffset + descriptorSize(*source_, item.endOffset, item));
-        names_.emplace(knownName(item.name), contentOf(item));
+        names_.emplace(item.name, contentOf(item));
         places_.insert(dataPlaceOf(item));
         item.directoryRecord = {};
         items_.push_back(std::move(item));
@@ -730,6 +734,56 @@ private:
         });
     }
 
+    using Names = std::set<std::string, FoldedLess>;
+    enum class Rank { Expected, Plain, Odd };
+
+    Rank rankOf(const std::string& name) const {
+        if (std::ranges::find(expected_, name) != expected_.end()) return Rank::Expected;
+        const bool isOdd = mayResolve(name) || name.find('\\') != std::string::npos;
+        return isOdd ? Rank::Odd : Rank::Plain;
+    }
+
+    // Drops items that some reader takes for another, or for the folder of another: the copy that is made
+    // of the items must not mean two things. Of two, the one with the likelier name stays. Two plain names
+    // that conflict as folder and item are left to the rules of packages.
+    void dropConflicts() {
+        std::vector<std::pair<Rank, const ZipItem*>> order;
+        for (const ZipItem& item : items_) {
+            if (!item.isDirectory()) order.emplace_back(rankOf(item.name), &item);
+        }
+        std::ranges::stable_sort(order, {}, &std::pair<Rank, const ZipItem*>::first);
+        Names known, expected;
+        std::set<const ZipItem*> dropped;
+        for (const auto& [rank, item] : order) {
+            Names names = {item->name};
+            if (mayResolve(item->name)) {
+                names.insert(resolvedName(item->name));
+                names.insert(resolvedName(item->displayName()));
+            }
+            if (const auto loss = conflictOf(names, known, rank == Rank::Odd ? known : expected)) {
+                dropped.insert(item);
+                lost_->push_back({item->displayName(), textOf(*loss)});
+                continue;
+            }
+            if (rank == Rank::Expected) expected.insert(names.begin(), names.end());
+            known.merge(names);
+        }
+        std::erase_if(items_, [&](const ZipItem& item) { return dropped.contains(&item); });
+    }
+
+    static std::optional<Loss> conflictOf(const Names& names, const Names& known,
+                                          const Names& asFolders) {
+        for (const std::string& name : names) {
+            if (known.contains(name)) return Loss::SameName;
+            // In FoldedLess order, what is in a folder directly follows the folder's name.
+            const auto next = asFolders.lower_bound(name);
+            if (next != asFolders.end() && isInFolder(*next, name)) return Loss::IsFolder;
+            if (next != asFolders.begin() && isInFolder(name, *std::prev(next)))
+                return Loss::InItem;
+        }
+        return std::nullopt;
+    }
+
     // Reports failures as lost, each name once. A failure does not count if an item of its name was
     // taken after all, unless that has other content, or if its record is in the content of an item,
     // such as a zip file within.
@@ -737,7 +791,7 @@ private:
         std::set<std::pair<std::string, bool>> told;  // the name, and whether another item has it
         for (Failure& failure : failures_) {
             const bool isOther = failure.loss == Loss::SameName;
-            const auto kept = names_.find(knownName(failure.name));
+            const auto kept = names_.find(failure.name);
             const bool isKept = kept != names_.end();
             if (isKept && (!isOther || kept->second == failure.content)) continue;
             if (isOther && twice_.contains(failure.name)) continue;
@@ -755,20 +809,21 @@ private:
     };
 
     const SalvageSource* source_;
+    std::span<const std::string> expected_;
     std::vector<LostItem>* lost_;
-    std::uint64_t patience_;      // what is left of the budget
-    bool isWhole_ = false;        // the file's own directory could be read as a whole
-    bool isExact_ = false;        // and its offsets are not shifted
-    bool isMixed_ = false;        // items of an archive within the file were found
-    std::vector<ZipItem> items_;  // taken so far
-    Ranges taken_;                // the bytes of items_, with descriptors
-    std::set<DataPlace> places_;  // of items_
-    Ranges tried_;                // bytes that were read without finding an item
-    Ranges claimed_;              // the bytes of items that are lost
-    Ranges within_;               // archives that are not the file's own
-    std::map<std::string, Content, FoldedLess> names_;  // of items_, as knownName() gives them
-    std::set<std::string, FoldedLess> twice_;           // of several items that are the file's own
-    std::map<std::string, Seen, FoldedLess> seen_;      // what see() records
+    std::uint64_t patience_;                   // what is left of the budget
+    bool isWhole_ = false;                     // the file's own directory could be read as a whole
+    bool isExact_ = false;                     // and its offsets are not shifted
+    bool isMixed_ = false;                     // items of an archive within the file were found
+    std::vector<ZipItem> items_;               // taken so far
+    Ranges taken_;                             // the bytes of items_, with descriptors
+    std::set<DataPlace> places_;               // of items_
+    Ranges tried_;                             // bytes that were read without finding an item
+    Ranges claimed_;                           // the bytes of items that are lost
+    Ranges within_;                            // archives that are not the file's own
+    std::map<std::string, Content> names_;     // of items_
+    std::set<std::string, FoldedLess> twice_;  // of several items that are the file's own
+    std::map<std::string, Seen, FoldedLess> seen_;  // what see() records
     std::set<std::uint64_t> unsure_;  // header offsets of items that may not be the file's own
     // Items of a whole directory that could not be taken as it describes them, by name.
     std::multimap<std::string, ZipItem, FoldedLess> listed_;
@@ -783,8 +838,10 @@ private:
 
 }  // namespace
 
-std::vector<ZipItem> salvageItems(const SalvageSource& source, std::vector<LostItem>& lost) {
-    return Salvage(source, lost).run();
+std::vector<ZipItem> salvageItems(const SalvageSource& source,
+                                  std::span<const std::string> expected,
+                                  std::vector<LostItem>& lost) {
+    return Salvage(source, expected, lost).run();
 }
 
 }  // namespace opc::zip

@@ -4,13 +4,16 @@
 
 #include "platform/opc/src/zip/DamagedFile.hpp"
 
+#include <span>
+#include <string>
 #include <vector>
 
 namespace opc::zip {
 
 // Finds the items of a damaged zip file whose content is whole, and returns them in the order of
 // their data. Each was read to its end; no two share bytes or a name. Adds to `lost` what was found
-// but not kept.
+// but not kept. Of two items that some reader takes for one, or for a file and its folder, the one
+// whose name is `expected` is kept, then one whose name is plain.
 //
 // If the directory can be read as a whole, only items that it lists are kept. Otherwise its single
 // records and the local headers are searched for. The bytes that a local header claims as its data
@@ -22,6 +25,8 @@ namespace opc::zip {
 // Takes time linear in what disjoint items inflate to, because bytes that are read more than once
 // count against a budget, and memory linear in the size of the file. A failure to read is a
 // std::system_error.
-std::vector<ZipItem> salvageItems(const SalvageSource& source, std::vector<LostItem>& lost);
+std::vector<ZipItem> salvageItems(const SalvageSource& source,
+                                  std::span<const std::string> expected,
+                                  std::vector<LostItem>& lost);
 
 }  // namespace opc::zip

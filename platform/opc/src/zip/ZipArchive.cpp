@@ -116,11 +116,12 @@ std::shared_ptr<const ZipArchive> ZipArchive::open(const fl::filesystem::path& f
 }
 
 std::shared_ptr<const ZipArchive> ZipArchive::salvage(const fl::filesystem::path& file,
-                                                      std::vector<LostItem>& lost) {
+                                                      std::vector<LostItem>& lost,
+                                                      std::span<const std::string> expected) {
     return aboutFile(file, [&] {
         auto state = std::make_shared<State>(file);
         const SalvageSource source{state, state->stamp.size, &state->path};
-        state->items = salvageItems(source, lost);
+        state->items = salvageItems(source, expected, lost);
         state->names = NameIndex(state->items, state->path);
         return std::shared_ptr<const ZipArchive>(new ZipArchive(std::move(state)));
     });
