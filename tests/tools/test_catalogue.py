@@ -372,6 +372,13 @@ class Index(CatalogueTest):
         os.chown(self.dir / self.write("all/c.db-journal", b"\xd9\xd5\x05\xf9\x20\xa1\x63\xd7" + bytes(504)), 12345, 12345)
         self.fails_like(r"all/c\.db: has a journal beside it that another user put there, .*", "index", "apps", "-d", "all/c.db")
         self.assertEqual(self.read("all/c.db"), before)
+        os.unlink(self.dir / "all/c.db-journal")
+        for name, end, message in [("c.db-journal", b"\xd9\xd5\x05\xf9\x20\xa1\x63\xd7", "journal beside it that is not of qzapp"),
+                                   ("c.db-wal", b"", "write-ahead log beside it")]:
+            self.write(f"all/{name}", bytes(512) + end)
+            self.fails_like(rf"all/c\.db: has a {message}.*", "index", "apps", "-d", "all/c.db")
+            os.unlink(self.dir / "all" / name)
+        self.assertEqual(self.read("all/c.db"), before)
         (self.dir / "own.db").symlink_to("all/own.db")
         self.ok("index", "apps", "-d", "own.db")
         self.assertIn("own.db", self.names("all"))

@@ -29,6 +29,7 @@ namespace qzapp {
 namespace {
 
 constexpr std::string_view kMagic("SQLite format 3\0", 16);
+constexpr std::string_view kJournalMagic = "\xD9\xD5\x05\xF9\x20\xA1\x63\xD7";
 
 // The head of an SQLite file, and where in it the fields are that are looked at.
 using Head = std::array<std::byte, 100>;
@@ -97,19 +98,42 @@ FileName placeToWrite(const FileName& file) {
     });
 }
 
-// SQLite would write what a journal holds over the database.
+// Whether a rollback journal ends with the name of a journal of several databases. SQLite would remove the
+// file of that name, whatever it is, when it has played the journal back. Journals of catalogues have none.
+bool namesAnotherFile(const FileName& journal) {
+    const auto opened = openFile(journal);
+    return about(journal, [&] {
+        std::array<std::byte, kJournalMagic.size()> end{};
+        const std::uint64_t size = opened.stamp().size;
+        if (size < end.size() || opened.readAt(end, size - end.size()) < end.size()) return false;
+        return std::memcmp(end.data(), kJournalMagic.data(), end.size()) == 0;
+    });
+}
+
+// SQLite would write what a journal or a write-ahead log beside a database holds over it.
 void requireOwnJournal(const FileName& file) {
-    struct stat journal {};
-    const std::string name = file.bytes() + "-journal";
-    if (::lstat(name.c_str(), &journal) != 0) return;
+    if (exists(file.bytes() + "-wal")) {
+        throw Error(file.shown,
+                    "has a write-ahead log beside it (its name and \"-wal\"), which qzapp never "
+                    "makes; remove the log, and make the database again with \"qzapp index\"");
+    }
+    FileName journal = file;
+    journal.path = fl::filesystem::path::fromBytes(file.bytes() + "-journal");
+    struct stat found {};
+    if (::lstat(journal.bytes().c_str(), &found) != 0) return;
     struct stat database {};
     const bool isThere = ::stat(file.bytes().c_str(), &database) == 0;
-    const bool isOwn =
-        journal.st_uid == ::geteuid() || (isThere && journal.st_uid == database.st_uid);
-    if (isOwn && S_ISREG(journal.st_mode)) return;
-    throw Error(file.shown,
-                "has a journal beside it that another user put there, who could change it so; "
-                "remove the journal, or choose a folder in which nobody else makes files");
+    const bool isOwn = found.st_uid == ::geteuid() || (isThere && found.st_uid == database.st_uid);
+    if (!isOwn || !S_ISREG(found.st_mode)) {
+        throw Error(file.shown,
+                    "has a journal beside it that another user put there, who could change it so; "
+                    "remove the journal, or choose a folder in which nobody else makes files");
+    }
+    if (namesAnotherFile(journal)) {
+        throw Error(file.shown,
+                    "has a journal beside it that is not of qzapp: it names another file, which "
+                    "would be removed; remove the database and its journal");
+    }
 }
 
 using Objects = std::vector<std::tuple<std::string, std::string, std::string>>;

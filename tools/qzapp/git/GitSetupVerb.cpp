@@ -166,7 +166,7 @@ public:
         const bool exists = ::lstat(attributes_.bytes().c_str(), &status) == 0;
         if (exists && !S_ISREG(status.st_mode))
             throw Error(attributes_.shown, "is not a regular file; put one in its place");
-        if (exists) content_ = readBytes(attributes_, kMostAttributes);
+        content();  // fails now rather than when the clone is configured
     }
 
     // Reports what was done even if what follows failed.
@@ -183,9 +183,7 @@ public:
     // git's configuration first: that fails more often, and without it the lines do nothing.
     void make() {
         bool isChanged = configure();
-        const std::string content = withOurLines(content_);
-        if (content != content_) {
-            write(content);
+        if (change(withOurLines)) {
             say("added lines to .gitattributes, which is for all clones; commit it");
             isChanged = true;
         }
@@ -199,9 +197,7 @@ public:
 
     void undo() {
         bool isChanged = unconfigure();
-        const std::string content = withoutOurLines(content_);
-        if (content != content_) {
-            write(content);
+        if (change(withoutOurLines)) {
             say("removed the lines from .gitattributes");
             isChanged = true;
         }
@@ -247,13 +243,21 @@ private:
         return isChanged;
     }
 
-    void write(const std::string& content) {
-        if (content.empty()) {
-            if (::unlink(attributes_.bytes().c_str()) == 0) return;
-        }
+    std::string content() const {
+        const bool exists = ::access(attributes_.bytes().c_str(), F_OK) == 0;
+        return exists ? readBytes(attributes_, kMostAttributes) : "";
+    }
+
+    // Returns whether the file has changed.
+    bool change(std::string (*changed)(const std::string&)) const {
+        if (const std::string now = content(); changed(now) == now) return false;
+        // Before the file is read: what others save from now on is not replaced.
         Transaction transaction(attributes_, Transaction::Start::Empty);
-        transaction.write(content, 0);
+        const std::string wanted = changed(content());
+        if (wanted.empty() && ::unlink(attributes_.bytes().c_str()) == 0) return true;
+        transaction.write(wanted, 0);
         transaction.commit();
+        return true;
     }
 
     // Those that git has kept may be of another version.
@@ -266,7 +270,6 @@ private:
 
     std::string top_;
     FileName attributes_;
-    std::string content_;
     std::string report_;
 };
 

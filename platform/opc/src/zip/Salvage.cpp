@@ -1,5 +1,6 @@
 #include "platform/opc/src/zip/Salvage.hpp"
 
+#include <foundation/Shown.hpp>
 #include <opc/Exception.hpp>
 
 #include "platform/opc/src/zip/ArchivesWithin.hpp"
@@ -40,6 +41,8 @@ constexpr std::size_t kPiece = std::size_t{128} << 10;
 constexpr std::uint64_t kWastePerByte = 2;
 constexpr std::uint64_t kWaste = std::uint64_t{64} << 20;
 constexpr std::uint64_t kAttempt = 4096;
+// What a damaged header gives for a name may be much longer than any name.
+constexpr std::size_t kLongestShownName = 1000;
 // No local header that anybody writes is longer.
 constexpr std::uint64_t kLikelyHeader = 512;
 
@@ -220,7 +223,9 @@ private:
     static Content contentOf(const ZipItem& item) { return {item.size, item.crc32}; }
 
     void fail(const ZipItem& item, std::uint64_t at, Verdict verdict) {
-        failures_.push_back({item.name, item.displayName(), contentOf(item), *verdict.loss,
+        std::string shown = item.displayName();
+        if (shown.size() > kLongestShownName) shown = foundation::shown(shown);
+        failures_.push_back({item.name, std::move(shown), contentOf(item), *verdict.loss,
                              std::move(verdict.detail), at});
     }
 
@@ -252,9 +257,12 @@ private:
         item.endOffset = item.dataOffset + item.compressedSize;
         if (item.endOffset > source_->size || item.endOffset < item.dataOffset)
             return lostBy(Loss::Cut);
-        // Without a header at its place, which may be wrong, an item takes only its data.
+        // Without a header at its place, which may be wrong, an item takes only its data, and none if it
+        // is empty: two bytes of the deflated form of nothing are found in much data.
         const bool hasHeader = localHeaderAt(*source_, item.headerOffset).has_value();
-        const std::uint64_t start = hasHeader ? item.headerOffset : item.dataOffset;
+        const std::uint64_t start = hasHeader        ? item.headerOffset
+                                    : item.size == 0 ? item.endOffset
+                                                     : item.dataOffset;
         if (start < item.endOffset && taken_.overlap(start, item.endOffset))
             return lostBy(Loss::Overlap);
         if (hasName(item.name) && !item.localName.empty()) {
@@ -425,6 +433,7 @@ private:
         SignatureSearch search(*source_, central::kSignature);
         std::uint64_t from = 0;
         while (const auto at = search.next(from, source_->size)) {
+            if (*at != from) lastRecords_ = *at;
             const std::uint64_t size = takeRecord(*at);
             if (size == 0 && !isPatient(kAttempt)) return;
             from = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
@@ -786,7 +795,7 @@ private:
 
     // Reports failures as lost, each name once. A failure does not count if an item of its name was
     // taken after all, unless that has other content, or if its record is in the content of an item,
-    // such as a zip file within.
+    // such as a zip file within. The last records of the file are not: a cut item may seem to hold them.
     void reportFailures() {
         std::set<std::pair<std::string, bool>> told;  // the name, and whether another item has it
         for (Failure& failure : failures_) {
@@ -796,7 +805,8 @@ private:
             if (isKept && (!isOther || kept->second == failure.content)) continue;
             if (isOther && twice_.contains(failure.name)) continue;
             if (taken_.overlap(failure.at, failure.at + 1)) continue;
-            if (claimed_.overlap(failure.at, failure.at + 1)) continue;
+            const bool isOfDirectory = !isWhole_ && failure.at >= lastRecords_;
+            if (!isOfDirectory && claimed_.overlap(failure.at, failure.at + 1)) continue;
             if (!told.emplace(failure.name, isOther).second) continue;
             lost_->push_back({std::move(failure.shownName), textOf(failure.loss, failure.detail)});
         }
@@ -831,6 +841,7 @@ private:
     std::map<std::pair<Content, std::size_t>, std::string> listedNames_;
     // Directory records that no local header confirms, by header offset.
     std::multimap<std::uint64_t, Record> records_;
+    std::uint64_t lastRecords_ = 0;          // where the last directory records begin
     std::map<Numbers, std::string> faults_;  // why reading failed
     std::vector<Failure> failures_;
     std::vector<std::byte> piece_;
