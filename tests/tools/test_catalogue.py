@@ -373,10 +373,13 @@ class Index(CatalogueTest):
         self.fails_like(r"all/c\.db: has a journal beside it that another user put there, .*", "index", "apps", "-d", "all/c.db")
         self.assertEqual(self.read("all/c.db"), before)
         os.unlink(self.dir / "all/c.db-journal")
-        for name, end, message in [("c.db-journal", b"\xd9\xd5\x05\xf9\x20\xa1\x63\xd7", "journal beside it that is not of qzapp"),
-                                   ("c.db-wal", b"", "write-ahead log beside it")]:
-            self.write(f"all/{name}", bytes(512) + end)
-            self.fails_like(rf"all/c\.db: has a {message}.*", "index", "apps", "-d", "all/c.db")
+        for name, content, message in [
+                ("c.db-journal", bytes(512) + b"\xd9\xd5\x05\xf9\x20\xa1\x63\xd7", ".* which names another file, "),
+                ("c.db-journal", b"My lab journal", ".* which is something else, "),
+                ("c.db-wal", b"", "a write-ahead log ")]:
+            self.write(f"all/{name}", content)
+            self.fails_like(rf"all/c\.db: has {message}.*", "index", "apps", "-d", "all/c.db")
+            self.assertEqual(self.read(f"all/{name}"), content)
             os.unlink(self.dir / "all" / name)
         self.assertEqual(self.read("all/c.db"), before)
         (self.dir / "own.db").symlink_to("all/own.db")

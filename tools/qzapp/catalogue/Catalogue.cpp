@@ -98,15 +98,26 @@ FileName placeToWrite(const FileName& file) {
     });
 }
 
-// Whether a rollback journal ends with the name of a journal of several databases. SQLite would remove the
-// file of that name, whatever it is, when it has played the journal back. Journals of catalogues have none.
-bool namesAnotherFile(const FileName& journal) {
+// What SQLite takes for a journal that was never finished, and removes, is not a journal unless it begins as
+// one: with the magic bytes or, before it was complete on the disk, with zeros. It names a journal of several
+// databases if it ends with the magic bytes; SQLite would remove the file of that name, whatever it is. Journals
+// of catalogues name none.
+std::string faultOfJournal(const FileName& journal) {
     const auto opened = openFile(journal);
-    return about(journal, [&] {
-        std::array<std::byte, kJournalMagic.size()> end{};
+    return about(journal, [&]() -> std::string {
+        using Magic = std::array<std::byte, kJournalMagic.size()>;
+        const auto isMagic = [](const Magic& bytes) {
+            return std::memcmp(bytes.data(), kJournalMagic.data(), bytes.size()) == 0;
+        };
+        Magic start{}, end{};
+        opened.readAt(start, 0);
+        const bool isZero =
+            std::ranges::all_of(start, [](std::byte byte) { return byte == std::byte{0}; });
+        if (!isMagic(start) && !isZero) return "is something else, and would be removed";
         const std::uint64_t size = opened.stamp().size;
-        if (size < end.size() || opened.readAt(end, size - end.size()) < end.size()) return false;
-        return std::memcmp(end.data(), kJournalMagic.data(), end.size()) == 0;
+        if (size >= end.size()) opened.readAt(end, size - end.size());
+        return size > end.size() && isMagic(end) ? "names another file, which would be removed"
+                                                 : "";
     });
 }
 
@@ -129,11 +140,13 @@ void requireOwnJournal(const FileName& file) {
                     "has a journal beside it that another user put there, who could change it so; "
                     "remove the journal, or choose a folder in which nobody else makes files");
     }
-    if (namesAnotherFile(journal)) {
-        throw Error(file.shown,
-                    "has a journal beside it that is not of qzapp: it names another file, which "
-                    "would be removed; remove the database and its journal");
-    }
+    const std::string fault = faultOfJournal(journal);
+    if (fault.empty()) return;
+    throw Error(
+        file.shown,
+        "has a file beside it that has the name of its journal (\"-journal\" at the end), but "
+        "which " +
+            fault + "; choose another name for the database");
 }
 
 using Objects = std::vector<std::tuple<std::string, std::string, std::string>>;
