@@ -386,6 +386,13 @@ class Index(CatalogueTest):
         self.ok("index", "apps", "-d", "own.db")
         self.assertIn("own.db", self.names("all"))
 
+    def test_a_hole_costs_nothing(self):
+        for name, start in (("a.kvpkg", b""), ("b.kvpkg", self.read(self.app("apps/c.kvpkg")))):
+            self.write(f"apps/{name}", start)
+            os.truncate(self.dir / "apps" / name, 1 << 40)
+        self.index("apps")  # at the speed of a disk this takes an hour
+        self.assertEqual(self.find("has:errors"), ["a.kvpkg", "b.kvpkg"])
+
     def test_the_documented_schema_is_that_of_the_database(self):
         self.app("apps/a.kvpkg", "RequiredProducts=Signals",
                  "MinimumSupportedKORVALRelease=R2024b")

@@ -92,7 +92,6 @@ std::string hashOf(const FileName& file) {
 
 void addContent(const FileName& file, Pictures& pictures, Entry& entry) {
     AppRow& app = *entry.app;
-    app.sha256 = hashOf(file);
     std::unique_ptr<appserialization::AppMetadataReader> reader;
     std::exception_ptr refusal;  // thrown when the findings are noted
     try {
@@ -103,6 +102,7 @@ void addContent(const FileName& file, Pictures& pictures, Entry& entry) {
     addFindings(checkFile(file, reader != nullptr), app);
     app.form = nameOf(formOf(file));
     if (refusal) std::rethrow_exception(refusal);
+    app.sha256 = hashOf(file);
     about(file, [&] { addMetadata(reader->readMetadata(), app); });
     addScreenshot(file, *reader, pictures, entry);
 }

@@ -17,7 +17,7 @@ CREATE TABLE apps (
     File TEXT NOT NULL,          -- files.path for people: bytes that are not UTF-8 became U+FFFD
     Form TEXT,                   -- 'packaged' or 'text'
     error TEXT,                  -- why its metadata cannot be read; the fields are then empty
-    sha256 TEXT,                 -- of the file; NULL if it could not be read
+    sha256 TEXT,                 -- of the file; NULL if readers refuse it
     Name TEXT NOT NULL,
     Summary TEXT NOT NULL,
     Author TEXT NOT NULL,

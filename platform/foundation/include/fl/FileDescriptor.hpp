@@ -72,6 +72,9 @@ public:
     // Returns the number of bytes read, which is less than the buffer's size only at the end of the
     // file.
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const;
+    // The offset of the next byte of a regular file, from `offset` on, that is not in a hole of zeros; the
+    // file's size if there is none. `offset` itself where the file system does not tell.
+    std::uint64_t nextData(std::uint64_t offset) const;
     void writeAt(std::span<const std::byte> bytes, std::uint64_t offset);
     // Makes a range of this file share its blocks with a range of `source`, which costs the same
     // whatever their size. Returns how many of the `size` bytes are shared: `size` rounded down to

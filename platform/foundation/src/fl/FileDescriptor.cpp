@@ -204,6 +204,12 @@ std::size_t FileDescriptor::readAt(std::span<std::byte> buffer, std::uint64_t of
     return done;
 }
 
+std::uint64_t FileDescriptor::nextData(std::uint64_t offset) const {
+    const off_t data = ::lseek(descriptor_, static_cast<off_t>(offset), SEEK_DATA);
+    if (data >= 0) return std::max(offset, static_cast<std::uint64_t>(data));
+    return errno == ENXIO ? std::max(offset, stamp().size) : offset;
+}
+
 void FileDescriptor::writeAt(std::span<const std::byte> bytes, std::uint64_t offset) {
     std::size_t done = 0;
     while (done < bytes.size()) {

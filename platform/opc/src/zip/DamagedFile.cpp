@@ -102,7 +102,11 @@ SignatureSearch::SignatureSearch(const SalvageSource& source, std::uint32_t sign
 
 std::optional<std::uint64_t> SignatureSearch::next(std::uint64_t from, std::uint64_t to) {
     while (from + signature_.size() <= to) {
-        load(from);
+        if (!isLoaded(from)) {
+            from = source_->bytes->nextData(from);
+            if (from + signature_.size() > to) return std::nullopt;
+            load(from);
+        }
         const std::string_view held =
             asText(Bytes(block_)).substr(0, std::min<std::uint64_t>(block_.size(), to - start_));
         const std::size_t at = held.find(signature_, from - start_);
@@ -113,8 +117,11 @@ std::optional<std::uint64_t> SignatureSearch::next(std::uint64_t from, std::uint
     return std::nullopt;
 }
 
+bool SignatureSearch::isLoaded(std::uint64_t from) const {
+    return from >= start_ && from + signature_.size() <= start_ + block_.size();
+}
+
 void SignatureSearch::load(std::uint64_t from) {
-    if (from >= start_ && from + signature_.size() <= start_ + block_.size()) return;
     start_ = from;
     block_ = source_->at(from, kBlock);
 }

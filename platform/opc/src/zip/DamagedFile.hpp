@@ -50,7 +50,7 @@ private:
 };
 
 // Finds the occurrences of a record's signature. It keeps the block of the file that it read last,
-// so a search that moves forward reads every byte about once.
+// so a search that moves forward reads every byte about once, and none of a hole.
 class SignatureSearch {
 public:
     // `source` must outlive the search.
@@ -59,6 +59,7 @@ public:
     std::optional<std::uint64_t> next(std::uint64_t from, std::uint64_t to);
 
 private:
+    bool isLoaded(std::uint64_t from) const;
     void load(std::uint64_t from);
 
     const SalvageSource* source_;

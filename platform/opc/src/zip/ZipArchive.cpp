@@ -65,6 +65,7 @@ struct ZipArchive::State final : ByteSource {
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override {
         return file.readAt(buffer, offset);
     }
+    std::uint64_t nextData(std::uint64_t offset) const override { return file.nextData(offset); }
 
     void read(ArchiveBytes& bytes);
     void readDirectoryBytes(ArchiveBytes& bytes, const format::DirectoryRecord& record);
