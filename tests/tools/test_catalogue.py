@@ -386,6 +386,31 @@ class Index(CatalogueTest):
         self.ok("index", "apps", "-d", "own.db")
         self.assertIn("own.db", self.names("all"))
 
+    @unittest.skipIf(os.getuid() != 0, "only root can make files for others")
+    def test_a_journal_that_another_user_adds_while_index_waits_is_not_played_back(self):
+        self.app("apps/a.kvpkg")
+        self.index("apps")
+        journal = bytes(self.changes_of_another("c.db"))
+        self.app("apps/b.kvpkg")
+        before = self.read("c.db")
+        holder = sqlite3.connect(self.dir / "c.db")
+        holder.execute("BEGIN EXCLUSIVE")
+        run = subprocess.Popen([TOOL, "index", "apps", "-d", "c.db"], cwd=self.dir, stdout=subprocess.DEVNULL,
+                               stderr=subprocess.PIPE)
+        time.sleep(1)
+        self.write("c.db-journal", journal)
+        os.chown(self.dir / "c.db-journal", 12345, 12345)
+        holder.rollback()
+        message = run.communicate(timeout=60)[1].decode()
+        self.assertEqual((run.returncode, self.read("c.db")), (1, before), message)
+        self.assertEqual(self.read("c.db-journal"), journal)
+
+    def changes_of_another(self, database):
+        """A journal that would put a page of zeros into the place of the second one."""
+        page = struct.unpack(">H", self.read(database)[16:18])[0]
+        head = b"\xd9\xd5\x05\xf9\x20\xa1\x63\xd7" + struct.pack(">IIIII", 1, 7, len(self.read(database)) // page, 512, page)
+        return head.ljust(512, b"\0") + struct.pack(">I", 2) + bytes(page) + struct.pack(">I", 7)
+
     def test_a_hole_costs_nothing(self):
         for name, start in (("a.kvpkg", b""), ("b.kvpkg", self.read(self.app("apps/c.kvpkg")))):
             self.write(f"apps/{name}", start)

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <fl/FileDescriptor.hpp>
 #include <fl/ReplacementFile.hpp>
 #include <fl/filesystem.hpp>
@@ -130,16 +129,12 @@ void requireOwnJournal(const FileName& file) {
     }
     FileName journal = file;
     journal.path = fl::filesystem::path::fromBytes(file.bytes() + "-journal");
-    struct stat found {};
-    if (::lstat(journal.bytes().c_str(), &found) != 0) return;
-    struct stat database {};
-    const bool isThere = ::stat(file.bytes().c_str(), &database) == 0;
-    const bool isOwn = found.st_uid == ::geteuid() || (isThere && found.st_uid == database.st_uid);
-    if (!isOwn || !S_ISREG(found.st_mode)) {
+    if (!isOwnJournal(journal.bytes())) {
         throw Error(file.shown,
                     "has a journal beside it that another user put there, who could change it so; "
                     "remove the journal, or choose a folder in which nobody else makes files");
     }
+    if (!exists(journal.bytes())) return;
     const std::string fault = faultOfJournal(journal);
     if (fault.empty()) return;
     throw Error(

@@ -2,9 +2,12 @@
 
 #include <fmt/format.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <new>
 #include <system_error>
@@ -111,12 +114,57 @@ int flagsFor(SqlConnection::Mode mode) {
                : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOFOLLOW;
 }
 
+constexpr std::string_view kJournalEnd = "-journal";
+
+// SQLite looks for a journal at the start of each transaction, plays it back and then removes the file that it
+// names. So nothing is opened but databases and journals of our own, and nothing else is removed.
+int openOwn(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* outFlags) {
+    file->pMethods = nullptr;
+    if (flags & (SQLITE_OPEN_SUPER_JOURNAL | SQLITE_OPEN_WAL)) return SQLITE_CANTOPEN;
+    sqlite3_vfs* const system = sqlite3_vfs_find(nullptr);
+    if (!(flags & SQLITE_OPEN_MAIN_JOURNAL))
+        return system->xOpen(system, name, file, flags, outFlags);
+    if (!isOwnJournal(name)) return SQLITE_CANTOPEN;
+    const int opened = system->xOpen(system, name, file, flags, outFlags);
+    if (opened != SQLITE_OK || isOwnJournal(name)) return opened;
+    if (file->pMethods != nullptr) file->pMethods->xClose(file);
+    file->pMethods = nullptr;
+    return SQLITE_CANTOPEN;
+}
+int removeOwn(sqlite3_vfs*, const char* name, int sync) {
+    sqlite3_vfs* const system = sqlite3_vfs_find(nullptr);
+    return std::string_view(name).ends_with(kJournalEnd) ? system->xDelete(system, name, sync)
+                                                         : SQLITE_IOERR_DELETE;
+}
+
+const char* ownFiles() {
+    static sqlite3_vfs files = [] {
+        sqlite3_vfs own = *sqlite3_vfs_find(nullptr);
+        own.zName = "qzapp";
+        own.xOpen = openOwn;
+        own.xDelete = removeOwn;
+        return own;
+    }();
+    static const int registered = sqlite3_vfs_register(&files, 0);
+    return registered == SQLITE_OK ? files.zName : nullptr;
+}
+
 // A name that SQLite takes for nothing but a name: not for "file:..." or ":memory:".
 std::string plainName(const std::string& bytes) {
     return bytes.starts_with('/') ? bytes : "./" + bytes;
 }
 
 }  // namespace
+
+bool isOwnJournal(const std::string& journal) {
+    struct stat found {
+    }, database{};
+    if (::lstat(journal.c_str(), &found) != 0) return errno == ENOENT;
+    const std::string name = journal.substr(0, journal.size() - kJournalEnd.size());
+    const bool isThere = ::stat(name.c_str(), &database) == 0;
+    const bool isOwn = found.st_uid == ::geteuid() || (isThere && found.st_uid == database.st_uid);
+    return isOwn && S_ISREG(found.st_mode);
+}
 
 void SqlStatement::Finalize::operator()(sqlite3_stmt* statement) const noexcept {
     sqlite3_finalize(statement);
@@ -196,7 +244,7 @@ SqlConnection::SqlConnection(const std::string& bytes, std::string shown, Mode m
     sqlite3* opened = nullptr;
     const std::string name = mode == Mode::Memory ? ":memory:" : plainName(bytes);
     const int result =
-        sqlite3_open_v2(name.c_str(), &opened, flagsFor(mode) | SQLITE_OPEN_NOMUTEX, nullptr);
+        sqlite3_open_v2(name.c_str(), &opened, flagsFor(mode) | SQLITE_OPEN_NOMUTEX, ownFiles());
     database_.reset(opened);
     if (result != SQLITE_OK) fail(result);
     harden();

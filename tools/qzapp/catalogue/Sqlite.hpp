@@ -14,6 +14,10 @@ namespace qzapp {
 
 class SqlConnection;
 
+// Whether the journal of a database is a regular file of this user or the database's owner, or not there. Nobody
+// else could take such a file away in a directory like /tmp, and put another one in its place.
+bool isOwnJournal(const std::string& journal);
+
 // A prepared statement. Values are bound by their number, from 1; columns are counted from 0. Bytes and texts
 // are copied. All members throw Error about the database. It must not outlive its connection.
 class SqlStatement {
