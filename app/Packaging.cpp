@@ -80,9 +80,9 @@ void requireModelArrived(const FileName& package, const Content& content) {
     throw Error(model.shown, "could not be read as the model; nothing is changed, try again");
 }
 
-void createPackage(const FileName& out, const Content& content) {
+void createPackage(const FileName& out, const Content& content, bool mayReplace) {
     const Progress progress(content.model ? sizeOf(*content.model) : 0);
-    Transaction transaction(out, Transaction::Start::Empty);
+    Transaction transaction(out, mayReplace ? Transaction::Start::Empty : Transaction::Start::New);
     const FileName& file = transaction.workingFile();
     about(file, [&] {
         AppFileWriter writer(file.native(), true);

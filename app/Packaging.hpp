@@ -47,8 +47,8 @@ void writeParts(const FileName& file, appserialization::AppFileWriter& writer,
 // it cannot open the model's file: the package then has its old model, or an empty one.
 void requireModelArrived(const FileName& package, const Content& content);
 
-// Writes a new app to `out`, replacing what is there, whole or not at all. Failures are Errors
-// about `out`, or about the model if that could not be read.
-void createPackage(const FileName& out, const Content& content);
+// Writes a new app to `out`, whole or not at all. What is there is replaced only if `mayReplace`. Failures
+// are Errors about `out`, or about the model if that could not be read.
+void createPackage(const FileName& out, const Content& content, bool mayReplace);
 
 }  // namespace qzapp

@@ -43,10 +43,12 @@ Transaction::Transaction(const FileName& target, Start start, const std::string&
         saveTarget_.emplace(target_.path);
         createFolder(extension.empty() ? extensionOf(saveTarget_->resolved()) : extension);
     });
-    if (start == Start::Empty) {
-        about(target_, [&] { createWorkingFile(); });
-    } else {
+    if (start == Start::New && saveTarget_->stamp())
+        throw Error(target_.shown, fl::filesystem::kChangedMeanwhile);
+    if (start == Start::ContentOfTarget) {
         takeContentOfTarget();
+    } else {
+        about(target_, [&] { createWorkingFile(); });
     }
 }
 

@@ -22,7 +22,8 @@ class Transaction {
 public:
     // With ContentOfTarget, the working file begins as a second hard link to the target (a copy, if
     // the file system has no hard links). So it may be replaced by a save, but never written into.
-    enum class Start { Empty, ContentOfTarget };
+    // With New, the target may not be there, and none that appears is replaced.
+    enum class Start { Empty, New, ContentOfTarget };
 
     // `extension`, with its dot, is that of the working file; without one, it gets the target's.
     // Readers and writers of apps insist on their extensions.

@@ -98,7 +98,7 @@ void create(const SaveName& name, const Given& given, bool overwrite) {
     savingReleased([&] {
         const EndingSignals ending;
         requireFree(name, overwrite);
-        createPackage(nameOf(name), content);
+        createPackage(nameOf(name), content, overwrite);
     });
     warnings.showAfterSave();
 }

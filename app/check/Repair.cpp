@@ -575,10 +575,11 @@ RepairReport writeCopy(const PackageView& view, const FileName& working) {
 
 }  // namespace
 
-void repairPackage(const FileName& file, const FileName& out, const Examine& examine) {
+void repairPackage(const FileName& file, const FileName& out, bool mayReplace,
+                   const Examine& examine) {
     const PackageView view(file);
     requireWorthOfRepair(view);
-    Transaction transaction(out, Transaction::Start::Empty);
+    Transaction transaction(out, mayReplace ? Transaction::Start::Empty : Transaction::Start::New);
     const RepairReport report = writeCopy(view, transaction.workingFile());
     requireUnchanged(file);
     const FileName repaired = hold(transaction.workingFile());

@@ -131,12 +131,13 @@ int repair(const CheckOptions& options) {
     std::string text;
     int status = kDone;
     copied.make([&](const FileName& out) {
-        repairPackage(file, out, [&](const RepairReport& done, const FileName& copy) {
-            const Findings result = checkFile(copy);
-            text = asJson ? jsonLine(repairJson(file, out, done, result))
-                          : repairSheet(out, done, result);
-            status = statusOf(result, options);
-        });
+        repairPackage(file, out, options.force,
+                      [&](const RepairReport& done, const FileName& copy) {
+                          const Findings result = checkFile(copy);
+                          text = asJson ? jsonLine(repairJson(file, out, done, result))
+                                        : repairSheet(out, done, result);
+                          status = statusOf(result, options);
+                      });
     });
     copied.deliver("", text);
     return status;

@@ -144,9 +144,9 @@ int repackOrPassOn(const RepackOptions& options) {
 
 int repackToFile(const RepackOptions& options) {
     const FileName out = fileArgument(*options.out);
-    requireAbsent(out, options.force);
     // Before IN is opened, which may be OUT: what others save from now on is not replaced.
     Transaction transaction(out, Transaction::Start::Empty);
+    requireAbsent(out, options.force);
     const FileName in = contentArgument(*options.in);
     const Repacked repacked = repackInCage(in, options, transaction.file(), out.shown);
     transaction.commit();

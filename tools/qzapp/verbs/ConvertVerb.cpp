@@ -101,7 +101,7 @@ int convert(const ConvertOptions& options) {
     Conversion conversion = convertText(in);
     conversion.content.model = contentArgument(options.model);
     out.requireFree(options.force, {in, *conversion.content.model});
-    out.make([&](const FileName& file) { createPackage(file, conversion.content); });
+    out.make([&](const FileName& file) { createPackage(file, conversion.content, options.force); });
     std::string notes;
     for (const std::string& loss : conversion.losses)
         notes += "note: " + loss + "\n";

@@ -27,7 +27,7 @@ int create(const CreateOptions& options) {
     const NewPackage out(options.out, NewPackage::Kind::App);
     const Content content = loadContent(options.content);
     out.requireFree(options.force, content.sources);
-    out.make([&](const FileName& file) { createPackage(file, content); });
+    out.make([&](const FileName& file) { createPackage(file, content, options.force); });
     out.deliver(fmt::format("wrote {}\n", visible(out.shown())));
     return kDone;
 }
