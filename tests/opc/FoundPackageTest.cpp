@@ -134,6 +134,7 @@ TEST_F(FoundPackageTest, CallsAnItemWithTwoNamesAsThePackageDoes) {
         {"the only one that has a type", "q.xml", "q.xmm",
          "/q.xml application/xml, listed as q.xmm"},
         {"neither", "q.bin", "q.bim", "/q.bim"},
+        {"the only part name", "q.bin", "q.b^n", "/q.bin, listed as q.b^n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);

@@ -128,6 +128,9 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     endless.items[0].compressedSize = 1 << 30;
     endless.items[0].localCompressedSize = test_support::deflated("aaaaaaaaaa").size();
     streamed.items[1].descriptor = 16;
+    BuiltZip folders = good();
+    for (const char* name : {"D/", "d/", "e\\", "E/"})
+        folders.items.push_back({.name = name, .method = 0});
     // The header of the second item says that its extra fields go on behind the end of the file.
     const auto nonsense = [](std::size_t size) {
         BuiltZip zip = good();
@@ -143,6 +146,9 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         const char* why;
         std::string bytes, outcome;
     } rows[] = {
+        {"folders of one name", folders.bytes(),
+         all + "D/=;e\\=;d/: there is another item of this name;E/: there is another item of this "
+               "name;"},
         {"zeros over what the directory says of an item", emptied.bytes(), all},
         {"where a damaged item was", moved.bytes(),
          "c=ccc;b=bb;a: its content is damaged: the checksum does not match the one in the "
@@ -157,9 +163,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
              .erase(77, 1)
              .erase(10, 1)
              .substr(0, good().bytes().size() - 24),
-         "c=ccc;a: the file ends before its data does;b: its content is damaged: the checksum does "
-         "not "
-         "match the one in the directory; get the file again from where it came from;"},
+         "b=bb;c=ccc;a: the file ends before its data does;"},
         {"bytes put into the first header", good().bytes().insert(30, 100, 'x'),
          all + "x: the directory does not list it;"},
         {"a header without sense in front of much data", nonsense(1000),

@@ -1,5 +1,6 @@
 #include "tools/qzapp/catalogue/Catalogue.hpp"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <fl/FileDescriptor.hpp>
@@ -84,16 +85,28 @@ bool holdsCatalogue(const FileName& file) {
     });
 }
 
-// Where the links of the name lead, under the rules of files that are saved.
+constexpr int kMostLinks = 40;  // as in the system
+
+// Where the links of the name lead, none of which may be another user's in a directory for all.
 FileName placeToWrite(const FileName& file) {
     return about(file, [&] {
         const auto bytesOf = fl::filesystem::detail::make_native_access_form_i18n;
-        const fl::filesystem::path place = fl::filesystem::SaveTarget(file.path).resolved();
-        FileName resolved = file;
-        resolved.path = fl::filesystem::path::fromBytes(
-            fmt::format("{}/{}", bytesOf(fl::filesystem::canonical(place.parent())),
-                        bytesOf(fl::filesystem::path(place.filename()))));
-        return resolved;
+        FileName place = file;
+        for (int links = 0; links < kMostLinks; ++links) {
+            const std::string folder = bytesOf(fl::filesystem::canonical(place.path.parent()));
+            const std::string name = bytesOf(fl::filesystem::path(place.path.filename()));
+            place.path = fl::filesystem::path::fromBytes(fmt::format("{}/{}", folder, name));
+            struct stat found {};
+            if (::lstat(place.bytes().c_str(), &found) != 0 || !S_ISLNK(found.st_mode))
+                return place;
+            const fl::filesystem::FileDescriptor directory(
+                ::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+            const std::string target =
+                fl::filesystem::readTrustedLink(directory, name, "choose another file");
+            place.path = fl::filesystem::path::fromBytes(
+                target.starts_with('/') ? target : fmt::format("{}/{}", folder, target));
+        }
+        throw Error(file.shown, "leads through too many symbolic links; choose another file");
     });
 }
 
@@ -130,9 +143,10 @@ void requireOwnJournal(const FileName& file) {
     FileName journal = file;
     journal.path = fl::filesystem::path::fromBytes(file.bytes() + "-journal");
     if (!isOwnJournal(journal.bytes())) {
-        throw Error(file.shown,
-                    "has a journal beside it that another user put there, who could change it so; "
-                    "remove the journal, or choose a folder in which nobody else makes files");
+        throw Error(
+            file.shown,
+            "has a journal beside it that another user put there, who could change it so; let "
+            "that user run \"qzapp index\", which restores it, or remove both");
     }
     if (!exists(journal.bytes())) return;
     const std::string fault = faultOfJournal(journal);

@@ -133,8 +133,8 @@ int openOwn(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* 
 }
 int removeOwn(sqlite3_vfs*, const char* name, int sync) {
     sqlite3_vfs* const system = sqlite3_vfs_find(nullptr);
-    return std::string_view(name).ends_with(kJournalEnd) ? system->xDelete(system, name, sync)
-                                                         : SQLITE_IOERR_DELETE;
+    const bool isOwn = std::string_view(name).ends_with(kJournalEnd) && isOwnJournal(name);
+    return isOwn ? system->xDelete(system, name, sync) : SQLITE_IOERR_DELETE;
 }
 
 const char* ownFiles() {

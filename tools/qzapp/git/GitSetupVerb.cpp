@@ -250,11 +250,12 @@ private:
 
     // Returns whether the file has changed.
     bool change(std::string (*changed)(const std::string&)) const {
-        if (const std::string now = content(); changed(now) == now) return false;
+        if (const std::string present = content(); changed(present) == present) return false;
         // Before the file is read: what others save from now on is not replaced.
         Transaction transaction(attributes_, Transaction::Start::Empty);
-        const std::string wanted = changed(content());
-        if (wanted.empty() && ::unlink(attributes_.bytes().c_str()) == 0) return true;
+        const std::string now = content(), wanted = changed(now);
+        if (wanted.empty() && content() == now && ::unlink(attributes_.bytes().c_str()) == 0)
+            return true;
         transaction.write(wanted, 0);
         transaction.commit();
         return true;

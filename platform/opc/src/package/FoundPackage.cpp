@@ -76,16 +76,17 @@ public:
     }
 
     // Whether `name` is more likely than `other`: a name that the package mentions comes before one
-    // that is only that of a part with a type, and that before any other.
+    // that is only that of a part with a type, that before a part name, and that before any other.
     bool prefers(std::string_view name, std::string_view other) const {
         return rankOf(name) > rankOf(other);
     }
 
 private:
     int rankOf(std::string_view name) const {
-        if (names_.contains(name)) return 2;
+        if (names_.contains(name)) return 3;
         const auto part = names::partNameOf(name);
-        return part && types_.find(*part) != nullptr ? 1 : 0;
+        if (!part) return 0;
+        return types_.find(*part) != nullptr ? 2 : 1;
     }
 
     std::set<std::string, std::less<>> names_;  // of items

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdlib>
 #include <map>
 #include <set>
 #include <string>
@@ -76,15 +75,18 @@ public:
     // The offset of the first record after the archive that is not a copy of one of its own, as there
     // are if the last sectors of the file are there twice. The size of the file if there is none.
     std::uint64_t foreignRecordBehind() const {
-        std::uint64_t first = source_->size;
-        for (const auto signature : {local::kSignature, central::kSignature}) {
-            SignatureSearch search(*source_, signature);
-            std::uint64_t from = fileEnd_;
-            while (const auto at = search.next(from, first)) {
-                from = *at + sizeof signature;
-                const bool isLocal = signature == local::kSignature;
-                if (isLocal ? isForeignHeader(*at) : isForeignRecord(*at)) first = *at;
-            }
+        std::uint64_t first = source_->size, from = fileEnd_;
+        SignatureSearch headers(*source_, local::kSignature);
+        while (const auto at = headers.next(from, first)) {
+            from = *at + sizeof local::kSignature;
+            if (isForeignHeader(*at)) first = *at;
+        }
+        SignatureSearch records(*source_, central::kSignature);
+        from = fileEnd_;
+        while (const auto at = records.next(from, first)) {
+            const std::uint64_t size = centralRecordSize(*source_, *at);
+            if (size != 0 && isForeignRecord(*at, size)) first = *at;
+            from = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
         }
         return first;
     }
@@ -128,9 +130,7 @@ private:
         return header && !listedEnd(*header);
     }
 
-    bool isForeignRecord(std::uint64_t at) const {
-        const std::uint64_t size = centralRecordSize(*source_, at);
-        if (size == 0) return false;
+    bool isForeignRecord(std::uint64_t at, std::uint64_t size) const {
         try {
             const auto record = source_->at(at, size);
             const std::string text(asText(record));
@@ -312,11 +312,12 @@ private:
         while (const auto at = search.next(end, source_->size)) {
             if (!spend(kAttempt)) return;
             const std::uint64_t size = centralRecordSize(*source_, *at);
-            count = *at == end && size != 0 ? count + 1 : 1;
-            if (count == 1) start = *at;
+            const bool isNext = *at == end && count != 0;
+            if (!isNext) start = *at;
+            count = size == 0 ? 0 : isNext ? count + 1 : 1;
             end = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
         }
-        if (lastRecord_ >= end || !spend(end - start)) return;
+        if (count == 0 || lastRecord_ >= end || !spend(end - start)) return;
         try {
             const std::string text(asText(source_->at(start, end - start)));
             auto items = readDirectory(text, count, *source_->file);
@@ -359,7 +360,7 @@ private:
         }
         if (!isComplete) return std::nullopt;
         const auto most = std::ranges::max_element(counts, {}, [](const auto& count) {
-            return std::pair(count.second, -std::abs(count.first));
+            return std::pair(count.second, count.first == 0);
         });
         return most->first;
     }

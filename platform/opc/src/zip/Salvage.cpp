@@ -160,7 +160,8 @@ public:
         : source_(&source),
           expected_(expected),
           lost_(&lost),
-          patience_(kWaste + kWastePerByte * source.size) {}
+          patience_(kWaste + kWastePerByte * source.size),
+          scans_(patience_) {}
 
     std::vector<ZipItem> run() {
         ArchivesWithin archives = findArchives(*source_);
@@ -657,7 +658,7 @@ private:
         });
         if (isThere || item.size == 0) return isThere;
         const auto renamed = listedNames_.find({contentOf(item), item.name.size()});
-        if (renamed == listedNames_.end()) return false;
+        if (renamed == listedNames_.end() || hasName(renamed->second)) return false;
         item.localName = std::exchange(item.name, renamed->second);
         return true;
     }
@@ -670,22 +671,25 @@ private:
         return rowOf(item.method).endsItself && measureDecoded(item, limit);
     }
 
-    // Stored data ends at a descriptor that says so.
+    // Stored data ends at a descriptor that says so. Such searches have a budget of their own, so that vain
+    // ones cost no other item its chance.
     bool measureStored(ZipItem& item, std::uint64_t limit) {
+        if (scans_ == 0 || item.dataOffset >= limit) return false;
         SignatureSearch search(*source_, descriptor::kSignature);
         std::uint64_t from = item.dataOffset;
         while (const auto at = search.next(from, limit)) {
             from = *at + sizeof descriptor::kSignature;
             const auto checksum = source_->number(from);
-            if (!checksum || !isPatient(sizeof descriptor::kSignature)) break;
+            if (!checksum) break;
             ZipItem likely = item;
             likely.crc32 = *checksum;
             likely.size = likely.compressedSize = *at - item.dataOffset;
             if (descriptorSize(*source_, *at, likely) == 0) continue;
+            scans_ -= std::min(scans_, likely.size);
             item = std::move(likely);
             return true;
         }
-        count({item.dataOffset, limit, limit - item.dataOffset});
+        scans_ -= std::min(scans_, limit - item.dataOffset);
         return false;
     }
 
@@ -757,19 +761,25 @@ private:
     // that conflict as folder and item are left to the rules of packages.
     void dropConflicts() {
         std::vector<std::pair<Rank, const ZipItem*>> order;
-        for (const ZipItem& item : items_) {
-            if (!item.isDirectory()) order.emplace_back(rankOf(item.name), &item);
-        }
+        for (const ZipItem& item : items_)
+            order.emplace_back(rankOf(item.name), &item);
         std::ranges::stable_sort(order, {}, &std::pair<Rank, const ZipItem*>::first);
-        Names known, expected;
+        Names known, expected, folders;
         std::set<const ZipItem*> dropped;
         for (const auto& [rank, item] : order) {
+            const bool isNew = !known.contains(item->name) && !folders.contains(item->name);
+            if (isNew && item->isDirectory()) {
+                folders.insert(item->name);
+                continue;
+            }
             Names names = {item->name};
             if (mayResolve(item->name)) {
                 names.insert(resolvedName(item->name));
                 names.insert(resolvedName(item->displayName()));
             }
-            if (const auto loss = conflictOf(names, known, rank == Rank::Odd ? known : expected)) {
+            const auto loss = isNew ? conflictOf(names, known, rank == Rank::Odd ? known : expected)
+                                    : std::optional(Loss::SameName);
+            if (loss) {
                 dropped.insert(item);
                 lost_->push_back({item->displayName(), textOf(*loss)});
                 continue;
@@ -822,6 +832,7 @@ private:
     std::span<const std::string> expected_;
     std::vector<LostItem>* lost_;
     std::uint64_t patience_;                   // what is left of the budget
+    std::uint64_t scans_;                      // the same for searches of descriptors
     bool isWhole_ = false;                     // the file's own directory could be read as a whole
     bool isExact_ = false;                     // and its offsets are not shifted
     bool isMixed_ = false;                     // items of an archive within the file were found
