@@ -43,7 +43,7 @@ class Json(ToolTest):
     def test_the_documented_objects_are_what_is_printed(self):
         self.create("a.kvpkg")
         self.create("b.kvpkg")
-        self.write("shot.png", b"\x89PNG\r\n\x1a\n")
+        self.write("shot.png", (EXAMPLE / "screenshot.png").read_bytes() + b"\n")
         self.ok("edit", "b.kvpkg", "--set", "Version=9", "--code", "-", "--screenshot", "shot.png", input=b"x\n")
         self.create("c.kvpkg")
         self.ok("edit", "c.kvpkg", "--set", "Version=8")

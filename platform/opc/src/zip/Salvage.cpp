@@ -161,7 +161,8 @@ public:
           expected_(expected),
           lost_(&lost),
           patience_(kWaste + kWastePerByte * source.size),
-          scans_(patience_) {}
+          scans_(patience_),
+          descriptors_(source, descriptor::kSignature) {}
 
     std::vector<ZipItem> run() {
         ArchivesWithin archives = findArchives(*source_);
@@ -566,9 +567,10 @@ private:
     Position behindNonsense(const Position& position, std::uint64_t limit) {
         const std::uint64_t behind = position.at + sizeof local::kSignature;
         if (!position.isSure || isWhole_) return {behind, false};
-        SignatureSearch search(*source_, local::kSignature);
-        const bool mayContainAll =
-            search.next(behind, std::min(limit, position.at + kLikelyHeader)).has_value();
+        std::string signature;
+        append(signature, local::kSignature);
+        const auto header = source_->at(behind, std::min(limit - behind, kLikelyHeader));
+        const bool mayContainAll = asText(header).find(signature) != std::string_view::npos;
         ZipItem nameless;
         nameless.name = "item at byte " + std::to_string(position.at);
         fail(nameless, position.at, lostBy(mayContainAll ? Loss::AllBehind : Loss::Header));
@@ -675,9 +677,8 @@ private:
     // ones cost no other item its chance.
     bool measureStored(ZipItem& item, std::uint64_t limit) {
         if (scans_ == 0 || item.dataOffset >= limit) return false;
-        SignatureSearch search(*source_, descriptor::kSignature);
         std::uint64_t from = item.dataOffset;
-        while (const auto at = search.next(from, limit)) {
+        while (const auto at = descriptors_.next(from, limit)) {
             from = *at + sizeof descriptor::kSignature;
             const auto checksum = source_->number(from);
             if (!checksum) break;
@@ -831,8 +832,9 @@ private:
     const SalvageSource* source_;
     std::span<const std::string> expected_;
     std::vector<LostItem>* lost_;
-    std::uint64_t patience_;                   // what is left of the budget
-    std::uint64_t scans_;                      // the same for searches of descriptors
+    std::uint64_t patience_;  // what is left of the budget
+    std::uint64_t scans_;     // the same for searches of descriptors
+    SignatureSearch descriptors_;
     bool isWhole_ = false;                     // the file's own directory could be read as a whole
     bool isExact_ = false;                     // and its offsets are not shifted
     bool isMixed_ = false;                     // items of an archive within the file were found
