@@ -110,10 +110,10 @@ FileName placeToWrite(const FileName& file) {
     });
 }
 
-// What SQLite takes for a journal that was never finished, and removes, is not a journal unless it begins as
-// one: with the magic bytes or, before it was complete on the disk, with zeros. It names a journal of several
-// databases if it ends with the magic bytes; SQLite would remove the file of that name, whatever it is. Journals
-// of catalogues name none.
+// What is wrong with a file that has the name of a journal; empty if nothing is. A journal begins with the
+// magic bytes or, until it is complete on the disk, with zeros; SQLite removes anything else of that name. If
+// it also ends with the magic bytes, it names a further file, which SQLite would remove whatever it is. The
+// journals of catalogues never do.
 std::string faultOfJournal(const FileName& journal) {
     const auto opened = openFile(journal);
     return about(journal, [&]() -> std::string {
