@@ -1,5 +1,5 @@
-// Large items are deflated in slices and inflated by several threads with a table of them. Whatever the
-// table says, a reader that uses it gets what one gets that does not know it.
+// Large items are deflated in slices and inflated by several threads with a table of them. Whatever
+// the table says, a reader that uses it gets what one gets that does not know it.
 
 #include <opc/Exception.hpp>
 
@@ -80,6 +80,17 @@ std::optional<SliceTable> tableOf(const ZipItem& item) {
     return findSliceTable(record.subspan(46 + item.name.size()), item.size, item.compressedSize);
 }
 
+std::string deflated(Deflater& deflater, std::string_view content, bool isLast) {
+    struct Sink : ByteSink {
+        void append(std::span<const std::byte> more) override {
+            bytes.append(reinterpret_cast<const char*>(more.data()), more.size());
+        }
+        std::string bytes;
+    } sink;
+    deflater.deflate(std::as_bytes(std::span(content)), isLast, sink);
+    return sink.bytes;
+}
+
 TEST_F(SlicesTest, TheBytesDependOnTheContentOnly) {
     for (const std::size_t size : {kMiB + 1, 5 * kMiB, 6 * kMiB - 1}) {
         SCOPED_TRACE(size);
@@ -104,6 +115,16 @@ TEST_F(SlicesTest, TheBytesDependOnTheContentOnly) {
         }
     }
     EXPECT_EQ(std::system(("unzip -tqq " + (directory_.path() / "a.zip").string()).c_str()), 0);
+}
+
+// Each deflater has its state at another address.
+TEST(Deflater, GivesTheSameBytesForTheSameContentWhereverItsStateIs) {
+    Deflater first, second;
+    for (std::uint32_t i = 0; i < 5000; ++i) {
+        const std::string start = std::to_string(i * 2'654'435'761u);
+        const std::string content = start + "--" + start;
+        ASSERT_EQ(deflated(first, content, true), deflated(second, content, true)) << content;
+    }
 }
 
 TEST_F(SlicesTest, StoredItemsAreReadWhole) {
@@ -299,15 +320,9 @@ TEST(InflatedSlices, AreNotBelievedOfAFileThatChanges) {
     const Sliced good(Z_FULL_FLUSH);
     // Whoever changes the file may choose the checksum in the table.
     Sliced other = good;
-    struct Text : ByteSink {
-        void append(std::span<const std::byte> bytes) override {
-            text.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-        }
-        std::string text;
-    } sink;
     const std::string chosen(kMiB, 'x');
-    Deflater().deflate(std::as_bytes(std::span(chosen)), false, sink);
-    const std::string& changed = sink.text;
+    Deflater deflater;
+    const std::string changed = deflated(deflater, chosen, false);
     other.data.replace(0, other.table.slices[0].compressedSize, changed);
     other.table.slices[0] = {changed.size(), crc32Of(chosen)};
     ItemContent item = good.item(true);

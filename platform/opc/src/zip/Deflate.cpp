@@ -6,6 +6,8 @@
 #include <isa-l/igzip_lib.h>
 #include <zlib.h>
 
+#include "platform/opc/src/zip/StoredBlocks.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -21,6 +23,10 @@ constexpr std::uint32_t kLevel = 1;
 // The library counts the bytes of a buffer in 32 bits.
 constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
 constexpr std::size_t kOutputBuffer = std::size_t{128} << 10;
+// For content without a history the library takes one hash from the address of its state, and not
+// from the content (2.30, `write_first_byte`), so that the same content is deflated differently now
+// and then. So the first byte of a slice is stored, and is the history of the rest.
+constexpr std::size_t kHistory = 1;
 
 // The library's pointers to input are not const, although it only reads the input.
 std::uint8_t* inputOf(std::span<const std::byte> bytes) {
@@ -38,7 +44,8 @@ struct Deflater::State {
 Deflater::Deflater() : state_(std::make_unique_for_overwrite<State>()) {}
 Deflater::~Deflater() = default;
 
-// Every parameter is ours and valid, and output never runs out, so there is no failure to check for.
+// Every parameter is ours and valid, and output never runs out, so there is no failure to check
+// for.
 void Deflater::deflate(std::span<const std::byte> slice, bool isLast, ByteSink& sink) {
     isal_zstream& stream = state_->stream;
     isal_deflate_init(&stream);
@@ -47,6 +54,11 @@ void Deflater::deflate(std::span<const std::byte> slice, bool isLast, ByteSink& 
     stream.level_buf_size = static_cast<std::uint32_t>(state_->levelBuffer.size());
     stream.flush = FULL_FLUSH;
     stream.end_of_stream = isLast ? 1 : 0;
+    if (slice.size() > kHistory) {
+        writeStoredBlock(slice.first(kHistory), false, sink);
+        isal_deflate_set_dict(&stream, inputOf(slice), kHistory);
+        slice = slice.subspan(kHistory);
+    }
     stream.next_in = inputOf(slice);
     stream.avail_in = static_cast<std::uint32_t>(slice.size());
     do {

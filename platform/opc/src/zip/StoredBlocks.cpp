@@ -3,18 +3,16 @@
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
-#include <span>
 #include <vector>
 
 namespace opc::zip {
 
 namespace {
 
-// Half of what a block can hold, so that the last byte of its header, which is the upper half of the
-// length's complement, is at least 0x7F. That is in no signature, as is the first byte of the header,
-// so none has its end in a header or contains one.
+// Half of what a block can hold, so that the last byte of its header, which is the upper half of
+// the length's complement, is at least 0x7F. That is in no signature, as is the first byte of the
+// header, so none has its end in a header or contains one.
 constexpr std::size_t kMostInBlock = std::size_t{32} << 10;
 
 // Whether the last four bytes, the last of them in the upper bits, are a signature that some reader
@@ -25,7 +23,9 @@ bool isEndSignature(std::uint32_t bytes) {
            bytes == zip64locator::kSignature;
 }
 
-void writeBlock(std::span<const std::byte> content, bool isLast, ByteSink& sink) {
+}  // namespace
+
+void writeStoredBlock(std::span<const std::byte> content, bool isLast, ByteSink& sink) {
     const auto size = static_cast<std::uint16_t>(content.size());
     const auto complement = static_cast<std::uint16_t>(~size);
     const std::array header = {
@@ -34,8 +34,6 @@ void writeBlock(std::span<const std::byte> content, bool isLast, ByteSink& sink)
     sink.append(header);
     sink.append(content);
 }
-
-}  // namespace
 
 void writeStoredBlocks(InputStream& content, ByteSink& sink) {
     std::vector<std::byte> buffer(kMostInBlock);
@@ -49,12 +47,12 @@ void writeStoredBlocks(InputStream& content, ByteSink& sink) {
         for (std::size_t i = 0; i < count; ++i) {
             last = last >> 8 | std::to_integer<std::uint32_t>(buffer[i]) << 24;
             if (!isEndSignature(last)) continue;
-            if (i != from) writeBlock(std::span(buffer).subspan(from, i - from), false, sink);
+            if (i != from) writeStoredBlock(std::span(buffer).subspan(from, i - from), false, sink);
             from = i;
         }
-        writeBlock(std::span(buffer).subspan(from, count - from), false, sink);
+        writeStoredBlock(std::span(buffer).subspan(from, count - from), false, sink);
     }
-    writeBlock({}, true, sink);
+    writeStoredBlock({}, true, sink);
 }
 
 }  // namespace opc::zip
