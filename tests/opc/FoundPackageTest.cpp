@@ -145,8 +145,8 @@ TEST_F(FoundPackageTest, CallsAnItemWithTwoNamesAsThePackageDoes) {
     }
 }
 
-// Directory and local header say the same twice over, so one of them may be wrong in anything, and also in how long
-// its name or its extra fields are.
+// Directory and local header say the same twice over, so one of them may be wrong in anything, and
+// also in how long its name or its extra fields are.
 TEST_F(FoundPackageTest, LosesNothingIfOneBitOfARecordIsFlipped) {
     BuiltZip file = goodPlainPackage().with("thing.bin", "a thing").with("code.k", "x = 1").zip();
     for (auto& item : file.items) {

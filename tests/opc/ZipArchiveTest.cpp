@@ -61,6 +61,11 @@ TEST_F(ZipArchiveTest, NoticesEveryTruncation) {
     }
 }
 
+std::string withoutEnd(const BuiltZip& zip) {
+    const std::string bytes = zip.bytes();
+    return bytes.substr(0, bytes.size() - 22);
+}
+
 std::string withoutDirectory(const BuiltZip& zip) {
     const std::string bytes = zip.bytes();
     std::size_t directory = bytes.size();
@@ -131,6 +136,17 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     BuiltZip folders = good();
     for (const char* name : {"D/", "d/", "e\\", "E/"})
         folders.items.push_back({.name = name, .method = 0});
+    const BuiltZip newer = {.items = {{.name = "a", .content = "newer"}}};
+    BuiltZip older = good(), withEmpty = good(), shifted = good(), doubled = good();
+    older.items[0] = {.name = "a", .content = std::string(300, 'o'), .method = 0};
+    const BuiltZip emptyWithin = {.items = {{.name = "c", .method = 0}}};
+    const std::string within = withoutEnd(emptyWithin);
+    withEmpty.items[0] = {.name = "a", .content = within, .method = 0};
+    shifted.items.insert(shifted.items.begin(), {.name = "z", .content = "z"});
+    shifted.items[2] = {.name = "b", .content = "bb", .method = 0, .descriptor = 12};
+    const std::string content = std::string(99, 'l') + std::string(99, 'd');
+    doubled.items[1] = {.name = "b", .content = content, .method = 0, .descriptor = 16};
+    const std::size_t second = doubled.bytes().find("PK\3\4", 1);
     // The header of the second item says that its extra fields go on behind the end of the file.
     const auto nonsense = [](std::size_t size) {
         BuiltZip zip = good();
@@ -146,6 +162,19 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         const char* why;
         std::string bytes, outcome;
     } rows[] = {
+        {"a newer version written over the first item of an older one",
+         older.bytes().replace(0, newer.bytes().size(), newer.bytes()),
+         "b=bb;c=ccc;a: its content is damaged: the checksum does not match the one in the "
+         "directory; get the file again from where it came from;"},
+        {"an archive in an item, without an end, with an empty item", withoutDirectory(withEmpty),
+         "a=" + within + ";b=bb;c=ccc;"},
+        {"a streamed item behind one that lost bytes, and no end record",
+         withoutEnd(shifted).erase(70, 2),
+         "z=z;b=bb;c=ccc;a: the deflated data is damaged; get the file again from where it came "
+         "from;"},
+        {"the start of a streamed item twice",
+         doubled.bytes().insert(second, doubled.bytes().substr(second, 120)),
+         "a=aaaaaaaaaa;b=" + content + ";c=ccc;b: there is another item of this name;"},
         {"folders of one name", folders.bytes(),
          all + "D/=;e\\=;d/: there is another item of this name;E/: there is another item of this "
                "name;"},
@@ -395,7 +424,8 @@ TEST_F(NestTest, SalvageTakesNothingOutOfAnArchiveThatIsCut) {
     }
 }
 
-// From anywhere behind the last byte of an archive that is whole, the file's end or a piece is gone.
+// From anywhere behind the last byte of an archive that is whole, the file's end or a piece is
+// gone.
 TEST_F(NestTest, SalvageKeepsWhatIsInFrontOfAnArchiveThatIsWhole) {
     for (const Nest& nest : nests()) {
         const bool isInFront = nest.bytes.find("outer code") < nest.header;

@@ -423,8 +423,8 @@ TEST_F(ZipWriterTest, SavesNothingThatItCouldNotOpenAgain) {
     }
 }
 
-// Of a small item, of one that is large enough to be in the new file already, and of one that cannot
-// be deflated.
+// Of a small item, of one that is large enough to be in the new file already, and of one that
+// cannot be deflated.
 TEST_F(ZipWriterTest, DeflatesWhatSomeReaderWouldTakeForARecordOfTheFile) {
     const std::string ends = BuiltZip{.commentLength = 400}.bytes(),
                       wide = BuiltZip{.zip64 = true}.bytes();

@@ -81,8 +81,8 @@ public:
     // object.
     std::vector<const Relationship*> byType(ustring_view type) const;
 
-    // The relationships of a part, with targets that count from the root of the package. None if they
-    // cannot be read. Throws as read() does.
+    // The relationships of a part, with targets that count from the root of the package. None if
+    // they cannot be read. Throws as read() does.
     std::vector<Relationship> relationshipsFrom(const FoundItem& part) const;
 
     // The content of an item; nullopt if it is damaged or has more than `limit` bytes. Throws

@@ -24,7 +24,8 @@ struct ImageType {
 };
 
 // The kinds of images that browsers show. A kind whose files begin in several ways has a row for
-// each. Compare kinds by their formats, not by their addresses: each shared object has a table of its own.
+// each. Compare kinds by their formats, not by their addresses: each shared object has a table of
+// its own.
 inline constexpr std::array kImageTypes = {
     ImageType{"png", "image/png", "a PNG image", "\x89PNG\r\n\x1A\n", "", 0,
               "IEND\xAE\x42\x60\x82"},

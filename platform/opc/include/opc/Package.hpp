@@ -112,8 +112,8 @@ public:
     // is on the disk when close() returns; without changes, an existing file is not touched. If
     // saving fails, the package is closed too, its changes are lost, and the file is what it was.
     void close();
-    // Throws as every change and close() do while a foundation::SaveWatch reports on a change of this
-    // package, or on its save.
+    // Throws as every change and close() do while a foundation::SaveWatch reports on a change of
+    // this package, or on its save.
     void refuseInReport() const;
 
     bool hasPart(const PartName& name) const;

@@ -62,9 +62,9 @@ inline constexpr PartKindRow kHostPropertiesKind{
 PLATFORM_API Part requireOwnTarget(const Package& package, const Relationship& relationship,
                                    std::span<const PartKind> kinds);
 
-// The identifiers of relationships of other types among `kinds` that lead to `name`, where there is no
-// part. Whoever creates a part of `relationshipType` there deletes them, because they would make it a part
-// of those kinds, too.
+// The identifiers of relationships of other types among `kinds` that lead to `name`, where there is
+// no part. Whoever creates a part of `relationshipType` there deletes them, because they would make
+// it a part of those kinds, too.
 PLATFORM_API std::vector<ustring> danglingAt(const Package& package, const PartName& name,
                                              const ustring& relationshipType,
                                              std::span<const PartKind> kinds);

@@ -38,9 +38,9 @@ public:
 
     // Fills the buffer from its front and returns the number of bytes, which is 0 only at the end.
     using Next = std::function<std::size_t(std::span<std::byte> buffer)>;
-    // Writes everything that `next` gives, and calls it on the calling thread only. The stream of a large
-    // part works on earlier pieces on other threads meanwhile. What `next` throws passes; a part's stream
-    // has then written what it gave before, and can be written on and flushed.
+    // Writes everything that `next` gives, and calls it on the calling thread only. The stream of a
+    // large part works on earlier pieces on other threads meanwhile. What `next` throws passes; a
+    // part's stream has then written what it gave before, and can be written on and flushed.
     virtual void writeFrom(const Next& next);
 
     // Hands everything that was written to its destination. A stream that is destroyed without

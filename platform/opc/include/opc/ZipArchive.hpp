@@ -108,10 +108,10 @@ public:
     static std::shared_ptr<const ZipArchive> open(const fl::filesystem::path& file);
     // Opens what is left of a file that open() refuses, or whose items are damaged: the items whose
     // content is whole. They are found through the directory, its single records or the local
-    // headers, and each is read to its end. Adds what cannot be recovered to `lost`. Of two items that some
-    // reader takes for one, or for an item and its folder, the one whose name is `expected` is kept. A file without
-    // any items gives an empty archive. Throws as open() does, except ZipRefusal. Takes linear
-    // time, and memory linear in the file.
+    // headers, and each is read to its end. Sets `lost` to what cannot be recovered. Of two items
+    // that some reader takes for one, or for an item and its folder, the one whose name is
+    // `expected` is kept. A file without any items gives an empty archive. Throws as open() does,
+    // except ZipRefusal. Takes linear time, and memory linear in the file.
     static std::shared_ptr<const ZipArchive> salvage(const fl::filesystem::path& file,
                                                      std::vector<LostItem>& lost,
                                                      std::span<const std::string> expected = {});
@@ -132,9 +132,9 @@ public:
     // need the archive. Reading throws opc::Exception, before the last byte, if the content is
     // damaged.
     std::unique_ptr<InputStream> read(const ZipItem& item) const;
-    // Reads the content of one of this archive's items to its end and throws opc::Exception if it is
-    // damaged. Returns false if the item has a table of slices (docs/format-kvpkg.md) that does not
-    // fit its data, so that only one thread can read it.
+    // Reads the content of one of this archive's items to its end and throws opc::Exception if it
+    // is damaged. Returns false if the item has a table of slices (docs/format-kvpkg.md) that does
+    // not fit its data, so that only one thread can read it.
     bool verify(const ZipItem& item) const;
 
     // The archive's comment as it is in the file; empty for a salvaged archive.

@@ -12,8 +12,8 @@ namespace opc::model {
 
 namespace {
 
-// The names to which relationships of other types lead. What is missing there must not become a part of
-// ours.
+// The names to which relationships of other types lead. What is missing there must not become a
+// part of ours.
 std::set<PartName> namesOfOthers(const Package& package, const ustring& relationshipType) {
     std::set<PartName> names;
     for (const auto& each : package.getRelationships()) {
@@ -23,8 +23,8 @@ std::set<PartName> namesOfOthers(const Package& package, const ustring& relation
     return names;
 }
 
-// `name`, such as "/x.xml", or the first of "/x1.xml", "/x2.xml" and so on that is neither a part's name
-// nor the target of a relationship of another type.
+// `name`, such as "/x.xml", or the first of "/x1.xml", "/x2.xml" and so on that is neither a part's
+// name nor the target of a relationship of another type.
 PartName freeName(const Package& package, const ustring& name, const ustring& relationshipType) {
     const std::set<PartName> others = namesOfOthers(package, relationshipType);
     const auto dot = name.rfind(u'.');

@@ -110,8 +110,8 @@ public:
         if (!parser_) throw std::bad_alloc();
         XML_Parser parser = parser_.get();
         XML_SetHashSalt(parser, hashSalt());
-        // Names come with their prefixes: to a DOM, names that differ only in the prefix are two, and
-        // so they are to kMaxDistinctNames.
+        // Names come with their prefixes: to a DOM, names that differ only in the prefix are two,
+        // and so they are to kMaxDistinctNames.
         XML_SetReturnNSTriplet(parser, 1);
         XML_SetUserData(parser, this);
         XML_SetElementHandler(parser, onStart, onEnd);

@@ -17,16 +17,16 @@ public:
 };
 
 // Deflates content slice by slice. No slice refers to another's content, so slices may be deflated
-// on different threads, by a deflater each. After an exception from a sink the deflater is as good as
-// new. The large state is on the heap, because the stacks of the host's threads may be small. For one
-// thread at a time.
+// on different threads, by a deflater each. After an exception from a sink the deflater is as good
+// as new. The large state is on the heap, because the stacks of the host's threads may be small.
+// For one thread at a time.
 class Deflater {
 public:
     Deflater();
     ~Deflater();
 
-    // Hands out the deflated `slice`, of less than 4 GiB: whole blocks that end at a byte boundary. Those of the last slice
-    // end the deflate stream.
+    // Hands out the deflated `slice`, of less than 4 GiB: whole blocks that end at a byte boundary.
+    // Those of the last slice end the deflate stream.
     void deflate(std::span<const std::byte> slice, bool isLast, ByteSink& sink);
 
 private:

@@ -32,8 +32,8 @@ std::vector<ZipItem> readDirectory(const std::string& directory, std::uint64_t c
 void checkLocalHeaders(std::vector<ZipItem>& items, std::uint64_t directoryOffset,
                        ArchiveBytes& bytes, const fl::filesystem::path& file);
 
-// Both steps, for the directory that `record` describes. Refuses records in the directory that lead to
-// a second one, too.
+// Both steps, for the directory that `record` describes. Refuses records in the directory that lead
+// to a second one, too.
 std::vector<ZipItem> readItems(const std::string& directory, const format::DirectoryRecord& record,
                                ArchiveBytes& bytes, const fl::filesystem::path& file);
 

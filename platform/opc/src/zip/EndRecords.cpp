@@ -145,9 +145,9 @@ private:
         }
     }
 
-    // Some readers search the last 64 KiB for zip64 records, also where the end record does not refer
-    // to any, and some for the end record with the highest offset. So they may find those of a zip
-    // file that is stored in an item.
+    // Some readers search the last 64 KiB for zip64 records, also where the end record does not
+    // refer to any, and some for the end record with the highest offset. So they may find those of
+    // a zip file that is stored in an item.
     void refuseRecordsInData(std::uint64_t directoryOffset) {
         const std::uint64_t start = offsetInFile(0);
         if (start >= directoryOffset) return;
@@ -161,8 +161,8 @@ private:
                   "first");
     }
 
-    // Only a zip64 record makes a reference of the highest number; without one, some readers take it
-    // for a disk.
+    // Only a zip64 record makes a reference of the highest number; without one, some readers take
+    // it for a disk.
     void checkDisks(std::uint32_t disk, std::uint32_t directoryDisk, bool isWide) const {
         for (const std::uint32_t number : {disk, directoryDisk}) {
             if (number != 0 && !(isWide && number == kInZip64_16)) failDisks();

@@ -15,7 +15,8 @@
 // item.
 namespace opc::zip {
 
-// Refuses a local header's signature in the bytes [from, to), which belong to no item. Throws ZipRefusal about `file`; a failure to read is a std::system_error.
+// Refuses a local header's signature in the bytes [from, to), which belong to no item. Throws
+// ZipRefusal about `file`; a failure to read is a std::system_error.
 void refuseHiddenItem(std::uint64_t from, std::uint64_t to, ArchiveBytes& bytes,
                       const fl::filesystem::path& file);
 

@@ -20,20 +20,21 @@ namespace {
 
 // Why the result is that of inflating the data from front to back, whatever the table says:
 //
-// What an inflater does next depends on its place in the data (to the bit), on whether a block starts
-// there, and on the 32 KiB of content before it, to which copies may refer. Let each slice but the last,
-// inflated alone, have no copy from before its start, use up all bits, and end between two blocks, none
-// of which is the last of the stream. An inflater that works from front to back starts the first slice
-// as we do. If it starts a slice with a block at its first bit, it decodes the same blocks to the same
-// content, since no copy reaches content before the slice; it ends at the slice's last bit, between two
-// blocks, and so starts the next slice with a block at its first bit. The last slice ends with the last
-// block of the stream and leaves nothing over, which is what a reader demands of the whole data. So the
-// content is the same, and its size and its checksum are compared as every reader compares them. A
-// table can only be refused: whoever can choose sizes and checksums in it gains nothing by that.
+// What an inflater does next depends on its place in the data (to the bit), on whether a block
+// starts there, and on the 32 KiB of content before it, to which copies may refer. Let each slice
+// but the last, inflated alone, have no copy from before its start, use up all bits, and end
+// between two blocks, none of which is the last of the stream. An inflater that works from front to
+// back starts the first slice as we do. If it starts a slice with a block at its first bit, it
+// decodes the same blocks to the same content, since no copy reaches content before the slice; it
+// ends at the slice's last bit, between two blocks, and so starts the next slice with a block at
+// its first bit. The last slice ends with the last block of the stream and leaves nothing over,
+// which is what a reader demands of the whole data. So the content is the same, and its size and
+// its checksum are compared as every reader compares them. A table can only be refused: whoever can
+// choose sizes and checksums in it gains nothing by that.
 //
-// A slice that fails any of this is not handed out, nor is any slice after it. All this is true of data
-// that does not change. If the rest has to be read from front to back, what was handed out is therefore
-// compared with that reading (ItemInput).
+// A slice that fails any of this is not handed out, nor is any slice after it. All this is true of
+// data that does not change. If the rest has to be read from front to back, what was handed out is
+// therefore compared with that reading (ItemInput).
 
 // What the slices on their way take together; see also the number of threads.
 constexpr std::uint64_t kMostMemory = std::uint64_t{32} << 20;

@@ -186,8 +186,8 @@ void ItemEncoder::deflate(Slot& slot, bool isLast) {
     slot.crc32 = zip::crc32(0, slot.content);
 }
 
-// No content is left for the last slice if the item is a multiple of it long. Then what ends the stream
-// belongs to the slice before.
+// No content is left for the last slice if the item is a multiple of it long. Then what ends the
+// stream belongs to the slice before.
 void ItemEncoder::handOut(const Slot& slot, ByteSink& sink) {
     sink.append(slot.deflated);
     if (slot.content.empty()) {

@@ -15,8 +15,9 @@
 
 namespace opc::zip {
 
-// Turns the content of one item into the bytes that stand in the file, stored or deflated. What comes out
-// depends on the content only, not on the pieces in which it is written nor on the number of threads.
+// Turns the content of one item into the bytes that stand in the file, stored or deflated. What
+// comes out depends on the content only, not on the pieces in which it is written nor on the number
+// of threads.
 class ItemEncoder {
 public:
     enum class Packing {
@@ -29,7 +30,8 @@ public:
     ItemEncoder(Packing packing, DeflaterPool& deflaters);
     ~ItemEncoder();
 
-    // Hands what is encoded to the sink, on the calling thread. Up to a slice waits for the next call.
+    // Hands what is encoded to the sink, on the calling thread. Up to a slice waits for the next
+    // call.
     void write(std::span<const std::byte> content, ByteSink& sink);
     // Writes all that `next` gives; see OutputStream::writeFrom(). Deflates on several threads.
     void writeFrom(const OutputStream::Next& next, ByteSink& sink);

@@ -23,8 +23,8 @@ public:
     // Fills `buffer` with the bytes from `offset` and returns how many there were: fewer than there
     // is room for only at the end of the source. Throws std::system_error if reading fails.
     virtual std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const = 0;
-    // The offset at or after `offset` where bytes begin that may be other than zero; the size if there are
-    // none.
+    // The offset at or after `offset` where bytes begin that may be other than zero; the size if
+    // there are none.
     virtual std::uint64_t nextData(std::uint64_t offset) const { return offset; }
     // Whether it never changes, so that several threads may read it at the same time.
     virtual bool isComplete() const noexcept { return true; }

@@ -185,8 +185,8 @@ void NameIndex::addResolvedNames(const fl::filesystem::path& file) {
 }
 
 // In FoldedLess order everything in a folder directly follows the folder's name, so it is enough to
-// compare each name with the next one of another item. Looking up each folder of each name would take
-// quadratic time. An item has three names at most.
+// compare each name with the next one of another item. Looking up each folder of each name would
+// take quadratic time. An item has three names at most.
 void NameIndex::refuseItemsInItems(const fl::filesystem::path& file) const {
     std::vector<std::pair<std::string_view, const ZipItem*>> known;
     known.reserve(byName_.size() + byResolvedName_.size());

@@ -63,8 +63,8 @@ public:
     NameIndex(const std::vector<ZipItem>& items, const fl::filesystem::path& file);
     // Makes items with a name that some readers resolve to another one known under that name too,
     // for findSimilar(). Throws ZipRefusal about `file` if that is the name of another item, or if
-    // an item is in a folder with the name of another item that is not a folder. A salvaged archive does
-    // without: of such items it has one.
+    // an item is in a folder with the name of another item that is not a folder. A salvaged archive
+    // does without: of such items it has one.
     void addResolvedNames(const fl::filesystem::path& file);
 
     // All items in FoldedLess order.

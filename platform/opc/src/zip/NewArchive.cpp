@@ -310,8 +310,8 @@ NewItem* NewArchive::storedAt(std::uint64_t offset) const {
     return isStored && offset < placed.end ? placed.fresh : nullptr;
 }
 
-// At the end of the file; closeGaps() fills the old place. Nothing is compressed: the item is stored
-// because it does not shrink, or because the caller wants it so.
+// At the end of the file; closeGaps() fills the old place. Nothing is compressed: the item is
+// stored because it does not shrink, or because the caller wants it so.
 void NewArchive::deflateAgain(NewItem& item) {
     NewItem deflated = item;
     deflated.method = Method::Deflated;

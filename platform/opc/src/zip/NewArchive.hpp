@@ -86,8 +86,8 @@ struct NewItem {
 // thread at a time.
 class NewArchive {
 public:
-    // `target`, `name` (for messages) and `isReporting` (see NewFile) must outlive it; `base` may be
-    // null.
+    // `target`, `name` (for messages) and `isReporting` (see NewFile) must outlive it; `base` may
+    // be null.
     NewArchive(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name,
                std::shared_ptr<const ZipArchive> base, bool& isReporting);
 
@@ -117,8 +117,8 @@ public:
 
     // Closes the gaps, writes the directory and the end records, makes sure that the archive can be
     // opened again (a new item whose stored data some reader would take for records of this archive
-    // is deflated for this), and puts the file in the place of the target. Returns the stamp of the new
-    // file. Throws if zip64 is needed and not allowed.
+    // is deflated for this), and puts the file in the place of the target. Returns the stamp of the
+    // new file. Throws if zip64 is needed and not allowed.
     fl::filesystem::FileStamp finish(bool allowZip64);
 
 private:

@@ -21,8 +21,8 @@ namespace opc::zip {
 // reading, which first writes what was gathered.
 class NewFile final : public ByteSource {
 public:
-    // `name` is for messages. `isReporting` is true while a foundation::SaveWatch is told how far the
-    // file has come: it is in the middle of a change then, and may only be read.
+    // `name` is for messages. `isReporting` is true while a foundation::SaveWatch is told how far
+    // the file has come: it is in the middle of a change then, and may only be read.
     NewFile(const fl::filesystem::SaveTarget& target, const fl::filesystem::path& name,
             bool& isReporting);
 

@@ -13,10 +13,10 @@ namespace {
 
 using namespace format;
 
-// The field: this signature, the version, the binary logarithm of the slice size, then the compressed
-// size and the checksum of each slice. Programs look for the records of a zip file by their
-// signatures, so none may occur here by chance: they all begin with two ASCII letters, and every byte
-// of the numbers has its highest bit set.
+// The field: this signature, the version, the binary logarithm of the slice size, then the
+// compressed size and the checksum of each slice. Programs look for the records of a zip file by
+// their signatures, so none may occur here by chance: they all begin with two ASCII letters, and
+// every byte of the numbers has its highest bit set.
 constexpr std::string_view kSignature = "qzsl";
 constexpr char kVersion = 1;
 constexpr std::size_t kPreambleSize = kSignature.size() + 2;

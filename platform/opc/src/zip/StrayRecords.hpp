@@ -27,11 +27,11 @@ private:
 };
 
 // Finds end records, zip64 end records and zip64 locators in places where the zip format has none:
-// in front of the items, in extra fields and comments, and in the data of items. Many readers search
-// the last part of a file for such records instead of following offsets, each for another one, so a
-// stray record can lead one of them to a second list of items. A signature alone does no harm, since
-// compressed data sometimes holds it: a record counts if a directory or a zip64 end record is where
-// it says. For one thread at a time; a failure to read is a std::system_error.
+// in front of the items, in extra fields and comments, and in the data of items. Many readers
+// search the last part of a file for such records instead of following offsets, each for another
+// one, so a stray record can lead one of them to a second list of items. A signature alone does no
+// harm, since compressed data sometimes holds it: a record counts if a directory or a zip64 end
+// record is where it says. For one thread at a time; a failure to read is a std::system_error.
 class StrayRecords {
 public:
     // Both must outlive this object. `file` is for messages.
@@ -43,8 +43,8 @@ public:
     void refuse(std::string_view text, std::uint64_t offset, const char* place);
     // The same for the bytes [from, to) of the file.
     void refuse(std::uint64_t from, std::uint64_t to, const char* place);
-    // The same for data of items, which may be a zip file: the end record of one does no harm unless
-    // the offset in it is right in this file.
+    // The same for data of items, which may be a zip file: the end record of one does no harm
+    // unless the offset in it is right in this file.
     void refuseInData(std::string_view text, std::uint64_t offset);
 
     // Whether some reader would find a directory from the end record at `offset`: where the record

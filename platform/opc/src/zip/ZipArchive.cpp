@@ -11,15 +11,15 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/opc/src/salvage/DamagedFile.hpp"
+#include "platform/opc/src/salvage/Salvage.hpp"
 #include "platform/opc/src/zip/ArchiveBytes.hpp"
-#include "platform/opc/src/zip/DamagedFile.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
 #include "platform/opc/src/zip/EndRecords.hpp"
 #include "platform/opc/src/zip/HiddenItems.hpp"
 #include "platform/opc/src/zip/InflatedSlices.hpp"
 #include "platform/opc/src/zip/ItemInput.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"
-#include "platform/opc/src/zip/Salvage.hpp"
 #include "platform/opc/src/zip/SliceTable.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
@@ -122,8 +122,10 @@ std::shared_ptr<const ZipArchive> ZipArchive::salvage(const fl::filesystem::path
     return aboutFile(file, [&] {
         auto state = std::make_shared<State>(file);
         const SalvageSource source{state, state->stamp.size, &state->path};
-        state->items = salvageItems(source, expected, lost);
+        Salvaged found = salvageItems(source, expected);
+        state->items = std::move(found.items);
         state->names = NameIndex(state->items, state->path);
+        lost = std::move(found.lost);
         return std::shared_ptr<const ZipArchive>(new ZipArchive(std::move(state)));
     });
 }

@@ -66,8 +66,8 @@ public:
     // removed. Throws ItemError if there is no such item.
     std::unique_ptr<InputStream> read(std::string_view name) const;
 
-    // Throws while a foundation::SaveWatch is told of this writer's progress. All that changes or saves
-    // calls it.
+    // Throws while a foundation::SaveWatch is told of this writer's progress. All that changes or
+    // saves calls it.
     void refuseInReport() const;
 
     // Whether there was a file to be replaced when the writer was made.

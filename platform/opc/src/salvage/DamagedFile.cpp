@@ -1,4 +1,4 @@
-#include "platform/opc/src/zip/DamagedFile.hpp"
+#include "platform/opc/src/salvage/DamagedFile.hpp"
 
 #include "platform/opc/src/zip/CompressionMethods.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"

@@ -2,7 +2,7 @@
 
 #include <opc/ZipArchive.hpp>
 
-#include "platform/opc/src/zip/DamagedFile.hpp"
+#include "platform/opc/src/salvage/DamagedFile.hpp"
 
 #include <span>
 #include <string>
@@ -10,10 +10,16 @@
 
 namespace opc::zip {
 
-// Finds the items of a damaged zip file whose content is whole, and returns them in the order of
-// their data. Each was read to its end; no two share bytes or a name. Adds to `lost` what was found
-// but not kept. Of two items that some reader takes for one, or for a file and its folder, the one
-// whose name is `expected` is kept, then one whose name is plain.
+// What salvageItems() returns.
+struct Salvaged {
+    std::vector<LostItem> lost;  // what was found but not kept
+    // In the order of their data. Each was read to its end; no two share bytes or a name.
+    std::vector<ZipItem> items;
+};
+
+// Finds the items of a damaged zip file whose content is whole. Of two items that some reader takes
+// for one, or for a file and its folder, the one whose name is `expected` is kept, then one whose
+// name is plain.
 //
 // If the directory can be read as a whole, only items that it lists are kept. Otherwise its single
 // records and the local headers are searched for. The bytes that a local header claims as its data
@@ -25,8 +31,6 @@ namespace opc::zip {
 // Takes time linear in what disjoint items inflate to, because bytes that are read more than once
 // count against a budget, and memory linear in the size of the file. A failure to read is a
 // std::system_error.
-std::vector<ZipItem> salvageItems(const SalvageSource& source,
-                                  std::span<const std::string> expected,
-                                  std::vector<LostItem>& lost);
+Salvaged salvageItems(const SalvageSource& source, std::span<const std::string> expected);
 
 }  // namespace opc::zip

@@ -68,6 +68,9 @@ private:
     std::vector<std::byte> block_;
 };
 
+// No local header that anybody writes is longer.
+inline constexpr std::uint64_t kLikelyHeader = 512;
+
 // What a local header says, right or wrong.
 struct LocalHeader {
     ZipItem item;  // without `endOffset` and `directoryRecord`

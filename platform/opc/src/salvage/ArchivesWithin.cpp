@@ -1,0 +1,224 @@
+#include "platform/opc/src/salvage/ArchivesWithin.hpp"
+
+#include <opc/Exception.hpp>
+
+#include "platform/opc/src/salvage/CandidateArchive.hpp"
+#include "platform/opc/src/zip/Directory.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace opc::zip {
+
+namespace {
+
+using namespace format;
+
+// The budget of a search in bytes that are read, because hostile end records can all point to the
+// same large directory. It is kWorkPerByte for each byte of the file plus kWork. Each signature
+// that is found costs at least kAttempt.
+constexpr std::uint64_t kWorkPerByte = 2;
+constexpr std::uint64_t kWork = std::uint64_t{64} << 20;
+constexpr std::uint64_t kAttempt = 64;
+
+class Search {
+public:
+    explicit Search(const SalvageSource& source)
+        : source_(&source), work_(kWork + kWorkPerByte * source.size) {}
+
+    ArchivesWithin run() {
+        findLastRecord();
+        SignatureSearch search(*source_, end::kSignature);
+        std::uint64_t from = 0;
+        while (const auto at = search.next(from, source_->size)) {
+            from = *at + sizeof end::kSignature;
+            if (!spend(kAttempt)) break;
+            const auto place = placeOf(*at);
+            if (place && spend(place->end - place->start)) readArchive(*place);
+        }
+        if (!found_.own) readWithoutEnd();
+        return std::move(found_);
+    }
+
+private:
+    bool spend(std::uint64_t amount) {
+        work_ -= std::min(work_, amount);
+        return work_ > 0;
+    }
+
+    // Finds the last local header or directory record of the file, after which its own end record
+    // is.
+    void findLastRecord() {
+        for (const auto signature : {local::kSignature, central::kSignature}) {
+            SignatureSearch search(*source_, signature);
+            std::uint64_t from = 0;
+            while (const auto at = search.next(from, source_->size)) {
+                from = *at + sizeof signature;
+                if (!spend(kAttempt)) {
+                    lastRecord_ = source_->size;
+                    return;
+                }
+                const bool isRecord = signature == local::kSignature
+                                          ? localHeaderAt(*source_, *at).has_value()
+                                          : centralRecordSize(*source_, *at) != 0;
+                if (isRecord) lastRecord_ = std::max(lastRecord_, *at);
+            }
+        }
+    }
+
+    std::optional<EndPlace> placeOf(std::uint64_t at) const {
+        const auto record = source_->at(at, end::kRecordSize);
+        if (record.size() < end::kRecordSize) return std::nullopt;
+        EndPlace place{
+            {load16(record, end::kCount), load32(record, end::kDirectorySize),
+             load32(record, end::kDirectoryOffset)},
+            0,
+            at,
+            std::min<std::uint64_t>(at + end::kRecordSize + load16(record, end::kCommentLength),
+                                    source_->size)};
+        readWide(place);
+        const DirectoryRecord& stated = place.stated;
+        if (stated.count == 0 || stated.size > place.end ||
+            stated.count > stated.size / central::kHeaderSize) {
+            return std::nullopt;
+        }
+        place.start = place.end - stated.size;
+        if (source_->number(place.start) != central::kSignature) return std::nullopt;
+        return place;
+    }
+
+    // Takes the numbers from the zip64 records if they are right in front of the end record.
+    void readWide(EndPlace& place) const {
+        constexpr std::size_t kSize = zip64end::kRecordSize + zip64locator::kRecordSize;
+        if (place.end < kSize) return;
+        const auto record = source_->at(place.end - kSize, kSize);
+        if (record.size() < kSize || load32(record, 0) != zip64end::kSignature ||
+            load32(record, zip64end::kRecordSize) != zip64locator::kSignature) {
+            return;
+        }
+        place.end -= kSize;
+        place.stated = {load64(record, zip64end::kCount), load64(record, zip64end::kDirectorySize),
+                        load64(record, zip64end::kDirectoryOffset)};
+    }
+
+    // Throws Exception if the directory is damaged.
+    std::vector<ZipItem> itemsOf(const EndPlace& place) const {
+        const std::string text(asText(source_->at(place.start, place.stated.size)));
+        auto items = readDirectory(text, place.stated.count, *source_->file);
+        for (ZipItem& item : items)
+            item.directoryRecord = {};
+        return items;
+    }
+
+    void readArchive(const EndPlace& place) {
+        try {
+            settle(CandidateArchive(*source_, place, itemsOf(place)));
+        } catch (const Exception&) {
+            // The directory is damaged, so the search for single records has to find its items.
+        }
+    }
+
+    // Takes the last records of the file for its directory if no end record says what that is, for
+    // example because the file was cut.
+    void readWithoutEnd() {
+        std::uint64_t start = 0, end = 0, count = 0;
+        SignatureSearch search(*source_, central::kSignature);
+        while (const auto at = search.next(end, source_->size)) {
+            if (!spend(kAttempt)) return;
+            const std::uint64_t size = centralRecordSize(*source_, *at);
+            const bool isNext = *at == end && count != 0;
+            if (!isNext) start = *at;
+            count = size == 0 ? 0 : isNext ? count + 1 : 1;
+            end = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
+        }
+        if (count == 0 || lastRecord_ >= end || !spend(end - start)) return;
+        try {
+            EndPlace place{{count, end - start, start}, start, end, end};
+            auto items = itemsOf(place);
+            const auto layout = layoutOf(items, start);
+            if (!layout) return;
+            place.stated.offset = start - static_cast<std::uint64_t>(layout->shift);
+            CandidateArchive archive(*source_, place, std::move(items));
+            if (!archive.isConfirmed() || !hasNothingInFront(archive)) return;
+            found_.own = archive.takeDirectory();
+            found_.own->mayLackRecords = !layout->isJoined;
+        } catch (const Exception&) {
+            // Damaged, too.
+        }
+    }
+
+    // Where the items of a directory are that has no end record.
+    struct Layout {
+        std::int64_t shift;  // how far most items are from where their records say
+        // Whether the directory directly follows its last item, so that it lacks no records.
+        bool isJoined;
+    };
+
+    // The layout of the items of the directory at `start`. Nullopt if it lacks records: it does not
+    // follow its last item, and that was not found or there are items of other names.
+    std::optional<Layout> layoutOf(const std::vector<ZipItem>& items, std::uint64_t start) {
+        std::map<std::string_view, const ZipItem*> byName;
+        for (const ZipItem& item : items)
+            byName.emplace(item.name, &item);
+        const auto last = std::ranges::max_element(items, {}, &ZipItem::headerOffset);
+        std::optional<bool> isJoined;
+        bool hasOthers = false;
+        std::map<std::int64_t, std::size_t> counts;
+        SignatureSearch search(*source_, local::kSignature);
+        std::uint64_t from = 0;
+        while (const auto at = search.next(from, start)) {
+            from = *at + sizeof local::kSignature;
+            if (!spend(kAttempt)) return std::nullopt;
+            const auto header = localHeaderAt(*source_, *at);
+            const auto found = header ? byName.find(header->item.name) : byName.end();
+            hasOthers = hasOthers || (header && found == byName.end());
+            if (found == byName.end()) continue;
+            const auto itemEnd = endOfSame(*source_, *header, *found->second);
+            if (!itemEnd) continue;
+            ++counts[static_cast<std::int64_t>(*at - found->second->headerOffset)];
+            if (found->second == &*last) isJoined = isJoined.value_or(false) || *itemEnd == start;
+        }
+        if (!isJoined || (!*isJoined && hasOthers)) return std::nullopt;
+        const auto most = std::ranges::max_element(counts, {}, [](const auto& count) {
+            return std::pair(count.second, count.first == 0);
+        });
+        return Layout{most->first, *isJoined};
+    }
+
+    // Of several archives that could be the file's own, the last one contains all others.
+    void settle(CandidateArchive archive) {
+        const bool isOwn = isLast(archive) && hasNothingInFront(archive);
+        if (archive.isConfirmed()) found_.others.add(archive.start(), archive.end());
+        if (isOwn) found_.own = archive.takeDirectory();
+    }
+
+    bool hasNothingInFront(const CandidateArchive& archive) {
+        return spend(archive.start()) && !archive.hasForeignItems();
+    }
+
+    bool isLast(const CandidateArchive& archive) {
+        if (lastRecord_ < archive.end()) return true;
+        if (!archive.isConfirmed()) return false;
+        const std::uint64_t foreign = archive.foreignRecordBehind();
+        return spend(foreign - archive.end()) && foreign == source_->size;
+    }
+
+    const SalvageSource* source_;
+    std::uint64_t work_;
+    std::uint64_t lastRecord_ = 0;
+    ArchivesWithin found_;
+};
+
+}  // namespace
+
+ArchivesWithin findArchives(const SalvageSource& source) {
+    return Search(source).run();
+}
+
+}  // namespace opc::zip

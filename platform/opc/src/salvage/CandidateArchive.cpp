@@ -1,0 +1,194 @@
+#include "platform/opc/src/salvage/CandidateArchive.hpp"
+
+#include <opc/Exception.hpp>
+
+#include "platform/opc/src/zip/Directory.hpp"
+
+#include <algorithm>
+#include <tuple>
+
+namespace opc::zip {
+
+namespace {
+
+using namespace format;
+
+constexpr std::uint64_t kPiece = std::uint64_t{128} << 10;
+// How much of its data a copy of an item has at least: sectors mostly end far behind a header.
+constexpr std::uint64_t kLikelyInCopy = 64;
+
+// The indexes of the items for which `isConfirmed` holds.
+template <typename Check>
+std::set<std::size_t> confirmed(const std::vector<ZipItem>& items, Check isConfirmed) {
+    std::set<std::size_t> indexes;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (isConfirmed(items[i])) indexes.insert(i);
+    }
+    return indexes;
+}
+
+}  // namespace
+
+CandidateArchive::CandidateArchive(const SalvageSource& source, const EndPlace& place,
+                                   std::vector<ZipItem> items)
+    : source_(&source), fileEnd_(place.fileEnd) {
+    directory_.items = std::move(items);
+    directory_.offset = place.stated.offset;
+    directory_.shift = static_cast<std::int64_t>(place.start - place.stated.offset);
+    findBase();
+}
+
+std::uint64_t CandidateArchive::start() const {
+    return static_cast<std::uint64_t>(std::max<std::int64_t>(base_, 0));
+}
+
+bool CandidateArchive::hasForeignItems() const {
+    if (isStartTwice()) return false;
+    if (isForeign(0, Place::Expected)) return true;
+    SignatureSearch search(*source_, local::kSignature);
+    std::uint64_t from = 0;
+    while (const auto at = search.next(from, start())) {
+        if (isForeign(*at, Place::Any)) return true;
+        from = *at + sizeof local::kSignature;
+        const auto end = endOfOwn(*at);
+        if (!end) continue;
+        from = std::max(from, *end);
+        if (isForeign(from, Place::Expected)) return true;
+    }
+    return false;
+}
+
+std::uint64_t CandidateArchive::foreignRecordBehind() const {
+    std::uint64_t first = source_->size, from = fileEnd_;
+    SignatureSearch headers(*source_, local::kSignature);
+    while (const auto at = headers.next(from, first)) {
+        from = *at + sizeof local::kSignature;
+        if (isForeignHeader(*at)) first = *at;
+    }
+    SignatureSearch records(*source_, central::kSignature);
+    from = fileEnd_;
+    while (const auto at = records.next(from, first)) {
+        const std::uint64_t size = centralRecordSize(*source_, *at);
+        if (size != 0 && isForeignRecord(*at, size)) first = *at;
+        from = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
+    }
+    return first;
+}
+
+// The archive starts where most of its items' offsets count from. If bytes were put into the file,
+// the items in front of those bytes are still at the offsets that the directory says.
+void CandidateArchive::findBase() {
+    const auto shifted = confirmedAtShift(), stated = confirmedInFront();
+    const bool isShifted = shifted.size() >= stated.size();
+    base_ = isShifted ? directory_.shift : 0;
+    isConfirmed_ = !shifted.empty() || !stated.empty();
+    for (std::size_t i = 0; i < directory_.items.size(); ++i) {
+        const ZipItem& item = directory_.items[i];
+        byName_.emplace(item.name, i);
+        if (shifted.contains(i)) continue;
+        const auto header = localHeaderAt(*source_, item.headerOffset);
+        if (!header || header->item.name == item.name || !isAround(*header))
+            inFront_.emplace(item.headerOffset, i);
+    }
+}
+
+// The items whose local headers are where the directory really is shifted to. No other archive has
+// a header of the same name at the same distance from this directory.
+std::set<std::size_t> CandidateArchive::confirmedAtShift() const {
+    return confirmed(directory_.items, [this](const ZipItem& item) {
+        const auto header = localHeaderAt(
+            *source_, item.headerOffset + static_cast<std::uint64_t>(directory_.shift));
+        return header && header->agreesWith(item);
+    });
+}
+
+// The items that are at the offsets that the directory says. An archive around this one may have
+// items of the same names there.
+std::set<std::size_t> CandidateArchive::confirmedInFront() const {
+    return confirmed(directory_.items, [this](const ZipItem& item) {
+        const auto header = localHeaderAt(*source_, item.headerOffset);
+        return header && endOfSame(*source_, *header, item).has_value();
+    });
+}
+
+// Whether the archive is in the data that a header claims.
+bool CandidateArchive::isAround(const LocalHeader& header) const {
+    const std::uint64_t claimed = header.claimedEnd().value_or(0);
+    return header.item.dataOffset <= start() && fileEnd_ <= claimed && claimed <= source_->size;
+}
+
+bool CandidateArchive::isForeign(std::uint64_t at, Place place) const {
+    if (at >= start() || inFront_.contains(at)) return false;
+    const auto header = localHeaderAt(*source_, at, place);
+    if (header && (listedEnd(*header) || isCopy(at, *header))) return false;
+    const bool isWhole = header && header->item.dataOffset <= start();
+    return isWhole || (place == Place::Expected && source_->number(at) == local::kSignature);
+}
+
+bool CandidateArchive::isForeignHeader(std::uint64_t at) const {
+    const auto header = localHeaderAt(*source_, at);
+    return header && !listedEnd(*header) && !isCopy(at, *header);
+}
+
+bool CandidateArchive::isForeignRecord(std::uint64_t at, std::uint64_t size) const {
+    try {
+        const auto record = source_->at(at, size);
+        const std::string text(asText(record));
+        const ZipItem item = readDirectory(text, 1, *source_->file).front();
+        const auto found = byName_.find(item.name);
+        if (found == byName_.end()) return true;
+        const ZipItem& own = directory_.items[found->second];
+        return std::tie(item.crc32, item.size, item.compressedSize, item.headerOffset) !=
+               std::tie(own.crc32, own.size, own.compressedSize, own.headerOffset);
+    } catch (const Exception&) {
+        return true;  // who knows whose
+    }
+}
+
+// Whether all that is in front of the archive is a copy of its first bytes.
+bool CandidateArchive::isStartTwice() const {
+    for (std::uint64_t from = 0; from < start(); from += kPiece) {
+        const std::uint64_t piece = std::min(kPiece, start() - from);
+        if (source_->at(from, piece) != source_->at(start() + from, piece)) return false;
+    }
+    return true;
+}
+
+// Whether the header at the offset `at` and what follows it are there once more as an item that the
+// directory lists. Only that shows whose it is if its numbers are left to a descriptor, and the copy
+// ends before that.
+bool CandidateArchive::isCopy(std::uint64_t at, const LocalHeader& header) const {
+    const auto found = byName_.find(header.item.name);
+    if (found == byName_.end()) return false;
+    const ZipItem& own = directory_.items[found->second];
+    const std::uint64_t ofHeader = header.item.dataOffset - at;
+    if (ofHeader > kLikelyHeader) return false;
+    const std::uint64_t size = ofHeader + std::min(own.compressedSize, kLikelyInCopy);
+    const auto bytes = source_->at(at, size);
+    const auto isAt = [&](std::uint64_t place) {
+        return place != at && source_->at(place, size) == bytes;
+    };
+    return isAt(own.headerOffset) ||
+           isAt(own.headerOffset + static_cast<std::uint64_t>(directory_.shift));
+}
+
+// The end of the item of a header if the directory lists that item, and not only its name: an
+// archive around this one mostly has items of the same names.
+std::optional<std::uint64_t> CandidateArchive::listedEnd(const LocalHeader& header) const {
+    const auto found = byName_.find(header.item.name);
+    if (found == byName_.end()) return std::nullopt;
+    return endOfSame(*source_, header, directory_.items[found->second]);
+}
+
+// The end of the archive's own item whose local header is at the offset `at`; nullopt if there is
+// none.
+std::optional<std::uint64_t> CandidateArchive::endOfOwn(std::uint64_t at) const {
+    const auto header = localHeaderAt(*source_, at);
+    if (!header) return std::nullopt;
+    if (const auto end = listedEnd(*header)) return end;
+    const auto found = inFront_.find(at);
+    if (found == inFront_.end()) return std::nullopt;
+    return header->item.dataOffset + directory_.items[found->second].compressedSize;
+}
+
+}  // namespace opc::zip

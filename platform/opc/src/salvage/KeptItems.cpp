@@ -1,0 +1,77 @@
+#include "platform/opc/src/salvage/KeptItems.hpp"
+
+#include "platform/opc/src/zip/ItemInput.hpp"
+#include "platform/opc/src/zip/ZipError.hpp"
+
+namespace opc::zip {
+
+namespace {
+
+constexpr std::size_t kPiece = std::size_t{128} << 10;
+
+}  // namespace
+
+Verdict KeptItems::keep(ZipItem item) {
+    item.endOffset = item.dataOffset + item.compressedSize;
+    if (item.endOffset > source_->size || item.endOffset < item.dataOffset)
+        return lostBy(Loss::Cut);
+    // Without a header at its place, which may be wrong, an item takes only its data, and none if
+    // it is empty: two bytes of the deflated form of nothing are found in much data.
+    const bool hasHeader = localHeaderAt(*source_, item.headerOffset).has_value();
+    const std::uint64_t start = hasHeader        ? item.headerOffset
+                                : item.size == 0 ? item.endOffset
+                                                 : item.dataOffset;
+    if (start < item.endOffset && bytes_.overlap(start, item.endOffset))
+        return lostBy(Loss::Overlap);
+    if (hasName(item.name) && !item.localName.empty()) std::swap(item.name, item.localName);
+    if (hasName(item.name)) return lostBy(Loss::SameName);
+    if (Verdict verdict = judgeContent(item); !verdict.isKept()) return verdict;
+    if (start < item.endOffset)
+        bytes_.add(start, item.endOffset + descriptorSize(*source_, item.endOffset, item));
+    names_.emplace(item.name, item);
+    data_.insert(dataOf(item));
+    item.directoryRecord = {};
+    items_.push_back(std::move(item));
+    return {};
+}
+
+std::optional<Content> KeptItems::contentOf(const std::string& name) const {
+    const auto found = names_.find(name);
+    if (found == names_.end()) return std::nullopt;
+    return found->second;
+}
+
+// Checks whether the content agrees with the item's numbers. Numbers that have failed once are not
+// tried again: directory and local header mostly say the same.
+Verdict KeptItems::judgeContent(const ZipItem& item) {
+    const Numbers numbers{item.dataOffset, item.compressedSize, item.size, item.crc32, item.method};
+    const auto known = faults_.find(numbers);
+    if (known != faults_.end()) return lostBy(Loss::Content, known->second);
+    if (budget_->isUsedUp()) return lostBy(Loss::NotTried);
+    const auto fault = readThrough(item);
+    if (!fault) return {};
+    faults_.emplace(numbers, *fault);
+    return lostBy(Loss::Content, *fault);
+}
+
+std::optional<std::string> KeptItems::readThrough(const ZipItem& item) {
+    Reading reading{item.dataOffset, item.endOffset};
+    try {
+        const auto stream = openItem({.source = source_->bytes,
+                                      .offset = item.dataOffset,
+                                      .method = item.method,
+                                      .crc32 = item.crc32,
+                                      .compressedSize = item.compressedSize,
+                                      .size = item.size,
+                                      .name = item.displayName()});
+        piece_.resize(kPiece);
+        while (const std::size_t got = stream->read(piece_))
+            reading.produced += got;
+        return std::nullopt;
+    } catch (const ItemError& error) {
+        budget_->charge(reading);
+        return error.fault();
+    }
+}
+
+}  // namespace opc::zip

@@ -1,0 +1,83 @@
+#include "platform/opc/src/salvage/ListedItem.hpp"
+
+#include "platform/opc/src/zip/ZipFormat.hpp"
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <functional>
+#include <utility>
+
+namespace opc::zip {
+
+using namespace format;
+
+void addLocal(const SalvageSource& source, ZipItem& item) {
+    const std::size_t likely = local::kHeaderSize + item.name.size();
+    item.dataOffset = item.headerOffset + likely;
+    const auto header = source.at(item.headerOffset, likely);
+    if (header.size() < likely) return;
+    const std::size_t size = load16(header, local::kNameLength);
+    const std::string_view name = asText(Bytes(header).subspan(local::kHeaderSize));
+    const bool isSame = size == name.size() && name == item.name;
+    if (load32(header, 0) != local::kSignature && !isSame) return;
+    item.dataOffset =
+        item.headerOffset + local::kHeaderSize + size + load16(header, local::kExtraLength);
+    if (size == name.size() && !isSame && isName(name)) item.localName = name;
+}
+
+std::vector<ZipItem> placesOf(const SalvageSource& source, const ZipItem& item,
+                              std::int64_t shift) {
+    std::vector<std::pair<int, ZipItem>> places;
+    for (const std::int64_t moved : {std::int64_t{0}, shift}) {
+        ZipItem placed = item;
+        placed.headerOffset += static_cast<std::uint64_t>(moved);
+        if (placed.headerOffset >= source.size || (moved == 0 && !places.empty())) continue;
+        addLocal(source, placed);
+        const auto header = localHeaderAt(source, placed.headerOffset);
+        const bool isSame = header && header->item.name == item.name;
+        const bool isIt = header && endOfSame(source, *header, item);
+        places.emplace_back(isSame + isIt, std::move(placed));
+    }
+    std::ranges::stable_sort(places, std::greater(), &std::pair<int, ZipItem>::first);
+    std::vector<ZipItem> sorted;
+    for (auto& [likelihood, placed] : places)
+        sorted.push_back(std::move(placed));
+    return sorted;
+}
+
+std::vector<std::uint64_t> otherOffsetsOfData(const SalvageSource& source, const ZipItem& item,
+                                              std::uint64_t next) {
+    std::vector<std::uint64_t> offsets;
+    for (const std::uint64_t descriptor : {0, 16, 12, 24, 20}) {
+        const std::uint64_t behind = item.compressedSize + descriptor;
+        if (next < item.headerOffset + local::kHeaderSize + behind) continue;
+        const std::uint64_t end = next - descriptor;
+        if (descriptor == 0 || descriptorSize(source, end, item) == descriptor)
+            offsets.push_back(next - behind);
+    }
+    offsets.push_back(item.headerOffset + local::kHeaderSize + item.name.size());
+    std::erase(offsets, item.dataOffset);
+    return offsets;
+}
+
+bool isEmptied(const SalvageSource& source, const ZipItem& item) {
+    if (item.size != 0 || item.compressedSize != 0) return false;
+    const auto header = localHeaderAt(source, item.headerOffset);
+    return header && header->item.name == item.name && header->item.size != 0;
+}
+
+bool mayDescribe(const ZipItem& record, const ZipItem& item) {
+    const auto mayBe = [](std::uint64_t recorded, std::uint64_t found) {
+        return recorded == 0 || std::popcount(recorded ^ found) <= 1;
+    };
+    return record.crc32 == item.crc32 ||
+           (mayBe(record.crc32, item.crc32) && mayBe(record.size, item.size) &&
+            mayBe(record.compressedSize, item.compressedSize));
+}
+
+bool isName(std::string_view name) {
+    return !name.empty() && name.find('\0') == std::string_view::npos;
+}
+
+}  // namespace opc::zip

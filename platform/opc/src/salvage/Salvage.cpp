@@ -1,0 +1,439 @@
+#include "platform/opc/src/salvage/Salvage.hpp"
+
+#include <opc/Exception.hpp>
+
+#include "platform/opc/src/salvage/ArchivesWithin.hpp"
+#include "platform/opc/src/salvage/Failures.hpp"
+#include "platform/opc/src/salvage/KeptItems.hpp"
+#include "platform/opc/src/salvage/ListedItem.hpp"
+#include "platform/opc/src/salvage/Loss.hpp"
+#include "platform/opc/src/salvage/NameConflicts.hpp"
+#include "platform/opc/src/salvage/SearchBudget.hpp"
+#include "platform/opc/src/salvage/Sightings.hpp"
+#include "platform/opc/src/salvage/StreamedItems.hpp"
+#include "platform/opc/src/zip/CompressionMethods.hpp"
+#include "platform/opc/src/zip/Directory.hpp"
+#include "platform/opc/src/zip/NameIndex.hpp"
+#include "platform/opc/src/zip/ZipError.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace opc::zip {
+
+namespace {
+
+using namespace format;
+
+// One run over a damaged file. An item is kept, from the most trustworthy source first, when its
+// bytes are still free and its content is whole; every other one becomes a failure. In the end,
+// failures that nothing else explains are reported as lost.
+class Salvage {
+public:
+    Salvage(const SalvageSource& source, std::span<const std::string> expected)
+        : source_(&source),
+          expected_(expected),
+          budget_(source.size),
+          streamed_(source, budget_),
+          kept_(source, budget_),
+          failures_(source) {}
+
+    Salvaged run() {
+        ArchivesWithin archives = findArchives(*source_);
+        isWhole_ = archives.own.has_value();
+        if (isWhole_) {
+            takeDirectory(*archives.own);
+            if (archives.own->mayLackRecords) reportMissingRecords();
+        } else {
+            within_ = std::move(archives.others);
+            searchRecords();
+            takeWithoutHeaders();
+        }
+        searchHeaders();
+        Salvaged found{
+            .lost = failures_.lost(kept_, sightings_, isWhole_ ? source_->size : lastRecords_),
+            .items = kept_.takeItems()};
+        dropUnsure(found);
+        dropConflicts(found);
+        std::ranges::sort(found.items, {}, &ZipItem::headerOffset);
+        return found;
+    }
+
+private:
+    // Where the search for local headers is. An item there is surely the file's own if it directly
+    // follows another such item, is at the front of the file, or follows an item that a directory
+    // record lists.
+    struct Position {
+        std::uint64_t at;
+        bool isSure = true;
+    };
+
+    // Takes the items of a whole directory. Items whose name is the same in both records come
+    // first, so that an item with a damaged name does not take the name of another.
+    void takeDirectory(const WholeDirectory& directory) {
+        isExact_ = directory.shift == 0;
+        std::set<std::uint64_t> starts = {directory.offset};
+        for (const ZipItem& item : directory.items)
+            starts.insert(item.headerOffset);
+        for (const bool isAgreed : {true, false}) {
+            for (const ZipItem& item : directory.items) {
+                const auto places = placesOf(*source_, item, directory.shift);
+                const bool isSame = !places.empty() && places.front().localName.empty();
+                if (isSame != isAgreed) continue;
+                const auto next = starts.upper_bound(item.headerOffset);
+                takeListed(item, places, next == starts.end() ? source_->size : *next);
+            }
+        }
+    }
+
+    void reportMissingRecords() {
+        ZipItem nameless;
+        nameless.name = "the start of the directory";
+        failures_.add(nameless, source_->size, lostBy(Loss::DirectoryStart));
+    }
+
+    // Takes an item of a whole directory from one of its places. If that fails and the directory's
+    // offsets are right, the local header's numbers may be better than the directory's. If the
+    // offsets are shifted, the header may belong to an archive within the file, so its numbers are
+    // not used. The directory says that what follows the item is at `next`.
+    void takeListed(const ZipItem& item, const std::vector<ZipItem>& places, std::uint64_t next) {
+        Verdict verdict = lostBy(Loss::Cut);
+        for (const ZipItem& placed : places) {
+            Verdict there =
+                isEmptied(*source_, placed) ? lostBy(Loss::TwoSizes) : kept_.keep(placed);
+            if (there.isKept()) return;
+            if (&placed == &places.front()) verdict = std::move(there);
+        }
+        for (ZipItem placed : places) {
+            const std::uint64_t moved = placed.headerOffset - item.headerOffset;
+            for (const std::uint64_t offset : otherOffsetsOfData(*source_, placed, next + moved)) {
+                placed.dataOffset = offset;
+                if (!isEmptied(*source_, placed) && kept_.keep(placed).isKept()) return;
+            }
+        }
+        listed_.emplace(item.name, item);
+        listedNames_.try_emplace({Content(item), item.name.size()}, item.name);
+        failures_.add(places.empty() ? item : places.front(), source_->size, std::move(verdict));
+        if (places.empty()) return;
+        auto header = localHeaderAt(*source_, places.front().headerOffset);
+        if (!header || header->item.name != item.name) return;
+        if (isExact_ && takeWhole(*header, source_->size).isKept()) return;
+        if (isExact_ || header->agreesWith(item)) {
+            failures_.claim(places.front().headerOffset,
+                            places.front().dataOffset + item.compressedSize);
+        }
+    }
+
+    void searchRecords() {
+        SignatureSearch search(*source_, central::kSignature);
+        std::uint64_t from = 0;
+        while (const auto at = search.next(from, source_->size)) {
+            if (*at != from) lastRecords_ = *at;
+            const std::uint64_t size = takeRecord(*at);
+            if (size == 0 && !budget_.spend(SearchBudget::kAttempt)) return;
+            from = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
+        }
+    }
+
+    // Takes the item of the directory record at `at`, or remembers the record until the local
+    // headers are searched. Returns the record's size; 0 if there is no directory record.
+    std::uint64_t takeRecord(std::uint64_t at) {
+        const std::uint64_t size = centralRecordSize(*source_, at);
+        if (size == 0) return 0;
+        const auto record = source_->at(at, size);
+        try {
+            const std::string text(asText(Bytes(record)));
+            ZipItem item = readDirectory(text, 1, *source_->file).front();
+            item.directoryRecord = {};
+            if (!isName(item.name)) return 0;  // zeros from the length of the name on
+            // Records of a copy of the archive in front may point into that.
+            if (within_.endAround(at) || within_.endAround(item.headerOffset)) {
+                failures_.add(item, at, lostBy(Loss::Within));
+                return size;
+            }
+            const std::uint64_t headerOffset = item.headerOffset;
+            if (headerOffset < source_->size) addLocal(*source_, item);
+            const auto header = localHeaderAt(*source_, headerOffset);
+            if (header && endOfSame(*source_, *header, item)) {
+                takeConfirmed(item);
+            } else {
+                see(item, false);
+                records_.emplace(headerOffset, Record{std::move(item), at});
+            }
+            return size;
+        } catch (const Exception&) {
+            budget_.spend(size);
+            return 0;
+        }
+    }
+
+    // Takes an item whose directory record and local header agree.
+    void takeConfirmed(const ZipItem& item) {
+        see(item, true);
+        Verdict verdict = kept_.keep(item);
+        if (verdict.isKept()) return;
+        failures_.add(item, item.headerOffset, std::move(verdict));
+        failures_.claim(item.dataOffset, item.dataOffset + item.compressedSize);
+    }
+
+    // Takes the items of directory records that point to a damaged local header. Empty content
+    // would be whole wherever a record points to, so there must be a header.
+    void takeWithoutHeaders() {
+        for (auto& [offset, record] : records_) {
+            if (localHeaderAt(*source_, offset)) continue;
+            Verdict verdict = offset >= source_->size ? lostBy(Loss::Cut)
+                              : record.item.size == 0 ? lostBy(Loss::Header)
+                                                      : kept_.keep(record.item);
+            if (verdict.isKept()) {
+                see(kept_.items().back(), true);
+            } else {
+                failures_.add(record.item, record.at, std::move(verdict));
+            }
+        }
+    }
+
+    // Searches the bytes between the items that were taken so far for local headers, and those of
+    // lost items too if a whole directory says what to look for.
+    void searchHeaders() {
+        Ranges closed = isWhole_ ? Ranges() : failures_.claimed();
+        for (const auto& [start, end] : kept_.bytes().all())
+            closed.add(start, end);
+        std::vector<std::pair<std::uint64_t, std::uint64_t>> gaps;
+        std::uint64_t from = 0;
+        for (const auto& [start, end] : closed.all()) {
+            gaps.emplace_back(from, start);
+            from = end;
+        }
+        gaps.emplace_back(from, source_->size);
+        SignatureSearch search(*source_, local::kSignature);
+        for (const auto& [start, end] : gaps)
+            searchGap(search, start, end);
+    }
+
+    void searchGap(SignatureSearch& search, std::uint64_t from, std::uint64_t end) {
+        Position position{from};
+        while (position.at < end) {
+            const auto next = nextHeader(search, position, end);
+            if (!next) return;
+            if (const auto archiveEnd = within_.endAround(next->at)) {
+                position = {*archiveEnd, next->isSure};
+                continue;
+            }
+            const std::size_t before = kept_.items().size();
+            position = takeUnlisted(*next, end);
+            if (kept_.items().size() == before && !budget_.spend(SearchBudget::kAttempt)) return;
+        }
+    }
+
+    // The next local header. Right after an item of the file's own its signature may be damaged.
+    std::optional<Position> nextHeader(SignatureSearch& search, const Position& from,
+                                       std::uint64_t end) const {
+        const std::uint64_t joined = from.at + descriptor::kLargest;
+        const auto at = search.next(from.at, end);
+        if (at && *at <= joined) return Position{*at, from.isSure};
+        if (from.isSure && !isWhole_ && localHeaderAt(*source_, from.at, Place::Expected))
+            return from;
+        if (!at) return std::nullopt;
+        return Position{*at, false};
+    }
+
+    // Takes the item of a local header. Returns where the search goes on: after the item's data,
+    // which is not searched, whether it is whole or not, unless a whole directory says what to look
+    // for.
+    Position takeUnlisted(const Position& position, std::uint64_t limit) {
+        auto header = localHeaderAt(*source_, position.at,
+                                    position.isSure && !isWhole_ ? Place::Expected : Place::Any);
+        if (!header) return behindNonsense(position, limit);
+        if (takeByRecord(*header) || takeAsListed(*header)) return {behindTaken()};
+        Verdict verdict = takeWhole(*header, limit);
+        if (!header->isIncomplete()) see(header->item, position.isSure);
+        if (verdict.isKept()) {
+            if (!position.isSure) sightings_.addUnsure(position.at);
+            return {behindTaken(), position.isSure};
+        }
+        if (!kept_.hasDataOf(header->item))
+            failures_.add(header->item, position.at, std::move(verdict));
+        if (isWhole_) return {header->item.dataOffset, false};
+        const Position next = behindLost(*header, position, limit);
+        failures_.claim(header->item.dataOffset, next.at);
+        return next;
+    }
+
+    // Where the search goes on after a signature without a header. If it is that of an item of the
+    // file's own and a zip file seems to follow it, all that follows may be in the item.
+    Position behindNonsense(const Position& position, std::uint64_t limit) {
+        const std::uint64_t behind = position.at + sizeof local::kSignature;
+        if (!position.isSure || isWhole_) return {behind, false};
+        std::string signature;
+        append(signature, local::kSignature);
+        const auto header = source_->at(behind, std::min(limit - behind, kLikelyHeader));
+        const bool mayContainAll = asText(header).find(signature) != std::string_view::npos;
+        ZipItem nameless;
+        nameless.name = "item at byte " + std::to_string(position.at);
+        failures_.add(nameless, position.at,
+                      lostBy(mayContainAll ? Loss::AllBehind : Loss::Header));
+        return {mayContainAll ? limit : behind, false};
+    }
+
+    // The end of the item that was taken last, with its descriptor.
+    std::uint64_t behindTaken() const {
+        const ZipItem& item = kept_.items().back();
+        return kept_.bytes().endAround(item.dataOffset).value_or(item.endOffset);
+    }
+
+    // Where the search goes on after an item that could not be taken. Data of unknown length that
+    // begins like a zip file is skipped, up to that file's end if it is known.
+    Position behindLost(const LocalHeader& header, const Position& position,
+                        std::uint64_t limit) const {
+        const std::uint64_t data = header.item.dataOffset;
+        if (const auto end = header.claimedEnd()) return {std::min(*end, limit), position.isSure};
+        if (const auto end = within_.endAround(data)) return {*end, position.isSure};
+        if (const auto end = recordedEnd(header)) return {std::min(*end, limit), false};
+        return {source_->number(data) == local::kSignature ? limit : data, false};
+    }
+
+    // Where the data ends according to directory records of this place and name, which may be those
+    // of an archive within the file.
+    std::optional<std::uint64_t> recordedEnd(const LocalHeader& header) const {
+        std::optional<std::uint64_t> end;
+        const auto [first, last] = records_.equal_range(header.item.headerOffset);
+        for (auto record = first; record != last; ++record) {
+            const ZipItem& item = record->second.item;
+            if (!header.agreesWith(item) || item.compressedSize > source_->size) continue;
+            end = std::max(end.value_or(0), header.item.dataOffset + item.compressedSize);
+        }
+        return end;
+    }
+
+    // Takes the item at this local header with the numbers and the name of a directory record for
+    // the same offset, if they fit its content. That begins behind the header's name, so if the
+    // names differ in length, the header has the right one.
+    bool takeByRecord(const LocalHeader& header) {
+        const auto [first, last] = records_.equal_range(header.item.headerOffset);
+        for (auto record = first; record != last; ++record) {
+            ZipItem item = record->second.item;
+            if (item.size == 0 && !endOfSame(*source_, header, item)) continue;
+            if (item.name.size() != header.item.name.size() && isName(header.item.name))
+                item.name = header.item.name;
+            if (!kept_.keep(std::move(item)).isKept()) continue;
+            see(kept_.items().back(), true);
+            return true;
+        }
+        return false;
+    }
+
+    // Takes the item at this local header if its content is that of an item of its name that a whole
+    // directory lists, and that was not where the directory says.
+    bool takeAsListed(const LocalHeader& header) {
+        const auto [first, last] = listed_.equal_range(header.item.name);
+        return std::any_of(first, last, [&](const auto& listed) {
+            ZipItem item = listed.second;
+            if (item.size == 0 && !endOfSame(*source_, header, item)) return false;
+            item.headerOffset = header.item.headerOffset;
+            item.dataOffset = header.item.dataOffset;
+            return kept_.keep(std::move(item)).isKept();
+        });
+    }
+
+    // Takes an item by the numbers of its local header, which is adjusted: numbers that the header
+    // leaves to a descriptor are measured, up to `limit`. Of two different sizes of a stored item,
+    // the one that fits the checksum counts.
+    Verdict takeWhole(LocalHeader& header, std::uint64_t limit) {
+        ZipItem& item = header.item;
+        if (header.flags & flag::kAnyEncryption) return lostBy(Loss::Encrypted);
+        if (findMethod(item.method) == nullptr)
+            return lostBy(Loss::Method, "it " + methodFault(item.method));
+        if (kept_.hasName(item.name)) return lostBy(Loss::SameName);
+        if (header.isMeasured() && !streamed_.measure(item, limit)) return lostBy(Loss::NoEnd);
+        if (isWhole_ && !isListed(item)) return lostBy(Loss::NotListed);
+        if (item.method != Method::Stored || item.size == item.compressedSize)
+            return kept_.keep(item);
+        for (const std::uint64_t size : {item.compressedSize, item.size}) {
+            ZipItem likely = item;
+            likely.size = likely.compressedSize = size;
+            if (kept_.keep(std::move(likely)).isKept()) return {};
+        }
+        return lostBy(Loss::TwoSizes);
+    }
+
+    // Whether a whole directory lists an item of this name with the same content, perhaps damaged at
+    // the same place, or one with the same content and another name that is as long; the item then
+    // gets both names.
+    bool isListed(ZipItem& item) const {
+        const auto [first, last] = listed_.equal_range(item.name);
+        const bool isThere = std::any_of(first, last, [&](const auto& listed) {
+            const ZipItem& there = listed.second;
+            const bool isHere = isExact_ && there.headerOffset == item.headerOffset;
+            return Content(there) == Content(item) || (isHere && mayDescribe(there, item));
+        });
+        if (isThere || item.size == 0) return isThere;
+        const auto renamed = listedNames_.find({Content(item), item.name.size()});
+        if (renamed == listedNames_.end() || kept_.hasName(renamed->second)) return false;
+        item.localName = std::exchange(item.name, renamed->second);
+        return true;
+    }
+
+    void see(const ZipItem& item, bool isSure) {
+        if (!isWhole_) sightings_.add(item, isSure);
+    }
+
+    void dropUnsure(Salvaged& found) const {
+        std::erase_if(found.items, [&](const ZipItem& item) {
+            const auto loss = sightings_.lossOf(item);
+            if (loss) found.lost.push_back({item.displayName(), textOf(*loss)});
+            return loss.has_value();
+        });
+    }
+
+    void dropConflicts(Salvaged& found) const {
+        const auto conflicts = nameConflicts(found.items, expected_);
+        std::erase_if(found.items, [&](const ZipItem& item) {
+            const auto conflict = conflicts.find(&item);
+            if (conflict == conflicts.end()) return false;
+            found.lost.push_back({item.displayName(), textOf(conflict->second)});
+            return true;
+        });
+    }
+
+    // A directory record and its offset.
+    struct Record {
+        ZipItem item;
+        std::uint64_t at;
+    };
+
+    const SalvageSource* source_;
+    std::span<const std::string> expected_;
+    SearchBudget budget_;
+    StreamedItems streamed_;
+    KeptItems kept_;
+    Failures failures_;
+    Sightings sightings_;
+    bool isWhole_ = false;  // the file's own directory could be read as a whole
+    bool isExact_ = false;  // and its offsets are not shifted
+    Ranges within_;         // archives that are not the file's own
+    // Items of a whole directory that could not be taken as it describes them, by name.
+    std::multimap<std::string, ZipItem, FoldedLess> listed_;
+    // Their names by content and length of the name.
+    std::map<std::pair<Content, std::size_t>, std::string> listedNames_;
+    // Directory records that no local header confirms, by header offset.
+    std::multimap<std::uint64_t, Record> records_;
+    std::uint64_t lastRecords_ = 0;  // where the last directory records begin
+};
+
+}  // namespace
+
+Salvaged salvageItems(const SalvageSource& source, std::span<const std::string> expected) {
+    return Salvage(source, expected).run();
+}
+
+}  // namespace opc::zip

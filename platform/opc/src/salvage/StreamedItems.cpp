@@ -1,0 +1,117 @@
+#include "platform/opc/src/salvage/StreamedItems.hpp"
+
+#include "platform/opc/src/zip/CompressionMethods.hpp"
+#include "platform/opc/src/zip/Deflate.hpp"
+#include "platform/opc/src/zip/ItemInput.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace opc::zip {
+
+namespace {
+
+using namespace format;
+
+constexpr std::size_t kPiece = std::size_t{128} << 10;
+
+// What decoding a deflate stream to its end finds out about it.
+struct Measured {
+    std::uint64_t compressedSize = 0, size = 0;
+    std::uint32_t crc32 = 0;
+};
+
+// Decodes the deflate stream at `offset`. Returns nullopt if it does not end before `limit`, and
+// throws std::runtime_error if there is no deflate stream. `reading` is up to date in each case.
+std::optional<Measured> measureDeflated(const SalvageSource& source, std::uint64_t offset,
+                                        std::uint64_t limit, Reading& reading) {
+    Inflater inflater;
+    std::vector<std::byte> input, output(kPiece);
+    Measured measured;
+    std::uint64_t fed = 0;
+    while (true) {
+        const bool isFed = inflater.needsInput() && offset + fed < limit;
+        if (isFed) {
+            input = source.at(offset + fed, std::min<std::uint64_t>(kPiece, limit - offset - fed));
+            if (input.empty()) return std::nullopt;
+            inflater.feed(input);
+            fed += input.size();
+            reading.to = offset + fed;
+        }
+        const std::size_t got = inflater.decode(output);
+        measured.crc32 = crc32(measured.crc32, std::span(output).first(got));
+        measured.size += got;
+        reading.produced += got;
+        if (got > 0 || (isFed && !inflater.hasEnded())) continue;
+        if (!inflater.hasEnded()) return std::nullopt;
+        measured.compressedSize = fed - inflater.unused();
+        return measured;
+    }
+}
+
+}  // namespace
+
+StreamedItems::StreamedItems(const SalvageSource& source, SearchBudget& budget)
+    : source_(&source),
+      budget_(&budget),
+      searches_(source.size),
+      descriptors_(source, descriptor::kSignature) {}
+
+bool StreamedItems::measure(ZipItem& item, std::uint64_t limit) {
+    if (budget_->isUsedUp()) return false;
+    if (item.method == Method::Stored) return measureStored(item, limit);
+    return rowOf(item.method).endsItself && measureDecoded(item, limit);
+}
+
+// Stored data ends at a descriptor that says so.
+bool StreamedItems::measureStored(ZipItem& item, std::uint64_t limit) {
+    if (searches_.isUsedUp() || item.dataOffset >= limit) return false;
+    std::uint64_t from = item.dataOffset;
+    while (const auto at = descriptors_.next(from, limit)) {
+        from = *at + sizeof descriptor::kSignature;
+        const auto checksum = source_->number(from);
+        if (!checksum) break;
+        ZipItem likely = item;
+        likely.crc32 = *checksum;
+        likely.size = likely.compressedSize = *at - item.dataOffset;
+        if (descriptorSize(*source_, *at, likely) == 0) continue;
+        searches_.spend(likely.size);
+        item = std::move(likely);
+        return true;
+    }
+    searches_.spend(limit - item.dataOffset);
+    return false;
+}
+
+bool StreamedItems::measureDecoded(ZipItem& item, std::uint64_t limit) {
+    Reading reading{item.dataOffset, item.dataOffset};
+    try {
+        const auto found = measureDeflated(*source_, item.dataOffset, limit, reading);
+        budget_->charge(reading);
+        if (!found || !describes(item.dataOffset + found->compressedSize, found->crc32))
+            return false;
+        item.crc32 = found->crc32;
+        item.size = found->size;
+        item.compressedSize = found->compressedSize;
+        return true;
+    } catch (const std::runtime_error&) {
+        budget_->charge(reading);  // no deflate stream
+        return false;
+    }
+}
+
+// Whether there is a descriptor with this checksum.
+bool StreamedItems::describes(std::uint64_t descriptorAt, std::uint32_t checksum) const {
+    const auto found = source_->at(descriptorAt, 2 * sizeof checksum);
+    if (found.size() < 2 * sizeof checksum) return false;
+    const bool isSigned = load32(found, 0) == descriptor::kSignature;
+    return load32(found, isSigned ? sizeof checksum : 0) == checksum;
+}
+
+}  // namespace opc::zip
