@@ -230,6 +230,7 @@ class Index(CatalogueTest):
         self.assertEqual([name for name in self.names() if "-" in name], [])
         self.fails(2, "x.KVPKG: is the name of an app; choose another for the catalogue, such as apps.db",
                    "index", "apps", "-d", "x.KVPKG")
+        self.fails(2, "x.db/: is the name of a folder; name a file in it, such as apps.db", "index", "apps", "-d", "x.db/")
         self.fails(1, "none.db: there is no such file; check the name", "find", "-d", "none.db")
         self.assertNotIn("none.db", self.names())
 

@@ -75,9 +75,12 @@ std::string sheetOf(const FileName& catalogue, const IndexResult& result) {
     return text;
 }
 
-// Refuses the name of an app, so that no catalogue gets one.
+// Refuses the name of an app, so that no catalogue gets one, and that of a folder.
 FileName catalogueArgument(const std::string& value) {
     FileName file = fileArgument(value);
+    if (value.ends_with('/')) {
+        throw UsageError(file.shown, "is the name of a folder; name a file in it, such as apps.db");
+    }
     const auto name = fl::i18n::to_lower(file.native());
     if (name.ends_with(kPackagedExtension) || name.ends_with(kTextExtension)) {
         throw UsageError(file.shown,
