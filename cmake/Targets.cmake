@@ -13,6 +13,10 @@ endfunction()
 function(qz_library name alias)
     add_library(${name}_objects OBJECT)
     qz_own(${name}_objects)
+    if(QZ_SANITIZE)  # other builds show which includes are missing
+        target_precompile_headers(${name}_objects PRIVATE <algorithm> <array> <functional> <map> <memory>
+            <optional> <set> <span> <stdexcept> <string> <string_view> <vector>)
+    endif()
     add_library(${name} SHARED)
     add_library(qz::${alias} ALIAS ${name})
     # Static linking of the objects keeps one compilation for both uses.
