@@ -11,8 +11,8 @@
 
 namespace qzapp {
 
-// What the public readers do not offer about the code and the model of an app. All failures are Errors about the
-// file.
+// What the public readers do not offer about the code and the model of an app. All failures are
+// Errors about the file.
 
 // The code as UTF-8. For a packaged app that is its code part, for a text app the whole file as it
 // stands. At most kMaxContentBytes.

@@ -52,8 +52,8 @@ bool isHidden(const fs::path& path) {
     return path.filename().string().starts_with('.');
 }
 
-// A link that leads nowhere, or where nobody may look, counts, so that the verb that opens it reports
-// why it cannot.
+// A link that leads nowhere, or where nobody may look, counts, so that the verb that opens it
+// reports why it cannot.
 bool mayLeadToFile(const fs::directory_entry& link) {
     std::error_code ignored;
     const fs::file_status target = link.status(ignored);

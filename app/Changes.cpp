@@ -69,8 +69,8 @@ void addMissingElements(const opc::model::Package& package, std::set<Field>& mis
     }
 }
 
-// The texts that the package does not hold and for which readers assume a default that is not empty,
-// and perhaps some whose default is empty.
+// The texts that the package does not hold and for which readers assume a default that is not
+// empty, and perhaps some whose default is empty.
 std::set<Field> missingTexts(const FileName& file) {
     return withPackage(file, [](opc::model::Package& package) {
         std::set<Field> missing;
@@ -101,8 +101,8 @@ public:
         return value == present && !(isNamed && isAssumed);
     }
 
-    // Whether a record repeats the release that readers find, while the file keeps another one as legacy
-    // information, which readers do not find.
+    // Whether a record repeats the release that readers find, while the file keeps another one as
+    // legacy information, which readers do not find.
     bool leavesLegacyRelease(const ustring& given, bool isNamed) const {
         return legacyRelease_ && !isNamed && given == presentRelease();
     }
@@ -110,8 +110,8 @@ public:
 private:
     ustring presentRelease() const { return std::get<ustring>(valueOf(Field::KORVALRelease)); }
 
-    // Whether setting the release would leave what the file says about it. A release other than that of the
-    // host that saves is kept as legacy information; an empty one removes that.
+    // Whether setting the release would leave what the file says about it. A release other than
+    // that of the host that saves is kept as legacy information; an empty one removes that.
     bool isReleaseThere(const ustring& given, bool isNamed) const {
         if (leavesLegacyRelease(given, isNamed)) return true;
         if (legacyRelease_) return !given.empty() && given == *legacyRelease_;

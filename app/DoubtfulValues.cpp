@@ -25,8 +25,8 @@ using namespace std::string_view_literals;
 // What hosts make of a screenshot: they take one, have one, or show none.
 constexpr std::array<ustring_view, 3> kModes = {u"auto", u"manual", u"none"};
 
-// Whether the text has the form of `pattern`, in which "0" stands for a digit, "x" for a hexadecimal
-// digit in any case, "b" for "a" or "b", and everything else for itself.
+// Whether the text has the form of `pattern`, in which "0" stands for a digit, "x" for a
+// hexadecimal digit in any case, "b" for "a" or "b", and everything else for itself.
 bool hasForm(ustring_view text, std::string_view pattern) {
     const auto isMeant = [](char16_t c, char meant) {
         const bool isDigit = c >= u'0' && c <= u'9';

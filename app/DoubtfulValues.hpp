@@ -18,12 +18,12 @@ namespace qzapp {
 // sense or is empty.
 std::optional<std::string> doubtAbout(Field field, foundation::ustring_view value);
 
-// What is odd about the bytes of an image whose name ends in `format`, a format that a packaged app can
-// hold: "its bytes are not a png image".
+// What is odd about the bytes of an image whose name ends in `format`, a format that a packaged app
+// can hold: "its bytes are not a png image".
 std::optional<std::string> doubtAboutImage(std::string_view format, std::string_view bytes);
 
-// Whether an image, whose kind its first bytes tell, is whole: "the image has no end; after 60 bytes it
-// seems cut off". Nothing if it is, or if it is no image.
+// Whether an image, whose kind its first bytes tell, is whole: "the image has no end; after 60
+// bytes it seems cut off". Nothing if it is, or if it is no image.
 std::optional<std::string> doubtAboutWholeness(std::string_view bytes);
 
 // Warns of each odd value that `content` has.

@@ -19,13 +19,13 @@ struct EditPlan {
     bool isEmpty() const { return !changes.any() && !isRemoving; }
 };
 
-// Compares what is asked for with what the app holds. `opened` is held open. Throws as changesTo() does,
-// and Error if the file changes meanwhile.
+// Compares what is asked for with what the app holds. `opened` is held open. Throws as changesTo()
+// does, and Error if the file changes meanwhile.
 EditPlan planEdit(const FileName& opened, const Content& content, const PartsToEdit& removed);
 
-// Makes the edit: several saves that count as one, whose result is checked before it replaces the file
-// (see Transaction). `opened` is the file for which the plan was made; throws Error, and changes
-// nothing, if `file` is another one by now. Returns notes on what the user may not expect.
+// Makes the edit: several saves that count as one, whose result is checked before it replaces the
+// file (see Transaction). `opened` is the file for which the plan was made; throws Error, and
+// changes nothing, if `file` is another one by now. Returns notes on what the user may not expect.
 std::vector<std::string> applyEdit(const FileName& file, const FileName& opened,
                                    const Content& content, const EditPlan& plan);
 

@@ -35,11 +35,11 @@ public:
     const std::string& subject() const noexcept { return subject_; }
     // The message without the subject, for callers that add to it.
     const std::string& text() const noexcept { return text_; }
-    // text() without the name of the item that it begins with, for callers that name the item or part
-    // themselves.
+    // text() without the name of the item that it begins with, for callers that name the item or
+    // part themselves.
     std::string textAbout(std::string item) const;
-    // The three pieces of text(): the part, item or section that it begins with, what was found there, and
-    // what to do. The first and the last are empty if the text has no such piece.
+    // The three pieces of text(): the part, item or section that it begins with, what was found
+    // there, and what to do. The first and the last are empty if the text has no such piece.
     struct Pieces {
         std::string place, found, advice;
     };

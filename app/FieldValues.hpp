@@ -27,7 +27,8 @@ struct ListEdit {
     List added, removed;
 };
 using ListEdits = std::map<Field, ListEdit>;
-// The list of a field after such an edit, and a note on each item that was there, or was not, already.
+// The list of a field after such an edit, and a note on each item that was there, or was not,
+// already.
 struct EditedList {
     List items;
     std::vector<std::string> notes;

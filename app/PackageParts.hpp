@@ -14,8 +14,8 @@
 // failures are Errors about the file.
 namespace qzapp {
 
-// The package is signed, and its signatures are to stay. What to do about it is for the caller to add, since each front
-// end has its own way to say that they may go.
+// The package is signed, and its signatures are to stay. What to do about it is for the caller to
+// add, since each front end has its own way to say that they may go.
 class SignedError : public Error {
 public:
     using Error::Error;
@@ -45,9 +45,10 @@ struct PackageFacts {
     std::optional<std::string> takenName;
 };
 
-// Throws SignedError if the package is signed and the signatures are to stay. Also throws if the edit would destroy something else or it is unclear which part it would replace: if several relationships of the same type
-// exist, or if one leads to another part of the app, to an item without a content type or past a
-// part that has the usual name. Changes nothing.
+// Throws SignedError if the package is signed and the signatures are to stay. Also throws if the
+// edit would destroy something else or it is unclear which part it would replace: if several
+// relationships of the same type exist, or if one leads to another part of the app, to an item
+// without a content type or past a part that has the usual name. Changes nothing.
 PackageFacts requireEditable(const FileName& file, const PartsToEdit& parts);
 
 // Sets the screenshot in a new part with the first free name ("/metadata/appScreenshot.1.png"),

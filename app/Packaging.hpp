@@ -37,18 +37,19 @@ PartsToEdit partsIn(const Content& content);
 // A record with these fields and no others.
 appserialization::AppMetadata recordOf(const FieldValues& fields);
 
-// Sets those of the code, model and screenshot that are in `parts`, and that `content` must have, through
-// `writer`, which was constructed on `file`. The caller sets the metadata and closes the writer.
+// Sets those of the code, model and screenshot that are in `parts`, and that `content` must have,
+// through `writer`, which was constructed on `file`. The caller sets the metadata and closes the
+// writer.
 void writeParts(const FileName& file, appserialization::AppFileWriter& writer,
                 const Content& content, const PartsToEdit& parts);
 
-// Throws Error unless the model in the saved package has the size and checksum of the content's model
-// and that file has not changed meanwhile. Needed because the library does not report an error if
-// it cannot open the model's file: the package then has its old model, or an empty one.
+// Throws Error unless the model in the saved package has the size and checksum of the content's
+// model and that file has not changed meanwhile. Needed because the library does not report an
+// error if it cannot open the model's file: the package then has its old model, or an empty one.
 void requireModelArrived(const FileName& package, const Content& content);
 
-// Writes a new app to `out`, whole or not at all. What is there is replaced only if `mayReplace`. Failures
-// are Errors about `out`, or about the model if that could not be read.
+// Writes a new app to `out`, whole or not at all. What is there is replaced only if `mayReplace`.
+// Failures are Errors about `out`, or about the model if that could not be read.
 void createPackage(const FileName& out, const Content& content, bool mayReplace);
 
 }  // namespace qzapp

@@ -58,10 +58,10 @@ struct Entry {
 
 constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-// The most reads of directories that removing one private folder may take. A folder takes at least four
-// (two rounds of two) and one more for each sixteen files or so; a gallery with a hundred thousand
-// pictures takes some ten thousand. Without a limit, a program that keeps making files in there would
-// keep this process from ending.
+// The most reads of directories that removing one private folder may take. A folder takes at least
+// four (two rounds of two) and one more for each sixteen files or so; a gallery with a hundred
+// thousand pictures takes some ten thousand. Without a limit, a program that keeps making files in
+// there would keep this process from ending.
 constexpr int kMaxReads = 50'000;
 
 bool removeTree(int parent, const char* name, int depth, int& readsLeft) noexcept;

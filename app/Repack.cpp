@@ -19,8 +19,8 @@
 namespace qzapp {
 namespace {
 
-// A signature stays valid in another packing, but what it says of the packing may not: other programs
-// would ask why the file is another one than was signed.
+// A signature stays valid in another packing, but what it says of the packing may not: other
+// programs would ask why the file is another one than was signed.
 void requireUnsigned(const FileName& file) {
     const bool isSigned = withPackage(
         file, [](const opc::model::Package& package) { return signatures::isSigned(package); });

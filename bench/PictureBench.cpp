@@ -1,4 +1,5 @@
-// What the pictures of a catalogue cost: indexing apps with a screenshot each, against scaling the screenshots.
+// What the pictures of a catalogue cost: indexing apps with a screenshot each, against scaling the
+// screenshots.
 
 #include <benchmark/benchmark.h>
 #include <appserialization/AppFileWriter.hpp>

@@ -1,4 +1,5 @@
-// Packing, unpacking and editing large apps: time next to other programs, bytes written, peak memory.
+// Packing, unpacking and editing large apps: time next to other programs, bytes written, peak
+// memory.
 
 #include "bench/BenchFiles.hpp"
 #include "bench/Cases.hpp"

@@ -1,6 +1,6 @@
-// beyond_the_interface APP.kvpkg: what the public headers have no call for. Prints the release that an
-// app keeps as legacy information, sets its code and its version, and removes its screenshot, all of it
-// as one save. The headers <opc/...> and <fl/...> are those of the platform's libraries.
+// beyond_the_interface APP.kvpkg: what the public headers have no call for. Prints the release that
+// an app keeps as legacy information, sets its code and its version, and removes its screenshot,
+// all of it as one save. The headers <opc/...> and <fl/...> are those of the platform's libraries.
 
 #include <appserialization/AppFileReader.hpp>
 #include <appserialization/AppFileWriter.hpp>
@@ -54,8 +54,9 @@ void removeScreenshot(const ustring& app) {
     package.close();
 }
 
-// Lets `edit` save a copy of the app as often as it likes, then puts the copy in the app's place, durably
-// and under the rules of every save: if another program has saved the app meanwhile, this throws.
+// Lets `edit` save a copy of the app as often as it likes, then puts the copy in the app's place,
+// durably and under the rules of every save: if another program has saved the app meanwhile, this
+// throws.
 void asOneSave(const std::filesystem::path& app, const std::function<void(const ustring&)>& edit) {
     const fl::filesystem::SaveTarget target{fl::filesystem::path(app.u16string())};
     const std::filesystem::path file = target.resolved().native();  // where links lead

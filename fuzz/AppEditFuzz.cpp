@@ -1,5 +1,5 @@
-// Edits apps as their owners do. What was set reads back, the rest stays, and a refused edit leaves the
-// file as it was.
+// Edits apps as their owners do. What was set reads back, the rest stays, and a refused edit leaves
+// the file as it was.
 
 #include <appserialization/AppFileReader.hpp>
 #include <appserialization/AppFileWriter.hpp>
@@ -83,7 +83,8 @@ std::set<std::string> itemsIn(const FoundPackage& package, const Roles& roles) {
     return names;
 }
 
-// The parts to which relationships of a type lead. If there are several, nobody can tell which is meant.
+// The parts to which relationships of a type lead. If there are several, nobody can tell which is
+// meant.
 std::vector<std::optional<std::string>> contentsIn(const FoundPackage& package,
                                                    std::u16string_view type) {
     std::vector<std::optional<std::string>> contents;
@@ -128,8 +129,8 @@ AppMetadata drawRecord(fuzz::Input& input) {
     return record;
 }
 
-// Sets the fields of `expected` as a writer does: a list is replaced as a whole, and a text that is empty
-// and not set gets its default, which counts as absent here.
+// Sets the fields of `expected` as a writer does: a list is replaced as a whole, and a text that is
+// empty and not set gets its default, which counts as absent here.
 void apply(const AppMetadata& record, Values& expected) {
     for (const auto& [field, value] : record.toMap()) {
         if (fuzz::isPresent(value)) {

@@ -16,8 +16,8 @@ namespace {
 using fl::i18n::ustring_to_utf8;
 using fl::i18n::utf8_to_ustring;
 
-// Names that a search for literals could get wrong, and some that are patterns. There are sixteen, so that
-// a hexadecimal digit chooses one.
+// Names that a search for literals could get wrong, and some that are patterns. There are sixteen,
+// so that a hexadecimal digit chooses one.
 constexpr std::u16string_view kNames[] = {u"Name", u"a",     u"aab",  u"",      u"'", u"=",
                                           u">",    u"]",     u"%}",   u"/Name", u"é", u"\U0001F600",
                                           u"=''>", u"[aN]+", u"N.me", u"a|Name"};
@@ -98,8 +98,8 @@ const Lookup kLookups[] = {
      }},
 };
 
-// ASCII characters stand for themselves, so seeds can be read. Most other bytes stand for what is sought
-// next, so most texts hold something to find.
+// ASCII characters stand for themselves, so seeds can be read. Most other bytes stand for what is
+// sought next, so most texts hold something to find.
 ustring nextPiece(Input& input, const Case& made, const Lookup& lookup, std::size_t& next) {
     const std::uint8_t byte = input.byte();
     if (byte < 0x80) return ustring(1, byte);

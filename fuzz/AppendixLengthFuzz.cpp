@@ -1,5 +1,5 @@
-// The appendix functions on long texts: text in front, in which no lookup can begin, changes no answer.
-// AppendixScannerFuzz establishes the answers for short texts.
+// The appendix functions on long texts: text in front, in which no lookup can begin, changes no
+// answer. AppendixScannerFuzz establishes the answers for short texts.
 
 #include "fuzz/AppendixCases.hpp"
 

@@ -16,8 +16,8 @@ using fuzz::appendix::Case;
 using fuzz::appendix::Lookup;
 using fuzz::appendix::ustring;
 
-// A backtracking expression recurses once for each byte, and the longest one takes time in proportion to
-// the fifth power of the length.
+// A backtracking expression recurses once for each byte, and the longest one takes time in
+// proportion to the fifth power of the length.
 constexpr std::size_t kLongestText = 64;
 
 // Returns what the groups of a pattern capture in all matches.

@@ -1,5 +1,5 @@
-// Base64: decoding in blocks gives what decoding character by character gives, and whatever an encoder
-// makes can be decoded.
+// Base64: decoding in blocks gives what decoding character by character gives, and whatever an
+// encoder makes can be decoded.
 
 #include <foundation/Base64.hpp>
 

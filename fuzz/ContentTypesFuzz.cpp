@@ -1,5 +1,5 @@
-// The content types of a package: what was read from a document and written again reads back the same,
-// and equal names have one type. PackageEditFuzz edits them.
+// The content types of a package: what was read from a document and written again reads back the
+// same, and equal names have one type. PackageEditFuzz edits them.
 
 #include <opc/Exception.hpp>
 

@@ -1,5 +1,5 @@
-// Core properties: what was read from a document and written again reads back the same, and so do dates.
-// AppEditFuzz sets them.
+// Core properties: what was read from a document and written again reads back the same, and so do
+// dates. AppEditFuzz sets them.
 
 #include <opc/CoreProperties.hpp>
 #include <opc/Exception.hpp>
@@ -35,7 +35,8 @@ std::optional<CoreProperties> parse(std::string_view document) {
     });
 }
 
-// Whether the calendar has this time. A time zone may move a date out of the years that can be written.
+// Whether the calendar has this time. A time zone may move a date out of the years that can be
+// written.
 bool isWritable(Seconds time) {
     const auto seconds = time.time_since_epoch().count();
     return seconds >= kFirstSecond && seconds < kPastLastSecond;

@@ -26,7 +26,8 @@ inline void require(bool holds, const char* rule) {
     std::abort();
 }
 
-// Returns what `work` returns, or nullopt if it throws one of these. Any other exception ends the process.
+// Returns what `work` returns, or nullopt if it throws one of these. Any other exception ends the
+// process.
 template <class Exception, class... Others, class Work>
 auto attempt(Work work) -> std::optional<decltype(work())> {
     try {
@@ -49,8 +50,8 @@ bool refuses(Work work) {
     });
 }
 
-// An input, from which a target takes small decisions and texts, front to back. When it is used up it
-// gives zeros and empty texts, so any bytes are a complete program.
+// An input, from which a target takes small decisions and texts, front to back. When it is used up
+// it gives zeros and empty texts, so any bytes are a complete program.
 class Input {
 public:
     Input(const std::uint8_t* data, std::size_t size)
@@ -75,8 +76,8 @@ public:
     }
     // Its first byte is its length.
     std::string bytes() { return std::string(take(byte())); }
-    // The same as text: ASCII characters stand for themselves, other bytes for units that are easily
-    // handled wrongly.
+    // The same as text: ASCII characters stand for themselves, other bytes for units that are
+    // easily handled wrongly.
     std::u16string units() {
         static constexpr char16_t kOdd[] = {0xD83D, 0xDE00, 0xD800, 0xDC00, 0xFFFE, 0xFFFF,
                                             0xFFFD, 0xFEFF, 0x0085, 0x2028, 0x00A0, 0x00E9,
@@ -100,9 +101,9 @@ private:
     std::string_view rest_;
 };
 
-// A directory for those files of a target that cannot be in MemoryFiles.hpp; on a disk in memory if there
-// is one. From the first call on, saves do not wait for the disk and the time stands still, so an input
-// always does the same.
+// A directory for those files of a target that cannot be in MemoryFiles.hpp; on a disk in memory if
+// there is one. From the first call on, saves do not wait for the disk and the time stands still,
+// so an input always does the same.
 inline const test_support::TemporaryDirectory& workspace() {
     static const test_support::TemporaryDirectory directory = [] {
         constexpr const char* kInMemory = "/dev/shm";

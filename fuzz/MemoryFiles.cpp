@@ -90,8 +90,8 @@ int add(FilePointer file) {
     return kDescriptors + static_cast<int>(index);
 }
 
-// The name in this directory that a call means; empty for the directory itself, nullopt for a name that
-// the system is to look up.
+// The name in this directory that a call means; empty for the directory itself, nullopt for a name
+// that the system is to look up.
 std::optional<std::string_view> nameHere(int start, std::string_view name) {
     if (name.starts_with('/')) {
         if (!name.starts_with(kDirectory)) return std::nullopt;

@@ -3,11 +3,11 @@
 #include <cstddef>
 #include <string>
 
-// A directory in memory for the files that a target lets the library read and save. It stands behind
-// fl::filesystem::systemCalls(), so the library does all that it would do with a file system, without the
-// cost of system calls. Streams and names outside of the directory go to the system as always. A call that
-// the directory cannot answer ends the process, so no save fails for lack of an answer. It may be used
-// from one thread only.
+// A directory in memory for the files that a target lets the library read and save. It stands
+// behind fl::filesystem::systemCalls(), so the library does all that it would do with a file
+// system, without the cost of system calls. Streams and names outside of the directory go to the
+// system as always. A call that the directory cannot answer ends the process, so no save fails for
+// lack of an answer. It may be used from one thread only.
 namespace fuzz::memory {
 
 // The name by which the library finds a file of the directory.

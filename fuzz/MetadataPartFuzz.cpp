@@ -1,4 +1,5 @@
-// The metadata part: reads it through the DOM and by a walk over the elements, compares, and writes it.
+// The metadata part: reads it through the DOM and by a walk over the elements, compares, and writes
+// it.
 
 #include <appserialization/AppFileReader.hpp>
 #include <appserialization/AppFileWriter.hpp>
@@ -84,7 +85,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto bytes =
         test_support::AppPackage(good).with(u"/metadata/appMetadata.xml", document).bytes();
     fuzz::memory::write("app.kvpkg", bytes);
-    // The bytes of a stored document may turn the file into another zip file. PackageReadFuzz tests that.
+    // The bytes of a stored document may turn the file into another zip file. PackageReadFuzz tests
+    // that.
     using Refusal = appserialization::AppFileReaderExceptionBase;
     if (fuzz::refuses<Refusal>([] { AppFileReader reader(app); })) return -1;
 

@@ -1,5 +1,5 @@
-// Compares the check of part names with the expression that defines them, and targets with the names to
-// which they lead.
+// Compares the check of part names with the expression that defines them, and targets with the
+// names to which they lead.
 
 #include <opc/Exception.hpp>
 #include <opc/PartName.hpp>

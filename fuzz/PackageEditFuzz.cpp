@@ -1,5 +1,5 @@
-// Edits packages part by part and keeps a list of what they should hold; then saves, and compares the
-// list with the file.
+// Edits packages part by part and keeps a list of what they should hold; then saves, and compares
+// the list with the file.
 
 #include <opc/Exception.hpp>
 #include <opc/Package.hpp>

@@ -40,14 +40,14 @@ public:
 
     const std::u16string& name() const noexcept { return name_; }
     std::string bytes() const;
-    // Returns what is in it now, or nullopt if the package is refused. Looks again only if the bytes have
-    // changed, because that takes most of the time of an execution.
+    // Returns what is in it now, or nullopt if the package is refused. Looks again only if the
+    // bytes have changed, because that takes most of the time of an execution.
     const std::optional<FoundPackage>& find();
 
     // Requires that the file holds `bytes` and that there is no other file beside it.
     void requireUntouched(const std::string& bytes) const;
-    // Requires that a save has kept every item except those in `touched`, and that the file has not grown
-    // by much more than `added` bytes.
+    // Requires that a save has kept every item except those in `touched`, and that the file has not
+    // grown by much more than `added` bytes.
     void requireKept(const FoundPackage& before, std::size_t sizeBefore,
                      const std::set<std::string>& touched, std::size_t added);
 
@@ -59,8 +59,8 @@ private:
     std::optional<FoundPackage> found_;
 };
 
-// Edits the package that an input describes, up to three times. A package that cannot be read must be
-// refused by `open` and stay as it is.
+// Edits the package that an input describes, up to three times. A package that cannot be read must
+// be refused by `open` and stay as it is.
 template <class Open, class Edit>
 int editPackage(Input input, Open open, Edit edit) {
     PackageFile file(drawPackage(input).bytes);

@@ -15,7 +15,8 @@ using Zip = test_support::BuiltZip;
 namespace {
 
 constexpr std::size_t kMostItems = 24;
-// Longer than any name in a zip file can be. Drawn rarely, because such inputs take most of the time.
+// Longer than any name in a zip file can be. Drawn rarely, because such inputs take most of the
+// time.
 constexpr std::size_t kLongest = std::size_t{64} << 10;
 constexpr std::size_t kLong = std::size_t{2} << 10;
 

@@ -14,8 +14,9 @@ struct DrawnPackage {
     bool isOverwritten = false;  // some bytes were changed after the zip file was built
 };
 
-// Builds a good package, then changes and damages it as the input says, until the input is used up or ends
-// the program. Checksums and offsets follow the changes, so that most packages pass these checks.
+// Builds a good package, then changes and damages it as the input says, until the input is used up
+// or ends the program. Checksums and offsets follow the changes, so that most packages pass these
+// checks.
 DrawnPackage drawPackage(Input& input);
 
 // Draws a name that is taken, nearly taken, odd or free in such a package; and content.

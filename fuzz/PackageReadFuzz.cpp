@@ -26,8 +26,8 @@ using opc::model::Part;
 
 constexpr std::uint64_t kCap = 1 << 20;
 
-// Reads in pieces of any length. If an item turns out to be damaged at its end, its last piece must not be
-// handed out. Content longer than the cap is cut off.
+// Reads in pieces of any length. If an item turns out to be damaged at its end, its last piece must
+// not be handed out. Content longer than the cap is cut off.
 std::optional<std::string> contentOf(const Part& part, std::size_t piece) {
     return attempt<opc::Exception>([&] {
         const auto stream = part.getInputStream();

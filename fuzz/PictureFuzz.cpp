@@ -1,5 +1,5 @@
-// Scaled pictures of screenshots: one fits into its box, has the size that it says, can be decoded, and is the
-// same each time.
+// Scaled pictures of screenshots: one fits into its box, has the size that it says, can be decoded,
+// and is the same each time.
 
 #include <algorithm>
 #include <cstddef>

@@ -1,5 +1,5 @@
-// The relationships of a package: what was read from a document and written again reads back the same,
-// and no two have the same identifier. PackageEditFuzz edits them.
+// The relationships of a package: what was read from a document and written again reads back the
+// same, and no two have the same identifier. PackageEditFuzz edits them.
 
 #include <opc/Exception.hpp>
 

@@ -1,5 +1,5 @@
-// Deflated data with a table of slices: whatever data and table say, the reader that inflates the slices
-// at once gets what the reader gets that goes from front to back.
+// Deflated data with a table of slices: whatever data and table say, the reader that inflates the
+// slices at once gets what the reader gets that goes from front to back.
 
 #include <opc/Exception.hpp>
 
@@ -140,8 +140,8 @@ Draft drawSlices(Input& input) {
     return draft;
 }
 
-// The item as someone would describe it who wants the table to be believed: its checksums are those of
-// what each slice gives.
+// The item as someone would describe it who wants the table to be believed: its checksums are those
+// of what each slice gives.
 ItemContent itemOf(const Draft& draft, Input& input) {
     SliceTable table{.sliceSize = draft.sliceSize};
     std::string joined;

@@ -1,5 +1,5 @@
-// The text-app reader on files of any bytes: it returns what the appendix functions find in the decoded
-// text, and refuses nothing but a screenshot that is not Base64.
+// The text-app reader on files of any bytes: it returns what the appendix functions find in the
+// decoded text, and refuses nothing but a screenshot that is not Base64.
 
 #include <appserialization/AppMetadata.hpp>
 #include <appserialization/Functions.hpp>

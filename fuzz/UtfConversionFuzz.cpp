@@ -1,5 +1,6 @@
-// Conversion between UTF-8 and UTF-16: there and back gives the same text, the error names the first wrong
-// place, and the position of a text in the pieces that are converted at once makes no difference.
+// Conversion between UTF-8 and UTF-16: there and back gives the same text, the error names the
+// first wrong place, and the position of a text in the pieces that are converted at once makes no
+// difference.
 
 #include <fl/i18n.hpp>
 

@@ -57,7 +57,8 @@ void requireOtherFile(const fl::filesystem::path& destination,
                          "choose another destination");
 }
 
-// A link to a file is followed where a save would follow it, so not one that another user may have planted in /tmp.
+// A link to a file is followed where a save would follow it, so not one that another user may have
+// planted in /tmp.
 void requireTrustedLink(const fl::filesystem::path& destination) {
     const std::filesystem::path name =
         fl::filesystem::detail::make_native_access_form_i18n(destination);

@@ -26,8 +26,8 @@ pybind11::bytes bytesOf(std::span<const std::uint8_t> bytes);
 FieldValue valueFrom(Field field, pybind11::handle value);
 pybind11::object objectOf(const FieldValue& value);
 
-// The memory of an object such as bytes or bytearray, which the object keeps in its place as long as this
-// exists. Throws what Python raises if it has none, or none that can be written to.
+// The memory of an object such as bytes or bytearray, which the object keeps in its place as long
+// as this exists. Throws what Python raises if it has none, or none that can be written to.
 class Memory {
 public:
     enum class Use { Read, Write };

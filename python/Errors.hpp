@@ -15,8 +15,8 @@ pybind11::object exceptionOf(const Error& error);
 // Makes such an exception of every Error that leaves a function of the module.
 void translateErrors();
 
-// Collects what the library warns of on this thread, and shows it as warnings.warn() does. Without one,
-// warnings are not shown.
+// Collects what the library warns of on this thread, and shows it as warnings.warn() does. Without
+// one, warnings are not shown.
 class Warnings {
 public:
     // Called once, when the module is loaded.
@@ -27,9 +27,11 @@ public:
     Warnings(const Warnings&) = delete;
     Warnings& operator=(const Warnings&) = delete;
 
-    // Throws if a filter of the program makes an exception of a warning. Needs the interpreter's lock.
+    // Throws if a filter of the program makes an exception of a warning. Needs the interpreter's
+    // lock.
     void show();
-    // Like show(), after a save that took place: such an exception is only reported, as one in a destructor is.
+    // Like show(), after a save that took place: such an exception is only reported, as one in a
+    // destructor is.
     void showAfterSave();
 
 private:

@@ -17,12 +17,12 @@
 #include "app/FileName.hpp"
 #include "app/Forms.hpp"
 
-// What the module's classes stand for. Nothing here touches Python's objects, so all of it runs without the
-// interpreter's lock, and any thread may call it at any time.
+// What the module's classes stand for. Nothing here touches Python's objects, so all of it runs
+// without the interpreter's lock, and any thread may call it at any time.
 namespace qzapp::python {
 
-// Bytes of an app, read from front to back. Once a read has failed, all later ones fail in the same way: a
-// caller that tries again must not take what is missing for the end.
+// Bytes of an app, read from front to back. Once a read has failed, all later ones fail in the same
+// way: a caller that tries again must not take what is missing for the end.
 class Stream {
 public:
     Stream(FileName file, std::unique_ptr<opc::InputStream> stream)
@@ -45,8 +45,8 @@ struct PartFacts {
     std::uint64_t size, compressedSize;
 };
 
-// A file that was opened once: whatever its name leads to later, this very file is read. It may be an app, or
-// content for one. All failures are Errors about the file.
+// A file that was opened once: whatever its name leads to later, this very file is read. It may be
+// an app, or content for one. All failures are Errors about the file.
 class File {
 public:
     // The file that the system knows by these bytes.

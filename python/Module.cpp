@@ -1,5 +1,5 @@
-// The module qzapp._native, over which the package's Python code puts its classes. It is private to the
-// package. Arguments are checked there; functions here take file names as bytes.
+// The module qzapp._native, over which the package's Python code puts its classes. It is private to
+// the package. Arguments are checked there; functions here take file names as bytes.
 
 #include <Python.h>
 #include <pybind11/pybind11.h>
@@ -30,7 +30,8 @@ namespace py = pybind11;
 
 using FilePointer = std::shared_ptr<File>;
 
-// An extension that is loaded into several interpreters of a process would hand objects of one to another.
+// An extension that is loaded into several interpreters of a process would hand objects of one to
+// another.
 bool isMainInterpreter() {
     if (PyInterpreterState_Get() == PyInterpreterState_Main()) return true;
     PyErr_SetString(PyExc_ImportError,
@@ -39,9 +40,9 @@ bool isMainInterpreter() {
     return false;
 }
 
-// Python hands what the main interpreter has imported to others without asking PyInit__native() again, so
-// the package calls this when it is imported. It is a function of Python's own interface, because pybind11
-// would wait for ever for the lock of the main interpreter.
+// Python hands what the main interpreter has imported to others without asking PyInit__native()
+// again, so the package calls this when it is imported. It is a function of Python's own interface,
+// because pybind11 would wait for ever for the lock of the main interpreter.
 extern "C" PyObject* requireMainInterpreter(PyObject*, PyObject*) {
     return isMainInterpreter() ? (Py_INCREF(Py_None), Py_None) : nullptr;
 }
@@ -219,8 +220,8 @@ void declare(py::module_& module) {
 
 }  // namespace qzapp::python
 
-// What PYBIND11_MODULE defines, but with a check that comes before anything of pybind11 is made: its state is
-// of the first interpreter that asks for it.
+// What PYBIND11_MODULE defines, but with a check that comes before anything of pybind11 is made:
+// its state is of the first interpreter that asks for it.
 extern "C" PYBIND11_EXPORT PyObject* PyInit__native();
 extern "C" PYBIND11_EXPORT PyObject* PyInit__native() {
     if (!qzapp::python::isMainInterpreter()) return nullptr;

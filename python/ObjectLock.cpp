@@ -8,8 +8,8 @@ namespace qzapp::python {
 
 namespace {
 
-// Readers are the threads that have an object locked; the writer is the one that forks, which goes first lest it
-// wait for ever.
+// Readers are the threads that have an object locked; the writer is the one that forks, which goes
+// first lest it wait for ever.
 constexpr pthread_rwlock_t kFree = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
 constinit pthread_rwlock_t forks = kFree;
 

@@ -19,8 +19,8 @@ private:
     bool isPassed_ = false;
 };
 
-// Asks for the lock. No part of a destructor, because nothing is unwound in a function that lets no exception
-// pass.
+// Asks for the lock. No part of a destructor, because nothing is unwound in a function that lets no
+// exception pass.
 template <class Ask>
 [[gnu::noinline]] void take(Ask ask) {
     Guard guard;

@@ -10,9 +10,9 @@
 
 namespace qzapp::python {
 
-// The interpreter's lock. When the interpreter is shutting down, Python ends a thread that asks for the lock, by
-// unwinding its stack, which functions of C++ that let nothing pass turn into the end of the process. These
-// classes keep such a thread until the process ends.
+// The interpreter's lock. When the interpreter is shutting down, Python ends a thread that asks for
+// the lock, by unwinding its stack, which functions of C++ that let nothing pass turn into the end
+// of the process. These classes keep such a thread until the process ends.
 
 // Gives the lock back for a while.
 class Unlocked {
@@ -38,22 +38,22 @@ private:
     PyGILState_STATE state_;
 };
 
-// Runs work without the interpreter's lock, and returns its result. The work must not touch Python's
-// objects.
+// Runs work without the interpreter's lock, and returns its result. The work must not touch
+// Python's objects.
 template <class Work>
 auto released(Work work) {
     const Unlocked free;
     return work();
 }
 
-// Whether a signal's handler has raised an exception, which then is set. Needs the interpreter's lock;
-// handlers run on the main thread only.
+// Whether a signal's handler has raised an exception, which then is set. Needs the interpreter's
+// lock; handlers run on the main thread only.
 inline bool isInterrupted() {
     return PyErr_CheckSignals() != 0;
 }
 
-// Like released(), for work that saves: a signal whose handler raises an exception, as Ctrl-C does, cancels
-// the save, which leaves the old file, and the exception is thrown here.
+// Like released(), for work that saves: a signal whose handler raises an exception, as Ctrl-C does,
+// cancels the save, which leaves the old file, and the exception is thrown here.
 template <class Work>
 auto savingReleased(Work work) {
     std::optional<pybind11::error_already_set> raised;

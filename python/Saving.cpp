@@ -70,7 +70,8 @@ Content contentFrom(const Given& given) {
     return content;
 }
 
-// Shows what is odd about the content before anything is saved, as a filter may make that an exception.
+// Shows what is odd about the content before anything is saved, as a filter may make that an
+// exception.
 void showDoubts(const Content& content) {
     Warnings warnings;
     warnOfDoubts(content);

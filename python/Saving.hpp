@@ -18,12 +18,14 @@ struct Given {
     pybind11::object screenshot;
 };
 
-// The name of the file to save: as the program gave it, and with the working directory of that moment.
+// The name of the file to save: as the program gave it, and with the working directory of that
+// moment.
 struct SaveName {
     std::string shown, absolute;
 };
 
-// Throws FileExistsError's Error if the file is there and `overwrite` is false; the next two do it, too.
+// Throws FileExistsError's Error if the file is there and `overwrite` is false; the next two do it,
+// too.
 void requireFree(const SaveName& name, bool overwrite);
 void create(const SaveName& name, const Given& given, bool overwrite);
 

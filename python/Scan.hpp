@@ -27,13 +27,13 @@ struct Scanned {
 // All apps below a folder, read on all cores, some at a time. Runs without the interpreter's lock.
 class Scan {
 public:
-    // A folder by the name that is shown and by its absolute one, since the working directory may change
-    // meanwhile. Throws Error if it cannot be listed. `threads` bounds how many files are read at a time; 0
-    // leaves that to foundation::threads::limit().
+    // A folder by the name that is shown and by its absolute one, since the working directory may
+    // change meanwhile. Throws Error if it cannot be listed. `threads` bounds how many files are
+    // read at a time; 0 leaves that to foundation::threads::limit().
     Scan(const std::string& shown, const std::string& absolute, std::size_t threads);
 
-    // The next of them, in the order of names: at least one, and none only at the end. Throws Error in a forked
-    // child, since a thread of its parent may have been in here. Returns fewer once
+    // The next of them, in the order of names: at least one, and none only at the end. Throws Error
+    // in a forked child, since a thread of its parent may have been in here. Returns fewer once
     // `mayGoOn`, which is called on this thread, returns false.
     std::vector<Scanned> next(const std::function<bool()>& mayGoOn);
 

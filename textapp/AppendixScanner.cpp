@@ -10,14 +10,14 @@
 // stack, and leave ill-formed sequences as they are. This is why:
 //
 // Ill-formed sequences can be converted after the search. Where a text has some, which only a file
-// does, all literals of the patterns are ASCII, names included. A sequence, well-formed or not, that
-// begins with a byte beyond ASCII has no ASCII byte in it. So conversion keeps all ASCII characters
-// in their order, adds none, and does to the bytes between two of them the same, whatever stands
-// around. Hence the literals occur at corresponding places before and after it, and what is captured,
-// which is always between two literals or line ends, converts to what would have been captured. It
-// stays so when entity references are replaced, because they and what they stand for are ASCII, too.
-// "[\s\S]" matches any byte, and "." any byte except "\n" and "\r" (it does match the three bytes
-// of U+2028 or of U+2029).
+// does, all literals of the patterns are ASCII, names included. A sequence, well-formed or not,
+// that begins with a byte beyond ASCII has no ASCII byte in it. So conversion keeps all ASCII
+// characters in their order, adds none, and does to the bytes between two of them the same,
+// whatever stands around. Hence the literals occur at corresponding places before and after it, and
+// what is captured, which is always between two literals or line ends, converts to what would have
+// been captured. It stays so when entity references are replaced, because they and what they stand
+// for are ASCII, too. "[\s\S]" matches any byte, and "." any byte except "\n" and "\r" (it does
+// match the three bytes of U+2028 or of U+2029).
 //
 // The first occurrences suffice. A pattern is a sequence of literals with gaps between them, so a
 // match is a sequence of positions, one for each literal, each at or after the end of the previous

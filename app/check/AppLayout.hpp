@@ -88,9 +88,9 @@ inline opc::model::PartName screenshotName(foundation::ustring_view extension) {
                                 foundation::ustring(extension));
 }
 
-// A known element of the metadata part, and the field that it holds. For a list, `item` is the name of
-// its child elements and `attribute` that of their attribute that holds the value; for a text both are
-// empty, and `usual` is what readers take if there is no such element.
+// A known element of the metadata part, and the field that it holds. For a list, `item` is the name
+// of its child elements and `attribute` that of their attribute that holds the value; for a text
+// both are empty, and `usual` is what readers take if there is no such element.
 struct MetadataElement {
     std::string name, item, attribute;
     Field field;

@@ -41,17 +41,18 @@ bool isTextName(const FileName& file);
 Findings checkFile(const FileName& file, bool isOpen = false);
 
 // The rules of screenshots, for both forms of apps. `part` is the part or section that holds the
-// image, `format` the extension of the part's name, or what the data URI says, `fix` how to set another.
+// image, `format` the extension of the part's name, or what the data URI says, `fix` how to set
+// another.
 void checkImage(const std::string& part, std::string_view format, std::string_view bytes,
                 const std::string& fix, Findings& findings);
 
-// Whether a merge has left a conflict in the code, for both forms of apps. `text` is the code of a packaged
-// app or a whole text app, `fix` how to settle the conflict.
+// Whether a merge has left a conflict in the code, for both forms of apps. `text` is the code of a
+// packaged app or a whole text app, `fix` how to settle the conflict.
 void checkConflicts(const std::string& part, std::string_view text, const std::string& fix,
                     Findings& findings);
 
-// The rules of values that readers take but that make no sense, for both forms of apps. `fix` is how to
-// set another value.
+// The rules of values that readers take but that make no sense, for both forms of apps. `fix` is
+// how to set another value.
 void checkValue(Field field, const foundation::ustring& value, const std::string& fix,
                 Findings& findings);
 

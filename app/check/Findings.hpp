@@ -153,9 +153,9 @@ class Findings {
 public:
     // `text` may be a reader's message. If there is a fix, its advice is left out.
     void add(RuleName rule, std::string part, std::string text, std::string fix = "");
-    // The findings of at least this severity, the most severe first, otherwise in the order in which
-    // they were added. If some of a rule were only counted, the last that was kept is followed by
-    // one whose text and `count` say how many they are.
+    // The findings of at least this severity, the most severe first, otherwise in the order in
+    // which they were added. If some of a rule were only counted, the last that was kept is
+    // followed by one whose text and `count` say how many they are.
     std::vector<Finding> sorted(Severity least = Severity::Note) const;
     // The number of findings, including those that were only counted.
     std::size_t count(Severity severity) const;
@@ -169,8 +169,8 @@ private:
     std::map<const Rule*, std::size_t> counts_;
 };
 
-// The objects that "qzapp check --json" and "qzapp check --rules --json" print. The former lists the
-// findings of at least the severity `least`.
+// The objects that "qzapp check --json" and "qzapp check --rules --json" print. The former lists
+// the findings of at least the severity `least`.
 nlohmann::ordered_json toJson(const FileName& file, const Findings& findings,
                               Severity least = Severity::Note);
 nlohmann::ordered_json rulesJson();

@@ -264,8 +264,8 @@ private:
         }
     }
 
-    // The content type of an item in the new package: that of its kind, if the usual name says which that
-    // is or it is the only one of the package that a relationship of the kind leads to.
+    // The content type of an item in the new package: that of its kind, if the usual name says
+    // which that is or it is the only one of the package that a relationship of the kind leads to.
     ContentType typeFor(const FoundItem& item) const {
         if (opc::names::isRelationshipsName(*item.name)) return opc::names::relationshipsType();
         for (const layout::PartKindRow& part : layout::app::kParts) {

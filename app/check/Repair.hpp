@@ -28,8 +28,9 @@ using Examine = std::function<void(const RepairReport& report, const FileName& c
 
 // Writes a clean package to `out`, whole or not at all, from what can still be read of `file`,
 // which is never changed. An item is kept whole or lost. Putting the copy in its place is the last
-// step: what `examine` throws leaves `out` alone, and it is replaced only if `mayReplace`. Throws Error if nothing worth keeping can be read,
-// if `file` changes meanwhile, or if `out` cannot be written.
+// step: what `examine` throws leaves `out` alone, and it is replaced only if `mayReplace`. Throws
+// Error if nothing worth keeping can be read, if `file` changes meanwhile, or if `out` cannot be
+// written.
 void repairPackage(const FileName& file, const FileName& out, bool mayReplace,
                    const Examine& examine);
 

@@ -59,8 +59,8 @@ struct Marker {
 };
 
 // All section markers, in the order of the text. The name of a section ends where the next marker
-// starts, so that names do not overlap: in "%[app:%[app:thumbnail]" only the second is a marker, and
-// however many there are, each byte is searched once for each end.
+// starts, so that names do not overlap: in "%[app:%[app:thumbnail]" only the second is a marker,
+// and however many there are, each byte is searched once for each end.
 std::vector<Marker> markersIn(string_view text) {
     using textapp::kAppSectionOpen, textapp::kSectionOpen, textapp::kSectionClose;
     const std::string nameEnds = std::string(kSectionClose) + "\r\n";

@@ -37,8 +37,8 @@ protected:
         states_ = {before_};
     }
 
-    // What was done, with the states of the file that the saves bring about and the one that the file
-    // has before each call.
+    // What was done, with the states of the file that the saves bring about and the one that the
+    // file has before each call.
     std::vector<Call> record(FileSystem fileSystem) {
         reset(GetParam().isCreation);
         diskBefore_ = Disk();
@@ -57,8 +57,8 @@ protected:
             disk.apply(call);
             if (disk.content(kApp) != states_.back()) states_.push_back(disk.content(kApp));
         }
-        // What the library does behind its last save, which makes the directory durable in the end, has
-        // nothing to say to whoever saved. The tool has.
+        // What the library does behind its last save, which makes the directory durable in the end,
+        // has nothing to say to whoever saved. The tool has.
         const auto isEnd = [](const Call& call) {
             return call.name == "fsync" && call.isOnDirectory;
         };
@@ -189,7 +189,8 @@ TEST_P(SaveFaultTest, LeavesTheOldFileOrTheNewWhenItIsKilled) {
             });
             ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
             EXPECT_TRUE(content() == stateBefore(number));
-            // Without unnamed files, the tool learns the mode of new files from one beside its folder.
+            // Without unnamed files, the tool learns the mode of new files from one beside its
+            // folder.
             const bool mayLeaveTwo =
                 fileSystem != FileSystem::Current && GetParam().isCreation && GetParam().isTool;
             EXPECT_LE(leftovers(), mayLeaveTwo ? 2 : 1);
@@ -296,8 +297,8 @@ TEST_P(SaveFaultTest, LosesNothingThatAnotherSaverHasSaved) {
     }
 }
 
-// Whoever may rename in the app's directory puts another folder in the place of the tool's private one,
-// with a link in it, before each of the calls.
+// Whoever may rename in the app's directory puts another folder in the place of the tool's private
+// one, with a link in it, before each of the calls.
 TEST_P(SaveFaultTest, FollowsNoLinkInAFolderThatTookThePlaceOfItsOwn) {
     if (!GetParam().isTool) return;
     const std::filesystem::path moved = inputs_.directory.path() / "moved";

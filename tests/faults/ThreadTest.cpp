@@ -1,5 +1,5 @@
-// Distinct objects on distinct threads, and what the libraries make at first use made by many threads
-// at once.
+// Distinct objects on distinct threads, and what the libraries make at first use made by many
+// threads at once.
 
 #include <iostream>
 #include <latch>
@@ -60,8 +60,8 @@ protected:
         return last + test_support::readFile(work_.path() / (name + ".kvpkg"));
     }
 
-    // What use() returns on each of many threads at once. With a stride each thread begins in another
-    // way.
+    // What use() returns on each of many threads at once. With a stride each thread begins in
+    // another way.
     std::vector<std::string> useOnManyThreads(std::size_t first, std::size_t stride,
                                               std::size_t rounds) const {
         std::latch start(kThreads);

@@ -427,8 +427,8 @@ TEST_F(ReplacementFileTest, WaitsAWhileForOthersToFinishTheirSave) {
     }
 }
 
-// Who has opened the old file meanwhile waits for no descriptor of the saver's to be closed, of which a
-// child that was forked has a copy.
+// Who has opened the old file meanwhile waits for no descriptor of the saver's to be closed, of
+// which a child that was forked has a copy.
 TEST_F(ReplacementFileTest, LetsGoOfTheLock) {
     write("a", "old");
     const SaveTarget found(name("a"));

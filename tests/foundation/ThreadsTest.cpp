@@ -240,7 +240,8 @@ TEST_F(PipelineTest, HelpersHandleNoSignals) {
     EXPECT_EQ(::sigismember(&mine, SIGTERM), 0);
 }
 
-// The sanitizers' allocators can wait for ever in a child that is forked while another thread uses them.
+// The sanitizers' allocators can wait for ever in a child that is forked while another thread uses
+// them.
 #if !defined(QZ_SANITIZED)
 TEST_F(PipelineTest, EndsInAForkedChildAndGoesOnInTheParent) {
     pid_t child = -1;
@@ -272,8 +273,8 @@ TEST_F(PipelineTest, EndsInAForkedChildAndGoesOnInTheParent) {
 }
 #endif
 
-// The first processes of two containers have the same number. Programs that start containers may make
-// processes without the handlers of fork().
+// The first processes of two containers have the same number. Programs that start containers may
+// make processes without the handlers of fork().
 class ProcessMarkTest : public testing::TestWithParam<pid_t (*)()> {};
 
 INSTANTIATE_TEST_SUITE_P(MadeBy, ProcessMarkTest, testing::Values(&::fork, &::_Fork));

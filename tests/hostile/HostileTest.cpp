@@ -174,8 +174,8 @@ const Edit kEdits[] = {
      {"code: ", "part /korval/code", "screenshot: k "}},
 };
 
-// What the edit has changed beside what it is meant to change. What could not be read may be readable
-// now, and the other way round must not happen.
+// What the edit has changed beside what it is meant to change. What could not be read may be
+// readable now, and the other way round must not happen.
 std::string sideEffects(const Edit& edit, const Outcome& before, const Outcome& after) {
     std::string effects;
     std::istringstream lines(difference(before, after));

@@ -5,8 +5,8 @@
 
 namespace hostile {
 
-// All that the library's readers give out of a file, or say about it, a line each: "model: ...". The
-// file is called FILE. Something is written to `scratch`.
+// All that the library's readers give out of a file, or say about it, a line each: "model: ...".
+// The file is called FILE. Something is written to `scratch`.
 using Outcome = std::vector<std::string>;
 Outcome readEverything(const std::u16string& file, const std::u16string& scratch);
 

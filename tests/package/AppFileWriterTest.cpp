@@ -555,8 +555,8 @@ TEST_F(AppFileWriterTest, SavesInTheParentOnlyIfTheFunctionOfAWatchForks) {
     EXPECT_GT(reports, 15u);
 }
 
-// As a signal handler may do: both processes return into the call, and descriptors have one position
-// in both.
+// As a signal handler may do: both processes return into the call, and descriptors have one
+// position in both.
 TEST_F(AppFileWriterTest, SavesTheWholeModelIfAForkComesWhileItIsRead) {
     const std::string model = noise(700'000) + std::string(1'500'000, 'a');
     const ustring large = directory_.write("large.kvd", model);

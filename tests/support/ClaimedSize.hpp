@@ -8,8 +8,8 @@
 
 namespace test_support {
 
-// While it lives, the system says of every open file that it has this size, as it says 0 of the files
-// in /proc.
+// While it lives, the system says of every open file that it has this size, as it says 0 of the
+// files in /proc.
 class ClaimedSize {
 public:
     explicit ClaimedSize(std::uint64_t size) {

@@ -35,7 +35,8 @@ std::vector<ustring> elements(const ustring& text, const ustring& name) {
     return values;
 }
 
-// The error of the lookups when `left` bytes of the small stack are not in use; 0 when there is none.
+// The error of the lookups when `left` bytes of the small stack are not in use; 0 when there is
+// none.
 error_type errorOf(const ustring& text, const ustring& name,
                    std::size_t left = test_support::kSmallStack) {
     error_type code{};

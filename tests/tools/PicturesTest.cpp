@@ -58,7 +58,8 @@ Raster halves(Size size, Pixel left, Pixel right) {
     return raster;
 }
 
-// A GIF of two frames: the first has the colours 1 (red) and 0 (transparent), the second is all blue.
+// A GIF of two frames: the first has the colours 1 (red) and 0 (transparent), the second is all
+// blue.
 std::string gifOf(int width, int height, bool isInterlaced) {
     std::string bytes;
     const auto write = [](GifFileType* gif, const GifByteType* from, int count) {

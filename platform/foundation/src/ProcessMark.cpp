@@ -20,8 +20,8 @@ void countFork() noexcept {
     ++forks;
 }
 
-// A counter that the kernel sets to 0 in the copy that any new process gets, also one that was made without
-// fork() and its handlers. Null if the kernel has no such memory.
+// A counter that the kernel sets to 0 in the copy that any new process gets, also one that was made
+// without fork() and its handlers. Null if the kernel has no such memory.
 Counter* makeWipedCounter() noexcept {
     void* const page = ::mmap(nullptr, sizeof(Counter), PROT_READ | PROT_WRITE,
                               MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

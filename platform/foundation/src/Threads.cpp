@@ -246,8 +246,8 @@ private:
     std::vector<std::thread> helpers_;
 };
 
-// The helpers do not exist in a forked child, and what they wait for can be neither ended nor destroyed
-// there.
+// The helpers do not exist in a forked child, and what they wait for can be neither ended nor
+// destroyed there.
 struct EndRun {
     void operator()(Run* run) const noexcept {
         if (run->isInSameProcess()) delete run;

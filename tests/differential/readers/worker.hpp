@@ -7,9 +7,10 @@
 #include <iostream>
 #include <string>
 
-// What the readers written in C++ have in common. Each takes the name of a file from each line of standard
-// input and answers in one line: "+" and "NAME:SIZE:CRC" of each item, the name as hexadecimal digits, or
-// "-" and why it refuses the file. Items that it lists and cannot read are "NAME:!".
+// What the readers written in C++ have in common. Each takes the name of a file from each line of
+// standard input and answers in one line: "+" and "NAME:SIZE:CRC" of each item, the name as
+// hexadecimal digits, or "-" and why it refuses the file. Items that it lists and cannot read are
+// "NAME:!".
 
 class Content {
 public:

@@ -11,8 +11,8 @@
 
 namespace qzapp {
 
-// Collects entries of a source and writes them in batches, each as one transaction, so that other programs
-// wait for moments only.
+// Collects entries of a source and writes them in batches, each as one transaction, so that other
+// programs wait for moments only.
 class Batch {
 public:
     Batch(const SqlConnection& catalogue, RowWriter& rows, std::int64_t source)

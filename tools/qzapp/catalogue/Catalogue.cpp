@@ -74,8 +74,8 @@ bool requireCatalogue(const FileName& file, const Head& head, std::size_t size) 
     return true;
 }
 
-// Looks at the head of the file without SQLite, which might change a file that is not ours. The file is
-// closed again before SQLite opens it: closing it later would give up SQLite's locks.
+// Looks at the head of the file without SQLite, which might change a file that is not ours. The
+// file is closed again before SQLite opens it: closing it later would give up SQLite's locks.
 bool holdsCatalogue(const FileName& file) {
     const auto opened = openFile(file);
     return about(file, [&] {
@@ -110,10 +110,10 @@ FileName placeToWrite(const FileName& file) {
     });
 }
 
-// What is wrong with a file that has the name of a journal; empty if nothing is. A journal begins with the
-// magic bytes or, until it is complete on the disk, with zeros; SQLite removes anything else of that name. If
-// it also ends with the magic bytes, it names a further file, which SQLite would remove whatever it is. The
-// journals of catalogues never do.
+// What is wrong with a file that has the name of a journal; empty if nothing is. A journal begins
+// with the magic bytes or, until it is complete on the disk, with zeros; SQLite removes anything
+// else of that name. If it also ends with the magic bytes, it names a further file, which SQLite
+// would remove whatever it is. The journals of catalogues never do.
 std::string faultOfJournal(const FileName& journal) {
     const auto opened = openFile(journal);
     return about(journal, [&]() -> std::string {

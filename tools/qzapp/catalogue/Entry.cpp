@@ -36,7 +36,8 @@ std::array<Field, kCount> fieldsThatAre(bool list) {
     return fields;
 }
 
-// Visits every member of an entry in one order, for writing and for reading. `Item` is a Writer or a Reader.
+// Visits every member of an entry in one order, for writing and for reading. `Item` is a Writer or
+// a Reader.
 template <class Item, class PictureOrConst>
 void visitPicture(Item& item, PictureOrConst& picture) {
     item(picture.sha256), item(picture.mediaType), item(picture.bytes), item(picture.reason);
@@ -105,8 +106,8 @@ private:
     std::string bytes_;
 };
 
-// Reads what Writer has written. After bytes that Writer cannot have written isGood() is false, and what was
-// read is to be thrown away.
+// Reads what Writer has written. After bytes that Writer cannot have written isGood() is false, and
+// what was read is to be thrown away.
 class Reader {
 public:
     explicit Reader(std::string_view bytes) : bytes_(bytes) {}

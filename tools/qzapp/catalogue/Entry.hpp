@@ -24,7 +24,8 @@ struct Stamp {
     friend bool operator==(const Stamp&, const Stamp&) = default;
 };
 
-// A time of the system in nanoseconds. One that is too far away becomes the first or last that can be expressed.
+// A time of the system in nanoseconds. One that is too far away becomes the first or last that can
+// be expressed.
 std::int64_t nanosecondsOf(std::int64_t seconds, std::int64_t nanoseconds);
 
 // The fields that are texts, and those that are lists, in the order of allFields().
@@ -45,8 +46,8 @@ struct PictureRow {
     std::int64_t width = 0, height = 0, originalWidth = 0, originalHeight = 0;
 };
 
-// Whether the picture may be one that a run has made. Whoever shows a picture of a stranger's catalogue asks this
-// first.
+// Whether the picture may be one that a run has made. Whoever shows a picture of a stranger's
+// catalogue asks this first.
 bool isPlausible(const PictureRow& picture);
 
 // What a catalogue holds about a packaged or text app, all texts in UTF-8.
@@ -62,8 +63,9 @@ struct AppRow {
     std::optional<PictureRow> picture;  // that of its screenshot, if the catalogue may lack it
 };
 
-// Cuts what is longer than a catalogue keeps: texts of more than 1 MiB, and lists of more than 10,000 items, or of
-// items of more than 1,000 bytes. So no hostile app fills the disk, and no other catalogue what takes it in.
+// Cuts what is longer than a catalogue keeps: texts of more than 1 MiB, and lists of more than
+// 10,000 items, or of items of more than 1,000 bytes. So no hostile app fills the disk, and no
+// other catalogue what takes it in.
 void cutToLimits(AppRow& app);
 
 // A file below an indexed folder.
@@ -92,14 +94,15 @@ struct Source {
 // Whether a path can be that of a file that a run has found.
 bool isAbsolutePath(std::string_view path);
 
-// Bytes for a pipe, and back. The functions that decode take any bytes, and return nothing if these are
-// something else.
+// Bytes for a pipe, and back. The functions that decode take any bytes, and return nothing if these
+// are something else.
 std::string encoded(const Entry& entry);
 std::string encoded(const Source& source);
 std::optional<Entry> decodedEntry(std::string_view bytes);
 std::optional<Source> decodedSource(std::string_view bytes);
 
-// A release as a number that sorts as releases do: 20241 for R2024a, 20242 for R2024b. Nothing for other texts.
+// A release as a number that sorts as releases do: 20241 for R2024a, 20242 for R2024b. Nothing for
+// other texts.
 std::optional<std::int64_t> releaseOrder(std::string_view release);
 
 // The record that these texts are, as readers give it.

@@ -28,8 +28,8 @@
 namespace qzapp {
 namespace {
 
-// A thread waits while its picture is scaled. So one more than usual keeps the processors busy, unless the user wants
-// fewer than usual.
+// A thread waits while its picture is scaled. So one more than usual keeps the processors busy,
+// unless the user wants fewer than usual.
 void addThreadThatWaits() {
     using namespace foundation::threads;
     const unsigned wanted = limit();
@@ -71,8 +71,8 @@ public:
     }
 
     IndexResult run() {
-        // Forked before the catalogue is opened for writing: whoever takes the reading process over shall
-        // not find it open.
+        // Forked before the catalogue is opened for writing: whoever takes the reading process over
+        // shall not find it open.
         std::optional<pictures::PictureScaler> scaler;
         std::optional<CagedWorker> worker;
         if (!toRead_.empty()) {

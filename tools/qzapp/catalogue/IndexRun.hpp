@@ -20,11 +20,11 @@ struct IndexResult {
     std::int64_t unscaled = 0;  // apps whose screenshots could not be scaled now
 };
 
-// Brings a catalogue up to date with these folders: reads the files that are new or have changed, with `rescan`
-// all of them, and takes out those that went. A child process that can write nothing reads them, on several
-// threads. Each batch of entries is a transaction of its own. Throws Error if a folder cannot be listed
-// at all, before anything is written, or if the catalogue cannot be written to; what was written before is
-// kept then. Call it before the first thread starts.
+// Brings a catalogue up to date with these folders: reads the files that are new or have changed,
+// with `rescan` all of them, and takes out those that went. A child process that can write nothing
+// reads them, on several threads. Each batch of entries is a transaction of its own. Throws Error
+// if a folder cannot be listed at all, before anything is written, or if the catalogue cannot be
+// written to; what was written before is kept then. Call it before the first thread starts.
 IndexResult indexFolders(const FileName& catalogue, const std::vector<std::string>& folders,
                          bool rescan);
 

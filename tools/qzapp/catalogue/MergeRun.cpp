@@ -101,8 +101,9 @@ public:
     }
 
 private:
-    // At first hand, only what was merged before is passed over: what claims to be newer may come from another
-    // catalogue, or from a time when a clock was wrong. At second hand, whatever is older.
+    // At first hand, only what was merged before is passed over: what claims to be newer may come
+    // from another catalogue, or from a time when a clock was wrong. At second hand, whatever is
+    // older.
     static bool isPassedOver(const Source& known, const Source& sent) {
         return sent.id == kOwnSource ? known.updated == sent.updated
                                      : known.updated >= sent.updated;

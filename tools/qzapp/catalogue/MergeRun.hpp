@@ -16,11 +16,12 @@ struct MergeResult {
     Made made = Made::Found;              // what became of the catalogue that took it
 };
 
-// Takes into a catalogue what another one holds, which may come from a stranger: all that is of its own folders
-// and of catalogues that were merged into it. Replaces what was merged of the same catalogues before, if that is
-// different, or older if it comes by way of a third catalogue. A child process that can write nothing reads the
-// other catalogue and sends values, never SQL. Throws Error if the other one is damaged, is not a catalogue, or
-// is this one or a copy of it. Call it before the first thread starts.
+// Takes into a catalogue what another one holds, which may come from a stranger: all that is of its
+// own folders and of catalogues that were merged into it. Replaces what was merged of the same
+// catalogues before, if that is different, or older if it comes by way of a third catalogue. A
+// child process that can write nothing reads the other catalogue and sends values, never SQL.
+// Throws Error if the other one is damaged, is not a catalogue, or is this one or a copy of it.
+// Call it before the first thread starts.
 MergeResult mergeCatalogue(const FileName& catalogue, const FileName& other);
 
 }  // namespace qzapp

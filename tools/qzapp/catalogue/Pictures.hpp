@@ -19,8 +19,8 @@ public:
     Pictures(pictures::PictureScaler& scaler, std::set<std::string> known)
         : scaler_(&scaler), known_(std::move(known)) {}
 
-    // Nothing if the picture is known, the same image was given before, or it cannot be scaled now. Any thread
-    // may call it.
+    // Nothing if the picture is known, the same image was given before, or it cannot be scaled now.
+    // Any thread may call it.
     std::optional<PictureRow> scaled(const std::string& sha256, std::string_view image);
 
 private:

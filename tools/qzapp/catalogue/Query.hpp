@@ -17,8 +17,8 @@ namespace qzapp {
 //     term     = [ FIELD ":" [ "=" | "<" | "<=" | ">" | ">=" ] ] value
 //     value    = WORD | '"' TEXT '"' [ "*" ]
 //
-// A "*" at the end of a value stands for any more characters. In TEXT, "\" takes the special meaning from the
-// character after it.
+// A "*" at the end of a value stands for any more characters. In TEXT, "\" takes the special
+// meaning from the character after it.
 
 // What a field holds, and so how it is asked for.
 enum class FieldKind {

@@ -72,8 +72,8 @@ bool isWords(const QueryNode& node) {
     return !node.nodes.empty() && std::ranges::all_of(node.nodes, isWords);
 }
 
-// Whether FTS5 takes it for part of a word, or it is half of a character. Beyond Latin-1, all but the blocks of
-// punctuation and symbols are.
+// Whether FTS5 takes it for part of a word, or it is half of a character. Beyond Latin-1, all but
+// the blocks of punctuation and symbols are.
 bool isPartOfWord(char16_t c) {
     if (c < 0x80) return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
     const auto isWithin = [&](char16_t first, char16_t last) { return c >= first && c <= last; };
@@ -166,7 +166,8 @@ public:
         return match + ")";
     }
 
-    // What may be anywhere, wherever it stands in the query but behind NOT, as alternatives for FTS5.
+    // What may be anywhere, wherever it stands in the query but behind NOT, as alternatives for
+    // FTS5.
     std::string wordsIn(const QueryNode& node) const {
         if (node.kind == QueryNode::Kind::None) return {};
         if (node.kind == QueryNode::Kind::Term)

@@ -25,9 +25,9 @@ struct Sql {
 enum class Selected { Id, File, Path };
 
 // The statement that selects the apps that meet the query: those first in whose name one of its
-// words is, then those with one in the summary, then the rest, each by name and path. Apps that are asked
-// for because they have something in common with others stand next to these. Throws QueryError if a value
-// makes no sense; `query` is the text of `node`.
+// words is, then those with one in the summary, then the rest, each by name and path. Apps that are
+// asked for because they have something in common with others stand next to these. Throws
+// QueryError if a value makes no sense; `query` is the text of `node`.
 Sql selectApps(std::string_view query, const QueryNode& node, Selected what);
 // The statement that only counts them.
 Sql selectCount(std::string_view query, const QueryNode& node);

@@ -37,8 +37,8 @@ using appserialization::AppMetadata;
 using fl::i18n::to_display;
 
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
-// The clock by which the system dates files advances in steps of up to so much. Some file systems only keep
-// whole seconds, or even ones.
+// The clock by which the system dates files advances in steps of up to so much. Some file systems
+// only keep whole seconds, or even ones.
 constexpr std::int64_t kFineStep = kNanoseconds / 50, kCoarseStep = 2 * kNanoseconds;
 
 void addMetadata(const AppMetadata& record, AppRow& app) {

@@ -13,10 +13,10 @@ struct FoundFile {
     Stamp stamp;
 };
 
-// Reads a file for the catalogue: metadata, screenshot and its picture, hash and what "qzapp check" finds. An app
-// that cannot be read gives an entry with the reason, and one that has gone since it was found an entry without an
-// app. If it changes while it is read, or a failure of the system keeps it from being read, the entry says that it
-// is to be read again.
+// Reads a file for the catalogue: metadata, screenshot and its picture, hash and what "qzapp check"
+// finds. An app that cannot be read gives an entry with the reason, and one that has gone since it
+// was found an entry without an app. If it changes while it is read, or a failure of the system
+// keeps it from being read, the entry says that it is to be read again.
 Entry readEntry(const FoundFile& found, Pictures& pictures);
 
 }  // namespace qzapp

@@ -28,8 +28,8 @@ class RowReader {
 public:
     explicit RowReader(const SqlConnection& catalogue);
 
-    // The files of this source below a folder, whose name has no "/" at its end unless it is the root, in the
-    // order of their names.
+    // The files of this source below a folder, whose name has no "/" at its end unless it is the
+    // root, in the order of their names.
     std::vector<KnownFile> filesBelow(std::int64_t source, const std::string& folder);
     // Each with its folders; the catalogue itself is the first.
     std::vector<Source> sources();
@@ -38,8 +38,9 @@ public:
     std::vector<std::int64_t> idsOf(std::int64_t source);
     // Nothing if there is no such file any more. The picture of the screenshot is not read.
     std::optional<Entry> entry(std::int64_t id);
-    // Calls `take` with each of them that is still there, some at a time in one state of the database, and `pause`
-    // after each time, when no lock is held. Only `pause` may print, or wait for something else.
+    // Calls `take` with each of them that is still there, some at a time in one state of the
+    // database, and `pause` after each time, when no lock is held. Only `pause` may print, or wait
+    // for something else.
     void forEachEntry(const std::vector<std::int64_t>& ids,
                       const std::function<void(Entry&&)>& take, const std::function<void()>& pause);
     std::optional<PictureRow> picture(const std::string& sha256);
@@ -59,9 +60,9 @@ class RowWriter {
 public:
     explicit RowWriter(const SqlConnection& catalogue);
 
-    // Adds a file of this source, or replaces what is known of the file of this name; what is known stays if the file
-    // could not be looked at now. If the picture of its
-    // screenshot is missing, the next run shall read the file again, unless settlePictures() finds it.
+    // Adds a file of this source, or replaces what is known of the file of this name; what is known
+    // stays if the file could not be looked at now. If the picture of its screenshot is missing,
+    // the next run shall read the file again, unless settlePictures() finds it.
     void put(std::int64_t source, const Entry& entry);
     void remove(std::int64_t id);
     // Removes the file unless another run has read the file since.
@@ -71,8 +72,8 @@ public:
     std::int64_t putSource(const std::string& uuid, const std::string& label);
     void putFolder(std::int64_t source, const IndexedFolder& folder);
     void removeFolders(std::int64_t source);
-    // To be called when all files are put: the picture of an app may come with one that is put later. Removes the
-    // pictures that no app has.
+    // To be called when all files are put: the picture of an app may come with one that is put
+    // later. Removes the pictures that no app has.
     void settlePictures();
     // The apps below the catalogue's own folders whose pictures are missing after that.
     std::int64_t countUnscaled() const;

@@ -2,8 +2,8 @@
 
 namespace qzapp {
 
-// The file schema.sql: the statements that make the tables of a catalogue. A change of them needs a new
-// kSchemaVersion.
+// The file schema.sql: the statements that make the tables of a catalogue. A change of them needs a
+// new kSchemaVersion.
 extern const char* const kSchema;
 
 inline constexpr int kSchemaVersion = 1;

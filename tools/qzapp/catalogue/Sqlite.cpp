@@ -33,8 +33,8 @@ bool isOf(std::string_view name, std::string_view start) {
     return name.starts_with(start);
 }
 
-// Says which actions a statement may consist of, when it is compiled. `within` names a view or a trigger
-// that brought the action in: a database of a stranger may hold some, and none is run.
+// Says which actions a statement may consist of, when it is compiled. `within` names a view or a
+// trigger that brought the action in: a database of a stranger may hold some, and none is run.
 int authorize(void*, int action, const char* first, const char* second, const char*,
               const char* within) {
     if (within != nullptr) return SQLITE_DENY;
@@ -116,8 +116,9 @@ int flagsFor(SqlConnection::Mode mode) {
 
 constexpr std::string_view kJournalEnd = "-journal";
 
-// SQLite looks for a journal at the start of each transaction, plays it back and then removes the file that it
-// names. So nothing is opened but databases and journals of our own, and nothing else is removed.
+// SQLite looks for a journal at the start of each transaction, plays it back and then removes the
+// file that it names. So nothing is opened but databases and journals of our own, and nothing else
+// is removed.
 int openOwn(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* outFlags) {
     file->pMethods = nullptr;
     if (flags & (SQLITE_OPEN_SUPER_JOURNAL | SQLITE_OPEN_WAL)) return SQLITE_CANTOPEN;

@@ -14,12 +14,14 @@ namespace qzapp {
 
 class SqlConnection;
 
-// Whether the journal of a database is a regular file of this user or the database's owner, or not there. Nobody
-// else could take such a file away in a directory like /tmp, and put another one in its place.
+// Whether the journal of a database is a regular file of this user or the database's owner, or not
+// there. Nobody else could take such a file away in a directory like /tmp, and put another one in
+// its place.
 bool isOwnJournal(const std::string& journal);
 
-// A prepared statement. Values are bound by their number, from 1; columns are counted from 0. Bytes and texts
-// are copied. All members throw Error about the database. It must not outlive its connection.
+// A prepared statement. Values are bound by their number, from 1; columns are counted from 0. Bytes
+// and texts are copied. All members throw Error about the database. It must not outlive its
+// connection.
 class SqlStatement {
 public:
     SqlStatement& bind(int number, std::int64_t value);
@@ -35,8 +37,8 @@ public:
     void run();
     void reset() noexcept;
 
-    // A column of the current row. A value of another type is converted: databases of strangers may hold
-    // any type anywhere.
+    // A column of the current row. A value of another type is converted: databases of strangers may
+    // hold any type anywhere.
     std::int64_t integer(int column) const;
     std::string text(int column) const;
     std::optional<std::string> optionalText(int column) const;
@@ -55,10 +57,10 @@ private:
     std::unique_ptr<sqlite3_stmt, Finalize> statement_;
 };
 
-// A connection to an SQLite database that may come from a stranger. It loads no extensions and runs no view
-// or trigger, calls only functions that have no effects, trusts no value in the file for an allocation,
-// and keeps what is temporary in memory.
-// All members throw Error about the database, in words for the user. Use it from one thread.
+// A connection to an SQLite database that may come from a stranger. It loads no extensions and runs
+// no view or trigger, calls only functions that have no effects, trusts no value in the file for an
+// allocation, and keeps what is temporary in memory. All members throw Error about the database, in
+// words for the user. Use it from one thread.
 class SqlConnection {
 public:
     enum class Mode {
@@ -79,8 +81,8 @@ public:
     // The first column of the only row.
     std::int64_t integer(std::string_view sql) const;
 
-    // Runs `work` as one transaction: all of what it writes is kept, or nothing. Waits some seconds for
-    // another program that is writing.
+    // Runs `work` as one transaction: all of what it writes is kept, or nothing. Waits some seconds
+    // for another program that is writing.
     void inTransaction(const std::function<void()>& work) const;
     // Runs `work` so that it sees one state of the database, whatever others write meanwhile.
     void inSnapshot(const std::function<void()>& work) const;

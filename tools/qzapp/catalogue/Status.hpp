@@ -19,8 +19,8 @@ struct CatalogueStatus {
     std::vector<Source> sources;                          // the catalogue itself first
 };
 
-// Reads a catalogue, all of it, which is also checked. Throws Error as openCatalogue() and requireWhole() do.
-// Enter a cage before, because the catalogue may come from a stranger.
+// Reads a catalogue, all of it, which is also checked. Throws Error as openCatalogue() and
+// requireWhole() do. Enter a cage before, because the catalogue may come from a stranger.
 CatalogueStatus statusOf(const FileName& catalogue);
 
 std::string sheetOf(const FileName& catalogue, const CatalogueStatus& status);

@@ -9,8 +9,8 @@
 
 namespace qzapp {
 
-// What "qzapp check" prints for a file: "atlas.kvpkg: 1 error, 2 warnings", then each finding. Those
-// less severe than `least` are left out.
+// What "qzapp check" prints for a file: "atlas.kvpkg: 1 error, 2 warnings", then each finding.
+// Those less severe than `least` are left out.
 std::string sheetOf(const FileName& file, const Findings& findings,
                     Severity least = Severity::Note);
 // What "qzapp check --rules" prints: the table of the rules.

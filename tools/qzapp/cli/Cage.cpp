@@ -20,8 +20,8 @@ using fl::filesystem::FileDescriptor;
 using fl::filesystem::retryInterrupted;
 using fl::filesystem::throwSystemError;
 
-// The kernel's interface. It is spelled out here because the installed header is often older than the
-// kernel; later versions only add to it.
+// The kernel's interface. It is spelled out here because the installed header is often older than
+// the kernel; later versions only add to it.
 
 // Rights to files and folders.
 constexpr std::uint64_t kWriteFile = 1 << 1;
@@ -42,8 +42,8 @@ constexpr std::uint64_t kConnect = 1 << 1;
 constexpr std::uint64_t kAbstractSocket = 1 << 0;
 constexpr std::uint64_t kSignal = 1 << 1;
 
-// The first version that can forbid each of them. Older ones always allow it, except that version 1 always
-// forbids moving a file to another folder.
+// The first version that can forbid each of them. Older ones always allow it, except that version 1
+// always forbids moving a file to another folder.
 constexpr int kWithMoving = 2;
 constexpr int kWithTruncation = 3;
 constexpr int kWithTcp = 4;
@@ -62,7 +62,8 @@ struct Rule {
 constexpr unsigned kAskVersion = 1;
 constexpr int kRuleOfFile = 1;
 
-// 0 if the kernel has no Landlock, was booted without it, or runs a container that forbids the call.
+// 0 if the kernel has no Landlock, was booted without it, or runs a container that forbids the
+// call.
 int kernelVersion() {
     const long version = ::syscall(SYS_landlock_create_ruleset, nullptr, 0, kAskVersion);
     return version < 0 ? 0 : static_cast<int>(version);
@@ -131,8 +132,8 @@ void Cage::mayRenameFoldersIn(const FileDescriptor& folder) {
 void Cage::enter() {
     // std::random_device reads it if the processor and the C library have no random numbers.
     mayRead("/dev/urandom");
-    // The progress bar reads from there how much has been read, and sanitizers list the threads. It stays
-    // open on purpose: the kernel could otherwise forget the folder, and the rule with it.
+    // The progress bar reads from there how much has been read, and sanitizers list the threads. It
+    // stays open on purpose: the kernel could otherwise forget the folder, and the rule with it.
     if (const int self = ::open("/proc/self", O_PATH | O_CLOEXEC); self >= 0)
         allow(self, kReadFile | kReadFolder);
 #ifdef QZAPP_PROFILES

@@ -77,9 +77,9 @@ bool looksLikeOption(std::string_view argument) {
 
 // CLI11 takes a value of a list option that begins with "[" and ends with "]" for a list in that
 // notation: it would read "[a,b]" as two file names. A zero byte at its end, which no argument can
-// have by itself, makes it an ordinary value. One at its front makes it a value that is no option, for
-// what stands behind "--", because CLI11 refuses a "--" behind the first name. The bytes are removed
-// before anything else sees the value.
+// have by itself, makes it an ordinary value. One at its front makes it a value that is no option,
+// for what stands behind "--", because CLI11 refuses a "--" behind the first name. The bytes are
+// removed before anything else sees the value.
 constexpr char kMark = '\0';
 
 using Arguments = std::vector<std::string>;
@@ -163,8 +163,8 @@ std::string optionAsValue(const CLI::App& verb) {
     return {};
 }
 
-// About an option that was given too often or without its value, or a flag with one; empty if `e` is
-// about neither.
+// About an option that was given too often or without its value, or a flag with one; empty if `e`
+// is about neither.
 std::string mismatchOf(const CLI::App& verb, const CLI::ParseError& e) {
     if (std::string text = flagWithValue(verb, e); !text.empty()) return text;
     if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::ArgumentMismatch)) return {};
@@ -219,8 +219,8 @@ const Verb* findVerb(std::string_view name) {
     return found == verbs().end() ? nullptr : &*found;
 }
 
-// A file's name can begin like an option only behind "--". If it is an option of the verb, and there
-// is no such file, the option stands in the wrong place.
+// A file's name can begin like an option only behind "--". If it is an option of the verb, and
+// there is no such file, the option stands in the wrong place.
 void refuseOptionsTakenForFiles(const CLI::App& verb) {
     for (const CLI::Option* positional : verb.get_options()) {
         if (!positional->get_positional()) continue;

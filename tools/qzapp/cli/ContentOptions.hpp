@@ -20,8 +20,8 @@ struct ContentOptions {
     std::vector<std::string> clear, add, remove;  // "edit" only
 };
 
-// Declares these options (except --clear, --add and --remove) on `command`. `options` must outlive it. With `required`,
-// code and model must be given.
+// Declares these options (except --clear, --add and --remove) on `command`. `options` must outlive
+// it. With `required`, code and model must be given.
 void addContentOptions(CLI::App& command, ContentOptions& options, bool required);
 
 // Declares --add and --remove. `options` must outlive `command`.

@@ -7,7 +7,8 @@ namespace qzapp {
 
 // Standard error, which messages share with a progress bar. Any thread may call these functions.
 
-// Writes a line, which includes its line end. A bar is erased first. Returns whether it was written.
+// Writes a line, which includes its line end. A bar is erased first. Returns whether it was
+// written.
 bool writeMessage(std::string_view line);
 
 // Draws the bar over the one that is there; `bar` has no line end.

@@ -24,8 +24,8 @@
 namespace qzapp {
 namespace {
 
-// As many named files are opened at the start. If there are more, each is opened when its turn comes, so
-// that there are enough descriptors.
+// As many named files are opened at the start. If there are more, each is opened when its turn
+// comes, so that there are enough descriptors.
 constexpr std::size_t kMostOpened = 32;
 
 // A file that was opened at the start, or the reason why it could not be.
@@ -96,8 +96,8 @@ FileName heldAnew(const Opened& opened) {
     return opened.file->isStream ? *opened.file : hold(*opened.file);
 }
 
-// Opens the named files, and confines this process to them and what is in the named folders. Standard
-// input is copied now, because the cage allows no file for the copy.
+// Opens the named files, and confines this process to them and what is in the named folders.
+// Standard input is copied now, because the cage allows no file for the copy.
 void confineTo(std::vector<Named>& all) {
     Cage cage;
     for (Named& named : all) {

@@ -11,7 +11,8 @@
 
 namespace qzapp {
 
-// Lets the cage read everything below a folder, and the targets of those of its `files` that are links.
+// Lets the cage read everything below a folder, and the targets of those of its `files` that are
+// links.
 void letRead(Cage& cage, const std::string& folder, const std::vector<std::string>& files);
 
 // What a verb found out about one file: the text to be printed, an exit status, and what the verb
@@ -34,12 +35,12 @@ struct AppVisitor {
         [](const std::string&, const std::string&) {};
 };
 
-// Confines this process to what is named (see Cage), then asks the visitor about each named file, held
-// open, and about each app below a named folder. "-" is standard input. Several files are asked about at
-// the same time, on several threads; the answers are shown in the order of the names, and memory does not
-// grow with their number. An Error, a folder without an app included, is reported in its place and does not
-// stop the others; only an OutputError passes. Returns kDone if nothing was reported and every answer's
-// status is kDone, otherwise kFailed.
+// Confines this process to what is named (see Cage), then asks the visitor about each named file,
+// held open, and about each app below a named folder. "-" is standard input. Several files are
+// asked about at the same time, on several threads; the answers are shown in the order of the
+// names, and memory does not grow with their number. An Error, a folder without an app included, is
+// reported in its place and does not stop the others; only an OutputError passes. Returns kDone if
+// nothing was reported and every answer's status is kDone, otherwise kFailed.
 int forEachApp(const std::vector<std::string>& names, const AppVisitor& visitor);
 
 // Whether the names may stand for more than one file: there are several, or one is a folder.

@@ -8,12 +8,12 @@
 
 namespace qzapp {
 
-// The help of the tool and its verbs, fitted to the terminal's width. What does not go to a terminal has
-// no line broken.
+// The help of the tool and its verbs, fitted to the terminal's width. What does not go to a
+// terminal has no line broken.
 //
-// In a footer, lines that are not indented are the sentences of a paragraph, wherever they are broken; a
-// blank line or a colon at the end of a line ends it. "  NAME  What it is", with two blanks or more between, is
-// laid out like an option. Other indented lines stay as they are.
+// In a footer, lines that are not indented are the sentences of a paragraph, wherever they are
+// broken; a blank line or a colon at the end of a line ends it. "  NAME  What it is", with two
+// blanks or more between, is laid out like an option. Other indented lines stay as they are.
 class HelpText : public CLI::Formatter {
 public:
     HelpText();

@@ -13,15 +13,16 @@
 
 namespace qzapp {
 
-// The package that a verb makes: a file that the user names, or "-", standard output. For standard output
-// the package is made in a private folder for temporary files and sent when it is whole, so that a verb that
-// fails has sent nothing. Use it in this order: construct, requireFree(), make(), deliver().
+// The package that a verb makes: a file that the user names, or "-", standard output. For standard
+// output the package is made in a private folder for temporary files and sent when it is whole, so
+// that a verb that fails has sent nothing. Use it in this order: construct, requireFree(), make(),
+// deliver().
 class NewPackage {
 public:
     enum class Kind { App, Any };  // the name of an app must end in ".kvpkg"
 
-    // Throws UsageError if the name is not allowed, and Error if standard output is a terminal or its
-    // package cannot be kept.
+    // Throws UsageError if the name is not allowed, and Error if standard output is a terminal or
+    // its package cannot be kept.
     NewPackage(const std::string& value, Kind kind);
     NewPackage(const NewPackage&) = delete;
     NewPackage& operator=(const NewPackage&) = delete;
@@ -35,8 +36,9 @@ public:
     // Calls `write` with the name of the file that it is to make.
     void make(const std::function<void(const FileName& file)>& write) const;
 
-    // Sends the package if it goes to standard output, and then puts the notes on standard error; otherwise
-    // prints the report and the notes. Throws OutputError, or ReportError if only printing has failed.
+    // Sends the package if it goes to standard output, and then puts the notes on standard error;
+    // otherwise prints the report and the notes. Throws OutputError, or ReportError if only
+    // printing has failed.
     void deliver(std::string_view report, std::string_view notes = "") const;
 
 private:

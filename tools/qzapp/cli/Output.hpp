@@ -6,8 +6,9 @@
 
 namespace qzapp {
 
-// Writes all of `text` to standard output. Throws OutputError if that fails, so that a full disk is never
-// taken for success. A reader that went away, like "| head", ends the process without a message.
+// Writes all of `text` to standard output. Throws OutputError if that fails, so that a full disk is
+// never taken for success. A reader that went away, like "| head", ends the process without a
+// message.
 void print(std::string_view text);
 
 // Like print(), with all bytes of a file. Throws Error if the file cannot be read.

@@ -35,12 +35,12 @@ struct ProgramEnd {
 };
 
 // A program that can be run any number of times after this process has entered its cage. The
-// constructor forks a process that waits outside the cage and starts nothing but the given commands.
-// Members throw std::system_error.
+// constructor forks a process that waits outside the cage and starts nothing but the given
+// commands. Members throw std::system_error.
 class Program {
 public:
-    // `commands` are alternatives: run() takes the first one whose program is found in PATH. Make this
-    // object before the first thread starts.
+    // `commands` are alternatives: run() takes the first one whose program is found in PATH. Make
+    // this object before the first thread starts.
     explicit Program(std::vector<std::vector<std::string>> commands);
     ~Program();
     Program(const Program&) = delete;

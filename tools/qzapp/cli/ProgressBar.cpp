@@ -78,8 +78,8 @@ std::string barOf(std::uint64_t done, std::uint64_t total, double seconds,
     return text + fmt::format(", {} left", shownTime(left));
 }
 
-// A bar that fits a terminal of this width, since one that wraps cannot be erased: what stands last goes
-// first.
+// A bar that fits a terminal of this width, since one that wraps cannot be erased: what stands last
+// goes first.
 std::string fitted(std::string bar, std::size_t width) {
     while (bar.size() >= width) {
         const std::size_t comma = bar.rfind(", ");

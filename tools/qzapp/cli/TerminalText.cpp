@@ -24,8 +24,8 @@ constexpr std::size_t kUsualWidth = 80;  // of a terminal that does not tell its
 constexpr std::size_t kColumnGap = 2;
 constexpr std::size_t kIndentBelow = 4;
 
-// The terminal's codes in the order of Style: none, faint, bold, green, red, cyan; bold red, yellow,
-// cyan.
+// The terminal's codes in the order of Style: none, faint, bold, green, red, cyan; bold red,
+// yellow, cyan.
 constexpr std::array<const char*, 9> kCodes = {"", "2", "1", "32", "31", "36", "1;31", "33", "36"};
 
 std::size_t longestWord(const std::string& text) {

@@ -20,8 +20,9 @@ std::size_t terminalWidth(int descriptor);
 
 inline constexpr std::size_t kUnlimitedWidth = std::string::npos;
 
-// The columns of the terminal that standard output is, less those of an indentation. kUnlimitedWidth if
-// it is not a terminal, because what reads a pipe breaks lines itself or wants none broken.
+// The columns of the terminal that standard output is, less those of an indentation.
+// kUnlimitedWidth if it is not a terminal, because what reads a pipe breaks lines itself or wants
+// none broken.
 std::size_t outputWidth(std::size_t indent = 0);
 bool outputIsTerminal();
 
@@ -31,12 +32,13 @@ enum class Style { Plain, Label, Heading, Added, Removed, Place, Error, Warning,
 // `text` in this style if the output is coloured, otherwise as it is.
 std::string styled(const std::string& text, Style style);
 
-// Rows of text in aligned columns, two blanks apart. If the terminal is too narrow for a table, values
-// are cut, or the last column is wrapped, or columns stand below their rows, indented.
+// Rows of text in aligned columns, two blanks apart. If the terminal is too narrow for a table,
+// values are cut, or the last column is wrapped, or columns stand below their rows, indented.
 class Table {
 public:
     enum class Align { Left, Right };
-    // Whether a column may be wrapped or go below its row, or its values are cut, the longest first.
+    // Whether a column may be wrapped or go below its row, or its values are cut, the longest
+    // first.
     enum class IfNarrow { Stays, GoesBelow, IsCut };
     struct Column {
         std::string title;

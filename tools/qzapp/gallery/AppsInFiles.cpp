@@ -129,8 +129,8 @@ AppsInFiles::ReadApp AppsInFiles::read(const File& named) {
     return app;
 }
 
-// Calls `take` with what `make` makes of each app and each gap, in their order; several threads call `make`.
-// Holds only a few results at a time, because all of them may not fit into memory.
+// Calls `take` with what `make` makes of each app and each gap, in their order; several threads
+// call `make`. Holds only a few results at a time, because all of them may not fit into memory.
 template <class Result>
 void AppsInFiles::forEach(const std::function<Result(const File&, const ReadApp&)>& make,
                           const std::function<void(const Result&)>& take) const {

@@ -12,8 +12,9 @@
 
 namespace qzapp {
 
-// The apps of the folders and files that a command line names. Several threads read them, and memory holds
-// only a few at a time. What cannot be read has a card or record with the reason, and is complained about.
+// The apps of the folders and files that a command line names. Several threads read them, and
+// memory holds only a few at a time. What cannot be read has a card or record with the reason, and
+// is complained about.
 class AppsInFiles final : public GalleryApps {
 public:
     // Lets the cage read them. Throws Error if one that is named cannot be opened.
@@ -24,7 +25,8 @@ public:
                          pictures::PictureScaler& scaler) const override;
 
 private:
-    // A file that may be an app: one that was found in a folder, or one that was named. A gap has no name.
+    // A file that may be an app: one that was found in a folder, or one that was named. A gap has
+    // no name.
     struct File {
         std::string name, shown;
         bool isListed;

@@ -71,7 +71,8 @@ bool isMadeOf(std::string_view text, std::string_view characters) {
 
 constexpr std::string_view kHexDigits = "0123456789abcdef", kPieceCharacters = "0123456789abcdef-";
 
-// Whether a file of this name is in the folder of a gallery. `in` is "", "data", or a folder of pictures.
+// Whether a file of this name is in the folder of a gallery. `in` is "", "data", or a folder of
+// pictures.
 bool isFileOf(std::string_view in, std::string_view name) {
     if (in.empty()) return name == kPage;
     const std::size_t dot = name.find('.');
@@ -89,8 +90,8 @@ bool isFolderOf(std::string_view in, std::string_view name) {
 using Visit =
     std::function<void(const FileDescriptor& folder, const std::string& name, bool isFolder)>;
 
-// Visits everything in a gallery, what is in a folder before the folder. Throws std::runtime_error if there
-// is something that does not belong there.
+// Visits everything in a gallery, what is in a folder before the folder. Throws std::runtime_error
+// if there is something that does not belong there.
 void walk(const FileDescriptor& folder, const std::string& in, const Visit& visit) {
     forEachEntry(folder, [&](const std::string& name, bool isFolder) {
         if (isFolder ? !isFolderOf(in, name) : !isFileOf(in, name)) {

@@ -13,7 +13,8 @@
 
 namespace qzapp {
 
-// The files of a gallery's folder: "index.html", "data/0001-5d02f8a1.js" and so on, and "pictures/3f/3f04….jpg".
+// The files of a gallery's folder: "index.html", "data/0001-5d02f8a1.js" and so on, and
+// "pictures/3f/3f04….jpg".
 namespace galleryfiles {
 inline constexpr const char* kPage = "index.html";
 inline constexpr const char* kData = "data";
@@ -22,10 +23,10 @@ inline constexpr const char* kPictures = "pictures";
 inline constexpr std::size_t kPictureFolder = 2;
 }  // namespace galleryfiles
 
-// Writes the folder of a gallery, all of it or nothing. Construct it, write() the files, then commit(), which
-// puts the new folder in place. Until then it is a private folder beside that place. After a failure or a
-// signal, everything is as it was. With `force`, an earlier gallery is replaced: a folder that holds nothing
-// but files of galleries. All failures are Errors.
+// Writes the folder of a gallery, all of it or nothing. Construct it, write() the files, then
+// commit(), which puts the new folder in place. Until then it is a private folder beside that
+// place. After a failure or a signal, everything is as it was. With `force`, an earlier gallery is
+// replaced: a folder that holds nothing but files of galleries. All failures are Errors.
 class GalleryFolder {
 public:
     GalleryFolder(const FileName& folder, bool force);

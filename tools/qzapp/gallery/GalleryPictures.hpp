@@ -18,8 +18,8 @@ namespace qzapp {
 // What a record says instead of a picture.
 std::string notShown(const std::string& reason);
 
-// The pictures of a gallery's folder. Equal screenshots are scaled once, and equal pictures stored once. Any
-// thread may call its functions.
+// The pictures of a gallery's folder. Equal screenshots are scaled once, and equal pictures stored
+// once. Any thread may call its functions.
 class GalleryPictures {
 public:
     explicit GalleryPictures(const GalleryFolder& folder) : folder_(&folder) {}

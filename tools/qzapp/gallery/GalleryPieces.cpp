@@ -38,8 +38,8 @@ constexpr const char* kShown = "the gallery";
 // The page shows the first piece before it has any other.
 constexpr std::size_t kFirstPiece = std::size_t{48} << 10;
 constexpr std::size_t kPiece = std::size_t{256} << 10;
-// As many digits of its hash are in the name of a piece, so that no browser takes one of an earlier gallery, which
-// it has kept, for one of this.
+// As many digits of its hash are in the name of a piece, so that no browser takes one of an earlier
+// gallery, which it has kept, for one of this.
 constexpr std::size_t kPieceHash = 8;
 
 std::string textOf(const ustring& text, std::size_t most = kMaxText) {

@@ -21,7 +21,8 @@ struct GalleryRecord {
     pictures::Size size, original;  // if there is a picture
 };
 
-// Where a gallery's records come from: a function that calls `take` with each of them, on its own thread.
+// Where a gallery's records come from: a function that calls `take` with each of them, on its own
+// thread.
 using RecordSource = std::function<void(const std::function<void(const GalleryRecord&)>& take)>;
 
 // The card of an app, or of a file or folder that cannot be read, on a page.
@@ -43,13 +44,15 @@ public:
 
     // The functions that these return refer to this object and the parameters.
     virtual CardSource cards() const = 0;
-    // For a gallery in `folder`, to which the pictures are written; they are made with `scaler` if need be.
+    // For a gallery in `folder`, to which the pictures are written; they are made with `scaler` if
+    // need be.
     virtual RecordSource records(const GalleryFolder& folder,
                                  pictures::PictureScaler& scaler) const = 0;
 };
 
-// A relative link to a file, of unreserved characters, "/" and percent-encoded bytes only, so nothing can
-// take it for a scheme, a host, a query or a fragment. Both paths are absolute and without links.
+// A relative link to a file, of unreserved characters, "/" and percent-encoded bytes only, so
+// nothing can take it for a scheme, a host, a query or a fragment. Both paths are absolute and
+// without links.
 std::string linkTo(const std::string& file, const std::string& fromFolder);
 
 }  // namespace qzapp

@@ -69,8 +69,8 @@ std::unique_ptr<GalleryApps> appsOf(const GalleryOptions& options, const Complai
 
 using WriteAt = std::function<void(std::string_view, std::uint64_t)>;
 
-// Returns the number of apps. That is known only at the end, because each source must be read to see
-// whether it is an app, so it is written into the room that was left for it.
+// Returns the number of apps. That is known only at the end, because each source must be read to
+// see whether it is an app, so it is written into the room that was left for it.
 std::size_t writePage(const WriteAt& write, const std::string& title, const CardSource& cards) {
     const PageFrame frame = pageFrame(title);
     std::uint64_t end = 0;
@@ -206,8 +206,8 @@ int gallery(const GalleryOptions& options) {
     };
     Cage cage;
     const auto apps = appsOf(options, complain, cage);
-    // The process that reads the apps can write to the open page only. Putting that in place needs rights
-    // to the whole folder, which this process keeps.
+    // The process that reads the apps can write to the open page only. Putting that in place needs
+    // rights to the whole folder, which this process keeps.
     const std::string told = inCage(cage, [&] {
         const std::size_t count = writePage(write, title, apps->cards());
         return fmt::format("{} {}", status, count);

@@ -17,8 +17,9 @@ std::vector<AttributesLine> attributesLines();
 // As they stand in the file.
 std::string textOf(const AttributesLine& line);
 
-// The content of a ".gitattributes" with our lines at its start, below a comment that says where they are
-// from. So whatever a line of others says of an app stays in force: in git, the last line counts.
+// The content of a ".gitattributes" with our lines at its start, below a comment that says where
+// they are from. So whatever a line of others says of an app stays in force: in git, the last line
+// counts.
 std::string withOurLines(const std::string& content);
 // The content without the comment and the lines of ours below it.
 std::string withoutOurLines(const std::string& content);

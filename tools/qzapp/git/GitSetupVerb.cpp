@@ -72,7 +72,8 @@ std::string wayToTop() {
                 reason + "; go into a repository, or see with --print what would be done");
 }
 
-// Whether git does with apps at the top what attributesLines() say, whoever else says something of them.
+// Whether git does with apps at the top what attributesLines() say, whoever else says something of
+// them.
 bool isInForce(const std::string& top) {
     return std::ranges::all_of(attributesLines(), [&](const AttributesLine& line) {
         const std::string app = top + "app" + (line.pattern + 1);

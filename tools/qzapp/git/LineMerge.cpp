@@ -23,7 +23,8 @@ bool isMergeable(const std::string& text) {
 
 }  // namespace
 
-// git reads the configuration of the repository that it is called in, unless it is told of another one.
+// git reads the configuration of the repository that it is called in, unless it is told of another
+// one.
 LineMerge::LineMerge(unsigned markerSize)
     : program_({{"git", "--git-dir=/dev/null", "merge-file", "-p", "-q",
                  fmt::format("--marker-size={}", markerSize), "-L", "ours", "-L", "base", "-L",

@@ -7,8 +7,8 @@
 
 namespace qzapp {
 
-// Merges texts line by line with git or, where that is not installed, diff3(1). Makes its process when it is
-// constructed (see Program).
+// Merges texts line by line with git or, where that is not installed, diff3(1). Makes its process
+// when it is constructed (see Program).
 class LineMerge {
 public:
     // `markerSize` is the length of the lines' marks of a conflict.
@@ -18,8 +18,8 @@ public:
         std::string text;
         bool isConflict;
     };
-    // Nothing if the texts cannot be merged line by line, since they are too large or no text. Throws
-    // Error if no program for it is installed, or the program fails.
+    // Nothing if the texts cannot be merged line by line, since they are too large or no text.
+    // Throws Error if no program for it is installed, or the program fails.
     std::optional<Merged> merge(const std::string& base, const std::string& ours,
                                 const std::string& theirs);
 

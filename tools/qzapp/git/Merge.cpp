@@ -149,7 +149,8 @@ bool hasErrors(const FileName& file) {
     return checkFile(file).count(Severity::Error) > 0;
 }
 
-// Whether readers could no longer tell which of several parts is meant, for example which screenshot.
+// Whether readers could no longer tell which of several parts is meant, for example which
+// screenshot.
 bool isMoreAmbiguous(const MergeSide& merged, const MergeSide& ours) {
     return std::ranges::any_of(merged.targetsByType, [&](const auto& link) {
         const auto& [type, targets] = link;
@@ -235,7 +236,8 @@ std::vector<Conflict> mergeTexts(const MergeInput& base, const FileName& ours,
 
 std::vector<Conflict> mergeApps(const MergeInput& base, const FileName& ours,
                                 const FileName& theirs, Transaction& working, LineMerge& lines) {
-    // Without a change on one side, the other side's file is the result as it is, signatures included.
+    // Without a change on one side, the other side's file is the result as it is, signatures
+    // included.
     const bool takesTheirs = base && haveSameContent(*base, ours);
     const FileName& start = takesTheirs ? theirs : ours;
     about(working.workingFile(), [&] { copyBytes(start, working.file()); });

@@ -97,8 +97,8 @@ private:
         return keys;
     }
 
-    // The record is in several parts, which one side or the other has changed as a whole; or else it is
-    // merged field by field.
+    // The record is in several parts, which one side or the other has changed as a whole; or else
+    // it is merged field by field.
     void planMetadata() {
         const auto meaning = [](const MergeSide& side) {
             std::vector<std::pair<std::string, Meaning>> all;
@@ -208,8 +208,8 @@ private:
         });
     }
 
-    // Whether theirs has attributes on a field that the result would not have: an edit writes none on a text that it
-    // changes or on a new item, and keeps those of ours elsewhere.
+    // Whether theirs has attributes on a field that the result would not have: an edit writes none
+    // on a text that it changes or on a new item, and keeps those of ours elsewhere.
     bool losesAttributes(const layout::PartKindRow& kind) const {
         const bool isOfRecord = kind.relationshipType == layout::kMetadata.relationshipType;
         const Rest base = restOf(base_, kind), ours = restOf(ours_, kind);
@@ -242,8 +242,9 @@ private:
     // What the parts of a kind hold but the values of the fields.
     struct Rest {
         std::vector<Element> beside;
-        // The attributes that fields have in the file, by the name of the field's element or, for an item, by those of
-        // the list and the item and its value. Several items may have one value.
+        // The attributes that fields have in the file, by the name of the field's element or, for
+        // an item, by those of the list and the item and its value. Several items may have one
+        // value.
         std::map<std::string, std::vector<Attributes>> ofFields;
 
         std::vector<Attributes> of(const std::string& place) const {
@@ -455,7 +456,8 @@ private:
         return isInResult(key) && !plan_.takenParts.contains(key);
     }
 
-    // The relationships of a part of theirs may be those of a part that ours has deleted, or lead to one.
+    // The relationships of a part of theirs may be those of a part that ours has deleted, or lead
+    // to one.
     void dropRelationshipsOfNothing() {
         dropTaken([&](const std::string& key) {
             const auto source = sourceOf(key);

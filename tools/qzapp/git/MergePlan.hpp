@@ -16,8 +16,8 @@ namespace qzapp {
 
 // Something that both sides changed differently. Ours is kept, but of lines both with marks.
 struct Conflict {
-    // A "field" of the metadata, "lines" of the code or all of its "text", a "part", a "relationship" of the
-    // package, an "item" that is not a part, or "metadata" beside the fields.
+    // A "field" of the metadata, "lines" of the code or all of its "text", a "part", a
+    // "relationship" of the package, an "item" that is not a part, or "metadata" beside the fields.
     std::string what;
     std::string name;
     // The three values for people and programs; null where there is none.
@@ -41,14 +41,15 @@ struct MergePlan {
     bool isEmpty() const;
 };
 
-// Changes nothing. Throws Error as LineMerge::merge() does, and if one of the sides cannot be read any more.
+// Changes nothing. Throws Error as LineMerge::merge() does, and if one of the sides cannot be read
+// any more.
 MergePlan planMerge(const MergeSide& base, const MergeSide& ours, const MergeSide& theirs,
                     LineMerge& lines);
 
 // The types of relationships of which an app has one each. What they lead to is merged as a whole.
 bool isSingle(const std::string& type);
-// The release is that of the program which saved last, so every save changes it. What a user sets is
-// the legacy release.
+// The release is that of the program which saved last, so every save changes it. What a user sets
+// is the legacy release.
 bool isMerged(Field field);
 
 }  // namespace qzapp

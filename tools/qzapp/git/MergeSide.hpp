@@ -24,7 +24,8 @@ struct LinkTarget {
 };
 using LinkTargets = std::set<LinkTarget>;
 
-// A relationship, without its id. Those that lead to the same target stand beside each other in a set.
+// A relationship, without its id. Those that lead to the same target stand beside each other in a
+// set.
 struct Link {
     LinkTarget target;
     std::string type;
@@ -51,7 +52,8 @@ struct MergeSide {
     const LinkTargets& targets(const std::string& type) const;
     // The name of the part, or the URI.
     std::string shownPlace(const LinkTarget& target) const;
-    // The parts to which the relationships of a part lead, and those whose relationships lead to it.
+    // The parts to which the relationships of a part lead, and those whose relationships lead to
+    // it.
     const std::set<std::string>& targetsOfPart(const std::string& key) const;
     const std::set<std::string>& partsLeadingTo(const std::string& key) const;
 

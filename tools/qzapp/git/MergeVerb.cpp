@@ -41,8 +41,8 @@ using nlohmann::ordered_json;
 constexpr int kClean = 0;
 constexpr int kConflicts = 1;
 
-// For git, which merges whatever a branch holds. Three apps with the largest code that can be read take
-// two thirds of this.
+// For git, which merges whatever a branch holds. Three apps with the largest code that can be read
+// take two thirds of this.
 constexpr std::uint64_t kMostMemory = std::uint64_t{2} << 30;
 
 constexpr unsigned kLongestMark = 1000;
@@ -191,9 +191,9 @@ void requireSense(const MergeOptions& options, Form form) {
                                                   shownExtension(form)));
 }
 
-// rerere, which replays how a person has resolved a conflict, looks for marks of git's length in the whole
-// file. It would take a new model for the old one, because it cuts lines off at a zero byte. So in a package
-// git must not see the marks.
+// rerere, which replays how a person has resolved a conflict, looks for marks of git's length in
+// the whole file. It would take a new model for the old one, because it cuts lines off at a zero
+// byte. So in a package git must not see the marks.
 unsigned markerSize(const MergeOptions& options, Form form) {
     const bool isHidden = form == Form::Packaged && !options.path.empty();
     return options.markerSize + (isHidden ? 1 : 0);

@@ -36,8 +36,8 @@ namespace {
 using fl::filesystem::FileDescriptor;
 using nlohmann::json;
 
-// For a file from a stranger, which could claim to hold any number of items. What is larger stays as it
-// is; an app with a few thousand items takes less than a tenth of this.
+// For a file from a stranger, which could claim to hold any number of items. What is larger stays
+// as it is; an app with a few thousand items takes less than a tenth of this.
 constexpr std::uint64_t kMostMemory = std::uint64_t{1} << 30;
 
 struct RepackOptions {
@@ -64,8 +64,8 @@ struct Repacked {
     bool isSame;                       // asked for only with --in-place
 };
 
-// Repacks in a process of its own, because only such a process may look into the file. `name` is that of
-// `to` in messages.
+// Repacks in a process of its own, because only such a process may look into the file. `name` is
+// that of `to` in messages.
 Repacked repackInCage(const FileName& in, const RepackOptions& options, FileDescriptor& to,
                       const std::string& name) {
     Cage cage;
@@ -117,8 +117,8 @@ int repackToStandardOutput(const RepackOptions& options) {
     return kDone;
 }
 
-// What is wrong with the file is no news for a filter of git, which every version of it passes. Only a
-// failure of the system is reported, since another try may go well.
+// What is wrong with the file is no news for a filter of git, which every version of it passes.
+// Only a failure of the system is reported, since another try may go well.
 FileName repackedOrAsItIs(const FileName& in, const RepackOptions& options) {
     try {
         return repackedCopy(in, options).first;
@@ -130,8 +130,8 @@ FileName repackedOrAsItIs(const FileName& in, const RepackOptions& options) {
     }
 }
 
-// git leaves the other end of this process's own output open in it. While it is open, nothing tells that git
-// has gone, and this process would wait for it for ever.
+// git leaves the other end of this process's own output open in it. While it is open, nothing tells
+// that git has gone, and this process would wait for it for ever.
 void closeInheritedFiles() {
     ::close_range(STDERR_FILENO + 1, ~0U, 0);
 }

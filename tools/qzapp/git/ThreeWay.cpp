@@ -26,8 +26,8 @@ List select(const List& list, Wanted wanted) {
     return selected;
 }
 
-// Where an item of `other` belongs in `items`: behind the nearest item in front of it that is there,
-// and behind what else was added there.
+// Where an item of `other` belongs in `items`: behind the nearest item in front of it that is
+// there, and behind what else was added there.
 List::iterator placeFor(const ustring& item, const List& other, List& items, const Set& base) {
     auto place = items.begin();
     for (auto before = std::ranges::find(other, item); before != other.begin();) {

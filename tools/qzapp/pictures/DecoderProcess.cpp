@@ -33,8 +33,8 @@ using std::chrono::seconds;
 constexpr std::uint64_t kMemory = std::uint64_t{512} << 20;
 // Processor time for one picture. The largest that are taken need about a second.
 constexpr seconds kTimeForOne{5};
-// After so much time or so many pictures another process takes over, so that what a hostile image has done
-// to this one ends with it.
+// After so much time or so many pictures another process takes over, so that what a hostile image
+// has done to this one ends with it.
 constexpr seconds kTimeForAll{60};
 constexpr int kMostPictures = 100;
 

@@ -8,8 +8,8 @@
 
 namespace qzapp::pictures {
 
-// What goes over the connection to a process that decodes: a request, then the bytes of an image; a reply,
-// then the bytes of the scaled picture, if there is one.
+// What goes over the connection to a process that decodes: a request, then the bytes of an image; a
+// reply, then the bytes of the scaled picture, if there is one.
 
 struct Request {
     std::uint64_t bytes;
@@ -26,12 +26,13 @@ struct Reply {
 // Closes all descriptors of this process but this one, and leads the standard streams to /dev/null.
 void keepOnly(const fl::filesystem::FileDescriptor& descriptor);
 
-// Confines this process for good: it can open no file, start nothing, reach no other process and no network,
-// and call the system for little more than memory, of which it gets a limited amount.
+// Confines this process for good: it can open no file, start nothing, reach no other process and no
+// network, and call the system for little more than memory, of which it gets a limited amount.
 void confineToMemory();
 
-// Keeps only the connection, confines this process, and answers requests until the other end is closed or
-// there have been many. An image that takes longer than some seconds of processor time ends the process.
+// Keeps only the connection, confines this process, and answers requests until the other end is
+// closed or there have been many. An image that takes longer than some seconds of processor time
+// ends the process.
 [[noreturn]] void runDecoder(const fl::filesystem::FileDescriptor& connection, Size box);
 
 }  // namespace qzapp::pictures

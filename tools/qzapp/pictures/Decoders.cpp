@@ -68,8 +68,8 @@ TurboJpeg turboJpeg(tjhandle handle) {
     return {handle, tjDestroy};
 }
 
-// The smallest size that the decoder can give which is not less than the one that is needed: it then leaves
-// out work, and memory.
+// The smallest size that the decoder can give which is not less than the one that is needed: it
+// then leaves out work, and memory.
 Size reducedSize(Size original, Size needed) {
     int count = 0;
     const tjscalingfactor* const factors = tjGetScalingFactors(&count);
@@ -137,7 +137,8 @@ void requireGif(int status) {
     if (status != GIF_OK) throw Refused(Refusal::Damaged);
 }
 
-// Reads on to the first frame. Returns the colour that stands for transparent in it, if there is one.
+// Reads on to the first frame. Returns the colour that stands for transparent in it, if there is
+// one.
 std::optional<int> findFirstFrame(GifFileType* gif) {
     std::optional<int> transparent;
     while (true) {
@@ -257,8 +258,8 @@ Encoded encodeJpeg(const Raster& raster) {
     std::string bytes(tjBufSize(width, height, TJSAMP_444), '\0');
     auto* begin = reinterpret_cast<unsigned char*>(bytes.data());
     unsigned long size = bytes.size();
-    // Text in colour stays legible only without subsampling. The accurate transform gives the same bytes on
-    // every processor.
+    // Text in colour stays legible only without subsampling. The accurate transform gives the same
+    // bytes on every processor.
     if (tjCompress2(encoder.get(), raster.pixels.data(), width, 0, height, TJPF_RGBA, &begin, &size,
                     TJSAMP_444, kJpegQuality, TJFLAG_ACCURATEDCT | TJFLAG_NOREALLOC) != 0) {
         throw std::bad_alloc();

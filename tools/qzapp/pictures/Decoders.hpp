@@ -21,9 +21,9 @@ struct Decoded {
     Size original;
 };
 
-// Decodes a PNG, JPEG or GIF, of a GIF the first frame. Compares the size that the image claims with the
-// limits before any memory is taken for it. The bytes may come from anyone, so call it only in a process
-// that can do no harm. Throws Refused or std::bad_alloc.
+// Decodes a PNG, JPEG or GIF, of a GIF the first frame. Compares the size that the image claims
+// with the limits before any memory is taken for it. The bytes may come from anyone, so call it
+// only in a process that can do no harm. Throws Refused or std::bad_alloc.
 Decoded decode(std::string_view bytes, Size box);
 
 struct Encoded {

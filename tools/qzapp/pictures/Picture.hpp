@@ -12,8 +12,8 @@ struct Size {
     friend bool operator==(const Size&, const Size&) = default;
 };
 
-// What is looked into at most. The number of pixels is that of the decoded image; for a GIF, of its first
-// frame too.
+// What is looked into at most. The number of pixels is that of the decoded image; for a GIF, of its
+// first frame too.
 inline constexpr std::size_t kMaxBytes = std::size_t{32} << 20;
 inline constexpr std::uint32_t kMaxSide = 16384;
 inline constexpr std::uint64_t kMaxPixels = 32'000'000;
@@ -42,8 +42,8 @@ enum class Refusal : std::uint8_t {
 // The reason as a sentence without its end, such as "it is damaged".
 std::string textOf(Refusal refusal);
 
-// The size of a picture that is scaled down to fit into the box, each side at least 1. One that fits stays
-// as it is.
+// The size of a picture that is scaled down to fit into the box, each side at least 1. One that
+// fits stays as it is.
 Size fitted(Size size, Size box);
 
 }  // namespace qzapp::pictures

@@ -28,8 +28,8 @@ namespace {
 using fl::filesystem::FileDescriptor;
 using fl::filesystem::retryInterrupted;
 using fl::filesystem::throwSystemError;
-// For a process that does nothing, so that its processor time does not end it. Counted in waits of a second, and not
-// by the clock, which goes on while everything here is stopped.
+// For a process that does nothing, so that its processor time does not end it. Counted in waits of
+// a second, and not by the clock, which goes on while everything here is stopped.
 constexpr int kPatience = 60;
 constexpr int kSecond = 1000;  // milliseconds
 
@@ -57,7 +57,8 @@ union DescriptorMessage {
     std::array<char, CMSG_SPACE(sizeof(int))> room;
 };
 
-// Returns false if it could not be sent, for example because the system has no memory for the descriptor.
+// Returns false if it could not be sent, for example because the system has no memory for the
+// descriptor.
 bool sendAnswer(const FileDescriptor& to, StartAnswer answer, const FileDescriptor& connection) {
     iovec part{&answer, sizeof answer};
     DescriptorMessage control{};
@@ -97,8 +98,8 @@ std::optional<std::pair<StartAnswer, FileDescriptor>> receiveAnswer(const FileDe
     return std::pair(answer, FileDescriptor(descriptor));
 }
 
-// The process that starts those that decode, and ends them. It looks at no image, and ends only what it has
-// started itself.
+// The process that starts those that decode, and ends them. It looks at no image, and ends only
+// what it has started itself.
 class Starter {
 public:
     Starter(const FileDescriptor& requests, Size box) : requests_(&requests), box_(box) {}
@@ -121,8 +122,8 @@ public:
     }
 
 private:
-    // What was set for the main process would remove its files. The terminal sends signals to this process
-    // too, which ends when the main process does.
+    // What was set for the main process would remove its files. The terminal sends signals to this
+    // process too, which ends when the main process does.
     static void handleSignals() {
         for (const int signal : {SIGINT, SIGTERM, SIGHUP})
             ::signal(signal, SIG_IGN);
@@ -167,8 +168,8 @@ private:
     std::vector<pid_t> started_;
 };
 
-// An exchange with a process that may have been taken over. Its functions return false if that process has ended, or
-// has let us wait for too long altogether.
+// An exchange with a process that may have been taken over. Its functions return false if that
+// process has ended, or has let us wait for too long altogether.
 class Exchange {
 public:
     explicit Exchange(const FileDescriptor& connection) : connection_(&connection) {}

@@ -10,8 +10,8 @@ constexpr std::size_t kChannels = Raster::kChannels;
 constexpr std::size_t kAlpha = kChannels - 1;
 constexpr std::uint8_t kOpaque = 255;
 
-// Which of `to` new pixels an old pixel falls on, of `from` in a row: all of it on `first`, but for `second`
-// parts of `to` that fall on the next one.
+// Which of `to` new pixels an old pixel falls on, of `from` in a row: all of it on `first`, but for
+// `second` parts of `to` that fall on the next one.
 struct Share {
     std::uint32_t first, second;
 };
@@ -28,8 +28,8 @@ std::vector<Share> sharesOf(std::uint32_t from, std::uint32_t to) {
     return shares;
 }
 
-// Adds a row of pixels, their colours multiplied by alpha, to the sums of the new columns. Such a sum is at
-// most 255 * 255 * kMaxSide, which 32 bits hold.
+// Adds a row of pixels, their colours multiplied by alpha, to the sums of the new columns. Such a
+// sum is at most 255 * 255 * kMaxSide, which 32 bits hold.
 void addRow(const std::uint8_t* pixels, const std::vector<Share>& shares, std::uint32_t whole,
             std::vector<std::uint32_t>& sums) {
     for (const Share& share : shares) {

@@ -8,8 +8,8 @@
 
 namespace qzapp::pictures {
 
-// A decoded picture. Each pixel has four bytes: red, green, blue, and alpha, by which the colours are not
-// multiplied. Rows go from the top, without gaps.
+// A decoded picture. Each pixel has four bytes: red, green, blue, and alpha, by which the colours
+// are not multiplied. Rows go from the top, without gaps.
 struct Raster {
     static constexpr std::size_t kChannels = 4;
 
@@ -24,9 +24,9 @@ struct Raster {
     std::vector<std::uint8_t> pixels;
 };
 
-// Scales down: each new pixel is the mean of the area that it covers, transparent pixels giving no colour.
-// The arithmetic is exact, so the result is the same everywhere. `size` is at most that of the raster and
-// not empty, and the raster has at most kMaxPixels.
+// Scales down: each new pixel is the mean of the area that it covers, transparent pixels giving no
+// colour. The arithmetic is exact, so the result is the same everywhere. `size` is at most that of
+// the raster and not empty, and the raster has at most kMaxPixels.
 Raster shrunk(const Raster& raster, Size size);
 
 }  // namespace qzapp::pictures

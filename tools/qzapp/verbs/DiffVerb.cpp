@@ -33,8 +33,8 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// The exit statuses of diff(1), with kTrouble. If something could not be compared, the apps are neither
-// the same nor different.
+// The exit statuses of diff(1), with kTrouble. If something could not be compared, the apps are
+// neither the same nor different.
 constexpr int kSame = 0;
 constexpr int kDifferent = 1;
 

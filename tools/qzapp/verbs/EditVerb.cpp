@@ -101,7 +101,8 @@ std::vector<FileName> filesToEdit(const std::vector<std::string>& names) {
     return files;
 }
 
-// Goes on after a file that fails, and after a report that cannot be printed, even if the reader has gone.
+// Goes on after a file that fails, and after a report that cannot be printed, even if the reader
+// has gone.
 int editAll(const std::vector<FileName>& files, const Content& content,
             const EditOptions& options) {
     int status = kDone;

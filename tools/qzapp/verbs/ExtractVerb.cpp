@@ -48,8 +48,8 @@ using fl::filesystem::FileDescriptor;
 constexpr std::array<const char*, 4> kKinds = {"code", "model", "screenshot", "metadata"};
 // A longer "format" is not used as an extension.
 constexpr std::size_t kMaxFormatLength = 16;
-// Desktops ask for a thumbnail of every app in a folder. Even the largest screenshot takes only about a
-// second.
+// Desktops ask for a thumbnail of every app in a folder. Even the largest screenshot takes only
+// about a second.
 constexpr std::chrono::seconds kThumbnailTime(20);
 
 struct ExtractOptions {

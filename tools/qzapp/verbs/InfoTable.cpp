@@ -44,8 +44,8 @@ ustring joined(const List& list) {
     return text;
 }
 
-// With the escapes that programs expect in such lines: \t, \n, \r and \\, for what else ends a line or
-// acts on a terminal \uXXXX.
+// With the escapes that programs expect in such lines: \t, \n, \r and \\, for what else ends a line
+// or acts on a terminal \uXXXX.
 std::string forPrograms(const ustring& value) {
     std::string escaped;
     for (const char c : fl::i18n::to_display(value)) {

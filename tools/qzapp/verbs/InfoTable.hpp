@@ -31,13 +31,13 @@ struct TableOptions {
 // Declares "--table" and "--columns", which fill in `options`.
 void declareTable(CLI::App& command, TableOptions& options);
 
-// A table of apps, a line for each app. On a terminal, columns are aligned and long values cut, so it is
-// printed when all apps are known. For a program, values are whole and separated by tabs, and each line
-// is printed at once.
+// A table of apps, a line for each app. On a terminal, columns are aligned and long values cut, so
+// it is printed when all apps are known. For a program, values are whole and separated by tabs, and
+// each line is printed at once.
 class InfoTable {
 public:
-    // `names` are separated by commas: fields, in any case, "File", "Form" and "Screenshot"; the usual
-    // ones if there are none. Throws UsageError if there is no column of a name.
+    // `names` are separated by commas: fields, in any case, "File", "Form" and "Screenshot"; the
+    // usual ones if there are none. Throws UsageError if there is no column of a name.
     explicit InfoTable(const std::optional<std::string>& names);
 
     // The text of an answer for show(). Any thread may call it.

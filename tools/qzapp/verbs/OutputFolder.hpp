@@ -24,8 +24,8 @@ class OutputFolder {
 public:
     enum class Links { Follow, Refuse };
 
-    // Opens the folder, or prepares it if it does not exist. `links` says whether `folder` itself may be
-    // a symbolic link.
+    // Opens the folder, or prepares it if it does not exist. `links` says whether `folder` itself
+    // may be a symbolic link.
     OutputFolder(const FileName& folder, Links links);
     OutputFolder(const OutputFolder&) = delete;
     OutputFolder& operator=(const OutputFolder&) = delete;
@@ -34,8 +34,8 @@ public:
     // everything in the private folder, and beside that only to rename it.
     void allowIn(Cage& cage) const;
 
-    // Says, once, which files there will be, and checks that each may be written: if it exists, only
-    // with `force`, and only if it is a regular file that may be written to.
+    // Says, once, which files there will be, and checks that each may be written: if it exists,
+    // only with `force`, and only if it is a regular file that may be written to.
     void expect(const std::vector<std::string>& names, bool force);
 
     // The name of a file of this folder, for messages.

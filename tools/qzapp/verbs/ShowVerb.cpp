@@ -65,7 +65,8 @@ std::string withDoubledBackslashes(std::string text) {
     return text;
 }
 
-// Size and hash of a part whose bytes change with each save are left out: it is shown by its meaning.
+// Size and hash of a part whose bytes change with each save are left out: it is shown by its
+// meaning.
 std::string contentText(const PartFacts& part) {
     if (!part.error.empty()) {
         return fmt::format("{}  cannot be read: {}", byteCount(part.size), visible(part.error));

@@ -46,8 +46,8 @@ std::string_view textOf(const std::vector<std::uint8_t>& bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-// The elements of the core properties, without the time of the last save, which is in the only element of
-// its name, "modified".
+// The elements of the core properties, without the time of the last save, which is in the only
+// element of its name, "modified".
 Lines meaningOfProperties(const Part& part) {
     Lines lines;
     const auto bytes = opc::model::readAll(part, kMaxXmlBytes);
@@ -86,8 +86,8 @@ Names corePropertiesOf(const Package& package) {
     return names;
 }
 
-// The meaning of a part that a save changes by itself. Nothing for any other part, and for core properties
-// that are not XML.
+// The meaning of a part that a save changes by itself. Nothing for any other part, and for core
+// properties that are not XML.
 std::optional<Lines> meaningOf(const Package& package, const Names& coreProperties,
                                const Part& part) {
     if (part.getName().toString() == opc::names::kRelationshipsPart)
@@ -162,8 +162,8 @@ void addOtherItems(const FileName& file, const ZipArchive& archive, const Packag
     }
 }
 
-// Adds what stands in front of the zip file, for example a program. Elsewhere no bytes can be outside of
-// items.
+// Adds what stands in front of the zip file, for example a program. Elsewhere no bytes can be
+// outside of items.
 void addBytesInFront(const FileName& file, const ZipArchive& archive,
                      std::vector<PartFacts>& parts) {
     const std::uint64_t end =
@@ -249,7 +249,8 @@ Snapshot takeSnapshot(const FileName& file) {
     snapshot.form = formOf(file);
     const ProgressBar progress(sizeOf(file));
     if (snapshot.form == Form::Packaged) {
-        // What keeps anything of a package from being read is one fault, not one of each thing in it.
+        // What keeps anything of a package from being read is one fault, not one of each thing in
+        // it.
         std::optional<bool> isPackage;
         take<bool>(snapshot, file, "app", isPackage,
                    [&] { return withPackage(file, [](const Package&) { return true; }); });

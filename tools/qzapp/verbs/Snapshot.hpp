@@ -18,8 +18,8 @@ struct PartFacts {
     std::string contentType;  // empty if it is not a part
     std::uint64_t size = 0;
     std::string sha256;  // of the bytes
-    // Of the core properties and the package's relationships, what they say, in an order of its own:
-    // without the time of the last save, and without identifiers.
+    // Of the core properties and the package's relationships, what they say, in an order of its
+    // own: without the time of the last save, and without identifiers.
     std::optional<std::vector<std::string>> meaning;
     // The hash that two parts are compared by: of the meaning, if there is one, otherwise sha256.
     std::string sha256OfMeaning;
@@ -33,7 +33,8 @@ struct ScreenshotFacts {
     std::string sha256;
 };
 
-// Something that could not be read: "app" for all of it, "metadata", "screenshot", "parts" or "code".
+// Something that could not be read: "app" for all of it, "metadata", "screenshot", "parts" or
+// "code".
 struct Fault {
     std::string what;
     std::string text;

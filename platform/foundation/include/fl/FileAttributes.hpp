@@ -14,10 +14,11 @@ namespace fl::filesystem {
 // Gives `to` the owner, group, mode, access list and extended attributes of `from`. If the system
 // does not let this user set the owner or the group, the file keeps the one that it has, and loses
 // the set-user-ID and set-group-ID bits. If that is another group, it and all others get the rights
-// that both of them have in `from`, so that no member of either group gets more than before. Attributes named "security.*" and "trusted.*" are copied as
-// far as the system permits, except digests of the content, which would not fit the new content.
-// Throws std::system_error, whose text names the owner, the mode or the attribute, if anything else
-// cannot be kept; `to` may then have some of it.
+// that both of them have in `from`, so that no member of either group gets more than before.
+// Attributes named "security.*" and "trusted.*" are copied as far as the system permits, except
+// digests of the content, which would not fit the new content. Throws std::system_error, whose text
+// names the owner, the mode or the attribute, if anything else cannot be kept; `to` may then have
+// some of it.
 PLATFORM_API void copyAttributes(const FileDescriptor& from, FileDescriptor& to);
 
 // The status of `name` in `directory`. A symbolic link with this name is not followed. Returns

@@ -40,9 +40,9 @@ PLATFORM_API std::optional<FileStamp> findStamp(const path& file);
 class PLATFORM_API FileDescriptor {
 public:
     FileDescriptor() = default;
-    // Takes over what the system has opened; -1 (with errno) gives an empty object. The numbers of the
-    // standard streams are exchanged for a higher one, so that no message ends in a file if they are
-    // closed; if none is free, the object is empty, and errno says so.
+    // Takes over what the system has opened; -1 (with errno) gives an empty object. The numbers of
+    // the standard streams are exchanged for a higher one, so that no message ends in a file if
+    // they are closed; if none is free, the object is empty, and errno says so.
     explicit FileDescriptor(int opened) noexcept : descriptor_(aboveStandardStreams(opened)) {}
     FileDescriptor(FileDescriptor&& other) noexcept
         : descriptor_(std::exchange(other.descriptor_, -1)) {}
@@ -72,8 +72,8 @@ public:
     // Returns the number of bytes read, which is less than the buffer's size only at the end of the
     // file.
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const;
-    // The offset of the next byte of a regular file, from `offset` on, that is not in a hole of zeros; the
-    // file's size if there is none. `offset` itself where the file system does not tell.
+    // The offset of the next byte of a regular file, from `offset` on, that is not in a hole of
+    // zeros; the file's size if there is none. `offset` itself where the file system does not tell.
     std::uint64_t nextData(std::uint64_t offset) const;
     void writeAt(std::span<const std::byte> bytes, std::uint64_t offset);
     // Makes a range of this file share its blocks with a range of `source`, which costs the same

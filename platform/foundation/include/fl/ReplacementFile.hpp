@@ -20,7 +20,8 @@ inline constexpr const char* kChangedMeanwhile =
     "someone else created, changed or removed the file in the meantime; it is left as it is now "
     "(open it again, or save under another name)";
 
-// The message in a child process that was forked meanwhile, which may change nothing for its parent.
+// The message in a child process that was forked meanwhile, which may change nothing for its
+// parent.
 inline constexpr const char* kForkedMeanwhile =
     "was opened before this process was forked; open it again to change it";
 

@@ -67,8 +67,8 @@ template <class Wrapped>
     throw detail::AnonymousInternalException<Wrapped>(std::move(exception));
 }
 
-// Like throwInternal(), and nests the exception in flight (std::nested_exception). Call it only in a
-// handler.
+// Like throwInternal(), and nests the exception in flight (std::nested_exception). Call it only in
+// a handler.
 template <class Wrapped>
 [[noreturn]] void throwInternalWithNested(Wrapped exception) {
     throwInternal(detail::CausedException<Wrapped>(std::move(exception)));

@@ -6,13 +6,14 @@
 
 namespace foundation {
 
-// Remembers the process in which it was made. A forked child has copies of all objects, among them of
-// those that write files or wait for threads, but the files and the threads are still its parent's.
+// Remembers the process in which it was made. A forked child has copies of all objects, among them
+// of those that write files or wait for threads, but the files and the threads are still its
+// parent's.
 class PLATFORM_API ProcessMark {
 public:
     ProcessMark() noexcept;
-    // False in a child, even if it has the number of its parent, as the first processes of two containers
-    // have, and even if it was made without fork().
+    // False in a child, even if it has the number of its parent, as the first processes of two
+    // containers have, and even if it was made without fork().
     bool isOfThisProcess() const noexcept;
 
 private:

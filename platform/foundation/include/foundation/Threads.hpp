@@ -19,16 +19,17 @@ inline constexpr unsigned kMostThreads = 256;
 // 0 goes back to the default, and what is above kMostThreads counts as that. Safe from any thread.
 PLATFORM_API void setLimit(unsigned most) noexcept;
 
-// Work on a sequence of items, in three stages. feed() and take() run on the calling thread, for one
-// item after the other; work() runs on the calling thread and on helpers, for several items at once.
+// Work on a sequence of items, in three stages. feed() and take() run on the calling thread, for
+// one item after the other; work() runs on the calling thread and on helpers, for several items at
+// once.
 //
 // Each stage is given a slot, a number below `slots`. An item keeps its slot from feed() to take(),
 // and the caller keeps the item's data in an array with that many elements, so memory does not grow
 // with the number of items.
 struct PLATFORM_API Pipeline {
     std::size_t slots = 1;
-    // How many items work() may run for at one time. With 1 it sees them in order, one by one, while
-    // the calling thread feeds and takes others.
+    // How many items work() may run for at one time. With 1 it sees them in order, one by one,
+    // while the calling thread feeds and takes others.
     std::size_t workers = static_cast<std::size_t>(-1);
 
     // Puts the next item into the slot, or returns false if there is none.

@@ -52,8 +52,8 @@ std::string withFreeName(const std::string& target, const char* what, Create cre
     throwSystemError(EEXIST, what);
 }
 
-// The entry of an open file by which it can be linked to a name. It is that of this thread, because a
-// thread may have descriptors of its own, and the main thread may have ended.
+// The entry of an open file by which it can be linked to a name. It is that of this thread, because
+// a thread may have descriptors of its own, and the main thread may have ended.
 std::string entryOf(const FileDescriptor& file) {
     return "/proc/thread-self/fd/" + std::to_string(file.get());
 }
@@ -69,8 +69,8 @@ int errorOfName(int directory, const char* name, int flags, const FileDescriptor
     return found.st_dev == stamp.device && found.st_ino == stamp.inode ? 0 : EBADF;
 }
 
-// Whether the file can be linked by its entry. A sandbox may lack /proc, forbid looking into it, or have
-// a folder of its own there.
+// Whether the file can be linked by its entry. A sandbox may lack /proc, forbid looking into it, or
+// have a folder of its own there.
 bool canBeLinked(const FileDescriptor& file) {
     const int error = errorOfName(AT_FDCWD, entryOf(file).c_str(), 0, file);
     const bool isClosed =

@@ -9,9 +9,9 @@
 
 namespace fl::filesystem {
 
-// A new file that only its owner may read. It has no name as long as it needs none, if the file system can
-// do that and /proc is there to give it one; otherwise it has a hidden name beside the file that it is to
-// replace. All functions throw std::system_error unless they are noexcept.
+// A new file that only its owner may read. It has no name as long as it needs none, if the file
+// system can do that and /proc is there to give it one; otherwise it has a hidden name beside the
+// file that it is to replace. All functions throw std::system_error unless they are noexcept.
 class TemporaryFile {
 public:
     // In a directory, which must outlive this object, for the file called `target` there. Only the

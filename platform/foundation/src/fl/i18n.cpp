@@ -188,8 +188,8 @@ void appendDecomposed(UChar32 character, std::u32string& to) {
     }
 }
 
-// The text decomposed, if it is so long that its marks may need much time to be put in order. ICU inserts them
-// one by one, which takes time with the square of the length of a run of marks.
+// The text decomposed, if it is so long that its marks may need much time to be put in order. ICU
+// inserts them one by one, which takes time with the square of the length of a run of marks.
 ustring withMarksInOrder(ustring_view text) {
     constexpr std::size_t kShort = 500;
     if (text.size() <= kShort) return ustring(text);

@@ -87,8 +87,8 @@ public:
     const COSMethodInfo* findMethod(std::string_view name) const;
 
 protected:
-    // Appends the descriptions of all methods, the constructor included. If it asks this object for its
-    // methods, that throws RegistrationError.
+    // Appends the descriptions of all methods, the constructor included. If it asks this object for
+    // its methods, that throws RegistrationError.
     virtual void defineMethods(MethodList& methods) const = 0;
 
 private:

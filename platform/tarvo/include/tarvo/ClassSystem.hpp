@@ -25,9 +25,9 @@ using ClassPtr = std::shared_ptr<const COSClassInfo>;
 PLATFORM_API std::vector<std::string> namespaceNames();
 
 // The namespace with this name, or null. The first call runs its definer, while other threads wait;
-// what the definer throws passes through, and the next use tries again. Throws RegistrationError if the
-// definer uses its own namespace, perhaps through another one's definer. Release the pointer before the
-// module that registered the namespace is unloaded.
+// what the definer throws passes through, and the next use tries again. Throws RegistrationError if
+// the definer uses its own namespace, perhaps through another one's definer. Release the pointer
+// before the module that registered the namespace is unloaded.
 PLATFORM_API NamespacePtr findNamespace(std::string_view name);
 // The class with this full name, such as "lumenforge.internal.serialization.KAppMetadataReader", or
 // null. Throws what findNamespace() throws. The pointer keeps the whole namespace; release it

@@ -11,8 +11,9 @@ namespace tarvo {
 
 namespace internal {
 
-// Held while anything is being defined. It is one for the whole process, because definitions use each other:
-// with a lock for each, two threads that began at the two ends of a circle would wait for each other.
+// Held while anything is being defined. It is one for the whole process, because definitions use
+// each other: with a lock for each, two threads that began at the two ends of a circle would wait
+// for each other.
 PLATFORM_API std::recursive_mutex& definitionMutex();
 
 [[noreturn]] PLATFORM_API void throwUsesItself(std::string_view name);
@@ -23,9 +24,9 @@ PLATFORM_API std::recursive_mutex& definitionMutex();
 template <class Value>
 class DefinedOnce {
 public:
-    // Returns what `define` returned the first time. If `define` throws, nothing is defined, and the next
-    // call tries again. Throws RegistrationError, which says `name`, if `define` needs the value that it
-    // is making, whatever other definitions lie between.
+    // Returns what `define` returned the first time. If `define` throws, nothing is defined, and
+    // the next call tries again. Throws RegistrationError, which says `name`, if `define` needs the
+    // value that it is making, whatever other definitions lie between.
     template <class Define>
     const Value& get(std::string_view name, Define define) const {
         if (isDefined_.load(std::memory_order_acquire)) return *value_;
