@@ -148,21 +148,32 @@ TEST_F(FoundPackageTest, CallsAnItemWithTwoNamesAsThePackageDoes) {
 // Directory and local header say the same twice over, so one of them may be wrong in anything, and
 // also in how long its name or its extra fields are.
 TEST_F(FoundPackageTest, LosesNothingIfOneBitOfARecordIsFlipped) {
-    BuiltZip file = goodPlainPackage().with("thing.bin", "a thing").with("code.k", "x = 1").zip();
+    BuiltZip file = goodPlainPackage()
+                        .with("empty.bin", "")
+                        .with("thing.bin", "a thing")
+                        .with("code.k", "x = 1")
+                        .zip();
     for (auto& item : file.items) {
         item.localExtra = std::string("\x55\x54\x05\0\x01time", 9);
         item.descriptor = item.name == "data" ? 16 : 0;
+        item.zip64 = item.name == "thing.bin" || item.name == "empty.bin";
+        if (item.name == "empty.bin") item.method = 0;
     }
     const std::string bytes = file.bytes();
     const std::vector<std::string> whole = linesOf(salvaged(bytes));
     const struct {
         std::string signature;
-        std::size_t size;
-    } records[] = {{"PK\3\4", 30}, {"PK\1\2", 46}};
-    for (const auto& [signature, size] : records) {
+        std::size_t size, lengths;  // lengths: where those of the name and the extra fields are
+    } records[] = {{"PK\3\4", 30, 26}, {"PK\1\2", 46, 28}};
+    for (const auto& [signature, size, lengths] : records) {
         for (auto at = bytes.find(signature); at != std::string::npos;
              at = bytes.find(signature, at + 1)) {
-            for (std::size_t bit = 0; bit < 8 * size; ++bit) {
+            const auto lengthAt = [&, &where = lengths](std::size_t which) {
+                return static_cast<unsigned char>(bytes[at + where + which]);
+            };
+            const std::size_t fields = size + lengthAt(0), end = fields + lengthAt(2);
+            for (std::size_t bit = 0; bit < 8 * end; ++bit) {
+                if (bit == 8 * size) bit = 8 * fields;  // not in the name
                 std::string flipped = bytes;
                 flipped[at + bit / 8] = static_cast<char>(flipped[at + bit / 8] ^ 1 << bit % 8);
                 std::vector<std::string> lines = linesOf(salvaged(flipped));

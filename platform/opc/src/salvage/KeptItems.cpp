@@ -2,6 +2,9 @@
 
 #include "platform/opc/src/zip/ItemInput.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
+#include "platform/opc/src/zip/ZipFormat.hpp"
+
+#include <algorithm>
 
 namespace opc::zip {
 
@@ -12,6 +15,12 @@ constexpr std::size_t kPiece = std::size_t{128} << 10;
 }  // namespace
 
 Verdict KeptItems::keep(ZipItem item) {
+    // Nothing shows where the data of an item without data is, so a wrong length in its header must
+    // not claim the bytes of others.
+    if (item.compressedSize == 0) {
+        item.dataOffset = std::min<std::uint64_t>(
+            item.dataOffset, item.headerOffset + format::local::kHeaderSize + item.name.size());
+    }
     item.endOffset = item.dataOffset + item.compressedSize;
     if (item.endOffset > source_->size || item.endOffset < item.dataOffset)
         return lostBy(Loss::Cut);

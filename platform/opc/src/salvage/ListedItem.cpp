@@ -64,7 +64,9 @@ std::vector<std::uint64_t> otherOffsetsOfData(const SalvageSource& source, const
 bool isEmptied(const SalvageSource& source, const ZipItem& item) {
     if (item.size != 0 || item.compressedSize != 0) return false;
     const auto header = localHeaderAt(source, item.headerOffset);
-    return header && header->item.name == item.name && header->item.size != 0;
+    // A size in a zip64 field that is damaged is unknown.
+    return header && header->item.name == item.name && header->item.size != 0 &&
+           header->item.size != kInZip64_32;
 }
 
 bool mayDescribe(const ZipItem& record, const ZipItem& item) {

@@ -373,7 +373,8 @@ private:
         const auto [first, last] = listed_.equal_range(item.name);
         const bool isThere = std::any_of(first, last, [&](const auto& listed) {
             const ZipItem& there = listed.second;
-            const bool isHere = isExact_ && there.headerOffset == item.headerOffset;
+            const bool isUnknown = there.headerOffset == kInZip64_32;  // its field is damaged
+            const bool isHere = isExact_ && (isUnknown || there.headerOffset == item.headerOffset);
             return Content(there) == Content(item) || (isHere && mayDescribe(there, item));
         });
         if (isThere || item.size == 0) return isThere;
