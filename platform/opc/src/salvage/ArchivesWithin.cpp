@@ -1,6 +1,7 @@
 #include "platform/opc/src/salvage/ArchivesWithin.hpp"
 
 #include <opc/Exception.hpp>
+#include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/salvage/CandidateArchive.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>

@@ -5,7 +5,6 @@
 #include "platform/opc/src/salvage/DamagedFile.hpp"
 #include "platform/opc/src/salvage/Loss.hpp"
 #include "platform/opc/src/salvage/SearchBudget.hpp"
-#include "platform/opc/src/zip/CompressionMethods.hpp"
 
 #include <compare>
 #include <cstddef>

@@ -12,6 +12,13 @@ namespace opc::zip {
 
 using namespace format;
 
+namespace {
+
+// None at all, and those with a signature before those without.
+constexpr std::uint64_t kDescriptorSizes[] = {0, 16, 12, 24, 20};
+
+}  // namespace
+
 void addLocal(const SalvageSource& source, ZipItem& item) {
     const std::size_t likely = local::kHeaderSize + item.name.size();
     item.dataOffset = item.headerOffset + likely;
@@ -49,7 +56,7 @@ std::vector<ZipItem> placesOf(const SalvageSource& source, const ZipItem& item,
 std::vector<std::uint64_t> otherOffsetsOfData(const SalvageSource& source, const ZipItem& item,
                                               std::uint64_t next) {
     std::vector<std::uint64_t> offsets;
-    for (const std::uint64_t descriptor : {0, 16, 12, 24, 20}) {
+    for (const std::uint64_t descriptor : kDescriptorSizes) {
         const std::uint64_t behind = item.compressedSize + descriptor;
         if (next < item.headerOffset + local::kHeaderSize + behind) continue;
         const std::uint64_t end = next - descriptor;

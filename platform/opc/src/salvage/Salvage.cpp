@@ -3,6 +3,7 @@
 #include <opc/Exception.hpp>
 
 #include "platform/opc/src/salvage/ArchivesWithin.hpp"
+#include "platform/opc/src/salvage/CandidateArchive.hpp"
 #include "platform/opc/src/salvage/Failures.hpp"
 #include "platform/opc/src/salvage/KeptItems.hpp"
 #include "platform/opc/src/salvage/ListedItem.hpp"
@@ -14,7 +15,6 @@
 #include "platform/opc/src/zip/CompressionMethods.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"
-#include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>

@@ -2,7 +2,6 @@
 
 #include "platform/opc/src/zip/CompressionMethods.hpp"
 #include "platform/opc/src/zip/Deflate.hpp"
-#include "platform/opc/src/zip/ItemInput.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>

@@ -65,8 +65,8 @@ std::string withoutMarks(std::string name) {
 
 // Without the version number (";1") and the dots and blanks at its end, which some systems drop.
 std::string_view stripped(std::string_view segment) {
-    const std::size_t digits =
-        std::find_if_not(segment.rbegin(), segment.rend(), isDigit).base() - segment.begin();
+    const auto other = std::find_if_not(segment.rbegin(), segment.rend(), isDigit);
+    const auto digits = static_cast<std::size_t>(other.base() - segment.begin());
     if (digits > 0 && digits < segment.size() && segment[digits - 1] == ';') {
         segment = segment.substr(0, digits - 1);
     }
