@@ -175,6 +175,10 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         {"the start of a streamed item twice",
          doubled.bytes().insert(second, doubled.bytes().substr(second, 120)),
          "a=aaaaaaaaaa;b=" + content + ";c=ccc;b: there is another item of this name;"},
+        {"the start of a streamed item in another place",
+         "junk" + doubled.bytes().substr(second, 120) +
+             doubled.bytes().replace(second, 30, 30, '\0'),
+         "a=aaaaaaaaaa;b=" + content + ";c=ccc;b: there is another item of this name;"},
         {"folders of one name", folders.bytes(),
          all + "D/=;e\\=;d/: there is another item of this name;E/: there is another item of this "
                "name;"},

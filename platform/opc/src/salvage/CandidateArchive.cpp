@@ -86,6 +86,7 @@ void CandidateArchive::findBase() {
         const ZipItem& item = directory_.items[i];
         byName_.emplace(item.name, i);
         if (shifted.contains(i)) continue;
+        if (!stated.contains(i)) missed_.insert(i);
         const auto header = localHeaderAt(*source_, item.headerOffset);
         if (!header || header->item.name == item.name || !isAround(*header))
             inFront_.emplace(item.headerOffset, i);
@@ -120,14 +121,14 @@ bool CandidateArchive::isAround(const LocalHeader& header) const {
 bool CandidateArchive::isForeign(std::uint64_t at, Place place) const {
     if (at >= start() || inFront_.contains(at)) return false;
     const auto header = localHeaderAt(*source_, at, place);
-    if (header && (listedEnd(*header) || isCopy(at, *header))) return false;
+    if (header && (listedEnd(*header) || isCopy(at, *header) || isMissed(*header))) return false;
     const bool isWhole = header && header->item.dataOffset <= start();
     return isWhole || (place == Place::Expected && source_->number(at) == local::kSignature);
 }
 
 bool CandidateArchive::isForeignHeader(std::uint64_t at) const {
     const auto header = localHeaderAt(*source_, at);
-    return header && !listedEnd(*header) && !isCopy(at, *header);
+    return header && !listedEnd(*header) && !isCopy(at, *header) && !isMissed(*header);
 }
 
 bool CandidateArchive::isForeignRecord(std::uint64_t at, std::uint64_t size) const {
@@ -170,6 +171,13 @@ bool CandidateArchive::isCopy(std::uint64_t at, const LocalHeader& header) const
     };
     return isAt(own.headerOffset) ||
            isAt(own.headerOffset + static_cast<std::uint64_t>(directory_.shift));
+}
+
+// Whether the header, whose numbers are left to a descriptor, has the name of an item of which no
+// header was found: sectors may have changed places.
+bool CandidateArchive::isMissed(const LocalHeader& header) const {
+    const auto found = byName_.find(header.item.name);
+    return found != byName_.end() && header.isIncomplete() && missed_.contains(found->second);
 }
 
 // The end of the item of a header if the directory lists that item, and not only its name: an

@@ -68,6 +68,7 @@ private:
     bool isForeignRecord(std::uint64_t at, std::uint64_t size) const;
     bool isStartTwice() const;
     bool isCopy(std::uint64_t at, const LocalHeader& header) const;
+    bool isMissed(const LocalHeader& header) const;
     std::optional<std::uint64_t> listedEnd(const LocalHeader& header) const;
     std::optional<std::uint64_t> endOfOwn(std::uint64_t at) const;
 
@@ -79,6 +80,7 @@ private:
     // Indexes of items in front of base_, by header offset.
     std::map<std::uint64_t, std::size_t> inFront_;
     std::map<std::string, std::size_t> byName_;
+    std::set<std::size_t> missed_;  // indexes of items without a header where they should be
 };
 
 }  // namespace opc::zip
