@@ -147,6 +147,16 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     const std::string content = std::string(99, 'l') + std::string(99, 'd');
     doubled.items[1] = {.name = "b", .content = content, .method = 0, .descriptor = 16};
     const std::size_t second = doubled.bytes().find("PK\3\4", 1);
+    BuiltZip withFields = good();
+    withFields.items[1] = {.name = "b", .method = 0};
+    withFields.items[1].localExtra = std::string("\x55\x54\x18\0", 4) + std::string(24, 't');
+    withFields.items.push_back({.name = "a", .content = "another"});
+    const BuiltZip innerStream = {.items = {{.name = "a", .method = 0, .descriptor = 16},
+                                            {.name = "b", .method = 0, .descriptor = 16}}};
+    const std::string emptyOnes = innerStream.bytes();
+    const BuiltZip outerStream = {
+        .items = {{.name = "a", .content = "outer", .method = 0, .descriptor = 16},
+                  {.name = "b", .content = emptyOnes, .method = 0, .descriptor = 16}}};
     // The header of the second item says that its extra fields go on behind the end of the file.
     const auto nonsense = [](std::size_t size) {
         BuiltZip zip = good();
@@ -179,6 +189,9 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          "junk" + doubled.bytes().substr(second, 120) +
              doubled.bytes().replace(second, 30, 30, '\0'),
          "a=aaaaaaaaaa;b=" + content + ";c=ccc;b: there is another item of this name;"},
+        {"an empty item with extra fields", withoutDirectory(withFields),
+         "b=;c=ccc;a: there are several of this name, and no directory says which counts;"},
+        {"a stream within a stream", withoutDirectory(outerStream), "a=outer;b=" + emptyOnes + ";"},
         {"folders of one name", folders.bytes(),
          all + "D/=;e\\=;d/: there is another item of this name;E/: there is another item of this "
                "name;"},
@@ -452,7 +465,7 @@ TEST_F(NestTest, SalvageKeepsWhatIsInFrontOfAnArchiveThatIsWhole) {
 TEST_F(NestTest, SalvageKeepsAllButTheItemThatBytesArePutInto) {
     for (const Nest& nest : nests()) {
         for (std::size_t at = nest.data; at <= nest.end; at += 25) {
-            for (const std::size_t size : {5, 1500}) {
+            for (const std::size_t size : {5u, 1500u}) {
                 SCOPED_TRACE(nest.why + ", " + std::to_string(size) + " bytes put in at " +
                              std::to_string(at - nest.data));
                 check(nest, std::string(nest.bytes).insert(at, size, 'x'), true);

@@ -149,7 +149,7 @@ private:
             CandidateArchive archive(*source_, place, std::move(items));
             if (!archive.isConfirmed() || !hasNothingInFront(archive)) return;
             found_.own = archive.takeDirectory();
-            found_.own->mayLackRecords = !layout->isJoined;
+            found_.own->mayLackRecords = layout->hasRoom;
         } catch (const Exception&) {
             // Damaged, too.
         }
@@ -158,19 +158,21 @@ private:
     // Where the items of a directory are that has no end record.
     struct Layout {
         std::int64_t shift;  // how far most items are from where their records say
-        // Whether the directory directly follows its last item, so that it lacks no records.
-        bool isJoined;
+        // Whether there is room for a record between the last item and the directory, so that it may
+        // lack one.
+        bool hasRoom;
     };
 
-    // The layout of the items of the directory at `start`. Nullopt if it lacks records: it does not
-    // follow its last item, and that was not found or there are items of other names.
+    // The layout of the items of the directory at `start`. Nullopt if its last item was not found, if
+    // that does not end at `start` and there are headers of names that it does not list, or if the
+    // budget is used up.
     std::optional<Layout> layoutOf(const std::vector<ZipItem>& items, std::uint64_t start) {
         std::map<std::string_view, const ZipItem*> byName;
         for (const ZipItem& item : items)
             byName.emplace(item.name, &item);
         const auto last = std::ranges::max_element(items, {}, &ZipItem::headerOffset);
         std::optional<bool> isJoined;
-        bool hasOthers = false;
+        bool hasOthers = false, hasRoom = true;
         std::map<std::int64_t, std::size_t> counts;
         SignatureSearch search(*source_, local::kSignature);
         std::uint64_t from = 0;
@@ -184,13 +186,15 @@ private:
             const auto itemEnd = endOfSame(*source_, *header, *found->second);
             if (!itemEnd) continue;
             ++counts[static_cast<std::int64_t>(*at - found->second->headerOffset)];
-            if (found->second == &*last) isJoined = isJoined.value_or(false) || *itemEnd == start;
+            if (found->second != &*last) continue;
+            isJoined = isJoined.value_or(false) || *itemEnd == start;
+            hasRoom = hasRoom && (*itemEnd > start || start - *itemEnd > central::kHeaderSize);
         }
         if (!isJoined || (!*isJoined && hasOthers)) return std::nullopt;
         const auto most = std::ranges::max_element(counts, {}, [](const auto& count) {
             return std::pair(count.second, count.first == 0);
         });
-        return Layout{most->first, *isJoined};
+        return Layout{most->first, hasRoom};
     }
 
     // Of several archives that could be the file's own, the last one contains all others.
@@ -200,11 +204,11 @@ private:
         if (isOwn) found_.own = archive.takeDirectory();
     }
 
-    bool hasNothingInFront(const CandidateArchive& archive) {
+    bool hasNothingInFront(CandidateArchive& archive) {
         return spend(archive.start()) && !archive.hasForeignItems();
     }
 
-    bool isLast(const CandidateArchive& archive) {
+    bool isLast(CandidateArchive& archive) {
         if (lastRecord_ < archive.end()) return true;
         if (!archive.isConfirmed()) return false;
         const std::uint64_t foreign = archive.foreignRecordBehind();

@@ -14,8 +14,6 @@ namespace {
 using namespace format;
 
 constexpr std::uint64_t kPiece = std::uint64_t{128} << 10;
-// How much of its data a copy of an item has at least: sectors mostly end far behind a header.
-constexpr std::uint64_t kLikelyInCopy = 64;
 
 // The indexes of the items for which `isConfirmed` holds.
 template <typename Check>
@@ -42,7 +40,7 @@ std::uint64_t CandidateArchive::start() const {
     return static_cast<std::uint64_t>(std::max<std::int64_t>(base_, 0));
 }
 
-bool CandidateArchive::hasForeignItems() const {
+bool CandidateArchive::hasForeignItems() {
     if (isStartTwice()) return false;
     if (isForeign(0, Place::Expected)) return true;
     SignatureSearch search(*source_, local::kSignature);
@@ -58,7 +56,7 @@ bool CandidateArchive::hasForeignItems() const {
     return false;
 }
 
-std::uint64_t CandidateArchive::foreignRecordBehind() const {
+std::uint64_t CandidateArchive::foreignRecordBehind() {
     std::uint64_t first = source_->size, from = fileEnd_;
     SignatureSearch headers(*source_, local::kSignature);
     while (const auto at = headers.next(from, first)) {
@@ -118,7 +116,7 @@ bool CandidateArchive::isAround(const LocalHeader& header) const {
     return header.item.dataOffset <= start() && fileEnd_ <= claimed && claimed <= source_->size;
 }
 
-bool CandidateArchive::isForeign(std::uint64_t at, Place place) const {
+bool CandidateArchive::isForeign(std::uint64_t at, Place place) {
     if (at >= start() || inFront_.contains(at)) return false;
     const auto header = localHeaderAt(*source_, at, place);
     if (header && (listedEnd(*header) || isCopy(at, *header) || isMissed(*header))) return false;
@@ -126,7 +124,7 @@ bool CandidateArchive::isForeign(std::uint64_t at, Place place) const {
     return isWhole || (place == Place::Expected && source_->number(at) == local::kSignature);
 }
 
-bool CandidateArchive::isForeignHeader(std::uint64_t at) const {
+bool CandidateArchive::isForeignHeader(std::uint64_t at) {
     const auto header = localHeaderAt(*source_, at);
     return header && !listedEnd(*header) && !isCopy(at, *header) && !isMissed(*header);
 }
@@ -155,22 +153,33 @@ bool CandidateArchive::isStartTwice() const {
     return true;
 }
 
-// Whether the header at the offset `at` and what follows it are there once more as an item that the
-// directory lists. Only that shows whose it is if its numbers are left to a descriptor, and the copy
-// ends before that.
-bool CandidateArchive::isCopy(std::uint64_t at, const LocalHeader& header) const {
+// Whether the header at the offset `at` is in a piece of the file that is there twice, the second
+// directly behind the first, and the other one is an item that the directory lists.
+bool CandidateArchive::isCopy(std::uint64_t at, const LocalHeader& header) {
+    if (copied_.overlap(at, at + 1)) return true;
     const auto found = byName_.find(header.item.name);
     if (found == byName_.end()) return false;
-    const ZipItem& own = directory_.items[found->second];
-    const std::uint64_t ofHeader = header.item.dataOffset - at;
-    if (ofHeader > kLikelyHeader) return false;
-    const std::uint64_t size = ofHeader + std::min(own.compressedSize, kLikelyInCopy);
-    const auto bytes = source_->at(at, size);
-    const auto isAt = [&](std::uint64_t place) {
-        return place != at && source_->at(place, size) == bytes;
-    };
-    return isAt(own.headerOffset) ||
-           isAt(own.headerOffset + static_cast<std::uint64_t>(directory_.shift));
+    const std::uint64_t stated = directory_.items[found->second].headerOffset;
+    const std::uint64_t shifted = stated + static_cast<std::uint64_t>(directory_.shift);
+    return isRepeated(at, stated) || isRepeated(at, shifted);
+}
+
+// Whether a piece of the file with the offset `at` is repeated so that this is `place` there.
+bool CandidateArchive::isRepeated(std::uint64_t at, std::uint64_t place) {
+    const std::uint64_t size = place > at ? place - at : at - place, first = std::min(at, place);
+    if (size == 0 || size > kPiece) return false;
+    // The piece begins up to its size in front of the first of the two, so both are in these bytes.
+    const std::uint64_t from = first - std::min(first, size);
+    const auto bytes = source_->at(from, first - from + 3 * size);
+    std::uint64_t equal = 0;
+    for (std::uint64_t i = 0; i + size < bytes.size(); ++i) {
+        equal = bytes[i] == bytes[i + size] ? equal + 1 : 0;
+        const std::uint64_t end = from + i + 1;
+        if (equal < size || end <= first || end - size > first) continue;
+        copied_.add(end - size, end + size);
+        return true;
+    }
+    return false;
 }
 
 // Whether the header, whose numbers are left to a descriptor, has the name of an item of which no

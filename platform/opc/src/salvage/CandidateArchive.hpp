@@ -50,11 +50,11 @@ public:
     // Whether there are items in front of the archive that it does not list: it is then the content
     // of an item of another archive. The file's first sectors, if they are there twice, are no such
     // items.
-    bool hasForeignItems() const;
+    bool hasForeignItems();
     // The offset of the first record after the archive that is not a copy of one of its own, as
     // there are if the last sectors of the file are there twice. The size of the file if there is
     // none.
-    std::uint64_t foreignRecordBehind() const;
+    std::uint64_t foreignRecordBehind();
 
     WholeDirectory takeDirectory() { return std::move(directory_); }
 
@@ -63,11 +63,12 @@ private:
     std::set<std::size_t> confirmedAtShift() const;
     std::set<std::size_t> confirmedInFront() const;
     bool isAround(const LocalHeader& header) const;
-    bool isForeign(std::uint64_t at, Place place) const;
-    bool isForeignHeader(std::uint64_t at) const;
+    bool isForeign(std::uint64_t at, Place place);
+    bool isForeignHeader(std::uint64_t at);
     bool isForeignRecord(std::uint64_t at, std::uint64_t size) const;
     bool isStartTwice() const;
-    bool isCopy(std::uint64_t at, const LocalHeader& header) const;
+    bool isCopy(std::uint64_t at, const LocalHeader& header);
+    bool isRepeated(std::uint64_t at, std::uint64_t place);
     bool isMissed(const LocalHeader& header) const;
     std::optional<std::uint64_t> listedEnd(const LocalHeader& header) const;
     std::optional<std::uint64_t> endOfOwn(std::uint64_t at) const;
@@ -80,6 +81,7 @@ private:
     // Indexes of items in front of base_, by header offset.
     std::map<std::uint64_t, std::size_t> inFront_;
     std::map<std::string, std::size_t> byName_;
+    Ranges copied_;                 // pieces that are in the file twice
     std::set<std::size_t> missed_;  // indexes of items without a header where they should be
 };
 

@@ -17,7 +17,7 @@ constexpr std::size_t kPiece = std::size_t{128} << 10;
 Verdict KeptItems::keep(ZipItem item) {
     // Nothing shows where the data of an item without data is, so a wrong length in its header must
     // not claim the bytes of others.
-    if (item.compressedSize == 0) {
+    if (item.compressedSize == 0 && !hasLikelyFields(item)) {
         item.dataOffset = std::min<std::uint64_t>(
             item.dataOffset, item.headerOffset + format::local::kHeaderSize + item.name.size());
     }
@@ -42,6 +42,17 @@ Verdict KeptItems::keep(ZipItem item) {
     item.directoryRecord = {};
     items_.push_back(std::move(item));
     return {};
+}
+
+// Whether what is between the name and the data can be extra fields.
+bool KeptItems::hasLikelyFields(const ZipItem& item) const {
+    const std::uint64_t from = item.headerOffset + format::local::kHeaderSize + item.name.size();
+    if (item.dataOffset < from || item.dataOffset - from > kLikelyHeader) return false;
+    const auto fields = source_->at(from, item.dataOffset - from);
+    std::size_t end = 0;
+    while (end + format::extra::kHeaderSize <= fields.size())
+        end += format::extra::kHeaderSize + format::load16(fields, end + 2);
+    return end == fields.size();
 }
 
 std::optional<Content> KeptItems::contentOf(const std::string& name) const {

@@ -58,6 +58,7 @@ private:
     using Data = std::pair<std::uint64_t, Content>;
 
     static Data dataOf(const ZipItem& item) { return {item.dataOffset, Content(item)}; }
+    bool hasLikelyFields(const ZipItem& item) const;
     Verdict judgeContent(const ZipItem& item);
     std::optional<std::string> readThrough(const ZipItem& item);
 

@@ -78,7 +78,8 @@ bool isEmptied(const SalvageSource& source, const ZipItem& item) {
 
 bool mayDescribe(const ZipItem& record, const ZipItem& item) {
     const auto mayBe = [](std::uint64_t recorded, std::uint64_t found) {
-        return recorded == 0 || std::popcount(recorded ^ found) <= 1;
+        const std::uint64_t other = recorded ^ found;
+        return recorded == 0 || other >> (std::countr_zero(other) / 8 * 8 % 64) <= 0xFF;
     };
     return record.crc32 == item.crc32 ||
            (mayBe(record.crc32, item.crc32) && mayBe(record.size, item.size) &&

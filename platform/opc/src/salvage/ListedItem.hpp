@@ -32,7 +32,7 @@ std::vector<std::uint64_t> otherOffsetsOfData(const SalvageSource& source, const
 bool isEmptied(const SalvageSource& source, const ZipItem& item);
 
 // Whether a directory `record` may have described an item with these numbers, before it was damaged:
-// the checksum is the same, or each number that differs is off by one bit or was overwritten with
+// the checksum is the same, or in each number that differs one byte does, or it was overwritten with
 // zeros. Otherwise the item is of another version of the file, which was written over this one.
 bool mayDescribe(const ZipItem& record, const ZipItem& item);
 

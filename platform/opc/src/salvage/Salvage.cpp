@@ -121,7 +121,7 @@ private:
                 if (!isEmptied(*source_, placed) && kept_.keep(placed).isKept()) return;
             }
         }
-        listed_.emplace(item.name, item);
+        listed_.emplace(item.name, Listed{item, next});
         listedNames_.try_emplace({Content(item), item.name.size()}, item.name);
         failures_.add(places.empty() ? item : places.front(), source_->size, std::move(verdict));
         if (places.empty()) return;
@@ -322,7 +322,7 @@ private:
         const auto [first, last] = records_.equal_range(header.item.headerOffset);
         for (auto record = first; record != last; ++record) {
             ZipItem item = record->second.item;
-            if (item.size == 0 && !endOfSame(*source_, header, item)) continue;
+            if (item.size == 0 && !saysEmpty(header, item)) continue;
             if (item.name.size() != header.item.name.size() && isName(header.item.name))
                 item.name = header.item.name;
             if (!kept_.keep(std::move(item)).isKept()) continue;
@@ -332,13 +332,21 @@ private:
         return false;
     }
 
+    // Whether the header, too, says that the item of a directory record is empty: empty content would
+    // be whole anywhere.
+    bool saysEmpty(const LocalHeader& header, const ZipItem& item) const {
+        if (header.isIncomplete()) return endOfSame(*source_, header, item).has_value();
+        return header.item.name == item.name && !isEmptied(*source_, item);
+    }
+
     // Takes the item at this local header if its content is that of an item of its name that a whole
     // directory lists, and that was not where the directory says.
     bool takeAsListed(const LocalHeader& header) {
         const auto [first, last] = listed_.equal_range(header.item.name);
         return std::any_of(first, last, [&](const auto& listed) {
-            ZipItem item = listed.second;
-            if (item.size == 0 && !endOfSame(*source_, header, item)) return false;
+            if (kept_.hasName(listed.first) || !budget_.spend(SearchBudget::kAttempt)) return false;
+            ZipItem item = listed.second.item;
+            if (item.size == 0 && !saysEmpty(header, item)) return false;
             item.headerOffset = header.item.headerOffset;
             item.dataOffset = header.item.dataOffset;
             return kept_.keep(std::move(item)).isKept();
@@ -366,16 +374,18 @@ private:
         return lostBy(Loss::TwoSizes);
     }
 
-    // Whether a whole directory lists an item of this name with the same content, perhaps damaged at
-    // the same place, or one with the same content and another name that is as long; the item then
-    // gets both names.
+    // Whether a whole directory lists this item: under its name with the same content; at its place
+    // with numbers that may be damaged; or with the same content under another name that is as long,
+    // and then the item gets both names.
     bool isListed(ZipItem& item) const {
         const auto [first, last] = listed_.equal_range(item.name);
         const bool isThere = std::any_of(first, last, [&](const auto& listed) {
-            const ZipItem& there = listed.second;
+            const ZipItem& there = listed.second.item;
             const bool isUnknown = there.headerOffset == kInZip64_32;  // its field is damaged
             const bool isHere = isExact_ && (isUnknown || there.headerOffset == item.headerOffset);
-            return Content(there) == Content(item) || (isHere && mayDescribe(there, item));
+            const bool hasRoom = item.dataOffset + item.compressedSize <= listed.second.next;
+            return Content(there) == Content(item) ||
+                   (isHere && hasRoom && mayDescribe(there, item));
         });
         if (isThere || item.size == 0) return isThere;
         const auto renamed = listedNames_.find({Content(item), item.name.size()});
@@ -406,6 +416,12 @@ private:
         });
     }
 
+    // An item of a whole directory, and where that says that the next one begins.
+    struct Listed {
+        ZipItem item;
+        std::uint64_t next;
+    };
+
     // A directory record and its offset.
     struct Record {
         ZipItem item;
@@ -423,7 +439,7 @@ private:
     bool isExact_ = false;  // and its offsets are not shifted
     Ranges within_;         // archives that are not the file's own
     // Items of a whole directory that could not be taken as it describes them, by name.
-    std::multimap<std::string, ZipItem, FoldedLess> listed_;
+    std::multimap<std::string, Listed, FoldedLess> listed_;
     // Their names by content and length of the name.
     std::map<std::pair<Content, std::size_t>, std::string> listedNames_;
     // Directory records that no local header confirms, by header offset.
