@@ -157,6 +157,16 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     const BuiltZip outerStream = {
         .items = {{.name = "a", .content = "outer", .method = 0, .descriptor = 16},
                   {.name = "b", .content = emptyOnes, .method = 0, .descriptor = 16}}};
+    // Zeros over the numbers of the local header of "b", and of the record of a streamed item.
+    const std::string zeroed =
+        withoutDirectory(good()).replace(good().bytes().find("PK\3\4", 1) + 14, 12, 12, '\0');
+    BuiltZip sameName = good();
+    std::string emptyRecord = streamed.bytes();
+    emptyRecord.replace(emptyRecord.find("PK\1\2", emptyRecord.find("PK\1\2") + 1) + 16, 12, 12,
+                        '\0');
+    sameName.items[0].name = "c";
+    sameName.items[0].localName = "a";
+    sameName.items[2].data = "damaged";
     // The header of the second item says that its extra fields go on behind the end of the file.
     const auto nonsense = [](std::size_t size) {
         BuiltZip zip = good();
@@ -192,6 +202,12 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         {"an empty item with extra fields", withoutDirectory(withFields),
          "b=;c=ccc;a: there are several of this name, and no directory says which counts;"},
         {"a stream within a stream", withoutDirectory(outerStream), "a=outer;b=" + emptyOnes + ";"},
+        {"zeros over what a header says, and no directory", zeroed,
+         others + "b: its header is damaged;"},
+        {"zeros over what the directory says of a streamed item", emptyRecord, all},
+        {"two records of one name, and one of the items is damaged", sameName.bytes(),
+         "a=aaaaaaaaaa;b=bb;c: its deflated data ends after 0 of 3 declared bytes; get the file "
+         "again from where it came from;"},
         {"folders of one name", folders.bytes(),
          all + "D/=;e\\=;d/: there is another item of this name;E/: there is another item of this "
                "name;"},

@@ -68,12 +68,20 @@ std::vector<std::uint64_t> otherOffsetsOfData(const SalvageSource& source, const
     return offsets;
 }
 
+bool isFollowedByRecord(const SalvageSource& source, const ZipItem& item) {
+    const auto next =
+        source.number(item.dataOffset + descriptorSize(source, item.dataOffset, item));
+    return !next || *next == local::kSignature || *next == central::kSignature;
+}
+
 bool isEmptied(const SalvageSource& source, const ZipItem& item) {
     if (item.size != 0 || item.compressedSize != 0) return false;
     const auto header = localHeaderAt(source, item.headerOffset);
+    if (!header || header->item.name != item.name) return false;
+    if (header->isIncomplete())
+        return !endOfSame(source, *header, item) && !isFollowedByRecord(source, header->item);
     // A size in a zip64 field that is damaged is unknown.
-    return header && header->item.name == item.name && header->item.size != 0 &&
-           header->item.size != kInZip64_32;
+    return header->item.size != 0 && header->item.size != kInZip64_32;
 }
 
 bool mayDescribe(const ZipItem& record, const ZipItem& item) {

@@ -27,8 +27,12 @@ std::vector<ZipItem> placesOf(const SalvageSource& source, const ZipItem& item, 
 std::vector<std::uint64_t> otherOffsetsOfData(const SalvageSource& source, const ZipItem& item,
                                               std::uint64_t next);
 
-// Whether the directory calls an item empty and the local header says its size, as if zeros had
-// been written over the directory. Empty content would always be whole.
+// Whether another record or the end of the file follows an item without data. If something else does,
+// zeros may have been written over what its header says.
+bool isFollowedByRecord(const SalvageSource& source, const ZipItem& item);
+
+// Whether the directory calls an item empty and the local header or the descriptor does not, as if
+// zeros had been written over the directory. Empty content would always be whole.
 bool isEmptied(const SalvageSource& source, const ZipItem& item);
 
 // Whether a directory `record` may have described an item with these numbers, before it was damaged:

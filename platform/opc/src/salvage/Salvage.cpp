@@ -82,17 +82,28 @@ private:
     // first, so that an item with a damaged name does not take the name of another.
     void takeDirectory(const WholeDirectory& directory) {
         isExact_ = directory.shift == 0;
+        std::multiset<std::string_view> names;
+        for (const ZipItem& item : directory.items)
+            names.insert(item.name);
         std::set<std::uint64_t> starts = {directory.offset};
         for (const ZipItem& item : directory.items)
             starts.insert(item.headerOffset);
         for (const bool isAgreed : {true, false}) {
             for (const ZipItem& item : directory.items) {
-                const auto places = placesOf(*source_, item, directory.shift);
+                auto places = placesOf(*source_, item, directory.shift);
+                if (names.count(item.name) > 1) preferLocalNames(places);
                 const bool isSame = !places.empty() && places.front().localName.empty();
                 if (isSame != isAgreed) continue;
                 const auto next = starts.upper_bound(item.headerOffset);
                 takeListed(item, places, next == starts.end() ? source_->size : *next);
             }
+        }
+    }
+
+    // Of two items with one name in the directory, the headers tell which is which.
+    static void preferLocalNames(std::vector<ZipItem>& places) {
+        for (ZipItem& placed : places) {
+            if (!placed.localName.empty()) std::swap(placed.name, placed.localName);
         }
     }
 
@@ -335,13 +346,13 @@ private:
     // Whether the header, too, says that the item of a directory record is empty: empty content would
     // be whole anywhere.
     bool saysEmpty(const LocalHeader& header, const ZipItem& item) const {
-        if (header.isIncomplete()) return endOfSame(*source_, header, item).has_value();
         return header.item.name == item.name && !isEmptied(*source_, item);
     }
 
     // Takes the item at this local header if its content is that of an item of its name that a whole
     // directory lists, and that was not where the directory says.
     bool takeAsListed(const LocalHeader& header) {
+        if (kept_.hasName(header.item.name) || budget_.isUsedUp()) return false;
         const auto [first, last] = listed_.equal_range(header.item.name);
         return std::any_of(first, last, [&](const auto& listed) {
             if (kept_.hasName(listed.first) || !budget_.spend(SearchBudget::kAttempt)) return false;
@@ -364,9 +375,12 @@ private:
         if (kept_.hasName(item.name)) return lostBy(Loss::SameName);
         if (header.isMeasured() && !streamed_.measure(item, limit)) return lostBy(Loss::NoEnd);
         if (isWhole_ && !isListed(item)) return lostBy(Loss::NotListed);
+        if (!isWhole_ && item.compressedSize == 0 && !isFollowedByRecord(*source_, item))
+            return lostBy(Loss::Header);
         if (item.method != Method::Stored || item.size == item.compressedSize)
             return kept_.keep(item);
         for (const std::uint64_t size : {item.compressedSize, item.size}) {
+            if (size == 0 && !isFollowedByRecord(*source_, item)) continue;
             ZipItem likely = item;
             likely.size = likely.compressedSize = size;
             if (kept_.keep(std::move(likely)).isKept()) return {};
