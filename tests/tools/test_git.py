@@ -619,9 +619,8 @@ class Merge(ToolTest):
             model.truncate(100 << 20)
         self.edited("ours.kvpkg", "--set", "Name=Ours", "--model", "model")
         self.edited("theirs.kvpkg", "--set", "Author=Theirs")
-        self.ok("merge", "base.kvpkg", "ours.kvpkg", "theirs.kvpkg", "-o", "merged.kvpkg", "--store")
         before = self.names()
-        ours, merged = self.read("ours.kvpkg"), self.read("merged.kvpkg")
+        ours = self.read("ours.kvpkg")
         for delay in (0.02, 0.1, 0.2, 0.4):
             with subprocess.Popen([TOOL, "merge", "base.kvpkg", "ours.kvpkg", "theirs.kvpkg", "-o", "ours.kvpkg",
                                    "--store"], cwd=self.dir, stdout=subprocess.DEVNULL) as tool:
@@ -630,8 +629,9 @@ class Merge(ToolTest):
             time.sleep(0.2)
             self.assertEqual(self.names(), before, delay)
             self.assertIn(tool.returncode, (0, -signal.SIGTERM))
-            # A signal that comes when the new file is in its place leaves that.
-            self.assertTrue(self.read("ours.kvpkg") in ((ours, merged) if tool.returncode else (merged,)), delay)
+            if not tool.returncode or self.read("ours.kvpkg") != ours:  # the new file was in its place already
+                merged = self.ok("info", "ours.kvpkg")
+                self.assertTrue("Ours" in merged and "Theirs" in merged, delay)
             self.write("ours.kvpkg", ours)
 
 
