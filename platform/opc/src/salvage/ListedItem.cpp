@@ -69,9 +69,11 @@ std::vector<std::uint64_t> otherOffsetsOfData(const SalvageSource& source, const
 }
 
 bool isFollowedByRecord(const SalvageSource& source, const ZipItem& item) {
-    const auto next =
-        source.number(item.dataOffset + descriptorSize(source, item.dataOffset, item));
-    return !next || *next == local::kSignature || *next == central::kSignature;
+    return std::ranges::any_of(kDescriptorSizes, [&](std::uint64_t descriptor) {
+        const auto next = source.number(item.dataOffset + descriptor);
+        return (!next && descriptor == 0) || next == local::kSignature ||
+               next == central::kSignature;
+    });
 }
 
 bool isEmptied(const SalvageSource& source, const ZipItem& item) {

@@ -27,8 +27,9 @@ std::vector<ZipItem> placesOf(const SalvageSource& source, const ZipItem& item, 
 std::vector<std::uint64_t> otherOffsetsOfData(const SalvageSource& source, const ZipItem& item,
                                               std::uint64_t next);
 
-// Whether another record or the end of the file follows an item without data. If something else does,
-// zeros may have been written over what its header says.
+// Whether another record or the end of the file follows an item without data, perhaps behind a
+// descriptor, which may be damaged. If something else does, zeros may have been written over what
+// its header says.
 bool isFollowedByRecord(const SalvageSource& source, const ZipItem& item);
 
 // Whether the directory calls an item empty and the local header or the descriptor does not, as if
