@@ -343,8 +343,8 @@ private:
         return false;
     }
 
-    // Whether the header, too, says that the item of a directory record is empty: empty content would
-    // be whole anywhere.
+    // Whether the header at an item's place, too, says that the item is empty: empty content would be
+    // whole anywhere.
     bool saysEmpty(const LocalHeader& header, const ZipItem& item) const {
         return header.item.name == item.name && !isEmptied(*source_, item);
     }
@@ -357,9 +357,9 @@ private:
         return std::any_of(first, last, [&](const auto& listed) {
             if (kept_.hasName(listed.first) || !budget_.spend(SearchBudget::kAttempt)) return false;
             ZipItem item = listed.second.item;
-            if (item.size == 0 && !saysEmpty(header, item)) return false;
             item.headerOffset = header.item.headerOffset;
             item.dataOffset = header.item.dataOffset;
+            if (item.size == 0 && !saysEmpty(header, item)) return false;
             return kept_.keep(std::move(item)).isKept();
         });
     }
