@@ -86,6 +86,15 @@ class Create(ToolTest):
         self.assertEqual(self.names("e"), ["code.k", "metadata.json"])
         self.small("a.kvpkg")
         self.fails(2, "a.kvpkg: is the same file as the input a.kvpkg; name another file", "edit", "a.kvpkg", "--model", "a.kvpkg")
+        before = self.read("a.kvpkg")
+        for name in ("a.kvpkg", "-"):
+            for args in (["repack", "--store", name, "-"], ["check", "--repair", "-", name], ["extract", name, "-o", "-", "--only", "code"],
+                         ["create", "-", "--model", name, "--code", "c.k"]):
+                with self.subTest(args), open(self.dir / "a.kvpkg", "r+b") as file:
+                    result = self.run_tool(*args, stdin=file, stdout=file)
+                    self.assertEqual(result.stderr.decode(), "qzapp: standard output: is the same file as the input "
+                                     f"{'standard input' if name == '-' else name}; name another file\n")
+                    self.assertEqual((result.returncode, self.read("a.kvpkg")), (2, before))
 
     def test_wrong_command_lines(self):
         self.write("c.k", "x")

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <appserialization/Functions.hpp>
 #include <fl/FileDescriptor.hpp>
 #include <fl/i18n.hpp>
@@ -14,6 +15,7 @@
 #include "app/Error.hpp"
 #include "app/Forms.hpp"
 #include "app/InputFiles.hpp"
+#include "tools/qzapp/cli/Output.hpp"
 #include "tools/qzapp/cli/Report.hpp"
 
 namespace qzapp {
@@ -85,18 +87,29 @@ void requireAbsent(const FileName& file, bool force) {
     throw Error(file.shown, "already exists; give --force to replace it");
 }
 
+namespace {
+
+void requireOther(const fl::filesystem::FileStamp& out, const std::string& shown,
+                  const std::vector<FileName>& inputs) {
+    for (const FileName& input : inputs) {
+        const auto& in = input.held->original.value_or(input.held->stamp);
+        if (in.device != out.device || in.inode != out.inode) continue;
+        throw UsageError(
+            shown, fmt::format("is the same file as the input {}; name another file", input.shown));
+    }
+}
+
+}  // namespace
+
 void requireNoInput(const FileName& out, const std::vector<FileName>& inputs) {
     const auto target = about(out, [&] { return fl::filesystem::findStamp(out.path); });
-    if (!target) return;
-    const auto isTarget = [&](const fl::filesystem::FileStamp& stamp) {
-        return stamp.device == target->device && stamp.inode == target->inode;
-    };
-    for (const FileName& input : inputs) {
-        if (!isTarget(input.held->original.value_or(input.held->stamp))) continue;
-        throw UsageError(
-            out.shown,
-            fmt::format("is the same file as the input {}; name another file", input.shown));
-    }
+    if (target) requireOther(*target, out.shown, inputs);
+}
+
+void requireOutputIsNoInput(const std::vector<FileName>& inputs) {
+    struct stat output {};
+    if (::fstat(STDOUT_FILENO, &output) != 0 || !S_ISREG(output.st_mode)) return;
+    requireOther(fl::filesystem::stampOf(output), kStandardOutput, inputs);
 }
 
 }  // namespace qzapp

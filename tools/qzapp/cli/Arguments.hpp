@@ -40,4 +40,7 @@ void requireAbsent(const FileName& file, bool force);
 // open, or as the file that standard input is read from. Even --force replaces no input.
 void requireNoInput(const FileName& out, const std::vector<FileName>& inputs);
 
+// Throws if standard output goes to the same file as one of `inputs` comes from.
+void requireOutputIsNoInput(const std::vector<FileName>& inputs);
+
 }  // namespace qzapp

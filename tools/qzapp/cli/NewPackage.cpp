@@ -18,29 +18,23 @@
 #include "tools/qzapp/cli/TerminalText.hpp"
 
 namespace qzapp {
-namespace {
-
-constexpr const char* kOutput = "standard output";
-
-}  // namespace
-
 NewPackage::NewPackage(const std::string& value, Kind kind) {
     if (value != kStandardStream) {
         file_ = kind == Kind::App ? newPackageArgument(value) : fileArgument(value);
         return;
     }
     if (outputIsTerminal()) {
-        throw Error(kOutput,
+        throw Error(kStandardOutput,
                     "a package is not text for a terminal; send it to a file or a program");
     }
-    place_ = openScratchPlace(kOutput);
+    place_ = openScratchPlace(kStandardOutput);
     try {
         folder_.emplace(place_, 0700);
     } catch (const std::system_error& e) {
-        throwNotKept(kOutput, e.code().message());
+        throwNotKept(kStandardOutput, e.code().message());
     }
-    file_ = about({kOutput, {}}, [&] {
-        return FileName{kOutput,
+    file_ = about({kStandardOutput, {}}, [&] {
+        return FileName{kStandardOutput,
                         fl::filesystem::path::fromBytes(
                             fmt::format("/proc/self/fd/{}/package{}", folder_->descriptor().get(),
                                         kind == Kind::App ? ".kvpkg" : "")),
@@ -49,7 +43,7 @@ NewPackage::NewPackage(const std::string& value, Kind kind) {
 }
 
 void NewPackage::requireFree(bool force, const std::vector<FileName>& inputs) const {
-    if (isStandardOutput()) return;
+    if (isStandardOutput()) return requireOutputIsNoInput(inputs);
     requireAbsent(file_, force);
     requireNoInput(file_, inputs);
 }
@@ -60,8 +54,8 @@ void NewPackage::make(const std::function<void(const FileName&)>& write) const {
     } catch (const Error& e) {
         // Not standard output is full, but the folder in which the package is made.
         if (isStandardOutput() && e.isPassing() &&
-            e.what() == std::string(kOutput) + ": " + e.text()) {
-            throwNotKept(kOutput, e.text());
+            e.what() == std::string(kStandardOutput) + ": " + e.text()) {
+            throwNotKept(kStandardOutput, e.text());
         }
         throw;
     }
@@ -71,7 +65,8 @@ void NewPackage::deliver(std::string_view report, std::string_view notes) const 
     if (!isStandardOutput()) return printReport(file_, std::string(report).append(notes));
     printFile(file_);
     if (!writeMessage(notes))
-        throw ReportError(kOutput, "has the file; only the report on standard error is missing");
+        throw ReportError(kStandardOutput,
+                          "has the file; only the report on standard error is missing");
 }
 
 }  // namespace qzapp

@@ -30,7 +30,7 @@ public:
     // What messages call it.
     const std::string& shown() const noexcept { return file_.shown; }
 
-    // Throws as requireAbsent() and requireNoInput() do; does nothing for standard output.
+    // Throws as requireAbsent() and requireNoInput() do, or requireOutputIsNoInput().
     void requireFree(bool force, const std::vector<FileName>& inputs) const;
 
     // Calls `write` with the name of the file that it is to make.

@@ -47,7 +47,7 @@ void print(std::string_view text) {
     const int reason = writeAll(text);
     if (reason == 0) return;
     if (reason == EPIPE) endBecauseReaderLeft();
-    throw OutputError("standard output", failureOf(reason));
+    throw OutputError(kStandardOutput, failureOf(reason));
 }
 
 void printFile(const FileName& file) {

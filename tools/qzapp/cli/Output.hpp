@@ -6,6 +6,9 @@
 
 namespace qzapp {
 
+// What messages call standard output.
+inline constexpr const char* kStandardOutput = "standard output";
+
 // Writes all of `text` to standard output. Throws OutputError if that fails, so that a full disk is
 // never taken for success. A reader that went away, like "| head", ends the process without a
 // message.

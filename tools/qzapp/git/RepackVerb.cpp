@@ -111,6 +111,7 @@ std::pair<FileName, std::vector<std::string>> repackedCopy(const FileName& in,
 
 int repackToStandardOutput(const RepackOptions& options) {
     const FileName in = contentArgument(*options.in);
+    requireOutputIsNoInput({in});
     const auto [copy, leftOut] = repackedCopy(in, options);
     printFile(copy);
     noteWhatIsLeftOut(in, leftOut);

@@ -301,11 +301,12 @@ int extractToOutput(const FileName& file, const Selection& selection) {
                                              "with --only",
                                              fmt::join(kKinds, ", ")));
     }
+    requireOutputIsNoInput({file});
     Cage().enter();
     const Plan plan = planFor(file, selection);
     const ExtractedFile& only = plan.files.front();
     if (only.kind == Kind::Binary && outputIsTerminal()) {
-        throw Error("standard output",
+        throw Error(kStandardOutput,
                     fmt::format("{} is not text for a terminal; send it to a file or a program",
                                 only.name));
     }
