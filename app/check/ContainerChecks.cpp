@@ -43,7 +43,12 @@ RuleName ruleOf(std::optional<ZipRule> rule) {
 
 void checkRefusalAndDamage(const PackageView& package, Findings& findings) {
     if (!package.zipRefusal.empty()) {
-        findings.add(ruleOf(package.brokenRule), "", package.zipRefusal, repairFix(package));
+        const char* cause = package.archive->isConverted()
+                                ? "a transfer as text put a carriage return in front of each line "
+                                  "feed: "
+                                : "";
+        findings.add(ruleOf(package.brokenRule), "", cause + package.zipRefusal,
+                     repairFix(package));
     }
     for (const LostItem& lost : package.lost)
         findings.add("item-lost", lost.name, lost.reason, "get the file again");

@@ -160,6 +160,11 @@ public:
 
     void run() {
         report_.lost = from_.lost;
+        if (from_.archive->isConverted()) {
+            mend(
+                "took out the carriage returns that were put in front of line feeds when the file "
+                "was transferred or saved as a text");
+        }
         for (const FoundItem& item : from_.items)
             takeItem(item);
         for (const Relationship& relationship : from_.relationships)

@@ -137,6 +137,12 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     for (const char* name : {"D/", "d/", "e\\", "E/"})
         folders.items.push_back({.name = name, .method = 0});
     const BuiltZip newer = {.items = {{.name = "a", .content = "newer"}}};
+    BuiltZip before = good();
+    before.items[1].content = "BB";
+    std::string oldSector = before.bytes();
+    const std::size_t directory = oldSector.find("PK\1\2");
+    oldSector.replace(directory, std::string::npos, good().bytes().substr(directory));
+    oldSector.replace(directory, 20, 20, '\0');
     BuiltZip older = good(), withEmpty = good(), shifted = good(), doubled = good();
     older.items[0] = {.name = "a", .content = std::string(300, 'o'), .method = 0};
     const BuiltZip emptyWithin = {.items = {{.name = "c", .method = 0}}};
@@ -186,6 +192,8 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          older.bytes().replace(0, newer.bytes().size(), newer.bytes()),
          "b=bb;c=ccc;a: its content is damaged: the checksum does not match the one in the "
          "directory; get the file again from where it came from;"},
+        {"an item of an older version, and a damaged record of another", oldSector,
+         others + "b: it is of another version than the directory says;"},
         {"an archive in an item, without an end, with an empty item", withoutDirectory(withEmpty),
          "a=" + within + ";b=bb;c=ccc;"},
         {"a streamed item behind one that lost bytes, and no end record",
@@ -517,6 +525,34 @@ TEST_F(ZipArchiveTest, SalvageMixesNoFilesThatWereJoined) {
               "a" + within + "b" + within + "c" + within);
 }
 
+// A program that takes a file for a text puts a carriage return in front of each line feed.
+std::string converted(const std::string& bytes) {
+    std::string result;
+    for (const char c : bytes)
+        result += c == '\n' ? "\r\n" : std::string(1, c);
+    return result;
+}
+
+TEST_F(ZipArchiveTest, SalvageUndoesAConversionOfLineEnds) {
+    // Carriage returns at all places relative to blocks that are read, and those of the content.
+    for (std::size_t size = 4060; size < 4070; ++size) {
+        std::string text(size, 'x');
+        for (std::size_t feeds = 0; feeds < 9000; ++feeds)
+            text += feeds % 3 == 0 ? "\r\n" : "\n";
+        const BuiltZip zip = {.items = {{.name = "a\nb", .content = text, .method = 0},
+                                        {.name = "c", .content = "\r\r\n\n\r", .method = 0}}};
+        EXPECT_EQ(salvaged(converted(zip.bytes())), "a\nb=" + text + ";c=\r\r\n\n\r;");
+    }
+    // What else is damaged is lost, and nothing is undone in a file that was not converted.
+    const BuiltZip windows = {.items = {{.name = "a", .content = "1\r\n2\r\n", .method = 0},
+                                        {.name = "b", .content = "bb", .method = 0}}};
+    const BuiltZip unix = {.items = {{.name = "a", .content = "1\n2\n", .method = 0},
+                                     {.name = "b", .content = "bb", .method = 0}}};
+    const std::string damaged = unix.bytes().replace(unix.bytes().find("bbb") + 1, 1, "x");
+    EXPECT_EQ(salvaged(withoutEnd(windows)), "a=1\r\n2\r\n;b=bb;");
+    EXPECT_THAT(salvaged(converted(damaged)), testing::StartsWith("a=1\n2\n;b: "));
+}
+
 TEST_F(ZipArchiveTest, SalvageEndsWhateverTheFileHolds) {
     // Each header claims the rest of the file, stored, with a wrong checksum.
     const BuiltItem item{.name = "a", .content = "x", .method = 0, .crc = 1};
@@ -528,6 +564,12 @@ TEST_F(ZipArchiveTest, SalvageEndsWhateverTheFileHolds) {
         hostile += header.replace(18, 4, size).replace(22, 4, size);
     }
     EXPECT_EQ(salvaged(hostile).substr(0, 3), "a: ");
+
+    // A hole that would take an hour to read, in a file that seems to be a converted one.
+    const fl::filesystem::path sparse = write(converted("\n"));
+    std::filesystem::resize_file(directory_.path() / "a.zip", std::uintmax_t{1} << 42);
+    std::vector<LostItem> lost;
+    EXPECT_TRUE(ZipArchive::salvage(sparse, lost)->items().empty());
 }
 
 }  // namespace

@@ -329,6 +329,16 @@ class Repair(CheckTest):
             self.assertEqual([lost["name"].lstrip("/") for lost in report["lost"]], [odd])
             self.assertEqual(self.contents("out.kvpkg"), self.contents("app.kvpkg"), odd)
 
+    def test_a_transfer_as_text_is_undone(self):
+        self.write("bad.kvpkg", self.read(self.create()).replace(b"\n", b"\r\n"))
+        cause = self.report("bad.kvpkg")["findings"][0]["text"]
+        self.assertIn("a transfer as text put a carriage return in front of each line feed: ", cause)
+        report = self.repaired("bad.kvpkg")
+        self.assertEqual((report["lost"], self.contents("out.kvpkg")), ([], self.contents("app.kvpkg")))
+        self.assertIn("carriage returns", report["mended"][0])
+        quiet = self.report("bad.kvpkg", "--repair", "out.kvpkg", "--force", "-q")
+        self.assertEqual((quiet["mended"], quiet["result"]["findings"]), (report["mended"], []))
+
     def test_content_types_are_given_by_relationships_where_names_are_others(self):
         self.create()
         moved = "korval/code.k", "src/prog.k"

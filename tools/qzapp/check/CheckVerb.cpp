@@ -74,15 +74,20 @@ int statusOf(const Findings& findings, const CheckOptions& options) {
     return fails ? kFailed : kDone;
 }
 
+// The least severe findings that are printed.
+Severity leastOf(const CheckOptions& options) {
+    return options.quiet ? Severity::Warning : Severity::Note;
+}
+
 ordered_json repairJson(const FileName& file, const FileName& out, const RepairReport& report,
-                        const Findings& result) {
+                        ordered_json result) {
     ordered_json kept = ordered_json::array(), lost = ordered_json::array();
     for (const RepairReport::Kept& part : report.kept)
         kept.push_back({{"name", part.name}, {"size", part.size}});
     for (const opc::zip::LostItem& item : report.lost)
         lost.push_back({{"name", item.name}, {"reason", item.reason}});
     return {{"file", file.shown},      {"out", out.shown},        {"kept", std::move(kept)},
-            {"lost", std::move(lost)}, {"mended", report.mended}, {"result", toJson(out, result)}};
+            {"lost", std::move(lost)}, {"mended", report.mended}, {"result", std::move(result)}};
 }
 
 // The first lines of a list, and how many more there are.
@@ -98,7 +103,7 @@ std::string listed(const std::vector<Entry>& entries, LineOf lineOf) {
                               shownCount(entries.size() - kMostListed));
 }
 
-std::string repairSheet(const FileName& out, const RepairReport& report, const Findings& result) {
+std::string repairSheet(const FileName& out, const RepairReport& report) {
     std::string text = fmt::format("wrote {}: {} kept, {} lost, {} mended\n", visible(out.shown),
                                    shownCount(report.kept.size()), shownCount(report.lost.size()),
                                    shownCount(report.mended.size()));
@@ -108,9 +113,8 @@ std::string repairSheet(const FileName& out, const RepairReport& report, const F
     text += listed(report.lost, [](const opc::zip::LostItem& item) {
         return fmt::format("lost    {}: {}", visible(item.name), visible(item.reason));
     });
-    text += listed(report.mended,
-                   [](const std::string& mended) { return "mended  " + visible(mended); });
-    return text + sheetOf(out, result);
+    return text + listed(report.mended,
+                         [](const std::string& mended) { return "mended  " + visible(mended); });
 }
 
 int repair(const CheckOptions& options) {
@@ -131,13 +135,14 @@ int repair(const CheckOptions& options) {
     std::string text;
     int status = kDone;
     copied.make([&](const FileName& out) {
-        repairPackage(file, out, options.force,
-                      [&](const RepairReport& done, const FileName& copy) {
-                          const Findings result = checkFile(copy);
-                          text = asJson ? jsonLine(repairJson(file, out, done, result))
-                                        : repairSheet(out, done, result);
-                          status = statusOf(result, options);
-                      });
+        repairPackage(
+            file, out, options.force, [&](const RepairReport& done, const FileName& copy) {
+                const Findings result = checkFile(copy);
+                const Severity least = leastOf(options);
+                text = asJson ? jsonLine(repairJson(file, out, done, toJson(out, result, least)))
+                              : repairSheet(out, done) + sheetOf(out, result, least);
+                status = statusOf(result, options);
+            });
     });
     copied.deliver("", text);
     return status;
@@ -145,8 +150,7 @@ int repair(const CheckOptions& options) {
 
 int checkEach(const CheckOptions& options) {
     const bool hasTotal = !options.quiet && maybeSeveral(options.files);
-    const Severity least = options.quiet ? Severity::Warning : Severity::Note;
-    const auto report = makeCheckReport(formatOf(options), {least, hasTotal});
+    const auto report = makeCheckReport(formatOf(options), {leastOf(options), hasTotal});
     AppVisitor visitor;
     visitor.ask = [&](const FileName& file) {
         const Findings findings = checkFile(file);

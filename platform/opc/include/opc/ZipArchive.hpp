@@ -108,10 +108,11 @@ public:
     static std::shared_ptr<const ZipArchive> open(const fl::filesystem::path& file);
     // Opens what is left of a file that open() refuses, or whose items are damaged: the items whose
     // content is whole. They are found through the directory, its single records or the local
-    // headers, and each is read to its end. Sets `lost` to what cannot be recovered. Of two items
-    // that some reader takes for one, or for an item and its folder, the one whose name is
-    // `expected` is kept. A file without any items gives an empty archive. Throws as open() does,
-    // except ZipRefusal. Takes linear time, and memory linear in the file.
+    // headers, and each is read to its end. If a program took the file for a text and made CR LF of
+    // each LF in it, that is undone if more items are whole then. Sets `lost` to what cannot be
+    // recovered. Of two items that some reader takes for one, or for an item and its folder, the
+    // one whose name is `expected` is kept. A file without any items gives an empty archive. Throws
+    // as open() does, except ZipRefusal. Takes linear time, and memory linear in the file.
     static std::shared_ptr<const ZipArchive> salvage(const fl::filesystem::path& file,
                                                      std::vector<LostItem>& lost,
                                                      std::span<const std::string> expected = {});
@@ -137,6 +138,9 @@ public:
     // not fit its data, so that only one thread can read it.
     bool verify(const ZipItem& item) const;
 
+    // Whether the items of a salvaged archive were found in the file as it was before its line ends
+    // were converted. Their offsets are those in that file.
+    bool isConverted() const noexcept;
     // The archive's comment as it is in the file; empty for a salvaged archive.
     const std::string& comment() const noexcept;
     const ArchiveBounds& bounds() const noexcept;

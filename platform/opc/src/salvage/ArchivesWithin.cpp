@@ -158,14 +158,14 @@ private:
     // Where the items of a directory are that has no end record.
     struct Layout {
         std::int64_t shift;  // how far most items are from where their records say
-        // Whether there is room for a record between the last item and the directory, so that it may
-        // lack one.
+        // Whether there is room for a record between the last item and the directory, so that it
+        // may lack one.
         bool hasRoom;
     };
 
-    // The layout of the items of the directory at `start`. Nullopt if its last item was not found, if
-    // that does not end at `start` and there are headers of names that it does not list, or if the
-    // budget is used up.
+    // The layout of the items of the directory at `start`. Nullopt if its last item was not found,
+    // if that does not end at `start` and there are headers of names that it does not list, or if
+    // the budget is used up.
     std::optional<Layout> layoutOf(const std::vector<ZipItem>& items, std::uint64_t start) {
         std::map<std::string_view, const ZipItem*> byName;
         for (const ZipItem& item : items)

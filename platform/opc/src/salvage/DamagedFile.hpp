@@ -2,7 +2,7 @@
 
 #include <opc/ZipArchive.hpp>
 
-#include "platform/opc/src/zip/ItemInput.hpp"
+#include "platform/opc/src/zip/ByteSource.hpp"
 
 #include <fl/filesystem.hpp>
 

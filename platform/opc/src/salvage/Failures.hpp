@@ -13,8 +13,8 @@
 
 namespace opc::zip {
 
-// The items that were found in a damaged file and could not be kept. Which of them are lost is known
-// in the end only: another record may say better where an item is.
+// The items that were found in a damaged file and could not be kept. Which of them are lost is
+// known in the end only: another record may say better where an item is.
 class Failures {
 public:
     // `source` must outlive it.

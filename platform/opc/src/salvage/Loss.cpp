@@ -17,6 +17,7 @@ constexpr LossRow kLosses[] = {
     {Loss::Unsure,
      "it follows a damaged place and may belong to a zip file that an item contained"},
     {Loss::NotListed, "the directory does not list it"},
+    {Loss::Version, "it is of another version than the directory says"},
     {Loss::DirectoryStart, "it may have listed further items, in front of those that it lists now"},
     {Loss::Within, "it belongs to a zip file inside this one"},
     {Loss::Cut, "the file ends before its data does"},

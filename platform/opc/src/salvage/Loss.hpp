@@ -12,6 +12,7 @@ enum class Loss {
     Twice,
     Unsure,
     NotListed,
+    Version,
     DirectoryStart,
     Within,
     Cut,

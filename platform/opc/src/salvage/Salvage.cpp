@@ -343,14 +343,14 @@ private:
         return false;
     }
 
-    // Whether the header at an item's place, too, says that the item is empty: empty content would be
-    // whole anywhere.
+    // Whether the header at an item's place, too, says that the item is empty: empty content would
+    // be whole anywhere.
     bool saysEmpty(const LocalHeader& header, const ZipItem& item) const {
         return header.item.name == item.name && !isEmptied(*source_, item);
     }
 
-    // Takes the item at this local header if its content is that of an item of its name that a whole
-    // directory lists, and that was not where the directory says.
+    // Takes the item at this local header if its content is that of an item of its name that a
+    // whole directory lists, and that was not where the directory says.
     bool takeAsListed(const LocalHeader& header) {
         if (kept_.hasName(header.item.name) || budget_.isUsedUp()) return false;
         const auto [first, last] = listed_.equal_range(header.item.name);
@@ -375,6 +375,7 @@ private:
         if (kept_.hasName(item.name)) return lostBy(Loss::SameName);
         if (header.isMeasured() && !streamed_.measure(item, limit)) return lostBy(Loss::NoEnd);
         if (isWhole_ && !isListed(item)) return lostBy(Loss::NotListed);
+        if (isContradicted(item)) return lostBy(Loss::Version);
         if (!isWhole_ && item.compressedSize == 0 && !isFollowedByRecord(*source_, item))
             return lostBy(Loss::Header);
         if (item.method != Method::Stored || item.size == item.compressedSize)
@@ -388,9 +389,21 @@ private:
         return lostBy(Loss::TwoSizes);
     }
 
+    // Whether single directory records say of this place and name what can be said of another
+    // version of the item only.
+    bool isContradicted(const ZipItem& item) const {
+        const auto [first, last] = records_.equal_range(item.headerOffset);
+        bool isDescribed = false, isContradicted = false;
+        for (auto record = first; record != last; ++record) {
+            if (record->second.item.name != item.name) continue;
+            (mayDescribe(record->second.item, item) ? isDescribed : isContradicted) = true;
+        }
+        return isContradicted && !isDescribed;
+    }
+
     // Whether a whole directory lists this item: under its name with the same content; at its place
-    // with numbers that may be damaged; or with the same content under another name that is as long,
-    // and then the item gets both names.
+    // with numbers that may be damaged; or with the same content under another name that is as
+    // long, and then the item gets both names.
     bool isListed(ZipItem& item) const {
         const auto [first, last] = listed_.equal_range(item.name);
         const bool isThere = std::any_of(first, last, [&](const auto& listed) {

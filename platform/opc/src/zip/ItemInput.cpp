@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>

@@ -5,30 +5,15 @@
 
 #include <fl/filesystem.hpp>
 
+#include "platform/opc/src/zip/ByteSource.hpp"
 #include "platform/opc/src/zip/SliceTable.hpp"
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 
 namespace opc::zip {
-
-// Bytes that can be read at any offset: a file or memory. Several readers may share a source.
-class ByteSource {
-public:
-    virtual ~ByteSource() = default;
-    // Fills `buffer` with the bytes from `offset` and returns how many there were: fewer than there
-    // is room for only at the end of the source. Throws std::system_error if reading fails.
-    virtual std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const = 0;
-    // The offset at or after `offset` where bytes begin that may be other than zero; the size if
-    // there are none.
-    virtual std::uint64_t nextData(std::uint64_t offset) const { return offset; }
-    // Whether it never changes, so that several threads may read it at the same time.
-    virtual bool isComplete() const noexcept { return true; }
-};
 
 // Where the data of an item is, and what its content must turn out to be.
 struct ItemContent {

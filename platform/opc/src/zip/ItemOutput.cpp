@@ -1,6 +1,7 @@
 #include "platform/opc/src/zip/ItemOutput.hpp"
 
 #include "platform/opc/src/Ascii.hpp"
+#include "platform/opc/src/zip/ByteSource.hpp"
 #include "platform/opc/src/zip/SliceTable.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"

@@ -18,6 +18,7 @@
 #include <span>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 namespace opc::zip {
 
@@ -33,18 +34,6 @@ private:
 };
 
 }  // namespace
-
-std::size_t MemorySource::readAt(std::span<std::byte> buffer, std::uint64_t offset) const {
-    const std::size_t start = std::min<std::uint64_t>(offset, bytes_.size());
-    const auto found =
-        std::span(bytes_).subspan(start).first(std::min(buffer.size(), bytes_.size() - start));
-    std::copy(found.begin(), found.end(), buffer.begin());
-    return found.size();
-}
-
-std::size_t FileSource::readAt(std::span<std::byte> buffer, std::uint64_t offset) const {
-    return file_.readAt(buffer, offset);
-}
 
 format::ItemRecord NewItem::recordAt(std::uint64_t offset) const {
     return {.name = name,

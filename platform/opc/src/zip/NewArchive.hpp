@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/opc/src/zip/ByteSource.hpp"
 #include "platform/opc/src/zip/ItemInput.hpp"
 #include "platform/opc/src/zip/NewFile.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
@@ -14,38 +15,11 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <span>
 #include <string>
-#include <utility>
 #include <variant>
 #include <vector>
 
 namespace opc::zip {
-
-// A source of bytes in memory.
-class MemorySource final : public ByteSource {
-public:
-    explicit MemorySource(std::vector<std::byte> bytes) : bytes_(std::move(bytes)) {}
-    std::span<const std::byte> bytes() const noexcept { return bytes_; }
-    std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override;
-
-private:
-    std::vector<std::byte> bytes_;
-};
-
-// A source of the bytes in a file, which it owns.
-class FileSource final : public ByteSource {
-public:
-    explicit FileSource(fl::filesystem::FileDescriptor file) : file_(std::move(file)) {}
-    const fl::filesystem::FileDescriptor& file() const noexcept { return file_; }
-    void write(std::span<const std::byte> bytes, std::uint64_t offset) {
-        file_.writeAt(bytes, offset);
-    }
-    std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override;
-
-private:
-    fl::filesystem::FileDescriptor file_;
-};
 
 // An item that was set since the archive was opened. Its data is in memory or in an unnamed scratch
 // file, or already at its place in the new file.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/opc/src/zip/ItemInput.hpp"
+#include "platform/opc/src/zip/ByteSource.hpp"
 
 #include <fl/FileDescriptor.hpp>
 #include <fl/ReplacementFile.hpp>

@@ -11,9 +11,10 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/opc/src/salvage/DamagedFile.hpp"
+#include "platform/opc/src/salvage/LineEnds.hpp"
 #include "platform/opc/src/salvage/Salvage.hpp"
 #include "platform/opc/src/zip/ArchiveBytes.hpp"
+#include "platform/opc/src/zip/ByteSource.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
 #include "platform/opc/src/zip/EndRecords.hpp"
 #include "platform/opc/src/zip/HiddenItems.hpp"
@@ -58,22 +59,24 @@ std::string ZipItem::displayName() const {
     return zip::displayName(name, nameIsUtf8);
 }
 
-struct ZipArchive::State final : ByteSource {
+struct ZipArchive::State {
     explicit State(const fl::filesystem::path& name)
-        : path(name), file(openFile(name)), stamp(file.stamp()) {}
-
-    std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override {
-        return file.readAt(buffer, offset);
-    }
-    std::uint64_t nextData(std::uint64_t offset) const override { return file.nextData(offset); }
+        : path(name),
+          source(std::make_shared<FileSource>(openFile(name))),
+          itemSource(source),
+          stamp(file().stamp()) {}
 
     void read(ArchiveBytes& bytes);
     void readDirectoryBytes(ArchiveBytes& bytes, const format::DirectoryRecord& record);
-    static ItemContent contentOf(const std::shared_ptr<const State>& state, const ZipItem& item);
+    void salvage(std::vector<LostItem>& lost, std::span<const std::string> expected);
+    ItemContent contentOf(const ZipItem& item) const;
+    const fl::filesystem::FileDescriptor& file() const { return source->file(); }
 
     fl::filesystem::path path;
-    fl::filesystem::FileDescriptor file;
+    std::shared_ptr<const FileSource> source;
+    std::shared_ptr<const ByteSource> itemSource;
     fl::filesystem::FileStamp stamp;
+    bool isConverted = false;  // `itemSource` is the file as it was before a conversion
     std::string directory;
     std::vector<ZipItem> items;
     NameIndex names;
@@ -102,13 +105,29 @@ void ZipArchive::State::readDirectoryBytes(ArchiveBytes& bytes,
     bytes.copy(record.offset, std::as_writable_bytes(std::span(directory)));
 }
 
+void ZipArchive::State::salvage(std::vector<LostItem>& lost,
+                                std::span<const std::string> expected) {
+    Salvaged found = salvageItems({source, stamp.size, &path}, expected);
+    if (const auto unconverted = UnconvertedFile::of(source)) {
+        Salvaged before = salvageItems({unconverted, unconverted->size(), &path}, expected);
+        isConverted = before.items.size() > found.items.size();
+        if (isConverted) {
+            found = std::move(before);
+            itemSource = unconverted;
+        }
+    }
+    items = std::move(found.items);
+    names = NameIndex(items, path);
+    lost = std::move(found.lost);
+}
+
 ZipArchive::ZipArchive(std::shared_ptr<const State> state) : state_(std::move(state)) {}
 ZipArchive::~ZipArchive() = default;
 
 std::shared_ptr<const ZipArchive> ZipArchive::open(const fl::filesystem::path& file) {
     return aboutFile(file, [&] {
         auto state = std::make_shared<State>(file);
-        ArchiveBytes bytes(state->file, state->stamp.size, kEndSearch);
+        ArchiveBytes bytes(state->file(), state->stamp.size, kEndSearch);
         state->read(bytes);
         std::shared_ptr<const ZipArchive> archive(new ZipArchive(std::move(state)));
         refuseItemsInSmallData(*archive, bytes);
@@ -121,11 +140,7 @@ std::shared_ptr<const ZipArchive> ZipArchive::salvage(const fl::filesystem::path
                                                       std::span<const std::string> expected) {
     return aboutFile(file, [&] {
         auto state = std::make_shared<State>(file);
-        const SalvageSource source{state, state->stamp.size, &state->path};
-        Salvaged found = salvageItems(source, expected);
-        state->items = std::move(found.items);
-        state->names = NameIndex(state->items, state->path);
-        lost = std::move(found.lost);
+        state->salvage(lost, expected);
         return std::shared_ptr<const ZipArchive>(new ZipArchive(std::move(state)));
     });
 }
@@ -164,9 +179,8 @@ std::optional<SliceTable> slicesOf(const ZipItem& item) {
 
 }  // namespace
 
-ItemContent ZipArchive::State::contentOf(const std::shared_ptr<const State>& state,
-                                         const ZipItem& item) {
-    return {.source = state,
+ItemContent ZipArchive::State::contentOf(const ZipItem& item) const {
+    return {.source = itemSource,
             .offset = item.dataOffset,
             .method = item.method,
             .crc32 = item.crc32,
@@ -174,17 +188,17 @@ ItemContent ZipArchive::State::contentOf(const std::shared_ptr<const State>& sta
             .size = item.size,
             .hasDescriptor = item.hasDescriptor,
             .slices = slicesOf(item),
-            .file = state->path,
+            .file = path,
             .name = item.displayName()};
 }
 
 std::unique_ptr<InputStream> ZipArchive::read(const ZipItem& item) const {
-    return openItem(State::contentOf(state_, item));
+    return openItem(state_->contentOf(item));
 }
 
 bool ZipArchive::verify(const ZipItem& item) const {
     const auto ignore = [](std::span<const std::byte>) {};
-    ItemContent content = State::contentOf(state_, item);
+    ItemContent content = state_->contentOf(item);
     SlicesTaken taken{.hasMisfit = hasSliceTable(extraFieldsOf(item))};
     if (content.slices) taken = inflateSlices(content, ignore);
     if (taken.size == item.size && item.size != 0) return true;
@@ -193,6 +207,9 @@ bool ZipArchive::verify(const ZipItem& item) const {
     return !taken.hasMisfit;
 }
 
+bool ZipArchive::isConverted() const noexcept {
+    return state_->isConverted;
+}
 const std::string& ZipArchive::comment() const noexcept {
     return state_->comment;
 }
@@ -203,7 +220,7 @@ const fl::filesystem::path& ZipArchive::path() const noexcept {
     return state_->path;
 }
 const fl::filesystem::FileDescriptor& ZipArchive::file() const noexcept {
-    return state_->file;
+    return state_->file();
 }
 const fl::filesystem::FileStamp& ZipArchive::stamp() const noexcept {
     return state_->stamp;

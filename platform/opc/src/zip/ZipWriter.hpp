@@ -8,6 +8,7 @@
 #include <fl/filesystem.hpp>
 #include <foundation/ProcessMark.hpp>
 
+#include "platform/opc/src/zip/ByteSource.hpp"
 #include "platform/opc/src/zip/Deflate.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"
 #include "platform/opc/src/zip/NewArchive.hpp"
