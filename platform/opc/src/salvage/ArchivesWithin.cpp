@@ -77,13 +77,11 @@ private:
     std::optional<EndPlace> placeOf(std::uint64_t at) const {
         const auto record = source_->at(at, end::kRecordSize);
         if (record.size() < end::kRecordSize) return std::nullopt;
-        EndPlace place{
-            {load16(record, end::kCount), load32(record, end::kDirectorySize),
-             load32(record, end::kDirectoryOffset)},
-            0,
-            at,
-            std::min<std::uint64_t>(at + end::kRecordSize + load16(record, end::kCommentLength),
-                                    source_->size)};
+        EndPlace place{{load16(record, end::kCount), load32(record, end::kDirectorySize),
+                        load32(record, end::kDirectoryOffset)},
+                       0,
+                       at,
+                       at + end::kRecordSize};
         readWide(place);
         const DirectoryRecord& stated = place.stated;
         if (stated.count == 0 || stated.size > place.end ||
@@ -118,9 +116,18 @@ private:
         return items;
     }
 
-    void readArchive(const EndPlace& place) {
+    void readArchive(EndPlace place) {
         try {
-            settle(CandidateArchive(*source_, place, itemsOf(place)));
+            const auto items = itemsOf(place);
+            CandidateArchive archive(*source_, place, items);
+            if (!archive.isConfirmedAtShift() && spend(place.start)) {
+                // The end record may be wrong about where the directory is.
+                if (const auto layout = layoutOf(items, place.start)) {
+                    place.stated.offset = place.start - static_cast<std::uint64_t>(layout->shift);
+                    archive = CandidateArchive(*source_, place, items);
+                }
+            }
+            settle(std::move(archive));
         } catch (const Exception&) {
             // The directory is damaged, so the search for single records has to find its items.
         }
@@ -147,7 +154,11 @@ private:
             if (!layout) return;
             place.stated.offset = start - static_cast<std::uint64_t>(layout->shift);
             CandidateArchive archive(*source_, place, std::move(items));
-            if (!archive.isConfirmed() || !hasNothingInFront(archive)) return;
+            if (!archive.isConfirmed()) return;
+            if (!hasNothingInFront(archive)) {
+                found_.others.add(archive.start(), archive.end());
+                return;
+            }
             found_.own = archive.takeDirectory();
             found_.own->mayLackRecords = layout->hasRoom;
         } catch (const Exception&) {

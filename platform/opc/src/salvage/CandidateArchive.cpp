@@ -83,7 +83,8 @@ void CandidateArchive::findBase() {
     const auto shifted = confirmedAtShift(), stated = confirmedInFront();
     const bool isShifted = shifted.size() >= stated.size();
     base_ = isShifted ? directory_.shift : 0;
-    isConfirmed_ = !shifted.empty() || !stated.empty();
+    isConfirmedAtShift_ = !shifted.empty();
+    isConfirmed_ = isConfirmedAtShift_ || !stated.empty();
     for (std::size_t i = 0; i < directory_.items.size(); ++i) {
         const ZipItem& item = directory_.items[i];
         byName_.emplace(item.name, i);

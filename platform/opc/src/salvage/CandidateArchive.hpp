@@ -20,7 +20,7 @@ namespace opc::zip {
 struct EndPlace {
     format::DirectoryRecord stated;  // what the end record says of the directory
     std::uint64_t start, end;        // where the directory really is
-    std::uint64_t fileEnd;           // where the archive ends, with its comment
+    std::uint64_t fileEnd;           // where the archive ends; its comment follows
 };
 
 // A directory that can be read as a whole. If bytes were put into the file or removed from it, some
@@ -44,6 +44,8 @@ public:
 
     // Whether there is a matching local header for at least one of its items.
     bool isConfirmed() const { return isConfirmed_; }
+    // Whether one is as far from the directory as the end record says.
+    bool isConfirmedAtShift() const { return isConfirmedAtShift_; }
     std::uint64_t start() const;
     std::uint64_t end() const { return fileEnd_; }
 
@@ -77,7 +79,7 @@ private:
     std::uint64_t fileEnd_;
     WholeDirectory directory_;
     std::int64_t base_ = 0;
-    bool isConfirmed_ = false;
+    bool isConfirmed_ = false, isConfirmedAtShift_ = false;
     // Indexes of items in front of base_, by header offset.
     std::map<std::uint64_t, std::size_t> inFront_;
     std::map<std::string, std::size_t> byName_;
