@@ -143,6 +143,8 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     const std::size_t directory = oldSector.find("PK\1\2");
     oldSector.replace(directory, std::string::npos, good().bytes().substr(directory));
     oldSector.replace(directory, 20, 20, '\0');
+    std::string misnamedLost = good().bytes();
+    misnamedLost.replace(misnamedLost.find("bbb"), 2, "xx").replace(directory, 20, 20, '\0');
     BuiltZip older = good(), withEmpty = good(), shifted = good(), doubled = good();
     older.items[0] = {.name = "a", .content = std::string(300, 'o'), .method = 0};
     const BuiltZip emptyWithin = {.items = {{.name = "c", .method = 0}}};
@@ -168,6 +170,8 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         withoutDirectory(good()).replace(good().bytes().find("PK\3\4", 1) + 14, 12, 12, '\0');
     BuiltZip sameName = good();
     std::string emptyRecord = streamed.bytes();
+    std::string halved = good().bytes();
+    halved.replace(halved.rfind("PK\1\2") + 17, 2, 2, '\0');
     emptyRecord.replace(emptyRecord.find("PK\1\2", emptyRecord.find("PK\1\2") + 1) + 16, 12, 12,
                         '\0');
     sameName.items[0].name = "c";
@@ -194,6 +198,10 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          "directory; get the file again from where it came from;"},
         {"an item of an older version, and a damaged record of another", oldSector,
          others + "b: it is of another version than the directory says;"},
+        {"a damaged item with another name in its header, and a damaged record of another",
+         misnamedLost,
+         others + "b: its content is damaged: the checksum does not match the one in the "
+                  "directory; get the file again from where it came from;"},
         {"an archive in an item, without an end, with an empty item", withoutDirectory(withEmpty),
          "a=" + within + ";b=bb;c=ccc;"},
         {"a streamed item behind one that lost bytes, and no end record",
@@ -219,6 +227,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         {"folders of one name", folders.bytes(),
          all + "D/=;e\\=;d/: there is another item of this name;E/: there is another item of this "
                "name;"},
+        {"zeros over half of a checksum in the directory", halved, all},
         {"zeros over what the directory says of an item", emptied.bytes(), all},
         {"where a damaged item was", moved.bytes(),
          "c=ccc;b=bb;a: its content is damaged: the checksum does not match the one in the "

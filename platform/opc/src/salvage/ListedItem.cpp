@@ -3,7 +3,6 @@
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
-#include <bit>
 #include <cstddef>
 #include <functional>
 #include <utility>
@@ -88,8 +87,10 @@ bool isEmptied(const SalvageSource& source, const ZipItem& item) {
 
 bool mayDescribe(const ZipItem& record, const ZipItem& item) {
     const auto mayBe = [](std::uint64_t recorded, std::uint64_t found) {
-        const std::uint64_t other = recorded ^ found;
-        return recorded == 0 || other >> (std::countr_zero(other) / 8 * 8 % 64) <= 0xFF;
+        int others = 0;  // bytes that differ and are not zero
+        for (; recorded != 0; recorded >>= 8, found >>= 8)
+            others += (recorded & 0xFF) != 0 && (recorded & 0xFF) != (found & 0xFF);
+        return others <= 1;
     };
     return record.crc32 == item.crc32 ||
            (mayBe(record.crc32, item.crc32) && mayBe(record.size, item.size) &&

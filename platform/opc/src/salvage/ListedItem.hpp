@@ -37,9 +37,9 @@ bool isFollowedByRecord(const SalvageSource& source, const ZipItem& item);
 bool isEmptied(const SalvageSource& source, const ZipItem& item);
 
 // Whether a directory `record` may have described an item with these numbers, before it was
-// damaged: the checksum is the same, or in each number that differs one byte does, or it was
-// overwritten with zeros. Otherwise the item is of another version of the file, which was written
-// over this one.
+// damaged: the checksum is the same, or in each number at most one byte differs but for those that
+// were overwritten with zeros. Otherwise the item is of another version of the file, which was
+// written over this one.
 bool mayDescribe(const ZipItem& record, const ZipItem& item);
 
 // Whether a record's name can be one: it is neither empty nor overwritten with zeros.

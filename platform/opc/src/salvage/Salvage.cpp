@@ -272,8 +272,12 @@ private:
             if (!position.isSure) sightings_.addUnsure(position.at);
             return {behindTaken(), position.isSure};
         }
-        if (!kept_.hasDataOf(header->item))
-            failures_.add(header->item, position.at, std::move(verdict));
+        if (!kept_.hasDataOf(header->item)) {
+            ZipItem item = header->item;
+            const auto record = records_.find(position.at);
+            if (record != records_.end()) item.name = record->second.item.name;
+            failures_.add(item, position.at, std::move(verdict));
+        }
         if (isWhole_) return {header->item.dataOffset, false};
         const Position next = behindLost(*header, position, limit);
         failures_.claim(header->item.dataOffset, next.at);
