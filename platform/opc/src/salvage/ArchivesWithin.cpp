@@ -166,7 +166,40 @@ private:
         }
     }
 
-    // Where the items of a directory are that has no end record.
+    // The local headers in front of a directory.
+    struct Headers {
+        struct OfItem {
+            const ZipItem* item;
+            std::uint64_t at, end;  // where the header is, and where its item ends
+        };
+        std::vector<OfItem> ofItems;  // those that say what the directory does
+        bool hasOtherNames = false;   // there are some of names that it does not list
+    };
+
+    // Nullopt if the budget is used up.
+    std::optional<Headers> headersOf(const std::vector<ZipItem>& items, std::uint64_t start) {
+        std::map<std::string_view, const ZipItem*> byName;
+        for (const ZipItem& item : items)
+            byName.emplace(item.name, &item);
+        Headers headers;
+        SignatureSearch search(*source_, local::kSignature);
+        std::uint64_t from = 0;
+        while (const auto at = search.next(from, start)) {
+            from = *at + sizeof local::kSignature;
+            if (!spend(kAttempt)) return std::nullopt;
+            const auto header = localHeaderAt(*source_, *at);
+            if (!header) continue;
+            const auto found = byName.find(header->item.name);
+            if (found == byName.end()) {
+                headers.hasOtherNames = true;
+            } else if (const auto end = endOfSame(*source_, *header, *found->second)) {
+                headers.ofItems.push_back({found->second, *at, *end});
+            }
+        }
+        return headers;
+    }
+
+    // Where the items of a directory are if no end record says it.
     struct Layout {
         std::int64_t shift;  // how far most items are from where their records say
         // Whether there is room for a record between the last item and the directory, so that it
@@ -178,32 +211,22 @@ private:
     // if that does not end at `start` and there are headers of names that it does not list, or if
     // the budget is used up.
     std::optional<Layout> layoutOf(const std::vector<ZipItem>& items, std::uint64_t start) {
-        std::map<std::string_view, const ZipItem*> byName;
-        for (const ZipItem& item : items)
-            byName.emplace(item.name, &item);
+        const auto headers = headersOf(items, start);
+        if (!headers) return std::nullopt;
         const auto last = std::ranges::max_element(items, {}, &ZipItem::headerOffset);
-        std::optional<bool> isJoined;
-        bool hasOthers = false, hasRoom = true;
+        std::vector<std::uint64_t> lastEnds;
         std::map<std::int64_t, std::size_t> counts;
-        SignatureSearch search(*source_, local::kSignature);
-        std::uint64_t from = 0;
-        while (const auto at = search.next(from, start)) {
-            from = *at + sizeof local::kSignature;
-            if (!spend(kAttempt)) return std::nullopt;
-            const auto header = localHeaderAt(*source_, *at);
-            const auto found = header ? byName.find(header->item.name) : byName.end();
-            hasOthers = hasOthers || (header && found == byName.end());
-            if (found == byName.end()) continue;
-            const auto itemEnd = endOfSame(*source_, *header, *found->second);
-            if (!itemEnd) continue;
-            ++counts[static_cast<std::int64_t>(*at - found->second->headerOffset)];
-            if (found->second != &*last) continue;
-            isJoined = isJoined.value_or(false) || *itemEnd == start;
-            hasRoom = hasRoom && (*itemEnd > start || start - *itemEnd > central::kHeaderSize);
+        for (const auto& [item, at, end] : headers->ofItems) {
+            ++counts[static_cast<std::int64_t>(at - item->headerOffset)];
+            if (item == &*last) lastEnds.push_back(end);
         }
-        if (!isJoined || (!*isJoined && hasOthers)) return std::nullopt;
+        const bool isJoined = std::ranges::find(lastEnds, start) != lastEnds.end();
+        if (lastEnds.empty() || (!isJoined && headers->hasOtherNames)) return std::nullopt;
         const auto most = std::ranges::max_element(counts, {}, [](const auto& count) {
             return std::pair(count.second, count.first == 0);
+        });
+        const bool hasRoom = std::ranges::none_of(lastEnds, [&](std::uint64_t end) {
+            return end <= start && start - end <= central::kHeaderSize;
         });
         return Layout{most->first, hasRoom};
     }

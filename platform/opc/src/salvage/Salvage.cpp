@@ -113,36 +113,49 @@ private:
         failures_.add(nameless, source_->size, lostBy(Loss::DirectoryStart));
     }
 
-    // Takes an item of a whole directory from one of its places. If that fails and the directory's
-    // offsets are right, the local header's numbers may be better than the directory's. If the
-    // offsets are shifted, the header may belong to an archive within the file, so its numbers are
-    // not used. The directory says that what follows the item is at `next`.
+    // Takes an item of a whole directory from one of its places. The directory says that what
+    // follows the item is at `next`. An item that is not there may still be found by its header, so
+    // it is remembered.
     void takeListed(const ZipItem& item, const std::vector<ZipItem>& places, std::uint64_t next) {
         Verdict verdict = lostBy(Loss::Cut);
         for (const ZipItem& placed : places) {
-            Verdict there =
-                isEmptied(*source_, placed) ? lostBy(Loss::TwoSizes) : kept_.keep(placed);
+            Verdict there = keepListed(placed);
             if (there.isKept()) return;
             if (&placed == &places.front()) verdict = std::move(there);
         }
+        if (takeAtOtherOffset(item, places, next)) return;
+        listed_.emplace(item.name, Listed{item, next});
+        listedNames_.try_emplace({Content(item), item.name.size()}, item.name);
+        failures_.add(places.empty() ? item : places.front(), source_->size, std::move(verdict));
+        if (!places.empty()) takeByHeader(item, places.front());
+    }
+
+    Verdict keepListed(const ZipItem& placed) {
+        return isEmptied(*source_, placed) ? lostBy(Loss::TwoSizes) : kept_.keep(placed);
+    }
+
+    // Takes a listed item whose data begins elsewhere than its local header says.
+    bool takeAtOtherOffset(const ZipItem& item, const std::vector<ZipItem>& places,
+                           std::uint64_t next) {
         for (ZipItem placed : places) {
             const std::uint64_t moved = placed.headerOffset - item.headerOffset;
             for (const std::uint64_t offset : otherOffsetsOfData(*source_, placed, next + moved)) {
                 placed.dataOffset = offset;
-                if (!isEmptied(*source_, placed) && kept_.keep(placed).isKept()) return;
+                if (keepListed(placed).isKept()) return true;
             }
         }
-        listed_.emplace(item.name, Listed{item, next});
-        listedNames_.try_emplace({Content(item), item.name.size()}, item.name);
-        failures_.add(places.empty() ? item : places.front(), source_->size, std::move(verdict));
-        if (places.empty()) return;
-        auto header = localHeaderAt(*source_, places.front().headerOffset);
+        return false;
+    }
+
+    // Takes a listed item by the numbers of its local header, which may be better than the
+    // directory's. If the directory's offsets are shifted, the header may belong to an archive
+    // within the file, so its numbers are not used.
+    void takeByHeader(const ZipItem& item, const ZipItem& placed) {
+        auto header = localHeaderAt(*source_, placed.headerOffset);
         if (!header || header->item.name != item.name) return;
         if (isExact_ && takeWhole(*header, source_->size).isKept()) return;
-        if (isExact_ || header->agreesWith(item)) {
-            failures_.claim(places.front().headerOffset,
-                            places.front().dataOffset + item.compressedSize);
-        }
+        if (isExact_ || header->agreesWith(item))
+            failures_.claim(placed.headerOffset, placed.dataOffset + item.compressedSize);
     }
 
     void searchRecords() {
