@@ -143,6 +143,19 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     const std::size_t directory = oldSector.find("PK\1\2");
     oldSector.replace(directory, std::string::npos, good().bytes().substr(directory));
     oldSector.replace(directory, 20, 20, '\0');
+    BuiltZip unsignedOne = good();
+    unsignedOne.items[1] = {.name = "b", .content = "bb", .method = 0, .descriptor = 12};
+    std::string claiming = unsignedOne.bytes();
+    claiming[claiming.find("PK\1\2") + 32] = 50;  // the length of its comment
+    BuiltZip nextOne = good();
+    const std::string next = nextOne.items[1].name = std::string(64 - 46, 'n');
+    std::string claimingOne = nextOne.bytes();
+    claimingOne[claimingOne.find("PK\1\2") + 32] = 64;
+    BuiltZip lastByte = good();
+    lastByte.items[0].content = "\xf0";
+    lastByte.items[0].data = std::string("\xfb\0\0", 3);
+    std::string byteShort = lastByte.bytes();
+    byteShort.erase(byteShort.find("PK\3\4", 1) - 1, 1);
     std::string misnamedLost = good().bytes();
     misnamedLost.replace(misnamedLost.find("bbb"), 2, "xx").replace(directory, 20, 20, '\0');
     BuiltZip older = good(), withEmpty = good(), shifted = good(), doubled = good();
@@ -198,6 +211,11 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          "directory; get the file again from where it came from;"},
         {"an item of an older version, and a damaged record of another", oldSector,
          others + "b: it is of another version than the directory says;"},
+        {"a byte is missing for which the next one stands as well", byteShort,
+         "a=\xf0;b=bb;c=ccc;"},
+        {"a record that claims more than the next one as its comment", claiming, all},
+        {"a record that claims just the next one", claimingOne,
+         "a=aaaaaaaaaa;" + next + "=bb;c=ccc;"},
         {"a damaged item with another name in its header, and a damaged record of another",
          misnamedLost,
          others + "b: its content is damaged: the checksum does not match the one in the "

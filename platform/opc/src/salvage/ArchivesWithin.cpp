@@ -137,16 +137,19 @@ private:
     // example because the file was cut.
     void readWithoutEnd() {
         std::uint64_t start = 0, end = 0, count = 0;
+        bool isDamaged = false;  // the lengths of a record reach over the next one
         SignatureSearch search(*source_, central::kSignature);
         while (const auto at = search.next(end, source_->size)) {
             if (!spend(kAttempt)) return;
             const std::uint64_t size = centralRecordSize(*source_, *at);
             const bool isNext = *at == end && count != 0;
             if (!isNext) start = *at;
+            isDamaged = isNext && isDamaged;
             count = size == 0 ? 0 : isNext ? count + 1 : 1;
             end = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
+            isDamaged = isDamaged || search.next(*at + sizeof central::kSignature, end);
         }
-        if (count == 0 || lastRecord_ >= end || !spend(end - start)) return;
+        if (isDamaged || count == 0 || lastRecord_ >= end || !spend(end - start)) return;
         try {
             EndPlace place{{count, end - start, start}, start, end, end};
             auto items = itemsOf(place);

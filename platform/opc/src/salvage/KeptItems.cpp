@@ -30,7 +30,9 @@ Verdict KeptItems::keep(ZipItem item) {
     const std::uint64_t start = hasHeader        ? item.headerOffset
                                 : item.size == 0 ? item.endOffset
                                                  : item.dataOffset;
-    if (start < item.endOffset && bytes_.overlap(start, item.endOffset))
+    // The first byte of the header may stand for the last one of the data in front, if that is
+    // missing.
+    if (start < item.endOffset && bytes_.overlap(start + hasHeader, item.endOffset))
         return lostBy(Loss::Overlap);
     if (hasName(item.name) && !item.localName.empty()) std::swap(item.name, item.localName);
     if (hasName(item.name)) return lostBy(Loss::SameName);

@@ -160,12 +160,15 @@ private:
 
     void searchRecords() {
         SignatureSearch search(*source_, central::kSignature);
-        std::uint64_t from = 0;
+        std::uint64_t from = 0, end = 0;  // of the record in front
         while (const auto at = search.next(from, source_->size)) {
-            if (*at != from) lastRecords_ = *at;
+            if (*at > end) lastRecords_ = *at;
+            const bool isClaimed = *at < end;  // because the lengths of that record are damaged
             const std::uint64_t size = takeRecord(*at);
-            if (size == 0 && !budget_.spend(SearchBudget::kAttempt)) return;
-            from = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
+            const bool isWasted = size == 0 || isClaimed;
+            if (isWasted && !budget_.spend(std::max(size, SearchBudget::kAttempt))) return;
+            from = *at + sizeof central::kSignature;
+            end = std::max(from, *at + size);
         }
     }
 
