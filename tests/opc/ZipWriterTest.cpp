@@ -442,6 +442,23 @@ TEST_F(ZipWriterTest, DeflatesWhatSomeReaderWouldTakeForARecordOfTheFile) {
     }
 }
 
+// It was out of sight as long as the other one was large.
+TEST_F(ZipWriterTest, NamesTheItemThatItKeepsAndSomeReaderWouldTakeForARecordOfTheFile) {
+    const std::string wide = BuiltZip{.zip64 = true}.bytes();
+    directory_.write("a.zip",
+                     BuiltZip{.items = {{.name = "kept", .content = wide, .method = 0},
+                                        {.name = "large", .content = noise(1 << 20), .method = 0}}}
+                         .bytes());
+    const std::string before = bytes();
+    const auto writer = edit();
+    writeItem(*writer, "large", "small now");
+    EXPECT_THAT([&] { writer->save(); },
+                testing::ThrowsMessage<Exception>(testing::AllOf(
+                    testing::HasSubstr("would take what kept holds for a record of the zip file"),
+                    testing::HasSubstr("; deflate that item first"))));
+    EXPECT_EQ(bytes(), before);
+}
+
 // Opening does not look through large items.
 TEST_F(ZipWriterTest, TakesNoItemOverThatHoldsAnotherForSomeReaders) {
     const std::string hidden = BuiltZip{.items = {{.name = "hidden"}}}.bytes().substr(0, 36);

@@ -283,7 +283,15 @@ NewItem* NewArchive::findMistakable(const format::DirectoryRecord& record) const
             NameIndex(items, *name_).addResolvedNames(*name_);
         });
     } catch (const StrayRecord& fault) {
-        if (NewItem* const item = storedAt(fault.offset())) return item;
+        const Placed* const placed = itemAt(fault.offset());
+        if (placed && placed->fresh && placed->fresh->method == Method::Stored)
+            return placed->fresh;
+        if (placed && placed->kept) {
+            throwZipError(*name_, "was not saved, because readers would take what " +
+                                      placed->kept->displayName() +
+                                      " holds for a record of the zip file; deflate that item "
+                                      "first");
+        }
         fail(fault);
     } catch (const Exception& fault) {
         fail(fault);
@@ -291,12 +299,12 @@ NewItem* NewArchive::findMistakable(const format::DirectoryRecord& record) const
     return nullptr;
 }
 
-NewItem* NewArchive::storedAt(std::uint64_t offset) const {
+// The item whose header, data or descriptor the byte at `offset` is in; null if there is none.
+const NewArchive::Placed* NewArchive::itemAt(std::uint64_t offset) const {
     const auto next = placed_.upper_bound(offset);
     if (next == placed_.begin()) return nullptr;
     const Placed& placed = std::prev(next)->second;
-    const bool isStored = placed.fresh && placed.fresh->method == Method::Stored;
-    return isStored && offset < placed.end ? placed.fresh : nullptr;
+    return offset < placed.end ? &placed : nullptr;
 }
 
 // At the end of the file; closeGaps() fills the old place. Nothing is compressed: the item is

@@ -116,7 +116,7 @@ private:
     void refuseZip64(bool isNeeded, bool allowZip64) const;
     format::DirectoryRecord writeEnd(bool allowZip64);
     NewItem* findMistakable(const format::DirectoryRecord& record) const;
-    NewItem* storedAt(std::uint64_t offset) const;
+    const Placed* itemAt(std::uint64_t offset) const;
     void deflateAgain(NewItem& item);
 
     const fl::filesystem::SaveTarget* target_;
