@@ -151,6 +151,13 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     const std::string next = nextOne.items[1].name = std::string(64 - 46, 'n');
     std::string claimingOne = nextOne.bytes();
     claimingOne[claimingOne.find("PK\1\2") + 32] = 64;
+    BuiltZip sized = good();
+    sized.items[0].method = 0;
+    for (std::size_t i : {0, 1}) {
+        sized.items[i].descriptor = i == 0 ? 16 : 12;
+        sized.items[i].localSize = sized.items[i].content.size();
+        sized.items[i].localCompressedSize = sized.items[i].localSize;
+    }
     BuiltZip lastByte = good();
     lastByte.items[0].content = "\xf0";
     lastByte.items[0].data = std::string("\xfb\0\0", 3);
@@ -211,6 +218,8 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          "directory; get the file again from where it came from;"},
         {"an item of an older version, and a damaged record of another", oldSector,
          others + "b: it is of another version than the directory says;"},
+        {"sizes in front of the data, checksums with and without signature behind it",
+         withoutDirectory(sized), all},
         {"a byte is missing for which the next one stands as well", byteShort,
          "a=\xf0;b=bb;c=ccc;"},
         {"a record that claims more than the next one as its comment", claiming, all},

@@ -393,7 +393,11 @@ private:
         if (findMethod(item.method) == nullptr)
             return lostBy(Loss::Method, "it " + methodFault(item.method));
         if (kept_.hasName(item.name)) return lostBy(Loss::SameName);
-        if (header.isMeasured() && !streamed_.measure(item, limit)) return lostBy(Loss::NoEnd);
+        if (header.isMeasured()) {
+            if (!streamed_.measure(item, limit)) return lostBy(Loss::NoEnd);
+        } else if (header.isIncomplete()) {
+            streamed_.readChecksum(item);
+        }
         if (isWhole_ && !isListed(item)) return lostBy(Loss::NotListed);
         if (isContradicted(item)) return lostBy(Loss::Version);
         if (!isWhole_ && item.compressedSize == 0 && !isFollowedByRecord(*source_, item))

@@ -68,6 +68,19 @@ bool StreamedItems::measure(ZipItem& item, std::uint64_t limit) {
     return rowOf(item.method).endsItself && measureDecoded(item, limit);
 }
 
+void StreamedItems::readChecksum(ZipItem& item) const {
+    const std::uint64_t end = item.dataOffset + item.compressedSize;
+    for (const std::uint64_t at : {end + sizeof descriptor::kSignature, end}) {
+        const auto checksum = source_->number(at);
+        if (!checksum) continue;
+        ZipItem described = item;
+        described.crc32 = *checksum;
+        if (descriptorSize(*source_, end, described) == 0) continue;
+        item.crc32 = *checksum;
+        return;
+    }
+}
+
 // Stored data ends at a descriptor that says so.
 bool StreamedItems::measureStored(ZipItem& item, std::uint64_t limit) {
     if (searches_.isUsedUp() || item.dataOffset >= limit) return false;

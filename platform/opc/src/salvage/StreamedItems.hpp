@@ -18,6 +18,9 @@ public:
     // Sets the numbers of `item`, whose data begins at its `dataOffset`. Returns false if the data
     // has no end before `limit`, or none with a descriptor that fits.
     bool measure(ZipItem& item, std::uint64_t limit);
+    // Sets the checksum of `item`, whose sizes are known, to the one in its descriptor if there is a
+    // descriptor with these sizes. Writers to a pipe know the sizes of what they store.
+    void readChecksum(ZipItem& item) const;
 
 private:
     bool measureStored(ZipItem& item, std::uint64_t limit);
