@@ -11,8 +11,8 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/opc/src/salvage/LineEnds.hpp"
 #include "platform/opc/src/salvage/Salvage.hpp"
+#include "platform/opc/src/salvage/UnconvertedFile.hpp"
 #include "platform/opc/src/zip/ArchiveBytes.hpp"
 #include "platform/opc/src/zip/ByteSource.hpp"
 #include "platform/opc/src/zip/Directory.hpp"

@@ -1,4 +1,4 @@
-#include "platform/opc/src/salvage/LineEnds.hpp"
+#include "platform/opc/src/salvage/UnconvertedFile.hpp"
 
 #include <algorithm>
 #include <iterator>
