@@ -1,14 +1,17 @@
 #include "platform/opc/src/salvage/UnconvertedFile.hpp"
 
+#include "platform/opc/src/zip/ZipFormat.hpp"
+
 #include <algorithm>
 #include <iterator>
+#include <string_view>
 #include <utility>
 
 namespace opc::zip {
 
 namespace {
 
-constexpr std::byte kReturn{'\r'}, kFeed{'\n'};
+constexpr std::byte kFeed{'\n'};
 // Small, because each read begins at the start of a block, and those of headers are short.
 constexpr std::size_t kBlock = 4096;
 
@@ -18,12 +21,14 @@ std::size_t readWithoutReturns(const ByteSource& source, std::uint64_t offset, s
                                std::vector<std::byte>& bytes) {
     bytes.resize(count + 1);  // with the byte that follows the last one
     const std::size_t got = source.readAt(bytes, offset), taken = std::min(got, count);
-    std::size_t kept = 0;
-    for (std::size_t i = 0; i < taken; ++i) {
-        const bool isAdded = bytes[i] == kReturn && i + 1 < got && bytes[i + 1] == kFeed;
-        if (!isAdded) bytes[kept++] = bytes[i];
+    const std::string_view text = format::asText(bytes).substr(0, got);
+    auto end = bytes.begin();
+    for (std::size_t from = 0; from < taken;) {
+        const std::size_t to = std::min(text.find("\r\n", from), taken);
+        end = std::copy(bytes.begin() + from, bytes.begin() + to, end);
+        from = to + 1;
     }
-    bytes.resize(kept);
+    bytes.erase(end, bytes.end());
     return taken;
 }
 
