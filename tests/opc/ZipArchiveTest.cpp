@@ -158,6 +158,15 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         sized.items[i].localSize = sized.items[i].content.size();
         sized.items[i].localCompressedSize = sized.items[i].localSize;
     }
+    BuiltZip cut = good();
+    cut.items[2] = {.name = "d", .content = "d"};
+    cut.items[2].localExtra = "UT" + test_support::little(24, 2) + std::string(24, 't');
+    const std::string cutFields = cut.bytes().substr(0, cut.bytes().find("UT"));
+    BuiltZip inFolder = good();
+    inFolder.items.pop_back();
+    inFolder.items[0].name = "m/x";
+    inFolder.items[1].name = "m/y";
+    const std::string blank = inFolder.bytes().replace(inFolder.bytes().rfind("/y"), 2, "  ");
     BuiltZip lastByte = good();
     lastByte.items[0].content = "\xf0";
     lastByte.items[0].data = std::string("\xfb\0\0", 3);
@@ -220,6 +229,10 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          others + "b: it is of another version than the directory says;"},
         {"sizes in front of the data, checksums with and without signature behind it",
          withoutDirectory(sized), all},
+        {"a cut in the extra fields of a local header", cutFields,
+         "a=aaaaaaaaaa;b=bb;d: its header is damaged;"},
+        {"blanks over a name in the directory, which make it that of a folder", blank,
+         "m/x=aaaaaaaaaa;m/y=bb;"},
         {"a byte is missing for which the next one stands as well", byteShort,
          "a=\xf0;b=bb;c=ccc;"},
         {"a record that claims more than the next one as its comment", claiming, all},
@@ -273,9 +286,9 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         {"bytes put into the first header", good().bytes().insert(30, 100, 'x'),
          all + "x: the directory does not list it;"},
         {"a header without sense in front of much data", nonsense(1000),
-         others + "item at byte 46: its header is damaged;"},
+         others + "b: its header is damaged;"},
         {"a header without sense in front of a header", nonsense(100),
-         "a=aaaaaaaaaa;item at byte 46: its header is damaged, and what follows it may belong to a "
+         "a=aaaaaaaaaa;b: its header is damaged, and what follows it may belong to a "
          "zip "
          "file that it contained;"},
         {"an empty item without its first byte", emptyFirst.bytes().substr(1), "a=;b=bb;c=ccc;"},

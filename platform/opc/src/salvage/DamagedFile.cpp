@@ -179,6 +179,14 @@ std::optional<LocalHeader> localHeaderAt(const SalvageSource& source, std::uint6
     return found;
 }
 
+std::string nameInHeader(const SalvageSource& source, std::uint64_t offset) {
+    const auto fixed = source.at(offset, local::kHeaderSize);
+    if (fixed.size() < local::kHeaderSize) return {};
+    const std::size_t size = load16(fixed, local::kNameLength);
+    const auto name = source.at(offset + local::kHeaderSize, size);
+    return name.size() == size && isItemName(asText(name)) ? std::string(asText(name)) : "";
+}
+
 std::size_t descriptorSize(const SalvageSource& source, std::uint64_t offset,
                            const ZipItem& record) {
     return descriptor::sizeAtFront(source.at(offset, descriptor::kLargest), record.crc32,

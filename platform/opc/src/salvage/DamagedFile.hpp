@@ -98,6 +98,10 @@ enum class Place { Any, Expected };
 std::optional<LocalHeader> localHeaderAt(const SalvageSource& source, std::uint64_t offset,
                                          Place place = Place::Any);
 
+// The name in the local header at `offset`, of which the rest may be damaged or cut off; empty if
+// what is there cannot be a name.
+std::string nameInHeader(const SalvageSource& source, std::uint64_t offset);
+
 // The size of the descriptor at `offset` if it says what `record` does, otherwise 0.
 std::size_t descriptorSize(const SalvageSource& source, std::uint64_t offset,
                            const ZipItem& record);

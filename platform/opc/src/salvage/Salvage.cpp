@@ -309,10 +309,10 @@ private:
         append(signature, local::kSignature);
         const auto header = source_->at(behind, std::min(limit - behind, kLikelyHeader));
         const bool mayContainAll = asText(header).find(signature) != std::string_view::npos;
-        ZipItem nameless;
-        nameless.name = "item at byte " + std::to_string(position.at);
-        failures_.add(nameless, position.at,
-                      lostBy(mayContainAll ? Loss::AllBehind : Loss::Header));
+        ZipItem item;
+        item.name = nameInHeader(*source_, position.at);
+        if (item.name.empty()) item.name = "item at byte " + std::to_string(position.at);
+        failures_.add(item, position.at, lostBy(mayContainAll ? Loss::AllBehind : Loss::Header));
         return {mayContainAll ? limit : behind, false};
     }
 
@@ -458,13 +458,27 @@ private:
     }
 
     void dropConflicts(Salvaged& found) const {
-        const auto conflicts = nameConflicts(found.items, expected_);
+        auto conflicts = nameConflicts(found.items, expected_);
+        if (useOtherNames(found.items, conflicts))
+            conflicts = nameConflicts(found.items, expected_);
         std::erase_if(found.items, [&](const ZipItem& item) {
             const auto conflict = conflicts.find(&item);
             if (conflict == conflicts.end()) return false;
             found.lost.push_back({item.displayName(), textOf(conflict->second)});
             return true;
         });
+    }
+
+    // Gives items whose name is in conflict with another one the name in their local header, if that
+    // is a different one. Returns whether there are any.
+    static bool useOtherNames(std::vector<ZipItem>& items, const NameConflicts& conflicts) {
+        bool isAny = false;
+        for (ZipItem& item : items) {
+            if (item.localName.empty() || !conflicts.contains(&item)) continue;
+            std::swap(item.name, item.localName);
+            isAny = true;
+        }
+        return isAny;
     }
 
     // An item of a whole directory, and where that says that the next one begins.
