@@ -3,6 +3,7 @@
 import contextlib
 import json
 import os
+import pathlib
 import re
 import shutil
 import signal
@@ -192,19 +193,31 @@ class WhatWasChecked(MeanwhileTest):
 
     @unittest.skipIf(why_not(), why_not())
     def test_an_edit_is_of_the_file_that_was_compared(self):
-        (self.dir / self.version(1)).rename(self.dir / "app.kvpkg")
-        self.version(2)
         self.write("c.k", "x = 1;\n")
-        tool = subprocess.Popen(["strace", "-f", "-qq", "-o", "/dev/null", "-e", "inject=mkdirat:delay_exit=500000", TOOL,
-                                 "edit", "app.kvpkg", "--set", "Name=1", "--code", "c.k"], cwd=self.dir,
-                                stderr=subprocess.PIPE, stdout=subprocess.PIPE)
-        while not list(self.dir.glob(".qzapp-*")) and tool.poll() is None:
-            time.sleep(0.0005)
-        os.rename(self.dir / "v2.kvpkg", self.dir / "app.kvpkg")
-        output, message = tool.communicate(timeout=60)
-        self.assertEqual((tool.returncode, output), (1, b""), message)
-        self.assertRegex(message.decode(), "^qzapp: app.kvpkg: someone else .*\n$")
-        self.assertEqual((self.metadata("app.kvpkg")["Name"], self.extracted("app.kvpkg", "code")), ("2", b"v = 2;\n"))
+        # Another program replaces the app once the edit has opened it, or has begun to make the new one.
+        for delay, hasBegun in ((["-P", "app.kvpkg", "-e", "inject=openat:delay_exit=500000:when=1"], self.has_opened),
+                                (["-e", "inject=mkdirat:delay_exit=500000"], lambda _: list(self.dir.glob(".qzapp-*")))):
+            with self.subTest(delay):
+                (self.dir / self.version(1)).rename(self.dir / "app.kvpkg")
+                self.version(2)
+                tool = subprocess.Popen(["strace", "-f", "-qq", "-o", "/dev/null", *delay, TOOL, "edit", "app.kvpkg", "--set",
+                                         "Name=1", "--code", "c.k"], cwd=self.dir, stderr=subprocess.PIPE, stdout=subprocess.PIPE)
+                while not hasBegun(tool.pid) and tool.poll() is None:
+                    time.sleep(0.0005)
+                os.rename(self.dir / "v2.kvpkg", self.dir / "app.kvpkg")
+                output, message = tool.communicate(timeout=60)
+                self.assertEqual((tool.returncode, output), (1, b""), message)
+                self.assertRegex(message.decode(), "qzapp: app.kvpkg: someone else .*\n$")
+                self.assertEqual((self.metadata("app.kvpkg")["Name"], self.extracted("app.kvpkg", "code")),
+                                 ("2", b"v = 2;\n"))
+
+    def has_opened(self, tracer):
+        """Whether the program that is traced holds the app open."""
+        with contextlib.suppress(FileNotFoundError):
+            for child in pathlib.Path(f"/proc/{tracer}/task/{tracer}/children").read_text().split():
+                if any(os.readlink(link) == str(self.dir / "app.kvpkg") for link in pathlib.Path(f"/proc/{child}/fd").iterdir()):
+                    return True
+        return False
 
     @unittest.skipIf(why_not(), why_not())
     def test_what_another_saves_once_a_file_was_opened_is_not_replaced(self):
