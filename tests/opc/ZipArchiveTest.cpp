@@ -162,6 +162,18 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     cut.items[2] = {.name = "d", .content = "d"};
     cut.items[2].localExtra = "UT" + test_support::little(24, 2) + std::string(24, 't');
     const std::string cutFields = cut.bytes().substr(0, cut.bytes().find("UT"));
+    BuiltZip emptyOne = good();
+    emptyOne.items[1] = {.name = "b", .method = 0, .localExtra = cut.items[2].localExtra};
+    const std::string shortFields = emptyOne.bytes().erase(emptyOne.bytes().find("UT") + 9, 2);
+    emptyOne.items[1].localExtra.clear();
+    std::string longFields = emptyOne.bytes();
+    longFields.replace(longFields.find("PK\1\2"), 20, 20, '\0');
+    longFields[longFields.find("PK\3\4", 1) + 28] = 32;
+    BuiltZip zeros = good();
+    zeros.items[1].content = std::string(5, '\0');
+    zeros.items[2] = {.name = "c", .content = std::string(400, '\0'), .method = 0};
+    const std::string zerosAgain =
+        zeros.bytes().insert(zeros.bytes().find("PK\3\4", 1) + 26, 1, '\0');
     BuiltZip inFolder = good();
     inFolder.items.pop_back();
     inFolder.items[0].name = "m/x";
@@ -229,6 +241,11 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          others + "b: it is of another version than the directory says;"},
         {"sizes in front of the data, checksums with and without signature behind it",
          withoutDirectory(sized), all},
+        {"a byte too many in the header of zeros, which are in other items, too", zerosAgain,
+         "a=aaaaaaaaaa;b=" + zeros.items[1].content + ";c=" + zeros.items[2].content + ";"},
+        {"bytes missing in the fields of an empty item", shortFields, "a=aaaaaaaaaa;b=;c=ccc;"},
+        {"a wrong length of the fields of an empty item, and a damaged record of another",
+         longFields, "a=aaaaaaaaaa;b=;c=ccc;"},
         {"a cut in the extra fields of a local header", cutFields,
          "a=aaaaaaaaaa;b=bb;d: its header is damaged;"},
         {"blanks over a name in the directory, which make it that of a folder", blank,

@@ -79,8 +79,12 @@ bool isEmptied(const SalvageSource& source, const ZipItem& item) {
     if (item.size != 0 || item.compressedSize != 0) return false;
     const auto header = localHeaderAt(source, item.headerOffset);
     if (!header || header->item.name != item.name) return false;
-    if (header->isIncomplete())
-        return !endOfSame(source, *header, item) && !isFollowedByRecord(source, header->item);
+    if (header->isIncomplete()) {
+        ZipItem bare = header->item;  // the length of its extra fields may be damaged
+        bare.dataOffset = item.headerOffset + local::kHeaderSize + item.name.size();
+        return !endOfSame(source, *header, item) && !isFollowedByRecord(source, header->item) &&
+               !isFollowedByRecord(source, bare);
+    }
     // A size in a zip64 field that is damaged is unknown.
     return header->item.size != 0 && header->item.size != kInZip64_32;
 }

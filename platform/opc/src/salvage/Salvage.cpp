@@ -78,26 +78,39 @@ private:
         bool isSure = true;
     };
 
-    // Takes the items of a whole directory. Items whose name is the same in both records come
-    // first, so that an item with a damaged name does not take the name of another.
+    // Takes the items of a whole directory. Those that their local headers confirm come first, so
+    // that no damaged item takes their bytes, and then those whose name is the same in both records,
+    // so that an item with a damaged name does not take the name of another.
     void takeDirectory(const WholeDirectory& directory) {
         isExact_ = directory.shift == 0;
         std::multiset<std::string_view> names;
-        for (const ZipItem& item : directory.items)
-            names.insert(item.name);
         std::set<std::uint64_t> starts = {directory.offset};
-        for (const ZipItem& item : directory.items)
+        for (const ZipItem& item : directory.items) {
+            names.insert(item.name);
             starts.insert(item.headerOffset);
-        for (const bool isAgreed : {true, false}) {
-            for (const ZipItem& item : directory.items) {
-                auto places = placesOf(*source_, item, directory.shift);
-                if (names.count(item.name) > 1) preferLocalNames(places);
-                const bool isSame = !places.empty() && places.front().localName.empty();
-                if (isSame != isAgreed) continue;
-                const auto next = starts.upper_bound(item.headerOffset);
-                takeListed(item, places, next == starts.end() ? source_->size : *next);
+        }
+        std::map<int, std::vector<std::pair<const ZipItem*, std::vector<ZipItem>>>> byRank;
+        for (const ZipItem& item : directory.items) {
+            auto places = placesOf(*source_, item, directory.shift);
+            if (names.count(item.name) > 1) preferLocalNames(places);
+            byRank[rankOf(item, places)].emplace_back(&item, std::move(places));
+        }
+        for (const auto& [rank, items] : byRank) {
+            for (const auto& [item, places] : items) {
+                const auto next = starts.upper_bound(item->headerOffset);
+                takeListed(*item, places, next == starts.end() ? source_->size : *next);
             }
         }
+    }
+
+    // The order in which takeDirectory() takes an item. An empty item is not confirmed by a header of
+    // its name, whose fields may seem to reach over the next one.
+    int rankOf(const ZipItem& item, const std::vector<ZipItem>& places) const {
+        if (places.empty()) return 2;
+        const auto header = localHeaderAt(*source_, places.front().headerOffset);
+        if (!header) return places.front().localName.empty() ? 1 : 2;
+        if (header->item.name != item.name) return 2;
+        return item.size != 0 && endOfSame(*source_, *header, item) ? 0 : 1;
     }
 
     // Of two items with one name in the directory, the headers tell which is which.
