@@ -5,12 +5,14 @@
 
 #include "platform/opc/src/salvage/CandidateArchive.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
+#include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -107,12 +109,16 @@ private:
                         load64(record, zip64end::kDirectoryOffset)};
     }
 
-    // Throws Exception if the directory is damaged.
+    // Throws Exception if the directory is damaged, also if a part of it is there twice.
     std::vector<ZipItem> itemsOf(const EndPlace& place) const {
         const std::string text(asText(source_->at(place.start, place.stated.size)));
         auto items = readDirectory(text, place.stated.count, *source_->file);
-        for (ZipItem& item : items)
+        std::set<std::pair<std::string_view, std::uint64_t>> known;
+        for (ZipItem& item : items) {
             item.directoryRecord = {};
+            if (!known.emplace(item.name, item.headerOffset).second)
+                throwZipError(*source_->file, "lists an item twice");
+        }
         return items;
     }
 
@@ -149,7 +155,8 @@ private:
             end = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
             isDamaged = isDamaged || search.next(*at + sizeof central::kSignature, end);
         }
-        if (isDamaged || count == 0 || lastRecord_ >= end || !spend(end - start)) return;
+        if (isDamaged || count == 0 || isContradicted(end, count, end - start)) return;
+        if (lastRecord_ >= end || !spend(end - start)) return;
         try {
             EndPlace place{{count, end - start, start}, start, end, end};
             auto items = itemsOf(place);
@@ -167,6 +174,13 @@ private:
         } catch (const Exception&) {
             // Damaged, too.
         }
+    }
+
+    // Whether an end record at `at` says that there are other records than these in front of it.
+    bool isContradicted(std::uint64_t at, std::uint64_t count, std::uint64_t size) const {
+        const auto record = source_->at(at, end::kRecordSize);
+        return record.size() == end::kRecordSize && load32(record, 0) == end::kSignature &&
+               load16(record, end::kCount) != count && load32(record, end::kDirectorySize) != size;
     }
 
     // The local headers in front of a directory.

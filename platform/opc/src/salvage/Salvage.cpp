@@ -138,9 +138,15 @@ private:
         }
         if (takeAtOtherOffset(item, places, next)) return;
         listed_.emplace(item.name, Listed{item, next});
-        listedNames_.try_emplace({Content(item), item.name.size()}, item.name);
         failures_.add(places.empty() ? item : places.front(), source_->size, std::move(verdict));
-        if (!places.empty()) takeByHeader(item, places.front());
+        auto header =
+            places.empty() ? std::nullopt : localHeaderAt(*source_, places.front().headerOffset);
+        if (header && header->item.name == item.name) {
+            takeByHeader(item, places.front(), *header);
+        } else {
+            // Perhaps another name is right.
+            listedNames_.try_emplace({Content(item), item.name.size()}, item.name);
+        }
     }
 
     Verdict keepListed(const ZipItem& placed) {
@@ -163,11 +169,9 @@ private:
     // Takes a listed item by the numbers of its local header, which may be better than the
     // directory's. If the directory's offsets are shifted, the header may belong to an archive
     // within the file, so its numbers are not used.
-    void takeByHeader(const ZipItem& item, const ZipItem& placed) {
-        auto header = localHeaderAt(*source_, placed.headerOffset);
-        if (!header || header->item.name != item.name) return;
-        if (isExact_ && takeWhole(*header, source_->size).isKept()) return;
-        if (isExact_ || header->agreesWith(item))
+    void takeByHeader(const ZipItem& item, const ZipItem& placed, LocalHeader& header) {
+        if (isExact_ && takeWhole(header, source_->size).isKept()) return;
+        if (isExact_ || header.agreesWith(item))
             failures_.claim(placed.headerOffset, placed.dataOffset + item.compressedSize);
     }
 
@@ -518,7 +522,7 @@ private:
     Ranges within_;         // archives that are not the file's own
     // Items of a whole directory that could not be taken as it describes them, by name.
     std::multimap<std::string, Listed, FoldedLess> listed_;
-    // Their names by content and length of the name.
+    // The names of those that have no header of their name, by content and length of the name.
     std::map<std::pair<Content, std::size_t>, std::string> listedNames_;
     // Directory records that no local header confirms, by header offset.
     std::multimap<std::uint64_t, Record> records_;
