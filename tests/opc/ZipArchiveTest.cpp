@@ -162,6 +162,8 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     cut.items[2] = {.name = "d", .content = "d"};
     cut.items[2].localExtra = "UT" + test_support::little(24, 2) + std::string(24, 't');
     const std::string cutFields = cut.bytes().substr(0, cut.bytes().find("UT"));
+    const std::size_t record = good().bytes().find("PK\1\2"), recordSize = 46 + 1;
+    const std::string recordTwice = good().bytes().substr(record + recordSize, recordSize);
     BuiltZip emptyOne = good();
     emptyOne.items[1] = {.name = "b", .method = 0, .localExtra = cut.items[2].localExtra};
     const std::string shortFields = emptyOne.bytes().erase(emptyOne.bytes().find("UT") + 9, 2);
@@ -246,6 +248,12 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         {"bytes missing in the fields of an empty item", shortFields, "a=aaaaaaaaaa;b=;c=ccc;"},
         {"a wrong length of the fields of an empty item, and a damaged record of another",
          longFields, "a=aaaaaaaaaa;b=;c=ccc;"},
+        {"half of a record and half of the next one, with the offset of the first",
+         good().bytes().erase(record + 46, recordSize), all},
+        {"half of a record and half of the next one, with the offset of the second",
+         good().bytes().erase(record + 30, recordSize),
+         others + "b: it is of another version than the directory says;"},
+        {"a record twice", good().bytes().insert(record + recordSize, recordTwice), all},
         {"a cut in the extra fields of a local header", cutFields,
          "a=aaaaaaaaaa;b=bb;d: its header is damaged;"},
         {"blanks over a name in the directory, which make it that of a folder", blank,

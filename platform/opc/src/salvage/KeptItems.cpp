@@ -40,10 +40,23 @@ Verdict KeptItems::keep(ZipItem item) {
     if (start < item.endOffset)
         bytes_.add(start, item.endOffset + descriptorSize(*source_, item.endOffset, item));
     names_.emplace(item.name, item);
+    if (!item.localName.empty()) twoNames_.emplace(item.name, items_.size());
     data_.insert(dataOf(item));
     item.directoryRecord = {};
     items_.push_back(std::move(item));
     return {};
+}
+
+bool KeptItems::freeName(const std::string& name) {
+    const auto found = twoNames_.find(name);
+    if (found == twoNames_.end()) return false;
+    ZipItem& item = items_[found->second];
+    if (hasName(item.localName)) return false;
+    names_.erase(name);
+    item.name = std::exchange(item.localName, {});
+    names_.emplace(item.name, item);
+    twoNames_.erase(found);
+    return true;
 }
 
 // Whether what is between the name and the data can be extra fields.

@@ -39,6 +39,10 @@ public:
     // place and the size of its data. If its name is taken, its `localName` becomes its name.
     Verdict keep(ZipItem item);
 
+    // Frees this name: the item that was kept under it gets its `localName`, if that is one and is
+    // free. Returns whether it did.
+    bool freeName(const std::string& name);
+
     // In the order in which they were kept.
     const std::vector<ZipItem>& items() const { return items_; }
     std::vector<ZipItem> takeItems() { return std::move(items_); }
@@ -68,7 +72,8 @@ private:
     Ranges bytes_;
     std::set<Data> data_;
     std::map<std::string, Content> names_;
-    std::map<Numbers, std::string> faults_;  // why reading failed
+    std::map<std::string, std::size_t> twoNames_;  // indexes of items that have a `localName`
+    std::map<Numbers, std::string> faults_;        // why reading failed
     std::vector<std::byte> piece_;
 };
 

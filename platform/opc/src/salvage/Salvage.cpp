@@ -299,6 +299,8 @@ private:
                                     position.isSure && !isWhole_ ? Place::Expected : Place::Any);
         if (!header) return behindNonsense(position, limit);
         if (takeByRecord(*header) || takeAsListed(*header)) return {behindTaken()};
+        // An item of this name that has another one, too, is called by that.
+        if (position.isSure && !isWhole_) kept_.freeName(header->item.name);
         Verdict verdict = takeWhole(*header, limit);
         if (!header->isIncomplete()) see(header->item, position.isSure);
         if (verdict.isKept()) {
@@ -374,7 +376,8 @@ private:
             if (item.name.size() != header.item.name.size() && isName(header.item.name))
                 item.name = header.item.name;
             if (!kept_.keep(std::move(item)).isKept()) continue;
-            see(kept_.items().back(), true);
+            const ZipItem& kept = kept_.items().back();
+            if (kept.localName.empty()) see(kept, true);
             return true;
         }
         return false;
