@@ -913,8 +913,9 @@ class Git(ToolTest):
         self.git("config", "rerere.autoUpdate", "true")
         self.write("m1", struct.pack("<2000d", *range(2000)))
         self.write("m2", struct.pack("<2000d", *range(700), 1.5, *range(701, 2000)))
-        for name, text in ("c", CODE), ("o", "o\n" + CODE), ("t", "t\n" + CODE), ("both", "both\n" + CODE):
-            self.write(name, text)
+        # Not in the first line, whose marks would not be at the start of a line of the package.
+        for name, text in ("c", ""), ("o", "o\n"), ("t", "t\n"), ("both", "both\n"):
+            self.write(name, "first\n" + text + CODE)
         self.edit("--model", "m1", "--code", "c")
         self.commit()
         self.branches(("--code", "o"), ("--code", "t"))
