@@ -4,15 +4,18 @@ import base64
 import hashlib
 import json
 import os
+import pathlib
 import re
 import resource
 import shutil
+import signal
 import sqlite3
 import subprocess
+import time
 import unittest
 import urllib.parse
 
-from support import DOCS, EXAMPLE, ToolTest
+from support import DOCS, EXAMPLE, TOOL, ToolTest, why_not
 
 ATTACK = """</style></script><script>alert(1)</script><img src=x onerror="alert(1)">' " & {title} <!-- ]);alert(1)//"""
 SEARCH = DOCS.parent / "tools/qzapp/gallery/search.js"
@@ -194,6 +197,18 @@ class GalleryFolder(ToolTest):
             self.assertEqual({name: self.read("g/" + name) for name in self.files()}, before)
         self.fails(1, "nothing: there is no such file; check the name", "gallery", "nothing", "--folder", "-o", "h")
         self.assertEqual(self.names(), ["apps", "g"])
+
+    @unittest.skipIf(why_not(), why_not())
+    def test_a_signal_waits_until_the_old_gallery_is_removed(self):
+        self.ok("gallery", "apps", "--folder", "-o", "g")
+        old = (self.dir / "g").stat().st_ino
+        tracer = subprocess.Popen(["strace", "-f", "-qq", "-o", "/dev/null", "-e", "inject=unlinkat:delay_enter=100000", TOOL,
+                                   "gallery", "apps", "--folder", "-o", "g", "--force"], cwd=self.dir)
+        while (self.dir / "g").stat().st_ino == old and tracer.poll() is None:
+            time.sleep(0.001)
+        tool = pathlib.Path(f"/proc/{tracer.pid}/task/{tracer.pid}/children").read_text().split()[0]
+        os.kill(int(tool), signal.SIGTERM)
+        self.assertEqual((tracer.wait(), self.names()), (-signal.SIGTERM, ["apps", "g"]))
 
     def test_many_apps_are_in_pieces_in_the_order_of_their_names(self):
         text = "w" * 900

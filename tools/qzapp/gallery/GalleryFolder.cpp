@@ -228,7 +228,10 @@ void GalleryFolder::commit() {
         // One call for what may be a hundred thousand files.
         if (::syncfs(private_->descriptor().get()) != 0)
             throwSystemError(errno, "cannot be made durable");
-        const SignalsBlocked blocked;
+    });
+    // Until the old gallery is removed, too, which nothing else would do.
+    const SignalsBlocked blocked;
+    about(shown_, [&] {
         if (old_)
             exchange();
         else
