@@ -78,6 +78,10 @@ private:
         bool isSure = true;
     };
 
+    // How far the local header bears out what a whole directory says of an item, in the order in
+    // which such items are taken.
+    enum class Trust { Confirmed, SameName, OtherName };
+
     // Takes the items of a whole directory. Those that their local headers confirm come first, so
     // that no damaged item takes their bytes, and then those whose name is the same in both records,
     // so that an item with a damaged name does not take the name of another.
@@ -89,13 +93,17 @@ private:
             names.insert(item.name);
             starts.insert(item.headerOffset);
         }
-        std::map<int, std::vector<std::pair<const ZipItem*, std::vector<ZipItem>>>> byRank;
+        struct PlacedItem {
+            const ZipItem* item;
+            std::vector<ZipItem> places;
+        };
+        std::map<Trust, std::vector<PlacedItem>> byTrust;
         for (const ZipItem& item : directory.items) {
             auto places = placesOf(*source_, item, directory.shift);
             if (names.count(item.name) > 1) preferLocalNames(places);
-            byRank[rankOf(item, places)].emplace_back(&item, std::move(places));
+            byTrust[trustIn(item, places)].push_back({&item, std::move(places)});
         }
-        for (const auto& [rank, items] : byRank) {
+        for (const auto& [trust, items] : byTrust) {
             for (const auto& [item, places] : items) {
                 const auto next = starts.upper_bound(item->headerOffset);
                 takeListed(*item, places, next == starts.end() ? source_->size : *next);
@@ -103,14 +111,16 @@ private:
         }
     }
 
-    // The order in which takeDirectory() takes an item. An empty item is not confirmed by a header of
-    // its name, whose fields may seem to reach over the next one.
-    int rankOf(const ZipItem& item, const std::vector<ZipItem>& places) const {
-        if (places.empty()) return 2;
+    // An empty item is not confirmed by a header of its name, whose fields may seem to reach over
+    // the next one.
+    Trust trustIn(const ZipItem& item, const std::vector<ZipItem>& places) const {
+        if (places.empty()) return Trust::OtherName;
         const auto header = localHeaderAt(*source_, places.front().headerOffset);
-        if (!header) return places.front().localName.empty() ? 1 : 2;
-        if (header->item.name != item.name) return 2;
-        return item.size != 0 && endOfSame(*source_, *header, item) ? 0 : 1;
+        const bool isSame =
+            header ? header->item.name == item.name : places.front().localName.empty();
+        if (!isSame) return Trust::OtherName;
+        const bool isConfirmed = item.size != 0 && header && endOfSame(*source_, *header, item);
+        return isConfirmed ? Trust::Confirmed : Trust::SameName;
     }
 
     // Of two items with one name in the directory, the headers tell which is which.
