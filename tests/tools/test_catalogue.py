@@ -278,7 +278,7 @@ class Index(CatalogueTest):
 
     @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
     def test_whenever_a_run_is_killed_the_database_is_whole(self):
-        """Killed at each call that writes: a first run, and one that changes much."""
+        """Killed at each call that writes: a first run, one that changes much, and a merge of what was merged."""
         self.app("apps/a.kvpkg", "Name=One")
         self.app("apps/b.kvpkg", "Name=Two")
         self.index("apps")
@@ -288,8 +288,9 @@ class Index(CatalogueTest):
         self.app("apps/c.kvpkg", "Name=Three")
         self.ok("index", "apps", "-d", "fresh.db")
         after = self.content("fresh.db")
+        self.ok("index", "--merge", "fresh.db", "-d", "all.db")
         kills = 0
-        for start in first, None:
+        for start, what in (first, ["apps"]), (None, ["apps"]), (None, ["--merge", "all.db"]):
             for call in "pwrite64", "unlink", "ftruncate":
                 for number in range(1, 200):
                     for name in "c.db", "c.db-journal":
@@ -297,7 +298,7 @@ class Index(CatalogueTest):
                     if start:
                         self.write("c.db", start)
                     run = subprocess.run(["strace", "-f", "-qq", "-o", "/dev/null", "-e", f"trace={call}", "-e",
-                                          f"inject={call}:signal=KILL:when={number}", TOOL, "index", "apps", "-d", "c.db"],
+                                          f"inject={call}:signal=KILL:when={number}", TOOL, "index", "-d", "c.db", *what],
                                          cwd=self.dir, capture_output=True)
                     if run.returncode == 0:
                         break
@@ -305,9 +306,9 @@ class Index(CatalogueTest):
                     found = self.run_tool("find", "-d", "c.db")
                     if found.returncode:
                         self.assertRegex(found.stderr.decode(), "which restores (it|the database)|is empty|no such file")
-                    self.ok("index", "apps", "-d", "c.db")
+                    self.ok("index", "-d", "c.db", *what)
                     self.is_whole()
-                    self.assertEqual(self.content(), after, (call, number))
+                    self.assertEqual(self.content(), after, (what, call, number))
         self.assertGreater(kills, 20)
         self.assertNotEqual(before, after)
 
