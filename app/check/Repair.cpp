@@ -208,11 +208,11 @@ private:
     }
 
     void reportItem(const FoundItem& item, const ContentType& type) {
-        if (!item.directoryName.empty()) {
-            mend(
-                fmt::format("used the name {} from the local header, because the package refers to "
-                            "it; the directory has \"{}\"",
-                            item.shownName, item.directoryName));
+        if (!item.otherName.empty()) {
+            mend(fmt::format(
+                "used the name {}, because the package refers to it; the file calls the "
+                "item \"{}\", too",
+                item.shownName, item.otherName));
         }
         if (!item.type) {
             mend(fmt::format("gave {} the content type {}, because it had none", item.shownName,

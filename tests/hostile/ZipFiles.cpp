@@ -59,6 +59,26 @@ std::string sharedTail() {
            little(content.size(), 4);
 }
 
+// Zip files of one item each, whose content is the next one.
+std::string nestedZips() {
+    constexpr std::size_t kLevels = 40'000, kHeader = 31, kRecord = 47, kEnd = 22;
+    std::string headers, records;
+    for (std::size_t level = 0; level < kLevels; ++level) {
+        const auto numbersOf = [](std::size_t at) {
+            const std::size_t size = 1 + at * (kHeader + kRecord + kEnd);
+            return little(7, 4) + little(size, 4) + little(size, 4) + little(1, 2);
+        };
+        headers += "PK\3\4" + little(20, 2) + little(0, 8) + numbersOf(kLevels - 1 - level) +
+                   little(0, 2) + "a";
+        const std::size_t directory = kHeader + 1 + level * (kHeader + kRecord + kEnd);
+        records += "PK\1\2" + little(20, 2) + little(20, 2) + little(0, 8) + numbersOf(level) +
+                   little(0, 16) + "a";
+        records += "PK\5\6" + little(0, 4) + little(1, 2) + little(1, 2) + little(kRecord, 4) +
+                   little(directory, 4) + little(0, 2);
+    }
+    return headers + "x" + records;
+}
+
 // Refused when it is opened.
 const ZipRow kEndRecords[] = {
     {{.count = 10}, "there is no item record at byte 559 of the directory$AGAIN"},
@@ -415,6 +435,9 @@ const struct {
      "the end record at offset 79976 announces a comment of 19280 bytes, but the file ends before "
      "that$AGAIN"},
     {sharedTail(), "$CUT 65557 bytes$AGAIN"},
+    {nestedZips(),
+     "there is another end record or zip64 record at offset 3938086, in the data of an item: "
+     "readers could see two different packages$AGAIN"},
     {repeated("PK\3\4", 50000), "$CUT 65557 bytes$AGAIN"},
     {repeated("PK\1\2", 50000), "$NOEND 65557 bytes$AGAIN"},
 };

@@ -55,7 +55,7 @@ std::vector<std::string> linesOf(const FoundPackage& package) {
         if (!item.name && &item != package.typesItem) line += " (" + item.nameFault + ")";
         if (item.type) line += " " + to_display(item.type->toString());
         if (!item.fault.empty()) line += " damaged";
-        if (!item.directoryName.empty()) line += ", listed as " + item.directoryName;
+        if (!item.otherName.empty()) line += ", also called " + item.otherName;
         lines.push_back(line);
     }
     return lines;
@@ -128,13 +128,13 @@ TEST_F(FoundPackageTest, CallsAnItemWithTwoNamesAsThePackageDoes) {
         const char* line;
     } rows[] = {
         {"an entry of the content types", "data", "dat!",
-         "/data application/octet-stream, listed as dat!"},
+         "/data application/octet-stream, also called dat!"},
         {"which the directory has right", "dat!", "data", "/data application/octet-stream"},
-        {"a usual name", "thing.bin", "thing.bim", "/thing.bin, listed as thing.bim"},
+        {"a usual name", "thing.bin", "thing.bim", "/thing.bin, also called thing.bim"},
         {"the only one that has a type", "q.xml", "q.xmm",
-         "/q.xml application/xml, listed as q.xmm"},
+         "/q.xml application/xml, also called q.xmm"},
         {"neither", "q.bin", "q.bim", "/q.bim"},
-        {"the only part name", "q.bin", "q.b^n", "/q.bin, listed as q.b^n"},
+        {"the only part name", "q.bin", "q.b^n", "/q.bin, also called q.b^n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
@@ -178,7 +178,7 @@ TEST_F(FoundPackageTest, LosesNothingIfOneBitOfARecordIsFlipped) {
                 flipped[at + bit / 8] = static_cast<char>(flipped[at + bit / 8] ^ 1 << bit % 8);
                 std::vector<std::string> lines = linesOf(salvaged(flipped));
                 for (std::string& line : lines)
-                    line = line.substr(0, line.find(", listed as"));
+                    line = line.substr(0, line.find(", also called"));
                 ASSERT_THAT(lines, testing::UnorderedElementsAreArray(whole))
                     << "bit " << bit << " of the record at " << at;
             }

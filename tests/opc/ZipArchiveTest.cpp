@@ -136,6 +136,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     BuiltZip folders = good();
     for (const char* name : {"D/", "d/", "e\\", "E/"})
         folders.items.push_back({.name = name, .method = 0});
+    folders.items[6].localName = "E.";
     const BuiltZip newer = {.items = {{.name = "a", .content = "newer"}}};
     BuiltZip before = good();
     before.items[1].content = "BB";
@@ -147,6 +148,20 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     unsignedOne.items[1] = {.name = "b", .content = "bb", .method = 0, .descriptor = 12};
     std::string claiming = unsignedOne.bytes();
     claiming[claiming.find("PK\1\2") + 32] = 50;  // the length of its comment
+    BuiltZip splitOne = good();
+    const std::string rest = inner.bytes().substr(inner.bytes().find("PK\3\4", 1));
+    splitOne.items[1] = {.name = "rest", .content = rest, .method = 0};
+    std::string splitBytes = splitOne.bytes();
+    splitBytes.erase(splitBytes.find("PK\1\2", splitBytes.find("PK\5\6") + 1) + 5, 1);
+    // Deflated data may hold what cannot be compressed as it is.
+    const std::string held = withoutDirectory(inner) + "and more";
+    BuiltZip blocks = good();
+    blocks.items[0].name = "b";
+    blocks.items[1] = {.name = "a", .content = held, .descriptor = 16};
+    const std::size_t heldSize = held.size();
+    blocks.items[1].data = "\1" + test_support::little(heldSize, 2) +
+                           test_support::little(~heldSize & 0xFFFF, 2) + held;
+    const std::string blockCut = blocks.bytes().substr(0, blocks.bytes().find("and more"));
     BuiltZip nextOne = good();
     const std::string next = nextOne.items[1].name = std::string(64 - 46, 'n');
     std::string claimingOne = nextOne.bytes();
@@ -163,6 +178,8 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     cut.items[2].localExtra = "UT" + test_support::little(24, 2) + std::string(24, 't');
     const std::string cutFields = cut.bytes().substr(0, cut.bytes().find("UT"));
     const std::size_t record = good().bytes().find("PK\1\2"), recordSize = 46 + 1;
+    std::string garbled = good().bytes();
+    garbled.replace(record, 20, 20, '\0')[record + 2 * recordSize - 1] = 'q';
     const std::string recordTwice = good().bytes().substr(record + recordSize, recordSize);
     BuiltZip emptyOne = good();
     emptyOne.items[1] = {.name = "b", .method = 0, .localExtra = cut.items[2].localExtra};
@@ -248,6 +265,19 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         {"bytes missing in the fields of an empty item", shortFields, "a=aaaaaaaaaa;b=;c=ccc;"},
         {"a wrong length of the fields of an empty item, and a damaged record of another",
          longFields, "a=aaaaaaaaaa;b=;c=ccc;"},
+        {"a damaged record, and a damaged name in the next one", garbled, all},
+        {"a byte less in the directory, and the rest of an archive in an item", splitBytes,
+         "a=aaaaaaaaaa;rest=" + rest + ";c=ccc;"},
+        {"a cut in a streamed item that holds an archive as it is", blockCut,
+         "b=aaaaaaaaaa;a: the file ends before its data does;"},
+        {"zeros from within a streamed item that holds an archive as it is",
+         blockCut + std::string(400, '\0'), "b=aaaaaaaaaa;a" + behind + "d" + behind},
+        {"stored, with sizes in a descriptor without signature", withoutDirectory(unsignedOne),
+         all},
+        {"a cut behind the first record, which is that of the last item",
+         good().bytes().substr(0, record) +
+             good().bytes().substr(record + 2 * recordSize, recordSize),
+         all},
         {"half of a record and half of the next one, with the offset of the first",
          good().bytes().erase(record + 46, recordSize), all},
         {"half of a record and half of the next one, with the offset of the second",
@@ -275,11 +305,11 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          "from;"},
         {"the start of a streamed item twice",
          doubled.bytes().insert(second, doubled.bytes().substr(second, 120)),
-         "a=aaaaaaaaaa;b=" + content + ";c=ccc;b: there is another item of this name;"},
+         "a=aaaaaaaaaa;b=" + content + ";c=ccc;"},
         {"the start of a streamed item in another place",
          "junk" + doubled.bytes().substr(second, 120) +
              doubled.bytes().replace(second, 30, 30, '\0'),
-         "a=aaaaaaaaaa;b=" + content + ";c=ccc;b: there is another item of this name;"},
+         "a=aaaaaaaaaa;b=" + content + ";c=ccc;"},
         {"an empty item with extra fields", withoutDirectory(withFields),
          "b=;c=ccc;a: there are several of this name, and no directory says which counts;"},
         {"a stream within a stream", withoutDirectory(outerStream), "a=outer;b=" + emptyOnes + ";"},
@@ -289,7 +319,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         {"two records of one name, and one of the items is damaged", sameName.bytes(),
          "a=aaaaaaaaaa;b=bb;c: its deflated data ends after 0 of 3 declared bytes; get the file "
          "again from where it came from;"},
-        {"folders of one name", folders.bytes(),
+        {"folders of one name, and one with another name in its header", folders.bytes(),
          all + "D/=;e\\=;d/: there is another item of this name;E/: there is another item of this "
                "name;"},
         {"zeros over half of a checksum in the directory", halved, all},
@@ -324,6 +354,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         {"cut in the last item", headers.substr(0, headers.size() - 1),
          "a=aaaaaaaaaa;b=bb;c: the file ends before its data does;"},
         {"something stands in front, so offsets are wrong", "junk" + good().bytes(), all},
+        {"a signature and zeros in front", "PK\3\4" + std::string(26, '\0') + good().bytes(), all},
         {"the directory's name wins over the local one", renamed.bytes(), all},
         {"a name in the directory that is another item's", misnamed.bytes(), all},
         {"a damaged item that inflates to more than is read in vain", bomb.bytes(),
@@ -581,11 +612,49 @@ TEST_F(ZipArchiveTest, SalvageKeepsAllIfItsEndsAreThereTwice) {
         item.descriptor = 16;
     for (const std::string& bytes : {good().bytes(), described.bytes()}) {
         for (std::size_t size = 1; size < bytes.size(); ++size) {
-            SCOPED_TRACE(size);
-            const std::string first = bytes.substr(0, size) + bytes;
             const std::string last = bytes + bytes.substr(bytes.size() - size);
-            for (const std::string& twice : {first, last})
-                EXPECT_THAT(salvaged(twice), testing::StartsWith("a=aaaaaaaaaa;b=bb;c=ccc;"));
+            EXPECT_THAT(salvaged(last), testing::StartsWith("a=aaaaaaaaaa;b=bb;c=ccc;")) << size;
+            // A copy that begins in the first header makes another one of two halves.
+            for (const std::size_t from : {0, 2, 8, 20}) {
+                if (from + size > bytes.size()) continue;
+                const std::string first = bytes.substr(0, from + size) + bytes.substr(from);
+                EXPECT_THAT(salvaged(first), testing::StartsWith("a=aaaaaaaaaa;b=bb;c=ccc;"))
+                    << size << " from " << from;
+            }
+        }
+    }
+}
+
+// Bytes of the file that come again at another place make items of two halves there.
+TEST_F(ZipArchiveTest, SalvageKeepsWhatBytesFromElsewhereDoNotTouch) {
+    const auto check = [this](const std::string& bytes, const std::string& last, bool isAll) {
+        const std::size_t second = bytes.find("PK\3\4", 1);
+        const std::size_t third = bytes.find("PK\3\4", second + 1);
+        const std::size_t behindHeader = third + 31 + last.find('=');
+        const std::size_t directory = bytes.find("PK\1\2");
+        for (const std::size_t at : {std::size_t{0}, std::size_t{31}, second}) {
+            for (std::size_t from = 0; from < (isAll ? directory : second); from += 3) {
+                // In front of the file, a header without data is not told from an item's.
+                const std::size_t shortest = at == 0 && from < third ? behindHeader - from : 20;
+                for (std::size_t size = shortest; from + size <= directory; size += 7) {
+                    SCOPED_TRACE(std::to_string(size) + " bytes from " + std::to_string(from) +
+                                 " at " + std::to_string(at));
+                    const auto outcome =
+                        salvaged(std::string(bytes).insert(at, bytes.substr(from, size)));
+                    const std::string first = at == second ? "a=aaaaaaaaaa;" : "";
+                    for (const std::string& item : {first, std::string("b=bb;"), last})
+                        ASSERT_THAT(outcome, testing::HasSubstr(item));
+                }
+            }
+        }
+    };
+    BuiltZip longer = good();
+    longer.items[2] = {.name = "c/and/more", .content = "of some length"};
+    for (const int descriptor : {0, 16}) {
+        for (BuiltZip zip : {good(), longer}) {
+            zip.items = streamed(zip.items, descriptor);
+            const bool isLonger = zip.items[2].name != "c";
+            check(zip.bytes(), isLonger ? "c/and/more=of some length;" : "c=ccc;", !isLonger);
         }
     }
 }

@@ -422,7 +422,7 @@ class Repair(CheckTest):
                     self.assertEqual(self.contents("out.kvpkg"), self.contents("app.kvpkg"))
                     if name not in (TYPES, RELS):
                         (mended,) = report["mended"]
-                        self.assertTrue(mended.startswith(f"used the name /{name} from the local header, "))
+                        self.assertTrue(mended.startswith(f"used the name /{name}, because the package refers to it; "))
 
     def test_of_several_relationships_the_one_that_is_meant_stays(self):
         self.create()

@@ -26,8 +26,8 @@ struct FoundItem {
     std::string shownName;         // for people, as UTF-8; starts with "/" if there is a part name
     std::optional<PartName> name;  // nullopt if the item cannot be a part
     std::string nameFault = {};    // why there is no part name, otherwise empty
-    // The name in the zip directory if the item goes by the different one in its local header.
-    std::string directoryName = {};
+    // The archive's name for the item if it goes by the other one that the file has for it.
+    std::string otherName = {};
     std::optional<ContentType> type = std::nullopt;  // nullopt if the package has no type for it
     std::string fault = {};       // why its content cannot be read; empty if it can
     bool hasStaleSlices = false;  // its table of slices does not fit; see ZipArchive::verify()

@@ -37,8 +37,8 @@ struct PLATFORM_API ZipItem {
     // Whether a data descriptor with the sizes follows the data. A reader that starts at the front
     // of the file then learns the sizes only after the data.
     bool hasDescriptor = false;
-    // The name in the local header of a salvaged item if it differs from `name`, otherwise empty.
-    std::string localName = {};
+    // The other name of a salvaged item to which directory and local header give two, otherwise empty.
+    std::string otherName = {};
     // The bytes of the item's directory record, for copying the item into another file. Valid as
     // long as the archive, and empty for a salvaged item.
     std::string_view directoryRecord;

@@ -126,7 +126,7 @@ public:
     }
 
 private:
-    static bool hasTwoNames(const FoundItem& found) { return !found.item->localName.empty(); }
+    static bool hasTwoNames(const FoundItem& found) { return !found.item->otherName.empty(); }
 
     std::optional<std::string> tableOf(const FoundItem* item) const {
         return item != nullptr ? package_.read(*item, xml::kMaxBytes) : std::nullopt;
@@ -139,7 +139,7 @@ private:
         const KnownNames known = knownNames();
         for (FoundItem& found : package_.items) {
             const ZipItem& item = *found.item;
-            if (hasTwoNames(found) && known.prefers(item.localName, item.name)) rename(found);
+            if (hasTwoNames(found) && known.prefers(item.otherName, item.name)) rename(found);
         }
     }
 
@@ -149,7 +149,7 @@ private:
         for (const FoundItem& found : package_.items) {
             const auto is = [&](bool (*isThat)(std::string_view)) {
                 return isThat(found.item->name) ||
-                       (hasTwoNames(found) && isThat(found.item->localName));
+                       (hasTwoNames(found) && isThat(found.item->otherName));
             };
             const bool isTypes = is(names::isContentTypesItem);
             const bool isRelationships = is([](std::string_view name) {
@@ -163,19 +163,18 @@ private:
         return known;
     }
 
-    // Gives an item the name in its local header, unless some reader could take that for another
-    // item's.
+    // Gives an item its other name, unless some reader could take that for another item's.
     void rename(FoundItem& found) {
         const ZipItem& item = *found.item;
-        const ZipItem* const other = package_.archive->findSimilar(item.localName);
+        const ZipItem* const other = package_.archive->findSimilar(item.otherName);
         if (other != nullptr && other != &item) return;
-        const auto [renamed, isNew] = package_.renamed_.try_emplace(item.localName, item);
+        const auto [renamed, isNew] = package_.renamed_.try_emplace(item.otherName, item);
         if (!isNew) return;
-        renamed->second.name = item.localName;
+        renamed->second.name = item.otherName;
         std::string fault = std::move(found.fault);
         found = foundAs(renamed->second);
         found.fault = std::move(fault);
-        found.directoryName = item.displayName();
+        found.otherName = item.displayName();
     }
 
     void readTypes() {

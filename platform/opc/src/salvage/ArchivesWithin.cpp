@@ -4,6 +4,8 @@
 #include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/salvage/CandidateArchive.hpp"
+#include "platform/opc/src/salvage/ItemReader.hpp"
+#include "platform/opc/src/salvage/SearchBudget.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
 #include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
@@ -34,7 +36,10 @@ constexpr std::uint64_t kAttempt = 64;
 class Search {
 public:
     explicit Search(const SalvageSource& source)
-        : source_(&source), work_(kWork + kWorkPerByte * source.size) {}
+        : source_(&source),
+          work_(kWork + kWorkPerByte * source.size),
+          budget_(source.size),
+          reader_(source, budget_) {}
 
     ArchivesWithin run() {
         findLastRecord();
@@ -166,9 +171,11 @@ private:
             CandidateArchive archive(*source_, place, std::move(items));
             if (!archive.isConfirmed()) return;
             if (!hasNothingInFront(archive)) {
-                found_.others.add(archive.start(), archive.end());
+                addOther(archive);
                 return;
             }
+            // Items that it does not list may have had records in the part of it that is lost.
+            if (layout->hasOtherItems) return;
             found_.own = archive.takeDirectory();
             found_.own->mayLackRecords = layout->hasRoom;
         } catch (const Exception&) {
@@ -191,6 +198,7 @@ private:
         };
         std::vector<OfItem> ofItems;  // those that say what the directory does
         bool hasOtherNames = false;   // there are some of names that it does not list
+        bool hasOtherItems = false;   // and whole items are among these, not within one of its own
     };
 
     // Nullopt if the budget is used up.
@@ -199,6 +207,7 @@ private:
         for (const ZipItem& item : items)
             byName.emplace(item.name, &item);
         Headers headers;
+        Ranges itsBytes;  // of the items in headers.ofItems
         SignatureSearch search(*source_, local::kSignature);
         std::uint64_t from = 0;
         while (const auto at = search.next(from, start)) {
@@ -209,8 +218,12 @@ private:
             const auto found = byName.find(header->item.name);
             if (found == byName.end()) {
                 headers.hasOtherNames = true;
+                headers.hasOtherItems =
+                    headers.hasOtherItems ||
+                    (!itsBytes.endAround(*at) && reader_.wholeItem(*header, start));
             } else if (const auto end = endOfSame(*source_, *header, *found->second)) {
                 headers.ofItems.push_back({found->second, *at, *end});
+                itsBytes.add(*at, *end);
             }
         }
         return headers;
@@ -222,6 +235,7 @@ private:
         // Whether there is room for a record between the last item and the directory, so that it
         // may lack one.
         bool hasRoom;
+        bool hasOtherItems;  // whether there are whole items of names that it does not list
     };
 
     // The layout of the items of the directory at `start`. Nullopt if its last item was not found,
@@ -245,18 +259,23 @@ private:
         const bool hasRoom = std::ranges::none_of(lastEnds, [&](std::uint64_t end) {
             return end <= start && start - end <= central::kHeaderSize;
         });
-        return Layout{most->first, hasRoom};
+        return Layout{most->first, hasRoom, headers->hasOtherItems};
     }
 
     // Of several archives that could be the file's own, the last one contains all others.
     void settle(CandidateArchive archive) {
         const bool isOwn = isLast(archive) && hasNothingInFront(archive);
-        if (archive.isConfirmed()) found_.others.add(archive.start(), archive.end());
+        if (archive.isConfirmed()) addOther(archive);
         if (isOwn) found_.own = archive.takeDirectory();
     }
 
+    void addOther(const CandidateArchive& archive) {
+        const bool isAffordable = spend(archive.end() - archive.start());
+        found_.others.add(isAffordable ? archive.front() : archive.start(), archive.end());
+    }
+
     bool hasNothingInFront(CandidateArchive& archive) {
-        return spend(archive.start()) && !archive.hasForeignItems();
+        return spend(archive.start()) && !archive.hasForeignItems(reader_) && !budget_.isUsedUp();
     }
 
     bool isLast(CandidateArchive& archive) {
@@ -268,6 +287,8 @@ private:
 
     const SalvageSource* source_;
     std::uint64_t work_;
+    SearchBudget budget_;  // of reader_
+    ItemReader reader_;
     std::uint64_t lastRecord_ = 0;
     ArchivesWithin found_;
 };

@@ -14,6 +14,9 @@ namespace {
 using namespace format;
 
 constexpr std::uint64_t kPiece = std::uint64_t{128} << 10;
+// No end record that anybody writes is longer, with those of zip64.
+constexpr std::uint64_t kLikelyEnd = 512;
+constexpr std::uint64_t kFirstWindow = 4096;
 
 std::uint64_t distance(std::uint64_t a, std::uint64_t b) {
     return a > b ? a - b : b - a;
@@ -44,37 +47,68 @@ std::uint64_t CandidateArchive::start() const {
     return static_cast<std::uint64_t>(std::max<std::int64_t>(base_, 0));
 }
 
-bool CandidateArchive::hasForeignItems() {
+std::uint64_t CandidateArchive::front() const {
+    SignatureSearch search(*source_, local::kSignature);
+    std::uint64_t from = start();
+    while (const auto at = search.next(from, firstConfirmed_)) {
+        from = *at + sizeof local::kSignature;
+        const auto header = localHeaderAt(*source_, *at);
+        if (!header || header->item.dataOffset > firstConfirmed_) continue;
+        if (header->claimedEnd().value_or(0) >= fileEnd_) return header->item.dataOffset;
+    }
+    return start();
+}
+
+bool CandidateArchive::hasForeignItems(ItemReader& reader) {
     if (isStartTwice()) return false;
-    if (isForeign(0, Place::Expected)) return true;
+    if (isForeign(0, Place::Expected, reader)) return true;
     SignatureSearch search(*source_, local::kSignature);
     std::uint64_t from = 0;
     while (const auto at = search.next(from, start())) {
-        if (isForeign(*at, Place::Any)) return true;
+        if (isForeign(*at, Place::Any, reader)) return true;
         from = *at + sizeof local::kSignature;
         const auto end = endOfOwn(*at);
         if (!end) continue;
         from = std::max(from, *end);
-        if (isForeign(from, Place::Expected)) return true;
+        if (isForeign(from, Place::Expected, reader)) return true;
     }
     return false;
 }
 
 std::uint64_t CandidateArchive::foreignRecordBehind() {
-    std::uint64_t first = source_->size, from = fileEnd_;
-    SignatureSearch headers(*source_, local::kSignature);
-    while (const auto at = headers.next(from, first)) {
-        from = *at + sizeof local::kSignature;
-        if (isForeignHeader(*at)) first = *at;
+    SignatureSearch headers(*source_, local::kSignature), records(*source_, central::kSignature);
+    // In windows, so that what is read is in proportion to the distance of what is found.
+    std::uint64_t from = fileEnd_;
+    for (std::uint64_t window = kFirstWindow; from < source_->size; window *= 2) {
+        const std::uint64_t to = std::min(from + window, source_->size);
+        const std::uint64_t header = foreignHeader(headers, from, to);
+        const std::uint64_t record = foreignRecord(records, from, header);
+        if (record < to) return record;
+        // A signature may lie across the border of two windows.
+        from = to == source_->size ? to : to - sizeof central::kSignature + 1;
     }
-    SignatureSearch records(*source_, central::kSignature);
-    from = fileEnd_;
-    while (const auto at = records.next(from, first)) {
+    return source_->size;
+}
+
+// The first foreign header in [from, to); `to` if there is none.
+std::uint64_t CandidateArchive::foreignHeader(SignatureSearch& search, std::uint64_t from,
+                                              std::uint64_t to) {
+    while (const auto at = search.next(from, to)) {
+        if (isForeignHeader(*at)) return *at;
+        from = *at + sizeof local::kSignature;
+    }
+    return to;
+}
+
+// The first foreign directory record in [from, to); `to` if there is none.
+std::uint64_t CandidateArchive::foreignRecord(SignatureSearch& search, std::uint64_t from,
+                                              std::uint64_t to) const {
+    while (const auto at = search.next(from, to)) {
         const std::uint64_t size = centralRecordSize(*source_, *at);
-        if (size != 0 && isForeignRecord(*at, size)) first = *at;
+        if (size != 0 && isForeignRecord(*at, size)) return *at;
         from = *at + std::max<std::uint64_t>(size, sizeof central::kSignature);
     }
-    return first;
+    return to;
 }
 
 // The archive starts where most of its items' offsets count from. If bytes were put into the file,
@@ -88,7 +122,11 @@ void CandidateArchive::findBase() {
     for (std::size_t i = 0; i < directory_.items.size(); ++i) {
         const ZipItem& item = directory_.items[i];
         byName_.emplace(item.name, i);
-        if (shifted.contains(i)) continue;
+        if (shifted.contains(i)) {
+            const auto moved = static_cast<std::uint64_t>(directory_.shift);
+            firstConfirmed_ = std::min(firstConfirmed_, item.headerOffset + moved);
+            continue;
+        }
         if (!stated.contains(i)) missed_.insert(i);
         const auto header = localHeaderAt(*source_, item.headerOffset);
         if (!header || header->item.name == item.name || !isAround(*header))
@@ -121,12 +159,28 @@ bool CandidateArchive::isAround(const LocalHeader& header) const {
     return header.item.dataOffset <= start() && fileEnd_ <= claimed && claimed <= source_->size;
 }
 
-bool CandidateArchive::isForeign(std::uint64_t at, Place place) {
+// Whether the archive may be in the data of a header's item, of which the file may hold a part only.
+bool CandidateArchive::mayBeAround(const LocalHeader& header) const {
+    if (const auto claimed = header.claimedEnd()) {
+        // Without a signature, the size must be that of the archive, but for its end record.
+        const bool isSigned = source_->number(header.item.headerOffset) == local::kSignature;
+        return fileEnd_ <= *claimed && (isSigned || *claimed - fileEnd_ <= kLikelyEnd);
+    }
+    return header.item.dataOffset == start() || !byName_.contains(header.item.name);
+}
+
+bool CandidateArchive::isForeign(std::uint64_t at, Place place, ItemReader& reader) {
     if (at >= start() || inFront_.contains(at)) return false;
     const auto header = localHeaderAt(*source_, at, place);
     if (header && (listedEnd(*header) || isCopy(at, *header) || isMissed(*header))) return false;
-    const bool isWhole = header && header->item.dataOffset <= start();
-    return isWhole || (place == Place::Expected && source_->number(at) == local::kSignature);
+    if (!header || header->item.dataOffset > start()) {
+        const bool isKnown = header && byName_.contains(header->item.name);
+        const bool hasRoom = at + local::kHeaderSize < start();  // for a name
+        return place == Place::Expected && !isKnown && hasRoom && mayBeHeaderAt(*source_, at);
+    }
+    if (mayBeAround(*header)) return true;
+    const auto item = reader.wholeItem(*header, start());
+    return item && !isListed(*item);
 }
 
 bool CandidateArchive::isForeignHeader(std::uint64_t at) {
@@ -202,6 +256,12 @@ std::optional<std::uint64_t> CandidateArchive::listedEnd(const LocalHeader& head
     const auto found = byName_.find(header.item.name);
     if (found == byName_.end()) return std::nullopt;
     return endOfSame(*source_, header, directory_.items[found->second]);
+}
+
+// Whether the directory lists an item of this name and content.
+bool CandidateArchive::isListed(const ZipItem& item) const {
+    const auto found = byName_.find(item.name);
+    return found != byName_.end() && Content(directory_.items[found->second]) == Content(item);
 }
 
 // The end of the archive's own item whose local header is at the offset `at`; nullopt if there is

@@ -3,6 +3,7 @@
 #include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/salvage/DamagedFile.hpp"
+#include "platform/opc/src/salvage/ItemReader.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <cstddef>
@@ -46,13 +47,18 @@ public:
     bool isConfirmed() const { return isConfirmed_; }
     // Whether one is as far from the directory as the end record says.
     bool isConfirmedAtShift() const { return isConfirmedAtShift_; }
+    // Where its offsets count from.
     std::uint64_t start() const;
+    // Where its bytes begin: behind start() if an item of another archive contains them, from which
+    // the front of this one was cut off.
+    std::uint64_t front() const;
     std::uint64_t end() const { return fileEnd_; }
 
     // Whether there are items in front of the archive that it does not list: it is then the content
-    // of an item of another archive. The file's first sectors, if they are there twice, are no such
+    // of an item of another archive. Such an item is whole or around the archive, because the rest
+    // of a header proves nothing. The file's first sectors, if they are there twice, are no such
     // items.
-    bool hasForeignItems();
+    bool hasForeignItems(ItemReader& reader);
     // The offset of the first record after the archive that is not a copy of one of its own, as
     // there are if the last sectors of the file are there twice. The size of the file if there is
     // none.
@@ -65,13 +71,18 @@ private:
     std::set<std::size_t> confirmedAtShift() const;
     std::set<std::size_t> confirmedInFront() const;
     bool isAround(const LocalHeader& header) const;
-    bool isForeign(std::uint64_t at, Place place);
+    bool mayBeAround(const LocalHeader& header) const;
+    bool isForeign(std::uint64_t at, Place place, ItemReader& reader);
+    std::uint64_t foreignHeader(SignatureSearch& search, std::uint64_t from, std::uint64_t to);
+    std::uint64_t foreignRecord(SignatureSearch& search, std::uint64_t from,
+                                std::uint64_t to) const;
     bool isForeignHeader(std::uint64_t at);
     bool isForeignRecord(std::uint64_t at, std::uint64_t size) const;
     bool isStartTwice() const;
     bool isCopy(std::uint64_t at, const LocalHeader& header);
     bool isRepeated(std::uint64_t at, std::uint64_t place);
     bool isMissed(const LocalHeader& header) const;
+    bool isListed(const ZipItem& item) const;
     std::optional<std::uint64_t> listedEnd(const LocalHeader& header) const;
     std::optional<std::uint64_t> endOfOwn(std::uint64_t at) const;
 
@@ -80,6 +91,7 @@ private:
     WholeDirectory directory_;
     std::int64_t base_ = 0;
     bool isConfirmed_ = false, isConfirmedAtShift_ = false;
+    std::uint64_t firstConfirmed_ = fileEnd_;  // of the headers at their shifted offsets
     // Indexes of items in front of base_, by header offset.
     std::map<std::uint64_t, std::size_t> inFront_;
     std::map<std::string, std::size_t> byName_;

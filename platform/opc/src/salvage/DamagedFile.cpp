@@ -105,13 +105,13 @@ std::optional<std::uint64_t> SignatureSearch::next(std::uint64_t from, std::uint
         if (!isLoaded(from)) {
             from = source_->bytes->nextData(from);
             if (from + signature_.size() > to) return std::nullopt;
-            load(from);
+            load(from, to);
+            if (!isLoaded(from)) return std::nullopt;  // the file ends here
         }
         const std::string_view held =
             asText(Bytes(block_)).substr(0, std::min<std::uint64_t>(block_.size(), to - start_));
         const std::size_t at = held.find(signature_, from - start_);
         if (at != std::string_view::npos) return start_ + at;
-        if (held.size() < kBlock) return std::nullopt;
         from = start_ + held.size() - signature_.size() + 1;
     }
     return std::nullopt;
@@ -121,9 +121,9 @@ bool SignatureSearch::isLoaded(std::uint64_t from) const {
     return from >= start_ && from + signature_.size() <= start_ + block_.size();
 }
 
-void SignatureSearch::load(std::uint64_t from) {
+void SignatureSearch::load(std::uint64_t from, std::uint64_t to) {
     start_ = from;
-    block_ = source_->at(from, kBlock);
+    block_ = source_->at(from, std::min<std::uint64_t>(kBlock, to - from));
 }
 
 bool LocalHeader::isMeasured() const {
@@ -177,6 +177,13 @@ std::optional<LocalHeader> localHeaderAt(const SalvageSource& source, std::uint6
     found.item.headerOffset = offset;
     found.item.dataOffset = nameAt + nameSize + extraSize;
     return found;
+}
+
+bool mayBeHeaderAt(const SalvageSource& source, std::uint64_t offset) {
+    const auto fixed = source.at(offset, local::kHeaderSize);
+    return fixed.size() == local::kHeaderSize && load32(fixed, 0) == local::kSignature &&
+           load16(fixed, local::kVersionNeeded) <= kHighestVersion &&
+           load16(fixed, local::kNameLength) != 0;
 }
 
 std::string nameInHeader(const SalvageSource& source, std::uint64_t offset) {

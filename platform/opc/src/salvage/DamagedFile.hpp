@@ -6,6 +6,7 @@
 
 #include <fl/filesystem.hpp>
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -31,6 +32,15 @@ struct SalvageSource {
     std::vector<std::byte> at(std::uint64_t offset, std::uint64_t count) const;
     // The 32-bit number at `offset`; nullopt if the file ends before it does.
     std::optional<std::uint32_t> number(std::uint64_t offset) const;
+};
+
+// What tells two items of one name apart.
+struct Content {
+    explicit Content(const ZipItem& item) : size(item.size), crc32(item.crc32) {}
+
+    std::uint64_t size;
+    std::uint32_t crc32;
+    auto operator<=>(const Content&) const = default;
 };
 
 // A set of ranges [from, to) of a file, none of which overlap.
@@ -60,7 +70,7 @@ public:
 
 private:
     bool isLoaded(std::uint64_t from) const;
-    void load(std::uint64_t from);
+    void load(std::uint64_t from, std::uint64_t to);
 
     const SalvageSource* source_;
     std::string signature_;
@@ -97,6 +107,9 @@ enum class Place { Any, Expected };
 // fields must be right. Where a header is expected, either of the two may be damaged.
 std::optional<LocalHeader> localHeaderAt(const SalvageSource& source, std::uint64_t offset,
                                          Place place = Place::Any);
+
+// Whether there may be a local header at `offset`, of which the name or the lengths are damaged.
+bool mayBeHeaderAt(const SalvageSource& source, std::uint64_t offset);
 
 // The name in the local header at `offset`, of which the rest may be damaged or cut off; empty if
 // what is there cannot be a name.

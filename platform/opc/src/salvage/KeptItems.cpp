@@ -1,18 +1,10 @@
 #include "platform/opc/src/salvage/KeptItems.hpp"
 
-#include "platform/opc/src/zip/ItemInput.hpp"
-#include "platform/opc/src/zip/ZipError.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
 
 namespace opc::zip {
-
-namespace {
-
-constexpr std::size_t kPiece = std::size_t{128} << 10;
-
-}  // namespace
 
 Verdict KeptItems::keep(ZipItem item) {
     // Nothing shows where the data of an item without data is, so a wrong length in its header must
@@ -34,13 +26,13 @@ Verdict KeptItems::keep(ZipItem item) {
     // missing.
     if (start < item.endOffset && bytes_.overlap(start + hasHeader, item.endOffset))
         return lostBy(Loss::Overlap);
-    if (hasName(item.name) && !item.localName.empty()) std::swap(item.name, item.localName);
+    if (hasName(item.name) && !item.otherName.empty()) std::swap(item.name, item.otherName);
     if (hasName(item.name)) return lostBy(Loss::SameName);
-    if (Verdict verdict = judgeContent(item); !verdict.isKept()) return verdict;
+    if (Verdict verdict = reader_->judge(item); !verdict.isKept()) return verdict;
     if (start < item.endOffset)
         bytes_.add(start, item.endOffset + descriptorSize(*source_, item.endOffset, item));
     names_.emplace(item.name, item);
-    if (!item.localName.empty()) twoNames_.emplace(item.name, items_.size());
+    if (!item.otherName.empty()) twoNames_.emplace(item.name, items_.size());
     data_.insert(dataOf(item));
     item.directoryRecord = {};
     items_.push_back(std::move(item));
@@ -51,9 +43,9 @@ bool KeptItems::freeName(const std::string& name) {
     const auto found = twoNames_.find(name);
     if (found == twoNames_.end()) return false;
     ZipItem& item = items_[found->second];
-    if (hasName(item.localName)) return false;
+    if (hasName(item.otherName)) return false;
     names_.erase(name);
-    item.name = std::exchange(item.localName, {});
+    item.name = std::exchange(item.otherName, {});
     names_.emplace(item.name, item);
     twoNames_.erase(found);
     return true;
@@ -74,39 +66,6 @@ std::optional<Content> KeptItems::contentOf(const std::string& name) const {
     const auto found = names_.find(name);
     if (found == names_.end()) return std::nullopt;
     return found->second;
-}
-
-// Checks whether the content agrees with the item's numbers. Numbers that have failed once are not
-// tried again: directory and local header mostly say the same.
-Verdict KeptItems::judgeContent(const ZipItem& item) {
-    const Numbers numbers{item.dataOffset, item.compressedSize, item.size, item.crc32, item.method};
-    const auto known = faults_.find(numbers);
-    if (known != faults_.end()) return lostBy(Loss::Content, known->second);
-    if (budget_->isUsedUp()) return lostBy(Loss::NotTried);
-    const auto fault = readThrough(item);
-    if (!fault) return {};
-    faults_.emplace(numbers, *fault);
-    return lostBy(Loss::Content, *fault);
-}
-
-std::optional<std::string> KeptItems::readThrough(const ZipItem& item) {
-    Reading reading{item.dataOffset, item.endOffset};
-    try {
-        const auto stream = openItem({.source = source_->bytes,
-                                      .offset = item.dataOffset,
-                                      .method = item.method,
-                                      .crc32 = item.crc32,
-                                      .compressedSize = item.compressedSize,
-                                      .size = item.size,
-                                      .name = item.displayName()});
-        piece_.resize(kPiece);
-        while (const std::size_t got = stream->read(piece_))
-            reading.produced += got;
-        return std::nullopt;
-    } catch (const ItemError& error) {
-        budget_->charge(reading);
-        return error.fault();
-    }
 }
 
 }  // namespace opc::zip

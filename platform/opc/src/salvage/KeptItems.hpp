@@ -3,43 +3,32 @@
 #include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/salvage/DamagedFile.hpp"
+#include "platform/opc/src/salvage/ItemReader.hpp"
 #include "platform/opc/src/salvage/Loss.hpp"
-#include "platform/opc/src/salvage/SearchBudget.hpp"
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
 namespace opc::zip {
 
-// What tells two items of one name apart.
-struct Content {
-    explicit Content(const ZipItem& item) : size(item.size), crc32(item.crc32) {}
-
-    std::uint64_t size;
-    std::uint32_t crc32;
-    auto operator<=>(const Content&) const = default;
-};
-
 // The items of a damaged file that are kept. No two share bytes or a name, and the content of each
-// was read to its end and is whole. `source` and `budget` must outlive it.
+// was read to its end and is whole. `source` and `reader` must outlive it.
 class KeptItems {
 public:
-    KeptItems(const SalvageSource& source, SearchBudget& budget)
-        : source_(&source), budget_(&budget) {}
+    KeptItems(const SalvageSource& source, ItemReader& reader)
+        : source_(&source), reader_(&reader) {}
 
     // Keeps the item if it can join the others; if not, says why. Its `endOffset` is set from the
-    // place and the size of its data. If its name is taken, its `localName` becomes its name.
+    // place and the size of its data. If its name is taken, its `otherName` becomes its name.
     Verdict keep(ZipItem item);
 
-    // Frees this name: the item that was kept under it gets its `localName`, if that is one and is
+    // Frees this name: the item that was kept under it gets its `otherName`, if that is one and is
     // free. Returns whether it did.
     bool freeName(const std::string& name);
 
@@ -55,26 +44,19 @@ public:
     bool hasDataOf(const ZipItem& item) const { return data_.contains(dataOf(item)); }
 
 private:
-    // What an attempt to read depends on: offset and size of the data, size and checksum of the
-    // content, and method.
-    using Numbers = std::tuple<std::uint64_t, std::uint64_t, std::uint64_t, std::uint32_t, Method>;
     // Where the data of an item is, and the content.
     using Data = std::pair<std::uint64_t, Content>;
 
     static Data dataOf(const ZipItem& item) { return {item.dataOffset, Content(item)}; }
     bool hasLikelyFields(const ZipItem& item) const;
-    Verdict judgeContent(const ZipItem& item);
-    std::optional<std::string> readThrough(const ZipItem& item);
 
     const SalvageSource* source_;
-    SearchBudget* budget_;
+    ItemReader* reader_;
     std::vector<ZipItem> items_;
     Ranges bytes_;
     std::set<Data> data_;
     std::map<std::string, Content> names_;
-    std::map<std::string, std::size_t> twoNames_;  // indexes of items that have a `localName`
-    std::map<Numbers, std::string> faults_;        // why reading failed
-    std::vector<std::byte> piece_;
+    std::map<std::string, std::size_t> twoNames_;  // indexes of items that have a `otherName`
 };
 
 }  // namespace opc::zip

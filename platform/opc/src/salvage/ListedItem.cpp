@@ -29,7 +29,8 @@ void addLocal(const SalvageSource& source, ZipItem& item) {
     if (load32(header, 0) != local::kSignature && !isSame) return;
     item.dataOffset =
         item.headerOffset + local::kHeaderSize + size + load16(header, local::kExtraLength);
-    if (size == name.size() && !isSame && isName(name)) item.localName = name;
+    if (size == name.size() && !isSame && isName(name) && !item.isDirectory())
+        item.otherName = name;
 }
 
 std::vector<ZipItem> placesOf(const SalvageSource& source, const ZipItem& item,

@@ -13,8 +13,8 @@ namespace opc::zip {
 // Where an item of a directory record may be, if the local header or the record is damaged.
 
 // Adds what the local header says: where the data starts, and the header's name if it is a
-// different one of the same length, as when a bit was flipped. If the header is damaged, the data
-// starts where a header without extra fields would end.
+// different one of the same length, as when a bit was flipped. A folder keeps its name. If the
+// header is damaged, the data starts where a header without extra fields would end.
 void addLocal(const SalvageSource& source, ZipItem& item);
 
 // Returns `item` once for each place where its local header may be, the likeliest first: the offset

@@ -5,6 +5,7 @@
 #include "platform/opc/src/salvage/ArchivesWithin.hpp"
 #include "platform/opc/src/salvage/CandidateArchive.hpp"
 #include "platform/opc/src/salvage/Failures.hpp"
+#include "platform/opc/src/salvage/ItemReader.hpp"
 #include "platform/opc/src/salvage/KeptItems.hpp"
 #include "platform/opc/src/salvage/ListedItem.hpp"
 #include "platform/opc/src/salvage/Loss.hpp"
@@ -44,8 +45,8 @@ public:
         : source_(&source),
           expected_(expected),
           budget_(source.size),
-          streamed_(source, budget_),
-          kept_(source, budget_),
+          reader_(source, budget_),
+          kept_(source, reader_),
           failures_(source) {}
 
     Salvaged run() {
@@ -117,7 +118,7 @@ private:
         if (places.empty()) return Trust::OtherName;
         const auto header = localHeaderAt(*source_, places.front().headerOffset);
         const bool isSame =
-            header ? header->item.name == item.name : places.front().localName.empty();
+            header ? header->item.name == item.name : places.front().otherName.empty();
         if (!isSame) return Trust::OtherName;
         const bool isConfirmed = item.size != 0 && header && endOfSame(*source_, *header, item);
         return isConfirmed ? Trust::Confirmed : Trust::SameName;
@@ -126,7 +127,7 @@ private:
     // Of two items with one name in the directory, the headers tell which is which.
     static void preferLocalNames(std::vector<ZipItem>& places) {
         for (ZipItem& placed : places) {
-            if (!placed.localName.empty()) std::swap(placed.name, placed.localName);
+            if (!placed.otherName.empty()) std::swap(placed.name, placed.otherName);
         }
     }
 
@@ -312,19 +313,25 @@ private:
         // An item of this name that has another one, too, is called by that.
         if (position.isSure && !isWhole_) kept_.freeName(header->item.name);
         Verdict verdict = takeWhole(*header, limit);
-        if (!header->isIncomplete()) see(header->item, position.isSure);
+        const auto loss = verdict.loss;
+        see(header->item, position.isSure, !header->isIncomplete());
         if (verdict.isKept()) {
             if (!position.isSure) sightings_.addUnsure(position.at);
             return {behindTaken(), position.isSure};
         }
-        if (!kept_.hasDataOf(header->item)) {
+        // What has no numbers may be a piece of the item that has its name.
+        const bool isPiece = header->isIncomplete() && loss == Loss::SameName;
+        if (!isPiece && !kept_.hasDataOf(header->item)) {
             ZipItem item = header->item;
             const auto record = records_.find(position.at);
             if (record != records_.end()) item.name = record->second.item.name;
             failures_.add(item, position.at, std::move(verdict));
         }
         if (isWhole_) return {header->item.dataOffset, false};
-        const Position next = behindLost(*header, position, limit);
+        const bool isAllItsData =
+            position.isSure && header->isMeasured() && (loss == Loss::Cut || loss == Loss::Overlap);
+        const Position next =
+            isAllItsData ? Position{limit, false} : behindLost(*header, position, limit);
         failures_.claim(header->item.dataOffset, next.at);
         return next;
     }
@@ -377,17 +384,20 @@ private:
 
     // Takes the item at this local header with the numbers and the name of a directory record for
     // the same offset, if they fit its content. That begins behind the header's name, so if the
-    // names differ in length, the header has the right one.
+    // names differ in length, the header has the right one. If they do not, it is likelier to: the
+    // directory is damaged.
     bool takeByRecord(const LocalHeader& header) {
         const auto [first, last] = records_.equal_range(header.item.headerOffset);
         for (auto record = first; record != last; ++record) {
             ZipItem item = record->second.item;
             if (item.size == 0 && !saysEmpty(header, item)) continue;
-            if (item.name.size() != header.item.name.size() && isName(header.item.name))
+            if (isName(header.item.name) && header.item.name != item.name) {
+                if (item.name.size() == header.item.name.size()) item.otherName = item.name;
                 item.name = header.item.name;
+            }
             if (!kept_.keep(std::move(item)).isKept()) continue;
             const ZipItem& kept = kept_.items().back();
-            if (kept.localName.empty()) see(kept, true);
+            if (kept.otherName.empty()) see(kept, true);
             return true;
         }
         return false;
@@ -422,12 +432,11 @@ private:
         if (header.flags & flag::kAnyEncryption) return lostBy(Loss::Encrypted);
         if (findMethod(item.method) == nullptr)
             return lostBy(Loss::Method, "it " + methodFault(item.method));
+        const DataEnd end = reader_.complete(header, limit);
         if (kept_.hasName(item.name)) return lostBy(Loss::SameName);
-        if (header.isMeasured()) {
-            if (!streamed_.measure(item, limit)) return lostBy(Loss::NoEnd);
-        } else if (header.isIncomplete()) {
-            streamed_.readChecksum(item);
-        }
+        if (end == DataEnd::Behind)
+            return lostBy(limit == source_->size ? Loss::Cut : Loss::Overlap);
+        if (end == DataEnd::Unknown) return lostBy(Loss::NoEnd);
         if (isWhole_ && !isListed(item)) return lostBy(Loss::NotListed);
         if (isContradicted(item)) return lostBy(Loss::Version);
         if (!isWhole_ && item.compressedSize == 0 && !isFollowedByRecord(*source_, item))
@@ -471,12 +480,12 @@ private:
         if (isThere || item.size == 0) return isThere;
         const auto renamed = listedNames_.find({Content(item), item.name.size()});
         if (renamed == listedNames_.end() || kept_.hasName(renamed->second)) return false;
-        item.localName = std::exchange(item.name, renamed->second);
+        item.otherName = std::exchange(item.name, renamed->second);
         return true;
     }
 
-    void see(const ZipItem& item, bool isSure) {
-        if (!isWhole_) sightings_.add(item, isSure);
+    void see(const ZipItem& item, bool isSure, bool hasNumbers = true) {
+        if (!isWhole_) sightings_.add(item, isSure, hasNumbers);
     }
 
     void dropUnsure(Salvaged& found) const {
@@ -499,13 +508,13 @@ private:
         });
     }
 
-    // Gives items whose name is in conflict with another one the name in their local header, if that
-    // is a different one. Returns whether there are any.
+    // Gives items whose name is in conflict with another one their other name, if they have one.
+    // Returns whether there are any.
     static bool useOtherNames(std::vector<ZipItem>& items, const NameConflicts& conflicts) {
         bool isAny = false;
         for (ZipItem& item : items) {
-            if (item.localName.empty() || !conflicts.contains(&item)) continue;
-            std::swap(item.name, item.localName);
+            if (item.otherName.empty() || !conflicts.contains(&item)) continue;
+            std::swap(item.name, item.otherName);
             isAny = true;
         }
         return isAny;
@@ -526,7 +535,7 @@ private:
     const SalvageSource* source_;
     std::span<const std::string> expected_;
     SearchBudget budget_;
-    StreamedItems streamed_;
+    ItemReader reader_;
     KeptItems kept_;
     Failures failures_;
     Sightings sightings_;

@@ -2,7 +2,7 @@
 
 #include <opc/ZipArchive.hpp>
 
-#include "platform/opc/src/salvage/KeptItems.hpp"
+#include "platform/opc/src/salvage/DamagedFile.hpp"
 #include "platform/opc/src/salvage/Loss.hpp"
 #include "platform/opc/src/zip/NameIndex.hpp"
 
@@ -19,14 +19,16 @@ namespace opc::zip {
 // among those that were found: a repaired copy must not be a mixture of two packages.
 class Sightings {
 public:
-    void add(const ZipItem& item, bool isSure) {
-        const auto [found, isNew] = first_.try_emplace(item.name, Sighting{Content(item), isSure});
+    // `hasNumbers` is false if the item's content is unknown.
+    void add(const ZipItem& item, bool isSure, bool hasNumbers) {
+        const auto content = hasNumbers ? std::optional(Content(item)) : std::nullopt;
+        const auto [found, isNew] = first_.try_emplace(item.name, Sighting{content, isSure});
         const Sighting& other = found->second;
-        if (isNew || other.content == Content(item)) return;
-        if (isSure && other.isSure) {
-            twice_.insert(item.name);
-        } else {
+        if (isNew || (content && other.content == content)) return;
+        if (!isSure || !other.isSure) {
             isMixed_ = true;
+        } else if (content && other.content) {
+            twice_.insert(item.name);
         }
     }
     // Remembers that the item whose header is at this offset, which was kept, may not be the
@@ -44,7 +46,7 @@ public:
 
 private:
     struct Sighting {
-        Content content;
+        std::optional<Content> content;  // nullopt if unknown
         bool isSure;
     };
 

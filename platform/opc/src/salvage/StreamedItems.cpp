@@ -19,6 +19,11 @@ namespace {
 using namespace format;
 
 constexpr std::size_t kPiece = std::size_t{128} << 10;
+// What each place costs at which stored data may end.
+constexpr std::uint64_t kAttempt = 64;
+// Of descriptors without signature: those of zip64 and the others.
+constexpr std::uint64_t kUnsignedSizes[] = {20, 12};
+constexpr std::uint64_t kNoBytes[] = {0};
 
 // What decoding a deflate stream to its end finds out about it.
 struct Measured {
@@ -60,12 +65,15 @@ StreamedItems::StreamedItems(const SalvageSource& source, SearchBudget& budget)
     : source_(&source),
       budget_(&budget),
       searches_(source.size),
-      descriptors_(source, descriptor::kSignature) {}
+      signatures_{{{SignatureSearch(source, descriptor::kSignature), kNoBytes},
+                   {SignatureSearch(source, local::kSignature), kUnsignedSizes},
+                   {SignatureSearch(source, central::kSignature), kUnsignedSizes}}} {}
 
-bool StreamedItems::measure(ZipItem& item, std::uint64_t limit) {
-    if (budget_->isUsedUp()) return false;
-    if (item.method == Method::Stored) return measureStored(item, limit);
-    return rowOf(item.method).endsItself && measureDecoded(item, limit);
+DataEnd StreamedItems::measure(ZipItem& item, std::uint64_t limit) {
+    if (budget_->isUsedUp()) return DataEnd::Unknown;
+    if (item.method == Method::Stored)
+        return measureStored(item, limit) ? DataEnd::Known : DataEnd::Unknown;
+    return rowOf(item.method).endsItself ? measureDecoded(item, limit) : DataEnd::Unknown;
 }
 
 void StreamedItems::readChecksum(ZipItem& item) const {
@@ -81,40 +89,58 @@ void StreamedItems::readChecksum(ZipItem& item) const {
     }
 }
 
-// Stored data ends at a descriptor that says so.
+// Stored data ends at a descriptor that says so: at its signature or, if it has none, in front of
+// that of the next record.
 bool StreamedItems::measureStored(ZipItem& item, std::uint64_t limit) {
     if (searches_.isUsedUp() || item.dataOffset >= limit) return false;
-    std::uint64_t from = item.dataOffset;
-    while (const auto at = descriptors_.next(from, limit)) {
-        from = *at + sizeof descriptor::kSignature;
-        const auto checksum = source_->number(from);
-        if (!checksum) break;
-        ZipItem likely = item;
-        likely.crc32 = *checksum;
-        likely.size = likely.compressedSize = *at - item.dataOffset;
-        if (descriptorSize(*source_, *at, likely) == 0) continue;
-        searches_.spend(likely.size);
-        item = std::move(likely);
-        return true;
+    for (Search& search : signatures_)
+        search.at = search.signatures.next(item.dataOffset, limit);
+    while (true) {
+        const auto nearest = std::ranges::min_element(
+            signatures_, {}, [&](const Search& search) { return search.at.value_or(limit); });
+        if (!nearest->at) break;
+        if (!searches_.spend(kAttempt)) return false;
+        const std::uint64_t at = *nearest->at;
+        nearest->at = nearest->signatures.next(at + sizeof descriptor::kSignature, limit);
+        for (const std::uint64_t size : nearest->descriptorSizes) {
+            if (size > at - item.dataOffset || !endsAt(item, at - size)) continue;
+            searches_.spend(item.size);
+            return true;
+        }
     }
     searches_.spend(limit - item.dataOffset);
     return false;
 }
 
-bool StreamedItems::measureDecoded(ZipItem& item, std::uint64_t limit) {
+// Sets the numbers of a stored item if there is a descriptor at `end` with the size that the item
+// has then.
+bool StreamedItems::endsAt(ZipItem& item, std::uint64_t end) const {
+    ZipItem likely = item;
+    likely.size = likely.compressedSize = end - item.dataOffset;
+    const bool isSigned = source_->number(end) == descriptor::kSignature;
+    const auto checksum = source_->number(end + (isSigned ? sizeof descriptor::kSignature : 0));
+    if (!checksum) return false;
+    likely.crc32 = *checksum;
+    if (descriptorSize(*source_, end, likely) == 0) return false;
+    item = std::move(likely);
+    return true;
+}
+
+DataEnd StreamedItems::measureDecoded(ZipItem& item, std::uint64_t limit) {
     Reading reading{item.dataOffset, item.dataOffset};
     try {
         const auto found = measureDeflated(*source_, item.dataOffset, limit, reading);
         budget_->charge(reading);
-        if (!found || !describes(item.dataOffset + found->compressedSize, found->crc32))
-            return false;
+        if (!found) return DataEnd::Behind;
+        if (!describes(item.dataOffset + found->compressedSize, found->crc32))
+            return DataEnd::Unknown;
         item.crc32 = found->crc32;
         item.size = found->size;
         item.compressedSize = found->compressedSize;
-        return true;
+        return DataEnd::Known;
     } catch (const std::runtime_error&) {
         budget_->charge(reading);  // no deflate stream
-        return false;
+        return DataEnd::Unknown;
     }
 }
 
