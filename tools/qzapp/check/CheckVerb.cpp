@@ -144,7 +144,7 @@ int repair(const CheckOptions& options) {
                 status = statusOf(result, options);
             });
     });
-    copied.deliver("", text);
+    copied.deliver(text, text);
     return status;
 }
 

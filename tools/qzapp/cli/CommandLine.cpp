@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <unistd.h>
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Error.hpp>
@@ -25,6 +26,7 @@
 #include <system_error>
 #include <vector>
 
+#include "app/PrivateFolder.hpp"
 #include "app/Progress.hpp"
 #include "app/Suggestion.hpp"
 #include "app/Warnings.hpp"
@@ -348,15 +350,38 @@ int runAndReport(int argc, const char* const* argv, const Verb* verb) {
     }
 }
 
+// Takes no memory, unlike report().
+void reportLackOfMemory() {
+    writeMessage("qzapp: there is not enough memory\n");
+}
+
+int statusAtTermination = kFailed;
+
+// Destructors and other functions that must not fail take memory all the same in some libraries.
+// Without it the process ends, and it ends as it does after another failure.
+[[noreturn]] void endIfMemoryLacks() {
+    try {
+        if (const auto failure = std::current_exception()) std::rethrow_exception(failure);
+    } catch (const std::bad_alloc&) {
+        removePrivateFolders();
+        reportLackOfMemory();
+        ::_exit(statusAtTermination);
+    } catch (...) {
+        // a fault of the program
+    }
+    std::abort();
+}
+
 }  // namespace
 
 int runCommandLine(int argc, const char* const* argv) {
     const Verb* verb = findVerb(argc > 1 ? argv[1] : "");
+    statusAtTermination = statusOfFailure(verb);
+    std::set_terminate(endIfMemoryLacks);
     try {
         return runAndReport(argc, argv, verb);
     } catch (const std::bad_alloc&) {
-        // Takes no memory, unlike report().
-        writeMessage("qzapp: there is not enough memory\n");
+        reportLackOfMemory();
         return statusOfFailure(verb);
     }
 }

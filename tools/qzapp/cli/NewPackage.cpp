@@ -62,7 +62,7 @@ void NewPackage::make(const std::function<void(const FileName&)>& write) const {
 }
 
 void NewPackage::deliver(std::string_view report, std::string_view notes) const {
-    if (!isStandardOutput()) return printReport(file_, std::string(report).append(notes));
+    if (!isStandardOutput()) return printReport(file_, report);
     printFile(file_);
     if (!writeMessage(notes))
         throw ReportError(kStandardOutput,

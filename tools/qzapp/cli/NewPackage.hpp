@@ -37,8 +37,9 @@ public:
     void make(const std::function<void(const FileName& file)>& write) const;
 
     // Sends the package if it goes to standard output, and then puts the notes on standard error;
-    // otherwise prints the report and the notes. Throws OutputError, or ReportError if only
-    // printing has failed.
+    // otherwise prints the report, which holds the notes, too. Throws OutputError, or ReportError
+    // if only printing has failed. Takes no memory before it prints: have the texts ready before
+    // make().
     void deliver(std::string_view report, std::string_view notes = "") const;
 
 private:

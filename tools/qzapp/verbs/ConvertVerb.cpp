@@ -101,11 +101,12 @@ int convert(const ConvertOptions& options) {
     Conversion conversion = convertText(in);
     conversion.content.model = contentArgument(options.model);
     out.requireFree(options.force, {in, *conversion.content.model});
-    out.make([&](const FileName& file) { createPackage(file, conversion.content, options.force); });
     std::string notes;
     for (const std::string& loss : conversion.losses)
         notes += "note: " + loss + "\n";
-    out.deliver(fmt::format("wrote {}\n", visible(out.shown())), notes);
+    const std::string report = fmt::format("wrote {}\n{}", visible(out.shown()), notes);
+    out.make([&](const FileName& file) { createPackage(file, conversion.content, options.force); });
+    out.deliver(report, notes);
     return kDone;
 }
 

@@ -27,8 +27,9 @@ int create(const CreateOptions& options) {
     const NewPackage out(options.out, NewPackage::Kind::App);
     const Content content = loadContent(options.content);
     out.requireFree(options.force, content.sources);
+    const std::string report = fmt::format("wrote {}\n", visible(out.shown()));
     out.make([&](const FileName& file) { createPackage(file, content, options.force); });
-    out.deliver(fmt::format("wrote {}\n", visible(out.shown())));
+    out.deliver(report);
     return kDone;
 }
 
