@@ -162,6 +162,19 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     blocks.items[1].data = "\1" + test_support::little(heldSize, 2) +
                            test_support::little(~heldSize & 0xFFFF, 2) + held;
     const std::string blockCut = blocks.bytes().substr(0, blocks.bytes().find("and more"));
+    // An archive in the file has an item of the same name as the file's at the same place in it.
+    BuiltZip around = good();
+    const std::string innerBytes = inner.bytes();
+    around.items[1] = {.name = "m", .content = innerBytes, .method = 0};
+    const std::string aroundCut =
+        around.bytes().substr(0, around.bytes().find(innerBytes) + innerBytes.size() - 30);
+    BuiltZip astray = {.items = {{.name = "z", .content = "z", .localName = "y"}}};
+    BuiltZip withAstray = good();
+    astray.directoryOffset = 9000;
+    const std::string strange = astray.bytes();
+    withAstray.items[1] = {.name = "m", .content = strange, .method = 0};
+    const std::string astrayLast =
+        withAstray.bytes().substr(0, withAstray.bytes().find(strange) + strange.size());
     BuiltZip nextOne = good();
     const std::string next = nextOne.items[1].name = std::string(64 - 46, 'n');
     std::string claimingOne = nextOne.bytes();
@@ -268,6 +281,10 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         {"a damaged record, and a damaged name in the next one", garbled, all},
         {"a byte less in the directory, and the rest of an archive in an item", splitBytes,
          "a=aaaaaaaaaa;rest=" + rest + ";c=ccc;"},
+        {"a cut behind an archive that an item holds, with a wrong offset", astrayLast,
+         "a=aaaaaaaaaa;m=" + strange + ";"},
+        {"a cut in the directory of an archive that an item holds", aroundCut,
+         "a=aaaaaaaaaa;m: the file ends before its data does;"},
         {"a cut in a streamed item that holds an archive as it is", blockCut,
          "b=aaaaaaaaaa;a: the file ends before its data does;"},
         {"zeros from within a streamed item that holds an archive as it is",

@@ -138,7 +138,8 @@ private:
                     archive = CandidateArchive(*source_, place, items);
                 }
             }
-            settle(std::move(archive));
+            if (archive.isConfirmed() || hasOnlyItsItems(items, place.start))
+                settle(std::move(archive));
         } catch (const Exception&) {
             // The directory is damaged, so the search for single records has to find its items.
         }
@@ -227,6 +228,12 @@ private:
             }
         }
         return headers;
+    }
+
+    // Whether no whole items are in front of the directory at `start` but those that it lists.
+    bool hasOnlyItsItems(const std::vector<ZipItem>& items, std::uint64_t start) {
+        const auto headers = spend(start) ? headersOf(items, start) : std::nullopt;
+        return headers && !headers->hasOtherItems;
     }
 
     // Where the items of a directory are if no end record says it.

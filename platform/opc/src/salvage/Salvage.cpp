@@ -57,6 +57,7 @@ public:
             if (archives.own->mayLackRecords) reportMissingRecords();
         } else {
             within_ = std::move(archives.others);
+            followHeaders();
             searchRecords();
             takeWithoutHeaders();
         }
@@ -184,6 +185,18 @@ private:
         if (isExact_ && takeWhole(header, source_->size).isKept()) return;
         if (isExact_ || header.agreesWith(item))
             failures_.claim(placed.headerOffset, placed.dataOffset + item.compressedSize);
+    }
+
+    // Remembers the data of the items from the start of the file on, as far as each header says
+    // where the next one is.
+    void followHeaders() {
+        std::uint64_t at = 0;
+        while (const auto header = localHeaderAt(*source_, at, Place::Expected)) {
+            const auto end = header->claimedEnd();
+            if (!end) return;
+            inItems_.add(header->item.dataOffset, *end);
+            at = *end + descriptorSize(*source_, *end, header->item);
+        }
     }
 
     void searchRecords() {
@@ -452,13 +465,14 @@ private:
         return lostBy(Loss::TwoSizes);
     }
 
-    // Whether single directory records say of this place and name what can be said of another
-    // version of the item only.
+    // Whether single directory records, other than those in the data of items, say of this place and
+    // name what can be said of another version of the item only.
     bool isContradicted(const ZipItem& item) const {
         const auto [first, last] = records_.equal_range(item.headerOffset);
         bool isDescribed = false, isContradicted = false;
         for (auto record = first; record != last; ++record) {
-            if (record->second.item.name != item.name) continue;
+            if (record->second.item.name != item.name || inItems_.endAround(record->second.at))
+                continue;
             (mayDescribe(record->second.item, item) ? isDescribed : isContradicted) = true;
         }
         return isContradicted && !isDescribed;
@@ -542,6 +556,7 @@ private:
     bool isWhole_ = false;  // the file's own directory could be read as a whole
     bool isExact_ = false;  // and its offsets are not shifted
     Ranges within_;         // archives that are not the file's own
+    Ranges inItems_;        // data of items, from the start of the file up to damage
     // Items of a whole directory that could not be taken as it describes them, by name.
     std::multimap<std::string, Listed, FoldedLess> listed_;
     // The names of those that have no header of their name, by content and length of the name.
