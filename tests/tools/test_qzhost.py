@@ -120,6 +120,15 @@ class QzhostTest(ToolTest):
             result = subprocess.run([TOOL, "read", "missing.k"], cwd=self.dir, stderr=full, check=False)
         self.assertEqual(result.returncode, 1)
 
+    def test_writes_nothing_that_it_cannot_report(self):
+        app = EXAMPLE / "heatfield.k"
+        for args in (["--version"], ["--help"], ["classes"], ["read", app, "--screenshot", "out.png"]):
+            with open("/dev/full", "wb") as full:
+                result = subprocess.run([TOOL, *args], cwd=self.dir, stdout=full, stderr=subprocess.PIPE, check=False)
+            self.assertEqual((result.returncode, result.stderr),
+                             (1, b"qzhost: writing to standard output: No space left on device\n"), args)
+        self.assertFalse((self.dir / "out.png").exists())
+
     def test_refuses_a_wrong_command_line(self):
         for args in ([], ["read"], ["forget"], ["read", b"\xff.k"]):
             self.refused(2, "qzhost: ", *args)

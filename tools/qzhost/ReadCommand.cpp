@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -53,8 +54,10 @@ private:
     ArrayPtr handle_;
 };
 
-// Writes the file completely or not at all, and never over the app, whatever links lead to it.
-void writeFile(const ReadOptions& options, std::span<const std::uint8_t> bytes) {
+// The new file with these bytes, which has its name only when it is committed. Never replaces the
+// app, whatever links lead to it.
+std::unique_ptr<fl::filesystem::ReplacementFile> newFile(const ReadOptions& options,
+                                                         std::span<const std::uint8_t> bytes) {
     const fl::filesystem::path out(*options.screenshot);
     if (fl::filesystem::isSameFile(fl::filesystem::path(options.file), out)) {
         throw std::runtime_error(visible(out.native()) +
@@ -65,15 +68,9 @@ void writeFile(const ReadOptions& options, std::span<const std::uint8_t> bytes) 
         throw std::runtime_error(visible(out.native()) +
                                  ": already exists; give --force to replace it");
     }
-    fl::filesystem::ReplacementFile file(target);
-    file.file().writeAt(std::as_bytes(bytes), 0);
-    file.commit();
-}
-
-void writeScreenshot(const ReadOptions& options, std::span<const std::uint8_t> bytes) {
-    if (!bytes.empty()) return writeFile(options, bytes);
-    fmt::print(stderr, "qzhost: {} has no screenshot; {} is not written\n", visible(options.file),
-               visible(*options.screenshot));
+    auto file = std::make_unique<fl::filesystem::ReplacementFile>(target);
+    file->file().writeAt(std::as_bytes(bytes), 0);
+    return file;
 }
 
 std::string describeScreenshot(const hvArray_tag& bytes, const hvArray_tag& format) {
@@ -84,13 +81,20 @@ std::string describeScreenshot(const hvArray_tag& bytes, const hvArray_tag& form
 
 }  // namespace
 
-std::string readApp(const ReadOptions& options) {
+void readApp(const ReadOptions& options, const std::function<void(const std::string&)>& print) {
     const Reader reader(options.file);
     const ArrayPtr metadata = reader.metadata();
     const auto [bytes, format] = reader.screenshot();
-    if (options.screenshot) writeScreenshot(options, matrix::bytesOf(*bytes));
-    if (options.json) return jsonText(structToJson(*metadata));
-    return displayStruct(*metadata) + "\n" + describeScreenshot(*bytes, *format);
+    const auto screenshot = matrix::bytesOf(*bytes);
+    const bool isWritten = options.screenshot && !screenshot.empty();
+    const auto file = isWritten ? newFile(options, screenshot) : nullptr;
+    print(options.json ? jsonText(structToJson(*metadata))
+                       : displayStruct(*metadata) + "\n" + describeScreenshot(*bytes, *format));
+    if (file) file->commit();
+    if (options.screenshot && !isWritten) {
+        fmt::print(stderr, "qzhost: {} has no screenshot; {} is not written\n",
+                   visible(options.file), visible(*options.screenshot));
+    }
 }
 
 }  // namespace qzhost

@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <functional>
 #include <new>
+#include <sstream>
 #include <string>
 #include <system_error>
 
@@ -96,7 +97,7 @@ int reportFailures(const std::function<void()>& command) {
 }
 
 void runCommand(const CLI::App& app, const Options& options) {
-    if (app.got_subcommand("read")) return print(qzhost::readApp(options.read));
+    if (app.got_subcommand("read")) return qzhost::readApp(options.read, print);
     print(options.classesJson ? qzhost::listClassesAsJson() : qzhost::listClasses());
 }
 
@@ -120,7 +121,10 @@ int runHost(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kSuccess : kWrongCommandLine;
+        std::ostringstream text;  // help or a version, otherwise what is wrong
+        if (app.exit(error, text, text) == 0) return reportFailures([&] { print(text.str()); });
+        report(text.str());
+        return kWrongCommandLine;
     }
     return run(app, options);
 }
