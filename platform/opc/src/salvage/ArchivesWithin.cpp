@@ -4,6 +4,7 @@
 #include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/salvage/CandidateArchive.hpp"
+#include "platform/opc/src/salvage/ForeignRecords.hpp"
 #include "platform/opc/src/salvage/ItemReader.hpp"
 #include "platform/opc/src/salvage/SearchBudget.hpp"
 #include "platform/opc/src/zip/Directory.hpp"
@@ -171,7 +172,8 @@ private:
             place.stated.offset = start - static_cast<std::uint64_t>(layout->shift);
             CandidateArchive archive(*source_, place, std::move(items));
             if (!archive.isConfirmed()) return;
-            if (!hasNothingInFront(archive)) {
+            ForeignRecords foreign(*source_, archive, reader_);
+            if (!hasNothingInFront(archive, foreign)) {
                 addOther(archive);
                 return;
             }
@@ -271,7 +273,8 @@ private:
 
     // Of several archives that could be the file's own, the last one contains all others.
     void settle(CandidateArchive archive) {
-        const bool isOwn = isLast(archive) && hasNothingInFront(archive);
+        ForeignRecords foreign(*source_, archive, reader_);
+        const bool isOwn = isLast(archive, foreign) && hasNothingInFront(archive, foreign);
         if (archive.isConfirmed()) addOther(archive);
         if (isOwn) found_.own = archive.takeDirectory();
     }
@@ -281,15 +284,15 @@ private:
         found_.others.add(isAffordable ? archive.front() : archive.start(), archive.end());
     }
 
-    bool hasNothingInFront(CandidateArchive& archive) {
-        return spend(archive.start()) && !archive.hasForeignItems(reader_) && !budget_.isUsedUp();
+    bool hasNothingInFront(const CandidateArchive& archive, ForeignRecords& foreign) {
+        return spend(archive.start()) && !foreign.hasItemsInFront() && !budget_.isUsedUp();
     }
 
-    bool isLast(CandidateArchive& archive) {
+    bool isLast(const CandidateArchive& archive, ForeignRecords& foreign) {
         if (lastRecord_ < archive.end()) return true;
         if (!archive.isConfirmed()) return false;
-        const std::uint64_t foreign = archive.foreignRecordBehind();
-        return spend(foreign - archive.end()) && foreign == source_->size;
+        const std::uint64_t first = foreign.firstBehind();
+        return spend(first - archive.end()) && first == source_->size;
     }
 
     const SalvageSource* source_;

@@ -3,7 +3,6 @@
 #include <opc/ZipArchive.hpp>
 
 #include "platform/opc/src/salvage/DamagedFile.hpp"
-#include "platform/opc/src/salvage/ItemReader.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <cstddef>
@@ -35,8 +34,8 @@ struct WholeDirectory {
     bool mayLackRecords = false;
 };
 
-// An archive in a damaged file whose directory could be read. Finds out where its offsets count
-// from, and what speaks against its being the file's own.
+// An archive in a damaged file whose directory could be read: where it is, and which items are its
+// own.
 class CandidateArchive {
 public:
     // `items` are those of the directory. `source` must outlive the archive.
@@ -54,15 +53,20 @@ public:
     std::uint64_t front() const;
     std::uint64_t end() const { return fileEnd_; }
 
-    // Whether there are items in front of the archive that it does not list: it is then the content
-    // of an item of another archive. Such an item is whole or around the archive, because the rest
-    // of a header proves nothing. The file's first sectors, if they are there twice, are no such
-    // items.
-    bool hasForeignItems(ItemReader& reader);
-    // The offset of the first record after the archive that is not a copy of one of its own, as
-    // there are if the last sectors of the file are there twice. The size of the file if there is
-    // none.
-    std::uint64_t foreignRecordBehind();
+    // The item of this name that the directory lists; nullptr if there is none.
+    const ZipItem* itemOf(const std::string& name) const;
+    // The item that is in front of start() because bytes were put in behind it, and whose header is
+    // at the offset `at`; nullptr if there is none.
+    const ZipItem* itemInFront(std::uint64_t at) const;
+    // Whether the directory lists an item of this name and content.
+    bool lists(const ZipItem& item) const;
+    // The end of the item of a header if the directory lists that item, and not only its name: an
+    // archive around this one mostly has items of the same names.
+    std::optional<std::uint64_t> listedEnd(const LocalHeader& header) const;
+    // Whether the header, whose numbers are left to a descriptor, has the name of an item of which
+    // no header was found: sectors may have changed places.
+    bool misses(const LocalHeader& header) const;
+    std::int64_t shift() const { return directory_.shift; }
 
     WholeDirectory takeDirectory() { return std::move(directory_); }
 
@@ -71,20 +75,6 @@ private:
     std::set<std::size_t> confirmedAtShift() const;
     std::set<std::size_t> confirmedInFront() const;
     bool isAround(const LocalHeader& header) const;
-    bool mayBeAround(const LocalHeader& header) const;
-    bool isForeign(std::uint64_t at, Place place, ItemReader& reader);
-    std::uint64_t foreignHeader(SignatureSearch& search, std::uint64_t from, std::uint64_t to);
-    std::uint64_t foreignRecord(SignatureSearch& search, std::uint64_t from,
-                                std::uint64_t to) const;
-    bool isForeignHeader(std::uint64_t at);
-    bool isForeignRecord(std::uint64_t at, std::uint64_t size) const;
-    bool isStartTwice() const;
-    bool isCopy(std::uint64_t at, const LocalHeader& header);
-    bool isRepeated(std::uint64_t at, std::uint64_t place);
-    bool isMissed(const LocalHeader& header) const;
-    bool isListed(const ZipItem& item) const;
-    std::optional<std::uint64_t> listedEnd(const LocalHeader& header) const;
-    std::optional<std::uint64_t> endOfOwn(std::uint64_t at) const;
 
     const SalvageSource* source_;
     std::uint64_t fileEnd_;
@@ -95,7 +85,6 @@ private:
     // Indexes of items in front of base_, by header offset.
     std::map<std::uint64_t, std::size_t> inFront_;
     std::map<std::string, std::size_t> byName_;
-    Ranges copied_;                 // pieces that are in the file twice
     std::set<std::size_t> missed_;  // indexes of items without a header where they should be
 };
 

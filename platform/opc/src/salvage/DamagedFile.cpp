@@ -95,6 +95,17 @@ void Ranges::add(std::uint64_t from, std::uint64_t to) {
     endOf_.emplace(from, to);
 }
 
+std::vector<std::pair<std::uint64_t, std::uint64_t>> Ranges::gaps(std::uint64_t size) const {
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> gaps;
+    std::uint64_t from = 0;
+    for (const auto& [start, end] : endOf_) {
+        gaps.emplace_back(from, start);
+        from = end;
+    }
+    gaps.emplace_back(from, size);
+    return gaps;
+}
+
 SignatureSearch::SignatureSearch(const SalvageSource& source, std::uint32_t signature)
     : source_(&source) {
     append(signature_, signature);

@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace opc::zip {
@@ -54,6 +55,8 @@ public:
     void add(std::uint64_t from, std::uint64_t to);
     // All ranges as start and end, in the order of their starts.
     const std::map<std::uint64_t, std::uint64_t>& all() const { return endOf_; }
+    // What is between the ranges, from 0 to `size`, also as start and end. Some may be empty.
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> gaps(std::uint64_t size) const;
 
 private:
     std::map<std::uint64_t, std::uint64_t> endOf_;

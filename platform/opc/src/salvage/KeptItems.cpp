@@ -1,5 +1,8 @@
 #include "platform/opc/src/salvage/KeptItems.hpp"
 
+#include "platform/opc/src/salvage/ListedItem.hpp"
+#include "platform/opc/src/salvage/StreamedItems.hpp"
+#include "platform/opc/src/zip/CompressionMethods.hpp"
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
@@ -37,6 +40,27 @@ Verdict KeptItems::keep(ZipItem item) {
     item.directoryRecord = {};
     items_.push_back(std::move(item));
     return {};
+}
+
+Verdict KeptItems::keepByNumbers(LocalHeader& header, std::uint64_t limit,
+                                 const std::function<std::optional<Loss>(ZipItem&)>& objection) {
+    ZipItem& item = header.item;
+    if (header.flags & format::flag::kAnyEncryption) return lostBy(Loss::Encrypted);
+    if (findMethod(item.method) == nullptr)
+        return lostBy(Loss::Method, "it " + methodFault(item.method));
+    const DataEnd end = reader_->complete(header, limit);
+    if (hasName(item.name)) return lostBy(Loss::SameName);
+    if (end == DataEnd::Behind) return lostBy(limit == source_->size ? Loss::Cut : Loss::Overlap);
+    if (end == DataEnd::Unknown) return lostBy(Loss::NoEnd);
+    if (const auto loss = objection(item)) return lostBy(*loss);
+    if (item.method != Method::Stored || item.size == item.compressedSize) return keep(item);
+    for (const std::uint64_t size : {item.compressedSize, item.size}) {
+        if (size == 0 && !isFollowedByRecord(*source_, item)) continue;
+        ZipItem likely = item;
+        likely.size = likely.compressedSize = size;
+        if (keep(std::move(likely)).isKept()) return {};
+    }
+    return lostBy(Loss::TwoSizes);
 }
 
 bool KeptItems::freeName(const std::string& name) {

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -28,6 +29,12 @@ public:
     // place and the size of its data. If its name is taken, its `otherName` becomes its name.
     Verdict keep(ZipItem item);
 
+    // Keeps an item by the numbers of its local header, which is adjusted: numbers that the header
+    // leaves to a descriptor are measured, up to `limit`. `objection` is asked about the item then.
+    // Of two different sizes of a stored item, the one that fits the checksum counts.
+    Verdict keepByNumbers(LocalHeader& header, std::uint64_t limit,
+                          const std::function<std::optional<Loss>(ZipItem&)>& objection);
+
     // Frees this name: the item that was kept under it gets its `otherName`, if that is one and is
     // free. Returns whether it did.
     bool freeName(const std::string& name);
@@ -42,6 +49,16 @@ public:
     std::optional<Content> contentOf(const std::string& name) const;
     // Whether an item was kept whose data is at the same place and has the same content.
     bool hasDataOf(const ZipItem& item) const { return data_.contains(dataOf(item)); }
+    // Whether a local header that was refused is one more of an item that was kept, or may be a
+    // piece of one: what has no numbers may be of the item that has its name.
+    bool explains(const LocalHeader& header, const Verdict& verdict) const {
+        return hasDataOf(header.item) || (header.isIncomplete() && verdict.loss == Loss::SameName);
+    }
+    // The end of the item that was kept last, with its descriptor.
+    std::uint64_t endOfLast() const {
+        const ZipItem& item = items_.back();
+        return bytes_.endAround(item.dataOffset).value_or(item.endOffset);
+    }
 
 private:
     // Where the data of an item is, and the content.

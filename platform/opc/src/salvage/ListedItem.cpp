@@ -90,6 +90,10 @@ bool isEmptied(const SalvageSource& source, const ZipItem& item) {
     return header->item.size != 0 && header->item.size != kInZip64_32;
 }
 
+bool saysEmpty(const SalvageSource& source, const LocalHeader& header, const ZipItem& item) {
+    return header.item.name == item.name && !isEmptied(source, item);
+}
+
 bool mayDescribe(const ZipItem& record, const ZipItem& item) {
     const auto mayBe = [](std::uint64_t recorded, std::uint64_t found) {
         int others = 0;  // bytes that differ and are not zero

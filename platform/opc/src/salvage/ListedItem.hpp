@@ -36,6 +36,10 @@ bool isFollowedByRecord(const SalvageSource& source, const ZipItem& item);
 // zeros had been written over the directory. Empty content would always be whole.
 bool isEmptied(const SalvageSource& source, const ZipItem& item);
 
+// Whether the header at the place of an item that its directory record calls empty does so, too:
+// empty content would be whole anywhere.
+bool saysEmpty(const SalvageSource& source, const LocalHeader& header, const ZipItem& item);
+
 // Whether a directory `record` may have described an item with these numbers, before it was
 // damaged: the checksum is the same, or in each number at most one byte differs but for those that
 // were overwritten with zeros. Otherwise the item is of another version of the file, which was

@@ -17,16 +17,10 @@ struct Salvaged {
     std::vector<ZipItem> items;
 };
 
-// Finds the items of a damaged zip file whose content is whole. Of two items that some reader takes
-// for one, or for a file and its folder, the one whose name is `expected` is kept, then one whose
-// name is plain.
-//
-// If the directory can be read as a whole, only items that it lists are kept. Otherwise its single
-// records and the local headers are searched for. The bytes that a local header claims as its data
-// are not searched, whether the item is whole or not, because they may be a zip file themselves.
-// For the same reason, items after a place where one does not directly follow the other are dropped
-// if there is a sign that such a file was found there: two items with the same name and different
-// content.
+// Finds the items of a damaged zip file whose content is whole, by its directory if that can be
+// read as a whole, otherwise by single records and local headers. Of two items that some reader
+// takes for one, or for a file and its folder, the one whose name is `expected` is kept, then one
+// whose name is plain.
 //
 // Takes time linear in what disjoint items inflate to, because bytes that are read more than once
 // count against a budget, and memory linear in the size of the file. A failure to read is a

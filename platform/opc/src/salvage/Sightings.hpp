@@ -20,7 +20,7 @@ namespace opc::zip {
 class Sightings {
 public:
     // `hasNumbers` is false if the item's content is unknown.
-    void add(const ZipItem& item, bool isSure, bool hasNumbers) {
+    void add(const ZipItem& item, bool isSure, bool hasNumbers = true) {
         const auto content = hasNumbers ? std::optional(Content(item)) : std::nullopt;
         const auto [found, isNew] = first_.try_emplace(item.name, Sighting{content, isSure});
         const Sighting& other = found->second;
