@@ -13,6 +13,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace opc::zip {
@@ -260,11 +261,40 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     const std::string behind =
         ": it follows a damaged place and may belong to a zip file that an item contained;";
     const std::string all = "a=aaaaaaaaaa;b=bb;c=ccc;", others = "a=aaaaaaaaaa;c=ccc;";
+    const std::string elsewhere = "; get the file again from where it came from;";
     const std::string headers = withoutDirectory(good());
+    // What b is, only the directory says: there is no descriptor.
+    BuiltZip undescribed = good(), wide = good();
+    undescribed.items[1].flags = 8;
+    undescribed.items[1].localCrc = undescribed.items[1].localSize =
+        undescribed.items[1].localCompressedSize = 0;
+    std::string longComment = undescribed.bytes(), displaced = undescribed.bytes();
+    longComment[longComment.find("PK\1\2") + 32] = '\x20';
+    displaced.erase(displaced.find("PK\3\4", displaced.find("bb")) + 33, 1).erase(35, 1);
+    wide.items[0].zip64 = true;
+    // An archive of which a text with carriage returns would hide the directory.
+    const BuiltZip text = {.items = {{.name = "a", .content = "1\r\n2\r\n3\r\n", .method = 0},
+                                     {.name = "b", .content = "inner", .method = 0},
+                                     {.name = "d", .content = "inner", .method = 0},
+                                     {.name = "e", .content = "inner", .method = 0},
+                                     {.name = "f", .content = "inner", .method = 0}}};
+    const BuiltZip aroundText = {.items = {{.name = "t", .content = "\r\n\r\n\r\n", .method = 0},
+                                           {.name = "m", .content = text.bytes(), .method = 0}}};
     const struct {
         const char* why;
         std::string bytes, outcome;
     } rows[] = {
+        {"a length of a comment that reaches over a record without which nobody knows the item",
+         longComment, all},
+        {"bytes missing in front of an item that only the directory describes, and behind it",
+         displaced,
+         "b=bb;a: the deflated data is damaged" + elsewhere +
+             "c: its deflated data ends after 0 of 3 declared bytes" + elsewhere},
+        {"bytes put into the header of a large item", wide.bytes().insert(31, "0123456789abcdef"),
+         all},
+        {"a cut behind an archive with text that might have been converted",
+         aroundText.bytes().substr(0, aroundText.bytes().rfind("PK\1\2") + 9),
+         "t=\r\n\r\n\r\n;m=" + text.bytes() + ";"},
         {"a newer version written over the first item of an older one",
          older.bytes().replace(0, newer.bytes().size(), newer.bytes()),
          "b=bb;c=ccc;a: its content is damaged: the checksum does not match the one in the "
@@ -434,8 +464,9 @@ std::vector<BuiltItem> streamed(std::vector<BuiltItem> items, int descriptor) {
     return items;
 }
 
-// The descriptors of the outer and of the inner archive have these sizes.
-std::vector<Nest> nests(int outer, int inner) {
+// The descriptors of the outer and of the inner archive have these sizes. Some writers to a pipe give
+// no descriptor to what they store.
+std::vector<Nest> nests(int outer, int inner, bool describesStored) {
     const auto archive = [&](const std::string& mark, const std::string& code) {
         return BuiltZip{.items =
                             streamed({{.name = "code", .content = code},
@@ -445,8 +476,10 @@ std::vector<Nest> nests(int outer, int inner) {
                                      inner)}
             .bytes();
     };
-    const auto nest = [&](const std::vector<BuiltItem>& items, const char* name) {
-        return Nest(streamed(items, outer), name);
+    const auto nest = [&](std::vector<BuiltItem> items, const char* name) {
+        for (BuiltItem& item : items)
+            item.descriptor = item.method != 0 || describesStored ? outer : 0;
+        return Nest(items, name);
     };
     const BuiltItem code{.name = "code", .content = "outer code"},
         core{.name = "core", .content = "c"};
@@ -461,10 +494,12 @@ std::vector<Nest> nests(int outer, int inner) {
 
 std::vector<Nest> nests() {
     std::vector<Nest> all;
-    for (const auto& [outer, inner] : {std::pair(0, 0), {16, 0}, {12, 24}}) {
-        for (Nest& nest : nests(outer, inner)) {
+    for (const auto& [outer, inner, describesStored] :
+         {std::tuple(0, 0, false), {16, 0, true}, {16, 0, false}, {12, 24, true}}) {
+        for (Nest& nest : nests(outer, inner, describesStored)) {
             nest.why += ", descriptors of " + std::to_string(outer) + " and " +
                         std::to_string(inner) + " bytes";
+            if (!describesStored) nest.why += ", none for what is stored";
             all.push_back(std::move(nest));
         }
     }
@@ -582,6 +617,8 @@ TEST_F(NestTest, SalvageTakesNothingOutOfAnArchiveThatIsCut) {
             for (std::size_t size = nest.data; size < bytes.size(); size += 11) {
                 SCOPED_TRACE(nest.why + ", " + damage.why + ", cut to " + std::to_string(size));
                 check(nest, bytes.substr(0, size), false);
+                const bool isInFront = nest.bytes.find("outer code") < nest.header;
+                EXPECT_TRUE(!isInFront || &damage != kDamages || kept_.contains("code"));
             }
         }
     }
@@ -627,16 +664,19 @@ TEST_F(ZipArchiveTest, SalvageKeepsAllIfItsEndsAreThereTwice) {
     BuiltZip described = good();
     for (auto& item : described.items)
         item.descriptor = 16;
-    for (const std::string& bytes : {good().bytes(), described.bytes()}) {
+    BuiltZip longer = described;
+    longer.items[1].name = "a name of which a copy may hold a part";
+    for (const BuiltZip& zip : {good(), described, longer}) {
+        const std::string bytes = zip.bytes();
+        const std::string all = "a=aaaaaaaaaa;" + zip.items[1].name + "=bb;c=ccc;";
         for (std::size_t size = 1; size < bytes.size(); ++size) {
             const std::string last = bytes + bytes.substr(bytes.size() - size);
-            EXPECT_THAT(salvaged(last), testing::StartsWith("a=aaaaaaaaaa;b=bb;c=ccc;")) << size;
+            EXPECT_THAT(salvaged(last), testing::StartsWith(all)) << size;
             // A copy that begins in the first header makes another one of two halves.
             for (const std::size_t from : {0, 2, 8, 20}) {
                 if (from + size > bytes.size()) continue;
                 const std::string first = bytes.substr(0, from + size) + bytes.substr(from);
-                EXPECT_THAT(salvaged(first), testing::StartsWith("a=aaaaaaaaaa;b=bb;c=ccc;"))
-                    << size << " from " << from;
+                EXPECT_THAT(salvaged(first), testing::StartsWith(all)) << size << " from " << from;
             }
         }
     }

@@ -136,6 +136,7 @@ private:
                 // The end record may be wrong about where the directory is.
                 if (const auto layout = layoutOf(items, place.start)) {
                     place.stated.offset = place.start - static_cast<std::uint64_t>(layout->shift);
+                    place.isStated = false;
                     archive = CandidateArchive(*source_, place, items);
                 }
             }
@@ -165,7 +166,7 @@ private:
         if (isDamaged || count == 0 || isContradicted(end, count, end - start)) return;
         if (lastRecord_ >= end || !spend(end - start)) return;
         try {
-            EndPlace place{{count, end - start, start}, start, end, end};
+            EndPlace place{{count, end - start, start}, start, end, end, false};
             auto items = itemsOf(place);
             const auto layout = layoutOf(items, start);
             if (!layout) return;

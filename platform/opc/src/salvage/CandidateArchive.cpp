@@ -26,6 +26,7 @@ CandidateArchive::CandidateArchive(const SalvageSource& source, const EndPlace& 
     directory_.items = std::move(items);
     directory_.offset = place.stated.offset;
     directory_.shift = static_cast<std::int64_t>(place.start - place.stated.offset);
+    directory_.isExact = place.isStated && directory_.shift == 0;
     findBase();
 }
 
@@ -56,12 +57,12 @@ void CandidateArchive::findBase() {
     for (std::size_t i = 0; i < directory_.items.size(); ++i) {
         const ZipItem& item = directory_.items[i];
         byName_.emplace(item.name, i);
+        byOffset_.emplace(item.headerOffset, i);
         if (shifted.contains(i)) {
             const auto moved = static_cast<std::uint64_t>(directory_.shift);
             firstConfirmed_ = std::min(firstConfirmed_, item.headerOffset + moved);
             continue;
         }
-        if (!stated.contains(i)) missed_.insert(i);
         const auto header = localHeaderAt(*source_, item.headerOffset);
         if (!header || header->item.name == item.name || !isAround(*header))
             inFront_.emplace(item.headerOffset, i);
@@ -103,6 +104,11 @@ const ZipItem* CandidateArchive::itemInFront(std::uint64_t at) const {
     return found == inFront_.end() ? nullptr : &directory_.items[found->second];
 }
 
+const ZipItem* CandidateArchive::itemStatedAt(std::uint64_t at) const {
+    const auto found = byOffset_.find(at);
+    return found == byOffset_.end() ? nullptr : &directory_.items[found->second];
+}
+
 bool CandidateArchive::lists(const ZipItem& item) const {
     const ZipItem* own = itemOf(item.name);
     return own && Content(*own) == Content(item);
@@ -111,11 +117,6 @@ bool CandidateArchive::lists(const ZipItem& item) const {
 std::optional<std::uint64_t> CandidateArchive::listedEnd(const LocalHeader& header) const {
     const ZipItem* own = itemOf(header.item.name);
     return own ? endOfSame(*source_, header, *own) : std::nullopt;
-}
-
-bool CandidateArchive::misses(const LocalHeader& header) const {
-    const auto found = byName_.find(header.item.name);
-    return found != byName_.end() && header.isIncomplete() && missed_.contains(found->second);
 }
 
 }  // namespace opc::zip

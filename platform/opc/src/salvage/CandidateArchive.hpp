@@ -21,6 +21,7 @@ struct EndPlace {
     format::DirectoryRecord stated;  // what the end record says of the directory
     std::uint64_t start, end;        // where the directory really is
     std::uint64_t fileEnd;           // where the archive ends; its comment follows
+    bool isStated = true;            // false if `stated` is a guess
 };
 
 // A directory that can be read as a whole. If bytes were put into the file or removed from it, some
@@ -29,6 +30,7 @@ struct WholeDirectory {
     std::vector<ZipItem> items;  // as readDirectory() gives them, without `directoryRecord`
     std::int64_t shift = 0;      // negative if bytes were removed
     std::uint64_t offset = 0;    // where the end record says that it begins
+    bool isExact = false;        // it begins there, counted from the start of the file
     // Whether there may have been further records in front of these. If an end record says how many
     // there are, there were none.
     bool mayLackRecords = false;
@@ -58,14 +60,14 @@ public:
     // The item that is in front of start() because bytes were put in behind it, and whose header is
     // at the offset `at`; nullptr if there is none.
     const ZipItem* itemInFront(std::uint64_t at) const;
+    // The item whose header is at the offset `at` according to the directory; nullptr if there is
+    // none.
+    const ZipItem* itemStatedAt(std::uint64_t at) const;
     // Whether the directory lists an item of this name and content.
     bool lists(const ZipItem& item) const;
     // The end of the item of a header if the directory lists that item, and not only its name: an
     // archive around this one mostly has items of the same names.
     std::optional<std::uint64_t> listedEnd(const LocalHeader& header) const;
-    // Whether the header, whose numbers are left to a descriptor, has the name of an item of which
-    // no header was found: sectors may have changed places.
-    bool misses(const LocalHeader& header) const;
     std::int64_t shift() const { return directory_.shift; }
 
     WholeDirectory takeDirectory() { return std::move(directory_); }
@@ -85,7 +87,7 @@ private:
     // Indexes of items in front of base_, by header offset.
     std::map<std::uint64_t, std::size_t> inFront_;
     std::map<std::string, std::size_t> byName_;
-    std::set<std::size_t> missed_;  // indexes of items without a header where they should be
+    std::map<std::uint64_t, std::size_t> byOffset_;  // as the directory states it
 };
 
 }  // namespace opc::zip

@@ -37,7 +37,7 @@ public:
     DirectorySalvage(const SalvageSource& source, const WholeDirectory& directory)
         : source_(&source),
           directory_(&directory),
-          isExact_(directory.shift == 0),
+          isInPlace_(directory.shift == 0),
           budget_(source.size),
           reader_(source, budget_),
           kept_(source, reader_),
@@ -119,7 +119,7 @@ private:
             if (there.isKept()) return;
             if (&placed == &places.front()) verdict = std::move(there);
         }
-        if (takeAtOtherOffset(item, places, next)) return;
+        if (takeAtOtherOffset(places, next)) return;
         missing_.emplace(item.name, Missing{item, next});
         failures_.add(places.empty() ? item : places.front(), source_->size, std::move(verdict));
         auto header =
@@ -136,8 +136,8 @@ private:
     // directory's. If the directory's offsets are shifted, the header may belong to an archive
     // within the file, so its numbers are not used.
     void takeByHeader(const ZipItem& item, const ZipItem& placed, LocalHeader& header) {
-        if (isExact_ && takeByNumbers(header, source_->size).isKept()) return;
-        if (isExact_ || header.agreesWith(item))
+        if (isInPlace_ && takeByNumbers(header, source_->size).isKept()) return;
+        if (isInPlace_ || header.agreesWith(item))
             failures_.claim(placed.headerOffset, placed.dataOffset + item.compressedSize);
     }
 
@@ -145,14 +145,17 @@ private:
         return isEmptied(*source_, placed) ? lostBy(Loss::TwoSizes) : kept_.keep(placed);
     }
 
-    // Takes a listed item whose data begins elsewhere than its local header says.
-    bool takeAtOtherOffset(const ZipItem& item, const std::vector<ZipItem>& places,
-                           std::uint64_t next) {
-        for (ZipItem placed : places) {
-            const std::uint64_t moved = placed.headerOffset - item.headerOffset;
-            for (const std::uint64_t offset : otherOffsetsOfData(*source_, placed, next + moved)) {
-                placed.dataOffset = offset;
-                if (keepPlaced(placed).isKept()) return true;
+    // Takes a listed item whose data begins elsewhere than its local header says, perhaps because
+    // bytes were put into the header.
+    bool takeAtOtherOffset(const std::vector<ZipItem>& places, std::uint64_t next) {
+        for (const ZipItem& placed : places) {
+            for (const std::int64_t moved : {std::int64_t{0}, directory_->shift}) {
+                const std::uint64_t end = next + static_cast<std::uint64_t>(moved);
+                for (const std::uint64_t offset : otherOffsetsOfData(*source_, placed, end)) {
+                    ZipItem other = placed;
+                    other.dataOffset = offset;
+                    if (keepPlaced(other).isKept()) return true;
+                }
             }
         }
         return false;
@@ -216,7 +219,8 @@ private:
         const bool isThere = std::any_of(first, last, [&](const auto& missing) {
             const ZipItem& there = missing.second.item;
             const bool isUnknown = there.headerOffset == kInZip64_32;  // its field is damaged
-            const bool isHere = isExact_ && (isUnknown || there.headerOffset == item.headerOffset);
+            const bool isHere =
+                isInPlace_ && (isUnknown || there.headerOffset == item.headerOffset);
             const bool hasRoom = item.dataOffset + item.compressedSize <= missing.second.next;
             return Content(there) == Content(item) ||
                    (isHere && hasRoom && mayDescribe(there, item));
@@ -237,7 +241,7 @@ private:
 
     const SalvageSource* source_;
     const WholeDirectory* directory_;
-    bool isExact_;  // the directory's offsets are not shifted
+    bool isInPlace_;  // the directory's offsets are not shifted
     SearchBudget budget_;
     ItemReader reader_;
     KeptItems kept_;

@@ -32,7 +32,6 @@ ForeignRecords::ForeignRecords(const SalvageSource& source, const CandidateArchi
     : source_(&source), archive_(&archive), reader_(&reader) {}
 
 bool ForeignRecords::hasItemsInFront() {
-    if (isStartTwice()) return false;
     if (isForeignItem(0, Place::Expected)) return true;
     SignatureSearch search(*source_, local::kSignature);
     std::uint64_t from = 0;
@@ -127,20 +126,10 @@ bool ForeignRecords::mayBeAround(const LocalHeader& header) const {
     return header.item.dataOffset == archive_->start() || !archive_->itemOf(header.item.name);
 }
 
-// Whether all that is in front of the archive is a copy of its first bytes.
-bool ForeignRecords::isStartTwice() const {
-    const std::uint64_t start = archive_->start();
-    for (std::uint64_t from = 0; from < start; from += kPiece) {
-        const std::uint64_t piece = std::min(kPiece, start - from);
-        if (source_->at(from, piece) != source_->at(start + from, piece)) return false;
-    }
-    return true;
-}
-
-// Whether the header at the offset `at` is of an item that the directory lists: at its place, in a
-// copy of that, or moved.
+// Whether the header at the offset `at` is of an item that the directory lists, or in a copy of a
+// piece of the file around such a header.
 bool ForeignRecords::isOwn(std::uint64_t at, const LocalHeader& header) {
-    return archive_->listedEnd(header) || isCopy(at, header) || archive_->misses(header);
+    return archive_->listedEnd(header) || isCopy(at, header);
 }
 
 // Whether the header at the offset `at` is in a piece of the file that is there twice, the second
@@ -148,6 +137,8 @@ bool ForeignRecords::isOwn(std::uint64_t at, const LocalHeader& header) {
 bool ForeignRecords::isCopy(std::uint64_t at, const LocalHeader& header) {
     if (copied_.overlap(at, at + 1)) return true;
     const ZipItem* own = archive_->itemOf(header.item.name);
+    // Its name goes on behind the border of the two pieces.
+    if (!own) own = archive_->itemStatedAt(at);
     if (!own) return false;
     const std::uint64_t stated = own->headerOffset;
     std::uint64_t places[] = {stated, stated + static_cast<std::uint64_t>(archive_->shift())};

@@ -18,8 +18,7 @@ public:
 
     // Whether there are items in front of the archive that it does not list: it is then the content
     // of an item of another archive. Such an item is whole or around the archive, because the rest
-    // of a header proves nothing. The file's first sectors, if they are there twice, are no such
-    // items.
+    // of a header proves nothing.
     bool hasItemsInFront();
     // The offset of the first record after the archive that is not a copy of one of its own, as
     // there are if the last sectors of the file are there twice. The size of the file if there is
@@ -33,7 +32,6 @@ private:
     bool isForeignHeader(std::uint64_t at);
     bool isForeignRecord(std::uint64_t at, std::uint64_t size) const;
     bool mayBeAround(const LocalHeader& header) const;
-    bool isStartTwice() const;
     bool isOwn(std::uint64_t at, const LocalHeader& header);
     bool isCopy(std::uint64_t at, const LocalHeader& header);
     bool isRepeated(std::uint64_t at, std::uint64_t place);

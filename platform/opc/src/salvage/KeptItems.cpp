@@ -6,6 +6,7 @@
 #include "platform/opc/src/zip/ZipFormat.hpp"
 
 #include <algorithm>
+#include <cstddef>
 
 namespace opc::zip {
 
@@ -35,7 +36,6 @@ Verdict KeptItems::keep(ZipItem item) {
     if (start < item.endOffset)
         bytes_.add(start, item.endOffset + descriptorSize(*source_, item.endOffset, item));
     names_.emplace(item.name, item);
-    if (!item.otherName.empty()) twoNames_.emplace(item.name, items_.size());
     data_.insert(dataOf(item));
     item.directoryRecord = {};
     items_.push_back(std::move(item));
@@ -61,18 +61,6 @@ Verdict KeptItems::keepByNumbers(LocalHeader& header, std::uint64_t limit,
         if (keep(std::move(likely)).isKept()) return {};
     }
     return lostBy(Loss::TwoSizes);
-}
-
-bool KeptItems::freeName(const std::string& name) {
-    const auto found = twoNames_.find(name);
-    if (found == twoNames_.end()) return false;
-    ZipItem& item = items_[found->second];
-    if (hasName(item.otherName)) return false;
-    names_.erase(name);
-    item.name = std::exchange(item.otherName, {});
-    names_.emplace(item.name, item);
-    twoNames_.erase(found);
-    return true;
 }
 
 // Whether what is between the name and the data can be extra fields.

@@ -6,7 +6,6 @@
 #include "platform/opc/src/salvage/ItemReader.hpp"
 #include "platform/opc/src/salvage/Loss.hpp"
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -34,10 +33,6 @@ public:
     // Of two different sizes of a stored item, the one that fits the checksum counts.
     Verdict keepByNumbers(LocalHeader& header, std::uint64_t limit,
                           const std::function<std::optional<Loss>(ZipItem&)>& objection);
-
-    // Frees this name: the item that was kept under it gets its `otherName`, if that is one and is
-    // free. Returns whether it did.
-    bool freeName(const std::string& name);
 
     // In the order in which they were kept.
     const std::vector<ZipItem>& items() const { return items_; }
@@ -73,7 +68,6 @@ private:
     Ranges bytes_;
     std::set<Data> data_;
     std::map<std::string, Content> names_;
-    std::map<std::string, std::size_t> twoNames_;  // indexes of items that have a `otherName`
 };
 
 }  // namespace opc::zip

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -46,13 +47,13 @@ public:
           failures_(source) {}
 
     Salvaged run() {
-        followHeaders();
         searchRecords();
         takeWithoutHeaders();
         searchHeaders();
+        seeRecords();
         Salvaged found{.lost = failures_.lost(kept_, sightings_, lastRecords_),
                        .items = kept_.takeItems()};
-        dropUnsure(found);
+        dropDoubtful(found);
         return found;
     }
 
@@ -75,18 +76,6 @@ private:
     std::span<const Record> recordsOf(const ZipItem& item) const {
         const auto found = records_.find(item.headerOffset);
         return found == records_.end() ? std::span<const Record>() : found->second;
-    }
-
-    // Remembers the data of the items from the start of the file on, as far as each header says
-    // where the next one is.
-    void followHeaders() {
-        std::uint64_t at = 0;
-        while (const auto header = localHeaderAt(*source_, at, Place::Expected)) {
-            const auto end = header->claimedEnd();
-            if (!end) return;
-            inItems_.add(header->item.dataOffset, *end);
-            at = *end + descriptorSize(*source_, *end, header->item);
-        }
     }
 
     void searchRecords() {
@@ -125,7 +114,6 @@ private:
             if (header && endOfSame(*source_, *header, item)) {
                 takeConfirmed(item);
             } else {
-                sightings_.add(item, false);
                 records_[headerOffset].push_back({std::move(item), at});
             }
             return size;
@@ -209,11 +197,10 @@ private:
             localHeaderAt(*source_, position.at, position.isSure ? Place::Expected : Place::Any);
         if (!header) return behindNonsense(position, limit);
         if (takeByRecord(*header)) return {kept_.endOfLast()};
-        // An item of this name that has another one, too, is called by that.
-        if (position.isSure) kept_.freeName(header->item.name);
         Verdict verdict = takeByNumbers(*header, limit);
         sightings_.add(header->item, position.isSure, !header->isIncomplete());
         if (verdict.isKept()) {
+            unconfirmed_.insert(position.at);
             if (!position.isSure) sightings_.addUnsure(position.at);
             return {kept_.endOfLast(), position.isSure};
         }
@@ -297,27 +284,46 @@ private:
 
     Verdict takeByNumbers(LocalHeader& header, std::uint64_t limit) {
         return kept_.keepByNumbers(header, limit, [this](ZipItem& item) -> std::optional<Loss> {
-            if (isContradicted(item)) return Loss::Version;
             if (item.compressedSize == 0 && !isFollowedByRecord(*source_, item))
                 return Loss::Header;
             return std::nullopt;
         });
     }
 
-    // Whether single directory records, other than those in the data of items, say of this place and
-    // name what can be said of another version of the item only.
+    // Whether the offset `at` is in the data of an item, as is known when all have been found. The
+    // records of an archive there say nothing about the file's own items.
+    bool isInItem(std::uint64_t at) const {
+        return kept_.bytes().endAround(at) || failures_.claimed().endAround(at);
+    }
+
+    void seeRecords() {
+        for (const auto& [offset, records] : records_) {
+            for (const auto& [item, at] : records) {
+                if (!isInItem(at)) sightings_.add(item, false);
+            }
+        }
+    }
+
+    // Whether single directory records say of this item's place and name what can be said of another
+    // version of the item only.
     bool isContradicted(const ZipItem& item) const {
         bool isDescribed = false, isContradicted = false;
         for (const auto& [record, at] : recordsOf(item)) {
-            if (record.name != item.name || inItems_.endAround(at)) continue;
+            if (record.name != item.name || isInItem(at)) continue;
             (mayDescribe(record, item) ? isDescribed : isContradicted) = true;
         }
         return isContradicted && !isDescribed;
     }
 
-    void dropUnsure(Salvaged& found) const {
+    // Why an item that was kept has to go after all, as is known in the end; nullopt if it may stay.
+    std::optional<Loss> lossOf(const ZipItem& item) const {
+        if (unconfirmed_.contains(item.headerOffset) && isContradicted(item)) return Loss::Version;
+        return sightings_.lossOf(item);
+    }
+
+    void dropDoubtful(Salvaged& found) const {
         std::erase_if(found.items, [&](const ZipItem& item) {
-            const auto loss = sightings_.lossOf(item);
+            const auto loss = lossOf(item);
             if (loss) found.lost.push_back({item.displayName(), textOf(*loss)});
             return loss.has_value();
         });
@@ -330,7 +336,7 @@ private:
     KeptItems kept_;
     Failures failures_;
     Sightings sightings_;
-    Ranges inItems_;  // data of items, from the start of the file up to damage
+    std::set<std::uint64_t> unconfirmed_;  // header offsets of items that only a header describes
     // Directory records that no local header confirms, by header offset.
     std::map<std::uint64_t, std::vector<Record>> records_;
     std::uint64_t lastRecords_ = 0;  // where the last directory records begin

@@ -7,6 +7,8 @@
 #include "platform/opc/src/salvage/RecordSalvage.hpp"
 
 #include <algorithm>
+#include <set>
+#include <string>
 #include <utility>
 
 namespace opc::zip {
@@ -36,12 +38,29 @@ void dropConflicts(Salvaged& found, std::span<const std::string> expected) {
     });
 }
 
+// Whether each item of one list is also in the other.
+bool areIn(const std::vector<ZipItem>& some, const std::vector<ZipItem>& all) {
+    std::set<std::pair<std::string, Content>> known;
+    for (const ZipItem& item : all)
+        known.emplace(item.name, Content(item));
+    return std::ranges::all_of(some, [&](const ZipItem& item) {
+        return known.contains({item.name, Content(item)});
+    });
+}
+
 }  // namespace
+
+bool isConversionOf(const Salvaged& before, const Salvaged& found,
+                    const UnconvertedFile& unconverted) {
+    return before.isExact || (before.items.size() > found.items.size() &&
+                              !unconverted.hasBareFeeds() && areIn(found.items, before.items));
+}
 
 Salvaged salvageItems(const SalvageSource& source, std::span<const std::string> expected) {
     ArchivesWithin archives = findArchives(source);
     Salvaged found = archives.own ? salvageByDirectory(source, *archives.own)
                                   : salvageByRecords(source, std::move(archives.others));
+    found.isExact = archives.own && archives.own->isExact;
     dropConflicts(found, expected);
     std::ranges::sort(found.items, {}, &ZipItem::headerOffset);
     return found;

@@ -22,9 +22,11 @@ public:
     // `hasNumbers` is false if the item's content is unknown.
     void add(const ZipItem& item, bool isSure, bool hasNumbers = true) {
         const auto content = hasNumbers ? std::optional(Content(item)) : std::nullopt;
-        const auto [found, isNew] = first_.try_emplace(item.name, Sighting{content, isSure});
+        const auto [found, isNew] =
+            first_.try_emplace(item.name, Sighting{content, isSure, item.headerOffset});
         const Sighting& other = found->second;
-        if (isNew || (content && other.content == content)) return;
+        if (isNew || other.place == item.headerOffset) return;
+        if (content && other.content == content) return;
         if (!isSure || !other.isSure) {
             isMixed_ = true;
         } else if (content && other.content) {
@@ -48,6 +50,7 @@ private:
     struct Sighting {
         std::optional<Content> content;  // nullopt if unknown
         bool isSure;
+        std::uint64_t place;  // of the local header; two records of one place are of one item
     };
 
     std::map<std::string, Sighting, FoldedLess> first_;

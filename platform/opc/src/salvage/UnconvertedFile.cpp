@@ -49,6 +49,7 @@ std::shared_ptr<const UnconvertedFile> UnconvertedFile::of(
         if (taken == kBlock) continue;
         if (added == 0) return nullptr;
         file->source_ = std::move(source);
+        file->hasBareFeeds_ = added < feeds;
         return file;
     }
     return nullptr;

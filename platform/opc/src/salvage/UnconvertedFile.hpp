@@ -23,6 +23,9 @@ public:
     std::size_t readAt(std::span<std::byte> buffer, std::uint64_t offset) const override;
     // In bytes.
     std::uint64_t size() const { return size_; }
+    // Whether there are line feeds in the source that have no carriage return in front of them. A
+    // conversion leaves none.
+    bool hasBareFeeds() const { return hasBareFeeds_; }
 
 private:
     UnconvertedFile() = default;
@@ -31,6 +34,7 @@ private:
     // The offset here of the first byte that is taken from each block of the source.
     std::vector<std::uint64_t> starts_;
     std::uint64_t size_ = 0;
+    bool hasBareFeeds_ = false;
 };
 
 }  // namespace opc::zip

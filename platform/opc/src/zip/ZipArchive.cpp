@@ -108,9 +108,9 @@ void ZipArchive::State::readDirectoryBytes(ArchiveBytes& bytes,
 void ZipArchive::State::salvage(std::vector<LostItem>& lost,
                                 std::span<const std::string> expected) {
     Salvaged found = salvageItems({source, stamp.size, &path}, expected);
-    if (const auto unconverted = UnconvertedFile::of(source)) {
+    if (const auto unconverted = found.isExact ? nullptr : UnconvertedFile::of(source)) {
         Salvaged before = salvageItems({unconverted, unconverted->size(), &path}, expected);
-        isConverted = before.items.size() > found.items.size();
+        isConverted = isConversionOf(before, found, *unconverted);
         if (isConverted) {
             found = std::move(before);
             itemSource = unconverted;
