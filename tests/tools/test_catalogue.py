@@ -313,6 +313,14 @@ class Index(CatalogueTest):
         self.assertNotEqual(before, after)
 
     @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
+    def test_what_a_finished_run_did_outlives_a_power_failure(self):
+        self.app("apps/a.kvpkg", "Name=One")
+        subprocess.run(["strace", "-f", "-qq", "-y", "-o", "calls", "-e", "trace=unlink,unlinkat,fsync,fdatasync",
+                        TOOL, "index", "-d", "c.db", "apps"], cwd=self.dir, capture_output=True, check=True)
+        behind = self.read("calls").decode().rpartition('c.db-journal"')[2]
+        self.assertRegex(behind, rf"sync\(\d+<{re.escape(str(self.dir.resolve()))}>\)")
+
+    @unittest.skipIf(why_not(), f"ptrace is not permitted here: {why_not().strip()}")
     def test_a_failing_disk_loses_nothing_that_was_there(self):
         self.app("apps/a.kvpkg", "Name=One")
         self.index("apps")

@@ -283,6 +283,9 @@ void SqlConnection::harden() const {
         sqlite3_limit(database, limit, value);
     // What follows reads the file for the first time, with all of the above in force.
     execute("PRAGMA cell_size_check = ON; PRAGMA temp_store = MEMORY; PRAGMA mmap_size = 0");
+    // Or a power failure could bring back the journal of a run that has ended, and with it the
+    // database as it was before.
+    execute("PRAGMA synchronous = EXTRA");
     sqlite3_set_authorizer(database, authorize, nullptr);
 }
 
