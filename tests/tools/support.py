@@ -40,13 +40,13 @@ class ToolTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.dir = pathlib.Path(folder.name)
 
-    def run_tool(self, *args, limit=None, env={}, **options):
+    def run_tool(self, *args, tool=TOOL, limit=None, env={}, **options):
         """`limit` is a bound of the shell, such as "-s 128"."""
         options = {"stdout": subprocess.PIPE, **options}
         if "input" not in options and "stdin" not in options:
             options["stdin"] = subprocess.DEVNULL
         shell = ["sh", "-c", f'ulimit {limit} && exec "$0" "$@"'] if limit else []
-        return subprocess.run([*shell, TOOL, *args], cwd=self.dir, env={**os.environ, **env}, timeout=120,
+        return subprocess.run([*shell, tool, *args], cwd=self.dir, env={**os.environ, **env}, timeout=120,
                               stderr=subprocess.PIPE, **options)
 
     def with_faults(self, call, fault, *args):

@@ -4,18 +4,19 @@ import os
 import shutil
 import unittest
 
-from support import ToolTest
+from support import TOOL, ToolTest
 
-MAIN = 1000  # about as many allocations are made before main()
+# About as many allocations are made before main(), by the tool and by the host.
+MAIN, HOST_MAIN = 1000, 50
 
 
 class Memory(ToolTest):
-    def outcomes(self, step, *args):
+    def outcomes(self, step, *args, tool=TOOL, number=MAIN):
         """Exit status and standard error with an allocation failing, then a later one, until none does."""
-        number, unhurt = MAIN, 0
+        unhurt = 0
         while unhurt < 40:
-            run = self.run_tool(*args, env={"LD_PRELOAD": os.environ["FAILING_MALLOC"],
-                                            "QZ_FAILING_ALLOCATION": str(number)})
+            run = self.run_tool(*args, tool=tool, env={"LD_PRELOAD": os.environ["FAILING_MALLOC"],
+                                                       "QZ_FAILING_ALLOCATION": str(number)})
             unhurt = 0 if run.returncode else unhurt + 1
             yield number, run.returncode, run.stderr.decode()
             number += step
@@ -42,6 +43,13 @@ class Memory(ToolTest):
                 failures += status == 1
                 (self.dir / out).unlink(missing_ok=True)
             self.assertGreater(failures, 20)
+
+    def test_the_host_says_so_too(self):
+        statuses = set()
+        for number, status, errors in self.outcomes(7, "classes", tool=TOOL.parent / "qzhost", number=HOST_MAIN):
+            self.assertTrue(status == 0 or "memory" in errors, (number, status, errors))
+            statuses.add(status)
+        self.assertEqual(statuses, {0, 1})
 
 
 if __name__ == "__main__":

@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <unistd.h>
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Error.hpp>
@@ -10,6 +11,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -18,6 +20,7 @@
 #include <string>
 #include <system_error>
 
+#include "tools/OutOfMemory.hpp"
 #include "tools/qzhost/ClassesCommand.hpp"
 #include "tools/qzhost/Module.hpp"
 #include "tools/qzhost/ReadCommand.hpp"
@@ -83,6 +86,10 @@ void report(const std::string& message) {
     std::fputs(message.c_str(), stderr);
 }
 
+void reportLackOfMemory() {
+    std::fputs("qzhost: there is not enough memory\n", stderr);
+}
+
 int reportFailures(const std::function<void()>& command) {
     try {
         command();
@@ -90,6 +97,8 @@ int reportFailures(const std::function<void()>& command) {
     } catch (const messages::HostError& error) {
         report(fmt::format("{}: {}\n", error.message().fullIdentifier(),
                            qzhost::visible(error.message().text())));
+    } catch (const std::bad_alloc&) {
+        reportLackOfMemory();
     } catch (const std::exception& error) {
         report(fmt::format("qzhost: {}\n", foundation::printable(error.what())));
     }
@@ -129,13 +138,20 @@ int runHost(int argc, char** argv) {
     return run(app, options);
 }
 
+[[noreturn]] void terminate() {
+    if (!isOutOfMemory()) std::abort();
+    reportLackOfMemory();
+    ::_exit(kFailure);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    std::set_terminate(terminate);
     try {
         return runHost(argc, argv);
     } catch (const std::bad_alloc&) {
-        std::fputs("qzhost: there is not enough memory\n", stderr);
+        reportLackOfMemory();
         return kFailure;
     }
 }

@@ -30,6 +30,7 @@
 #include "app/Progress.hpp"
 #include "app/Suggestion.hpp"
 #include "app/Warnings.hpp"
+#include "tools/OutOfMemory.hpp"
 #include "tools/qzapp/cli/Arguments.hpp"
 #include "tools/qzapp/cli/Cage.hpp"
 #include "tools/qzapp/cli/ErrorStream.hpp"
@@ -357,19 +358,12 @@ void reportLackOfMemory() {
 
 int statusAtTermination = kFailed;
 
-// Destructors and other functions that must not fail take memory all the same in some libraries.
-// Without it the process ends, and it ends as it does after another failure.
-[[noreturn]] void endIfMemoryLacks() {
-    try {
-        if (const auto failure = std::current_exception()) std::rethrow_exception(failure);
-    } catch (const std::bad_alloc&) {
-        removePrivateFolders();
-        reportLackOfMemory();
-        ::_exit(statusAtTermination);
-    } catch (...) {
-        // a fault of the program
-    }
-    std::abort();
+// Without memory the process ends as it does after another failure.
+[[noreturn]] void terminate() {
+    if (!isOutOfMemory()) std::abort();
+    removePrivateFolders();
+    reportLackOfMemory();
+    ::_exit(statusAtTermination);
 }
 
 }  // namespace
@@ -377,7 +371,7 @@ int statusAtTermination = kFailed;
 int runCommandLine(int argc, const char* const* argv) {
     const Verb* verb = findVerb(argc > 1 ? argv[1] : "");
     statusAtTermination = statusOfFailure(verb);
-    std::set_terminate(endIfMemoryLacks);
+    std::set_terminate(terminate);
     try {
         return runAndReport(argc, argv, verb);
     } catch (const std::bad_alloc&) {
