@@ -272,6 +272,10 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     longComment[longComment.find("PK\1\2") + 32] = '\x20';
     displaced.erase(displaced.find("PK\3\4", displaced.find("bb")) + 33, 1).erase(35, 1);
     wide.items[0].zip64 = true;
+    BuiltZip emptyDescribed = good();
+    emptyDescribed.items[1] = {.name = "b", .method = 0, .descriptor = 16};
+    const std::string cutBehind =
+        emptyDescribed.bytes().substr(0, emptyDescribed.bytes().rfind("PK\3\4"));
     // An archive of which a text with carriage returns would hide the directory.
     const BuiltZip text = {.items = {{.name = "a", .content = "1\r\n2\r\n3\r\n", .method = 0},
                                      {.name = "b", .content = "inner", .method = 0},
@@ -290,6 +294,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          displaced,
          "b=bb;a: the deflated data is damaged" + elsewhere +
              "c: its deflated data ends after 0 of 3 declared bytes" + elsewhere},
+        {"a cut behind the descriptor of an empty item", cutBehind, "a=aaaaaaaaaa;b=;"},
         {"bytes put into the header of a large item", wide.bytes().insert(31, "0123456789abcdef"),
          all},
         {"a cut behind an archive with text that might have been converted",

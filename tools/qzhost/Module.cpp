@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <exception>
 #include <iterator>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -54,6 +55,8 @@ std::string Module::initialize() {
     std::string failure;
     try {
         entryPoint();
+    } catch (const std::bad_alloc&) {
+        failure = fmt::format("{} failed: there is not enough memory", kInitialize);
     } catch (const std::exception& error) {
         failure = fmt::format("{} failed: {}", kInitialize, error.what());
     }

@@ -69,6 +69,8 @@ std::vector<std::uint64_t> otherOffsetsOfData(const SalvageSource& source, const
 }
 
 bool isFollowedByRecord(const SalvageSource& source, const ZipItem& item) {
+    const bool isSigned = source.number(item.dataOffset) == descriptor::kSignature;
+    if (isSigned && descriptorSize(source, item.dataOffset, item) != 0) return true;
     return std::ranges::any_of(kDescriptorSizes, [&](std::uint64_t descriptor) {
         const auto next = source.number(item.dataOffset + descriptor);
         return (!next && descriptor == 0) || next == local::kSignature ||

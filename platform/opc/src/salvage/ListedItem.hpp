@@ -27,8 +27,8 @@ std::vector<ZipItem> placesOf(const SalvageSource& source, const ZipItem& item, 
 std::vector<std::uint64_t> otherOffsetsOfData(const SalvageSource& source, const ZipItem& item,
                                               std::uint64_t next);
 
-// Whether another record or the end of the file follows an item without data, perhaps behind a
-// descriptor, which may be damaged. If something else does, zeros may have been written over what
+// Whether its descriptor with a signature, another record or the end of the file follows an item
+// without data, the last two perhaps behind a descriptor that is damaged. If something else does, zeros may have been written over what
 // its header says.
 bool isFollowedByRecord(const SalvageSource& source, const ZipItem& item);
 
