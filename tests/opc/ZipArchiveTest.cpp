@@ -277,11 +277,12 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     const std::string cutBehind =
         emptyDescribed.bytes().substr(0, emptyDescribed.bytes().rfind("PK\3\4"));
     // An archive of which a text with carriage returns would hide the directory.
-    const BuiltZip text = {.items = {{.name = "a", .content = "1\r\n2\r\n3\r\n", .method = 0},
-                                     {.name = "b", .content = "inner", .method = 0},
-                                     {.name = "d", .content = "inner", .method = 0},
-                                     {.name = "e", .content = "inner", .method = 0},
-                                     {.name = "f", .content = "inner", .method = 0}}};
+    const BuiltZip text = {
+        .items = {{.name = "a", .content = "1\r\n2\r\n3\r\n", .method = 0, .comment = "\r\n"},
+                  {.name = "b", .content = "inner", .method = 0},
+                  {.name = "d", .content = "inner", .method = 0},
+                  {.name = "e", .content = "inner", .method = 0},
+                  {.name = "f", .content = "inner", .method = 0}}};
     const BuiltZip aroundText = {.items = {{.name = "t", .content = "\r\n\r\n\r\n", .method = 0},
                                            {.name = "m", .content = text.bytes(), .method = 0}}};
     const struct {
