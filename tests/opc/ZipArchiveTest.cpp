@@ -28,6 +28,13 @@ BuiltZip good() {
                       {.name = "c", .content = "ccc"}}};
 }
 
+// A writer to a pipe leaves checksum and sizes to a descriptor after the data.
+std::vector<BuiltItem> piped(std::vector<BuiltItem> items, int descriptor) {
+    for (BuiltItem& item : items)
+        item.descriptor = descriptor;
+    return items;
+}
+
 class ZipArchiveTest : public testing::Test {
 protected:
     fl::filesystem::path write(const std::string& bytes) const {
@@ -276,6 +283,14 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     emptyDescribed.items[1] = {.name = "b", .method = 0, .descriptor = 16};
     const std::string cutBehind =
         emptyDescribed.bytes().substr(0, emptyDescribed.bytes().rfind("PK\3\4"));
+    // The end of c, and all records but its own.
+    BuiltZip prefixed = good();
+    prefixed.items = piped(prefixed.items, 16);
+    prefixed.items[0].before = "a program that takes out what follows";
+    std::string lastDamaged = prefixed.bytes();
+    const std::size_t lastEnd = lastDamaged.find("PK\1\2") - 18;
+    std::fill(lastDamaged.begin() + std::ptrdiff_t(lastEnd),
+              lastDamaged.begin() + std::ptrdiff_t(lastDamaged.rfind("PK\1\2")), '\xff');
     // An archive of which a text with carriage returns would hide the directory.
     const BuiltZip text = {
         .items = {{.name = "a", .content = "1\r\n2\r\n3\r\n", .method = 0, .comment = "\r\n"},
@@ -295,6 +310,8 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
          displaced,
          "b=bb;a: the deflated data is damaged" + elsewhere +
              "c: its deflated data ends after 0 of 3 declared bytes" + elsewhere},
+        {"damage behind bytes in front and up to the last record", lastDamaged,
+         "a=aaaaaaaaaa;b=bb;c: the end of its data cannot be determined;"},
         {"a cut behind the descriptor of an empty item", cutBehind, "a=aaaaaaaaaa;b=;"},
         {"bytes put into the header of a large item", wide.bytes().insert(31, "0123456789abcdef"),
          all},
@@ -463,23 +480,15 @@ struct Nest {
     }
 };
 
-// A writer to a pipe leaves checksum and sizes to a descriptor after the data.
-std::vector<BuiltItem> streamed(std::vector<BuiltItem> items, int descriptor) {
-    for (BuiltItem& item : items)
-        item.descriptor = descriptor;
-    return items;
-}
-
 // The descriptors of the outer and of the inner archive have these sizes. Some writers to a pipe give
 // no descriptor to what they store.
 std::vector<Nest> nests(int outer, int inner, bool describesStored) {
     const auto archive = [&](const std::string& mark, const std::string& code) {
-        return BuiltZip{.items =
-                            streamed({{.name = "code", .content = code},
-                                      {.name = "model", .content = mark + " model", .method = 0},
-                                      {.name = "shot", .content = mark + " shot", .method = 0},
-                                      {.name = "core", .content = mark + " core"}},
-                                     inner)}
+        return BuiltZip{.items = piped({{.name = "code", .content = code},
+                                        {.name = "model", .content = mark + " model", .method = 0},
+                                        {.name = "shot", .content = mark + " shot", .method = 0},
+                                        {.name = "core", .content = mark + " core"}},
+                                       inner)}
             .bytes();
     };
     const auto nest = [&](std::vector<BuiltItem> items, const char* name) {
@@ -624,7 +633,11 @@ TEST_F(NestTest, SalvageTakesNothingOutOfAnArchiveThatIsCut) {
                 SCOPED_TRACE(nest.why + ", " + damage.why + ", cut to " + std::to_string(size));
                 check(nest, bytes.substr(0, size), false);
                 const bool isInFront = nest.bytes.find("outer code") < nest.header;
-                EXPECT_TRUE(!isInFront || &damage != kDamages || kept_.contains("code"));
+                const bool isKept = isInFront && &damage == kDamages;
+                EXPECT_TRUE(!isKept || kept_.contains("code"));
+                if (!isKept || size >= nest.end) continue;
+                check(nest, "junk" + std::string(40, '\0') + bytes.substr(0, size), false);
+                EXPECT_TRUE(kept_.contains("code"));
             }
         }
     }
@@ -715,7 +728,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatBytesFromElsewhereDoNotTouch) {
     longer.items[2] = {.name = "c/and/more", .content = "of some length"};
     for (const int descriptor : {0, 16}) {
         for (BuiltZip zip : {good(), longer}) {
-            zip.items = streamed(zip.items, descriptor);
+            zip.items = piped(zip.items, descriptor);
             const bool isLonger = zip.items[2].name != "c";
             check(zip.bytes(), isLonger ? "c/and/more=of some length;" : "c=ccc;", !isLonger);
         }
