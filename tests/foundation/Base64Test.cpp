@@ -59,7 +59,7 @@ TEST(Base64Decode, NamesTheOffsetOfWhatIsWrong) {
         {"Zm9v\nZ \n", 5}, {"Z===", 0}, {"Zg==Zg==", 4}, {"Zg= Z", 4},
         {"Zm8==", 4},      {"=", 0},    {"Zg=*", 3},
     };
-    for (const std::size_t front : {0, 12, 16, 4092, 4096, 5000}) {
+    for (const std::size_t front : {0u, 12u, 16u, 4092u, 4096u, 5000u}) {
         for (const auto& [text, offset] : rows)
             EXPECT_EQ(errorOffset(std::string(front, 'Q') + text), front + offset) << text;
     }

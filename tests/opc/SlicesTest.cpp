@@ -97,7 +97,7 @@ TEST_F(SlicesTest, TheBytesDependOnTheContentOnly) {
         const std::string content = prose(size);
         foundation::threads::setLimit(1);
         const std::string alone = saved(content, 0);
-        for (const unsigned threads : {1, 4}) {
+        for (const unsigned threads : {1u, 4u}) {
             foundation::threads::setLimit(threads);
             for (const std::size_t piece :
                  {std::size_t{0}, std::size_t{77'777}, 3 * kMiB + 1, size})
@@ -151,7 +151,7 @@ TEST(SliceField, HoldsNoSignatureAndIsNeverTooLarge) {
     // Checksums and sizes whose bytes are those of records.
     constexpr std::uint32_t kSignatures[] = {0x04034b50, 0x02014b50, 0x08074b50, 0x06054b50,
                                              0x4b504b50};
-    for (const std::size_t count : {4, 5, 3000, 4094, 4095, 4096, 9000, 100'000}) {
+    for (const std::size_t count : {4u, 5u, 3000u, 4094u, 4095u, 4096u, 9000u, 100'000u}) {
         std::vector<SliceTable::Slice> slices;
         std::uint64_t total = 0;
         for (std::size_t i = 0; i < count; ++i) {

@@ -47,6 +47,7 @@ protected:
     std::string salvaged(const std::string& bytes) const {
         std::vector<LostItem> lost;
         const auto archive = ZipArchive::salvage(write(bytes), lost);
+        EXPECT_TRUE(std::ranges::is_sorted(archive->items(), {}, &ZipItem::dataOffset));
         std::string outcome;
         for (const ZipItem& item : archive->items())
             outcome += item.displayName() + "=" + readAll(*archive->read(item)) + ";";
@@ -189,7 +190,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
     claimingOne[claimingOne.find("PK\1\2") + 32] = 64;
     BuiltZip sized = good();
     sized.items[0].method = 0;
-    for (std::size_t i : {0, 1}) {
+    for (std::size_t i : {0u, 1u}) {
         sized.items[i].descriptor = i == 0 ? 16 : 12;
         sized.items[i].localSize = sized.items[i].content.size();
         sized.items[i].localCompressedSize = sized.items[i].localSize;
@@ -341,7 +342,8 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
         {"a cut in a streamed item that holds an archive as it is", blockCut,
          "b=aaaaaaaaaa;a: the file ends before its data does;"},
         {"zeros from within a streamed item that holds an archive as it is",
-         blockCut + std::string(400, '\0'), "b=aaaaaaaaaa;a" + behind + "d" + behind},
+         blockCut + std::string(400, '\0'),
+         "b=aaaaaaaaaa;a: the end of its data cannot be determined;"},
         {"stored, with sizes in a descriptor without signature", withoutDirectory(unsignedOne),
          all},
         {"a cut behind the first record, which is that of the last item",
@@ -408,8 +410,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsWhatIsWholeAndSaysWhatIsNot) {
              .erase(10, 1)
              .substr(0, good().bytes().size() - 24),
          "b=bb;c=ccc;a: the file ends before its data does;"},
-        {"bytes put into the first header", good().bytes().insert(30, 100, 'x'),
-         all + "x: the directory does not list it;"},
+        {"bytes put into the first header", good().bytes().insert(30, 100, 'x'), all},
         {"a header without sense in front of much data", nonsense(1000),
          others + "b: its header is damaged;"},
         {"a header without sense in front of a header", nonsense(100),
@@ -678,6 +679,65 @@ TEST_F(NestTest, SalvageKeepsAllButTheItemThatBytesArePutInto) {
     }
 }
 
+// An item may hold a program in front of an archive, or the rest of one that was cut off in front. That
+// items of the archive are the package's, too, and at the same place, makes it look like the package.
+TEST_F(NestTest, SalvageTakesNothingOutOfPartsOfArchives) {
+    const BuiltItem first{.name = "first", .content = std::string(90, 't'), .method = 0};
+    const auto check = [this](const Nest& nest, const std::string& bytes, bool isAll) {
+        NestTest::check(nest, bytes, false);
+        EXPECT_TRUE(kept_.contains("first") && kept_.contains("code"));
+        EXPECT_TRUE(!isAll || kept_.size() == nest.contents.size());
+    };
+    for (const auto& [outer, inner, name, code] : {std::tuple(0, 0, "bak", "outer code"),
+                                                   {0, 16, "bak", "outer code"},
+                                                   {16, 0, "bak", "outer code"},
+                                                   {16, 16, "bak", "outer code"},
+                                                   {16, 0, "model", "outer code"},
+                                                   {16, 0, "model", "inner code"}}) {
+        std::vector<BuiltItem> items =
+            piped({first,
+                   {.name = "code", .content = "inner code"},
+                   {.name = "model", .content = "inner model", .method = 0},
+                   {.name = "last", .content = "inner", .method = 0}},
+                  inner);
+        const std::string archive = BuiltZip{.items = items}.bytes();
+        // Its record leads into the item that holds the archive.
+        const std::size_t data =
+            BuiltZip{.items = {first, {.name = "code", .content = code}}}.bytes().find("PK\1\2") +
+            33;
+        items.push_back({.name = "none", .content = "prog", .method = 0, .offset = data + 2 - 34});
+        const std::string withOneMore = BuiltZip{.items = items}.bytes();
+        const auto from = [](const std::string& bytes, const char* text, std::size_t skipped) {
+            return bytes.substr(bytes.find(text) - skipped);
+        };
+        for (const std::string& content :
+             {"a program" + archive, archive.substr(50), from(archive, "last", 30),
+              "a program" + from(withOneMore, "PK\1\2", 0)}) {
+            // If all that is in front is the archive's, too, the rest of it is taken for the package.
+            if (code == std::string("inner code") && !content.starts_with("a program")) continue;
+            const BuiltItem holder{.name = name, .content = content, .method = 0};
+            const Nest nest(piped({first, {.name = "code", .content = code}, holder}, outer), name);
+            SCOPED_TRACE(nest.why + ", " + std::to_string(content.size()) +
+                         " bytes, descriptors of " + std::to_string(outer) + " and " +
+                         std::to_string(inner) + " bytes");
+            for (std::size_t at = nest.directory; at < nest.endRecord; ++at) {
+                if (nest.bytes.compare(at, 4, "PK\1\2") != 0) continue;
+                std::string flipped = nest.bytes;
+                flipped[at + 34] ^= 1;  // the number of the disk
+                check(nest, flipped, true);
+            }
+            for (std::size_t at = nest.data + 1; at < nest.endRecord; at += 3) {
+                SCOPED_TRACE(std::to_string(at - nest.data) + " bytes of the item");
+                check(nest, nest.bytes.substr(0, at), false);
+                std::string zeros = nest.bytes;
+                std::fill(zeros.begin() + std::ptrdiff_t(at),
+                          zeros.begin() + std::ptrdiff_t(nest.endRecord), '\0');
+                check(nest, zeros, false);
+            }
+        }
+    }
+}
+
 // The first or the last bytes come twice, as when a block was written to the wrong place.
 TEST_F(ZipArchiveTest, SalvageKeepsAllIfItsEndsAreThereTwice) {
     BuiltZip described = good();
@@ -692,7 +752,7 @@ TEST_F(ZipArchiveTest, SalvageKeepsAllIfItsEndsAreThereTwice) {
             const std::string last = bytes + bytes.substr(bytes.size() - size);
             EXPECT_THAT(salvaged(last), testing::StartsWith(all)) << size;
             // A copy that begins in the first header makes another one of two halves.
-            for (const std::size_t from : {0, 2, 8, 20}) {
+            for (const std::size_t from : {0u, 2u, 8u, 20u}) {
                 if (from + size > bytes.size()) continue;
                 const std::string first = bytes.substr(0, from + size) + bytes.substr(from);
                 EXPECT_THAT(salvaged(first), testing::StartsWith(all)) << size << " from " << from;

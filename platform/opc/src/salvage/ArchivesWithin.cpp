@@ -174,10 +174,7 @@ private:
             CandidateArchive archive(*source_, place, std::move(items));
             if (!archive.isConfirmed()) return;
             ForeignRecords foreign(*source_, archive, reader_);
-            if (!hasNothingInFront(archive, foreign)) {
-                addOther(archive);
-                return;
-            }
+            if (!hasNothingInFront(archive, foreign)) return;
             // Items that it does not list may have had records in the part of it that is lost.
             if (layout->hasOtherItems) return;
             found_.own = archive.takeDirectory();
@@ -241,7 +238,9 @@ private:
 
     // Where the items of a directory are if no end record says it.
     struct Layout {
-        std::int64_t shift;  // how far most items are from where their records say
+        // How far the last item is from where its record says, if the directory directly follows
+        // it, and otherwise most items.
+        std::int64_t shift;
         // Whether there is room for a record between the last item and the directory, so that it
         // may lack one.
         bool hasRoom;
@@ -257,11 +256,17 @@ private:
         const auto last = std::ranges::max_element(items, {}, &ZipItem::headerOffset);
         std::vector<std::uint64_t> lastEnds;
         std::map<std::int64_t, std::size_t> counts;
+        bool isJoined = false;
+        std::int64_t joined = 0;
         for (const auto& [item, at, end] : headers->ofItems) {
-            ++counts[static_cast<std::int64_t>(at - item->headerOffset)];
-            if (item == &*last) lastEnds.push_back(end);
+            const auto shift = static_cast<std::int64_t>(at - item->headerOffset);
+            ++counts[shift];
+            if (item != &*last) continue;
+            lastEnds.push_back(end);
+            if (end != start) continue;
+            isJoined = true;
+            joined = shift;
         }
-        const bool isJoined = std::ranges::find(lastEnds, start) != lastEnds.end();
         if (lastEnds.empty() || (!isJoined && headers->hasOtherNames)) return std::nullopt;
         const auto most = std::ranges::max_element(counts, {}, [](const auto& count) {
             return std::pair(count.second, count.first == 0);
@@ -269,24 +274,24 @@ private:
         const bool hasRoom = std::ranges::none_of(lastEnds, [&](std::uint64_t end) {
             return end <= start && start - end <= central::kHeaderSize;
         });
-        return Layout{most->first, hasRoom, headers->hasOtherItems};
+        return Layout{isJoined ? joined : most->first, hasRoom, headers->hasOtherItems};
     }
 
     // Of several archives that could be the file's own, the last one contains all others.
     void settle(CandidateArchive archive) {
         ForeignRecords foreign(*source_, archive, reader_);
         const bool isOwn = isLast(archive, foreign) && hasNothingInFront(archive, foreign);
-        if (archive.isConfirmed()) addOther(archive);
+        if (archive.isConfirmed()) addOther(archive, foreign);
         if (isOwn) found_.own = archive.takeDirectory();
     }
 
-    void addOther(const CandidateArchive& archive) {
+    void addOther(const CandidateArchive& archive, ForeignRecords& foreign) {
         const bool isAffordable = spend(archive.end() - archive.start());
-        found_.others.add(isAffordable ? archive.front() : archive.start(), archive.end());
+        found_.others.add(isAffordable ? foreign.front() : archive.start(), archive.end());
     }
 
     bool hasNothingInFront(const CandidateArchive& archive, ForeignRecords& foreign) {
-        return spend(archive.start()) && !foreign.hasItemsInFront() && !budget_.isUsedUp();
+        return spend(archive.firstOwn()) && !foreign.hasItemsInFront() && !budget_.isUsedUp();
     }
 
     bool isLast(const CandidateArchive& archive, ForeignRecords& foreign) {

@@ -34,24 +34,13 @@ std::uint64_t CandidateArchive::start() const {
     return static_cast<std::uint64_t>(std::max<std::int64_t>(base_, 0));
 }
 
-std::uint64_t CandidateArchive::front() const {
-    SignatureSearch search(*source_, local::kSignature);
-    std::uint64_t from = start();
-    while (const auto at = search.next(from, firstConfirmed_)) {
-        from = *at + sizeof local::kSignature;
-        const auto header = localHeaderAt(*source_, *at);
-        if (!header || header->item.dataOffset > firstConfirmed_) continue;
-        if (header->claimedEnd().value_or(0) >= fileEnd_) return header->item.dataOffset;
-    }
-    return start();
-}
-
 // The archive starts where most of its items' offsets count from. If bytes were put into the file,
 // the items in front of those bytes are still at the offsets that the directory says.
 void CandidateArchive::findBase() {
     const auto shifted = confirmedAtShift(), stated = confirmedInFront();
     const bool isShifted = shifted.size() >= stated.size();
     base_ = isShifted ? directory_.shift : 0;
+    firstOwn_ = directory_.offset + static_cast<std::uint64_t>(directory_.shift);
     isConfirmedAtShift_ = !shifted.empty();
     isConfirmed_ = isConfirmedAtShift_ || !stated.empty();
     for (std::size_t i = 0; i < directory_.items.size(); ++i) {
@@ -60,7 +49,7 @@ void CandidateArchive::findBase() {
         byOffset_.emplace(item.headerOffset, i);
         if (shifted.contains(i)) {
             const auto moved = static_cast<std::uint64_t>(directory_.shift);
-            firstConfirmed_ = std::min(firstConfirmed_, item.headerOffset + moved);
+            firstOwn_ = std::min(firstOwn_, item.headerOffset + moved);
             continue;
         }
         const auto header = localHeaderAt(*source_, item.headerOffset);
@@ -72,11 +61,7 @@ void CandidateArchive::findBase() {
 // The items whose local headers are where the directory really is shifted to. No other archive has
 // a header of the same name at the same distance from this directory.
 std::set<std::size_t> CandidateArchive::confirmedAtShift() const {
-    return confirmed(directory_.items, [this](const ZipItem& item) {
-        const auto header = localHeaderAt(
-            *source_, item.headerOffset + static_cast<std::uint64_t>(directory_.shift));
-        return header && header->agreesWith(item);
-    });
+    return confirmed(directory_.items, [this](const ZipItem& item) { return isConfirmed(item); });
 }
 
 // The items that are at the offsets that the directory says. An archive around this one may have
@@ -107,6 +92,12 @@ const ZipItem* CandidateArchive::itemInFront(std::uint64_t at) const {
 const ZipItem* CandidateArchive::itemStatedAt(std::uint64_t at) const {
     const auto found = byOffset_.find(at);
     return found == byOffset_.end() ? nullptr : &directory_.items[found->second];
+}
+
+bool CandidateArchive::isConfirmed(const ZipItem& item) const {
+    const auto header =
+        localHeaderAt(*source_, item.headerOffset + static_cast<std::uint64_t>(directory_.shift));
+    return header && header->agreesWith(item);
 }
 
 bool CandidateArchive::lists(const ZipItem& item) const {

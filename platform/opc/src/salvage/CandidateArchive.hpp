@@ -50,10 +50,10 @@ public:
     bool isConfirmedAtShift() const { return isConfirmedAtShift_; }
     // Where its offsets count from.
     std::uint64_t start() const;
-    // Where its bytes begin: behind start() if an item of another archive contains them, from which
-    // the front of this one was cut off.
-    std::uint64_t front() const;
     std::uint64_t end() const { return fileEnd_; }
+    // Its first bytes that no other archive can have: where an item is as far from the directory as
+    // the end record says, or the directory itself.
+    std::uint64_t firstOwn() const { return firstOwn_; }
 
     // The item of this name that the directory lists; nullptr if there is none.
     const ZipItem* itemOf(const std::string& name) const;
@@ -63,6 +63,9 @@ public:
     // The item whose header is at the offset `at` according to the directory; nullptr if there is
     // none.
     const ZipItem* itemStatedAt(std::uint64_t at) const;
+    // Whether the local header of an item of the directory is as far from that as the end record
+    // says.
+    bool isConfirmed(const ZipItem& item) const;
     // Whether the directory lists an item of this name and content.
     bool lists(const ZipItem& item) const;
     // The end of the item of a header if the directory lists that item, and not only its name: an
@@ -83,7 +86,7 @@ private:
     WholeDirectory directory_;
     std::int64_t base_ = 0;
     bool isConfirmed_ = false, isConfirmedAtShift_ = false;
-    std::uint64_t firstConfirmed_ = fileEnd_;  // of the headers at their shifted offsets
+    std::uint64_t firstOwn_ = 0;
     // Indexes of items in front of base_, by header offset.
     std::map<std::uint64_t, std::size_t> inFront_;
     std::map<std::string, std::size_t> byName_;

@@ -184,9 +184,16 @@ private:
         if (takeByContent(header)) return true;
         Verdict verdict = takeByNumbers(header, limit);
         if (verdict.isKept()) return true;
-        if (!kept_.explains(header, verdict))
+        if (!kept_.explains(header, verdict) && !isPiece(header, verdict, limit))
             failures_.add(header.item, header.item.headerOffset, std::move(verdict));
         return false;
+    }
+
+    // Whether a local header that was refused is no item's, but what is left of a header into which
+    // bytes were put: the directory lists all items, but none of its name, and its data is not whole.
+    bool isPiece(const LocalHeader& header, const Verdict& verdict, std::uint64_t limit) {
+        return verdict.loss == Loss::NotListed && !directory_->mayLackRecords &&
+               !reader_.wholeItem(header, limit);
     }
 
     // Takes the item at this local header if its content is that of a missing item of its name.

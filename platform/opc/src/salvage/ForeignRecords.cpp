@@ -43,7 +43,67 @@ bool ForeignRecords::hasItemsInFront() {
         from = std::max(from, *end);
         if (isForeignItem(from, Place::Expected)) return true;
     }
+    return isInItemOfFirstRow();
+}
+
+// Whether the first items of the file, each directly behind the other, end with one that may hold
+// the archive. That is seen even if the archive's front was cut off, so that its offsets
+// seem to count from the start of the file or from before it.
+bool ForeignRecords::isInItemOfFirstRow() {
+    const std::uint64_t first = archive_->firstOwn();
+    bool hasForeign = false;
+    SignatureSearch search(*source_, local::kSignature);
+    for (std::uint64_t at = search.next(0, first).value_or(first); at < first;) {
+        const auto header = localHeaderAt(*source_, at);
+        if (!header) return false;
+        if (const auto end = archive_->listedEnd(*header)) {
+            at = *end;
+        } else if (isCopy(at, *header)) {
+            return false;
+        } else if (const auto item = reader_->wholeItem(*header, source_->size)) {
+            if (item->endOffset >= archive_->end()) return true;
+            hasForeign = true;
+            at = item->endOffset + descriptorSize(*source_, item->endOffset, *item);
+        } else {
+            const bool reachesOver =
+                header->claimedEnd().value_or(archive_->end()) >= archive_->end();
+            return reachesOver && (hasForeign || !mayBeOwn(at, *header));
+        }
+    }
     return false;
+}
+
+// Whether the header at the offset `at`, of an item whose end is unknown, may be of an item that the
+// directory lists. If that is known to be elsewhere, it is one only as a copy, with some data.
+bool ForeignRecords::mayBeOwn(std::uint64_t at, const LocalHeader& header) const {
+    if (archive_->itemStatedAt(at)) return true;
+    const ZipItem* own = archive_->itemOf(header.item.name);
+    if (!own) return false;
+    if (!archive_->isConfirmed(*own)) return true;
+    const std::uint64_t place = own->headerOffset + static_cast<std::uint64_t>(archive_->shift());
+    const std::uint64_t size = header.item.dataOffset + 1 - at;
+    return std::ranges::equal(source_->at(at, size), source_->at(place, size));
+}
+
+std::uint64_t ForeignRecords::front() {
+    const std::uint64_t first = archive_->firstOwn();
+    std::uint64_t front = archive_->start();
+    SignatureSearch search(*source_, local::kSignature);
+    std::uint64_t from = archive_->start();
+    while (const auto at = search.next(from, first)) {
+        from = *at + sizeof local::kSignature;
+        const auto header = localHeaderAt(*source_, *at);
+        if (!header || header->item.dataOffset > first) continue;
+        if (header->claimedEnd().value_or(0) >= archive_->end()) return header->item.dataOffset;
+        if (const auto end = archive_->listedEnd(*header)) {
+            from = std::max(from, *end);
+        } else {
+            const auto item = reader_->wholeItem(*header, first);
+            from = item ? item->endOffset : header->item.dataOffset;
+            front = std::max(front, from);
+        }
+    }
+    return front;
 }
 
 std::uint64_t ForeignRecords::firstBehind() {
@@ -123,7 +183,9 @@ bool ForeignRecords::mayBeAround(const LocalHeader& header) const {
         return archive_->end() <= *claimed &&
                (isSigned || *claimed - archive_->end() <= kLikelyEnd);
     }
-    return header.item.dataOffset == archive_->start() || !archive_->itemOf(header.item.name);
+    if (!archive_->itemOf(header.item.name)) return true;
+    const std::uint64_t start = archive_->start();
+    return header.item.dataOffset == start && localHeaderAt(*source_, start);
 }
 
 // Whether the header at the offset `at` is of an item that the directory lists, or in a copy of a

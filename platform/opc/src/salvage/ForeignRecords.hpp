@@ -20,6 +20,10 @@ public:
     // of an item of another archive. Such an item is whole or around the archive, because the rest
     // of a header proves nothing.
     bool hasItemsInFront();
+    // Where the bytes of the archive begin if it is the content of an item of another archive, and
+    // perhaps only the rest of one: behind the header that claims them, and behind items that it
+    // does not list.
+    std::uint64_t front();
     // The offset of the first record after the archive that is not a copy of one of its own, as
     // there are if the last sectors of the file are there twice. The size of the file if there is
     // none.
@@ -28,6 +32,8 @@ public:
 private:
     std::uint64_t firstHeader(SignatureSearch& search, std::uint64_t from, std::uint64_t to);
     std::uint64_t firstRecord(SignatureSearch& search, std::uint64_t from, std::uint64_t to) const;
+    bool isInItemOfFirstRow();
+    bool mayBeOwn(std::uint64_t at, const LocalHeader& header) const;
     bool isForeignItem(std::uint64_t at, Place place);
     bool isForeignHeader(std::uint64_t at);
     bool isForeignRecord(std::uint64_t at, std::uint64_t size) const;

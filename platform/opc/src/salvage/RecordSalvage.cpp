@@ -48,8 +48,8 @@ public:
 
     Salvaged run() {
         searchRecords();
-        takeWithoutHeaders();
         searchHeaders();
+        takeWithoutHeaders();
         seeRecords();
         Salvaged found{.lost = failures_.lost(kept_, sightings_, lastRecords_),
                        .items = kept_.takeItems()};
@@ -137,16 +137,18 @@ private:
     void takeWithoutHeaders() {
         for (const auto& [offset, records] : records_) {
             if (localHeaderAt(*source_, offset)) continue;
-            for (const Record& record : records)
-                takeWithoutHeader(record);
+            for (const Record& record : records) {
+                if (!isInItem(record.at) || record.at >= lastRecords_) takeWithoutHeader(record);
+            }
         }
     }
 
     void takeWithoutHeader(const Record& record) {
         const ZipItem& item = record.item;
+        const bool mayBeKept = item.size != 0 && !isInItem(record.at);
         Verdict verdict = item.headerOffset >= source_->size ? lostBy(Loss::Cut)
-                          : item.size == 0                   ? lostBy(Loss::Header)
-                                                             : kept_.keep(item);
+                          : mayBeKept                        ? kept_.keep(item)
+                                                             : lostBy(Loss::Header);
         if (verdict.isKept()) {
             sightings_.add(kept_.items().back(), true);
         } else {
@@ -221,7 +223,8 @@ private:
     static bool isAllItsData(const LocalHeader& header, const Verdict& verdict,
                              const Position& position) {
         return position.isSure && header.isMeasured() &&
-               (verdict.loss == Loss::Cut || verdict.loss == Loss::Overlap);
+               (verdict.loss == Loss::Cut || verdict.loss == Loss::Overlap ||
+                verdict.loss == Loss::NoEnd);
     }
 
     // Where the search goes on after a signature without a header. If it is that of an item of the

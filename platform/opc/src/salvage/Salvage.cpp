@@ -62,7 +62,7 @@ Salvaged salvageItems(const SalvageSource& source, std::span<const std::string> 
                                   : salvageByRecords(source, std::move(archives.others));
     found.isExact = archives.own && archives.own->isExact;
     dropConflicts(found, expected);
-    std::ranges::sort(found.items, {}, &ZipItem::headerOffset);
+    std::ranges::sort(found.items, {}, &ZipItem::dataOffset);
     return found;
 }
 

@@ -22,13 +22,14 @@ std::size_t readWithoutReturns(const ByteSource& source, std::uint64_t offset, s
     bytes.resize(count + 1);  // with the byte that follows the last one
     const std::size_t got = source.readAt(bytes, offset), taken = std::min(got, count);
     const std::string_view text = format::asText(bytes).substr(0, got);
-    auto end = bytes.begin();
+    std::size_t kept = 0;
     for (std::size_t from = 0; from < taken;) {
         const std::size_t to = std::min(text.find("\r\n", from), taken);
-        end = std::copy(bytes.begin() + from, bytes.begin() + to, end);
+        std::copy(bytes.data() + from, bytes.data() + to, bytes.data() + kept);
+        kept += to - from;
         from = to + 1;
     }
-    bytes.erase(end, bytes.end());
+    bytes.resize(kept);
     return taken;
 }
 
@@ -65,7 +66,7 @@ std::size_t UnconvertedFile::readAt(std::span<std::byte> buffer, std::uint64_t o
         readWithoutReturns(*source_, at, (skipped + wanted + kBlock) / kBlock * kBlock, bytes);
         const std::size_t got = std::min(wanted, bytes.size() - std::min(skipped, bytes.size()));
         if (got == 0) break;  // the file is shorter now
-        std::copy_n(bytes.begin() + skipped, got, buffer.begin() + filled);
+        std::copy_n(bytes.data() + skipped, got, buffer.data() + filled);
         filled += got;
         offset += got;
     }
